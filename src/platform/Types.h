@@ -1,0 +1,42 @@
+// The platform's basic types and the export mark, without the platform's headers: all that a public header needs.
+// On Windows these are the system's own types, repeated word for word, so that <windows.h> may be included before or
+// after; on Linux the same names stand for types of the same width. A DWORD has 32 bits on both, wchar_t has 16 on
+// Windows (UTF-16) and 32 on Linux (UTF-32).
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#if defined(_WIN32)
+#if defined(TQ_BUILDING_LIBRARY)
+#define TQLIB_API __declspec(dllexport)
+#else
+#define TQLIB_API __declspec(dllimport)
+#endif
+#else
+#define TQLIB_API __attribute__((visibility("default")))
+#endif
+
+#if defined(_WIN32)
+using DWORD = unsigned long;
+using LONG = long;
+#else
+using DWORD = std::uint32_t;
+using LONG = std::int32_t;
+#endif
+struct HINSTANCE__;
+
+using ULONG = DWORD;
+using HRESULT = LONG;
+using BYTE = unsigned char;
+using WORD = unsigned short;
+using BOOL = int;
+using UINT = unsigned int;
+using WCHAR = wchar_t;
+using ULONGLONG = unsigned long long;
+using LONGLONG = long long;
+using DWORD64 = unsigned long long;
+using HMODULE = HINSTANCE__*;
+using HANDLE = void*;
+using LCID = DWORD;
+using LANGID = unsigned short;

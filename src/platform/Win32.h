@@ -1,0 +1,21 @@
+// The one door to the platform: library sources, tools and tests include this and call the platform by its own names.
+// On Windows these are the system's calls; on Linux they are the layer's, with the same documented behaviour. Only what
+// the layer implements is declared there.
+#pragma once
+
+#include "platform/Types.h"
+
+#if defined(_WIN32)
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#ifndef _WIN32_WINNT
+#define _WIN32_WINNT 0x0A00
+#endif
+#include <windows.h>
+#else
+#include "platform/linux/Errors.h"
+#endif

@@ -1,0 +1,8 @@
+#include "platform/linux/Errors.h"
+
+namespace {
+thread_local DWORD g_lastError = 0;
+}
+
+DWORD GetLastError() noexcept { return g_lastError; }
+void SetLastError(DWORD code) noexcept { g_lastError = code; }

@@ -1,0 +1,23 @@
+#include "platform/linux/internal/FaultPoint.h"
+
+#if defined(TQ_FAULT_POINTS)
+
+#include <cstring>
+
+namespace Quellan::Corvel::Platform {
+
+FaultPlan*& ThreadFaultPlans() noexcept {
+    thread_local FaultPlan* plans = nullptr;
+    return plans;
+}
+
+DWORD FaultDue(const char* function) noexcept {
+    DWORD code = 0;
+    for (FaultPlan* plan = ThreadFaultPlans(); plan; plan = plan->next)
+        if (std::strcmp(plan->function, function) == 0 && ++plan->calls == plan->nth) code = plan->code;
+    return code;
+}
+
+}  // namespace Quellan::Corvel::Platform
+
+#endif
