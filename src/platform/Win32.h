@@ -17,6 +17,10 @@
 #endif
 #include <windows.h>
 #else
+#include "platform/linux/Environment.h"
 #include "platform/linux/Errors.h"
+#include "platform/linux/Handles.h"
+#include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/Process.h"
 #endif
