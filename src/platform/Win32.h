@@ -16,7 +16,11 @@
 #define _WIN32_WINNT 0x0A00
 #endif
 #include <windows.h>
+// Declares what needs <windows.h> before it.
+#include <psapi.h>
 #else
 #include "platform/linux/Errors.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/Modules.h"
+#include "platform/linux/Texts.h"
 #endif
