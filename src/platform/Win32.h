@@ -21,6 +21,10 @@
 #include <shellapi.h>
 #else
 #include "platform/linux/CommandLine.h"
+#include "platform/linux/Environment.h"
 #include "platform/linux/Errors.h"
+#include "platform/linux/Handles.h"
+#include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/Process.h"
 #endif
