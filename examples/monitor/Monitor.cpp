@@ -9,8 +9,8 @@ namespace {
 constexpr DWORD BlockSize = 64 * 1024;
 constexpr const wchar_t* EventSource = L"TQMonitor";
 
-using FileHandle = TQHandle<TQFileHandlePolicy>;
-using FindHandle = TQHandle<TQFindHandlePolicy>;
+using FileHandle = TQHandle<_TQFileHandleClose>;
+using FindHandle = TQHandle<_TQFindHandleClose>;
 
 // Throws the last error as a failure of `call` on `path`.
 [[noreturn]] void Fail(const wchar_t* call, const TQString& path) {

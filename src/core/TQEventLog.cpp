@@ -25,7 +25,7 @@ WORD PlatformType(TQEventType type) {
 class PlatformSink final : public TQEventLogSink {
   public:
     void Write(const TQEventLogEntry& entry) override {
-        const TQHandle<TQEventSourcePolicy> source(RegisterEventSourceW(nullptr, entry.source));
+        const TQHandle<_TQEventSourceClose> source(RegisterEventSourceW(nullptr, entry.source));
         if (!source.IsValid()) TQSysException::ThrowLastError(L"TQEventLog::RegisterEventSource");
         // The platform's parameter lacks a const; it only reads.
         if (!ReportEventW(source.Get(), PlatformType(entry.type), entry.category, entry.eventId, nullptr,

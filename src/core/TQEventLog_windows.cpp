@@ -12,11 +12,8 @@ namespace {
 // The event log service reads its sources here; the values' names are its own.
 constexpr const wchar_t* SourcesKey = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\";
 
-struct RegistryKeyPolicy {
-    using Type = HKEY;
-    static constexpr Type Empty() noexcept { return nullptr; }
-    static void Close(Type key) noexcept { RegCloseKey(key); }
-    static bool IsEmpty(Type key) noexcept { return key == nullptr; }
+struct RegistryKeyClose : _TQNullHandle<HKEY> {
+    static void Close(HKEY key) noexcept { RegCloseKey(key); }
 };
 
 void Check(LSTATUS code, const wchar_t* where) {
@@ -45,7 +42,7 @@ void TQEventLog::InstallSource(const wchar_t* source, const wchar_t* messageFile
     HKEY raw = nullptr;
     Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr),
           L"TQEventLog::InstallSource");
-    const TQHandle<RegistryKeyPolicy> key(raw);
+    const TQHandle<RegistryKeyClose> key(raw);
     SetText(raw, L"EventMessageFile", TQString(messageFile));
     SetText(raw, L"CategoryMessageFile", TQString(messageFile));
     SetNumber(raw, L"CategoryCount", categoryCount);

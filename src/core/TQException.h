@@ -69,7 +69,7 @@ class _TQExceptionKind : public TQCoreException {
   public:
     using TQCoreException::TQCoreException;
 
-    Kind* AllocCopy() const override { return new Kind(static_cast<const Kind&>(*this)); }
+    TQCoreException* AllocCopy() const override { return new Kind(static_cast<const Kind&>(*this)); }
 
     // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it is.
     const Kind* Inner() const noexcept { return dynamic_cast<const Kind*>(TQCoreException::Inner()); }

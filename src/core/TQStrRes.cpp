@@ -16,7 +16,7 @@ namespace {
 constexpr std::array<const wchar_t*, TQStrResDestinationCount> DestinationNames = {L"User", L"System", L"EventLog",
                                                                                    L"Log"};
 
-using LocalText = TQHandle<TQLocalMemoryPolicy>;
+using LocalText = TQHandle<_TQLocalMemClose>;
 
 // One insert of a message text: `%` number, then perhaps `!format!`.
 struct Insert {

@@ -59,8 +59,8 @@ bool AppendSystemText(DWORD number, STLString& out) {
     wchar_t* buffer = nullptr;
     const DWORD length = FormatMessageW(flags, nullptr, number, userDefaultLanguage, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0) return false;
-    const TQHandle<TQLocalMemoryPolicy> owner(buffer);
-    out.Append({buffer, length});
+    const TQHandle<_TQLocalMemClose> owner(buffer);
+    out.Append(std::wstring_view(buffer, length));
     return true;
 }
 

@@ -36,7 +36,7 @@ std::vector<HMODULE> LoadedModules() {
 
 TQStringArray TQSysProc::CommandLine() {
     int count = 0;
-    const TQHandle<TQLocalMemoryPolicy> memory(CommandLineToArgvW(GetCommandLineW(), &count));
+    const TQHandle<_TQLocalMemClose> memory(CommandLineToArgvW(GetCommandLineW(), &count));
     if (!memory.IsValid()) TQSysException::ThrowLastError(L"TQSysProc::CommandLine");
     const wchar_t* const* const arguments = static_cast<wchar_t**>(memory.Get());
     TQStringArray result;

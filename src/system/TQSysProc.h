@@ -9,7 +9,7 @@
 namespace Quellan::Corvel {
 
 // An owned module: unloaded when its last copy goes.
-using TQModule = TQHandle<TQModulePolicy>;
+using TQModule = TQHandle<_TQModuleClose>;
 
 // Static functions only; all may be called from any thread.
 class TQLIB_API TQSysProc {

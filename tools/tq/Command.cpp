@@ -51,7 +51,7 @@ TQString JsonString(std::wstring_view text) {
     for (const wchar_t c : text) {
         if (c == L'"' || c == L'\\') json.AppendFormat(L"\\%c", c);
         else if (c < L' ') json.AppendFormat(L"\\u%04x", static_cast<unsigned>(c));
-        else json.Append({&c, 1});
+        else json += c;
     }
     return json.Append(L"\"");
 }

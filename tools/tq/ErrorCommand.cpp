@@ -64,7 +64,7 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
         FormatMessageW(source | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
                        module, code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0) return std::nullopt;
-    const TQHandle<TQLocalMemoryPolicy> owner(buffer);
+    const TQHandle<_TQLocalMemClose> owner(buffer);
     TQString text(buffer, length);
     text.Trim();
     return text;
@@ -120,7 +120,7 @@ void PrintJson(const std::vector<Description>& all, TQConsole& out) {
 
 int RunError(Arguments arguments, TQConsole& out) {
     std::vector<unsigned int> codes;
-    TQHandle<TQModulePolicy> module;
+    TQHandle<_TQModuleClose> module;
     bool isJson = false;
     while (!arguments.AtEnd()) {
         const TQString argument = arguments.Next();
@@ -132,7 +132,7 @@ int RunError(Arguments arguments, TQConsole& out) {
             isJson = true;
         } else if (argument == L"--module") {
             const TQString file = arguments.ValueOf(argument);
-            module = TQHandle<TQModulePolicy>(
+            module = TQHandle<_TQModuleClose>(
                 LoadLibraryExW(file.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
             if (!module.IsValid()) {
                 const TQSysException failure(GetLastError(), L"LoadLibraryExW");
