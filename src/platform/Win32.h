@@ -18,4 +18,5 @@
 #include <windows.h>
 #else
 #include "platform/linux/Errors.h"
+#include "platform/linux/StructuredExceptions.h"
 #endif
