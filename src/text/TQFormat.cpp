@@ -218,9 +218,11 @@ class Output {
     // A few characters, without the cost of a call for copying.
     void PutFew(const C* text, std::size_t length) {
         if (length > Room()) return Put(text, length);
-        for (; length != 0; --length) {
-            *m_at++ = *text++;
+        C* at = m_at;
+        for (const C* const end = text + length; text != end; ++text) {
+            *at++ = *text;
         }
+        m_at = at;
     }
 
     // Room for `length` characters that the caller writes, or null where there is not so much.
@@ -417,6 +419,7 @@ class Formatter {
     static C TextPadding(const Spec& spec) { return spec.ZeroFills() ? C{'0'} : C{' '}; }
 
     void PutOwn(const Spec& spec, std::basic_string_view<C> text) {
+        if (spec.width == 0) return m_out.Put(text.data(), text.size());
         PutField(spec, text.size(), TextPadding(spec), [&] { m_out.Put(text.data(), text.size()); });
     }
 
