@@ -200,9 +200,11 @@ Counter<char> Put(char32_t code, Counter<char> out) noexcept {
     return out + (code < 0x80 ? 1 : code < 0x800 ? 2 : code < 0x10000 ? 3 : 4);
 }
 
+template <class Unit>
+using UnsignedOf = std::conditional_t<sizeof(Unit) == 1, std::uint8_t, std::uint32_t>;
+
 template <class From, class To>
 To Convert(std::basic_string_view<From> text, To out) noexcept {
-    using Unsigned = std::conditional_t<sizeof(From) == 1, std::uint8_t, std::uint32_t>;
     const From* p = text.data();
     const From* const end = p + text.size();
     while (p != end) {
@@ -213,7 +215,7 @@ To Convert(std::basic_string_view<From> text, To out) noexcept {
         }
         const From* const stop = p + std::min(end - p, UnitsBetweenBlocks);
         while (p < stop) {
-            if (static_cast<Unsigned>(*p) < 0x80) {
+            if (static_cast<UnsignedOf<From>>(*p) < 0x80) {
                 out = PutAscii(*p++, out);
             } else {
                 const auto [code, size] = Decode(p, static_cast<std::size_t>(end - p));
@@ -225,7 +227,39 @@ To Convert(std::basic_string_view<From> text, To out) noexcept {
     return out;
 }
 
+// What stands in valid text for the character that replaces invalid text.
+bool BeginsWithReplacement(std::string_view text) noexcept {
+    return text.starts_with("\xEF\xBF\xBD");
+}
+bool BeginsWithReplacement(std::wstring_view text) noexcept {
+    return text.starts_with(wchar_t{Replacement});
+}
+
+template <class From>
+bool IsValid(std::basic_string_view<From> text) noexcept {
+    while (!text.empty()) {
+        if (text.size() >= BlockSize && IsAsciiBlock(text.data())) {
+            text.remove_prefix(BlockSize);
+        } else if (static_cast<UnsignedOf<From>>(text[0]) < 0x80) {
+            text.remove_prefix(1);
+        } else {
+            const auto [code, size] = Decode(text.data(), text.size());
+            if (code == Replacement && !BeginsWithReplacement(text)) return false;
+            text.remove_prefix(size);
+        }
+    }
+    return true;
+}
+
 }  // namespace
+
+bool IsValidText(std::string_view text) noexcept {
+    return IsValid(text);
+}
+
+bool IsValidText(std::wstring_view text) noexcept {
+    return IsValid(text);
+}
 
 std::size_t WideLength(std::string_view text) noexcept {
     return Convert(text, Counter<wchar_t>{}).count;

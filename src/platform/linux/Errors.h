@@ -62,8 +62,8 @@ inline constexpr DWORD ERROR_NOACCESS = 998;
 inline constexpr DWORD ERROR_STACK_OVERFLOW = 1001;
 inline constexpr DWORD ERROR_INVALID_FLAGS = 1004;
 inline constexpr DWORD ERROR_NO_TOKEN = 1008;
-inline constexpr DWORD ERROR_DLL_INIT_FAILED = 1114;
 inline constexpr DWORD ERROR_NO_UNICODE_TRANSLATION = 1113;
+inline constexpr DWORD ERROR_DLL_INIT_FAILED = 1114;
 inline constexpr DWORD ERROR_IO_DEVICE = 1117;
 inline constexpr DWORD ERROR_POSSIBLE_DEADLOCK = 1131;
 inline constexpr DWORD ERROR_TOO_MANY_LINKS = 1142;
@@ -71,10 +71,13 @@ inline constexpr DWORD ERROR_NOT_FOUND = 1168;
 inline constexpr DWORD ERROR_CANCELLED = 1223;
 inline constexpr DWORD ERROR_PRIVILEGE_NOT_HELD = 1314;
 inline constexpr DWORD ERROR_INVALID_INDEX = 1413;
+inline constexpr DWORD ERROR_NO_SYSTEM_RESOURCES = 1450;
 inline constexpr DWORD ERROR_WORKING_SET_QUOTA = 1453;
 inline constexpr DWORD ERROR_TIMEOUT = 1460;
 inline constexpr DWORD ERROR_EVENTLOG_FILE_CORRUPT = 1500;
 inline constexpr DWORD ERROR_EVENTLOG_FILE_CHANGED = 1503;
+inline constexpr DWORD RPC_S_SERVER_UNAVAILABLE = 1722;
+inline constexpr DWORD RPC_S_INVALID_BOUND = 1734;
 inline constexpr DWORD ERROR_CANT_RESOLVE_FILENAME = 1921;
 
 // The calling thread's last error: a new thread starts with 0. A call that succeeds leaves it as it was
