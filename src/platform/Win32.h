@@ -16,7 +16,11 @@
 #define _WIN32_WINNT 0x0A00
 #endif
 #include <windows.h>
+// These two need <windows.h> before them.
+#include <psapi.h>
+#include <shellapi.h>
 #else
+#include "platform/linux/CommandLine.h"
 #include "platform/linux/Environment.h"
 #include "platform/linux/Errors.h"
 #include "platform/linux/EventLog.h"
@@ -24,5 +28,8 @@
 #include "platform/linux/Handles.h"
 #include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/Modules.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/StructuredExceptions.h"
+#include "platform/linux/Texts.h"
 #endif
