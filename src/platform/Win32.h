@@ -16,14 +16,9 @@
 #define _WIN32_WINNT 0x0A00
 #endif
 #include <windows.h>
-<<<<<<< HEAD
-// Declares what needs <windows.h> before it.
-#include <psapi.h>
-=======
 // These two need <windows.h> before them.
 #include <psapi.h>
 #include <shellapi.h>
->>>>>>> main
 #else
 #include "platform/linux/CommandLine.h"
 #include "platform/linux/Environment.h"
@@ -31,10 +26,7 @@
 #include "platform/linux/Handles.h"
 #include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
-<<<<<<< HEAD
 #include "platform/linux/Modules.h"
-#include "platform/linux/Texts.h"
-=======
 #include "platform/linux/Process.h"
->>>>>>> main
+#include "platform/linux/Texts.h"
 #endif
