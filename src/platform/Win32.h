@@ -28,5 +28,6 @@
 #include "platform/linux/Memory.h"
 #include "platform/linux/Modules.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/StructuredExceptions.h"
 #include "platform/linux/Texts.h"
 #endif

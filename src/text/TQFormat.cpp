@@ -29,6 +29,14 @@ constexpr auto DigitPairs = [] {
     return pairs;
 }();
 
+constexpr auto PowersOfTen = [] {
+    std::array<ULONGLONG, 20> powers{1};
+    for (std::size_t i = 1; i < powers.size(); ++i) {
+        powers[i] = powers[i - 1] * 10;
+    }
+    return powers;
+}();
+
 constexpr unsigned BitsOf(Spec::Size size) {
     switch (size) {
         case Spec::Size::Byte:
@@ -166,6 +174,23 @@ class ExponentText {
     std::size_t m_length;
 };
 
+// What stands in front of a number's digits: a sign and a radix, both of which may be missing.
+class Prefix {
+  public:
+    explicit Prefix(char sign) {
+        if (sign) m_text[m_length++] = sign;
+    }
+    void Add(char first, char second) {
+        m_text[m_length++] = first;
+        m_text[m_length++] = second;
+    }
+    std::string_view View() const { return {m_text.data(), m_length}; }
+
+  private:
+    std::array<char, 3> m_text;
+    std::size_t m_length = 0;
+};
+
 // Takes the characters of a result, writes those that fit and counts the others.
 template <class C>
 class Output {
@@ -184,14 +209,35 @@ class Output {
         }
     }
 
-    template <class D>
-    void Put(const D* text, std::size_t length) {
+    void Put(const C* text, std::size_t length) {
         const std::size_t fits = std::min(length, Room());
-        for (std::size_t i = 0; i < fits; ++i) {
-            m_at[i] = static_cast<C>(text[i]);
-        }
-        m_at += fits;
+        m_at = std::copy_n(text, fits, m_at);
         if (fits != length) Lose(length - fits);
+    }
+
+    // A few characters, without the cost of a call for copying.
+    void PutFew(const C* text, std::size_t length) {
+        if (length > Room()) return Put(text, length);
+        C* at = m_at;
+        for (const C* const end = text + length; text != end; ++text) {
+            *at++ = *text;
+        }
+        m_at = at;
+    }
+
+    // Room for `length` characters that the caller writes, or null where there is not so much.
+    C* Take(std::size_t length) {
+        if (length > Room()) return nullptr;
+        C* const taken = m_at;
+        m_at += length;
+        return taken;
+    }
+
+    // ASCII text.
+    void PutAscii(std::string_view text) {
+        for (const char c : text) {
+            Put(static_cast<C>(c));
+        }
     }
 
     void Fill(C c, std::size_t count) {
@@ -200,11 +246,17 @@ class Output {
         if (fits != count) Lose(count - fits);
     }
 
-    // Copies up to the next % or the end of `text` and returns where that is.
+    // Puts what stands before the next % or the end of `text` and returns where that is.
     const C* PutLiteral(const C* text) {
-        while (*text != C{'%'} && *text != C{}) {
-            Put(*text++);
+        C* at = m_at;
+        for (; *text != C{'%'} && *text != C{}; ++text) {
+            if (at == m_end) {
+                Lose(1);
+            } else {
+                *at++ = *text;
+            }
         }
+        m_at = at;
         return text;
     }
 
@@ -235,17 +287,26 @@ class Formatter {
     Formatter(std::span<C> out, std::span<const TQFormatArg> args)
         : m_out(out), m_next(args.data()), m_last(args.data() + args.size()) {}
 
-    std::size_t Run(const C* format) {
+    std::size_t Run(const C* format, std::span<const _TQFormatPiece> pieces) {
+        for (const _TQFormatPiece& piece : pieces) {
+            m_out.PutFew(format, piece.literal);
+            format += piece.length;
+            if (piece.spec.HasStars()) {
+                ConvertUnchecked(piece.spec);
+            } else {
+                Convert(piece.spec, *m_next++);
+            }
+        }
         for (;;) {
             format = m_out.PutLiteral(format);
             if (*format == C{}) return m_out.Finish();
             if (*++format == C{'%'}) {
                 m_out.Put(*format++);
-                continue;
+            } else {
+                Spec spec;
+                format = spec.Parse(format);
+                ConvertUnchecked(spec);
             }
-            Spec spec;
-            format = spec.Parse(format);
-            if (!Convert(spec)) m_out.Put("<?>", 3);
         }
     }
 
@@ -255,8 +316,7 @@ class Formatter {
 
     const TQFormatArg* Next() { return m_next == m_last ? nullptr : m_next++; }
 
-    // Reads the arguments of the two stars. All arguments of a specification are used up even where one does
-    // not fit, so that those behind it keep their places.
+    // Reads the arguments of the two stars; returns whether both are there and are integers.
     bool ReadStars(Spec& spec) {
         bool fits = true;
         if (spec.Has(Spec::WidthArgument)) {
@@ -278,54 +338,55 @@ class Formatter {
         return fits;
     }
 
-    bool Convert(Spec& spec) {
+    // Converts by a specification that the compiler has not seen, or not all of. All its arguments are used
+    // up even where one does not fit, so that those behind it keep their places.
+    void ConvertUnchecked(Spec spec) {
         const bool starsFit = ReadStars(spec);
-        if (spec.conversion == 0) return false;
-        const TQFormatArg* const arg = Next();
-        if (!starsFit || !arg || !spec.Takes(arg->kind, IsWide)) return false;
+        const TQFormatArg* const arg = spec.conversion != 0 ? Next() : nullptr;
+        if (!starsFit || !arg || !spec.Takes(arg->kind, IsWide)) return m_out.PutAscii("<?>");
         if (spec.width > TQFormatMaxField || spec.precision > TQFormatMaxField) {
             TQStdExceptions::ThrowOverflowError(L"FormatTo");
         }
-        if (spec.Has(Spec::Left)) spec.flags &= static_cast<BYTE>(~Spec::Zero);
+        Convert(spec, *arg);
+    }
+
+    void Convert(const Spec& spec, const TQFormatArg& arg) {
         switch (spec.conversion) {
             case 's':
             case 'S':
                 if (spec.TakesWide(IsWide) == IsWide) {
-                    PutOwn(spec, TextOf<C>(spec, *arg));
+                    PutOwn(spec, TextOf<C>(spec, arg));
                 } else {
-                    PutOther(spec, TextOf<Other>(spec, *arg));
+                    PutOther(spec, TextOf<Other>(spec, arg));
                 }
                 break;
             case 'c':
             case 'C':
                 if (spec.TakesWide(IsWide) == IsWide) {
-                    const C c = static_cast<C>(arg->integer);
+                    const C c = static_cast<C>(arg.integer);
                     PutOwn(spec, {&c, 1});
                 } else {
-                    const Other c = static_cast<Other>(arg->integer);
+                    const Other c = static_cast<Other>(arg.integer);
                     PutOther(spec, {&c, 1});
                 }
                 break;
             case 'd':
             case 'i':
-                PutSigned(spec, arg->integer);
+                PutSigned(spec, arg.integer);
                 break;
             case 'u':
             case 'x':
             case 'X':
             case 'o':
-                PutUnsigned(spec, arg->integer & (~0ull >> (64 - BitsOf(spec.size))));
+                PutUnsigned(spec, arg.integer);
                 break;
             case 'p':
-                spec.precision = 2 * sizeof(void*);
-                spec.conversion = 'X';
-                PutUnsigned(spec, reinterpret_cast<std::uintptr_t>(arg->pointer));
+                PutAddress(spec, reinterpret_cast<std::uintptr_t>(arg.pointer));
                 break;
             default:
-                PutReal(spec, arg->real);
+                PutReal(spec, arg.real);
                 break;
         }
-        return true;
     }
 
     // The text of an argument, cut to the precision; a pointer is not read past the precision.
@@ -355,9 +416,10 @@ class Formatter {
         if (pad != 0 && spec.Has(Spec::Left)) m_out.Fill(C{' '}, pad);
     }
 
-    static C TextPadding(const Spec& spec) { return spec.Has(Spec::Zero) ? C{'0'} : C{' '}; }
+    static C TextPadding(const Spec& spec) { return spec.ZeroFills() ? C{'0'} : C{' '}; }
 
     void PutOwn(const Spec& spec, std::basic_string_view<C> text) {
+        if (spec.width == 0) return m_out.Put(text.data(), text.size());
         PutField(spec, text.size(), TextPadding(spec), [&] { m_out.Put(text.data(), text.size()); });
     }
 
@@ -402,17 +464,19 @@ class Formatter {
     void PutSigned(const Spec& spec, ULONGLONG value) {
         const unsigned unused = 64 - BitsOf(spec.size);
         const auto number = static_cast<LONGLONG>(value << unused) >> unused;
-        const char sign = SignOf(spec, number < 0);
-        PutInteger(spec, number < 0 ? 0 - static_cast<ULONGLONG>(number) : static_cast<ULONGLONG>(number),
-                   {&sign, sign ? 1u : 0u});
+        const auto magnitude = static_cast<ULONGLONG>(number < 0 ? -static_cast<ULONGLONG>(number)
+                                                                 : static_cast<ULONGLONG>(number));
+        PutInteger(spec, magnitude, SignOf(spec, number < 0));
     }
 
     void PutUnsigned(const Spec& spec, ULONGLONG value) {
-        const bool prefixed = spec.Has(Spec::Alternate) && value != 0;
-        PutInteger(spec, value,
-                   prefixed && spec.conversion == 'x'   ? "0x"
-                   : prefixed && spec.conversion == 'X' ? "0X"
-                                                        : "");
+        PutInteger(spec, value & (~0ull >> (64 - BitsOf(spec.size))), '\0');
+    }
+
+    void PutAddress(Spec spec, std::uintptr_t address) {
+        spec.precision = 2 * sizeof(void*);
+        spec.conversion = 'X';
+        PutInteger(spec, address, '\0');
     }
 
     // 0 where no sign is printed.
@@ -420,75 +484,105 @@ class Formatter {
         return negative ? '-' : spec.Has(Spec::Plus) ? '+' : spec.Has(Spec::Blank) ? ' ' : '\0';
     }
 
-    void PutInteger(const Spec& spec, ULONGLONG value, std::string_view prefix) {
-        std::array<C, 22> digits;  // 64 bits in octal
-        C* const end = digits.data() + digits.size();
-        C* at = end;
-        if (spec.conversion == 'x' || spec.conversion == 'X') {
-            const char* const symbols = spec.conversion == 'x' ? "0123456789abcdef" : "0123456789ABCDEF";
-            for (; value != 0; value >>= 4) {
-                *--at = static_cast<C>(symbols[value & 15]);
-            }
-        } else if (spec.conversion == 'o') {
-            for (; value != 0; value >>= 3) {
-                *--at = static_cast<C>('0' + (value & 7));
-            }
-        } else {
-            while (value >= 10) {
-                at -= 2;
-                std::copy_n(DigitPairs<C>.data() + 2 * (value % 100), 2, at);
-                value /= 100;
-            }
-            if (value != 0) *--at = static_cast<C>('0' + value);
+    void PutInteger(const Spec& spec, ULONGLONG value, char sign) {
+        const std::size_t length = value == 0 && spec.precision == 0 ? 0 : DigitsOf(value, spec.conversion);
+        if (spec.flags == 0 && spec.width == 0 && spec.precision < 0) {
+            if (sign) m_out.Put(static_cast<C>(sign));
+            return PutDigits(value, length, spec.conversion);
         }
-        auto length = static_cast<std::size_t>(end - at);
-        // A number without a precision has at least one digit; `#` gives an octal one a leading zero.
-        auto wanted = static_cast<std::size_t>(spec.precision < 0 ? 1 : spec.precision);
-        if (spec.conversion == 'o' && spec.Has(Spec::Alternate)) wanted = std::max(wanted, length + 1);
-        if (spec.precision < 0 && spec.Has(Spec::Zero) &&
-            static_cast<std::size_t>(spec.width) > prefix.size()) {
-            wanted = std::max(wanted, static_cast<std::size_t>(spec.width) - prefix.size());
-        }
+        Prefix prefix(sign);
+        const bool alternate = spec.Has(Spec::Alternate) && value != 0;
+        if (alternate && (spec.conversion == 'x' || spec.conversion == 'X')) prefix.Add('0', spec.conversion);
+        const std::size_t before = prefix.View().size();
+        const auto width = static_cast<std::size_t>(spec.width);
+        std::size_t wanted = spec.precision < 0 ? 0 : static_cast<std::size_t>(spec.precision);
+        if (spec.precision < 0 && spec.ZeroFills() && width > before) wanted = width - before;
+        // # gives an octal number a leading zero.
+        if (alternate && spec.conversion == 'o') wanted = std::max(wanted, length + 1);
         const std::size_t zeros = wanted > length ? wanted - length : 0;
-        PutField(spec, prefix.size() + zeros + length, C{' '}, [&] {
-            m_out.Put(prefix.data(), prefix.size());
-            if (zeros != 0) m_out.Fill(C{'0'}, zeros);
-            m_out.Put(at, length);
+        PutField(spec, before + zeros + length, C{' '}, [&] {
+            m_out.PutAscii(prefix.View());
+            m_out.Fill(C{'0'}, zeros);
+            PutDigits(value, length, spec.conversion);
         });
     }
 
-    // Digits of a number from the one at `from` on, with zeros where it has none.
-    void PutDigits(const Decimal& number, int from, int count) {
+    static std::size_t DigitsOf(ULONGLONG value, char conversion) {
+        const auto bits = static_cast<std::size_t>(std::bit_width(value | 1));
+        switch (conversion) {
+            case 'x':
+            case 'X':
+                return (bits + 3) / 4;
+            case 'o':
+                return (bits + 2) / 3;
+            default: {
+                const std::size_t least = bits * 1233 >> 12;  // the logarithm of two is about 1233 / 4096
+                return value < PowersOfTen[least] ? std::max<std::size_t>(least, 1) : least + 1;
+            }
+        }
+    }
+
+    void PutDigits(ULONGLONG value, std::size_t length, char conversion) {
+        if (C* const place = m_out.Take(length)) return WriteDigits(place, length, value, conversion);
+        std::array<C, 22> digits;  // 64 bits in octal
+        WriteDigits(digits.data(), length, value, conversion);
+        m_out.Put(digits.data(), length);
+    }
+
+    static void WriteDigits(C* first, std::size_t length, ULONGLONG value, char conversion) {
+        C* at = first + length;
+        switch (conversion) {
+            case 'x':
+            case 'X':
+                for (const char letter = conversion == 'x' ? 'a' : 'A'; at != first; value >>= 4) {
+                    const int digit = static_cast<int>(value & 15);
+                    *--at = static_cast<C>(digit < 10 ? '0' + digit : letter + digit - 10);
+                }
+                break;
+            case 'o':
+                for (; at != first; value >>= 3) {
+                    *--at = static_cast<C>('0' + (value & 7));
+                }
+                break;
+            default:
+                for (; at - first >= 2; value /= 100) {
+                    at -= 2;
+                    std::copy_n(DigitPairs<C>.data() + 2 * (value % 100), 2, at);
+                }
+                if (at != first) *first = static_cast<C>('0' + value);
+                break;
+        }
+    }
+
+    // Digits of a real number from the one at `from` on, with zeros where it has none.
+    void PutPlaces(const Decimal& number, int from, int count) {
         const int before = std::clamp(-from, 0, count);
         m_out.Fill(C{'0'}, static_cast<std::size_t>(before));
         const int first = from + before;
         const int own = std::clamp(number.count - first, 0, count - before);
-        if (own > 0) m_out.Put(number.digits.data() + first, static_cast<std::size_t>(own));
+        if (own > 0) m_out.PutAscii({number.digits.data() + first, static_cast<std::size_t>(own)});
         m_out.Fill(C{'0'}, static_cast<std::size_t>(count - before - own));
     }
 
     // Puts a number with its digits from the one at `from` on: `integers` of them, then `places` behind the
     // point.
     void PutDecimal(const Spec& spec, bool negative, const Decimal& number, int from, int integers,
-                    int places, std::string_view radix, std::string_view exponent) {
-        std::array<char, 3> prefix;
-        std::size_t prefixLength = 0;
-        if (const char sign = SignOf(spec, negative)) prefix[prefixLength++] = sign;
-        prefixLength += radix.copy(prefix.data() + prefixLength, radix.size());
-
+                    int places, char radix, std::string_view exponent) {
+        Prefix prefix(SignOf(spec, negative));
+        if (radix) prefix.Add('0', radix);
         const bool hasPoint = places > 0 || spec.Has(Spec::Alternate);
         const std::size_t body =
             static_cast<std::size_t>(integers + places) + (hasPoint ? 1 : 0) + exponent.size();
-        const std::size_t length = prefixLength + body;
+        const std::size_t length = prefix.View().size() + body;
         const auto width = static_cast<std::size_t>(spec.width);
-        const std::size_t zeros = spec.Has(Spec::Zero) && width > length ? width - length : 0;
+        const std::size_t zeros = spec.ZeroFills() && width > length ? width - length : 0;
         PutField(spec, length + zeros, C{' '}, [&] {
-            m_out.Put(prefix.data(), prefixLength);
+            m_out.PutAscii(prefix.View());
             m_out.Fill(C{'0'}, zeros);
-            PutDigits(number, from, integers);
+            PutPlaces(number, from, integers);
             if (hasPoint) m_out.Put(C{'.'});
-            PutDigits(number, from + integers, places);
-            m_out.Put(exponent.data(), exponent.size());
+            PutPlaces(number, from + integers, places);
+            m_out.PutAscii(exponent);
         });
     }
 
@@ -499,7 +593,7 @@ class Formatter {
         if (spec.conversion == 'a' || spec.conversion == 'A') {
             const int places = spec.precision < 0 ? MantissaDigits : spec.precision;
             const int exponent = number.SetHexadecimal(value, places, upper);
-            return PutDecimal(spec, negative, number, 0, 1, places, upper ? "0X" : "0x",
+            return PutDecimal(spec, negative, number, 0, 1, places, spec.conversion == 'A' ? 'X' : 'x',
                               ExponentText(upper ? 'P' : 'p', exponent, 1));
         }
         number.SetExact(value);
@@ -521,11 +615,11 @@ class Formatter {
             }
         }
         if (scientific) {
-            PutDecimal(spec, negative, number, 0, 1, precision, "",
+            PutDecimal(spec, negative, number, 0, 1, precision, '\0',
                        ExponentText(upper ? 'E' : 'e', number.exponent, 3));
         } else {
             const int integers = std::max(number.exponent, 0) + 1;
-            PutDecimal(spec, negative, number, number.exponent + 1 - integers, integers, precision, "", {});
+            PutDecimal(spec, negative, number, number.exponent + 1 - integers, integers, precision, '\0', {});
         }
     }
 
@@ -536,12 +630,14 @@ class Formatter {
 
 }  // namespace
 
-std::size_t FormatArgsTo(std::span<wchar_t> out, const wchar_t* format, std::span<const TQFormatArg> args) {
-    return Formatter<wchar_t>(out, args).Run(format ? format : L"");
+std::size_t FormatArgsTo(std::span<wchar_t> out, const wchar_t* format, std::span<const TQFormatArg> args,
+                         std::span<const _TQFormatPiece> pieces) {
+    return Formatter<wchar_t>(out, args).Run(format ? format : L"", pieces);
 }
 
-std::size_t FormatArgsTo(std::span<char> out, const char* format, std::span<const TQFormatArg> args) {
-    return Formatter<char>(out, args).Run(format ? format : "");
+std::size_t FormatArgsTo(std::span<char> out, const char* format, std::span<const TQFormatArg> args,
+                         std::span<const _TQFormatPiece> pieces) {
+    return Formatter<char>(out, args).Run(format ? format : "", pieces);
 }
 
 }  // namespace Quellan::Corvel

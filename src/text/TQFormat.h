@@ -18,6 +18,7 @@
 
 #include "platform/Types.h"
 
+#include <array>
 #include <bit>
 #include <concepts>
 #include <span>
@@ -60,7 +61,7 @@ struct _TQFormatSpec {
         WidthArgument = 32,
         PrecisionArgument = 64
     };
-    enum class Size : BYTE { None, Byte, Short, Long, Int64, Pointer, Wide, LongDouble };
+    enum class Size : WORD { None, Byte, Short, Long, Int64, Pointer, Wide, LongDouble };
 
     // Reads the specification that begins behind a %; returns where the format goes on. The conversion is 0
     // where the format ends too early; numbers past `TQFormatMaxField` stay just above it.
@@ -71,12 +72,22 @@ struct _TQFormatSpec {
     // Whether %s, %S, %c, %C take wide text here.
     constexpr bool TakesWide(bool wideFormat) const noexcept;
     constexpr bool Has(Flag flag) const noexcept { return (flags & flag) != 0; }
+    constexpr bool HasStars() const noexcept { return (flags & (WidthArgument | PrecisionArgument)) != 0; }
+    // Left alignment overrules zeros.
+    constexpr bool ZeroFills() const noexcept { return (flags & (Left | Zero)) == Zero; }
 
     BYTE flags = 0;
-    Size size = Size::None;
     char conversion = 0;
+    Size size = Size::None;
     int width = 0;
     int precision = -1;  // -1: none given
+};
+
+// A part of a format that the compiler has taken apart: text to copy and the conversion behind it.
+struct _TQFormatPiece {
+    DWORD literal;  // characters of text
+    DWORD length;   // characters of both
+    _TQFormatSpec spec;
 };
 
 // A format that the compiler has checked against the types of its arguments; made from a string literal or
@@ -85,30 +96,47 @@ template <class C, class... Args>
 class TQFormatText {
   public:
     consteval TQFormatText(const C* text);
+
     constexpr const C* Text() const noexcept { return m_text; }
+    // The pieces before the first %%, or all.
+    constexpr std::span<const _TQFormatPiece> Pieces() const noexcept { return {m_pieces.data(), m_count}; }
 
   private:
     const C* m_text;
+    std::size_t m_count = 0;
+    std::array<_TQFormatPiece, sizeof...(Args)> m_pieces{};
 };
 
 // Formats into `out`: at most out.size() - 1 characters and a terminator, nothing at all into an empty span.
 // Returns the length of the whole result without terminator; it was cut off where that is not below
 // out.size(). Allocates nothing. A cut may fall inside a character of several units.
+template <class... Args>
+std::size_t FormatTo(std::span<wchar_t> out, TQFormatText<wchar_t, std::type_identity_t<Args>...> format,
+                     const Args&... args);
+template <class... Args>
+std::size_t FormatTo(std::span<char> out, TQFormatText<char, std::type_identity_t<Args>...> format,
+                     const Args&... args);
+
+// The same with the arguments collected, for any format. `pieces` must be those that the compiler made of
+// this format for these arguments, or none.
 TQLIB_API std::size_t FormatArgsTo(std::span<wchar_t> out, const wchar_t* format,
-                                   std::span<const TQFormatArg> args);
-TQLIB_API std::size_t FormatArgsTo(std::span<char> out, const char* format,
-                                   std::span<const TQFormatArg> args);
+                                   std::span<const TQFormatArg> args,
+                                   std::span<const _TQFormatPiece> pieces = {});
+TQLIB_API std::size_t FormatArgsTo(std::span<char> out, const char* format, std::span<const TQFormatArg> args,
+                                   std::span<const _TQFormatPiece> pieces = {});
 
 template <class... Args>
 std::size_t FormatTo(std::span<wchar_t> out, TQFormatText<wchar_t, std::type_identity_t<Args>...> format,
                      const Args&... args) {
-    return FormatArgsTo(out, format.Text(), std::initializer_list<TQFormatArg>{TQFormatArg::From(args)...});
+    const std::array<TQFormatArg, sizeof...(Args)> list{TQFormatArg::From(args)...};
+    return FormatArgsTo(out, format.Text(), list, format.Pieces());
 }
 
 template <class... Args>
 std::size_t FormatTo(std::span<char> out, TQFormatText<char, std::type_identity_t<Args>...> format,
                      const Args&... args) {
-    return FormatArgsTo(out, format.Text(), std::initializer_list<TQFormatArg>{TQFormatArg::From(args)...});
+    const std::array<TQFormatArg, sizeof...(Args)> list{TQFormatArg::From(args)...};
+    return FormatArgsTo(out, format.Text(), list, format.Pieces());
 }
 
 template <class T>
@@ -165,33 +193,36 @@ constexpr const C* _TQFormatSpec::Parse(const C* at) noexcept {
         }
     };
 
-    for (;; ++at) {
-        if (*at == C{'-'}) {
-            flags |= Left;
-        } else if (*at == C{'0'}) {
-            flags |= Zero;
-        } else if (*at == C{'+'}) {
-            flags |= Plus;
-        } else if (*at == C{' '}) {
-            flags |= Blank;
-        } else if (*at == C{'#'}) {
-            flags |= Alternate;
-        } else {
-            break;
+    // Every flag, digit, point and star comes before the letters.
+    if (*at < C{'A'}) {
+        for (;; ++at) {
+            if (*at == C{'-'}) {
+                flags |= Left;
+            } else if (*at == C{'0'}) {
+                flags |= Zero;
+            } else if (*at == C{'+'}) {
+                flags |= Plus;
+            } else if (*at == C{' '}) {
+                flags |= Blank;
+            } else if (*at == C{'#'}) {
+                flags |= Alternate;
+            } else {
+                break;
+            }
         }
-    }
-    if (*at == C{'*'}) {
-        flags |= WidthArgument;
-        ++at;
-    } else {
-        number(width);
-    }
-    if (*at == C{'.'}) {
-        if (*++at == C{'*'}) {
-            flags |= PrecisionArgument;
+        if (*at == C{'*'}) {
+            flags |= WidthArgument;
             ++at;
         } else {
-            number(precision);
+            number(width);
+        }
+        if (*at == C{'.'}) {
+            if (*++at == C{'*'}) {
+                flags |= PrecisionArgument;
+                ++at;
+            } else {
+                number(precision);
+            }
         }
     }
     switch (*at) {
@@ -284,31 +315,40 @@ constexpr bool _TQFormatSpec::Takes(TQFormatArg::Kind kind, bool wideFormat) con
 
 template <class C, class... Args>
 consteval TQFormatText<C, Args...>::TQFormatText(const C* text) : m_text(text) {
-    // One element more than arguments, as an array has at least one.
-    constexpr TQFormatArg::Kind kinds[sizeof...(Args) + 1] = {TQFormatArg::KindOf<Args>()...};
+    constexpr std::array<TQFormatArg::Kind, sizeof...(Args)> kinds{TQFormatArg::KindOf<Args>()...};
     std::size_t used = 0;
     const auto take = [&] {
-        if (used == sizeof...(Args)) throw "the format has more conversions than arguments";
+        if (used == kinds.size()) throw "the format has more conversions than arguments";
         return kinds[used++];
     };
-    while (*text != C{}) {
+    bool collecting = true;
+    for (const C* begin = text; *text != C{};) {
         if (*text++ != C{'%'}) continue;
         if (*text == C{'%'}) {
+            collecting = false;
             ++text;
             continue;
         }
         _TQFormatSpec spec;
-        text = spec.Parse(text);
-        if (spec.width > TQFormatMaxField || spec.precision > TQFormatMaxField)
+        const C* const end = spec.Parse(text);
+        if (spec.width > TQFormatMaxField || spec.precision > TQFormatMaxField) {
             throw "the width or precision is too large";
-        if (spec.Has(_TQFormatSpec::WidthArgument) && take() != TQFormatArg::Kind::Integer)
+        }
+        if ((spec.Has(_TQFormatSpec::WidthArgument) && take() != TQFormatArg::Kind::Integer) ||
+            (spec.Has(_TQFormatSpec::PrecisionArgument) && take() != TQFormatArg::Kind::Integer)) {
             throw "'*' needs an integer";
-        if (spec.Has(_TQFormatSpec::PrecisionArgument) && take() != TQFormatArg::Kind::Integer)
-            throw "'*' needs an integer";
-        if (!spec.Takes(take(), std::is_same_v<C, wchar_t>))
+        }
+        if (!spec.Takes(take(), std::is_same_v<C, wchar_t>)) {
             throw "the conversion does not exist or does not fit its argument";
+        }
+        if (collecting) {
+            m_pieces[m_count++] = {.literal = static_cast<DWORD>(text - 1 - begin),
+                                   .length = static_cast<DWORD>(end - begin),
+                                   .spec = spec};
+        }
+        begin = text = end;
     }
-    if (used != sizeof...(Args)) throw "the format has fewer conversions than arguments";
+    if (used != kinds.size()) throw "the format has fewer conversions than arguments";
 }
 
 }  // namespace Quellan::Corvel

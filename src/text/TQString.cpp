@@ -321,9 +321,10 @@ bool _TQStringT<C>::EndsWithNoCase(_TQTextT<C> text) const {
 }
 
 template <class C>
-void _TQStringT<C>::AppendArgs(const C* format, std::span<const TQFormatArg> args) {
+void _TQStringT<C>::AppendArgs(const C* format, std::span<const TQFormatArg> args,
+                               std::span<const _TQFormatPiece> pieces) {
     std::array<C, 256> buffer;
-    const std::size_t length = FormatArgsTo(buffer, format, args);
+    const std::size_t length = FormatArgsTo(buffer, format, args, pieces);
     Translated(L"TQString::Format", [&] {
         if (length < buffer.size()) {
             m_text.append(buffer.data(), length);
@@ -331,7 +332,7 @@ void _TQStringT<C>::AppendArgs(const C* format, std::span<const TQFormatArg> arg
         }
         // Not at once into the own text, which the arguments may refer to.
         std::basic_string<C> whole(length, C{});
-        FormatArgsTo({whole.data(), length + 1}, format, args);
+        FormatArgsTo({whole.data(), length + 1}, format, args, pieces);
         m_text.append(whole);
     });
 }

@@ -4,6 +4,7 @@
 #include "platform/Types.h"
 #include "text/TQFormat.h"
 
+#include <array>
 #include <compare>
 #include <cstddef>
 #include <functional>
@@ -175,7 +176,8 @@ class _TQStringT {
     const std::basic_string<C>& Storage() const noexcept;
 
   private:
-    void AppendArgs(const C* format, std::span<const TQFormatArg> args);
+    void AppendArgs(const C* format, std::span<const TQFormatArg> args,
+                    std::span<const _TQFormatPiece> pieces = {});
 
     std::basic_string<C> m_text;
 };
@@ -192,8 +194,9 @@ _TQStringT<C> _TQStringT<C>::Format(TQFormatText<C, std::type_identity_t<Args>..
 template <class C>
 template <class... Args>
 _TQStringT<C> _TQStringT<C>::FormatRuntime(const C* format, const Args&... args) {
+    const std::array<TQFormatArg, sizeof...(Args)> list{TQFormatArg::From(args)...};
     _TQStringT result;
-    result.AppendArgs(format, std::initializer_list<TQFormatArg>{TQFormatArg::From(args)...});
+    result.AppendArgs(format, list);
     return result;
 }
 
@@ -201,7 +204,8 @@ template <class C>
 template <class... Args>
 _TQStringT<C>& _TQStringT<C>::AppendFormat(TQFormatText<C, std::type_identity_t<Args>...> format,
                                            const Args&... args) {
-    AppendArgs(format.Text(), std::initializer_list<TQFormatArg>{TQFormatArg::From(args)...});
+    const std::array<TQFormatArg, sizeof...(Args)> list{TQFormatArg::From(args)...};
+    AppendArgs(format.Text(), list, format.Pieces());
     return *this;
 }
 
