@@ -1,2 +1,52 @@
-# tq_add_messages(NAME FILE LANGUAGE): builds the message module NAME from the message file FILE for one of its languages.
-# Filled in by resources/.
+# tq_add_messages(NAME FILE LANGUAGE...): builds the message module NAME, which holds the texts of the message file FILE in
+# those of its languages and no code: NAME.dll on Windows, NAME.so on Linux, in ${CMAKE_BINARY_DIR}/bin. Linking NAME_ids
+# gives the header with the message identifiers, named as FILE with the extension .h.
+#
+# On Linux the message compiler is the target tqmc of this tree, or the program that TQLib_tqmc names.
+function(tq_add_messages name file)
+    cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+    cmake_path(GET file STEM stem)
+    set(folder ${CMAKE_CURRENT_BINARY_DIR}/${name}_messages)
+    set(header ${folder}/${stem}.h)
+    file(MAKE_DIRECTORY ${folder})
+    if(WIN32)
+        find_program(TQ_WINDMC NAMES x86_64-w64-mingw32-windmc windmc REQUIRED)
+        set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+        file(READ ${file} text)
+        set(script "")
+        set(tables "")
+        foreach(language IN LISTS ARGN)
+            if(NOT text MATCHES "[( \t\r\n]${language}=0x([0-9A-Fa-f]+):([A-Za-z0-9_]+)")
+                message(FATAL_ERROR "${file} has no entry for ${language} in LanguageNames")
+            endif()
+            set(table ${CMAKE_MATCH_2}.bin)
+            math(EXPR primary "0x${CMAKE_MATCH_1} & 0x3FF")
+            math(EXPR sub "0x${CMAKE_MATCH_1} >> 10")
+            # 11 is the resource type of a message table.
+            string(APPEND script "LANGUAGE ${primary}, ${sub}\n1 11 \"${table}\"\n")
+            list(APPEND tables ${folder}/${table})
+        endforeach()
+        file(CONFIGURE OUTPUT ${folder}/${name}.rc CONTENT "${script}" @ONLY)
+        add_custom_command(OUTPUT ${header} ${tables} DEPENDS ${file} VERBATIM COMMENT "Compiling messages ${name}"
+            COMMAND ${TQ_WINDMC} -C 65001 -h ${folder} -r ${folder} ${file})
+        set_source_files_properties(${folder}/${name}.rc PROPERTIES OBJECT_DEPENDS "${tables}")
+        add_library(${name} MODULE ${folder}/${name}.rc)
+        target_include_directories(${name} PRIVATE ${folder})
+        set_target_properties(${name} PROPERTIES LINKER_LANGUAGE C)
+        target_link_options(${name} PRIVATE -nostdlib -Wl,--entry=0 -s)
+    else()
+        set(tqmc tqmc)
+        if(NOT TARGET tqmc)
+            set(tqmc ${TQLib_tqmc})
+        endif()
+        list(TRANSFORM ARGN PREPEND "--language;" OUTPUT_VARIABLE languages)
+        add_custom_command(OUTPUT ${folder}/${name}.cpp ${header} DEPENDS ${file} ${tqmc} VERBATIM COMMENT "Compiling messages ${name}"
+            COMMAND ${tqmc} ${file} ${languages} --module ${folder}/${name}.cpp --header ${header})
+        add_library(${name} MODULE ${folder}/${name}.cpp)
+    endif()
+    set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+    add_custom_target(${name}_header DEPENDS ${header})
+    add_library(${name}_ids INTERFACE)
+    add_dependencies(${name}_ids ${name}_header)
+    target_include_directories(${name}_ids SYSTEM INTERFACE $<BUILD_INTERFACE:${folder}>)
+endfunction()

@@ -26,5 +26,8 @@
 #include "platform/linux/Handles.h"
 #include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/Modules.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/StructuredExceptions.h"
+#include "platform/linux/Texts.h"
 #endif

@@ -1,0 +1,256 @@
+#include "platform/StructuredExceptions.h"
+#include "platform/StructuredExceptionsFaults.h"
+
+#include <array>
+#include <atomic>
+#include <climits>
+#include <gmock/gmock.h>
+#include <numeric>
+#include <string>
+#include <thread>
+
+using namespace Faults;
+using Quellan::Corvel::Platform::SetStructuredExceptionTranslator;
+using testing::Field;
+using testing::Optional;
+
+namespace {
+
+constexpr DWORD OwnCode = 0xE0001234;
+
+void Raise(DWORD code, std::vector<ULONG_PTR> parameters, DWORD flags = 0) {
+    RaiseException(code, flags, static_cast<DWORD>(parameters.size()), parameters.data());
+}
+
+int ReadNearNull() {
+    return Read(reinterpret_cast<const int*>(64));
+}
+
+class StructuredExceptions : public testing::Test {
+  protected:
+    const Translated translated;
+    const Page noAccess{Page::Access::None};
+};
+
+TEST_F(StructuredExceptions, ReadIsToldWithItsAddress) {
+    EXPECT_THAT(FaultOf([&] { Read(noAccess.At(3)); }),
+                IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, NumberOf(noAccess.At(3))));
+    EXPECT_THAT(FaultOf([&] { ReadNearNull(); }),
+                IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, 64));
+}
+
+TEST_F(StructuredExceptions, WriteIsToldWithItsAddress) {
+    const Page readOnly(Page::Access::ReadOnly);
+    EXPECT_EQ(Read(readOnly.At(5)), 0);
+    EXPECT_THAT(FaultOf([&] { Write(readOnly.At(5)); }),
+                IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_WRITE_FAULT, NumberOf(readOnly.At(5))));
+}
+
+TEST_F(StructuredExceptions, CallOfDataIsToldWithItsAddress) {
+    alignas(16) static std::array<unsigned char, 16> data{};
+    const auto function = reinterpret_cast<int (*)()>(data.data());
+    const auto fault = FaultOf([&] { Call(function); });
+    EXPECT_THAT(fault, IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_EXECUTE_FAULT, NumberOf(data.data())));
+    EXPECT_THAT(fault, Optional(Field(&Fault::address, data.data())));
+}
+
+TEST_F(StructuredExceptions, CallOfNullIsToldAsAddressZero) {
+    EXPECT_THAT(FaultOf([] { Call(nullptr); }),
+                IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_EXECUTE_FAULT, 0));
+}
+
+TEST_F(StructuredExceptions, DivisionByZeroIsTranslated) {
+    EXPECT_THAT(FaultOf([] { Divide(7, 0); }), IsFault(EXCEPTION_INT_DIVIDE_BY_ZERO));
+}
+
+TEST_F(StructuredExceptions, IllegalInstructionIsTranslatedWithItsAddress) {
+    EXPECT_THAT(FaultOf([] { ExecuteIllegalInstruction(); }), IsFault(EXCEPTION_ILLEGAL_INSTRUCTION));
+}
+
+TEST_F(StructuredExceptions, ContextHoldsTheFaultingInstruction) {
+    static const void* faulting;
+    const Translated noting([](unsigned int code, EXCEPTION_POINTERS* pointers) {
+        faulting = ProgramCounterOf(*pointers->ContextRecord);
+        ThrowFault(code, pointers);
+    });
+    const auto fault = FaultOf([&] { Read(noAccess.At(0)); });
+    ASSERT_TRUE(fault);
+    EXPECT_EQ(fault->address, faulting);
+}
+
+TEST_F(StructuredExceptions, RaisedExceptionKeepsItsParameters) {
+    EXPECT_THAT(FaultOf([] { Raise(OwnCode, {1, 2, 3}); }), IsFault(OwnCode, 1, 2, 3));
+    EXPECT_THAT(FaultOf([] {
+                    Raise(EXCEPTION_IN_PAGE_ERROR, {EXCEPTION_WRITE_FAULT, 4096, 0xC000009A});
+                }),
+                IsFault(EXCEPTION_IN_PAGE_ERROR, EXCEPTION_WRITE_FAULT, 4096, 0xC000009A));
+    EXPECT_THAT(FaultOf([] { Raise(EXCEPTION_ACCESS_VIOLATION, {}); }), IsFault(EXCEPTION_ACCESS_VIOLATION));
+}
+
+TEST_F(StructuredExceptions, RaisedExceptionHasAtMostFifteenParameters) {
+    std::vector<ULONG_PTR> twenty(20);
+    std::iota(twenty.begin(), twenty.end(), ULONG_PTR{0});
+    const auto fault = FaultOf([&] { Raise(OwnCode, twenty); });
+    ASSERT_TRUE(fault);
+    EXPECT_EQ(fault->parameters, std::vector<ULONG_PTR>(twenty.begin(), twenty.begin() + 15));
+}
+
+TEST_F(StructuredExceptions, CppExceptionPassesUntranslated) {
+    EXPECT_THROW(throw std::string("as it is"), std::string);
+}
+
+TEST_F(StructuredExceptions, LastErrorReachesTheTranslatorUnchanged) {
+    static DWORD seen;
+    const Translated noting([](unsigned int code, EXCEPTION_POINTERS* pointers) {
+        seen = GetLastError();
+        ThrowFault(code, pointers);
+    });
+    SetLastError(1234);
+    EXPECT_TRUE(FaultOf([&] { Read(noAccess.At(0)); }));
+    EXPECT_EQ(seen, 1234u);
+}
+
+TEST_F(StructuredExceptions, DestructorsBetweenFaultAndCatchRun) {
+    int destroyed = 0;
+    EXPECT_TRUE(FaultOf([&] {
+        struct Counted {
+            int& destroyed;
+            ~Counted() { ++destroyed; }
+        } const counted{destroyed};
+        Read(noAccess.At(0));
+    }));
+    EXPECT_EQ(destroyed, 1);
+}
+
+TEST_F(StructuredExceptions, DestructorsInFramesOfALibraryRun) {
+    for (const auto callback : {ReadNearNull, +[] { return Divide(1, 0); }, +[] { return Call(nullptr); },
+                                +[] {
+                                    Raise(OwnCode, {});
+                                    return 0;
+                                }}) {
+        int destroyed = 0;
+        EXPECT_TRUE(FaultOf([&] { CallBelowDestructors(callback, destroyed); }));
+        EXPECT_EQ(destroyed, DestructorsOnTheWay);
+    }
+}
+
+TEST_F(StructuredExceptions, FaultInACatchBlockIsTranslated) {
+    EXPECT_THAT(FaultOf([] {
+                    try {
+                        Divide(1, 0);
+                    } catch (const Fault&) {
+                        ReadNearNull();
+                    }
+                }),
+                IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, 64));
+}
+
+TEST_F(StructuredExceptions, FaultInATranslatorIsTranslated) {
+    const Translated faulting([](unsigned int code, EXCEPTION_POINTERS* pointers) {
+        if (code == EXCEPTION_INT_DIVIDE_BY_ZERO) ReadNearNull();
+        ThrowFault(code, pointers);
+    });
+    EXPECT_THAT(FaultOf([] { Divide(1, 0); }), IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, 64));
+}
+
+TEST_F(StructuredExceptions, InnerTranslatorServesUntilTheOuterIsRestored) {
+    const auto throwNumber = [](unsigned int, EXCEPTION_POINTERS*) { throw 5; };
+    {
+        const Translated inner(throwNumber);
+        EXPECT_THROW(Divide(1, 0), int);
+    }
+    EXPECT_EQ(SetStructuredExceptionTranslator(nullptr), &ThrowFault);
+    EXPECT_EQ(SetStructuredExceptionTranslator(ThrowFault), nullptr);
+    EXPECT_THROW(Divide(1, 0), Fault);
+}
+
+TEST_F(StructuredExceptions, EachThreadStartsWithoutTranslatorAndHasItsOwn) {
+    std::jthread([] {
+        EXPECT_EQ(SetStructuredExceptionTranslator([](unsigned int, EXCEPTION_POINTERS*) { throw 5; }),
+                  nullptr);
+        EXPECT_THROW(Divide(1, 0), int);
+    }).join();
+    EXPECT_THROW(Divide(1, 0), Fault);
+}
+
+TEST_F(StructuredExceptions, ThreadsFaultAtTheSameTime) {
+    constexpr std::size_t Threads = 8, Faults = 1000;
+    std::atomic<unsigned> right = 0;
+    const auto faultOften = [&](std::size_t thread) {
+        const Translated own;
+        for (std::size_t i = 0; i < Faults; ++i) {
+            const int* const address = noAccess.At(thread * 64 + i % 64);
+            const auto fault = FaultOf([&] { Read(address); });
+            right += fault && fault->parameters == std::vector<ULONG_PTR>{0, NumberOf(address)};
+        }
+    };
+    {
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < Threads; ++i)
+            threads.emplace_back(faultOften, i);
+    }
+    EXPECT_EQ(right, Threads * Faults);
+}
+
+// More values live across the faults than there are registers that a call preserves.
+template <class Step>
+[[gnu::noinline]] std::uint64_t Mix(int rounds, Step step) {
+    std::uint64_t a = 1, b = 2, c = 3, d = 4, e = 5, f = 6, g = 7, h = 8;
+    double x = 1.5;
+    for (int i = 0; i < rounds; ++i) {
+        try {
+            step();
+        } catch (const Fault&) {
+        }
+        a += b ^ h, b += c * 3, c ^= d + 1, d += e >> 3, e += f * 5, f ^= g, g += h << 1, h += a;
+        x = x * 0.5 + static_cast<double>(a % 16);
+    }
+    return a ^ b ^ c ^ d ^ e ^ f ^ g ^ h ^ static_cast<std::uint64_t>(x * 1024);
+}
+
+TEST_F(StructuredExceptions, LocalValuesSurviveTenThousandFaults) {
+    constexpr int Rounds = 10000;
+    int faults = 0;
+    const auto mixed = Mix(Rounds, [&] {
+        ++faults;
+        Read(noAccess.At(0));
+    });
+    EXPECT_EQ(mixed, Mix(Rounds, [] {}));
+    EXPECT_EQ(faults, Rounds);
+}
+
+class StructuredExceptionsDeathTest : public StructuredExceptions {
+  protected:
+    StructuredExceptionsDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(StructuredExceptionsDeathTest, ThreadWithoutTranslatorDiesThoughOthersHaveOne) {
+    EXPECT_EXIT(std::jthread([] { ReadNearNull(); }).join(), DiedOfAccessViolation, "");
+}
+
+TEST_F(StructuredExceptionsDeathTest, ThreadThatGaveItsTranslatorBackDies) {
+    EXPECT_EXIT((SetStructuredExceptionTranslator(nullptr), ReadNearNull()), DiedOfAccessViolation, "");
+}
+
+TEST_F(StructuredExceptionsDeathTest, RaisedExceptionWithoutTranslatorEndsTheProcess) {
+    EXPECT_EXIT((SetStructuredExceptionTranslator(nullptr), Raise(OwnCode, {})),
+                [](int status) { return DiedOfRaised(OwnCode, status); }, "");
+}
+
+TEST_F(StructuredExceptionsDeathTest, NonContinuableExceptionIsNotTranslated) {
+    EXPECT_EXIT(
+        Raise(OwnCode, {}, EXCEPTION_NONCONTINUABLE),
+        [](int status) { return DiedOfRaised(OwnCode, status); }, "");
+}
+
+TEST_F(StructuredExceptionsDeathTest, TranslatorThatReturnsEndsTheProcess) {
+    EXPECT_EXIT(
+        {
+            std::set_terminate([] { std::_Exit(7); });
+            SetStructuredExceptionTranslator([](unsigned int, EXCEPTION_POINTERS*) {});
+            ReadNearNull();
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+}  // namespace

@@ -1,0 +1,329 @@
+#include "platform/StructuredExceptionsFaults.h"
+#include "platform/linux/StructuredExceptions.h"
+
+#include <climits>
+#include <csignal>
+#include <cstring>
+#include <cwchar>
+#include <fcntl.h>
+#include <fenv.h>
+#include <gmock/gmock.h>
+#include <setjmp.h>
+#include <stdexcept>
+#include <sys/mman.h>
+#include <thread>
+#include <unistd.h>
+
+namespace Faults {
+
+Page::Page(Access access)
+    : m_address(mmap(nullptr, 4096, access == Access::None ? PROT_NONE : PROT_READ,
+                     MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+    if (m_address == MAP_FAILED) throw std::runtime_error("mmap");
+}
+Page::~Page() {
+    munmap(m_address, 4096);
+}
+
+const void* ProgramCounterOf(const CONTEXT& context) {
+#if defined(__x86_64__)
+    return reinterpret_cast<const void*>(context.Rip);
+#else
+    return reinterpret_cast<const void*>(context.Pc);
+#endif
+}
+
+bool DiedOfAccessViolation(int status) {
+    return testing::KilledBySignal(SIGSEGV)(status);
+}
+bool DiedOfRaised(DWORD, int status) {
+    return testing::KilledBySignal(SIGABRT)(status);
+}
+
+namespace {
+
+using Quellan::Corvel::Platform::SetStructuredExceptionTranslator;
+using testing::ExitedWithCode;
+using testing::KilledBySignal;
+
+TEST(StructuredExceptionsOnLinux, FileTruncatedBelowItsMappingIsAnInPageError) {
+    const Translated translated;
+    const int file = memfd_create("truncated", MFD_CLOEXEC);
+    ASSERT_EQ(ftruncate(file, 4096), 0);
+    auto* const mapped = static_cast<int*>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED, file, 0));
+    ASSERT_NE(mapped, MAP_FAILED);
+    ASSERT_EQ(ftruncate(file, 0), 0);
+    EXPECT_THAT(FaultOf([&] { Read(mapped + 1); }),
+                IsFault(EXCEPTION_IN_PAGE_ERROR, EXCEPTION_READ_FAULT, NumberOf(mapped + 1), 0xC0000185));
+    EXPECT_THAT(FaultOf([&] { Write(mapped + 1); }),
+                IsFault(EXCEPTION_IN_PAGE_ERROR, EXCEPTION_WRITE_FAULT, NumberOf(mapped + 1), 0xC0000185));
+    munmap(mapped, 4096);
+    close(file);
+}
+
+TEST(StructuredExceptionsOnLinux, FaultInAMemoryFunctionIsTranslated) {
+    const Translated translated;
+    const Page noAccess(Page::Access::None);
+    char* const bad = reinterpret_cast<char*>(noAccess.At(0));
+    wchar_t* const badWide = reinterpret_cast<wchar_t*>(bad);
+    static char good[100'000];
+    static wchar_t goodWide[100];
+    // Through pointers, which unlike the functions are not known never to throw.
+    static void* (*volatile copy)(void*, const void*, std::size_t) = std::memcpy;
+    static void* (*volatile move)(void*, const void*, std::size_t) = std::memmove;
+    static void* (*volatile set)(void*, int, std::size_t) = std::memset;
+    static int (*volatile compare)(const void*, const void*, std::size_t) = std::memcmp;
+    static std::size_t (*volatile length)(const char*) = std::strlen;
+    static int (*volatile compareText)(const char*, const char*) = std::strcmp;
+    static char* (*volatile copyText)(char*, const char*) = std::strcpy;
+    static std::size_t (*volatile lengthWide)(const wchar_t*) = std::wcslen;
+    static wchar_t* (*volatile copyWide)(wchar_t*, const wchar_t*) = std::wcscpy;
+    for (const std::size_t size : {std::size_t{1}, std::size_t{40}, std::size_t{700}, sizeof good}) {
+        EXPECT_TRUE(FaultOf([&] { copy(good, bad, size); })) << size;
+        EXPECT_TRUE(FaultOf([&] { copy(bad, good, size); })) << size;
+        EXPECT_TRUE(FaultOf([&] { move(good, bad, size); })) << size;
+        EXPECT_TRUE(FaultOf([&] { set(bad, 0, size); })) << size;
+        EXPECT_TRUE(FaultOf([&] { compare(good, bad, size); })) << size;
+    }
+    EXPECT_TRUE(FaultOf([&] { length(bad); }));
+    EXPECT_TRUE(FaultOf([&] { compareText(good, bad); }));
+    EXPECT_TRUE(FaultOf([&] { copyText(good, bad); }));
+    EXPECT_TRUE(FaultOf([&] { lengthWide(badWide); }));
+    EXPECT_TRUE(FaultOf([&] { copyWide(goodWide, badWide); }));
+}
+
+template <class Number>
+[[gnu::noipa]] void DivideOneBy(Number divisor) {
+    [[maybe_unused]] const volatile Number quotient = Number{1} / divisor;
+}
+
+TEST(StructuredExceptionsOnLinux, FloatingPointFaultIsTranslatedAndLeavesNonePending) {
+    if (feenableexcept(FE_DIVBYZERO) == -1) GTEST_SKIP() << "this processor has no floating-point faults";
+    const Translated translated;
+    EXPECT_THAT(FaultOf([] { DivideOneBy(0.0); }), IsFault(EXCEPTION_FLT_DIVIDE_BY_ZERO));
+    feenableexcept(FE_DIVBYZERO);  // a translator called within the signal handler loses the setting
+    EXPECT_THAT(FaultOf([] { DivideOneBy(0.0L); }), IsFault(EXCEPTION_FLT_DIVIDE_BY_ZERO));
+    EXPECT_FALSE(FaultOf([] { DivideOneBy(2.0L); }));
+    fedisableexcept(FE_DIVBYZERO);
+}
+
+#if defined(__x86_64__)
+static int g_divisor;
+// The instructions find a dividend with no fitting quotient by -1 in eax, the divisor in g_divisor and behind
+// rsi, and 5 in rcx.
+#define DIVISION(instructions)                                       \
+    [] {                                                             \
+        int dividend = INT_MIN;                                      \
+        const int* divisor = &g_divisor;                             \
+        asm volatile(instructions                                    \
+                     : "+a"(dividend), "+S"(divisor)                 \
+                     : [global] "m"(g_divisor), "c"(std::int64_t{5}) \
+                     : "rdx", "rbx", "r8", "r9", "cc");              \
+    }
+
+TEST(StructuredExceptionsOnLinux, QuotientThatDoesNotFitIsAnOverflow) {
+    const Translated translated;
+    for (void (*divide)() : {
+             +DIVISION("movl (%%rsi), %%r9d; cltd; idivl %%r9d"),
+             +DIVISION("movl (%%rsi), %%ebx; cltd; idivl %%ebx"),
+             +DIVISION("movslq (%%rsi), %%r9; cltq; shlq $32, %%rax; cqto; idivq %%r9"),
+             +DIVISION("movl (%%rsi), %%r9d; movw $-32768, %%ax; cwtd; idivw %%r9w"),
+             +DIVISION("movb (%%rsi), %%bh; movw $-32768, %%ax; idivb %%bh"),
+             +DIVISION("cltd; idivl (%%rsi)"),
+             +DIVISION("subq $16, %%rsi; cltd; idivl 16(%%rsi)"),
+             +DIVISION("leaq -4116(%%rsi), %%r8; cltd; idivl 4096(%%r8,%%rcx,4)"),
+             +DIVISION("addq $128, %%rsi; cltd; idivl -128(%%rsi)"),
+             +DIVISION("cltd; idivl %[global]"),
+         }) {
+        static void (*volatile opaque)();
+        opaque = divide;
+        g_divisor = -1;
+        EXPECT_THAT(FaultOf([] { opaque(); }), IsFault(EXCEPTION_INT_OVERFLOW));
+        g_divisor = 0;
+        EXPECT_THAT(FaultOf([] { opaque(); }), IsFault(EXCEPTION_INT_DIVIDE_BY_ZERO));
+    }
+}
+#endif
+
+stack_t AlternateStack() {
+    stack_t current{};
+    sigaltstack(nullptr, &current);
+    return current;
+}
+
+TEST(StructuredExceptionsOnLinux, ThreadWithoutAlternateStackIsGivenOneUntilItEnds) {
+    stack_t during{};
+    std::jthread([&] {
+        const Translated translated;
+        during = AlternateStack();
+    }).join();
+    EXPECT_EQ(during.ss_flags & SS_DISABLE, 0);
+    unsigned char resident;
+    EXPECT_EQ(mincore(during.ss_sp, 4096, &resident), -1) << "still mapped";
+}
+
+TEST(StructuredExceptionsOnLinux, AlternateStackOfTheApplicationIsKept) {
+    std::jthread([] {
+        static char room[128 * 1024];
+        const stack_t before = AlternateStack();
+        stack_t own{};
+        own.ss_sp = room;
+        own.ss_size = sizeof room;
+        ASSERT_EQ(sigaltstack(&own, nullptr), 0);
+        {
+            const Translated translated;
+            EXPECT_EQ(AlternateStack().ss_sp, room);
+            EXPECT_TRUE(FaultOf([] { Divide(1, 0); }));
+        }
+        sigaltstack(&before, nullptr);
+    }).join();
+}
+
+TEST(StructuredExceptionsOnLinux, FaultIsTranslatedWithoutAnAlternateStack) {
+    const Translated translated;
+    stack_t before{}, none{};
+    none.ss_flags = SS_DISABLE;
+    ASSERT_EQ(sigaltstack(&none, &before), 0);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_THAT(FaultOf([] { Divide(1, 0); }), IsFault(EXCEPTION_INT_DIVIDE_BY_ZERO));
+    sigaltstack(&before, nullptr);
+}
+
+TEST(StructuredExceptionsOnLinux, FaultWithinASignalHandlerIsTranslatedThere) {
+    const Translated translated;
+    static std::optional<Fault> fault;
+    struct sigaction handler {
+    }, before;
+    handler.sa_handler = [](int) { fault = FaultOf([] { Divide(1, 0); }); };
+    handler.sa_flags = SA_ONSTACK;
+    sigaction(SIGUSR1, &handler, &before);
+    raise(SIGUSR1);
+    sigaction(SIGUSR1, &before, nullptr);
+    EXPECT_THAT(fault, IsFault(EXCEPTION_INT_DIVIDE_BY_ZERO));
+}
+
+// Every case runs in a process of its own, in which nobody set a translator before.
+class EarlierHandlersDeathTest : public testing::Test {
+  protected:
+    EarlierHandlersDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    // Installs the handler, then has the library install its own.
+    static void Install(void (*handler)(int), int flags = 0) {
+        struct sigaction action {};
+        action.sa_handler = handler;
+        action.sa_flags = flags;
+        sigaction(SIGSEGV, &action, nullptr);
+        const Translated first;
+    }
+    static void Install(void (*handler)(int, siginfo_t*, void*)) {
+        struct sigaction action {};
+        action.sa_sigaction = handler;
+        action.sa_flags = SA_SIGINFO;
+        sigaction(SIGSEGV, &action, nullptr);
+        const Translated first;
+    }
+    static bool IsBlocked(int signal) {
+        sigset_t blocked;
+        pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        return sigismember(&blocked, signal) == 1;
+    }
+
+    const Page noAccess{Page::Access::None};
+    static inline sigjmp_buf back;
+    static inline volatile std::sig_atomic_t calls = 0;
+    static inline void* volatile address = nullptr;
+};
+
+TEST_F(EarlierHandlersDeathTest, TakesTheFaultOfAThreadWithoutTranslatorAndMayJumpOut) {
+    const auto run = [&] {
+        Install([](int, siginfo_t* info, void*) {
+            address = info->si_addr;
+            siglongjmp(back, 1);
+        });
+        if (sigsetjmp(back, 0) == 0) Read(noAccess.At(1));
+        std::_Exit(address == noAccess.At(1) && IsBlocked(SIGSEGV) && !IsBlocked(SIGUSR1) ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), ExitedWithCode(0), "");
+}
+
+TEST_F(EarlierHandlersDeathTest, MayRepairTheFaultAndReturn) {
+    const auto run = [&] {
+        Install([](int, siginfo_t* info, void*) { mprotect(info->si_addr, 4096, PROT_READ); });
+        std::_Exit(Read(noAccess.At(0)));
+    };
+    EXPECT_EXIT(run(), ExitedWithCode(0), "");
+}
+
+TEST_F(EarlierHandlersDeathTest, TakesASentSignalThoughTheThreadHasATranslator) {
+    const auto run = [] {
+        Install([](int) { calls = calls + 1; });
+        const Translated translated;
+        kill(getpid(), SIGSEGV);
+        std::_Exit(calls == 1 && FaultOf([] { Divide(1, 0); }) ? 0 : 1);
+    };
+    EXPECT_EXIT(run(), ExitedWithCode(0), "");
+}
+
+TEST_F(EarlierHandlersDeathTest, ThatAskedForOneCallGetsOne) {
+    const auto run = [&] {
+        Install([](int) { [[maybe_unused]] const auto written = write(STDERR_FILENO, "called;", 7); },
+                static_cast<int>(SA_RESETHAND));
+        Read(noAccess.At(0));
+    };
+    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "^called;$");
+}
+
+TEST_F(EarlierHandlersDeathTest, ThatIgnoresTheSignalIgnoresSentOnesOnly) {
+    const auto run = [&] {
+        Install(SIG_IGN);
+        kill(getpid(), SIGSEGV);
+        [[maybe_unused]] const auto written = write(STDERR_FILENO, "alive;", 6);
+        Read(noAccess.At(0));
+    };
+    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "^alive;$");
+}
+
+TEST_F(EarlierHandlersDeathTest, BeingTheDefaultASentSignalKills) {
+    const auto run = [] {
+        const Translated translated;
+        kill(getpid(), SIGSEGV);
+    };
+    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "");
+}
+
+class UntranslatedDeathTest : public testing::Test {
+  protected:
+    UntranslatedDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+};
+
+TEST_F(UntranslatedDeathTest, FaultInTheAllocatorEndsTheProcessWithAReport) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the sanitizer's own allocator finds the bad pointer before the processor does";
+#endif
+    const auto run = [] {
+        const Translated translated;
+        static void (*volatile release)(void*) = std::free;
+        FaultOf([] { release(reinterpret_cast<void*>(16)); });
+    };
+    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "^TQLib: exception 0xc0000005 at .*C library");
+}
+
+[[gnu::noipa]] int RecurseWithoutEnd(int depth) {
+    volatile char room[512];
+    room[0] = 1;
+    return depth == INT_MAX ? 0 : RecurseWithoutEnd(depth + 1) + room[0];
+}
+
+TEST_F(UntranslatedDeathTest, StackOverflowEndsTheProcessWithAReport) {
+    const auto overflow = [] {
+        const Translated translated;
+        FaultOf([] { RecurseWithoutEnd(0); });
+    };
+    const auto overflowThread = [&] { std::jthread(overflow).join(); };
+    EXPECT_EXIT(overflow(), KilledBySignal(SIGSEGV), "^TQLib: exception 0xc0000005 at .*stack overflow");
+    EXPECT_EXIT(overflowThread(), KilledBySignal(SIGSEGV),
+                "^TQLib: exception 0xc0000005 at .*stack overflow");
+}
+
+}  // namespace
+}  // namespace Faults
