@@ -32,16 +32,22 @@ TQStringArray& TQStringArray::operator=(TQStringArray&& other) noexcept = defaul
 
 TQStringArray::~TQStringArray() = default;
 
-std::size_t TQStringArray::Count() const noexcept { return m_items.size(); }
+std::size_t TQStringArray::Count() const noexcept {
+    return m_items.size();
+}
 
-bool TQStringArray::IsEmpty() const noexcept { return m_items.empty(); }
+bool TQStringArray::IsEmpty() const noexcept {
+    return m_items.empty();
+}
 
 const TQString& TQStringArray::At(std::size_t position) const {
     if (position >= Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::At");
     return m_items[position];
 }
 
-const TQString& TQStringArray::operator[](std::size_t position) const { return At(position); }
+const TQString& TQStringArray::operator[](std::size_t position) const {
+    return At(position);
+}
 
 void TQStringArray::SetAt(std::size_t position, TQString element) {
     if (position >= Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::SetAt");
@@ -54,8 +60,9 @@ void TQStringArray::Add(TQString element) {
 
 void TQStringArray::Insert(std::size_t position, TQString element) {
     if (position > Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::Insert");
-    Translated(L"TQStringArray::Insert",
-               [&] { m_items.insert(m_items.begin() + static_cast<Difference>(position), std::move(element)); });
+    Translated(L"TQStringArray::Insert", [&] {
+        m_items.insert(m_items.begin() + static_cast<Difference>(position), std::move(element));
+    });
 }
 
 void TQStringArray::Remove(std::size_t position) {
@@ -63,7 +70,9 @@ void TQStringArray::Remove(std::size_t position) {
     m_items.erase(m_items.begin() + static_cast<Difference>(position));
 }
 
-void TQStringArray::Clear() noexcept { m_items.clear(); }
+void TQStringArray::Clear() noexcept {
+    m_items.clear();
+}
 
 std::size_t TQStringArray::Find(const TQString& element, std::size_t from) const noexcept {
     for (std::size_t i = from; i < Count(); ++i) {
@@ -79,7 +88,9 @@ std::size_t TQStringArray::FindNoCase(const TQString& element, std::size_t from)
     return NotFound;
 }
 
-void TQStringArray::Sort() noexcept { std::sort(m_items.begin(), m_items.end()); }
+void TQStringArray::Sort() noexcept {
+    std::sort(m_items.begin(), m_items.end());
+}
 
 TQString TQStringArray::Join(const TQString& separator) const {
     TQString result;
@@ -102,8 +113,12 @@ TQStringArray TQStringArray::Split(const TQString& text, const TQString& separat
     }
 }
 
-TQStringArray::const_iterator TQStringArray::begin() const noexcept { return m_items.begin(); }
+TQStringArray::const_iterator TQStringArray::begin() const noexcept {
+    return m_items.begin();
+}
 
-TQStringArray::const_iterator TQStringArray::end() const noexcept { return m_items.end(); }
+TQStringArray::const_iterator TQStringArray::end() const noexcept {
+    return m_items.end();
+}
 
 }  // namespace Quellan::Corvel

@@ -12,8 +12,9 @@ namespace Quellan::Corvel {
 
 // An ordered sequence of strings with value semantics.
 //
-// Failures: exhausted memory throws by `TQStdExceptions::ThrowMemAllocError`, more elements or characters than there
-// can be by `ThrowOverflowError`, a position outside of the array by `ThrowIndexError`; the array is unchanged then.
+// Failures: exhausted memory throws by `TQStdExceptions::ThrowMemAllocError`, more elements or characters
+// than there can be by `ThrowOverflowError`, a position outside of the array by `ThrowIndexError`; the array
+// is unchanged then.
 //
 // Threads: different arrays at will; one array from several threads as long as none changes it.
 class TQLIB_API TQStringArray {
@@ -57,15 +58,17 @@ class TQLIB_API TQStringArray {
 
     // The elements in their order with `separator` between each two.
     TQString Join(const TQString& separator) const;
-    // The pieces of `text` between its separators, each character of `separators` being one. Neighbouring separators
-    // have an empty piece between them; the empty text has no piece.
+    // The pieces of `text` between its separators, each character of `separators` being one. Neighbouring
+    // separators have an empty piece between them; the empty text has no piece.
     static TQStringArray Split(const TQString& text, const TQString& separators);
 
     // Iterators are valid until the array changes.
     const_iterator begin() const noexcept;
     const_iterator end() const noexcept;
 
-    friend bool operator==(const TQStringArray& a, const TQStringArray& b) noexcept { return a.m_items == b.m_items; }
+    friend bool operator==(const TQStringArray& a, const TQStringArray& b) noexcept {
+        return a.m_items == b.m_items;
+    }
     friend std::strong_ordering operator<=>(const TQStringArray& a, const TQStringArray& b) noexcept {
         return a.m_items <=> b.m_items;
     }
