@@ -24,7 +24,11 @@ void OpenSettings() {
     }
 }
 
-int ReadThrough(const volatile int* address) { return *address; }
+// The address is hidden from the compiler, which would see through the fault.
+int ReadThrough(std::uintptr_t address) {
+    const volatile std::uintptr_t hidden = address;
+    return *reinterpret_cast<const volatile int*>(hidden);
+}
 
 }  // namespace
 
@@ -37,7 +41,7 @@ int main() {
     }
     try {
         const _TQWin32Exception::Trap_SEH trap(L"exceptions");
-        ReadThrough(reinterpret_cast<const volatile int*>(8));
+        ReadThrough(8);
     } catch (const _TQWin32Exception& e) {
         Show(console, L"A fault of the processor:", e);
     }

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "TQTest_en.h"
+#include "TQTest.h"
 #include "core/TQException.h"
 #include "core/TQLib.h"
 #include "platform/Win32.h"

@@ -11,9 +11,10 @@ using Trap = _TQWin32Exception::Trap_SEH;
 
 namespace {
 
-const auto BadAddress = reinterpret_cast<volatile int*>(std::uintptr_t{16});
+// Hidden from the compiler, which would see through the fault.
+volatile std::uintptr_t g_badAddress = 16;
 
-[[gnu::noinline]] int Read(const volatile int* address) { return *address; }
+[[gnu::noinline]] int ReadBadAddress() { return *reinterpret_cast<const volatile int*>(g_badAddress); }
 
 struct Counter {
     explicit Counter(int& count) : m_count(count) {}
@@ -23,7 +24,7 @@ struct Counter {
 
 [[gnu::noinline]] int ReadBehindADestructor(int& count) {
     const Counter counter(count);
-    return Read(BadAddress) + 1;
+    return ReadBadAddress() + 1;
 }
 
 TEST(Trap, ThrowsAFaultWithItsRecord) {
@@ -70,10 +71,10 @@ TEST(Trap, IsFoundByItsThreadAndNests) {
             const Trap inner(L"inner");
             EXPECT_EQ(_TQWin32Exception::ThreadHandler(self), &inner);
             EXPECT_STREQ(inner.Name(), L"inner");
-            EXPECT_THROW(Read(BadAddress), _TQWin32Exception);
+            EXPECT_THROW(ReadBadAddress(), _TQWin32Exception);
         }
         EXPECT_EQ(_TQWin32Exception::ThreadHandler(self), &outer);
-        EXPECT_THROW(Read(BadAddress), _TQWin32Exception) << "the outer one still works";
+        EXPECT_THROW(ReadBadAddress(), _TQWin32Exception) << "the outer one still works";
         std::thread([&] {
             EXPECT_EQ(_TQWin32Exception::ThreadHandler(GetCurrentThreadId()), nullptr);
             const Trap other(L"other");
@@ -96,7 +97,7 @@ TEST(Trap, IsNotCaughtAsAFailureOfTheLibrary) {
     const Trap trap;
     bool isCoreException = false;
     try {
-        Read(BadAddress);
+        ReadBadAddress();
     } catch (const TQCoreException&) {
         isCoreException = true;
     } catch (const _TQWin32Exception&) {

@@ -1,6 +1,5 @@
-#include "platform/Win32.h"
-
 #include "PlatformTest.h"
+#include "platform/Win32.h"
 
 #include <algorithm>
 #include <array>
@@ -57,7 +56,9 @@ TEST(Environment, ExpandsVariablesAndLeavesTheRest) {
     EXPECT_EQ(ExpandEnvironmentStringsW(L"%TQLIB_TEST_VARIABLE%", nullptr, 0), 6u);
 }
 
-ULONGLONG Steps(const FILETIME& time) { return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime; }
+ULONGLONG Steps(const FILETIME& time) {
+    return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
 
 TEST(Clocks, Agree) {
     FILETIME before, after;
@@ -70,7 +71,8 @@ TEST(Clocks, Agree) {
     constexpr ULONGLONG StepsInDay = 864'000'000'000;
     EXPECT_GT(Steps(before) / StepsInDay, 154'497u);
     EXPECT_EQ(time.wDayOfWeek, (Steps(before) / StepsInDay + 1) % 7);
-    const auto ofDay = (time.wHour * 3600ull + time.wMinute * 60ull + time.wSecond) * 1000 + time.wMilliseconds;
+    const auto ofDay =
+        (time.wHour * 3600ull + time.wMinute * 60ull + time.wSecond) * 1000 + time.wMilliseconds;
     const ULONGLONG expected = Steps(before) % StepsInDay / 10'000;
     EXPECT_LE(ofDay - expected, (Steps(after) - Steps(before)) / 10'000 + 1);
 }

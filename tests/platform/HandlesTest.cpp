@@ -1,6 +1,5 @@
-#include "platform/Win32.h"
-
 #include "PlatformTest.h"
+#include "platform/Win32.h"
 
 #include <atomic>
 #include <set>
@@ -13,8 +12,8 @@ namespace {
 class Handles : public testing::Test {
   protected:
     HANDLE Open() const {
-        return CreateFileW(m_folder.Path().c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                           OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
+        return CreateFileW(m_folder.Path().c_str(), 0, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                           nullptr, OPEN_EXISTING, FILE_FLAG_BACKUP_SEMANTICS, nullptr);
     }
 
     static DWORD Use(HANDLE handle) {
@@ -60,7 +59,8 @@ TEST_F(Handles, AreClosedOnceByThreadsThatRace) {
     constexpr int Rounds = 2000;
     constexpr int Threads = 4;
     std::atomic<HANDLE> shared[8];
-    for (auto& handle : shared) handle = Open();
+    for (auto& handle : shared)
+        handle = Open();
     std::atomic<int> opened{8}, closed{0}, wrong{0};
     std::vector<std::thread> threads;
     for (int t = 0; t < Threads; ++t)
@@ -77,7 +77,8 @@ TEST_F(Handles, AreClosedOnceByThreadsThatRace) {
                 ++opened;
             }
         });
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads)
+        thread.join();
     // A thread may have replaced a handle that another one had just put there: those stay open until here.
     for (auto& handle : shared)
         if (CloseHandle(handle)) ++closed;

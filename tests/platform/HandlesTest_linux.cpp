@@ -1,6 +1,5 @@
-#include "platform/Win32.h"
-
 #include "PlatformTest.h"
+#include "platform/Win32.h"
 
 #include <cstdint>
 #include <random>
@@ -30,7 +29,8 @@ TEST(HandleTable, TakesNoGarbageForAHandle) {
     for (int i = 0; i < 200'000; ++i) {
         // Any number, and numbers that differ from a handle in one bit.
         const std::uint64_t value = i % 2 ? random() : bits ^ std::uint64_t{1} << random() % 64;
-        ASSERT_EQ(CodeOf(CloseHandle(reinterpret_cast<HANDLE>(value))), ERROR_INVALID_HANDLE) << std::hex << value;
+        ASSERT_EQ(CodeOf(CloseHandle(reinterpret_cast<HANDLE>(value))), ERROR_INVALID_HANDLE)
+            << std::hex << value;
     }
     EXPECT_EQ(CodeOf(CloseHandle(open)), 0u);
 }

@@ -1,6 +1,5 @@
-#include "platform/Win32.h"
-
 #include "PlatformTest.h"
+#include "platform/Win32.h"
 
 #include <array>
 #include <iterator>
@@ -20,9 +19,12 @@ TEST(Locales, AreKnownByNumberAndName) {
         const wchar_t* name;
         const wchar_t* language;
         const wchar_t* country;
-    } cases[] = {{0x0409, L"en-US", L"English", L"United States"}, {0x0407, L"de-DE", L"German", L"Germany"},
-                 {0x0C07, L"de-AT", L"German", L"Austria"},        {0x0411, L"ja-JP", L"Japanese", L"Japan"},
-                 {0x0416, L"pt-BR", L"Portuguese", L"Brazil"},     {0x0C0A, L"es-ES", L"Spanish", L"Spain"},
+    } cases[] = {{0x0409, L"en-US", L"English", L"United States"},
+                 {0x0407, L"de-DE", L"German", L"Germany"},
+                 {0x0C07, L"de-AT", L"German", L"Austria"},
+                 {0x0411, L"ja-JP", L"Japanese", L"Japan"},
+                 {0x0416, L"pt-BR", L"Portuguese", L"Brazil"},
+                 {0x0C0A, L"es-ES", L"Spanish", L"Spain"},
                  {0x281A, L"sr-Cyrl-RS", L"Serbian (Cyrillic)", L"Serbia"},
                  {0x0804, L"zh-CN", L"Chinese (Simplified)", L"China"}};
     for (const auto& [id, name, language, country] : cases) {
@@ -102,7 +104,8 @@ TEST(CodePages, FollowTheRulesOfArguments) {
     EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 4)), invalid);
     EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, wide, -1)), invalid);
     EXPECT_EQ(CodeOf(MultiByteToWideChar(12345, 0, "abc", 3, wide, 4)), invalid);
-    EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "abc", 3, wide, 4)), DWORD{ERROR_INVALID_FLAGS});
+    EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "abc", 3, wide, 4)),
+              DWORD{ERROR_INVALID_FLAGS});
     char bytes[4];
     EXPECT_EQ(CodeOf(WideCharToMultiByte(CP_UTF8, 0, L"abc", 3, bytes, 4, "?", nullptr)), invalid);
 }
@@ -116,7 +119,8 @@ TEST(Comparison, IsThatOfUtf16Units) {
     EXPECT_EQ(compare(L"ab", L"abc", true), CSTR_LESS_THAN);
     EXPECT_EQ(compare(L"_", L"a", true), CSTR_GREATER_THAN);  // upper case counts, and '_' stands after it
     EXPECT_EQ(compare(L"\U0001F600", L"\uFF21", false), CSTR_LESS_THAN);
-    EXPECT_EQ(compare(L"\u0131", L"I", true), CSTR_GREATER_THAN);  // no letter outside of ASCII becomes one inside
+    EXPECT_EQ(compare(L"\u0131", L"I", true),
+              CSTR_GREATER_THAN);  // no letter outside of ASCII becomes one inside
     EXPECT_EQ(CompareStringOrdinal(L"abX", 2, L"abY", 2, FALSE), CSTR_EQUAL);
     EXPECT_EQ(CodeOf(CompareStringOrdinal(nullptr, -1, L"a", -1, FALSE)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(CompareStringOrdinal(L"a", -2, L"a", -1, FALSE)), DWORD{ERROR_INVALID_PARAMETER});

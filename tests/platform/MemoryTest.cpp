@@ -1,6 +1,5 @@
-#include "platform/Win32.h"
-
 #include "PlatformTest.h"
+#include "platform/Win32.h"
 
 #include <algorithm>
 #include <cstring>
@@ -12,7 +11,8 @@ namespace {
 constexpr SIZE_T PageSize = 0x1000;
 
 bool IsZero(const void* memory, SIZE_T size) {
-    return std::ranges::all_of(std::span(static_cast<const char*>(memory), size), [](char c) { return c == 0; });
+    return std::ranges::all_of(std::span(static_cast<const char*>(memory), size),
+                               [](char c) { return c == 0; });
 }
 
 // Pages that end with the test.
@@ -112,8 +112,10 @@ TEST(Pages, RefuseWhatCannotBe) {
     const Pages pages(2);
     EXPECT_EQ(CodeOf(VirtualAlloc(nullptr, 0, MEM_COMMIT, PAGE_READWRITE)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(VirtualAlloc(nullptr, 1, MEM_COMMIT, 0x80000)), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(CodeOf(VirtualAlloc(pages.At(0), 1, MEM_RESERVE, PAGE_READWRITE)), DWORD{ERROR_INVALID_ADDRESS});
-    EXPECT_EQ(CodeOf(VirtualAlloc(pages.At(0), 0x20000, MEM_COMMIT, PAGE_READWRITE)), DWORD{ERROR_INVALID_ADDRESS});
+    EXPECT_EQ(CodeOf(VirtualAlloc(pages.At(0), 1, MEM_RESERVE, PAGE_READWRITE)),
+              DWORD{ERROR_INVALID_ADDRESS});
+    EXPECT_EQ(CodeOf(VirtualAlloc(pages.At(0), 0x20000, MEM_COMMIT, PAGE_READWRITE)),
+              DWORD{ERROR_INVALID_ADDRESS});
     EXPECT_EQ(CodeOf(VirtualFree(pages.At(0), PageSize, MEM_RELEASE)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(VirtualProtect(pages.At(0), 1, PAGE_READONLY, nullptr)), DWORD{ERROR_NOACCESS});
 }

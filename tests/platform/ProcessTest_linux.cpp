@@ -1,6 +1,5 @@
-#include "platform/Win32.h"
-
 #include "PlatformTest.h"
+#include "platform/Win32.h"
 
 #include <fstream>
 #include <iterator>
@@ -38,7 +37,9 @@ TEST_F(DebugOutput, GoesToTheFileOfTheVariableInOrder) {
     OutputDebugStringW(L"first\n");
     OutputDebugStringW(L"s\u00E9cond\n");
     EXPECT_EQ(GetLastError(), 77u);
-    EXPECT_EQ(Written(), "first\ns\xC3\xA9""cond\n");
+    EXPECT_EQ(Written(),
+              "first\ns\xC3\xA9"
+              "cond\n");
 }
 
 TEST_F(DebugOutput, GoesNowhereWithoutTheVariable) {

@@ -11,7 +11,8 @@ namespace {
 // A code point in the platform's wide form.
 std::wstring Wide(char32_t code) {
     if (sizeof(wchar_t) > 2 || code <= 0xFFFF) return {static_cast<wchar_t>(code)};
-    return {static_cast<wchar_t>(0xD800 + ((code - 0x10000) >> 10)), static_cast<wchar_t>(0xDC00 + (code & 0x3FF))};
+    return {static_cast<wchar_t>(0xD800 + ((code - 0x10000) >> 10)),
+            static_cast<wchar_t>(0xDC00 + (code & 0x3FF))};
 }
 
 // Both conversions with guards behind the result, so that a converter that writes too much is found.
@@ -35,9 +36,15 @@ TEST(Utf, ConvertsTheFirstAndTheLastCharacterOfEachLength) {
     const struct {
         char32_t code;
         std::string_view bytes;
-    } cases[] = {{0x01, "\x01"},           {0x7F, "\x7F"},           {0x80, "\xC2\x80"},
-                 {0x7FF, "\xDF\xBF"},      {0x800, "\xE0\xA0\x80"},  {0xD7FF, "\xED\x9F\xBF"},
-                 {0xE000, "\xEE\x80\x80"}, {0xFFFF, "\xEF\xBF\xBF"}, {0x10000, "\xF0\x90\x80\x80"},
+    } cases[] = {{0x01, "\x01"},
+                 {0x7F, "\x7F"},
+                 {0x80, "\xC2\x80"},
+                 {0x7FF, "\xDF\xBF"},
+                 {0x800, "\xE0\xA0\x80"},
+                 {0xD7FF, "\xED\x9F\xBF"},
+                 {0xE000, "\xEE\x80\x80"},
+                 {0xFFFF, "\xEF\xBF\xBF"},
+                 {0x10000, "\xF0\x90\x80\x80"},
                  {0x10FFFF, "\xF4\x8F\xBF\xBF"}};
     for (const auto& [code, bytes] : cases) {
         EXPECT_EQ(ToWide(bytes), Wide(code)) << std::hex << static_cast<unsigned>(code);
@@ -67,7 +74,8 @@ TEST(Utf, ReplacesInvalidBytesByTheirMaximalParts) {
                  {"\xF1\x80\x80\xE1\x80\xC2", 3}};
     for (const auto& [bytes, replacements] : cases) {
         const std::string text = "a" + std::string(bytes) + "b";
-        EXPECT_EQ(ToWide(text), L"a" + std::wstring(replacements, L'\xFFFD') + L"b") << testing::PrintToString(bytes);
+        EXPECT_EQ(ToWide(text), L"a" + std::wstring(replacements, L'\xFFFD') + L"b")
+            << testing::PrintToString(bytes);
         EXPECT_FALSE(IsValidText(text));
     }
     EXPECT_TRUE(IsValidText("\xEF\xBF\xBD"));
@@ -94,7 +102,8 @@ TEST(Utf, ConvertsOtherCharactersAtEveryPlaceOfLongText) {
         const std::string bytes = ToUtf8(wide);
         for (std::size_t before = 0; before <= Longest; ++before) {
             std::string text;
-            for (std::size_t i = 0; i < Longest; ++i) text += static_cast<char>('!' + i % 90);
+            for (std::size_t i = 0; i < Longest; ++i)
+                text += static_cast<char>('!' + i % 90);
             const std::wstring expected = std::wstring(text.begin(), text.end()).insert(before, wide);
             text.insert(before, bytes);
             ASSERT_EQ(ToWide(text), expected) << before;
