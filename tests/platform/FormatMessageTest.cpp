@@ -1,3 +1,4 @@
+#include "PlatformMessages.h"
 #include "platform/Win32.h"
 
 #include <algorithm>
@@ -7,8 +8,6 @@
 #include <initializer_list>
 #include <sstream>
 #include <string>
-
-#include "PlatformMessages.h"
 
 namespace {
 
@@ -36,7 +35,9 @@ std::wstring Format(DWORD flags, const void* source, DWORD id, DWORD language, v
 
 class Arguments {
   public:
-    Arguments(std::initializer_list<ULONG_PTR> values) { std::copy(values.begin(), values.end(), m_values.begin()); }
+    Arguments(std::initializer_list<ULONG_PTR> values) {
+        std::copy(values.begin(), values.end(), m_values.begin());
+    }
     va_list* Array() { return reinterpret_cast<va_list*>(m_values.data()); }
 
   private:
@@ -49,7 +50,8 @@ ULONG_PTR Text(const Character* text) {
 }
 
 std::wstring Expand(const wchar_t* format, Arguments arguments, DWORD flags = 0) {
-    return Format(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY | flags, format, 0, 0, arguments.Array());
+    return Format(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY | flags, format, 0, 0,
+                  arguments.Array());
 }
 
 std::wstring Plain(const wchar_t* format, DWORD flags = 0) {
@@ -67,15 +69,18 @@ std::wstring ExpandVariable(const wchar_t* format, ...) {
 }  // namespace
 
 TEST(FormatMessage, InsertsTakeTheirArgumentByNumber) {
-    EXPECT_EQ(Expand(L"%2!s! before %1, %2 again", {Text(L"one"), Text(L"two")}), L"two before one, two again");
-    EXPECT_EQ(Expand(L"%10 %11 %100", {1, 2, 3, 4, 5, 6, 7, 8, 9, Text(L"ten"), Text(L"eleven")}), L"ten eleven ten0");
+    EXPECT_EQ(Expand(L"%2!s! before %1, %2 again", {Text(L"one"), Text(L"two")}),
+              L"two before one, two again");
+    EXPECT_EQ(Expand(L"%10 %11 %100", {1, 2, 3, 4, 5, 6, 7, 8, 9, Text(L"ten"), Text(L"eleven")}),
+              L"ten eleven ten0");
 }
 
 TEST(FormatMessage, TextInsertsKeepWidthPrecisionAndKind) {
     const ULONG_PTR wide = Text(L"wide");
     const ULONG_PTR narrow = Text("narrow");
     EXPECT_EQ(Expand(L"[%1!6s!][%1!-6s!][%1!.2s!]", {wide}), L"[  wide][wide  ][wi]");
-    EXPECT_EQ(Expand(L"[%1!ws!][%1!ls!][%2!hs!][%2!S!][%2!.3S!]", {wide, narrow}), L"[wide][wide][narrow][narrow][nar]");
+    EXPECT_EQ(Expand(L"[%1!ws!][%1!ls!][%2!hs!][%2!S!][%2!.3S!]", {wide, narrow}),
+              L"[wide][wide][narrow][narrow][nar]");
     EXPECT_EQ(Expand(L"%1!c!%2!C!%3!hc!", {L'a', 'b', 'c'}), L"abc");
     EXPECT_EQ(Expand(L"%1 %2!hs!", {0, 0}), L"(null) (null)");
 }
@@ -88,15 +93,19 @@ TEST(FormatMessage, ATextWithPrecisionNeedNoTerminator) {
 TEST(FormatMessage, NumbersHaveThePlatformsSizesAndFlags) {
     const ULONG_PTR minusFive = static_cast<ULONG_PTR>(-5LL);
     EXPECT_EQ(Expand(L"%1!d! %1!i! %1!ld! %1!I64d! %1!lld! %1!hd!", {minusFive}), L"-5 -5 -5 -5 -5 -5");
-    EXPECT_EQ(Expand(L"%1!u! %1!lu! %1!hu! %1!I64u!", {minusFive}), L"4294967291 4294967291 65531 18446744073709551611");
-    EXPECT_EQ(Expand(L"%1!x! %1!X! %1!#x! %1!o! %1!#o! %1!08x!", {0xABC}), L"abc ABC 0xabc 5274 05274 00000abc");
+    EXPECT_EQ(Expand(L"%1!u! %1!lu! %1!hu! %1!I64u!", {minusFive}),
+              L"4294967291 4294967291 65531 18446744073709551611");
+    EXPECT_EQ(Expand(L"%1!x! %1!X! %1!#x! %1!o! %1!#o! %1!08x!", {0xABC}),
+              L"abc ABC 0xabc 5274 05274 00000abc");
     EXPECT_EQ(Expand(L"%1!I64x! %1!p!", {0x123456789ABC}), L"123456789abc 0000123456789ABC");
-    EXPECT_EQ(Expand(L"[%1!+d!][%1! d!][%1!5d!][%1!-5d!][%1!05d!][%1!.4d!][%1!6.4d!]", {42}), L"[+42][ 42][   42][42   ][00042][0042][  0042]");
+    EXPECT_EQ(Expand(L"[%1!+d!][%1! d!][%1!5d!][%1!-5d!][%1!05d!][%1!.4d!][%1!6.4d!]", {42}),
+              L"[+42][ 42][   42][42   ][00042][0042][  0042]");
     EXPECT_EQ(Expand(L"[%1!05d!][%1!.0d!][%2!.0d!]", {minusFive, 0}), L"[-0005][-5][]");
 }
 
 TEST(FormatMessage, AsterisksTakeTheArgumentsBeforeTheValue) {
-    EXPECT_EQ(Expand(L"%1!*.*s! %4 %5!*s!", {4, 2, Text(L"Bill"), Text(L"Bob"), 6, Text(L"Bill")}), L"  Bi Bob   Bill");
+    EXPECT_EQ(Expand(L"%1!*.*s! %4 %5!*s!", {4, 2, Text(L"Bill"), Text(L"Bob"), 6, Text(L"Bill")}),
+              L"  Bi Bob   Bill");
     EXPECT_EQ(Expand(L"[%1!*d!]", {static_cast<ULONG_PTR>(-4LL), 7}), L"[7   ]");
 }
 
@@ -123,7 +132,8 @@ TEST(FormatMessage, AWidthBreaksLinesBetweenWords) {
     std::wstring words = text;
     words.erase(std::remove(words.begin(), words.end(), L'\r'), words.end());
     std::wistringstream lines(words);
-    for (std::wstring line; std::getline(lines, line);) EXPECT_LE(line.size(), Width) << "in one of the lines";
+    for (std::wstring line; std::getline(lines, line);)
+        EXPECT_LE(line.size(), Width) << "in one of the lines";
     std::replace(words.begin(), words.end(), L'\n', L' ');
     EXPECT_EQ(words, L"The quick brown fox jumps over the lazy dog.");
 }
@@ -173,8 +183,8 @@ TEST(FormatMessage, AFailureLeavesNoAllocatedBuffer) {
     wchar_t placeholder = 0;
     wchar_t* buffer = &placeholder;
     SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, UnknownMessage, 0,
-                             reinterpret_cast<wchar_t*>(&buffer), 0, nullptr),
+    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr,
+                             UnknownMessage, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr),
               0u);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_MR_MID_NOT_FOUND});
     EXPECT_EQ(buffer, nullptr);
@@ -182,14 +192,17 @@ TEST(FormatMessage, AFailureLeavesNoAllocatedBuffer) {
 
 TEST(FormatMessage, SystemTextsAnswerWin32CodesAndTheSameAsHResults) {
     const auto text = [](DWORD code, DWORD flags = 0) {
-        return Format(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | flags, nullptr, code, 0, nullptr);
+        return Format(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | flags, nullptr, code, 0,
+                      nullptr);
     };
     const std::wstring denied = text(ERROR_ACCESS_DENIED);
     EXPECT_TRUE(denied.ends_with(L".\r\n")) << "has " << denied.size() << " characters";
     EXPECT_EQ(text(static_cast<DWORD>(E_ACCESSDENIED)), denied);
-    EXPECT_EQ(text(ERROR_ACCESS_DENIED, FORMAT_MESSAGE_MAX_WIDTH_MASK), denied.substr(0, denied.size() - 2) + L" ");
+    EXPECT_EQ(text(ERROR_ACCESS_DENIED, FORMAT_MESSAGE_MAX_WIDTH_MASK),
+              denied.substr(0, denied.size() - 2) + L" ");
     EXPECT_NE(text(ERROR_BAD_EXE_FORMAT).find(L"%1"), std::wstring::npos);
-    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, ERROR_BAD_EXE_FORMAT, 0, nullptr), Failed(ERROR_INVALID_PARAMETER));
+    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, ERROR_BAD_EXE_FORMAT, 0, nullptr),
+              Failed(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(text(UnknownMessage), Failed(ERROR_MR_MID_NOT_FOUND));
 }
 
@@ -202,7 +215,8 @@ class ModuleMessages : public testing::Test {
     void TearDown() override { EXPECT_TRUE(FreeLibrary(m_module)); }
 
     std::wstring Text(DWORD id, DWORD language, DWORD flags = 0) const {
-        return Format(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS | flags, m_module, id, language, nullptr);
+        return Format(FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS | flags, m_module, id,
+                      language, nullptr);
     }
 
   private:
@@ -231,10 +245,12 @@ TEST_F(ModuleMessages, GiveWayToTheSystemsOwnWhenUnknown) {
 TEST_F(ModuleMessages, AreFoundInAModuleLoadedAsCode) {
     const HMODULE module = LoadLibraryW(L"platform_messages.dll");
     ASSERT_NE(module, nullptr) << GetLastError();
-    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, module, MSG_ENGLISH_ONLY, English, nullptr), L"In English alone.\r\n");
+    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, module, MSG_ENGLISH_ONLY, English, nullptr),
+              L"In English alone.\r\n");
     EXPECT_TRUE(FreeLibrary(module));
 }
 
 TEST(FormatMessage, AModuleWithoutMessagesHasNone) {
-    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 1, 0, nullptr), Failed(ERROR_RESOURCE_DATA_NOT_FOUND));
+    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 1, 0, nullptr),
+              Failed(ERROR_RESOURCE_DATA_NOT_FOUND));
 }

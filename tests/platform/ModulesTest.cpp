@@ -103,16 +103,18 @@ TEST(Modules, AMissingOneIsToldFromOneOfAWrongFormat) {
     EXPECT_EQ(FailureOf([&] { return LoadLibraryW(text.Name().c_str()); }), DWORD{ERROR_BAD_EXE_FORMAT});
     EXPECT_EQ(FailureOf([] { return LoadLibraryExW(MissingModule, nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
               DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(FailureOf([&] { return LoadLibraryExW(text.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
-              DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(
+        FailureOf([&] { return LoadLibraryExW(text.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
+        DWORD{ERROR_BAD_EXE_FORMAT});
     EXPECT_EQ(FailureOf([] { return LoadLibraryW(nullptr); }), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 TEST(Modules, AnEmptyFileIsNone) {
     const TextFile empty("");
     EXPECT_EQ(FailureOf([&] { return LoadLibraryW(empty.Name().c_str()); }), DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(FailureOf([&] { return LoadLibraryExW(empty.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
-              DWORD{ERROR_FILE_INVALID});
+    EXPECT_EQ(
+        FailureOf([&] { return LoadLibraryExW(empty.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
+        DWORD{ERROR_FILE_INVALID});
 }
 
 TEST(Modules, OnlyTheCodeOfModulesLoadedAsCodeRuns) {
@@ -122,7 +124,8 @@ TEST(Modules, OnlyTheCodeOfModulesLoadedAsCodeRuns) {
         ASSERT_NE(data, nullptr) << GetLastError() << " with flags " << flags;
         EXPECT_EQ(std::get_new_handler(), nullptr);
         EXPECT_FALSE(IsLoaded(CodeModule));
-        EXPECT_EQ(FailureOf([&] { return GetProcAddress(data, "CodeModuleAnswer"); }), DWORD{ERROR_MOD_NOT_FOUND});
+        EXPECT_EQ(FailureOf([&] { return GetProcAddress(data, "CodeModuleAnswer"); }),
+                  DWORD{ERROR_MOD_NOT_FOUND});
         EXPECT_TRUE(FreeLibrary(data));
     }
     const HMODULE code = LoadLibraryW(CodeModule);
@@ -136,8 +139,11 @@ TEST(Modules, AWrongHandleIsRecognised) {
         EXPECT_EQ(FailureOf([&] { return FreeLibrary(wrong); }), DWORD{ERROR_MOD_NOT_FOUND});
         EXPECT_EQ(FailureOf([&] { return GetModuleFileNameW(wrong, buffer.data(), buffer.size()); }),
                   DWORD{ERROR_MOD_NOT_FOUND});
-        EXPECT_EQ(FailureOf([&] { return GetProcAddress(wrong, "CodeModuleAnswer"); }), DWORD{ERROR_MOD_NOT_FOUND});
-        EXPECT_EQ(FailureOf([&] { return GetModuleBaseNameW(GetCurrentProcess(), wrong, buffer.data(), buffer.size()); }),
+        EXPECT_EQ(FailureOf([&] { return GetProcAddress(wrong, "CodeModuleAnswer"); }),
+                  DWORD{ERROR_MOD_NOT_FOUND});
+        EXPECT_EQ(FailureOf([&] {
+                      return GetModuleBaseNameW(GetCurrentProcess(), wrong, buffer.data(), buffer.size());
+                  }),
                   DWORD{ERROR_INVALID_HANDLE});
     }
     EXPECT_EQ(FailureOf([] { return FreeLibrary(nullptr); }), DWORD{ERROR_INVALID_HANDLE});
@@ -163,7 +169,8 @@ TEST(Modules, AHandleFoundOtherwiseKeepsTheModuleLoaded) {
 }
 
 TEST(Modules, AnAddressBelongsToTheModuleThatHoldsIt) {
-    constexpr DWORD Flags = GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
+    constexpr DWORD Flags =
+        GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     const auto owner = [](const void* address) {
         HMODULE found = nullptr;
         GetModuleHandleExW(Flags, static_cast<const wchar_t*>(address), &found);
@@ -182,10 +189,14 @@ TEST(Modules, AnAddressBelongsToTheModuleThatHoldsIt) {
 TEST(Modules, WrongFlagsAndPointersOfASearchAreRefused) {
     constexpr DWORD Pin = GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
     HMODULE found = GetModuleHandleW(nullptr);
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(Pin, nullptr, &found); }), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0x100, nullptr, &found); }), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0, nullptr, nullptr); }), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0, MissingModule, &found); }), DWORD{ERROR_MOD_NOT_FOUND});
+    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(Pin, nullptr, &found); }),
+              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0x100, nullptr, &found); }),
+              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0, nullptr, nullptr); }),
+              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0, MissingModule, &found); }),
+              DWORD{ERROR_MOD_NOT_FOUND});
     EXPECT_EQ(found, nullptr);
 }
 
@@ -198,7 +209,8 @@ TEST(Modules, AFileNameIsCutToItsBuffer) {
     EXPECT_EQ(GetModuleFileNameW(nullptr, buffer.data(), size), size);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
     EXPECT_EQ(std::wstring(buffer.data()), whole.substr(0, size - 1));
-    EXPECT_EQ(FailureOf([&] { return GetModuleFileNameW(nullptr, buffer.data(), 0); }), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(FailureOf([&] { return GetModuleFileNameW(nullptr, buffer.data(), 0); }),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
 TEST(Modules, AreEnumeratedWithTheExecutableFirst) {
@@ -209,7 +221,8 @@ TEST(Modules, AreEnumeratedWithTheExecutableFirst) {
     const auto end = modules.begin() + needed / sizeof(HMODULE);
     EXPECT_EQ(modules.front(), GetModuleHandleW(nullptr));
     EXPECT_EQ(std::count(modules.begin(), end, module), 1);
-    EXPECT_TRUE(std::any_of(modules.begin(), end, [](HMODULE m) { return BaseName(m).find(L"TQLib") != std::wstring::npos; }));
+    EXPECT_TRUE(std::any_of(modules.begin(), end,
+                            [](HMODULE m) { return BaseName(m).find(L"TQLib") != std::wstring::npos; }));
     EXPECT_TRUE(FreeLibrary(module));
 }
 
@@ -222,7 +235,9 @@ TEST(Modules, AnEnumerationTellsHowMuchItNeeds) {
     const HANDLE wrong = reinterpret_cast<HANDLE>(ULONG_PTR{0x4444});
     EXPECT_EQ(FailureOf([&] { return EnumProcessModules(wrong, modules.data(), sizeof modules, &needed); }),
               DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_EQ(FailureOf([&] { return EnumProcessModules(GetCurrentProcess(), modules.data(), sizeof modules, nullptr); }),
+    EXPECT_EQ(FailureOf([&] {
+                  return EnumProcessModules(GetCurrentProcess(), modules.data(), sizeof modules, nullptr);
+              }),
               DWORD{ERROR_NOACCESS});
 }
 

@@ -11,7 +11,8 @@ namespace {
 
 std::wstring Names(DWORD code) {
     std::wstring names;
-    for (const SystemCode& found : SystemCodesOf(code)) names += std::wstring(found.name) + L' ';
+    for (const SystemCode& found : SystemCodesOf(code))
+        names += std::wstring(found.name) + L' ';
     return names;
 }
 
@@ -37,6 +38,7 @@ TEST(SystemCodes, HaveEveryNameOfANumber) {
 
 TEST(SystemCodes, HaveNamesThatOccurOnce) {
     std::set<std::wstring_view> names;
-    for (const SystemCode& known : SystemCodes()) EXPECT_TRUE(names.insert(known.name).second) << known.code;
+    for (const SystemCode& known : SystemCodes())
+        EXPECT_TRUE(names.insert(known.name).second) << known.code;
     EXPECT_GT(names.size(), 1000u);
 }

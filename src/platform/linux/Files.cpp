@@ -533,3 +533,21 @@ BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept {
         *mode = ENABLE_PROCESSED_OUTPUT;
     return TRUE;
 }
+
+BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written, void* reserved) noexcept {
+    DWORD mode = 0;
+    if (reserved) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (!GetConsoleMode(console, &mode)) return FALSE;
+    try {
+        const std::string bytes = ToUtf8({static_cast<const wchar_t*>(text), length});
+        for (std::size_t done = 0; done < bytes.size();) {
+            DWORD part = 0;
+            if (!WriteFile(console, bytes.data() + done, static_cast<DWORD>(bytes.size() - done), &part, nullptr)) return FALSE;
+            done += part;
+        }
+    } catch (const std::bad_alloc&) {
+        return Fail(ERROR_NOT_ENOUGH_MEMORY, FALSE);
+    }
+    if (written) *written = length;
+    return TRUE;
+}
