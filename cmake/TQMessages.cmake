@@ -1,6 +1,6 @@
 # tq_add_messages(NAME FILE LANGUAGE...): builds the message module NAME, which holds the texts of the message file FILE in
-# those of its languages and no code: NAME.dll on Windows, NAME.so on Linux, in ${CMAKE_BINARY_DIR}/bin. Linking NAME_ids
-# gives the header with the message identifiers, named as FILE with the extension .h.
+# those of its languages and no code: NAME.dll on Windows, NAME.so on Linux, in ${CMAKE_BINARY_DIR}/bin. The header with the
+# message identifiers, named as FILE with the extension .h, is made with it and lies in its INTERFACE_INCLUDE_DIRECTORIES.
 #
 # On Linux the message compiler is the target tqmc of this tree, or the program that TQLib_tqmc names.
 function(tq_add_messages name file)
@@ -45,8 +45,5 @@ function(tq_add_messages name file)
         add_library(${name} MODULE ${folder}/${name}.cpp)
     endif()
     set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
-    add_custom_target(${name}_header DEPENDS ${header})
-    add_library(${name}_ids INTERFACE)
-    add_dependencies(${name}_ids ${name}_header)
-    target_include_directories(${name}_ids SYSTEM INTERFACE $<BUILD_INTERFACE:${folder}>)
+    target_include_directories(${name} INTERFACE ${folder})
 endfunction()

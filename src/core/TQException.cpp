@@ -57,7 +57,13 @@ TQCoreException& TQCoreException::operator=(const TQCoreException& other) {
 
 TQCoreException::~TQCoreException() = default;
 
-TQCoreException* TQCoreException::AllocCopy() const { return new TQCoreException(*this); }
+TQCoreException* TQCoreException::AllocCopy() const {
+    try {
+        return new TQCoreException(*this);
+    } catch (const std::bad_alloc&) {
+        TQException::ThrowReserved();
+    }
+}
 
 void TQCoreException::LogEvent(const wchar_t* where, const wchar_t* source, DWORD eventId, WORD category) const noexcept {
     if (m_isEventLogged || m_isDontLog) return;

@@ -1,6 +1,8 @@
 // The exceptions that the library throws and applications catch.
 #pragma once
 
+#include <new>
+
 #include "core/TQEventLog.h"
 #include "core/TQObject.h"
 #include "core/TQWin32Exception.h"
@@ -69,7 +71,7 @@ class _TQExceptionKind : public TQCoreException {
   public:
     using TQCoreException::TQCoreException;
 
-    TQCoreException* AllocCopy() const override { return new Kind(static_cast<const Kind&>(*this)); }
+    TQCoreException* AllocCopy() const override;
 
     // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it is.
     const Kind* Inner() const noexcept { return dynamic_cast<const Kind*>(TQCoreException::Inner()); }
@@ -99,6 +101,15 @@ class TQLIB_API TQException : public _TQExceptionKind<TQException> {
     // It needs no memory but the thrown object's own, which the C++ runtime keeps in reserve.
     [[noreturn]] static void ThrowReserved();
 };
+
+template <class Kind>
+TQCoreException* _TQExceptionKind<Kind>::AllocCopy() const {
+    try {
+        return new Kind(static_cast<const Kind&>(*this));
+    } catch (const std::bad_alloc&) {
+        TQException::ThrowReserved();
+    }
+}
 
 // A failure that the operating system reported.
 class TQLIB_API TQSysException : public _TQExceptionKind<TQSysException> {

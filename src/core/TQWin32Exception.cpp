@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <mutex>
+#include <new>
 #include <string_view>
 
 #include "core/TQEventLog.h"
@@ -76,6 +77,16 @@ const wchar_t* InPageErrorKind(std::uintptr_t access) {
     return access == 0 ? L"Read " : access == 1 ? L"Write " : access == 8 ? L"DEP " : L"";
 }
 
+// A new T, or the exception kept in reserve where memory is exhausted.
+template <class T, class... Args>
+T* New(const Args&... args) {
+    try {
+        return new T(args...);
+    } catch (const std::bad_alloc&) {
+        TQException::ThrowReserved();
+    }
+}
+
 // All living traps; a thread's newest comes first. No allocation: a trap may be made where memory is short.
 std::mutex g_trapLock;
 _TQWin32Exception::Trap_SEH* g_traps = nullptr;
@@ -136,8 +147,8 @@ _TQExceptionBase<T>::_TQExceptionBase(const _TQExceptionBase& other)
       m_resource(other.m_resource),
       m_action(other.m_action),
       m_record(other.m_record) {
-    if (other.m_cache) m_cache.reset(new MessageCache(*other.m_cache));
-    if (other.m_files) m_files.reset(new TQStringArray(*other.m_files));
+    if (other.m_cache) m_cache.reset(New<MessageCache>(*other.m_cache));
+    if (other.m_files) m_files.reset(New<TQStringArray>(*other.m_files));
     if (other.m_inner) m_inner.reset(other.m_inner->AllocCopy());
 }
 
@@ -147,8 +158,8 @@ _TQExceptionBase<T>& _TQExceptionBase<T>::operator=(const _TQExceptionBase& othe
     // All that may fail is done before anything changes.
     ExceptionText text(other.m_text);
     STLString action(other.m_action);
-    std::unique_ptr<MessageCache> cache(other.m_cache ? new MessageCache(*other.m_cache) : nullptr);
-    std::unique_ptr<TQStringArray> files(other.m_files ? new TQStringArray(*other.m_files) : nullptr);
+    std::unique_ptr<MessageCache> cache(other.m_cache ? New<MessageCache>(*other.m_cache) : nullptr);
+    std::unique_ptr<TQStringArray> files(other.m_files ? New<TQStringArray>(*other.m_files) : nullptr);
     std::unique_ptr<T> inner(other.m_inner ? other.m_inner->AllocCopy() : nullptr);
     m_code = other.m_code;
     m_level = other.m_level;
@@ -278,7 +289,7 @@ TQStringArray _TQExceptionBase<T>::ErrFileList() const {
 
 template <class T>
 void _TQExceptionBase<T>::AddErrFile(const wchar_t* file) const {
-    if (!m_files) m_files.reset(new TQStringArray);
+    if (!m_files) m_files.reset(New<TQStringArray>());
     m_files->Add(TQString(file));
 }
 
@@ -303,7 +314,7 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination, 
     }
     if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
     if (!m_action.IsEmpty()) line.Append(L" Action=").Append(m_action.View());
-    if (!m_cache) m_cache.reset(new MessageCache);
+    if (!m_cache) m_cache.reset(New<MessageCache>());
     return (*m_cache)[index] = std::move(line);
 }
 
@@ -332,7 +343,7 @@ _TQWin32Exception::_TQWin32Exception(const _TQWin32Exception&) = default;
 _TQWin32Exception& _TQWin32Exception::operator=(const _TQWin32Exception&) = default;
 _TQWin32Exception::~_TQWin32Exception() = default;
 
-_TQWin32Exception* _TQWin32Exception::AllocCopy() const { return new _TQWin32Exception(*this); }
+_TQWin32Exception* _TQWin32Exception::AllocCopy() const { return New<_TQWin32Exception>(*this); }
 
 void _TQWin32Exception::AssembleLogOutput(const wchar_t* where, STLString& out) const {
     out.Clear();

@@ -59,6 +59,11 @@ TEST_F(StructuredExceptions, CallOfNullIsToldAsAddressZero) {
                 IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_EXECUTE_FAULT, 0));
 }
 
+TEST_F(StructuredExceptions, CallOfWhatCannotBeAnAddressIsTranslated) {
+    const auto function = reinterpret_cast<int (*)()>(0x4141414141414141);
+    EXPECT_THAT(FaultOf([&] { Call(function); }), Optional(Field(&Fault::code, EXCEPTION_ACCESS_VIOLATION)));
+}
+
 TEST_F(StructuredExceptions, DivisionByZeroIsTranslated) {
     EXPECT_THAT(FaultOf([] { Divide(7, 0); }), IsFault(EXCEPTION_INT_DIVIDE_BY_ZERO));
 }

@@ -7,21 +7,15 @@
 #include <string>
 #include <vector>
 
-#include "platform/Utf.h"
 #include "platform/linux/Errors.h"
 #include "platform/linux/Memory.h"
 #include "platform/linux/Modules.h"
 #include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/Wide.h"
 
 namespace Quellan::Corvel::Platform {
 
 namespace {
-
-std::wstring ToWide(std::string_view text) {
-    std::wstring wide(text.size(), L'\0');
-    wide.resize(Utf8ToWide(text, wide));
-    return wide;
-}
 
 // The first word is taken up to its closing quotation mark, without escapes; the others get quotation marks where they
 // need them, and backslashes before a quotation mark are doubled.

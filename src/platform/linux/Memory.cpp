@@ -33,16 +33,6 @@ DWORD CheckLocalFlags(UINT flags, UINT allowed) noexcept {
     return flags & ~allowed ? ERROR_NOT_SUPPORTED : ERROR_SUCCESS;
 }
 
-// The inner functions of pages allocate their bookkeeping.
-template <class Call>
-DWORD WithMemory(Call call) noexcept {
-    try {
-        return call();
-    } catch (const std::bad_alloc&) {
-        return ERROR_NOT_ENOUGH_MEMORY;
-    }
-}
-
 // The kernel reads a signal set before it looks at what to do with it, and here there is nothing: a question
 // about reading without any effect. The address is rounded down to a set's alignment, so that it stays in the
 // page.

@@ -1,17 +1,20 @@
 #include "platform/linux/Modules.h"
 
-#include "platform/Utf.h"
 #include "platform/linux/ErrorCodes.h"
+#include "platform/linux/Process.h"
+#include "platform/linux/internal/Case.h"
+#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/ModuleTables.h"
+#include "platform/linux/internal/Wide.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <cwctype>
 #include <dlfcn.h>
 #include <exception>
 #include <fcntl.h>
@@ -22,10 +25,10 @@
 #include <new>
 #include <optional>
 #include <string>
-#include <utility>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 #include <vector>
 
 namespace Quellan::Corvel::Platform {
@@ -38,18 +41,6 @@ constexpr DWORD SearchFlags =
 constexpr ULONG_PTR DataFileTag = 1;
 constexpr ULONG_PTR ImageResourceTag = 2;
 
-std::string ToUtf8(std::wstring_view text) {
-    std::string bytes(Utf8Length(text), '\0');
-    bytes.resize(WideToUtf8(text, bytes));
-    return bytes;
-}
-
-std::wstring ToWide(std::string_view bytes) {
-    std::wstring text(WideLength(bytes), L'\0');
-    text.resize(Utf8ToWide(bytes, text));
-    return text;
-}
-
 std::wstring_view BaseName(std::wstring_view path) {
     return path.substr(path.find_last_of(L'/') + 1);
 }
@@ -59,8 +50,7 @@ std::string FolderOf(std::string_view path) {
 }
 
 bool SameText(std::wstring_view a, std::wstring_view b) {
-    const auto fold = [](wchar_t c) { return std::towupper(static_cast<std::wint_t>(c)); };
-    return std::ranges::equal(a, b, {}, fold, fold);
+    return CompareOrdinal(a, b, true) == 0;
 }
 
 // An image that the dynamic loader holds.
@@ -275,38 +265,22 @@ std::vector<std::string> SearchFolders(DWORD search) {
     return folders;
 }
 
-// A regular file opened for reading; code 2 when there is none.
-class OpenFile {
-  public:
-    explicit OpenFile(const std::string& path) noexcept {
-        do
-            m_descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
-        while (m_descriptor < 0 && errno == EINTR);
-        struct stat status {};
-        if (m_descriptor < 0)
-            m_code = errno == EACCES                      ? ERROR_ACCESS_DENIED
-                     : errno == EMFILE || errno == ENFILE ? ERROR_TOO_MANY_OPEN_FILES
-                                                          : ERROR_FILE_NOT_FOUND;
-        else if (fstat(m_descriptor, &status) < 0 || !S_ISREG(status.st_mode))
-            m_code = ERROR_FILE_NOT_FOUND;
-        else
-            m_size = static_cast<std::size_t>(status.st_size);
-    }
-    OpenFile(const OpenFile&) = delete;
-    OpenFile& operator=(const OpenFile&) = delete;
-    ~OpenFile() {
-        if (m_descriptor >= 0) close(m_descriptor);
-    }
-
-    DWORD Code() const noexcept { return m_code; }
-    int Descriptor() const noexcept { return m_descriptor; }
-    std::size_t Size() const noexcept { return m_size; }
-
-  private:
-    int m_descriptor = -1;
-    std::size_t m_size = 0;
-    DWORD m_code = ERROR_SUCCESS;
+struct OpenFile {
+    Descriptor descriptor;
+    std::size_t size = 0;
 };
+
+// Opens a regular file for reading; 2 when there is none.
+DWORD Open(const char* path, OpenFile& file) noexcept {
+    // A pipe of that name must not block the search.
+    file.descriptor =
+        Descriptor(Retry([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK); }));
+    if (!file.descriptor) return errno == ENOTDIR ? ERROR_FILE_NOT_FOUND : CodeFromErrno(errno);
+    struct stat status;
+    if (fstat(file.descriptor.Get(), &status) < 0 || !S_ISREG(status.st_mode)) return ERROR_FILE_NOT_FOUND;
+    file.size = static_cast<std::size_t>(status.st_size);
+    return ERROR_SUCCESS;
+}
 
 // The first of the files that a name stands for, 2 when there is none of them.
 DWORD FindFile(const wchar_t* name, DWORD search, std::string& path) {
@@ -315,19 +289,20 @@ DWORD FindFile(const wchar_t* name, DWORD search, std::string& path) {
     for (const std::string& folder : folders)
         for (const std::wstring& candidate : FileNames(name)) {
             std::string whole = folder + ToUtf8(candidate);
-            const OpenFile file(whole);
-            if (file.Code() == ERROR_FILE_NOT_FOUND) continue;
+            OpenFile file;
+            const DWORD code = Open(whole.c_str(), file);
+            if (code == ERROR_FILE_NOT_FOUND) continue;
             path = std::move(whole);
-            return file.Code();
+            return code;
         }
     return ERROR_FILE_NOT_FOUND;
 }
 
 DWORD LoadDataFile(const std::string& path, DWORD flags, HMODULE& module) {
-    const OpenFile file(path);
-    if (file.Code()) return file.Code();
-    if (file.Size() == 0) return ERROR_FILE_INVALID;
-    const auto mapped = std::make_shared<const MappedFile>(file.Descriptor(), file.Size());
+    OpenFile file;
+    if (const DWORD code = Open(path.c_str(), file)) return code;
+    if (file.size == 0) return ERROR_FILE_INVALID;
+    const auto mapped = std::make_shared<const MappedFile>(file.descriptor.Get(), file.size);
     if (!mapped->IsMapped()) return ERROR_NOT_ENOUGH_MEMORY;
     const auto ignore = [](LANGID, std::span<const std::byte>) {};
     if (VisitModuleFile(mapped->Bytes(), ignore) == ERROR_BAD_EXE_FORMAT) return ERROR_BAD_EXE_FORMAT;
@@ -345,9 +320,9 @@ DWORD LoadDataFile(const std::string& path, DWORD flags, HMODULE& module) {
 // The loader says only in words why it failed; whether the file itself is at fault can be seen from the file.
 DWORD LoadFailure(const char* path) {
     const char* const words = dlerror();
-    const OpenFile file(path);
-    if (!file.Code()) {
-        const MappedFile mapped(file.Descriptor(), file.Size());
+    OpenFile file;
+    if (!Open(path, file)) {
+        const MappedFile mapped(file.descriptor.Get(), file.size);
         if (!mapped.IsMapped() || !IsLoadableModule(mapped.Bytes())) return ERROR_BAD_EXE_FORMAT;
     }
     return words && std::strstr(words, "undefined symbol") ? ERROR_PROC_NOT_FOUND : ERROR_MOD_NOT_FOUND;
@@ -455,12 +430,8 @@ DWORD FindExport(HMODULE module, const char* name, void*& address) {
     return ERROR_SUCCESS;
 }
 
-bool IsThisProcess(HANDLE process) noexcept {
-    return process == INVALID_HANDLE_VALUE;
-}
-
 DWORD List(HANDLE process, HMODULE* modules, DWORD size, DWORD* needed) {
-    if (!IsThisProcess(process)) return ERROR_INVALID_HANDLE;
+    if (process != GetCurrentProcess()) return ERROR_INVALID_HANDLE;
     if (!needed || (!modules && size != 0)) return ERROR_NOACCESS;
     const auto images = AllImages();
     const std::size_t room = std::min(images.size(), size / sizeof(HMODULE));
@@ -470,7 +441,7 @@ DWORD List(HANDLE process, HMODULE* modules, DWORD size, DWORD* needed) {
 }
 
 DWORD CopyBaseName(HANDLE process, HMODULE module, wchar_t* buffer, DWORD size, DWORD& length) {
-    if (!IsThisProcess(process)) return ERROR_INVALID_HANDLE;
+    if (process != GetCurrentProcess()) return ERROR_INVALID_HANDLE;
     const auto image = FindImage(module);
     if (!image) return ERROR_INVALID_HANDLE;
     if (!buffer || size == 0) return ERROR_INSUFFICIENT_BUFFER;

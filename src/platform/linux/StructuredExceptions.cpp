@@ -146,23 +146,16 @@ bool IsAccessViolation(int signal, const ucontext_t& machine) {
     return signal == SIGSEGV || (signal == SIGBUS && Register(machine, REG_TRAPNO) == StackFault);
 }
 
-// An address that is none (not canonical) reaches the program without it.
+// An address that is none (not canonical) reaches the program without its value. Valgrind tells no error
+// bits, so the address decides too.
 Access FaultingAccess(const siginfo_t& info, const ucontext_t& machine) {
     constexpr DWORD64 WriteBit = 2, FetchBit = 16;
-    switch (Register(machine, REG_TRAPNO)) {
-        case PageFault: {
-            const DWORD64 error = Register(machine, REG_ERR);
-            return {error & FetchBit   ? EXCEPTION_EXECUTE_FAULT
-                    : error & WriteBit ? EXCEPTION_WRITE_FAULT
-                                       : EXCEPTION_READ_FAULT,
-                    Register(machine, REG_CR2)};
-        }
-        case StackFault:
-        case ProtectionFault:
-            return {EXCEPTION_READ_FAULT, UnknownAddress};
-        default:
-            return {EXCEPTION_READ_FAULT, AddressOf(info.si_addr)};
-    }
+    const DWORD64 trap = Register(machine, REG_TRAPNO);
+    if (trap == StackFault || trap == ProtectionFault) return {EXCEPTION_READ_FAULT, UnknownAddress};
+    const DWORD64 error = trap == PageFault ? Register(machine, REG_ERR) : 0;
+    const DWORD64 address = AddressOf(info.si_addr);
+    if (error & FetchBit || address == Register(machine, REG_RIP)) return {EXCEPTION_EXECUTE_FAULT, address};
+    return {error & WriteBit ? EXCEPTION_WRITE_FAULT : EXCEPTION_READ_FAULT, address};
 }
 
 // The processor reports a quotient that does not fit in the same way as a division by zero; the divisor,
@@ -416,8 +409,7 @@ void OnSignal(int signal, siginfo_t* info, void* state) {
     }
 
     CONTEXT resume = context;
-    if (record.NumberParameters && record.ExceptionInformation[0] == EXCEPTION_EXECUTE_FAULT)
-        StepBackIntoCall(resume);
+    if (record.NumberParameters && record.ExceptionInformation[1] == pc) StepBackIntoCall(resume);
     ClearPendingFloatingPointFaults(*machine);
     if (g_throwFromHandler) {
         ContinueAt(*machine, ProgramCounter(resume), StackPointer(resume));

@@ -6,9 +6,10 @@
 // thread's alternate stack. A handler installed later takes the faults away from the translators unless it
 // calls the one it replaced.
 //
-// Two choices are made once, at that time: under valgrind, or with the environment variable
-// TQLIB_TRAP=direct, the translator is called from within the signal handler, which valgrind needs and the
-// sanitizers cannot stand.
+// With the environment variable TQLIB_TRAP=direct, or under valgrind, the translator is called from within
+// the signal handler: valgrind needs it, the sanitizers cannot stand it, and floating-point traps are off
+// after it. Valgrind has to be given --vex-guest-chase=no --vex-iropt-register-updates=allregs-at-each-insn,
+// or it tells the handler a wrong program counter.
 //
 // Differences from Windows: a privileged instruction is reported as the processor reports it here, a read of
 // address ~0; a denormal operand as an underflow; on ARM64 integer division by zero does not fault.

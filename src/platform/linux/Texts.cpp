@@ -1,6 +1,7 @@
 #include "platform/linux/Texts.h"
 
 #include "platform/linux/ErrorCodes.h"
+#include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
@@ -10,7 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -25,12 +25,11 @@ constexpr DWORD KnownFlags = Sources | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_M
                              FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_MAX_WIDTH_MASK;
 constexpr std::size_t MaxMessageSize = 65536;  // characters, the terminator included
 
-constexpr DWORD NeutralLanguage = 0;
-constexpr DWORD UserDefaultLanguage = 0x0400;
-constexpr DWORD SystemDefaultLanguage = 0x0800;
-constexpr DWORD EnglishLanguage = 0x0009;
-constexpr DWORD UsEnglishLanguage = 0x0409;
-constexpr DWORD PrimaryLanguageMask = 0x03FF;
+constexpr LANGID NeutralLanguage = 0;
+constexpr LANGID UserDefaultLanguage = 0x0400;
+constexpr LANGID SystemDefaultLanguage = 0x0800;
+constexpr LANGID EnglishLanguage = 0x0009;
+constexpr LANGID UsEnglishLanguage = 0x0409;
 
 struct SystemText {
     DWORD code;
@@ -98,49 +97,26 @@ DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
     return ERROR_SUCCESS;
 }
 
-// The primary language of the user's environment, 0 when it is none of those known here.
-DWORD UserPrimaryLanguage() noexcept {
-    struct Name {
-        char code[3];
-        DWORD primary;
-    };
-    static constexpr Name Names[] = {
-        {"ar", 0x01}, {"bg", 0x02}, {"ca", 0x03}, {"cs", 0x05}, {"da", 0x06}, {"de", 0x07}, {"el", 0x08},
-        {"en", 0x09}, {"es", 0x0A}, {"et", 0x25}, {"fi", 0x0B}, {"fr", 0x0C}, {"he", 0x0D}, {"hr", 0x1A},
-        {"hu", 0x0E}, {"is", 0x0F}, {"it", 0x10}, {"ja", 0x11}, {"ko", 0x12}, {"lt", 0x27}, {"lv", 0x26},
-        {"nb", 0x14}, {"nl", 0x13}, {"nn", 0x14}, {"pl", 0x15}, {"pt", 0x16}, {"ro", 0x18}, {"ru", 0x19},
-        {"sk", 0x1B}, {"sl", 0x24}, {"sv", 0x1D}, {"th", 0x1E}, {"tr", 0x1F}, {"uk", 0x22}, {"zh", 0x04},
-    };
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-        const char* const value = std::getenv(variable);
-        if (!value || !*value) continue;
-        const std::string_view code = std::string_view(value).substr(0, std::strcspn(value, "_.@"));
-        const auto known =
-            std::ranges::find(Names, code, [](const Name& name) { return std::string_view(name.code); });
-        return known == std::end(Names) ? 0 : known->primary;
-    }
-    return 0;
-}
+constexpr int AnyLanguage = 5;
 
-// How soon a language is taken when none is asked for: neutral, the user's, US English, any.
-int Preference(DWORD language, DWORD userPrimary) noexcept {
-    if (language == NeutralLanguage) return 0;
-    if ((language & PrimaryLanguageMask) == userPrimary) return 1;
-    return language == UsEnglishLanguage ? 2 : 3;
+// How soon a language is taken when none is asked for.
+int Preference(LANGID language) noexcept {
+    const LANGID order[AnyLanguage] = {NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()),
+                                       GetUserDefaultLangID(), GetSystemDefaultLangID(), UsEnglishLanguage};
+    return static_cast<int>(std::ranges::find(order, language) - order);
 }
 
 DWORD ReadModuleText(HMODULE module, DWORD id, DWORD language, std::wstring& text) {
     const bool any =
         language == NeutralLanguage || language == UserDefaultLanguage || language == SystemDefaultLanguage;
-    const DWORD userPrimary = any ? UserPrimaryLanguage() : 0;
-    constexpr int NotFound = 4;
+    constexpr int NotFound = AnyLanguage + 1;
     int best = NotFound;
     bool hasTables = false;
     DWORD code = ERROR_RESOURCE_LANG_NOT_FOUND;
     const DWORD visited = VisitModuleTables(module, [&](LANGID offered, std::span<const std::byte> table) {
         hasTables = true;
         if (!any && offered != language) return;
-        const int preference = Preference(offered, userPrimary);
+        const int preference = Preference(offered);
         if (preference >= best) return;
         if (const DWORD failure = FindMessage(table, id, text))
             code = failure;

@@ -5,8 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
 #include <elf.h>
+#include <string_view>
 
 namespace Quellan::Corvel::Platform {
 namespace {
