@@ -97,7 +97,7 @@ DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
 }
 
 // The text in the first language of an order that has it; in a default language any other will do as well.
-DWORD ReadModuleText(HMODULE module, DWORD id, DWORD language, std::wstring& text) {
+DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, std::wstring& text) {
     const bool any = IsDefaultLanguage(language);
     const std::vector<DWORD> order =
         any ? std::vector<DWORD>{NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()), GetUserDefaultLangID(),
@@ -108,15 +108,18 @@ DWORD ReadModuleText(HMODULE module, DWORD id, DWORD language, std::wstring& tex
     std::ptrdiff_t best = ranks;
     bool hasTables = false;
     DWORD code = ERROR_RESOURCE_LANG_NOT_FOUND;
-    const DWORD visited = VisitModuleTables(module, [&](LANGID offered, std::span<const std::byte> table) {
-        hasTables = true;
-        const std::ptrdiff_t rank = std::ranges::find(order, offered) - order.begin();
-        if (rank >= best) return;
-        if (const DWORD failure = FindMessage(table, id, text))
-            code = failure;
-        else
-            best = rank;
-    });
+    const DWORD visited = VisitModuleTables(
+        module,
+        [&](LANGID offered, std::span<const std::byte> table) {
+            hasTables = true;
+            const std::ptrdiff_t rank = std::ranges::find(order, offered) - order.begin();
+            if (rank >= best) return;
+            if (const DWORD failure = FindMessage(table, id, text))
+                code = failure;
+            else
+                best = rank;
+        },
+        kind);
     if (best != ranks) return ERROR_SUCCESS;
     if (visited) return visited;
     return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;
@@ -130,7 +133,7 @@ DWORD ReadText(DWORD flags, const void* source, DWORD id, DWORD language, std::w
     DWORD code = ERROR_SUCCESS;
     if (flags & FORMAT_MESSAGE_FROM_HMODULE) {
         const HMODULE module = static_cast<HMODULE>(const_cast<void*>(source));
-        code = ReadModuleText(module, id, language, text);
+        code = ReadModuleText(module, TableKind::Messages, id, language, text);
         if (!code) return code;
     }
     return flags & FORMAT_MESSAGE_FROM_SYSTEM ? ReadSystemText(id, language, text) : code;
@@ -216,4 +219,19 @@ DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD lan
     return length;
 } catch (const std::bad_alloc&) {
     return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
+}
+
+int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept try {
+    if (const DWORD code = FaultDue("LoadStringW")) return Fail(code, 0);
+    if (!buffer || size < 0) return Fail(ERROR_INVALID_PARAMETER, 0);
+    if (size == 0) return Fail(ERROR_NOT_SUPPORTED, 0);
+    std::wstring text;
+    if (const DWORD code = ReadModuleText(module, TableKind::Strings, id, NeutralLanguage, text))
+        return Fail(code == ERROR_MR_MID_NOT_FOUND ? ERROR_RESOURCE_NAME_NOT_FOUND : code, 0);
+    const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+    std::copy_n(text.c_str(), length, buffer);
+    buffer[length] = L'\0';
+    return static_cast<int>(length);
+} catch (const std::bad_alloc&) {
+    return Fail(ERROR_NOT_ENOUGH_MEMORY, 0);
 }
