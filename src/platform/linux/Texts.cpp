@@ -14,6 +14,8 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <string>
+#include <vector>
 
 using namespace Quellan::Corvel::Platform;
 
@@ -79,17 +81,14 @@ const char* FindSystemText(DWORD code) noexcept {
     return TextOf(StatusTexts, code);
 }
 
+bool IsDefaultLanguage(DWORD language) noexcept {
+    return language == NeutralLanguage || language == UserDefaultLanguage ||
+           language == SystemDefaultLanguage;
+}
+
 DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
-    switch (language) {
-        case NeutralLanguage:
-        case UserDefaultLanguage:
-        case SystemDefaultLanguage:
-        case EnglishLanguage:
-        case UsEnglishLanguage:
-            break;
-        default:
-            return ERROR_RESOURCE_LANG_NOT_FOUND;
-    }
+    if (!IsDefaultLanguage(language) && language != EnglishLanguage && language != UsEnglishLanguage)
+        return ERROR_RESOURCE_LANG_NOT_FOUND;
     const char* const found = FindSystemText(code);
     if (!found) return ERROR_MR_MID_NOT_FOUND;
     text.assign(found, found + std::strlen(found));
@@ -97,33 +96,31 @@ DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
     return ERROR_SUCCESS;
 }
 
-constexpr int AnyLanguage = 5;
-
-// How soon a language is taken when none is asked for.
-int Preference(LANGID language) noexcept {
-    const LANGID order[AnyLanguage] = {NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()),
-                                       GetUserDefaultLangID(), GetSystemDefaultLangID(), UsEnglishLanguage};
-    return static_cast<int>(std::ranges::find(order, language) - order);
-}
-
+// The text in the first language of an order that has it; in a default language any other will do as well.
 DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, std::wstring& text) {
-    const bool any =
-        language == NeutralLanguage || language == UserDefaultLanguage || language == SystemDefaultLanguage;
-    constexpr int NotFound = AnyLanguage + 1;
-    int best = NotFound;
+    const bool any = IsDefaultLanguage(language);
+    const std::vector<DWORD> order =
+        any ? std::vector<DWORD>{NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()), GetUserDefaultLangID(),
+                                 GetSystemDefaultLangID(), UsEnglishLanguage}
+            : std::vector<DWORD>{language};
+    // A language's rank is its place in the order, behind all of them for any other.
+    const std::ptrdiff_t ranks = std::ssize(order) + (any ? 1 : 0);
+    std::ptrdiff_t best = ranks;
     bool hasTables = false;
     DWORD code = ERROR_RESOURCE_LANG_NOT_FOUND;
-    const DWORD visited = VisitModuleTables(module, [&](LANGID offered, std::span<const std::byte> table) {
-        hasTables = true;
-        if (!any && offered != language) return;
-        const int preference = Preference(offered);
-        if (preference >= best) return;
-        if (const DWORD failure = FindMessage(table, id, text))
-            code = failure;
-        else
-            best = preference;
-    }, kind);
-    if (best != NotFound) return ERROR_SUCCESS;
+    const DWORD visited = VisitModuleTables(
+        module,
+        [&](LANGID offered, std::span<const std::byte> table) {
+            hasTables = true;
+            const std::ptrdiff_t rank = std::ranges::find(order, offered) - order.begin();
+            if (rank >= best) return;
+            if (const DWORD failure = FindMessage(table, id, text))
+                code = failure;
+            else
+                best = rank;
+        },
+        kind);
+    if (best != ranks) return ERROR_SUCCESS;
     if (visited) return visited;
     return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;
 }
