@@ -113,7 +113,7 @@ DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, s
     int best = NotFound;
     bool hasTables = false;
     DWORD code = ERROR_RESOURCE_LANG_NOT_FOUND;
-    const DWORD visited = VisitModuleTables(module, kind, [&](LANGID offered, std::span<const std::byte> table) {
+    const DWORD visited = VisitModuleTables(module, [&](LANGID offered, std::span<const std::byte> table) {
         hasTables = true;
         if (!any && offered != language) return;
         const int preference = Preference(offered);
@@ -122,7 +122,7 @@ DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, s
             code = failure;
         else
             best = preference;
-    });
+    }, kind);
     if (best != NotFound) return ERROR_SUCCESS;
     if (visited) return visited;
     return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;

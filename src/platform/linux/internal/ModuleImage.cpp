@@ -53,7 +53,7 @@ bool IsElf(Bytes file) noexcept {
            std::to_integer<int>(file[EI_DATA]) == ELFDATA2LSB;
 }
 
-DWORD VisitElf(Bytes file, TableKind kind, const MessageTableVisitor& visit) {
+DWORD VisitElf(Bytes file, const MessageTableVisitor& visit, TableKind kind) {
     const auto headers = *ReadNumber<std::uint64_t>(file, offsetof(Elf64_Ehdr, e_phoff));
     const auto headerSize = *ReadNumber<WORD>(file, offsetof(Elf64_Ehdr, e_phentsize));
     const auto count = *ReadNumber<WORD>(file, offsetof(Elf64_Ehdr, e_phnum));
@@ -66,7 +66,7 @@ DWORD VisitElf(Bytes file, TableKind kind, const MessageTableVisitor& visit) {
                                 *ReadNumber<std::uint64_t>(*header, offsetof(Elf64_Phdr, p_filesz)));
         if (!notes) return ERROR_INVALID_DATA;
         VisitNotes(*notes, *ReadNumber<std::uint64_t>(*header, offsetof(Elf64_Phdr, p_align)) == 8 ? 8 : 4,
-                   kind, visit);
+                   visit, kind);
     }
     return ERROR_SUCCESS;
 }
@@ -197,7 +197,7 @@ bool IsPe(Bytes file) noexcept {
 
 }  // namespace
 
-void VisitNotes(Bytes notes, std::size_t alignment, TableKind kind, const MessageTableVisitor& visit) {
+void VisitNotes(Bytes notes, std::size_t alignment, const MessageTableVisitor& visit, TableKind kind) {
     while (!notes.empty()) {
         const auto nameSize = ReadNumber<DWORD>(notes, 0);
         const auto size = ReadNumber<DWORD>(notes, 4);
@@ -215,8 +215,8 @@ void VisitNotes(Bytes notes, std::size_t alignment, TableKind kind, const Messag
     }
 }
 
-DWORD VisitModuleFile(Bytes file, TableKind kind, const MessageTableVisitor& visit) {
-    if (IsElf(file)) return VisitElf(file, kind, visit);
+DWORD VisitModuleFile(Bytes file, const MessageTableVisitor& visit, TableKind kind) {
+    if (IsElf(file)) return VisitElf(file, visit, kind);
     if (IsPe(file)) return kind == TableKind::Messages ? PeFile(file).Visit(visit) : ERROR_SUCCESS;
     return ERROR_BAD_EXE_FORMAT;
 }
