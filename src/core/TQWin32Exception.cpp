@@ -322,6 +322,7 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination, 
         line.Append(m_resource ? MessageFor(destination, args).View() : m_text.View());
     } catch (const TQCoreException& e) {
         // Whoever reports this failure must not lose it because its text is missing.
+        if (!m_resource || e.ErrCode() == ERROR_OUTOFMEMORY) throw;
         line.Append(e.ExcMsg(destination).View());
     }
     if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
@@ -341,6 +342,33 @@ bool _TQExceptionBase<T>::SaysTheSame(const _TQExceptionBase& other) const noexc
 }
 
 template class _TQExceptionBase<_TQWin32Exception>;
+
+_TQWin32Exception::_TQWin32Exception(unsigned int code) : Base(nullptr, {.code = code}) {}
+_TQWin32Exception::_TQWin32Exception(const wchar_t* msg) : Base(nullptr, {.text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg) : Base(nullptr, {.code = code, .text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level) : Base(nullptr, {.code = code, .text = msg, .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Source source) : Base(nullptr, {.code = code, .text = msg, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source) : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys) : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store) : Base(nullptr, {.resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store) : Base(nullptr, {.code = code, .resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source, unsigned short subsys) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code) : Base(&inner, {.code = code}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg) : Base(&inner, {.text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg) : Base(&inner, {.code = code, .text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level) : Base(&inner, {.code = code, .text = msg, .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source) : Base(&inner, {.code = code, .text = msg, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source) : Base(&inner, {.code = code, .text = msg, .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys) : Base(&inner, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store) : Base(&inner, {.resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store) : Base(&inner, {.code = code, .resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source, unsigned short subsys) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source, .subsystem = subsys}) {}
 
 _TQWin32Exception::_TQWin32Exception(const TQOSExceptionRecord& record)
     : Base(nullptr, {.code = static_cast<unsigned int>(record.code),

@@ -246,6 +246,8 @@ TEST_F(EventLogFile, PassesOverALineThatWasTornAnywhere) {
     const std::string line = Bytes();
     for (std::size_t size = 1; size < line.size(); ++size) {
         ASSERT_EQ(CodeOf(ClearEventLogW(m_log, nullptr)), 0u);
+        std::vector<Event> nothing;
+        ASSERT_NE(Read(Forwards, nothing), 0u);  // the reader learns that the log was cleared
         AppendBytes(line + line.substr(0, size));
         ASSERT_EQ(ReportOnce(2), 0u);
         const std::vector<Event> events = All();
@@ -254,8 +256,6 @@ TEST_F(EventLogFile, PassesOverALineThatWasTornAnywhere) {
         ASSERT_EQ(events.size(), whole ? 3u : 2u) << size;
         ASSERT_EQ(events.back().id, 2u) << size;
         ASSERT_EQ(events.back().number, 2u) << size;
-        std::vector<Event> rest;
-        Read(Forwards, rest);  // the log will have changed
     }
 }
 

@@ -58,7 +58,7 @@ class Files : public testing::Test {
     void Make(const std::wstring& name, std::string_view text = "") const {
         const File file(m_folder / name, GENERIC_WRITE, CREATE_ALWAYS);
         ASSERT_EQ(file.Code(), 0u);
-        if (!text.empty()) ASSERT_EQ(file.Write(text), 0u);
+        EXPECT_EQ(file.Write(text), 0u);
     }
 
     std::string Contents(const std::wstring& name) const {

@@ -88,7 +88,7 @@ TEST(Modules, AreLoadedByFullPath) {
 TEST(Modules, TheirExportsAreFoundByNameAndNobodyElsesAre) {
     const HMODULE module = LoadLibraryW(CodeModule);
     ASSERT_NE(module, nullptr);
-    const auto answer = reinterpret_cast<int (*)()>(GetProcAddress(module, "CodeModuleAnswer"));
+    const auto answer = reinterpret_cast<int (*)()>(reinterpret_cast<void*>(GetProcAddress(module, "CodeModuleAnswer")));
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(answer(), 42);
     EXPECT_EQ(FailureOf([&] { return GetProcAddress(module, "malloc"); }), DWORD{ERROR_PROC_NOT_FOUND});

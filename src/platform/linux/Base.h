@@ -8,6 +8,8 @@ using ULONG_PTR = std::uintptr_t;
 using DWORD_PTR = ULONG_PTR;
 using PVOID = void*;
 using LPVOID = void*;
+using LPWSTR = wchar_t*;
+using LPCWSTR = const wchar_t*;
 
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;

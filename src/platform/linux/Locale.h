@@ -9,6 +9,9 @@
 
 using LCTYPE = DWORD;
 
+// The longest name of a locale, terminator included.
+inline constexpr int LOCALE_NAME_MAX_LENGTH = 85;
+
 inline constexpr LCID LOCALE_NEUTRAL = 0x0000;
 inline constexpr LCID LOCALE_INVARIANT = 0x007F;
 inline constexpr LCID LOCALE_USER_DEFAULT = 0x0400;

@@ -34,28 +34,26 @@ DWORD CheckLocalFlags(UINT flags, UINT allowed) noexcept {
 }
 
 // The kernel reads a signal set before it looks at what to do with it, and here there is nothing: a question
-// about reading without any effect. The address is rounded down to a set's alignment, so that it stays in the
-// page.
-bool CanRead(ULONG_PTR address) noexcept {
+// about reading without any effect. The set is not the page's first, whose address may be null, which means
+// that there is none.
+bool CanReadPage(ULONG_PTR page) noexcept {
     constexpr ULONG_PTR SetSize = 8;
     constexpr int NothingToDo = ~0;
-    const long result = syscall(SYS_rt_sigprocmask, NothingToDo, address & ~(SetSize - 1),
-                                static_cast<void*>(nullptr), SetSize);
-    return result != -1 || errno != EFAULT;
+    void* const noOldSet = nullptr;
+    return syscall(SYS_rt_sigprocmask, NothingToDo, page + SetSize, noOldSet, SetSize) != -1 ||
+           errno != EFAULT;
 }
 
-// The kernel adds 0 to the word, in one atomic step, which takes the right to write and loses no other
-// thread's write.
-bool CanWrite(ULONG_PTR address) noexcept {
-    constexpr ULONG_PTR WordSize = 4;
+// The kernel adds 0 to a word, in one atomic step, which takes the right to write and loses no other thread's
+// write.
+bool CanWritePage(ULONG_PTR page) noexcept {
     constexpr int AddZero = FUTEX_OP(FUTEX_OP_ADD, 0, FUTEX_OP_CMP_LT, -2048);
     std::uint32_t nobodyWaits = 0;
-    const long result =
-        syscall(SYS_futex, &nobodyWaits, FUTEX_WAKE_OP_PRIVATE, 0, 0L, address & ~(WordSize - 1), AddZero);
-    return result != -1 || errno != EFAULT;
+    return syscall(SYS_futex, &nobodyWaits, FUTEX_WAKE_OP_PRIVATE, 0, 0L, page, AddZero) != -1 ||
+           errno != EFAULT;
 }
 
-// Whether the probe holds for a byte of each page of the range. Keeps errno.
+// Whether the probe holds for each page of the range. Keeps errno.
 template <class Probe>
 bool HoldsForPages(ULONG_PTR begin, ULONG_PTR size, Probe probe) noexcept {
     if (size == 0) return true;
@@ -222,11 +220,11 @@ void* SecureZeroMemory(void* memory, SIZE_T size) noexcept {
 }
 
 BOOL IsBadReadPtr(const void* memory, ULONG_PTR size) noexcept {
-    return HoldsForPages(reinterpret_cast<ULONG_PTR>(memory), size, CanRead) ? FALSE : TRUE;
+    return HoldsForPages(reinterpret_cast<ULONG_PTR>(memory), size, CanReadPage) ? FALSE : TRUE;
 }
 
 BOOL IsBadWritePtr(void* memory, ULONG_PTR size) noexcept {
-    return HoldsForPages(reinterpret_cast<ULONG_PTR>(memory), size, CanWrite) ? FALSE : TRUE;
+    return HoldsForPages(reinterpret_cast<ULONG_PTR>(memory), size, CanWritePage) ? FALSE : TRUE;
 }
 
 BOOL IsBadStringPtrW(const wchar_t* text, ULONG_PTR most) noexcept {

@@ -111,7 +111,7 @@ int Preference(LANGID language) noexcept {
     return static_cast<int>(std::ranges::find(order, language) - order);
 }
 
-DWORD ReadModuleText(HMODULE module, DWORD id, DWORD language, std::wstring& text) {
+DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, std::wstring& text) {
     const bool any =
         language == NeutralLanguage || language == UserDefaultLanguage || language == SystemDefaultLanguage;
     constexpr int NotFound = AnyLanguage + 1;
@@ -127,7 +127,7 @@ DWORD ReadModuleText(HMODULE module, DWORD id, DWORD language, std::wstring& tex
             code = failure;
         else
             best = preference;
-    });
+    }, kind);
     if (best != NotFound) return ERROR_SUCCESS;
     if (visited) return visited;
     return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;
@@ -141,7 +141,7 @@ DWORD ReadText(DWORD flags, const void* source, DWORD id, DWORD language, std::w
     DWORD code = ERROR_SUCCESS;
     if (flags & FORMAT_MESSAGE_FROM_HMODULE) {
         const HMODULE module = static_cast<HMODULE>(const_cast<void*>(source));
-        code = ReadModuleText(module, id, language, text);
+        code = ReadModuleText(module, TableKind::Messages, id, language, text);
         if (!code) return code;
     }
     return flags & FORMAT_MESSAGE_FROM_SYSTEM ? ReadSystemText(id, language, text) : code;
@@ -227,4 +227,19 @@ DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD lan
     return length;
 } catch (const std::bad_alloc&) {
     return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
+}
+
+int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept try {
+    if (const DWORD code = FaultDue("LoadStringW")) return Fail(code, 0);
+    if (!buffer || size < 0) return Fail(ERROR_INVALID_PARAMETER, 0);
+    if (size == 0) return Fail(ERROR_NOT_SUPPORTED, 0);
+    std::wstring text;
+    if (const DWORD code = ReadModuleText(module, TableKind::Strings, id, NeutralLanguage, text))
+        return Fail(code == ERROR_MR_MID_NOT_FOUND ? ERROR_RESOURCE_NAME_NOT_FOUND : code, 0);
+    const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+    std::copy_n(text.c_str(), length, buffer);
+    buffer[length] = L'\0';
+    return static_cast<int>(length);
+} catch (const std::bad_alloc&) {
+    return Fail(ERROR_NOT_ENOUGH_MEMORY, 0);
 }
