@@ -33,7 +33,7 @@ class Meter {
 
 // What the clock and, by this name, a profiler see: the operation and one step of a counter.
 template <class Operation>
-[[gnu::noinline]] void MeasuredLoop(Operation& operation, std::size_t count) {
+[[gnu::noipa]] void MeasuredLoop(Operation& operation, std::size_t count) {
     for (; count != 0; --count) {
         operation();
     }
