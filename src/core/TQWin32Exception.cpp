@@ -310,6 +310,7 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination, 
         line = MessageFor(destination, args);
     } catch (const TQCoreException& e) {
         // Whoever reports this failure must not lose it because its text is missing.
+        if (!m_resource || e.ErrCode() == ERROR_OUTOFMEMORY) throw;
         line = e.ExcMsg(destination);
     }
     if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
