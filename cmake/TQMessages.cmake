@@ -1,9 +1,16 @@
-# tq_add_messages(NAME FILE LANGUAGE...): builds the message module NAME, which holds the texts of the message file FILE in
+# tq_add_messages(NAME FILE LANGUAGE... [STRINGS SCRIPT]): builds the message module NAME, which holds the texts of the message file FILE in
 # those of its languages and no code: NAME.dll on Windows, NAME.so on Linux, in ${CMAKE_BINARY_DIR}/bin. The header with the
 # message identifiers, named as FILE with the extension .h, is made with it and lies in its INTERFACE_INCLUDE_DIRECTORIES.
+# The string tables of the resource script SCRIPT, in UTF-8, join the module's one language.
 #
 # On Linux the message compiler is the target tqmc of this tree, or the program that TQLib_tqmc names.
 function(tq_add_messages name file)
+    cmake_parse_arguments(PARSE_ARGV 2 option "" STRINGS "")
+    set(languages ${option_UNPARSED_ARGUMENTS})
+    set(strings ${option_STRINGS})
+    if(strings)
+        cmake_path(ABSOLUTE_PATH strings BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
+    endif()
     cmake_path(ABSOLUTE_PATH file BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR})
     cmake_path(GET file STEM stem)
     set(folder ${CMAKE_CURRENT_BINARY_DIR}/${name}_messages)
@@ -15,7 +22,7 @@ function(tq_add_messages name file)
         file(READ ${file} text)
         set(script "")
         set(tables "")
-        foreach(language IN LISTS ARGN)
+        foreach(language IN LISTS languages)
             if(NOT text MATCHES "[( \t\r\n]${language}=0x([0-9A-Fa-f]+):([A-Za-z0-9_]+)")
                 message(FATAL_ERROR "${file} has no entry for ${language} in LanguageNames")
             endif()
@@ -26,10 +33,13 @@ function(tq_add_messages name file)
             string(APPEND script "LANGUAGE ${primary}, ${sub}\n1 11 \"${table}\"\n")
             list(APPEND tables ${folder}/${table})
         endforeach()
+        if(strings)
+            string(APPEND script "#pragma code_page(65001)\n#include \"${strings}\"\n")
+        endif()
         file(CONFIGURE OUTPUT ${folder}/${name}.rc CONTENT "${script}" @ONLY)
         add_custom_command(OUTPUT ${header} ${tables} DEPENDS ${file} VERBATIM COMMENT "Compiling messages ${name}"
             COMMAND ${TQ_WINDMC} -C 65001 -h ${folder} -r ${folder} ${file})
-        set_source_files_properties(${folder}/${name}.rc PROPERTIES OBJECT_DEPENDS "${tables}")
+        set_source_files_properties(${folder}/${name}.rc PROPERTIES OBJECT_DEPENDS "${tables};${strings}")
         add_library(${name} MODULE ${folder}/${name}.rc)
         target_include_directories(${name} PRIVATE ${folder})
         set_target_properties(${name} PROPERTIES LINKER_LANGUAGE C)
@@ -39,9 +49,12 @@ function(tq_add_messages name file)
         if(NOT TARGET tqmc)
             set(tqmc ${TQLib_tqmc})
         endif()
-        list(TRANSFORM ARGN PREPEND "--language;" OUTPUT_VARIABLE languages)
-        add_custom_command(OUTPUT ${folder}/${name}.cpp ${header} DEPENDS ${file} ${tqmc} VERBATIM COMMENT "Compiling messages ${name}"
-            COMMAND ${tqmc} ${file} ${languages} --module ${folder}/${name}.cpp --header ${header})
+        list(TRANSFORM languages PREPEND "--language;" OUTPUT_VARIABLE options)
+        if(strings)
+            list(APPEND options --strings ${strings})
+        endif()
+        add_custom_command(OUTPUT ${folder}/${name}.cpp ${header} DEPENDS ${file} ${strings} ${tqmc} VERBATIM COMMENT "Compiling messages ${name}"
+            COMMAND ${tqmc} ${file} ${options} --module ${folder}/${name}.cpp --header ${header})
         add_library(${name} MODULE ${folder}/${name}.cpp)
     endif()
     set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)

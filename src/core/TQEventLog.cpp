@@ -29,7 +29,7 @@ class PlatformSink final : public TQEventLogSink {
         if (!source.IsValid()) TQSysException::ThrowLastError(L"TQEventLog::RegisterEventSource");
         // The platform's parameter lacks a const; it only reads.
         if (!ReportEventW(source.Get(), PlatformType(entry.type), entry.category, entry.eventId, nullptr,
-                          static_cast<WORD>(entry.strings.size()), 0, const_cast<LPCWSTR*>(entry.strings.data()), nullptr))
+                          static_cast<WORD>(entry.strings.size()), 0, const_cast<const wchar_t**>(entry.strings.data()), nullptr))
             TQSysException::ThrowLastError(L"TQEventLog::ReportEvent");
     }
 };

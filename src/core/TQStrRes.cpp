@@ -110,11 +110,14 @@ bool ReadMessage(HMODULE module, unsigned int id, LANGID language, STLString& te
 }
 
 bool ReadString(HMODULE module, unsigned int id, STLString& text) {
-    const wchar_t* string = nullptr;
-    const int length = LoadStringW(module, id, reinterpret_cast<wchar_t*>(&string), 0);
-    if (length <= 0) return false;
-    text = STLString(string, static_cast<std::size_t>(length));
-    return true;
+    // A result that fills the buffer may have been cut.
+    for (std::vector<wchar_t> buffer(256);; buffer.resize(buffer.size() * 4)) {
+        const int length = LoadStringW(module, id, buffer.data(), static_cast<int>(buffer.size()));
+        if (length <= 0) return false;
+        if (static_cast<std::size_t>(length) + 1 == buffer.size()) continue;
+        text = STLString(buffer.data(), static_cast<std::size_t>(length));
+        return true;
+    }
 }
 
 bool ReadResource(const TQBaseStrRes& resource, HMODULE module, LANGID language, STLString& text) {

@@ -93,32 +93,39 @@ struct Decoded {
     std::size_t size;  // of what was read
 };
 
-bool IsContinuation(char byte) noexcept {
-    return (static_cast<unsigned char>(byte) & 0xC0) == 0x80;
+constexpr bool IsCharacter(char32_t code) noexcept {
+    return code <= 0x10FFFF && (code & 0x1FF800) != 0xD800;
 }
 
-char32_t Bits(char byte) noexcept {
-    return static_cast<unsigned char>(byte) & 0x3F;
-}
-
-// Reads one character that does not begin with an ASCII byte. What is no character gives one replacement for
-// each longest part that could have begun one, and one for each byte that could not.
-Decoded Decode(const char* text, std::size_t size) noexcept {
-    const auto lead = static_cast<unsigned char>(text[0]);
-    if (lead < 0xC2 || lead > 0xF4 || size < 2) return {Replacement, 1};
-    if (lead < 0xE0) {
-        if (!IsContinuation(text[1])) return {Replacement, 1};
-        return {(lead & 0x1Fu) << 6 | Bits(text[1]), 2};
-    }
+// The size of what one replacement stands for where no character begins: the longest part that could have
+// begun one, or one byte.
+[[gnu::noinline]] std::size_t MalformedSize(const char* text, std::size_t size) noexcept {
+    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
+    if (byte(0) < 0xE0 || byte(0) > 0xF4 || size < 2) return 1;
     // The second byte rules out overlong forms, surrogates and values above 0x10FFFF.
-    const auto second = static_cast<unsigned char>(text[1]);
-    const unsigned lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
-    const unsigned highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
-    if (second < lowest || second > highest) return {Replacement, 1};
-    if (size < 3 || !IsContinuation(text[2])) return {Replacement, 2};
-    if (lead < 0xF0) return {(lead & 0x0Fu) << 12 | Bits(text[1]) << 6 | Bits(text[2]), 3};
-    if (size < 4 || !IsContinuation(text[3])) return {Replacement, 3};
-    return {(lead & 0x07u) << 18 | Bits(text[1]) << 12 | Bits(text[2]) << 6 | Bits(text[3]), 4};
+    const unsigned lowest = byte(0) == 0xE0 ? 0xA0 : byte(0) == 0xF0 ? 0x90 : 0x80;
+    const unsigned highest = byte(0) == 0xED ? 0x9F : byte(0) == 0xF4 ? 0x8F : 0xBF;
+    if (byte(1) < lowest || byte(1) > highest) return 1;
+    return byte(0) < 0xF0 || size < 3 || (byte(2) & 0xC0) != 0x80 ? 2 : 3;
+}
+
+// Reads one character that does not begin with an ASCII byte.
+[[gnu::always_inline]] inline Decoded Decode(const char* text, std::size_t size) noexcept {
+    // Continuation bytes lose their mark; any other byte keeps one of the two highest bits.
+    const auto bits = [text](std::size_t i) -> char32_t { return static_cast<unsigned char>(text[i]) ^ 0x80u; };
+    const char32_t lead = static_cast<unsigned char>(text[0]);
+    if (lead < 0xE0) {
+        if (lead >= 0xC2 && size >= 2 && bits(1) < 0x40) return {(lead & 0x1F) << 6 | bits(1), 2};
+    } else if (lead < 0xF0) {
+        if (size >= 3 && (bits(1) | bits(2)) < 0x40) {
+            const char32_t code = (lead & 0x0F) << 12 | bits(1) << 6 | bits(2);
+            if (code >= 0x800 && IsCharacter(code)) return {code, 3};
+        }
+    } else if (size >= 4 && (bits(1) | bits(2) | bits(3)) < 0x40) {
+        const char32_t code = (lead & 0x0F) << 18 | bits(1) << 12 | bits(2) << 6 | bits(3);
+        if (code >= 0x10000 && code <= 0x10FFFF) return {code, 4};
+    }
+    return {Replacement, MalformedSize(text, size)};
 }
 
 Decoded Decode(const wchar_t* text, std::size_t size) noexcept {
@@ -131,8 +138,7 @@ Decoded Decode(const wchar_t* text, std::size_t size) noexcept {
         return {0x10000 + ((first & 0x3FF) << 10) + (second & 0x3FF), 2};
     } else {
         const auto code = static_cast<char32_t>(text[0]);
-        const bool valid = code <= 0x10FFFF && (code & 0x1FF800) != 0xD800;
-        return {valid ? code : Replacement, 1};
+        return {IsCharacter(code) ? code : Replacement, 1};
     }
 }
 

@@ -1,8 +1,8 @@
 #include "text/TQAllocators.h"
 
-#include <new>
-
 #include "platform/Win32.h"
+
+#include <new>
 
 namespace Quellan::Corvel {
 

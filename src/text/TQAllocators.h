@@ -24,8 +24,8 @@ struct TQMemory {
     };
 };
 
-// The allocator that the number `N` stands for. Programs add their own by specialising it for a number of theirs, from
-// 1000 on.
+// The allocator that the number `N` stands for. Programs add their own by specialising it for a number of
+// theirs, from 1000 on.
 template <unsigned N>
 const TQAllocator& TQAllocatorFor() noexcept;
 

@@ -1,11 +1,11 @@
 #include "text/TQDataBuf.h"
 
+#include "platform/Win32.h"
+
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <utility>
-
-#include "platform/Win32.h"
 
 namespace Quellan::Corvel {
 
@@ -30,15 +30,19 @@ void Wipe(BYTE* from, std::size_t bytes) noexcept {
 _TQDataBufRoot::_TQDataBufRoot(const TQAllocator& allocator, _SecureLevel level) noexcept
     : m_allocator(&allocator), m_level(level) {}
 
-_TQDataBufRoot::_TQDataBufRoot(const _TQDataBufRoot& other) : _TQDataBufRoot(*other.m_allocator, other.m_level) {
+_TQDataBufRoot::_TQDataBufRoot(const _TQDataBufRoot& other)
+    : _TQDataBufRoot(*other.m_allocator, other.m_level) {
     Splice(0, 0, other.m_block, other.m_bytes, L"TQDataBuf::TQDataBuf");
 }
 
-_TQDataBufRoot::_TQDataBufRoot(_TQDataBufRoot&& other) noexcept : _TQDataBufRoot(*other.m_allocator, other.m_level) {
+_TQDataBufRoot::_TQDataBufRoot(_TQDataBufRoot&& other) noexcept
+    : _TQDataBufRoot(*other.m_allocator, other.m_level) {
     Swap(other);
 }
 
-_TQDataBufRoot::~_TQDataBufRoot() { Clear(); }
+_TQDataBufRoot::~_TQDataBufRoot() {
+    Clear();
+}
 
 _TQDataBufRoot& _TQDataBufRoot::operator=(const _TQDataBufRoot& other) {
     if (this == &other) return *this;
@@ -87,11 +91,13 @@ void _TQDataBufRoot::Splice(std::size_t at, std::size_t removed, const void* sou
     const std::size_t tail = kept - at;
 
     const auto* from = static_cast<const BYTE*>(source);
-    const bool fromHere = added && source && std::less_equal<>()(m_block, from) && std::less<>()(from, m_block + m_capacity);
+    const bool fromHere =
+        added && source && std::less_equal<>()(m_block, from) && std::less<>()(from, m_block + m_capacity);
     BYTE* to = m_block;
     std::size_t capacity = m_capacity;
     if (bytes > m_capacity || fromHere) {
-        if (bytes > m_capacity) capacity = Rounded(std::max(bytes, std::min(m_capacity + m_capacity / 2, MaxBytes)));
+        if (bytes > m_capacity)
+            capacity = Rounded(std::max(bytes, std::min(m_capacity + m_capacity / 2, MaxBytes)));
         to = NewBlock(capacity, where);
         CopyBytes(to, m_block, at);
         CopyBytes(to + at + added, m_block + at + removed, tail);
@@ -133,7 +139,8 @@ void _TQDataBufRoot::CheckSource(const void* source, ULONGLONG count, const wcha
 
 // Locks count by page and don't nest, so a locked block must not share its pages.
 const TQAllocator& _TQDataBufRoot::Memory() const noexcept {
-    if (m_level == _SecureLevel::WipeAndLock && !m_allocator->wholePages) return TQAllocatorFor<TQMemory::Pages>();
+    if (m_level == _SecureLevel::WipeAndLock && !m_allocator->wholePages)
+        return TQAllocatorFor<TQMemory::Pages>();
     return *m_allocator;
 }
 

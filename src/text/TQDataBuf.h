@@ -1,25 +1,25 @@
 // Typed, growable buffers whose memory can be wiped and locked.
 #pragma once
 
-#include <algorithm>
-#include <compare>
-#include <type_traits>
-
 #include "core/TQStdExceptions.h"
 #include "platform/Types.h"
 #include "text/TQAllocators.h"
 
+#include <algorithm>
+#include <compare>
+#include <type_traits>
+
 namespace Quellan::Corvel {
 
-// What all buffers have in common, in bytes: the memory, its size and its protection. Buffers are values and belong to
-// one thread at a time.
+// What all buffers have in common, in bytes: the memory, its size and its protection. Buffers are values and
+// belong to one thread at a time.
 class TQLIB_API _TQDataBufRoot {
   public:
     // How the memory of a buffer is protected for as long as the buffer lives.
     enum class _SecureLevel : BYTE {
         None,
-        // Overwritten with zeros before it is given back, and wherever contents are dropped: by shrinking, by moving to a
-        // larger block, by Clear and by the destructor.
+        // Overwritten with zeros before it is given back, and wherever contents are dropped: by shrinking, by
+        // moving to a larger block, by Clear and by the destructor.
         Wipe,
         // Wiped, and kept from being paged out. The memory is whole pages, whatever the buffer's allocator.
         WipeAndLock
@@ -46,9 +46,11 @@ class TQLIB_API _TQDataBufRoot {
     BYTE* Block() const noexcept { return m_block; }
     std::size_t BlockSize() const noexcept { return m_capacity; }
 
-    // Puts `added` bytes from `source` (zeros where it is null), which may lie in this buffer, in the place of `removed`
-    // bytes at `at`. Throws as the buffer's own members do, with `where`; the buffer is unchanged then.
-    void Splice(std::size_t at, std::size_t removed, const void* source, std::size_t added, const wchar_t* where);
+    // Puts `added` bytes from `source` (zeros where it is null), which may lie in this buffer, in the place
+    // of `removed` bytes at `at`. Throws as the buffer's own members do, with `where`; the buffer is
+    // unchanged then.
+    void Splice(std::size_t at, std::size_t removed, const void* source, std::size_t added,
+                const wchar_t* where);
     void ReserveBytes(std::size_t bytes, const wchar_t* where);
 
     // The bytes of `count` elements of `elementSize`; throws 111 where no buffer can hold them.
@@ -71,21 +73,28 @@ class TQLIB_API _TQDataBufRoot {
     _SecureLevel m_level;
 };
 
-// A growable array of trivially copyable elements. `N` selects the allocator (`TQMemory`); new elements are zero.
+// A growable array of trivially copyable elements. `N` selects the allocator (`TQMemory`); new elements are
+// zero.
 //
-// The secure level is given at construction. A copy has the level of its source; assignment gives the target the stricter
-// level of the two, so neither the old contents nor the new ever lose their protection. Moving leaves the source empty,
-// with its level. The level is no part of the value: comparison looks at the elements.
+// The secure level is given at construction. A copy has the level of its source; assignment gives the target
+// the stricter level of the two, so neither the old contents nor the new ever lose their protection. Moving
+// leaves the source empty, with its level. The level is no part of the value: comparison looks at the
+// elements.
 //
-// Failures: 14 (ERROR_OUTOFMEMORY) where memory is refused, 111 (ERROR_BUFFER_OVERFLOW) for a size beyond what an object
-// can have, 1413 (ERROR_INVALID_INDEX) for a position outside, 87 (ERROR_INVALID_PARAMETER) for a null source with a
-// count, the platform's code where pages can't be locked. The buffer is unchanged after each.
+// Failures: 14 (ERROR_OUTOFMEMORY) where memory is refused, 111 (ERROR_BUFFER_OVERFLOW) for a size beyond
+// what an object can have, 1413 (ERROR_INVALID_INDEX) for a position outside, 87 (ERROR_INVALID_PARAMETER)
+// for a null source with a count, the platform's code where pages can't be locked. The buffer is unchanged
+// after each.
 template <class T, unsigned N = TQMemory::Heap>
 class TQDataBuf : public _TQDataBufRoot {
     static_assert(std::is_trivially_copyable_v<T>, "elements are moved as bytes");
     static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "allocators align for fundamental types");
 
   public:
+    using value_type = T;
+    using iterator = T*;
+    using const_iterator = const T*;
+
     TQDataBuf() noexcept;
     explicit TQDataBuf(_SecureLevel level) noexcept;
     explicit TQDataBuf(ULONGLONG count, _SecureLevel level = _SecureLevel::None);
@@ -97,7 +106,8 @@ class TQDataBuf : public _TQDataBufRoot {
     TQDataBuf& operator=(TQDataBuf&& other);
     ~TQDataBuf() override;
 
-    // The first element; null for an empty buffer that never had memory. Valid until the buffer grows or is assigned.
+    // The first element; null while the buffer has no memory. Valid until the buffer grows, is cleared or is
+    // assigned.
     T* Data() noexcept;
     const T* Data() const noexcept;
     T* begin() noexcept;

@@ -86,12 +86,7 @@ int ExponentOf(double value) {
 }
 
 void Decimal::SetSpecial(double value) {
-    constexpr ULONGLONG QuietBit = 1ull << (MantissaBits - 1);
-    const ULONGLONG mantissa = MantissaOf(value);
-    const std::string_view name = mantissa == 0                                 ? "1#INF"
-                                  : (mantissa & QuietBit) == 0                  ? "1#SNAN"
-                                  : std::signbit(value) && mantissa == QuietBit ? "1#IND"
-                                                                                : "1#QNAN";
+    const std::string_view name = MantissaOf(value) == 0 ? "1#INF" : std::signbit(value) ? "1#IND" : "1#QNAN";
     count = static_cast<int>(name.copy(digits.data(), name.size()));
 }
 
@@ -116,6 +111,7 @@ void Decimal::SetExact(double value) {
 int Decimal::SetHexadecimal(double value, int places, bool upper) {
     if (ExponentOf(value) == ExponentSpecial) {
         SetSpecial(value);
+        RoundTo(1 + places);
         return 0;
     }
     const int exponentBits = ExponentOf(value);

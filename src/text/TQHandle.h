@@ -1,17 +1,17 @@
 // Owners of platform handles.
 #pragma once
 
-#include <new>
-#include <utility>
-
 #include "core/TQStdExceptions.h"
 #include "platform/Types.h"
 #include "text/TQSmartPtr.h"
 
+#include <new>
+#include <utility>
+
 namespace Quellan::Corvel {
 
-// Puts the calling thread's last error back at the end of its scope: for closers and destructors, which must not change
-// what their caller is about to read.
+// Puts the calling thread's last error back at the end of its scope: for closers and destructors, which must
+// not change what their caller is about to read.
 class TQLIB_API _TQLastErrorKeeper {
   public:
     _TQLastErrorKeeper() noexcept;
@@ -70,11 +70,12 @@ struct TQLIB_API _TQEventSourceClose : _TQNullHandle<HANDLE> {
     static void Close(HANDLE handle) noexcept;
 };
 
-// A reference-counted owner of one platform handle of the kind that the policy `C` tells: copies share the handle, which
-// is closed when the last of them goes. The count is safe between threads; one holder belongs to one thread at a time.
-// Whatever a holder does leaves the last error alone.
+// A reference-counted owner of one platform handle of the kind that the policy `C` tells: copies share the
+// handle, which is closed when the last of them goes. The count is safe between threads; one holder belongs
+// to one thread at a time. Whatever a holder does leaves the last error alone.
 //
-// Failures: 14 (ERROR_OUTOFMEMORY) where there is no memory for the count; the raw handle given is closed then.
+// Failures: 14 (ERROR_OUTOFMEMORY) where there is no memory for the count; the raw handle given is closed
+// then.
 template <class C>
 class TQHandle {
   public:
@@ -96,8 +97,8 @@ class TQHandle {
     void Close() noexcept { m_holder = {}; }
     // Gives the share up and takes `handle` over, as the constructor does; unchanged where that throws.
     void Attach(RawHandle handle) { *this = TQHandle(handle); }
-    // Hands the handle over to the caller and leaves the holder empty. Throws 1 (ERROR_INVALID_FUNCTION) where the handle
-    // is shared: the others would go on using it.
+    // Hands the handle over to the caller and leaves the holder empty. Throws 1 (ERROR_INVALID_FUNCTION)
+    // where the handle is shared: the others would go on using it.
     RawHandle Detach() {
         if (!IsValid()) return C::Empty();
         if (UseCount() != 1) TQStdExceptions::ThrowBadFuncError(L"TQHandle::Detach");
@@ -108,7 +109,9 @@ class TQHandle {
     void Swap(TQHandle& other) noexcept { std::swap(m_holder, other.m_holder); }
 
     // Two holders are equal when their raw handles are.
-    friend bool operator==(const TQHandle& left, const TQHandle& right) noexcept { return left.Get() == right.Get(); }
+    friend bool operator==(const TQHandle& left, const TQHandle& right) noexcept {
+        return left.Get() == right.Get();
+    }
     friend auto operator<=>(const TQHandle& left, const TQHandle& right) noexcept {
         return std::compare_three_way()(left.Get(), right.Get());
     }

@@ -1,15 +1,15 @@
 // Reference-counted pointers.
 #pragma once
 
+#include "core/TQStdExceptions.h"
+#include "platform/Types.h"
+
 #include <atomic>
 #include <compare>
 #include <concepts>
 #include <functional>
 #include <new>
 #include <utility>
-
-#include "core/TQStdExceptions.h"
-#include "platform/Types.h"
 
 namespace Quellan::Corvel {
 
@@ -45,7 +45,8 @@ struct _TQRefRecord {
     Count count;
 };
 
-// One holder of a shared thing, or of nothing. Different holders may be used by different threads where `Count` is
+// One holder of a shared thing, or of nothing. Different holders may be used by different threads where
+// `Count` is
 // `_TQRefThrCount`; one holder belongs to one thread at a time.
 template <class Count>
 class _TQRefHolder {
@@ -72,8 +73,8 @@ class _TQRefHolder {
     _TQRefRecord<Count>* m_record = nullptr;
 };
 
-// The two policies of `TQSmartPtr`. `Owns` tells whether the last holder deletes the object (1) or leaves it alone (0:
-// the object must outlive all holders); `Array` whether it was made by new (0) or by new[] (1).
+// The two policies of `TQSmartPtr`. `Owns` tells whether the last holder deletes the object (1) or leaves it
+// alone (0: the object must outlive all holders); `Array` whether it was made by new (0) or by new[] (1).
 
 // For holders that all belong to one thread.
 template <class T, int Owns = 1, int Array = 0>
@@ -87,18 +88,19 @@ struct _TQRefPtr {
     }
 };
 
-// For objects shared between threads: the count is changed by interlocked operations. The object guards itself.
+// For objects shared between threads: the count is changed by interlocked operations. The object guards
+// itself.
 template <class T, int Owns = 1, int Array = 0>
 struct _TQRefThrPtr : _TQRefPtr<T, Owns, Array> {
     using Count = _TQRefThrCount;
 };
 
-// A pointer that shares its object with its copies; the object ends with the last of them, by the policy `P`. A pointer
-// to a derived class converts to one to its base where both count in the same way, and the object still ends as what it
-// was made. One pointer belongs to one thread at a time, whatever its policy.
+// A pointer that shares its object with its copies; the object ends with the last of them, by the policy `P`.
+// A pointer to a derived class converts to one to its base where both count in the same way, and the object
+// still ends as what it was made. One pointer belongs to one thread at a time, whatever its policy.
 //
-// Failures: 5 (ERROR_ACCESS_DENIED) where a null pointer is followed, 14 (ERROR_OUTOFMEMORY) where there is no memory
-// for the count.
+// Failures: 5 (ERROR_ACCESS_DENIED) where a null pointer is followed, 14 (ERROR_OUTOFMEMORY) where there is
+// no memory for the count.
 template <class T, class P>
 class TQSmartPtr {
   public:
@@ -110,9 +112,9 @@ class TQSmartPtr {
     TQSmartPtr(TQSmartPtr&& other) noexcept
         : m_object(std::exchange(other.m_object, nullptr)), m_holder(std::move(other.m_holder)) {}
     template <class U, class Q>
-        requires std::convertible_to<U*, T*> && std::same_as<typename P::Count, typename Q::Count>
-    TQSmartPtr(TQSmartPtr<U, Q> other) noexcept
-        : m_object(std::exchange(other.m_object, nullptr)), m_holder(std::move(other.m_holder)) {}
+    requires std::convertible_to<U*, T*> && std::same_as<typename P::Count, typename Q::Count> TQSmartPtr(
+        TQSmartPtr<U, Q> other)
+    noexcept : m_object(std::exchange(other.m_object, nullptr)), m_holder(std::move(other.m_holder)) {}
     TQSmartPtr& operator=(TQSmartPtr other) noexcept {
         Swap(other);
         return *this;
@@ -180,8 +182,9 @@ std::strong_ordering operator<=>(const TQSmartPtr<T, P>& left, const TQSmartPtr<
     return std::compare_three_way()(left.Get(), right.Get());
 }
 
-// A smart pointer of type `S` as an element of a standard container: made from one without a word, used like one. It
-// is ordered and hashed by the object's identity, never by its value, so an object may change while it is a key.
+// A smart pointer of type `S` as an element of a standard container: made from one without a word, used like
+// one. It is ordered and hashed by the object's identity, never by its value, so an object may change while
+// it is a key.
 template <class S>
 class TQSPtrCont {
   public:
@@ -196,7 +199,8 @@ class TQSPtrCont {
     explicit operator bool() const noexcept { return static_cast<bool>(m_pointer); }
 
     friend bool operator==(const TQSPtrCont& left, const TQSPtrCont& right) noexcept = default;
-    friend std::strong_ordering operator<=>(const TQSPtrCont& left, const TQSPtrCont& right) noexcept = default;
+    friend std::strong_ordering operator<=>(const TQSPtrCont& left,
+                                            const TQSPtrCont& right) noexcept = default;
 
   private:
     S m_pointer;

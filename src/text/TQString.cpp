@@ -3,27 +3,15 @@
 #include "core/TQStdExceptions.h"
 #include "platform/Utf.h"
 #include "platform/Win32.h"
+#include "text/internal/Translated.h"
 
 #include <algorithm>
 #include <array>
-#include <new>
-#include <stdexcept>
+#include <limits>
 #include <utility>
 
 namespace Quellan::Corvel {
 namespace {
-
-// Does `work` and turns the standard library's failures into the library's.
-template <class Work>
-decltype(auto) Translated(const wchar_t* where, Work work) {
-    try {
-        return work();
-    } catch (const std::bad_alloc&) {
-        TQStdExceptions::ThrowMemAllocError(where);
-    } catch (const std::length_error&) {
-        TQStdExceptions::ThrowOverflowError(where);
-    }
-}
 
 template <class C>
 constexpr std::array<C, 6> WhiteSpace = {' ', '\t', '\n', '\v', '\f', '\r'};
@@ -37,6 +25,11 @@ constexpr bool IsAscii(C c) {
 }
 
 template <class C>
+bool IsAscii(std::basic_string_view<C> text) {
+    return std::all_of(text.begin(), text.end(), [](C c) { return IsAscii(c); });
+}
+
+template <class C>
 constexpr C UpperAscii(C c) {
     return c >= C{'a'} && c <= C{'z'} ? static_cast<C>(c - ('a' - 'A')) : c;
 }
@@ -46,23 +39,57 @@ constexpr C LowerAscii(C c) {
     return c >= C{'A'} && c <= C{'Z'} ? static_cast<C>(c + ('a' - 'A')) : c;
 }
 
-std::wstring Mapped(std::wstring_view text, wchar_t (*map)(wchar_t)) {
-    std::wstring result(text);
-    std::transform(result.begin(), result.end(), result.begin(), map);
+// The length as the platform's calls take it.
+int CallLength(std::size_t length, const wchar_t* where) {
+    if (length > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        TQStdExceptions::ThrowOverflowError(where);
+    return static_cast<int>(length);
+}
+
+// Text in one case. The mapping takes one character to one, so positions stay.
+template <class C>
+std::basic_string<C> InUpper(std::basic_string_view<C> text) {
+    std::basic_string<C> result(text);
+    std::transform(result.begin(), result.end(), result.begin(), &UpperAscii<C>);
+    if constexpr (std::is_same_v<C, wchar_t>) {
+        if (!IsAscii(text))
+            CharUpperBuffW(result.data(),
+                           static_cast<DWORD>(CallLength(result.size(), L"TQString::ToUpper")));
+    }
     return result;
 }
 
-std::string Mapped(std::string_view text, char (*map)(char)) {
-    std::string result(text);
-    std::transform(result.begin(), result.end(), result.begin(), map);
+template <class C>
+std::basic_string<C> InLower(std::basic_string_view<C> text) {
+    std::basic_string<C> result(text);
+    std::transform(result.begin(), result.end(), result.begin(), &LowerAscii<C>);
+    if constexpr (std::is_same_v<C, wchar_t>) {
+        if (!IsAscii(text))
+            CharLowerBuffW(result.data(),
+                           static_cast<DWORD>(CallLength(result.size(), L"TQString::ToLower")));
+    }
     return result;
+}
+
+// The platform's order, for text whose case ASCII does not tell.
+int RestOrderNoCase(std::wstring_view a, std::wstring_view b) {
+    constexpr auto Where = L"TQString::CompareNoCase";
+    const int order = CompareStringOrdinal(a.data(), CallLength(a.size(), Where), b.data(),
+                                           CallLength(b.size(), Where), TRUE);
+    if (order == 0) TQStdExceptions::ThrowLastError(Where);
+    return order - CSTR_EQUAL;
 }
 
 template <class C>
 int OrderNoCase(std::basic_string_view<C> a, std::basic_string_view<C> b) {
     const std::size_t common = std::min(a.size(), b.size());
     for (std::size_t i = 0; i < common; ++i) {
-        if (UpperAscii(a[i]) != UpperAscii(b[i])) return UpperAscii(a[i]) < UpperAscii(b[i]) ? -1 : 1;
+        if constexpr (std::is_same_v<C, wchar_t>) {
+            if (!IsAscii(a[i]) || !IsAscii(b[i])) return RestOrderNoCase(a.substr(i), b.substr(i));
+        }
+        const auto upperA = static_cast<std::make_unsigned_t<C>>(UpperAscii(a[i]));
+        const auto upperB = static_cast<std::make_unsigned_t<C>>(UpperAscii(b[i]));
+        if (upperA != upperB) return upperA < upperB ? -1 : 1;
     }
     return a.size() < b.size() ? -1 : a.size() > b.size() ? 1 : 0;
 }
@@ -219,10 +246,8 @@ std::size_t _TQStringT<C>::Find(_TQTextT<C> text, std::size_t from) const noexce
 
 template <class C>
 std::size_t _TQStringT<C>::FindNoCase(_TQTextT<C> text, std::size_t from) const {
-    // The mapping keeps positions, as it takes one character to one.
-    return Translated(L"TQString::FindNoCase", [&] {
-        return Mapped(View(), &UpperAscii<C>).find(Mapped(text.View(), &UpperAscii<C>), from);
-    });
+    return Translated(L"TQString::FindNoCase",
+                      [&] { return InUpper(View()).find(InUpper(text.View()), from); });
 }
 
 template <class C>
@@ -282,12 +307,12 @@ _TQStringT<C>& _TQStringT<C>::Trim(_TQTextT<C> set) {
 
 template <class C>
 _TQStringT<C> _TQStringT<C>::ToUpper() const {
-    return Translated(L"TQString::ToUpper", [&] { return Mapped(View(), &UpperAscii<C>); });
+    return Translated(L"TQString::ToUpper", [&] { return InUpper(View()); });
 }
 
 template <class C>
 _TQStringT<C> _TQStringT<C>::ToLower() const {
-    return Translated(L"TQString::ToLower", [&] { return Mapped(View(), &LowerAscii<C>); });
+    return Translated(L"TQString::ToLower", [&] { return InLower(View()); });
 }
 
 template <class C>
@@ -357,12 +382,34 @@ _TQStringT<C> _TQStringT<C>::FromUtf8(_TQTextT<char> text) requires std::is_same
 
 template <class C>
 _TQStringT<char> _TQStringT<C>::ToAnsi() const requires std::is_same_v<C, wchar_t> {
-    return ToUtf8();
+    constexpr auto Where = L"TQString::ToAnsi";
+    if (IsEmpty()) return {};
+    const int length = CallLength(Length(), Where);
+    const int needed = WideCharToMultiByte(CP_ACP, 0, c_str(), length, nullptr, 0, nullptr, nullptr);
+    if (needed == 0) TQStdExceptions::ThrowLastError(Where);
+    return Translated(Where, [&] {
+        std::string bytes(static_cast<std::size_t>(needed), '\0');
+        if (WideCharToMultiByte(CP_ACP, 0, c_str(), length, bytes.data(), needed, nullptr, nullptr) == 0) {
+            TQStdExceptions::ThrowLastError(Where);
+        }
+        return bytes;
+    });
 }
 
 template <class C>
 _TQStringT<C> _TQStringT<C>::FromAnsi(_TQTextT<char> text) requires std::is_same_v<C, wchar_t> {
-    return FromUtf8(text);
+    constexpr auto Where = L"TQString::FromAnsi";
+    if (text.View().empty()) return {};
+    const int length = CallLength(text.View().size(), Where);
+    const int needed = MultiByteToWideChar(CP_ACP, 0, text.View().data(), length, nullptr, 0);
+    if (needed == 0) TQStdExceptions::ThrowLastError(Where);
+    return Translated(Where, [&] {
+        std::wstring wide(static_cast<std::size_t>(needed), L'\0');
+        if (MultiByteToWideChar(CP_ACP, 0, text.View().data(), length, wide.data(), needed) == 0) {
+            TQStdExceptions::ThrowLastError(Where);
+        }
+        return wide;
+    });
 }
 
 template class _TQStringT<wchar_t>;

@@ -1,138 +1,124 @@
 #include "text/TQStringArray.h"
 
-#include <algorithm>
-#include <new>
-#include <stdexcept>
-
 #include "core/TQStdExceptions.h"
+#include "text/internal/Translated.h"
+
+#include <algorithm>
+#include <utility>
 
 namespace Quellan::Corvel {
-
 namespace {
 
-// Runs an operation on the vector and turns the standard library's failures into the library's own.
-template <class Operation>
-decltype(auto) Translated(const wchar_t* where, Operation operation) {
-    try {
-        return operation();
-    } catch (const std::bad_alloc&) {
-        TQStdExceptions::ThrowMemAllocError(where);
-    } catch (const std::length_error&) {
-        TQStdExceptions::ThrowOverflowError(where);
-    }
-}
-
-void CheckPosition(bool isInside, const wchar_t* where) {
-    if (!isInside) TQStdExceptions::ThrowIndexError(where);
-}
+using Difference = TQStringArray::const_iterator::difference_type;
 
 }  // namespace
 
 TQStringArray::TQStringArray() noexcept = default;
 
-TQStringArray::TQStringArray(std::initializer_list<TQString> texts)
-    : m_texts(Translated(L"TQStringArray::TQStringArray", [&] { return InternalArray(texts); })) {}
+TQStringArray::TQStringArray(std::initializer_list<TQString> elements)
+    : m_items(Translated(L"TQStringArray::TQStringArray", [&] { return InternalArray(elements); })) {}
 
 TQStringArray::TQStringArray(const TQStringArray& other)
-    : m_texts(Translated(L"TQStringArray::TQStringArray", [&] { return other.m_texts; })) {}
+    : m_items(Translated(L"TQStringArray::TQStringArray", [&] { return other.m_items; })) {}
 
 TQStringArray::TQStringArray(TQStringArray&& other) noexcept = default;
 
 TQStringArray& TQStringArray::operator=(const TQStringArray& other) {
-    m_texts = TQStringArray(other).m_texts;
-    return *this;
+    // By a copy: the vector's own assignment may fail half-way.
+    return *this = TQStringArray(other);
 }
 
 TQStringArray& TQStringArray::operator=(TQStringArray&& other) noexcept = default;
+
 TQStringArray::~TQStringArray() = default;
 
-std::size_t TQStringArray::Count() const noexcept { return m_texts.size(); }
-bool TQStringArray::IsEmpty() const noexcept { return m_texts.empty(); }
+std::size_t TQStringArray::Count() const noexcept {
+    return m_items.size();
+}
 
-TQString& TQStringArray::At(std::size_t position) {
-    CheckPosition(position < m_texts.size(), L"TQStringArray::At");
-    return m_texts[position];
+bool TQStringArray::IsEmpty() const noexcept {
+    return m_items.empty();
 }
 
 const TQString& TQStringArray::At(std::size_t position) const {
-    CheckPosition(position < m_texts.size(), L"TQStringArray::At");
-    return m_texts[position];
+    if (position >= Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::At");
+    return m_items[position];
 }
 
-TQString& TQStringArray::operator[](std::size_t position) { return At(position); }
-const TQString& TQStringArray::operator[](std::size_t position) const { return At(position); }
-
-void TQStringArray::Add(const TQString& text) { Insert(m_texts.size(), text); }
-
-void TQStringArray::Add(const TQStringArray& other) {
-    Translated(L"TQStringArray::Add", [&] {
-        InternalArray copy(other.m_texts);
-        m_texts.reserve(m_texts.size() + copy.size());
-        m_texts.insert(m_texts.end(), std::make_move_iterator(copy.begin()), std::make_move_iterator(copy.end()));
-    });
+const TQString& TQStringArray::operator[](std::size_t position) const {
+    return At(position);
 }
 
-void TQStringArray::Insert(std::size_t position, const TQString& text) {
-    CheckPosition(position <= m_texts.size(), L"TQStringArray::Insert");
-    // The copy comes first: the text may be one of this array, and what follows fails before it changes anything.
+void TQStringArray::SetAt(std::size_t position, TQString element) {
+    if (position >= Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::SetAt");
+    m_items[position] = std::move(element);
+}
+
+void TQStringArray::Add(TQString element) {
+    Translated(L"TQStringArray::Add", [&] { m_items.push_back(std::move(element)); });
+}
+
+void TQStringArray::Insert(std::size_t position, TQString element) {
+    if (position > Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::Insert");
     Translated(L"TQStringArray::Insert", [&] {
-        TQString copy(text);
-        m_texts.insert(m_texts.begin() + static_cast<std::ptrdiff_t>(position), std::move(copy));
+        m_items.insert(m_items.begin() + static_cast<Difference>(position), std::move(element));
     });
 }
 
-void TQStringArray::Remove(std::size_t position, std::size_t count) {
-    CheckPosition(position <= m_texts.size() && count <= m_texts.size() - position, L"TQStringArray::Remove");
-    const auto first = m_texts.begin() + static_cast<std::ptrdiff_t>(position);
-    m_texts.erase(first, first + static_cast<std::ptrdiff_t>(count));
+void TQStringArray::Remove(std::size_t position) {
+    if (position >= Count()) TQStdExceptions::ThrowIndexError(L"TQStringArray::Remove");
+    m_items.erase(m_items.begin() + static_cast<Difference>(position));
 }
 
-void TQStringArray::Clear() noexcept { m_texts.clear(); }
-
-std::size_t TQStringArray::Find(const TQString& text, std::size_t from) const noexcept {
-    for (std::size_t i = from; i < m_texts.size(); ++i)
-        if (m_texts[i] == text) return i;
-    return NotFound;
+void TQStringArray::Clear() noexcept {
+    m_items.clear();
 }
 
-std::size_t TQStringArray::FindNoCase(const TQString& text, std::size_t from) const {
-    for (std::size_t i = from; i < m_texts.size(); ++i)
-        if (m_texts[i].CompareNoCase(text) == 0) return i;
-    return NotFound;
+std::size_t TQStringArray::Find(const TQString& element, std::size_t from) const noexcept {
+    for (std::size_t i = from; i < Count(); ++i) {
+        if (m_items[i] == element) return i;
+    }
+    return TQString::NotFound;
 }
 
-void TQStringArray::Sort() { std::stable_sort(m_texts.begin(), m_texts.end()); }
+std::size_t TQStringArray::FindNoCase(const TQString& element, std::size_t from) const {
+    for (std::size_t i = from; i < Count(); ++i) {
+        if (m_items[i].CompareNoCase(element) == 0) return i;
+    }
+    return TQString::NotFound;
+}
 
-void TQStringArray::SortNoCase() {
-    std::stable_sort(m_texts.begin(), m_texts.end(),
-                     [](const TQString& a, const TQString& b) { return a.CompareNoCase(b) < 0; });
+void TQStringArray::Sort() noexcept {
+    std::sort(m_items.begin(), m_items.end());
 }
 
 TQString TQStringArray::Join(const TQString& separator) const {
     TQString result;
-    for (const TQString& text : m_texts) {
-        if (&text != &m_texts.front()) result.Append(separator);
-        result.Append(text);
+    for (const TQString& item : m_items) {
+        if (&item != &m_items.front()) result += separator;
+        result += item;
     }
     return result;
 }
 
 TQStringArray TQStringArray::Split(const TQString& text, const TQString& separators) {
-    TQStringArray parts;
-    std::wstring_view rest = text.View();
+    TQStringArray result;
+    if (text.IsEmpty()) return result;
+    std::wstring_view rest = text;
     for (;;) {
-        const std::size_t end = rest.find_first_of(separators.View());
-        parts.Add(TQString(rest.substr(0, end)));
-        if (end == rest.npos) return parts;
+        const std::size_t end = rest.find_first_of(separators);
+        result.Add(rest.substr(0, end));
+        if (end == std::wstring_view::npos) return result;
         rest.remove_prefix(end + 1);
     }
 }
 
-const TQString* TQStringArray::begin() const noexcept { return m_texts.data(); }
-const TQString* TQStringArray::end() const noexcept { return m_texts.data() + m_texts.size(); }
+TQStringArray::const_iterator TQStringArray::begin() const noexcept {
+    return m_items.begin();
+}
 
-bool TQStringArray::operator==(const TQStringArray& other) const noexcept { return m_texts == other.m_texts; }
-
-std::strong_ordering TQStringArray::operator<=>(const TQStringArray& other) const noexcept { return m_texts <=> other.m_texts; }
+TQStringArray::const_iterator TQStringArray::end() const noexcept {
+    return m_items.end();
+}
 
 }  // namespace Quellan::Corvel

@@ -295,11 +295,6 @@ TEST(OutOfMemory, ThrowsTheReservedInstanceWhereTheReportItselfNeedsMemory) {
         }
         EXPECT_EQ(reserved, 1);
     }
-    const auto shortText = Caught<TQException>([] {
-        FailAllocation fail;
-        TQStdExceptions::ThrowMemAllocError(L"short");
-    });
-    EXPECT_EQ(Message(shortText), L"short") << "a short text needs no memory";
 }
 
 TEST(OutOfMemory, LeavesTheTargetOfAnAssignmentUnchanged) {

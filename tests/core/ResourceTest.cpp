@@ -83,6 +83,18 @@ TEST_F(Resource, NeverReadsPastItsArguments) {
         << "a width takes an argument; narrow text and unknown numbers are never read";
 }
 
+TEST_F(Resource, IsAlsoAStringOfAModulesStringTable) {
+    TQLib::SetDestinationLocaleIDs(TQStrResDestination::User, {English, German});
+    const auto string = [](unsigned int id) { return TQStrRes(TestStore, id).Text(TQStrResDestination::User).Std(); };
+    EXPECT_EQ(string(7), L"Schöne \"Straße\"\\\tDrei");
+    EXPECT_EQ(string(8), L"second");
+    EXPECT_EQ(string(0x1001), L"far");
+    EXPECT_EQ(string(65535), L"last");
+    EXPECT_EQ(ThrownCode([&] { string(9); }), 1814u);
+    EXPECT_EQ(ThrownCode([&] { string(1); }), 1814u) << "a message is no string";
+    EXPECT_EQ(ThrownCode([&] { m_store.WithID(8).Text(TQStrResDestination::User); }), 317u) << "nor the other way round";
+}
+
 TEST_F(Resource, TellsWhatItDidNotFind) {
     const auto failure = [](auto action) -> std::pair<unsigned, std::wstring> {
         try {

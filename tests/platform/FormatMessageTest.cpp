@@ -68,14 +68,14 @@ std::wstring ExpandVariable(const wchar_t* format, ...) {
 
 }  // namespace
 
-TEST(FormatMessage, InsertsTakeTheirArgumentByNumber) {
+TEST(MessageText, InsertsTakeTheirArgumentByNumber) {
     EXPECT_EQ(Expand(L"%2!s! before %1, %2 again", {Text(L"one"), Text(L"two")}),
               L"two before one, two again");
     EXPECT_EQ(Expand(L"%10 %11 %100", {1, 2, 3, 4, 5, 6, 7, 8, 9, Text(L"ten"), Text(L"eleven")}),
               L"ten eleven ten0");
 }
 
-TEST(FormatMessage, TextInsertsKeepWidthPrecisionAndKind) {
+TEST(MessageText, TextInsertsKeepWidthPrecisionAndKind) {
     const ULONG_PTR wide = Text(L"wide");
     const ULONG_PTR narrow = Text("narrow");
     EXPECT_EQ(Expand(L"[%1!6s!][%1!-6s!][%1!.2s!]", {wide}), L"[  wide][wide  ][wi]");
@@ -85,12 +85,12 @@ TEST(FormatMessage, TextInsertsKeepWidthPrecisionAndKind) {
     EXPECT_EQ(Expand(L"%1 %2!hs!", {0, 0}), L"(null) (null)");
 }
 
-TEST(FormatMessage, ATextWithPrecisionNeedNoTerminator) {
+TEST(MessageText, ATextWithPrecisionNeedNoTerminator) {
     const wchar_t unterminated[] = {L'a', L'b', L'c'};
     EXPECT_EQ(Expand(L"%1!.3s!", {Text(unterminated)}), L"abc");
 }
 
-TEST(FormatMessage, NumbersHaveThePlatformsSizesAndFlags) {
+TEST(MessageText, NumbersHaveThePlatformsSizesAndFlags) {
     const ULONG_PTR minusFive = static_cast<ULONG_PTR>(-5LL);
     EXPECT_EQ(Expand(L"%1!d! %1!i! %1!ld! %1!I64d! %1!lld! %1!hd!", {minusFive}), L"-5 -5 -5 -5 -5 -5");
     EXPECT_EQ(Expand(L"%1!u! %1!lu! %1!hu! %1!I64u!", {minusFive}),
@@ -103,29 +103,29 @@ TEST(FormatMessage, NumbersHaveThePlatformsSizesAndFlags) {
     EXPECT_EQ(Expand(L"[%1!05d!][%1!.0d!][%2!.0d!]", {minusFive, 0}), L"[-0005][-5][]");
 }
 
-TEST(FormatMessage, AsterisksTakeTheArgumentsBeforeTheValue) {
+TEST(MessageText, AsterisksTakeTheArgumentsBeforeTheValue) {
     EXPECT_EQ(Expand(L"%1!*.*s! %4 %5!*s!", {4, 2, Text(L"Bill"), Text(L"Bob"), 6, Text(L"Bill")}),
               L"  Bi Bob   Bill");
     EXPECT_EQ(Expand(L"[%1!*d!]", {static_cast<ULONG_PTR>(-4LL), 7}), L"[7   ]");
 }
 
-TEST(FormatMessage, VariableArgumentsAreReadInOrderWhateverTheOrderOfInserts) {
+TEST(MessageText, VariableArgumentsAreReadInOrderWhateverTheOrderOfInserts) {
     EXPECT_EQ(ExpandVariable(L"%3!d! %1 %2!I64x!", L"text", 0x123456789ABCULL, -7), L"-7 text 123456789abc");
 }
 
-TEST(FormatMessage, EscapesGiveTheirCharacters) {
+TEST(MessageText, EscapesGiveTheirCharacters) {
     EXPECT_EQ(Plain(L"100%% a%tb%rc%nd%!e%.% f"), L"100% a\tb\rc\r\nd!e. f");
     EXPECT_EQ(Expand(L"%1%!s!", {Text(L"x")}), L"x!s!");
     EXPECT_EQ(Plain(L"kept%0dropped"), L"kept");
 }
 
-TEST(FormatMessage, LineBreaksAreKeptOrBecomeBlanks) {
+TEST(MessageText, LineBreaksAreKeptOrBecomeBlanks) {
     EXPECT_EQ(Plain(L"a\nb\rc\r\nd"), L"a\r\nb\r\nc\r\nd");
     EXPECT_EQ(Plain(L"a\nb\rc\r\nd%ne\r\n", FORMAT_MESSAGE_MAX_WIDTH_MASK), L"a b c d\r\ne ");
     EXPECT_EQ(Expand(L"%1", {Text(L"a\nb")}, FORMAT_MESSAGE_MAX_WIDTH_MASK), L"a\nb");
 }
 
-TEST(FormatMessage, AWidthBreaksLinesBetweenWords) {
+TEST(MessageText, AWidthBreaksLinesBetweenWords) {
     constexpr DWORD Width = 12;
     const std::wstring text = Plain(L"The quick\r\nbrown fox jumps over the%nlazy dog.", Width);
     EXPECT_EQ(text.substr(text.find(L"the\r\n")), L"the\r\nlazy dog.");
@@ -138,21 +138,21 @@ TEST(FormatMessage, AWidthBreaksLinesBetweenWords) {
     EXPECT_EQ(words, L"The quick brown fox jumps over the lazy dog.");
 }
 
-TEST(FormatMessage, TextWithKeptInsertsCanBeExpandedLater) {
+TEST(MessageText, TextWithKeptInsertsCanBeExpandedLater) {
     constexpr const wchar_t* Message = L"%1!s! is 100%% of %2!08x!%!%n%t% .";
     const std::wstring kept = Plain(Message, FORMAT_MESSAGE_IGNORE_INSERTS);
     EXPECT_NE(kept.find(L"%1!s!"), std::wstring::npos);
     EXPECT_EQ(Expand(kept.c_str(), {Text(L"it"), 255}), Expand(Message, {Text(L"it"), 255}));
 }
 
-TEST(FormatMessage, MalformedTextsAndInsertsWithoutArgumentsAreRefused) {
+TEST(MessageText, MalformedTextsAndInsertsWithoutArgumentsAreRefused) {
     EXPECT_EQ(Plain(L"percent at the end %"), Failed(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Expand(L"%1!d", {1}), Failed(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Plain(L"%1"), Failed(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Plain(L""), Failed(NothingToFormat));
 }
 
-TEST(FormatMessage, WrongCallsAreRefused) {
+TEST(MessageText, WrongCallsAreRefused) {
     std::array<wchar_t, 10> buffer;
     EXPECT_EQ(Format(0, L"text", 0, 0, nullptr), Failed(ERROR_INVALID_PARAMETER));
     SetLastError(ERROR_SUCCESS);
@@ -160,7 +160,7 @@ TEST(FormatMessage, WrongCallsAreRefused) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
 }
 
-TEST(FormatMessage, ABufferHoldsTheTextAndItsTerminatorOrNothing) {
+TEST(MessageText, ABufferHoldsTheTextAndItsTerminatorOrNothing) {
     std::array<wchar_t, 4> buffer;
     EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"abc", 0, 0, buffer.data(), 4, nullptr), 3u);
     SetLastError(ERROR_SUCCESS);
@@ -168,7 +168,7 @@ TEST(FormatMessage, ABufferHoldsTheTextAndItsTerminatorOrNothing) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
-TEST(FormatMessage, AnAllocatedBufferHasTheLeastSizeAskedFor) {
+TEST(MessageText, AnAllocatedBufferHasTheLeastSizeAskedFor) {
     constexpr DWORD Least = 100;
     wchar_t* buffer = nullptr;
     ASSERT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ALLOCATE_BUFFER, L"abc", 0, 0,
@@ -179,7 +179,7 @@ TEST(FormatMessage, AnAllocatedBufferHasTheLeastSizeAskedFor) {
     EXPECT_EQ(LocalFree(buffer), nullptr);
 }
 
-TEST(FormatMessage, AFailureLeavesNoAllocatedBuffer) {
+TEST(MessageText, AFailureLeavesNoAllocatedBuffer) {
     wchar_t placeholder = 0;
     wchar_t* buffer = &placeholder;
     SetLastError(ERROR_SUCCESS);
@@ -190,7 +190,7 @@ TEST(FormatMessage, AFailureLeavesNoAllocatedBuffer) {
     EXPECT_EQ(buffer, nullptr);
 }
 
-TEST(FormatMessage, SystemTextsAnswerWin32CodesAndTheSameAsHResults) {
+TEST(MessageText, SystemTextsAnswerWin32CodesAndTheSameAsHResults) {
     const auto text = [](DWORD code, DWORD flags = 0) {
         return Format(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS | flags, nullptr, code, 0,
                       nullptr);
@@ -250,7 +250,7 @@ TEST_F(ModuleMessages, AreFoundInAModuleLoadedAsCode) {
     EXPECT_TRUE(FreeLibrary(module));
 }
 
-TEST(FormatMessage, AModuleWithoutMessagesHasNone) {
+TEST(MessageText, AModuleWithoutMessagesHasNone) {
     EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 1, 0, nullptr),
               Failed(ERROR_RESOURCE_DATA_NOT_FOUND));
 }

@@ -1,5 +1,6 @@
 // What the layer's FormatMessageW does by the documentation where Wine does otherwise, its system texts, and
 // the expansion's limits.
+#include "PlatformMessages.h"
 #include "platform/SystemCodes.h"
 #include "platform/Win32.h"
 #include "platform/linux/internal/MessageFormat.h"
@@ -12,7 +13,7 @@
 #include <vector>
 
 using namespace Quellan::Corvel::Platform;
-using Quellan::Corvel::Test::FailCall;
+using namespace Quellan::Corvel::Test;
 
 namespace {
 
@@ -60,7 +61,7 @@ Result Wrapped(std::wstring_view text, DWORD width) {
 }  // namespace
 
 TEST(MessageText, AnEscapedBIsABlank) {
-    EXPECT_EQ(Expand(L"a%bb", {}).text, L"a bb");  // Wine gives the letter.
+    EXPECT_EQ(Expand(L"a%bc", {}).text, L"a c");  // Wine gives the letter.
 }
 
 TEST(MessageText, AWordIsNeverBroken) {
@@ -103,7 +104,7 @@ TEST(MessageText, NarrowTextIsUtf8AndItsPrecisionCountsBytes) {
     EXPECT_EQ(Expand(L"%1!.2hs!", {text}).text, L"\u00F6");
 }
 
-TEST(FormatMessage, AnAllocatedTextHasItsGreatestSize) {
+TEST(MessageText, AnAllocatedTextHasItsGreatestSize) {
     wchar_t* buffer = nullptr;
     const auto format = [&](std::size_t length) {
         const std::wstring text(length, L'x');
@@ -116,14 +117,14 @@ TEST(FormatMessage, AnAllocatedTextHasItsGreatestSize) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_MORE_DATA});
 }
 
-TEST(FormatMessage, AStringIsNoSourceBesideOthers) {
+TEST(MessageText, AStringIsNoSourceBesideOthers) {
     EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_FROM_SYSTEM, L"x", 0, 0).code,
               DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_STRING, nullptr, 0, 0).code, DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_STRING | 0x4000, L"x", 0, 0).code, DWORD{ERROR_INVALID_PARAMETER});
 }
 
-TEST(FormatMessage, EveryKnownCodeHasASentence) {
+TEST(MessageText, EveryKnownCodeHasASentence) {
     for (const SystemCode& known : SystemCodes()) {
         const Result found = SystemText(known.code);
         EXPECT_TRUE(found.text.ends_with(L".\r\n")) << known.code << " failed with " << found.code;
@@ -131,23 +132,40 @@ TEST(FormatMessage, EveryKnownCodeHasASentence) {
     }
 }
 
-TEST(FormatMessage, StatusCodesAndWrappedCodesHaveTheirTexts) {
+TEST(MessageText, StatusCodesAndWrappedCodesHaveTheirTexts) {
     EXPECT_EQ(SystemText(STATUS_ACCESS_VIOLATION).text, L"The program touched memory it may not access.\r\n");
     EXPECT_EQ(SystemText(0x80070020).text, SystemText(ERROR_SHARING_VIOLATION).text);
     EXPECT_EQ(SystemText(0x8007FFFF).code, DWORD{ERROR_MR_MID_NOT_FOUND});
 }
 
-TEST(FormatMessage, SystemTextsAreEnglish) {
+TEST(MessageText, SystemTextsAreEnglish) {
     for (const DWORD language : {0x0000u, 0x0400u, 0x0800u, 0x0009u, 0x0409u})
         EXPECT_FALSE(SystemText(ERROR_ACCESS_DENIED, language).text.empty()) << language;
     EXPECT_EQ(SystemText(ERROR_ACCESS_DENIED, 0x0407).code, DWORD{ERROR_RESOURCE_LANG_NOT_FOUND});
 }
 
-TEST(FormatMessage, ALackOfMemoryIsReported) {
-    wchar_t* buffer = nullptr;
-    const FailCall lack("LocalAlloc", 1, ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ALLOCATE_BUFFER, L"x", 0, 0,
-                             reinterpret_cast<wchar_t*>(&buffer), 0, nullptr),
-              0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ENOUGH_MEMORY});
+TEST(MessageText, ALackOfMemoryIsReportedWhereverItArises) {
+    const HMODULE module = LoadLibraryExW(L"platform_messages.dll", nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    const auto format = [&] {
+        wchar_t* buffer = nullptr;
+        const DWORD length = FormatMessageW(
+            FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER,
+            module, MSG_GREETING, 0x409, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+        LocalFree(buffer);
+        return length;
+    };
+    for (unsigned nth = 1;; ++nth) {
+        const FailAllocation lack(nth);
+        SetLastError(ERROR_SUCCESS);
+        const DWORD length = format();
+        if (!lack.Fired()) break;
+        EXPECT_EQ(length, 0u) << "with allocation " << nth;
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ENOUGH_MEMORY}) << "with allocation " << nth;
+    }
+    {
+        const FailCall lack("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(format(), 0u);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ENOUGH_MEMORY});
+    }
+    EXPECT_TRUE(FreeLibrary(module));
 }

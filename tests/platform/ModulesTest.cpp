@@ -88,7 +88,8 @@ TEST(Modules, AreLoadedByFullPath) {
 TEST(Modules, TheirExportsAreFoundByNameAndNobodyElsesAre) {
     const HMODULE module = LoadLibraryW(CodeModule);
     ASSERT_NE(module, nullptr);
-    const auto answer = reinterpret_cast<int (*)()>(GetProcAddress(module, "CodeModuleAnswer"));
+    const auto answer =
+        reinterpret_cast<int (*)()>(reinterpret_cast<void*>(GetProcAddress(module, "CodeModuleAnswer")));
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(answer(), 42);
     EXPECT_EQ(FailureOf([&] { return GetProcAddress(module, "malloc"); }), DWORD{ERROR_PROC_NOT_FOUND});
@@ -208,7 +209,7 @@ TEST(Modules, AFileNameIsCutToItsBuffer) {
     SetLastError(ERROR_SUCCESS);
     EXPECT_EQ(GetModuleFileNameW(nullptr, buffer.data(), size), size);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(std::wstring(buffer.data()), whole.substr(0, size - 1));
+    EXPECT_EQ(std::wstring(buffer.data(), size - 1), whole.substr(0, size - 1));
     EXPECT_EQ(FailureOf([&] { return GetModuleFileNameW(nullptr, buffer.data(), 0); }),
               DWORD{ERROR_INSUFFICIENT_BUFFER});
 }

@@ -83,7 +83,14 @@ inline ULONG_PTR NumberOf(const volatile void* pointer) {
     return function() + 1;
 }
 [[gnu::noipa]] inline void ExecuteIllegalInstruction() {
-    __builtin_trap();
+#if defined(__aarch64__)
+    asm volatile("udf #0");
+#else
+    asm volatile("ud2");
+#endif
+}
+inline int ReadNearNull() {
+    return Read(reinterpret_cast<const int*>(64));
 }
 
 // A page that may be read or not be touched at all.

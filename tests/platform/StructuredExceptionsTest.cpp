@@ -65,10 +65,13 @@ TEST_F(StructuredExceptions, CallOfWhatCannotBeAnAddressIsTranslated) {
 }
 
 TEST_F(StructuredExceptions, DivisionByZeroIsTranslated) {
+#if defined(__aarch64__)
+    GTEST_SKIP() << "this processor divides by zero without a fault";
+#endif
     EXPECT_THAT(FaultOf([] { Divide(7, 0); }), IsFault(EXCEPTION_INT_DIVIDE_BY_ZERO));
 }
 
-TEST_F(StructuredExceptions, IllegalInstructionIsTranslatedWithItsAddress) {
+TEST_F(StructuredExceptions, IllegalInstructionIsTranslated) {
     EXPECT_THAT(FaultOf([] { ExecuteIllegalInstruction(); }), IsFault(EXCEPTION_ILLEGAL_INSTRUCTION));
 }
 
@@ -128,7 +131,7 @@ TEST_F(StructuredExceptions, DestructorsBetweenFaultAndCatchRun) {
 }
 
 TEST_F(StructuredExceptions, DestructorsInFramesOfALibraryRun) {
-    for (const auto callback : {ReadNearNull, +[] { return Divide(1, 0); }, +[] { return Call(nullptr); },
+    for (const auto callback : {ReadNearNull, +[] { return Call(nullptr); },
                                 +[] {
                                     Raise(OwnCode, {});
                                     return 0;
@@ -139,10 +142,23 @@ TEST_F(StructuredExceptions, DestructorsInFramesOfALibraryRun) {
     }
 }
 
+// The fault is the first instruction for which the catch block is responsible.
+[[gnu::noipa, gnu::no_sanitize("undefined")]] int ReadOr(const volatile int* from, int otherwise) {
+    try {
+        return *from;
+    } catch (const Fault&) {
+        return otherwise;
+    }
+}
+
+TEST_F(StructuredExceptions, FaultIsCaughtInTheFaultingFunction) {
+    EXPECT_EQ(ReadOr(noAccess.At(0), 5), 5);
+}
+
 TEST_F(StructuredExceptions, FaultInACatchBlockIsTranslated) {
     EXPECT_THAT(FaultOf([] {
                     try {
-                        Divide(1, 0);
+                        ExecuteIllegalInstruction();
                     } catch (const Fault&) {
                         ReadNearNull();
                     }
@@ -152,30 +168,31 @@ TEST_F(StructuredExceptions, FaultInACatchBlockIsTranslated) {
 
 TEST_F(StructuredExceptions, FaultInATranslatorIsTranslated) {
     const Translated faulting([](unsigned int code, EXCEPTION_POINTERS* pointers) {
-        if (code == EXCEPTION_INT_DIVIDE_BY_ZERO) ReadNearNull();
+        if (code == EXCEPTION_ILLEGAL_INSTRUCTION) ReadNearNull();
         ThrowFault(code, pointers);
     });
-    EXPECT_THAT(FaultOf([] { Divide(1, 0); }), IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, 64));
+    EXPECT_THAT(FaultOf([] { ExecuteIllegalInstruction(); }),
+                IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, 64));
 }
 
 TEST_F(StructuredExceptions, InnerTranslatorServesUntilTheOuterIsRestored) {
     const auto throwNumber = [](unsigned int, EXCEPTION_POINTERS*) { throw 5; };
     {
         const Translated inner(throwNumber);
-        EXPECT_THROW(Divide(1, 0), int);
+        EXPECT_THROW(ReadNearNull(), int);
     }
     EXPECT_EQ(SetStructuredExceptionTranslator(nullptr), &ThrowFault);
     EXPECT_EQ(SetStructuredExceptionTranslator(ThrowFault), nullptr);
-    EXPECT_THROW(Divide(1, 0), Fault);
+    EXPECT_THROW(ReadNearNull(), Fault);
 }
 
 TEST_F(StructuredExceptions, EachThreadStartsWithoutTranslatorAndHasItsOwn) {
     std::jthread([] {
         EXPECT_EQ(SetStructuredExceptionTranslator([](unsigned int, EXCEPTION_POINTERS*) { throw 5; }),
                   nullptr);
-        EXPECT_THROW(Divide(1, 0), int);
+        EXPECT_THROW(ReadNearNull(), int);
     }).join();
-    EXPECT_THROW(Divide(1, 0), Fault);
+    EXPECT_THROW(ReadNearNull(), Fault);
 }
 
 TEST_F(StructuredExceptions, ThreadsFaultAtTheSameTime) {

@@ -15,6 +15,8 @@ ReadThatEndsLikeAFunction:
     subq $32, %rsp
     .seh_stackalloc 32
     .seh_endprologue
+    movq $0, (%rsp)
+    movq $0, 8(%rsp)
     leaq 61(%rcx), %rax
     movl -61(%rax), %ebx
     movl %ebx, %eax

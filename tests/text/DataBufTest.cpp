@@ -1,14 +1,12 @@
-#include "text/TQDataBuf.h"
-
-#include <gtest/gmock.h>
-
-#include <string>
-#include <string_view>
-#include <vector>
-
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/ThrownCode.h"
+#include "text/TQDataBuf.h"
+
+#include <gmock/gmock.h>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace Quellan::Corvel {
 
@@ -53,9 +51,10 @@ using namespace std::string_view_literals;
 using Test::FailAllocation;
 using Test::FailCall;
 using Test::SweepAllocations;
+using Test::SweepFaults;
 using Test::ThrownCode;
-using testing::ElementsAre;
 using testing::Each;
+using testing::ElementsAre;
 using Level = _TQDataBufRoot::_SecureLevel;
 
 constexpr std::string_view Secret = "the password";
@@ -76,6 +75,7 @@ TEST(DataBuf, GrowsWithZerosAndShrinksFromTheEnd) {
     numbers.Resize(3);
     EXPECT_THAT(numbers, ElementsAre(7, 0, 0));
     EXPECT_EQ(numbers.Bytes(), 3 * sizeof(int));
+    numbers[1] = 9;
     numbers.Resize(1);
     numbers.Resize(2);
     EXPECT_THAT(numbers, ElementsAre(7, 0));
@@ -103,12 +103,12 @@ TEST(DataBuf, TakesItsOwnElementsAsTheSource) {
     for (const ULONGLONG room : {0u, 100u}) {
         auto text = Buffer("abcd");
         text.Reserve(room);
-        text.Insert(1, text.Data(), text.Size());
-        EXPECT_EQ(Text(text), "aabcdbcd");
+        text.Insert(1, text.Data() + 2, 2);
+        EXPECT_EQ(Text(text), "acdbcd");
         text.Assign(text.Data() + 1, 4);
-        EXPECT_EQ(Text(text), "abcd");
-        text.Append(text[3]);
-        EXPECT_EQ(Text(text), "abcdd");
+        EXPECT_EQ(Text(text), "cdbc");
+        text.Append(text[1]);
+        EXPECT_EQ(Text(text), "cdbcd");
     }
 }
 
@@ -135,7 +135,8 @@ TEST(DataBuf, RefusesSizesBeyondAnyObjectAndNullSources) {
     auto numbers = TQDataBuf<int>(2);
     EXPECT_EQ(ThrownCode([&] { numbers.Resize(~0ull / sizeof(int)); }), ERROR_BUFFER_OVERFLOW);
     EXPECT_EQ(ThrownCode([&] { numbers.Reserve(1ull << 62); }), ERROR_BUFFER_OVERFLOW);
-    EXPECT_EQ(ThrownCode([&] { numbers.Append(numbers.Data(), ~0ull / 2 / sizeof(int)); }), ERROR_BUFFER_OVERFLOW);
+    EXPECT_EQ(ThrownCode([&] { numbers.Append(numbers.Data(), ~0ull / 2 / sizeof(int)); }),
+              ERROR_BUFFER_OVERFLOW);
     EXPECT_EQ(ThrownCode([&] { numbers.Append(nullptr, 1); }), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(ThrownCode([&] { numbers.Append(nullptr, 0); }), 0u);
     EXPECT_THAT(numbers, ElementsAre(0, 0));
@@ -146,7 +147,12 @@ TEST(DataBuf, IsUnchangedWhereMemoryIsRefused) {
     const auto longer = Buffer("0123456789");
     const auto unchanged = [&] { EXPECT_EQ(Text(text), "abc"); };
     const auto restoring = [&](auto operation) {
-        SweepAllocations([&, saved = text]() mutable { operation(text); text.Swap(saved); }, unchanged);
+        SweepAllocations(
+            [&, saved = text]() mutable {
+                operation(text);
+                text.Swap(saved);
+            },
+            unchanged);
     };
     restoring([&](auto& b) { b.Append(longer); });
     restoring([&](auto& b) { b.Insert(1, "0123456789", 10); });
@@ -171,7 +177,8 @@ TEST(DataBuf, ComparesByElements) {
     EXPECT_EQ(Buffer("abc"), Buffer("abc", Level::Wipe));
     EXPECT_NE(Buffer("abc"), Buffer("abd"));
     EXPECT_LT(Buffer("ab"), Buffer("abc"));
-    EXPECT_GT(BYTEBuf(reinterpret_cast<const BYTE*>("\xFF"), 1), BYTEBuf(reinterpret_cast<const BYTE*>("\x01z"), 2));
+    EXPECT_GT(BYTEBuf(reinterpret_cast<const BYTE*>("\xFF"), 1),
+              BYTEBuf(reinterpret_cast<const BYTE*>("\x01z"), 2));
 }
 
 TEST(DataBuf, MovingLeavesTheSourceEmpty) {
@@ -288,7 +295,7 @@ TEST(DataBufLock, IsUnchangedWhereTheLockIsRefused) {
     g_released.clear();
     auto buffer = Buffer<WatchedPages>(Secret, Level::WipeAndLock);
     const auto grow = [&] { buffer.Resize(buffer.Capacity() + 1); };
-    Test::SweepFaults("VirtualLock", ERROR_WORKING_SET_QUOTA, grow, [&] {
+    SweepFaults("VirtualLock", ERROR_WORKING_SET_QUOTA, grow, [&] {
         EXPECT_EQ(Text(buffer), Secret);
         EXPECT_EQ(g_released.size(), 1u) << "the new block";
     });

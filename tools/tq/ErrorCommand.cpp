@@ -66,6 +66,8 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
     if (length == 0) return std::nullopt;
     const TQHandle<_TQLocalMemClose> owner(buffer);
     TQString text(buffer, length);
+    // A line break that a message insists on would break the table.
+    text.Replace(L"\r\n", L" ");
     text.Trim();
     return text;
 }

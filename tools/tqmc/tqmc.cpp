@@ -11,6 +11,7 @@
 #include <iterator>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -33,7 +34,8 @@ constexpr std::size_t MaxEntrySize = 0xFFFC;
 constexpr std::uint16_t EntryIsUtf16 = 1;
 
 constexpr char NoteName[] = "TQLib";
-constexpr std::uint32_t NoteType = 1;
+constexpr std::uint32_t MessagesNote = 1;
+constexpr std::uint32_t StringsNote = 2;
 constexpr std::uint32_t ContainerVersion = 1;
 constexpr std::size_t ContainerHeaderSize = 8;
 constexpr std::size_t LanguageEntrySize = 12;
@@ -73,6 +75,37 @@ void WriteWhole(const std::string& path, std::string_view contents) {
     out << contents;
     out.close();
     if (!out) throw Failure(path + ": cannot be written");
+}
+
+// The code point at `i`, which moves behind it; none where the text is not UTF-8.
+std::optional<std::uint32_t> CodePoint(std::string_view text, std::size_t& i) {
+    const auto byte = [&](std::size_t at) { return at < text.size() ? static_cast<unsigned char>(text[at]) : 0u; };
+    const std::uint32_t lead = byte(i++);
+    if (lead < 0x80) return lead;
+    const unsigned following = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
+    std::uint32_t code = lead & (0x3Fu >> following);
+    for (unsigned k = 0; k < following; ++k, ++i) {
+        if ((byte(i) & 0xC0) != 0x80) return std::nullopt;
+        code = code << 6 | (byte(i) & 0x3F);
+    }
+    constexpr std::uint32_t Least[] = {0, 0x80, 0x800, 0x10000};
+    if (lead < 0xC0 || lead > 0xF4 || code < Least[following] || code > 0x10FFFF || (code >= 0xD800 && code < 0xE000))
+        return std::nullopt;
+    return code;
+}
+
+bool AppendUtf16(std::string_view utf8, std::u16string& text) {
+    for (std::size_t i = 0; i < utf8.size();) {
+        const std::optional<std::uint32_t> code = CodePoint(utf8, i);
+        if (!code) return false;
+        if (*code > 0xFFFF) {
+            text += static_cast<char16_t>(0xD800 + ((*code - 0x10000) >> 10));
+            text += static_cast<char16_t>(0xDC00 + ((*code - 0x10000) & 0x3FF));
+        } else {
+            text += static_cast<char16_t>(*code);
+        }
+    }
+    return true;
 }
 
 class Parser {
@@ -235,7 +268,7 @@ class Parser {
         for (;;) {
             if (!ReadLine()) Fail("the message lacks the line with a single dot at its end");
             if (m_line == ".") break;
-            AppendUtf16(text);
+            if (!AppendUtf16(m_line, text)) Fail("the text is not UTF-8");
             text += u"\r\n";
         }
         if (text.empty()) Fail("the message's text is empty");
@@ -243,37 +276,6 @@ class Parser {
             Fail("the message's text is too long");
         message.texts.emplace(language, std::move(text));
         if (!ReadLine()) m_line = {}, m_at = 0;
-    }
-
-    void AppendUtf16(std::u16string& text) const {
-        for (std::size_t i = 0; i < m_line.size();) {
-            const std::uint32_t code = CodePoint(i);
-            if (code > 0xFFFF) {
-                text += static_cast<char16_t>(0xD800 + ((code - 0x10000) >> 10));
-                text += static_cast<char16_t>(0xDC00 + ((code - 0x10000) & 0x3FF));
-            } else {
-                text += static_cast<char16_t>(code);
-            }
-        }
-    }
-
-    std::uint32_t CodePoint(std::size_t& i) const {
-        const auto byte = [&](std::size_t at) {
-            return at < m_line.size() ? static_cast<unsigned char>(m_line[at]) : 0u;
-        };
-        const std::uint32_t lead = byte(i++);
-        if (lead < 0x80) return lead;
-        const unsigned following = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
-        std::uint32_t code = lead & (0x3Fu >> following);
-        for (unsigned k = 0; k < following; ++k, ++i) {
-            if ((byte(i) & 0xC0) != 0x80) Fail("the text is not UTF-8");
-            code = code << 6 | (byte(i) & 0x3F);
-        }
-        constexpr std::uint32_t Least[] = {0, 0x80, 0x800, 0x10000};
-        if (lead < 0xC0 || lead > 0xF4 || code < Least[following] || code > 0x10FFFF ||
-            (code >= 0xD800 && code < 0xE000))
-            Fail("the text is not UTF-8");
-        return code;
     }
 
     std::string m_path;
@@ -286,6 +288,107 @@ class Parser {
     std::map<std::string, std::uint32_t> m_severities{
         {"Success", 0}, {"Informational", 1}, {"Warning", 2}, {"Error", 3}};
     std::map<std::string, std::uint32_t> m_facilities{{"System", 0xFF}, {"Application", 0xFFF}};
+    MessageFile m_file;
+};
+
+// Reads the string tables of a resource script: "#define NAME number" lines and
+// STRINGTABLE BEGIN number "text" ... END, with // comments, "" for a quotation mark and \\n, \\r, \\t, \\\\ in a text.
+// Other lines that begin with # are left to the resource compiler of the platform.
+class StringTableParser {
+  public:
+    explicit StringTableParser(const std::string& path) : m_path(path), m_text(ReadWhole(path)) {}
+
+    // The strings as messages in `language`.
+    MessageFile Parse(const std::string& language, std::uint32_t languageId) {
+        m_file.languages[language] = languageId;
+        for (std::string word = Token(); !word.empty(); word = Token()) {
+            if (word != "STRINGTABLE") Fail("expected STRINGTABLE, not " + word);
+            if (const std::string begin = Token(); begin != "BEGIN" && begin != "{") Fail("expected BEGIN");
+            for (word = Token(); word != "END" && word != "}"; word = Token()) OneString(word, language);
+        }
+        if (m_file.messages.empty()) Fail("there are no strings");
+        return std::move(m_file);
+    }
+
+  private:
+    [[noreturn]] void Fail(const std::string& what) const {
+        const auto line = 1 + std::count(m_text.begin(), m_text.begin() + static_cast<std::ptrdiff_t>(m_at), '\n');
+        throw Failure(m_path + ":" + std::to_string(line) + ": " + what);
+    }
+
+    void OneString(const std::string& word, const std::string& language) {
+        const auto defined = m_defined.find(word);
+        const std::uint32_t id = Number(defined == m_defined.end() ? word : defined->second);
+        std::string quoted = Token();
+        if (quoted == ",") quoted = Token();
+        if (!quoted.starts_with('"')) Fail("expected a text in quotation marks");
+        std::u16string text;
+        if (!AppendUtf16(std::string_view(quoted).substr(1), text)) Fail("the text is not UTF-8");
+        if (std::ranges::find(m_file.messages, id, &Message::id) != m_file.messages.end())
+            Fail("the string's number is used twice");
+        m_file.messages.push_back({id, {{language, std::move(text)}}});
+    }
+
+    std::uint32_t Number(const std::string& word) const {
+        const bool hex = word.starts_with("0x") || word.starts_with("0X");
+        std::uint32_t value = 0;
+        const auto [end, error] =
+            std::from_chars(word.data() + (hex ? 2 : 0), word.data() + word.size(), value, hex ? 16 : 10);
+        if (error != std::errc{} || end != word.data() + word.size() || value > MaxCode)
+            Fail(word + " is not the number of a string");
+        return value;
+    }
+
+    std::string Line() {
+        const std::size_t end = std::min(m_text.find('\n', m_at), m_text.size());
+        const std::string line = m_text.substr(m_at, end - m_at);
+        m_at = end;
+        return line;
+    }
+
+    void Directive() {
+        std::istringstream words(Line());
+        std::string directive, name, value;
+        if (words >> directive >> name >> value && directive == "#define") m_defined[name] = value;
+    }
+
+    // A word, a single sign, or an opening quotation mark with the text behind it; empty at the end of the file.
+    std::string Token() {
+        for (;;) {
+            m_at = std::min(m_text.find_first_not_of(" \t\r\n", m_at), m_text.size());
+            if (m_at == m_text.size()) return {};
+            if (m_text[m_at] == '#') Directive();
+            else if (m_text.compare(m_at, 2, "//") == 0) Line();
+            else break;
+        }
+        if (m_text[m_at] == '"') return Quoted();
+        const std::size_t end = std::min(m_text.find_first_of(" \t\r\n,{}\"", m_at), m_text.size());
+        const std::string token = m_text.substr(m_at, std::max<std::size_t>(end - m_at, 1));
+        m_at += token.size();
+        return token;
+    }
+
+    std::string Quoted() {
+        std::string text = "\"";
+        for (++m_at; m_at < m_text.size() && m_text[m_at] != '\n'; ++m_at) {
+            if (m_text[m_at] == '"') {
+                ++m_at;
+                if (m_text.compare(m_at, 1, "\"") != 0) return text;
+            } else if (m_text[m_at] == '\\') {
+                const std::size_t escape = std::string_view("nrt\\").find(m_text[++m_at]);
+                if (escape == std::string_view::npos) Fail("unknown escape in a text");
+                text += "\n\r\t\\"[escape];
+                continue;
+            }
+            text += m_text[m_at];
+        }
+        Fail("the text lacks its closing quotation mark");
+    }
+
+    std::string m_path;
+    std::string m_text;
+    std::size_t m_at = 0;
+    std::map<std::string, std::string> m_defined;
     MessageFile m_file;
 };
 
@@ -354,20 +457,23 @@ std::string Hex(std::uint32_t value) {
     return "0x" + std::string(digits, end);
 }
 
-std::string ModuleSource(const std::string& container) {
+// One note of the module, as assembler text.
+std::string Note(std::uint32_t type, const std::string& container) {
     constexpr std::size_t BytesInLine = 16;
-    std::string source =
-        "// Made by tqmc: the message tables of this module.\nasm(R\"(\n"
-        "    .pushsection .note.tqlib.messages, \"a\", %note\n    .balign 4\n    .long ";
-    source += std::to_string(sizeof(NoteName)) + ", " + std::to_string(container.size()) + ", " +
-              std::to_string(NoteType);
+    std::string source = "    .balign 4\n    .long " + std::to_string(sizeof(NoteName)) + ", " +
+                         std::to_string(container.size()) + ", " + std::to_string(type);
     source += "\n    .asciz \"" + std::string(NoteName) + "\"\n    .balign 4\n";
     for (std::size_t at = 0; at < container.size(); ++at) {
         source += at % BytesInLine == 0 ? "    .byte " : ",";
         source += std::to_string(static_cast<unsigned char>(container[at]));
         if (at % BytesInLine == BytesInLine - 1 || at + 1 == container.size()) source += '\n';
     }
-    return source + "    .balign 4\n    .popsection\n)\");\n";
+    return source;
+}
+
+std::string ModuleSource(const std::string& notes) {
+    return "// Made by tqmc: the tables of this module.\nasm(R\"(\n    .pushsection .note.tqlib, \"a\", %note\n" + notes +
+           "    .balign 4\n    .popsection\n)\");\n";
 }
 
 std::string Header(const MessageFile& file) {
@@ -381,12 +487,13 @@ std::string Header(const MessageFile& file) {
 struct Options {
     std::string file;
     std::vector<std::string> languages;
-    std::optional<std::string> table, module, header;
+    std::optional<std::string> strings, table, module, header;
 };
 
 constexpr const char* Usage =
-    "usage: tqmc FILE.mc --language NAME... [--table OUT.bin] [--module OUT.cpp] [--header OUT.h]\n"
+    "usage: tqmc FILE.mc --language NAME... [--strings FILE.rc] [--table OUT.bin] [--module OUT.cpp] [--header OUT.h]\n"
     "  --language NAME  take the texts of this language; several may be given\n"
+    "  --strings FILE   add the string tables of that resource script, in the one language, to the module\n"
     "  --table FILE     write the message table of the one language\n"
     "  --module FILE    write the source of a Linux module with the tables of all languages\n"
     "  --header FILE    write the identifiers";
@@ -404,6 +511,8 @@ Options ReadOptions(const std::vector<std::string>& arguments) {
         const std::string& value = arguments[++i];
         if (argument == "--language")
             options.languages.push_back(value);
+        else if (argument == "--strings")
+            options.strings = value;
         else if (argument == "--table")
             options.table = value;
         else if (argument == "--module")
@@ -413,7 +522,7 @@ Options ReadOptions(const std::vector<std::string>& arguments) {
         else
             throw Failure(Usage);
     }
-    const bool ambiguous = options.table && options.languages.size() != 1;
+    const bool ambiguous = (options.table || options.strings) && options.languages.size() != 1;
     if (options.file.empty() || options.languages.empty() || ambiguous) throw Failure(Usage);
     return options;
 }
@@ -423,9 +532,14 @@ void Run(const Options& options) {
     for (const std::string& language : options.languages)
         if (!file.languages.contains(language))
             throw Failure(options.file + ": unknown language " + language);
-    const std::string container = Container(file, options.languages);
+    std::string notes = Note(MessagesNote, Container(file, options.languages));
+    if (options.strings) {
+        const std::string& language = options.languages.front();
+        const MessageFile strings = StringTableParser(*options.strings).Parse(language, file.languages.at(language));
+        notes += Note(StringsNote, Container(strings, options.languages));
+    }
     if (options.table) WriteWhole(*options.table, Table(file, options.languages.front()));
-    if (options.module) WriteWhole(*options.module, ModuleSource(container));
+    if (options.module) WriteWhole(*options.module, ModuleSource(notes));
     if (options.header) WriteWhole(*options.header, Header(file));
 }
 

@@ -463,15 +463,15 @@ DWORD Guarded(Inner inner) noexcept try {
 
 }  // namespace
 
-DWORD VisitModuleTables(HMODULE module, const MessageTableVisitor& visit) {
-    if (const auto dataFile = FindDataFile(module)) return VisitModuleFile(dataFile->Bytes(), visit);
+DWORD VisitModuleTables(HMODULE module, const MessageTableVisitor& visit, TableKind kind) {
+    if (const auto dataFile = FindDataFile(module)) return VisitModuleFile(dataFile->Bytes(), visit, kind);
     const bool found = VisitImages([&](const dl_phdr_info& info) {
         if (module && ModuleOf(info) != module) return false;
         for (const ElfW(Phdr) & header : std::span(info.dlpi_phdr, info.dlpi_phnum))
             if (header.p_type == PT_NOTE)
                 VisitNotes(
                     {reinterpret_cast<const std::byte*>(info.dlpi_addr + header.p_vaddr), header.p_memsz},
-                    header.p_align == 8 ? 8 : 4, visit);
+                    header.p_align == 8 ? 8 : 4, visit, kind);
         return true;
     });
     return found ? ERROR_SUCCESS : ERROR_RESOURCE_DATA_NOT_FOUND;

@@ -10,6 +10,7 @@
 #include "platform/linux/internal/Wide.h"
 
 #include <algorithm>
+#include <atomic>
 #include <charconv>
 #include <cstdlib>
 #include <pthread.h>
@@ -21,10 +22,15 @@ namespace Quellan::Corvel::Platform {
 
 namespace {
 
+// 0: not asked for yet. Each exception has both, and the kernel takes as long as the rest of its making.
 thread_local DWORD t_threadId = 0;
+std::atomic<DWORD> g_processId = 0;
 
-// The thread that forked is another one in the child.
-[[maybe_unused]] const int g_forkWatch = pthread_atfork(nullptr, nullptr, [] { t_threadId = 0; });
+// The child of a fork is another process, and the thread that forked is another one in it.
+[[maybe_unused]] const int g_forkWatch = pthread_atfork(nullptr, nullptr, [] {
+    t_threadId = 0;
+    g_processId.store(0, std::memory_order_relaxed);
+});
 
 Descriptor StandardError() {
     return Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
@@ -56,7 +62,12 @@ std::wstring ComputerName() {
 }  // namespace Quellan::Corvel::Platform
 
 DWORD GetCurrentProcessId() noexcept {
-    return static_cast<DWORD>(getpid());
+    DWORD id = g_processId.load(std::memory_order_relaxed);
+    if (id == 0) {
+        id = static_cast<DWORD>(getpid());
+        g_processId.store(id, std::memory_order_relaxed);
+    }
+    return id;
 }
 
 DWORD GetCurrentThreadId() noexcept {

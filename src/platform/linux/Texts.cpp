@@ -1,5 +1,6 @@
 #include "platform/linux/Texts.h"
 
+#include "platform/Utf.h"
 #include "platform/linux/ErrorCodes.h"
 #include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
@@ -14,6 +15,8 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <string>
+#include <vector>
 
 using namespace Quellan::Corvel::Platform;
 
@@ -79,51 +82,50 @@ const char* FindSystemText(DWORD code) noexcept {
     return TextOf(StatusTexts, code);
 }
 
+bool IsDefaultLanguage(DWORD language) noexcept {
+    return language == NeutralLanguage || language == UserDefaultLanguage ||
+           language == SystemDefaultLanguage;
+}
+
 DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
-    switch (language) {
-        case NeutralLanguage:
-        case UserDefaultLanguage:
-        case SystemDefaultLanguage:
-        case EnglishLanguage:
-        case UsEnglishLanguage:
-            break;
-        default:
-            return ERROR_RESOURCE_LANG_NOT_FOUND;
-    }
+    if (!IsDefaultLanguage(language) && language != EnglishLanguage && language != UsEnglishLanguage)
+        return ERROR_RESOURCE_LANG_NOT_FOUND;
     const char* const found = FindSystemText(code);
     if (!found) return ERROR_MR_MID_NOT_FOUND;
-    text.assign(found, found + std::strlen(found));
-    text += L"\r\n";
+    constexpr std::wstring_view End = L"\r\n";
+    const std::string_view bytes(found);
+    text.reserve(bytes.size() + End.size());
+    text.resize(bytes.size());
+    text.resize(Utf8ToWide(bytes, text));
+    text += End;
     return ERROR_SUCCESS;
 }
 
-constexpr int AnyLanguage = 5;
-
-// How soon a language is taken when none is asked for.
-int Preference(LANGID language) noexcept {
-    const LANGID order[AnyLanguage] = {NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()),
-                                       GetUserDefaultLangID(), GetSystemDefaultLangID(), UsEnglishLanguage};
-    return static_cast<int>(std::ranges::find(order, language) - order);
-}
-
-DWORD ReadModuleText(HMODULE module, DWORD id, DWORD language, std::wstring& text) {
-    const bool any =
-        language == NeutralLanguage || language == UserDefaultLanguage || language == SystemDefaultLanguage;
-    constexpr int NotFound = AnyLanguage + 1;
-    int best = NotFound;
+// The text in the first language of an order that has it; in a default language any other will do as well.
+DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, std::wstring& text) {
+    const bool any = IsDefaultLanguage(language);
+    const std::vector<DWORD> order =
+        any ? std::vector<DWORD>{NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()), GetUserDefaultLangID(),
+                                 GetSystemDefaultLangID(), UsEnglishLanguage}
+            : std::vector<DWORD>{language};
+    // A language's rank is its place in the order, behind all of them for any other.
+    const std::ptrdiff_t ranks = std::ssize(order) + (any ? 1 : 0);
+    std::ptrdiff_t best = ranks;
     bool hasTables = false;
     DWORD code = ERROR_RESOURCE_LANG_NOT_FOUND;
-    const DWORD visited = VisitModuleTables(module, [&](LANGID offered, std::span<const std::byte> table) {
-        hasTables = true;
-        if (!any && offered != language) return;
-        const int preference = Preference(offered);
-        if (preference >= best) return;
-        if (const DWORD failure = FindMessage(table, id, text))
-            code = failure;
-        else
-            best = preference;
-    });
-    if (best != NotFound) return ERROR_SUCCESS;
+    const DWORD visited = VisitModuleTables(
+        module,
+        [&](LANGID offered, std::span<const std::byte> table) {
+            hasTables = true;
+            const std::ptrdiff_t rank = std::ranges::find(order, offered) - order.begin();
+            if (rank >= best) return;
+            if (const DWORD failure = FindMessage(table, id, text))
+                code = failure;
+            else
+                best = rank;
+        },
+        kind);
+    if (best != ranks) return ERROR_SUCCESS;
     if (visited) return visited;
     return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;
 }
@@ -136,7 +138,7 @@ DWORD ReadText(DWORD flags, const void* source, DWORD id, DWORD language, std::w
     DWORD code = ERROR_SUCCESS;
     if (flags & FORMAT_MESSAGE_FROM_HMODULE) {
         const HMODULE module = static_cast<HMODULE>(const_cast<void*>(source));
-        code = ReadModuleText(module, id, language, text);
+        code = ReadModuleText(module, TableKind::Messages, id, language, text);
         if (!code) return code;
     }
     return flags & FORMAT_MESSAGE_FROM_SYSTEM ? ReadSystemText(id, language, text) : code;
@@ -222,4 +224,19 @@ DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD lan
     return length;
 } catch (const std::bad_alloc&) {
     return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
+}
+
+int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept try {
+    if (const DWORD code = FaultDue("LoadStringW")) return Fail(code, 0);
+    if (!buffer || size < 0) return Fail(ERROR_INVALID_PARAMETER, 0);
+    if (size == 0) return Fail(ERROR_NOT_SUPPORTED, 0);
+    std::wstring text;
+    if (const DWORD code = ReadModuleText(module, TableKind::Strings, id, NeutralLanguage, text))
+        return Fail(code == ERROR_MR_MID_NOT_FOUND ? ERROR_RESOURCE_NAME_NOT_FOUND : code, 0);
+    const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+    std::copy_n(text.c_str(), length, buffer);
+    buffer[length] = L'\0';
+    return static_cast<int>(length);
+} catch (const std::bad_alloc&) {
+    return Fail(ERROR_NOT_ENOUGH_MEMORY, 0);
 }

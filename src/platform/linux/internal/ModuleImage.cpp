@@ -19,9 +19,8 @@ constexpr WORD ThisMachine = EM_AARCH64;
 constexpr WORD ThisMachine = EM_X86_64;
 #endif
 
-// The note that carries a module's message tables.
+// The notes that carry a module's tables; their type is the kind of table.
 constexpr char NoteName[] = "TQLib";
-constexpr DWORD NoteType = 1;
 constexpr DWORD ContainerVersion = 1;
 constexpr std::size_t ContainerHeaderSize = 8;  // version, number of languages
 constexpr std::size_t LanguageEntrySize = 12;   // language, offset, size
@@ -54,7 +53,7 @@ bool IsElf(Bytes file) noexcept {
            std::to_integer<int>(file[EI_DATA]) == ELFDATA2LSB;
 }
 
-DWORD VisitElf(Bytes file, const MessageTableVisitor& visit) {
+DWORD VisitElf(Bytes file, const MessageTableVisitor& visit, TableKind kind) {
     const auto headers = *ReadNumber<std::uint64_t>(file, offsetof(Elf64_Ehdr, e_phoff));
     const auto headerSize = *ReadNumber<WORD>(file, offsetof(Elf64_Ehdr, e_phentsize));
     const auto count = *ReadNumber<WORD>(file, offsetof(Elf64_Ehdr, e_phnum));
@@ -67,7 +66,7 @@ DWORD VisitElf(Bytes file, const MessageTableVisitor& visit) {
                                 *ReadNumber<std::uint64_t>(*header, offsetof(Elf64_Phdr, p_filesz)));
         if (!notes) return ERROR_INVALID_DATA;
         VisitNotes(*notes, *ReadNumber<std::uint64_t>(*header, offsetof(Elf64_Phdr, p_align)) == 8 ? 8 : 4,
-                   visit);
+                   visit, kind);
     }
     return ERROR_SUCCESS;
 }
@@ -198,7 +197,7 @@ bool IsPe(Bytes file) noexcept {
 
 }  // namespace
 
-void VisitNotes(Bytes notes, std::size_t alignment, const MessageTableVisitor& visit) {
+void VisitNotes(Bytes notes, std::size_t alignment, const MessageTableVisitor& visit, TableKind kind) {
     while (!notes.empty()) {
         const auto nameSize = ReadNumber<DWORD>(notes, 0);
         const auto size = ReadNumber<DWORD>(notes, 4);
@@ -208,7 +207,7 @@ void VisitNotes(Bytes notes, std::size_t alignment, const MessageTableVisitor& v
         const std::uint64_t start = Padded(sizeof(Elf64_Nhdr) + std::uint64_t{*nameSize}, alignment);
         const auto contents = Part(notes, start, *size);
         if (!name || !contents) return;
-        if (*type == NoteType && *nameSize == sizeof(NoteName) &&
+        if (*type == static_cast<DWORD>(kind) && *nameSize == sizeof(NoteName) &&
             StartsWith(*name, {NoteName, sizeof(NoteName)}))
             VisitContainer(*contents, visit);
         notes = notes.subspan(static_cast<std::size_t>(
@@ -216,9 +215,9 @@ void VisitNotes(Bytes notes, std::size_t alignment, const MessageTableVisitor& v
     }
 }
 
-DWORD VisitModuleFile(Bytes file, const MessageTableVisitor& visit) {
-    if (IsElf(file)) return VisitElf(file, visit);
-    if (IsPe(file)) return PeFile(file).Visit(visit);
+DWORD VisitModuleFile(Bytes file, const MessageTableVisitor& visit, TableKind kind) {
+    if (IsElf(file)) return VisitElf(file, visit, kind);
+    if (IsPe(file)) return kind == TableKind::Messages ? PeFile(file).Visit(visit) : ERROR_SUCCESS;
     return ERROR_BAD_EXE_FORMAT;
 }
 
