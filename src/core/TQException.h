@@ -1,13 +1,146 @@
+// The exceptions that the library throws and applications catch.
 #pragma once
-#include "platform/Types.h"
+
+#include <new>
+
+#include "core/TQEventLog.h"
+#include "core/TQObject.h"
+#include "core/TQWin32Exception.h"
+
 namespace Quellan::Corvel {
-class TQLIB_API TQCoreException {
+
+// Every failure of the library is one of these; catch it by reference. Besides what every exception of the family carries
+// it knows whether it has been written to a log: these marks may be set on a caught `const` reference.
+class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
   public:
-    explicit TQCoreException(unsigned int code) : m_code(code) {}
-    virtual ~TQCoreException();
-    LONG COMErrCode() const noexcept { return static_cast<LONG>(m_code); }
+    using _TQWin32Exception::_TQWin32Exception;
+    // The same failure, copied; for one that was caught as its base.
+    explicit TQCoreException(const _TQWin32Exception& other);
+    TQCoreException(const TQCoreException& other);
+    TQCoreException& operator=(const TQCoreException& other);
+    ~TQCoreException() override;
+
+    TQCoreException* AllocCopy() const override;
+    using _TQWin32Exception::operator==;
+
+    bool HasLogged() const noexcept { return m_isLogged; }
+    bool HasEventLogged() const noexcept { return m_isEventLogged; }
+    bool DontLog() const noexcept { return m_isDontLog; }
+    bool Copied() const noexcept { return m_isCopied; }
+    void SetLogged(bool logged = true) const noexcept { m_isLogged = logged; }
+    void SetEventLogged(bool logged = true) const noexcept { m_isEventLogged = logged; }
+    void SetDontLog(bool dontLog = true) const noexcept { m_isDontLog = dontLog; }
+    void SetCopied(bool copied = true) const noexcept { m_isCopied = copied; }
+
+    // Writes the log block to the system event log and marks the exception as event-logged; does nothing for one that is
+    // marked so already, or as not to be logged. The entry's type follows the level. Throws nothing: where the log takes
+    // no entry, the block goes to the debugger output and the mark stays off.
+    void LogEvent(const wchar_t* where = nullptr, const wchar_t* source = TQEventLog::LibrarySource,
+                  DWORD eventId = TQEventLog::ReportedExceptionEvent,
+                  WORD category = TQEventLog::GeneralCategory) const noexcept;
+
+    // Writes an entry for an exception that nobody caught, with the application's name and `text` ("unknown" where that is
+    // null). Unless source, event and category are all given, all three are the library's own: "TQLib", 0xCFFF4002 and 9.
+    // Throws nothing: where the log takes no entry, the text goes to the debugger output.
+    static void LogUnhandled(const wchar_t* source, DWORD eventId, WORD category, const wchar_t* text) noexcept;
+    // The same under the library's own source, inside a catch clause: the text tells of the exception being handled.
+    static void LogUnhandledCurrent(const wchar_t* where) noexcept;
+
+    // The exception that stands for one that is not of this family: code 0x8000FFFF (E_UNEXPECTED) and as much as is known
+    // of where it arose and of its text.
+    static TQCoreException Unknown(const wchar_t* where = nullptr, const wchar_t* text = nullptr);
+
+    [[noreturn]] static void ThrowLastError(const wchar_t* where);
+    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where);
+    [[noreturn]] static void ThrowLastError(unsigned int msgId, const TQBaseStrRes& store);
+    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store);
+
+  protected:
+    TQCoreException(const Content& content, bool isPreAllocated) : _TQWin32Exception(content, isPreAllocated) {}
+
   private:
-    unsigned int m_code;
+    mutable bool m_isLogged = false;
+    mutable bool m_isEventLogged = false;
+    mutable bool m_isDontLog = false;
+    mutable bool m_isCopied = false;
 };
-class TQLIB_API TQException : public TQCoreException { public: using TQCoreException::TQCoreException; ~TQException() override; };
+
+// What the kinds have in common: constructors, copies and throw helpers of their own type.
+template <class Kind>
+class _TQExceptionKind : public TQCoreException {
+  public:
+    using TQCoreException::TQCoreException;
+
+    TQCoreException* AllocCopy() const override;
+
+    // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it is.
+    const Kind* Inner() const noexcept { return dynamic_cast<const Kind*>(TQCoreException::Inner()); }
+
+    // Throw this kind with the calling thread's last error.
+    [[noreturn]] static void ThrowLastError(const wchar_t* where) { throw Kind(LastError(), where); }
+    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where) {
+        throw Kind(inner, LastError(), where);
+    }
+    [[noreturn]] static void ThrowLastError(unsigned int msgId, const TQBaseStrRes& store) {
+        throw Kind(LastError(), msgId, store);
+    }
+    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store) {
+        throw Kind(inner, LastError(), msgId, store);
+    }
+};
+
+// A general failure of the library.
+class TQLIB_API TQException : public _TQExceptionKind<TQException> {
+  public:
+    using _TQExceptionKind::_TQExceptionKind;
+    TQException(const TQException&) = default;
+    TQException& operator=(const TQException&) = default;
+    ~TQException() override;
+
+    // Throws the exception kept in reserve for the time when memory is exhausted: code 14 (ERROR_OUTOFMEMORY), no message.
+    // It needs no memory but the thrown object's own, which the C++ runtime keeps in reserve.
+    [[noreturn]] static void ThrowReserved();
+};
+
+template <class Kind>
+TQCoreException* _TQExceptionKind<Kind>::AllocCopy() const {
+    try {
+        return new Kind(static_cast<const Kind&>(*this));
+    } catch (const std::bad_alloc&) {
+        TQException::ThrowReserved();
+    }
 }
+
+// A failure that the operating system reported.
+class TQLIB_API TQSysException : public _TQExceptionKind<TQSysException> {
+  public:
+    using _TQExceptionKind::_TQExceptionKind;
+    TQSysException(const TQSysException&) = default;
+    TQSysException& operator=(const TQSysException&) = default;
+    ~TQSysException() override;
+    bool IsSysException() const override;
+};
+
+// A failure of the application's own logic; its code may be one that the application defines.
+class TQLIB_API TQAppException : public _TQExceptionKind<TQAppException> {
+  public:
+    using _TQExceptionKind::_TQExceptionKind;
+    TQAppException(const TQAppException&) = default;
+    TQAppException& operator=(const TQAppException&) = default;
+    ~TQAppException() override;
+
+    using _TQExceptionKind::ThrowLastError;
+    // Throws with `code` in place of the last error.
+    [[noreturn]] static void ThrowLastError(DWORD code, const wchar_t* where);
+};
+
+// A failure after which the process is not to be trusted.
+class TQLIB_API TQCriticalException : public _TQExceptionKind<TQCriticalException> {
+  public:
+    using _TQExceptionKind::_TQExceptionKind;
+    TQCriticalException(const TQCriticalException&) = default;
+    TQCriticalException& operator=(const TQCriticalException&) = default;
+    ~TQCriticalException() override;
+};
+
+}  // namespace Quellan::Corvel

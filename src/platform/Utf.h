@@ -16,6 +16,10 @@ TQLIB_API std::size_t WideLength(std::string_view text) noexcept;
 // The number of UTF-8 bytes that `text` has once converted.
 TQLIB_API std::size_t Utf8Length(std::wstring_view text) noexcept;
 
+// Whether converting `text` would replace nothing.
+TQLIB_API bool IsValidText(std::string_view text) noexcept;
+TQLIB_API bool IsValidText(std::wstring_view text) noexcept;
+
 // Converts into `out`, which must hold the result (`WideLength` characters, `text.size()` always suffice); returns the
 // number of characters written. No terminator is added.
 TQLIB_API std::size_t Utf8ToWide(std::string_view text, std::span<wchar_t> out) noexcept;

@@ -1,6 +1,6 @@
-// The one door to the platform: library sources, tools and tests include this and call the platform by its own names.
-// On Windows these are the system's calls; on Linux they are the layer's, with the same documented behaviour. Only what
-// the layer implements is declared there.
+// The one door to the platform: library sources, tools and tests include this and call the platform by its
+// own names. On Windows these are the system's calls; on Linux they are the layer's, with the same documented
+// behaviour. Only what the layer implements is declared there.
 #pragma once
 
 #include "platform/Types.h"
@@ -16,7 +16,20 @@
 #define _WIN32_WINNT 0x0A00
 #endif
 #include <windows.h>
+// These two need <windows.h> before them.
+#include <psapi.h>
+#include <shellapi.h>
 #else
+#include "platform/linux/CommandLine.h"
+#include "platform/linux/Environment.h"
 #include "platform/linux/Errors.h"
+#include "platform/linux/EventLog.h"
+#include "platform/linux/Files.h"
+#include "platform/linux/Handles.h"
+#include "platform/linux/Locale.h"
+#include "platform/linux/Memory.h"
+#include "platform/linux/Modules.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/StructuredExceptions.h"
+#include "platform/linux/Texts.h"
 #endif

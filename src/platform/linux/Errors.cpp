@@ -4,5 +4,9 @@ namespace {
 thread_local DWORD g_lastError = 0;
 }
 
-DWORD GetLastError() noexcept { return g_lastError; }
-void SetLastError(DWORD code) noexcept { g_lastError = code; }
+DWORD GetLastError() noexcept {
+    return g_lastError;
+}
+void SetLastError(DWORD code) noexcept {
+    g_lastError = code;
+}

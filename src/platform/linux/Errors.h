@@ -1,7 +1,9 @@
-// Last error and error codes on Linux.
+// The last error; the codes themselves are in ErrorCodes.h.
 #pragma once
 
-#include "platform/Types.h"
+#include "platform/linux/ErrorCodes.h"
 
+// The calling thread's last error: a new thread starts with 0. A call that succeeds leaves it as it was
+// unless it says otherwise.
 TQLIB_API DWORD GetLastError() noexcept;
 TQLIB_API void SetLastError(DWORD code) noexcept;

@@ -3,6 +3,8 @@
 
 #include "platform/linux/Errors.h"
 
+#include <new>
+
 namespace Quellan::Corvel::Platform {
 
 // Sets the last error and returns the caller's failure value.
@@ -10,6 +12,16 @@ template <class T>
 T Fail(DWORD code, T result) noexcept {
     SetLastError(code);
     return result;
+}
+
+// Calls an inner function that allocates: memory that is missing is a code like any other.
+template <class Call>
+DWORD WithMemory(Call call) noexcept {
+    try {
+        return call();
+    } catch (const std::bad_alloc&) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
 }
 
 }  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,136 @@
+#include <iconv.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "core/Cases.h"
+#include "platform/Utf.h"
+
+namespace Quellan::Corvel::Bench {
+
+namespace {
+
+// The conversion as one writes it first, with the same answers for what is no character. It is compiled as the library
+// is; nothing in it can become a vector instruction, as each step's length depends on the one before.
+namespace Plain {
+
+constexpr char32_t Replacement = 0xFFFD;
+
+[[gnu::noinline]] std::size_t WideToUtf8(std::wstring_view text, char* out) {
+    char* const begin = out;
+    for (const wchar_t character : text) {
+        auto code = static_cast<char32_t>(character);
+        if (code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) code = Replacement;
+        if (code < 0x80) {
+            *out++ = static_cast<char>(code);
+        } else if (code < 0x800) {
+            *out++ = static_cast<char>(0xC0 | (code >> 6));
+            *out++ = static_cast<char>(0x80 | (code & 0x3F));
+        } else if (code < 0x10000) {
+            *out++ = static_cast<char>(0xE0 | (code >> 12));
+            *out++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+            *out++ = static_cast<char>(0x80 | (code & 0x3F));
+        } else {
+            *out++ = static_cast<char>(0xF0 | (code >> 18));
+            *out++ = static_cast<char>(0x80 | ((code >> 12) & 0x3F));
+            *out++ = static_cast<char>(0x80 | ((code >> 6) & 0x3F));
+            *out++ = static_cast<char>(0x80 | (code & 0x3F));
+        }
+    }
+    return static_cast<std::size_t>(out - begin);
+}
+
+[[gnu::noinline]] std::size_t Utf8ToWide(std::string_view text, wchar_t* out) {
+    wchar_t* const begin = out;
+    const std::size_t size = text.size();
+    for (std::size_t i = 0; i < size;) {
+        const auto lead = static_cast<unsigned char>(text[i++]);
+        if (lead < 0x80) {
+            *out++ = static_cast<wchar_t>(lead);
+            continue;
+        }
+        int more = lead >= 0xC2 && lead < 0xE0 ? 1 : lead >= 0xE0 && lead < 0xF0 ? 2 : lead >= 0xF0 && lead < 0xF5 ? 3 : 0;
+        if (more == 0) {
+            *out++ = static_cast<wchar_t>(Replacement);
+            continue;
+        }
+        char32_t code = lead & (0x3Fu >> more);
+        unsigned char lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+        unsigned char highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+        for (; more > 0 && i < size; --more, ++i) {
+            const auto byte = static_cast<unsigned char>(text[i]);
+            if (byte < lowest || byte > highest) break;
+            code = code << 6 | (byte & 0x3F);
+            lowest = 0x80;
+            highest = 0xBF;
+        }
+        *out++ = static_cast<wchar_t>(more == 0 ? code : Replacement);
+    }
+    return static_cast<std::size_t>(out - begin);
+}
+
+}  // namespace Plain
+
+class Converter {
+  public:
+    Converter(const char* to, const char* from) : m_state(iconv_open(to, from), &iconv_close) {}
+
+    std::size_t Convert(const void* from, std::size_t size, void* to, std::size_t room) const {
+        auto* in = static_cast<char*>(const_cast<void*>(from));
+        auto* out = static_cast<char*>(to);
+        iconv(m_state.get(), &in, &size, &out, &room);
+        return room;
+    }
+
+  private:
+    std::shared_ptr<void> m_state;
+};
+
+// A text of one script in both forms, and room for a conversion.
+struct Sample {
+    Sample(std::wstring_view phrase, std::size_t length) {
+        while (wide.size() < length) wide.append(phrase.substr(0, length - wide.size()));
+        narrow.resize(length * 4);
+        narrow.resize(Platform::WideToUtf8(wide, narrow));
+        wideOut.resize(length);
+        narrowOut.resize(length * 4);
+    }
+
+    std::wstring wide;
+    std::string narrow;
+    std::wstring wideOut;
+    std::string narrowOut;
+};
+
+void AddSample(Contest& contest, const std::string& name, std::wstring_view phrase, std::size_t length) {
+    const auto s = std::make_shared<Sample>(phrase, length);
+    const std::string text = name + " " + std::to_string(length);
+
+    const std::string encode = text + " to UTF-8";
+    contest.Add(encode, "WideToUtf8", [s] { Keep(Platform::WideToUtf8(s->wide, s->narrowOut)); });
+    contest.Add(encode, "plain loop", [s] { Keep(Plain::WideToUtf8(s->wide, s->narrowOut.data())); });
+    contest.Add(encode, "iconv", [s, converter = Converter("UTF-8", "WCHAR_T")] {
+        Keep(converter.Convert(s->wide.data(), s->wide.size() * sizeof(wchar_t), s->narrowOut.data(), s->narrowOut.size()));
+    });
+
+    const std::string decode = text + " from UTF-8";
+    contest.Add(decode, "Utf8ToWide", [s] { Keep(Platform::Utf8ToWide(s->narrow, s->wideOut)); });
+    contest.Add(decode, "plain loop", [s] { Keep(Plain::Utf8ToWide(s->narrow, s->wideOut.data())); });
+    contest.Add(decode, "iconv", [s, converter = Converter("WCHAR_T", "UTF-8")] {
+        Keep(converter.Convert(s->narrow.data(), s->narrow.size(), s->wideOut.data(), s->wideOut.size() * sizeof(wchar_t)));
+    });
+}
+
+}  // namespace
+
+void AddConversion(Contest& contest) {
+    for (const std::size_t length : {std::size_t{16}, std::size_t{256}, std::size_t{65536}}) {
+        AddSample(contest, "ASCII", L"The service could not open its log file, so it writes to the system log. ", length);
+        AddSample(contest, "Latin", L"Größe geprüft; l'accès à été refusé à l'élève; año señalado, şu çağrı. ", length);
+        AddSample(contest, "CJK", L"系统找不到指定的文件。このファイルは別のプロセスで使われています。", length);
+        AddSample(contest, "emoji", L"😀🚀🎉🔥👍🌍🐍🎲📦🔒🧪💾", length);
+    }
+}
+
+}  // namespace Quellan::Corvel::Bench

@@ -1,0 +1,20 @@
+// Every public class of the library.
+#pragma once
+
+#include "core/TQEventLog.h"
+#include "core/TQException.h"
+#include "core/TQLib.h"
+#include "core/TQObject.h"
+#include "core/TQStdExceptions.h"
+#include "core/TQStrRes.h"
+#include "core/TQWin32Exception.h"
+#include "system/TQConsole.h"
+#include "system/TQLocale.h"
+#include "system/TQSysProc.h"
+#include "text/STLString.h"
+#include "text/TQDataBuf.h"
+#include "text/TQFormat.h"
+#include "text/TQHandle.h"
+#include "text/TQSmartPtr.h"
+#include "text/TQString.h"
+#include "text/TQStringArray.h"

@@ -1,0 +1,13 @@
+#include "core/TQEventLog.h"
+#include "core/TQException.h"
+#include "platform/Win32.h"
+
+namespace Quellan::Corvel {
+
+void TQEventLog::InstallSource(const wchar_t*, const wchar_t*, DWORD) {
+    throw TQSysException(ERROR_NOT_SUPPORTED, L"TQEventLog::InstallSource");
+}
+
+void TQEventLog::RemoveSource(const wchar_t*) { throw TQSysException(ERROR_NOT_SUPPORTED, L"TQEventLog::RemoveSource"); }
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,7 @@
+#include "core/TQObject.h"
+
+namespace Quellan::Corvel {
+
+TQObject::~TQObject() = default;
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,553 @@
+#include "platform/linux/Files.h"
+
+#include "platform/linux/internal/Clock.h"
+#include "platform/linux/internal/EnvironmentBlock.h"
+#include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/FaultPoint.h"
+#include "platform/linux/internal/FileObject.h"
+#include "platform/linux/internal/Wide.h"
+
+#include <cstdio>
+#include <cstring>
+#include <dirent.h>
+#include <iterator>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <sys/stat.h>
+#include <termios.h>
+
+using namespace Quellan::Corvel::Platform;
+
+namespace {
+
+constexpr DWORD AllWriteRights = FILE_WRITE_DATA | FILE_APPEND_DATA;
+constexpr mode_t AllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
+
+// The rights to data; others are implied by having opened the file.
+DWORD DataRights(DWORD access) noexcept {
+    DWORD rights = access & (FILE_READ_DATA | AllWriteRights);
+    if (access & (GENERIC_READ | GENERIC_ALL)) rights |= FILE_READ_DATA;
+    if (access & (GENERIC_WRITE | GENERIC_ALL)) rights |= AllWriteRights;
+    return rights;
+}
+
+DWORD CheckCreateFile(DWORD access, DWORD share, const SECURITY_ATTRIBUTES* security, DWORD disposition,
+                      DWORD flags, HANDLE templateFile) noexcept {
+    constexpr DWORD Shares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    constexpr DWORD Offered = FILE_FLAG_WRITE_THROUGH | FILE_FLAG_RANDOM_ACCESS | FILE_FLAG_SEQUENTIAL_SCAN |
+                              FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_POSIX_SEMANTICS |
+                              FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL |
+                              FILE_ATTRIBUTE_TEMPORARY;
+    if (share & ~Shares || disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING)
+        return ERROR_INVALID_PARAMETER;
+    if (disposition == TRUNCATE_EXISTING && !(DataRights(access) & FILE_WRITE_DATA))
+        return ERROR_INVALID_PARAMETER;
+    if (flags & ~Offered || templateFile) return ERROR_NOT_SUPPORTED;
+    if (security && (security->lpSecurityDescriptor || security->bInheritHandle)) return ERROR_NOT_SUPPORTED;
+    return ERROR_SUCCESS;
+}
+
+int OpenFlags(DWORD rights, DWORD disposition, DWORD flags) noexcept {
+    int open = O_CLOEXEC | O_NOCTTY;
+    if (rights & AllWriteRights)
+        open |= rights & FILE_READ_DATA ? O_RDWR : O_WRONLY;
+    else if (!(rights & FILE_READ_DATA) && disposition == OPEN_EXISTING)
+        open |= O_PATH;  // questions about a file take no right to it
+    if (rights & FILE_APPEND_DATA && !(rights & FILE_WRITE_DATA)) open |= O_APPEND;
+    if (flags & FILE_FLAG_WRITE_THROUGH) open |= O_DSYNC;
+    return open;
+}
+
+// Opens what is there, or with `mode` what is made by this call; tells which.
+DWORD OpenOrCreate(const char* path, int flags, DWORD disposition, mode_t mode, Descriptor& file,
+                   bool& existed) noexcept {
+    const bool creates =
+        disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    const bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    // Whoever deletes and makes the file in between must do so each time for this to fail; the rest is a link
+    // to nowhere.
+    constexpr int Attempts = 16;
+    for (int attempt = 0;; ++attempt) {
+        existed = false;
+        if (creates) file = Descriptor(Retry([&] { return open(path, flags | O_CREAT | O_EXCL, mode); }));
+        if (file) return ERROR_SUCCESS;
+        if (creates && errno != EEXIST) return CodeFromErrno(errno, path);
+        if (disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
+        existed = true;
+        file = Descriptor(Retry([&] { return open(path, truncates ? flags | O_TRUNC : flags); }));
+        if (file) return ERROR_SUCCESS;
+        if (!creates || errno != ENOENT || attempt == Attempts) return CodeFromErrno(errno, path);
+    }
+}
+
+// A folder gives no data and takes none: it is opened for questions, whatever rights were asked for.
+DWORD OpenFolder(const char* path, DWORD disposition, DWORD flags, Descriptor& folder) noexcept {
+    if (disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
+    if (!(flags & FILE_FLAG_BACKUP_SEMANTICS) || (disposition != OPEN_EXISTING && disposition != OPEN_ALWAYS))
+        return ERROR_ACCESS_DENIED;
+    folder = Descriptor(Retry([&] { return open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    return folder ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+}
+
+bool IsFolder(const char* path) noexcept {
+    struct stat info;
+    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+DWORD OpenFile(const char* path, DWORD access, DWORD disposition, DWORD flags, HANDLE& handle,
+               bool& existed) noexcept {
+    const DWORD rights = DataRights(access);
+    const bool changes = rights & AllWriteRights || disposition == CREATE_ALWAYS;
+    Descriptor file;
+    struct stat info;
+    const bool found = stat(path, &info) == 0;
+    if (found && S_ISDIR(info.st_mode)) {
+        existed = true;
+        if (DWORD code = OpenFolder(path, disposition, flags, file)) return code;
+    } else if (found && changes && disposition != CREATE_NEW && !(info.st_mode & AllMayWrite)) {
+        return ERROR_ACCESS_DENIED;  // also for root, whom the system would let through
+    } else {
+        const mode_t mode = flags & FILE_ATTRIBUTE_READONLY ? 0444 : 0666;
+        if (DWORD code =
+                OpenOrCreate(path, OpenFlags(rights, disposition, flags), disposition, mode, file, existed))
+            return code;
+        if (flags & FILE_FLAG_SEQUENTIAL_SCAN) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+        if (flags & FILE_FLAG_RANDOM_ACCESS) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_RANDOM);
+    }
+    return NewHandle<FileObject>(handle, rights, std::move(file));
+}
+
+// Moves bytes until all are through, the end is reached or, on anything but a file, the system gave what it
+// had.
+template <class Transfer>
+DWORD TransferAll(DWORD size, bool wholeOnly, DWORD& done, Transfer transfer) noexcept {
+    done = 0;
+    while (done < size) {
+        const ssize_t moved = Retry([&] { return transfer(done, size - done); });
+        if (moved < 0) return errno == EISDIR ? ERROR_INVALID_FUNCTION : CodeFromErrno(errno);
+        done += static_cast<DWORD>(moved);
+        if (moved == 0 || !wholeOnly) break;
+    }
+    return ERROR_SUCCESS;
+}
+
+bool IsRegular(int fd) noexcept {
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+DWORD CheckTransfer(const HandleRef<FileObject>& file, const OVERLAPPED* overlapped, const DWORD* count,
+                    DWORD right) noexcept {
+    if (!file) return ERROR_INVALID_HANDLE;
+    if (overlapped) return ERROR_NOT_SUPPORTED;
+    if (!count) return ERROR_INVALID_PARAMETER;
+    return file.Access() & right ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+FILETIME ToFileTime(const statx_timestamp& time) noexcept {
+    return FileTimeOf(timespec{.tv_sec = time.tv_sec, .tv_nsec = static_cast<long>(time.tv_nsec)});
+}
+
+// Fills what WIN32_FILE_ATTRIBUTE_DATA and WIN32_FIND_DATAW have in common. errno on failure.
+template <class Data>
+bool Describe(int folder, const char* name, Data& data) noexcept {
+    struct statx info;
+    if (statx(folder, name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &info) != 0) return false;
+    bool directory = S_ISDIR(info.stx_mode);
+    DWORD attributes = 0;
+    if (S_ISLNK(info.stx_mode)) {
+        struct stat target;
+        attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
+        directory = fstatat(folder, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+    } else if (!(info.stx_mode & AllMayWrite)) {
+        attributes |= FILE_ATTRIBUTE_READONLY;
+    }
+    if (directory) attributes |= FILE_ATTRIBUTE_DIRECTORY;
+    const std::uint64_t size = S_ISREG(info.stx_mode) ? info.stx_size : 0;
+    data.dwFileAttributes = attributes ? attributes : FILE_ATTRIBUTE_NORMAL;
+    data.ftCreationTime = ToFileTime(info.stx_mask & STATX_BTIME ? info.stx_btime : info.stx_mtime);
+    data.ftLastAccessTime = ToFileTime(info.stx_atime);
+    data.ftLastWriteTime = ToFileTime(info.stx_mtime);
+    data.nFileSizeHigh = static_cast<DWORD>(size >> 32);
+    data.nFileSizeLow = static_cast<DWORD>(size);
+    return true;
+}
+
+DWORD DescribePath(const wchar_t* name, WIN32_FILE_ATTRIBUTE_DATA& data) noexcept {
+    const NativePath path(name);
+    if (path.Code()) return path.Code();
+    return Describe(AT_FDCWD, path.c_str(), data) ? ERROR_SUCCESS : CodeFromErrno(errno, path.c_str());
+}
+
+bool Matches(std::wstring_view name, std::wstring_view pattern) noexcept {
+    // After a mismatch the last '*' takes one character more.
+    std::size_t at = 0, afterStar = pattern.npos, starEnd = 0, i = 0;
+    while (i < name.size()) {
+        if (at < pattern.size() && pattern[at] == L'*') {
+            afterStar = ++at;
+            starEnd = i;
+        } else if (at < pattern.size() && (pattern[at] == L'?' || pattern[at] == name[i])) {
+            ++at;
+            ++i;
+        } else if (afterStar != pattern.npos) {
+            at = afterStar;
+            i = ++starEnd;
+        } else {
+            return false;
+        }
+    }
+    return pattern.find_first_not_of(L'*', at) == pattern.npos;
+}
+
+// A walk through the entries of one folder that match a pattern.
+class FindObject : public Object {
+  public:
+    static constexpr ObjectKind Kind{.name = "find", .closedByCloseHandle = false};
+
+    FindObject(Descriptor folder, std::wstring_view pattern)
+        : Object(Kind),
+          m_pattern(pattern == L"*.*" ? L"*" : pattern),
+          m_folder(fdopendir(folder.Get()), closedir) {
+        if (m_folder) folder.Release();
+    }
+
+    // 18 (ERROR_NO_MORE_FILES) after the last one.
+    DWORD Next(WIN32_FIND_DATAW& data) {
+        const std::scoped_lock lock(m_lock);
+        if (!m_folder) return ERROR_NOT_ENOUGH_MEMORY;
+        for (;;) {
+            errno = 0;
+            const dirent* entry = readdir(m_folder.get());
+            if (!entry) return errno ? CodeFromErrno(errno) : ERROR_NO_MORE_FILES;
+            const std::wstring name = ToWide(entry->d_name);
+            if (!Matches(name, m_pattern) || !Describe(dirfd(m_folder.get()), entry->d_name, data)) continue;
+            SetName(name, data);
+            return ERROR_SUCCESS;
+        }
+    }
+
+    static void SetName(std::wstring_view name, WIN32_FIND_DATAW& data) noexcept {
+        data.dwReserved0 = data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT ? IO_REPARSE_TAG_SYMLINK : 0;
+        data.dwReserved1 = 0;
+        CopyOut(name.substr(0, MAX_PATH - 1), data.cFileName, MAX_PATH);
+        data.cAlternateFileName[0] = L'\0';
+    }
+
+  private:
+    const std::wstring m_pattern;
+    std::mutex m_lock;
+    const std::unique_ptr<DIR, int (*)(DIR*)> m_folder;  // guarded by m_lock
+};
+
+DWORD FindFirst(const wchar_t* pattern, WIN32_FIND_DATAW& data, HANDLE& handle) {
+    const NativePath path(pattern);
+    if (path.Code()) return path.Code();
+    const std::string_view whole = path.View();
+    const std::size_t slash = whole.rfind('/');
+    const std::string folder(slash == whole.npos ? "." : whole.substr(0, slash + 1));
+    const std::string last(whole.substr(slash == whole.npos ? 0 : slash + 1));
+    Descriptor opened(Retry([&] { return open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
+    if (!opened) return errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeFromErrno(errno, folder.c_str());
+    if (last.empty()) return ERROR_FILE_NOT_FOUND;
+
+    // Without wildcards there is nothing to search, and later calls find nothing more.
+    const bool searches = last.find_first_of("*?") != last.npos;
+    if (!searches) {
+        if (!Describe(opened.Get(), last.c_str(), data)) return CodeFromErrno(errno);
+        FindObject::SetName(ToWide(last), data);
+    }
+    auto find = std::make_shared<FindObject>(std::move(opened), searches ? ToWide(last) : std::wstring());
+    if (searches) {
+        const DWORD code = find->Next(data);
+        if (code) return code == ERROR_NO_MORE_FILES ? ERROR_FILE_NOT_FOUND : code;
+    }
+    return InsertHandle(std::move(find), 0, handle);
+}
+
+DWORD RemoveFolder(const char* path) noexcept {
+    struct stat info;
+    if (lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && IsFolder(path))
+        return unlink(path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    if (rmdir(path) == 0) return ERROR_SUCCESS;
+    if (errno == ENOTDIR && lstat(path, &info) == 0) return ERROR_DIRECTORY;
+    return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : CodeFromErrno(errno, path);
+}
+
+DWORD RemoveFile(const char* path) noexcept {
+    struct stat info;
+    if (lstat(path, &info) != 0) return CodeFromErrno(errno, path);
+    const bool readOnly = !S_ISLNK(info.st_mode) && !(info.st_mode & AllMayWrite);
+    if (readOnly || IsFolder(path)) return ERROR_ACCESS_DENIED;
+    return unlink(path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+}
+
+DWORD SyncPath(const char* path, int flags) noexcept {
+    const Descriptor opened(Retry([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | flags); }));
+    return opened && fsync(opened.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+}
+
+DWORD SyncFolderOf(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string folder(slash == path.npos ? "." : path.substr(0, slash + 1));
+    return SyncPath(folder.c_str(), O_DIRECTORY);
+}
+
+DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
+    const bool replaces = flags & MOVEFILE_REPLACE_EXISTING;
+    const bool durable = flags & MOVEFILE_WRITE_THROUGH;
+    if (replaces && IsFolder(to.c_str())) return ERROR_ACCESS_DENIED;
+    if (durable && !IsFolder(from.c_str()))
+        if (DWORD code = SyncPath(from.c_str(), 0)) return code;
+    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE) != 0) {
+        const int error = errno;
+        struct stat info;
+        if (error == ENOENT && lstat(from.c_str(), &info) == 0)
+            return ERROR_PATH_NOT_FOUND;  // of the new name
+        if (error == EINVAL && !replaces) return ERROR_NOT_SUPPORTED;
+        if (error == ENOTDIR && replaces && IsFolder(from.c_str())) return ERROR_ACCESS_DENIED;
+        return CodeFromErrno(error, from.c_str());
+    }
+    if (!durable) return ERROR_SUCCESS;
+    if (DWORD code = SyncFolderOf(to.View())) return code;
+    return SyncFolderOf(from.View());
+}
+
+DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
+    constexpr DWORD Known = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_ARCHIVE |
+                            FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY;
+    if (attributes & ~Known) return ERROR_NOT_SUPPORTED;
+    struct stat info;
+    if (stat(path, &info) != 0) return CodeFromErrno(errno, path);
+    const bool readOnly = !(info.st_mode & AllMayWrite);
+    const bool wanted = attributes & FILE_ATTRIBUTE_READONLY;
+    if (readOnly == wanted) return ERROR_SUCCESS;
+    const mode_t mode = (info.st_mode & 07777 & ~AllMayWrite) | (wanted ? 0 : S_IWUSR);
+    return chmod(path, mode) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+}
+
+// The three standard files, which stay open when their handles are closed.
+class StandardFile : public FileObject {
+  public:
+    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd)) {}
+    ~StandardFile() override { m_descriptor.Release(); }
+};
+
+HANDLE OpenStandardFile(int fd) noexcept {
+    HANDLE handle = nullptr;
+    // A terminal's three descriptors may all be open for both directions: what counts is what each is for.
+    const DWORD rights = fd == STDIN_FILENO ? FILE_READ_DATA : AllWriteRights;
+    if (fcntl(fd, F_GETFD) != -1) NewHandle<StandardFile>(handle, rights, fd);
+    return handle;
+}
+
+}  // namespace
+
+HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                   DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) noexcept {
+    if (DWORD code = FaultDue("CreateFileW")) return Fail(code, INVALID_HANDLE_VALUE);
+    if (DWORD code = CheckCreateFile(access, share, security, disposition, flagsAndAttributes, templateFile))
+        return Fail(code, INVALID_HANDLE_VALUE);
+    const NativePath path(name);
+    if (path.Code()) return Fail(path.Code(), INVALID_HANDLE_VALUE);
+    HANDLE handle = nullptr;
+    bool existed = false;
+    if (DWORD code = OpenFile(path.c_str(), access, disposition, flagsAndAttributes, handle, existed))
+        return Fail(code, INVALID_HANDLE_VALUE);
+    if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)
+        SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
+    return handle;
+}
+
+BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* got, OVERLAPPED* overlapped) noexcept {
+    if (DWORD code = FaultDue("ReadFile")) return Fail(code, FALSE);
+    const HandleRef<FileObject> object(file);
+    if (DWORD code = CheckTransfer(object, overlapped, got, FILE_READ_DATA)) return Fail(code, FALSE);
+    const int fd = object->Fd();
+    const DWORD code = TransferAll(size, IsRegular(fd), *got, [&](DWORD done, DWORD left) {
+        return read(fd, static_cast<char*>(buffer) + done, left);
+    });
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, OVERLAPPED* overlapped) noexcept {
+    if (DWORD code = FaultDue("WriteFile")) return Fail(code, FALSE);
+    const HandleRef<FileObject> object(file);
+    if (DWORD code = CheckTransfer(object, overlapped, written, AllWriteRights)) return Fail(code, FALSE);
+    const DWORD code = TransferAll(size, true, *written, [&](DWORD done, DWORD left) {
+        return write(object->Fd(), static_cast<const char*>(buffer) + done, left);
+    });
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept {
+    constexpr int Origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
+    const HandleRef<FileObject> object(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (method >= std::size(Origins)) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    const off_t at = lseek(object->Fd(), distance.QuadPart, Origins[method]);
+    if (at < 0) return Fail(errno == EINVAL ? ERROR_NEGATIVE_SEEK : CodeFromErrno(errno), FALSE);
+    if (position) position->QuadPart = at;
+    return TRUE;
+}
+
+BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept {
+    if (DWORD code = FaultDue("GetFileSizeEx")) return Fail(code, FALSE);
+    const HandleRef<FileObject> object(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    struct stat info;
+    if (fstat(object->Fd(), &info) != 0) return Fail(CodeFromErrno(errno), FALSE);
+    size->QuadPart = S_ISREG(info.st_mode) ? info.st_size : 0;
+    return TRUE;
+}
+
+BOOL FlushFileBuffers(HANDLE file) noexcept {
+    if (DWORD code = FaultDue("FlushFileBuffers")) return Fail(code, FALSE);
+    const HandleRef<FileObject> object(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (!(object.Access() & AllWriteRights)) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    // What has no disk behind it, a terminal for one, is no handle for this call.
+    if (fsync(object->Fd()) != 0)
+        return Fail(errno == EINVAL ? ERROR_INVALID_HANDLE : CodeFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+DWORD GetFileAttributesW(const wchar_t* name) noexcept {
+    if (DWORD code = FaultDue("GetFileAttributesW")) return Fail(code, INVALID_FILE_ATTRIBUTES);
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    if (DWORD code = DescribePath(name, data)) return Fail(code, INVALID_FILE_ATTRIBUTES);
+    return data.dwFileAttributes;
+}
+
+BOOL GetFileAttributesExW(const wchar_t* name, GET_FILEEX_INFO_LEVELS level, void* data) noexcept {
+    if (DWORD code = FaultDue("GetFileAttributesExW")) return Fail(code, FALSE);
+    if (level != GetFileExInfoStandard) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (DWORD code = DescribePath(name, *static_cast<WIN32_FILE_ATTRIBUTE_DATA*>(data)))
+        return Fail(code, FALSE);
+    return TRUE;
+}
+
+BOOL SetFileAttributesW(const wchar_t* name, DWORD attributes) noexcept {
+    if (DWORD code = FaultDue("SetFileAttributesW")) return Fail(code, FALSE);
+    const NativePath path(name);
+    const DWORD code = path.Code() ? path.Code() : SetAttributes(path.c_str(), attributes);
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+HANDLE FindFirstFileW(const wchar_t* pattern, WIN32_FIND_DATAW* data) noexcept {
+    if (DWORD code = FaultDue("FindFirstFileW")) return Fail(code, INVALID_HANDLE_VALUE);
+    HANDLE handle = nullptr;
+    const DWORD code = WithMemory([&] { return FindFirst(pattern, *data, handle); });
+    return code ? Fail(code, INVALID_HANDLE_VALUE) : handle;
+}
+
+BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) noexcept {
+    if (DWORD code = FaultDue("FindNextFileW")) return Fail(code, FALSE);
+    const HandleRef<FindObject> object(find);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    const DWORD code = WithMemory([&] { return object->Next(*data); });
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL FindClose(HANDLE find) noexcept {
+    if (DWORD code = CloseHandleOf(find, &FindObject::Kind)) return Fail(code, FALSE);
+    return TRUE;
+}
+
+BOOL CreateDirectoryW(const wchar_t* name, SECURITY_ATTRIBUTES* security) noexcept {
+    if (DWORD code = FaultDue("CreateDirectoryW")) return Fail(code, FALSE);
+    const NativePath path(name);
+    if (path.Code()) return Fail(path.Code(), FALSE);
+    if (security && security->lpSecurityDescriptor) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    if (mkdir(path.c_str(), 0777) != 0)
+        return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL RemoveDirectoryW(const wchar_t* name) noexcept {
+    if (DWORD code = FaultDue("RemoveDirectoryW")) return Fail(code, FALSE);
+    const NativePath path(name);
+    const DWORD code = path.Code() ? path.Code() : RemoveFolder(path.c_str());
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL DeleteFileW(const wchar_t* name) noexcept {
+    if (DWORD code = FaultDue("DeleteFileW")) return Fail(code, FALSE);
+    const NativePath path(name);
+    const DWORD code = path.Code() ? path.Code() : RemoveFile(path.c_str());
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) noexcept {
+    if (DWORD code = FaultDue("MoveFileExW")) return Fail(code, FALSE);
+    constexpr DWORD Offered = MOVEFILE_REPLACE_EXISTING | MOVEFILE_COPY_ALLOWED | MOVEFILE_WRITE_THROUGH;
+    if (flags & ~Offered) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    const NativePath fromPath(from), toPath(to);
+    if (DWORD code = fromPath.Code() ? fromPath.Code() : toPath.Code()) return Fail(code, FALSE);
+    const DWORD code = WithMemory([&] { return MoveFile(fromPath, toPath, flags); });
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+DWORD GetTempPathW(DWORD size, wchar_t* buffer) noexcept {
+    if (DWORD code = FaultDue("GetTempPathW")) return Fail(code, DWORD{0});
+    try {
+        std::string path = TrustedEnvironmentVariable("TMPDIR").value_or("");
+        if (path.empty()) path = "/tmp";
+        if (path.back() != '/') path += '/';
+        const std::wstring wide = ToWide(path);
+        return static_cast<DWORD>(CopyOut(wide, buffer, size) ? wide.size() : wide.size() + 1);
+    } catch (const std::bad_alloc&) {
+        return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
+    }
+}
+
+HANDLE GetStdHandle(DWORD number) noexcept {
+    switch (number) {
+        case STD_INPUT_HANDLE: {
+            static const HANDLE input = OpenStandardFile(STDIN_FILENO);
+            return input;
+        }
+        case STD_OUTPUT_HANDLE: {
+            static const HANDLE output = OpenStandardFile(STDOUT_FILENO);
+            return output;
+        }
+        case STD_ERROR_HANDLE: {
+            static const HANDLE error = OpenStandardFile(STDERR_FILENO);
+            return error;
+        }
+        default:
+            return Fail(ERROR_INVALID_HANDLE, INVALID_HANDLE_VALUE);
+    }
+}
+
+BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept {
+    const HandleRef<FileObject> object(console);
+    termios settings;
+    if (!object || tcgetattr(object->Fd(), &settings) != 0) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (object.Access() & FILE_READ_DATA)
+        *mode = (settings.c_lflag & ISIG ? ENABLE_PROCESSED_INPUT : 0) |
+                (settings.c_lflag & ICANON ? ENABLE_LINE_INPUT : 0) |
+                (settings.c_lflag & ECHO ? ENABLE_ECHO_INPUT : 0);
+    else
+        *mode = ENABLE_PROCESSED_OUTPUT;
+    return TRUE;
+}
+
+BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written, void* reserved) noexcept {
+    DWORD mode = 0;
+    if (reserved) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (!GetConsoleMode(console, &mode)) return FALSE;
+    try {
+        const std::string bytes = ToUtf8({static_cast<const wchar_t*>(text), length});
+        for (std::size_t done = 0; done < bytes.size();) {
+            DWORD part = 0;
+            if (!WriteFile(console, bytes.data() + done, static_cast<DWORD>(bytes.size() - done), &part, nullptr)) return FALSE;
+            done += part;
+        }
+    } catch (const std::bad_alloc&) {
+        return Fail(ERROR_NOT_ENOUGH_MEMORY, FALSE);
+    }
+    if (written) *written = length;
+    return TRUE;
+}

@@ -1,0 +1,160 @@
+// Files, folders and the console's handles.
+//
+// Paths are the system's own: '/' separates, a backslash is an ordinary character, upper and lower case
+// differ. Names on disk that are no valid UTF-8 are seen with U+FFFD in them and cannot be opened by that
+// name. Overlapped operations are not offered: a call with an OVERLAPPED, or FILE_FLAG_OVERLAPPED, fails with
+// 50 (ERROR_NOT_SUPPORTED), as do security descriptors, inherited handles, templates and all flags and
+// attributes not named here.
+//
+// Where nothing was found the code is 3 (ERROR_PATH_NOT_FOUND) for a missing folder on the way and 2
+// (ERROR_FILE_NOT_FOUND) for the last name; without a name it is 3.
+#pragma once
+
+#include "platform/linux/Base.h"
+
+inline constexpr DWORD GENERIC_READ = 0x80000000;
+inline constexpr DWORD GENERIC_WRITE = 0x40000000;
+inline constexpr DWORD GENERIC_EXECUTE = 0x20000000;
+inline constexpr DWORD GENERIC_ALL = 0x10000000;
+inline constexpr DWORD DELETE = 0x00010000;
+inline constexpr DWORD READ_CONTROL = 0x00020000;
+inline constexpr DWORD SYNCHRONIZE = 0x00100000;
+inline constexpr DWORD FILE_READ_DATA = 0x0001;
+inline constexpr DWORD FILE_WRITE_DATA = 0x0002;
+inline constexpr DWORD FILE_APPEND_DATA = 0x0004;
+inline constexpr DWORD FILE_READ_ATTRIBUTES = 0x0080;
+inline constexpr DWORD FILE_WRITE_ATTRIBUTES = 0x0100;
+
+inline constexpr DWORD FILE_SHARE_READ = 1;
+inline constexpr DWORD FILE_SHARE_WRITE = 2;
+inline constexpr DWORD FILE_SHARE_DELETE = 4;
+
+inline constexpr DWORD CREATE_NEW = 1;
+inline constexpr DWORD CREATE_ALWAYS = 2;
+inline constexpr DWORD OPEN_EXISTING = 3;
+inline constexpr DWORD OPEN_ALWAYS = 4;
+inline constexpr DWORD TRUNCATE_EXISTING = 5;
+
+inline constexpr DWORD FILE_FLAG_WRITE_THROUGH = 0x80000000;
+inline constexpr DWORD FILE_FLAG_OVERLAPPED = 0x40000000;
+inline constexpr DWORD FILE_FLAG_RANDOM_ACCESS = 0x10000000;
+inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
+inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
+inline constexpr DWORD FILE_FLAG_POSIX_SEMANTICS = 0x01000000;
+
+// A file is read-only while nobody may write it. A symbolic link is a reparse point, and a directory too when
+// it leads to one.
+inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x0001;
+inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x0010;
+inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x0020;
+inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x0080;
+inline constexpr DWORD FILE_ATTRIBUTE_TEMPORARY = 0x0100;
+inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x0400;
+inline constexpr DWORD INVALID_FILE_ATTRIBUTES = 0xFFFFFFFF;
+inline constexpr DWORD IO_REPARSE_TAG_SYMLINK = 0xA000000C;
+
+// INVALID_HANDLE_VALUE on failure. All five dispositions; CREATE_ALWAYS and OPEN_ALWAYS set the last error to
+// 183 (ERROR_ALREADY_EXISTS) when there was a file and to 0 when there was none. CREATE_NEW fails with 80
+// (ERROR_FILE_EXISTS), TRUNCATE_EXISTING without the right to write with 87 (ERROR_INVALID_PARAMETER).
+// Opening a folder takes FILE_FLAG_BACKUP_SEMANTICS, without it 5 (ERROR_ACCESS_DENIED). With
+// FILE_APPEND_DATA and not FILE_WRITE_DATA every write goes to the end. With FILE_FLAG_WRITE_THROUGH a write
+// returns once it is on the disk. Share modes are checked for form only: they keep nobody out.
+TQLIB_API HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                             DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) noexcept;
+// At the end of a file succeeds with 0 bytes. 5 for a handle without the right to read.
+TQLIB_API BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* got, OVERLAPPED* overlapped) noexcept;
+// 112 (ERROR_DISK_FULL) when not all could be written; `written` tells how much was.
+TQLIB_API BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written,
+                         OVERLAPPED* overlapped) noexcept;
+
+inline constexpr DWORD FILE_BEGIN = 0;
+inline constexpr DWORD FILE_CURRENT = 1;
+inline constexpr DWORD FILE_END = 2;
+
+// 131 (ERROR_NEGATIVE_SEEK) before the beginning; beyond the end is allowed.
+TQLIB_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position,
+                                DWORD method) noexcept;
+TQLIB_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
+// 5 for a handle without the right to write.
+TQLIB_API BOOL FlushFileBuffers(HANDLE file) noexcept;
+
+struct WIN32_FILE_ATTRIBUTE_DATA {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+};
+
+enum GET_FILEEX_INFO_LEVELS { GetFileExInfoStandard };
+
+// INVALID_FILE_ATTRIBUTES on failure.
+TQLIB_API DWORD GetFileAttributesW(const wchar_t* name) noexcept;
+// `data` is a WIN32_FILE_ATTRIBUTE_DATA.
+TQLIB_API BOOL GetFileAttributesExW(const wchar_t* name, GET_FILEEX_INFO_LEVELS level, void* data) noexcept;
+// Read-only takes the right to write from everybody, without it the owner has the right again. The other
+// attributes above are accepted and follow from the file.
+TQLIB_API BOOL SetFileAttributesW(const wchar_t* name, DWORD attributes) noexcept;
+
+struct WIN32_FIND_DATAW {
+    DWORD dwFileAttributes;
+    FILETIME ftCreationTime;
+    FILETIME ftLastAccessTime;
+    FILETIME ftLastWriteTime;
+    DWORD nFileSizeHigh;
+    DWORD nFileSizeLow;
+    DWORD dwReserved0;  // of a reparse point its tag
+    DWORD dwReserved1;
+    wchar_t cFileName[MAX_PATH];
+    wchar_t cAlternateFileName[14];
+};
+
+// Finds the entries of a folder, "." and ".." included, whose names match the last part of `pattern`, where
+// '*' stands for any characters and '?' for any one; "*.*" matches all. INVALID_HANDLE_VALUE with 2 when
+// there is none. The order is the file system's.
+TQLIB_API HANDLE FindFirstFileW(const wchar_t* pattern, WIN32_FIND_DATAW* data) noexcept;
+// 18 (ERROR_NO_MORE_FILES) after the last one.
+TQLIB_API BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) noexcept;
+TQLIB_API BOOL FindClose(HANDLE find) noexcept;
+
+// 183 (ERROR_ALREADY_EXISTS) when there is something of that name, 3 when a folder on the way is missing.
+TQLIB_API BOOL CreateDirectoryW(const wchar_t* name, SECURITY_ATTRIBUTES* security) noexcept;
+// 145 (ERROR_DIR_NOT_EMPTY), 267 (ERROR_DIRECTORY) for a file. Of a symbolic link to a folder the link goes.
+TQLIB_API BOOL RemoveDirectoryW(const wchar_t* name) noexcept;
+// 5 for a folder, a link to one and a read-only file.
+TQLIB_API BOOL DeleteFileW(const wchar_t* name) noexcept;
+
+inline constexpr DWORD MOVEFILE_REPLACE_EXISTING = 1;
+inline constexpr DWORD MOVEFILE_COPY_ALLOWED = 2;
+inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
+
+// 183 when there is a file of the new name, unless it may be replaced, which happens in one step; 5 when it
+// is a folder. Between file systems 17 (ERROR_NOT_SAME_DEVICE), also where copying is allowed. 50 where the
+// file system cannot promise to replace nothing. With MOVEFILE_WRITE_THROUGH the file's contents and its new
+// name are on the disk on return.
+TQLIB_API BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) noexcept;
+
+// The folder that the environment variable TMPDIR names, or /tmp, with a final '/'. The length without the
+// terminator, or where `size` is too small the size needed with it.
+TQLIB_API DWORD GetTempPathW(DWORD size, wchar_t* buffer) noexcept;
+
+inline constexpr DWORD STD_INPUT_HANDLE = static_cast<DWORD>(-10);
+inline constexpr DWORD STD_OUTPUT_HANDLE = static_cast<DWORD>(-11);
+inline constexpr DWORD STD_ERROR_HANDLE = static_cast<DWORD>(-12);
+
+// The same handle on every call; closing it leaves the descriptor open. Null when the process was started
+// without it, INVALID_HANDLE_VALUE with 6 (ERROR_INVALID_HANDLE) for another number.
+TQLIB_API HANDLE GetStdHandle(DWORD number) noexcept;
+
+inline constexpr DWORD ENABLE_PROCESSED_INPUT = 0x1;
+inline constexpr DWORD ENABLE_LINE_INPUT = 0x2;
+inline constexpr DWORD ENABLE_ECHO_INPUT = 0x4;
+inline constexpr DWORD ENABLE_PROCESSED_OUTPUT = 0x1;
+
+// 6 for a handle that is no terminal. Reports the flags above; of a terminal that can be read those of input.
+TQLIB_API BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept;
+
+// Writes wide text to a terminal and sets the number of characters written; 6 for a handle that is no terminal, 87 for a
+// reserved argument that is not null.
+TQLIB_API BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written, void* reserved) noexcept;

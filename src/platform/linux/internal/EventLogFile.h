@@ -1,0 +1,68 @@
+// The file of one event log: lines that are appended whole, whoever else writes and whenever a writer is
+// killed.
+#pragma once
+
+#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/EventRecord.h"
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Quellan::Corvel::Platform {
+
+// The log's name, which is the file's too, of what OpenEventLogW or RegisterEventSourceW were asked for.
+std::string_view EventLogNamed(std::wstring_view name) noexcept;
+
+// For several threads, as for any number of other objects and processes on the same file. Results are Windows
+// codes; all may throw std::bad_alloc.
+class EventLogFile {
+  public:
+    // Makes the file where it is missing.
+    static DWORD Open(std::string_view log, Descriptor& file);
+
+    explicit EventLogFile(Descriptor file) noexcept : m_file(std::move(file)) {}
+
+    // Gives the record its number and writes it.
+    DWORD Append(EventRecord& record);
+    // Removes all records, with a name after they were copied to a new file of that name.
+    DWORD Clear(const char* backup);
+
+  protected:
+    int Fd() const noexcept { return m_file.Get(); }
+
+  private:
+    std::mutex m_lock;  // the file's own lock does not keep threads apart that share a descriptor
+    const Descriptor m_file;
+};
+
+// The same for a reader, who meets records in the order of their numbers.
+class EventLogReader : public EventLogFile {
+  public:
+    using EventLogFile::EventLogFile;
+
+    // Takes note of what was appended. `changed` tells that the log was cleared since, and everything is new.
+    DWORD Refresh(bool& changed);
+    std::size_t Count() const noexcept { return m_index.size(); }
+    // By place, the oldest is 0. 1500 (ERROR_EVENTLOG_FILE_CORRUPT) where there no longer is such a record.
+    DWORD Read(std::size_t place, EventRecord& record);
+    // The place of a record's number, or Count() when there is none.
+    std::size_t Find(DWORD number) const noexcept;
+    DWORD NumberOf(std::size_t place) const noexcept { return m_index[place].number; }
+
+  private:
+    struct Line {
+        DWORD number;
+        off_t begin;
+        std::size_t size;
+    };
+
+    DWORD Scan(off_t end);
+
+    std::vector<Line> m_index;
+    off_t m_scanned = 0;       // up to here the file's lines are known
+    std::string m_firstBytes;  // of the file, by which a cleared and refilled one is told
+};
+
+}  // namespace Quellan::Corvel::Platform

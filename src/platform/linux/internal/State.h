@@ -1,0 +1,29 @@
+// Where the layer keeps what outlives a process.
+//
+// Below one root folder: the one that the environment variable TQLIB_ROOT names; without it /var/lib/tqlib
+// and /run/tqlib for root, and for everybody else the folder tqlib in the folders for state and for run-time
+// files that the environment variables XDG_STATE_HOME and XDG_RUNTIME_DIR name (~/.local/state when the first
+// is not set, a folder in the first when the second is not).
+//
+// Nothing is trusted that another user could have written: each folder from the root down must be a real one,
+// belong to the caller or to root, and be writable for its owner alone.
+#pragma once
+
+#include "platform/linux/internal/Descriptor.h"
+
+#include <string_view>
+
+namespace Quellan::Corvel::Platform {
+
+enum class StateKind { Lasting, Runtime };
+
+// Opens the folder `name` in the state of one kind and makes what is missing of it, 0700, for root's
+// system-wide state 0755. 5 (ERROR_ACCESS_DENIED) where something cannot be trusted. May throw
+// std::bad_alloc.
+DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder);
+
+// Opens a file in such a folder for reading and writing and makes it with `mode` where it is missing. The
+// same is asked of it, and that it is a plain file.
+DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, Descriptor& file) noexcept;
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,23 @@
+#include "system/TQLocale.h"
+
+#include "platform/Win32.h"
+
+namespace Quellan::Corvel {
+
+namespace {
+
+TQString LocaleInfo(LCID locale, LCTYPE type) {
+    wchar_t text[LOCALE_NAME_MAX_LENGTH];
+    const int length = GetLocaleInfoW(locale, type, text, LOCALE_NAME_MAX_LENGTH);
+    return length > 1 ? TQString(text, static_cast<std::size_t>(length - 1)) : TQString();
+}
+
+}  // namespace
+
+TQLocale::TQLocale() noexcept : m_id(GetUserDefaultLCID()) {}
+
+TQString TQLocale::LanguageString() const { return LocaleInfo(m_id, LOCALE_SNAME); }
+
+TQString TQLocale::LanguageBaseString() const { return LocaleInfo(m_id, LOCALE_SISO639LANGNAME); }
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,85 @@
+#include "system/TQSysProc.h"
+
+#include <string_view>
+#include <vector>
+
+#include "core/TQException.h"
+#include "platform/Win32.h"
+
+namespace Quellan::Corvel {
+
+namespace {
+
+std::wstring_view FileName(std::wstring_view path) {
+    const std::size_t slash = path.find_last_of(L"/\\");
+    return slash == std::wstring_view::npos ? path : path.substr(slash + 1);
+}
+
+std::wstring_view WithoutExtension(std::wstring_view name) {
+    const std::size_t dot = name.rfind(L'.');
+    return dot == std::wstring_view::npos || dot == 0 ? name : name.substr(0, dot);
+}
+
+std::vector<HMODULE> LoadedModules() {
+    std::vector<HMODULE> modules(64);
+    for (;;) {
+        const auto size = static_cast<DWORD>(modules.size() * sizeof(HMODULE));
+        DWORD needed = 0;
+        if (!EnumProcessModules(GetCurrentProcess(), modules.data(), size, &needed))
+            TQSysException::ThrowLastError(L"TQSysProc::FindLoadedModule");
+        modules.resize(needed / sizeof(HMODULE));
+        if (needed <= size) return modules;
+    }
+}
+
+}  // namespace
+
+TQStringArray TQSysProc::CommandLine() {
+    int count = 0;
+    const TQHandle<_TQLocalMemClose> memory(CommandLineToArgvW(GetCommandLineW(), &count));
+    if (!memory.IsValid()) TQSysException::ThrowLastError(L"TQSysProc::CommandLine");
+    const wchar_t* const* const arguments = static_cast<wchar_t**>(memory.Get());
+    TQStringArray result;
+    for (int i = 0; i < count; ++i) result.Add(TQString(arguments[i]));
+    return result;
+}
+
+TQModule TQSysProc::LoadModule(const TQString& name) {
+    TQModule module(LoadLibraryW(name.c_str()));
+    if (!module.IsValid()) TQSysException::ThrowLastError(L"TQSysProc::LoadModule");
+    return module;
+}
+
+HMODULE TQSysProc::FindLoadedModule(const TQString& baseName) {
+    for (const HMODULE module : LoadedModules()) {
+        // A module may be unloaded while the list is read.
+        wchar_t path[MAX_PATH];
+        const DWORD length = GetModuleFileNameW(module, path, MAX_PATH);
+        if (length != 0 && baseName.CompareNoCase(WithoutExtension(FileName({path, length}))) == 0) return module;
+    }
+    return nullptr;
+}
+
+TQString TQSysProc::ModuleFileName(HMODULE module) {
+    for (std::vector<wchar_t> path(MAX_PATH);; path.resize(path.size() * 2)) {
+        const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
+        if (length == 0) TQSysException::ThrowLastError(L"TQSysProc::ModuleFileName");
+        if (length < path.size()) return TQString(path.data(), length);
+    }
+}
+
+TQString TQSysProc::ModuleBaseName(HMODULE module) {
+    const TQString path = ModuleFileName(module);
+    return TQString(WithoutExtension(FileName(path.View())));
+}
+
+TQString TQSysProc::ModuleAt(const void* address) {
+    HMODULE module = nullptr;
+    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                            static_cast<const wchar_t*>(address), &module))
+        return {};
+    const TQString path = ModuleFileName(module);
+    return TQString(FileName(path.View()));
+}
+
+}  // namespace Quellan::Corvel

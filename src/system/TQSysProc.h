@@ -1,0 +1,40 @@
+// This process and its modules.
+#pragma once
+
+#include "platform/Types.h"
+#include "text/TQHandle.h"
+#include "text/TQString.h"
+#include "text/TQStringArray.h"
+
+namespace Quellan::Corvel {
+
+// An owned module: unloaded when its last copy goes.
+using TQModule = TQHandle<_TQModuleClose>;
+
+// Static functions only; all may be called from any thread.
+class TQLIB_API TQSysProc {
+  public:
+    TQSysProc() = delete;
+
+    // The command line of this process: the program, then its arguments.
+    static TQStringArray CommandLine();
+
+    // Loads the module in the file `name`. A bare name is searched for beside the executable first; on Linux a name that
+    // ends in ".dll" stands for the file with ".so" in its place. Throws `TQSysException` with the platform's code: 126
+    // (ERROR_MOD_NOT_FOUND) where there is no such file, 193 (ERROR_BAD_EXE_FORMAT) where it is no module.
+    static TQModule LoadModule(const TQString& name);
+
+    // The loaded module whose file name without folder and extension is `baseName`, whatever the case; null where there is
+    // none. The module is borrowed.
+    static HMODULE FindLoadedModule(const TQString& baseName);
+
+    // The path of a module's file, and that file's name without folder and extension. A null module is the executable.
+    // Throws `TQSysException` with the platform's code for what is no module.
+    static TQString ModuleFileName(HMODULE module);
+    static TQString ModuleBaseName(HMODULE module);
+
+    // The file name, without folder, of the module that holds `address`; empty where none does.
+    static TQString ModuleAt(const void* address);
+};
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,92 @@
+#include "PlatformTest.h"
+#include "platform/Win32.h"
+
+#include <algorithm>
+#include <array>
+#include <iterator>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+constexpr const wchar_t* Name = L"TQLIB_TEST_VARIABLE";
+
+std::wstring Expanded(const wchar_t* source) {
+    std::array<wchar_t, 100> buffer{};
+    const DWORD size = ExpandEnvironmentStringsW(source, buffer.data(), static_cast<DWORD>(buffer.size()));
+    return std::wstring(buffer.data(), size - 1);
+}
+
+TEST(Environment, GivesAValueOrTheSizeItNeeds) {
+    const EnvironmentVariable variable(Name, L"v\u00E4lue");
+    wchar_t buffer[6];
+    EXPECT_EQ(GetEnvironmentVariableW(Name, buffer, 6), 5u);
+    EXPECT_EQ(std::wstring_view(buffer), L"v\u00E4lue");
+    EXPECT_EQ(GetEnvironmentVariableW(Name, buffer, 5), 6u);
+    EXPECT_EQ(GetEnvironmentVariableW(Name, nullptr, 0), 6u);
+    EXPECT_EQ(GetEnvironmentVariableW(L"tqlib_Test_variable", buffer, 6), 5u);
+}
+
+TEST(Environment, TellsAMissingVariableFromAnEmptyOne) {
+    wchar_t buffer[6];
+    EXPECT_EQ(CodeOf(GetEnvironmentVariableW(Name, buffer, 6)), DWORD{ERROR_ENVVAR_NOT_FOUND});
+    EXPECT_EQ(CodeOf(SetEnvironmentVariableW(Name, L"")), 0u);
+    EXPECT_EQ(GetEnvironmentVariableW(Name, nullptr, 0), 1u);
+    EXPECT_EQ(CodeOf(SetEnvironmentVariableW(Name, nullptr)), 0u);
+    EXPECT_EQ(CodeOf(SetEnvironmentVariableW(Name, nullptr)), 0u);
+}
+
+TEST(Environment, ReplacesAVariableOfAnotherCase) {
+    const EnvironmentVariable variable(Name, L"old");
+    EXPECT_EQ(CodeOf(SetEnvironmentVariableW(L"tqlib_test_VARIABLE", L"new")), 0u);
+    wchar_t buffer[10];
+    EXPECT_EQ(GetEnvironmentVariableW(Name, buffer, 10), 3u);
+    EXPECT_EQ(std::wstring_view(buffer), L"new");
+}
+
+TEST(Environment, RefusesNamesThatAreNone) {
+    EXPECT_EQ(CodeOf(SetEnvironmentVariableW(L"", L"x")), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(CodeOf(SetEnvironmentVariableW(L"a=b", L"x")), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Environment, ExpandsVariablesAndLeavesTheRest) {
+    const EnvironmentVariable variable(Name, L"value");
+    EXPECT_EQ(Expanded(L"<%TQLIB_TEST_VARIABLE%><%TQLIB_TEST_VARIABLE%>"), L"<value><value>");
+    EXPECT_EQ(Expanded(L"50% of %TQLIB_NO_SUCH% 100%"), L"50% of %TQLIB_NO_SUCH% 100%");
+    EXPECT_EQ(Expanded(L"%TQLIB_NO_SUCH%TQLIB_TEST_VARIABLE%"), L"%TQLIB_NO_SUCH%TQLIB_TEST_VARIABLE%");
+    EXPECT_EQ(ExpandEnvironmentStringsW(L"%TQLIB_TEST_VARIABLE%", nullptr, 0), 6u);
+}
+
+ULONGLONG Steps(const FILETIME& time) {
+    return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
+
+TEST(Clocks, Agree) {
+    FILETIME before, after;
+    SYSTEMTIME time;
+    GetSystemTimeAsFileTime(&before);
+    GetSystemTime(&time);
+    GetSystemTimeAsFileTime(&after);
+    EXPECT_LE(Steps(before), Steps(after));
+    // Some second in 2024 and the one right now, in days.
+    constexpr ULONGLONG StepsInDay = 864'000'000'000;
+    EXPECT_GT(Steps(before) / StepsInDay, 154'497u);
+    EXPECT_EQ(time.wDayOfWeek, (Steps(before) / StepsInDay + 1) % 7);
+    const auto ofDay =
+        (time.wHour * 3600ull + time.wMinute * 60ull + time.wSecond) * 1000 + time.wMilliseconds;
+    const ULONGLONG expected = Steps(before) % StepsInDay / 10'000;
+    EXPECT_LE(ofDay - expected, (Steps(after) - Steps(before)) / 10'000 + 1);
+}
+
+TEST(Clocks, NeverGoBack) {
+    LARGE_INTEGER frequency, first, second;
+    ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
+    EXPECT_GT(frequency.QuadPart, 0);
+    const ULONGLONG ticks = GetTickCount64();
+    QueryPerformanceCounter(&first);
+    QueryPerformanceCounter(&second);
+    EXPECT_LE(first.QuadPart, second.QuadPart);
+    EXPECT_LE(ticks, GetTickCount64());
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,166 @@
+#include "ModuleBytes.h"
+#include "platform/Win32.h"
+#include "platform/linux/internal/MessageTable.h"
+#include "platform/linux/internal/ModuleImage.h"
+
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <string>
+
+using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Corvel::Test;
+
+namespace {
+
+constexpr DWORD Five = 5;
+constexpr DWORD Six = 6;
+constexpr DWORD Event = 0xCFFF4001;
+
+// Reads in a block of exactly the bytes given, so that the address sanitizer sees a step beside it.
+class Exact {
+  public:
+    explicit Exact(const std::vector<std::byte>& bytes) : Exact(bytes, bytes.size()) {}
+    Exact(const std::vector<std::byte>& bytes, std::size_t size)
+        : m_bytes(std::make_unique<std::byte[]>(size)), m_size(size) {
+        if (size != 0) std::memcpy(m_bytes.get(), bytes.data(), size);
+    }
+    std::span<const std::byte> Span() const { return {m_bytes.get(), m_size}; }
+
+  private:
+    std::unique_ptr<std::byte[]> m_bytes;
+    std::size_t m_size;
+};
+
+struct Found {
+    DWORD code;
+    std::wstring text;
+};
+
+Found Find(const std::vector<std::byte>& table, DWORD id) {
+    Found found{};
+    found.code = FindMessage(Exact(table).Span(), id, found.text);
+    return found;
+}
+
+// Message 5 of each language in a module file.
+std::map<LANGID, std::wstring> FiveIn(std::span<const std::byte> file) {
+    std::map<LANGID, std::wstring> texts;
+    VisitModuleFile(file, [&](LANGID language, std::span<const std::byte> table) {
+        FindMessage(table, Five, texts[language]);
+    });
+    return texts;
+}
+
+const std::vector<LanguageBytes>& TwoLanguages() {
+    static const std::vector<LanguageBytes> tables = {{0x409, SmallTable()}, {0x407, SmallTable()}};
+    return tables;
+}
+
+const std::map<LANGID, std::wstring> FiveInTwoLanguages = {{0x409, L"five\r\n"}, {0x407, L"five\r\n"}};
+
+}  // namespace
+
+TEST(MessageTable, HasTheTextOfEachOfItsMessages) {
+    EXPECT_EQ(Find(SmallTable(), Five).text, L"five\r\n");
+    EXPECT_EQ(Find(SmallTable(), Six).text, L"six \u00F6\U0001F600\r\n");
+    EXPECT_EQ(Find(SmallTable(), Event).text, L"%1 event\r\n");
+    for (const DWORD id : {0u, 4u, 7u, 0xCFFF4000u, 0xCFFF4002u, 0xFFFFFFFFu})
+        EXPECT_EQ(Find(SmallTable(), id).code, DWORD{ERROR_MR_MID_NOT_FOUND}) << id;
+}
+
+TEST(MessageTable, ReadsTextsInBytesAsUtf8) {
+    Bytes table;
+    table.Dwords({1, Five, Five, 16}).Number(12, 2).Number(0, 2).Chars("\xC3\xB6x\xFF").PadTo(28);
+    EXPECT_EQ(Find(table.Take(), Five).text, L"\u00F6x\uFFFD");
+}
+
+TEST(MessageTable, LetsNoUnpairedSurrogateThrough) {
+    Bytes table;
+    table.Dwords({1, Five, Five, 16}).Append(TableEntry(std::u16string{0xD800, u'a', 0xDC00, 0xD83D}));
+    EXPECT_EQ(Find(table.Take(), Five).text, L"\uFFFDa\uFFFD\uFFFD");
+}
+
+TEST(MessageTable, CutAnywhereIsInvalidOrLacksTheMessageButNeverReadBeside) {
+    const auto whole = SmallTable();
+    for (std::size_t size = 0; size < whole.size(); ++size) {
+        const Exact cut(whole, size);
+        std::wstring text = L"unchanged";
+        EXPECT_EQ(FindMessage(cut.Span(), Event, text), DWORD{ERROR_INVALID_DATA}) << size;
+        EXPECT_EQ(text, L"unchanged") << size;
+    }
+}
+
+TEST(MessageTable, NumbersThatLeadOutOfItAreInvalid) {
+    constexpr std::uint32_t Huge = 0xFFFFFFFF;
+    Bytes tooManyBlocks, offsetOutside, rangeTooLong, entryTooShort, entryTooLong;
+    EXPECT_EQ(Find(tooManyBlocks.Dwords({Huge, Five, Five, 16}).Take(), Five).code,
+              DWORD{ERROR_INVALID_DATA});
+    EXPECT_EQ(Find(offsetOutside.Dwords({1, Five, Five, Huge}).Take(), Five).code, DWORD{ERROR_INVALID_DATA});
+    rangeTooLong.Dwords({1, 0, Huge, 16}).Append(TableEntry(u"only one"));
+    EXPECT_EQ(Find(rangeTooLong.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
+    entryTooShort.Dwords({1, 0, Huge, 16}).Number(0, 2).Number(1, 2);
+    EXPECT_EQ(Find(entryTooShort.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
+    entryTooLong.Dwords({1, Five, Five, 16}).Number(0xFFFC, 2).Number(1, 2).Dwords({0, 0});
+    EXPECT_EQ(Find(entryTooLong.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
+}
+
+TEST(ModuleImage, HasATableForEachLanguageInEitherFormat) {
+    EXPECT_EQ(FiveIn(Exact(ElfModule(TwoLanguages())).Span()), FiveInTwoLanguages);
+    EXPECT_EQ(FiveIn(Exact(PeModule(TwoLanguages())).Span()), FiveInTwoLanguages);
+}
+
+TEST(ModuleImage, OtherFilesAreNoModules) {
+    const auto ignore = [](LANGID, std::span<const std::byte>) {};
+    EXPECT_EQ(VisitModuleFile({}, ignore), DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(VisitModuleFile(Exact(Bytes().Chars("MZ and nothing more").Take()).Span(), ignore),
+              DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(VisitModuleFile(Exact(Bytes()
+                                        .Chars("\x7F"
+                                               "ELF")
+                                        .Take())
+                                  .Span(),
+                              ignore),
+              DWORD{ERROR_BAD_EXE_FORMAT});
+}
+
+TEST(ModuleImage, CutAnywhereIsNeverReadBeside) {
+    for (const auto& whole : {ElfModule(TwoLanguages()), PeModule(TwoLanguages())})
+        for (std::size_t size = 0; size < whole.size(); ++size)
+            EXPECT_LE(FiveIn(Exact(whole, size).Span()).size(), 2u);
+}
+
+TEST(ModuleImage, AnyNumberInItMayBeHuge) {
+    for (const auto& whole : {ElfModule(TwoLanguages()), PeModule(TwoLanguages())})
+        for (std::size_t at = 0; at + 4 <= whole.size(); ++at)
+            for (const int byte : {0x00, 0x7F, 0x80, 0xFF}) {
+                auto changed = whole;
+                std::memset(changed.data() + at, byte, 4);
+                const auto ignore = [](LANGID, std::span<const std::byte> table) {
+                    std::wstring text;
+                    FindMessage(table, Five, text);
+                };
+                const DWORD code = VisitModuleFile(Exact(changed).Span(), ignore);
+                EXPECT_TRUE(code == ERROR_SUCCESS || code == ERROR_INVALID_DATA ||
+                            code == ERROR_BAD_EXE_FORMAT)
+                    << code;
+            }
+}
+
+TEST(ModuleImage, AWindowsModuleServesAsADataFile) {
+    const auto path =
+        std::filesystem::temp_directory_path() / ("tq_pe_" + std::to_string(GetCurrentProcessId()) + ".dll");
+    const auto bytes = PeModule(TwoLanguages());
+    std::ofstream(path, std::ios::binary)
+        .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    const HMODULE module = LoadLibraryExW(path.wstring().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    std::filesystem::remove(path);
+    ASSERT_NE(module, nullptr) << GetLastError();
+    wchar_t buffer[20];
+    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_HMODULE, module, Five, 0x407, buffer, 20, nullptr), 6u);
+    EXPECT_STREQ(buffer, L"five\r\n");
+    EXPECT_TRUE(FreeLibrary(module));
+}

@@ -1,0 +1,34 @@
+#include "PlatformTest.h"
+#include "platform/Win32.h"
+
+#include <thread>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+TEST(Process, GivesEachThreadItsOwnIdentifier) {
+    DWORD other = 0;
+    std::thread([&] { other = GetCurrentThreadId(); }).join();
+    EXPECT_NE(other, 0u);
+    EXPECT_NE(other, GetCurrentThreadId());
+    EXPECT_EQ(GetCurrentThreadId(), GetCurrentThreadId());
+}
+
+TEST(Process, StandsForItselfByPseudoHandles) {
+    EXPECT_EQ(GetCurrentProcess(), reinterpret_cast<HANDLE>(~ULONG_PTR{0}));
+    EXPECT_EQ(GetCurrentThread(), reinterpret_cast<HANDLE>(~ULONG_PTR{1}));
+}
+
+TEST(Process, KnowsTheComputersName) {
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    ASSERT_EQ(CodeOf(GetComputerNameW(name, &size)), 0u);
+    EXPECT_EQ(std::wstring_view(name).size(), size);
+    EXPECT_GT(size, 0u);
+    DWORD tooSmall = size;
+    EXPECT_EQ(CodeOf(GetComputerNameW(name, &tooSmall)), DWORD{ERROR_BUFFER_OVERFLOW});
+    EXPECT_EQ(tooSmall, size + 1);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

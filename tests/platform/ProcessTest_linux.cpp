@@ -1,0 +1,60 @@
+#include "PlatformTest.h"
+#include "platform/Win32.h"
+
+#include <fstream>
+#include <iterator>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+TEST(ProcessOnLinux, KnowsItsThreadAfterAFork) {
+    ASSERT_EQ(GetCurrentThreadId(), static_cast<DWORD>(gettid()));
+    const pid_t child = fork();
+    if (child == 0) _exit(GetCurrentThreadId() == static_cast<DWORD>(gettid()) ? 0 : 1);
+    int status = -1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+}
+
+class DebugOutput : public testing::Test {
+  protected:
+    std::string Written() const {
+        std::ifstream file(m_path.c_str(), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    TemporaryFolder m_folder;
+    const std::wstring m_wide = m_folder / L"debug.txt";
+    const std::string m_path = std::string(m_wide.begin(), m_wide.end());
+};
+
+TEST_F(DebugOutput, GoesToTheFileOfTheVariableInOrder) {
+    if (IsDebuggerPresent()) GTEST_SKIP() << "a traced process writes to standard error";
+    const EnvironmentVariable variable(L"TQLIB_DEBUG_OUTPUT", m_wide.c_str());
+    SetLastError(77);
+    OutputDebugStringW(L"first\n");
+    OutputDebugStringW(L"s\u00E9cond\n");
+    EXPECT_EQ(GetLastError(), 77u);
+    EXPECT_EQ(Written(),
+              "first\ns\xC3\xA9"
+              "cond\n");
+}
+
+TEST_F(DebugOutput, GoesNowhereWithoutTheVariable) {
+    if (IsDebuggerPresent()) GTEST_SKIP() << "a traced process writes to standard error";
+    testing::internal::CaptureStderr();
+    OutputDebugStringW(L"text");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(DebugOutput, GoesToStandardErrorWhenAsked) {
+    const EnvironmentVariable variable(L"TQLIB_DEBUG_OUTPUT", L"-");
+    testing::internal::CaptureStderr();
+    OutputDebugStringW(L"text");
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), "text");
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,136 @@
+#include "platform/linux/internal/FaultPoint.h"
+#include "support/FailCall.h"
+
+#include <cstdlib>
+#include <new>
+
+namespace Quellan::Corvel::Test {
+
+namespace {
+
+struct AllocationPlan {
+    unsigned nth;
+    unsigned calls = 0;
+    AllocationPlan* next = nullptr;
+};
+
+thread_local AllocationPlan* t_allocationPlans = nullptr;
+
+bool AllocationFaultDue() noexcept {
+    bool due = false;
+    for (AllocationPlan* plan = t_allocationPlans; plan; plan = plan->next)
+        if (++plan->calls == plan->nth) due = true;
+    return due;
+}
+
+// `Base` with its plan on a stack of plans, from construction to destruction.
+template <class Base, class Planned>
+class StackedPlan : public Base {
+  public:
+    StackedPlan(Planned*& stack, Planned planned) : m_stack(stack), m_planned(planned) {
+        m_planned.next = stack;
+        stack = &m_planned;
+    }
+    ~StackedPlan() override { m_stack = m_planned.next; }
+    unsigned Calls() const noexcept override { return m_planned.calls; }
+
+  private:
+    Planned*& m_stack;
+    Planned m_planned;
+};
+
+void* Allocate(std::size_t bytes) noexcept {
+    return AllocationFaultDue() ? nullptr : std::malloc(bytes ? bytes : 1);
+}
+
+void* AllocateAligned(std::size_t bytes, std::align_val_t alignment) noexcept {
+    if (AllocationFaultDue()) return nullptr;
+    const auto boundary = static_cast<std::size_t>(alignment);
+    return std::aligned_alloc(boundary, (bytes + boundary - 1) / boundary * boundary);
+}
+
+void* OrThrow(void* block) {
+    if (!block) throw std::bad_alloc();
+    return block;
+}
+
+}  // namespace
+
+FailCall::FailCall(const char* function, DWORD code, unsigned nth, std::uintptr_t)
+    : Fault(function, nth,
+            std::make_unique<StackedPlan<Plan, Platform::FaultPlan>>(
+                Platform::ThreadFaultPlans(), Platform::FaultPlan{function, nth, code})) {}
+
+FailAllocation::FailAllocation(unsigned nth)
+    : Fault("operator new", nth,
+            std::make_unique<StackedPlan<Plan, AllocationPlan>>(t_allocationPlans, AllocationPlan{nth})) {}
+
+}  // namespace Quellan::Corvel::Test
+
+// The program's operator new takes the place of the runtime library's for every module of the process. It
+// stands on malloc, which the sanitizers watch.
+using Quellan::Corvel::Test::Allocate;
+using Quellan::Corvel::Test::AllocateAligned;
+using Quellan::Corvel::Test::OrThrow;
+
+void* operator new(std::size_t bytes) {
+    return OrThrow(Allocate(bytes));
+}
+void* operator new[](std::size_t bytes) {
+    return OrThrow(Allocate(bytes));
+}
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    return Allocate(bytes);
+}
+void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
+    return Allocate(bytes);
+}
+void* operator new(std::size_t bytes, std::align_val_t a) {
+    return OrThrow(AllocateAligned(bytes, a));
+}
+void* operator new[](std::size_t bytes, std::align_val_t a) {
+    return OrThrow(AllocateAligned(bytes, a));
+}
+void* operator new(std::size_t bytes, std::align_val_t a, const std::nothrow_t&) noexcept {
+    return AllocateAligned(bytes, a);
+}
+void* operator new[](std::size_t bytes, std::align_val_t a, const std::nothrow_t&) noexcept {
+    return AllocateAligned(bytes, a);
+}
+
+void operator delete(void* block) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, const std::nothrow_t&) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, const std::nothrow_t&) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::align_val_t) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::align_val_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
+    std::free(block);
+}
+void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    std::free(block);
+}
+void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
+    std::free(block);
+}

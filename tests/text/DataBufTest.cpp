@@ -1,0 +1,312 @@
+#include "platform/Win32.h"
+#include "support/FailCall.h"
+#include "support/ThrownCode.h"
+#include "text/TQDataBuf.h"
+
+#include <gmock/gmock.h>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+// The contents of every block that came back to a watched allocator, as they were then.
+std::vector<std::string> g_released;
+
+template <unsigned N>
+constexpr TQAllocator Watched(bool wholePages) {
+    return {
+        .Allocate = [](std::size_t bytes) noexcept { return TQAllocatorFor<N>().Allocate(bytes); },
+        .Release =
+            [](void* block, std::size_t bytes) noexcept {
+                g_released.emplace_back(static_cast<const char*>(block), bytes);
+                TQAllocatorFor<N>().Release(block, bytes);
+            },
+        .wholePages = wholePages,
+    };
+}
+
+constexpr TQAllocator g_watchedHeap = Watched<TQMemory::Heap>(false);
+constexpr TQAllocator g_watchedPages = Watched<TQMemory::Pages>(true);
+constexpr unsigned WatchedHeap = 1000;
+constexpr unsigned WatchedPages = 1001;
+
+}  // namespace
+
+template <>
+const TQAllocator& TQAllocatorFor<WatchedHeap>() noexcept {
+    return g_watchedHeap;
+}
+
+template <>
+const TQAllocator& TQAllocatorFor<WatchedPages>() noexcept {
+    return g_watchedPages;
+}
+
+namespace {
+
+using namespace std::string_view_literals;
+using Test::FailAllocation;
+using Test::FailCall;
+using Test::SweepAllocations;
+using Test::SweepFaults;
+using Test::ThrownCode;
+using testing::Each;
+using testing::ElementsAre;
+using Level = _TQDataBufRoot::_SecureLevel;
+
+constexpr std::string_view Secret = "the password";
+
+template <unsigned N = TQMemory::Heap>
+TQDataBuf<char, N> Buffer(std::string_view text, Level level = Level::None) {
+    return {text.data(), text.size(), level};
+}
+
+template <unsigned N>
+std::string_view Text(const TQDataBuf<char, N>& buffer) {
+    return {buffer.begin(), buffer.end()};
+}
+
+TEST(DataBuf, GrowsWithZerosAndShrinksFromTheEnd) {
+    TQDataBuf<int> numbers;
+    numbers.Append(7);
+    numbers.Resize(3);
+    EXPECT_THAT(numbers, ElementsAre(7, 0, 0));
+    EXPECT_EQ(numbers.Bytes(), 3 * sizeof(int));
+    numbers[1] = 9;
+    numbers.Resize(1);
+    numbers.Resize(2);
+    EXPECT_THAT(numbers, ElementsAre(7, 0));
+    numbers.Fill(5);
+    EXPECT_THAT(numbers, ElementsAre(5, 5));
+}
+
+TEST(DataBuf, EditsInPlaceAndWhileGrowing) {
+    for (const ULONGLONG room : {0u, 100u}) {
+        auto text = Buffer("abcdef");
+        text.Reserve(room);
+        text.Insert(2, "XY", 2);
+        EXPECT_EQ(Text(text), "abXYcdef");
+        text.Remove(1, 3);
+        EXPECT_EQ(Text(text), "acdef");
+        text.Insert(5, "!", 1);
+        text.Append(Buffer("??"));
+        EXPECT_EQ(Text(text), "acdef!??");
+        text.Assign("no", 2);
+        EXPECT_EQ(Text(text), "no");
+    }
+}
+
+TEST(DataBuf, TakesItsOwnElementsAsTheSource) {
+    for (const ULONGLONG room : {0u, 100u}) {
+        auto text = Buffer("abcd");
+        text.Reserve(room);
+        text.Insert(1, text.Data() + 2, 2);
+        EXPECT_EQ(Text(text), "acdbcd");
+        text.Assign(text.Data() + 1, 4);
+        EXPECT_EQ(Text(text), "cdbc");
+        text.Append(text[1]);
+        EXPECT_EQ(Text(text), "cdbcd");
+    }
+}
+
+TEST(DataBuf, AppendsManyElementsWithFewBlocks) {
+    FailAllocation count(0);
+    TQDataBuf<int> numbers;
+    for (int i = 0; i < 10000; ++i)
+        numbers.Append(i);
+    EXPECT_LT(count.Calls(), 40u);
+    EXPECT_EQ(numbers[9999], 9999);
+}
+
+TEST(DataBuf, RefusesPositionsOutside) {
+    auto text = Buffer("abc");
+    EXPECT_EQ(text.At(2), 'c');
+    EXPECT_EQ(ThrownCode([&] { text.At(3); }), ERROR_INVALID_INDEX);
+    EXPECT_EQ(ThrownCode([&] { text.Insert(4, "x", 1); }), ERROR_INVALID_INDEX);
+    EXPECT_EQ(ThrownCode([&] { text.Remove(1, 3); }), ERROR_INVALID_INDEX);
+    EXPECT_EQ(ThrownCode([&] { text.Remove(2, ~0ull); }), ERROR_INVALID_INDEX);
+    EXPECT_EQ(Text(text), "abc");
+}
+
+TEST(DataBuf, RefusesSizesBeyondAnyObjectAndNullSources) {
+    auto numbers = TQDataBuf<int>(2);
+    EXPECT_EQ(ThrownCode([&] { numbers.Resize(~0ull / sizeof(int)); }), ERROR_BUFFER_OVERFLOW);
+    EXPECT_EQ(ThrownCode([&] { numbers.Reserve(1ull << 62); }), ERROR_BUFFER_OVERFLOW);
+    EXPECT_EQ(ThrownCode([&] { numbers.Append(numbers.Data(), ~0ull / 2 / sizeof(int)); }),
+              ERROR_BUFFER_OVERFLOW);
+    EXPECT_EQ(ThrownCode([&] { numbers.Append(nullptr, 1); }), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(ThrownCode([&] { numbers.Append(nullptr, 0); }), 0u);
+    EXPECT_THAT(numbers, ElementsAre(0, 0));
+}
+
+TEST(DataBuf, IsUnchangedWhereMemoryIsRefused) {
+    auto text = Buffer("abc");
+    const auto longer = Buffer("0123456789");
+    const auto unchanged = [&] { EXPECT_EQ(Text(text), "abc"); };
+    const auto restoring = [&](auto operation) {
+        SweepAllocations(
+            [&, saved = text]() mutable {
+                operation(text);
+                text.Swap(saved);
+            },
+            unchanged);
+    };
+    restoring([&](auto& b) { b.Append(longer); });
+    restoring([&](auto& b) { b.Insert(1, "0123456789", 10); });
+    restoring([&](auto& b) { b.Assign("0123456789", 10); });
+    restoring([&](auto& b) { b.Resize(50); });
+    restoring([&](auto& b) { b.Reserve(50); });
+    restoring([&](auto& b) { b = longer; });
+}
+
+TEST(DataBuf, ReportsMemoryRefusedByEachAllocator) {
+    {
+        FailCall fail("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(ThrownCode([] { DynBYTEBuf(10); }), ERROR_OUTOFMEMORY);
+    }
+    {
+        FailCall fail("VirtualAlloc", ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(ThrownCode([] { TQDataBuf<BYTE, TQMemory::Pages>(10); }), ERROR_OUTOFMEMORY);
+    }
+}
+
+TEST(DataBuf, ComparesByElements) {
+    EXPECT_EQ(Buffer("abc"), Buffer("abc", Level::Wipe));
+    EXPECT_NE(Buffer("abc"), Buffer("abd"));
+    EXPECT_LT(Buffer("ab"), Buffer("abc"));
+    EXPECT_GT(BYTEBuf(reinterpret_cast<const BYTE*>("\xFF"), 1),
+              BYTEBuf(reinterpret_cast<const BYTE*>("\x01z"), 2));
+}
+
+TEST(DataBuf, MovingLeavesTheSourceEmpty) {
+    auto source = Buffer("abc", Level::Wipe);
+    const char* const memory = source.Data();
+    auto target = std::move(source);
+    EXPECT_EQ(target.Data(), memory);
+    EXPECT_TRUE(source.IsEmpty());
+    source = std::move(target);
+    EXPECT_EQ(Text(source), "abc");
+    EXPECT_TRUE(target.IsEmpty());
+}
+
+TEST(DataBuf, AssignmentGivesTheStricterLevel) {
+    const Level levels[] = {Level::None, Level::Wipe, Level::WipeAndLock};
+    for (const Level from : levels)
+        for (const Level to : levels) {
+            const auto source = Buffer("new", from);
+            auto copied = Buffer("old", to);
+            copied = source;
+            EXPECT_EQ(copied.SecureLevel(), std::max(from, to));
+            EXPECT_EQ(Text(copied), "new");
+            auto moved = Buffer("old", to);
+            auto giver = source;
+            EXPECT_EQ(giver.SecureLevel(), from);
+            moved = std::move(giver);
+            EXPECT_EQ(moved.SecureLevel(), std::max(from, to));
+            EXPECT_EQ(Text(moved), "new");
+            EXPECT_TRUE(giver.IsEmpty());
+            EXPECT_EQ(giver.SecureLevel(), from);
+        }
+}
+
+// Every way in which a buffer gives memory back, on both kinds of memory.
+template <class Memory>
+class DataBufRelease : public testing::Test {
+  protected:
+    using Buf = TQDataBuf<char, Memory::value>;
+
+    DataBufRelease() { g_released.clear(); }
+    static Buf Make(Level level) { return Buffer<Memory::value>(Secret, level); }
+    // The blocks given back since the last call.
+    static std::vector<std::string> Released() { return std::exchange(g_released, {}); }
+};
+
+using WatchedMemory = testing::Types<std::integral_constant<unsigned, WatchedHeap>,
+                                     std::integral_constant<unsigned, WatchedPages>>;
+TYPED_TEST_SUITE(DataBufRelease, WatchedMemory);
+
+constexpr auto HasSecret = [](const std::string& block) { return block.find(Secret) != block.npos; };
+constexpr auto IsWiped = [](const std::string& block) { return block.find_first_not_of('\0') == block.npos; };
+
+TYPED_TEST(DataBufRelease, LeavesTheContentsWithoutALevel) {
+    this->Make(Level::None).Clear();
+    EXPECT_THAT(this->Released(), ElementsAre(testing::Truly(HasSecret)));
+}
+
+TYPED_TEST(DataBufRelease, WipesAtEveryRelease) {
+    const auto wipedBlock = ElementsAre(testing::Truly(IsWiped));
+    { const auto destroyed = this->Make(Level::Wipe); }
+    EXPECT_THAT(this->Released(), wipedBlock) << "destroyed";
+
+    auto buffer = this->Make(Level::Wipe);
+    buffer.Reserve(buffer.Capacity() + 1);
+    EXPECT_THAT(this->Released(), wipedBlock) << "reserved";
+    buffer.Resize(buffer.Capacity() + 1);
+    EXPECT_THAT(this->Released(), wipedBlock) << "grown";
+    buffer = this->Make(Level::Wipe);
+    EXPECT_THAT(this->Released(), wipedBlock) << "assigned";
+    buffer.Clear();
+    EXPECT_THAT(this->Released(), wipedBlock) << "cleared";
+
+    auto unprotected = this->Make(Level::None);
+    unprotected = this->Make(Level::Wipe);
+    this->Released();
+    unprotected.Clear();
+    EXPECT_THAT(this->Released(), wipedBlock) << "protected by assignment";
+}
+
+TYPED_TEST(DataBufRelease, WipesWhatShrinkingDropsInPlace) {
+    auto buffer = this->Make(Level::Wipe);
+    const std::string_view block(buffer.Data(), Secret.size());
+    buffer.Remove(0, 4);
+    EXPECT_EQ(block, "password\0\0\0\0"sv);
+    buffer.Resize(4);
+    EXPECT_EQ(block, "pass\0\0\0\0\0\0\0\0"sv);
+    buffer.Assign("x", 1);
+    EXPECT_EQ(block.substr(1), std::string(Secret.size() - 1, '\0'));
+    EXPECT_THAT(this->Released(), testing::IsEmpty());
+}
+
+TEST(DataBufLock, LocksItsPagesAndUnlocksThemWiped) {
+    g_released.clear();
+    FailCall locks("VirtualLock", 0, 0);
+    FailCall unlocks("VirtualUnlock", 0, 0);
+    {
+        auto buffer = Buffer<WatchedPages>(Secret, Level::WipeAndLock);
+        buffer.Resize(buffer.Capacity() + 1);
+        EXPECT_EQ(locks.Calls(), 2u);
+        EXPECT_EQ(unlocks.Calls(), 1u);
+    }
+    EXPECT_EQ(unlocks.Calls(), 2u);
+    EXPECT_EQ(g_released.size(), 2u);
+    EXPECT_THAT(g_released, Each(testing::Truly(IsWiped)));
+}
+
+TEST(DataBufLock, TakesWholePagesWhateverTheAllocator) {
+    g_released.clear();
+    { const auto buffer = Buffer<WatchedHeap>(Secret, Level::WipeAndLock); }
+    EXPECT_THAT(g_released, testing::IsEmpty());
+}
+
+TEST(DataBufLock, IsUnchangedWhereTheLockIsRefused) {
+    g_released.clear();
+    auto buffer = Buffer<WatchedPages>(Secret, Level::WipeAndLock);
+    const auto grow = [&] { buffer.Resize(buffer.Capacity() + 1); };
+    SweepFaults("VirtualLock", ERROR_WORKING_SET_QUOTA, grow, [&] {
+        EXPECT_EQ(Text(buffer), Secret);
+        EXPECT_EQ(g_released.size(), 1u) << "the new block";
+    });
+}
+
+TEST(DataBufLock, KeepsTheLastErrorWhenReleased) {
+    SetLastError(1234);
+    { const auto buffer = Buffer<TQMemory::Pages>(Secret, Level::WipeAndLock); }
+    EXPECT_EQ(GetLastError(), 1234u);
+}
+
+}  // namespace
+
+}  // namespace Quellan::Corvel

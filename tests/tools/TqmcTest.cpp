@@ -1,0 +1,161 @@
+// The message compiler as a build runs it. Its paths come as macros: TQMC, WINDMC (empty where there is
+// none), RESOURCES and MESSAGES, the library's message file and one with two languages.
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iterator>
+#include <string>
+#include <sys/wait.h>
+#include <vector>
+
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string ReadWhole(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+std::string WithCrLf(const std::string& text) {
+    std::string result;
+    for (const char c : text)
+        result += c == '\n' ? std::string("\r\n") : std::string(1, c);
+    return result;
+}
+
+class Tqmc : public testing::Test {
+  protected:
+    void SetUp() override { fs::create_directories(m_folder); }
+    void TearDown() override { fs::remove_all(m_folder); }
+
+    fs::path File(const char* name) const { return m_folder / name; }
+
+    fs::path Write(const char* name, const std::string& text) const {
+        std::ofstream(File(name), std::ios::binary) << text;
+        return File(name);
+    }
+
+    // The exit code; what was said on standard error is kept.
+    int Run(const std::string& program, const std::string& arguments) {
+        const std::string command = program + " " + arguments + " 2>" + File("said").string();
+        const int status = std::system(command.c_str());
+        m_said = ReadWhole(File("said"));
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    int Compile(const std::string& arguments) { return Run(TQMC, arguments); }
+
+    // The table of a text in English.
+    std::string Table(const std::string& text) {
+        const fs::path out = File("table.bin");
+        EXPECT_EQ(Compile(Write("in.mc", text).string() + " --language English --table " + out.string()), 0)
+            << m_said;
+        return ReadWhole(out);
+    }
+
+    // What is said of a text that must be refused, behind the file's name.
+    std::string Complaint(const std::string& text) {
+        const std::string file = Write("in.mc", text).string();
+        EXPECT_EQ(Compile(file + " --language English --header " + File("out.h").string()), 2) << text;
+        EXPECT_FALSE(fs::exists(File("out.h")));
+        return m_said.starts_with(file) ? m_said.substr(file.size()) : m_said;
+    }
+
+    std::string m_said;
+
+  private:
+    fs::path m_folder = fs::temp_directory_path() / ("tqmc_test_" + std::to_string(getpid()));
+};
+
+constexpr const char* Minimal = "MessageId=1\nSymbolicName=ONE\nLanguage=English\nFirst.\n.\n";
+
+std::string Message(const std::string& head, const std::string& tail = "Language=English\nText.\n.\n") {
+    return "MessageId=1\n" + head + tail;
+}
+
+}  // namespace
+
+TEST_F(Tqmc, WritesTheSameTablesAsWindmc) {
+    if (std::string(WINDMC).empty()) GTEST_SKIP() << "windmc is not installed";
+    struct Case {
+        std::string file, language, table;
+    };
+    for (const Case& each :
+         {Case{RESOURCES, "English", "MSG00409.bin"}, Case{MESSAGES, "English", "MSG00409.bin"},
+          Case{MESSAGES, "German", "MSG00407.bin"}}) {
+        const std::string folder = File("").string();
+        ASSERT_EQ(Run(WINDMC, "-C 65001 -h " + folder + " -r " + folder + " " + each.file), 0) << m_said;
+        ASSERT_EQ(Compile(each.file + " --language " + each.language + " --table " + File("ours").string()),
+                  0)
+            << m_said;
+        EXPECT_EQ(ReadWhole(File("ours")), ReadWhole(File(each.table.c_str())))
+            << each.file << ", " << each.language;
+        EXPECT_FALSE(ReadWhole(File("ours")).empty());
+    }
+}
+
+TEST_F(Tqmc, TakesBothKindsOfLineEndsForTheSame) {
+    EXPECT_EQ(Table(Minimal), Table(WithCrLf(Minimal)));
+    EXPECT_NE(Table(Minimal).find(std::string("\r\0\n\0", 4)), std::string::npos);
+}
+
+TEST_F(Tqmc, NumbersMessagesBySeverityFacilityAndTheOneBefore) {
+    const std::string text =
+        "SeverityNames=(Bad=0x3:SEVERITY_BAD)\nFacilityNames=(Shop=0xFFF)\n"
+        "MessageId=0x4001 Severity=Bad Facility=Shop SymbolicName=EVENT Language=English\nA.\n.\n"
+        "MessageId=\nSymbolicName=NEXT\nLanguage=English\nB.\n.\n"
+        "MessageId=+16\nSymbolicName=LATER\nLanguage=English\nC.\n.\n";
+    ASSERT_EQ(
+        Compile(Write("in.mc", text).string() + " --language English --header " + File("out.h").string()), 0)
+        << m_said;
+    const std::string header = ReadWhole(File("out.h"));
+    for (const char* line :
+         {"SEVERITY_BAD = 0x3;", "EVENT = 0xcfff4001;", "NEXT = 0x4002;", "LATER = 0x4012;"})
+        EXPECT_NE(header.find(line), std::string::npos) << line;
+}
+
+TEST_F(Tqmc, SaysWhatIsWrongAndInWhichLine) {
+    EXPECT_EQ(Complaint("Nonsense=1\n"), ":1: unknown keyword Nonsense\n");
+    EXPECT_EQ(Complaint("MessageId\n"), ":1: expected = after MessageId\n");
+    EXPECT_EQ(Complaint("; only a comment\n"), ":1: there are no messages\n");
+    EXPECT_EQ(Complaint("SeverityNames=(Bad=4)\n"), ":1: 4 is too large\n");
+    EXPECT_EQ(Complaint("FacilityNames=(Shop=x)\n"), ":1: x is not a number\n");
+    EXPECT_EQ(Complaint("\nFacilityNames=(Shop=1\n"), ":2: FacilityNames lacks its )\n");
+    EXPECT_EQ(Complaint("MessageId=0x10000\n"), ":1: 0x10000 is too large\n");
+    EXPECT_EQ(Complaint(Message("Severity=Awful\n")), ":2: unknown severity Awful\n");
+    EXPECT_EQ(Complaint(Message("Facility=Nowhere\n")), ":2: unknown facility Nowhere\n");
+    EXPECT_EQ(Complaint(Message("", "Language=Klingon\n")), ":2: unknown language Klingon\n");
+    EXPECT_EQ(Complaint(Message("", "Language=English\n.\n")), ":3: the message's text is empty\n");
+    EXPECT_EQ(Complaint(Message("", "Language=English\nText.\n")),
+              ":3: the message lacks the line with a single dot at its end\n");
+    EXPECT_EQ(Complaint(Message("", "Language=English\n\xC3(\n.\n")), ":3: the text is not UTF-8\n");
+    EXPECT_EQ(Complaint(Message("", "Language=English\n\xED\xA0\x80\n.\n")), ":3: the text is not UTF-8\n");
+    EXPECT_EQ(Complaint(Message("", "Language=English\n" + std::string(40000, 'x') + "\n.\n")),
+              ":4: the message's text is too long\n");
+    EXPECT_EQ(Complaint(std::string(Minimal) + Minimal), ":10: the message's number is used twice\n");
+    EXPECT_EQ(Complaint(Message("", "Language=English\nA.\n.\nLanguage=English\nB.\n.\n")),
+              ":5: the message has two texts in English\n");
+}
+
+TEST_F(Tqmc, RefusesCallsThatMakeNoSense) {
+    const std::string file = Write("in.mc", Minimal).string();
+    const std::string twice = " --language English --language English --table " + File("out.bin").string();
+    const std::vector<std::string> calls = {"",
+                                            file,
+                                            file + " --language",
+                                            "--language English",
+                                            file + " --nonsense x --language English",
+                                            file + twice};
+    for (const std::string& arguments : calls) {
+        EXPECT_EQ(Compile(arguments), 2) << arguments;
+        EXPECT_TRUE(m_said.starts_with("usage:")) << arguments;
+    }
+    EXPECT_EQ(Compile(file + " --language German --table " + File("out.bin").string()), 2);
+    EXPECT_NE(m_said.find("unknown language German"), std::string::npos);
+    EXPECT_EQ(Compile(File("missing.mc").string() + " --language English"), 2);
+    EXPECT_EQ(Compile(file + " --language English --table " + File("no/such/folder").string()), 2);
+}

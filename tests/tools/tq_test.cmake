@@ -1,0 +1,51 @@
+# expect(CODE OUT ERR ARGUMENT...): runs tq and compares its exit code, and its two outputs with regular expressions.
+set(failures 0)
+function(expect code out err)
+    execute_process(COMMAND ${RUN} ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE errors)
+    string(REPLACE "\r" "" output "${output}")
+    string(REPLACE "\r" "" errors "${errors}")
+    if(NOT result STREQUAL code OR NOT output MATCHES "^(${out})$" OR NOT errors MATCHES "^(${err})$")
+        message("tq ${ARGN}\n  ended with ${result}, expected ${code}\n  output: ${output}\n  expected: ${out}\n  errors: ${errors}\n  expected: ${err}")
+        math(EXPR failures "${failures} + 1")
+        set(failures ${failures} PARENT_SCOPE)
+    endif()
+endfunction()
+
+set(head "Code +Number +Name +Level +Source +Facility +Text\n")
+# One number in each of its forms.
+foreach(form 5 0x5 0x00000005 ERROR_ACCESS_DENIED error_access_denied)
+    expect(0 "${head}0x00000005 +5 +ERROR_ACCESS_DENIED +Error +Unknown +0 [A-Za-z]+ +[^\n]+\n" "" error ${form})
+endforeach()
+foreach(form 0x80070005 -2147024891 2147942405 E_ACCESSDENIED)
+    expect(0 "${head}0x80070005 +-2147024891 +E_ACCESSDENIED, ERROR_ACCESS_DENIED +Warning +SubSystem +7 Win32 +[^\n]+\n" "" error ${form})
+endforeach()
+expect(0 "${head}0xC0000005 .*STATUS_ACCESS_VIOLATION +Error .*\n0x00000002 .*ERROR_FILE_NOT_FOUND.*\n" "" error 0xC0000005 2)
+expect(1 "${head}0x0765FFFF +124125183 +- +Success .*unknown\n" "" error 0x0765FFFF)
+
+# A module's own messages.
+expect(0 "${head}0xCFFF4002 .*%2.*\n" "" error --module ${MODULE} 0xCFFF4002)
+expect(1 "${head}0xCFFF4001 [^\n]+\n0x0765FFFF [^\n]* unknown\n" "" error --module ${MODULE} 0xCFFF4001 0x0765FFFF)
+expect(2 "" "tq: no-such-file can't be read as a module: [^\n]*\n" error --module no-such-file 5)
+
+# JSON.
+expect(0 "\\[\n  {\"code\": \"0x80070005\", \"number\": -2147024891, X: \"Warning\", \"source\": \"SubSystem\", \"facility\": {\"number\": 7, \"name\": \"Win32\"}, \"text\": \"[^\"]+\"}\n\\]\n"
+    "" error --json 0x80070005)
+expect(1 ".*\"names\": \\[\\], .*\"text\": null}\n\\]\n" "" error --json 0x0765FFFF)
+
+# One clear line and exit code 2 for a wrong command line.
+expect(2 "" "tq: [^\n]+\n")
+expect(2 "" "tq: 'eror' is no word of tq; tq --help lists them\n" eror 5)
+expect(2 "" "tq: name at least one error code; tq error --help tells how\n" error)
+expect(2 "" "tq: 'NO_SUCH_NAME' is neither a number nor the name of an error code\n" error NO_SUCH_NAME)
+foreach(form 4294967296 -2147483649 0x100000000 5x 0x5g)
+    expect(2 "" "tq: '${form}' is no 32-bit error code\n" error ${form})
+endforeach()
+expect(2 "" "tq: --module needs a value\n" error --module)
+expect(2 "" "tq: '--colour' is no option of tq error\n" error --colour 5)
+expect(0 "usage: tq WORD.*" "" --help)
+expect(0 "usage: tq error.*" "" error --help)
+expect(0 "tq [0-9]+\\.[0-9]+\\.[0-9]+\n" "" --version)
+
+if(failures)
+    message(FATAL_ERROR "${failures} failed")
+endif()

@@ -1,0 +1,59 @@
+#include "Command.h"
+
+#include <algorithm>
+
+using namespace Quellan::Corvel;
+
+namespace tq {
+
+namespace {
+
+constexpr std::size_t ColumnGap = 2;
+
+// The colour of a cell that names a level, by the escape sequence's number; 0 for every other cell.
+int ColourOf(const TQString& cell) {
+    if (cell == L"Error") return 31;
+    if (cell == L"Warning") return 33;
+    if (cell == L"Success" || cell == L"Information") return 32;
+    return 0;
+}
+
+}  // namespace
+
+const TQString& Arguments::ValueOf(const TQString& option) {
+    if (AtEnd()) throw UsageError(TQString::Format(L"%s needs a value", option.c_str()));
+    return Next();
+}
+
+void Table::Print(TQConsole& out) const {
+    std::vector<std::size_t> widths;
+    for (const Row& row : m_rows) {
+        widths.resize(std::max(widths.size(), row.size()));
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].Length());
+    }
+    const bool isColoured = out.IsTerminal();
+    TQString text;
+    for (const Row& row : m_rows) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            const int colour = isColoured ? ColourOf(row[i]) : 0;
+            if (colour) text.AppendFormat(L"\x1b[%dm", colour);
+            text.Append(row[i]);
+            if (colour) text.Append(L"\x1b[0m");
+            if (i + 1 < row.size()) text.Append(std::wstring(widths[i] + ColumnGap - row[i].Length(), L' '));
+        }
+        text.Append(L"\n");
+    }
+    out.Write(text);
+}
+
+TQString JsonString(std::wstring_view text) {
+    TQString json = L"\"";
+    for (const wchar_t c : text) {
+        if (c == L'"' || c == L'\\') json.AppendFormat(L"\\%c", c);
+        else if (c < L' ') json.AppendFormat(L"\\u%04x", static_cast<unsigned>(c));
+        else json += c;
+    }
+    return json.Append(L"\"");
+}
+
+}  // namespace tq

@@ -1,0 +1,59 @@
+// What the words of `tq` have in common: how they read their arguments, how they fail and how they print.
+#pragma once
+
+#include <string_view>
+#include <vector>
+
+#include "TQLib.h"
+
+namespace tq {
+
+// Exit codes: all went well; something asked for was not found; the command line is wrong.
+constexpr int ExitOk = 0;
+constexpr int ExitNotFound = 1;
+constexpr int ExitUsage = 2;
+constexpr int ExitFailure = 3;
+
+// A wrong command line; the text becomes the one line that `tq` says about it.
+class UsageError {
+  public:
+    explicit UsageError(Quellan::Corvel::TQString text) : m_text(std::move(text)) {}
+    const Quellan::Corvel::TQString& Text() const { return m_text; }
+
+  private:
+    Quellan::Corvel::TQString m_text;
+};
+
+// The arguments after the word, read from left to right.
+class Arguments {
+  public:
+    Arguments(const Quellan::Corvel::TQStringArray& all, std::size_t first) : m_all(all), m_next(first) {}
+
+    bool AtEnd() const { return m_next >= m_all.Count(); }
+    const Quellan::Corvel::TQString& Next() { return m_all[m_next++]; }
+    // The value that has to follow `option`; throws `UsageError` without one.
+    const Quellan::Corvel::TQString& ValueOf(const Quellan::Corvel::TQString& option);
+
+  private:
+    const Quellan::Corvel::TQStringArray& m_all;
+    std::size_t m_next;
+};
+
+// Lines up columns; the last one runs on. Colours a cell only where the output is a terminal.
+class Table {
+  public:
+    using Row = std::vector<Quellan::Corvel::TQString>;
+    void Add(Row row) { m_rows.push_back(std::move(row)); }
+    void Print(Quellan::Corvel::TQConsole& out) const;
+
+  private:
+    std::vector<Row> m_rows;
+};
+
+// A text as a JSON string with its quotation marks.
+Quellan::Corvel::TQString JsonString(std::wstring_view text);
+
+// The words. Each prints to standard output and returns the exit code.
+int RunError(Arguments arguments, Quellan::Corvel::TQConsole& out);
+
+}  // namespace tq

@@ -1,0 +1,49 @@
+// tq: the library's command-line tool. Its first argument is a word that says what to do.
+#include "Command.h"
+
+using namespace Quellan::Corvel;
+
+namespace {
+
+constexpr const wchar_t* Help =
+    L"usage: tq WORD [ARGUMENT...]\n"
+    L"\n"
+    L"  tq error CODE...   what an error code means\n"
+    L"  tq --version       the version of TQLib\n"
+    L"  tq --help          this text; tq WORD --help tells more of a word\n"
+    L"\n"
+    L"Ends with 0 when all went well, 1 when something asked for was not found, 2 for a wrong command line and 3 when\n"
+    L"the work failed.\n";
+
+int Run(const TQStringArray& all, TQConsole& out) {
+    tq::Arguments arguments(all, 1);
+    if (arguments.AtEnd()) throw tq::UsageError(L"say what to do; tq --help lists the words");
+    const TQString word = arguments.Next();
+    if (word == L"error") return tq::RunError(arguments, out);
+    if (word == L"--help" || word == L"-h") {
+        out.Write(Help);
+        return tq::ExitOk;
+    }
+    if (word == L"--version") {
+        out.Write(TQString::Format(L"tq %s\n", TQLib::Version()));
+        return tq::ExitOk;
+    }
+    throw tq::UsageError(TQString::Format(L"'%s' is no word of tq; tq --help lists them", word.c_str()));
+}
+
+}  // namespace
+
+int main() {
+    TQConsole out(TQConsole::Stream::Output);
+    TQConsole errors(TQConsole::Stream::Error);
+    try {
+        TQLib::SetAppName(L"tq");
+        return Run(TQSysProc::CommandLine(), out);
+    } catch (const tq::UsageError& e) {
+        errors.Write(TQString::Format(L"tq: %s\n", e.Text().c_str()));
+        return tq::ExitUsage;
+    } catch (const TQCoreException& e) {
+        errors.Write(TQString::Format(L"tq: %s\n", e.FullMsg(TQStrResDestination::User)));
+        return tq::ExitFailure;
+    }
+}
