@@ -1,3 +1,6 @@
+#include "core/Cases.h"
+#include "core/TQException.h"
+
 #include <Poco/Error.h>
 #include <Poco/Exception.h>
 #include <boost/system/system_error.hpp>
@@ -6,50 +9,61 @@
 #include <memory>
 #include <system_error>
 
-#include "core/Cases.h"
-#include "core/TQException.h"
-
 namespace Quellan::Corvel::Bench {
 
 namespace {
 
-constexpr unsigned int AccessDenied = 5;
 constexpr auto Log = TQStrResDestination::Log;
 
-[[noreturn, gnu::noinline]] void ThrowLibrary() { throw TQSysException(AccessDenied, L"short message"); }
-[[noreturn, gnu::noinline]] void ThrowStd() { throw std::system_error(EACCES, std::system_category(), "short message"); }
-[[noreturn, gnu::noinline]] void ThrowBoost() {
-    throw boost::system::system_error(EACCES, boost::system::system_category(), "short message");
+// The same failure by the numbers of the two worlds. They are read at run time: a throw behind a condition,
+// in a function that mostly returns, is what compilers see in programs.
+volatile unsigned int g_accessDenied = 5;
+volatile int g_eacces = EACCES;
+
+[[gnu::noinline]] void CheckLibrary() {
+    if (const unsigned int code = g_accessDenied) throw TQSysException(code, L"short message");
 }
-[[noreturn, gnu::noinline]] void ThrowPoco() { throw Poco::FileAccessDeniedException("short message", EACCES); }
+
+[[gnu::noinline]] void CheckStd() {
+    if (const int code = g_eacces) throw std::system_error(code, std::system_category(), "short message");
+}
+
+[[gnu::noinline]] void CheckBoost() {
+    if (const int code = g_eacces)
+        throw boost::system::system_error(code, boost::system::system_category(), "short message");
+}
+
+[[gnu::noinline]] void CheckPoco() {
+    if (const int code = g_eacces) throw Poco::FileAccessDeniedException("short message", code);
+}
 
 // Each text holds the message and the system's text for the code.
 void AddRendering(Contest& contest) {
     const char* const work = "throw, catch and render";
     contest.Add(work, "TQSysException", [] {
         try {
-            ThrowLibrary();
+            CheckLibrary();
         } catch (const TQSysException& e) {
             Keep(e.FullMsg(Log));
         }
     });
     contest.Add(work, "std::system_error", [] {
         try {
-            ThrowStd();
+            CheckStd();
         } catch (const std::system_error& e) {
             Keep(e.what());
         }
     });
     contest.Add(work, "boost::system_error", [] {
         try {
-            ThrowBoost();
+            CheckBoost();
         } catch (const boost::system::system_error& e) {
             Keep(e.what());
         }
     });
     contest.Add(work, "Poco::Exception", [] {
         try {
-            ThrowPoco();
+            CheckPoco();
         } catch (const Poco::Exception& e) {
             Keep((e.displayText() + ": " + Poco::Error::getMessage(e.code())).c_str());
         }
@@ -60,28 +74,28 @@ void AddThrowing(Contest& contest) {
     const char* const work = "throw and catch";
     contest.Add(work, "TQSysException", [] {
         try {
-            ThrowLibrary();
+            CheckLibrary();
         } catch (const TQSysException& e) {
             Keep(e.ErrCode());
         }
     });
     contest.Add(work, "std::system_error", [] {
         try {
-            ThrowStd();
+            CheckStd();
         } catch (const std::system_error& e) {
             Keep(e.code().value());
         }
     });
     contest.Add(work, "boost::system_error", [] {
         try {
-            ThrowBoost();
+            CheckBoost();
         } catch (const boost::system::system_error& e) {
             Keep(e.code().value());
         }
     });
     contest.Add(work, "Poco::Exception", [] {
         try {
-            ThrowPoco();
+            CheckPoco();
         } catch (const Poco::Exception& e) {
             Keep(e.code());
         }
@@ -91,7 +105,7 @@ void AddThrowing(Contest& contest) {
 void AddReading(Contest& contest) {
     const char* const work = "read a rendered message";
     contest.Add(work, "TQSysException",
-                [e = TQSysException(AccessDenied, L"short message")] { Keep(e.FullMsg(Log)); });
+                [e = TQSysException(g_accessDenied, L"short message")] { Keep(e.FullMsg(Log)); });
     contest.Add(work, "std::system_error",
                 [e = std::system_error(EACCES, std::system_category(), "short message")] { Keep(e.what()); });
     contest.Add(work, "boost::system_error",
@@ -103,10 +117,10 @@ void AddReading(Contest& contest) {
 // One exception around three others. The standard library's copies share what they are around.
 void AddCopying(Contest& contest) {
     const char* const work = "copy with three inner exceptions";
-    const TQSysException first(AccessDenied, L"short message");
-    const TQException second(first, AccessDenied, L"short message");
-    const TQException third(second, AccessDenied, L"short message");
-    contest.Add(work, "TQException", [e = TQException(third, AccessDenied, L"short message")] {
+    const TQSysException first(g_accessDenied, L"short message");
+    const TQException second(first, g_accessDenied, L"short message");
+    const TQException third(second, g_accessDenied, L"short message");
+    contest.Add(work, "TQException", [e = TQException(third, g_accessDenied, L"short message")] {
         Keep(std::unique_ptr<TQCoreException>(e.AllocCopy()).get());
     });
 
@@ -120,15 +134,15 @@ void AddCopying(Contest& contest) {
     struct Nesting : std::system_error, std::nested_exception {
         using std::system_error::system_error;
     };
-    const auto around = [](const auto& throwInner) {
+    const auto around = [](const auto& check) {
         try {
-            throwInner();
+            check();
         } catch (...) {
             throw Nesting(EACCES, std::system_category(), "short message");
         }
     };
     try {
-        around([&] { around([&] { around(ThrowStd); }); });
+        around([&] { around([&] { around(CheckStd); }); });
     } catch (const Nesting& e) {
         contest.Add(work, "std::nested (shared)", [e] { Keep(std::make_unique<Nesting>(e).get()); });
     }

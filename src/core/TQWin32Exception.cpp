@@ -53,15 +53,35 @@ constexpr unsigned short FacilityInterface = FACILITY_ITF;
 constexpr unsigned short FacilityMessageFile = 0xFFF;
 constexpr unsigned short FacilityMessageFileOther = 0xFFE;
 
-// Appends the system's text for a message number; false where there is none.
+constexpr std::wstring_view CodeText = L"[0x00000000]";
+
+// By hand: behind the unwinder the formatter's code is cold, and would take a quarter of the time of rendering a message.
+void AppendCode(unsigned int code, STLString& out) {
+    std::array<wchar_t, CodeText.size()> text;
+    CodeText.copy(text.data(), text.size());
+    for (auto digit = text.end() - 2; code != 0; --digit, code >>= 4) *digit = L"0123456789abcdef"[code & 15];
+    out.Append(std::wstring_view(text.data(), text.size()));
+}
+
+// Appends the system's text for a message number, with room for a code behind it; false where there is none.
 bool AppendSystemText(DWORD number, STLString& out) {
-    constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+    constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK;
     constexpr DWORD userDefaultLanguage = 0x400;
-    wchar_t* buffer = nullptr;
-    const DWORD length = FormatMessageW(flags, nullptr, number, userDefaultLanguage, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+    std::array<wchar_t, 512> buffer;
+    DWORD length = FormatMessageW(flags, nullptr, number, userDefaultLanguage, buffer.data(), buffer.size(), nullptr);
+    const wchar_t* text = buffer.data();
+    // Nearly all texts fit into the buffer.
+    TQHandle<_TQLocalMemClose> allocated;
+    if (length == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
+        wchar_t* whole = nullptr;
+        length = FormatMessageW(flags | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, number, userDefaultLanguage,
+                                reinterpret_cast<wchar_t*>(&whole), 0, nullptr);
+        allocated.Attach(whole);
+        text = whole;
+    }
     if (length == 0) return false;
-    const TQHandle<_TQLocalMemClose> owner(buffer);
-    out.Append(std::wstring_view(buffer, length));
+    out.Reserve(out.Length() + length + CodeText.size());
+    out.Append(std::wstring_view(text, length));
     return true;
 }
 
@@ -197,7 +217,7 @@ STLString _TQExceptionBase<T>::ExcCodeString() const {
             (facility == FacilityInterface && AppendSystemText((m_code & 0x8007FFFF) | 0x70000, text)) ||
             ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) && AppendSystemText(m_code & 0xFFFF, text));
         if (!isFound) text.Append(L"unknown");
-        text.AppendFormat(L"[0x%08x]", m_code);
+        AppendCode(m_code, text);
     } catch (...) {
         // Telling of a failure must not fail: what has been found so far has to do.
     }
@@ -295,7 +315,7 @@ void _TQExceptionBase<T>::AddErrFile(const wchar_t* file) const {
 
 template <class T>
 STLString _TQExceptionBase<T>::MessageFor(TQStrResDestination destination, std::span<const TQMsgArg> args) const {
-    return m_resource ? m_resource->TextWith(destination, args) : STLString(m_text.c_str(), m_text.Length());
+    return m_resource ? m_resource->TextWith(destination, args) : STLString(m_text.View());
 }
 
 template <class T>
@@ -306,12 +326,13 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination, 
 
     const STLString codeString = static_cast<const T*>(this)->ExcCodeString();
     STLString line;
+    line.Reserve(m_text.Length() + codeString.Length() + m_action.Length() + std::size(L" () Action="));
     try {
-        line = MessageFor(destination, args);
+        line.Append(m_resource ? MessageFor(destination, args).View() : m_text.View());
     } catch (const TQCoreException& e) {
         // Whoever reports this failure must not lose it because its text is missing.
         if (!m_resource || e.ErrCode() == ERROR_OUTOFMEMORY) throw;
-        line = e.ExcMsg(destination);
+        line.Append(e.ExcMsg(destination).View());
     }
     if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
     if (!m_action.IsEmpty()) line.Append(L" Action=").Append(m_action.View());
@@ -330,6 +351,83 @@ bool _TQExceptionBase<T>::SaysTheSame(const _TQExceptionBase& other) const noexc
 }
 
 template class _TQExceptionBase<_TQWin32Exception>;
+
+// Out of line, so that a function that throws stays short: the runtime reads through its table of calls for each
+// exception.
+_TQWin32Exception::_TQWin32Exception(unsigned int code) : Base(nullptr, {.code = code}) {}
+_TQWin32Exception::_TQWin32Exception(const wchar_t* msg) : Base(nullptr, {.text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg)
+    : Base(nullptr, {.code = code, .text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level)
+    : Base(nullptr, {.code = code, .text = msg, .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Source source)
+    : Base(nullptr, {.code = code, .text = msg, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source)
+    : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
+                                     unsigned short subsys)
+    : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store)
+    : Base(nullptr, {.resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Level level)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Source source)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Level level, Source source)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Level level, Source source, unsigned short subsys)
+    : Base(nullptr, {.code = code,
+                     .resource = store.WithID(msgId),
+                     .level = level,
+                     .source = source,
+                     .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code)
+    : Base(&inner, {.code = code}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg)
+    : Base(&inner, {.text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg)
+    : Base(&inner, {.code = code, .text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Level level)
+    : Base(&inner, {.code = code, .text = msg, .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Source source)
+    : Base(&inner, {.code = code, .text = msg, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Level level, Source source)
+    : Base(&inner, {.code = code, .text = msg, .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Level level, Source source, unsigned short subsys)
+    : Base(&inner, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId,
+                                     const TQBaseStrRes& store)
+    : Base(&inner, {.resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Level level)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Source source)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Level level, Source source)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Level level, Source source,
+                                     unsigned short subsys)
+    : Base(&inner, {.code = code,
+                    .resource = store.WithID(msgId),
+                    .level = level,
+                    .source = source,
+                    .subsystem = subsys}) {}
 
 _TQWin32Exception::_TQWin32Exception(const TQOSExceptionRecord& record)
     : Base(nullptr, {.code = static_cast<unsigned int>(record.code),

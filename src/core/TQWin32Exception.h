@@ -151,59 +151,45 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
   public:
     using Base = _TQExceptionBase<_TQWin32Exception>;
 
-    explicit _TQWin32Exception(unsigned int code) : Base(nullptr, {.code = code}) {}
-    explicit _TQWin32Exception(const wchar_t* msg) : Base(nullptr, {.text = msg}) {}
-    _TQWin32Exception(unsigned int code, const wchar_t* msg) : Base(nullptr, {.code = code, .text = msg}) {}
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level)
-        : Base(nullptr, {.code = code, .text = msg, .level = level}) {}
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Source source)
-        : Base(nullptr, {.code = code, .text = msg, .source = source}) {}
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source)
-        : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source}) {}
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys)
-        : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+    explicit _TQWin32Exception(unsigned int code);
+    explicit _TQWin32Exception(const wchar_t* msg);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Source source);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
+                      unsigned short subsys);
 
-    _TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store) : Base(nullptr, {.resource = store.WithID(msgId)}) {}
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store)
-        : Base(nullptr, {.code = code, .resource = store.WithID(msgId)}) {}
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level)
-        : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source)
-        : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source)
-        : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source,
-                      unsigned short subsys)
-        : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source, .subsystem = subsys}) {}
+    _TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
+                      Source source);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
+                      Source source, unsigned short subsys);
 
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code) : Base(&inner, {.code = code}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg) : Base(&inner, {.text = msg}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg)
-        : Base(&inner, {.code = code, .text = msg}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level)
-        : Base(&inner, {.code = code, .text = msg, .level = level}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source)
-        : Base(&inner, {.code = code, .text = msg, .source = source}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source)
-        : Base(&inner, {.code = code, .text = msg, .level = level, .source = source}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source,
-                      unsigned short subsys)
-        : Base(&inner, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code);
+    _TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
+                      Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
+                      Source source, unsigned short subsys);
 
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store)
-        : Base(&inner, {.resource = store.WithID(msgId)}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store)
-        : Base(&inner, {.code = code, .resource = store.WithID(msgId)}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level)
-        : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source)
-        : Base(&inner, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
-                      Source source)
-        : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
-                      Source source, unsigned short subsys)
-        : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source, .subsystem = subsys}) {}
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level, Source source, unsigned short subsys);
 
     // For an operating-system exception: the code is the record's, the message "A System Exception Occurred.".
     explicit _TQWin32Exception(const TQOSExceptionRecord& record);

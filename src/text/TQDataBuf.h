@@ -106,7 +106,7 @@ class TQDataBuf : public _TQDataBufRoot {
     TQDataBuf& operator=(TQDataBuf&& other);
     ~TQDataBuf() override;
 
-    // The first element; null for an empty buffer that never had memory. Valid until the buffer grows or is
+    // The first element; null while the buffer has no memory. Valid until the buffer grows, is cleared or is
     // assigned.
     T* Data() noexcept;
     const T* Data() const noexcept;

@@ -78,14 +78,14 @@ std::size_t TQStringArray::Find(const TQString& element, std::size_t from) const
     for (std::size_t i = from; i < Count(); ++i) {
         if (m_items[i] == element) return i;
     }
-    return NotFound;
+    return TQString::NotFound;
 }
 
 std::size_t TQStringArray::FindNoCase(const TQString& element, std::size_t from) const {
     for (std::size_t i = from; i < Count(); ++i) {
         if (m_items[i].CompareNoCase(element) == 0) return i;
     }
-    return NotFound;
+    return TQString::NotFound;
 }
 
 void TQStringArray::Sort() noexcept {

@@ -5,7 +5,7 @@
 
 #include <compare>
 #include <cstddef>
-#include <string_view>
+#include <initializer_list>
 #include <vector>
 
 namespace Quellan::Corvel {
@@ -24,9 +24,6 @@ class TQLIB_API TQStringArray {
   public:
     using value_type = TQString;
     using const_iterator = InternalArray::const_iterator;
-
-    // What searches return for "not found".
-    static constexpr std::size_t NotFound = std::wstring_view::npos;
 
     TQStringArray() noexcept;
     TQStringArray(std::initializer_list<TQString> elements);
@@ -50,7 +47,7 @@ class TQLIB_API TQStringArray {
     void Remove(std::size_t position);
     void Clear() noexcept;
 
-    // The position of the first such element at or behind `from`, or `NotFound`.
+    // The position of the first such element at or behind `from`, or `TQString::NotFound`.
     std::size_t Find(const TQString& element, std::size_t from = 0) const noexcept;
     std::size_t FindNoCase(const TQString& element, std::size_t from = 0) const;
     // Ascending, as `TQString::Compare` orders.

@@ -23,6 +23,7 @@ TEST_F(EventSource, TakesEvents) {
 }
 
 TEST_F(EventSource, IsInvalidOnceDeregistered) {
+    if (OnWine()) GTEST_SKIP() << "Wine takes any handle";
     const HANDLE source = RegisterEventSourceW(nullptr, L"TQLib test");
     EXPECT_EQ(CodeOf(DeregisterEventSource(source)), 0u);
     EXPECT_EQ(CodeOf(DeregisterEventSource(source)), DWORD{ERROR_INVALID_HANDLE});
@@ -30,6 +31,7 @@ TEST_F(EventSource, IsInvalidOnceDeregistered) {
 }
 
 TEST_F(EventSource, NeedsAName) {
+    if (OnWine()) GTEST_SKIP() << "Wine takes none";
     EXPECT_EQ(CodeOf(RegisterEventSourceW(nullptr, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(OpenEventLogW(nullptr, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
 }
@@ -41,6 +43,7 @@ TEST(EventLog, CanBeOpenedAndClosed) {
     EXPECT_EQ(CodeOf(GetNumberOfEventLogRecords(log, &count)), 0u);
     EXPECT_NE(count, 77u);
     EXPECT_EQ(CodeOf(CloseEventLog(log)), 0u);
+    if (OnWine()) return;  // takes any handle
     EXPECT_EQ(CodeOf(CloseEventLog(log)), DWORD{ERROR_INVALID_HANDLE});
 }
 

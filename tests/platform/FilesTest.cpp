@@ -116,8 +116,9 @@ TEST_F(Files, AreOpenedByEachDisposition) {
     Make(L"file", "text");
     EXPECT_EQ(File(path, access, TRUNCATE_EXISTING).Code(), 0u);
     EXPECT_EQ(Contents(L"file"), "");
-    EXPECT_EQ(File(path, GENERIC_READ, TRUNCATE_EXISTING).Code(), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(File(path, access, 9).Code(), DWORD{ERROR_INVALID_PARAMETER});
+    if (OnWine()) return;  // truncates without the right to write
+    EXPECT_EQ(File(path, GENERIC_READ, TRUNCATE_EXISTING).Code(), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 TEST_F(Files, TellAMissingFileFromAMissingFolder) {
@@ -201,8 +202,10 @@ TEST_F(Files, ThatAreReadOnlyAreNeitherWrittenNorDeleted) {
     const std::wstring path = m_folder / L"file";
     ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
     EXPECT_TRUE(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY);
-    EXPECT_EQ(File(path, GENERIC_WRITE, OPEN_EXISTING).Code(), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(File(path, GENERIC_WRITE, CREATE_ALWAYS).Code(), DWORD{ERROR_ACCESS_DENIED});
+    if (!OnWine()) {  // lets root write
+        EXPECT_EQ(File(path, GENERIC_WRITE, OPEN_EXISTING).Code(), DWORD{ERROR_ACCESS_DENIED});
+        EXPECT_EQ(File(path, GENERIC_WRITE, CREATE_ALWAYS).Code(), DWORD{ERROR_ACCESS_DENIED});
+    }
     EXPECT_EQ(Delete(L"file"), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(Contents(L"file"), "text");
     ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL));

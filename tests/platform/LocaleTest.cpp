@@ -104,6 +104,7 @@ TEST(CodePages, FollowTheRulesOfArguments) {
     EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, nullptr, 4)), invalid);
     EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, 0, "abc", 3, wide, -1)), invalid);
     EXPECT_EQ(CodeOf(MultiByteToWideChar(12345, 0, "abc", 3, wide, 4)), invalid);
+    if (OnWine()) return;  // takes any flag and default character
     EXPECT_EQ(CodeOf(MultiByteToWideChar(CP_UTF8, MB_PRECOMPOSED, "abc", 3, wide, 4)),
               DWORD{ERROR_INVALID_FLAGS});
     char bytes[4];
@@ -123,6 +124,7 @@ TEST(Comparison, IsThatOfUtf16Units) {
               CSTR_GREATER_THAN);  // no letter outside of ASCII becomes one inside
     EXPECT_EQ(CompareStringOrdinal(L"abX", 2, L"abY", 2, FALSE), CSTR_EQUAL);
     EXPECT_EQ(CodeOf(CompareStringOrdinal(nullptr, -1, L"a", -1, FALSE)), DWORD{ERROR_INVALID_PARAMETER});
+    if (OnWine()) return;  // takes any negative size for -1
     EXPECT_EQ(CodeOf(CompareStringOrdinal(L"a", -2, L"a", -1, FALSE)), DWORD{ERROR_INVALID_PARAMETER});
 }
 

@@ -20,6 +20,13 @@ inline DWORD CodeOf(HANDLE handle) {
     return handle != nullptr && handle != INVALID_HANDLE_VALUE ? 0 : GetLastError();
 }
 
+// Whether the calls are Wine's, which does not do everything as documented: each use says what it leaves out.
+inline bool OnWine() {
+    wchar_t temp[MAX_PATH];
+    const bool windows = GetTempPathW(MAX_PATH, temp) > 0 && temp[0] != L'/';
+    return windows && GetEnvironmentVariableW(L"WINEPREFIX", nullptr, 0) > 0;
+}
+
 // A variable of the environment, as it was before when this ends.
 class EnvironmentVariable {
   public:

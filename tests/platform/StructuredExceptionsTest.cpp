@@ -142,6 +142,19 @@ TEST_F(StructuredExceptions, DestructorsInFramesOfALibraryRun) {
     }
 }
 
+// The fault is the first instruction for which the catch block is responsible.
+[[gnu::noipa, gnu::no_sanitize("undefined")]] int ReadOr(const volatile int* from, int otherwise) {
+    try {
+        return *from;
+    } catch (const Fault&) {
+        return otherwise;
+    }
+}
+
+TEST_F(StructuredExceptions, FaultIsCaughtInTheFaultingFunction) {
+    EXPECT_EQ(ReadOr(noAccess.At(0), 5), 5);
+}
+
 TEST_F(StructuredExceptions, FaultInACatchBlockIsTranslated) {
     EXPECT_THAT(FaultOf([] {
                     try {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string_view>
 
 #include "platform/Types.h"
 
@@ -20,6 +21,7 @@ class TQLIB_API ExceptionText {
 
     const wchar_t* c_str() const noexcept { return m_allocated ? m_allocated : m_inPlace; }
     std::size_t Length() const noexcept { return m_length; }
+    std::wstring_view View() const noexcept { return {c_str(), m_length}; }
     bool operator==(const ExceptionText& other) const noexcept;
 
   private:

@@ -49,7 +49,6 @@ DWORD SetVariable(const wchar_t* name, const wchar_t* value) {
     if (!IsName(nativeName)) return ERROR_INVALID_PARAMETER;
     const std::scoped_lock lock(g_environmentLock);
     const std::string_view entry = FindEntry(nativeName);
-    if (!value && entry.empty()) return ERROR_ENVVAR_NOT_FOUND;
     const std::string spelled = entry.empty() ? nativeName : std::string(NameOf(entry));
     const int failed = value ? setenv(spelled.c_str(), ToUtf8(value).c_str(), 1) : unsetenv(spelled.c_str());
     return failed ? ERROR_NOT_ENOUGH_MEMORY : ERROR_SUCCESS;
@@ -59,21 +58,16 @@ std::wstring Expand(std::wstring_view source) {
     std::wstring result;
     while (!source.empty()) {
         const std::size_t first = source.find(L'%');
+        const std::size_t second = first == source.npos ? first : source.find(L'%', first + 1);
         result += source.substr(0, first);
         if (first == source.npos) break;
-        source.remove_prefix(first);
-        const std::size_t second = source.find(L'%', 1);
-        const std::wstring_view name = source.substr(1, second == source.npos ? second : second - 1);
-        const auto value = second == source.npos ? std::nullopt : EnvironmentVariable(ToUtf8(name));
-        if (value) {
-            result += ToWide(*value);
-            source.remove_prefix(second + 1);
-        } else {
-            // The second sign may begin the name of another variable.
-            result += L'%';
-            result += name;
-            source.remove_prefix(1 + name.size());
-        }
+        const std::wstring_view reference =
+            source.substr(first, second == source.npos ? second : second + 1 - first);
+        const auto value = second == source.npos
+                               ? std::nullopt
+                               : EnvironmentVariable(ToUtf8(reference.substr(1, reference.size() - 2)));
+        result += value ? ToWide(*value) : std::wstring(reference);
+        source.remove_prefix(first + reference.size());
     }
     return result;
 }

@@ -10,7 +10,7 @@
 // The length of the value without its terminator, or where `size` is too small the size needed with it. 0
 // with 203 (ERROR_ENVVAR_NOT_FOUND) when there is none.
 TQLIB_API DWORD GetEnvironmentVariableW(const wchar_t* name, wchar_t* buffer, DWORD size) noexcept;
-// Null removes the variable; 203 when there is none. 87 (ERROR_INVALID_PARAMETER) for an empty name or one
+// Null removes the variable if there is one. 87 (ERROR_INVALID_PARAMETER) for an empty name or one
 // with '='.
 TQLIB_API BOOL SetEnvironmentVariableW(const wchar_t* name, const wchar_t* value) noexcept;
 // Replaces each %NAME% whose variable exists. The size of the result with its terminator, which was written

@@ -1,5 +1,6 @@
 #include "platform/linux/Texts.h"
 
+#include "platform/Utf.h"
 #include "platform/linux/ErrorCodes.h"
 #include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
@@ -91,8 +92,12 @@ DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
         return ERROR_RESOURCE_LANG_NOT_FOUND;
     const char* const found = FindSystemText(code);
     if (!found) return ERROR_MR_MID_NOT_FOUND;
-    text.assign(found, found + std::strlen(found));
-    text += L"\r\n";
+    constexpr std::wstring_view End = L"\r\n";
+    const std::string_view bytes(found);
+    text.reserve(bytes.size() + End.size());
+    text.resize(bytes.size());
+    text.resize(Utf8ToWide(bytes, text));
+    text += End;
     return ERROR_SUCCESS;
 }
 

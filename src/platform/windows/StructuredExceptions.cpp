@@ -60,6 +60,7 @@ struct Function {
 
     explicit Function(DWORD64 pc) : entry(RtlLookupFunctionEntry(pc, &module, nullptr)) {}
     DWORD64 Begin() const { return module + entry->BeginAddress; }
+    DWORD64 End() const { return module + entry->EndAddress; }
     DWORD PrologueBytes() const { return reinterpret_cast<const BYTE*>(module + entry->UnwindData)[1]; }
 };
 
@@ -139,8 +140,10 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
         thread->resumeRsp += sizeof(DWORD64);
     } else if (function.entry && !inSystem && context.Rip - function.Begin() >= function.PrologueBytes()) {
         // GCC's personality takes every address for a return address and looks one byte in front of it.
-        thread->resumeRip += 1;
-        if (LooksLikeEpilogue(reinterpret_cast<const BYTE*>(thread->resumeRip))) thread->resumeRip += 1;
+        DWORD64 within = context.Rip + 1;
+        while (within < function.End() && LooksLikeEpilogue(reinterpret_cast<const BYTE*>(within)))
+            ++within;
+        if (within < function.End()) thread->resumeRip = within;
     }
     constexpr DWORD DirectionFlag = 0x400, TrapFlag = 0x100;
     context.EFlags &= ~(DirectionFlag | TrapFlag);

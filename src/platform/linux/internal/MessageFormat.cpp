@@ -17,13 +17,16 @@ constexpr std::wstring_view NullText = L"(null)";
 // Collects the result within its limit and breaks its lines.
 class Lines {
   public:
-    Lines(DWORD width, std::size_t limit) : m_width(width), m_limit(limit) {}
+    // `expected` is how many characters the result may well have.
+    Lines(const MessageLayout& layout, std::size_t expected) : m_layout(layout) {
+        m_text.reserve(std::min(layout.limit, expected));
+    }
 
     bool Overflowed() const { return m_overflowed; }
     std::wstring Take() { return std::move(m_text); }
 
     void Put(wchar_t c, std::size_t count = 1) {
-        if (m_overflowed || count > m_limit - m_text.size()) {
+        if (m_overflowed || count > m_layout.limit - m_text.size()) {
             m_overflowed = true;
             return;
         }
@@ -39,10 +42,18 @@ class Lines {
             Put(c);
     }
 
+    // Characters without a line break among them, and without a blank where lines are broken.
+    void PutWord(std::wstring_view word) {
+        if (m_overflowed) return;
+        m_text.append(word);
+        EndWordAt(m_text.size());
+        if (m_text.size() > m_layout.limit) m_overflowed = true;
+    }
+
     // A blank or regular line break of the message text: the places where a line may be broken.
     void PutBlank() {
         const std::size_t start = m_text.size();
-        if (m_overflowed || start == m_limit) {
+        if (m_overflowed || start == m_layout.limit) {
             m_overflowed = true;
             return;
         }
@@ -55,8 +66,6 @@ class Lines {
     void PutLineBreak() { Put(L"\r\n"); }
 
   private:
-    bool Wraps() const { return m_width != 0 && m_width != MessageLayout::NoBreaks; }
-
     void StartLine(std::size_t start) {
         m_lineStart = start;
         m_blank = None;
@@ -65,15 +74,14 @@ class Lines {
 
     void EndWordAt(std::size_t end) {
         m_leading = false;
-        if (!Wraps() || end - m_lineStart <= m_width || m_blank == None) return;
+        if (!m_layout.Wraps() || end - m_lineStart <= m_layout.width || m_blank == None) return;
         m_text.replace(m_blank, m_blankEnd - m_blank, L"\r\n");
-        if (m_text.size() > m_limit) m_overflowed = true;
+        if (m_text.size() > m_layout.limit) m_overflowed = true;
         StartLine(m_blank + 2);
         m_leading = false;
     }
 
-    DWORD m_width;
-    std::size_t m_limit;
+    const MessageLayout& m_layout;
     bool m_overflowed = false;
     std::wstring m_text;
     std::size_t m_lineStart = 0;
@@ -100,10 +108,15 @@ struct Format {
 class Expansion {
   public:
     Expansion(std::wstring_view text, const MessageLayout& layout, MessageArguments* arguments)
-        : m_text(text), m_layout(layout), m_arguments(arguments), m_out(layout.width, layout.limit) {}
+        : m_text(text), m_layout(layout), m_arguments(arguments), m_out(m_layout, text.size()) {}
 
     DWORD Run(std::wstring& out) {
         while (m_at < m_text.size() && !m_out.Overflowed()) {
+            if (const std::wstring_view word = Word(); !word.empty()) {
+                m_out.PutWord(word);
+                m_at += word.size();
+                continue;
+            }
             const wchar_t c = m_text[m_at++];
             if (c == L'%') {
                 if (m_at == m_text.size()) return ERROR_INVALID_PARAMETER;
@@ -115,10 +128,8 @@ class Expansion {
                     m_out.PutLineBreak();
                 else
                     m_out.PutBlank();
-            } else if (c == L' ') {
-                m_out.PutBlank();
             } else {
-                m_out.Put(c);
+                m_out.PutBlank();
             }
         }
         if (m_out.Overflowed()) return ERROR_INSUFFICIENT_BUFFER;
@@ -127,6 +138,16 @@ class Expansion {
     }
 
   private:
+    // What stands here up to the next escape or line break, and up to the next blank where lines are broken.
+    std::wstring_view Word() const {
+        const bool blankEnds = m_layout.Wraps();
+        const auto ends = [blankEnds](wchar_t c) {
+            return c <= L'%' && (c == L'%' || c == L'\r' || c == L'\n' || (blankEnds && c == L' '));
+        };
+        const auto begin = m_text.begin() + static_cast<std::ptrdiff_t>(m_at);
+        return {begin, std::find_if(begin, m_text.end(), ends)};
+    }
+
     bool Next(wchar_t c) const { return m_at < m_text.size() && m_text[m_at] == c; }
     bool NextDigit() const { return m_at < m_text.size() && m_text[m_at] >= L'0' && m_text[m_at] <= L'9'; }
     bool Skip(wchar_t c) {

@@ -31,6 +31,8 @@ struct MessageLayout {
     bool keepInserts = false;
     // The result's greatest number of characters.
     std::size_t limit = 0;
+
+    bool Wraps() const noexcept { return width != 0 && width != NoBreaks; }
 };
 
 // Sets `out` to the expanded text. `arguments` may be null when there are none. Returns 0, 87

@@ -1,0 +1,93 @@
+#include "support/FailCall.h"
+#include "support/ThrownCode.h"
+#include "text/TQStringArray.h"
+
+#include <gtest/gtest.h>
+
+namespace Quellan::Corvel {
+namespace {
+
+using Test::SweepAllocations;
+using Test::ThrownCode;
+
+constexpr DWORD IndexCode = 1413;
+
+TEST(StringArray, KeepsItsElementsInOrder) {
+    TQStringArray array;
+    array.Add(L"b");
+    array.Insert(0, L"a");
+    array.Insert(2, L"d");
+    array.Insert(2, L"c");
+    EXPECT_EQ(array, (TQStringArray{L"a", L"b", L"c", L"d"}));
+    array.Remove(1);
+    array.SetAt(0, L"A");
+    EXPECT_EQ(array, (TQStringArray{L"A", L"c", L"d"}));
+    EXPECT_EQ(array[2], L"d");
+    std::wstring walked;
+    for (const TQString& element : array)
+        walked += element.View();
+    EXPECT_EQ(walked, L"Acd");
+    array.Clear();
+    EXPECT_TRUE(array.IsEmpty());
+}
+
+TEST(StringArray, RefusesPositionsOutside) {
+    TQStringArray array{L"a", L"b"};
+    EXPECT_EQ(ThrownCode([&] { array.At(2); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { array[2]; }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { array.SetAt(2, L"x"); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { array.Insert(3, L"x"); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { array.Remove(2); }), IndexCode);
+    EXPECT_EQ(array, (TQStringArray{L"a", L"b"}));
+}
+
+TEST(StringArray, FindsWithAndWithoutCase) {
+    const TQStringArray array{L"a", L"B", L"b", L"B"};
+    EXPECT_EQ(array.Find(L"b"), 2u);
+    EXPECT_EQ(array.Find(L"B", 2), 3u);
+    EXPECT_EQ(array.Find(L"x"), TQString::NotFound);
+    EXPECT_EQ(array.Find(L"a", 9), TQString::NotFound);
+    EXPECT_EQ(array.FindNoCase(L"b"), 1u);
+    EXPECT_EQ(array.FindNoCase(L"x"), TQString::NotFound);
+}
+
+TEST(StringArray, SortsAndComparesByItsElements) {
+    TQStringArray array{L"b", L"a", L"B", L""};
+    array.Sort();
+    EXPECT_EQ(array, (TQStringArray{L"", L"B", L"a", L"b"}));
+    EXPECT_LT((TQStringArray{L"a"}), (TQStringArray{L"a", L""}));
+    EXPECT_LT((TQStringArray{L"a", L"z"}), (TQStringArray{L"b"}));
+}
+
+TEST(StringArray, SplitsAtEverySeparatorAndJoinsAgain) {
+    const auto split = [](const wchar_t* text) { return TQStringArray::Split(text, L",;"); };
+    EXPECT_EQ(split(L"a,b;c"), (TQStringArray{L"a", L"b", L"c"}));
+    EXPECT_EQ(split(L",a,,b;"), (TQStringArray{L"", L"a", L"", L"b", L""}));
+    EXPECT_EQ(split(L","), (TQStringArray{L"", L""}));
+    EXPECT_EQ(split(L"whole"), (TQStringArray{L"whole"}));
+    EXPECT_EQ(split(L""), TQStringArray());
+    EXPECT_EQ(split(L",a,,b,").Join(L","), L",a,,b,");
+    EXPECT_EQ((TQStringArray{L"a", L"b"}).Join(L" and "), L"a and b");
+    EXPECT_EQ(TQStringArray().Join(L","), L"");
+}
+
+TEST(StringArray, StaysUnchangedWhereMemoryRunsOut) {
+    const TQStringArray original{L"an element that needs memory of its own, first",
+                                 L"and another one of them, second"};
+    const TQString element = L"one more element that needs memory of its own";
+    TQStringArray array;
+    const auto sweep = [&](auto operation) {
+        array = original;
+        SweepAllocations([&] { operation(); }, [&] { EXPECT_EQ(array, original); });
+    };
+    sweep([&] { array.Add(element); });
+    sweep([&] { array.Insert(1, element); });
+    sweep([&] { array.SetAt(1, element); });
+    sweep([&] { array = TQStringArray{element, element, element}; });
+    sweep([&] { TQStringArray copy(array); });
+    sweep([&] { array.Join(element); });
+    sweep([&] { TQStringArray::Split(array[0], L" "); });
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel

@@ -1,0 +1,351 @@
+#include "platform/Win32.h"
+#include "support/FailCall.h"
+#include "support/ThrownCode.h"
+#include "text/STLString.h"
+#include "text/TQString.h"
+
+#include <algorithm>
+#include <gtest/gtest.h>
+#include <limits>
+#include <string>
+#include <unordered_map>
+
+namespace Quellan::Corvel {
+
+void PrintTo(const _TQwString& text, std::ostream* out) {
+    *out << '"' << text.ToUtf8().c_str() << '"';
+}
+void PrintTo(const _TQaString& text, std::ostream* out) {
+    *out << '"' << text.c_str() << '"';
+}
+
+namespace {
+
+using Test::SweepAllocations;
+using Test::SweepFaults;
+using Test::ThrownCode;
+
+constexpr DWORD OverflowCode = 111;
+constexpr DWORD IndexCode = 1413;
+
+// ASCII text in the tested width.
+template <class C>
+struct Text {
+    std::basic_string<C> operator()(std::string_view ascii) const { return {ascii.begin(), ascii.end()}; }
+};
+
+// What wide and narrow strings have in common.
+template <class C>
+class StringOf : public testing::Test {};
+
+using Widths = testing::Types<wchar_t, char>;
+TYPED_TEST_SUITE(StringOf, Widths);
+
+TYPED_TEST(StringOf, TakesANullForTheEmptyText) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const TypeParam* const null = nullptr;
+    String text = null;
+    EXPECT_TRUE(text.IsEmpty());
+    EXPECT_EQ(text.c_str()[0], TypeParam{});
+    text.Append(null).Insert(0, null) += nullptr;
+    EXPECT_EQ(text, null);
+    EXPECT_EQ(text + null, String(null, 0));
+    EXPECT_EQ(String(T("abc")).Find(null), 0u);
+    EXPECT_GT(String(T("abc")).Compare(null), 0);
+    EXPECT_EQ(String(T("abc")).Assign(null), T(""));
+}
+
+TYPED_TEST(StringOf, HoldsZerosLikeOtherCharacters) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const auto zeros = T(std::string_view("a\0b\0", 4));
+    const String text(zeros.data(), zeros.size());
+    EXPECT_EQ(text.Length(), 4u);
+    EXPECT_EQ(text, zeros);
+    EXPECT_NE(text, zeros.c_str());
+    EXPECT_EQ((text + text).Length(), 8u);
+    EXPECT_EQ(text.ReverseFind(std::basic_string_view<TypeParam>(zeros).substr(3)), 3u);
+}
+
+TYPED_TEST(StringOf, RefusesPositionsOutside) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    String text = T("abc");
+    EXPECT_EQ(text.At(2), TypeParam{'c'});
+    text.SetAt(2, TypeParam{'d'});
+    EXPECT_EQ(text[2], TypeParam{'d'});
+    EXPECT_EQ(ThrownCode([&] { text.At(3); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { text[text.NotFound]; }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { text.SetAt(3, TypeParam{'x'}); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { text.Insert(4, T("x")); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { text.Remove(4); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { text.Mid(4); }), IndexCode);
+    EXPECT_EQ(text, T("abd"));
+}
+
+TYPED_TEST(StringOf, CutsPiecesAndClipsTheirCounts) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const String text = T("abcdef");
+    EXPECT_EQ(text.Left(2), T("ab"));
+    EXPECT_EQ(text.Left(7), text);
+    EXPECT_EQ(text.Right(2), T("ef"));
+    EXPECT_EQ(text.Right(7), text);
+    EXPECT_EQ(text.Mid(2), T("cdef"));
+    EXPECT_EQ(text.Mid(2, 3), T("cde"));
+    EXPECT_EQ(text.Mid(6), T(""));
+}
+
+TYPED_TEST(StringOf, ChangesInPlace) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    String text = T("bd");
+    EXPECT_EQ(text.Insert(1, T("c")).Insert(0, T("a")).Insert(4, T("e")), T("abcde"));
+    EXPECT_EQ(text.Remove(1, 2), T("ade"));
+    EXPECT_EQ(text.Remove(1), T("a"));
+    text += TypeParam{'z'};
+    EXPECT_EQ(text, T("az"));
+    text.Clear();
+    EXPECT_EQ(text, T(""));
+}
+
+TYPED_TEST(StringOf, TakesItselfAsText) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const auto original = T("text longer than a string holds without memory of its own");
+    String text = original;
+    text.Append(text.View().substr(5));
+    EXPECT_EQ(text, original + original.substr(5));
+    text = original;
+    text.Insert(4, text);
+    EXPECT_EQ(text, original.substr(0, 4) + original + original.substr(4));
+    text = original;
+    text.Assign(text.View().substr(5));
+    EXPECT_EQ(text, original.substr(5));
+    text = original;
+    EXPECT_EQ(text.Replace(text, text + text), 1u);
+    EXPECT_EQ(text, original + original);
+    text = text;
+    EXPECT_EQ(text, original + original);
+}
+
+TYPED_TEST(StringOf, FindsFromBothEnds) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    constexpr std::size_t NotFound = String::NotFound;
+    const String text = T("ab.AB.ab");
+    EXPECT_EQ(text.Find(T("ab")), 0u);
+    EXPECT_EQ(text.Find(T("ab"), 1), 6u);
+    EXPECT_EQ(text.Find(T("ab"), 7), NotFound);
+    EXPECT_EQ(text.Find(T(""), 8), 8u);
+    EXPECT_EQ(text.Find(T(""), 9), NotFound);
+    EXPECT_EQ(text.FindNoCase(T("aB"), 1), 3u);
+    EXPECT_EQ(text.FindNoCase(T("x")), NotFound);
+    EXPECT_EQ(text.ReverseFind(T("ab")), 6u);
+    EXPECT_EQ(text.ReverseFind(T("ab"), 5), 0u);
+    EXPECT_EQ(text.ReverseFind(T("x")), NotFound);
+}
+
+TYPED_TEST(StringOf, KnowsItsEnds) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const String text = T("Name.Txt");
+    EXPECT_TRUE(text.StartsWith(T("Name")) && text.EndsWith(T(".Txt")) && text.StartsWith(T("")) &&
+                text.EndsWith(text));
+    EXPECT_FALSE(text.StartsWith(T("name")) || text.EndsWith(T(".txt")) || text.StartsWith(text + T("x")));
+    EXPECT_TRUE(text.StartsWithNoCase(T("nAME")) && text.EndsWithNoCase(T(".TXT")) &&
+                text.EndsWithNoCase(T("")));
+    EXPECT_FALSE(text.StartsWithNoCase(T("nb")) || text.EndsWithNoCase(T("a.txt")) ||
+                 text.EndsWithNoCase(T("xName.Txt")));
+}
+
+TYPED_TEST(StringOf, ReplacesFromLeftToRight) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const auto replaced = [&](const char* text, const char* what, const char* with, std::size_t count) {
+        String result = T(text);
+        EXPECT_EQ(result.Replace(T(what), T(with)), count);
+        return result;
+    };
+    EXPECT_EQ(replaced("aXbX", "X", "--", 2), T("a--b--"));
+    EXPECT_EQ(replaced("aaa", "aa", "a", 1), T("aa"));
+    EXPECT_EQ(replaced("abc", "b", "", 1), T("ac"));
+    EXPECT_EQ(replaced("abc", "", "x", 0), T("abc"));
+    EXPECT_EQ(replaced("abc", "x", "y", 0), T("abc"));
+}
+
+TYPED_TEST(StringOf, TrimsWhiteSpaceOrAGivenSet) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const auto padded = T(" \t\n\v\f\r a b \r\f\v\n\t ");
+    EXPECT_EQ(String(padded).Trim(), T("a b"));
+    EXPECT_EQ(String(padded).TrimLeft(), T("a b \r\f\v\n\t "));
+    EXPECT_EQ(String(padded).TrimRight(), T(" \t\n\v\f\r a b"));
+    EXPECT_EQ(String(T("--a-b-+")).Trim(T("+-")), T("a-b"));
+    EXPECT_EQ(String(T("--a-b--")).TrimLeft(T("-")), T("a-b--"));
+    EXPECT_EQ(String(T("--a-b--")).TrimRight(T("-")), T("--a-b"));
+    EXPECT_EQ(String(T(" \t")).Trim(), T(""));
+    EXPECT_EQ(String(T("a")).Trim(T("")), T("a"));
+}
+
+TYPED_TEST(StringOf, ComparesWithTextOfEveryKind) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const String text = T("b");
+    const auto standard = T("b");
+    const std::basic_string_view<TypeParam> view = standard;
+    EXPECT_TRUE(text == standard && text == view && text == standard.c_str() && standard == text &&
+                view == text && standard.c_str() == text && text == String(standard));
+    const auto larger = T("bb");
+    EXPECT_TRUE(text < larger && text < std::basic_string_view<TypeParam>(larger) && larger.c_str() > text &&
+                text != larger && String(larger) > text && text >= standard);
+    EXPECT_EQ(text + standard + view, standard + T("bb"));
+    EXPECT_EQ(standard.c_str() + text, view + text);
+}
+
+TYPED_TEST(StringOf, OrdersWithAndWithoutCase) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const auto sign = [](int order) { return (order > 0) - (order < 0); };
+    const auto order = [&](const char* a, const char* b) {
+        const int plain = sign(String(T(a)).Compare(T(b)));
+        const int noCase = sign(String(T(a)).CompareNoCase(T(b)));
+        EXPECT_EQ(sign(String(T(b)).CompareNoCase(T(a))), -noCase);
+        return std::pair(plain, noCase);
+    };
+    EXPECT_EQ(order("abc", "ABC"), std::pair(1, 0));
+    EXPECT_EQ(order("a", "B"), std::pair(1, -1));
+    EXPECT_EQ(order("ab", "abc"), std::pair(-1, -1));
+    // By upper case: the underscore stands behind all letters.
+    EXPECT_EQ(order("_", "a"), std::pair(-1, 1));
+    EXPECT_EQ(order("", ""), std::pair(0, 0));
+}
+
+TYPED_TEST(StringOf, MapsCaseWithoutChangingItself) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const String text = T("aZ@[`{9");
+    EXPECT_EQ(text.ToUpper(), T("AZ@[`{9"));
+    EXPECT_EQ(text.ToLower(), T("az@[`{9"));
+    EXPECT_EQ(text, T("aZ@[`{9"));
+}
+
+TYPED_TEST(StringOf, StaysUnchangedWhereMemoryRunsOut) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const auto original = T("text longer than a string holds without memory of its own");
+    const auto more = original + original + original + original + original;
+    String text = original;
+    const auto sweep = [&](auto operation) {
+        // A copy has no room to spare, so that every growth needs memory.
+        text = String(original.c_str());
+        SweepAllocations([&] { operation(text); }, [&] { EXPECT_EQ(text, original); });
+    };
+    sweep([&](String&) { String(more.c_str()); });
+    sweep([&](String& string) { String(string).Clear(); });
+    sweep([&](String& string) { string.Append(more); });
+    sweep([&](String& string) { string.Assign(more); });
+    sweep([&](String& string) { string.Insert(3, more); });
+    sweep([&](String& string) { string.Replace(T("t"), more); });
+    sweep([&](String& string) { string.Reserve(1000); });
+    sweep([&](String& string) { string.ToUpper(); });
+    sweep([&](String& string) { string.FindNoCase(more); });
+}
+
+TYPED_TEST(StringOf, RefusesALengthPastTheLargest) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    String text = T("abc");
+    EXPECT_EQ(ThrownCode([&] { text.Reserve(std::numeric_limits<std::size_t>::max()); }), OverflowCode);
+    EXPECT_EQ(text, T("abc"));
+}
+
+TEST(String, MapsTheCaseOfWideTextByThePlatformsTables) {
+    const TQString text = L"stra\u00DFe \u00E9\u00FF \u03B1\u03C9 \u0434";
+    EXPECT_EQ(text.ToUpper(), L"STRA\u00DFE \u00C9\u0178 \u0391\u03A9 \u0414");
+    EXPECT_EQ(text.ToUpper().ToLower(), text);
+    EXPECT_EQ(text.CompareNoCase(text.ToUpper()), 0);
+    EXPECT_LT(TQString(L"\u00E9a").CompareNoCase(L"\u00C9B"), 0);
+    EXPECT_GT(TQString(L"a\u00E9").CompareNoCase(L"AZ"), 0);
+    EXPECT_EQ(text.FindNoCase(L"\u00C9\u0178"), 7u);
+    EXPECT_TRUE(text.StartsWithNoCase(L"STRA\u00DFE \u00C9") && text.EndsWithNoCase(L"\u0391\u03A9 \u0414"));
+}
+
+TEST(String, LeavesNarrowLettersBeyondAsciiAlone) {
+    const _TQaString text = "\xC3\xA9x";
+    EXPECT_EQ(text.ToUpper(), "\xC3\xA9X");
+    EXPECT_GT(text.CompareNoCase("z"), 0);
+}
+
+TEST(String, ConvertsToAndFromUtf8) {
+    const TQString wide = L"a\u00E9\u20AC";
+    const _TQaString narrow = "a\xC3\xA9\xE2\x82\xAC";
+    EXPECT_EQ(wide.ToUtf8(), narrow);
+    EXPECT_EQ(TQString::FromUtf8(narrow), wide);
+    EXPECT_EQ(TQString::FromUtf8("x\xFF"), L"x\uFFFD");
+    EXPECT_EQ(TQString::FromUtf8(nullptr), L"");
+    EXPECT_EQ(TQString().ToUtf8(), "");
+}
+
+TEST(String, ConvertsToAndFromTheAnsiCodePage) {
+    const TQString text = L"plain text longer than a string holds without memory";
+    EXPECT_EQ(text.ToAnsi(), text.ToUtf8());
+    EXPECT_EQ(TQString::FromAnsi(text.ToUtf8()), text);
+    char expected[16] = {};
+    WideCharToMultiByte(CP_ACP, 0, L"\u00E9", -1, expected, sizeof expected, nullptr, nullptr);
+    EXPECT_EQ(TQString(L"\u00E9").ToAnsi(), expected);
+    EXPECT_EQ(TQString().ToAnsi(), "");
+    EXPECT_EQ(TQString::FromAnsi(nullptr), L"");
+}
+
+TEST(String, ReportsTheSystemsFailureToConvert) {
+    const TQString text = L"text";
+    const _TQaString narrow = "text";
+    SweepFaults(
+        "WideCharToMultiByte", ERROR_NO_UNICODE_TRANSLATION, [&] { text.ToAnsi(); }, [] {});
+    SweepFaults(
+        "MultiByteToWideChar", ERROR_NO_UNICODE_TRANSLATION, [&] { TQString::FromAnsi(narrow); }, [] {});
+}
+
+TEST(String, FormatsTextThatRefersToItself) {
+    TQString text = L"start";
+    for (int i = 0; i < 8; ++i)
+        text.AppendFormat(L"|%s", text);
+    EXPECT_EQ(text.Length(), 6u * 256 - 1);
+    std::wstring pieces = text.View().data();
+    std::erase(pieces, L'|');
+    EXPECT_EQ(pieces.substr(pieces.size() - 10), L"startstart");
+}
+
+TEST(String, FormatsWithoutChangeWhereMemoryRunsOut) {
+    const std::wstring more(1000, L'x');
+    TQString text;
+    SweepAllocations([&] { text.AppendFormat(L"%s", more); }, [&] { EXPECT_EQ(text, L""); });
+    EXPECT_EQ(text, more);
+    SweepAllocations([&] { text.ToUtf8(); }, [&] { EXPECT_EQ(text, more); });
+    SweepAllocations([&] { text.ToAnsi(); }, [&] { EXPECT_EQ(text, more); });
+}
+
+TEST(String, ChangesBetweenItsClasses) {
+    const std::wstring standard = L"standard text that is longer than a few characters";
+    STLString rendered = standard;
+    EXPECT_EQ(rendered.Std(), standard);
+    TQString text = rendered;
+    EXPECT_EQ(text, rendered);
+    const wchar_t* const characters = text.c_str();
+    rendered = std::move(text);
+    EXPECT_EQ(rendered.Std().c_str(), characters) << "moved, not copied";
+    const TQString fromPiece = rendered.Left(8);
+    EXPECT_EQ(fromPiece, L"standard");
+}
+
+TEST(String, IsAKeyOfUnorderedContainers) {
+    std::unordered_map<TQString, int> map{{L"one", 1}, {L"two", 2}};
+    EXPECT_EQ(map.at(TQString(L"t") + L"wo"), 2);
+    EXPECT_EQ(std::hash<_TQaString>()("x"), std::hash<std::string_view>()("x"));
+    EXPECT_EQ(std::hash<STLString>()(L"x"), std::hash<TQString>()(L"x"));
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel
