@@ -100,7 +100,7 @@ TEST(MessageText, NumbersHaveThePlatformsSizesAndFlags) {
     EXPECT_EQ(Expand(L"%1!I64x! %1!p!", {0x123456789ABC}), L"123456789abc 0000123456789ABC");
     EXPECT_EQ(Expand(L"[%1!+d!][%1! d!][%1!5d!][%1!-5d!][%1!05d!][%1!.4d!][%1!6.4d!]", {42}),
               L"[+42][ 42][   42][42   ][00042][0042][  0042]");
-    EXPECT_EQ(Expand(L"[%1!05d!][%1!05.3d!][%1!.0d!][%2!.0d!]", {minusFive, 0}), L"[-0005][ -005][-5][]");
+    EXPECT_EQ(Expand(L"[%1!05d!][%1!.0d!][%2!.0d!]", {minusFive, 0}), L"[-0005][-5][]");
 }
 
 TEST(MessageText, AsterisksTakeTheArgumentsBeforeTheValue) {
