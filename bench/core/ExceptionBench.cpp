@@ -1,3 +1,6 @@
+#include "core/Cases.h"
+#include "core/TQException.h"
+
 #include <Poco/Error.h>
 #include <Poco/Exception.h>
 #include <boost/system/system_error.hpp>
@@ -6,17 +9,14 @@
 #include <memory>
 #include <system_error>
 
-#include "core/Cases.h"
-#include "core/TQException.h"
-
 namespace Quellan::Corvel::Bench {
 
 namespace {
 
 constexpr auto Log = TQStrResDestination::Log;
 
-// The same failure by the numbers of the two worlds. They are read at run time: a throw behind a condition, in a
-// function that mostly returns, is what compilers see in programs.
+// The same failure by the numbers of the two worlds. They are read at run time: a throw behind a condition,
+// in a function that mostly returns, is what compilers see in programs.
 volatile unsigned int g_accessDenied = 5;
 volatile int g_eacces = EACCES;
 

@@ -1,6 +1,5 @@
-#include "text/TQFormat.h"
-
 #include "core/Cases.h"
+#include "text/TQFormat.h"
 
 #include <cwchar>
 #include <string>
@@ -27,15 +26,16 @@ void AddFormatting(Contest& contest) {
     contest.Add(work, "FormatTo", [r = Record()] {
         Keep(r);
         wchar_t out[128];
-        FormatTo(out, L"%c %s.%03hu [%s : %lu (%s){%lu}]", r.level, r.time, r.milliseconds, r.application, r.process,
-                 r.thread, r.threadId);
+        FormatTo(out, L"%c %s.%03hu [%s : %lu (%s){%lu}]", r.level, r.time, r.milliseconds, r.application,
+                 r.process, r.thread, r.threadId);
         Keep(out);
     });
     contest.Add(work, "swprintf", [r = Record()] {
         Keep(r);
         wchar_t out[128];
-        std::swprintf(out, std::size(out), L"%lc %ls.%03hu [%ls : %u (%ls){%u}]", static_cast<std::wint_t>(r.level),
-                      r.time, r.milliseconds, r.application, r.process, r.thread, r.threadId);
+        std::swprintf(out, std::size(out), L"%lc %ls.%03hu [%ls : %u (%ls){%u}]",
+                      static_cast<std::wint_t>(r.level), r.time, r.milliseconds, r.application, r.process,
+                      r.thread, r.threadId);
         Keep(out);
     });
     contest.Add(work, "std::to_wstring, appended", [r = Record(), out = std::wstring()]() mutable {
@@ -43,7 +43,11 @@ void AddFormatting(Contest& contest) {
         out.clear();
         const std::wstring milliseconds = std::to_wstring(r.milliseconds);
         out.append(1, r.level).append(L" ").append(r.time).append(L".").append(3 - milliseconds.size(), L'0');
-        out.append(milliseconds).append(L" [").append(r.application).append(L" : ").append(std::to_wstring(r.process));
+        out.append(milliseconds)
+            .append(L" [")
+            .append(r.application)
+            .append(L" : ")
+            .append(std::to_wstring(r.process));
         out.append(L" (").append(r.thread).append(L"){").append(std::to_wstring(r.threadId)).append(L"}]");
         Keep(out.data());
     });

@@ -1,18 +1,18 @@
-#include <iconv.h>
+#include "core/Cases.h"
+#include "platform/Utf.h"
 
+#include <iconv.h>
 #include <memory>
 #include <string>
 #include <string_view>
-
-#include "core/Cases.h"
-#include "platform/Utf.h"
 
 namespace Quellan::Corvel::Bench {
 
 namespace {
 
-// The conversion as one writes it first, with the same answers for what is no character. It is compiled as the library
-// is; nothing in it can become a vector instruction, as each step's length depends on the one before.
+// The conversion as one writes it first, with the same answers for what is no character. It is compiled as
+// the library is; nothing in it can become a vector instruction, as each step's length depends on the one
+// before.
 namespace Plain {
 
 constexpr char32_t Replacement = 0xFFFD;
@@ -50,7 +50,10 @@ constexpr char32_t Replacement = 0xFFFD;
             *out++ = static_cast<wchar_t>(lead);
             continue;
         }
-        int more = lead >= 0xC2 && lead < 0xE0 ? 1 : lead >= 0xE0 && lead < 0xF0 ? 2 : lead >= 0xF0 && lead < 0xF5 ? 3 : 0;
+        int more = lead >= 0xC2 && lead < 0xE0   ? 1
+                   : lead >= 0xE0 && lead < 0xF0 ? 2
+                   : lead >= 0xF0 && lead < 0xF5 ? 3
+                                                 : 0;
         if (more == 0) {
             *out++ = static_cast<wchar_t>(Replacement);
             continue;
@@ -90,7 +93,8 @@ class Converter {
 // A text of one script in both forms, and room for a conversion.
 struct Sample {
     Sample(std::wstring_view phrase, std::size_t length) {
-        while (wide.size() < length) wide.append(phrase.substr(0, length - wide.size()));
+        while (wide.size() < length)
+            wide.append(phrase.substr(0, length - wide.size()));
         narrow.resize(length * 4);
         narrow.resize(Platform::WideToUtf8(wide, narrow));
         wideOut.resize(length);
@@ -111,14 +115,16 @@ void AddSample(Contest& contest, const std::string& name, std::wstring_view phra
     contest.Add(encode, "WideToUtf8", [s] { Keep(Platform::WideToUtf8(s->wide, s->narrowOut)); });
     contest.Add(encode, "plain loop", [s] { Keep(Plain::WideToUtf8(s->wide, s->narrowOut.data())); });
     contest.Add(encode, "iconv", [s, converter = Converter("UTF-8", "WCHAR_T")] {
-        Keep(converter.Convert(s->wide.data(), s->wide.size() * sizeof(wchar_t), s->narrowOut.data(), s->narrowOut.size()));
+        Keep(converter.Convert(s->wide.data(), s->wide.size() * sizeof(wchar_t), s->narrowOut.data(),
+                               s->narrowOut.size()));
     });
 
     const std::string decode = text + " from UTF-8";
     contest.Add(decode, "Utf8ToWide", [s] { Keep(Platform::Utf8ToWide(s->narrow, s->wideOut)); });
     contest.Add(decode, "plain loop", [s] { Keep(Plain::Utf8ToWide(s->narrow, s->wideOut.data())); });
     contest.Add(decode, "iconv", [s, converter = Converter("WCHAR_T", "UTF-8")] {
-        Keep(converter.Convert(s->narrow.data(), s->narrow.size(), s->wideOut.data(), s->wideOut.size() * sizeof(wchar_t)));
+        Keep(converter.Convert(s->narrow.data(), s->narrow.size(), s->wideOut.data(),
+                               s->wideOut.size() * sizeof(wchar_t)));
     });
 }
 
@@ -126,9 +132,12 @@ void AddSample(Contest& contest, const std::string& name, std::wstring_view phra
 
 void AddConversion(Contest& contest) {
     for (const std::size_t length : {std::size_t{16}, std::size_t{256}, std::size_t{65536}}) {
-        AddSample(contest, "ASCII", L"The service could not open its log file, so it writes to the system log. ", length);
-        AddSample(contest, "Latin", L"Größe geprüft; l'accès à été refusé à l'élève; año señalado, şu çağrı. ", length);
-        AddSample(contest, "CJK", L"系统找不到指定的文件。このファイルは別のプロセスで使われています。", length);
+        AddSample(contest, "ASCII",
+                  L"The service could not open its log file, so it writes to the system log. ", length);
+        AddSample(contest, "Latin",
+                  L"Größe geprüft; l'accès à été refusé à l'élève; año señalado, şu çağrı. ", length);
+        AddSample(contest, "CJK", L"系统找不到指定的文件。このファイルは別のプロセスで使われています。",
+                  length);
         AddSample(contest, "emoji", L"😀🚀🎉🔥👍🌍🐍🎲📦🔒🧪💾", length);
     }
 }

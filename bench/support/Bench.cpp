@@ -14,8 +14,8 @@ std::size_t g_allocations = 0;
 
 }  // namespace
 
-// All memory of the process comes through these three: the program's definitions stand before the C library's, and
-// `operator new` and the exceptions' own allocator call them.
+// All memory of the process comes through these three: the program's definitions stand before the C
+// library's, and `operator new` and the exceptions' own allocator call them.
 extern "C" {
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
@@ -40,7 +40,8 @@ void* __libc_realloc(void* block, std::size_t size);
 namespace Quellan::Corvel::Bench {
 namespace {
 
-// Short enough that a neighbour's burst hits all contestants of a round or none, long beside the clock's own cost.
+// Short enough that a neighbour's burst hits all contestants of a round or none, long beside the clock's own
+// cost.
 constexpr double SliceNanoseconds = 1e6;
 constexpr std::size_t Rounds = 101;
 
@@ -60,20 +61,24 @@ void PinToOneCore() {
     cpu_set_t cores;
     CPU_ZERO(&cores);
     CPU_SET(static_cast<unsigned>(sched_getcpu()), &cores);
-    if (sched_setaffinity(0, sizeof cores, &cores) != 0) std::fputs("The program is not pinned to a core.\n", stderr);
+    if (sched_setaffinity(0, sizeof cores, &cores) != 0)
+        std::fputs("The program is not pinned to a core.\n", stderr);
 }
 
 }  // namespace
 
 Meter::Meter() : m_nanoseconds(ProcessorTime()), m_allocations(g_allocations) {}
 
-Measurement Meter::Read() const { return {ProcessorTime() - m_nanoseconds, g_allocations - m_allocations}; }
+Measurement Meter::Read() const {
+    return {ProcessorTime() - m_nanoseconds, g_allocations - m_allocations};
+}
 
 int Contest::Run(int argc, char** argv) const {
     const std::string_view option = argc > 1 ? argv[1] : "";
     if (option == "--one" && argc == 5) return RunOne(argv[2], argv[3], std::strtoul(argv[4], nullptr, 10));
     if (option == "--list") {
-        for (const Contestant& c : m_contestants) std::printf("%s\t%s\n", c.work.c_str(), c.name.c_str());
+        for (const Contestant& c : m_contestants)
+            std::printf("%s\t%s\n", c.work.c_str(), c.name.c_str());
         return 0;
     }
     if (argc > 2 || option.starts_with("-")) {
@@ -107,7 +112,8 @@ void Contest::MeasureCase(const Contestant* begin, const Contestant* end) {
     std::vector<std::vector<double>> ratios(size);
     std::vector<double> allocations(size);
     for (std::size_t i = 0; i < size; ++i) {
-        while (begin[i].repeat(counts[i]).nanoseconds < SliceNanoseconds) counts[i] *= 2;
+        while (begin[i].repeat(counts[i]).nanoseconds < SliceNanoseconds)
+            counts[i] *= 2;
     }
     for (std::size_t round = 0; round < Rounds; ++round) {
         for (std::size_t i = 0; i < size; ++i) {

@@ -39,24 +39,25 @@ template <class Operation>
     }
 }
 
-// The contestants of one program. Those of one case are given one after the other; the first is the library, to which
-// the others are compared.
+// The contestants of one program. Those of one case are given one after the other; the first is the library,
+// to which the others are compared.
 class Contest {
   public:
     // `operation` is copied; what it refers to must outlive the contest.
     template <class Operation>
     void Add(std::string work, std::string contestant, Operation operation) {
-        m_contestants.push_back({std::move(work), std::move(contestant), [operation](std::size_t count) mutable {
-                                     operation();  // warms caches; makes what is made once
-                                     const Meter meter;
-                                     MeasuredLoop(operation, count);
-                                     return meter.Read();
-                                 }});
+        m_contestants.push_back(
+            {std::move(work), std::move(contestant), [operation](std::size_t count) mutable {
+                 operation();  // warms caches; makes what is made once
+                 const Meter meter;
+                 MeasuredLoop(operation, count);
+                 return meter.Read();
+             }});
     }
 
-    // The program's main function; returns its exit code. Without arguments all cases are measured, with one only those
-    // whose name contains it. `--list` prints case and contestant on a line with a tab between them; `--one CASE
-    // CONTESTANT COUNT` repeats one operation in `MeasuredLoop` and measures nothing.
+    // The program's main function; returns its exit code. Without arguments all cases are measured, with one
+    // only those whose name contains it. `--list` prints case and contestant on a line with a tab between
+    // them; `--one CASE CONTESTANT COUNT` repeats one operation in `MeasuredLoop` and measures nothing.
     int Run(int argc, char** argv) const;
 
   private:

@@ -53,11 +53,20 @@ constexpr unsigned short FacilityInterface = FACILITY_ITF;
 constexpr unsigned short FacilityMessageFile = 0xFFF;
 constexpr unsigned short FacilityMessageFileOther = 0xFFE;
 
-// Appends the system's text for a message number; false where there is none.
+constexpr std::wstring_view CodeText = L"[0x00000000]";
+
+// By hand: behind the unwinder the formatter's code is cold, and would take a quarter of the time of rendering a message.
+void AppendCode(unsigned int code, STLString& out) {
+    std::array<wchar_t, CodeText.size()> text;
+    CodeText.copy(text.data(), text.size());
+    for (auto digit = text.end() - 2; code != 0; --digit, code >>= 4) *digit = L"0123456789abcdef"[code & 15];
+    out.Append(std::wstring_view(text.data(), text.size()));
+}
+
+// Appends the system's text for a message number, with room for a code behind it; false where there is none.
 bool AppendSystemText(DWORD number, STLString& out) {
     constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK;
     constexpr DWORD userDefaultLanguage = 0x400;
-    constexpr std::size_t codeLength = 12;  // "[0x00000005]" follows the text
     std::array<wchar_t, 512> buffer;
     DWORD length = FormatMessageW(flags, nullptr, number, userDefaultLanguage, buffer.data(), buffer.size(), nullptr);
     const wchar_t* text = buffer.data();
@@ -71,7 +80,7 @@ bool AppendSystemText(DWORD number, STLString& out) {
         text = whole;
     }
     if (length == 0) return false;
-    out.Reserve(out.Length() + length + codeLength);
+    out.Reserve(out.Length() + length + CodeText.size());
     out.Append(std::wstring_view(text, length));
     return true;
 }
@@ -208,7 +217,7 @@ STLString _TQExceptionBase<T>::ExcCodeString() const {
             (facility == FacilityInterface && AppendSystemText((m_code & 0x8007FFFF) | 0x70000, text)) ||
             ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) && AppendSystemText(m_code & 0xFFFF, text));
         if (!isFound) text.Append(L"unknown");
-        text.AppendFormat(L"[0x%08x]", m_code);
+        AppendCode(m_code, text);
     } catch (...) {
         // Telling of a failure must not fail: what has been found so far has to do.
     }
@@ -343,32 +352,82 @@ bool _TQExceptionBase<T>::SaysTheSame(const _TQExceptionBase& other) const noexc
 
 template class _TQExceptionBase<_TQWin32Exception>;
 
+// Out of line, so that a function that throws stays short: the runtime reads through its table of calls for each
+// exception.
 _TQWin32Exception::_TQWin32Exception(unsigned int code) : Base(nullptr, {.code = code}) {}
 _TQWin32Exception::_TQWin32Exception(const wchar_t* msg) : Base(nullptr, {.text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg) : Base(nullptr, {.code = code, .text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level) : Base(nullptr, {.code = code, .text = msg, .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Source source) : Base(nullptr, {.code = code, .text = msg, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source) : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys) : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store) : Base(nullptr, {.resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store) : Base(nullptr, {.code = code, .resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source, unsigned short subsys) : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source, .subsystem = subsys}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code) : Base(&inner, {.code = code}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg) : Base(&inner, {.text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg) : Base(&inner, {.code = code, .text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level) : Base(&inner, {.code = code, .text = msg, .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source) : Base(&inner, {.code = code, .text = msg, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source) : Base(&inner, {.code = code, .text = msg, .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys) : Base(&inner, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store) : Base(&inner, {.resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store) : Base(&inner, {.code = code, .resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source, unsigned short subsys) : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg)
+    : Base(nullptr, {.code = code, .text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level)
+    : Base(nullptr, {.code = code, .text = msg, .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Source source)
+    : Base(nullptr, {.code = code, .text = msg, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source)
+    : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
+                                     unsigned short subsys)
+    : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store)
+    : Base(nullptr, {.resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Level level)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Source source)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Level level, Source source)
+    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
+                                     Level level, Source source, unsigned short subsys)
+    : Base(nullptr, {.code = code,
+                     .resource = store.WithID(msgId),
+                     .level = level,
+                     .source = source,
+                     .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code)
+    : Base(&inner, {.code = code}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg)
+    : Base(&inner, {.text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg)
+    : Base(&inner, {.code = code, .text = msg}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Level level)
+    : Base(&inner, {.code = code, .text = msg, .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Source source)
+    : Base(&inner, {.code = code, .text = msg, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Level level, Source source)
+    : Base(&inner, {.code = code, .text = msg, .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
+                                     Level level, Source source, unsigned short subsys)
+    : Base(&inner, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId,
+                                     const TQBaseStrRes& store)
+    : Base(&inner, {.resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId)}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Level level)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Source source)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Level level, Source source)
+    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                                     const TQBaseStrRes& store, Level level, Source source,
+                                     unsigned short subsys)
+    : Base(&inner, {.code = code,
+                    .resource = store.WithID(msgId),
+                    .level = level,
+                    .source = source,
+                    .subsystem = subsys}) {}
 
 _TQWin32Exception::_TQWin32Exception(const TQOSExceptionRecord& record)
     : Base(nullptr, {.code = static_cast<unsigned int>(record.code),

@@ -157,29 +157,39 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level);
     _TQWin32Exception(unsigned int code, const wchar_t* msg, Source source);
     _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source);
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
+                      unsigned short subsys);
 
     _TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store);
     _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store);
     _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level);
     _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source, unsigned short subsys);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
+                      Source source);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
+                      Source source, unsigned short subsys);
 
     _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code);
     _TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg);
     _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg);
     _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level);
     _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level, Source source, unsigned short subsys);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
+                      Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
+                      Source source, unsigned short subsys);
 
     _TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level, Source source, unsigned short subsys);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level, Source source, unsigned short subsys);
 
     // For an operating-system exception: the code is the record's, the message "A System Exception Occurred.".
     explicit _TQWin32Exception(const TQOSExceptionRecord& record);
