@@ -208,7 +208,7 @@ class Output {
     void Put(const C* text, std::size_t length) {
         const std::size_t fits = std::min(length, Room());
         m_at = std::copy_n(text, fits, m_at);
-        m_lost += length - fits;
+        if (fits != length) m_lost += length - fits;
     }
 
     // A few characters, without the cost of a call for copying.
@@ -239,7 +239,7 @@ class Output {
     void Fill(C c, std::size_t count) {
         const std::size_t fits = std::min(count, Room());
         m_at = std::fill_n(m_at, fits, c);
-        m_lost += count - fits;
+        if (fits != count) m_lost += count - fits;
     }
 
     // Puts what stands before the next % or the end of `text` and returns where that is.
@@ -265,6 +265,7 @@ class Output {
 
   private:
     std::size_t Room() const { return static_cast<std::size_t>(m_end - m_at); }
+
     C* const m_begin;
     C* m_at;
     C* const m_end;
