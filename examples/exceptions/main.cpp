@@ -18,7 +18,7 @@ void OpenSettings() {
     try {
         TQSysProc::LoadModule(L"no-such-module.dll");
     } catch (const TQCoreException& e) {
-        TQAppException failure(e, 0x20000001, L"The settings could not be opened.");
+        TQAppException failure(e, 0xE0045001, L"The settings could not be opened.");
         failure.SetAction(L"Open");
         throw failure;
     }

@@ -29,7 +29,8 @@ using StructuredExceptionTranslator = void (*)(unsigned int code, _EXCEPTION_POI
 
 // Sets the calling thread's translator and returns the one it had. While a thread has none (null, as every
 // thread starts and ends), a fault on it does what it would have done without this library: earlier handlers
-// run, or the process ends.
+// run, or the process ends. Throws std::bad_alloc, with nothing changed, where there is no memory for the
+// thread's first translator.
 TQLIB_API StructuredExceptionTranslator
 SetStructuredExceptionTranslator(StructuredExceptionTranslator translator);
 

@@ -47,7 +47,7 @@ struct TQFormatArg {
         const void* pointer;
     };
     // Characters behind `pointer`, of the two views alone.
-    std::size_t length;
+    std::size_t length = 0;
 };
 
 // One conversion specification of a format, as written: what stands between % and the conversion letter.
@@ -163,25 +163,27 @@ consteval TQFormatArg::Kind TQFormatArg::KindOf() {
 
 template <class T>
 TQFormatArg TQFormatArg::From(const T& value) noexcept {
-    constexpr Kind kind = KindOf<T>();
-    if constexpr (kind == Kind::Integer) {
-        return {.kind = kind, .integer = static_cast<ULONGLONG>(value), .length = 0};
-    } else if constexpr (kind == Kind::Real) {
-        return {.kind = kind, .real = static_cast<double>(value), .length = 0};
-    } else if constexpr (kind == Kind::WideView) {
+    TQFormatArg arg;
+    arg.kind = KindOf<T>();
+    if constexpr (KindOf<T>() == Kind::Integer) {
+        arg.integer = static_cast<ULONGLONG>(value);
+    } else if constexpr (KindOf<T>() == Kind::Real) {
+        arg.real = static_cast<double>(value);
+    } else if constexpr (KindOf<T>() == Kind::WideView) {
         const std::wstring_view view = value;
-        return {.kind = kind, .pointer = view.data(), .length = view.size()};
-    } else if constexpr (kind == Kind::NarrowView) {
+        arg.pointer = view.data();
+        arg.length = view.size();
+    } else if constexpr (KindOf<T>() == Kind::NarrowView) {
         const std::string_view view = value;
-        return {.kind = kind, .pointer = view.data(), .length = view.size()};
+        arg.pointer = view.data();
+        arg.length = view.size();
     } else if constexpr (std::is_null_pointer_v<T>) {
-        return {.kind = kind, .pointer = nullptr, .length = 0};
+        arg.pointer = nullptr;
     } else {
         // Function pointers and pointers to volatile objects have an address too.
-        return {.kind = kind,
-                .pointer = std::bit_cast<const void*>(static_cast<std::decay_t<const T&>>(value)),
-                .length = 0};
+        arg.pointer = std::bit_cast<const void*>(static_cast<std::decay_t<const T&>>(value));
     }
+    return arg;
 }
 
 template <class C>

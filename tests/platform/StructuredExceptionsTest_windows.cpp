@@ -3,11 +3,21 @@
 #include <debugapi.h>
 #include <stdexcept>
 
-// A read of the address in rcx whose second and third byte, taken alone, are the end of a function: pop,
-// return.
+// A read of the address in rcx whose second and third byte, taken alone, are the end of a function: pop, return. An
+// unwinder that believed them would return to a function with a frame so large that it misses the catch.
 asm(R"(
     .text
-    .def ReadThatEndsLikeAFunction; .scl 2; .type 32; .endef
+    .seh_proc LargeFrame
+LargeFrame:
+    subq $4096, %rsp
+    .seh_stackalloc 4096
+    .seh_endprologue
+    nop
+WithinLargeFrame:
+    nop
+    addq $4096, %rsp
+    ret
+    .seh_endproc
     .seh_proc ReadThatEndsLikeAFunction
 ReadThatEndsLikeAFunction:
     pushq %rbx
@@ -15,8 +25,9 @@ ReadThatEndsLikeAFunction:
     subq $32, %rsp
     .seh_stackalloc 32
     .seh_endprologue
-    movq $0, (%rsp)
-    movq $0, 8(%rsp)
+    leaq WithinLargeFrame(%rip), %rax
+    movq %rax, (%rsp)
+    movq %rax, 8(%rsp)
     leaq 61(%rcx), %rax
     movl -61(%rax), %ebx
     movl %ebx, %eax

@@ -28,7 +28,7 @@ expect(1 "${head}0xCFFF4001 [^\n]+\n0x0765FFFF [^\n]* unknown\n" "" error --modu
 expect(2 "" "tq: no-such-file can't be read as a module: [^\n]*\n" error --module no-such-file 5)
 
 # JSON.
-expect(0 "\\[\n  {\"code\": \"0x80070005\", \"number\": -2147024891, X: \"Warning\", \"source\": \"SubSystem\", \"facility\": {\"number\": 7, \"name\": \"Win32\"}, \"text\": \"[^\"]+\"}\n\\]\n"
+expect(0 "\\[\n  {\"code\": \"0x80070005\", \"number\": -2147024891, \"names\": \\[\"E_ACCESSDENIED\", \"ERROR_ACCESS_DENIED\"\\], \"level\": \"Warning\", \"source\": \"SubSystem\", \"facility\": {\"number\": 7, \"name\": \"Win32\"}, \"text\": \"[^\"]+\"}\n\\]\n"
     "" error --json 0x80070005)
 expect(1 ".*\"names\": \\[\\], .*\"text\": null}\n\\]\n" "" error --json 0x0765FFFF)
 

@@ -349,7 +349,8 @@ void CallPreviousHandler(int signal, siginfo_t* info, ucontext_t* machine) {
     const bool sent = info->si_code <= 0;
     if (action.sa_handler == SIG_IGN && sent) return;
     const bool hasFunction = action.sa_handler != SIG_IGN && action.sa_handler != SIG_DFL;
-    if (hasFunction && !(action.sa_flags & SA_RESETHAND && spent.exchange(true))) {
+    const bool once = static_cast<unsigned int>(action.sa_flags) & SA_RESETHAND;
+    if (hasFunction && !(once && spent.exchange(true))) {
         // It may leave by a jump and must not take our mask along.
         sigset_t mask;
         sigorset(&mask, &action.sa_mask, &machine->uc_sigmask);
@@ -414,11 +415,11 @@ void OnSignal(int signal, siginfo_t* info, void* state) {
     if (g_throwFromHandler) {
         ContinueAt(*machine, ProgramCounter(resume), StackPointer(resume));
         pthread_sigmask(SIG_SETMASK, &machine->uc_sigmask, nullptr);
-        TrapFrame frame{resume, context, record, EXCEPTION_POINTERS{}};
+        TrapFrame frame{resume, context, record, {}};
         TQCallTranslator(&frame);
     }
-    auto* frame = std::construct_at(PlaceTrapFrame(sp, machine->uc_stack), resume, context, record,
-                                    EXCEPTION_POINTERS{});
+    auto* frame =
+        std::construct_at(PlaceTrapFrame(sp, machine->uc_stack), TrapFrame{resume, context, record, {}});
     ContinueAt(*machine, AddressOf(reinterpret_cast<const void*>(&TQTrapTrampoline)), AddressOf(frame));
 }
 
@@ -473,8 +474,8 @@ bool InstallHandlers() {
     struct sigaction ours {};
     ours.sa_sigaction = OnSignal;
     ours.sa_flags = SA_SIGINFO | SA_ONSTACK;
-    sigfillset(
-        &ours.sa_mask);  // a second signal's handler could overwrite what the first leaves on the stack
+    // A second signal's handler could overwrite what the first leaves on the stack.
+    sigfillset(&ours.sa_mask);
     for (const int signal : {SIGSEGV, SIGBUS, SIGFPE, SIGILL}) {
         sigaction(signal, nullptr, &g_previous[static_cast<std::size_t>(signal)].action);
         sigaction(signal, &ours, nullptr);

@@ -76,6 +76,8 @@ struct _CONTEXT {
     DWORD64 Sp;
     DWORD64 Pc;
     DWORD64 Cpsr;
+#else
+#error "structured exceptions know x86-64 and ARM64"
 #endif
 };
 using CONTEXT = _CONTEXT;
