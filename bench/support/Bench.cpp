@@ -86,7 +86,7 @@ int Contest::Run(int argc, char** argv) const {
         return 2;
     }
     PinToOneCore();
-    std::printf("%-34s %-22s %12s %8s %12s\n", "case", "contestant", "ns", "ratio", "allocations");
+    std::printf("%-34s %-26s %12s %8s %12s\n", "case", "contestant", "ns", "ratio", "allocations");
     const Contestant* const end = m_contestants.data() + m_contestants.size();
     for (const Contestant *begin = m_contestants.data(), *next; begin != end; begin = next) {
         next = std::find_if(begin, end, [&](const Contestant& c) { return c.work != begin->work; });
@@ -125,7 +125,7 @@ void Contest::MeasureCase(const Contestant* begin, const Contestant* end) {
         }
     }
     for (std::size_t i = 0; i < size; ++i) {
-        std::printf("%-34s %-22s %12.1f %8.2f %12.1f\n", begin[i].work.c_str(), begin[i].name.c_str(),
+        std::printf("%-34s %-26s %12.1f %8.2f %12.1f\n", begin[i].work.c_str(), begin[i].name.c_str(),
                     *std::min_element(times[i].begin(), times[i].end()), Median(ratios[i]), allocations[i]);
     }
     std::fflush(stdout);

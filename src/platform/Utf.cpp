@@ -109,8 +109,8 @@ constexpr bool IsCharacter(char32_t code) noexcept {
     return byte(0) < 0xF0 || size < 3 || (byte(2) & 0xC0) != 0x80 ? 2 : 3;
 }
 
-// Reads one character that does not begin with an ASCII byte. Inlined by force: with a call for each character
-// text beyond ASCII would be slower than in a plain loop.
+// Reads one character that does not begin with an ASCII byte. Inlined by force: with a call for each
+// character text beyond ASCII would be slower than in a plain loop.
 [[gnu::always_inline]] inline Decoded Decode(const char* text, std::size_t size) noexcept {
     // Continuation bytes lose their mark; any other byte keeps one of the two highest bits.
     const auto bits = [text](std::size_t i) -> char32_t {
@@ -155,22 +155,21 @@ wchar_t* Put(char32_t code, wchar_t* out) noexcept {
 }
 
 char* Put(char32_t code, char* out) noexcept {
-    const auto put = [&out](char32_t byte) { *out++ = static_cast<char>(byte); };
-    if (code < 0x80) {
-        put(code);
-    } else if (code < 0x800) {
-        put(0xC0 | code >> 6);
-        put(0x80 | (code & 0x3F));
-    } else if (code < 0x10000) {
-        put(0xE0 | code >> 12);
-        put(0x80 | (code >> 6 & 0x3F));
-        put(0x80 | (code & 0x3F));
-    } else {
-        put(0xF0 | code >> 18);
-        put(0x80 | (code >> 12 & 0x3F));
-        put(0x80 | (code >> 6 & 0x3F));
-        put(0x80 | (code & 0x3F));
-    }
+    // The bytes of a character as one number, the first byte at its top: compilers store it in one or two
+    // steps.
+    const auto put = [&out](char32_t bytes, int count) {
+        while (count-- > 0)
+            *out++ = static_cast<char>(bytes >> 8 * count);
+    };
+    if (code < 0x80)
+        put(code, 1);
+    else if (code < 0x800)
+        put(0xC080 | (code & 0x7C0) << 2 | (code & 0x3F), 2);
+    else if (code < 0x10000)
+        put(0xE08080 | (code & 0xF000) << 4 | (code & 0xFC0) << 2 | (code & 0x3F), 3);
+    else
+        put(0xF0808080 | (code & 0x1C0000) << 6 | (code & 0x3F000) << 4 | (code & 0xFC0) << 2 | (code & 0x3F),
+            4);
     return out;
 }
 

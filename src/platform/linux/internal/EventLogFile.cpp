@@ -133,7 +133,8 @@ DWORD EventLogFile::Append(EventRecord& record) {
     if (DWORD code = SizeOf(Fd(), size)) return code;
     if (DWORD code = ReadTail(Fd(), size, tail)) return code;
     record.number = tail.lastNumber + 1;
-    const std::string text = (tail.torn ? "\n" : "") + FormatEvent(record) + "\n";
+    std::string text(tail.torn ? "\n" : "");
+    text.append(FormatEvent(record)).append("\n");
     const ssize_t put = Retry([&] { return pwrite(Fd(), text.data(), text.size(), size); });
     if (put == static_cast<ssize_t>(text.size())) return ERROR_SUCCESS;
     const DWORD code = put < 0 ? CodeFromErrno(errno) : ERROR_DISK_FULL;
