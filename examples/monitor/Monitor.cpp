@@ -24,7 +24,9 @@ TQString Join(const TQString& folder, const wchar_t* name) {
     return folder.EndsWith(L"/") || folder.EndsWith(L"\\") ? folder + name : folder + L"/" + name;
 }
 
-bool IsSelfOrParent(const wchar_t* name) { return wcscmp(name, L".") == 0 || wcscmp(name, L"..") == 0; }
+bool IsSelfOrParent(const wchar_t* name) {
+    return wcscmp(name, L".") == 0 || wcscmp(name, L"..") == 0;
+}
 
 }  // namespace
 
@@ -63,7 +65,8 @@ void Monitor::CheckFolder(const TQString& path) {
 }
 
 void Monitor::CheckFile(const TQString& path) {
-    const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+    const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!file.IsValid()) Fail(L"CreateFileW", path);
     BYTEBuf block(BlockSize);

@@ -1,11 +1,11 @@
 #include "core/TQEventLog.h"
 
-#include <atomic>
-
 #include "core/TQException.h"
 #include "core/TQLib.h"
 #include "platform/Win32.h"
 #include "text/TQHandle.h"
+
+#include <atomic>
 
 namespace Quellan::Corvel {
 
@@ -13,11 +13,16 @@ namespace {
 
 WORD PlatformType(TQEventType type) {
     switch (type) {
-        case TQEventType::Information: return EVENTLOG_INFORMATION_TYPE;
-        case TQEventType::Warning: return EVENTLOG_WARNING_TYPE;
-        case TQEventType::AuditSuccess: return EVENTLOG_AUDIT_SUCCESS;
-        case TQEventType::AuditFailure: return EVENTLOG_AUDIT_FAILURE;
-        case TQEventType::Error: break;
+        case TQEventType::Information:
+            return EVENTLOG_INFORMATION_TYPE;
+        case TQEventType::Warning:
+            return EVENTLOG_WARNING_TYPE;
+        case TQEventType::AuditSuccess:
+            return EVENTLOG_AUDIT_SUCCESS;
+        case TQEventType::AuditFailure:
+            return EVENTLOG_AUDIT_FAILURE;
+        case TQEventType::Error:
+            break;
     }
     return EVENTLOG_ERROR_TYPE;
 }
@@ -29,7 +34,8 @@ class PlatformSink final : public TQEventLogSink {
         if (!source.IsValid()) TQSysException::ThrowLastError(L"TQEventLog::RegisterEventSource");
         // The platform's parameter lacks a const; it only reads.
         if (!ReportEventW(source.Get(), PlatformType(entry.type), entry.category, entry.eventId, nullptr,
-                          static_cast<WORD>(entry.strings.size()), 0, const_cast<const wchar_t**>(entry.strings.data()), nullptr))
+                          static_cast<WORD>(entry.strings.size()), 0,
+                          const_cast<const wchar_t**>(entry.strings.data()), nullptr))
             TQSysException::ThrowLastError(L"TQEventLog::ReportEvent");
     }
 };
@@ -40,10 +46,12 @@ std::atomic<TQEventLogSink*> g_sink = nullptr;
 
 TQEventLogSink::~TQEventLogSink() = default;
 
-TQString TQEventLog::CurrentAppName() { return TQLib::AppName(); }
+TQString TQEventLog::CurrentAppName() {
+    return TQLib::AppName();
+}
 
-void TQEventLog::LogStringEvent(const wchar_t* source, DWORD eventId, WORD category, TQEventType type, const wchar_t* first,
-                                const wchar_t* second) {
+void TQEventLog::LogStringEvent(const wchar_t* source, DWORD eventId, WORD category, TQEventType type,
+                                const wchar_t* first, const wchar_t* second) {
     if (!source) throw TQException(ERROR_INVALID_PARAMETER, L"TQEventLog::LogStringEvent");
     const wchar_t* const strings[] = {first ? first : L"", second ? second : L""};
     static PlatformSink platform;
@@ -51,6 +59,8 @@ void TQEventLog::LogStringEvent(const wchar_t* source, DWORD eventId, WORD categ
     (sink ? *sink : platform).Write({source, eventId, category, type, strings});
 }
 
-TQEventLogSink* TQEventLog::SetSink(TQEventLogSink* sink) noexcept { return g_sink.exchange(sink, std::memory_order_acq_rel); }
+TQEventLogSink* TQEventLog::SetSink(TQEventLogSink* sink) noexcept {
+    return g_sink.exchange(sink, std::memory_order_acq_rel);
+}
 
 }  // namespace Quellan::Corvel

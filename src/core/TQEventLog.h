@@ -1,10 +1,10 @@
 // Writing to the system event log.
 #pragma once
 
-#include <span>
-
 #include "platform/Types.h"
 #include "text/TQString.h"
+
+#include <span>
 
 namespace Quellan::Corvel {
 
@@ -20,8 +20,8 @@ struct TQEventLogEntry {
     std::span<const wchar_t* const> strings;
 };
 
-// Where entries go. The library's own sink hands them to the platform; an application may put another in its place, for
-// a log of its own or for a test.
+// Where entries go. The library's own sink hands them to the platform; an application may put another in its
+// place, for a log of its own or for a test.
 class TQLIB_API TQEventLogSink {
   public:
     virtual ~TQEventLogSink();
@@ -45,20 +45,21 @@ class TQLIB_API TQEventLog {
     // The running application's name, as entries and log blocks show it: `TQLib::AppName`.
     static TQString CurrentAppName();
 
-    // Writes one entry with two strings (a null one is written as an empty text). Throws `TQSysException` with the
-    // platform's code when the log takes no entry, and `TQException` 87 (ERROR_INVALID_PARAMETER) for a null
-    // source.
-    static void LogStringEvent(const wchar_t* source, DWORD eventId, WORD category, TQEventType type, const wchar_t* first,
-                               const wchar_t* second);
+    // Writes one entry with two strings (a null one is written as an empty text). Throws `TQSysException`
+    // with the platform's code when the log takes no entry, and `TQException` 87 (ERROR_INVALID_PARAMETER)
+    // for a null source.
+    static void LogStringEvent(const wchar_t* source, DWORD eventId, WORD category, TQEventType type,
+                               const wchar_t* first, const wchar_t* second);
 
-    // Replaces the sink, which must live until it is replaced in turn; null puts the library's own back. Returns the
-    // previous one, null for the library's own.
+    // Replaces the sink, which must live until it is replaced in turn; null puts the library's own back.
+    // Returns the previous one, null for the library's own.
     static TQEventLogSink* SetSink(TQEventLogSink* sink) noexcept;
 
-    // Makes `source` known to the event log of this machine, with the texts of its events and of its `categoryCount`
-    // categories in the module file `messageFile`; `RemoveSource` undoes it. Both need the rights of an administrator
-    // and throw `TQSysException` with the platform's code. On Linux, where a source needs no registration and texts are
-    // found through the resource stores, both throw 50 (ERROR_NOT_SUPPORTED).
+    // Makes `source` known to the event log of this machine, with the texts of its events and of its
+    // `categoryCount` categories in the module file `messageFile`; `RemoveSource` undoes it. Both need the
+    // rights of an administrator and throw `TQSysException` with the platform's code. On Linux, where a
+    // source needs no registration and texts are found through the resource stores, both throw 50
+    // (ERROR_NOT_SUPPORTED).
     static void InstallSource(const wchar_t* source, const wchar_t* messageFile, DWORD categoryCount);
     static void RemoveSource(const wchar_t* source);
 };

@@ -1,9 +1,9 @@
-#include <string>
-
 #include "core/TQEventLog.h"
 #include "core/TQException.h"
 #include "platform/Win32.h"
 #include "text/TQHandle.h"
+
+#include <string>
 
 namespace Quellan::Corvel {
 
@@ -40,13 +40,15 @@ void SetNumber(HKEY key, const wchar_t* name, DWORD number) {
 
 void TQEventLog::InstallSource(const wchar_t* source, const wchar_t* messageFile, DWORD categoryCount) {
     HKEY raw = nullptr;
-    Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str(), 0, nullptr, 0, KEY_SET_VALUE, nullptr, &raw, nullptr),
+    Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str(), 0, nullptr, 0, KEY_SET_VALUE,
+                          nullptr, &raw, nullptr),
           L"TQEventLog::InstallSource");
     const TQHandle<RegistryKeyClose> key(raw);
     SetText(raw, L"EventMessageFile", TQString(messageFile));
     SetText(raw, L"CategoryMessageFile", TQString(messageFile));
     SetNumber(raw, L"CategoryCount", categoryCount);
-    SetNumber(raw, L"TypesSupported", EVENTLOG_ERROR_TYPE | EVENTLOG_WARNING_TYPE | EVENTLOG_INFORMATION_TYPE);
+    SetNumber(raw, L"TypesSupported",
+              EVENTLOG_ERROR_TYPE | EVENTLOG_WARNING_TYPE | EVENTLOG_INFORMATION_TYPE);
 }
 
 void TQEventLog::RemoveSource(const wchar_t* source) {

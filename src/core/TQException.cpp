@@ -1,10 +1,10 @@
 #include "core/TQException.h"
 
-#include <exception>
-
 #include "core/TQLib.h"
 #include "core/TQStdExceptions.h"
 #include "platform/Win32.h"
+
+#include <exception>
 
 namespace Quellan::Corvel {
 
@@ -13,9 +13,12 @@ namespace {
 TQEventType EventType(_TQExceptionRoot::Level level) {
     switch (level) {
         case _TQExceptionRoot::Level::Success:
-        case _TQExceptionRoot::Level::Information: return TQEventType::Information;
-        case _TQExceptionRoot::Level::Warning: return TQEventType::Warning;
-        default: return TQEventType::Error;
+        case _TQExceptionRoot::Level::Information:
+            return TQEventType::Information;
+        case _TQExceptionRoot::Level::Warning:
+            return TQEventType::Warning;
+        default:
+            return TQEventType::Error;
     }
 }
 
@@ -27,7 +30,8 @@ STLString DescribeCurrent(const wchar_t* where) {
     } catch (const _TQWin32Exception& e) {
         e.AssembleLogOutput(where, text);
     } catch (const std::exception& e) {
-        text = TQCoreException::Unknown(where, TQString::FromUtf8(e.what()).c_str()).ExcMsg(TQStrResDestination::Log);
+        text = TQCoreException::Unknown(where, TQString::FromUtf8(e.what()).c_str())
+                   .ExcMsg(TQStrResDestination::Log);
     } catch (...) {
         text = TQCoreException::Unknown(where).ExcMsg(TQStrResDestination::Log);
     }
@@ -36,7 +40,8 @@ STLString DescribeCurrent(const wchar_t* where) {
 
 }  // namespace
 
-TQCoreException::TQCoreException(const _TQWin32Exception& other) : _TQWin32Exception(other), m_isCopied(true) {}
+TQCoreException::TQCoreException(const _TQWin32Exception& other)
+    : _TQWin32Exception(other), m_isCopied(true) {}
 
 TQCoreException::TQCoreException(const TQCoreException& other)
     : _TQWin32Exception(other),
@@ -65,20 +70,22 @@ TQCoreException* TQCoreException::AllocCopy() const {
     }
 }
 
-void TQCoreException::LogEvent(const wchar_t* where, const wchar_t* source, DWORD eventId, WORD category) const noexcept {
+void TQCoreException::LogEvent(const wchar_t* where, const wchar_t* source, DWORD eventId,
+                               WORD category) const noexcept {
     if (m_isEventLogged || m_isDontLog) return;
     try {
         STLString block;
         AssembleLogOutput(where, block);
-        TQEventLog::LogStringEvent(source, eventId, category, EventType(ExcLevel()), TQEventLog::CurrentAppName().c_str(),
-                                   block.c_str());
+        TQEventLog::LogStringEvent(source, eventId, category, EventType(ExcLevel()),
+                                   TQEventLog::CurrentAppName().c_str(), block.c_str());
         m_isEventLogged = true;
     } catch (...) {
         DebugReport();
     }
 }
 
-void TQCoreException::LogUnhandled(const wchar_t* source, DWORD eventId, WORD category, const wchar_t* text) noexcept {
+void TQCoreException::LogUnhandled(const wchar_t* source, DWORD eventId, WORD category,
+                                   const wchar_t* text) noexcept {
     if (!source || eventId == 0 || category == 0) {
         source = TQEventLog::LibrarySource;
         eventId = TQEventLog::UnhandledExceptionEvent;
@@ -86,7 +93,8 @@ void TQCoreException::LogUnhandled(const wchar_t* source, DWORD eventId, WORD ca
     }
     if (!text) text = L"unknown";
     try {
-        TQEventLog::LogStringEvent(source, eventId, category, TQEventType::Error, TQEventLog::CurrentAppName().c_str(), text);
+        TQEventLog::LogStringEvent(source, eventId, category, TQEventType::Error,
+                                   TQEventLog::CurrentAppName().c_str(), text);
     } catch (...) {
         OutputDebugStringW(text);
     }
@@ -106,12 +114,16 @@ TQCoreException TQCoreException::Unknown(const wchar_t* where, const wchar_t* te
     if (!where && !text) return TQCoreException(code, L"Unknown exception.");
     if (!where) where = L"unknown";
     if (!text)
-        return TQCoreException(code, STLString::Format(L"Unknown exception occurred in %s with no detail message.", where).c_str());
-    return TQCoreException(code,
-                           STLString::Format(L"Unknown exception occurred in %s with message '%s'.", where, text).c_str());
+        return TQCoreException(
+            code,
+            STLString::Format(L"Unknown exception occurred in %s with no detail message.", where).c_str());
+    return TQCoreException(
+        code, STLString::Format(L"Unknown exception occurred in %s with message '%s'.", where, text).c_str());
 }
 
-void TQCoreException::ThrowLastError(const wchar_t* where) { throw TQCoreException(LastError(), where); }
+void TQCoreException::ThrowLastError(const wchar_t* where) {
+    throw TQCoreException(LastError(), where);
+}
 
 void TQCoreException::ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where) {
     throw TQCoreException(inner, LastError(), where);
@@ -121,7 +133,8 @@ void TQCoreException::ThrowLastError(unsigned int msgId, const TQBaseStrRes& sto
     throw TQCoreException(LastError(), msgId, store);
 }
 
-void TQCoreException::ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store) {
+void TQCoreException::ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId,
+                                     const TQBaseStrRes& store) {
     throw TQCoreException(inner, LastError(), msgId, store);
 }
 
@@ -133,37 +146,73 @@ void TQException::ThrowReserved() {
 }
 
 TQSysException::~TQSysException() = default;
-bool TQSysException::IsSysException() const { return true; }
+bool TQSysException::IsSysException() const {
+    return true;
+}
 
 TQAppException::~TQAppException() = default;
-void TQAppException::ThrowLastError(DWORD code, const wchar_t* where) { throw TQAppException(code, where); }
+void TQAppException::ThrowLastError(DWORD code, const wchar_t* where) {
+    throw TQAppException(code, where);
+}
 
 TQCriticalException::~TQCriticalException() = default;
 
-void _TQWin32Exception::ThrowLastError(const wchar_t* where) { throw TQCoreException(LastError(), where); }
-void _TQWin32Exception::ThrowOverflowError(const wchar_t* where) { throw TQCoreException(ERROR_BUFFER_OVERFLOW, where); }
-void _TQWin32Exception::ThrowDataInvalidError(const wchar_t* where) { throw TQCoreException(ERROR_INVALID_DATA, where); }
-void _TQWin32Exception::ThrowIndexError(const wchar_t* where) { throw TQCoreException(ERROR_INVALID_INDEX, where); }
-void _TQWin32Exception::ThrowAccessError(const wchar_t* where) { throw TQCoreException(ERROR_ACCESS_DENIED, where); }
-void _TQWin32Exception::ThrowBadFuncError(const wchar_t* where) { throw TQCoreException(ERROR_INVALID_FUNCTION, where); }
+void _TQWin32Exception::ThrowLastError(const wchar_t* where) {
+    throw TQCoreException(LastError(), where);
+}
+void _TQWin32Exception::ThrowOverflowError(const wchar_t* where) {
+    throw TQCoreException(ERROR_BUFFER_OVERFLOW, where);
+}
+void _TQWin32Exception::ThrowDataInvalidError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_DATA, where);
+}
+void _TQWin32Exception::ThrowIndexError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_INDEX, where);
+}
+void _TQWin32Exception::ThrowAccessError(const wchar_t* where) {
+    throw TQCoreException(ERROR_ACCESS_DENIED, where);
+}
+void _TQWin32Exception::ThrowBadFuncError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_FUNCTION, where);
+}
 void _TQWin32Exception::ThrowParameterInvalidError(const wchar_t* where) {
     throw TQCoreException(ERROR_INVALID_PARAMETER, where);
 }
-void _TQWin32Exception::ThrowUnknown(const wchar_t* where) { throw TQCoreException::Unknown(where); }
+void _TQWin32Exception::ThrowUnknown(const wchar_t* where) {
+    throw TQCoreException::Unknown(where);
+}
 
 void _TQWin32Exception::ThrowMemAllocError(const wchar_t* where) {
     TQLib::CallLowMemoryHandlers();
     throw TQException(ERROR_OUTOFMEMORY, where);
 }
 
-void TQStdExceptions::ThrowLastError(const wchar_t* where) { _TQWin32Exception::ThrowLastError(where); }
-void TQStdExceptions::ThrowOverflowError(const wchar_t* where) { _TQWin32Exception::ThrowOverflowError(where); }
-void TQStdExceptions::ThrowDataInvalidError(const wchar_t* where) { _TQWin32Exception::ThrowDataInvalidError(where); }
-void TQStdExceptions::ThrowIndexError(const wchar_t* where) { _TQWin32Exception::ThrowIndexError(where); }
-void TQStdExceptions::ThrowAccessError(const wchar_t* where) { _TQWin32Exception::ThrowAccessError(where); }
-void TQStdExceptions::ThrowBadFuncError(const wchar_t* where) { _TQWin32Exception::ThrowBadFuncError(where); }
-void TQStdExceptions::ThrowMemAllocError(const wchar_t* where) { _TQWin32Exception::ThrowMemAllocError(where); }
-void TQStdExceptions::ThrowParameterInvalidError(const wchar_t* where) { _TQWin32Exception::ThrowParameterInvalidError(where); }
-void TQStdExceptions::ThrowUnknown(const wchar_t* where) { _TQWin32Exception::ThrowUnknown(where); }
+void TQStdExceptions::ThrowLastError(const wchar_t* where) {
+    _TQWin32Exception::ThrowLastError(where);
+}
+void TQStdExceptions::ThrowOverflowError(const wchar_t* where) {
+    _TQWin32Exception::ThrowOverflowError(where);
+}
+void TQStdExceptions::ThrowDataInvalidError(const wchar_t* where) {
+    _TQWin32Exception::ThrowDataInvalidError(where);
+}
+void TQStdExceptions::ThrowIndexError(const wchar_t* where) {
+    _TQWin32Exception::ThrowIndexError(where);
+}
+void TQStdExceptions::ThrowAccessError(const wchar_t* where) {
+    _TQWin32Exception::ThrowAccessError(where);
+}
+void TQStdExceptions::ThrowBadFuncError(const wchar_t* where) {
+    _TQWin32Exception::ThrowBadFuncError(where);
+}
+void TQStdExceptions::ThrowMemAllocError(const wchar_t* where) {
+    _TQWin32Exception::ThrowMemAllocError(where);
+}
+void TQStdExceptions::ThrowParameterInvalidError(const wchar_t* where) {
+    _TQWin32Exception::ThrowParameterInvalidError(where);
+}
+void TQStdExceptions::ThrowUnknown(const wchar_t* where) {
+    _TQWin32Exception::ThrowUnknown(where);
+}
 
 }  // namespace Quellan::Corvel

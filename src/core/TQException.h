@@ -1,16 +1,17 @@
 // The exceptions that the library throws and applications catch.
 #pragma once
 
-#include <new>
-
 #include "core/TQEventLog.h"
 #include "core/TQObject.h"
 #include "core/TQWin32Exception.h"
 
+#include <new>
+
 namespace Quellan::Corvel {
 
-// Every failure of the library is one of these; catch it by reference. Besides what every exception of the family carries
-// it knows whether it has been written to a log: these marks may be set on a caught `const` reference.
+// Every failure of the library is one of these; catch it by reference. Besides what every exception of the
+// family carries it knows whether it has been written to a log: these marks may be set on a caught `const`
+// reference.
 class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
   public:
     using _TQWin32Exception::_TQWin32Exception;
@@ -32,31 +33,36 @@ class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
     void SetDontLog(bool dontLog = true) const noexcept { m_isDontLog = dontLog; }
     void SetCopied(bool copied = true) const noexcept { m_isCopied = copied; }
 
-    // Writes the log block to the system event log and marks the exception as event-logged; does nothing for one that is
-    // marked so already, or as not to be logged. The entry's type follows the level. Throws nothing: where the log takes
-    // no entry, the block goes to the debugger output and the mark stays off.
+    // Writes the log block to the system event log and marks the exception as event-logged; does nothing for
+    // one that is marked so already, or as not to be logged. The entry's type follows the level. Throws
+    // nothing: where the log takes no entry, the block goes to the debugger output and the mark stays off.
     void LogEvent(const wchar_t* where = nullptr, const wchar_t* source = TQEventLog::LibrarySource,
                   DWORD eventId = TQEventLog::ReportedExceptionEvent,
                   WORD category = TQEventLog::GeneralCategory) const noexcept;
 
-    // Writes an entry for an exception that nobody caught, with the application's name and `text` ("unknown" where that is
-    // null). Unless source, event and category are all given, all three are the library's own: "TQLib", 0xCFFF4002 and 9.
-    // Throws nothing: where the log takes no entry, the text goes to the debugger output.
-    static void LogUnhandled(const wchar_t* source, DWORD eventId, WORD category, const wchar_t* text) noexcept;
-    // The same under the library's own source, inside a catch clause: the text tells of the exception being handled.
+    // Writes an entry for an exception that nobody caught, with the application's name and `text` ("unknown"
+    // where that is null). Unless source, event and category are all given, all three are the library's own:
+    // "TQLib", 0xCFFF4002 and 9. Throws nothing: where the log takes no entry, the text goes to the debugger
+    // output.
+    static void LogUnhandled(const wchar_t* source, DWORD eventId, WORD category,
+                             const wchar_t* text) noexcept;
+    // The same under the library's own source, inside a catch clause: the text tells of the exception being
+    // handled.
     static void LogUnhandledCurrent(const wchar_t* where) noexcept;
 
-    // The exception that stands for one that is not of this family: code 0x8000FFFF (E_UNEXPECTED) and as much as is known
-    // of where it arose and of its text.
+    // The exception that stands for one that is not of this family: code 0x8000FFFF (E_UNEXPECTED) and as
+    // much as is known of where it arose and of its text.
     static TQCoreException Unknown(const wchar_t* where = nullptr, const wchar_t* text = nullptr);
 
     [[noreturn]] static void ThrowLastError(const wchar_t* where);
     [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where);
     [[noreturn]] static void ThrowLastError(unsigned int msgId, const TQBaseStrRes& store);
-    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store);
+    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId,
+                                            const TQBaseStrRes& store);
 
   protected:
-    TQCoreException(const Content& content, bool isPreAllocated) : _TQWin32Exception(content, isPreAllocated) {}
+    TQCoreException(const Content& content, bool isPreAllocated)
+        : _TQWin32Exception(content, isPreAllocated) {}
 
   private:
     mutable bool m_isLogged = false;
@@ -73,7 +79,8 @@ class _TQExceptionKind : public TQCoreException {
 
     TQCoreException* AllocCopy() const override;
 
-    // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it is.
+    // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it
+    // is.
     const Kind* Inner() const noexcept { return dynamic_cast<const Kind*>(TQCoreException::Inner()); }
 
     // Throw this kind with the calling thread's last error.
@@ -84,7 +91,8 @@ class _TQExceptionKind : public TQCoreException {
     [[noreturn]] static void ThrowLastError(unsigned int msgId, const TQBaseStrRes& store) {
         throw Kind(LastError(), msgId, store);
     }
-    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store) {
+    [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId,
+                                            const TQBaseStrRes& store) {
         throw Kind(inner, LastError(), msgId, store);
     }
 };
@@ -97,8 +105,9 @@ class TQLIB_API TQException : public _TQExceptionKind<TQException> {
     TQException& operator=(const TQException&) = default;
     ~TQException() override;
 
-    // Throws the exception kept in reserve for the time when memory is exhausted: code 14 (ERROR_OUTOFMEMORY), no message.
-    // It needs no memory but the thrown object's own, which the C++ runtime keeps in reserve.
+    // Throws the exception kept in reserve for the time when memory is exhausted: code 14
+    // (ERROR_OUTOFMEMORY), no message. It needs no memory but the thrown object's own, which the C++ runtime
+    // keeps in reserve.
     [[noreturn]] static void ThrowReserved();
 };
 

@@ -1,5 +1,9 @@
 #include "core/TQLib.h"
 
+#include "core/TQException.h"
+#include "platform/Win32.h"
+#include "system/TQSysProc.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -8,10 +12,6 @@
 #include <mutex>
 #include <optional>
 #include <utility>
-
-#include "core/TQException.h"
-#include "platform/Win32.h"
-#include "system/TQSysProc.h"
 
 namespace Quellan::Corvel {
 
@@ -103,7 +103,9 @@ void TQLib::SetProductName(const TQString& name) {
     TheState().productName = name;
 }
 
-const wchar_t* TQLib::Version() noexcept { return TQLIB_VERSION; }
+const wchar_t* TQLib::Version() noexcept {
+    return TQLIB_VERSION;
+}
 
 void TQLib::AddExitHandler(ExitHandler handler, void* context) {
     if (!handler) throw TQException(ERROR_INVALID_PARAMETER, L"TQLib::AddExitHandler");
@@ -140,7 +142,8 @@ void TQLib::AddLowMemoryHandler(LowMemoryHandler handler, void* context) {
 void TQLib::RemoveLowMemoryHandler(LowMemoryHandler handler, void* context) noexcept {
     State& state = TheState();
     const std::lock_guard guard(state.lock);
-    const auto found = std::find(state.lowMemoryHandlers.begin(), state.lowMemoryHandlers.end(), std::pair(handler, context));
+    const auto found = std::find(state.lowMemoryHandlers.begin(), state.lowMemoryHandlers.end(),
+                                 std::pair(handler, context));
     if (found != state.lowMemoryHandlers.end()) state.lowMemoryHandlers.erase(found);
 }
 
@@ -166,8 +169,9 @@ void TQLib::RegisterResourceStore(unsigned int storeId, const TQString& baseName
     State& state = TheState();
     const std::lock_guard guard(state.lock);
     if (!state.stores.try_emplace(storeId, Store{baseName, {}}).second)
-        throw TQException(ERROR_ALREADY_EXISTS,
-                          L"The passed resource store ID is already registered and can not be registered again.");
+        throw TQException(
+            ERROR_ALREADY_EXISTS,
+            L"The passed resource store ID is already registered and can not be registered again.");
 }
 
 TQString TQLib::ResourceBaseName(unsigned int storeId) {
@@ -200,7 +204,8 @@ HMODULE TQLib::GetResourceLanguageModule(unsigned int storeId, const TQString& l
     // A module that somebody else has loaded may be unloaded by him, so it is looked for anew each time.
     if (loaded.IsValid() || !module) {
         const std::lock_guard guard(state.lock);
-        module = FindStore(state, storeId).modules.try_emplace(language, std::move(loaded)).first->second.Get();
+        module =
+            FindStore(state, storeId).modules.try_emplace(language, std::move(loaded)).first->second.Get();
     }
     return module;
 }

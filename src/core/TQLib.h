@@ -1,16 +1,17 @@
-// Library-wide state: who the application is, what runs at its exit and when memory runs low, where texts come from.
+// Library-wide state: who the application is, what runs at its exit and when memory runs low, where texts
+// come from.
 #pragma once
-
-#include <vector>
 
 #include "core/TQStrRes.h"
 #include "platform/Types.h"
 #include "text/TQString.h"
 
+#include <vector>
+
 namespace Quellan::Corvel {
 
-// Static functions only; all of them may be called from any thread at any time. Handlers are plain functions with a
-// context that the caller owns and that must outlive the registration.
+// Static functions only; all of them may be called from any thread at any time. Handlers are plain functions
+// with a context that the caller owns and that must outlive the registration.
 class TQLIB_API TQLib {
   public:
     TQLib() = delete;
@@ -30,37 +31,37 @@ class TQLIB_API TQLib {
     static const wchar_t* Version() noexcept;
 
     using ExitHandler = void (*)(void* context);
-    // Registers a handler that runs once when the process ends in an orderly way, or earlier by `RunExitHandlers`. The
-    // handler registered last runs first. An exception that leaves a handler is logged as unhandled, and the next one
-    // runs.
+    // Registers a handler that runs once when the process ends in an orderly way, or earlier by
+    // `RunExitHandlers`. The handler registered last runs first. An exception that leaves a handler is logged
+    // as unhandled, and the next one runs.
     static void AddExitHandler(ExitHandler handler, void* context);
     // Runs and forgets the registered handlers now, those included that they register themselves.
     static void RunExitHandlers() noexcept;
 
     using LowMemoryHandler = void (*)(void* context) noexcept;
-    // Registers a handler that is called, in order of registration, each time the library is about to report that memory
-    // is exhausted: it releases what the application can do without. It must not allocate.
+    // Registers a handler that is called, in order of registration, each time the library is about to report
+    // that memory is exhausted: it releases what the application can do without. It must not allocate.
     static void AddLowMemoryHandler(LowMemoryHandler handler, void* context);
     // Takes back the registration of this handler with this context; without one it does nothing.
     static void RemoveLowMemoryHandler(LowMemoryHandler handler, void* context) noexcept;
     // Calls the handlers; while they are being called, by whatever thread, a further call does nothing.
     static void CallLowMemoryHandlers() noexcept;
 
-    // Makes a store known: its resource modules are `baseName`_LANGUAGE.dll (on Linux with .so in place of .dll). Throws
-    // `TQException` 183 (ERROR_ALREADY_EXISTS) for an identifier that is registered already.
+    // Makes a store known: its resource modules are `baseName`_LANGUAGE.dll (on Linux with .so in place of
+    // .dll). Throws `TQException` 183 (ERROR_ALREADY_EXISTS) for an identifier that is registered already.
     static void RegisterResourceStore(unsigned int storeId, const TQString& baseName);
     // The base name of a store. Throws `TQException` 1168 (ERROR_NOT_FOUND) for one that is not registered.
     static TQString ResourceBaseName(unsigned int storeId);
-    // The store's module for a language name such as "en" or "en-US": one that the process has loaded already, whatever
-    // the case of its name, or else the one loaded from its file, which then stays loaded. Null where there is none and
-    // for an empty name; that is remembered, so a module file installed later is seen by new processes only. Throws as
-    // `ResourceBaseName`.
+    // The store's module for a language name such as "en" or "en-US": one that the process has loaded
+    // already, whatever the case of its name, or else the one loaded from its file, which then stays loaded.
+    // Null where there is none and for an empty name; that is remembered, so a module file installed later is
+    // seen by new processes only. Throws as `ResourceBaseName`.
     static HMODULE GetResourceLanguageModule(unsigned int storeId, const TQString& language);
 
     // The locales in whose languages a destination's texts are looked for, in order.
     static std::vector<LCID> DestinationLocaleIDs(TQStrResDestination destination);
-    // Replaces that list; an empty one restores the default. Throws `TQException` 87 (ERROR_INVALID_PARAMETER) for a
-    // destination that is none of the four.
+    // Replaces that list; an empty one restores the default. Throws `TQException` 87
+    // (ERROR_INVALID_PARAMETER) for a destination that is none of the four.
     static void SetDestinationLocaleIDs(TQStrResDestination destination, std::vector<LCID> locales);
 };
 

@@ -5,8 +5,8 @@
 
 namespace Quellan::Corvel {
 
-// Every function throws a `TQCoreException` (`ThrowMemAllocError` a `TQException`) with the code given beside it and
-// never returns. `where` names the failing operation and becomes the message; null gives an empty one.
+// Every function throws a `TQCoreException` (`ThrowMemAllocError` a `TQException`) with the code given beside
+// it and never returns. `where` names the failing operation and becomes the message; null gives an empty one.
 class TQLIB_API TQStdExceptions {
   public:
     TQStdExceptions() = delete;

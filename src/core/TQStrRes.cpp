@@ -1,20 +1,20 @@
 #include "core/TQStrRes.h"
 
-#include <array>
-#include <vector>
-
 #include "core/TQException.h"
 #include "core/TQLib.h"
 #include "platform/Win32.h"
 #include "system/TQLocale.h"
 #include "text/TQHandle.h"
 
+#include <array>
+#include <vector>
+
 namespace Quellan::Corvel {
 
 namespace {
 
-constexpr std::array<const wchar_t*, TQStrResDestinationCount> DestinationNames = {L"User", L"System", L"EventLog",
-                                                                                   L"Log"};
+constexpr std::array<const wchar_t*, TQStrResDestinationCount> DestinationNames = {L"User", L"System",
+                                                                                   L"EventLog", L"Log"};
 
 using LocalText = TQHandle<_TQLocalMemClose>;
 
@@ -27,7 +27,9 @@ struct Insert {
     bool isNarrow = false;  // asks for narrow text, which no argument is
 };
 
-bool IsDigit(wchar_t c) { return c >= L'0' && c <= L'9'; }
+bool IsDigit(wchar_t c) {
+    return c >= L'0' && c <= L'9';
+}
 
 // The insert that begins at `at` (a percent sign), or one with number 0 if that is another escape.
 Insert ParseInsert(std::wstring_view text, std::size_t at) {
@@ -55,7 +57,8 @@ bool IsSatisfied(const Insert& insert, std::span<const TQMsgArg> args) {
     return true;
 }
 
-// The platform reads as many arguments as the text asks for, whatever the caller passed: what it must not read becomes
+// The platform reads as many arguments as the text asks for, whatever the caller passed: what it must not
+// read becomes
 // "<?>" first.
 STLString WithoutUnsatisfiedInserts(std::wstring_view text, std::span<const TQMsgArg> args) {
     STLString result;
@@ -80,11 +83,13 @@ STLString WithoutUnsatisfiedInserts(std::wstring_view text, std::span<const TQMs
 STLString ExpandInserts(std::wstring_view text, std::span<const TQMsgArg> args) {
     const STLString safe = WithoutUnsatisfiedInserts(text, args);
     std::vector<std::uintptr_t> values(args.size() + 1);
-    for (std::size_t i = 0; i < args.size(); ++i) values[i] = args[i].Value();
+    for (std::size_t i = 0; i < args.size(); ++i)
+        values[i] = args[i].Value();
     wchar_t* buffer = nullptr;
-    const DWORD length =
-        FormatMessageW(FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_ALLOCATE_BUFFER,
-                       safe.c_str(), 0, 0, reinterpret_cast<wchar_t*>(&buffer), 0, reinterpret_cast<va_list*>(values.data()));
+    const DWORD length = FormatMessageW(
+        FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_ALLOCATE_BUFFER,
+        safe.c_str(), 0, 0, reinterpret_cast<wchar_t*>(&buffer), 0,
+        reinterpret_cast<va_list*>(values.data()));
     if (length == 0) {
         // A text that expands to nothing is no failure, and the platform leaves the last error as it was.
         if (safe.IsEmpty()) return {};
@@ -98,13 +103,14 @@ STLString ExpandInserts(std::wstring_view text, std::span<const TQMsgArg> args) 
 bool ReadMessage(HMODULE module, unsigned int id, LANGID language, STLString& text) {
     wchar_t* buffer = nullptr;
     const DWORD length = FormatMessageW(
-        FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER, module, id, language,
-        reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+        FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER, module,
+        id, language, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0) return false;
     const LocalText owner(buffer);
     std::wstring_view view(buffer, length);
     // A message file ends each text with a line break that is not part of the sentence.
-    while (!view.empty() && (view.back() == L'\n' || view.back() == L'\r')) view.remove_suffix(1);
+    while (!view.empty() && (view.back() == L'\n' || view.back() == L'\r'))
+        view.remove_suffix(1);
     text = STLString(view);
     return true;
 }
@@ -121,15 +127,19 @@ bool ReadString(HMODULE module, unsigned int id, STLString& text) {
 }
 
 bool ReadResource(const TQBaseStrRes& resource, HMODULE module, LANGID language, STLString& text) {
-    if (resource.ResourceKind() == TQBaseStrRes::Kind::String) return ReadString(module, resource.ResourceID(), text);
-    return ReadMessage(module, resource.ResourceID(), language, text) || ReadMessage(module, resource.ResourceID(), 0, text);
+    if (resource.ResourceKind() == TQBaseStrRes::Kind::String)
+        return ReadString(module, resource.ResourceID(), text);
+    return ReadMessage(module, resource.ResourceID(), language, text) ||
+           ReadMessage(module, resource.ResourceID(), 0, text);
 }
 
 bool FindResource(const TQBaseStrRes& resource, TQStrResDestination destination, STLString& text) {
     for (const LCID locale : TQLib::DestinationLocaleIDs(destination)) {
-        for (const TQString& name : {TQLocale(locale).LanguageString(), TQLocale(locale).LanguageBaseString()}) {
+        for (const TQString& name :
+             {TQLocale(locale).LanguageString(), TQLocale(locale).LanguageBaseString()}) {
             const HMODULE module = TQLib::GetResourceLanguageModule(resource.StoreID(), name);
-            if (module && ReadResource(resource, module, static_cast<LANGID>(locale & 0xFFFF), text)) return true;
+            if (module && ReadResource(resource, module, static_cast<LANGID>(locale & 0xFFFF), text))
+                return true;
         }
     }
     return false;
@@ -148,18 +158,16 @@ STLString TQBaseStrRes::TextWith(TQStrResDestination destination, std::span<cons
         const LONG number = static_cast<LONG>(destination);
         const wchar_t* name = TQStrResDestinationName(destination);
         if (m_kind == Kind::String)
-            throw TQException(
-                ERROR_RESOURCE_NAME_NOT_FOUND,
-                STLString::Format(
-                    L"The string resource (ID=%lu) could not be found in the specified store destination (%ld - %s).",
-                    m_resourceId, number, name)
-                    .c_str());
-        throw TQException(
-            ERROR_MR_MID_NOT_FOUND,
-            STLString::Format(
-                L"The message resource (ID=%lu) could not be found in the specified store destination (%ld - %s).",
-                m_resourceId, number, name)
-                .c_str());
+            throw TQException(ERROR_RESOURCE_NAME_NOT_FOUND,
+                              STLString::Format(L"The string resource (ID=%lu) could not be found in the "
+                                                L"specified store destination (%ld - %s).",
+                                                m_resourceId, number, name)
+                                  .c_str());
+        throw TQException(ERROR_MR_MID_NOT_FOUND,
+                          STLString::Format(L"The message resource (ID=%lu) could not be found in the "
+                                            L"specified store destination (%ld - %s).",
+                                            m_resourceId, number, name)
+                              .c_str());
     }
     return m_kind == Kind::Message ? ExpandInserts(text.View(), args) : text;
 }

@@ -1,16 +1,18 @@
-// Text resources: messages and strings that live in the resource modules of a registered store, one module a language.
+// Text resources: messages and strings that live in the resource modules of a registered store, one module a
+// language.
 #pragma once
+
+#include "platform/Types.h"
+#include "text/STLString.h"
 
 #include <span>
 #include <string_view>
 #include <type_traits>
 
-#include "platform/Types.h"
-#include "text/STLString.h"
-
 namespace Quellan::Corvel {
 
-// Who is going to read a text; decides the languages in which it is looked for (`TQLib::DestinationLocaleIDs`).
+// Who is going to read a text; decides the languages in which it is looked for
+// (`TQLib::DestinationLocaleIDs`).
 enum class TQStrResDestination : LONG {
     User = 0,      // somebody at this process: the user's language, then the system's, then English
     System = 1,    // everybody on this machine: the system's language, then English
@@ -23,12 +25,13 @@ constexpr std::size_t TQStrResDestinationCount = 4;
 // The name of a destination, as in failure messages; "Unknown" for a value that is none of the four.
 TQLIB_API const wchar_t* TQStrResDestinationName(TQStrResDestination destination) noexcept;
 
-// One argument for the inserts of a message: a number or a wide text. A text is borrowed and must outlive the call.
+// One argument for the inserts of a message: a number or a wide text. A text is borrowed and must outlive the
+// call.
 class TQMsgArg {
   public:
     template <class T>
-        requires std::is_integral_v<T> || std::is_enum_v<T>
-    TQMsgArg(T number) noexcept : m_value(static_cast<std::uintptr_t>(number)), m_isText(false) {}
+    requires std::is_integral_v<T> || std::is_enum_v<T> TQMsgArg(T number)
+    noexcept : m_value(static_cast<std::uintptr_t>(number)), m_isText(false) {}
     TQMsgArg(const wchar_t* text) noexcept
         : m_value(reinterpret_cast<std::uintptr_t>(text ? text : L"(null)")), m_isText(true) {}
     TQMsgArg(const _TQwString& text) noexcept : TQMsgArg(text.c_str()) {}
@@ -42,8 +45,8 @@ class TQMsgArg {
     bool m_isText;
 };
 
-// A reference to one text resource: a store and an identifier in it. A small value without a resource of its own; two
-// references are equal when they name the same text. Reading a text is safe from several threads.
+// A reference to one text resource: a store and an identifier in it. A small value without a resource of its
+// own; two references are equal when they name the same text. Reading a text is safe from several threads.
 class TQLIB_API TQBaseStrRes {
   public:
     enum class Kind : unsigned char { String, Message };
@@ -55,11 +58,11 @@ class TQLIB_API TQBaseStrRes {
     unsigned int StoreID() const noexcept { return m_storeId; }
     unsigned int ResourceID() const noexcept { return m_resourceId; }
 
-    // The text in the first language of the destination that has it: for each locale the module of its full name, then
-    // that of its base language. Inserts of a message (`%1`, `%2!lu!`) take the arguments; an insert without an argument,
-    // or with one of the wrong kind, becomes "<?>". Throws `TQException`: 1168 (ERROR_NOT_FOUND) for a store that is
-    // not registered, 317 (ERROR_MR_MID_NOT_FOUND) for a message and 1814 (ERROR_RESOURCE_NAME_NOT_FOUND) for a string
-    // that no language has.
+    // The text in the first language of the destination that has it: for each locale the module of its full
+    // name, then that of its base language. Inserts of a message (`%1`, `%2!lu!`) take the arguments; an
+    // insert without an argument, or with one of the wrong kind, becomes "<?>". Throws `TQException`: 1168
+    // (ERROR_NOT_FOUND) for a store that is not registered, 317 (ERROR_MR_MID_NOT_FOUND) for a message and
+    // 1814 (ERROR_RESOURCE_NAME_NOT_FOUND) for a string that no language has.
     template <class... Args>
     STLString Text(TQStrResDestination destination, const Args&... args) const {
         if constexpr (sizeof...(Args) == 0) {

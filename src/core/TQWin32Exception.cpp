@@ -1,15 +1,15 @@
 #include "core/TQWin32Exception.h"
 
-#include <cstring>
-#include <mutex>
-#include <new>
-#include <string_view>
-
 #include "core/TQEventLog.h"
 #include "core/TQException.h"
 #include "platform/Win32.h"
 #include "system/TQSysProc.h"
 #include "text/TQHandle.h"
+
+#include <cstring>
+#include <mutex>
+#include <new>
+#include <string_view>
 
 namespace Quellan::Corvel {
 
@@ -48,18 +48,21 @@ constexpr Facility Facilities[] = {
     {FACILITY_DIRECTORYSERVICE, L"Directory Service"},
 };
 
-// The facility in which applications define codes of their own, and the two that message files use by convention.
+// The facility in which applications define codes of their own, and the two that message files use by
+// convention.
 constexpr unsigned short FacilityInterface = FACILITY_ITF;
 constexpr unsigned short FacilityMessageFile = 0xFFF;
 constexpr unsigned short FacilityMessageFileOther = 0xFFE;
 
 constexpr std::wstring_view CodeText = L"[0x00000000]";
 
-// By hand: behind the unwinder the formatter's code is cold, and would take a quarter of the time of rendering a message.
+// By hand: behind the unwinder the formatter's code is cold, and would take a quarter of the time of
+// rendering a message.
 void AppendCode(unsigned int code, STLString& out) {
     std::array<wchar_t, CodeText.size()> text;
     CodeText.copy(text.data(), text.size());
-    for (auto digit = text.end() - 2; code != 0; --digit, code >>= 4) *digit = L"0123456789abcdef"[code & 15];
+    for (auto digit = text.end() - 2; code != 0; --digit, code >>= 4)
+        *digit = L"0123456789abcdef"[code & 15];
     out.Append(std::wstring_view(text.data(), text.size()));
 }
 
@@ -68,7 +71,8 @@ bool AppendSystemText(DWORD number, STLString& out) {
     constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK;
     constexpr DWORD userDefaultLanguage = 0x400;
     std::array<wchar_t, 512> buffer;
-    DWORD length = FormatMessageW(flags, nullptr, number, userDefaultLanguage, buffer.data(), buffer.size(), nullptr);
+    DWORD length =
+        FormatMessageW(flags, nullptr, number, userDefaultLanguage, buffer.data(), buffer.size(), nullptr);
     const wchar_t* text = buffer.data();
     // Nearly all texts fit into the buffer.
     TQHandle<_TQLocalMemClose> allocated;
@@ -125,7 +129,8 @@ _TQExceptionRoot::Source _TQExceptionRoot::CodeSource(unsigned int code) noexcep
 
 const wchar_t* _TQExceptionRoot::LevelName(Level level) noexcept {
     const auto index = static_cast<std::size_t>(level);
-    return index < std::size(LevelNames) ? LevelNames[index] : LevelNames[static_cast<std::size_t>(Level::Unknown)];
+    return index < std::size(LevelNames) ? LevelNames[index]
+                                         : LevelNames[static_cast<std::size_t>(Level::Unknown)];
 }
 
 const wchar_t* _TQExceptionRoot::SourceName(Source source) noexcept {
@@ -215,7 +220,8 @@ STLString _TQExceptionBase<T>::ExcCodeString() const {
         const bool isFound =
             AppendSystemText(number, text) ||
             (facility == FacilityInterface && AppendSystemText((m_code & 0x8007FFFF) | 0x70000, text)) ||
-            ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) && AppendSystemText(m_code & 0xFFFF, text));
+            ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) &&
+             AppendSystemText(m_code & 0xFFFF, text));
         if (!isFound) text.Append(L"unknown");
         AppendCode(m_code, text);
     } catch (...) {
@@ -232,7 +238,8 @@ const wchar_t* _TQExceptionBase<T>::ExcSubSysName() const {
 template <class T>
 void _TQExceptionBase<T>::SetAction(const wchar_t* action) {
     STLString text(action);
-    // Only the first action empties the cache. Lines that were rendered with it keep it when a later one is set.
+    // Only the first action empties the cache. Lines that were rendered with it keep it when a later one is
+    // set.
     if (m_action.IsEmpty()) m_cache.reset();
     m_action = std::move(text);
 }
@@ -314,14 +321,17 @@ void _TQExceptionBase<T>::AddErrFile(const wchar_t* file) const {
 }
 
 template <class T>
-STLString _TQExceptionBase<T>::MessageFor(TQStrResDestination destination, std::span<const TQMsgArg> args) const {
+STLString _TQExceptionBase<T>::MessageFor(TQStrResDestination destination,
+                                          std::span<const TQMsgArg> args) const {
     return m_resource ? m_resource->TextWith(destination, args) : STLString(m_text.View());
 }
 
 template <class T>
-const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination, std::span<const TQMsgArg> args) const {
+const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
+                                               std::span<const TQMsgArg> args) const {
     const auto index = static_cast<std::size_t>(destination);
-    if (index >= TQStrResDestinationCount) throw TQException(ERROR_INVALID_PARAMETER, L"TQCoreException::FullMsg");
+    if (index >= TQStrResDestinationCount)
+        throw TQException(ERROR_INVALID_PARAMETER, L"TQCoreException::FullMsg");
     if (m_cache && !(*m_cache)[index].IsEmpty()) return (*m_cache)[index];
 
     const STLString codeString = static_cast<const T*>(this)->ExcCodeString();
@@ -352,8 +362,8 @@ bool _TQExceptionBase<T>::SaysTheSame(const _TQExceptionBase& other) const noexc
 
 template class _TQExceptionBase<_TQWin32Exception>;
 
-// Out of line, so that a function that throws stays short: the runtime reads through its table of calls for each
-// exception.
+// Out of line, so that a function that throws stays short: the runtime reads through its table of calls for
+// each exception.
 _TQWin32Exception::_TQWin32Exception(unsigned int code) : Base(nullptr, {.code = code}) {}
 _TQWin32Exception::_TQWin32Exception(const wchar_t* msg) : Base(nullptr, {.text = msg}) {}
 _TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg)
@@ -442,13 +452,17 @@ _TQWin32Exception::_TQWin32Exception(const _TQWin32Exception&) = default;
 _TQWin32Exception& _TQWin32Exception::operator=(const _TQWin32Exception&) = default;
 _TQWin32Exception::~_TQWin32Exception() = default;
 
-_TQWin32Exception* _TQWin32Exception::AllocCopy() const { return New<_TQWin32Exception>(*this); }
+_TQWin32Exception* _TQWin32Exception::AllocCopy() const {
+    return New<_TQWin32Exception>(*this);
+}
 
 void _TQWin32Exception::AssembleLogOutput(const wchar_t* where, STLString& out) const {
     out.Clear();
-    out.AppendFormat(L"Exception[Prc:%lu:Thr:%lu]{%s} ", ExcProcess(), ExcThread(), TQEventLog::CurrentAppName().c_str());
+    out.AppendFormat(L"Exception[Prc:%lu:Thr:%lu]{%s} ", ExcProcess(), ExcThread(),
+                     TQEventLog::CurrentAppName().c_str());
     out.Append(FullLine(TQStrResDestination::Log, {}).View());
-    if (where && !IsBadStringPtrW(where, static_cast<std::uintptr_t>(-1)) && *where) out.Append(L" in ").Append(where);
+    if (where && !IsBadStringPtrW(where, static_cast<std::uintptr_t>(-1)) && *where)
+        out.Append(L" in ").Append(where);
     out.Append(L"\r\n");
     if (OSException()) {
         AppendOSExceptionLine(out);
@@ -465,16 +479,20 @@ void _TQWin32Exception::AppendOSExceptionLine(STLString& out) const {
     TQString owner = TQSysProc::ModuleAt(record.address);
     if (owner.IsEmpty()) owner = L"unknown";
     if (record.code == STATUS_ACCESS_VIOLATION && record.parameterCount == 0)
-        out.AppendFormat(L"OS Exception-Access Violation @ 0x%08x. Flags = 0x%08x; Owner=%s", address, flags, owner.c_str());
+        out.AppendFormat(L"OS Exception-Access Violation @ 0x%08x. Flags = 0x%08x; Owner=%s", address, flags,
+                         owner.c_str());
     else if (record.code == STATUS_ACCESS_VIOLATION)
         out.AppendFormat(L"OS Exception-%s Violation @ 0x%08x %s %p. Flags = 0x%08x; Owner=%s",
-                         AccessViolationKind(record.access), address, AccessVerb(record.access), target, flags, owner.c_str());
+                         AccessViolationKind(record.access), address, AccessVerb(record.access), target,
+                         flags, owner.c_str());
     else if (record.code == STATUS_IN_PAGE_ERROR)
-        out.AppendFormat(L"OS Exception-%sIn-Page Error @ 0x%08x %s %p. Flags = 0x%08x - Status=0x%08x; Owner=%s",
-                         InPageErrorKind(record.access), address, AccessVerb(record.access), target, flags,
-                         static_cast<unsigned int>(record.status), owner.c_str());
+        out.AppendFormat(
+            L"OS Exception-%sIn-Page Error @ 0x%08x %s %p. Flags = 0x%08x - Status=0x%08x; Owner=%s",
+            InPageErrorKind(record.access), address, AccessVerb(record.access), target, flags,
+            static_cast<unsigned int>(record.status), owner.c_str());
     else
-        out.AppendFormat(L"OS Exception (0x%08x) @ 0x%08x. Flags = 0x%08x; Owner=%s", record.code, address, flags, owner.c_str());
+        out.AppendFormat(L"OS Exception (0x%08x) @ 0x%08x. Flags = 0x%08x; Owner=%s", record.code, address,
+                         flags, owner.c_str());
 }
 
 void _TQWin32Exception::DebugReport() const noexcept {
@@ -487,13 +505,18 @@ void _TQWin32Exception::DebugReport() const noexcept {
     }
 }
 
-unsigned int _TQWin32Exception::LastError() noexcept { return GetLastError(); }
+unsigned int _TQWin32Exception::LastError() noexcept {
+    return GetLastError();
+}
 
-_TQWin32Exception::Trap_SEH::Trap_SEH(const wchar_t* name) : m_name(name ? name : L""), m_thread(GetCurrentThreadId()) {
+_TQWin32Exception::Trap_SEH::Trap_SEH(const wchar_t* name)
+    : m_name(name ? name : L""), m_thread(GetCurrentThreadId()) {
     RegisterHandler(*this);
 }
 
-_TQWin32Exception::Trap_SEH::~Trap_SEH() { UnregisterHandler(*this); }
+_TQWin32Exception::Trap_SEH::~Trap_SEH() {
+    UnregisterHandler(*this);
+}
 
 void _TQWin32Exception::RegisterHandler(Trap_SEH& trap) noexcept {
     {
@@ -510,7 +533,8 @@ void _TQWin32Exception::UnregisterHandler(Trap_SEH& trap) noexcept {
     {
         const std::lock_guard guard(g_trapLock);
         Trap_SEH** link = &g_traps;
-        while (*link != &trap) link = &(*link)->m_next;
+        while (*link != &trap)
+            link = &(*link)->m_next;
         *link = trap.m_next;
     }
     SetLastError(error);
@@ -519,16 +543,20 @@ void _TQWin32Exception::UnregisterHandler(Trap_SEH& trap) noexcept {
 _TQWin32Exception::Trap_SEH* _TQWin32Exception::ThreadHandler(DWORD threadId) noexcept {
     const std::lock_guard guard(g_trapLock);
     Trap_SEH* trap = g_traps;
-    while (trap && trap->m_thread != threadId) trap = trap->m_next;
+    while (trap && trap->m_thread != threadId)
+        trap = trap->m_next;
     return trap;
 }
 
 void _TQWin32Exception::_SEH_Trap(unsigned int, _EXCEPTION_POINTERS* pointers) {
     OutputDebugStringW(L"SEH exception!!\r\n");
     const EXCEPTION_RECORD& record = *pointers->ExceptionRecord;
-    const auto parameter = [&](DWORD i) { return i < record.NumberParameters ? record.ExceptionInformation[i] : 0; };
-    throw _TQWin32Exception(TQOSExceptionRecord{record.ExceptionCode, record.ExceptionFlags, record.ExceptionAddress,
-                                                record.NumberParameters, parameter(0), parameter(1), parameter(2)});
+    const auto parameter = [&](DWORD i) {
+        return i < record.NumberParameters ? record.ExceptionInformation[i] : 0;
+    };
+    throw _TQWin32Exception(TQOSExceptionRecord{record.ExceptionCode, record.ExceptionFlags,
+                                                record.ExceptionAddress, record.NumberParameters,
+                                                parameter(0), parameter(1), parameter(2)});
 }
 
 }  // namespace Quellan::Corvel

@@ -1,7 +1,7 @@
-// The platform's basic types and the export mark, without the platform's headers: all that a public header needs.
-// On Windows these are the system's own types, repeated word for word, so that <windows.h> may be included before or
-// after; on Linux the same names stand for types of the same width. A DWORD has 32 bits on both, wchar_t has 16 on
-// Windows (UTF-16) and 32 on Linux (UTF-32).
+// The platform's basic types and the export mark, without the platform's headers: all that a public header
+// needs. On Windows these are the system's own types, repeated word for word, so that <windows.h> may be
+// included before or after; on Linux the same names stand for types of the same width. A DWORD has 32 bits on
+// both, wchar_t has 16 on Windows (UTF-16) and 32 on Linux (UTF-32).
 #pragma once
 
 #include <cstddef>

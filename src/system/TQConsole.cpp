@@ -1,10 +1,10 @@
 #include "system/TQConsole.h"
 
-#include <algorithm>
-
 #include "core/TQException.h"
 #include "platform/Win32.h"
 #include "text/TQString.h"
+
+#include <algorithm>
 
 namespace Quellan::Corvel {
 

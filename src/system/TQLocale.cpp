@@ -16,8 +16,12 @@ TQString LocaleInfo(LCID locale, LCTYPE type) {
 
 TQLocale::TQLocale() noexcept : m_id(GetUserDefaultLCID()) {}
 
-TQString TQLocale::LanguageString() const { return LocaleInfo(m_id, LOCALE_SNAME); }
+TQString TQLocale::LanguageString() const {
+    return LocaleInfo(m_id, LOCALE_SNAME);
+}
 
-TQString TQLocale::LanguageBaseString() const { return LocaleInfo(m_id, LOCALE_SISO639LANGNAME); }
+TQString TQLocale::LanguageBaseString() const {
+    return LocaleInfo(m_id, LOCALE_SISO639LANGNAME);
+}
 
 }  // namespace Quellan::Corvel

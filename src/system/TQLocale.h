@@ -15,8 +15,8 @@ class TQLIB_API TQLocale {
 
     LCID ID() const noexcept { return m_id; }
 
-    // The full name of its language, such as "en-US", and the name of the language alone, such as "en"; both empty for an
-    // identifier that the platform does not know.
+    // The full name of its language, such as "en-US", and the name of the language alone, such as "en"; both
+    // empty for an identifier that the platform does not know.
     TQString LanguageString() const;
     TQString LanguageBaseString() const;
 

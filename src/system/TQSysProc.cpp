@@ -1,10 +1,10 @@
 #include "system/TQSysProc.h"
 
-#include <string_view>
-#include <vector>
-
 #include "core/TQException.h"
 #include "platform/Win32.h"
+
+#include <string_view>
+#include <vector>
 
 namespace Quellan::Corvel {
 
@@ -40,7 +40,8 @@ TQStringArray TQSysProc::CommandLine() {
     if (!memory.IsValid()) TQSysException::ThrowLastError(L"TQSysProc::CommandLine");
     const wchar_t* const* const arguments = static_cast<wchar_t**>(memory.Get());
     TQStringArray result;
-    for (int i = 0; i < count; ++i) result.Add(TQString(arguments[i]));
+    for (int i = 0; i < count; ++i)
+        result.Add(TQString(arguments[i]));
     return result;
 }
 
@@ -55,7 +56,8 @@ HMODULE TQSysProc::FindLoadedModule(const TQString& baseName) {
         // A module may be unloaded while the list is read.
         wchar_t path[MAX_PATH];
         const DWORD length = GetModuleFileNameW(module, path, MAX_PATH);
-        if (length != 0 && baseName.CompareNoCase(WithoutExtension(FileName({path, length}))) == 0) return module;
+        if (length != 0 && baseName.CompareNoCase(WithoutExtension(FileName({path, length}))) == 0)
+            return module;
     }
     return nullptr;
 }
@@ -75,8 +77,9 @@ TQString TQSysProc::ModuleBaseName(HMODULE module) {
 
 TQString TQSysProc::ModuleAt(const void* address) {
     HMODULE module = nullptr;
-    if (!GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                            static_cast<const wchar_t*>(address), &module))
+    if (!GetModuleHandleExW(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            static_cast<const wchar_t*>(address), &module))
         return {};
     const TQString path = ModuleFileName(module);
     return TQString(FileName(path.View()));

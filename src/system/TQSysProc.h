@@ -19,17 +19,18 @@ class TQLIB_API TQSysProc {
     // The command line of this process: the program, then its arguments.
     static TQStringArray CommandLine();
 
-    // Loads the module in the file `name`. A bare name is searched for beside the executable first; on Linux a name that
-    // ends in ".dll" stands for the file with ".so" in its place. Throws `TQSysException` with the platform's code: 126
-    // (ERROR_MOD_NOT_FOUND) where there is no such file, 193 (ERROR_BAD_EXE_FORMAT) where it is no module.
+    // Loads the module in the file `name`. A bare name is searched for beside the executable first; on Linux
+    // a name that ends in ".dll" stands for the file with ".so" in its place. Throws `TQSysException` with
+    // the platform's code: 126 (ERROR_MOD_NOT_FOUND) where there is no such file, 193 (ERROR_BAD_EXE_FORMAT)
+    // where it is no module.
     static TQModule LoadModule(const TQString& name);
 
-    // The loaded module whose file name without folder and extension is `baseName`, whatever the case; null where there is
-    // none. The module is borrowed.
+    // The loaded module whose file name without folder and extension is `baseName`, whatever the case; null
+    // where there is none. The module is borrowed.
     static HMODULE FindLoadedModule(const TQString& baseName);
 
-    // The path of a module's file, and that file's name without folder and extension. A null module is the executable.
-    // Throws `TQSysException` with the platform's code for what is no module.
+    // The path of a module's file, and that file's name without folder and extension. A null module is the
+    // executable. Throws `TQSysException` with the platform's code for what is no module.
     static TQString ModuleFileName(HMODULE module);
     static TQString ModuleBaseName(HMODULE module);
 

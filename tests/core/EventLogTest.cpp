@@ -1,17 +1,18 @@
 #include "core/TQEventLog.h"
-
-#include <gmock/gmock.h>
-
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
+
+#include <gmock/gmock.h>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
 
 namespace {
 
-void Log(const wchar_t* source) { TQEventLog::LogStringEvent(source, 0xCFFF4003, 1, TQEventType::Error, L"application", L"text"); }
+void Log(const wchar_t* source) {
+    TQEventLog::LogStringEvent(source, 0xCFFF4003, 1, TQEventType::Error, L"application", L"text");
+}
 
 TEST(EventLog, HandsEntriesToTheSinkInPlace) {
     {

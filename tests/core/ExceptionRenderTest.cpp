@@ -1,14 +1,12 @@
 #include "core/TQException.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-
 #include "core/TQLib.h"
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
 #include "system/TQSysProc.h"
+
+#include <gmock/gmock.h>
+#include <string>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -23,11 +21,14 @@ constexpr auto Log = TQStrResDestination::Log;
 // What the platform says for a number, asked for as exceptions ask: in one line.
 std::wstring SystemText(DWORD number) {
     wchar_t text[512] = L"";
-    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK, nullptr, number, 0x400, text, 512, nullptr);
+    FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK, nullptr, number, 0x400, text,
+                   512, nullptr);
     return text;
 }
 
-std::wstring CodeString(unsigned code) { return TQException(code).ExcCodeString().Std(); }
+std::wstring CodeString(unsigned code) {
+    return TQException(code).ExcCodeString().Std();
+}
 
 std::wstring Block(const _TQWin32Exception& e, const wchar_t* where) {
     STLString block = L"something else";
@@ -52,12 +53,15 @@ class ExceptionRender : public testing::Test {
 TEST_F(ExceptionRender, CodeStringIsTheSystemsTextAndTheCode) {
     EXPECT_EQ(CodeString(5), SystemText(5) + L"[0x00000005]");
     EXPECT_EQ(CodeString(0x80070005), SystemText(5) + L"[0x80070005]");
-    EXPECT_EQ(CodeString(0xC0000005), SystemText(5) + L"[0xc0000005]") << "facility 0 keeps the low half only";
+    EXPECT_EQ(CodeString(0xC0000005), SystemText(5) + L"[0xc0000005]")
+        << "facility 0 keeps the low half only";
     EXPECT_EQ(CodeString(0), L"");
     EXPECT_EQ(CodeString(0x80070000), L"");
-    EXPECT_EQ(CodeString(0xCFFF0005), SystemText(5) + L"[0xcfff0005]") << "as the last resort the low half is asked for";
+    EXPECT_EQ(CodeString(0xCFFF0005), SystemText(5) + L"[0xcfff0005]")
+        << "as the last resort the low half is asked for";
     EXPECT_EQ(CodeString(0xCFFE0005), SystemText(5) + L"[0xcffe0005]");
-    EXPECT_EQ(CodeString(0x800404D2), SystemText(0x800704D2) + L"[0x800404d2]") << "an interface's code may be a Win32 code";
+    EXPECT_EQ(CodeString(0x800404D2), SystemText(0x800704D2) + L"[0x800404d2]")
+        << "an interface's code may be a Win32 code";
     EXPECT_EQ(CodeString(0x8123FFF0), L"unknown[0x8123fff0]");
 }
 
@@ -68,7 +72,8 @@ TEST_F(ExceptionRender, FullMessageIsBuiltOfItsParts) {
     EXPECT_STREQ(TQException(L"The message").FullMsg(Log), L"The message");
     EXPECT_EQ(TQException(5u).FullMsg(Log), L" (" + CodeString(5) + L")");
     for (const LONG bad : {-1, 4})
-        EXPECT_EQ(ThrownCode([&] { e.FullMsg(static_cast<TQStrResDestination>(bad)); }), DWORD{ERROR_INVALID_PARAMETER});
+        EXPECT_EQ(ThrownCode([&] { e.FullMsg(static_cast<TQStrResDestination>(bad)); }),
+                  DWORD{ERROR_INVALID_PARAMETER});
 }
 
 TEST_F(ExceptionRender, OnlyTheFirstActionEmptiesTheCache) {
@@ -78,7 +83,8 @@ TEST_F(ExceptionRender, OnlyTheFirstActionEmptiesTheCache) {
     EXPECT_STREQ(e.FullMsg(Log), L"Message Action=First");
     e.SetAction(L"Second");
     EXPECT_STREQ(e.FullMsg(Log), L"Message Action=First") << "cached lines keep the first action";
-    EXPECT_STREQ(e.FullMsg(TQStrResDestination::User), L"Message Action=Second") << "lines rendered later show the second";
+    EXPECT_STREQ(e.FullMsg(TQStrResDestination::User), L"Message Action=Second")
+        << "lines rendered later show the second";
     EXPECT_STREQ(e.Action(), L"Second");
 }
 
@@ -99,11 +105,14 @@ TEST_F(ExceptionRender, ShortTextsAreThrownWithoutAllocationByTheLibrary) {
 
 TEST_F(ExceptionRender, LogBlockNamesProcessThreadAndApplication) {
     const TQException e(5u, L"Message");
-    const std::wstring head = TQString::Format(L"Exception[Prc:%lu:Thr:%lu]{tests} ", GetCurrentProcessId(), GetCurrentThreadId()).c_str();
+    const std::wstring head =
+        TQString::Format(L"Exception[Prc:%lu:Thr:%lu]{tests} ", GetCurrentProcessId(), GetCurrentThreadId())
+            .c_str();
     EXPECT_EQ(Block(e, L"Class::Member"), head + e.FullMsg(Log) + L" in Class::Member\r\n");
     EXPECT_EQ(Block(e, nullptr), head + e.FullMsg(Log) + L"\r\n");
     EXPECT_EQ(Block(e, L""), head + e.FullMsg(Log) + L"\r\n");
-    EXPECT_EQ(Block(e, reinterpret_cast<const wchar_t*>(16)), head + e.FullMsg(Log) + L"\r\n") << "unreadable text is left out";
+    EXPECT_EQ(Block(e, reinterpret_cast<const wchar_t*>(16)), head + e.FullMsg(Log) + L"\r\n")
+        << "unreadable text is left out";
 }
 
 TEST_F(ExceptionRender, OSExceptionLineHasTenForms) {
@@ -112,27 +121,36 @@ TEST_F(ExceptionRender, OSExceptionLineHasTenForms) {
         return OSLine({code, 1, address, parameters, access, 0xABCDEF0123, 0xC000009A});
     };
     EXPECT_EQ(line(0xC0000005, 2, 0),
-              L"OS Exception-Read Access Violation @ 0x34567890 reading 000000ABCDEF0123. Flags = 0x00000001; Owner=unknown");
+              L"OS Exception-Read Access Violation @ 0x34567890 reading 000000ABCDEF0123. Flags = "
+              L"0x00000001; Owner=unknown");
     EXPECT_EQ(line(0xC0000005, 2, 1),
-              L"OS Exception-Write Access Violation @ 0x34567890 writing 000000ABCDEF0123. Flags = 0x00000001; Owner=unknown");
+              L"OS Exception-Write Access Violation @ 0x34567890 writing 000000ABCDEF0123. Flags = "
+              L"0x00000001; Owner=unknown");
     EXPECT_EQ(line(0xC0000005, 2, 8),
-              L"OS Exception-DEP Violation @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001; Owner=unknown");
+              L"OS Exception-DEP Violation @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001; "
+              L"Owner=unknown");
     EXPECT_EQ(line(0xC0000005, 2, 7),
-              L"OS Exception-Access Violation @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001; Owner=unknown");
-    EXPECT_EQ(line(0xC0000005, 0, 0), L"OS Exception-Access Violation @ 0x34567890. Flags = 0x00000001; Owner=unknown");
+              L"OS Exception-Access Violation @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001; "
+              L"Owner=unknown");
+    EXPECT_EQ(line(0xC0000005, 0, 0),
+              L"OS Exception-Access Violation @ 0x34567890. Flags = 0x00000001; Owner=unknown");
     EXPECT_EQ(line(0xC0000006, 3, 0),
-              L"OS Exception-Read In-Page Error @ 0x34567890 reading 000000ABCDEF0123. Flags = 0x00000001 - Status=0xc000009a; "
+              L"OS Exception-Read In-Page Error @ 0x34567890 reading 000000ABCDEF0123. Flags = 0x00000001 - "
+              L"Status=0xc000009a; "
               L"Owner=unknown");
     EXPECT_EQ(line(0xC0000006, 3, 1),
-              L"OS Exception-Write In-Page Error @ 0x34567890 writing 000000ABCDEF0123. Flags = 0x00000001 - Status=0xc000009a; "
+              L"OS Exception-Write In-Page Error @ 0x34567890 writing 000000ABCDEF0123. Flags = 0x00000001 - "
+              L"Status=0xc000009a; "
               L"Owner=unknown");
     EXPECT_EQ(line(0xC0000006, 3, 8),
               L"OS Exception-DEP In-Page Error @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001 - "
               L"Status=0xc000009a; Owner=unknown");
     EXPECT_EQ(line(0xC0000006, 3, 7),
-              L"OS Exception-In-Page Error @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001 - Status=0xc000009a; "
+              L"OS Exception-In-Page Error @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001 - "
+              L"Status=0xc000009a; "
               L"Owner=unknown");
-    EXPECT_EQ(line(0xC0000094, 0, 0), L"OS Exception (0xc0000094) @ 0x34567890. Flags = 0x00000001; Owner=unknown");
+    EXPECT_EQ(line(0xC0000094, 0, 0),
+              L"OS Exception (0xc0000094) @ 0x34567890. Flags = 0x00000001; Owner=unknown");
 }
 
 TEST_F(ExceptionRender, OSExceptionLineNamesTheModuleOfTheAddress) {
@@ -147,7 +165,8 @@ TEST_F(ExceptionRender, ATranslatedExceptionHasItsMessageAndSource) {
     EXPECT_EQ(e.ExcMsg(Log), L"A System Exception Occurred.");
     EXPECT_EQ(e.ErrCode(), 0xC0000094u);
     EXPECT_STREQ(e.ExcSourceName(), L"OS");
-    ASSERT_NE(TQCoreException(e).OSException(), nullptr) << "a copy as the library's own kind keeps the record";
+    ASSERT_NE(TQCoreException(e).OSException(), nullptr)
+        << "a copy as the library's own kind keeps the record";
     EXPECT_EQ(TQCoreException(e).OSException()->code, 0xC0000094u);
 }
 

@@ -1,13 +1,11 @@
 #include "core/TQException.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-
 #include "core/TQStdExceptions.h"
 #include "platform/Win32.h"
-#include "system/TQSysProc.h"
 #include "support/FailCall.h"
+#include "system/TQSysProc.h"
+
+#include <gmock/gmock.h>
+#include <string>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -30,7 +28,9 @@ E Caught(Action action) {
     return E(0u);
 }
 
-std::wstring Message(const _TQWin32Exception& e) { return e.ExcMsg(TQStrResDestination::Log).Std(); }
+std::wstring Message(const _TQWin32Exception& e) {
+    return e.ExcMsg(TQStrResDestination::Log).Std();
+}
 
 TEST(ExceptionCode, GivesTheLevel) {
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(0), Level::Error);
@@ -43,7 +43,9 @@ TEST(ExceptionCode, GivesTheLevel) {
 }
 
 TEST(ExceptionCode, GivesTheSourceByFacility) {
-    const auto sourceOf = [](unsigned facility) { return static_cast<unsigned>(_TQExceptionRoot::CodeSource(facility << 16)); };
+    const auto sourceOf = [](unsigned facility) {
+        return static_cast<unsigned>(_TQExceptionRoot::CodeSource(facility << 16));
+    };
     for (unsigned facility = 0; facility <= 0x1FFF; ++facility) {
         unsigned expected = 0;
         if (facility == 4) expected = 1;
@@ -57,25 +59,46 @@ TEST(ExceptionCode, GivesTheSourceByFacility) {
 }
 
 TEST(ExceptionCode, NamesLevelsSourcesAndFacilities) {
-    const wchar_t* const levels[] = {L"Success", L"Information", L"Warning", L"Error", L"Unknown", L"Unknown"};
-    for (unsigned i = 0; i < 6; ++i) EXPECT_STREQ(_TQExceptionRoot::LevelName(static_cast<Level>(i)), levels[i]);
+    const wchar_t* const levels[] = {L"Success", L"Information", L"Warning",
+                                     L"Error",   L"Unknown",     L"Unknown"};
+    for (unsigned i = 0; i < 6; ++i)
+        EXPECT_STREQ(_TQExceptionRoot::LevelName(static_cast<Level>(i)), levels[i]);
     const wchar_t* const sources[] = {L"Unknown", L"App", L"OS", L"SubSystem", L"Facility", L"Unknown"};
-    for (unsigned i = 0; i < 6; ++i) EXPECT_STREQ(_TQExceptionRoot::SourceName(static_cast<Source>(i)), sources[i]);
+    for (unsigned i = 0; i < 6; ++i)
+        EXPECT_STREQ(_TQExceptionRoot::SourceName(static_cast<Source>(i)), sources[i]);
 
-    const std::pair<unsigned short, const wchar_t*> facilities[] = {
-        {8, L"Windows"},        {3, L"Storage"},          {7, L"Win32"},         {10, L"Control"},
-        {12, L"Internet"},      {4, L"Interface"},        {2, L"Dispatch"},      {11, L"Certificate"},
-        {9, L"Security"},       {32, L"Background Copy"}, {17, L"COM+"},         {33, L"Configuration"},
-        {37, L"Directory Service"}, {21, L"DPLAY"},       {36, L"Windows Update"}, {34, L"State Management"},
-        {16, L"SCARD"},         {15, L"Setup API"},       {35, L"MetaDirectory"}, {14, L"MSMQ"},
-        {13, L"Media Server"},  {25, L"HTTP"},            {0, L"Unknown"},       {99, L"Unknown"}};
-    for (const auto& [facility, name] : facilities) EXPECT_STREQ(_TQExceptionRoot::FacilityName(facility), name) << facility;
+    const std::pair<unsigned short, const wchar_t*> facilities[] = {{8, L"Windows"},
+                                                                    {3, L"Storage"},
+                                                                    {7, L"Win32"},
+                                                                    {10, L"Control"},
+                                                                    {12, L"Internet"},
+                                                                    {4, L"Interface"},
+                                                                    {2, L"Dispatch"},
+                                                                    {11, L"Certificate"},
+                                                                    {9, L"Security"},
+                                                                    {32, L"Background Copy"},
+                                                                    {17, L"COM+"},
+                                                                    {33, L"Configuration"},
+                                                                    {37, L"Directory Service"},
+                                                                    {21, L"DPLAY"},
+                                                                    {36, L"Windows Update"},
+                                                                    {34, L"State Management"},
+                                                                    {16, L"SCARD"},
+                                                                    {15, L"Setup API"},
+                                                                    {35, L"MetaDirectory"},
+                                                                    {14, L"MSMQ"},
+                                                                    {13, L"Media Server"},
+                                                                    {25, L"HTTP"},
+                                                                    {0, L"Unknown"},
+                                                                    {99, L"Unknown"}};
+    for (const auto& [facility, name] : facilities)
+        EXPECT_STREQ(_TQExceptionRoot::FacilityName(facility), name) << facility;
 }
 
 TEST(ExceptionConstruction, TakesEachLiteralForm) {
-    const TQException codeOnly(5u), textOnly(L"text"), both(0x80040007u, L"text"), levelled(5u, L"text", Level::Warning),
-        sourced(5u, L"text", Source::App), full(5u, L"text", Level::Success, Source::OS),
-        complete(5u, L"text", Level::Success, Source::OS, 12);
+    const TQException codeOnly(5u), textOnly(L"text"), both(0x80040007u, L"text"),
+        levelled(5u, L"text", Level::Warning), sourced(5u, L"text", Source::App),
+        full(5u, L"text", Level::Success, Source::OS), complete(5u, L"text", Level::Success, Source::OS, 12);
     EXPECT_EQ(codeOnly.COMErrCode(), 5);
     EXPECT_EQ(Message(codeOnly), L"");
     EXPECT_EQ(textOnly.ErrCode(), 0u);
@@ -102,7 +125,8 @@ TEST(ExceptionConstruction, TakesEachResourceForm) {
     const TQException reference(10u, store), coded(5u, 10u, store), levelled(5u, 10u, store, Level::Warning),
         sourced(5u, 10u, store, Source::App), full(5u, 10u, store, Level::Success, Source::OS),
         complete(5u, 10u, store, Level::Success, Source::OS, 12);
-    for (const TQException* e : {&reference, &coded, &levelled, &sourced, &full, &complete}) EXPECT_TRUE(e->HasResMsg());
+    for (const TQException* e : {&reference, &coded, &levelled, &sourced, &full, &complete})
+        EXPECT_TRUE(e->HasResMsg());
     EXPECT_EQ(reference.ErrCode(), 0u);
     EXPECT_EQ(coded.ErrCode(), 5u);
     EXPECT_EQ(levelled.ExcLevel(), Level::Warning);
@@ -268,8 +292,10 @@ TEST(ThrowHelper, ThrowLastErrorThrowsItsOwnKind) {
 }
 
 TEST(ThrowHelper, UnknownTellsWhatIsKnown) {
-    EXPECT_EQ(Message(TQCoreException::Unknown(L"Here", L"text")), L"Unknown exception occurred in Here with message 'text'.");
-    EXPECT_EQ(Message(TQCoreException::Unknown(L"Here")), L"Unknown exception occurred in Here with no detail message.");
+    EXPECT_EQ(Message(TQCoreException::Unknown(L"Here", L"text")),
+              L"Unknown exception occurred in Here with message 'text'.");
+    EXPECT_EQ(Message(TQCoreException::Unknown(L"Here")),
+              L"Unknown exception occurred in Here with no detail message.");
     EXPECT_EQ(Message(TQCoreException::Unknown()), L"Unknown exception.");
     const auto e = Caught<TQCoreException>([] { TQStdExceptions::ThrowUnknown(L"Here"); });
     EXPECT_EQ(e.ErrCode(), 0x8000FFFFu);
@@ -279,7 +305,8 @@ TEST(ThrowHelper, UnknownTellsWhatIsKnown) {
 TEST(OutOfMemory, ThrowsTheReservedInstanceWhereTheReportItselfNeedsMemory) {
     const std::wstring longText(1000, L'w');
     for (const auto helper : {TQStdExceptions::ThrowMemAllocError, TQStdExceptions::ThrowIndexError}) {
-        // Which of the allocations is the text's depends on whether the runtime's for the thrown object is counted.
+        // Which of the allocations is the text's depends on whether the runtime's for the thrown object is
+        // counted.
         int reserved = 0;
         for (unsigned n = 1; n <= 3; ++n) {
             try {
@@ -323,7 +350,9 @@ TEST(OutOfMemory, LeavesTheTargetOfAnAssignmentUnchanged) {
 }
 
 // Thrown by application code in a callback, through frames of the library, and caught by the application.
-void ThrowFromCallback(void*) { throw TQAppException(5u, L"from the application"); }
+void ThrowFromCallback(void*) {
+    throw TQAppException(5u, L"from the application");
+}
 
 TEST(LibraryBoundary, ExceptionsCrossItBothWays) {
     try {
@@ -337,7 +366,8 @@ TEST(LibraryBoundary, ExceptionsCrossItBothWays) {
         void Write(const TQEventLogEntry&) override { ThrowFromCallback(nullptr); }
     } sink;
     TQEventLogSink* const previous = TQEventLog::SetSink(&sink);
-    EXPECT_EQ(Message(Caught<TQAppException>([] { TQEventLog::LogStringEvent(L"s", 1, 1, TQEventType::Error, L"", L""); })),
+    EXPECT_EQ(Message(Caught<TQAppException>(
+                  [] { TQEventLog::LogStringEvent(L"s", 1, 1, TQEventType::Error, L"", L""); })),
               L"from the application");
     TQEventLog::SetSink(previous);
 }

@@ -1,14 +1,12 @@
-#include "core/TQLib.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-
 #include "core/TQException.h"
+#include "core/TQLib.h"
 #include "core/TQStdExceptions.h"
 #include "support/RecordingSink.h"
 #include "support/ThrownCode.h"
 #include "system/TQSysProc.h"
+
+#include <gmock/gmock.h>
+#include <string>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -17,9 +15,13 @@ namespace {
 
 std::string g_trace;
 
-void Append(void* context) { g_trace += static_cast<const char*>(context); }
+void Append(void* context) {
+    g_trace += static_cast<const char*>(context);
+}
 
-void* Name(const char* name) { return const_cast<char*>(name); }
+void* Name(const char* name) {
+    return const_cast<char*>(name);
+}
 
 TEST(Library, KnowsTheApplication) {
     EXPECT_EQ(TQLib::AppName(), L"core_test") << "the executable's name until it is set";
@@ -42,7 +44,8 @@ TEST(Library, RunsExitHandlersInReverseOrderOnce) {
     TQLib::AddExitHandler([](void*) { throw TQException(5u, L"in a handler"); }, nullptr);
     TQLib::AddExitHandler(Append, Name("b"));
     TQLib::RunExitHandlers();
-    EXPECT_EQ(g_trace, "blatea") << "one that a handler registers runs next; one that throws does not end the rest";
+    EXPECT_EQ(g_trace, "blatea")
+        << "one that a handler registers runs next; one that throws does not end the rest";
     ASSERT_EQ(sink.Entries().size(), 1u);
     EXPECT_THAT(sink.Entries()[0].strings[1], testing::HasSubstr(L"in a handler"));
     TQLib::RunExitHandlers();
@@ -53,7 +56,8 @@ TEST(Library, RunsExitHandlersInReverseOrderOnce) {
 TEST(LibraryDeathTest, RunsExitHandlersAtTheEndOfTheProcess) {
     EXPECT_EXIT(
         {
-            TQLib::AddExitHandler([](void*) { std::fputs("the handler ran", stderr), std::fflush(stderr); }, nullptr);
+            TQLib::AddExitHandler([](void*) { std::fputs("the handler ran", stderr), std::fflush(stderr); },
+                                  nullptr);
             std::exit(0);
         },
         testing::ExitedWithCode(0), "the handler ran");

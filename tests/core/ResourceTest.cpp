@@ -1,15 +1,13 @@
-#include "core/TQStrRes.h"
-
-#include <gmock/gmock.h>
-
-#include <string>
-
 #include "TQTest.h"
 #include "core/TQException.h"
 #include "core/TQLib.h"
+#include "core/TQStrRes.h"
 #include "platform/Win32.h"
 #include "support/ThrownCode.h"
 #include "system/TQSysProc.h"
+
+#include <gmock/gmock.h>
+#include <string>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -21,14 +19,18 @@ constexpr unsigned int TestStore = 77;
 constexpr TQStrResDestination Destinations[] = {TQStrResDestination::User, TQStrResDestination::System,
                                                 TQStrResDestination::EventLog, TQStrResDestination::Log};
 
-std::wstring MessageOf(const _TQWin32Exception& e) { return e.ExcMsg(TQStrResDestination::User).Std(); }
+std::wstring MessageOf(const _TQWin32Exception& e) {
+    return e.ExcMsg(TQStrResDestination::User).Std();
+}
 
-// The store of the modules TQTest_en, TQTest_de and TQTest_de-AT; each destination's locales are put back afterwards.
+// The store of the modules TQTest_en, TQTest_de and TQTest_de-AT; each destination's locales are put back
+// afterwards.
 class Resource : public testing::Test {
   protected:
     static void SetUpTestSuite() { TQLib::RegisterResourceStore(TestStore, L"TQTest"); }
     ~Resource() override {
-        for (const auto destination : Destinations) TQLib::SetDestinationLocaleIDs(destination, {});
+        for (const auto destination : Destinations)
+            TQLib::SetDestinationLocaleIDs(destination, {});
     }
 
     std::wstring Text(std::vector<LCID> locales, unsigned int id) {
@@ -42,13 +44,15 @@ class Resource : public testing::Test {
 TEST_F(Resource, IsLookedUpInTheLocalesInTheirOrder) {
     EXPECT_EQ(Text({English, German}, TQTEST_GREETING), L"Good day.");
     EXPECT_EQ(Text({German, English}, TQTEST_GREETING), L"Guten Tag, schöne Grüße.");
-    EXPECT_EQ(Text({French, German}, TQTEST_GREETING), L"Guten Tag, schöne Grüße.") << "no French module: the next locale";
+    EXPECT_EQ(Text({French, German}, TQTEST_GREETING), L"Guten Tag, schöne Grüße.")
+        << "no French module: the next locale";
     EXPECT_EQ(Text({German, English}, TQTEST_ENGLISH_ONLY), L"Only here.") << "the German module lacks it";
 }
 
 TEST_F(Resource, IsTakenFromTheFullNamesModuleBeforeTheBaseNames) {
     EXPECT_EQ(Text({Austrian}, TQTEST_GREETING), L"Servus.");
-    EXPECT_EQ(Text({Austrian}, TQTEST_FILE_FAILED), L"Die Datei %1 ist kaputt.") << "falls back to the base language, insert unexpanded";
+    EXPECT_EQ(Text({Austrian}, TQTEST_FILE_FAILED), L"Die Datei %1 ist kaputt.")
+        << "falls back to the base language, insert unexpanded";
 }
 
 TEST_F(Resource, HasItsOwnLanguagesForEachDestination) {
@@ -67,10 +71,12 @@ TEST_F(Resource, ExpandsItsInsertsFromTheArguments) {
     const auto destination = TQStrResDestination::Log;
     EXPECT_EQ(message.Text(destination, L"name", 42, 0xBEEFu), L"name: 42 of 0000beef, 100%.");
     EXPECT_EQ(message.Text(destination, TQString(L"name"), 42, 0xBEEFu), L"name: 42 of 0000beef, 100%.");
-    EXPECT_EQ(message.Text(destination, static_cast<const wchar_t*>(nullptr), 1, 2), L"(null): 1 of 00000002, 100%.");
+    EXPECT_EQ(message.Text(destination, static_cast<const wchar_t*>(nullptr), 1, 2),
+              L"(null): 1 of 00000002, 100%.");
     const TQException e(0u, static_cast<unsigned int>(TQTEST_INSERTS), m_store);
     EXPECT_STREQ(e.FullMsg(destination, L"name", 42, 0xBEEFu), L"name: 42 of 0000beef, 100%.");
-    EXPECT_STREQ(e.FullMsg(destination, L"other", 1, 2u), L"name: 42 of 0000beef, 100%.") << "the line is rendered once";
+    EXPECT_STREQ(e.FullMsg(destination, L"other", 1, 2u), L"name: 42 of 0000beef, 100%.")
+        << "the line is rendered once";
 }
 
 TEST_F(Resource, NeverReadsPastItsArguments) {
@@ -78,21 +84,25 @@ TEST_F(Resource, NeverReadsPastItsArguments) {
     const auto destination = TQStrResDestination::Log;
     EXPECT_EQ(message.Text(destination), L"<?>: <?> of <?>, 100%.");
     EXPECT_EQ(message.Text(destination, L"name"), L"name: <?> of <?>, 100%.");
-    EXPECT_EQ(message.Text(destination, 1, L"text", 3), L"<?>: <?> of 00000003, 100%.") << "arguments of the wrong kind";
+    EXPECT_EQ(message.Text(destination, 1, L"text", 3), L"<?>: <?> of 00000003, 100%.")
+        << "arguments of the wrong kind";
     EXPECT_EQ(m_store.WithID(TQTEST_ODD_INSERTS).Text(destination, 5, L"wide", 3), L"[ wide] <?> <?> <?> %")
         << "a width takes an argument; narrow text and unknown numbers are never read";
 }
 
 TEST_F(Resource, IsAlsoAStringOfAModulesStringTable) {
     TQLib::SetDestinationLocaleIDs(TQStrResDestination::User, {English, German});
-    const auto string = [](unsigned int id) { return TQStrRes(TestStore, id).Text(TQStrResDestination::User).Std(); };
+    const auto string = [](unsigned int id) {
+        return TQStrRes(TestStore, id).Text(TQStrResDestination::User).Std();
+    };
     EXPECT_EQ(string(7), L"Schöne \"Straße\"\\\tDrei");
     EXPECT_EQ(string(8), L"second");
     EXPECT_EQ(string(0x1001), L"far");
     EXPECT_EQ(string(65535), L"last");
     EXPECT_EQ(ThrownCode([&] { string(9); }), 1814u);
     EXPECT_EQ(ThrownCode([&] { string(1); }), 1814u) << "a message is no string";
-    EXPECT_EQ(ThrownCode([&] { m_store.WithID(8).Text(TQStrResDestination::User); }), 317u) << "nor the other way round";
+    EXPECT_EQ(ThrownCode([&] { m_store.WithID(8).Text(TQStrResDestination::User); }), 317u)
+        << "nor the other way round";
 }
 
 TEST_F(Resource, TellsWhatItDidNotFind) {
@@ -106,22 +116,29 @@ TEST_F(Resource, TellsWhatItDidNotFind) {
     };
     using Failure = std::pair<unsigned, std::wstring>;
     EXPECT_EQ(failure([&] { m_store.WithID(4711).Text(TQStrResDestination::Log); }),
-              Failure(317, L"The message resource (ID=4711) could not be found in the specified store destination (3 - Log)."));
+              Failure(317,
+                      L"The message resource (ID=4711) could not be found in the specified store destination "
+                      L"(3 - Log)."));
     EXPECT_EQ(failure([&] { TQStrRes(TestStore, 4711).Text(TQStrResDestination::User); }),
-              Failure(1814, L"The string resource (ID=4711) could not be found in the specified store destination (0 - User)."));
+              Failure(1814,
+                      L"The string resource (ID=4711) could not be found in the specified store destination "
+                      L"(0 - User)."));
     EXPECT_EQ(failure([&] { TQMsgRes(4711, 1).Text(TQStrResDestination::Log); }),
               Failure(1168, L"The given resource store ID was not found."));
-    EXPECT_EQ(failure([] { TQLib::ResourceBaseName(4711); }), Failure(1168, L"The given resource store ID was not found."));
-    EXPECT_EQ(failure([] { TQLib::RegisterResourceStore(TestStore, L"Other"); }),
-              Failure(183, L"The passed resource store ID is already registered and can not be registered again."));
+    EXPECT_EQ(failure([] { TQLib::ResourceBaseName(4711); }),
+              Failure(1168, L"The given resource store ID was not found."));
+    EXPECT_EQ(
+        failure([] { TQLib::RegisterResourceStore(TestStore, L"Other"); }),
+        Failure(183, L"The passed resource store ID is already registered and can not be registered again."));
     EXPECT_EQ(TQLib::ResourceBaseName(TestStore), L"TQTest");
 }
 
 TEST_F(Resource, ThatIsMissingDoesNotHideTheFailureItBelongsTo) {
     const TQException e(0x20000001u, 4711u, m_store);
-    EXPECT_EQ(std::wstring(e.FullMsg(TQStrResDestination::Log)),
-              L"The message resource (ID=4711) could not be found in the specified store destination (3 - Log). (" +
-                  e.ExcCodeString().Std() + L")");
+    EXPECT_EQ(
+        std::wstring(e.FullMsg(TQStrResDestination::Log)),
+        L"The message resource (ID=4711) could not be found in the specified store destination (3 - Log). (" +
+            e.ExcCodeString().Std() + L")");
     EXPECT_EQ(ThrownCode([&] { e.ExcMsg(TQStrResDestination::Log); }), 317u);
 }
 
@@ -132,7 +149,8 @@ TEST_F(Resource, ModulesAreFoundByLanguageName) {
     ASSERT_NE(english, nullptr);
     EXPECT_EQ(TQSysProc::FindLoadedModule(L"tqtest_EN"), english) << "whatever the case";
     TQLib::RegisterResourceStore(TestStore + 1, L"tqTEST");
-    EXPECT_EQ(TQLib::GetResourceLanguageModule(TestStore + 1, L"EN"), english) << "one that is loaded already serves";
+    EXPECT_EQ(TQLib::GetResourceLanguageModule(TestStore + 1, L"EN"), english)
+        << "one that is loaded already serves";
     EXPECT_EQ(ThrownCode([] { TQLib::GetResourceLanguageModule(4711, L"en"); }), 1168u);
 }
 
@@ -146,7 +164,9 @@ TEST_F(Resource, DestinationsHaveLocalesOfTheirOwn) {
 
 TEST_F(Resource, TheLibrarysOwnEventsHaveTheirTexts) {
     for (const DWORD event : {0xCFFF4001u, 0xCFFF4002u, 0xCFFF4003u, 0xCFFF400Du}) {
-        const std::wstring text = TQMsgRes(TQLib::ResourceStoreID, event).Text(TQStrResDestination::Log, L"application", L"details").Std();
+        const std::wstring text = TQMsgRes(TQLib::ResourceStoreID, event)
+                                      .Text(TQStrResDestination::Log, L"application", L"details")
+                                      .Std();
         EXPECT_THAT(text, testing::HasSubstr(L"application")) << std::hex << event;
         EXPECT_THAT(text, testing::HasSubstr(L"details")) << std::hex << event;
     }

@@ -1,10 +1,9 @@
-#include <gtest/gtest.h>
-
-#include <string>
-#include <thread>
-
 #include "core/TQException.h"
 #include "platform/Win32.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
 
 using namespace Quellan::Corvel;
 using Trap = _TQWin32Exception::Trap_SEH;
@@ -14,7 +13,9 @@ namespace {
 // Hidden from the compiler, which would see through the fault.
 volatile std::uintptr_t g_badAddress = 16;
 
-[[gnu::noinline]] int ReadBadAddress() { return *reinterpret_cast<const volatile int*>(g_badAddress); }
+[[gnu::noinline]] int ReadBadAddress() {
+    return *reinterpret_cast<const volatile int*>(g_badAddress);
+}
 
 struct Counter {
     explicit Counter(int& count) : m_count(count) {}
@@ -40,7 +41,8 @@ TEST(Trap, ThrowsAFaultWithItsRecord) {
         EXPECT_EQ(e.OSException()->target, 16u);
         STLString block;
         e.AssembleLogOutput(L"here", block);
-        EXPECT_NE(block.Std().find(L"OS Exception-Read Access Violation @ "), std::wstring::npos) << block.ToUtf8().c_str();
+        EXPECT_NE(block.Std().find(L"OS Exception-Read Access Violation @ "), std::wstring::npos)
+            << block.ToUtf8().c_str();
         EXPECT_NE(block.Std().find(L" reading 0000000000000010. "), std::wstring::npos);
         EXPECT_NE(block.Std().find(L"Owner=core_traps_test"), std::wstring::npos);
         EXPECT_NE(block.Std().find(L"A System Exception Occurred."), std::wstring::npos);

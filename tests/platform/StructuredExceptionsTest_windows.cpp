@@ -3,8 +3,9 @@
 #include <debugapi.h>
 #include <stdexcept>
 
-// A read of the address in rcx whose second and third byte, taken alone, are the end of a function: pop, return. An
-// unwinder that believed them would return to a function with a frame so large that it misses the catch.
+// A read of the address in rcx whose second and third byte, taken alone, are the end of a function: pop,
+// return. An unwinder that believed them would return to a function with a frame so large that it misses the
+// catch.
 asm(R"(
     .text
     .seh_proc LargeFrame

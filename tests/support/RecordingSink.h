@@ -1,12 +1,12 @@
 // An event log that a test can read.
 #pragma once
 
+#include "core/TQEventLog.h"
+#include "core/TQException.h"
+
 #include <mutex>
 #include <string>
 #include <vector>
-
-#include "core/TQEventLog.h"
-#include "core/TQException.h"
 
 namespace Quellan::Corvel::Test {
 
@@ -30,7 +30,11 @@ class RecordingSink : public TQEventLogSink {
     void Write(const TQEventLogEntry& entry) override {
         if (m_isRefusing) throw TQSysException(1502u, L"RecordingSink");
         const std::lock_guard guard(m_lock);
-        m_entries.push_back({entry.source, entry.eventId, entry.category, entry.type, {entry.strings.begin(), entry.strings.end()}});
+        m_entries.push_back({entry.source,
+                             entry.eventId,
+                             entry.category,
+                             entry.type,
+                             {entry.strings.begin(), entry.strings.end()}});
     }
 
     std::vector<Entry> Entries() const {

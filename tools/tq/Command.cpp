@@ -29,7 +29,8 @@ void Table::Print(TQConsole& out) const {
     std::vector<std::size_t> widths;
     for (const Row& row : m_rows) {
         widths.resize(std::max(widths.size(), row.size()));
-        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], row[i].Length());
+        for (std::size_t i = 0; i < row.size(); ++i)
+            widths[i] = std::max(widths[i], row[i].Length());
     }
     const bool isColoured = out.IsTerminal();
     TQString text;
@@ -49,9 +50,12 @@ void Table::Print(TQConsole& out) const {
 TQString JsonString(std::wstring_view text) {
     TQString json = L"\"";
     for (const wchar_t c : text) {
-        if (c == L'"' || c == L'\\') json.AppendFormat(L"\\%c", c);
-        else if (c < L' ') json.AppendFormat(L"\\u%04x", static_cast<unsigned>(c));
-        else json += c;
+        if (c == L'"' || c == L'\\')
+            json.AppendFormat(L"\\%c", c);
+        else if (c < L' ')
+            json.AppendFormat(L"\\u%04x", static_cast<unsigned>(c));
+        else
+            json += c;
     }
     return json.Append(L"\"");
 }

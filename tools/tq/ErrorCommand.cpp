@@ -1,12 +1,12 @@
 // tq error: what an error code means.
+#include "Command.h"
+#include "platform/SystemCodes.h"
+#include "platform/Win32.h"
+
 #include <cerrno>
 #include <cwchar>
 #include <limits>
 #include <optional>
-
-#include "Command.h"
-#include "platform/SystemCodes.h"
-#include "platform/Win32.h"
 
 using namespace Quellan::Corvel;
 
@@ -17,7 +17,8 @@ namespace {
 constexpr const wchar_t* Help =
     L"usage: tq error [--json] [--module FILE] CODE...\n"
     L"\n"
-    L"A code is a Win32 error number, an HRESULT or an NTSTATUS: decimal (5, -2147024891), hexadecimal (0x80070005) or\n"
+    L"A code is a Win32 error number, an HRESULT or an NTSTATUS: decimal (5, -2147024891), hexadecimal "
+    L"(0x80070005) or\n"
     L"a name (ERROR_ACCESS_DENIED).\n"
     L"\n"
     L"  --module FILE   take the texts from that module's message table\n"
@@ -40,12 +41,14 @@ bool IsNumber(const TQString& text) {
 unsigned int ParseNumber(const TQString& text) {
     const bool isNegative = text[0] == L'-';
     const std::size_t begin = isNegative ? 1 : 0;
-    const bool isHex = text.Length() > begin + 2 && text[begin] == L'0' && (text[begin + 1] == L'x' || text[begin + 1] == L'X');
+    const bool isHex = text.Length() > begin + 2 && text[begin] == L'0' &&
+                       (text[begin + 1] == L'x' || text[begin + 1] == L'X');
     wchar_t* end = nullptr;
     errno = 0;
     const unsigned long long number = std::wcstoull(text.c_str() + begin, &end, isHex ? 16 : 10);
     constexpr unsigned long long lowest = 0x80000000ULL;
-    if (*end != L'\0' || errno != 0 || number > (isNegative ? lowest : std::numeric_limits<unsigned int>::max()))
+    if (*end != L'\0' || errno != 0 ||
+        number > (isNegative ? lowest : std::numeric_limits<unsigned int>::max()))
         throw UsageError(TQString::Format(L"'%s' is no 32-bit error code", text.c_str()));
     return static_cast<unsigned int>(isNegative ? 0 - number : number);
 }
@@ -53,16 +56,18 @@ unsigned int ParseNumber(const TQString& text) {
 unsigned int ParseCode(const TQString& text) {
     if (IsNumber(text)) return ParseNumber(text);
     const Platform::SystemCode* const known = Platform::FindSystemCode(text.View());
-    if (!known) throw UsageError(TQString::Format(L"'%s' is neither a number nor the name of an error code", text.c_str()));
+    if (!known)
+        throw UsageError(
+            TQString::Format(L"'%s' is neither a number nor the name of an error code", text.c_str()));
     return known->code;
 }
 
 std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
     wchar_t* buffer = nullptr;
     const DWORD source = module ? FORMAT_MESSAGE_FROM_HMODULE : FORMAT_MESSAGE_FROM_SYSTEM;
-    const DWORD length =
-        FormatMessageW(source | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
-                       module, code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
+    const DWORD length = FormatMessageW(source | FORMAT_MESSAGE_ALLOCATE_BUFFER |
+                                            FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
+                                        module, code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0) return std::nullopt;
     const TQHandle<_TQLocalMemClose> owner(buffer);
     TQString text(buffer, length);
@@ -74,7 +79,8 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
 
 Description Describe(HMODULE module, unsigned int code) {
     Description description{code, {}, ReadText(module, code)};
-    for (const Platform::SystemCode& known : Platform::SystemCodesOf(code)) description.names.push_back(known.name);
+    for (const Platform::SystemCode& known : Platform::SystemCodesOf(code))
+        description.names.push_back(known.name);
     return description;
 }
 
@@ -96,7 +102,8 @@ void PrintTable(const std::vector<Description>& all, TQConsole& out) {
                    each.names.empty() ? TQString(L"-") : Joined(each.names),
                    _TQExceptionRoot::LevelName(_TQExceptionRoot::CodeLevel(each.code)),
                    _TQExceptionRoot::SourceName(_TQExceptionRoot::CodeSource(each.code)),
-                   TQString::Format(L"%hu %s", facility, _TQExceptionRoot::FacilityName(facility)), each.text.value_or(L"unknown")});
+                   TQString::Format(L"%hu %s", facility, _TQExceptionRoot::FacilityName(facility)),
+                   each.text.value_or(L"unknown")});
     }
     table.Print(out);
 }
@@ -109,11 +116,12 @@ void PrintJson(const std::vector<Description>& all, TQConsole& out) {
         json.AppendFormat(L"  {\"code\": \"0x%08X\", \"number\": %d, \"names\": [", each.code, each.code);
         for (std::size_t i = 0; i < each.names.size(); ++i)
             json.AppendFormat(L"%s%s", i == 0 ? L"" : L", ", JsonString(each.names[i]).c_str());
-        json.AppendFormat(L"], \"level\": %s, \"source\": %s, \"facility\": {\"number\": %hu, \"name\": %s}, \"text\": %s}",
-                          JsonString(_TQExceptionRoot::LevelName(_TQExceptionRoot::CodeLevel(each.code))).c_str(),
-                          JsonString(_TQExceptionRoot::SourceName(_TQExceptionRoot::CodeSource(each.code))).c_str(), facility,
-                          JsonString(_TQExceptionRoot::FacilityName(facility)).c_str(),
-                          each.text ? JsonString(each.text->View()).c_str() : L"null");
+        json.AppendFormat(
+            L"], \"level\": %s, \"source\": %s, \"facility\": {\"number\": %hu, \"name\": %s}, \"text\": %s}",
+            JsonString(_TQExceptionRoot::LevelName(_TQExceptionRoot::CodeLevel(each.code))).c_str(),
+            JsonString(_TQExceptionRoot::SourceName(_TQExceptionRoot::CodeSource(each.code))).c_str(),
+            facility, JsonString(_TQExceptionRoot::FacilityName(facility)).c_str(),
+            each.text ? JsonString(each.text->View()).c_str() : L"null");
     }
     out.Write(json.Append(L"\n]\n"));
 }
@@ -134,11 +142,12 @@ int RunError(Arguments arguments, TQConsole& out) {
             isJson = true;
         } else if (argument == L"--module") {
             const TQString file = arguments.ValueOf(argument);
-            module = TQHandle<_TQModuleClose>(
-                LoadLibraryExW(file.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
+            module = TQHandle<_TQModuleClose>(LoadLibraryExW(
+                file.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
             if (!module.IsValid()) {
                 const TQSysException failure(GetLastError(), L"LoadLibraryExW");
-                throw UsageError(TQString::Format(L"%s can't be read as a module: %s", file.c_str(), failure.ExcCodeString().c_str()));
+                throw UsageError(TQString::Format(L"%s can't be read as a module: %s", file.c_str(),
+                                                  failure.ExcCodeString().c_str()));
             }
         } else if (argument.StartsWith(L"--")) {
             throw UsageError(TQString::Format(L"'%s' is no option of tq error", argument.c_str()));
@@ -154,8 +163,10 @@ int RunError(Arguments arguments, TQConsole& out) {
         all.push_back(Describe(module.Get(), code));
         isComplete = isComplete && (!all.back().names.empty() || all.back().text);
     }
-    if (isJson) PrintJson(all, out);
-    else PrintTable(all, out);
+    if (isJson)
+        PrintJson(all, out);
+    else
+        PrintTable(all, out);
     return isComplete ? ExitOk : ExitNotFound;
 }
 

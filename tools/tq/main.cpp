@@ -12,7 +12,8 @@ constexpr const wchar_t* Help =
     L"  tq --version       the version of TQLib\n"
     L"  tq --help          this text; tq WORD --help tells more of a word\n"
     L"\n"
-    L"Ends with 0 when all went well, 1 when something asked for was not found, 2 for a wrong command line and 3 when\n"
+    L"Ends with 0 when all went well, 1 when something asked for was not found, 2 for a wrong command line "
+    L"and 3 when\n"
     L"the work failed.\n";
 
 int Run(const TQStringArray& all, TQConsole& out) {

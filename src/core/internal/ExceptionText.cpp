@@ -1,10 +1,10 @@
 #include "core/internal/ExceptionText.h"
 
+#include "core/TQException.h"
+
 #include <cwchar>
 #include <new>
 #include <utility>
-
-#include "core/TQException.h"
 
 namespace Quellan::Corvel {
 
@@ -12,9 +12,13 @@ ExceptionText::ExceptionText(const wchar_t* text) : ExceptionText() {
     if (text) Init(text, std::wcslen(text));
 }
 
-ExceptionText::ExceptionText(const ExceptionText& other) : ExceptionText() { Init(other.c_str(), other.m_length); }
+ExceptionText::ExceptionText(const ExceptionText& other) : ExceptionText() {
+    Init(other.c_str(), other.m_length);
+}
 
-ExceptionText::~ExceptionText() { delete[] m_allocated; }
+ExceptionText::~ExceptionText() {
+    delete[] m_allocated;
+}
 
 ExceptionText& ExceptionText::operator=(ExceptionText&& other) noexcept {
     std::swap(m_allocated, other.m_allocated);

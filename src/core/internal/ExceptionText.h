@@ -1,16 +1,16 @@
 // The text inside an exception.
 #pragma once
 
+#include "platform/Types.h"
+
 #include <cstddef>
 #include <string_view>
 
-#include "platform/Types.h"
-
 namespace Quellan::Corvel {
 
-// A short text is kept in place, so that making, throwing and copying an exception allocates nothing; a longer
-// one is allocated. An allocation that fails throws
-// the exception kept in reserve (`TQException::ThrowReserved`) and changes nothing.
+// A short text is kept in place, so that making, throwing and copying an exception allocates nothing; a
+// longer one is allocated. An allocation that fails throws the exception kept in reserve
+// (`TQException::ThrowReserved`) and changes nothing.
 class TQLIB_API ExceptionText {
   public:
     ExceptionText() noexcept { m_inPlace[0] = L'\0'; }

@@ -1,5 +1,11 @@
 #include "platform/linux/CommandLine.h"
 
+#include "platform/linux/Errors.h"
+#include "platform/linux/Memory.h"
+#include "platform/linux/Modules.h"
+#include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/Wide.h"
+
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -7,18 +13,12 @@
 #include <string>
 #include <vector>
 
-#include "platform/linux/Errors.h"
-#include "platform/linux/Memory.h"
-#include "platform/linux/Modules.h"
-#include "platform/linux/internal/Fail.h"
-#include "platform/linux/internal/Wide.h"
-
 namespace Quellan::Corvel::Platform {
 
 namespace {
 
-// The first word is taken up to its closing quotation mark, without escapes; the others get quotation marks where they
-// need them, and backslashes before a quotation mark are doubled.
+// The first word is taken up to its closing quotation mark, without escapes; the others get quotation marks
+// where they need them, and backslashes before a quotation mark are doubled.
 void AppendQuoted(std::wstring& line, const std::wstring& word, bool isFirst) {
     if (!isFirst) line += L' ';
     if (!word.empty() && word.find_first_of(L" \t\n\v\"") == std::wstring::npos) {
@@ -52,18 +52,22 @@ std::vector<std::wstring> Split(const wchar_t* p) {
     std::vector<std::wstring> words(1);
     // The program's name knows no escapes.
     if (*p == L'"') {
-        while (*++p && *p != L'"') words[0] += *p;
+        while (*++p && *p != L'"')
+            words[0] += *p;
         if (*p) ++p;
     } else {
-        while (*p && *p > L' ') words[0] += *p++;
+        while (*p && *p > L' ')
+            words[0] += *p++;
     }
     for (;;) {
-        while (*p == L' ' || *p == L'\t') ++p;
+        while (*p == L' ' || *p == L'\t')
+            ++p;
         if (!*p) return words;
         std::wstring& word = words.emplace_back();
         for (bool isQuoted = false; *p && (isQuoted || (*p != L' ' && *p != L'\t'));) {
             std::size_t backslashes = 0;
-            while (*p == L'\\') ++p, ++backslashes;
+            while (*p == L'\\')
+                ++p, ++backslashes;
             if (*p != L'"') {
                 word.append(backslashes, L'\\');
                 if (backslashes == 0) word += *p++;
@@ -88,7 +92,8 @@ std::vector<std::wstring> Split(const wchar_t* p) {
 // An array of pointers, then the texts they point to.
 wchar_t** ToBlock(const std::vector<std::wstring>& words) {
     std::size_t size = (words.size() + 1) * sizeof(wchar_t*);
-    for (const std::wstring& word : words) size += (word.size() + 1) * sizeof(wchar_t);
+    for (const std::wstring& word : words)
+        size += (word.size() + 1) * sizeof(wchar_t);
     auto* const pointers = static_cast<wchar_t**>(LocalAlloc(LMEM_FIXED, size));
     if (!pointers) return nullptr;
     auto* text = reinterpret_cast<wchar_t*>(pointers + words.size() + 1);

@@ -6,7 +6,7 @@
 // The arguments of this process, quoted so that `CommandLineToArgvW` gives them back. Owned by the layer.
 TQLIB_API const wchar_t* GetCommandLineW() noexcept;
 
-// Splits a command line by the platform's rules of quotation marks and backslashes. The result is one block of local
-// memory, to be released with `LocalFree`. An empty command line gives the path of the executable. Null with 87 for a null
-// argument and with 14 where memory is exhausted.
+// Splits a command line by the platform's rules of quotation marks and backslashes. The result is one block
+// of local memory, to be released with `LocalFree`. An empty command line gives the path of the executable.
+// Null with 87 for a null argument and with 14 where memory is exhausted.
 TQLIB_API wchar_t** CommandLineToArgvW(const wchar_t* commandLine, int* argumentCount) noexcept;

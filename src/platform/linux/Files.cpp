@@ -542,7 +542,9 @@ BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* writte
         const std::string bytes = ToUtf8({static_cast<const wchar_t*>(text), length});
         for (std::size_t done = 0; done < bytes.size();) {
             DWORD part = 0;
-            if (!WriteFile(console, bytes.data() + done, static_cast<DWORD>(bytes.size() - done), &part, nullptr)) return FALSE;
+            if (!WriteFile(console, bytes.data() + done, static_cast<DWORD>(bytes.size() - done), &part,
+                           nullptr))
+                return FALSE;
             done += part;
         }
     } catch (const std::bad_alloc&) {

@@ -155,6 +155,7 @@ inline constexpr DWORD ENABLE_PROCESSED_OUTPUT = 0x1;
 // 6 for a handle that is no terminal. Reports the flags above; of a terminal that can be read those of input.
 TQLIB_API BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept;
 
-// Writes wide text to a terminal and sets the number of characters written; 6 for a handle that is no terminal, 87 for a
-// reserved argument that is not null.
-TQLIB_API BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written, void* reserved) noexcept;
+// Writes wide text to a terminal and sets the number of characters written; 6 for a handle that is no
+// terminal, 87 for a reserved argument that is not null.
+TQLIB_API BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written,
+                             void* reserved) noexcept;

@@ -1,4 +1,5 @@
-// Platform calls that fail on demand, in test builds only: with TQ_FAULT_POINTS undefined nothing of this is compiled in.
+// Platform calls that fail on demand, in test builds only: with TQ_FAULT_POINTS undefined nothing of this is
+// compiled in.
 #pragma once
 
 #include "platform/Types.h"
@@ -7,8 +8,8 @@ namespace Quellan::Corvel::Platform {
 
 #if defined(TQ_FAULT_POINTS)
 
-// One planned failure on one thread: call number `nth` (from 1) of `function` fails with `code`. Plans of a thread form
-// a stack; they live on the stack of the test that made them.
+// One planned failure on one thread: call number `nth` (from 1) of `function` fails with `code`. Plans of a
+// thread form a stack; they live on the stack of the test that made them.
 struct FaultPlan {
     const char* function;
     unsigned nth;
@@ -24,7 +25,9 @@ DWORD FaultDue(const char* function) noexcept;
 
 #else
 
-constexpr DWORD FaultDue(const char*) noexcept { return 0; }
+constexpr DWORD FaultDue(const char*) noexcept {
+    return 0;
+}
 
 #endif
 
