@@ -362,54 +362,81 @@ void _TQStringT<C>::AppendArgs(const C* format, std::span<const TQFormatArg> arg
     });
 }
 
-template <class C>
-_TQStringT<char> _TQStringT<C>::ToUtf8() const requires std::is_same_v<C, wchar_t> {
+namespace {
+
+std::string Utf8Of(std::wstring_view text) {
     return Translated(L"TQString::ToUtf8", [&] {
-        std::string bytes(Platform::Utf8Length(View()), '\0');
-        Platform::WideToUtf8(View(), bytes);
+        std::string bytes(Platform::Utf8Length(text), '\0');
+        Platform::WideToUtf8(text, bytes);
         return bytes;
     });
+}
+
+std::wstring WideOf(std::string_view text) {
+    return Translated(L"TQString::FromUtf8", [&] {
+        std::wstring wide(Platform::WideLength(text), L'\0');
+        Platform::Utf8ToWide(text, wide);
+        return wide;
+    });
+}
+
+std::string AnsiOf(std::wstring_view text) {
+    constexpr auto Where = L"TQString::ToAnsi";
+    if (text.empty()) return {};
+    const int length = CallLength(text.size(), Where);
+    const int needed = WideCharToMultiByte(CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    if (needed == 0) TQStdExceptions::ThrowLastError(Where);
+    return Translated(Where, [&] {
+        std::string bytes(static_cast<std::size_t>(needed), '\0');
+        if (WideCharToMultiByte(CP_ACP, 0, text.data(), length, bytes.data(), needed, nullptr, nullptr) ==
+            0) {
+            TQStdExceptions::ThrowLastError(Where);
+        }
+        return bytes;
+    });
+}
+
+std::wstring WideOfAnsi(std::string_view text) {
+    constexpr auto Where = L"TQString::FromAnsi";
+    if (text.empty()) return {};
+    const int length = CallLength(text.size(), Where);
+    const int needed = MultiByteToWideChar(CP_ACP, 0, text.data(), length, nullptr, 0);
+    if (needed == 0) TQStdExceptions::ThrowLastError(Where);
+    return Translated(Where, [&] {
+        std::wstring wide(static_cast<std::size_t>(needed), L'\0');
+        if (MultiByteToWideChar(CP_ACP, 0, text.data(), length, wide.data(), needed) == 0) {
+            TQStdExceptions::ThrowLastError(Where);
+        }
+        return wide;
+    });
+}
+
+}  // namespace
+
+// Some compilers make these for narrow text too, where nobody can call them: there they are empty.
+
+template <class C>
+_TQStringT<char> _TQStringT<C>::ToUtf8() const requires std::is_same_v<C, wchar_t> {
+    if constexpr (std::is_same_v<C, wchar_t>) return Utf8Of(View());
+    return {};
 }
 
 template <class C>
 _TQStringT<C> _TQStringT<C>::FromUtf8(_TQTextT<char> text) requires std::is_same_v<C, wchar_t> {
-    return Translated(L"TQString::FromUtf8", [&] {
-        std::wstring wide(Platform::WideLength(text.View()), L'\0');
-        Platform::Utf8ToWide(text.View(), wide);
-        return wide;
-    });
+    if constexpr (std::is_same_v<C, wchar_t>) return WideOf(text.View());
+    return {};
 }
 
 template <class C>
 _TQStringT<char> _TQStringT<C>::ToAnsi() const requires std::is_same_v<C, wchar_t> {
-    constexpr auto Where = L"TQString::ToAnsi";
-    if (IsEmpty()) return {};
-    const int length = CallLength(Length(), Where);
-    const int needed = WideCharToMultiByte(CP_ACP, 0, c_str(), length, nullptr, 0, nullptr, nullptr);
-    if (needed == 0) TQStdExceptions::ThrowLastError(Where);
-    return Translated(Where, [&] {
-        std::string bytes(static_cast<std::size_t>(needed), '\0');
-        if (WideCharToMultiByte(CP_ACP, 0, c_str(), length, bytes.data(), needed, nullptr, nullptr) == 0) {
-            TQStdExceptions::ThrowLastError(Where);
-        }
-        return bytes;
-    });
+    if constexpr (std::is_same_v<C, wchar_t>) return AnsiOf(View());
+    return {};
 }
 
 template <class C>
 _TQStringT<C> _TQStringT<C>::FromAnsi(_TQTextT<char> text) requires std::is_same_v<C, wchar_t> {
-    constexpr auto Where = L"TQString::FromAnsi";
-    if (text.View().empty()) return {};
-    const int length = CallLength(text.View().size(), Where);
-    const int needed = MultiByteToWideChar(CP_ACP, 0, text.View().data(), length, nullptr, 0);
-    if (needed == 0) TQStdExceptions::ThrowLastError(Where);
-    return Translated(Where, [&] {
-        std::wstring wide(static_cast<std::size_t>(needed), L'\0');
-        if (MultiByteToWideChar(CP_ACP, 0, text.View().data(), length, wide.data(), needed) == 0) {
-            TQStdExceptions::ThrowLastError(Where);
-        }
-        return wide;
-    });
+    if constexpr (std::is_same_v<C, wchar_t>) return WideOfAnsi(text.View());
+    return {};
 }
 
 template class _TQStringT<wchar_t>;
