@@ -233,8 +233,17 @@ TEST_F(EventLogFile, IsClearedAfterItWasCopied) {
     DWORD oldest = 77;
     EXPECT_EQ(CodeOf(GetOldestEventLogRecord(m_log, &oldest)), 0u);
     EXPECT_EQ(oldest, 0u);
+}
+
+// The reader sees neither the log empty nor its file become smaller.
+TEST_F(EventLogFile, IsReadAnewWhenItWasClearedAndHasGrownSince) {
+    ReportOnce(1);
+    EXPECT_EQ(Numbers(Forwards), Sequence{1});
+    const HANDLE other = OpenEventLogW(nullptr, L"Application");
+    EXPECT_EQ(CodeOf(ClearEventLogW(other, nullptr)), 0u);
+    CloseEventLog(other);
     for (DWORD id = 11; id <= 14; ++id)
-        ReportOnce(id, L"longer than before, so that the file has grown too");
+        ReportOnce(id);
     std::vector<Event> events;
     EXPECT_EQ(Read(Forwards, events), ERROR_EVENTLOG_FILE_CHANGED);
     EXPECT_EQ(Numbers(Forwards), (Sequence{1, 2, 3, 4}));
@@ -285,7 +294,7 @@ TEST_F(EventLogFile, IsTheReadersUnderItsOwnName) {
 }
 
 TEST_F(EventLogFile, KeepsRecordsWholeUnderManyThreads) {
-    constexpr DWORD Threads = 8, Each = 50;
+    constexpr DWORD Threads = 8, Each = 200;
     const HANDLE shared = RegisterEventSourceW(nullptr, L"shared");
     std::vector<std::thread> threads;
     for (DWORD t = 0; t < Threads; ++t)

@@ -1,9 +1,13 @@
 #include "PlatformTest.h"
 #include "platform/Win32.h"
 
+#include <atomic>
+#include <barrier>
 #include <cstdint>
 #include <random>
 #include <set>
+#include <thread>
+#include <vector>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -33,6 +37,46 @@ TEST(HandleTable, TakesNoGarbageForAHandle) {
             << std::hex << value;
     }
     EXPECT_EQ(CodeOf(CloseHandle(open)), 0u);
+}
+
+// The platform itself takes the handle of a search for an address and may crash.
+TEST(HandleTable, TakesNoHandleOfAnotherKind) {
+    WIN32_FIND_DATAW data;
+    LARGE_INTEGER size;
+    const HANDLE file = OpenRoot();
+    const HANDLE find = FindFirstFileW(L"/*", &data);
+    EXPECT_EQ(CodeOf(FindNextFileW(file, &data)), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(CodeOf(GetFileSizeEx(find, &size)), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(CodeOf(DeregisterEventSource(file)), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(CodeOf(FindClose(find)), 0u);
+    EXPECT_EQ(CodeOf(CloseHandle(file)), 0u);
+}
+
+// Three threads use and close each handle at the same instant: one of them closes it, and no use meets what
+// was freed.
+TEST(HandleTable, ClosesAHandleOnceForThreadsThatRace) {
+    constexpr int Rounds = 3000;
+    std::atomic<int> closed{0}, wrong{0};
+    HANDLE handle = nullptr;
+    std::barrier start(3, [&]() noexcept { handle = OpenRoot(); });
+    std::barrier finish(3);
+    const auto race = [&] {
+        for (int i = 0; i < Rounds; ++i) {
+            start.arrive_and_wait();
+            DWORD flags;
+            const DWORD used = CodeOf(GetHandleInformation(handle, &flags));
+            if (used && used != ERROR_INVALID_HANDLE) ++wrong;
+            if (CloseHandle(handle)) ++closed;
+            finish.arrive_and_wait();
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i)
+        threads.emplace_back(race);
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(closed, Rounds);
+    EXPECT_EQ(wrong, 0);
 }
 
 }  // namespace

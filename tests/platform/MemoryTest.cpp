@@ -82,6 +82,7 @@ TEST(Pages, AreReservedFirstAndCommittedThen) {
     EXPECT_EQ(VirtualAlloc(pages.At(1) + 5, 10, MEM_COMMIT, PAGE_READWRITE), pages.At(1));
     EXPECT_FALSE(IsBadWritePtr(pages.At(1), PageSize));
     EXPECT_TRUE(IsBadWritePtr(pages.At(1), PageSize + 1));
+    EXPECT_EQ(CodeOf(Protect(pages.At(1), 2 * PageSize, PAGE_READONLY)), DWORD{ERROR_INVALID_ADDRESS});
     *pages.At(1) = 'x';
     EXPECT_EQ(CodeOf(VirtualFree(pages.At(1), PageSize, MEM_DECOMMIT)), 0u);
     EXPECT_TRUE(IsBadReadPtr(pages.At(1), 1));
