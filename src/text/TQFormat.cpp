@@ -201,14 +201,14 @@ class Output {
         if (m_at != m_end) {
             *m_at++ = c;
         } else {
-            Lose(1);
+            ++m_lost;
         }
     }
 
     void Put(const C* text, std::size_t length) {
         const std::size_t fits = std::min(length, Room());
         m_at = std::copy_n(text, fits, m_at);
-        if (fits != length) Lose(length - fits);
+        if (fits != length) m_lost += length - fits;
     }
 
     // A few characters, without the cost of a call for copying.
@@ -239,7 +239,7 @@ class Output {
     void Fill(C c, std::size_t count) {
         const std::size_t fits = std::min(count, Room());
         m_at = std::fill_n(m_at, fits, c);
-        if (fits != count) Lose(count - fits);
+        if (fits != count) m_lost += count - fits;
     }
 
     // Puts what stands before the next % or the end of `text` and returns where that is.
@@ -247,7 +247,7 @@ class Output {
         C* at = m_at;
         for (; *text != C{'%'} && *text != C{}; ++text) {
             if (at == m_end) {
-                Lose(1);
+                ++m_lost;
             } else {
                 *at++ = *text;
             }
@@ -265,10 +265,6 @@ class Output {
 
   private:
     std::size_t Room() const { return static_cast<std::size_t>(m_end - m_at); }
-    void Lose(std::size_t count) {
-        m_lost += count;
-        if (m_lost > TQFormatMaxLength) TQStdExceptions::ThrowOverflowError(L"FormatTo");
-    }
 
     C* const m_begin;
     C* m_at;

@@ -64,6 +64,10 @@ TEST(MessageText, AnEscapedBIsABlank) {
     EXPECT_EQ(Expand(L"a%bc", {}).text, L"a c");  // Wine gives the letter.
 }
 
+TEST(MessageText, APrecisionSwitchesLeadingZerosOff) {
+    EXPECT_EQ(Expand(L"%1!05.3d!", {7}).text, L"  007");  // Wine gives 00007.
+}
+
 TEST(MessageText, AWordIsNeverBroken) {
     EXPECT_EQ(Wrapped(L"a extraordinary b", 5).text, L"a\r\nextraordinary\r\nb");  // Wine cuts it.
     EXPECT_EQ(Wrapped(L"extraordinary", 5).text, L"extraordinary");

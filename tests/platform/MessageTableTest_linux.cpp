@@ -96,14 +96,17 @@ TEST(MessageTable, CutAnywhereIsInvalidOrLacksTheMessageButNeverReadBeside) {
 
 TEST(MessageTable, NumbersThatLeadOutOfItAreInvalid) {
     constexpr std::uint32_t Huge = 0xFFFFFFFF;
-    Bytes tooManyBlocks, offsetOutside, rangeTooLong, entryTooShort, entryTooLong;
+    Bytes tooManyBlocks, offsetOutside, rangeTooLong, entryTooLong;
     EXPECT_EQ(Find(tooManyBlocks.Dwords({Huge, Five, Five, 16}).Take(), Five).code,
               DWORD{ERROR_INVALID_DATA});
     EXPECT_EQ(Find(offsetOutside.Dwords({1, Five, Five, Huge}).Take(), Five).code, DWORD{ERROR_INVALID_DATA});
     rangeTooLong.Dwords({1, 0, Huge, 16}).Append(TableEntry(u"only one"));
     EXPECT_EQ(Find(rangeTooLong.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
-    entryTooShort.Dwords({1, 0, Huge, 16}).Number(0, 2).Number(1, 2);
-    EXPECT_EQ(Find(entryTooShort.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
+    for (const std::uint64_t length : {0, 2, 3}) {
+        Bytes entryTooShort;
+        entryTooShort.Dwords({1, Five, Five, 16}).Number(length, 2).Number(1, 2);
+        EXPECT_EQ(Find(entryTooShort.Take(), Five).code, DWORD{ERROR_INVALID_DATA}) << length;
+    }
     entryTooLong.Dwords({1, Five, Five, 16}).Number(0xFFFC, 2).Number(1, 2).Dwords({0, 0});
     EXPECT_EQ(Find(entryTooLong.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
 }

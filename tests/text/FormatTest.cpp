@@ -149,6 +149,7 @@ TEST(Format, PrintsAMarkWhereARuntimeFormatDoesNotFitItsArguments) {
     EXPECT_EQ(_TQwString::FormatRuntime(L"%wd %Ld %hf %lp %I64s %hhs %d", 1, 2, 3.0, At(4), L"5", "6", 7),
               L"<?> <?> <?> <?> <?> <?> 7");
     EXPECT_EQ(_TQwString::FormatRuntime(L"%*d %.*d %d", L"no width", 1, 2.0, 3, 4), L"<?> <?> 4");
+    EXPECT_EQ(_TQwString::FormatRuntime(L"%*.*d %d", L"no width", 2, 3, 4), L"<?> 4");
     EXPECT_EQ(_TQwString::FormatRuntime(L"%*"), L"<?>");
     EXPECT_EQ(_TQwString::FormatRuntime(L"%I"), L"<?>");
     EXPECT_EQ(_TQwString::FormatRuntime(L"100%"), L"100<?>");

@@ -75,7 +75,7 @@ TEST(StringArray, StaysUnchangedWhereMemoryRunsOut) {
     const TQStringArray original{L"an element that needs memory of its own, first",
                                  L"and another one of them, second"};
     const TQString element = L"one more element that needs memory of its own";
-    TQStringArray array;
+    TQStringArray array = original;
     const auto sweep = [&](auto operation) {
         array = original;
         SweepAllocations([&] { operation(); }, [&] { EXPECT_EQ(array, original); });
@@ -84,6 +84,8 @@ TEST(StringArray, StaysUnchangedWhereMemoryRunsOut) {
     sweep([&] { array.Insert(1, element); });
     sweep([&] { array.SetAt(1, element); });
     sweep([&] { array = TQStringArray{element, element, element}; });
+    const TQStringArray longer{array[0] + element, array[1] + element};
+    sweep([&] { array = longer; });
     sweep([&] { TQStringArray copy(array); });
     sweep([&] { array.Join(element); });
     sweep([&] { TQStringArray::Split(array[0], L" "); });

@@ -79,7 +79,9 @@ void WriteWhole(const std::string& path, std::string_view contents) {
 
 // The code point at `i`, which moves behind it; none where the text is not UTF-8.
 std::optional<std::uint32_t> CodePoint(std::string_view text, std::size_t& i) {
-    const auto byte = [&](std::size_t at) { return at < text.size() ? static_cast<unsigned char>(text[at]) : 0u; };
+    const auto byte = [&](std::size_t at) {
+        return at < text.size() ? static_cast<unsigned char>(text[at]) : 0u;
+    };
     const std::uint32_t lead = byte(i++);
     if (lead < 0x80) return lead;
     const unsigned following = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : 1;
@@ -89,7 +91,8 @@ std::optional<std::uint32_t> CodePoint(std::string_view text, std::size_t& i) {
         code = code << 6 | (byte(i) & 0x3F);
     }
     constexpr std::uint32_t Least[] = {0, 0x80, 0x800, 0x10000};
-    if (lead < 0xC0 || lead > 0xF4 || code < Least[following] || code > 0x10FFFF || (code >= 0xD800 && code < 0xE000))
+    if (lead < 0xC0 || lead > 0xF4 || code < Least[following] || code > 0x10FFFF ||
+        (code >= 0xD800 && code < 0xE000))
         return std::nullopt;
     return code;
 }
@@ -292,8 +295,8 @@ class Parser {
 };
 
 // Reads the string tables of a resource script: "#define NAME number" lines and
-// STRINGTABLE BEGIN number "text" ... END, with // comments, "" for a quotation mark and \\n, \\r, \\t, \\\\ in a text.
-// Other lines that begin with # are left to the resource compiler of the platform.
+// STRINGTABLE BEGIN number "text" ... END, with // comments, "" for a quotation mark and \\n, \\r, \\t,
+// \\\\ in a text. Other lines that begin with # are left to the resource compiler of the platform.
 class StringTableParser {
   public:
     explicit StringTableParser(const std::string& path) : m_path(path), m_text(ReadWhole(path)) {}
@@ -304,7 +307,8 @@ class StringTableParser {
         for (std::string word = Token(); !word.empty(); word = Token()) {
             if (word != "STRINGTABLE") Fail("expected STRINGTABLE, not " + word);
             if (const std::string begin = Token(); begin != "BEGIN" && begin != "{") Fail("expected BEGIN");
-            for (word = Token(); word != "END" && word != "}"; word = Token()) OneString(word, language);
+            for (word = Token(); word != "END" && word != "}"; word = Token())
+                OneString(word, language);
         }
         if (m_file.messages.empty()) Fail("there are no strings");
         return std::move(m_file);
@@ -312,7 +316,8 @@ class StringTableParser {
 
   private:
     [[noreturn]] void Fail(const std::string& what) const {
-        const auto line = 1 + std::count(m_text.begin(), m_text.begin() + static_cast<std::ptrdiff_t>(m_at), '\n');
+        const auto line =
+            1 + std::count(m_text.begin(), m_text.begin() + static_cast<std::ptrdiff_t>(m_at), '\n');
         throw Failure(m_path + ":" + std::to_string(line) + ": " + what);
     }
 
@@ -352,14 +357,18 @@ class StringTableParser {
         if (words >> directive >> name >> value && directive == "#define") m_defined[name] = value;
     }
 
-    // A word, a single sign, or an opening quotation mark with the text behind it; empty at the end of the file.
+    // A word, a single sign, or an opening quotation mark with the text behind it; empty at the end of the
+    // file.
     std::string Token() {
         for (;;) {
             m_at = std::min(m_text.find_first_not_of(" \t\r\n", m_at), m_text.size());
             if (m_at == m_text.size()) return {};
-            if (m_text[m_at] == '#') Directive();
-            else if (m_text.compare(m_at, 2, "//") == 0) Line();
-            else break;
+            if (m_text[m_at] == '#')
+                Directive();
+            else if (m_text.compare(m_at, 2, "//") == 0)
+                Line();
+            else
+                break;
         }
         if (m_text[m_at] == '"') return Quoted();
         const std::size_t end = std::min(m_text.find_first_of(" \t\r\n,{}\"", m_at), m_text.size());
@@ -472,8 +481,9 @@ std::string Note(std::uint32_t type, const std::string& container) {
 }
 
 std::string ModuleSource(const std::string& notes) {
-    return "// Made by tqmc: the tables of this module.\nasm(R\"(\n    .pushsection .note.tqlib, \"a\", %note\n" + notes +
-           "    .balign 4\n    .popsection\n)\");\n";
+    return "// Made by tqmc: the tables of this module.\nasm(R\"(\n    .pushsection .note.tqlib, \"a\", "
+           "%note\n" +
+           notes + "    .balign 4\n    .popsection\n)\");\n";
 }
 
 std::string Header(const MessageFile& file) {
@@ -491,7 +501,8 @@ struct Options {
 };
 
 constexpr const char* Usage =
-    "usage: tqmc FILE.mc --language NAME... [--strings FILE.rc] [--table OUT.bin] [--module OUT.cpp] [--header OUT.h]\n"
+    "usage: tqmc FILE.mc --language NAME... [--strings FILE.rc] [--table OUT.bin] [--module OUT.cpp] "
+    "[--header OUT.h]\n"
     "  --language NAME  take the texts of this language; several may be given\n"
     "  --strings FILE   add the string tables of that resource script, in the one language, to the module\n"
     "  --table FILE     write the message table of the one language\n"
@@ -535,7 +546,8 @@ void Run(const Options& options) {
     std::string notes = Note(MessagesNote, Container(file, options.languages));
     if (options.strings) {
         const std::string& language = options.languages.front();
-        const MessageFile strings = StringTableParser(*options.strings).Parse(language, file.languages.at(language));
+        const MessageFile strings =
+            StringTableParser(*options.strings).Parse(language, file.languages.at(language));
         notes += Note(StringsNote, Container(strings, options.languages));
     }
     if (options.table) WriteWhole(*options.table, Table(file, options.languages.front()));

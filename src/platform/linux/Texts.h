@@ -34,8 +34,9 @@ inline constexpr DWORD FORMAT_MESSAGE_MAX_WIDTH_MASK = 0x000000FF;
 TQLIB_API DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD languageId,
                                wchar_t* buffer, DWORD size, va_list* arguments) noexcept;
 
-// Copies a string of a module's string tables, cut to the buffer and terminated, and returns its length in characters;
-// a null module is the executable. 0 with 1814 (ERROR_RESOURCE_NAME_NOT_FOUND) when there is no such string, 1812
-// (ERROR_RESOURCE_DATA_NOT_FOUND) when the module has none at all. A size of 0, for which the platform shows its own
-// memory, gives 50 (ERROR_NOT_SUPPORTED). The strings of Windows modules are not read.
+// Copies a string of a module's string tables, cut to the buffer and terminated, and returns its length in
+// characters; a null module is the executable. 0 with 1814 (ERROR_RESOURCE_NAME_NOT_FOUND) when there is no
+// such string, 1812 (ERROR_RESOURCE_DATA_NOT_FOUND) when the module has none at all. A size of 0, for which
+// the platform shows its own memory, gives 50 (ERROR_NOT_SUPPORTED). The strings of Windows modules are not
+// read.
 TQLIB_API int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept;

@@ -9,8 +9,8 @@
 
 namespace Quellan::Corvel::Platform {
 
-// Which of a module's tables: its messages, or its strings, which lie in tables of the same form. Windows modules keep
-// their strings in another form, which is not read.
+// Which of a module's tables: its messages, or its strings, which lie in tables of the same form. Windows
+// modules keep their strings in another form, which is not read.
 enum class TableKind : DWORD { Messages = 1, Strings = 2 };
 
 // Called with each table found, in the order of the image.
