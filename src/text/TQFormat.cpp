@@ -330,7 +330,7 @@ class Formatter {
         return fits;
     }
 
-    // Converts by a specification that the compiler has not seen, or not all of. All its arguments are used
+    // Converts by a conversion that the compiler has not seen, or not all of. All its arguments are used
     // up even where one does not fit, so that those behind it keep their places.
     [[gnu::noinline]] void ConvertUnchecked(Spec spec) {
         const bool starsFit = ReadStars(spec);

@@ -63,7 +63,7 @@ struct _TQFormatSpec {
     };
     enum class Size : WORD { None, Byte, Short, Long, Int64, Pointer, Wide, LongDouble };
 
-    // Reads the specification that begins behind a %; returns where the format goes on. The conversion is 0
+    // Reads what stands behind a %; returns where the format goes on. The conversion is 0
     // where the format ends too early; numbers past `TQFormatMaxField` stay just above it.
     template <class C>
     constexpr const C* Parse(const C* at) noexcept;
