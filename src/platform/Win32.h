@@ -16,20 +16,31 @@
 #define _WIN32_WINNT 0x0A00
 #endif
 #include <windows.h>
-// These two need <windows.h> before them.
+// These need <windows.h> before them.
+#include <combaseapi.h>
 #include <psapi.h>
 #include <shellapi.h>
 #else
+#include "platform/linux/Com.h"
 #include "platform/linux/CommandLine.h"
+#include "platform/linux/CriticalSections.h"
 #include "platform/linux/Environment.h"
 #include "platform/linux/Errors.h"
 #include "platform/linux/EventLog.h"
+#include "platform/linux/Events.h"
 #include "platform/linux/Files.h"
 #include "platform/linux/Handles.h"
 #include "platform/linux/Locale.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/Messages.h"
 #include "platform/linux/Modules.h"
+#include "platform/linux/Mutexes.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/Semaphores.h"
 #include "platform/linux/StructuredExceptions.h"
 #include "platform/linux/Texts.h"
+#include "platform/linux/Threads.h"
+#include "platform/linux/Tokens.h"
+#include "platform/linux/Version.h"
+#include "platform/linux/Waits.h"
 #endif

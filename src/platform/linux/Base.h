@@ -15,6 +15,12 @@ inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
 inline constexpr DWORD MAX_PATH = 260;
 
+// Rights to objects of every kind.
+inline constexpr DWORD DELETE = 0x00010000;
+inline constexpr DWORD READ_CONTROL = 0x00020000;
+inline constexpr DWORD SYNCHRONIZE = 0x00100000;
+inline constexpr DWORD STANDARD_RIGHTS_REQUIRED = 0x000F0000;
+
 // The value of a failed open; null is the other one, as each function says.
 inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~ULONG_PTR{0});
 

@@ -166,6 +166,7 @@ BOOL QueryPerformanceCounter(LARGE_INTEGER* count) noexcept {
 }
 
 BOOL QueryPerformanceFrequency(LARGE_INTEGER* stepsInSecond) noexcept {
+    if (DWORD code = FaultDue("QueryPerformanceFrequency")) return Fail(code, FALSE);
     stepsInSecond->QuadPart = FileTimeStepsInSecond;
     return TRUE;
 }

@@ -21,6 +21,7 @@ namespace Quellan::Corvel::Platform {
 struct ObjectKind {
     const char* name;
     bool closedByCloseHandle;  // false: the kind has a closing call of its own
+    bool waitable = false;     // whether its objects are of class Waitable
 };
 
 // The base of what a handle names. A derived class has its record as `static constexpr ObjectKind Kind`.

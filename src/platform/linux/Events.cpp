@@ -1,0 +1,55 @@
+#include "platform/linux/Events.h"
+
+#include "platform/linux/internal/ObjectCalls.h"
+
+using namespace Quellan::Corvel::Platform;
+
+namespace {
+
+class Event : public Waitable {
+  public:
+    static constexpr ObjectKind Kind{.name = "event", .closedByCloseHandle = true, .waitable = true};
+    static constexpr SharedKind NamedAs = SharedKind::Event;
+
+    Event(bool manualReset, bool signalled) noexcept : Waitable(Kind, RuleOf(manualReset), signalled) {}
+    explicit Event(std::unique_ptr<SharedObject> shared) noexcept
+        : Waitable(Kind, RuleOf(shared->StaysSignalled()), std::move(shared)) {}
+
+  private:
+    static const WaitRule& RuleOf(bool manualReset) noexcept {
+        return manualReset ? StaysSignalled : TakesOne;
+    }
+};
+
+}  // namespace
+
+HANDLE CreateEventW(const SECURITY_ATTRIBUTES* attributes, BOOL manualReset, BOOL initialState,
+                    const wchar_t* name) noexcept {
+    if (DWORD code = FaultDue("CreateEventW")) return Fail(code, HANDLE());
+    const SharedSetup setup{
+        .kind = SharedKind::Event, .manualReset = manualReset != FALSE, .value = initialState ? 1u : 0u};
+    return CreateObject<Event>(attributes, name, setup, EVENT_ALL_ACCESS, [&](DWORD access, HANDLE& handle) {
+        return NewHandle<Event>(handle, access, setup.manualReset, initialState != FALSE);
+    });
+}
+
+HANDLE OpenEventW(DWORD access, BOOL inherit, const wchar_t* name) noexcept {
+    if (DWORD code = FaultDue("OpenEventW")) return Fail(code, HANDLE());
+    return OpenObject<Event>(access, inherit, name);
+}
+
+BOOL SetEvent(HANDLE event) noexcept {
+    if (DWORD code = FaultDue("SetEvent")) return Fail(code, FALSE);
+    return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) {
+        object.Signal();
+        return ERROR_SUCCESS;
+    });
+}
+
+BOOL ResetEvent(HANDLE event) noexcept {
+    if (DWORD code = FaultDue("ResetEvent")) return Fail(code, FALSE);
+    return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) {
+        object.Reset();
+        return ERROR_SUCCESS;
+    });
+}

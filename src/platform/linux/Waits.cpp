@@ -1,0 +1,52 @@
+#include "platform/linux/Waits.h"
+
+#include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/FaultPoint.h"
+#include "platform/linux/internal/LockWatch.h"
+#include "platform/linux/internal/WaitEngine.h"
+#include "platform/linux/internal/WaitTargets.h"
+
+using namespace Quellan::Corvel::Platform;
+
+namespace {
+
+DWORD WaitForSeveral(DWORD count, const HANDLE* handles, bool all, DWORD ms) noexcept {
+    BeforeWait();
+    WaitTargets targets;
+    if (DWORD code = targets.Open(count, handles, all)) return Fail(code, WAIT_FAILED);
+    DWORD status;
+    if (DWORD code = Wait(targets.Objects(), all, ms, status)) return Fail(code, WAIT_FAILED);
+    return status;
+}
+
+DWORD WaitForOne(HANDLE handle, DWORD ms) noexcept {
+    BeforeWait();
+    WaitTarget target;
+    if (DWORD code = target.Open(handle)) return Fail(code, WAIT_FAILED);
+    Waitable* const object = target.Get();
+    DWORD status;
+    if (DWORD code = Wait({&object, 1}, false, ms, status)) return Fail(code, WAIT_FAILED);
+    return status;
+}
+
+}  // namespace
+
+DWORD WaitForSingleObject(HANDLE handle, DWORD ms) noexcept {
+    if (DWORD code = FaultDue("WaitForSingleObject")) return Fail(code, WAIT_FAILED);
+    return WaitForOne(handle, ms);
+}
+
+DWORD WaitForSingleObjectEx(HANDLE handle, DWORD ms, BOOL) noexcept {
+    if (DWORD code = FaultDue("WaitForSingleObjectEx")) return Fail(code, WAIT_FAILED);
+    return WaitForOne(handle, ms);
+}
+
+DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD ms) noexcept {
+    if (DWORD code = FaultDue("WaitForMultipleObjects")) return Fail(code, WAIT_FAILED);
+    return WaitForSeveral(count, handles, waitAll != FALSE, ms);
+}
+
+DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD ms, BOOL) noexcept {
+    if (DWORD code = FaultDue("WaitForMultipleObjectsEx")) return Fail(code, WAIT_FAILED);
+    return WaitForSeveral(count, handles, waitAll != FALSE, ms);
+}

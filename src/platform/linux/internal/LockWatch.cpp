@@ -1,0 +1,46 @@
+#include "platform/linux/internal/LockWatch.h"
+
+#if defined(TQ_FAULT_POINTS)
+
+#include <atomic>
+#include <cstdlib>
+
+namespace Quellan::Corvel::Platform {
+
+namespace {
+
+thread_local unsigned t_held = 0;
+constinit std::atomic<unsigned long> g_waits{0};
+constinit std::atomic<bool> g_abort{false};
+
+}  // namespace
+
+void WatchLock(CRITICAL_SECTION& section) noexcept {
+    section.Watched = TRUE;
+}
+
+unsigned long WaitsUnderLock() noexcept {
+    return g_waits;
+}
+
+void AbortOnWaitUnderLock(bool abort) noexcept {
+    g_abort = abort;
+}
+
+void EnteredWatchedLock() noexcept {
+    ++t_held;
+}
+
+void LeftWatchedLock() noexcept {
+    --t_held;
+}
+
+void BeforeWait() noexcept {
+    if (t_held == 0) return;
+    ++g_waits;
+    if (g_abort) std::abort();
+}
+
+}  // namespace Quellan::Corvel::Platform
+
+#endif

@@ -1,0 +1,32 @@
+// Proof, in test builds only, that nobody waits in the kernel while he holds a lock of the library: with
+// TQ_FAULT_POINTS undefined nothing of this is compiled in.
+#pragma once
+
+#include "platform/linux/CriticalSections.h"
+
+namespace Quellan::Corvel::Platform {
+
+#if defined(TQ_FAULT_POINTS)
+
+// Counts the section among the library's locks from now on. Only while nobody has entered it.
+TQLIB_API void WatchLock(CRITICAL_SECTION& section) noexcept;
+// The waits made so far, by all threads, by one that was inside such a lock. A wait that finds its object
+// signalled or gives no time counts too.
+TQLIB_API unsigned long WaitsUnderLock() noexcept;
+// From now on such a wait ends the process instead, so that a core or a debugger shows who made it.
+TQLIB_API void AbortOnWaitUnderLock(bool abort) noexcept;
+
+void EnteredWatchedLock() noexcept;
+void LeftWatchedLock() noexcept;
+// For every call that may wait in the kernel for another thread.
+void BeforeWait() noexcept;
+
+#else
+
+inline void EnteredWatchedLock() noexcept {}
+inline void LeftWatchedLock() noexcept {}
+inline void BeforeWait() noexcept {}
+
+#endif
+
+}  // namespace Quellan::Corvel::Platform

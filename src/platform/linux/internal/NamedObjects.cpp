@@ -1,0 +1,163 @@
+#include "platform/linux/internal/NamedObjects.h"
+
+#include "platform/linux/internal/EnvironmentBlock.h"
+#include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/State.h"
+#include "platform/linux/internal/Wide.h"
+
+#include <map>
+#include <mutex>
+#include <sys/mman.h>
+#include <sys/stat.h>
+
+namespace Quellan::Corvel::Platform {
+
+namespace {
+
+constexpr std::size_t DoorBytes = 4096;
+
+// Threads may use objects while the process ends: nothing here is ever destroyed.
+struct Registry {
+    std::mutex lock;
+    std::map<FileId, SharedFolder> folders;
+    std::map<std::pair<const SharedFolder*, std::string>, std::weak_ptr<Waitable>> objects;
+
+    std::size_t pruneAt = 16;
+
+    // Forgets what is closed, each time the number has doubled.
+    void Prune() noexcept {
+        if (objects.size() < pruneAt) return;
+        std::erase_if(objects, [](const auto& entry) { return entry.second.expired(); });
+        pruneAt = 2 * objects.size() + 16;
+    }
+
+    static Registry& Instance() {
+        alignas(Registry) static std::byte memory[sizeof(Registry)];
+        static Registry& instance = *new (memory) Registry;
+        return instance;
+    }
+};
+
+struct Name {
+    bool global = false;
+    std::string text;  // UTF-8, without the prefix
+};
+
+DWORD Parse(std::wstring_view given, Name& name) {
+    constexpr std::wstring_view Global = L"Global\\";
+    constexpr std::wstring_view Local = L"Local\\";
+    if (given.empty()) return ERROR_INVALID_HANDLE;
+    if (given.size() > MAX_PATH) return ERROR_FILENAME_EXCED_RANGE;
+    name.global = given.starts_with(Global);
+    const bool prefixed = name.global || given.starts_with(Local);
+    if (prefixed) given.remove_prefix(name.global ? Global.size() : Local.size());
+    if (given.empty()) return ERROR_INVALID_NAME;
+    if (given.starts_with(L'\\')) return prefixed ? ERROR_PATH_NOT_FOUND : ERROR_BAD_PATHNAME;
+    if (given.find(L'\\') != given.npos) return ERROR_PATH_NOT_FOUND;
+    name.text = ToUtf8(given);
+    return ERROR_SUCCESS;
+}
+
+// Names may be longer than the system's file names and hold any character: the file is named by a hash
+// (FNV-1a), and the whole name stands inside.
+std::string FileOf(std::string_view name) {
+    std::uint64_t hash = 0xCBF29CE484222325;
+    for (const char byte : name)
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    constexpr std::string_view Digits = "0123456789abcdef";
+    std::string file;
+    for (int shift = 60; shift >= 0; shift -= 4)
+        file += Digits[hash >> shift & 0xF];
+    return file;
+}
+
+// The user as whom the process runs, whomever one of its threads impersonates.
+uid_t ProcessUser() noexcept {
+    uid_t real;
+    uid_t effective;
+    uid_t saved;
+    getresuid(&real, &effective, &saved);
+    return saved;
+}
+
+DWORD OpenMemoryFolder(bool global, Descriptor& folder, struct stat& info) {
+    const uid_t user = ProcessUser();
+    const std::string path = "/dev/shm/tqlib-" + (global ? "global" : std::to_string(user));
+    constexpr mode_t ForAll = 0777 | S_ISVTX;
+    const bool made = mkdir(path.c_str(), global ? ForAll : 0700) == 0;
+    if (!made && errno != EEXIST) return CodeFromErrno(errno);
+    folder = Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder || fstat(folder.Get(), &info) != 0) return ERROR_ACCESS_DENIED;
+    if (!global) return info.st_uid == user && !(info.st_mode & 077) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+    if (made) fchmod(folder.Get(), ForAll);  // the file mask took rights away
+    return made || info.st_mode & S_ISVTX ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+DWORD OpenFolder(bool global, Descriptor& folder, struct stat& info) {
+    if (!TrustedEnvironmentVariable("TQLIB_ROOT")) return OpenMemoryFolder(global, folder, info);
+    const std::string_view name = global ? "objects-global" : "objects-local";
+    if (DWORD code = OpenStateFolder(StateKind::Runtime, name, folder)) return code;
+    return fstat(folder.Get(), &info) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
+DWORD OpenDoor(const Descriptor& folder, bool everybody, Door*& door) noexcept {
+    Descriptor file;
+    if (DWORD code = OpenSharedFile(folder, everybody, ".door", true, file)) return code;
+    struct stat info;
+    if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
+    if (!S_ISREG(info.st_mode)) return ERROR_ACCESS_DENIED;
+    if (const int error = posix_fallocate(file.Get(), 0, DoorBytes)) return CodeFromErrno(error);
+    void* const memory = mmap(nullptr, DoorBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+    if (memory == MAP_FAILED) return CodeFromErrno(errno);
+    door = static_cast<Door*>(memory);
+    return ERROR_SUCCESS;
+}
+
+// The caller holds the registry's lock.
+DWORD FindFolder(Registry& registry, bool global, const SharedFolder*& folder) {
+    Descriptor opened;
+    struct stat info;
+    if (DWORD code = OpenFolder(global, opened, info)) return code;
+    const FileId id{info.st_dev, info.st_ino};
+    auto found = registry.folders.find(id);
+    if (found == registry.folders.end()) {
+        Door* door = nullptr;
+        if (DWORD code = OpenDoor(opened, global, door)) return code;
+        SharedObject::Sweep(opened);
+        found = registry.folders.try_emplace(id, std::move(opened), door, global).first;
+    }
+    folder = &found->second;
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
+                std::shared_ptr<Waitable>& object) {
+    Name name;
+    if (DWORD code = Parse(given, name)) return code;
+    if (setup && setup->owned && !CurrentWaiter()) return ERROR_NOT_ENOUGH_MEMORY;
+    if (setup && setup->owned && !CurrentWaiter()->MakeRoom(1)) return ERROR_NOT_ENOUGH_MEMORY;
+    const std::string file = FileOf(name.text);
+    Registry& registry = Registry::Instance();
+    const std::scoped_lock lock(registry.lock);
+    const SharedFolder* folder;
+    if (DWORD code = FindFolder(registry, name.global, folder)) return code;
+    registry.Prune();
+    auto& known = registry.objects[{folder, file}];
+    object = known.lock();
+    if (object) {
+        if (object->Shared()->Kind() == kind) return ERROR_ALREADY_EXISTS;
+        object.reset();
+        return ERROR_INVALID_HANDLE;
+    }
+    std::unique_ptr<SharedObject> shared;
+    const DWORD code = SharedObject::Open(*folder, file, name.text, kind, setup, shared);
+    if (!shared) return code;
+    object = make(std::move(shared));
+    if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
+    known = object;
+    return code;
+}
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,140 @@
+// An event, mutex or semaphore in memory that processes share: one small file, mapped by each of them.
+//
+// The layout, the locks on the file's bytes and the rules for changing it are in
+// docs/formats/named-objects.md. Whatever stands in the file may have been written by anybody who may open
+// it: every value is checked where it is used, and nothing read from it is an address or a size to trust.
+#pragma once
+
+#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/Futex.h"
+
+#include <compare>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <sys/types.h>
+
+namespace Quellan::Corvel::Platform {
+
+// Of a file or folder, while it is open.
+struct FileId {
+    dev_t device;
+    ino_t inode;
+    auto operator<=>(const FileId&) const = default;
+};
+
+enum class SharedKind : std::uint32_t { Event = 1, Mutex = 2, Semaphore = 3 };
+
+// What a new object starts with.
+struct SharedSetup {
+    SharedKind kind;
+    bool manualReset = false;  // events
+    bool owned = false;        // mutexes
+    std::uint32_t value = 0;   // events and semaphores
+    std::uint32_t maximum = 1;
+};
+
+// A word that every signaller of a folder's objects counts up while somebody sleeps on it: for waits on
+// several words where the kernel can only wait on one. Never unmapped.
+struct Door {
+    Word sequence;
+    Word waiters;
+
+    void Ring() noexcept;
+};
+
+// A folder of shared objects. Once used it is kept for the life of the process.
+struct SharedFolder {
+    Descriptor descriptor;
+    Door* door;
+    bool everybody;  // its objects are for all users
+};
+
+// Opens a file in such a folder, and makes it where it is missing and that is wanted: for everybody, or for
+// its user alone.
+DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name, bool create,
+                     Descriptor& file) noexcept;
+
+class SharedObject {
+  public:
+    // Slots are numbered bytes of the file; a process locks one for as long as it has the object open.
+    static constexpr std::uint32_t Slots = 1024;
+
+    struct Page;
+    struct Unmap {
+        void operator()(Page* page) const noexcept;
+    };
+    using Mapping = std::unique_ptr<Page, Unmap>;
+
+    // Opens the object in the file `file` of the folder or, with `setup`, makes it where it is missing. 0
+    // with an object that is new, 183 (ERROR_ALREADY_EXISTS) with one that was there; otherwise no object and
+    // 2 (ERROR_FILE_NOT_FOUND), 5 (ERROR_ACCESS_DENIED), 6 (ERROR_INVALID_HANDLE) for another kind, 13
+    // (ERROR_INVALID_DATA), 170 (ERROR_BUSY) when somebody keeps the file locked, 1450
+    // (ERROR_NO_SYSTEM_RESOURCES). May throw std::bad_alloc.
+    static DWORD Open(const SharedFolder& folder, const std::string& file, std::string_view name,
+                      SharedKind kind, const SharedSetup* setup, std::unique_ptr<SharedObject>& object);
+
+    // Removes the files in the folder that nobody has open any more.
+    static void Sweep(const Descriptor& folder) noexcept;
+
+    SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
+                 std::uint32_t slot, FileId id) noexcept;
+    SharedObject(const SharedObject&) = delete;
+    SharedObject& operator=(const SharedObject&) = delete;
+    // The object ends with the last process that has it open. A mutex this process owns counts as abandoned.
+    ~SharedObject();
+
+    SharedKind Kind() const noexcept { return m_kind; }
+    bool StaysSignalled() const noexcept { return m_manualReset; }
+
+    void Signal() noexcept;
+    void Reset() noexcept;
+    // False, with nothing changed, where the value would go over the maximum.
+    bool Add(std::uint32_t count, std::uint32_t& previous) noexcept;
+    // For mutexes, by their owner.
+    void Free(bool abandoned) noexcept;
+
+    // As for Waitable, for this process as a whole: a mutex that belongs to another thread of it is not
+    // signalled.
+    std::optional<DWORD> TryTake() noexcept;
+    bool LooksSignalled() const noexcept;
+
+    // For waits for all of several objects: everything between Lock and Unlock is one change for every
+    // observer. Several objects are locked in the order of their files.
+    void Lock() noexcept;
+    void Unlock() noexcept;
+    std::optional<DWORD> TryTakeLocked() noexcept;
+    const FileId& File() const noexcept { return m_id; }
+
+    // While a thread waits. It may sleep while the sequence keeps the value it had before the object was
+    // found not signalled.
+    const Word& Sequence() const noexcept;
+    void AddWaiter() noexcept;
+    void RemoveWaiter() noexcept;
+    // Whether a wait has to look now and then for the end of an owner.
+    bool HasOwner() const noexcept { return m_kind == SharedKind::Mutex; }
+    // Marks a mutex as abandoned whose owning process is gone.
+    void CheckOwner() noexcept;
+    const SharedFolder& Folder() const noexcept { return m_folder; }
+
+  private:
+    std::uint32_t Self() const noexcept { return m_slot + 1; }
+    bool IsAlive(std::uint32_t owner) const noexcept;
+    void Bury(Word& word, std::uint32_t owner, std::uint32_t replacement) noexcept;
+    void Changed() noexcept;
+    std::uint32_t Value() const noexcept;
+
+    const SharedFolder& m_folder;
+    const std::string m_file;
+    const Descriptor m_descriptor;
+    const Mapping m_page;
+    const std::uint32_t m_slot;
+    const FileId m_id;
+    // Read once, checked, and not believed again.
+    const SharedKind m_kind;
+    const bool m_manualReset;
+    const std::uint32_t m_maximum;
+};
+
+}  // namespace Quellan::Corvel::Platform

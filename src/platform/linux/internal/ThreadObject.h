@@ -1,0 +1,82 @@
+// Threads as objects: what a thread's handle names, and what a thread itself needs for its waits.
+#pragma once
+
+#include "platform/linux/Threads.h"
+#include "platform/linux/internal/MessageQueue.h"
+#include "platform/linux/internal/WaitEngine.h"
+
+#include <csetjmp>
+#include <map>
+#include <mutex>
+#include <pthread.h>
+
+namespace Quellan::Corvel::Platform {
+
+// Made by CreateThread, or by the thread itself when it first needs one. Lives until the thread has ended and
+// the last handle is closed. For several threads, except where it says "own thread".
+class Thread : public Waitable {
+  public:
+    static constexpr ObjectKind Kind{.name = "thread", .closedByCloseHandle = true, .waitable = true};
+
+    struct Times {
+        FILETIME creation;
+        FILETIME exit;
+        FILETIME kernel;
+        FILETIME user;
+    };
+
+    // The calling thread; null when there is no memory for it.
+    static Thread* Current() noexcept;
+    // Living threads only.
+    static std::shared_ptr<Thread> Find(DWORD id) noexcept;
+
+    // May throw std::bad_alloc.
+    Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended);
+
+    // Starts the thread and waits until it has its id. 8 (ERROR_NOT_ENOUGH_MEMORY).
+    DWORD Start(SIZE_T stackSize) noexcept;
+    DWORD Id() const noexcept { return m_id.load(std::memory_order_relaxed); }
+    DWORD ExitCode() const noexcept;
+    DWORD Resume(DWORD& previous) noexcept;
+    DWORD Suspend(DWORD& previous) noexcept;
+    Times ReadTimes() noexcept;
+    DWORD SetPriority(int priority) noexcept;
+    int Priority() const noexcept { return m_priority.load(std::memory_order_relaxed); }
+    Waiter& AsWaiter() noexcept { return m_waiter; }  // own thread
+    MessageQueue& Messages() noexcept { return m_messages; }
+    [[noreturn]] void Exit(DWORD exitCode);  // own thread
+
+  private:
+    friend struct ThreadMap;
+    using MapEntry = std::map<DWORD, std::weak_ptr<Thread>>::node_type;
+
+    static void* Main(void* thread);
+    static void AtThreadEnd(void* thread) noexcept;
+    static void AfterFork() noexcept;
+    static pthread_key_t EndKey() noexcept;
+
+    bool Adopt() noexcept;
+    void WaitForStart() noexcept;
+    void End() noexcept;
+
+    const LPTHREAD_START_ROUTINE m_function;  // null: not started by Start
+    void* const m_parameter;
+    Word m_id{0};
+    Word m_suspended;  // a count, or HasBegun
+    std::jmp_buf m_exit;
+    std::atomic<int> m_priority{THREAD_PRIORITY_NORMAL};
+    std::atomic<bool> m_reniced{false};  // by the thread that made it, at first
+    Waiter m_waiter;
+    MessageQueue m_messages;
+    int m_endRounds = 0;
+    MapEntry m_mapEntry;             // until the thread has its id
+    std::shared_ptr<Thread> m_self;  // until the thread has ended
+
+    std::mutex m_timesLock;
+    Times m_times{};       // guarded by m_timesLock; complete once the thread has ended
+    bool m_ended = false;  // guarded by m_timesLock
+    std::atomic<DWORD> m_exitCode{STILL_ACTIVE};
+    DWORD m_result = 0;  // own thread: the exit code to be
+};
+
+}  // namespace Quellan::Corvel::Platform

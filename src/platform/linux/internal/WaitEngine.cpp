@@ -1,0 +1,479 @@
+#include "platform/linux/internal/WaitEngine.h"
+
+#include "platform/linux/Process.h"
+#include "platform/linux/internal/SharedObject.h"
+
+#include <algorithm>
+#include <climits>
+#include <mutex>
+
+namespace Quellan::Corvel::Platform {
+
+namespace {
+
+std::size_t FirstSignalled(std::span<Waitable* const> objects) noexcept {
+    std::size_t found = 0;
+    while (found < objects.size() && !objects[found]->LooksSignalled())
+        ++found;
+    // Whoever signalled this one may have signalled an earlier one before, after that was looked at.
+    for (std::size_t i = 0; found < objects.size() && i < found; ++i)
+        if (objects[i]->LooksSignalled()) return i;
+    return found;
+}
+
+}  // namespace
+
+void WakeList::Add(const Word* word, Word* door) noexcept {
+    if (m_count == m_entries.size()) Flush();
+    m_entries[m_count++] = {word, door};
+}
+
+void WakeList::Flush() noexcept {
+    for (const auto& [word, door] : std::span(m_entries).first(m_count)) {
+        if (door) {
+            door->fetch_add(1);
+            FutexWake(door, INT_MAX, Reach::Shared);
+        } else {
+            FutexWake(word, 1, Reach::Process);
+        }
+    }
+    m_count = 0;
+}
+
+Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value) noexcept
+    : Object(kind), m_rule(rule), m_state(WithValue(0, value)) {}
+
+Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule,
+                   std::unique_ptr<SharedObject>&& shared) noexcept
+    : Object(kind), m_rule(rule), m_state(0), m_shared(std::move(shared)) {}
+
+Waitable::~Waitable() = default;
+
+void Waitable::Signal() noexcept {
+    if (m_shared) return m_shared->Signal();
+    std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    while (!(state & Flags))
+        if (m_state.compare_exchange_weak(state, WithValue(state, 1), std::memory_order_acq_rel,
+                                          std::memory_order_relaxed))
+            return;
+    WakeList wakes;
+    const Hold hold(*this);
+    SetValue(1);
+    Dispatch(wakes);
+}
+
+void Waitable::Reset() noexcept {
+    if (m_shared) return m_shared->Reset();
+    std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    while (!(state & Flags))
+        if (m_state.compare_exchange_weak(state, WithValue(state, 0), std::memory_order_acq_rel,
+                                          std::memory_order_relaxed))
+            return;
+    const Hold hold(*this);
+    SetValue(0);
+}
+
+DWORD Waitable::Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) noexcept {
+    std::uint32_t value;
+    if (m_shared) {
+        if (!m_shared->Add(count, value)) return ERROR_TOO_MANY_POSTS;
+    } else {
+        WakeList wakes;
+        const Hold hold(*this);
+        value = Value();
+        if (count > maximum - value) return ERROR_TOO_MANY_POSTS;
+        SetValue(value + count);
+        Dispatch(wakes);
+    }
+    if (previous) *previous = static_cast<LONG>(value);
+    return ERROR_SUCCESS;
+}
+
+DWORD Waitable::Release() noexcept {
+    const DWORD thread = GetCurrentThreadId();
+    if (!IsOwnedBy(thread)) return ERROR_NOT_OWNER;
+    if (--m_depth == 0) {
+        CurrentWaiter()->RemoveOwned(*this);
+        Free(false);
+    }
+    return ERROR_SUCCESS;
+}
+
+void Waitable::Abandon() noexcept {
+    m_depth = 0;
+    Free(true);
+}
+
+void Waitable::Free(bool abandoned) noexcept {
+    if (m_shared) {
+        m_state.store(0, std::memory_order_release);
+        return m_shared->Free(abandoned);
+    }
+    std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    while (!(state & Flags) && !abandoned)
+        if (m_state.compare_exchange_weak(state, 0, std::memory_order_release, std::memory_order_relaxed))
+            return;
+    WakeList wakes;
+    const Hold hold(*this);
+    if (abandoned) m_state.fetch_or(Abandoned, std::memory_order_relaxed);
+    SetValue(0);
+    Dispatch(wakes);
+}
+
+void Waitable::Own(Waiter& waiter) noexcept {
+    m_state.store(WithValue(0, GetCurrentThreadId()), std::memory_order_release);
+    m_depth = 1;
+    waiter.AddOwned(*this);
+}
+
+// While the object is held its owner may be about to change to another thread, or to this one.
+bool Waitable::IsOwnedBy(DWORD thread) const noexcept {
+    const std::uint64_t state = m_state.load(std::memory_order_acquire);
+    if (!(state & (Held | Joined))) return ValueOf(state) == thread;
+    const Hold hold(const_cast<Waitable&>(*this));
+    return Value() == thread;
+}
+
+bool Waitable::LooksSignalled() const noexcept {
+    const std::uint32_t value = ValueOf(m_state.load(std::memory_order_acquire));
+    if (m_rule.takesOwnership && value == GetCurrentThreadId()) return true;
+    if (m_shared) return m_shared->LooksSignalled();
+    return (value == 0) == m_rule.takesOwnership;
+}
+
+bool Waitable::IsSignalledFor(DWORD thread) const noexcept {
+    const std::uint32_t value = Value();
+    return m_rule.takesOwnership ? value == 0 || value == thread : value != 0;
+}
+
+std::optional<DWORD> Waitable::TryTake(Waiter* waiter) noexcept {
+    if (m_rule.takesOwnership && IsOwnedBy(waiter->m_thread)) {
+        ++m_depth;
+        return 0;
+    }
+    if (m_shared) {
+        const std::optional<DWORD> taken = m_shared->TryTake();
+        if (taken && m_rule.takesOwnership) Own(*waiter);
+        return taken;
+    }
+    const DWORD thread = waiter ? waiter->m_thread : 0;
+    std::uint64_t state = m_state.load(std::memory_order_acquire);
+    while (!(state & Flags)) {
+        const std::uint32_t value = ValueOf(state);
+        if (m_rule.takesOwnership ? value != 0 : value == 0) return std::nullopt;
+        if (!m_rule.takesOne && !m_rule.takesOwnership) return 0;
+        const std::uint32_t left = m_rule.takesOne ? value - 1 : thread;
+        if (!m_state.compare_exchange_weak(state, WithValue(state, left), std::memory_order_acquire))
+            continue;
+        if (m_rule.takesOwnership) {
+            m_depth = 1;
+            waiter->AddOwned(*this);
+        }
+        return 0;
+    }
+    const Hold hold(*this);
+    if (!IsSignalledFor(thread)) return std::nullopt;
+    const DWORD flag = TakeFor(thread);
+    if (m_rule.takesOwnership) waiter->AddOwned(*this);
+    return flag;
+}
+
+void Waitable::SetValue(std::uint32_t value) noexcept {
+    m_state.store(WithValue(m_state.load(std::memory_order_relaxed), value), std::memory_order_release);
+}
+
+DWORD Waitable::AbandonedFlag() const noexcept {
+    return m_state.load(std::memory_order_relaxed) & Abandoned ? WAIT_ABANDONED_0 : 0;
+}
+
+DWORD Waitable::TakeFor(DWORD thread) noexcept {
+    const std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    if (m_rule.takesOne) SetValue(ValueOf(state) - 1);
+    if (!m_rule.takesOwnership) return 0;
+    const DWORD flag = AbandonedFlag();
+    m_depth = ValueOf(state) == thread ? m_depth + 1 : 1;
+    m_state.store(WithValue(state & ~Abandoned, thread), std::memory_order_release);
+    return flag;
+}
+
+// The caller holds JoinedLock.
+void Waitable::Join() noexcept {
+    if (m_state.load(std::memory_order_relaxed) & Joined) return;
+    std::uint64_t state = m_state.load(std::memory_order_relaxed) & ~Held;
+    for (Backoff backoff; !m_state.compare_exchange_weak(state, state | Joined, std::memory_order_acq_rel);
+         backoff.Pause())
+        state &= ~Held;
+}
+
+void Waitable::Enqueue(WaitBlock& block) noexcept {
+    block.queued = true;
+    block.next = nullptr;
+    block.previous = m_last;
+    (m_last ? m_last->next : m_first) = &block;
+    m_last = &block;
+    m_state.store(m_state.load(std::memory_order_relaxed) | Queued, std::memory_order_relaxed);
+}
+
+void Waitable::EnqueueFirst(WaitBlock& block) noexcept {
+    block.queued = true;
+    block.previous = nullptr;
+    block.next = m_first;
+    (m_first ? m_first->previous : m_last) = &block;
+    m_first = &block;
+    m_state.store(m_state.load(std::memory_order_relaxed) | Queued, std::memory_order_relaxed);
+}
+
+void Waitable::Dequeue(WaitBlock& block) noexcept {
+    if (!block.queued) return;
+    block.queued = false;
+    (block.previous ? block.previous->next : m_first) = block.next;
+    (block.next ? block.next->previous : m_last) = block.previous;
+    if (!m_first) m_state.store(m_state.load(std::memory_order_relaxed) & ~Queued, std::memory_order_relaxed);
+}
+
+// Hands the object on, first come, first served, for as long as it stays signalled.
+void Waitable::Dispatch(WakeList& wakes) noexcept {
+    WaitBlock* next;
+    for (WaitBlock* block = m_first; block && IsSignalledFor(block->waiter->m_thread); block = next) {
+        next = block->next;
+        block->waiter->Offer(*this, *block, wakes);
+    }
+}
+
+// The object is held. Once the word is an outcome the waiter may be gone: nothing of it is touched then.
+void Waiter::Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept {
+    if (m_mode == Mode::Look) return Poke(wakes);
+    if (m_mode == Mode::One) {
+        const DWORD thread = m_thread;
+        object.Dequeue(block);
+        const Claim claim = TryClaim(block.index | object.AbandonedFlag(), wakes);
+        if (claim == Claim::Done) object.TakeFor(thread);
+        if (claim == Claim::Busy) object.EnqueueFirst(block);
+        return;
+    }
+    if (m_word.load(std::memory_order_relaxed) < Outcomes) return;
+    for (Waitable* each : m_objects)
+        if (!each->IsSignalledFor(m_thread)) return;
+    DWORD flags = 0;
+    for (std::size_t i = 0; i < m_objects.size(); ++i) {
+        flags |= m_objects[i]->TakeFor(m_thread);
+        m_objects[i]->Dequeue(m_blocks[i]);
+    }
+    if (m_word.exchange(flags, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
+}
+
+Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
+    Word* const door = m_door;
+    std::uint32_t word = m_word.load(std::memory_order_relaxed);
+    for (;;) {
+        const bool choosing = word == Choosing;
+        if (word != Waiting && word != Sleeping && !choosing)
+            return word == LookAgain ? Claim::Busy : Claim::Refused;
+        if (!m_word.compare_exchange_weak(word, choosing ? LookAgain : outcome, std::memory_order_acq_rel,
+                                          std::memory_order_relaxed))
+            continue;
+        if (word == Sleeping) wakes.Add(&m_word, door);
+        return choosing ? Claim::Busy : Claim::Done;
+    }
+}
+
+void Waiter::Poke(WakeList& wakes) noexcept {
+    Word* const door = m_door;
+    std::uint32_t word = m_word.load(std::memory_order_relaxed);
+    while (word == Waiting || word == Sleeping)
+        if (m_word.compare_exchange_weak(word, LookAgain, std::memory_order_acq_rel)) {
+            if (word == Sleeping) wakes.Add(&m_word, door);
+            return;
+        }
+}
+
+// The object is held and signalled. False when the wait was ended by another object meanwhile.
+bool Waiter::ClaimForSelf(Waitable& object, std::size_t index) noexcept {
+    std::uint32_t word = Waiting;
+    const auto outcome = static_cast<DWORD>(index) | object.AbandonedFlag();
+    if (!m_word.compare_exchange_strong(word, outcome, std::memory_order_acq_rel)) return false;
+    object.TakeFor(m_thread);
+    return true;
+}
+
+void Waiter::Prepare(Mode mode, std::span<Waitable* const> objects) noexcept {
+    m_mode = mode;
+    m_objects = objects;
+    m_word.store(Waiting, std::memory_order_relaxed);
+    for (std::size_t i = 0; i < objects.size(); ++i) {
+        m_blocks[i].waiter = this;
+        m_blocks[i].index = static_cast<std::uint32_t>(i);
+    }
+}
+
+// Enters the list of owned mutexes what a wait has just taken.
+void Waiter::Adopt(Waitable& object) noexcept {
+    if (object.Rule().takesOwnership) AddOwned(object);
+}
+
+DWORD Waiter::WaitForAny(std::span<Waitable* const> objects, Deadline deadline) noexcept {
+    Prepare(Mode::One, objects);
+    std::size_t queued = 0;
+    for (; queued < objects.size(); ++queued) {
+        if (m_word.load(std::memory_order_relaxed) < Outcomes) break;
+        Waitable& object = *objects[queued];
+        const Waitable::Hold hold(object);
+        if (object.IsSignalledFor(m_thread)) {
+            ClaimForSelf(object, queued);
+            break;
+        }
+        object.Enqueue(m_blocks[queued]);
+    }
+    std::uint32_t word = Sleeping;
+    if (!Sleep(deadline)) m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
+    const std::uint32_t outcome = m_word.load(std::memory_order_acquire);
+    const std::size_t taken = outcome == TimedOut ? objects.size() : outcome % WAIT_ABANDONED_0;
+    for (std::size_t i = 0; i < queued; ++i) {
+        if (i == taken) continue;  // taken from its queue by whoever handed it over
+        const Waitable::Hold hold(*objects[i]);
+        objects[i]->Dequeue(m_blocks[i]);
+    }
+    if (outcome == TimedOut) return WAIT_TIMEOUT;
+    Adopt(*objects[taken]);
+    return outcome;
+}
+
+DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept {
+    const auto signalled = [&](Waitable* object) { return object->IsSignalledFor(m_thread); };
+    std::uint64_t ours = 0;  // mutexes that were owned before, a bit each
+    DWORD outcome = 0;
+    {
+        const std::scoped_lock lock(JoinedLock);
+        for (std::size_t i = 0; i < objects.size(); ++i) {
+            objects[i]->Join();
+            if (objects[i]->Value() == m_thread) ours |= std::uint64_t{1} << i;
+        }
+        Prepare(Mode::All, objects);
+        if (std::ranges::all_of(objects, signalled)) {
+            for (Waitable* object : objects)
+                outcome |= object->TakeFor(m_thread);
+            m_word.store(outcome, std::memory_order_relaxed);
+        } else if (ms == 0) {
+            return WAIT_TIMEOUT;
+        } else {
+            for (std::size_t i = 0; i < objects.size(); ++i)
+                objects[i]->Enqueue(m_blocks[i]);
+        }
+    }
+    if (!Sleep(DeadlineAfter(ms))) {
+        const std::scoped_lock lock(JoinedLock);
+        if (m_word.load(std::memory_order_relaxed) >= Outcomes) {
+            for (std::size_t i = 0; i < objects.size(); ++i)
+                objects[i]->Dequeue(m_blocks[i]);
+            return WAIT_TIMEOUT;
+        }
+    }
+    outcome = m_word.load(std::memory_order_acquire);
+    for (std::size_t i = 0; i < objects.size(); ++i)
+        if (!(ours >> i & 1)) Adopt(*objects[i]);
+    return outcome;
+}
+
+// A hand-over often comes within a microsecond when its sender runs on another core, and with one yield when
+// it waits for this one. Where that was not so the next attempts are left out, more and more of them: many
+// threads that wait for one event, or a core that others want as well, are slower with them.
+bool Waiter::Spin() noexcept {
+    constexpr unsigned Pauses = 12;
+    constexpr unsigned Yields = 3;
+    constexpr Deadline LongYields = 6'000;
+    constexpr unsigned MostFailures = 6;
+    if (IsGranted()) return true;
+    if (m_waitsWithoutSpin > 0) {
+        --m_waitsWithoutSpin;
+        return false;
+    }
+    bool granted = false;
+    for (unsigned i = 0; i < Pauses && !granted; ++i) {
+        CpuPause();
+        granted = IsGranted();
+    }
+    bool worthIt = granted;
+    if (!granted) {
+        const Deadline begin = Now();
+        for (unsigned i = 0; i < Yields && !granted; ++i) {
+            sched_yield();
+            granted = IsGranted();
+        }
+        worthIt = granted && Now() - begin < LongYields;
+    }
+    m_spinFailures = worthIt ? 0 : std::min(m_spinFailures + 1, MostFailures);
+    m_waitsWithoutSpin = worthIt ? 0 : 1u << m_spinFailures;
+    return granted;
+}
+
+// True once the word is an outcome; false, with the word still Sleeping perhaps, when the time is over.
+bool Waiter::Sleep(Deadline deadline) noexcept {
+    if (Spin()) return true;
+    std::uint32_t word = Waiting;
+    m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
+    while (!IsGranted())
+        if (FutexWait(m_word, Sleeping, deadline, Reach::Process) == ETIMEDOUT) return false;
+    return true;
+}
+
+bool Waiter::MakeRoom(std::size_t count) noexcept {
+    if (m_owned.size() + count <= m_owned.capacity()) return true;
+    std::erase_if(m_owned, [](const Owned& owned) { return owned.alive.expired(); });
+    try {
+        m_owned.reserve(2 * (m_owned.size() + count));
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+void Waiter::AddOwned(Waitable& mutex) noexcept {
+    m_owned.push_back({&mutex, mutex.weak_from_this()});
+}
+
+void Waiter::RemoveOwned(const Waitable& mutex) noexcept {
+    const auto found = std::find_if(m_owned.rbegin(), m_owned.rend(),
+                                    [&](const Owned& owned) { return owned.mutex == &mutex; });
+    if (found == m_owned.rend()) return;
+    *found = std::move(m_owned.back());
+    m_owned.pop_back();
+}
+
+void Waiter::AbandonOwned() noexcept {
+    for (const Owned& owned : std::exchange(m_owned, {}))
+        if (const auto mutex = owned.alive.lock()) mutex->Abandon();
+}
+
+DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept {
+    bool shared = false;
+    std::size_t mutexes = 0;
+    for (const Waitable* object : objects) {
+        shared |= object->Shared() != nullptr;
+        mutexes += object->Rule().takesOwnership;
+    }
+    all &= objects.size() > 1;
+    Waiter* waiter = nullptr;
+    if (mutexes != 0 || all || shared) {
+        waiter = CurrentWaiter();
+        if (!waiter || !waiter->MakeRoom(mutexes)) return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    if (all) {
+        status = shared ? waiter->WaitForAllShared(objects, ms) : waiter->WaitForAll(objects, ms);
+        return ERROR_SUCCESS;
+    }
+    for (;;) {
+        const std::size_t found = FirstSignalled(objects);
+        if (found == objects.size()) break;
+        if (const std::optional<DWORD> flag = objects[found]->TryTake(waiter)) {
+            status = static_cast<DWORD>(found) | *flag;
+            return ERROR_SUCCESS;
+        }
+    }
+    status = WAIT_TIMEOUT;
+    if (ms == 0) return ERROR_SUCCESS;
+    if (!waiter && !(waiter = CurrentWaiter())) return ERROR_NOT_ENOUGH_MEMORY;
+    status = shared ? waiter->WaitForAnyShared(objects, ms) : waiter->WaitForAny(objects, DeadlineAfter(ms));
+    return ERROR_SUCCESS;
+}
+
+}  // namespace Quellan::Corvel::Platform

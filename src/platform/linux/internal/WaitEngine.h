@@ -1,0 +1,254 @@
+// Waits on objects.
+//
+// A thread that has to wait queues up at each of its objects and sleeps on one word of its own. Whoever
+// signals an object hands it, under the object's lock, to the first waiter whose word can be changed from
+// "waiting" to the outcome; only then is the signal used up. A waiter whose time is over changes its word
+// itself, and the loser of the two obeys: no signal is lost and none is taken back.
+//
+// A signal without waiters and a wait for something already signalled are one atomic change of the object's
+// state; the kernel is entered only to sleep and to wake a sleeper.
+//
+// An object that takes part in a wait for all of several objects is guarded from then on by one lock for all
+// such objects, so that these waits take everything or nothing, for every observer.
+//
+// Objects with a name live in memory shared by processes (SharedObject); waits that involve them are in
+// SharedWait.cpp.
+#pragma once
+
+#include "platform/linux/Waits.h"
+#include "platform/linux/internal/Futex.h"
+#include "platform/linux/internal/HandleTable.h"
+
+#include <array>
+#include <optional>
+#include <span>
+#include <vector>
+
+namespace Quellan::Corvel::Platform {
+
+class SharedObject;
+class Waiter;
+
+// What being taken by a wait does to an object: one of these is all that tells the kinds apart.
+struct WaitRule {
+    bool takesOne = false;        // the value goes down by one
+    bool takesOwnership = false;  // the value becomes the id of the waiting thread; 0 is signalled
+};
+inline constexpr WaitRule StaysSignalled{};
+inline constexpr WaitRule TakesOne{.takesOne = true};
+inline constexpr WaitRule TakesOwnership{.takesOwnership = true};
+
+// A thread's place in the queue of one object. Guarded by the object's lock.
+struct WaitBlock {
+    WaitBlock* previous = nullptr;
+    WaitBlock* next = nullptr;
+    Waiter* waiter = nullptr;
+    std::uint32_t index = 0;  // of the object in the thread's wait
+    bool queued = false;
+};
+
+// Guards all objects that once took part in a wait for all.
+inline constinit ShortLock JoinedLock;
+
+// Threads to wake once no lock is held any more, at the end of its scope.
+class WakeList {
+  public:
+    WakeList() = default;
+    WakeList(const WakeList&) = delete;
+    WakeList& operator=(const WakeList&) = delete;
+    ~WakeList() { Flush(); }
+
+    // `door` is null, or the shared word on which the thread sleeps in place of its own.
+    void Add(const Word* word, Word* door) noexcept;
+
+  private:
+    struct Entry {
+        const Word* word;
+        Word* door;
+    };
+
+    void Flush() noexcept;
+
+    std::size_t m_count = 0;
+    std::array<Entry, 16> m_entries;
+};
+
+// The base of all objects that can be waited on. For several threads.
+class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
+  public:
+    ~Waitable() override;
+
+    // Null for an object of this process alone.
+    SharedObject* Shared() const noexcept { return m_shared.get(); }
+    const WaitRule& Rule() const noexcept { return m_rule; }
+
+    // Sets the value to one: for events, and for the end of a thread.
+    void Signal() noexcept;
+    void Reset() noexcept;
+    // For semaphores. 298 (ERROR_TOO_MANY_POSTS), with nothing changed, where the value would go over
+    // `maximum`.
+    DWORD Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) noexcept;
+    // For mutexes: gives back one acquisition of the calling thread. 288 (ERROR_NOT_OWNER).
+    DWORD Release() noexcept;
+    // For mutexes: the calling thread ends as the owner.
+    void Abandon() noexcept;
+    // For mutexes nobody else knows yet: makes the calling thread the owner.
+    void Own(Waiter& waiter) noexcept;
+
+    // Takes the object if it is signalled: nothing, or 0 or WAIT_ABANDONED_0. `waiter` is the calling thread;
+    // only for what takes ownership, and with room for it.
+    std::optional<DWORD> TryTake(Waiter* waiter) noexcept;
+    // Whether a TryTake is worth while. Sees everything that happened before.
+    bool LooksSignalled() const noexcept;
+
+  protected:
+    Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value) noexcept;
+    Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared) noexcept;
+
+  private:
+    friend class Waiter;
+    class Hold;
+
+    // The lower half of the state holds flags, the upper half the value. Of a shared mutex only the value is
+    // used: its owner, when that is a thread of this process.
+    static constexpr std::uint64_t Held = 1;       // by a Hold
+    static constexpr std::uint64_t Queued = 2;     // somebody waits
+    static constexpr std::uint64_t Joined = 4;     // guarded by JoinedLock instead of Held
+    static constexpr std::uint64_t Abandoned = 8;  // a mutex without owner, and the last one ended
+    static constexpr std::uint64_t Flags = 0xFFFFFFFF;
+
+    static constexpr std::uint32_t ValueOf(std::uint64_t state) noexcept {
+        return static_cast<std::uint32_t>(state >> 32);
+    }
+    static constexpr std::uint64_t WithValue(std::uint64_t state, std::uint32_t value) noexcept {
+        return (state & Flags) | std::uint64_t{value} << 32;
+    }
+
+    bool IsSignalledFor(DWORD thread) const noexcept;
+    bool IsOwnedBy(DWORD thread) const noexcept;
+    std::uint32_t Value() const noexcept { return ValueOf(m_state.load(std::memory_order_relaxed)); }
+    void SetValue(std::uint32_t value) noexcept;
+    // The outcome's part that tells of an owner that ended.
+    DWORD AbandonedFlag() const noexcept;
+    DWORD TakeFor(DWORD thread) noexcept;
+    void Join() noexcept;
+    void Enqueue(WaitBlock& block) noexcept;
+    void EnqueueFirst(WaitBlock& block) noexcept;
+    void Dequeue(WaitBlock& block) noexcept;
+    void Dispatch(WakeList& wakes) noexcept;
+    void Free(bool abandoned) noexcept;
+
+    const WaitRule& m_rule;
+    std::atomic<std::uint64_t> m_state;
+    std::uint32_t m_depth = 0;  // of the owner's acquisitions; touched by the owner, or on its behalf
+    WaitBlock* m_first = nullptr;
+    WaitBlock* m_last = nullptr;
+    const std::unique_ptr<SharedObject> m_shared;
+};
+
+// Guards an object for its scope.
+class Waitable::Hold {
+  public:
+    explicit Hold(Waitable& object) noexcept : m_object(object) {
+        for (Backoff backoff;; backoff.Pause()) {
+            std::uint64_t state = object.m_state.load(std::memory_order_relaxed);
+            if (state & Joined) {
+                JoinedLock.lock();
+                return;
+            }
+            if (!(state & Held) &&
+                object.m_state.compare_exchange_weak(state, state | Held, std::memory_order_acquire,
+                                                     std::memory_order_relaxed))
+                return;
+        }
+    }
+    Hold(const Hold&) = delete;
+    Hold& operator=(const Hold&) = delete;
+    ~Hold() {
+        const std::uint64_t state = m_object.m_state.load(std::memory_order_relaxed);
+        if (state & Joined)
+            JoinedLock.unlock();
+        else
+            m_object.m_state.store(state & ~Held, std::memory_order_release);
+    }
+
+  private:
+    Waitable& m_object;
+};
+
+// A thread as the engine sees it: what it waits for and the mutexes it owns.
+class Waiter {
+  public:
+    Waiter() = default;
+    Waiter(const Waiter&) = delete;
+    Waiter& operator=(const Waiter&) = delete;
+
+    void SetThread(DWORD id) noexcept { m_thread = id; }
+
+    // Waits for one of the objects, or for all of them, none of which comes twice. The status is what the
+    // platform's waits return.
+    DWORD WaitForAny(std::span<Waitable* const> objects, Deadline deadline) noexcept;
+    DWORD WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept;
+    DWORD WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
+    DWORD WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
+
+    // So that owning `count` more mutexes needs no memory; false when there is none.
+    bool MakeRoom(std::size_t count) noexcept;
+    void AddOwned(Waitable& mutex) noexcept;
+    void RemoveOwned(const Waitable& mutex) noexcept;
+    // At the end of the thread, on the thread itself.
+    void AbandonOwned() noexcept;
+
+  private:
+    friend class Waitable;
+
+    enum class Mode {
+        One,   // an object is handed over to the waiter
+        All,   // all of its objects are handed over together
+        Look,  // the waiter is told to look for itself
+    };
+
+    // Values of the word; those below are outcomes of a wait.
+    enum : std::uint32_t { Outcomes = 0x100, Waiting, Sleeping, Choosing, LookAgain, TimedOut };
+
+    enum class Claim { Done, Refused, Busy };
+
+    // An owned mutex does not live by being owned.
+    struct Owned {
+        Waitable* mutex;
+        std::weak_ptr<Waitable> alive;
+    };
+
+    struct SharedSleep;
+
+    void Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept;
+    Claim TryClaim(DWORD outcome, WakeList& wakes) noexcept;
+    void Poke(WakeList& wakes) noexcept;
+    bool ClaimForSelf(Waitable& object, std::size_t index) noexcept;
+    bool IsGranted() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
+    bool Spin() noexcept;
+    bool Sleep(Deadline deadline) noexcept;
+    void Prepare(Mode mode, std::span<Waitable* const> objects) noexcept;
+    void Adopt(Waitable& object) noexcept;
+    bool ChooseShared(std::span<Waitable* const> objects) noexcept;
+    DWORD TryTakeAllShared(std::span<Waitable* const> objects, std::span<Waitable* const> shared) noexcept;
+
+    Word m_word{0};
+    Mode m_mode = Mode::One;
+    std::span<Waitable* const> m_objects;
+    Word* m_door = nullptr;  // see WakeList
+    unsigned m_spinFailures = 0;
+    unsigned m_waitsWithoutSpin = 0;
+    DWORD m_thread = 0;
+    std::vector<Owned> m_owned;
+    std::array<WaitBlock, MAXIMUM_WAIT_OBJECTS> m_blocks;
+};
+
+// The calling thread's; null when there is no memory for it.
+Waiter* CurrentWaiter() noexcept;
+
+// What the platform's waits do once their handles are resolved. 0 with a status, or 8
+// (ERROR_NOT_ENOUGH_MEMORY).
+DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept;
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,222 @@
+#include "WaitObjects.h"
+#include "platform/Win32.h"
+
+#include <atomic>
+#include <memory>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+constexpr UINT First = WM_APP + 1;
+constexpr UINT Second = WM_APP + 2;
+
+BOOL Peek(MSG& message, UINT first = 0, UINT last = 0, UINT flags = PM_REMOVE) {
+    return PeekMessageW(&message, nullptr, first, last, flags);
+}
+
+DWORD WaitForInput(const std::vector<HANDLE>& handles, DWORD ms, DWORD flags = 0, DWORD mask = QS_ALLINPUT) {
+    return MsgWaitForMultipleObjectsEx(static_cast<DWORD>(handles.size()), handles.data(), ms, mask, flags);
+}
+
+// Each test has a queue of its own: it runs on a thread of its own.
+class Messages : public testing::Test {
+  protected:
+    // Runs `body` on a thread with an open queue.
+    template <class Body>
+    static void OnThread(Body body) {
+        Worker([&] {
+            MSG message;
+            Peek(message, 0, 0, PM_NOREMOVE);
+            body();
+            return 0u;
+        });
+    }
+
+    static DWORD Post(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
+        return CodeOf(PostThreadMessageW(GetCurrentThreadId(), message, wParam, lParam));
+    }
+};
+
+TEST_F(Messages, ArriveInTheirOrderWithWhatTheyCarry) {
+    OnThread([] {
+        EXPECT_EQ(Post(First, 11, -22), 0u);
+        EXPECT_EQ(Post(Second), 0u);
+        MSG message{};
+        ASSERT_TRUE(Peek(message, 0, 0, PM_NOREMOVE));
+        ASSERT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
+        EXPECT_EQ(message.hwnd, nullptr);
+        EXPECT_EQ(message.message, First);
+        EXPECT_EQ(message.wParam, 11u);
+        EXPECT_EQ(message.lParam, -22);
+        EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
+        EXPECT_EQ(message.message, Second);
+        EXPECT_FALSE(Peek(message));
+    });
+}
+
+TEST_F(Messages, AreTakenByRange) {
+    OnThread([] {
+        Post(First);
+        Post(Second);
+        MSG message{};
+        EXPECT_FALSE(Peek(message, WM_USER, WM_USER));
+        ASSERT_TRUE(Peek(message, Second, Second));
+        EXPECT_EQ(message.message, Second);
+        ASSERT_TRUE(Peek(message));
+        EXPECT_EQ(message.message, First);
+    });
+}
+
+TEST_F(Messages, EndWithTheQuitMessage) {
+    OnThread([] {
+        PostQuitMessage(17);
+        Post(First);
+        MSG message{};
+        EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
+        EXPECT_EQ(message.message, First);
+        EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 0);
+        EXPECT_EQ(message.message, UINT{WM_QUIT});
+        EXPECT_EQ(message.wParam, 17u);
+        EXPECT_FALSE(Peek(message));
+    });
+}
+
+TEST_F(Messages, ReachNoThreadWithoutAQueue) {
+    const Owned opened = AutoEvent();
+    const Owned proceed = AutoEvent();
+    const Worker thread([&] {
+        MSG message;
+        Await(proceed);
+        Peek(message, 0, 0, PM_NOREMOVE);
+        SetEvent(opened);
+        return static_cast<DWORD>(GetMessageW(&message, nullptr, 0, 0));
+    });
+    const auto post = [&] { return CodeOf(PostThreadMessageW(thread.Id(), WM_QUIT, 0, 0)); };
+    if (!OnWine()) EXPECT_EQ(post(), DWORD{ERROR_INVALID_THREAD_ID});  // Wine gives every thread a queue
+    SetEvent(proceed);
+    Await(opened);
+    EXPECT_EQ(post(), 0u);
+    EXPECT_EQ(thread.Result(), 0u);
+    if (!OnWine()) EXPECT_EQ(post(), DWORD{ERROR_INVALID_THREAD_ID});  // Wine: ERROR_INVALID_PARAMETER
+}
+
+TEST_F(Messages, FillAQueueOfTenThousand) {
+    if (OnWine()) GTEST_SKIP() << "Wine has no limit";
+    OnThread([] {
+        for (int i = 0; i < 10'000; ++i)
+            ASSERT_EQ(Post(First), 0u) << i;
+        EXPECT_EQ(Post(First), DWORD{ERROR_NOT_ENOUGH_QUOTA});
+        MSG message;
+        EXPECT_TRUE(Peek(message));
+        EXPECT_EQ(Post(Second), 0u);
+    });
+}
+
+TEST_F(Messages, OfWindowsThereAreNone) {
+    OnThread([] {
+        MSG message{};
+        const auto window = reinterpret_cast<HWND>(std::uintptr_t{0x1234});
+        EXPECT_FALSE(PeekMessageW(&message, window, 0, 0, PM_REMOVE));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+        EXPECT_EQ(GetMessageW(&message, window, 0, 0), -1);
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+        message.message = First;
+        EXPECT_FALSE(TranslateMessage(&message));
+        EXPECT_EQ(DispatchMessageW(&message), 0);
+    });
+}
+
+TEST_F(Messages, EndAWaitAfterTheHandlesBeforeThem) {
+    OnThread([] {
+        const Owned event = AutoEvent();
+        EXPECT_EQ(WaitForInput({event}, 0), DWORD{WAIT_TIMEOUT});
+        Post(First);
+        SetEvent(event);
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_ALERTABLE), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForInput({event}, 0), WAIT_OBJECT_0 + 1);
+        Post(First);
+        EXPECT_EQ(WaitForInput({}, INFINITE), WAIT_OBJECT_0);
+    });
+}
+
+TEST_F(Messages, LookedAtAndLeftAreNotNew) {
+    OnThread([] {
+        MSG message;
+        Post(First);
+        ASSERT_TRUE(Peek(message, 0, 0, PM_NOREMOVE));
+        EXPECT_EQ(WaitForInput({}, 0), DWORD{WAIT_TIMEOUT});
+        EXPECT_EQ(WaitForInput({}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
+        Post(First);
+        EXPECT_EQ(WaitForInput({}, 0), WAIT_OBJECT_0);
+    });
+}
+
+TEST_F(Messages, EndNoWaitThatDoesNotAskForThem) {
+    OnThread([] {
+        constexpr DWORD NoPostedMessages = QS_ALLINPUT & ~DWORD{QS_POSTMESSAGE};
+        const Owned event = AutoEvent();
+        Post(First);
+        EXPECT_EQ(WaitForInput({event}, 0, 0, NoPostedMessages), DWORD{WAIT_TIMEOUT});
+    });
+}
+
+TEST_F(Messages, AreAwaitedTogetherWithAllHandles) {
+    OnThread([] {
+        const Owned event = AutoEvent();
+        Post(First);
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_WAITALL), DWORD{WAIT_TIMEOUT});
+        SetEvent(event);
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_WAITALL), WAIT_OBJECT_0);
+        EXPECT_EQ(Poll(event), DWORD{WAIT_TIMEOUT});
+    });
+}
+
+TEST_F(Messages, AreAwaitedWithSixtyThreeHandlesAtMost) {
+    OnThread([] {
+        std::vector<Owned> events;
+        std::vector<HANDLE> handles;
+        for (unsigned i = 0; i < MAXIMUM_WAIT_OBJECTS - 1; ++i)
+            handles.push_back(events.emplace_back(AutoEvent()));
+        Post(First);
+        EXPECT_EQ(WaitForInput(handles, 0), WAIT_OBJECT_0 + 63);
+        handles.push_back(events.emplace_back(AutoEvent()));
+        EXPECT_EQ(WaitCode(WaitForInput(handles, 0)), DWORD{ERROR_INVALID_PARAMETER});
+    });
+}
+
+// Three threads post while the owner waits for messages and an event in turn: nothing is lost, and the order
+// of each sender is kept.
+TEST_F(Messages, OfSeveralSendersAllArrive) {
+    constexpr WPARAM Each = 5'000;
+    const Owned ready = ManualEvent();
+    const Owned tick = AutoEvent();
+    const Worker receiver([&] {
+        std::vector<WPARAM> next(3, 0);
+        MSG message;
+        Peek(message, 0, 0, PM_NOREMOVE);
+        SetEvent(ready);
+        while (next != std::vector<WPARAM>(3, Each)) {
+            if (WaitForInput({tick}, Patience) == DWORD{WAIT_TIMEOUT}) return 1u;
+            while (Peek(message))
+                if (message.wParam != next.at(message.message - First)++) return 2u;
+        }
+        return 0u;
+    });
+    Await(ready);
+    {
+        std::vector<std::unique_ptr<Worker>> senders;
+        for (UINT sender = 0; sender < 3; ++sender)
+            senders.push_back(std::make_unique<Worker>([&, sender] {
+                for (WPARAM i = 0; i < Each; ++i) {
+                    while (!PostThreadMessageW(receiver.Id(), First + sender, i, 0))
+                        SwitchToThread();
+                    if (i % 8 == 0) SetEvent(tick);
+                }
+                return 0u;
+            }));
+    }
+    EXPECT_EQ(receiver.Result(), 0u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,327 @@
+#include "WaitObjects.h"
+#include "platform/Win32.h"
+#include "support/Role.h"
+
+#include <memory>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+std::wstring Wide(const std::string& text) {
+    return std::wstring(text.begin(), text.end());
+}
+
+// A name that no other test and no other run uses.
+std::string NewName() {
+    static int count = 0;
+    return "tqtest." + std::to_string(GetCurrentProcessId()) + "." + std::to_string(count++);
+}
+
+enum RoleExit { Done = 0, NotThere = 10, TimedOut = 11, Unexpected = 12 };
+
+Owned OpenEvent(const std::string& name) {
+    return Owned(OpenEventW(EVENT_ALL_ACCESS, FALSE, Wide(name).c_str()));
+}
+
+// Takes the mutex of that name, tells so by the event of that name, and keeps it until the process is killed.
+const Role g_holder("hold-mutex", [](const RoleArguments& arguments) -> int {
+    const Owned mutex(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, Wide(arguments.at(0)).c_str()));
+    const Owned taken = OpenEvent(arguments.at(1));
+    if (!mutex || !taken) return NotThere;
+    if (Await(mutex) == WAIT_FAILED) return Unexpected;
+    SetEvent(taken);
+    Sleep(INFINITE);
+    return Unexpected;
+});
+
+// The same with a thread that ends as the owner, and a process that goes on until the event is set again.
+const Role g_careless("lose-mutex", [](const RoleArguments& arguments) -> int {
+    const Owned mutex(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, Wide(arguments.at(0)).c_str()));
+    const Owned lost = OpenEvent(arguments.at(1));
+    const Owned end = OpenEvent(arguments.at(2));
+    if (!mutex || !lost || !end) return NotThere;
+    Worker([&] { return Await(mutex); });
+    SetEvent(lost);
+    return Await(end) == WAIT_OBJECT_0 ? Done : TimedOut;
+});
+
+// Answers each signal of the first event with the second, as often as told.
+const Role g_echo("echo", [](const RoleArguments& arguments) -> int {
+    const Owned ping = OpenEvent(arguments.at(0));
+    const Owned pong = OpenEvent(arguments.at(1));
+    if (!ping || !pong) return NotThere;
+    for (int i = std::stoi(arguments.at(2)); i > 0; --i) {
+        if (Await(ping) != WAIT_OBJECT_0) return TimedOut;
+        SetEvent(pong);
+    }
+    return Done;
+});
+
+// Creates an event of that name, tells so, and waits to be killed.
+const Role g_creator("create-event", [](const RoleArguments& arguments) -> int {
+    const Owned created = ManualEvent(true, Wide(arguments.at(0)).c_str());
+    if (!created || GetLastError() != 0) return Unexpected;
+    SetEvent(OpenEvent(arguments.at(1)));
+    Sleep(INFINITE);
+    return Unexpected;
+});
+
+// Adds to the semaphore of that name, as often as told.
+const Role g_poster("post", [](const RoleArguments& arguments) -> int {
+    const Owned semaphore(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, Wide(arguments.at(0)).c_str()));
+    if (!semaphore) return NotThere;
+    for (int i = std::stoi(arguments.at(1)); i > 0; --i)
+        if (!ReleaseSemaphore(semaphore, 1, nullptr)) return Unexpected;
+    return Done;
+});
+
+class NamedObjects : public testing::Test {
+  protected:
+    const wchar_t* Name() const { return m_wide.c_str(); }
+
+    const std::string m_name = NewName();
+    const std::wstring m_wide = Wide(m_name);
+};
+
+TEST_F(NamedObjects, AreOneObjectWithManyHandles) {
+    const Owned created = ManualEvent(false, Name());
+    EXPECT_EQ(GetLastError(), 0u);
+    const Owned again = AutoEvent(true, Name());  // what is asked for counts for new objects only
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    const Owned opened(OpenEventW(SYNCHRONIZE, FALSE, Name()));
+    EXPECT_EQ(Poll(opened), DWORD{WAIT_TIMEOUT});
+    SetEvent(again);
+    EXPECT_EQ(Poll(opened), WAIT_OBJECT_0);
+    EXPECT_EQ(Poll(created), WAIT_OBJECT_0);
+}
+
+TEST_F(NamedObjects, EndWithTheirLastHandle) {
+    Owned first = ManualEvent(true, Name());
+    Owned second(OpenEventW(SYNCHRONIZE, FALSE, Name()));
+    first.Close();
+    EXPECT_EQ(CodeOf(Owned(OpenEventW(SYNCHRONIZE, FALSE, Name()))), 0u);
+    second.Close();
+    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, Name())), DWORD{ERROR_FILE_NOT_FOUND});
+    const Owned anew = ManualEvent(false, Name());
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_EQ(Poll(anew), DWORD{WAIT_TIMEOUT});
+}
+
+TEST_F(NamedObjects, HaveOneKind) {
+    const Owned mutex = Mutex(false, Name());
+    EXPECT_EQ(CodeOf(CreateEventW(nullptr, TRUE, FALSE, Name())), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(OpenSemaphoreW(SYNCHRONIZE, FALSE, Name())), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(Owned(OpenMutexW(SYNCHRONIZE, FALSE, Name()))), 0u);
+}
+
+TEST_F(NamedObjects, AreLocalWithoutAPrefix) {
+    const Owned bare = ManualEvent(false, Name());
+    const Owned local = ManualEvent(false, (L"Local\\" + m_wide).c_str());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    SetEvent(local);
+    EXPECT_EQ(Poll(bare), WAIT_OBJECT_0);
+}
+
+TEST_F(NamedObjects, DifferInTheCaseOfALetter) {
+    const Owned lower = ManualEvent(false, Name());
+    std::wstring upper = m_wide;
+    upper[0] = L'T';
+    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, upper.c_str())), DWORD{ERROR_FILE_NOT_FOUND});
+}
+
+TEST_F(NamedObjects, TakeAnyCharacterButTheBackslash) {
+    const std::wstring name = m_wide + L" /:*\x00E4\x4E2D.";
+    const Owned event = ManualEvent(false, name.c_str());
+    EXPECT_NE(HANDLE(event), nullptr) << GetLastError();
+    EXPECT_EQ(CodeOf(Owned(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()))), 0u);
+}
+
+TEST_F(NamedObjects, RefuseNamesThatAreNone) {
+    const auto createAndOpen = [](const std::wstring& name) {
+        const DWORD created = CodeOf(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
+        EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, name.c_str())), created);
+        return created;
+    };
+    EXPECT_EQ(createAndOpen(L"\\" + m_wide), DWORD{ERROR_BAD_PATHNAME});
+    EXPECT_EQ(createAndOpen(L"Else\\" + m_wide), DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_EQ(createAndOpen(L"Global\\a\\" + m_wide), DWORD{ERROR_PATH_NOT_FOUND});
+    EXPECT_EQ(createAndOpen(L"Global\\"), DWORD{ERROR_INVALID_NAME});
+    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(CodeOf(OpenMutexW(SYNCHRONIZE, FALSE, L"")), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST_F(NamedObjects, WithAnEmptyNameHaveNone) {
+    const Owned first = ManualEvent(true, L"");
+    const Owned second = ManualEvent(false, L"");
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_EQ(Poll(second), DWORD{WAIT_TIMEOUT});
+}
+
+TEST_F(NamedObjects, BelongToTheirMakerFromTheBeginning) {
+    const Owned mutex = Mutex(true, Name());
+    const Owned again = Mutex(true, Name());
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+    EXPECT_EQ(Worker([&] { return Poll(again); }).Result(), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(Poll(again), WAIT_OBJECT_0);
+    EXPECT_EQ(CodeOf(ReleaseMutex(mutex)), 0u);
+    EXPECT_EQ(CodeOf(ReleaseMutex(mutex)), 0u);
+    EXPECT_EQ(CodeOf(ReleaseMutex(again)), DWORD{ERROR_NOT_OWNER});
+    EXPECT_EQ(Worker([&] { return Poll(again); }).Result(), WAIT_OBJECT_0);
+}
+
+TEST_F(NamedObjects, CountForSeveralProcesses) {
+    constexpr int Each = 500;
+    const Owned semaphore = Semaphore(0, 10 * Each, Name());
+    RoleProcess first("post", {m_name, std::to_string(Each)});
+    RoleProcess second("post", {m_name, std::to_string(Each)});
+    for (int i = 0; i < 2 * Each; ++i)
+        ASSERT_EQ(Await(semaphore), WAIT_OBJECT_0) << i;
+    EXPECT_EQ(Poll(semaphore), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(first.ExitCode(), Done);
+    EXPECT_EQ(second.ExitCode(), Done);
+}
+
+TEST_F(NamedObjects, PassSignalsBetweenProcesses) {
+    constexpr int Rounds = 1'000;
+    const std::string pongName = NewName();
+    const Owned ping = AutoEvent(false, Name());
+    const Owned pong = AutoEvent(false, Wide(pongName).c_str());
+    const Owned never = AutoEvent();
+    RoleProcess echo("echo", {m_name, pongName, std::to_string(Rounds)});
+    for (int i = 0; i < Rounds; ++i) {
+        SetEvent(ping);
+        // Together with an object of this process every other time.
+        const DWORD status = i % 2 ? WaitAny({never, pong}, Patience) - 1 : Await(pong);
+        ASSERT_EQ(status, WAIT_OBJECT_0) << i;
+    }
+    EXPECT_EQ(echo.ExitCode(), Done);
+}
+
+TEST_F(NamedObjects, EndWithTheProcessThatIsKilled) {
+    const std::string readyName = NewName();
+    const Owned ready = AutoEvent(false, Wide(readyName).c_str());
+    RoleProcess creator("create-event", {m_name, readyName});
+    ASSERT_EQ(Await(ready), WAIT_OBJECT_0);
+    EXPECT_EQ(Poll(Owned(OpenEventW(SYNCHRONIZE, FALSE, Name()))), WAIT_OBJECT_0);
+    creator.Kill();
+    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, Name())), DWORD{ERROR_FILE_NOT_FOUND});
+    const Owned anew = ManualEvent(false, Name());
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_EQ(Poll(anew), DWORD{WAIT_TIMEOUT});
+}
+
+class HeldMutex : public NamedObjects {
+  protected:
+    // Another process holds the mutex when this returns.
+    std::unique_ptr<RoleProcess> Hold() {
+        auto holder = std::make_unique<RoleProcess>("hold-mutex", RoleArguments{m_name, m_takenName});
+        EXPECT_EQ(Await(m_taken), WAIT_OBJECT_0);
+        return holder;
+    }
+
+    void ExpectOwned() {
+        EXPECT_EQ(CodeOf(ReleaseMutex(m_mutex)), 0u);
+        EXPECT_EQ(Poll(m_mutex), WAIT_OBJECT_0);  // nobody hears of it twice
+        EXPECT_EQ(CodeOf(ReleaseMutex(m_mutex)), 0u);
+    }
+
+    const std::string m_takenName = NewName();
+    Owned m_mutex = Mutex(false, Name());
+    Owned m_taken = AutoEvent(false, Wide(m_takenName).c_str());
+    Owned m_never = AutoEvent();
+};
+
+TEST_F(HeldMutex, KeepsOtherProcessesOut) {
+    const auto holder = Hold();
+    EXPECT_EQ(Poll(m_mutex), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(WaitForSingleObject(m_mutex, 5), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(WaitAny({m_never, m_mutex}, 5), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(CodeOf(ReleaseMutex(m_mutex)), DWORD{ERROR_NOT_OWNER});
+}
+
+TEST_F(HeldMutex, IsAbandonedWhenItsProcessIsKilled) {
+    for (int i = 0; i < 5; ++i) {
+        Hold()->Kill();
+        ASSERT_EQ(Poll(m_mutex), DWORD{WAIT_ABANDONED_0}) << i;
+        ExpectOwned();
+    }
+}
+
+TEST_F(HeldMutex, IsGivenToAWaiterWhenItsProcessIsKilled) {
+    const auto holder = Hold();
+    const Owned waiting = ManualEvent();
+    const Worker single([&] {
+        SetEvent(waiting);
+        const DWORD status = Await(m_mutex);
+        return ReleaseMutex(m_mutex) ? status : DWORD{WAIT_FAILED};
+    });
+    Await(waiting);
+    holder->Kill();
+    EXPECT_EQ(single.Result(), DWORD{WAIT_ABANDONED_0});
+}
+
+TEST_F(HeldMutex, IsAbandonedForWaitsOfEveryForm) {
+    const Owned set = ManualEvent(true);
+    const Owned alsoNamed = ManualEvent(true, Wide(NewName()).c_str());
+    Hold()->Kill();
+    EXPECT_EQ(WaitAny({m_never, m_mutex}, Patience), WAIT_ABANDONED_0 + 1);
+    ExpectOwned();
+    Hold()->Kill();
+    EXPECT_EQ(WaitAll({set, m_mutex, alsoNamed}, Patience), DWORD{WAIT_ABANDONED_0});
+    ExpectOwned();
+}
+
+TEST_F(HeldMutex, IsAbandonedByAThreadOfALivingProcess) {
+    const std::string endName = NewName();
+    const Owned end = AutoEvent(false, Wide(endName).c_str());
+    RoleProcess careless("lose-mutex", {m_name, m_takenName, endName});
+    ASSERT_EQ(Await(m_taken), WAIT_OBJECT_0);
+    EXPECT_EQ(Await(m_mutex), DWORD{WAIT_ABANDONED_0});
+    ExpectOwned();
+    SetEvent(end);
+    EXPECT_EQ(careless.ExitCode(), Done);
+}
+
+TEST_F(NamedObjects, AreAwaitedTogetherWithThoseOfTheProcess) {
+    const Owned named = AutoEvent(false, Name());
+    const Owned mine = AutoEvent();
+    SetEvent(mine);
+    EXPECT_EQ(WaitAny({named, mine}), WAIT_OBJECT_0 + 1);
+    SetEvent(named);
+    SetEvent(mine);
+    EXPECT_EQ(WaitAny({named, mine}), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitAll({named, mine}), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(WaitAll({named, mine}, 1), DWORD{WAIT_TIMEOUT});
+    SetEvent(named);
+    EXPECT_EQ(WaitAll({named, mine}), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitAny({named, mine}), DWORD{WAIT_TIMEOUT});
+}
+
+// A thread waits, another signals this or that: each signal ends one wait, whichever side is faster.
+TEST_F(NamedObjects, EndMixedWaitsFromEitherSide) {
+    constexpr int Rounds = 2'000;
+    const Owned named = AutoEvent(false, Name());
+    const Owned mine = AutoEvent();
+    const Owned both = AutoEvent();
+    const Owned answer = AutoEvent();
+    const Worker waiter([&] {
+        for (int i = 0; i < Rounds; ++i) {
+            const DWORD status =
+                i % 3 == 2 ? WaitAll({named, both, mine}, Patience) : WaitAny({named, both, mine}, Patience);
+            const DWORD expected = i % 3 == 0 ? 0 : i % 3 == 1 ? 2 : 0;
+            if (status != expected) return static_cast<DWORD>(i + 1);
+            SetEvent(answer);
+        }
+        return 0u;
+    });
+    for (int i = 0; i < Rounds; ++i) {
+        if (i % 3 != 0) SetEvent(mine);
+        if (i % 3 == 2) SetEvent(both);
+        if (i % 3 != 1) SetEvent(named);
+        ASSERT_EQ(WaitAny({answer, waiter.Thread()}, Patience), WAIT_OBJECT_0) << i;
+    }
+    EXPECT_EQ(waiter.Result(), 0u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

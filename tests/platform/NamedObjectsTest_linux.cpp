@@ -1,0 +1,189 @@
+// What only the layer promises: where names live, what survives a kill, whom it trusts.
+#include "WaitObjects.h"
+#include "platform/Win32.h"
+#include "support/FailCall.h"
+#include "support/Role.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <random>
+#include <sys/stat.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+namespace fs = std::filesystem;
+
+fs::path FolderOf(const char* nameSpace) {
+    return fs::path(std::getenv("TQLIB_ROOT")) / "run" / (std::string("objects-") + nameSpace);
+}
+
+std::vector<fs::path> ObjectFiles(const char* nameSpace = "local") {
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::directory_iterator(FolderOf(nameSpace)))
+        if (entry.path().filename() != ".door") files.push_back(entry.path());
+    return files;
+}
+
+class NameSpace : public testing::Test {
+  protected:
+    // Something has to be made before the folders exist.
+    NameSpace()
+        : m_local(ManualEvent(false, L"NameSpace")), m_global(ManualEvent(false, L"Global\\NameSpace")) {}
+
+    Owned m_local;
+    Owned m_global;
+};
+
+TEST_F(NameSpace, IsOfTheUserOrOfTheMachine) {
+    SetEvent(m_global);
+    EXPECT_EQ(Poll(m_local), WAIT_TIMEOUT);
+    EXPECT_EQ(ObjectFiles("local").size(), 1u);
+    EXPECT_EQ(ObjectFiles("global").size(), 1u);
+    struct stat info;
+    ASSERT_EQ(stat(ObjectFiles("local").front().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+    EXPECT_EQ(info.st_size, 4096);
+    ASSERT_EQ(stat(ObjectFiles("global").front().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0666u);
+}
+
+TEST_F(NameSpace, HoldsNothingOnceAllIsClosed) {
+    m_local.Close();
+    m_global.Close();
+    EXPECT_TRUE(ObjectFiles("local").empty());
+    EXPECT_TRUE(ObjectFiles("global").empty());
+}
+
+TEST_F(NameSpace, IsNotTrustedWhenOthersMayWriteIt) {
+    m_local.Close();
+    fs::permissions(FolderOf("local"), fs::perms::others_write, fs::perm_options::add);
+    EXPECT_EQ(CodeOf(CreateEventW(nullptr, TRUE, FALSE, L"NameSpace")), ERROR_ACCESS_DENIED);
+    fs::permissions(FolderOf("local"), fs::perms::others_write, fs::perm_options::remove);
+    EXPECT_EQ(CodeOf(Owned(CreateEventW(nullptr, TRUE, FALSE, L"NameSpace"))), 0u);
+}
+
+TEST_F(NameSpace, TakesNoLinkForAnObject) {
+    const fs::path file = ObjectFiles().front();
+    m_local.Close();
+    fs::create_symlink("/dev/null", file);
+    EXPECT_EQ(CodeOf(CreateEventW(nullptr, TRUE, FALSE, L"NameSpace")), ERROR_ACCESS_DENIED);
+    fs::remove(file);
+}
+
+TEST_F(NameSpace, LimitsTheLengthOfNames) {
+    EXPECT_EQ(CodeOf(Owned(CreateEventW(nullptr, TRUE, FALSE, std::wstring(260, L'\x1F600').c_str()))), 0u);
+    EXPECT_EQ(CodeOf(CreateEventW(nullptr, TRUE, FALSE, std::wstring(261, L'a').c_str())),
+              ERROR_FILENAME_EXCED_RANGE);
+}
+
+TEST_F(NameSpace, RefusesInheritance) {
+    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
+    EXPECT_EQ(CodeOf(CreateMutexW(&inherited, FALSE, L"other")), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, TRUE, L"NameSpace")), ERROR_NOT_SUPPORTED);
+}
+
+// The first thing a process does with a name clears away what killed processes have left.
+const Role g_toucher("touch-name", [](const RoleArguments&) -> int {
+    return CodeOf(Owned(CreateEventW(nullptr, TRUE, FALSE, L"touched"))) == 0 ? 0 : 1;
+});
+
+const Role g_leaver("leave-names", [](const RoleArguments&) -> int {
+    Owned events[] = {ManualEvent(false, L"left.1"), ManualEvent(false, L"left.2")};
+    SetEvent(Owned(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"NameSpace")));
+    Sleep(INFINITE);
+    return 1;
+});
+
+TEST_F(NameSpace, IsClearedOfWhatWasLeftBehind) {
+    RoleProcess leaver("leave-names");
+    ASSERT_EQ(Await(m_local), WAIT_OBJECT_0);
+    leaver.Kill();
+    EXPECT_EQ(ObjectFiles().size(), 3u);
+    EXPECT_EQ(RoleProcess("touch-name").ExitCode(), 0);
+    EXPECT_EQ(ObjectFiles().size(), 1u);
+}
+
+// Whatever somebody writes into an object's memory, the calls come back with something sensible.
+TEST_F(NameSpace, StandsNonsenseInItsFiles) {
+    std::mt19937 random(1);
+    constexpr std::size_t Fields = 36;
+    for (int round = 0; round < 300; ++round) {
+        const Owned objects[] = {AutoEvent(false, L"nonsense.event"), Mutex(false, L"nonsense.mutex"),
+                                 Semaphore(0, 5, L"nonsense.semaphore")};
+        for (const fs::path& path : ObjectFiles()) {
+            std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+            for (std::size_t i = 0; i < Fields; ++i) {
+                file.seekp(static_cast<std::streamoff>(random() % Fields));
+                file.put(static_cast<char>(random()));
+            }
+        }
+        LONG previous = 0;
+        for (const HANDLE object : objects) {
+            const DWORD status = WaitForSingleObject(object, round % 2);
+            EXPECT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_ABANDONED_0 || status == WAIT_TIMEOUT)
+                << status;
+        }
+        WaitAll({objects[0], objects[1], objects[2]}, round % 2);
+        SetEvent(objects[0]);
+        ReleaseMutex(objects[1]);
+        ReleaseSemaphore(objects[2], 1, &previous);
+        EXPECT_GE(previous, 0);
+        // Another process meets the same.
+        if (round % 50 == 0) EXPECT_EQ(RoleProcess("touch-name").ExitCode(), 0);
+    }
+}
+
+TEST_F(NameSpace, RefusesAFileThatIsCutShort) {
+    const fs::path file = ObjectFiles().front();
+    RoleProcess leaver("leave-names");
+    ASSERT_EQ(Await(m_local), WAIT_OBJECT_0);
+    for (const fs::path& each : ObjectFiles())
+        if (each != file) fs::resize_file(each, 100);
+    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, L"left.1")), ERROR_INVALID_DATA);
+}
+
+const Role g_closer("close-owned", [](const RoleArguments&) -> int {
+    Owned owned(OpenMutexW(SYNCHRONIZE, FALSE, L"closed.mutex"));
+    Await(owned);
+    owned.Close();
+    SetEvent(Owned(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"NameSpace")));
+    Sleep(INFINITE);
+    return 1;
+});
+
+TEST_F(NameSpace, HearsAtOnceOfAnOwnerThatClosesItsHandle) {
+    const Owned mutex = Mutex(false, L"closed.mutex");
+    RoleProcess process("close-owned");
+    ASSERT_EQ(Await(m_local), WAIT_OBJECT_0);
+    EXPECT_EQ(Poll(mutex), WAIT_ABANDONED_0);
+}
+
+// As on kernels that cannot wait on several words at once.
+TEST_F(NameSpace, EndsMixedWaitsOnOlderKernelsToo) {
+    constexpr int Rounds = 500;
+    const Owned named = AutoEvent(false, L"older.named");
+    const Owned mine = AutoEvent();
+    const Owned answer = AutoEvent();
+    const Worker waiter([&] {
+        for (int i = 0; i < Rounds; ++i) {
+            const FailCall old("futex_waitv", ERROR_CALL_NOT_IMPLEMENTED);
+            const DWORD status =
+                i % 3 == 2 ? WaitAll({named, mine}, Patience) : WaitAny({named, mine}, Patience);
+            if (status != (i % 3 == 1 ? 1u : 0u)) return static_cast<DWORD>(i + 1);
+            SetEvent(answer);
+        }
+        return 0u;
+    });
+    for (int i = 0; i < Rounds; ++i) {
+        if (i % 3 != 0) SetEvent(mine);
+        if (i % 3 != 1) SetEvent(named);
+        ASSERT_EQ(WaitAny({answer, waiter.Thread()}, Patience), WAIT_OBJECT_0) << i;
+    }
+    EXPECT_EQ(waiter.Result(), 0u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

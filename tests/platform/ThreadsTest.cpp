@@ -1,0 +1,207 @@
+#include "WaitObjects.h"
+#include "platform/Win32.h"
+
+#include <atomic>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+DWORD ExitCodeOf(HANDLE thread) {
+    DWORD code = 0;
+    EXPECT_EQ(CodeOf(GetExitCodeThread(thread, &code)), 0u);
+    return code;
+}
+
+ULONGLONG Steps(const FILETIME& time) {
+    return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
+}
+
+DWORD ReturnParameter(void* parameter) {
+    return *static_cast<const DWORD*>(parameter);
+}
+
+TEST(Threads, EndWithTheValueOfTheirFunction) {
+    DWORD parameter = 42;
+    DWORD id = 0;
+    const Owned thread(CreateThread(nullptr, 0, &ReturnParameter, &parameter, 0, &id));
+    EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
+    EXPECT_EQ(ExitCodeOf(thread), 42u);
+    EXPECT_EQ(GetThreadId(thread), id);
+    EXPECT_NE(id, GetCurrentThreadId());
+}
+
+TEST(Threads, KnowTheIdTheyWereGiven) {
+    const Worker thread([] { return GetCurrentThreadId(); });
+    EXPECT_EQ(thread.Result(), thread.Id());
+}
+
+TEST(Threads, WaitForResumeWhenTheyAreCreatedSuspended) {
+    DWORD parameter = 7;
+    const Owned thread(CreateThread(nullptr, 0, &ReturnParameter, &parameter, CREATE_SUSPENDED, nullptr));
+    EXPECT_EQ(SuspendThread(thread), 1u);
+    EXPECT_EQ(ResumeThread(thread), 2u);
+    parameter = 8;
+    EXPECT_EQ(ExitCodeOf(thread), DWORD{STILL_ACTIVE});
+    EXPECT_EQ(ResumeThread(thread), 1u);
+    EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
+    EXPECT_EQ(ExitCodeOf(thread), 8u);
+}
+
+TEST(Threads, ThatRunHaveNoSuspendCount) {
+    EXPECT_EQ(ResumeThread(GetCurrentThread()), 0u);
+}
+
+std::atomic<int> g_destroyed{0};
+struct CountsItsEnd {
+    int value = 0;
+    ~CountsItsEnd() { ++g_destroyed; }
+};
+thread_local CountsItsEnd t_counted;
+
+DWORD ExitDeepInside(void* depth) {
+    t_counted.value = 1;
+    if (auto& left = *static_cast<int*>(depth); left-- > 0) ExitDeepInside(depth);
+    ExitThread(99);
+}
+
+TEST(Threads, AreSignalledOnceTheirThreadLocalsAreGone) {
+    g_destroyed = 0;
+    int depth = 3;
+    const Owned thread(CreateThread(nullptr, 0, &ExitDeepInside, &depth, 0, nullptr));
+    EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
+    EXPECT_EQ(ExitCodeOf(thread), 99u);
+    EXPECT_EQ(g_destroyed, 1);
+}
+
+TEST(Threads, HaveTheStackTheyAskFor) {
+    const auto useStack = [](void* parameter) -> DWORD {
+        // Most of what was asked for, page by page.
+        volatile char deep[6 << 20];
+        for (std::size_t i = 0; i < sizeof deep; i += 4096)
+            deep[i] = static_cast<char>(i);
+        return static_cast<DWORD>(deep[8192]) + *static_cast<DWORD*>(parameter);
+    };
+    DWORD parameter = 1;
+    const Owned thread(
+        CreateThread(nullptr, 8 << 20, useStack, &parameter, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
+    EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
+    EXPECT_EQ(ExitCodeOf(thread), 1u);
+}
+
+TEST(Threads, RefuseUnknownFlags) {
+    if (OnWine()) GTEST_SKIP() << "Wine ignores them";
+    DWORD parameter = 0;
+    EXPECT_EQ(CodeOf(CreateThread(nullptr, 0, &ReturnParameter, &parameter, 0x80, nullptr)),
+              DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Threads, TellTheirTimes) {
+    const Owned end = ManualEvent();
+    const Worker thread([&] {
+        FILETIME creation, exit, kernel, user;
+        do
+            GetThreadTimes(GetCurrentThread(), &creation, &exit, &kernel, &user);
+        while (Steps(kernel) + Steps(user) < 200'000);
+        return Await(end);
+    });
+    FILETIME creation{}, exit{}, kernel{}, user{};
+    do
+        ASSERT_EQ(CodeOf(GetThreadTimes(thread.Thread(), &creation, &exit, &kernel, &user)), 0u);
+    while (Steps(kernel) + Steps(user) < 200'000);
+    EXPECT_EQ(ExitCodeOf(thread.Thread()), DWORD{STILL_ACTIVE});
+    SetEvent(end);
+    thread.Result();
+    const ULONGLONG begun = Steps(creation);
+    ASSERT_EQ(CodeOf(GetThreadTimes(thread.Thread(), &creation, &exit, &kernel, &user)), 0u);
+    EXPECT_EQ(Steps(creation), begun);
+    EXPECT_GT(Steps(exit), begun);
+    EXPECT_GE(Steps(kernel) + Steps(user), 200'000u);
+}
+
+TEST(Threads, RememberTheirPriority) {
+    const Worker thread([] {
+        EXPECT_EQ(GetThreadPriority(GetCurrentThread()), THREAD_PRIORITY_NORMAL);
+        for (const int priority : {THREAD_PRIORITY_LOWEST, THREAD_PRIORITY_BELOW_NORMAL, THREAD_PRIORITY_IDLE,
+                                   THREAD_PRIORITY_NORMAL}) {
+            EXPECT_EQ(CodeOf(SetThreadPriority(GetCurrentThread(), priority)), 0u) << priority;
+            EXPECT_EQ(GetThreadPriority(GetCurrentThread()), priority);
+        }
+        return CodeOf(SetThreadPriority(GetCurrentThread(), 7));
+    });
+    EXPECT_EQ(thread.Result(), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Threads, BeginWithNormalPriorityWhateverTheirMakerHas) {
+    const Worker maker([] {
+        SetThreadPriority(GetCurrentThread(), THREAD_PRIORITY_LOWEST);
+        return Worker([] { return static_cast<DWORD>(GetThreadPriority(GetCurrentThread())); }).Result();
+    });
+    EXPECT_EQ(maker.Result(), DWORD{THREAD_PRIORITY_NORMAL});
+}
+
+TEST(Threads, AreOpenedByTheirId) {
+    const Owned end = ManualEvent();
+    const Worker thread([&] { return Await(end); });
+    const Owned opened(OpenThread(SYNCHRONIZE, FALSE, thread.Id()));
+    EXPECT_EQ(Poll(opened), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(CodeOf(SetThreadPriority(opened, THREAD_PRIORITY_NORMAL)), DWORD{ERROR_ACCESS_DENIED});
+    SetEvent(end);
+    EXPECT_EQ(Await(opened), WAIT_OBJECT_0);
+    EXPECT_EQ(CodeOf(OpenThread(SYNCHRONIZE, FALSE, 0x7FFFFFF0)), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Threads, AreWaitedForThroughACopyOfTheirPseudoHandle) {
+    Owned copy;
+    {
+        const Worker thread([&] {
+            copy = Duplicate(GetCurrentThread());
+            EXPECT_EQ(Poll(GetCurrentThread()), DWORD{WAIT_TIMEOUT});
+            return GetThreadId(copy);
+        });
+        EXPECT_EQ(thread.Result(), thread.Id());
+    }
+    EXPECT_EQ(Poll(copy), WAIT_OBJECT_0);
+}
+
+TEST(Threads, RefuseHandlesOfOtherObjects) {
+    const Owned event = ManualEvent();
+    DWORD code;
+    EXPECT_EQ(CodeOf(GetExitCodeThread(event, &code)), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(GetThreadId(nullptr)), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ResumeThread(event), 0xFFFFFFFF);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(Threads, SleepNoLessThanTheyAreTold) {
+    const ULONGLONG begin = GetTickCount64();
+    constexpr ULONGLONG TickMs = 16;  // what the tick count may lag behind
+    Sleep(40);
+    EXPECT_EQ(SleepEx(40, TRUE), 0u);
+    EXPECT_GE(GetTickCount64() - begin + TickMs, 80u);
+}
+
+TEST(Handles, AreDuplicatedWithTheAccessAskedFor) {
+    const Owned event = AutoEvent();
+    HANDLE copy = nullptr;
+    const HANDLE process = GetCurrentProcess();
+    ASSERT_TRUE(DuplicateHandle(process, event, process, &copy, EVENT_MODIFY_STATE, FALSE, 0));
+    const Owned setOnly(copy);
+    EXPECT_EQ(CodeOf(SetEvent(setOnly)), 0u);
+    EXPECT_EQ(WaitCode(Poll(setOnly)), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+}
+
+TEST(Handles, AreClosedByDuplicationOnDemand) {
+    Owned event = ManualEvent(true);
+    const HANDLE process = GetCurrentProcess();
+    HANDLE copy = nullptr;
+    ASSERT_TRUE(DuplicateHandle(process, event, process, &copy, 0, FALSE,
+                                DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE));
+    const Owned moved(copy);
+    EXPECT_EQ(Poll(moved), WAIT_OBJECT_0);
+    EXPECT_EQ(CodeOf(CloseHandle(event)), DWORD{ERROR_INVALID_HANDLE});
+    event.Forget();
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,324 @@
+// Invariants of waits under load. Each case runs for half a second, or for as many seconds as the environment
+// variable TQ_STRESS_SECONDS says.
+#include "WaitObjects.h"
+#include "platform/Win32.h"
+#include "support/Role.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <memory>
+#include <random>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+class WaitsStress : public testing::Test {
+  protected:
+    static constexpr ULONGLONG DefaultMs = 500;
+
+    WaitsStress() {
+        const char* const seconds = std::getenv("TQ_STRESS_SECONDS");
+        m_end = GetTickCount64() + (seconds ? 1000 * std::strtoull(seconds, nullptr, 10) : DefaultMs);
+    }
+
+    bool Running() const { return GetTickCount64() < m_end; }
+
+    // Runs `body(i)` on `count` threads at once; the test goes on when all have ended.
+    template <class Body>
+    static void OnThreads(int count, Body body) {
+        std::vector<std::unique_ptr<Worker>> workers;
+        for (int i = 0; i < count; ++i)
+            workers.push_back(std::make_unique<Worker>([&body, i] {
+                body(i);
+                return 0u;
+            }));
+    }
+
+  private:
+    ULONGLONG m_end;
+};
+
+using Random = std::mt19937;
+
+// Posts and successful waits balance, whatever the waits: for any and for all, with time-outs of all lengths.
+TEST_F(WaitsStress, LosesAndDoublesNoPost) {
+    constexpr std::size_t Kinds = 6;
+    constexpr int Posters = 2;
+    std::array<Owned, Kinds> semaphores;
+    for (Owned& semaphore : semaphores)
+        semaphore = Semaphore(0, 1'000'000'000);
+    std::array<std::atomic<long>, Kinds> balance{};
+    std::atomic<int> posting{Posters};
+    OnThreads(8, [&](int thread) {
+        Random random(static_cast<unsigned>(thread));
+        if (thread < Posters) {
+            while (Running()) {
+                const std::size_t i = random() % Kinds;
+                const auto count = static_cast<LONG>(1 + random() % 2);
+                balance[i] += count;
+                ReleaseSemaphore(semaphores[i], count, nullptr);
+                if (random() % 4 == 0) SwitchToThread();
+            }
+            --posting;
+            return;
+        }
+        while (posting != 0) {
+            std::array<std::size_t, Kinds> order{0, 1, 2, 3, 4, 5};
+            std::shuffle(order.begin(), order.end(), random);
+            const bool all = random() % 3 == 0;
+            std::vector<HANDLE> handles;
+            for (std::size_t i = 0; i < 1 + random() % (all ? 3 : Kinds); ++i)
+                handles.push_back(semaphores[order[i]]);
+            const DWORD status = all ? WaitAll(handles, random() % 3) : WaitAny(handles, random() % 3);
+            if (status == DWORD{WAIT_TIMEOUT}) continue;
+            if (all)
+                for (std::size_t i = 0; i < handles.size(); ++i)
+                    --balance[order[i]];
+            else
+                --balance[order.at(status)];
+        }
+    });
+    for (std::size_t i = 0; i < Kinds; ++i) {
+        while (Poll(semaphores[i]) == WAIT_OBJECT_0)
+            --balance[i];
+        EXPECT_EQ(balance[i], 0) << i;
+    }
+}
+
+// Tokens go round among threads that wait without end: a lost wake-up would leave one standing.
+TEST_F(WaitsStress, LeavesNoTokenStanding) {
+    constexpr int Threads = 16;
+    constexpr int Tokens = 5;
+    std::array<Owned, Threads> places;
+    for (Owned& place : places)
+        place = Semaphore(0, Tokens);
+    const Owned stop = ManualEvent();
+    std::atomic<long> hops{0};
+    std::vector<std::unique_ptr<Worker>> workers;
+    for (int i = 0; i < Threads; ++i)
+        workers.push_back(std::make_unique<Worker>([&, i] {
+            Random random(static_cast<unsigned>(i));
+            const auto place = static_cast<std::size_t>(i);
+            const std::vector<HANDLE> handles{stop, places[place], places[(place + 1) % Threads]};
+            while (WaitAny(handles, INFINITE) != WAIT_OBJECT_0) {
+                ++hops;
+                ReleaseSemaphore(places[random() % Threads], 1, nullptr);
+            }
+            return 0u;
+        }));
+    for (std::size_t i = 0; i < Tokens; ++i)
+        ReleaseSemaphore(places[i], 1, nullptr);
+    for (long before = -1; Running(); before = hops) {
+        for (ULONGLONG until = GetTickCount64() + Patience; hops == before && GetTickCount64() < until;)
+            SwitchToThread();
+        EXPECT_NE(hops, before) << "all tokens stand still";
+    }
+    SetEvent(stop);
+    workers.clear();
+    int left = 0;
+    for (const Owned& place : places)
+        while (Poll(place) == WAIT_OBJECT_0)
+            ++left;
+    EXPECT_EQ(left, Tokens);
+}
+
+// One thread sets an automatic event and waits until it was taken; others poll or wait with short time-outs.
+TEST_F(WaitsStress, GivesEachSetToOneOfManyTakers) {
+    const Owned event = AutoEvent();
+    std::atomic<long> taken{0};
+    std::atomic<bool> stop{false};
+    OnThreads(5, [&](int thread) {
+        if (thread > 0) {
+            while (!stop)
+                if (WaitForSingleObject(event, thread % 2 ? 0 : 1) == WAIT_OBJECT_0)
+                    ++taken;
+                else
+                    SwitchToThread();
+            return;
+        }
+        for (long sets = 1; Running() && !stop; ++sets) {
+            SetEvent(event);
+            const ULONGLONG until = GetTickCount64() + Patience;
+            while (taken != sets && GetTickCount64() < until)
+                SwitchToThread();
+            EXPECT_EQ(taken, sets);
+            if (taken != sets) break;
+        }
+        stop = true;
+    });
+}
+
+// Neighbours at a round table take two or three forks at once, and nobody ever holds one that is taken.
+class Table : public WaitsStress {
+  protected:
+    static constexpr std::size_t Seats = 5;
+
+    template <class MakeFork, class PutBack>
+    void Dine(MakeFork makeFork, PutBack putBack) {
+        std::array<Owned, Seats> forks;
+        for (Owned& fork : forks)
+            fork = makeFork();
+        std::array<std::atomic<int>, Seats> holders{};
+        std::array<std::atomic<long>, Seats> meals{};
+        OnThreads(Seats, [&](int thread) {
+            const auto seat = static_cast<std::size_t>(thread);
+            Random random(static_cast<unsigned>(thread));
+            while (Running()) {
+                std::vector<std::size_t> mine{seat, (seat + 1) % Seats};
+                if (random() % 2) mine.push_back((seat + 2) % Seats);
+                std::shuffle(mine.begin(), mine.end(), random);
+                std::vector<HANDLE> handles;
+                for (const std::size_t fork : mine)
+                    handles.push_back(forks[fork]);
+                if (WaitAll(handles, random() % 2 ? Patience : random() % 3) != WAIT_OBJECT_0) continue;
+                ++meals[seat];
+                for (const std::size_t fork : mine)
+                    EXPECT_EQ(holders[fork]++, 0);
+                if (random() % 16 == 0) SwitchToThread();
+                for (const std::size_t fork : mine)
+                    --holders[fork];
+                for (const HANDLE fork : handles)
+                    putBack(fork);
+            }
+        });
+        for (const auto& count : meals)
+            EXPECT_GT(count, 0);
+    }
+};
+
+TEST_F(Table, IsSharedWithEvents) {
+    Dine([] { return AutoEvent(true); }, [](HANDLE fork) { SetEvent(fork); });
+}
+
+TEST_F(Table, IsSharedWithMutexes) {
+    Dine([] { return Mutex(); }, [](HANDLE fork) { ReleaseMutex(fork); });
+}
+
+TEST_F(Table, IsSharedWithNamedMutexes) {
+    int count = 0;
+    const std::wstring prefix = L"Table." + std::to_wstring(GetCurrentProcessId()) + L".";
+    Dine([&] { return Mutex(false, (prefix + std::to_wstring(count++)).c_str()); },
+         [](HANDLE fork) { ReleaseMutex(fork); });
+}
+
+// A wait for all that waits for something else takes nothing, not for an instant.
+TEST_F(WaitsStress, ShowsNoWaitForAllHalfDone) {
+    const Owned event = AutoEvent();
+    const Owned never = AutoEvent();
+    std::atomic<bool> stop{false};
+    OnThreads(2, [&](int thread) {
+        while (thread == 1 && !stop)
+            WaitAll({event, never}, 1);
+        if (thread == 1) return;
+        while (Running()) {
+            SetEvent(event);
+            EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+        }
+        stop = true;
+    });
+}
+
+TEST_F(WaitsStress, AbandonsEachMutexOnce) {
+    const Owned mutex = Mutex();
+    const Owned event = AutoEvent();
+    const Owned set = ManualEvent(true);
+    for (int i = 0; Running(); ++i) {
+        const Worker owner([&] {
+            Await(mutex);
+            SetEvent(event);
+            return 0u;
+        });
+        Await(event);
+        const DWORD status = i % 3 == 0   ? Await(mutex)
+                             : i % 3 == 1 ? WaitAny({event, mutex}, Patience) - 1
+                                          : WaitAll({mutex, set}, Patience);
+        ASSERT_EQ(status, DWORD{WAIT_ABANDONED_0}) << i;
+        ASSERT_TRUE(ReleaseMutex(mutex));
+        ASSERT_EQ(Poll(mutex), WAIT_OBJECT_0);
+        ASSERT_TRUE(ReleaseMutex(mutex));
+    }
+}
+
+// Handles are closed and replaced while others use them: a call works, or says that the handle is invalid.
+TEST_F(WaitsStress, StandsHandlesThatAreClosedMeanwhile) {
+    std::array<std::atomic<HANDLE>, 8> handles{};
+    OnThreads(4, [&](int thread) {
+        Random random(static_cast<unsigned>(thread));
+        while (Running()) {
+            auto& slot = handles[random() % handles.size()];
+            const HANDLE handle = slot;
+            const HANDLE other = handles[random() % handles.size()];
+            if (random() % 4 == 0) {
+                const HANDLE old = slot.exchange(CreateEventW(nullptr, random() % 2, FALSE, nullptr));
+                if (old) EXPECT_TRUE(CloseHandle(old));
+            } else if (random() % 2) {
+                SetEvent(handle);
+            } else {
+                const HANDLE both[] = {handle, other};
+                const DWORD status = WaitForMultipleObjects(2, both, random() % 2, random() % 2);
+                if (status == WAIT_FAILED) EXPECT_NE(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+            }
+        }
+    });
+    for (const auto& handle : handles)
+        CloseHandle(handle);
+}
+
+enum RoleExit { Done = 0, NotThere = 10, TwoOwners = 11 };
+
+// Takes the mutex again and again until it is killed or told to stop. Whoever is inside puts one into a
+// semaphore that holds one at most, and takes it out again.
+const Role g_visitor("visit", [](const RoleArguments& arguments) -> int {
+    const auto wide = [](const std::string& text) { return std::wstring(text.begin(), text.end()); };
+    const Owned mutex(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, wide(arguments.at(0)).c_str()));
+    const Owned inside(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, wide(arguments.at(1)).c_str()));
+    const Owned stop(OpenEventW(EVENT_ALL_ACCESS, FALSE, wide(arguments.at(2)).c_str()));
+    if (!mutex || !inside || !stop) return NotThere;
+    for (;;) {
+        const DWORD status = WaitAny({stop, mutex}, INFINITE);
+        if (status == WAIT_OBJECT_0) return Done;
+        if (status == WAIT_ABANDONED_0 + 1) Poll(inside);  // where the one before was killed
+        if (!ReleaseSemaphore(inside, 1, nullptr)) return TwoOwners;
+        Poll(inside);
+        ReleaseMutex(mutex);
+    }
+});
+
+TEST_F(WaitsStress, KeepsANamedMutexWholeWhenItsOwnersAreKilled) {
+    const std::string prefix = "Visit." + std::to_string(GetCurrentProcessId());
+    const auto name = [&](const char* what) { return prefix + what; };
+    const auto wide = [&](const char* what) {
+        const std::string text = name(what);
+        return std::wstring(text.begin(), text.end());
+    };
+    const Owned mutex = Mutex(false, wide("mutex").c_str());
+    const Owned inside = Semaphore(0, 1, wide("inside").c_str());
+    const Owned stop = ManualEvent(false, wide("stop").c_str());
+    Random random(1);
+    std::array<std::unique_ptr<RoleProcess>, 3> visitors;
+    const auto visit = [&] {
+        return std::make_unique<RoleProcess>("visit",
+                                             RoleArguments{name("mutex"), name("inside"), name("stop")});
+    };
+    std::ranges::generate(visitors, visit);
+    while (Running()) {
+        auto& victim = visitors[random() % visitors.size()];
+        Sleep(random() % 10);
+        victim->Kill();
+        victim = visit();
+        const DWORD status = Await(mutex);
+        ASSERT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_ABANDONED_0) << status;
+        if (status == WAIT_ABANDONED_0) Poll(inside);
+        ASSERT_TRUE(ReleaseSemaphore(inside, 1, nullptr));
+        Poll(inside);
+        ASSERT_TRUE(ReleaseMutex(mutex));
+    }
+    SetEvent(stop);
+    for (const auto& visitor : visitors)
+        EXPECT_EQ(visitor->ExitCode(), Done);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,295 @@
+#include "WaitObjects.h"
+#include "platform/Win32.h"
+
+#include <array>
+#include <atomic>
+#include <memory>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+TEST(Waits, TakeTheLowestSignalledObject) {
+    const Owned none = AutoEvent();
+    const Owned first = AutoEvent(true);
+    const Owned second = AutoEvent(true);
+    EXPECT_EQ(WaitAny({none, first, second}), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitAny({none, first, second}), WAIT_OBJECT_0 + 2);
+    EXPECT_EQ(WaitAny({none, first, second}), DWORD{WAIT_TIMEOUT});
+}
+
+TEST(Waits, ForSixtyFourObjectsFindTheLast) {
+    std::vector<Owned> events;
+    std::vector<HANDLE> handles;
+    for (unsigned i = 0; i < MAXIMUM_WAIT_OBJECTS; ++i)
+        handles.push_back(events.emplace_back(ManualEvent()));
+    SetEvent(handles.back());
+    EXPECT_EQ(WaitAny(handles), WAIT_OBJECT_0 + 63);
+    EXPECT_EQ(WaitAll(handles), DWORD{WAIT_TIMEOUT});
+    for (const HANDLE handle : handles)
+        SetEvent(handle);
+    EXPECT_EQ(WaitAll(handles), WAIT_OBJECT_0);
+}
+
+TEST(Waits, ForAllTakeNothingBeforeAllAreSignalled) {
+    const Owned event = AutoEvent(true);
+    const Owned semaphore = Semaphore(1);
+    const Owned missing = AutoEvent();
+    EXPECT_EQ(WaitAll({event, semaphore, missing}), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(WaitAll({event, semaphore, missing}, 1), DWORD{WAIT_TIMEOUT});
+    SetEvent(missing);
+    EXPECT_EQ(WaitAll({event, semaphore, missing}), WAIT_OBJECT_0);
+    for (const HANDLE taken : {HANDLE(event), HANDLE(semaphore), HANDLE(missing)})
+        EXPECT_EQ(Poll(taken), DWORD{WAIT_TIMEOUT});
+}
+
+TEST(Waits, RefuseWrongCounts) {
+    const Owned event = ManualEvent(true);
+    std::vector<HANDLE> handles(MAXIMUM_WAIT_OBJECTS + 1, event);
+    EXPECT_EQ(WaitCode(WaitAny(handles)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(WaitCode(WaitForMultipleObjects(0, handles.data(), FALSE, 0)), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Waits, ForAllRefuseAnObjectThatComesTwice) {
+    if (OnWine()) GTEST_SKIP() << "Wine waits for it";
+    const Owned event = ManualEvent(true);
+    EXPECT_EQ(WaitCode(WaitAll({event, event})), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST(Waits, RefuseHandlesThatAreNone) {
+    const Owned event = ManualEvent(true);
+    HANDLE closed = ManualEvent();
+    for (const HANDLE invalid : {HANDLE(nullptr), closed}) {
+        EXPECT_EQ(WaitCode(Poll(invalid)), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_EQ(WaitCode(WaitAny({event, invalid})), DWORD{ERROR_INVALID_HANDLE});
+    }
+}
+
+TEST(Waits, NeedTheRightToSynchronize) {
+    const Owned event = ManualEvent(true, L"Waits.NeedTheRightToSynchronize");
+    const Owned setOnly(OpenEventW(EVENT_MODIFY_STATE, FALSE, L"Waits.NeedTheRightToSynchronize"));
+    EXPECT_EQ(WaitCode(Poll(setOnly)), DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST(Waits, EndNoSoonerThanTheirTime) {
+    const Owned never = AutoEvent();
+    const Owned neither = AutoEvent();
+    constexpr ULONGLONG TickMs = 16;  // what the tick count may lag behind
+    for (const DWORD ms : {1u, 40u}) {
+        const ULONGLONG begin = GetTickCount64();
+        EXPECT_EQ(WaitForSingleObject(never, ms), DWORD{WAIT_TIMEOUT});
+        EXPECT_EQ(WaitAny({never, neither}, ms), DWORD{WAIT_TIMEOUT});
+        EXPECT_EQ(WaitAll({never, neither}, ms), DWORD{WAIT_TIMEOUT});
+        EXPECT_GE(GetTickCount64() - begin + TickMs, 3 * ms);
+    }
+}
+
+TEST(Waits, GoOnWhenTheirHandleIsClosed) {
+    Owned closed = AutoEvent();
+    const Owned open = Duplicate(closed);
+    const Owned started = ManualEvent();
+    const Worker waiter([&] {
+        const HANDLE handle = closed;
+        SetEvent(started);
+        return WaitForSingleObject(handle, Patience);
+    });
+    // Either the wait has begun, and outlives the handle; or it has not, and the handle is invalid.
+    Await(started);
+    closed.Close();
+    SetEvent(open);
+    const DWORD status = waiter.Result();
+    EXPECT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_FAILED) << status;
+}
+
+TEST(Waits, OfManyThreadsEndTogetherByOneManualEvent) {
+    const Owned event = ManualEvent();
+    std::vector<std::unique_ptr<Worker>> waiters;
+    for (int i = 0; i < 8; ++i)
+        waiters.push_back(std::make_unique<Worker>([&] { return Await(event); }));
+    SetEvent(event);
+    for (const auto& waiter : waiters)
+        EXPECT_EQ(waiter->Result(), WAIT_OBJECT_0);
+}
+
+TEST(Waits, OfManyThreadsEndOneByOneByAnAutomaticEvent) {
+    constexpr int Threads = 8;
+    const Owned event = AutoEvent();
+    const Owned ended = Semaphore(0);
+    std::atomic<int> woken{0};
+    std::vector<std::unique_ptr<Worker>> waiters;
+    for (int i = 0; i < Threads; ++i)
+        waiters.push_back(std::make_unique<Worker>([&] {
+            const DWORD status = Await(event);
+            ++woken;
+            ReleaseSemaphore(ended, 1, nullptr);
+            return status;
+        }));
+    for (int i = 1; i <= Threads; ++i) {
+        SetEvent(event);
+        EXPECT_EQ(Await(ended), WAIT_OBJECT_0);
+        EXPECT_EQ(woken, i);
+    }
+}
+
+TEST(Waits, ForAllEndWithTheLastOfTheirObjects) {
+    const Owned event = AutoEvent();
+    const Owned mutex = Mutex(true);
+    const Owned ready = AutoEvent();
+    const Worker waiter([&] {
+        SetEvent(ready);
+        const DWORD status = WaitAll({event, mutex}, Patience);
+        return status == WAIT_OBJECT_0 && ReleaseMutex(mutex) ? 1u : 0u;
+    });
+    Await(ready);
+    SetEvent(event);
+    ReleaseMutex(mutex);
+    EXPECT_EQ(waiter.Result(), 1u);
+    EXPECT_EQ(Poll(event), DWORD{WAIT_TIMEOUT});
+}
+
+TEST(Events, StayAsTheirKindSays) {
+    const Owned manual = ManualEvent(true);
+    EXPECT_EQ(Poll(manual), WAIT_OBJECT_0);
+    EXPECT_EQ(Poll(manual), WAIT_OBJECT_0);
+    ResetEvent(manual);
+    EXPECT_EQ(Poll(manual), DWORD{WAIT_TIMEOUT});
+
+    const Owned automatic = AutoEvent();
+    EXPECT_EQ(Poll(automatic), DWORD{WAIT_TIMEOUT});
+    SetEvent(automatic);
+    SetEvent(automatic);  // once set it cannot be set once more
+    EXPECT_EQ(Poll(automatic), WAIT_OBJECT_0);
+    EXPECT_EQ(Poll(automatic), DWORD{WAIT_TIMEOUT});
+}
+
+TEST(Events, RefuseHandlesOfOtherObjects) {
+    const Owned mutex = Mutex();
+    EXPECT_EQ(CodeOf(SetEvent(mutex)), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(ResetEvent(nullptr)), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(Events, AreSetOnlyThroughHandlesThatGrantIt) {
+    const wchar_t* const name = L"Events.AreSetOnlyThroughHandlesThatGrantIt";
+    const Owned event = AutoEvent(false, name);
+    const Owned waitOnly(OpenEventW(SYNCHRONIZE, FALSE, name));
+    EXPECT_EQ(CodeOf(SetEvent(waitOnly)), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(Poll(event), DWORD{WAIT_TIMEOUT});
+}
+
+// Each side's signal is consumed by the other: a lost or doubled one would hang or fail the count.
+TEST(Events, PassAHandOverForEachSet) {
+    constexpr int Rounds = 20'000;
+    const Owned ping = AutoEvent();
+    const Owned pong = AutoEvent();
+    const Worker other([&] {
+        for (int i = 0; i < Rounds; ++i) {
+            if (WaitAny({pong, ping}, Patience) != WAIT_OBJECT_0 + 1) return 1u;
+            SetEvent(pong);
+            if (i % 2 == 0) Sleep(0);
+        }
+        return 0u;
+    });
+    for (int i = 0; i < Rounds; ++i) {
+        SetEvent(ping);
+        ASSERT_EQ(Await(pong), WAIT_OBJECT_0) << i;
+    }
+}
+
+TEST(Mutexes, AreTakenAgainByTheirOwner) {
+    const Owned mutex = Mutex(true);
+    EXPECT_EQ(Poll(mutex), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitAny({mutex}), WAIT_OBJECT_0);
+    const auto pollElsewhere = [&] { return Worker([&] { return Poll(mutex); }).Result(); };
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(pollElsewhere(), DWORD{WAIT_TIMEOUT}) << i;
+        EXPECT_EQ(CodeOf(ReleaseMutex(mutex)), 0u) << i;
+    }
+    EXPECT_EQ(CodeOf(ReleaseMutex(mutex)), DWORD{ERROR_NOT_OWNER});
+    EXPECT_EQ(pollElsewhere(), WAIT_OBJECT_0);
+}
+
+TEST(Mutexes, AreReleasedByTheirOwnerAlone) {
+    const Owned mutex = Mutex(true);
+    const Worker other([&] { return CodeOf(ReleaseMutex(mutex)); });
+    EXPECT_EQ(other.Result(), DWORD{ERROR_NOT_OWNER});
+    const Owned event = AutoEvent();
+    EXPECT_EQ(CodeOf(ReleaseMutex(event)), DWORD{ERROR_INVALID_HANDLE});
+}
+
+class AbandonedMutex : public testing::Test {
+  protected:
+    // As a thread leaves it that took it twice.
+    AbandonedMutex() {
+        Worker owner([&] {
+            Await(m_mutex);
+            return Await(m_mutex);
+        });
+        owner.Result();
+    }
+
+    void ExpectOwnedOnce() {
+        EXPECT_EQ(CodeOf(ReleaseMutex(m_mutex)), 0u);
+        EXPECT_EQ(CodeOf(ReleaseMutex(m_mutex)), DWORD{ERROR_NOT_OWNER});
+        EXPECT_EQ(Poll(m_mutex), WAIT_OBJECT_0);  // nobody hears of it twice
+    }
+
+    Owned m_mutex = Mutex();
+    Owned m_event = ManualEvent();
+};
+
+TEST_F(AbandonedMutex, IsOwnedByTheWaitThatHearsOfIt) {
+    EXPECT_EQ(Poll(m_mutex), DWORD{WAIT_ABANDONED_0});
+    ExpectOwnedOnce();
+}
+
+TEST_F(AbandonedMutex, IsToldWithItsIndex) {
+    EXPECT_EQ(WaitAny({m_event, m_mutex}), WAIT_ABANDONED_0 + 1);
+    ExpectOwnedOnce();
+}
+
+TEST_F(AbandonedMutex, IsToldByAWaitForAll) {
+    EXPECT_EQ(WaitAll({m_event, m_mutex}), DWORD{WAIT_TIMEOUT});
+    SetEvent(m_event);
+    EXPECT_EQ(WaitAll({m_event, m_mutex}), DWORD{WAIT_ABANDONED_0});
+    ExpectOwnedOnce();
+}
+
+TEST(Mutexes, AreHandedToAWaiterWhenTheirOwnerEnds) {
+    const Owned mutex = Mutex();
+    const Owned owned = ManualEvent();
+    const Owned end = ManualEvent();
+    const Worker owner([&] {
+        Await(mutex);
+        SetEvent(owned);
+        return Await(end);
+    });
+    Await(owned);
+    const Worker waiter([&] {
+        SetEvent(end);
+        return Await(mutex);
+    });
+    EXPECT_EQ(waiter.Result(), DWORD{WAIT_ABANDONED_0});
+}
+
+TEST(Semaphores, CountUpToTheirMaximum) {
+    const Owned semaphore = Semaphore(1, 3);
+    LONG previous = -1;
+    EXPECT_EQ(CodeOf(ReleaseSemaphore(semaphore, 3, &previous)), DWORD{ERROR_TOO_MANY_POSTS});
+    EXPECT_EQ(CodeOf(ReleaseSemaphore(semaphore, 2, &previous)), 0u);
+    EXPECT_EQ(previous, 1);
+    for (int i = 0; i < 3; ++i)
+        EXPECT_EQ(Poll(semaphore), WAIT_OBJECT_0) << i;
+    EXPECT_EQ(Poll(semaphore), DWORD{WAIT_TIMEOUT});
+}
+
+TEST(Semaphores, RefuseCountsThatMakeNoSense) {
+    EXPECT_EQ(CodeOf(CreateSemaphoreW(nullptr, 2, 1, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(CodeOf(CreateSemaphoreW(nullptr, -1, 1, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(CodeOf(CreateSemaphoreW(nullptr, 0, 0, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+    if (OnWine()) return;  // accepts a count of 0, and calls others too many
+    const Owned semaphore = Semaphore(1);
+    EXPECT_EQ(CodeOf(ReleaseSemaphore(semaphore, 0, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(CodeOf(ReleaseSemaphore(semaphore, -1, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

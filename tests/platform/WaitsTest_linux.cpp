@@ -1,0 +1,167 @@
+// What only the layer promises, or what can only be seen by looking at a thread from outside.
+#include "WaitObjects.h"
+#include "platform/linux/internal/LockWatch.h"
+#include "support/FailCall.h"
+
+#include <fstream>
+#include <sys/syscall.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+// Returns once the thread sleeps on a futex.
+void AwaitSleep(DWORD thread) {
+    const std::string path = "/proc/self/task/" + std::to_string(thread) + "/syscall";
+    long call = -1;
+    while (call != SYS_futex) {
+        call = -1;
+        std::ifstream(path) >> call;
+        SwitchToThread();
+    }
+}
+
+TEST(SleepingWaits, EndByAnEventThatIsResetAtOnce) {
+    for (int i = 0; i < 50; ++i) {
+        const Owned event = ManualEvent();
+        const Owned other = AutoEvent();
+        const Worker waiter([&] { return WaitAny({other, event}, Patience); });
+        AwaitSleep(waiter.Id());
+        SetEvent(event);
+        ResetEvent(event);
+        ASSERT_EQ(waiter.Result(), WAIT_OBJECT_0 + 1) << i;
+    }
+}
+
+TEST(SleepingWaits, AreServedBeforeTheSetter) {
+    for (int i = 0; i < 50; ++i) {
+        const Owned event = AutoEvent();
+        const Worker waiter([&] { return Await(event); });
+        AwaitSleep(waiter.Id());
+        SetEvent(event);
+        ASSERT_EQ(Poll(event), DWORD{WAIT_TIMEOUT}) << i;
+        ASSERT_EQ(waiter.Result(), WAIT_OBJECT_0) << i;
+    }
+}
+
+TEST(SleepingWaits, AreServedInTheirOrder) {
+    const Owned semaphore = Semaphore(0);
+    std::vector<std::unique_ptr<Worker>> waiters;
+    for (int i = 0; i < 4; ++i) {
+        waiters.push_back(std::make_unique<Worker>([&] { return Await(semaphore); }));
+        AwaitSleep(waiters.back()->Id());
+    }
+    for (const auto& waiter : waiters) {
+        ReleaseSemaphore(semaphore, 1, nullptr);
+        EXPECT_EQ(Await(waiter->Thread()), WAIT_OBJECT_0);
+    }
+}
+
+TEST(SleepingWaits, ForAllTakeNothingMeanwhile) {
+    const Owned event = AutoEvent();
+    const Owned never = AutoEvent();
+    const Owned stop = ManualEvent();
+    const Worker waiter([&] { return WaitAll({event, never, stop}, Patience); });
+    AwaitSleep(waiter.Id());
+    SetEvent(event);
+    EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+    for (const HANDLE handle : {HANDLE(event), HANDLE(never), HANDLE(stop)})
+        SetEvent(handle);
+    EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
+    EXPECT_EQ(Poll(event), DWORD{WAIT_TIMEOUT});
+    EXPECT_EQ(Poll(stop), WAIT_OBJECT_0);
+}
+
+TEST(SleepingWaits, OutliveTheirHandle) {
+    Owned closed = AutoEvent();
+    const Owned open = Duplicate(closed);
+    const Worker waiter([&] { return Await(closed); });
+    AwaitSleep(waiter.Id());
+    closed.Close();
+    SetEvent(open);
+    EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
+}
+
+TEST(Mutexes, ClosedByTheirOwnerAreForgotten) {
+    const Worker owner([] {
+        for (int i = 0; i < 1'000; ++i)
+            const Owned mutex = Mutex(true);
+        const Owned mutex = Mutex(true);
+        return CodeOf(ReleaseMutex(mutex));
+    });
+    EXPECT_EQ(owner.Result(), 0u);
+}
+
+TEST(Waits, FailOnDemand) {
+    const Owned event = ManualEvent(true);
+    const FailCall fault("WaitForSingleObject", ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(WaitCode(Poll(event)), ERROR_NOT_ENOUGH_MEMORY);
+}
+
+class WatchedLock : public testing::Test {
+  protected:
+    WatchedLock() {
+        InitializeCriticalSection(&m_lock);
+        InitializeCriticalSection(&m_other);
+        Platform::WatchLock(m_lock);
+    }
+    ~WatchedLock() override {
+        DeleteCriticalSection(&m_lock);
+        DeleteCriticalSection(&m_other);
+    }
+
+    template <class Call>
+    static unsigned long Reports(Call call) {
+        const unsigned long before = Platform::WaitsUnderLock();
+        call();
+        return Platform::WaitsUnderLock() - before;
+    }
+
+    CRITICAL_SECTION m_lock;
+    CRITICAL_SECTION m_other;
+    Owned m_event = ManualEvent(true);
+};
+
+TEST_F(WatchedLock, ReportsEveryWaitInside) {
+    EnterCriticalSection(&m_lock);
+    EnterCriticalSection(&m_lock);
+    LeaveCriticalSection(&m_lock);
+    EXPECT_EQ(Reports([&] { Poll(m_event); }), 1u);
+    EXPECT_EQ(Reports([&] { WaitAny({m_event}); }), 1u);
+    EXPECT_EQ(Reports([&] { MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_ALLINPUT, 0); }), 1u);
+    EXPECT_EQ(Reports([&] { Sleep(1); }), 1u);
+    EXPECT_EQ(Reports([&] { SetEvent(m_event); }), 0u);
+    LeaveCriticalSection(&m_lock);
+    EXPECT_EQ(Reports([&] { Poll(m_event); }), 0u);
+}
+
+TEST_F(WatchedLock, ReportsNothingForOtherLocksAndThreads) {
+    EnterCriticalSection(&m_other);
+    EXPECT_EQ(Reports([&] { Poll(m_event); }), 0u);
+    LeaveCriticalSection(&m_other);
+    EXPECT_TRUE(TryEnterCriticalSection(&m_lock));
+    std::atomic<bool> stop{false};
+    EXPECT_EQ(Reports([&] {
+                  Owned thread(CreateThread(
+                      nullptr, 0, [](void* event) -> DWORD { return Poll(static_cast<HANDLE>(event)); },
+                      HANDLE(m_event), 0, nullptr));
+                  DWORD code = STILL_ACTIVE;
+                  while (code == STILL_ACTIVE)
+                      GetExitCodeThread(thread, &code);
+              }),
+              0u);
+    LeaveCriticalSection(&m_lock);
+}
+
+TEST_F(WatchedLock, EndsTheProcessOnDemand) {
+    testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH(
+        {
+            Platform::AbortOnWaitUnderLock(true);
+            EnterCriticalSection(&m_lock);
+            Poll(m_event);
+        },
+        "");
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
