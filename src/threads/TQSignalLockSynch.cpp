@@ -1,0 +1,56 @@
+#include "threads/TQSignalLockSynch.h"
+
+#include "core/TQException.h"
+#include "log/TQTimer.h"
+
+#include <new>
+
+namespace Quellan::Corvel {
+
+TQSignalThreadLock::TQSignalThreadLock(TQThreadSynch& lock) : m_guard(lock) {}
+
+TQSignalThreadLock::~TQSignalThreadLock() = default;
+
+TQSignalLockSynch::TQSignalLockSynch(TQThreadSynch& lock, bool isSet)
+    : m_lock(lock), m_isSet(isSet), m_signal(nullptr, false, true, isSet) {}
+
+TQSignalLockSynch::~TQSignalLockSynch() = default;
+
+void TQSignalLockSynch::Set() {
+    const TQThreadSynch::TQSynchLock guard(m_flagLock);
+    m_signal.Set();
+    m_isSet = true;
+}
+
+void TQSignalLockSynch::Clear() {
+    const TQThreadSynch::TQSynchLock guard(m_flagLock);
+    m_signal.Reset();
+    m_isSet = false;
+}
+
+bool TQSignalLockSynch::IsSet() const {
+    const TQThreadSynch::TQSynchLock guard(m_flagLock);
+    return m_isSet;
+}
+
+TQSignalLockSynch::LockPtr TQSignalLockSynch::GetLock(DWORD ms) {
+    const TQCountdownTimer timer(ms);
+    while (m_signal.Wait(timer.Remaining())) {
+        LockPtr lock = NewLock();
+        if (IsSet()) return lock;
+    }
+    return {};
+}
+
+TQSignalLockSynch::LockPtr TQSignalLockSynch::NewLock() {
+    constexpr const wchar_t* where = L"Allocation of signaled thread lock object failed";
+    auto* const lock = new (std::nothrow) TQSignalThreadLock(m_lock);
+    if (!lock) TQStdExceptions::ThrowMemAllocError(where);
+    try {
+        return LockPtr(lock);
+    } catch (const TQException&) {
+        TQStdExceptions::ThrowMemAllocError(where);
+    }
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,398 @@
+#include "threads/TQThread.h"
+
+#include "core/TQException.h"
+#include "platform/Win32.h"
+#include "threads/TQThreadCPUTimer.h"
+
+#include <exception>
+#include <utility>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+constexpr WORD CaughtExceptionCategory = 2;
+constexpr unsigned int UnknownExceptionCode = static_cast<unsigned int>(E_UNEXPECTED);
+
+constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
+
+// The object whose work the thread runs; null once it is destroyed, by its own thread.
+thread_local const TQThread* t_ownObject = nullptr;
+
+// The message alone, or where it can't be looked up the reason for that.
+TQString MessageOf(const _TQWin32Exception& e) noexcept {
+    try {
+        return e.ExcMsg(TQStrResDestination::Log);
+    } catch (const TQCoreException& failure) {
+        return TQString(failure.FullMsg(TQStrResDestination::Log));
+    } catch (...) {
+        return {};
+    }
+}
+
+// For an exception of which at most a text is known.
+TQString Described(const wchar_t* context, const char* text) noexcept {
+    try {
+        return TQCoreException::Unknown(context, text ? TQString::FromUtf8(text).c_str() : nullptr)
+            .ExcMsg(TQStrResDestination::Log);
+    } catch (...) {
+        return {};
+    }
+}
+
+// An action that the exception already has is not given up for the context, which then stands behind the
+// message.
+void LogCaught(TQCoreException& e, const wchar_t* context) noexcept {
+    if (e.HasLogged()) return;
+    const bool hasAction = *e.Action() != 0;
+    try {
+        if (!hasAction) e.SetAction(context);
+    } catch (...) {
+        // Without memory the entry does without the context.
+    }
+    e.LogEvent(hasAction ? context : nullptr, TQEventLog::LibrarySource, TQEventLog::CaughtExceptionEvent,
+               CaughtExceptionCategory);
+}
+
+// The context, and on the next lines what is known of the exception.
+void LogOther(const wchar_t* context, const TQString& details) noexcept {
+    const auto log = [](const wchar_t* text) {
+        TQCoreException::LogUnhandled(TQEventLog::LibrarySource, TQEventLog::UnhandledExceptionEvent,
+                                      TQEventLog::UnhandledExceptionCategory, text);
+    };
+    try {
+        log(TQString::Format(L"%s\r\n%s", context, details.c_str()).c_str());
+    } catch (...) {
+        log(context);
+    }
+}
+
+TQString BlockOf(const _TQWin32Exception& e) noexcept {
+    try {
+        STLString block;
+        e.AssembleLogOutput(nullptr, block);
+        return block;
+    } catch (...) {
+        return {};
+    }
+}
+
+// Runs one step of a thread. An exception ends the step alone: it is logged, its text becomes the message and
+// its code the step's value.
+template <class Step>
+unsigned int Guarded(const wchar_t* context, TQString& message, Step step) noexcept {
+    try {
+        return step();
+    } catch (TQCoreException& e) {
+        message = MessageOf(e);
+        LogCaught(e, context);
+        return e.ErrCode();
+    } catch (const _TQWin32Exception& e) {
+        message = MessageOf(e);
+        LogOther(context, BlockOf(e));
+        return e.ErrCode();
+    } catch (const std::exception& e) {
+        message = Described(context, e.what());
+    } catch (...) {
+        message = Described(context, nullptr);
+    }
+    LogOther(context, message);
+    return UnknownExceptionCode;
+}
+
+}  // namespace
+
+TQThread::TQThread() : m_stopEvent(true) {}
+
+TQThread::TQThread(const void* data, ULONGLONG size)
+    : m_stopEvent(true), m_data(static_cast<const BYTE*>(data), size) {}
+
+TQThread::~TQThread() {
+    EndThread();
+    if (IsOwnThread()) t_ownObject = nullptr;
+}
+
+unsigned int TQThread::OnStart(const BYTEBuf&) {
+    return 0;
+}
+
+unsigned int TQThread::OnStop(const BYTEBuf&, const unsigned int& result) {
+    return result;
+}
+
+unsigned int TQThread::RunWork(BYTEBuf&) {
+    return 0;
+}
+
+bool TQThread::Stopped() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_isStopRequested;
+}
+
+DWORD TQThread::ID() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_id;
+}
+
+bool TQThread::ThreadRunning() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_state == State::Running;
+}
+
+void TQThread::Start(bool suspended) {
+    if (ThreadRunning()) {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_lock);
+            if (!m_isStopRequested) return;
+        }
+        WaitForComplete(INFINITE);
+    }
+    AwaitLastThread(false);
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_state != State::NotStarted && m_state != State::Ended)
+            throw TQException(ERROR_ALREADY_INITIALIZED, L"Thread Start Failed - Already started.");
+        ThreadHandleHolder startupEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        if (!startupEvent) TQSysException::ThrowLastError(L"Thread Creation Event Failed.");
+
+        m_isStopRequested = false;
+        m_stopEvent.Reset();
+        m_thread.Close();
+        m_resultCode = 0;
+        m_resultMessage = TQString();
+        m_startupEvent.Close();
+        m_state = State::NotStarted;
+
+        const DWORD flags =
+            (m_isStackReservation && m_stackSize != 0 ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0) |
+            (suspended ? CREATE_SUSPENDED : 0);
+        m_id = 0;
+        m_thread.Attach(CreateThread(nullptr, m_stackSize, ThreadMain, this, flags, &m_id));
+        if (!m_thread) {
+            m_id = 0;
+            TQSysException::ThrowLastError(L"Thread Creation Failed.");
+        }
+        m_startupEvent = std::move(startupEvent);
+        m_state = suspended ? State::Suspended : State::Starting;
+        m_startTime = TQTime::CurrentTime();
+        m_startTimeUTC = TQTime::CurrentUTCTime();
+    }
+    if (!suspended) WaitForStartup();
+}
+
+void TQThread::Stop() {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    m_isStopRequested = true;
+    m_stopEvent.Set();
+}
+
+DWORD TQThread::WaitForComplete(DWORD ms) {
+    if (IsOwnThread()) throw TQException(ERROR_POSSIBLE_DEADLOCK, L"A thread cannot wait for its own end.");
+    ThreadHandleHolder thread;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        thread = m_thread;
+    }
+    if (thread) {
+        const DWORD result = WaitForSingleObject(thread.Get(), ms);
+        if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
+        if (result == WAIT_TIMEOUT) return WAIT_TIMEOUT;
+    }
+    return ResultCode();
+}
+
+DWORD TQThread::StopAndWait(DWORD ms) {
+    Stop();
+    return WaitForComplete(ms);
+}
+
+void TQThread::Restart(bool suspended) {
+    if (ThreadRunning()) StopAndWait(INFINITE);
+    Start(suspended);
+}
+
+unsigned int TQThread::ResultCode() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_resultCode;
+}
+
+TQString TQThread::ResultMessage() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_resultMessage;
+}
+
+void TQThread::Resume(DWORD* previousCount) {
+    DWORD previous;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        previous = ResumeThread(m_thread.Get());
+        if (previous == static_cast<DWORD>(-1)) TQSysException::ThrowLastError(L"TQThread::Resume");
+        if (m_state == State::Suspended) m_state = State::Starting;
+    }
+    if (previousCount) *previousCount = previous;
+    // Somebody else who suspended it too has yet to let it go.
+    if (previous <= 1) WaitForStartup();
+}
+
+HANDLE TQThread::ThreadHandle() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_thread.Get();
+}
+
+TQTime TQThread::StartTime() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_startTime;
+}
+
+// In UTC, as the local clock is set twice a year.
+TQTimeSpan TQThread::RunningTime() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_startTimeUTC.IsNull() ? TQTimeSpan() : TQTime::CurrentUTCTime() - m_startTimeUTC;
+}
+
+TQTimeSpan TQThread::CPUTime() const {
+    ThreadHandleHolder thread;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        thread = m_thread;
+    }
+    return thread ? TQThreadCPUTimer::ThreadTime(thread.Get()) : TQTimeSpan();
+}
+
+void TQThread::SetStackSize(DWORD size, bool reservation) {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    m_stackSize = size;
+    m_isStackReservation = reservation;
+}
+
+bool TQThread::ThreadHasToken() {
+    HANDLE token = nullptr;
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) {
+        CloseHandle(token);
+        return true;
+    }
+    switch (GetLastError()) {
+        case ERROR_NO_TOKEN:
+            return false;
+        // There is one, which can't be opened.
+        case ERROR_ACCESS_DENIED:
+        case ERROR_CANT_OPEN_ANONYMOUS:
+            return true;
+        default:
+            TQSysException::ThrowLastError(L"TQThread::ThreadHasToken");
+    }
+}
+
+void TQThread::WaitForStartup() {
+    ThreadHandleHolder startupEvent, thread;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        startupEvent = m_startupEvent;
+        thread = m_thread;
+    }
+    if (!startupEvent) return;
+    const HANDLE handles[] = {startupEvent.Get(), thread.Get()};
+    const DWORD result = WaitForMultipleObjects(2, handles, FALSE, INFINITE);
+    const DWORD code = GetLastError();
+    const bool isDead = result == WAIT_OBJECT_0 + 1;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_startupEvent == startupEvent) {
+            m_startupEvent.Close();
+            if (isDead) m_state = State::Ended;
+        }
+    }
+    if (result == WAIT_FAILED) throw TQSysException(code, WaitFailed);
+    if (isDead) throw TQException(ERROR_OPERATION_ABORTED, L"Thread failed to start properly.");
+}
+
+bool TQThread::HasThread() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_state != State::NotStarted && m_state != State::Ended;
+}
+
+void TQThread::EndThread() noexcept {
+    if (IsOwnThread()) return;
+    const _TQLastErrorKeeper keeper;
+    TQThread::Stop();
+    AwaitLastThread(true);
+}
+
+bool TQThread::IsOwnThread() const noexcept {
+    return t_ownObject == this;
+}
+
+// Waits for the very end of the thread last started: one whose steps are over may still be about to leave the
+// object's lock. A suspended thread is let go into its end, without a step.
+void TQThread::AwaitLastThread(bool evenAtWork) noexcept {
+    ThreadHandleHolder thread;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_state == State::Suspended) {
+            m_state = State::Ended;
+            constexpr DWORD failed = static_cast<DWORD>(-1);
+            DWORD suspensions;
+            do
+                suspensions = ResumeThread(m_thread.Get());
+            while (suspensions > 1 && suspensions != failed);
+        }
+        if (m_state == State::Ended || evenAtWork) thread = m_thread;
+    }
+    if (thread && !IsOwnThread()) WaitForSingleObject(thread.Get(), INFINITE);
+}
+
+DWORD TQThread::ThreadMain(void* self) {
+    auto& thread = *static_cast<TQThread*>(self);
+    t_ownObject = &thread;
+    unsigned int code = UnknownExceptionCode;
+    TQString message;
+    try {
+        return thread.RunThread();
+    } catch (const TQCoreException& e) {
+        code = e.ErrCode();
+        message = MessageOf(e);
+    } catch (...) {
+        // Nothing is known of it but the code.
+    }
+    if (thread.IsOwnThread()) thread.SetEnded(code, std::move(message));
+    return code;
+}
+
+unsigned int TQThread::RunThread() {
+    const _TQWin32Exception::Trap_SEH trap(L"TQThread::RunThread");
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_state != State::Starting) return 0;
+    }
+    TQString message;
+    unsigned int refusal = 0;
+    Guarded(L"Processing Thread::OnStart", message, [&] { return refusal = OnStart(m_data); });
+    // After each step the object may be gone, destroyed by the step.
+    if (!IsOwnThread()) return refusal;
+    if (refusal != 0) {
+        SetEnded(refusal, std::move(message));
+        return refusal;
+    }
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        m_state = State::Running;
+        if (m_startupEvent && !SetEvent(m_startupEvent.Get()))
+            TQSysException::ThrowLastError(L"TQThread::RunThread");
+    }
+    const unsigned int worked =
+        Guarded(L"Processing Thread::RunWork", message, [&] { return RunWork(m_data); });
+    if (!IsOwnThread()) return worked;
+    const unsigned int result =
+        Guarded(L"Processing Thread::OnStop", message, [&] { return OnStop(m_data, worked); });
+    if (IsOwnThread()) SetEnded(result, std::move(message));
+    return result;
+}
+
+void TQThread::SetEnded(unsigned int code, TQString&& message) noexcept {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    m_resultCode = code;
+    m_resultMessage = std::move(message);
+    m_state = State::Ended;
+}
+
+}  // namespace Quellan::Corvel

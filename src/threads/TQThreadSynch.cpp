@@ -1,0 +1,35 @@
+#include "threads/TQThreadSynch.h"
+
+#include "platform/Win32.h"
+
+namespace Quellan::Corvel {
+
+namespace {
+
+CRITICAL_SECTION* Section(std::byte* memory) noexcept {
+    return reinterpret_cast<CRITICAL_SECTION*>(memory);
+}
+
+}  // namespace
+
+TQThreadSynch::TQThreadSynch() noexcept {
+    static_assert(sizeof(CRITICAL_SECTION) <= sizeof m_section &&
+                  alignof(CRITICAL_SECTION) <= alignof(void*));
+    InitializeCriticalSection(Section(m_section));
+}
+
+TQThreadSynch::TQThreadSynch(const TQThreadSynch&) noexcept : TQThreadSynch() {}
+
+TQThreadSynch::~TQThreadSynch() {
+    DeleteCriticalSection(Section(m_section));
+}
+
+void TQThreadSynch::Lock() {
+    EnterCriticalSection(Section(m_section));
+}
+
+void TQThreadSynch::UnLock() {
+    LeaveCriticalSection(Section(m_section));
+}
+
+}  // namespace Quellan::Corvel

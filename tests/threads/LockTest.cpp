@@ -1,0 +1,384 @@
+#include "platform/Win32.h"
+#include "support/FailCall.h"
+#include "support/Worker.h"
+#include "threads/TQProcessLock.h"
+#include "threads/TQSignalLockSynch.h"
+#include "threads/TQThreadCPUTimer.h"
+#include "threads/TQThreadPriority.h"
+#include "threads/TQThreadReadSynch.h"
+
+#include <atomic>
+#include <gmock/gmock.h>
+#include <memory>
+#include <optional>
+#include <vector>
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+using Guard = TQThreadSynch::TQSynchLock;
+
+namespace {
+
+// A thread that takes a lock, says so, and gives it back.
+class Taker {
+  public:
+    template <class Lock>
+    explicit Taker(Lock& lock)
+        : m_thread([this, &lock] {
+              const Guard guard(lock);
+              m_taken.Set();
+          }) {}
+
+    bool HasTaken(DWORD ms) { return m_taken.Wait(ms); }
+
+  private:
+    TQEvent m_taken{true};
+    Worker m_thread;
+};
+
+template <class Lock>
+bool CanBeTaken(Lock& lock) {
+    return Taker(lock).HasTaken(INFINITE);
+}
+
+TEST(ThreadSynch, LetsOneThreadInAtATime) {
+    TQThreadSynch lock;
+    unsigned long count = 0;
+    constexpr unsigned rounds = 20'000;
+    const auto increment = [&] {
+        for (unsigned i = 0; i < rounds; ++i) {
+            const Guard guard(lock);
+            const Guard again(lock);
+            ++count;
+        }
+    };
+    { Worker first(increment), second(increment); }
+    EXPECT_EQ(count, 2 * rounds);
+}
+
+TEST(ThreadSynch, IsNotSharedByCopying) {
+    TQThreadSynch lock;
+    const Guard guard(lock);
+    TQThreadSynch copy(lock), assigned;
+    assigned = lock;
+    EXPECT_TRUE(CanBeTaken(copy));
+    EXPECT_TRUE(CanBeTaken(assigned));
+}
+
+TEST(ThreadSynch, StaysHeldWhenItIsAssignedTo) {
+    TQThreadSynch lock;
+    std::optional<Guard> guard(std::in_place, lock);
+    lock = TQThreadSynch();
+    Taker taker(lock);
+    EXPECT_FALSE(taker.HasTaken(NeverMs));
+    guard.reset();
+    EXPECT_TRUE(taker.HasTaken(INFINITE));
+}
+
+class CountingLock : public TQThreadSynch {
+  public:
+    int locks = 0, unlocks = 0;
+
+  protected:
+    void Lock() override { ++locks; }
+    void UnLock() override { ++unlocks; }
+};
+
+TEST(ThreadSynch, IsTakenByWhatADerivedClassDoes) {
+    CountingLock lock;
+    {
+        const Guard guard(lock);
+        EXPECT_EQ(lock.locks, 1);
+        EXPECT_EQ(lock.unlocks, 0);
+    }
+    EXPECT_EQ(lock.unlocks, 1);
+}
+
+TEST(ReadSynch, LetsReadersInTogether) {
+    TQThreadReadSynch lock;
+    const Guard guard(lock);
+    EXPECT_TRUE(CanBeTaken(lock));
+}
+
+TEST(ReadSynch, KeepsReadersAndWritersApart) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock), otherWrite(lock);
+    std::optional<Guard> guard(std::in_place, lock);
+    Taker writer(write);
+    EXPECT_FALSE(writer.HasTaken(NeverMs));
+    guard.reset();
+    EXPECT_TRUE(writer.HasTaken(INFINITE));
+
+    guard.emplace(write);
+    Taker reader(lock), sameWriter(write), otherWriter(otherWrite);
+    EXPECT_FALSE(reader.HasTaken(NeverMs));
+    EXPECT_FALSE(sameWriter.HasTaken(0));
+    EXPECT_FALSE(otherWriter.HasTaken(0));
+    guard.reset();
+    EXPECT_TRUE(reader.HasTaken(INFINITE));
+    EXPECT_TRUE(sameWriter.HasTaken(INFINITE));
+    EXPECT_TRUE(otherWriter.HasTaken(INFINITE));
+}
+
+TEST(ReadSynch, LetsReadersPassByAWaitingWriter) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    std::optional<Guard> guard(std::in_place, lock);
+    Taker writer(write);
+    EXPECT_FALSE(writer.HasTaken(NeverMs));
+    EXPECT_TRUE(CanBeTaken(lock));
+    { const Guard again(lock); }
+    guard.reset();
+    EXPECT_TRUE(writer.HasTaken(INFINITE));
+}
+
+TEST(ReadSynch, MustBeReleasedAsOftenAsItWasTaken) {
+    for (const bool write : {false, true}) {
+        TQThreadReadSynch lock;
+        TQThreadWriteSynch writeLock(lock), otherWriteLock(lock);
+        std::vector<std::unique_ptr<Guard>> guards;
+        for (int i = 0; i < 3; ++i)
+            guards.push_back(write ? std::make_unique<Guard>(i == 1 ? otherWriteLock : writeLock)
+                                   : std::make_unique<Guard>(lock));
+        Taker taker(writeLock);
+        while (!guards.empty()) {
+            EXPECT_FALSE(taker.HasTaken(NeverMs)) << guards.size() << " are left";
+            guards.pop_back();
+        }
+        EXPECT_TRUE(taker.HasTaken(INFINITE));
+        EXPECT_TRUE(CanBeTaken(lock));
+    }
+}
+
+// Both wait for themselves; assigning to the lock, which forgets who holds it, is the only way out.
+TEST(ReadSynch, HasNoUpgradeAndNoDowngrade) {
+    for (const bool write : {false, true}) {
+        TQThreadReadSynch lock;
+        TQThreadWriteSynch writeLock(lock);
+        const TQEvent holds(true), hasBoth(true);
+        Worker thread([&] {
+            std::optional<Guard> reader, writer;
+            write ? writer.emplace(writeLock) : reader.emplace(lock);
+            holds.Set();
+            write ? reader.emplace(lock) : writer.emplace(writeLock);
+            hasBoth.Set();
+        });
+        holds.Wait(INFINITE);
+        EXPECT_FALSE(hasBoth.Wait(NeverMs));
+        lock = TQThreadReadSynch();
+        EXPECT_TRUE(hasBoth.Wait(INFINITE));
+        thread.Join();
+        EXPECT_TRUE(CanBeTaken(writeLock)) << "nothing is left of what was held before";
+        EXPECT_TRUE(CanBeTaken(lock));
+    }
+}
+
+TEST(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    for (int i = 0; i < 2; ++i) {
+        auto guard = i == 0 ? std::make_unique<Guard>(lock) : std::make_unique<Guard>(write);
+        Worker([&] { guard.reset(); }).Join();
+        Taker taker(write);
+        EXPECT_FALSE(taker.HasTaken(NeverMs));
+        lock = TQThreadReadSynch();
+        EXPECT_TRUE(taker.HasTaken(INFINITE));
+    }
+}
+
+TEST(ReadSynch, IsFreeInACopy) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    const Guard guard(write);
+    TQThreadReadSynch copy(lock);
+    EXPECT_TRUE(CanBeTaken(copy));
+}
+
+TEST(ReadSynch, IsToldFromManyOthers) {
+    constexpr std::size_t count = 20;  // more than the thread has places of its own for
+    std::vector<TQThreadReadSynch> locks(count);
+    std::vector<std::unique_ptr<Guard>> guards;
+    for (TQThreadReadSynch& lock : locks)
+        guards.push_back(std::make_unique<Guard>(lock));
+    for (TQThreadReadSynch& lock : locks)
+        guards.push_back(std::make_unique<Guard>(lock));
+    for (std::size_t i = 0; i < count; ++i) {
+        TQThreadWriteSynch write(locks[i]);
+        Taker writer(write);
+        guards[i].reset();
+        EXPECT_FALSE(writer.HasTaken(i % 7 == 0 ? NeverMs : 0));
+        guards[count + i].reset();
+        EXPECT_TRUE(writer.HasTaken(INFINITE));
+    }
+}
+
+TEST(ReadSynch, IsNotHeldWhereTheWaitFails) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    auto guard = std::make_unique<Guard>(write);
+    Worker([&] {
+        for (const bool isWriter : {false, true}) {
+            const FailCall fail("WaitForSingleObject", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
+            EXPECT_EQ(ThrownCode([&] { isWriter ? Guard(write) : Guard(lock); }),
+                      DWORD{ERROR_NOT_ENOUGH_MEMORY});
+        }
+    }).Join();
+    guard.reset();
+    EXPECT_TRUE(CanBeTaken(lock));
+    EXPECT_TRUE(CanBeTaken(write));
+
+    SweepAllocations(
+        [] {
+            std::vector<std::unique_ptr<TQThreadReadSynch>> locks;
+            std::vector<std::unique_ptr<Guard>> guards;
+            try {
+                for (int i = 0; i < 10; ++i) {
+                    locks.push_back(std::make_unique<TQThreadReadSynch>());
+                    guards.push_back(std::make_unique<Guard>(*locks.back()));
+                }
+            } catch (const std::bad_alloc&) {
+                throw TQException(14, L"the test's own");
+            }
+        },
+        [] {});
+}
+
+TEST(SignalLock, IsToBeHadWhileTheSignalIsSet) {
+    TQThreadSynch lock;
+    TQSignalLockSynch signal(lock, false);
+    EXPECT_FALSE(signal.IsSet());
+    EXPECT_EQ(signal.GetLock(0), nullptr);
+    signal.Set();
+    EXPECT_TRUE(signal.IsSet());
+    auto held = signal.GetLock(INFINITE);
+    ASSERT_NE(held, nullptr);
+    EXPECT_TRUE(signal.IsSet()) << "the signal stays";
+    Taker taker(lock);
+    auto copy = held;
+    held.Reset();
+    EXPECT_FALSE(taker.HasTaken(NeverMs));
+    copy.Reset();
+    EXPECT_TRUE(taker.HasTaken(INFINITE));
+    signal.Clear();
+    EXPECT_EQ(signal.GetLock(1), nullptr);
+    EXPECT_TRUE(TQSignalLockSynch(lock, true).IsSet());
+}
+
+// Runs a function each time before the lock is taken.
+class HookedLock : public TQThreadSynch {
+  public:
+    std::function<void()> hook;
+
+  protected:
+    void Lock() override {
+        hook();
+        TQThreadSynch::Lock();
+    }
+};
+
+TEST(SignalLock, WaitsAgainForASignalThatWasClearedMeanwhile) {
+    HookedLock lock;
+    TQSignalLockSynch signal(lock, true);
+    int taken = 0;
+    lock.hook = [&] {
+        if (++taken == 1) signal.Clear();
+    };
+    EXPECT_EQ(signal.GetLock(5), nullptr);
+    EXPECT_EQ(taken, 1);
+    signal.Set();
+    EXPECT_NE(signal.GetLock(0), nullptr);
+}
+
+TEST(SignalLock, HoldsNothingWhereSomethingFails) {
+    TQThreadSynch lock;
+    TQSignalLockSynch signal(lock, true);
+    {
+        const FailCall fail("WaitForSingleObject", ERROR_INVALID_HANDLE, 1, WAIT_FAILED);
+        EXPECT_EQ(ThrownCode([&] { signal.GetLock(0); }), DWORD{ERROR_INVALID_HANDLE});
+    }
+    try {
+        const FailAllocation fail(1);
+        signal.GetLock(0);
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const TQException& e) {
+        EXPECT_EQ(e.ExcMsg(TQStrResDestination::Log), L"Allocation of signaled thread lock object failed");
+    }
+    SweepAllocations([&] { signal.GetLock(0); }, [&] { EXPECT_TRUE(CanBeTaken(lock)); });
+}
+
+TEST(ProcessLock, CountsForThePlatformToo) {
+    const FailCall added("CoAddRefServerProcess", 0, 0), released("CoReleaseServerProcess", 0, 0);
+    EXPECT_EQ(TQProcessLock::Unlock(), 0u);
+    EXPECT_EQ(released.Calls(), 0u) << "at 0 the platform is left alone";
+    EXPECT_EQ(TQProcessLock::Lock(), 1u);
+    EXPECT_EQ(TQProcessLock::Lock(), 2u);
+    EXPECT_EQ(added.Calls(), 2u);
+    EXPECT_EQ(TQProcessLock::LockCount(), 2u);
+    EXPECT_EQ(TQProcessLock::Unlock(), 1u);
+    EXPECT_EQ(TQProcessLock::Unlock(), 0u);
+    EXPECT_EQ(TQProcessLock::Unlock(), 0u);
+    EXPECT_EQ(released.Calls(), 2u);
+}
+
+int PriorityNow() {
+    return GetThreadPriority(GetCurrentThread());
+}
+
+TEST(ThreadPriority, IsRestored) {
+    Worker([] {
+        {
+            const TQThreadPriority lowered(THREAD_PRIORITY_BELOW_NORMAL);
+            EXPECT_EQ(PriorityNow(), THREAD_PRIORITY_BELOW_NORMAL);
+            EXPECT_EQ(lowered.PreviousPriority(), THREAD_PRIORITY_NORMAL);
+            {
+                const TQThreadPriority raised(THREAD_PRIORITY_NORMAL, true);
+                EXPECT_TRUE(raised.HasChanged());
+                EXPECT_EQ(PriorityNow(), THREAD_PRIORITY_NORMAL);
+                SetLastError(1234);
+            }
+            EXPECT_EQ(GetLastError(), 1234u);
+            EXPECT_EQ(PriorityNow(), THREAD_PRIORITY_BELOW_NORMAL);
+        }
+        EXPECT_EQ(PriorityNow(), THREAD_PRIORITY_NORMAL);
+    }).Join();
+}
+
+TEST(ThreadPriority, IsLeftAloneWhereThereIsNothingToDo) {
+    const FailCall set("SetThreadPriority", 0, 0);
+    {
+        const TQThreadPriority same(THREAD_PRIORITY_NORMAL), lower(THREAD_PRIORITY_LOWEST, true);
+        EXPECT_FALSE(same.HasChanged());
+        EXPECT_FALSE(lower.HasChanged());
+        EXPECT_EQ(lower.Priority(), THREAD_PRIORITY_LOWEST);
+    }
+    EXPECT_EQ(set.Calls(), 0u);
+}
+
+TEST(ThreadPriority, ThrowsWhatThePlatformReports) {
+    {
+        const FailCall fail("GetThreadPriority", ERROR_ACCESS_DENIED, 1, THREAD_PRIORITY_ERROR_RETURN);
+        EXPECT_EQ(ThrownCode([] { TQThreadPriority priority(THREAD_PRIORITY_LOWEST); }),
+                  DWORD{ERROR_ACCESS_DENIED});
+    }
+    const FailCall fail("SetThreadPriority", ERROR_ACCESS_DENIED);
+    EXPECT_EQ(ThrownCode([] { TQThreadPriority priority(THREAD_PRIORITY_LOWEST); }),
+              DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST(ThreadCPUTimer, MeasuresTheWorkOfItsThread) {
+    TQThreadCPUTimer timer;
+    volatile unsigned long work = 0;
+    while (timer.Elapsed() < TQTimeSpan::FromMilliseconds(20))
+        for (int i = 0; i < 100'000; ++i)
+            work = work + 1;
+    const TQTimeSpan worked = timer.Elapsed();
+    Worker idle(
+        [&] { EXPECT_LT(TQThreadCPUTimer().Elapsed(), worked) << "another thread's is not counted"; });
+    idle.Join();
+    EXPECT_LT(idle.CPUTime(), worked);
+    timer.Restart();
+    EXPECT_LT(timer.Elapsed(), worked);
+    EXPECT_EQ(ThrownCode([] { TQThreadCPUTimer::ThreadTime(nullptr); }), DWORD{ERROR_INVALID_HANDLE});
+}
+
+}  // namespace

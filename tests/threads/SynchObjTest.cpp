@@ -1,0 +1,306 @@
+#include "platform/Win32.h"
+#include "support/FailCall.h"
+#include "support/Worker.h"
+#include "threads/TQEvent.h"
+#include "threads/TQMutex.h"
+
+#include <gmock/gmock.h>
+#include <optional>
+#include <string>
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+using testing::HasSubstr;
+
+namespace {
+
+using Version = TQSynchObj::PlatformVersion;
+
+// The message of the library exception that `operation` throws; empty when it throws nothing.
+template <class Operation>
+std::wstring ThrownMessage(Operation operation) {
+    try {
+        operation();
+    } catch (const TQCoreException& e) {
+        return e.ExcMsg(TQStrResDestination::Log).Std();
+    }
+    return {};
+}
+
+std::wstring UniqueName(const wchar_t* what) {
+    return TQString::Format(L"tqlib-test-%u-%s", GetCurrentProcessId(), what).c_str();
+}
+
+// Whether another thread could take the mutex now.
+bool IsFree(const TQMutex& mutex) {
+    bool isFree = false;
+    Worker([&] { isFree = TQMutex::TQMutexLock(mutex, 0).IsLocked(); }).Join();
+    return isFree;
+}
+
+TEST(KernelObjectName, HasAPrefixWhereSessionsAreTold) {
+    struct Row {
+        Version version;
+        bool hasPrefix;
+    };
+    constexpr DWORD nt = VER_PLATFORM_WIN32_NT;
+    constexpr WORD terminal = VER_SUITE_TERMINAL, single = VER_SUITE_SINGLEUSERTS,
+                   others = 0xFFFF & ~(terminal | single);
+    constexpr BYTE workstation = VER_NT_WORKSTATION, server = VER_NT_SERVER,
+                   controller = VER_NT_DOMAIN_CONTROLLER;
+    const Row rows[] = {
+        {{nt, 10, 0, workstation}, false},
+        {{nt, 10, others, workstation}, false},
+        {{nt, 10, terminal, workstation}, true},
+        {{nt, 10, single, workstation}, true},
+        {{nt, 10, 0, server}, true},
+        {{nt, 10, 0, controller}, true},
+        {{nt, 5, 0, workstation}, false},
+        {{nt, 5, single, workstation}, true},
+        {{nt, 5, 0, server}, true},
+        {{nt, 5, 0, controller}, true},
+        {{nt, 4, 0, server}, false},
+        {{nt, 4, 0, controller}, false},
+        {{nt, 4, terminal, server}, true},
+        {{nt, 4, single, 0}, true},
+        {{nt, 3, terminal, server}, false},
+        {{1, 10, terminal, server}, false},
+        {{3, 10, single, controller}, false},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(testing::Message() << row.version.platform << ' ' << row.version.major << ' '
+                                        << row.version.suites << ' ' << int{row.version.product});
+        EXPECT_STREQ(TQSynchObj::KernelObjectPrefix(row.version, true), row.hasPrefix ? L"Global\\" : L"");
+        EXPECT_STREQ(TQSynchObj::KernelObjectPrefix(row.version, false), row.hasPrefix ? L"Local\\" : L"");
+    }
+}
+
+TEST(KernelObjectName, FollowsThePlatformsVersion) {
+    OSVERSIONINFOEXW record = {};
+    record.dwOSVersionInfoSize = sizeof record;
+    ASSERT_TRUE(GetVersionExW(reinterpret_cast<OSVERSIONINFOW*>(&record)));
+    const Version version{record.dwPlatformId, record.dwMajorVersion, record.wSuiteMask, record.wProductType};
+    for (const bool global : {false, true})
+        EXPECT_EQ(TQSynchObj::KernelObjectName(L"name", global),
+                  TQSynchObj::KernelObjectPrefix(version, global) + TQString(L"name"));
+
+    const FailCall fail("GetVersionExW", ERROR_GEN_FAILURE);
+    EXPECT_EQ(ThrownCode([] { TQSynchObj::KernelObjectName(L"name", true); }), DWORD{ERROR_GEN_FAILURE});
+}
+
+TEST(SynchObj, ThrowsWhatTheWaitReports) {
+    const TQEvent event(true);
+    const FailCall fail("WaitForSingleObject", ERROR_INVALID_HANDLE, 1, WAIT_FAILED);
+    EXPECT_EQ(ThrownMessage([&] { event.Wait(0); }), L"Wait on synch object failed.");
+}
+
+TEST(SynchObj, ReportsAHandleThatWasClosed) {
+    const TQEvent event(true);
+    const TQEvent& alias = event;
+    CloseHandle(event.Handle());
+    EXPECT_EQ(ThrownCode([&] { alias.Wait(0); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ThrownCode([&] { alias.Set(); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ThrownCode([&] { alias.Reset(); }), DWORD{ERROR_INVALID_HANDLE});
+}
+
+// The platform documents it as undefined; the wait keeps its object.
+TEST(SynchObj, AWaitGoesOnWhenItsHandleIsClosed) {
+    DWORD result = WAIT_FAILED;
+    // Where the waiter came too late it finds the handle closed, and the next one is tried.
+    for (int attempt = 0; attempt < 50 && result == WAIT_FAILED; ++attempt) {
+        HANDLE first = CreateEventW(nullptr, TRUE, FALSE, nullptr), second = nullptr;
+        ASSERT_TRUE(DuplicateHandle(GetCurrentProcess(), first, GetCurrentProcess(), &second, 0, FALSE,
+                                    DUPLICATE_SAME_ACCESS));
+        const TQEvent ready(false);
+        Worker waiter([&] {
+            ready.Set();
+            result = WaitForSingleObject(first, INFINITE);
+        });
+        ready.Wait(INFINITE);
+        Sleep(attempt);
+        CloseHandle(first);
+        SetEvent(second);
+        waiter.Join();
+        CloseHandle(second);
+    }
+    EXPECT_EQ(result, DWORD{WAIT_OBJECT_0});
+}
+
+TEST(Event, WithManualResetStaysSignalled) {
+    const TQEvent event(true);
+    EXPECT_FALSE(event.Wait(0)) << "not signalled at first";
+    event.Set();
+    EXPECT_TRUE(event.Wait(0));
+    EXPECT_TRUE(event.Wait(0));
+    event.Reset();
+    EXPECT_FALSE(event.Wait(1));
+}
+
+TEST(Event, WithoutManualResetLetsOneThrough) {
+    const TQEvent event(false);
+    event.Set();
+    event.Set();
+    EXPECT_TRUE(event.Wait(INFINITE));
+    EXPECT_FALSE(event.Wait(0));
+}
+
+TEST(Event, IsSharedByItsCopies) {
+    std::optional<TQEvent> original(true);
+    const TQEvent copy = *original;
+    EXPECT_EQ(copy, *original);
+    original->Set();
+    original.reset();
+    EXPECT_TRUE(copy.Wait(0)) << "the kernel object lives as long as a copy";
+}
+
+TEST(Event, IsOneObjectForEachName) {
+    const std::wstring name = UniqueName(L"event"), other = UniqueName(L"other");
+    const TQEvent first(name.c_str(), false, true, true), second(name.c_str(), false, false, false);
+    EXPECT_EQ(first, second);
+    EXPECT_NE(first.Handle(), second.Handle());
+    EXPECT_TRUE(second.Wait(0)) << "the one that made it decides how it begins";
+    second.Reset();
+    EXPECT_FALSE(first.Wait(0));
+    EXPECT_NE(first, TQEvent(other.c_str(), false, true, true));
+    EXPECT_NE(TQEvent(nullptr, true, true, true), TQEvent(nullptr, true, true, true))
+        << "without a name each is a new one";
+    EXPECT_EQ(ThrownCode([&] { TQMutex mutex(name.c_str(), false); }), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(Event, ThrowsWhereItCannotBeOpened) {
+    const FailCall fail("CreateEventW", ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(ThrownMessage([] { TQEvent event(true); }), L"Attempt to open event object failed.");
+    EXPECT_TRUE(fail.Fired());
+}
+
+TEST(Mutex, IsHeldUntilTheLastLockGoes) {
+    const TQMutex mutex;
+    TQMutex::TQMutexLock lock = mutex.Acquire(INFINITE);
+    std::optional<TQMutex::TQMutexLock> copy(lock);
+    lock = TQMutex::TQMutexLock();
+    EXPECT_FALSE(IsFree(mutex));
+    copy.reset();
+    EXPECT_TRUE(IsFree(mutex));
+}
+
+TEST(Mutex, GivesALockThatHoldsNothingWhenTheTimeIsUp) {
+    const TQMutex mutex;
+    const TQMutex::TQMutexLock lock(mutex, 0);
+    EXPECT_TRUE(lock.IsLocked());
+    Worker([&] {
+        EXPECT_FALSE(mutex.Acquire(0));
+        EXPECT_FALSE(mutex.Acquire(1));
+    }).Join();
+    EXPECT_FALSE(TQMutex::TQMutexLock().IsLocked());
+}
+
+TEST(Mutex, IsAcquiredAgainByItsOwner) {
+    const TQMutex mutex;
+    const TQMutex::TQMutexLock outer(mutex, 0);
+    { EXPECT_TRUE(mutex.Acquire(0)); }
+    EXPECT_FALSE(IsFree(mutex)) << "the outer acquisition is left";
+}
+
+TEST(Mutex, TellsWhichOfSeveralObjectsWasSignalled) {
+    const TQMutex mutex;
+    const TQEvent first(true), second(true);
+    void* const extra[] = {first.Handle(), second.Handle()};
+    TQMutex::TQMutexLock lock;
+    EXPECT_EQ(mutex.Acquire(lock, 0, extra, 2), 0u);
+    EXPECT_TRUE(lock.IsLocked());
+
+    const TQMutex::TQMutexLock held = lock;
+    Worker([&] {
+        TQMutex::TQMutexLock other;
+        EXPECT_EQ(mutex.Acquire(other, 1, extra, 2), DWORD{WAIT_TIMEOUT});
+        second.Set();
+        EXPECT_EQ(mutex.Acquire(other, INFINITE, extra, 2), 2u);
+        first.Set();
+        EXPECT_EQ(mutex.Acquire(other, INFINITE, extra, 2), 1u);
+        EXPECT_FALSE(other.IsLocked());
+        DWORD result = 77;
+        EXPECT_FALSE(TQMutex::TQMutexLock(mutex, INFINITE, extra, 2, result).IsLocked());
+        EXPECT_EQ(result, 1u);
+    }).Join();
+}
+
+TEST(Mutex, WaitsForAllTogether) {
+    const TQMutex mutex;
+    const TQEvent event(false);
+    void* const extra[] = {event.Handle()};
+    DWORD result = 77;
+    EXPECT_FALSE(TQMutex::TQMutexLock(mutex, true, 1, extra, 1, result).IsLocked());
+    EXPECT_EQ(result, DWORD{WAIT_TIMEOUT});
+    EXPECT_TRUE(IsFree(mutex)) << "all or nothing";
+    event.Set();
+    const TQMutex::TQMutexLock lock(mutex, true, INFINITE, extra, 1, result);
+    EXPECT_TRUE(lock.IsLocked());
+    EXPECT_EQ(result, 0u);
+    EXPECT_FALSE(event.Wait(0));
+}
+
+TEST(Mutex, GivesUpWhatTheLockHeldBefore) {
+    const TQMutex mutex, other;
+    const TQEvent event(true);
+    event.Set();
+    void* const extra[] = {event.Handle()};
+    const TQMutex::TQMutexLock held(mutex, 0);
+    Worker([&] {
+        TQMutex::TQMutexLock lock(other, 0);
+        EXPECT_EQ(mutex.Acquire(lock, INFINITE, extra, 1), 1u);
+        EXPECT_TRUE(IsFree(other));
+    }).Join();
+}
+
+TEST(Mutex, ThatWasAbandonedIsAcquired) {
+    const TQMutex mutex, extraMutex;
+    Worker([&] {
+        WaitForSingleObject(mutex.Handle(), INFINITE);
+        WaitForSingleObject(extraMutex.Handle(), INFINITE);
+    }).Join();
+    EXPECT_TRUE(mutex.Wait(INFINITE));
+    EXPECT_FALSE(IsFree(mutex));
+    mutex.Release();
+    EXPECT_TRUE(IsFree(mutex));
+
+    Worker([&] { WaitForSingleObject(mutex.Handle(), INFINITE); }).Join();
+    TQMutex::TQMutexLock lock;
+    void* const extra[] = {extraMutex.Handle()};
+    EXPECT_EQ(mutex.Acquire(lock, INFINITE, extra, 1), 0u);
+    Worker([&] { EXPECT_EQ(mutex.Acquire(lock, INFINITE, extra, 1), 1u); }).Join();
+}
+
+TEST(Mutex, IsReleasedByItsOwnerAlone) {
+    const TQMutex mutex;
+    EXPECT_EQ(ThrownCode([&] { mutex.Release(); }), DWORD{ERROR_NOT_OWNER});
+}
+
+TEST(Mutex, ThrowsAndHoldsNothingWhereSomethingFails) {
+    const TQMutex mutex;
+    TQMutex::TQMutexLock lock;
+    void* const extra[64] = {};
+    EXPECT_EQ(ThrownCode([&] { mutex.Acquire(lock, 0, extra, 64); }), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ThrownCode([&] { mutex.Acquire(lock, 0, nullptr, 1); }), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ThrownCode([&] { mutex.Acquire(lock, 0, extra, 1); }), DWORD{ERROR_INVALID_HANDLE});
+    {
+        const FailCall fail("CreateMutexW", ERROR_NOT_ENOUGH_MEMORY);
+        EXPECT_EQ(ThrownMessage([] { TQMutex failing; }), L"Attempt to open mutex object failed.");
+    }
+    {
+        const FailCall fail("WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
+        EXPECT_EQ(ThrownMessage([&] { mutex.Acquire(0); }), L"Wait on synch object failed.");
+    }
+    SweepAllocations([&] { TQMutex::TQMutexLock acquired(mutex, 0); }, [&] { EXPECT_TRUE(IsFree(mutex)); });
+}
+
+TEST(MutexLock, LeavesTheLastErrorAlone) {
+    const TQMutex mutex;
+    {
+        const TQMutex::TQMutexLock lock(mutex, 0);
+        mutex.Release();
+        SetLastError(1234);
+    }
+    EXPECT_EQ(GetLastError(), 1234u) << "although there was nothing left to release";
+}
+
+}  // namespace
