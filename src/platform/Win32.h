@@ -19,6 +19,7 @@
 // These need <windows.h> before them.
 #include <combaseapi.h>
 #include <psapi.h>
+#include <sddl.h>
 #include <shellapi.h>
 #else
 #include "platform/linux/Com.h"
@@ -37,6 +38,7 @@
 #include "platform/linux/Mutexes.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/Semaphores.h"
+#include "platform/linux/Sids.h"
 #include "platform/linux/StructuredExceptions.h"
 #include "platform/linux/Texts.h"
 #include "platform/linux/Threads.h"

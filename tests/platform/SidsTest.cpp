@@ -1,0 +1,386 @@
+#include "platform/SidTexts.h"
+
+#include <array>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+constexpr DWORD HeaderSize = 8;
+
+SID_IDENTIFIER_AUTHORITY Nt() {
+    return SECURITY_NT_AUTHORITY;
+}
+
+// The bytes of a block, as the published layout has them.
+std::vector<BYTE> Block(std::initializer_list<int> bytes) {
+    std::vector<BYTE> block;
+    for (const int value : bytes)
+        block.push_back(static_cast<BYTE>(value));
+    return block;
+}
+
+// A page followed by one that cannot be read.
+class GuardedPage {
+  public:
+    static constexpr SIZE_T Size = 4096;
+
+    GuardedPage() : m_page(static_cast<BYTE*>(VirtualAlloc(nullptr, 2 * Size, MEM_RESERVE, PAGE_NOACCESS))) {
+        VirtualAlloc(m_page, Size, MEM_COMMIT, PAGE_READWRITE);
+    }
+    ~GuardedPage() { VirtualFree(m_page, 0, MEM_RELEASE); }
+    GuardedPage(const GuardedPage&) = delete;
+    GuardedPage& operator=(const GuardedPage&) = delete;
+
+    // The bytes at the page's very end.
+    PSID Hold(const std::vector<BYTE>& bytes) {
+        return std::memcpy(m_page + Size - bytes.size(), bytes.data(), bytes.size());
+    }
+
+  private:
+    BYTE* m_page;
+};
+
+struct WellKnown {
+    int type;
+    const wchar_t* text;
+};
+
+// The published identifiers; those of a domain follow it.
+constexpr WellKnown OfEverywhere[] = {
+    {0, L"S-1-0-0"},        {1, L"S-1-1-0"},        {2, L"S-1-2-0"},
+    {3, L"S-1-3-0"},        {4, L"S-1-3-1"},        {5, L"S-1-3-2"},
+    {6, L"S-1-3-3"},        {7, L"S-1-5"},          {8, L"S-1-5-1"},
+    {9, L"S-1-5-2"},        {10, L"S-1-5-3"},       {11, L"S-1-5-4"},
+    {12, L"S-1-5-6"},       {13, L"S-1-5-7"},       {14, L"S-1-5-8"},
+    {15, L"S-1-5-9"},       {16, L"S-1-5-10"},      {17, L"S-1-5-11"},
+    {18, L"S-1-5-12"},      {19, L"S-1-5-13"},      {20, L"S-1-5-14"},
+    {22, L"S-1-5-18"},      {23, L"S-1-5-19"},      {24, L"S-1-5-20"},
+    {25, L"S-1-5-32"},      {26, L"S-1-5-32-544"},  {27, L"S-1-5-32-545"},
+    {28, L"S-1-5-32-546"},  {29, L"S-1-5-32-547"},  {30, L"S-1-5-32-548"},
+    {31, L"S-1-5-32-549"},  {32, L"S-1-5-32-550"},  {33, L"S-1-5-32-551"},
+    {34, L"S-1-5-32-552"},  {35, L"S-1-5-32-554"},  {36, L"S-1-5-32-555"},
+    {37, L"S-1-5-32-556"},  {51, L"S-1-5-64-10"},   {52, L"S-1-5-64-21"},
+    {53, L"S-1-5-64-14"},   {54, L"S-1-5-15"},      {55, L"S-1-5-1000"},
+    {56, L"S-1-5-32-557"},  {57, L"S-1-5-32-558"},  {58, L"S-1-5-32-559"},
+    {59, L"S-1-5-32-560"},  {60, L"S-1-5-32-561"},  {61, L"S-1-5-32-562"},
+    {62, L"S-1-5-32-568"},  {63, L"S-1-5-17"},      {64, L"S-1-5-32-569"},
+    {65, L"S-1-16-0"},      {66, L"S-1-16-4096"},   {67, L"S-1-16-8192"},
+    {68, L"S-1-16-12288"},  {69, L"S-1-16-16384"},  {70, L"S-1-5-33"},
+    {71, L"S-1-3-4"},       {74, L"S-1-5-22"},      {76, L"S-1-5-32-573"},
+    {78, L"S-1-5-32-574"},  {79, L"S-1-16-8448"},   {80, L"S-1-2-1"},
+    {81, L"S-1-2-1"},       {82, L"S-1-5-65-1"},    {83, L"S-1-15"},
+    {84, L"S-1-15-2-1"},    {85, L"S-1-15-3-1"},    {86, L"S-1-15-3-2"},
+    {87, L"S-1-15-3-3"},    {88, L"S-1-15-3-4"},    {89, L"S-1-15-3-5"},
+    {90, L"S-1-15-3-6"},    {91, L"S-1-15-3-7"},    {92, L"S-1-15-3-9"},
+    {93, L"S-1-15-3-8"},    {94, L"S-1-15-3-10"},   {95, L"S-1-5-32-575"},
+    {96, L"S-1-5-32-576"},  {97, L"S-1-5-32-577"},  {98, L"S-1-5-84-0-0-0-0-0"},
+    {99, L"S-1-5-32-578"},  {101, L"S-1-5-32-579"}, {102, L"S-1-5-32-580"},
+    {103, L"S-1-18-1"},     {104, L"S-1-18-2"},     {105, L"S-1-5-113"},
+    {106, L"S-1-5-114"},    {108, L"S-1-15-3-11"},  {109, L"S-1-15-3-12"},
+    {111, L"S-1-5-32-581"}, {112, L"S-1-5-32-582"}, {115, L"S-1-18-4"},
+    {116, L"S-1-18-5"},     {117, L"S-1-18-6"},     {118, L"S-1-18-3"},
+    {119, L"S-1-5-32-583"},
+};
+
+constexpr WellKnown OfDomain[] = {
+    {38, L"-500"},  {39, L"-501"},  {40, L"-502"},  {41, L"-512"},  {42, L"-513"}, {43, L"-514"},
+    {44, L"-515"},  {45, L"-516"},  {46, L"-517"},  {47, L"-518"},  {48, L"-519"}, {49, L"-520"},
+    {50, L"-553"},  {72, L"-571"},  {73, L"-572"},  {75, L"-521"},  {77, L"-498"}, {100, L"-522"},
+    {107, L"-525"}, {110, L"-503"}, {113, L"-526"}, {114, L"-527"},
+};
+
+WELL_KNOWN_SID_TYPE TypeOf(const WellKnown& known) {
+    return static_cast<WELL_KNOWN_SID_TYPE>(known.type);
+}
+
+// Wine knows fewer than half of the published types and calls the others invalid.
+bool IsMissingInWine(const std::wstring& text) {
+    return OnWine() && text == L"error 87";
+}
+
+const std::wstring SomeDomain = L"S-1-5-21-1-22-4294967295";
+
+TEST(Sids, HaveThePublishedLayout) {
+    SID_IDENTIFIER_AUTHORITY authority{{1, 2, 3, 4, 5, 6}};
+    BYTE block[16] = {};
+    ASSERT_TRUE(InitializeSid(block, &authority, 2));
+    *GetSidSubAuthority(block, 0) = 0x11223344;
+    *GetSidSubAuthority(block, 1) = 7;
+    EXPECT_EQ(std::vector<BYTE>(block, block + 16),
+              Block({1, 2, 1, 2, 3, 4, 5, 6, 0x44, 0x33, 0x22, 0x11, 7, 0, 0, 0}));
+    EXPECT_EQ(*GetSidSubAuthorityCount(block), 2);
+    EXPECT_EQ(GetSidIdentifierAuthority(block)->Value[5], 6);
+    EXPECT_EQ(GetLengthSid(block), 16u);
+    EXPECT_EQ(GetSidLengthRequired(15), DWORD{SECURITY_MAX_SID_SIZE});
+}
+
+TEST(Sids, AreAllocatedWithUpToEightSubAuthorities) {
+    SID_IDENTIFIER_AUTHORITY authority = Nt();
+    PSID sid = nullptr;
+    ASSERT_TRUE(AllocateAndInitializeSid(&authority, 8, 1, 2, 3, 4, 5, 6, 7, 0xFFFFFFFF, &sid));
+    EXPECT_EQ(TextOf(sid), L"S-1-5-1-2-3-4-5-6-7-4294967295");
+    EXPECT_EQ(FreeSid(sid), nullptr);
+    ASSERT_TRUE(AllocateAndInitializeSid(&authority, 0, 9, 9, 9, 9, 9, 9, 9, 9, &sid));
+    EXPECT_EQ(TextOf(sid), L"S-1-5");
+    FreeSid(sid);
+    EXPECT_EQ(CodeOf(AllocateAndInitializeSid(&authority, 9, 1, 2, 3, 4, 5, 6, 7, 8, &sid)),
+              DWORD{ERROR_INVALID_SID});
+}
+
+TEST(Sids, AreValidWithRevisionOneAndUpToFifteenSubAuthorities) {
+    std::vector<BYTE> block(HeaderSize + 16 * sizeof(DWORD));
+    const auto isValid = [&](BYTE revision, BYTE count) {
+        block[0] = revision;
+        block[1] = count;
+        return IsValidSid(block.data()) != FALSE;
+    };
+    EXPECT_TRUE(isValid(1, 0));
+    EXPECT_TRUE(isValid(1, 15));
+    EXPECT_FALSE(isValid(1, 16));
+    EXPECT_FALSE(isValid(0, 1));
+    EXPECT_FALSE(isValid(2, 1));
+    EXPECT_FALSE(IsValidSid(nullptr));
+}
+
+TEST(Sids, AreInvalidWhereTheyCannotBeRead) {
+    GuardedPage page;
+    EXPECT_TRUE(IsValidSid(page.Hold(Block({1, 1, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0}))));
+    EXPECT_FALSE(IsValidSid(page.Hold(Block({1}))));
+    EXPECT_FALSE(IsValidSid(reinterpret_cast<PSID>(SIZE_T{16})));
+    // Wine looks at the first two bytes alone.
+    if (!OnWine()) {
+        EXPECT_FALSE(IsValidSid(page.Hold(Block({1, 1}))));
+        EXPECT_FALSE(IsValidSid(page.Hold(Block({1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0}))));
+    }
+}
+
+TEST(Sids, RefuseWhatIsNoIdentifier) {
+    SID_IDENTIFIER_AUTHORITY authority = Nt();
+    std::byte block[100];
+    EXPECT_FALSE(InitializeSid(block, &authority, 16));
+    std::vector<BYTE> wrong = Block({2, 1, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0});
+    wchar_t* text = nullptr;
+    BOOL equal = FALSE;
+    DWORD size = sizeof block;
+    EXPECT_EQ(CodeOf(ConvertSidToStringSidW(wrong.data(), &text)), DWORD{ERROR_INVALID_SID});
+    EXPECT_EQ(CodeOf(ConvertSidToStringSidW(nullptr, &text)), DWORD{ERROR_INVALID_SID});
+    EXPECT_EQ(CodeOf(EqualDomainSid(wrong.data(), wrong.data(), &equal)), DWORD{ERROR_INVALID_SID});
+    EXPECT_EQ(CodeOf(GetWindowsAccountDomainSid(wrong.data(), block, &size)), DWORD{ERROR_INVALID_SID});
+    EXPECT_FALSE(EqualSid(wrong.data(), wrong.data()));
+    EXPECT_FALSE(IsWellKnownSid(wrong.data(), WinBuiltinDomainSid));
+}
+
+TEST(Sids, AreCopiedWholeOrNotAtAll) {
+    Sid sid(L"S-1-5-32-544");
+    std::byte copy[100];
+    ASSERT_TRUE(CopySid(GetLengthSid(sid.Get()), copy, sid.Get()));
+    EXPECT_TRUE(EqualSid(copy, sid.Get()));
+    std::byte untouched[100] = {};
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);  // Wine sets none
+    EXPECT_EQ(CodeOf(CopySid(GetLengthSid(sid.Get()) - 1, untouched, sid.Get())),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(untouched[0], std::byte{0});
+}
+
+TEST(Sids, AreEqualInEveryPart) {
+    const auto equal = [](const wchar_t* left, const wchar_t* right) {
+        return EqualSid(Sid(left).Get(), Sid(right).Get()) != FALSE;
+    };
+    EXPECT_TRUE(equal(L"S-1-5-32-544", L"BA"));
+    EXPECT_FALSE(equal(L"S-1-5-32-544", L"S-1-5-32-545"));
+    EXPECT_FALSE(equal(L"S-1-5-32-544", L"S-1-5-32"));
+    EXPECT_FALSE(equal(L"S-1-5-32-544", L"S-1-4-32-544"));
+}
+
+TEST(Sids, HaveEqualPrefixesWhateverTheLastSubAuthority) {
+    const auto equal = [](const wchar_t* left, const wchar_t* right) {
+        return EqualPrefixSid(Sid(left).Get(), Sid(right).Get()) != FALSE;
+    };
+    EXPECT_TRUE(equal(L"S-1-5-32-544", L"S-1-5-32-545"));
+    EXPECT_FALSE(equal(L"S-1-5-32-544", L"S-1-5-33-544"));
+    EXPECT_FALSE(equal(L"S-1-5-32-544", L"S-1-5-32"));
+    EXPECT_FALSE(equal(L"S-1-5-32-544", L"S-1-6-32-544"));
+}
+
+TEST(Sids, BelongToAccountDomains) {
+    const auto domainOf = [](const wchar_t* text) {
+        std::byte domain[SECURITY_MAX_SID_SIZE];
+        DWORD size = sizeof domain;
+        if (!GetWindowsAccountDomainSid(Sid(text).Get(), domain, &size))
+            return std::to_wstring(GetLastError());
+        return TextOf(domain);
+    };
+    EXPECT_EQ(domainOf(L"S-1-5-21-1-2-3-500"), L"S-1-5-21-1-2-3");
+    EXPECT_EQ(domainOf(L"S-1-5-21-1-2-3"), L"S-1-5-21-1-2-3");
+    // Wine: 1337 for all that have none.
+    if (OnWine()) return;
+    EXPECT_EQ(domainOf(L"S-1-5-32-544"), L"1257");
+    EXPECT_EQ(domainOf(L"S-1-5-21-1-2"), L"1257");
+    EXPECT_EQ(domainOf(L"S-1-1-21-1-2-3-4"), L"1257");
+}
+
+TEST(Sids, TellTheSizeThatADomainNeeds) {
+    Sid sid(L"S-1-5-21-1-2-3-500");
+    std::byte domain[100];
+    DWORD size = 23;
+    EXPECT_EQ(CodeOf(GetWindowsAccountDomainSid(sid.Get(), domain, &size)), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(size, 24u);
+}
+
+TEST(Sids, AreOfOneDomainOrNot) {
+    const auto compare = [](const wchar_t* left, const wchar_t* right) {
+        BOOL equal = 7;
+        if (!EqualDomainSid(Sid(left).Get(), Sid(right).Get(), &equal))
+            return static_cast<int>(GetLastError());
+        return static_cast<int>(equal);
+    };
+    EXPECT_EQ(compare(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3-501"), 1);
+    EXPECT_EQ(compare(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-3"), 1);
+    EXPECT_EQ(compare(L"S-1-5-21-1-2-3-500", L"S-1-5-21-1-2-4-500"), 0);
+    EXPECT_EQ(compare(L"S-1-5-32-544", L"S-1-5-21-1-2-4-500"), 0);
+    if (OnWine()) return;  // Wine does not know the built-in domain
+    EXPECT_EQ(compare(L"S-1-5-32-544", L"S-1-5-32-545"), 1);
+    EXPECT_EQ(compare(L"S-1-5-11", L"S-1-5-32-545"), static_cast<int>(ERROR_NON_DOMAIN_SID));
+}
+
+TEST(Sids, AreWrittenInThePublishedForm) {
+    const auto written = [](std::array<BYTE, 6> authority) {
+        BYTE sid[12] = {1, 1, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 0xFF, 0xFF};
+        std::copy(authority.begin(), authority.end(), sid + 2);
+        return TextOf(sid);
+    };
+    EXPECT_EQ(written({0, 0, 0, 0, 0, 5}), L"S-1-5-4294967295");
+    if (OnWine()) return;  // Wine takes authorities from 2^31 on for negative ones
+    EXPECT_EQ(written({0, 0, 0xFF, 0xFF, 0xFF, 0xFF}), L"S-1-4294967295-4294967295");
+    EXPECT_EQ(written({0, 1, 0, 0, 0, 0}), L"S-1-0x000100000000-4294967295");
+    EXPECT_EQ(written({0xFE, 0xDC, 0xBA, 0x98, 0x76, 0x54}), L"S-1-0xfedcba987654-4294967295");
+}
+
+TEST(Sids, AreReadInThePublishedForm) {
+    const auto reads = [](const wchar_t* text) { return TextOf(Sid(text).Get()); };
+    EXPECT_EQ(reads(L"S-1-5-32-544"), L"S-1-5-32-544");
+    EXPECT_EQ(reads(L"s-1-0-0"), L"S-1-0-0");
+    EXPECT_EQ(reads(L"S-1-0x5-32"), L"S-1-5-32");
+    const wchar_t* const longest = L"S-1-5-1-2-3-4-5-6-7-8-9-10-11-12-13-14-4294967295";
+    EXPECT_EQ(reads(longest), longest);
+    if (OnWine()) return;  // Wine takes authorities from 2^31 on for negative ones
+    EXPECT_EQ(reads(L"S-1-4294967295-1"), L"S-1-4294967295-1");
+    EXPECT_EQ(reads(L"S-1-0xFFEEDDCCBBAA-1"), L"S-1-0xffeeddccbbaa-1");
+}
+
+void ExpectUnreadable(std::initializer_list<const wchar_t*> texts) {
+    for (const wchar_t* text : texts)
+        EXPECT_EQ(Sid(text).Code(), DWORD{ERROR_INVALID_SID}) << testing::PrintToString(std::wstring(text));
+}
+
+TEST(Sids, AreNotReadFromGarbage) {
+    ExpectUnreadable({L"S", L"S-", L"S-1", L"S-1-", L"S-1-5", L"S-1-5-", L"S-2-5-32", L"S-1-5-32x",
+                      L"S-1-5-+32", L"S-1-5- 32", L"X-1-5-32", L"BAA", L"B", L"ZZ"});
+}
+
+TEST(Sids, AreNotReadWithNumbersOutOfRange) {
+    if (OnWine()) GTEST_SKIP() << "Wine reads all of these as something";
+    ExpectUnreadable({L"S-1-5-4294967296", L"S-1-5-00000000032", L"S-1-5--32", L"S-1-4294967296-1",
+                      L"S-1-0x1000000000000-1", L"S-1-0x-1", L"S-1-5-0x20", L"S-01-5-32", L"", L" S-1-5-32",
+                      L"S-1-5-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15-16"});
+}
+
+TEST(Sids, AreReadFromPublishedAliases) {
+    const auto reads = [](const wchar_t* alias) { return TextOf(Sid(alias).Get()); };
+    EXPECT_EQ(reads(L"WD"), L"S-1-1-0");
+    EXPECT_EQ(reads(L"ba"), L"S-1-5-32-544");
+    EXPECT_EQ(reads(L"SY"), L"S-1-5-18");
+    EXPECT_EQ(reads(L"HI"), L"S-1-16-12288");
+    EXPECT_EQ(reads(L"AC"), L"S-1-15-2-1");
+    if (OnWine()) return;  // Wine knows fewer
+    EXPECT_EQ(reads(L"ER"), L"S-1-5-32-573");
+    EXPECT_EQ(reads(L"UD"), L"S-1-5-84-0-0-0-0-0");
+    EXPECT_EQ(reads(L"AS"), L"S-1-18-1");
+}
+
+TEST(Sids, HaveAliasesForAccountsOfTheMachine) {
+    Sid administrator(L"LA"), guests(L"DG");
+    const std::wstring text = TextOf(administrator.Get());
+    EXPECT_EQ(text.substr(0, 9), L"S-1-5-21-");
+    EXPECT_EQ(text.substr(text.size() - 4), L"-500");
+    BOOL equal = FALSE;
+    EXPECT_TRUE(EqualDomainSid(administrator.Get(), guests.Get(), &equal));
+    EXPECT_TRUE(equal);
+}
+
+TEST(WellKnownSids, AreThePublishedOnes) {
+    for (const WellKnown& known : OfEverywhere) {
+        const std::wstring made = WellKnownText(TypeOf(known));
+        if (IsMissingInWine(made)) continue;
+        EXPECT_EQ(made, known.text) << known.type;
+    }
+}
+
+TEST(WellKnownSids, FollowTheirDomain) {
+    Sid domain(SomeDomain.c_str());
+    for (const WellKnown& known : OfDomain) {
+        const std::wstring made = WellKnownText(TypeOf(known), domain.Get());
+        if (IsMissingInWine(made)) continue;
+        EXPECT_EQ(made, SomeDomain + known.text) << known.type;
+    }
+}
+
+TEST(WellKnownSids, FollowTheMachineWithoutADomain) {
+    const std::wstring made = WellKnownText(WinAccountAdministratorSid);
+    if (IsMissingInWine(made)) GTEST_SKIP() << "Wine needs a domain";
+    EXPECT_EQ(made, TextOf(Sid(L"LA").Get()));
+}
+
+TEST(WellKnownSids, AreRecognisedByTheirOwnTypeAlone) {
+    for (const WellKnown& known : OfEverywhere) {
+        std::byte sid[SECURITY_MAX_SID_SIZE];
+        DWORD size = sizeof sid;
+        if (!CreateWellKnownSid(TypeOf(known), nullptr, sid, &size)) continue;
+        for (const WellKnown& other : OfEverywhere)
+            EXPECT_EQ(
+                IsWellKnownSid(sid, TypeOf(other)) != FALSE,
+                std::wstring_view(known.text) == other.text && !IsMissingInWine(WellKnownText(TypeOf(other))))
+                << known.type << " as " << other.type;
+    }
+}
+
+TEST(WellKnownSids, OfDomainsAreRecognisedInAnyDomain) {
+    if (OnWine()) GTEST_SKIP() << "Wine looks at the machine's own domain alone";
+    EXPECT_TRUE(IsWellKnownSid(Sid(L"S-1-5-21-9-8-7-512").Get(), WinAccountDomainAdminsSid));
+    EXPECT_FALSE(IsWellKnownSid(Sid(L"S-1-5-21-9-8-7-513").Get(), WinAccountDomainAdminsSid));
+    EXPECT_FALSE(IsWellKnownSid(Sid(L"S-1-5-21-9-8-512").Get(), WinAccountDomainAdminsSid));
+    EXPECT_FALSE(IsWellKnownSid(Sid(L"S-1-5-22-9-8-7-512").Get(), WinAccountDomainAdminsSid));
+}
+
+TEST(WellKnownSids, OfLogonSessionsAreManyAndNotMade) {
+    if (OnWine()) GTEST_SKIP() << "Wine makes S-1-5-5-0-0";
+    EXPECT_EQ(WellKnownText(WinLogonIdsSid), L"error 87");
+    EXPECT_TRUE(IsWellKnownSid(Sid(L"S-1-5-5-0-1234").Get(), WinLogonIdsSid));
+    EXPECT_FALSE(IsWellKnownSid(Sid(L"S-1-5-5-0").Get(), WinLogonIdsSid));
+}
+
+TEST(WellKnownSids, TellTheSizeNeeded) {
+    std::byte sid[100];
+    DWORD size = 0;
+    const auto make = [&](PSID target) {
+        return CodeOf(CreateWellKnownSid(WinBuiltinAdministratorsSid, nullptr, target, &size));
+    };
+    EXPECT_EQ(make(nullptr), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(size, 16u);
+    size = 15;
+    EXPECT_EQ(make(sid), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    size = sizeof sid;
+    EXPECT_EQ(make(sid), 0u);
+    EXPECT_EQ(size, 16u);
+}
+
+TEST(WellKnownSids, AreRefusedForUnknownTypesAndDomains) {
+    EXPECT_EQ(WellKnownText(static_cast<WELL_KNOWN_SID_TYPE>(127)), L"error 87");
+    Sid full(L"S-1-5-1-2-3-4-5-6-7-8-9-10-11-12-13-14-15");
+    EXPECT_EQ(WellKnownText(WinAccountGuestSid, full.Get()), L"error 87");
+    std::vector<BYTE> wrong = Block({2, 1, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0});
+    EXPECT_EQ(WellKnownText(WinAccountGuestSid, wrong.data()), L"error 87");
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
