@@ -362,6 +362,8 @@ unsigned int TQThread::RunThread() {
     const _TQWin32Exception::Trap_SEH trap(L"TQThread::RunThread");
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
+        // Whoever has the handle may have resumed the thread past this object.
+        if (m_state == State::Suspended) m_state = State::Starting;
         if (m_state != State::Starting) return 0;
     }
     TQString message;

@@ -1,3 +1,4 @@
+#include "core/TQException.h"
 #include "log/TQTimer.h"
 #include "platform/Win32.h"
 #include "support/Worker.h"

@@ -470,7 +470,8 @@ DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status
         }
     }
     status = WAIT_TIMEOUT;
-    if (ms == 0) return ERROR_SUCCESS;
+    // A shared mutex may turn out to be abandoned when it is looked at more closely.
+    if (ms == 0 && !(shared && mutexes != 0)) return ERROR_SUCCESS;
     if (!waiter && !(waiter = CurrentWaiter())) return ERROR_NOT_ENOUGH_MEMORY;
     status = shared ? waiter->WaitForAnyShared(objects, ms) : waiter->WaitForAny(objects, DeadlineAfter(ms));
     return ERROR_SUCCESS;
