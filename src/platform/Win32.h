@@ -22,6 +22,7 @@
 #include <sddl.h>
 #include <shellapi.h>
 #else
+#include "platform/linux/Accounts.h"
 #include "platform/linux/Com.h"
 #include "platform/linux/CommandLine.h"
 #include "platform/linux/CriticalSections.h"
@@ -36,6 +37,7 @@
 #include "platform/linux/Messages.h"
 #include "platform/linux/Modules.h"
 #include "platform/linux/Mutexes.h"
+#include "platform/linux/Privileges.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/Semaphores.h"
 #include "platform/linux/Sids.h"

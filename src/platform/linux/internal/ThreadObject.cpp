@@ -143,6 +143,7 @@ DWORD Thread::Start(SIZE_T stackSize) noexcept {
 // Not noexcept: pthread_exit unwinds through it.
 void* Thread::Main(void* thread) {
     Thread& self = *static_cast<Thread*>(thread);
+    if (self.m_ownIdentity) self.m_ownIdentity->PutOn();
     const bool endIsSeen = self.Adopt();
     FutexWake(&self.m_id, 1, Reach::Process);
     if (self.m_reniced) self.SetPriority(THREAD_PRIORITY_NORMAL);  // the system hands it on
@@ -218,6 +219,7 @@ void Thread::End() noexcept {
         const std::scoped_lock lock(map.lock);
         map.threads.erase(Id());
     }
+    SetToken(nullptr);
     m_messages.Close();
     m_waiter.AbandonOwned();
     {
@@ -247,6 +249,16 @@ std::shared_ptr<Thread> Thread::Find(DWORD id) noexcept {
     const std::scoped_lock lock(map.lock);
     const auto found = map.threads.find(id);
     return found == map.threads.end() ? nullptr : found->second.lock();
+}
+
+std::shared_ptr<Object> Thread::Token() noexcept {
+    const std::scoped_lock lock(m_tokenLock);
+    return m_token;
+}
+
+void Thread::SetToken(std::shared_ptr<Object> token) noexcept {
+    const std::scoped_lock lock(m_tokenLock);
+    m_token.swap(token);
 }
 
 DWORD Thread::ExitCode() const noexcept {

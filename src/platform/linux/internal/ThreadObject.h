@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/linux/Threads.h"
+#include "platform/linux/internal/Identity.h"
 #include "platform/linux/internal/MessageQueue.h"
 #include "platform/linux/internal/WaitEngine.h"
 
@@ -44,6 +45,9 @@ class Thread : public Waitable {
     int Priority() const noexcept { return m_priority.load(std::memory_order_relaxed); }
     Waiter& AsWaiter() noexcept { return m_waiter; }  // own thread
     MessageQueue& Messages() noexcept { return m_messages; }
+    // The token of whom it impersonates, or null.
+    std::shared_ptr<Object> Token() noexcept;
+    void SetToken(std::shared_ptr<Object> token) noexcept;  // own thread
     [[noreturn]] void Exit(DWORD exitCode);  // own thread
 
   private:
@@ -60,6 +64,7 @@ class Thread : public Waitable {
     void End() noexcept;
 
     const LPTHREAD_START_ROUTINE m_function;  // null: not started by Start
+    const std::shared_ptr<const OwnIdentity> m_ownIdentity = OwnIdentityForNewThread();
     void* const m_parameter;
     Word m_id{0};
     Word m_suspended;  // a count, or HasBegun
@@ -71,6 +76,9 @@ class Thread : public Waitable {
     int m_endRounds = 0;
     MapEntry m_mapEntry;             // until the thread has its id
     std::shared_ptr<Thread> m_self;  // until the thread has ended
+
+    std::mutex m_tokenLock;
+    std::shared_ptr<Object> m_token;  // guarded by m_tokenLock
 
     std::mutex m_timesLock;
     Times m_times{};       // guarded by m_timesLock; complete once the thread has ended

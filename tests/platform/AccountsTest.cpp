@@ -1,0 +1,192 @@
+#include "platform/SidTexts.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+struct Found {
+    std::wstring name;
+    std::wstring domain;
+    int use = 0;
+    DWORD code = 0;
+
+    bool operator==(const Found&) const = default;
+    friend void PrintTo(const Found& found, std::ostream* out) {
+        *out << testing::PrintToString(found.domain) << " " << testing::PrintToString(found.name) << " use "
+             << found.use << " code " << found.code;
+    }
+};
+
+Found NameOf(PSID sid, const wchar_t* system = nullptr) {
+    wchar_t name[300] = {}, domain[300] = {};
+    DWORD nameSize = 300, domainSize = 300;
+    SID_NAME_USE use{};
+    if (!LookupAccountSidW(system, sid, name, &nameSize, domain, &domainSize, &use))
+        return {.name = {}, .domain = {}, .use = 0, .code = GetLastError()};
+    return {std::wstring(name, nameSize), std::wstring(domain, domainSize), use, 0};
+}
+
+Found NameOf(const wchar_t* sid, const wchar_t* system = nullptr) {
+    return NameOf(Sid(sid).Get(), system);
+}
+
+struct FoundSid {
+    std::wstring text;
+    std::wstring domain;
+    int use = 0;
+    DWORD code = 0;
+};
+
+FoundSid SidOf(const std::wstring& name, const wchar_t* system = nullptr) {
+    std::byte sid[SECURITY_MAX_SID_SIZE];
+    wchar_t domain[300] = {};
+    DWORD sidSize = sizeof sid, domainSize = 300;
+    SID_NAME_USE use{};
+    if (!LookupAccountNameW(system, name.c_str(), sid, &sidSize, domain, &domainSize, &use))
+        return {.text = {}, .domain = {}, .use = 0, .code = GetLastError()};
+    return {TextOf(sid), std::wstring(domain, domainSize), use, 0};
+}
+
+std::wstring UserName() {
+    wchar_t name[300];
+    DWORD size = 300;
+    return GetUserNameW(name, &size) ? std::wstring(name, size - 1) : std::wstring();
+}
+
+std::wstring MachineName() {
+    wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];
+    DWORD size = MAX_COMPUTERNAME_LENGTH + 1;
+    GetComputerNameW(name, &size);
+    return std::wstring(name, size);
+}
+
+struct Named {
+    const wchar_t* sid;
+    const wchar_t* domain;
+    const wchar_t* name;
+    int use;
+    bool isInWine = true;
+};
+
+constexpr Named PublishedNames[] = {
+    {L"S-1-0-0", L"", L"NULL SID", SidTypeWellKnownGroup},
+    {L"S-1-1-0", L"", L"Everyone", SidTypeWellKnownGroup},
+    {L"S-1-3-0", L"", L"CREATOR OWNER", SidTypeWellKnownGroup},
+    {L"S-1-5-4", L"NT AUTHORITY", L"INTERACTIVE", SidTypeWellKnownGroup},
+    {L"S-1-5-7", L"NT AUTHORITY", L"ANONYMOUS LOGON", SidTypeWellKnownGroup},
+    {L"S-1-5-11", L"NT AUTHORITY", L"Authenticated Users", SidTypeWellKnownGroup},
+    {L"S-1-5-18", L"NT AUTHORITY", L"SYSTEM", SidTypeWellKnownGroup},
+    {L"S-1-5-32", L"BUILTIN", L"BUILTIN", SidTypeDomain},
+    {L"S-1-5-32-544", L"BUILTIN", L"Administrators", SidTypeAlias},
+    {L"S-1-5-32-551", L"BUILTIN", L"Backup Operators", SidTypeAlias},
+    {L"S-1-5-32-578", L"BUILTIN", L"Hyper-V Administrators", SidTypeAlias, false},
+    {L"S-1-5-64-10", L"NT AUTHORITY", L"NTLM Authentication", SidTypeWellKnownGroup},
+    {L"S-1-5-113", L"NT AUTHORITY", L"Local account", SidTypeWellKnownGroup, false},
+    {L"S-1-15-2-1", L"APPLICATION PACKAGE AUTHORITY", L"ALL APPLICATION PACKAGES", SidTypeWellKnownGroup},
+    {L"S-1-16-8192", L"Mandatory Label", L"Medium Mandatory Level", SidTypeLabel, false},
+    {L"S-1-16-8448", L"Mandatory Label", L"Medium Plus Mandatory Level", SidTypeLabel, false},
+};
+
+TEST(Accounts, HavePublishedNamesWhereTheyAreWellKnown) {
+    for (const Named& known : PublishedNames) {
+        if (OnWine() && !known.isInWine) continue;
+        EXPECT_EQ(NameOf(known.sid), (Found{known.name, known.domain, known.use, 0}));
+    }
+}
+
+TEST(Accounts, AreFoundByPublishedNamesInAnyCase) {
+    EXPECT_EQ(SidOf(L"EVERYONE").text, L"S-1-1-0");
+    EXPECT_EQ(SidOf(L"Administrators").text, L"S-1-5-32-544");
+    EXPECT_EQ(SidOf(L"builtin\\administrators").text, L"S-1-5-32-544");
+    EXPECT_EQ(SidOf(L"NT AUTHORITY\\SYSTEM").text, L"S-1-5-18");
+    EXPECT_EQ(SidOf(L"NT AUTHORITY\\SYSTEM").domain, L"NT AUTHORITY");
+    EXPECT_EQ(SidOf(L"BUILTIN").use, SidTypeDomain);
+    if (OnWine()) return;  // Wine knows no labels
+    EXPECT_EQ(SidOf(L"Mandatory Label\\High Mandatory Level").text, L"S-1-16-12288");
+}
+
+TEST(Accounts, OfTheUserAreTheMachinesOwn) {
+    const FoundSid found = SidOf(UserName());
+    EXPECT_EQ(found.code, 0u);
+    EXPECT_EQ(found.domain, MachineName());
+    EXPECT_EQ(found.use, SidTypeUser);
+    EXPECT_EQ(NameOf(found.text.c_str()), (Found{UserName(), MachineName(), SidTypeUser, 0}));
+}
+
+TEST(Accounts, AreFoundInBothSpellingsWithADomain) {
+    const FoundSid found = SidOf(UserName());
+    EXPECT_EQ(SidOf(MachineName() + L"\\" + UserName()).text, found.text);
+    EXPECT_EQ(SidOf(L".\\" + UserName()).text, found.text);
+    EXPECT_EQ(SidOf(UserName() + L"@no-such-domain").code, DWORD{ERROR_NONE_MAPPED});
+    if (OnWine()) return;  // Wine takes any domain in the first spelling and none in the other one
+    EXPECT_EQ(SidOf(L"no-such-domain\\" + UserName()).code, DWORD{ERROR_NONE_MAPPED});
+    EXPECT_EQ(SidOf(UserName() + L"@" + MachineName()).text, found.text);
+}
+
+TEST(Accounts, BelongToADomainNamedAsTheMachine) {
+    const FoundSid domain = SidOf(MachineName());
+    EXPECT_EQ(domain.use, SidTypeDomain);
+    EXPECT_EQ(domain.domain, MachineName());
+    EXPECT_EQ(SidOf(UserName()).text.substr(0, domain.text.size()), domain.text);
+    if (OnWine()) return;  // Wine has no name for it
+    EXPECT_EQ(NameOf(domain.text.c_str()), (Found{L"", MachineName(), SidTypeDomain, 0}));
+}
+
+TEST(Accounts, NobodyKnowsAreNotMapped) {
+    EXPECT_EQ(NameOf(L"S-1-5-21-1-2-3-1234").code, DWORD{ERROR_NONE_MAPPED});
+    EXPECT_EQ(NameOf(L"S-1-9-9").code, DWORD{ERROR_NONE_MAPPED});
+    EXPECT_EQ(SidOf(L"nobody-is-called-so").code, DWORD{ERROR_NONE_MAPPED});
+    EXPECT_EQ(SidOf(L"name with blanks \x4E2D\x6587").code, DWORD{ERROR_NONE_MAPPED});
+    EXPECT_EQ(SidOf(std::wstring(256, L'x')).code, DWORD{ERROR_NONE_MAPPED});
+}
+
+TEST(Accounts, OfOtherMachinesAreOutOfReach) {
+    EXPECT_EQ(NameOf(L"S-1-5-18", L"no-such-machine").code, DWORD{RPC_S_SERVER_UNAVAILABLE});
+    EXPECT_EQ(SidOf(L"SYSTEM", L"no-such-machine").code, DWORD{RPC_S_SERVER_UNAVAILABLE});
+    EXPECT_EQ(NameOf(L"S-1-5-18", MachineName().c_str()).name, L"SYSTEM");
+}
+
+TEST(Accounts, TellTheSizesTheirNamesNeed) {
+    Sid sid(L"S-1-5-18");
+    wchar_t name[300] = {}, domain[300] = {};
+    DWORD nameSize = 0, domainSize = 0;
+    SID_NAME_USE use{};
+    const auto lookUp = [&](wchar_t* nameBuffer, wchar_t* domainBuffer) {
+        return CodeOf(
+            LookupAccountSidW(nullptr, sid.Get(), nameBuffer, &nameSize, domainBuffer, &domainSize, &use));
+    };
+    EXPECT_EQ(lookUp(nullptr, nullptr), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(nameSize, 7u);
+    EXPECT_EQ(domainSize, 13u);
+    domainSize = 5;
+    EXPECT_EQ(lookUp(name, domain), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    nameSize = 7, domainSize = 13;
+    EXPECT_EQ(lookUp(name, domain), 0u);
+    EXPECT_EQ(nameSize, 6u);
+    EXPECT_EQ(domainSize, 12u);
+}
+
+TEST(Accounts, TellTheSizesTheirIdentifiersNeed) {
+    std::byte sid[100];
+    wchar_t domain[300];
+    DWORD sidSize = 0, domainSize = 0;
+    SID_NAME_USE use{};
+    const auto lookUp = [&] {
+        return CodeOf(LookupAccountNameW(nullptr, L"BUILTIN\\Administrators", sid, &sidSize, domain,
+                                         &domainSize, &use));
+    };
+    EXPECT_EQ(lookUp(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(sidSize, 16u);
+    EXPECT_EQ(domainSize, 8u);
+    EXPECT_EQ(lookUp(), 0u);
+    EXPECT_EQ(domainSize, 7u);
+}
+
+TEST(Accounts, TellTheSizeOfTheUsersName) {
+    wchar_t name[300];
+    DWORD size = 1;
+    EXPECT_EQ(CodeOf(GetUserNameW(name, &size)), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(size, UserName().size() + 1);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,208 @@
+#include "platform/SidTexts.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+class Handle {
+  public:
+    Handle() = default;
+    ~Handle() {
+        if (m_handle) CloseHandle(m_handle);
+    }
+    Handle(const Handle&) = delete;
+    Handle& operator=(const Handle&) = delete;
+
+    HANDLE Get() const { return m_handle; }
+    HANDLE* Receive() { return &m_handle; }
+
+  private:
+    HANDLE m_handle = nullptr;
+};
+
+class ProcessToken : public Handle {
+  public:
+    explicit ProcessToken(DWORD access) {
+        EXPECT_TRUE(OpenProcessToken(GetCurrentProcess(), access, Receive()));
+    }
+};
+
+// The thread's, or the code for there being none.
+DWORD OpenOwn(Handle& token) {
+    return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_DUPLICATE, TRUE, token.Receive()));
+}
+
+// Information of variable size, in memory aligned for every structure.
+class Information {
+  public:
+    Information(HANDLE token, TOKEN_INFORMATION_CLASS type) {
+        DWORD needed = 0;
+        EXPECT_FALSE(GetTokenInformation(token, type, nullptr, 0, &needed));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+        m_memory.resize(needed / sizeof(void*) + 1);
+        EXPECT_TRUE(GetTokenInformation(token, type, m_memory.data(), needed, &needed));
+    }
+
+    template <class T>
+    T& As() {
+        return *reinterpret_cast<T*>(m_memory.data());
+    }
+
+  private:
+    std::vector<void*> m_memory;
+};
+
+template <class T>
+T Value(HANDLE token, TOKEN_INFORMATION_CLASS type) {
+    T value{};
+    DWORD needed = 0;
+    EXPECT_TRUE(GetTokenInformation(token, type, &value, sizeof value, &needed));
+    return value;
+}
+
+std::wstring SidOfUser() {
+    wchar_t name[300], domain[300];
+    DWORD nameSize = 300, sidSize = SECURITY_MAX_SID_SIZE, domainSize = 300;
+    std::byte sid[SECURITY_MAX_SID_SIZE];
+    SID_NAME_USE use{};
+    EXPECT_TRUE(GetUserNameW(name, &nameSize));
+    EXPECT_TRUE(LookupAccountNameW(nullptr, name, sid, &sidSize, domain, &domainSize, &use));
+    return TextOf(sid);
+}
+
+DWORD AttributesOf(HANDLE token, const wchar_t* group) {
+    Information information(token, TokenGroups);
+    const TOKEN_GROUPS& groups = information.As<TOKEN_GROUPS>();
+    for (DWORD i = 0; i < groups.GroupCount; ++i)
+        if (TextOf(groups.Groups[i].Sid) == group) return groups.Groups[i].Attributes;
+    return 0;
+}
+
+TEST(Tokens, TellTheUser) {
+    ProcessToken token(TOKEN_QUERY);
+    EXPECT_EQ(TextOf(Information(token.Get(), TokenUser).As<TOKEN_USER>().User.Sid), SidOfUser());
+    EXPECT_EQ(Value<TOKEN_TYPE>(token.Get(), TokenType), TokenPrimary);
+}
+
+TEST(Tokens, TellTheGroups) {
+    ProcessToken token(TOKEN_QUERY);
+    constexpr DWORD Counting = SE_GROUP_MANDATORY | SE_GROUP_ENABLED_BY_DEFAULT | SE_GROUP_ENABLED;
+    EXPECT_EQ(AttributesOf(token.Get(), L"S-1-1-0"), DWORD{Counting});
+    EXPECT_EQ(AttributesOf(token.Get(), L"S-1-5-32-545"), DWORD{Counting});
+}
+
+TEST(Tokens, TellPrivilegesThatHaveNames) {
+    ProcessToken token(TOKEN_QUERY);
+    Information information(token.Get(), TokenPrivileges);
+    TOKEN_PRIVILEGES& held = information.As<TOKEN_PRIVILEGES>();
+    std::wstring names;
+    for (DWORD i = 0; i < held.PrivilegeCount; ++i) {
+        wchar_t name[100];
+        DWORD size = 100;
+        LUID value{}, privilege = held.Privileges[i].Luid;
+        ASSERT_TRUE(LookupPrivilegeNameW(nullptr, &privilege, name, &size));
+        EXPECT_TRUE(LookupPrivilegeValueW(nullptr, name, &value));
+        EXPECT_EQ(value.LowPart, privilege.LowPart);
+        names += std::wstring(name, size) + L" ";
+    }
+    EXPECT_NE(names.find(L"SeChangeNotifyPrivilege "), names.npos);
+}
+
+TEST(Tokens, TellTheIntegrityLevel) {
+    ProcessToken token(TOKEN_QUERY);
+    Information label(token.Get(), TokenIntegrityLevel);
+    const bool elevated = Value<TOKEN_ELEVATION>(token.Get(), TokenElevation).TokenIsElevated != 0;
+    EXPECT_EQ(TextOf(label.As<TOKEN_MANDATORY_LABEL>().Label.Sid),
+              elevated ? L"S-1-16-12288" : L"S-1-16-8192");
+}
+
+TEST(Tokens, GrantWhatWasAskedForAlone) {
+    ProcessToken duplicating(TOKEN_DUPLICATE), querying(TOKEN_QUERY);
+    std::byte buffer[100];
+    DWORD needed = 0;
+    Handle made;
+    EXPECT_EQ(CodeOf(GetTokenInformation(duplicating.Get(), TokenUser, buffer, sizeof buffer, &needed)),
+              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(CodeOf(DuplicateTokenEx(querying.Get(), 0, nullptr, SecurityImpersonation, TokenImpersonation,
+                                      made.Receive())),
+              DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST(Tokens, AreRefusedWhereTheyAreNone) {
+    DWORD needed = 0;
+    EXPECT_EQ(CodeOf(GetTokenInformation(nullptr, TokenUser, nullptr, 0, &needed)),
+              DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(ImpersonateLoggedOnUser(nullptr)), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(SetThreadToken(nullptr, INVALID_HANDLE_VALUE)), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(Tokens, OfThreadsComeAndGoWithImpersonation) {
+    Handle token, gone;
+    EXPECT_EQ(OpenOwn(token), DWORD{ERROR_NO_TOKEN});
+    ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+    EXPECT_EQ(OpenOwn(token), 0u);
+    EXPECT_TRUE(RevertToSelf());
+    EXPECT_EQ(OpenOwn(gone), DWORD{ERROR_NO_TOKEN});
+    EXPECT_EQ(Value<TOKEN_TYPE>(token.Get(), TokenType), TokenImpersonation);
+    EXPECT_EQ(Value<SECURITY_IMPERSONATION_LEVEL>(token.Get(), TokenImpersonationLevel),
+              SecurityImpersonation);
+}
+
+TEST(Tokens, OfThreadsCanBePutBack) {
+    ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+    Handle token, again;
+    ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, token.Receive()));
+    ASSERT_TRUE(SetThreadToken(nullptr, nullptr));
+    EXPECT_EQ(OpenOwn(again), DWORD{ERROR_NO_TOKEN});
+    EXPECT_TRUE(SetThreadToken(nullptr, token.Get()));
+    EXPECT_EQ(OpenOwn(again), 0u);
+    EXPECT_TRUE(RevertToSelf());
+}
+
+TEST(Tokens, OfProcessesMustBeDuplicatedForThreads) {
+    ProcessToken token(TOKEN_DUPLICATE | TOKEN_IMPERSONATE | TOKEN_QUERY);
+    if (!OnWine()) {  // Wine takes it
+        EXPECT_EQ(CodeOf(SetThreadToken(nullptr, token.Get())), DWORD{ERROR_BAD_TOKEN_TYPE});
+    }
+    Handle duplicate;
+    ASSERT_TRUE(DuplicateTokenEx(token.Get(), TOKEN_IMPERSONATE, nullptr, SecurityImpersonation,
+                                 TokenImpersonation, duplicate.Receive()));
+    EXPECT_TRUE(SetThreadToken(nullptr, duplicate.Get()));
+    EXPECT_TRUE(RevertToSelf());
+}
+
+TEST(Tokens, AreNotDuplicatedToAHigherLevel) {
+    ProcessToken token(TOKEN_DUPLICATE);
+    Handle low, higher;
+    ASSERT_TRUE(DuplicateTokenEx(token.Get(), TOKEN_DUPLICATE, nullptr, SecurityIdentification,
+                                 TokenImpersonation, low.Receive()));
+    EXPECT_EQ(CodeOf(DuplicateTokenEx(low.Get(), 0, nullptr, SecurityImpersonation, TokenImpersonation,
+                                      higher.Receive())),
+              DWORD{ERROR_BAD_IMPERSONATION_LEVEL});
+}
+
+TEST(Tokens, TellMembership) {
+    BOOL isMember = FALSE;
+    EXPECT_TRUE(CheckTokenMembership(nullptr, Sid(L"WD").Get(), &isMember));
+    EXPECT_TRUE(isMember);
+    EXPECT_TRUE(CheckTokenMembership(nullptr, Sid(L"S-1-5-21-1-2-3-4").Get(), &isMember));
+    EXPECT_FALSE(isMember);
+    ProcessToken primary(TOKEN_QUERY);
+    EXPECT_EQ(CodeOf(CheckTokenMembership(primary.Get(), Sid(L"WD").Get(), &isMember)),
+              DWORD{ERROR_NO_IMPERSONATION_TOKEN});
+}
+
+TEST(Privileges, AreUnknownByOtherNames) {
+    LUID privilege{};
+    EXPECT_EQ(CodeOf(LookupPrivilegeValueW(nullptr, L"SeNothingPrivilege", &privilege)),
+              DWORD{ERROR_NO_SUCH_PRIVILEGE});
+    EXPECT_TRUE(LookupPrivilegeValueW(nullptr, L"sedebugprivilege", &privilege));
+    EXPECT_EQ(privilege.LowPart, 20u);
+    wchar_t name[5];
+    DWORD size = 5;
+    EXPECT_EQ(CodeOf(LookupPrivilegeNameW(nullptr, &privilege, name, &size)),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(size, 17u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

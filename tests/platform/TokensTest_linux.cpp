@@ -1,0 +1,208 @@
+// Acting as somebody else, which only a process with root's rights can do.
+#include "platform/PlatformTest.h"
+#include "support/Role.h"
+
+#include <atomic>
+#include <fcntl.h>
+#include <grp.h>
+#include <pwd.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+constexpr wchar_t UserName[] = L"nobody";
+constexpr char NativeUserName[] = "nobody";
+
+class Token {
+  public:
+    explicit Token(const wchar_t* user, DWORD type = LOGON32_LOGON_INTERACTIVE)
+        : m_code(CodeOf(LogonUserW(user, nullptr, nullptr, type, LOGON32_PROVIDER_DEFAULT, &m_handle))) {}
+    ~Token() {
+        if (m_handle) CloseHandle(m_handle);
+    }
+    Token(const Token&) = delete;
+    Token& operator=(const Token&) = delete;
+
+    HANDLE Get() const { return m_handle; }
+    DWORD Code() const { return m_code; }
+
+  private:
+    HANDLE m_handle = nullptr;
+    DWORD m_code;
+};
+
+struct Ids {
+    uid_t user = geteuid();
+    gid_t group = getegid();
+    std::vector<gid_t> groups = [] {
+        std::vector<gid_t> found(static_cast<std::size_t>(getgroups(0, nullptr)));
+        found.resize(static_cast<std::size_t>(getgroups(static_cast<int>(found.size()), found.data())));
+        return found;
+    }();
+
+    bool operator==(const Ids&) const = default;
+};
+
+std::wstring CurrentUserName() {
+    wchar_t name[300];
+    DWORD size = 300;
+    return GetUserNameW(name, &size) ? std::wstring(name) : L"error " + std::to_wstring(GetLastError());
+}
+
+class Impersonation : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (geteuid() != 0) GTEST_SKIP() << "only root can act as somebody else";
+        const passwd* const user = getpwnam(NativeUserName);
+        if (!user) GTEST_SKIP() << "there is no user " << NativeUserName;
+        m_user = user->pw_uid;
+    }
+    void TearDown() override { RevertToSelf(); }
+
+    void Begin() {
+        const Token token(UserName);
+        ASSERT_EQ(token.Code(), 0u);
+        ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
+    }
+
+    uid_t m_user = 0;
+};
+
+TEST_F(Impersonation, IsTheUserToTheKernelUntilItIsReverted) {
+    const Ids own;
+    Begin();
+    EXPECT_EQ(geteuid(), m_user);
+    EXPECT_NE(Ids().groups, own.groups);
+    EXPECT_EQ(CurrentUserName(), UserName);
+    EXPECT_EQ(access("/etc/shadow", R_OK), 0) << "the real user is the process's own";
+    EXPECT_EQ(open("/etc/shadow", O_RDONLY | O_CLOEXEC), -1);
+    ASSERT_TRUE(RevertToSelf());
+    EXPECT_EQ(Ids(), own);
+    EXPECT_EQ(CurrentUserName(), L"root");
+    EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
+}
+
+TEST_F(Impersonation, MakesFilesThatBelongToTheUser) {
+    const TemporaryFolder folder;
+    const std::string path = "/tmp" + [&] {
+        const std::wstring name = folder.Path().substr(folder.Path().rfind(L'/'));
+        return std::string(name.begin(), name.end());
+    }() + "/made";
+    Begin();
+    EXPECT_EQ(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600), -1) << "root's folder";
+    RevertToSelf();
+    ASSERT_EQ(chmod(path.substr(0, path.rfind('/')).c_str(), 0777), 0);
+    Begin();
+    const int file = open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+    RevertToSelf();
+    struct stat info {};
+    EXPECT_EQ(fstat(file, &info), 0);
+    EXPECT_EQ(info.st_uid, m_user);
+    close(file);
+}
+
+TEST_F(Impersonation, IsTheThreadsAlone) {
+    std::atomic<int> step{0};
+    uid_t seen = ~0u;
+    std::thread other([&] {
+        step.wait(0);
+        seen = geteuid();
+    });
+    Begin();
+    step = 1;
+    step.notify_all();
+    other.join();
+    EXPECT_EQ(seen, 0u);
+}
+
+DWORD SeeUser(void* user) {
+    *static_cast<uid_t*>(user) = geteuid();
+    HANDLE token = nullptr;
+    return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token));
+}
+
+TEST_F(Impersonation, IsNotHandedOnToNewThreads) {
+    Begin();
+    uid_t seen = ~0u;
+    const HANDLE thread = CreateThread(nullptr, 0, SeeUser, &seen, 0, nullptr);
+    WaitForSingleObject(thread, INFINITE);
+    DWORD code = 0;
+    GetExitCodeThread(thread, &code);
+    CloseHandle(thread);
+    EXPECT_EQ(seen, 0u);
+    EXPECT_EQ(code, DWORD{ERROR_NO_TOKEN});
+    EXPECT_EQ(geteuid(), m_user);
+}
+
+TEST_F(Impersonation, ShowsTheUserInTheThreadsToken) {
+    Begin();
+    HANDLE token = nullptr, process = nullptr;
+    ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &token));
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &process));
+    TOKEN_ELEVATION ofThread{9}, ofProcess{9};
+    DWORD needed = 0;
+    EXPECT_TRUE(GetTokenInformation(token, TokenElevation, &ofThread, sizeof ofThread, &needed));
+    EXPECT_TRUE(GetTokenInformation(process, TokenElevation, &ofProcess, sizeof ofProcess, &needed));
+    EXPECT_EQ(ofThread.TokenIsElevated, 0u);
+    EXPECT_EQ(ofProcess.TokenIsElevated, 1u);
+    CloseHandle(token);
+    CloseHandle(process);
+}
+
+TEST_F(Impersonation, ChangesFromOneUserToAnother) {
+    Begin();
+    const Token other(L"daemon");
+    ASSERT_EQ(other.Code(), 0u);
+    ASSERT_TRUE(ImpersonateLoggedOnUser(other.Get()));
+    EXPECT_EQ(CurrentUserName(), L"daemon");
+    RevertToSelf();
+    EXPECT_EQ(geteuid(), 0u);
+}
+
+TEST_F(Impersonation, LeavesTheThreadAsItWasWhenItIsRefused) {
+    Begin();
+    const Token network(L"daemon", LOGON32_LOGON_NETWORK), primary(L"daemon");
+    EXPECT_EQ(CodeOf(SetThreadToken(nullptr, primary.Get())), DWORD{ERROR_BAD_TOKEN_TYPE});
+    EXPECT_EQ(geteuid(), m_user);
+    EXPECT_TRUE(SetThreadToken(nullptr, network.Get()));
+    EXPECT_EQ(CurrentUserName(), L"daemon");
+}
+
+TEST_F(Impersonation, NeedsAUserOfThisMachineAndNoPassword) {
+    HANDLE token = nullptr;
+    const auto logOn = [&](const wchar_t* user, const wchar_t* domain, const wchar_t* password) {
+        return CodeOf(
+            LogonUserW(user, domain, password, LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, &token));
+    };
+    EXPECT_EQ(logOn(L"nobody-is-called-so", nullptr, nullptr), DWORD{ERROR_LOGON_FAILURE});
+    EXPECT_EQ(logOn(UserName, L"no-such-domain", nullptr), DWORD{ERROR_LOGON_FAILURE});
+    EXPECT_EQ(logOn(UserName, nullptr, L"secret"), DWORD{ERROR_NOT_SUPPORTED});
+    EXPECT_EQ(token, nullptr);
+}
+
+// Gives up root's rights for good. Named exit codes say what went wrong.
+const Role unprivileged("unprivileged", [](const RoleArguments&) {
+    enum { Done, NoToken, LoggedOn, Became, BecameNobodyElse, NotItself };
+    const Token token(L"daemon", LOGON32_LOGON_NETWORK);
+    if (token.Code() != 0) return static_cast<int>(NoToken);
+    const passwd* const user = getpwnam(NativeUserName);
+    if (setgroups(0, nullptr) != 0 || setgid(user->pw_gid) != 0 || setuid(user->pw_uid) != 0)
+        return static_cast<int>(NoToken);
+    if (Token(L"daemon").Code() != ERROR_PRIVILEGE_NOT_HELD) return static_cast<int>(LoggedOn);
+    if (CodeOf(SetThreadToken(nullptr, token.Get())) != ERROR_PRIVILEGE_NOT_HELD)
+        return static_cast<int>(Became);
+    if (geteuid() != user->pw_uid) return static_cast<int>(BecameNobodyElse);
+    return static_cast<int>(ImpersonateSelf(SecurityImpersonation) && RevertToSelf() ? Done : NotItself);
+});
+
+TEST_F(Impersonation, NeedsTheRightToTakeOnIdentities) {
+    EXPECT_EQ(RoleProcess("unprivileged").ExitCode(), 0);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
