@@ -18,6 +18,8 @@
 #include <windows.h>
 // These need <windows.h> before them.
 #include <combaseapi.h>
+#include <lm.h>
+#include <ntsecapi.h>
 #include <psapi.h>
 #include <sddl.h>
 #include <shellapi.h>
@@ -37,6 +39,8 @@
 #include "platform/linux/Messages.h"
 #include "platform/linux/Modules.h"
 #include "platform/linux/Mutexes.h"
+#include "platform/linux/NetAccounts.h"
+#include "platform/linux/Policy.h"
 #include "platform/linux/Privileges.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/Semaphores.h"

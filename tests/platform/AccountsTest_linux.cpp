@@ -8,6 +8,7 @@
 #include <dlfcn.h>
 #include <grp.h>
 #include <pwd.h>
+#include <shadow.h>
 #include <span>
 #include <string_view>
 
@@ -24,7 +25,10 @@ constexpr DirectoryEntry DirectoryUsers[] = {
     {"dir.user", 70001},      {"everyone", 70003},     {"twin", 70004}, {"\xE7\x94\xA8\xE6\x88\xB7", 70005},
     {"too.high", 0x7FFFFE0C}, {"highest", 0x7FFFFE0B},
 };
-constexpr DirectoryEntry DirectoryGroups[] = {{"dir group", DirectoryGroup}, {"twin", 70006}};
+constexpr unsigned AdministratorsGroup = 70007;
+constexpr DirectoryEntry DirectoryGroups[] = {
+    {"dir group", DirectoryGroup}, {"twin", 70006}, {"wheel", AdministratorsGroup}};
+constexpr char Administrator[] = "dir.user";
 constexpr char SilentName[] = "silent";
 
 std::atomic<bool> g_silent{false};
@@ -58,8 +62,8 @@ int Give(const DirectoryEntry& entry, passwd* user, passwd** found) {
 }
 
 int Give(const DirectoryEntry& entry, group* made, group** found) {
-    static char* nobody = nullptr;
-    *made = {Keep(entry.name), Keep("x"), entry.id, &nobody};
+    static char* members[] = {Keep(Administrator), nullptr};
+    *made = {Keep(entry.name), Keep("x"), entry.id, entry.id == AdministratorsGroup ? members : members + 1};
     *found = made;
     return 0;
 }
@@ -93,6 +97,28 @@ extern "C" TQLIB_API int getgrnam_r(const char* name, group* made, char* buffer,
 extern "C" TQLIB_API int getgrgid_r(gid_t id, group* made, char* buffer, size_t size, group** found) {
     if (const auto* entry = Find(DirectoryGroups, id)) return Give(*entry, made, found);
     return Real<decltype(getgrgid_r)>("getgrgid_r")(id, made, buffer, size, found);
+}
+
+extern "C" TQLIB_API int getgrouplist(const char* name, gid_t own, gid_t* groups, int* size) {
+    if (!Find(DirectoryUsers, name))
+        return Real<decltype(getgrouplist)>("getgrouplist")(name, own, groups, size);
+    const int given = *size;
+    *size = std::string_view(name) == Administrator ? 2 : 1;
+    if (given < *size) return -1;
+    groups[0] = own;
+    if (*size == 2) groups[1] = AdministratorsGroup;
+    return *size;
+}
+
+// The password of "dir.user" is open, that of "twin" locked; "highest" has expired, "everyone" has not yet.
+extern "C" TQLIB_API int getspnam_r(const char* name, spwd* entry, char*, size_t, spwd** found) {
+    const std::string_view user = name;
+    *entry = {};
+    entry->sp_namp = Keep(name);
+    entry->sp_pwdp = Keep(user == "twin" ? "!$y$" : "*");
+    entry->sp_expire = user == "highest" ? 1 : user == "everyone" ? 1'000'000 : -1;
+    *found = entry;
+    return 0;
 }
 
 namespace Quellan::Corvel::Test {
@@ -155,6 +181,59 @@ TEST(DirectoryAccounts, OfOneNameAreToldApartByTheirKind) {
     EXPECT_EQ(Account(L"group:dir.user"), NotMapped);
 }
 
+struct FreeNetBuffer {
+    void operator()(void* buffer) const { NetApiBufferFree(buffer); }
+};
+
+bool IsDisabled(const wchar_t* user) {
+    BYTE* buffer = nullptr;
+    EXPECT_EQ(NetUserGetInfo(nullptr, user, 20, &buffer), DWORD{NERR_Success});
+    const std::unique_ptr<void, FreeNetBuffer> owner(buffer);
+    return reinterpret_cast<USER_INFO_20*>(buffer)->usri20_flags & UF_ACCOUNTDISABLE;
+}
+
+TEST(DirectoryAccounts, AreDisabledWhenLockedOrExpired) {
+    EXPECT_FALSE(IsDisabled(L"dir.user"));
+    EXPECT_FALSE(IsDisabled(L"user:everyone"));
+    EXPECT_TRUE(IsDisabled(L"twin"));
+    EXPECT_TRUE(IsDisabled(L"highest"));
+}
+
+// The answer's names, each followed by a semicolon; or the code.
+template <class Entry, class Call>
+std::wstring Names(Call call, wchar_t* Entry::*name) {
+    BYTE* buffer = nullptr;
+    DWORD read = 0, total = 0;
+    const DWORD code = call(&buffer, &read, &total);
+    const std::unique_ptr<void, FreeNetBuffer> owner(buffer);
+    if (code != NERR_Success) return L"error " + std::to_wstring(code);
+    std::wstring names;
+    for (DWORD i = 0; i < read; ++i)
+        names += std::wstring(reinterpret_cast<Entry*>(buffer)[i].*name) + L";";
+    return names;
+}
+
+TEST(DirectoryGroups, AreGlobalOnes) {
+    const auto global = [](BYTE** buffer, DWORD* read, DWORD* total) {
+        return NetUserGetGroups(nullptr, L"dir.user", 0, buffer, MAX_PREFERRED_LENGTH, read, total);
+    };
+    const auto local = [](BYTE** buffer, DWORD* read, DWORD* total) {
+        return NetUserGetLocalGroups(nullptr, L"dir.user", 0, 0, buffer, MAX_PREFERRED_LENGTH, read, total);
+    };
+    EXPECT_EQ(Names(global, &GROUP_USERS_INFO_0::grui0_name), L"dir group;wheel;");
+    EXPECT_EQ(Names(local, &LOCALGROUP_USERS_INFO_0::lgrui0_name), L"Administrators;Users;");
+}
+
+TEST(DirectoryGroups, MakeAdministrators) {
+    const auto members = [](BYTE** buffer, DWORD* read, DWORD* total) {
+        return NetLocalGroupGetMembers(nullptr, L"Administrators", 1, buffer, MAX_PREFERRED_LENGTH, read,
+                                       total, nullptr);
+    };
+    const std::wstring names = Names(members, &LOCALGROUP_MEMBERS_INFO_1::lgrmi1_name);
+    EXPECT_TRUE(names.starts_with(L"root;")) << testing::PrintToString(names);
+    EXPECT_NE(names.find(L"dir.user;"), names.npos) << testing::PrintToString(names);
+}
+
 class SilentDirectory : public testing::Test {
   protected:
     SilentDirectory() { g_silent = true; }
@@ -170,6 +249,11 @@ TEST_F(SilentDirectory, HasNotFoundTheAccountAfterItsLimit) {
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(Account(L"silent"), NotMapped);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(50));
+}
+
+TEST_F(SilentDirectory, IsReportedAsATimeOutByTheNetworkCalls) {
+    BYTE* buffer = nullptr;
+    EXPECT_EQ(NetUserGetInfo(nullptr, L"silent", 0, &buffer), DWORD{ERROR_TIMEOUT});
 }
 
 TEST_F(SilentDirectory, KeepsALimitedNumberOfThreads) {

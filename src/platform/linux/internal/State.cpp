@@ -39,13 +39,14 @@ std::optional<std::string> HomeStateFolder() {
 }
 
 std::optional<Place> FindPlace(StateKind kind) {
-    const bool lasting = kind == StateKind::Lasting;
+    const bool lasting = kind != StateKind::Runtime;
     if (const auto root = FolderFromEnvironment("TQLIB_ROOT")) {
         const std::size_t slash = root->rfind('/');
         return Place{
             root->substr(0, slash + 1), {root->substr(slash + 1), lasting ? "state" : "run"}, Private};
     }
-    if (geteuid() == 0) return Place{lasting ? "/var/lib" : "/run", {"tqlib"}, SystemWide};
+    if (geteuid() == 0 || kind == StateKind::Machine)
+        return Place{lasting ? "/var/lib" : "/run", {"tqlib"}, SystemWide};
     if (!lasting)
         if (const auto runtime = FolderFromEnvironment("XDG_RUNTIME_DIR"))
             return Place{*runtime, {"tqlib"}, Private};
@@ -65,10 +66,10 @@ void MakeFolders(const std::string& path) {
     mkdir(path.c_str(), Private);
 }
 
-DWORD OpenTrustedFolder(const Descriptor& in, const std::string& name, mode_t mode,
+DWORD OpenTrustedFolder(const Descriptor& in, const std::string& name, bool make, mode_t mode,
                         Descriptor& folder) noexcept {
-    const bool made = mkdirat(in.Get(), name.c_str(), mode) == 0;
-    if (!made && errno != EEXIST) return CodeFromErrno(errno);
+    const bool made = make && mkdirat(in.Get(), name.c_str(), mode) == 0;
+    if (make && !made && errno != EEXIST) return CodeFromErrno(errno);
     constexpr int Flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     Descriptor opened(Retry([&] { return openat(in.Get(), name.c_str(), Flags); }));
     struct stat info;
@@ -81,15 +82,13 @@ DWORD OpenTrustedFolder(const Descriptor& in, const std::string& name, mode_t mo
     return ERROR_SUCCESS;
 }
 
-}  // namespace
-
-DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
+DWORD OpenFolder(StateKind kind, std::string_view name, bool make, Descriptor& folder) {
     std::optional<Place> place = FindPlace(kind);
     if (!place) return ERROR_PATH_NOT_FOUND;
     place->ours.emplace_back(name);
     constexpr int Flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
     Descriptor at(open(place->base.c_str(), Flags));
-    if (!at) {
+    if (!at && make) {
         MakeFolders(place->base);
         at = Descriptor(open(place->base.c_str(), Flags));
     }
@@ -97,23 +96,42 @@ DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder)
     for (const std::string& step : place->ours) {
         Descriptor next;
         if (step.empty()) continue;  // the root folder of the system as TQLIB_ROOT
-        if (DWORD code = OpenTrustedFolder(at, step, place->mode, next)) return code;
+        if (DWORD code = OpenTrustedFolder(at, step, make, place->mode, next)) return code;
         at = std::move(next);
     }
     folder = std::move(at);
     return ERROR_SUCCESS;
 }
 
-DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, Descriptor& file) noexcept {
+DWORD OpenTrustedFile(const Descriptor& folder, const char* name, int access, unsigned mode,
+                      Descriptor& file) noexcept {
     // Not to block on a pipe that somebody put there.
-    constexpr int Flags = O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    Descriptor opened(Retry([&] { return openat(folder.Get(), name, Flags, mode); }));
+    const int flags = access | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+    Descriptor opened(Retry([&] { return openat(folder.Get(), name, flags, mode); }));
     struct stat info;
     if (!opened) return errno == ELOOP ? ERROR_ACCESS_DENIED : CodeFromErrno(errno);
     if (fstat(opened.Get(), &info) != 0) return CodeFromErrno(errno);
     if (!S_ISREG(info.st_mode) || !IsTrusted(info)) return ERROR_ACCESS_DENIED;
     file = std::move(opened);
     return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
+    return OpenFolder(kind, name, true, folder);
+}
+
+DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
+    return OpenFolder(kind, name, false, folder);
+}
+
+DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, Descriptor& file) noexcept {
+    return OpenTrustedFile(folder, name, O_RDWR | O_CREAT, mode, file);
+}
+
+DWORD OpenExistingStateFile(const Descriptor& folder, const char* name, Descriptor& file) noexcept {
+    return OpenTrustedFile(folder, name, O_RDONLY, 0, file);
 }
 
 }  // namespace Quellan::Corvel::Platform

@@ -15,15 +15,23 @@
 
 namespace Quellan::Corvel::Platform {
 
-enum class StateKind { Lasting, Runtime };
+// Machine is the lasting state of root for everybody, who can only read it as a rule.
+enum class StateKind { Lasting, Runtime, Machine };
 
 // Opens the folder `name` in the state of one kind and makes what is missing of it, 0700, for root's
 // system-wide state 0755. 5 (ERROR_ACCESS_DENIED) where something cannot be trusted. May throw
 // std::bad_alloc.
 DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder);
 
+// The same for a folder that is there already: 2 (ERROR_FILE_NOT_FOUND) or 3 (ERROR_PATH_NOT_FOUND)
+// otherwise.
+DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder);
+
 // Opens a file in such a folder for reading and writing and makes it with `mode` where it is missing. The
 // same is asked of it, and that it is a plain file.
 DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, Descriptor& file) noexcept;
+
+// The same for a file that is there already, for reading: 2 (ERROR_FILE_NOT_FOUND) otherwise.
+DWORD OpenExistingStateFile(const Descriptor& folder, const char* name, Descriptor& file) noexcept;
 
 }  // namespace Quellan::Corvel::Platform

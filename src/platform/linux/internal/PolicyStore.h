@@ -1,0 +1,15 @@
+// The file that says which rights accounts have (docs/formats/account-rights.md).
+#pragma once
+
+#include "platform/linux/internal/RightsText.h"
+
+namespace Quellan::Corvel::Platform {
+
+// Nobody has any where there is no file. These may throw std::bad_alloc.
+DWORD ReadRights(const SidValue& account, RightNames& rights);
+// 1332 (ERROR_NONE_MAPPED) to take rights from an account without any.
+DWORD AddRights(const SidValue& account, const RightNames& rights);
+DWORD RemoveRights(const SidValue& account, const RightNames& rights);
+DWORD RemoveAllRights(const SidValue& account);
+
+}  // namespace Quellan::Corvel::Platform

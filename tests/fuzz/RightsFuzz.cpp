@@ -1,0 +1,31 @@
+// The file of account rights. What was read and changed can be read again.
+#include "platform/linux/Errors.h"
+#include "platform/linux/internal/RightsText.h"
+
+#include <cstdlib>
+
+using namespace Quellan::Corvel::Platform;
+
+namespace {
+
+void Require(bool condition) {
+    if (!condition) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    RightsText text;
+    if (text.Parse({reinterpret_cast<const char*>(data), size}) != ERROR_SUCCESS) return 0;
+    const SidValue account(5, {32, 551});
+    RightNames rights = text.RightsOf(account);
+    AddMissing(rights, {"SeBackupPrivilege"});
+    text.SetRightsOf(account, rights);
+    RightsText again;
+    Require(again.Parse(text.Text()) == ERROR_SUCCESS);
+    Require(again.Text() == text.Text());
+    Require(again.RightsOf(account) == rights);
+    again.SetRightsOf(account, {});
+    Require(again.RightsOf(account).empty());
+    return 0;
+}
