@@ -202,8 +202,10 @@ TEST(MsgThread, WaitsForSoManyObjectsAndNoMore) {
     EXPECT_EQ(thread.StopAndWait(INFINITE), 0u) << "the platform's limit was kept";
 }
 
+// On the thread that plans it, until that ends.
+thread_local std::optional<FailCall> t_fail;
+
 TEST(MsgThread, EndsWithTheCodeOfAMessageThatCannotBeTaken) {
-    static thread_local std::optional<FailCall> t_fail;
     Receiver thread;
     thread.onStart = [] {
         t_fail.emplace("GetMessageW", ERROR_GEN_FAILURE, 2, static_cast<std::uintptr_t>(-1));

@@ -318,9 +318,10 @@ TEST(Thread, SurvivesAStructuredException) {
     EXPECT_THAT(log.Entries()[0].strings[1], HasSubstr(L"OS Exception-Access Violation @ "));
 }
 
+// On the thread that plans it, until that ends.
+thread_local std::optional<FailCall> t_fail;
+
 TEST(Thread, EndsWithTheCodeOfAFailureBetweenItsSteps) {
-    // On the thread, where it lives until the thread ends.
-    static thread_local std::optional<FailCall> t_fail;
     TestThread thread;
     thread.onStart = [] {
         t_fail.emplace("SetEvent", ERROR_GEN_FAILURE);
