@@ -189,7 +189,8 @@ void TQThreadReadSynch::ReleaseState(DWORD share) noexcept {
     m_noHolder.Set();
 }
 
-TQThreadWriteSynch::TQThreadWriteSynch(TQThreadReadSynch& lock) noexcept : m_lock(lock) {}
+TQThreadWriteSynch::TQThreadWriteSynch(TQThreadReadSynch& lock) noexcept
+    : TQThreadSynch(HeldWhileWaiting()), m_lock(lock) {}
 
 TQThreadWriteSynch::~TQThreadWriteSynch() = default;
 
