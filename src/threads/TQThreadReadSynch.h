@@ -48,6 +48,7 @@ class TQ_LOCK_CLASS TQLIB_API TQThreadReadSynch : public TQObject {
     bool IsWriter() const noexcept;
     void WaitForNoHolder(bool write);
     void ReleaseState(DWORD share) noexcept;
+    void WakeWaiters() noexcept;
 
     // Who holds the lock: nobody, readers (each thread counts once) or a writer, and whether somebody waits.
     // How often a reading thread holds it is kept with the thread, under the number below.
