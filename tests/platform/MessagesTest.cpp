@@ -92,12 +92,16 @@ TEST_F(Messages, ReachNoThreadWithoutAQueue) {
         return static_cast<DWORD>(GetMessageW(&message, nullptr, 0, 0));
     });
     const auto post = [&] { return CodeOf(PostThreadMessageW(thread.Id(), WM_QUIT, 0, 0)); };
-    if (!OnWine()) EXPECT_EQ(post(), DWORD{ERROR_INVALID_THREAD_ID});  // Wine gives every thread a queue
+    if (!OnWine()) {  // which gives every thread a queue
+        EXPECT_EQ(post(), DWORD{ERROR_INVALID_THREAD_ID});
+    }
     SetEvent(proceed);
     Await(opened);
     EXPECT_EQ(post(), 0u);
     EXPECT_EQ(thread.Result(), 0u);
-    if (!OnWine()) EXPECT_EQ(post(), DWORD{ERROR_INVALID_THREAD_ID});  // Wine: ERROR_INVALID_PARAMETER
+    if (!OnWine()) {  // which says ERROR_INVALID_PARAMETER
+        EXPECT_EQ(post(), DWORD{ERROR_INVALID_THREAD_ID});
+    }
 }
 
 TEST_F(Messages, FillAQueueOfTenThousand) {

@@ -110,7 +110,7 @@ TEST_F(NameSpace, IsClearedOfWhatWasLeftBehind) {
 TEST_F(NameSpace, StandsNonsenseInItsFiles) {
     std::mt19937 random(1);
     constexpr std::size_t Fields = 36;
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < 50; ++round) {
         const Owned objects[] = {AutoEvent(false, L"nonsense.event"), Mutex(false, L"nonsense.mutex"),
                                  Semaphore(0, 5, L"nonsense.semaphore")};
         for (const fs::path& path : ObjectFiles()) {
@@ -132,7 +132,9 @@ TEST_F(NameSpace, StandsNonsenseInItsFiles) {
         ReleaseSemaphore(objects[2], 1, &previous);
         EXPECT_GE(previous, 0);
         // Another process meets the same.
-        if (round % 50 == 0) EXPECT_EQ(RoleProcess("touch-name").ExitCode(), 0);
+        if (round % 10 == 0) {
+            EXPECT_EQ(RoleProcess("touch-name").ExitCode(), 0);
+        }
     }
 }
 
@@ -168,14 +170,14 @@ TEST_F(NameSpace, EndsMixedWaitsOnOlderKernelsToo) {
     const Owned mine = AutoEvent();
     const Owned answer = AutoEvent();
     const Worker waiter([&] {
+        const FailCall old("futex_waitv", ERROR_CALL_NOT_IMPLEMENTED, FailCall::EveryCall);
         for (int i = 0; i < Rounds; ++i) {
-            const FailCall old("futex_waitv", ERROR_CALL_NOT_IMPLEMENTED);
             const DWORD status =
                 i % 3 == 2 ? WaitAll({named, mine}, Patience) : WaitAny({named, mine}, Patience);
             if (status != (i % 3 == 1 ? 1u : 0u)) return static_cast<DWORD>(i + 1);
             SetEvent(answer);
         }
-        return 0u;
+        return DWORD{0};
     });
     for (int i = 0; i < Rounds; ++i) {
         if (i % 3 != 0) SetEvent(mine);

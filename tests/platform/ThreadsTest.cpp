@@ -60,8 +60,12 @@ thread_local CountsItsEnd t_counted;
 
 DWORD ExitDeepInside(void* depth) {
     t_counted.value = 1;
-    if (auto& left = *static_cast<int*>(depth); left-- > 0) ExitDeepInside(depth);
-    ExitThread(99);
+    const std::function<void(int)> exitBelow = [&](int left) {
+        if (left == 0) ExitThread(99);
+        exitBelow(left - 1);
+    };
+    exitBelow(*static_cast<int*>(depth));
+    return 0;
 }
 
 TEST(Threads, AreSignalledOnceTheirThreadLocalsAreGone) {

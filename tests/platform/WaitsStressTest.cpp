@@ -40,7 +40,9 @@ class WaitsStress : public testing::Test {
     ULONGLONG m_end;
 };
 
-using Random = std::mt19937;
+// As std::mt19937, with numbers of 32 bits on both platforms.
+using Random = std::mersenne_twister_engine<std::uint32_t, 32, 624, 397, 31, 0x9908B0DF, 11, 0xFFFFFFFF, 7,
+                                            0x9D2C5680, 15, 0xEFC60000, 18, 1812433253>;
 
 // Posts and successful waits balance, whatever the waits: for any and for all, with time-outs of all lengths.
 TEST_F(WaitsStress, LosesAndDoublesNoPost) {
@@ -252,13 +254,17 @@ TEST_F(WaitsStress, StandsHandlesThatAreClosedMeanwhile) {
             const HANDLE other = handles[random() % handles.size()];
             if (random() % 4 == 0) {
                 const HANDLE old = slot.exchange(CreateEventW(nullptr, random() % 2, FALSE, nullptr));
-                if (old) EXPECT_TRUE(CloseHandle(old));
+                if (old) {
+                    EXPECT_TRUE(CloseHandle(old));
+                }
             } else if (random() % 2) {
                 SetEvent(handle);
             } else {
                 const HANDLE both[] = {handle, other};
                 const DWORD status = WaitForMultipleObjects(2, both, random() % 2, random() % 2);
-                if (status == WAIT_FAILED) EXPECT_NE(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+                if (status == WAIT_FAILED) {
+                    EXPECT_NE(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+                }
             }
         }
     });

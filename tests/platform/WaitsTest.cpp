@@ -180,9 +180,10 @@ TEST(Events, PassAHandOverForEachSet) {
     constexpr int Rounds = 20'000;
     const Owned ping = AutoEvent();
     const Owned pong = AutoEvent();
+    const Owned never = AutoEvent();
     const Worker other([&] {
         for (int i = 0; i < Rounds; ++i) {
-            if (WaitAny({pong, ping}, Patience) != WAIT_OBJECT_0 + 1) return 1u;
+            if (WaitAny({never, ping}, Patience) != WAIT_OBJECT_0 + 1) return 1u;
             SetEvent(pong);
             if (i % 2 == 0) Sleep(0);
         }

@@ -57,6 +57,9 @@ class Fault {
 // functions with a fault point are seen.
 class FailCall : public Fault {
   public:
+    // As `nth`: all of them fail.
+    static constexpr unsigned EveryCall = ~0u;
+
     FailCall(const char* function, DWORD code, unsigned nth = 1, std::uintptr_t result = 0);
 };
 

@@ -65,8 +65,9 @@ extern "C" void* FaultStubTarget(unsigned index, std::uintptr_t* result) noexcep
         const WatchedImport& import = g_imports[index];
         target = import.original;
         for (PlannedFault* plan = g_plans; plan; plan = plan->next) {
-            if (plan->thread != GetCurrentThreadId() || !plan->Concerns(import) || ++plan->calls != plan->nth)
-                continue;
+            if (plan->thread != GetCurrentThreadId() || !plan->Concerns(import)) continue;
+            ++plan->calls;
+            if (plan->nth != plan->calls && plan->nth != FailCall::EveryCall) continue;
             lastError = plan->code;
             *result = plan->result;
             target = nullptr;

@@ -73,10 +73,19 @@ class PatientThread : public TestThread {
   public:
     PatientThread() {
         runWork = [this](BYTEBuf&) {
+            m_atWork.Set();
             StopSignal().Wait(INFINITE);
             return 9u;
         };
     }
+
+    ~PatientThread() override { EndThread(); }
+
+    // Waits until the work of the run has begun.
+    void AwaitWork() const { EXPECT_TRUE(m_atWork.Wait(INFINITE)); }
+
+  private:
+    const TQEvent m_atWork{false};
 };
 
 template <class Operation>
@@ -151,6 +160,7 @@ TEST(Thread, ThatIsToStopEndsBeforeItStartsAnew) {
         return result;
     };
     thread.Start();
+    thread.AwaitWork();
     thread.Stop();
     EXPECT_TRUE(thread.Stopped());
     Worker restarter([&] { thread.Start(); });
@@ -158,10 +168,12 @@ TEST(Thread, ThatIsToStopEndsBeforeItStartsAnew) {
     mayEnd = true;
     restarter.Join();
     EXPECT_TRUE(thread.ThreadRunning());
+    thread.AwaitWork();
     EXPECT_FALSE(thread.Stopped());
     EXPECT_EQ(thread.ResultCode(), 0u) << "of the run before";
     EXPECT_THAT(thread.Steps(), ElementsAre("OnStart", "RunWork", "OnStop", "OnStart", "RunWork"));
     thread.Restart();
+    thread.AwaitWork();
     EXPECT_EQ(thread.Steps().size(), 8u);
     EXPECT_EQ(thread.StopAndWait(INFINITE), 9u);
 }

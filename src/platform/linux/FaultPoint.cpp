@@ -13,8 +13,11 @@ FaultPlan*& ThreadFaultPlans() noexcept {
 
 DWORD FaultDue(const char* function) noexcept {
     DWORD code = 0;
-    for (FaultPlan* plan = ThreadFaultPlans(); plan; plan = plan->next)
-        if (std::strcmp(plan->function, function) == 0 && ++plan->calls == plan->nth) code = plan->code;
+    for (FaultPlan* plan = ThreadFaultPlans(); plan; plan = plan->next) {
+        if (std::strcmp(plan->function, function) != 0) continue;
+        ++plan->calls;
+        if (plan->nth == plan->calls || plan->nth == FaultPlan::EveryCall) code = plan->code;
+    }
     return code;
 }
 

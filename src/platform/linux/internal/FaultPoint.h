@@ -8,9 +8,11 @@ namespace Quellan::Corvel::Platform {
 
 #if defined(TQ_FAULT_POINTS)
 
-// One planned failure on one thread: call number `nth` (from 1) of `function` fails with `code`. Plans of a
-// thread form a stack; they live on the stack of the test that made them.
+// One planned failure on one thread: call number `nth` (from 1) of `function`, or every call, fails with
+// `code`. Plans of a thread form a stack; they live on the stack of the test that made them.
 struct FaultPlan {
+    static constexpr unsigned EveryCall = ~0u;
+
     const char* function;
     unsigned nth;
     DWORD code;
