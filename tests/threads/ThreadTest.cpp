@@ -1,4 +1,5 @@
 #include "core/TQException.h"
+#include "platform/PlatformTest.h"
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
@@ -531,7 +532,9 @@ TEST(Thread, TellsItsTimes) {
     EXPECT_LE(before, thread.StartTime());
     EXPECT_LE(thread.StartTime(), TQTime::CurrentTime());
     thread.StopAndWait(INFINITE);
-    EXPECT_GE(thread.CPUTime(), used);
+    if (!OnWine()) {  // which forgets the times of a thread that has ended
+        EXPECT_GE(thread.CPUTime(), used);
+    }
     const TQTimeSpan running = thread.RunningTime();
     EXPECT_GE(running, TQTimeSpan());
     EXPECT_LE(running, TQTime::CurrentTime() - before + TQTimeSpan::FromMilliseconds(1));

@@ -253,7 +253,7 @@ TEST(WaitList, HoldsSoManyAndNoMore) {
     list.Add(handle(1));
     list.Remove(handle(7));
     list.Add(handle(TQWaitList::MaxSize + 1));
-    EXPECT_EQ(list.Size(), TQWaitList::MaxSize);
+    EXPECT_EQ(list.Size(), DWORD{TQWaitList::MaxSize});
 }
 
 TEST(WaitList, ReportsAClosedHandleUntilItIsRemoved) {
