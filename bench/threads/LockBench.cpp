@@ -278,8 +278,8 @@ void AddContended(Contest& contest, Setting setting) {
 
 void AddReaders(Contest& contest) {
     constexpr auto all = Setting::AllCores;
-    constexpr unsigned times = 20'000;
-    const char* const readers = "4 readers x 20000";
+    constexpr unsigned times = 100'000;
+    const char* const readers = "4 readers x 100000";
     contest.AddMade<Crowd<LibraryReadLock, times>>(all, readers, "TQThreadReadSynch", all, 4u);
     contest.AddMade<Crowd<PosixReadLock, times>>(all, readers, "pthread_rwlock", all, 4u);
     contest.AddMade<Crowd<StandardReadLock, times>>(all, readers, "std::shared_mutex", all, 4u);

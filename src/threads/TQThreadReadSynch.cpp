@@ -42,13 +42,15 @@ const void* Self() noexcept {
     return &t_reads;
 }
 
+[[gnu::noinline]] ReadLockInstance* FindMoreRead(ULONGLONG lock) noexcept {
+    const auto found = std::ranges::find(t_moreReads, lock, &ReadLockInstance::lock);
+    return found == t_moreReads.end() ? nullptr : &*found;
+}
+
 ReadLockInstance* FindRead(ULONGLONG lock) noexcept {
     for (ReadLockInstance& read : t_reads.first)
         if (read.lock == lock) return &read;
-    if (!t_reads.hasMore) return nullptr;
-    for (ReadLockInstance& read : t_moreReads)
-        if (read.lock == lock) return &read;
-    return nullptr;
+    return t_reads.hasMore ? FindMoreRead(lock) : nullptr;
 }
 
 // For a lock that is not found.
