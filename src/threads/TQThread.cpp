@@ -382,12 +382,15 @@ unsigned int TQThread::RunThread() {
         SetEnded(refusal, std::move(message));
         return refusal;
     }
+    ThreadHandleHolder startupEvent;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         m_state = State::Running;
-        if (m_startupEvent && !SetEvent(m_startupEvent.Get()))
-            TQSysException::ThrowLastError(L"TQThread::RunThread");
+        startupEvent = m_startupEvent;
     }
+    // Whoever waits for it takes the lock at once.
+    if (startupEvent && !SetEvent(startupEvent.Get())) TQSysException::ThrowLastError(L"TQThread::RunThread");
+    startupEvent.Close();
     const unsigned int worked =
         Guarded(L"Processing Thread::RunWork", message, [&] { return RunWork(m_data); });
     if (isGone()) return worked;
