@@ -48,8 +48,8 @@ void Monitor::Check(const TQStringArray& targets) {
 
 void Monitor::CheckTarget(const TQString& path) {
     if (path == FaultTarget) {
-        int* volatile nothing = nullptr;
-        *nothing = 0;
+        const volatile std::uintptr_t nowhere = 8;
+        *reinterpret_cast<volatile int*>(nowhere) = 0;
     }
     try {
         WIN32_FILE_ATTRIBUTE_DATA data;
@@ -63,6 +63,8 @@ void Monitor::CheckTarget(const TQString& path) {
 
 void Monitor::CheckEntry(const TQString& path, const FileState& state) {
     try {
+        // A device or pipe has no end, and opening it may wait for ever.
+        if (state.attributes & FILE_ATTRIBUTE_DEVICE) return;
         if (state.attributes & FILE_ATTRIBUTE_DIRECTORY) {
             // A link to a folder may lead back to where the walk came from.
             if (!(state.attributes & FILE_ATTRIBUTE_REPARSE_POINT)) CheckFolder(path);

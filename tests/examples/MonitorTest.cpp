@@ -85,6 +85,7 @@ TEST_F(Monitor, SaysWhichCommandsThereAre) {
 }
 
 TEST_F(Monitor, GoesOnAfterTheEndOfItsInput) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
     StartWatching();
     m_process->CloseInput();
     WriteFile("new", "");
@@ -95,6 +96,7 @@ TEST_F(Monitor, GoesOnAfterTheEndOfItsInput) {
 
 // Its input is still open: nothing waits for it.
 TEST_F(Monitor, IsStoppedByCtrlCAndTellsTheResult) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
     WriteFile("file", "12345");
     StartWatching();
     m_process->Interrupt();

@@ -81,6 +81,9 @@ const Role g_restored("control-restored", [](const RoleArguments&) {
 // A process in a role that is ready for Ctrl+C.
 class ConsoleControl : public testing::Test {
   protected:
+    void SetUp() override {
+        if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    }
     void Start(const char* role) {
         m_process = std::make_unique<RoleProcess>(role, RoleArguments{}, ChildProcess::Files::Piped);
         m_process->ReadTo("ready");
@@ -137,7 +140,7 @@ TEST_F(ConsoleControl, HearsCtrlCAgainAfterIgnoringIt) {
     EXPECT_EQ(End(), 0);
 }
 
-TEST_F(ConsoleControl, RefusesToTakeAwayAHandlerThatIsNotThere) {
+TEST(ConsoleControlHandlers, AreTakenAwayOnlyWhenTheyAreThere) {
     SetConsoleCtrlHandler(&PassItOn, TRUE);
     EXPECT_EQ(CodeOf(SetConsoleCtrlHandler(&TakeIt, FALSE)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(SetConsoleCtrlHandler(&PassItOn, FALSE)), 0u);

@@ -97,9 +97,32 @@ TEST(ConsoleControlOnLinux, IgnoresWhatItWasStartedToIgnoreUntilItIsToldOtherwis
     std::signal(SIGHUP, oldHangUp);
 }
 
-TEST(ConsoleControlOnLinux, HasNoHandlersInTheChildOfAForkUntilItAddsThem) {
+TEST(ConsoleControlOnLinux, HasNoHandlersInTheChildOfAFork) {
     EXPECT_EQ(EndAfter(SIGINT, {"note", "fork", "forever"}), 128 + SIGINT);
+}
+
+TEST(ConsoleControlOnLinux, CallsHandlersThatTheChildOfAForkAdds) {
+#if defined(__SANITIZE_THREAD__)
+    GTEST_SKIP() << "the thread sanitizer allows the child no threads";
+#endif
     EXPECT_EQ(EndAfter(SIGINT, {"note", "fork", "exit", "forever"}), 10 + static_cast<int>(CTRL_C_EVENT));
+}
+
+const Role g_busy("busy-with-close", [](const RoleArguments&) {
+    const auto handler = [](DWORD event) -> BOOL {
+        if (event == CTRL_C_EVENT) _exit(10);
+        kill(getpid(), SIGINT);
+        Sleep(INFINITE);
+        return TRUE;
+    };
+    SetConsoleCtrlHandler(handler, TRUE);
+    kill(getpid(), SIGTERM);
+    Sleep(INFINITE);
+    return 0;
+});
+
+TEST(ConsoleControlOnLinux, HandlesAnEventWhileTheHandlerOfAnotherIsBusy) {
+    EXPECT_EQ(RoleProcess("busy-with-close").ExitCode(), 10);
 }
 
 const Role g_noThread("no-control-thread", [](const RoleArguments&) {

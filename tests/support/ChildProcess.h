@@ -28,8 +28,10 @@ class ChildProcess {
     DWORD Id() const;
     // Without warning; returns when nothing of the process is left.
     void Kill();
-    // As Ctrl+C at its console does.
+    // As Ctrl+C at its console does. Not where the thread sanitizer runs: it keeps a signal back until the
+    // thread that got it makes a call that the sanitizer knows, which a waiting thread does not.
     void Interrupt();
+    static bool CanInterrupt();
     // Waits for the end of the process. On Linux one that a signal ended has 128 + the signal's number.
     int ExitCode();
 

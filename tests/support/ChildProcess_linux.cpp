@@ -93,6 +93,14 @@ void ChildProcess::Interrupt() {
     EXPECT_EQ(kill(m_native->id, SIGINT), 0);
 }
 
+bool ChildProcess::CanInterrupt() {
+#if defined(__SANITIZE_THREAD__)
+    return false;
+#else
+    return true;
+#endif
+}
+
 int ChildProcess::ExitCode() {
     m_native->Wait();
     return WIFEXITED(m_native->status) ? WEXITSTATUS(m_native->status) : 128 + WTERMSIG(m_native->status);

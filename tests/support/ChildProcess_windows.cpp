@@ -96,6 +96,10 @@ void ChildProcess::Interrupt() {
     FreeConsole();
 }
 
+bool ChildProcess::CanInterrupt() {
+    return true;
+}
+
 int ChildProcess::ExitCode() {
     WaitForSingleObject(m_native->process, INFINITE);
     DWORD code = 0;
