@@ -20,4 +20,13 @@ bool Role::Run(int argc, char** argv, int& exitCode) {
     return true;
 }
 
+static RoleArguments RoleLine(const char* role, const RoleArguments& arguments) {
+    RoleArguments line{std::string("--role=") + role};
+    line.insert(line.end(), arguments.begin(), arguments.end());
+    return line;
+}
+
+RoleProcess::RoleProcess(const char* role, const RoleArguments& arguments, Files files)
+    : ChildProcess("", RoleLine(role, arguments), files) {}
+
 }  // namespace Quellan::Corvel::Test

@@ -1,9 +1,8 @@
 // Tests with several processes: the test program starts itself again in a role.
 #pragma once
 
-#include "platform/Types.h"
+#include "support/ChildProcess.h"
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -21,23 +20,11 @@ class Role {
     static bool Run(int argc, char** argv, int& exitCode);
 };
 
-// A process of this program in a role. Arguments hold no blanks and no quotation marks.
-class RoleProcess {
+// A process of this program in a role.
+class RoleProcess : public ChildProcess {
   public:
-    explicit RoleProcess(const char* role, const RoleArguments& arguments = {});
-    RoleProcess(const RoleProcess&) = delete;
-    RoleProcess& operator=(const RoleProcess&) = delete;
-    // Kills the process if it still runs.
-    ~RoleProcess();
-
-    // Without warning; returns when nothing of the process is left.
-    void Kill();
-    // Waits for the end of the process.
-    int ExitCode();
-
-  private:
-    struct Native;
-    std::unique_ptr<Native> m_native;
+    explicit RoleProcess(const char* role, const RoleArguments& arguments = {},
+                         Files files = Files::Inherited);
 };
 
 }  // namespace Quellan::Corvel::Test

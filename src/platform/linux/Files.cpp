@@ -155,16 +155,19 @@ template <class Data>
 bool Describe(int folder, const char* name, Data& data) noexcept {
     struct statx info;
     if (statx(folder, name, AT_SYMLINK_NOFOLLOW, STATX_BASIC_STATS | STATX_BTIME, &info) != 0) return false;
-    bool directory = S_ISDIR(info.stx_mode);
+    mode_t kind = info.stx_mode;
     DWORD attributes = 0;
-    if (S_ISLNK(info.stx_mode)) {
+    if (S_ISLNK(kind)) {
         struct stat target;
         attributes |= FILE_ATTRIBUTE_REPARSE_POINT;
-        directory = fstatat(folder, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
-    } else if (!(info.stx_mode & AllMayWrite)) {
+        kind = fstatat(folder, name, &target, 0) == 0 ? target.st_mode : S_IFREG;
+    } else if (!(kind & AllMayWrite)) {
         attributes |= FILE_ATTRIBUTE_READONLY;
     }
-    if (directory) attributes |= FILE_ATTRIBUTE_DIRECTORY;
+    if (S_ISDIR(kind))
+        attributes |= FILE_ATTRIBUTE_DIRECTORY;
+    else if (!S_ISREG(kind))
+        attributes |= FILE_ATTRIBUTE_DEVICE;
     const std::uint64_t size = S_ISREG(info.stx_mode) ? info.stx_size : 0;
     data.dwFileAttributes = attributes ? attributes : FILE_ATTRIBUTE_NORMAL;
     data.ftCreationTime = ToFileTime(info.stx_mask & STATX_BTIME ? info.stx_btime : info.stx_mtime);
@@ -316,7 +319,7 @@ DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
 
 DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
     constexpr DWORD Known = FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_DIRECTORY | FILE_ATTRIBUTE_ARCHIVE |
-                            FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY;
+                            FILE_ATTRIBUTE_DEVICE | FILE_ATTRIBUTE_NORMAL | FILE_ATTRIBUTE_TEMPORARY;
     if (attributes & ~Known) return ERROR_NOT_SUPPORTED;
     struct stat info;
     if (stat(path, &info) != 0) return CodeFromErrno(errno, path);

@@ -39,11 +39,12 @@ inline constexpr DWORD FILE_FLAG_SEQUENTIAL_SCAN = 0x08000000;
 inline constexpr DWORD FILE_FLAG_BACKUP_SEMANTICS = 0x02000000;
 inline constexpr DWORD FILE_FLAG_POSIX_SEMANTICS = 0x01000000;
 
-// A file is read-only while nobody may write it. A symbolic link is a reparse point, and a directory too when
-// it leads to one.
+// A file is read-only while nobody may write it. A device, pipe or socket is a device. A symbolic link is a
+// reparse point, and a directory or device too when it leads to one.
 inline constexpr DWORD FILE_ATTRIBUTE_READONLY = 0x0001;
 inline constexpr DWORD FILE_ATTRIBUTE_DIRECTORY = 0x0010;
 inline constexpr DWORD FILE_ATTRIBUTE_ARCHIVE = 0x0020;
+inline constexpr DWORD FILE_ATTRIBUTE_DEVICE = 0x0040;
 inline constexpr DWORD FILE_ATTRIBUTE_NORMAL = 0x0080;
 inline constexpr DWORD FILE_ATTRIBUTE_TEMPORARY = 0x0100;
 inline constexpr DWORD FILE_ATTRIBUTE_REPARSE_POINT = 0x0400;

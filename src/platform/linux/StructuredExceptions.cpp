@@ -1,6 +1,7 @@
 #include "platform/linux/StructuredExceptions.h"
 
 #include "platform/StructuredExceptions.h"
+#include "platform/linux/internal/Futex.h"
 
 #include <algorithm>
 #include <array>
@@ -16,6 +17,7 @@
 #include <iterator>
 #include <link.h>
 #include <memory>
+#include <mutex>
 #include <pthread.h>
 #include <span>
 #include <string_view>
@@ -483,6 +485,62 @@ bool InstallHandlers() {
     return true;
 }
 
+// Alternate stacks of a thread each, above a page that nobody may touch. Threads that have ended leave some
+// of them to those that come.
+class AlternateStacks {
+  public:
+    // Null without memory.
+    static std::byte* Take() noexcept {
+        {
+            const std::scoped_lock lock(s_lock);
+            if (s_free) {
+                --s_freeCount;
+                return std::exchange(s_free, *reinterpret_cast<std::byte**>(s_free));
+            }
+        }
+        const std::size_t page = PageSize();
+        void* const block =
+            mmap(nullptr, page + Size(), PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
+        if (block == MAP_FAILED) return nullptr;
+        std::byte* const stack = static_cast<std::byte*>(block) + page;
+        if (mprotect(stack, Size(), PROT_READ | PROT_WRITE) == 0) return stack;
+        munmap(block, page + Size());
+        return nullptr;
+    }
+
+    static void Return(std::byte* stack) noexcept {
+        {
+            const std::scoped_lock lock(s_lock);
+            if (s_freeCount < MostFree) {
+                ++s_freeCount;
+                *reinterpret_cast<std::byte**>(stack) = std::exchange(s_free, stack);
+                return;
+            }
+        }
+        munmap(stack - PageSize(), PageSize() + Size());
+    }
+
+    static std::size_t Size() noexcept {
+        static const std::size_t size =
+            (static_cast<std::size_t>(sysconf(_SC_SIGSTKSZ)) + RoomBytes + PageSize() - 1) / PageSize() *
+            PageSize();
+        return size;
+    }
+
+  private:
+    static constexpr std::size_t RoomBytes = 64 * 1024;
+    static constexpr std::size_t MostFree = 16;
+
+    static std::size_t PageSize() noexcept {
+        static const auto size = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+        return size;
+    }
+
+    static constinit inline ShortLock s_lock;
+    static constinit inline std::byte* s_free = nullptr;  // guarded by s_lock; each begins with the next one
+    static constinit inline std::size_t s_freeCount = 0;  // guarded by s_lock
+};
+
 // Gives the thread an alternate stack unless it has one, and takes the trap away before the stack goes.
 // Without memory for it the thread does without: faults are translated all the same, only a stack overflow
 // ends without a report.
@@ -492,34 +550,28 @@ class ThreadSetup {
         FindStack();
         stack_t current{};
         if (sigaltstack(nullptr, &current) != 0 || !(current.ss_flags & SS_DISABLE)) return;
-        const std::size_t page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-        const std::size_t size =
-            (static_cast<std::size_t>(sysconf(_SC_SIGSTKSZ)) + RoomBytes + page - 1) / page * page;
-        void* block = mmap(nullptr, page + size, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_STACK, -1, 0);
-        if (block == MAP_FAILED) return;
-        m_block = block;
-        m_blockSize = page + size;
-        m_stack.ss_sp = static_cast<std::byte*>(block) + page;
-        m_stack.ss_size = size;
-        if (mprotect(m_stack.ss_sp, size, PROT_READ | PROT_WRITE) == 0) sigaltstack(&m_stack, nullptr);
+        m_stack = AlternateStacks::Take();
+        if (!m_stack) return;
+        stack_t ours{};
+        ours.ss_sp = m_stack;
+        ours.ss_size = AlternateStacks::Size();
+        sigaltstack(&ours, nullptr);
     }
     ~ThreadSetup() {
         t_trap = {};
-        if (!m_block) return;
+        if (!m_stack) return;
         stack_t current{};
-        if (sigaltstack(nullptr, &current) == 0 && current.ss_sp == m_stack.ss_sp) {
+        if (sigaltstack(nullptr, &current) == 0 && current.ss_sp == m_stack) {
             stack_t none{};
             none.ss_flags = SS_DISABLE;
             sigaltstack(&none, nullptr);
         }
-        munmap(m_block, m_blockSize);
+        AlternateStacks::Return(m_stack);
     }
     ThreadSetup(const ThreadSetup&) = delete;
     ThreadSetup& operator=(const ThreadSetup&) = delete;
 
   private:
-    static constexpr std::size_t RoomBytes = 64 * 1024;
-
     static void FindStack() {
         pthread_attr_t attributes;
         if (pthread_getattr_np(pthread_self(), &attributes) != 0) return;
@@ -533,9 +585,7 @@ class ThreadSetup {
         t_trap.guardBegin = t_trap.stackBegin - guard;
     }
 
-    void* m_block = nullptr;
-    std::size_t m_blockSize = 0;
-    stack_t m_stack{};
+    std::byte* m_stack = nullptr;
 };
 
 }  // namespace

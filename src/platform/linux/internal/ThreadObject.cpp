@@ -116,7 +116,9 @@ Thread::Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended)
       m_function(function),
       m_parameter(parameter),
       m_suspended(suspended ? 1 : 0),
-      m_mapEntry(ThreadMap::NewEntry()) {}
+      m_mapEntry(ThreadMap::NewEntry()) {
+    m_times.creation = FileTimeOf(ReadClock(CLOCK_REALTIME));
+}
 
 DWORD Thread::Start(SIZE_T stackSize) noexcept {
     const SIZE_T least = static_cast<SIZE_T>(sysconf(_SC_THREAD_STACK_MIN)) + LeastUsableStack;
@@ -135,8 +137,12 @@ DWORD Thread::Start(SIZE_T stackSize) noexcept {
         m_self.reset();
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    while (m_id == 0)
-        FutexWait(m_id, 0, Never, Reach::Process);
+    // The id without waiting for the thread: it is what the clock of its processor time is made of.
+    clockid_t clock = 0;
+    pthread_getcpuclockid(native, &clock);
+    Register(static_cast<DWORD>(~(clock >> 3)));
+    m_known = 1;
+    FutexWake(&m_known, 1, Reach::Process);
     return ERROR_SUCCESS;
 }
 
@@ -145,8 +151,7 @@ void* Thread::Main(void* thread) {
     Thread& self = *static_cast<Thread*>(thread);
     if (self.m_ownIdentity) self.m_ownIdentity->PutOn();
     const bool endIsSeen = self.Adopt();
-    FutexWake(&self.m_id, 1, Reach::Process);
-    if (self.m_reniced) self.SetPriority(THREAD_PRIORITY_NORMAL);  // the system hands it on
+    if (self.m_reniced) self.ApplyPriority();  // the system hands on its maker's
     self.WaitForStart();
     if (setjmp(self.m_exit) == 0) self.m_result = self.m_function(self.m_parameter);
     if (!endIsSeen) self.End();
@@ -172,17 +177,19 @@ bool Thread::Adopt() noexcept {
     const bool endIsSeen = pthread_setspecific(EndKey(), this) == 0;
     const DWORD id = GetCurrentThreadId();
     m_waiter.SetThread(id);
-    {
-        const std::scoped_lock lock(m_timesLock);
-        m_times.creation = FileTimeOf(ReadClock(CLOCK_REALTIME));
-    }
+    Register(id);
+    return endIsSeen;
+}
+
+// By the thread and by its maker, whoever comes first.
+void Thread::Register(DWORD id) noexcept {
     ThreadMap& map = ThreadMap::Instance();
     const std::scoped_lock lock(map.lock);
+    if (!m_mapEntry) return;
     m_mapEntry.key() = id;
     m_mapEntry.mapped() = m_self;
     map.threads.insert(std::move(m_mapEntry));
     m_id = id;
-    return endIsSeen;
 }
 
 // In the child of a fork the thread has another id; the map may have been locked by a thread that is gone.
@@ -213,6 +220,8 @@ void Thread::AtThreadEnd(void* thread) noexcept {
 }
 
 void Thread::End() noexcept {
+    while (m_function && m_known == 0)
+        FutexWait(m_known, 0, Never, Reach::Process);
     const std::shared_ptr<Thread> alive = std::move(m_self);
     {
         ThreadMap& map = ThreadMap::Instance();
@@ -301,14 +310,19 @@ Thread::Times Thread::ReadTimes() noexcept {
 DWORD Thread::SetPriority(int priority) noexcept {
     const auto* const found = std::ranges::find(Priorities, priority, &PriorityValue::priority);
     if (found == std::end(Priorities)) return ERROR_INVALID_PARAMETER;
-    const std::scoped_lock lock(m_timesLock);
     m_priority.store(priority, std::memory_order_relaxed);
-    if (m_ended) return ERROR_SUCCESS;
+    ApplyPriority();
+    return ERROR_SUCCESS;
+}
+
+void Thread::ApplyPriority() noexcept {
+    const std::scoped_lock lock(m_timesLock);
+    if (m_ended) return;
+    const auto* const found = std::ranges::find(Priorities, Priority(), &PriorityValue::priority);
     const int nice = std::clamp(ProcessNice() + found->nice, -20, 19);
     // Lowered for good is worse than not lowered.
     if (MayRaiseTo(std::min(nice, ProcessNice())) && setpriority(PRIO_PROCESS, Id(), nice) == 0)
         m_reniced = true;
-    return ERROR_SUCCESS;
 }
 
 void Thread::Exit(DWORD exitCode) {

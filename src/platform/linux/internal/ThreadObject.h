@@ -34,7 +34,7 @@ class Thread : public Waitable {
     // May throw std::bad_alloc.
     Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended);
 
-    // Starts the thread and waits until it has its id. 8 (ERROR_NOT_ENOUGH_MEMORY).
+    // Starts the thread, which has its id then. 8 (ERROR_NOT_ENOUGH_MEMORY).
     DWORD Start(SIZE_T stackSize) noexcept;
     DWORD Id() const noexcept { return m_id.load(std::memory_order_relaxed); }
     DWORD ExitCode() const noexcept;
@@ -60,6 +60,8 @@ class Thread : public Waitable {
     static pthread_key_t EndKey() noexcept;
 
     bool Adopt() noexcept;
+    void Register(DWORD id) noexcept;
+    void ApplyPriority() noexcept;
     void WaitForStart() noexcept;
     void End() noexcept;
 
@@ -74,7 +76,8 @@ class Thread : public Waitable {
     Waiter m_waiter;
     MessageQueue m_messages;
     int m_endRounds = 0;
-    MapEntry m_mapEntry;             // until the thread has its id
+    MapEntry m_mapEntry;             // until the thread has its id; guarded by the map's lock
+    Word m_known{0};                 // once its maker has done with the system's own name for the thread
     std::shared_ptr<Thread> m_self;  // until the thread has ended
 
     std::mutex m_tokenLock;

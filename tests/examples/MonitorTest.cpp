@@ -1,0 +1,109 @@
+#include "MonitorRun.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using testing::HasSubstr;
+using testing::Not;
+
+TEST_F(Monitor, EndsAfterTheFirstCheckOnDemand) {
+    WriteFile("file", "12345");
+    Start({"--once", Folder()});
+    EXPECT_EQ(m_process->ReadAll(), "1 folders, 1 files, 5 bytes read, 0 failures\n");
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+TEST_F(Monitor, SaysWithItsExitCodeThatSomethingFailed) {
+    Start({"--once", Folder(), Folder() + "/missing"});
+    EXPECT_THAT(m_process->ReadAll(), HasSubstr("[0x00000002]"));
+    EXPECT_EQ(m_process->ExitCode(), 1);
+}
+
+TEST_F(Monitor, RefusesAWrongCommandLine) {
+    std::vector<std::string> manyGroups{"--once", "."};
+    for (int group = 2; group <= 17; ++group)
+        manyGroups.insert(manyGroups.end(), {"--group", "."});
+    for (const std::vector<std::string>& line :
+         {{}, {"--once"}, {"--twice", "."}, {"--interval", "0", "."}, {".", "--group"}, manyGroups}) {
+        Start(line);
+        EXPECT_THAT(m_process->ReadAll(), HasSubstr("usage: monitor"));
+        EXPECT_EQ(m_process->ExitCode(), 2);
+    }
+}
+
+TEST_F(Monitor, NamesWhatIsAddedChangedAndRemoved) {
+    WriteFile("old", "old");
+    StartWatching();
+    WriteFile("new", "");
+    EXPECT_THAT(ReadTo("added"), HasSubstr("new"));
+    WriteFile("old", "longer");
+    EXPECT_THAT(ReadTo("changed"), HasSubstr("old"));
+    RemoveFile("new");
+    EXPECT_THAT(ReadTo("removed"), HasSubstr("new"));
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(Monitor, ReportsAFailureOnceAsLongAsItLasts) {
+    StartWatching({Folder() + "/missing"});
+    // Each of these changes takes a check of its own.
+    WriteFile("one", "");
+    ReadTo("added");
+    WriteFile("two", "");
+    ReadTo("added");
+    Command("report");
+    EXPECT_THAT(ReadTo("group 1"), HasSubstr(" 2 changes, 1 failures, watching"));
+    EXPECT_EQ(Stop(), 1);
+}
+
+TEST_F(Monitor, RestsBetweenPauseAndResume) {
+    StartWatching();
+    Command("pause");
+    ReadTo("group 1 paused");
+    WriteFile("new", "");
+    Sleep(SeveralIntervalsMs);
+    Command("report");
+    EXPECT_THAT(ReadTo("paused"), Not(HasSubstr("added")));
+    Command("resume");
+    ReadTo("added");
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(Monitor, GoesOnWithoutAGroupThatRaisesAStructuredException) {
+    StartWatching({"--group", "fault:"});
+    Command("report");
+    EXPECT_THAT(ReadTo("ended with 0xC0000005"), HasSubstr("group 2"));
+    WriteFile("new", "");
+    ReadTo("added");
+    EXPECT_EQ(Stop(), 1);
+}
+
+TEST_F(Monitor, SaysWhichCommandsThereAre) {
+    StartWatching();
+    Command("continue");
+    EXPECT_THAT(ReadTo("commands"), HasSubstr("pause, resume, report, stop"));
+    EXPECT_EQ(Stop(), 0);
+}
+
+TEST_F(Monitor, GoesOnAfterTheEndOfItsInput) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    StartWatching();
+    m_process->CloseInput();
+    WriteFile("new", "");
+    ReadTo("added");
+    m_process->Interrupt();
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+// Its input is still open: nothing waits for it.
+TEST_F(Monitor, IsStoppedByCtrlCAndTellsTheResult) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    WriteFile("file", "12345");
+    StartWatching();
+    m_process->Interrupt();
+    EXPECT_THAT(ReadTo("stopped"), HasSubstr("group 1"));
+    EXPECT_EQ(m_process->ReadAll(), "1 folders, 1 files, 5 bytes read, 0 failures\n");
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
