@@ -20,9 +20,15 @@
 #if defined(_WIN32)
 using DWORD = unsigned long;
 using LONG = long;
+struct _SID_AND_ATTRIBUTES;
+struct _SID_IDENTIFIER_AUTHORITY;
+using SID_AND_ATTRIBUTES = _SID_AND_ATTRIBUTES;
+using SID_IDENTIFIER_AUTHORITY = _SID_IDENTIFIER_AUTHORITY;
 #else
 using DWORD = std::uint32_t;
 using LONG = std::int32_t;
+struct SID_AND_ATTRIBUTES;
+struct SID_IDENTIFIER_AUTHORITY;
 #endif
 struct HINSTANCE__;
 

@@ -2,6 +2,7 @@
 
 #include "core/TQException.h"
 #include "platform/Win32.h"
+#include "security/internal/TokenInformation.h"
 
 #include <string_view>
 #include <vector>
@@ -43,6 +44,11 @@ TQStringArray TQSysProc::CommandLine() {
     for (int i = 0; i < count; ++i)
         result.Add(TQString(arguments[i]));
     return result;
+}
+
+Sarvek::SecID TQSysProc::CurrentUser() {
+    const Sarvek::TokenInformation user(Sarvek::OpenEffectiveToken(), TokenUser);
+    return Sarvek::SecID(user.As<TOKEN_USER>().User.Sid);
 }
 
 TQModule TQSysProc::LoadModule(const TQString& name) {

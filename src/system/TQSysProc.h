@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Types.h"
+#include "security/SecID.h"
 #include "text/TQHandle.h"
 #include "text/TQString.h"
 #include "text/TQStringArray.h"
@@ -18,6 +19,11 @@ class TQLIB_API TQSysProc {
 
     // The command line of this process: the program, then its arguments.
     static TQStringArray CommandLine();
+
+    // The user as whom the calling thread acts: the one that it impersonates, else that of the process.
+    // Throws `TQSysException` with the platform's code, 1332 (ERROR_NONE_MAPPED) for a user without an
+    // identifier.
+    static Sarvek::SecID CurrentUser();
 
     // Loads the module in the file `name`. A bare name is searched for beside the executable first; on Linux
     // a name that ends in ".dll" stands for the file with ".so" in its place. Throws `TQSysException` with

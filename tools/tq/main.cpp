@@ -8,9 +8,10 @@ namespace {
 constexpr const wchar_t* Help =
     L"usage: tq WORD [ARGUMENT...]\n"
     L"\n"
-    L"  tq error CODE...   what an error code means\n"
-    L"  tq --version       the version of TQLib\n"
-    L"  tq --help          this text; tq WORD --help tells more of a word\n"
+    L"  tq error CODE...      what an error code means\n"
+    L"  tq sid [ACCOUNT...]   who is behind a name or a security identifier\n"
+    L"  tq --version          the version of TQLib\n"
+    L"  tq --help             this text; tq WORD --help tells more of a word\n"
     L"\n"
     L"Ends with 0 when all went well, 1 when something asked for was not found, 2 for a wrong command line "
     L"and 3 when\n"
@@ -21,6 +22,7 @@ int Run(const TQStringArray& all, TQConsole& out) {
     if (arguments.AtEnd()) throw tq::UsageError(L"say what to do; tq --help lists the words");
     const TQString word = arguments.Next();
     if (word == L"error") return tq::RunError(arguments, out);
+    if (word == L"sid") return tq::RunSid(arguments, out);
     if (word == L"--help" || word == L"-h") {
         out.Write(Help);
         return tq::ExitOk;

@@ -1,0 +1,10 @@
+// The cases of this program.
+#pragma once
+
+#include "support/Bench.h"
+
+namespace Quellan::Corvel::Bench {
+
+void AddIdentifiers(Contest& contest);
+
+}  // namespace Quellan::Corvel::Bench

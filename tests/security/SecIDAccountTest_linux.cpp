@@ -1,0 +1,37 @@
+// Accounts of a directory with unusual names.
+#include "security/Directory_linux.h"
+#include "security/Identifiers.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+TEST(DirectoryNames, AreFoundInEverySpelling) {
+    const std::wstring longName(LongNameSize, L'x');
+    for (const wchar_t* name : {DirectoryUsers[0], DirectoryUsers[1], longName.c_str()}) {
+        const SecID user(name);
+        EXPECT_EQ(user.Name(), name);
+        EXPECT_EQ(user.Use(), SidTypeUser);
+        EXPECT_EQ(SecID(user.FullName().c_str()), user);
+        EXPECT_EQ(SecID(user.FullName(true).c_str()), user);
+        EXPECT_TRUE(user.IsMachineDomain());
+    }
+}
+
+TEST(DirectoryNames, OfUserAndGroupAreToldApart) {
+    EXPECT_EQ(SecID(L"twin"), SecID(L"user:twin"));
+    const SecID group(L"group:twin");
+    EXPECT_EQ(group.SubAuthorityValue(4), TwinGroupRid);
+    EXPECT_EQ(group.Use(), SidTypeGroup);
+    EXPECT_TRUE(group.IsUserDefinedType());
+}
+
+TEST(Domains, OfUserAndMachineAreTheMachinesOwn) {
+    const SecID machine = SecID(L"root").DomainSID();
+    EXPECT_EQ(SecID::UserDomainSID(), machine);
+    EXPECT_EQ(SecID::MachDomainSID(), machine);
+    EXPECT_TRUE(machine.IsMachineDomain());
+    EXPECT_EQ(SecID(WinAccountAdministratorSid), SecID(machine, 500));
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,92 @@
+// The groups and rights of an identifier, as far as both platforms show them.
+#include "security/Identifiers.h"
+#include "security/SecIDArray.h"
+#include "security/SecPrivilegeSet.h"
+#include "support/FailCall.h"
+#include "system/TQSysProc.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using Sarvek::SecIDArray;
+
+// The action of the library's exception that `operation` throws.
+template <class Operation>
+std::wstring ThrownAction(Operation operation) {
+    try {
+        operation();
+    } catch (const TQCoreException& failure) {
+        return failure.Action();
+    }
+    return L"nothing";
+}
+
+TEST(Groups, AreTakenFromTheSourcesAskedFor) {
+    const SecID user = TQSysProc::CurrentUser();
+    FailCall local("NetUserGetLocalGroups", 0, 0), global("NetUserGetGroups", 0, 0);
+    EXPECT_TRUE(user.MemberOfList(false, false, false, false).IsEmpty());
+    EXPECT_EQ(local.Calls() + global.Calls(), 0u);
+    EXPECT_FALSE(user.MemberOfList(true, false, false, false).IsEmpty());
+    EXPECT_EQ(local.Calls(), 1u);
+    EXPECT_EQ(global.Calls(), 0u);
+}
+
+TEST(Groups, NameTheSourceThatFails) {
+    const SecID user = TQSysProc::CurrentUser();
+    const auto fails = [](const char* call) {
+        return std::make_unique<FailCall>(call, ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
+    };
+    {
+        const auto fault = fails("NetUserGetLocalGroups");
+        EXPECT_EQ(ThrownAction([&] { user.MemberOfList(); }), L"Getting security ID Local Groups");
+    }
+    {
+        const auto fault = fails("NetUserGetGroups");
+        EXPECT_EQ(ThrownAction([&] { user.MemberOfList(false); }), L"Getting security ID Global Groups");
+    }
+    {
+        const auto fault = fails("NetLocalGroupEnum");
+        EXPECT_EQ(ThrownAction([&] { Id(L"S-1-1-0").MemberOfList(); }), L"Enumerating Local Groups");
+    }
+    EXPECT_EQ(ThrownAction([&] { user.MemberOfList(false, false, true); }),
+              L"Getting security ID Directory Services Groups");
+}
+
+TEST(Groups, OfOthersThanUsersAreLookedForInAllLocalGroups) {
+    FailCall users("NetUserGetLocalGroups", 0, 0), all("NetLocalGroupEnum", 0, 0);
+    EXPECT_TRUE(Id(L"S-1-5-18").MemberOfList(true, true, true, false).IsEmpty());
+    EXPECT_EQ(users.Calls(), 0u);
+    EXPECT_EQ(all.Calls(), 1u);
+}
+
+TEST(Rights, AreNoneWhereNoneWereGiven) {
+    EXPECT_TRUE(Id(L"S-1-5-21-1-2-3-4").PrivilegesHeld().IsEmpty());
+}
+
+TEST(Rights, ThatCannotBeReadAreAFailure) {
+    constexpr DWORD AccessDenied = 0xC0000022;  // the status of the code thrown
+    for (const char* call : {"LsaOpenPolicy", "LsaEnumerateAccountRights"}) {
+        const FailCall fail(call, ERROR_ACCESS_DENIED, 1, AccessDenied);
+        EXPECT_EQ(ThrownCode([] { Id(L"S-1-5-18").PrivilegesHeld(); }), DWORD{ERROR_ACCESS_DENIED}) << call;
+    }
+}
+
+TEST(Disabled, IsAskedOfUsersAlone) {
+    const SecID user = TQSysProc::CurrentUser();
+    {
+        const FailCall fail("NetUserGetInfo", ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(ThrownCode([&] { user.IsAccountDisabled(); }), DWORD{ERROR_ACCESS_DENIED});
+    }
+    EXPECT_EQ(ThrownCode([] { Id(L"S-1-5-32-544").IsAccountDisabled(); }), DWORD{NERR_UserNotFound});
+    EXPECT_EQ(ThrownCode([] { Id(L"S-1-5-21-1-2-3-4").IsAccountDisabled(); }), DWORD{ERROR_NONE_MAPPED});
+}
+
+TEST(Administrator, IsKnownByTheGroupsOfTheProcess) {
+    BOOL isMember = FALSE;
+    ASSERT_TRUE(CheckTokenMembership(nullptr, Id(L"S-1-5-32-544").Address(), &isMember));
+    EXPECT_EQ(SecID::UserIsAdmin(), isMember != FALSE);
+    EXPECT_GE(SecID::UserIsAdmin(true), SecID::UserIsAdmin());
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

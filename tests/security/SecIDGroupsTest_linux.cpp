@@ -1,0 +1,89 @@
+// Groups and rights as the layer has them; Wine shows neither.
+#include "security/Directory_linux.h"
+#include "security/Identifiers.h"
+#include "security/SecIDArray.h"
+#include "security/SecPrivilegeSet.h"
+#include "support/FailCall.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using Sarvek::SecIDArray;
+
+const wchar_t* const Administrators = L"S-1-5-32-544";
+const wchar_t* const Users = L"S-1-5-32-545";
+
+TEST(LocalGroups, OfRootAreThoseOfTheMachine) {
+    const SecID root(L"root");
+    const SecIDArray groups = root.MemberOfList();
+    EXPECT_TRUE(groups.Contains(Id(Administrators)));
+    EXPECT_TRUE(groups.Contains(Id(Users)));
+    EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001))) << "the group of that name";
+    EXPECT_FALSE(groups.Contains(root));
+}
+
+TEST(LocalGroups, AreWalkedWhereTheUserIsNotFoundByName) {
+    const SecID root(L"root");
+    const FailCall fail("NetUserGetLocalGroups", NERR_UserNotFound);
+    const SecIDArray groups = root.MemberOfList(true, false);
+    EXPECT_TRUE(groups.Contains(Id(Administrators)));
+    EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001)));
+    const FailCall noMembers("NetLocalGroupGetMembers", ERROR_ACCESS_DENIED);
+    const FailCall again("NetUserGetLocalGroups", NERR_UserNotFound);
+    try {
+        root.MemberOfList();
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const TQSysException& failure) {
+        EXPECT_EQ(std::wstring(failure.Action()), L"Enumerating Local Group Members");
+    }
+}
+
+TEST(GlobalGroups, OfAUserAreThoseOfTheDirectory) {
+    const SecID user(DirectoryUsers[0]);
+    const SecID domain = user.DomainSID();
+    EXPECT_EQ(user.MemberOfList(false), (SecIDArray{SecID(domain, StaffRid), SecID(domain, TwinGroupRid)}));
+}
+
+class GivenRights : public testing::Test {
+  protected:
+    GivenRights() {
+        LSA_OBJECT_ATTRIBUTES attributes{};
+        EXPECT_EQ(LsaOpenPolicy(nullptr, &attributes, POLICY_ALL_ACCESS, &m_policy), 0);
+    }
+    ~GivenRights() override {
+        for (const SecID& id : m_given)
+            LsaRemoveAccountRights(m_policy, id.Address(), TRUE, nullptr, 0);
+        LsaClose(m_policy);
+    }
+
+    void Give(const SecID& id, std::wstring right) {
+        const auto size = static_cast<WORD>(right.size() * sizeof(wchar_t));
+        LSA_UNICODE_STRING name{size, size, right.data()};
+        m_given.Add(id);
+        EXPECT_EQ(LsaAddAccountRights(m_policy, id.Address(), &name, 1), 0);
+    }
+
+  private:
+    LSA_HANDLE m_policy = nullptr;
+    SecIDArray m_given;
+};
+
+TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
+    const SecID user(DirectoryUsers[0]);
+    Give(user, L"SeServiceLogonRight");
+    Give(Id(Users), L"SeBackupPrivilege");
+    const auto own = user.PrivilegesHeld();
+    EXPECT_EQ(own.Count(), 1u);
+    EXPECT_TRUE(own.Contains(L"SeServiceLogonRight"));
+    const auto all = user.PrivilegesHeld(true);
+    EXPECT_EQ(all.Count(), 2u);
+    EXPECT_TRUE(all.Contains(L"SeBackupPrivilege"));
+}
+
+TEST(DisabledUsers, AreThoseWithALockedPassword) {
+    EXPECT_TRUE(SecID(LockedUser).IsAccountDisabled());
+    EXPECT_FALSE(SecID(DirectoryUsers[1]).IsAccountDisabled());
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
