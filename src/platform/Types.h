@@ -25,6 +25,7 @@ using DWORD = std::uint32_t;
 using LONG = std::int32_t;
 #endif
 struct HINSTANCE__;
+struct HKEY__;
 
 using ULONG = DWORD;
 using HRESULT = LONG;
@@ -38,5 +39,6 @@ using LONGLONG = long long;
 using DWORD64 = unsigned long long;
 using HMODULE = HINSTANCE__*;
 using HANDLE = void*;
+using HKEY = HKEY__*;
 using LCID = DWORD;
 using LANGID = unsigned short;
