@@ -8,6 +8,8 @@
 #include "core/TQStdExceptions.h"
 #include "core/TQStrRes.h"
 #include "core/TQWin32Exception.h"
+#include "files/TQRegKey.h"
+#include "files/TQRegValue.h"
 #include "log/TQTime.h"
 #include "log/TQTimeSpan.h"
 #include "log/TQTimer.h"

@@ -31,6 +31,7 @@ struct SID_AND_ATTRIBUTES;
 struct SID_IDENTIFIER_AUTHORITY;
 #endif
 struct HINSTANCE__;
+struct HKEY__;
 
 using ULONG = DWORD;
 using HRESULT = LONG;
@@ -44,5 +45,6 @@ using LONGLONG = long long;
 using DWORD64 = unsigned long long;
 using HMODULE = HINSTANCE__*;
 using HANDLE = void*;
+using HKEY = HKEY__*;
 using LCID = DWORD;
 using LANGID = unsigned short;

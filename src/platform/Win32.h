@@ -44,6 +44,7 @@
 #include "platform/linux/Policy.h"
 #include "platform/linux/Privileges.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/Registry.h"
 #include "platform/linux/Semaphores.h"
 #include "platform/linux/Sids.h"
 #include "platform/linux/StructuredExceptions.h"

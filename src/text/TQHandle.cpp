@@ -27,5 +27,8 @@ void _TQLocalMemClose::Close(void* handle) noexcept {
 void _TQEventSourceClose::Close(HANDLE handle) noexcept {
     DeregisterEventSource(handle);
 }
+void _TQRegKeyClose::Close(HKEY handle) noexcept {
+    RegCloseKey(handle);
+}
 
 }  // namespace Quellan::Corvel

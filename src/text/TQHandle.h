@@ -70,6 +70,11 @@ struct TQLIB_API _TQEventSourceClose : _TQNullHandle<HANDLE> {
     static void Close(HANDLE handle) noexcept;
 };
 
+// Registry keys: RegCloseKey.
+struct TQLIB_API _TQRegKeyClose : _TQNullHandle<HKEY> {
+    static void Close(HKEY handle) noexcept;
+};
+
 // A reference-counted owner of one platform handle of the kind that the policy `C` tells: copies share the
 // handle, which is closed when the last of them goes. The count is safe between threads; one holder belongs
 // to one thread at a time. Whatever a holder does leaves the last error alone.

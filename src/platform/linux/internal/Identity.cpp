@@ -128,6 +128,10 @@ Identity ProcessIdentity() {
             t_impersonation ? t_impersonation->own->Groups() : SupplementaryGroups()};
 }
 
+DWORD ProcessUser() noexcept {
+    return UserIds().saved;
+}
+
 Capabilities ProcessCapabilities() noexcept {
     const CapabilityData data;
     return {t_impersonation ? t_impersonation->own->EffectiveCapabilities() : data.Effective(),

@@ -44,6 +44,9 @@ class OwnIdentity {
 // The process's own, whomever the calling thread impersonates. May throw std::bad_alloc.
 Identity ProcessIdentity();
 
+// Its user alone.
+DWORD ProcessUser() noexcept;
+
 struct Capabilities {
     std::uint64_t effective;
     std::uint64_t permitted;

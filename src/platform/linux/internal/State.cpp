@@ -3,6 +3,7 @@
 #include "platform/linux/Errors.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 #include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/Identity.h"
 
 #include <optional>
 #include <string>
@@ -45,7 +46,7 @@ std::optional<Place> FindPlace(StateKind kind) {
         return Place{
             root->substr(0, slash + 1), {root->substr(slash + 1), lasting ? "state" : "run"}, Private};
     }
-    if (geteuid() == 0 || kind == StateKind::Machine)
+    if (ProcessUser() == 0 || kind == StateKind::Machine)
         return Place{lasting ? "/var/lib" : "/run", {"tqlib"}, SystemWide};
     if (!lasting)
         if (const auto runtime = FolderFromEnvironment("XDG_RUNTIME_DIR"))
@@ -66,22 +67,6 @@ void MakeFolders(const std::string& path) {
     mkdir(path.c_str(), Private);
 }
 
-DWORD OpenTrustedFolder(const Descriptor& in, const std::string& name, bool make, mode_t mode,
-                        Descriptor& folder) noexcept {
-    const bool made = make && mkdirat(in.Get(), name.c_str(), mode) == 0;
-    if (make && !made && errno != EEXIST) return CodeFromErrno(errno);
-    constexpr int Flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-    Descriptor opened(Retry([&] { return openat(in.Get(), name.c_str(), Flags); }));
-    struct stat info;
-    // A link in place of a folder is somebody's attempt, whatever the system calls it.
-    if (!opened) return errno == ENOTDIR || errno == ELOOP ? ERROR_ACCESS_DENIED : CodeFromErrno(errno);
-    if (fstat(opened.Get(), &info) != 0) return CodeFromErrno(errno);
-    if (!IsTrusted(info)) return ERROR_ACCESS_DENIED;
-    if (made && (info.st_mode & 07777) != mode) fchmod(opened.Get(), mode);  // the file mask took rights away
-    folder = std::move(opened);
-    return ERROR_SUCCESS;
-}
-
 DWORD OpenFolder(StateKind kind, std::string_view name, bool make, Descriptor& folder) {
     std::optional<Place> place = FindPlace(kind);
     if (!place) return ERROR_PATH_NOT_FOUND;
@@ -96,7 +81,7 @@ DWORD OpenFolder(StateKind kind, std::string_view name, bool make, Descriptor& f
     for (const std::string& step : place->ours) {
         Descriptor next;
         if (step.empty()) continue;  // the root folder of the system as TQLIB_ROOT
-        if (DWORD code = OpenTrustedFolder(at, step, make, place->mode, next)) return code;
+        if (DWORD code = OpenTrustedFolder(at, step.c_str(), make, place->mode, next)) return code;
         at = std::move(next);
     }
     folder = std::move(at);
@@ -117,6 +102,22 @@ DWORD OpenTrustedFile(const Descriptor& folder, const char* name, int access, un
 }
 
 }  // namespace
+
+DWORD OpenTrustedFolder(const Descriptor& in, const char* name, bool make, unsigned mode,
+                        Descriptor& folder) noexcept {
+    const bool made = make && mkdirat(in.Get(), name, mode) == 0;
+    if (make && !made && errno != EEXIST) return CodeFromErrno(errno);
+    constexpr int Flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    Descriptor opened(Retry([&] { return openat(in.Get(), name, Flags); }));
+    struct stat info;
+    // A link in place of a folder is somebody's attempt, whatever the system calls it.
+    if (!opened) return errno == ENOTDIR || errno == ELOOP ? ERROR_ACCESS_DENIED : CodeFromErrno(errno);
+    if (fstat(opened.Get(), &info) != 0) return CodeFromErrno(errno);
+    if (!IsTrusted(info)) return ERROR_ACCESS_DENIED;
+    if (made && (info.st_mode & 07777) != mode) fchmod(opened.Get(), mode);  // the file mask took rights away
+    folder = std::move(opened);
+    return ERROR_SUCCESS;
+}
 
 DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
     return OpenFolder(kind, name, true, folder);

@@ -5,8 +5,9 @@
 // files that the environment variables XDG_STATE_HOME and XDG_RUNTIME_DIR name (~/.local/state when the first
 // is not set, a folder in the first when the second is not).
 //
-// Nothing is trusted that another user could have written: each folder from the root down must be a real one,
-// belong to the caller or to root, and be writable for its owner alone.
+// The place is that of the process, whomever the calling thread impersonates; what it may do there is that
+// user's affair. Nothing is trusted that another user could have written: each folder from the root down must
+// be a real one, belong to the caller or to root, and be writable for its owner alone.
 #pragma once
 
 #include "platform/linux/internal/Descriptor.h"
@@ -26,6 +27,11 @@ DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder)
 // The same for a folder that is there already: 2 (ERROR_FILE_NOT_FOUND) or 3 (ERROR_PATH_NOT_FOUND)
 // otherwise.
 DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder);
+
+// Opens the folder `name` in such a folder, made with `mode` where it is missing and `make` says so. The same
+// is asked of it; 2 (ERROR_FILE_NOT_FOUND).
+DWORD OpenTrustedFolder(const Descriptor& in, const char* name, bool make, unsigned mode,
+                        Descriptor& folder) noexcept;
 
 // Opens a file in such a folder for reading and writing and makes it with `mode` where it is missing. The
 // same is asked of it, and that it is a plain file.

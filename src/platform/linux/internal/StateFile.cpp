@@ -1,0 +1,73 @@
+#include "platform/linux/internal/StateFile.h"
+
+#include "platform/linux/Errors.h"
+#include "platform/linux/internal/Errno.h"
+
+#include <cstdio>
+#include <sys/stat.h>
+
+namespace Quellan::Corvel::Platform {
+
+namespace {
+
+constexpr unsigned Private = 0600;
+
+DWORD WriteAll(const Descriptor& file, std::string_view text) noexcept {
+    while (!text.empty()) {
+        const ssize_t size = Retry([&] { return write(file.Get(), text.data(), text.size()); });
+        if (size < 0) return CodeFromErrno(errno);
+        text.remove_prefix(static_cast<std::size_t>(size));
+    }
+    return ERROR_SUCCESS;
+}
+
+// On the whole file.
+DWORD SetLock(const Descriptor& file, int command, short type) noexcept {
+    struct flock lock {};
+    lock.l_type = type;
+    lock.l_whence = SEEK_SET;
+    return Retry([&] { return fcntl(file.Get(), command, &lock); }) == 0 ? ERROR_SUCCESS
+                                                                         : CodeFromErrno(errno);
+}
+
+}  // namespace
+
+// Said aloud: a child that was forked meanwhile has the same open file and would keep the lock.
+StateLock::~StateLock() {
+    if (m_file) SetLock(m_file, F_OFD_SETLK, F_UNLCK);
+}
+
+DWORD StateLock::Take(const Descriptor& folder, const char* name) noexcept {
+    if (DWORD code = OpenStateFile(folder, name, Private, m_file)) return code;
+    return SetLock(m_file, F_OFD_SETLKW, F_WRLCK);
+}
+
+DWORD ReadStateFile(const Descriptor& folder, const char* name, std::size_t most, std::string& text) {
+    Descriptor file;
+    if (DWORD code = OpenExistingStateFile(folder, name, file)) return code;
+    std::string whole;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t size = Retry([&] { return read(file.Get(), buffer, sizeof buffer); });
+        if (size < 0) return CodeFromErrno(errno);
+        if (size == 0) break;
+        whole.append(buffer, static_cast<std::size_t>(size));
+        if (whole.size() > most) return ERROR_FILE_CORRUPT;
+    }
+    text = std::move(whole);
+    return ERROR_SUCCESS;
+}
+
+DWORD ReplaceStateFile(const Descriptor& staging, const char* stagedName, const Descriptor& folder,
+                       const char* name, unsigned mode, std::string_view text) noexcept {
+    Descriptor file;
+    if (DWORD code = OpenStateFile(staging, stagedName, mode, file)) return code;
+    if (ftruncate(file.Get(), 0) != 0 || fchmod(file.Get(), mode) != 0) return CodeFromErrno(errno);
+    if (DWORD code = WriteAll(file, text)) return code;
+    const bool done = fsync(file.Get()) == 0 &&
+                      renameat(staging.Get(), stagedName, folder.Get(), name) == 0 &&
+                      fsync(folder.Get()) == 0;
+    return done ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
+}  // namespace Quellan::Corvel::Platform
