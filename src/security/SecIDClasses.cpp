@@ -1,7 +1,7 @@
 // What can be read off an identifier.
-#include "core/TQStdExceptions.h"
+#include "core/TQException.h"
+#include "files/TQRegValue.h"
 #include "security/SecID.h"
-#include "security/internal/LocalPolicy.h"
 
 #include <algorithm>
 #include <array>
@@ -87,6 +87,17 @@ bool IsOneOf(const SecID& id, const Patterns&... patterns) {
 // Of whatever authority.
 bool IsSingleService(const SecID& id) {
     return id.SubAuthorityCount() == SingleServiceCount && id.SubAuthorityValue(0) == SingleService;
+}
+
+// The machine's setting; off where it can't be read.
+bool EveryoneIncludesAnonymous() noexcept {
+    try {
+        const Corvel::TQRegKey settings(Corvel::TQRegistry::MachineKey(),
+                                        L"SYSTEM\\CurrentControlSet\\Control\\Lsa");
+        return Corvel::TQDWORDRegValue(settings, L"everyoneincludesanonymous").Get() != 0;
+    } catch (const Corvel::TQCoreException&) {
+        return false;
+    }
 }
 
 struct Level {

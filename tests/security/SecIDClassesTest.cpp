@@ -1,5 +1,7 @@
+#include "files/TQRegValue.h"
 #include "security/Identifiers.h"
 #include "security/SecIDArray.h"
+#include "support/FailCall.h"
 
 #include <algorithm>
 #include <initializer_list>
@@ -113,6 +115,25 @@ TEST(SecIDClasses, IncludeAllWithEveryoneButTheUnknown) {
         EXPECT_TRUE(Id(in).IsIncludedWithEveryone());
     EXPECT_TRUE(SecID(SecIDAuth(0x30000000000), 1).IsIncludedWithEveryone());
     EXPECT_FALSE(SecID().IsIncludedWithEveryone());
+}
+
+TEST(SecIDClasses, IncludeAnonymousWithEveryoneWhereTheMachineSaysSo) {
+    const TQDWORDRegValue setting(TQRegistry::MachineKey().Create(L"SYSTEM\\CurrentControlSet\\Control\\Lsa"),
+                                  L"everyoneincludesanonymous");
+    const DWORD before = setting.GetOr(0);
+    const SecID anonymous = Id(L"S-1-5-7");
+    setting.Set(1);
+    EXPECT_TRUE(anonymous.IsIncludedWithEveryone());
+    {
+        const FailCall fail("RegQueryValueExW", ERROR_ACCESS_DENIED, FailCall::EveryCall,
+                            ERROR_ACCESS_DENIED);
+        EXPECT_FALSE(anonymous.IsIncludedWithEveryone());
+    }
+    setting.Set(0);
+    EXPECT_FALSE(anonymous.IsIncludedWithEveryone());
+    setting.Delete();
+    EXPECT_FALSE(anonymous.IsIncludedWithEveryone());
+    if (before) setting.Set(before);
 }
 
 TEST(SecIDClasses, DefaultIntegrityLevels) {
