@@ -74,7 +74,7 @@ TEST(SleepingWaits, ForAllTakeNothingMeanwhile) {
 TEST(SleepingWaits, OutliveTheirHandle) {
     Owned closed = AutoEvent();
     const Owned open = Duplicate(closed);
-    const Worker waiter([&] { return Await(closed); });
+    const Worker waiter([handle = HANDLE(closed)] { return Await(handle); });
     AwaitSleep(waiter.Id());
     closed.Close();
     SetEvent(open);
