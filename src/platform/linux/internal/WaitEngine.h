@@ -265,7 +265,9 @@ class Waiter {
     Word m_word{0};
     Mode m_mode = Mode::One;
     std::span<Waitable* const> m_objects;
-    Word* m_door = nullptr;  // see WakeList
+    Word* m_door = nullptr;              // see WakeList
+    std::atomic<int> m_senderCore = -1;  // where the last hand-over came from, before the word tells of it
+    bool m_isHandedAcross = false;       // whether that was another core than the receiver's
     unsigned m_spinFailures = 0;
     unsigned m_waitsWithoutSpin = 0;
     DWORD m_thread = 0;
