@@ -169,6 +169,14 @@ DWORD HandleUse::Access() const noexcept {
     return m_slot->access;
 }
 
+bool IsOpenHandle(HANDLE handle) noexcept {
+    const std::optional<Name> name = Decode(handle);
+    const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+    if (!slot) return false;
+    const std::uint64_t state = slot->state.load(std::memory_order_acquire);
+    return state >> 32 == name->generation && state & Open;
+}
+
 DWORD CloseHandleOf(HANDLE handle, const ObjectKind* kind) noexcept {
     const HandleUse use(handle);
     const Object* object = use.Get();

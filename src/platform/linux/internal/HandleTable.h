@@ -100,6 +100,9 @@ class HandleRef {
     HandleUse m_use;
 };
 
+// Whether the handle names an object at this moment. The same handle never names another one.
+bool IsOpenHandle(HANDLE handle) noexcept;
+
 // Closes a handle of one kind, or with null of any kind that CloseHandle closes. 0 or 6
 // (ERROR_INVALID_HANDLE).
 DWORD CloseHandleOf(HANDLE handle, const ObjectKind* kind) noexcept;

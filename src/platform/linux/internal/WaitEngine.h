@@ -192,6 +192,13 @@ class Waiter {
     DWORD WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
     DWORD WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
 
+    // For a completion port, which ends the wait under a lock of its own. False when the time is over; that
+    // lock then tells whether the wait was ended nevertheless.
+    void BeginWait() noexcept { m_word.store(Waiting, std::memory_order_relaxed); }
+    bool SleepAtPort(Deadline deadline) noexcept { return Spin() || SleepOnWord(deadline); }
+    void EndWait(DWORD outcome, WakeList& wakes) noexcept;
+    DWORD Outcome() const noexcept { return m_word.load(std::memory_order_acquire); }
+
     // So that owning `count` more mutexes needs no memory; false when there is none.
     bool MakeRoom(std::size_t count) noexcept;
     void AddOwned(Waitable& mutex) noexcept;
@@ -228,6 +235,7 @@ class Waiter {
     bool IsGranted() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
     bool Spin() noexcept;
     bool Sleep(Deadline deadline) noexcept;
+    bool SleepOnWord(Deadline deadline) noexcept;
     void Prepare(Mode mode, std::span<Waitable* const> objects) noexcept;
     void Adopt(Waitable& object) noexcept;
     bool ChooseShared(std::span<Waitable* const> objects) noexcept;
