@@ -1,0 +1,161 @@
+// What only the layer promises, or what can only be seen by looking at a thread from outside.
+#include "Ports.h"
+#include "SleepingThreads_linux.h"
+#include "support/FailCall.h"
+
+#include <array>
+#include <memory>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using Keys = std::vector<ULONG_PTR>;
+
+std::unique_ptr<Taker> SleepingTaker(HANDLE port, DWORD ms = INFINITE) {
+    auto taker = std::make_unique<Taker>(port, ms);
+    AwaitSleep(taker->Id());
+    return taker;
+}
+
+TEST(SleepingTakers, AreWokenFromTheLastToTheFirst) {
+    const Owned port = Port(64);
+    std::array<std::unique_ptr<Taker>, 4> takers;
+    for (auto& taker : takers)
+        taker = SleepingTaker(port);
+    for (DWORD key = 1; key <= takers.size(); ++key) {
+        Post(port, key);
+        EXPECT_EQ(takers[takers.size() - key]->Result(), key);
+    }
+}
+
+TEST(SleepingTakers, AreServedBeforeThePoster) {
+    for (int i = 0; i < 50; ++i) {
+        const Owned port = Port(64);
+        const auto taker = SleepingTaker(port);
+        Post(port, 1);
+        ASSERT_EQ(Drain(port), Keys{}) << i;
+        ASSERT_EQ(taker->Result(), 1u) << i;
+    }
+}
+
+TEST(SleepingTakers, AreAbandonedWithTheLastHandle) {
+    Owned port = Port();
+    Owned copy = Duplicate(port);
+    const std::array takers{SleepingTaker(port), SleepingTaker(port, Patience)};
+    port.Close();
+    Post(copy, 1);
+    EXPECT_EQ(takers[1]->Result(), 1u);
+    copy.Close();
+    EXPECT_EQ(takers[0]->Result(), Taker::Failed + ERROR_ABANDONED_WAIT_0);
+}
+
+class ConcurrencyValue : public testing::TestWithParam<DWORD> {
+  protected:
+    static DWORD Processors() {
+        SYSTEM_INFO system;
+        GetSystemInfo(&system);
+        return system.dwNumberOfProcessors;
+    }
+};
+
+// Running threads leave a packet alone that waits beside a sleeping one, until one of them asks for it.
+TEST_P(ConcurrencyValue, IsHowManyThreadsRun) {
+    const DWORD most = GetParam() != 0 ? GetParam() : Processors();
+    const Owned port = Port(GetParam());
+    std::atomic<DWORD> running{0};
+    std::atomic<bool> goOn{false};
+    std::vector<std::unique_ptr<Worker>> workers;
+    for (DWORD i = 0; i < most; ++i)
+        workers.push_back(std::make_unique<Worker>([&] {
+            EXPECT_EQ(Key(port), 1u);
+            ++running;
+            while (!goOn)
+                SwitchToThread();
+            return static_cast<DWORD>(Key(port, 0));
+        }));
+    for (DWORD i = 0; i < most; ++i)
+        Post(port, 1);
+    while (running != most)
+        SwitchToThread();
+    const auto sleeper = SleepingTaker(port);
+    Post(port, 2);
+    goOn = true;
+    DWORD keys = 0;
+    for (const auto& worker : workers)
+        keys += worker->Result();
+    EXPECT_EQ(keys, 2u);
+    Post(port, 3);
+    EXPECT_EQ(sleeper->Result(), 3u);
+}
+
+INSTANTIATE_TEST_SUITE_P(Of, ConcurrencyValue, testing::Values(0, 1, 3));
+
+// As a thread does that took a packet.
+TEST(ConcurrencyValues, CountAThreadThatFoundNoPacket) {
+    const Owned port = Port(1);
+    EXPECT_EQ(Key(port, 0), 0u);
+    const auto sleeper = SleepingTaker(port);
+    Post(port, 1);
+    EXPECT_EQ(Drain(port), Keys{1});
+    Post(port, 2);
+    EXPECT_EQ(sleeper->Result(), 2u);
+}
+
+TEST(CompletionPorts, AreNotWaitedOnLikeOtherObjects) {
+    const Owned port = Port();
+    EXPECT_EQ(WaitCode(Poll(port)), ERROR_INVALID_HANDLE);
+}
+
+TEST(CompletionPorts, TakeNoFiles) {
+    const TemporaryFolder folder;
+    const Owned file(
+        CreateFileW((folder / L"file").c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    const Owned port = Port();
+    EXPECT_EQ(CodeOf(CreateIoCompletionPort(file, nullptr, 0, 0)), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(CodeOf(CreateIoCompletionPort(file, port, 0, 0)), ERROR_NOT_SUPPORTED);
+    EXPECT_EQ(CodeOf(CreateIoCompletionPort(file, file, 0, 0)), ERROR_INVALID_HANDLE);
+}
+
+TEST(CompletionPorts, FailOnDemand) {
+    const Owned port = Port();
+    Packet packet;
+    OVERLAPPED_ENTRY entry;
+    ULONG removed;
+    const auto failing = [](const char* function, auto call) {
+        const FailCall fault(function, ERROR_NOT_ENOUGH_MEMORY);
+        return call();
+    };
+    EXPECT_EQ(failing("CreateIoCompletionPort", [] { return CodeOf(Port()); }), ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(failing("PostQueuedCompletionStatus", [&] { return Post(port, 1); }), ERROR_NOT_ENOUGH_MEMORY);
+    Post(port, 2);
+    EXPECT_EQ(failing("GetQueuedCompletionStatus", [&] { return Get(port, packet, 0); }),
+              ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(
+        failing("GetQueuedCompletionStatusEx",
+                [&] { return CodeOf(GetQueuedCompletionStatusEx(port, &entry, 1, &removed, 0, FALSE)); }),
+        ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(Drain(port), Keys{2});
+}
+
+TEST(CompletionPorts, LoseNothingWhenThereIsNoMemory) {
+    {
+        const FailAllocation fault;
+        EXPECT_EQ(CodeOf(Port()), ERROR_NOT_ENOUGH_MEMORY);
+    }
+    const Owned port = Port();
+    Keys posted = Drain(port);
+    posted.reserve(10'000);
+    DWORD code = 0;
+    {
+        const FailAllocation fault;
+        while ((code = Post(port, posted.size())) == 0)
+            posted.push_back(posted.size());
+    }
+    EXPECT_EQ(code, ERROR_NO_SYSTEM_RESOURCES);
+    EXPECT_EQ(Post(port, posted.size()), 0u);
+    posted.push_back(posted.size());
+    EXPECT_EQ(Drain(port), posted);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
