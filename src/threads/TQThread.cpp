@@ -147,37 +147,41 @@ void TQThread::Start(bool suspended) {
         }
         WaitForComplete(INFINITE);
     }
-    AwaitLastThread(false);
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        if (m_state != State::NotStarted && m_state != State::Ended)
-            throw TQException(ERROR_ALREADY_INITIALIZED, L"Thread Start Failed - Already started.");
-        ThreadHandleHolder startupEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-        if (!startupEvent) TQSysException::ThrowLastError(L"Thread Creation Event Failed.");
-
-        m_isStopRequested = false;
-        m_stopEvent.Reset();
-        m_thread.Close();
-        m_resultCode = 0;
-        m_resultMessage = TQString();
-        m_startupEvent.Close();
-        m_state = State::NotStarted;
-
-        const DWORD flags =
-            (m_isStackReservation && m_stackSize != 0 ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0) |
-            (suspended ? CREATE_SUSPENDED : 0);
-        m_id = 0;
-        m_thread.Attach(CreateThread(nullptr, m_stackSize, ThreadMain, this, flags, &m_id));
-        if (!m_thread) {
-            m_id = 0;
-            TQSysException::ThrowLastError(L"Thread Creation Failed.");
-        }
-        m_startupEvent = std::move(startupEvent);
-        m_state = suspended ? State::Suspended : State::Starting;
-        m_startTime = TQTime::CurrentTime();
-        m_startTimeUTC = TQTime::CurrentUTCTime();
+    while (!StartAfter(AwaitLastThread(false), suspended)) {
     }
     if (!suspended) WaitForStartup();
+}
+
+// Starts a new thread, the last one being over; false, with nothing done, where that was no longer the last.
+bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    if (m_state != State::NotStarted && m_state != State::Ended)
+        throw TQException(ERROR_ALREADY_INITIALIZED, L"Thread Start Failed - Already started.");
+    if (m_thread.Get() != last.Get()) return false;
+    ThreadHandleHolder startupEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!startupEvent) TQSysException::ThrowLastError(L"Thread Creation Event Failed.");
+
+    m_isStopRequested = false;
+    m_stopEvent.Reset();
+    m_thread.Close();
+    m_resultCode = 0;
+    m_resultMessage = TQString();
+    m_startupEvent.Close();
+    m_state = State::NotStarted;
+
+    const DWORD flags = (m_isStackReservation && m_stackSize != 0 ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0) |
+                        (suspended ? CREATE_SUSPENDED : 0);
+    m_id = 0;
+    m_thread.Attach(CreateThread(nullptr, m_stackSize, ThreadMain, this, flags, &m_id));
+    if (!m_thread) {
+        m_id = 0;
+        TQSysException::ThrowLastError(L"Thread Creation Failed.");
+    }
+    m_startupEvent = std::move(startupEvent);
+    m_state = suspended ? State::Suspended : State::Starting;
+    m_startTime = TQTime::CurrentTime();
+    m_startTimeUTC = TQTime::CurrentUTCTime();
+    return true;
 }
 
 void TQThread::Stop() {
@@ -322,9 +326,10 @@ bool TQThread::IsOwnThread() const noexcept {
     return t_ownObject == this;
 }
 
-// Waits for the very end of the thread last started: one whose steps are over may still be about to leave the
-// object's lock. A suspended thread is let go into its end, without a step.
-void TQThread::AwaitLastThread(bool evenAtWork) noexcept {
+// Waits for the very end of the thread last started, and returns it: one whose steps are over may still be
+// about to leave the object's lock. None where the thread is at work and is to be left there. A suspended
+// thread is let go into its end, without a step.
+TQThread::ThreadHandleHolder TQThread::AwaitLastThread(bool evenAtWork) noexcept {
     ThreadHandleHolder thread;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
@@ -339,6 +344,7 @@ void TQThread::AwaitLastThread(bool evenAtWork) noexcept {
         if (m_state == State::Ended || evenAtWork) thread = m_thread;
     }
     if (thread && !IsOwnThread()) WaitForSingleObject(thread.Get(), INFINITE);
+    return thread;
 }
 
 DWORD TQThread::ThreadMain(void* self) {

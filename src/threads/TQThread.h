@@ -123,7 +123,8 @@ class TQLIB_API TQThread : public TQObject {
     static DWORD ThreadMain(void* self);
     unsigned int RunThread();
     bool IsOwnThread() const noexcept;
-    void AwaitLastThread(bool evenAtWork) noexcept;
+    bool StartAfter(const ThreadHandleHolder& last, bool suspended);
+    ThreadHandleHolder AwaitLastThread(bool evenAtWork) noexcept;
     void SetEnded(unsigned int code, TQString&& message) noexcept;
 
     mutable TQThreadSynch m_lock;

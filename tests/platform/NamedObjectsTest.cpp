@@ -312,7 +312,7 @@ TEST_F(NamedObjects, EndMixedWaitsFromEitherSide) {
             if (status != expected) return static_cast<DWORD>(i + 1);
             SetEvent(answer);
         }
-        return 0u;
+        return DWORD{0};
     });
     for (int i = 0; i < Rounds; ++i) {
         if (i % 3 != 0) SetEvent(mine);

@@ -177,7 +177,7 @@ TEST_F(NameSpace, EndsMixedWaitsOnOlderKernelsToo) {
             if (status != (i % 3 == 1 ? 1u : 0u)) return static_cast<DWORD>(i + 1);
             SetEvent(answer);
         }
-        return 0u;
+        return DWORD{0};
     });
     for (int i = 0; i < Rounds; ++i) {
         if (i % 3 != 0) SetEvent(mine);

@@ -11,8 +11,8 @@ class Event : public Waitable {
     static constexpr ObjectKind Kind{.name = "event", .closedByCloseHandle = true, .waitable = true};
     static constexpr SharedKind NamedAs = SharedKind::Event;
 
-    Event(bool manualReset, bool signalled) noexcept : Waitable(Kind, RuleOf(manualReset), signalled) {}
-    explicit Event(std::unique_ptr<SharedObject> shared) noexcept
+    Event(bool manualReset, bool signalled) : Waitable(Kind, RuleOf(manualReset), signalled) {}
+    explicit Event(std::unique_ptr<SharedObject> shared)
         : Waitable(Kind, RuleOf(shared->StaysSignalled()), std::move(shared)) {}
 
   private:

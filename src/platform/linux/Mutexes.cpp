@@ -11,8 +11,8 @@ class Mutex : public Waitable {
     static constexpr ObjectKind Kind{.name = "mutex", .closedByCloseHandle = true, .waitable = true};
     static constexpr SharedKind NamedAs = SharedKind::Mutex;
 
-    Mutex() noexcept : Waitable(Kind, TakesOwnership, 0) {}
-    explicit Mutex(std::unique_ptr<SharedObject> shared) noexcept
+    Mutex() : Waitable(Kind, TakesOwnership, 0) {}
+    explicit Mutex(std::unique_ptr<SharedObject> shared)
         : Waitable(Kind, TakesOwnership, std::move(shared)) {}
 };
 

@@ -11,9 +11,9 @@ class Semaphore : public Waitable {
     static constexpr ObjectKind Kind{.name = "semaphore", .closedByCloseHandle = true, .waitable = true};
     static constexpr SharedKind NamedAs = SharedKind::Semaphore;
 
-    Semaphore(std::uint32_t value, std::uint32_t maximum) noexcept
+    Semaphore(std::uint32_t value, std::uint32_t maximum)
         : Waitable(Kind, TakesOne, value), m_maximum(maximum) {}
-    explicit Semaphore(std::unique_ptr<SharedObject> shared) noexcept
+    explicit Semaphore(std::unique_ptr<SharedObject> shared)
         : Waitable(Kind, TakesOne, std::move(shared)), m_maximum(0) {}
 
     // Of an object of this process alone.

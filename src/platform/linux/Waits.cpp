@@ -10,11 +10,33 @@ using namespace Quellan::Corvel::Platform;
 
 namespace {
 
+// Most waits that end at once do so here, and only the object they take is ever in use.
+bool LookForSignal(DWORD count, const HANDLE* handles, DWORD ms, DWORD& status) noexcept {
+    if (count == 0 || count > MostLooks || !handles) return false;
+    std::size_t index = 0;
+    switch (LookAt({handles, count}, index)) {
+        case Sight::Nothing:
+            status = WAIT_TIMEOUT;
+            return ms == 0;
+        case Sight::Signalled: {
+            WaitTarget target;
+            if (target.Open(handles[index]) != ERROR_SUCCESS || target.Get()->Rule().takesOwnership)
+                return false;
+            status = static_cast<DWORD>(index);
+            return target.Get()->TryTake(nullptr).has_value();
+        }
+        case Sight::Unclear:
+            break;
+    }
+    return false;
+}
+
 DWORD WaitForSeveral(DWORD count, const HANDLE* handles, bool all, DWORD ms) noexcept {
     BeforeWait();
+    DWORD status;
+    if (!all && LookForSignal(count, handles, ms, status)) return status;
     WaitTargets targets;
     if (DWORD code = targets.Open(count, handles, all)) return Fail(code, WAIT_FAILED);
-    DWORD status;
     if (DWORD code = Wait(targets.Objects(), all, ms, status)) return Fail(code, WAIT_FAILED);
     return status;
 }

@@ -1,5 +1,6 @@
 #include "platform/linux/internal/HandleTable.h"
 
+#include <array>
 #include <atomic>
 #include <mutex>
 #include <optional>
@@ -8,8 +9,9 @@ namespace Quellan::Corvel::Platform {
 
 // Bits of a slot's state: generation in the upper half, below it one for "not closed" and the number of
 // users. An open handle counts as one user.
-struct alignas(32) HandleSlot {
+struct alignas(64) HandleSlot {
     std::atomic<std::uint64_t> state{0};
+    std::atomic<const SignalWord*> look{nullptr};  // null: only a use of the object tells
     std::shared_ptr<Object> object;
     DWORD access = 0;
     std::uint32_t nextFree = 0;
@@ -114,6 +116,10 @@ std::optional<Name> Decode(HANDLE handle) noexcept {
     return name;
 }
 
+bool Names(Name name, std::uint64_t state) noexcept {
+    return state >> 32 == name.generation && state & Open;
+}
+
 void Leave(HandleSlot& slot, HANDLE handle) noexcept {
     const std::uint64_t before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
     if ((before & (Open | Users)) != 1) return;
@@ -135,6 +141,7 @@ DWORD InsertHandle(std::shared_ptr<Object> object, DWORD access, HANDLE& handle)
     if (generation == 0) generation = 1;
     slot.object = std::move(object);
     slot.access = access;
+    slot.look.store(access & SYNCHRONIZE ? slot.object->WordToLookAt() : nullptr, std::memory_order_relaxed);
     slot.state.store(std::uint64_t{generation} << 32 | Open | 1, std::memory_order_release);
     handle = Encode({index, generation});
     return ERROR_SUCCESS;
@@ -146,7 +153,7 @@ HandleUse::HandleUse(HANDLE handle) noexcept {
     if (!slot) return;
     std::uint64_t state = slot->state.load(std::memory_order_relaxed);
     do {
-        if (state >> 32 != name->generation || !(state & Open)) return;
+        if (!Names(*name, state)) return;
     } while (!slot->state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
                                                 std::memory_order_relaxed));
     m_slot = slot;
@@ -172,9 +179,29 @@ DWORD HandleUse::Access() const noexcept {
 bool IsOpenHandle(HANDLE handle) noexcept {
     const std::optional<Name> name = Decode(handle);
     const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
-    if (!slot) return false;
-    const std::uint64_t state = slot->state.load(std::memory_order_acquire);
-    return state >> 32 == name->generation && state & Open;
+    return slot && Names(*name, slot->state.load(std::memory_order_acquire));
+}
+
+// Words belong to no particular handle, and a slot may be closed and opened anew between its look and its
+// state: what is seen is a hint then, as whatever is seen of an object that others use.
+Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept {
+    std::array<const SignalWord*, MostLooks> words;
+    const std::size_t count = handles.size();
+    std::size_t found = count;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::optional<Name> name = Decode(handles[i]);
+        const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+        if (!slot || !Names(*name, slot->state.load(std::memory_order_acquire))) return Sight::Unclear;
+        words[i] = slot->look.load(std::memory_order_relaxed);
+        if (!words[i]) return Sight::Unclear;
+        if (found == count && SignalValue(words[i]->load(std::memory_order_acquire)) != 0) found = i;
+    }
+    if (found == count) return Sight::Nothing;
+    // Whoever signalled this one may have signalled an earlier one before, after that was looked at.
+    index = 0;
+    while (index != found && SignalValue(words[index]->load(std::memory_order_relaxed)) == 0)
+        ++index;
+    return Sight::Signalled;
 }
 
 DWORD CloseHandleOf(HANDLE handle, const ObjectKind* kind) noexcept {

@@ -9,9 +9,11 @@
 
 #include "platform/linux/Base.h"
 #include "platform/linux/Errors.h"
+#include "platform/linux/internal/SignalWords.h"
 
 #include <memory>
 #include <new>
+#include <span>
 #include <utility>
 
 namespace Quellan::Corvel::Platform {
@@ -32,6 +34,9 @@ class Object {
     Object& operator=(const Object&) = delete;
 
     const ObjectKind& KindOf() const noexcept { return m_kind; }
+    // For an object that any wait may take while the value of this word is not 0, and no wait while it is:
+    // the word. Otherwise null.
+    virtual const SignalWord* WordToLookAt() const noexcept { return nullptr; }
 
   protected:
     explicit Object(const ObjectKind& kind) noexcept : m_kind(kind) {}
@@ -102,6 +107,16 @@ class HandleRef {
 
 // Whether the handle names an object at this moment. The same handle never names another one.
 bool IsOpenHandle(HANDLE handle) noexcept;
+
+// What a look at several handles shows. It keeps no object alive and is over before the call returns.
+enum class Sight {
+    Nothing,    // none is signalled
+    Signalled,  // the one at `index`, and none before it
+    Unclear,    // one of them has to be looked at more closely, or is invalid
+};
+// At most MostLooks of them.
+constexpr std::size_t MostLooks = 64;
+Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept;
 
 // Closes a handle of one kind, or with null of any kind that CloseHandle closes. 0 or 6
 // (ERROR_INVALID_HANDLE).

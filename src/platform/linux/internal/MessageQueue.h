@@ -45,7 +45,7 @@ class MessageQueue {
       public:
         static constexpr ObjectKind Kind{
             .name = "message input", .closedByCloseHandle = false, .waitable = true};
-        Input() noexcept : Waitable(Kind, TakesOne, 0) {}
+        Input() : Waitable(Kind, TakesOne, 0) {}
     };
 
     std::mutex m_lock;

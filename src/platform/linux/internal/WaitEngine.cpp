@@ -41,14 +41,17 @@ void WakeList::Flush() noexcept {
     m_count = 0;
 }
 
-Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value) noexcept
-    : Object(kind), m_rule(rule), m_state(WithValue(0, value)) {}
+Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value)
+    : Object(kind), m_rule(rule), m_word(NewSignalWord(WithValue(0, value))), m_state(*m_word) {}
 
-Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule,
-                   std::unique_ptr<SharedObject>&& shared) noexcept
-    : Object(kind), m_rule(rule), m_state(0), m_shared(std::move(shared)) {}
+Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared)
+    : Object(kind), m_rule(rule), m_word(NewSignalWord(0)), m_state(*m_word), m_shared(std::move(shared)) {}
 
 Waitable::~Waitable() = default;
+
+const SignalWord* Waitable::WordToLookAt() const noexcept {
+    return m_shared || m_rule.takesOwnership ? nullptr : &m_state;
+}
 
 void Waitable::Signal() noexcept {
     if (m_shared) return m_shared->Signal();
@@ -130,13 +133,13 @@ void Waitable::Own(Waiter& waiter) noexcept {
 // While the object is held its owner may be about to change to another thread, or to this one.
 bool Waitable::IsOwnedBy(DWORD thread) const noexcept {
     const std::uint64_t state = m_state.load(std::memory_order_acquire);
-    if (!(state & (Held | Joined))) return ValueOf(state) == thread;
+    if (!(state & (Held | Joined))) return SignalValue(state) == thread;
     const Hold hold(const_cast<Waitable&>(*this));
     return Value() == thread;
 }
 
 bool Waitable::LooksSignalled() const noexcept {
-    const std::uint32_t value = ValueOf(m_state.load(std::memory_order_acquire));
+    const std::uint32_t value = SignalValue(m_state.load(std::memory_order_acquire));
     if (m_rule.takesOwnership && value == GetCurrentThreadId()) return true;
     if (m_shared) return m_shared->LooksSignalled();
     return (value == 0) == m_rule.takesOwnership;
@@ -160,7 +163,7 @@ std::optional<DWORD> Waitable::TryTake(Waiter* waiter) noexcept {
     const DWORD thread = waiter ? waiter->m_thread : 0;
     std::uint64_t state = m_state.load(std::memory_order_acquire);
     while (!(state & Flags)) {
-        const std::uint32_t value = ValueOf(state);
+        const std::uint32_t value = SignalValue(state);
         if (m_rule.takesOwnership ? value != 0 : value == 0) return std::nullopt;
         if (!m_rule.takesOne && !m_rule.takesOwnership) return 0;
         const std::uint32_t left = m_rule.takesOne ? value - 1 : thread;
@@ -189,10 +192,10 @@ DWORD Waitable::AbandonedFlag() const noexcept {
 
 DWORD Waitable::TakeFor(DWORD thread) noexcept {
     const std::uint64_t state = m_state.load(std::memory_order_relaxed);
-    if (m_rule.takesOne) SetValue(ValueOf(state) - 1);
+    if (m_rule.takesOne) SetValue(SignalValue(state) - 1);
     if (!m_rule.takesOwnership) return 0;
     const DWORD flag = AbandonedFlag();
-    m_depth = ValueOf(state) == thread ? m_depth + 1 : 1;
+    m_depth = SignalValue(state) == thread ? m_depth + 1 : 1;
     m_state.store(WithValue(state & ~Abandoned, thread), std::memory_order_release);
     return flag;
 }

@@ -81,6 +81,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // Null for an object of this process alone.
     SharedObject* Shared() const noexcept { return m_shared.get(); }
     const WaitRule& Rule() const noexcept { return m_rule; }
+    const SignalWord* WordToLookAt() const noexcept override;
 
     // Sets the value to one: for events, and for the end of a thread.
     void Signal() noexcept;
@@ -102,8 +103,9 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     bool LooksSignalled() const noexcept;
 
   protected:
-    Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value) noexcept;
-    Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared) noexcept;
+    // Both may throw std::bad_alloc.
+    Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value);
+    Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared);
 
   private:
     friend class Waiter;
@@ -117,16 +119,13 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     static constexpr std::uint64_t Abandoned = 8;  // a mutex without owner, and the last one ended
     static constexpr std::uint64_t Flags = 0xFFFFFFFF;
 
-    static constexpr std::uint32_t ValueOf(std::uint64_t state) noexcept {
-        return static_cast<std::uint32_t>(state >> 32);
-    }
     static constexpr std::uint64_t WithValue(std::uint64_t state, std::uint32_t value) noexcept {
         return (state & Flags) | std::uint64_t{value} << 32;
     }
 
     bool IsSignalledFor(DWORD thread) const noexcept;
     bool IsOwnedBy(DWORD thread) const noexcept;
-    std::uint32_t Value() const noexcept { return ValueOf(m_state.load(std::memory_order_relaxed)); }
+    std::uint32_t Value() const noexcept { return SignalValue(m_state.load(std::memory_order_relaxed)); }
     void SetValue(std::uint32_t value) noexcept;
     // The outcome's part that tells of an owner that ended.
     DWORD AbandonedFlag() const noexcept;
@@ -139,7 +138,8 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     void Free(bool abandoned) noexcept;
 
     const WaitRule& m_rule;
-    std::atomic<std::uint64_t> m_state;
+    const SignalWordOwner m_word;
+    SignalWord& m_state;
     std::uint32_t m_depth = 0;  // of the owner's acquisitions; touched by the owner, or on its behalf
     WaitBlock* m_first = nullptr;
     WaitBlock* m_last = nullptr;
