@@ -4,6 +4,8 @@
 #include "support/FailCall.h"
 
 #include <array>
+#include <chrono>
+#include <future>
 #include <memory>
 
 namespace Quellan::Corvel::Test {
@@ -99,6 +101,66 @@ TEST(ConcurrencyValues, CountAThreadThatFoundNoPacket) {
     EXPECT_EQ(Drain(port), Keys{1});
     Post(port, 2);
     EXPECT_EQ(sleeper->Result(), 2u);
+}
+
+// One thread may run at a time: this one, which took a packet, so that the next one is queued.
+class UnseenWaits : public testing::Test {
+  protected:
+    UnseenWaits() {
+        Post(m_port, 1);
+        Key(m_port);
+    }
+
+    std::unique_ptr<Worker> Other() {
+        return std::make_unique<Worker>([this] {
+            m_taken.set_value(Key(m_port));
+            return 0u;
+        });
+    }
+    // Sleeps until the other thread has a packet, in a way that the layer does not see.
+    ULONG_PTR AwaitOther() {
+        std::future<ULONG_PTR> taken = m_taken.get_future();
+        const auto status = taken.wait_for(std::chrono::milliseconds(Patience));
+        return status == std::future_status::ready ? taken.get() : 0;
+    }
+
+    const Owned m_port = Port(1);
+    std::promise<ULONG_PTR> m_taken;
+};
+
+TEST_F(UnseenWaits, MakeRoomForAThreadThatSleepsAlready) {
+    const auto other = Other();
+    AwaitSleep(other->Id());
+    Post(m_port, 2);
+    EXPECT_EQ(AwaitOther(), 2u);
+}
+
+TEST_F(UnseenWaits, MakeRoomForAThreadThatComesLater) {
+    Post(m_port, 2);
+    const auto other = Other();
+    EXPECT_EQ(AwaitOther(), 2u);
+}
+
+TEST_F(UnseenWaits, AreStillFoundWhenTheThreadThatLookedForThemHasGone) {
+    const auto first = SleepingTaker(m_port, 50);
+    const auto other = Other();
+    AwaitSleep(other->Id());
+    Post(m_port, 2);
+    for (DWORD code = STILL_ACTIVE; code == STILL_ACTIVE; SwitchToThread())
+        GetExitCodeThread(first->Thread(), &code);
+    EXPECT_EQ(AwaitOther(), 2u);
+    EXPECT_EQ(first->Result(), Taker::Failed + WAIT_TIMEOUT);
+}
+
+TEST_F(UnseenWaits, AreNotSeenInAThreadThatRuns) {
+    const auto sleeper = SleepingTaker(m_port);
+    Post(m_port, 2);
+    // Were it taken for one that sleeps, it would be at the first of these looks.
+    for (const ULONGLONG end = GetTickCount64() + 60; GetTickCount64() < end;)
+        SwitchToThread();
+    EXPECT_EQ(Drain(m_port), Keys{2});
+    Post(m_port, 3);
+    EXPECT_EQ(Await(sleeper->Thread()), WAIT_OBJECT_0);
 }
 
 TEST(CompletionPorts, AreNotWaitedOnLikeOtherObjects) {

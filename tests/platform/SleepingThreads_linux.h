@@ -9,13 +9,14 @@
 
 namespace Quellan::Corvel::Test {
 
-// Returns once the thread sleeps on a futex.
+// Returns once the thread sleeps on a futex, or has ended.
 inline void AwaitSleep(DWORD thread) {
     const std::string path = "/proc/self/task/" + std::to_string(thread) + "/syscall";
     long call = -1;
     while (call != SYS_futex) {
-        call = -1;
-        std::ifstream(path) >> call;
+        std::ifstream file(path);
+        if (!file) return;
+        if (!(file >> call)) call = -1;
         SwitchToThread();
     }
 }

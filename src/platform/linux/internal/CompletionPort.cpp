@@ -1,16 +1,54 @@
 #include "platform/linux/internal/CompletionPort.h"
 
+#include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/ThreadObject.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <mutex>
+#include <string_view>
 
 namespace Quellan::Corvel::Platform {
 
 namespace {
 
+constexpr Deadline WatchPeriod = 20 * NanosecondsInMs;
+
 [[gnu::tls_model("initial-exec")]] constinit thread_local PortSeat* t_seat = nullptr;
 
+// Whether the kernel has put the thread to sleep. One that cannot be looked at counts as asleep: too many
+// threads that run are better than packets that nobody takes.
+bool IsAsleep(DWORD thread) noexcept {
+    char path[64];
+    std::snprintf(path, sizeof path, "/proc/self/task/%u/stat", thread);
+    char buffer[1024];
+    const std::string_view status = ReadStart(path, buffer);
+    const std::size_t name = status.rfind(')');  // it may hold anything
+    const bool running = name < status.size() - 2 && status[name + 2] == 'R';
+    return !running;
+}
+
 }  // namespace
+
+bool SeatList::Has(const PortSeat& seat) const noexcept {
+    return seat.m_list == this;
+}
+
+void SeatList::Add(PortSeat& seat) noexcept {
+    seat.m_list = this;
+    seat.m_previous = nullptr;
+    seat.m_next = m_first;
+    (m_first ? m_first->m_previous : m_last) = &seat;
+    m_first = &seat;
+    ++m_size;
+}
+
+void SeatList::Remove(PortSeat& seat) noexcept {
+    seat.m_list = nullptr;
+    (seat.m_previous ? seat.m_previous->m_next : m_first) = seat.m_next;
+    (seat.m_next ? seat.m_next->m_previous : m_last) = seat.m_previous;
+    --m_size;
+}
 
 DWORD CompletionPort::Post(const Packet& packet) noexcept {
     for (PacketQueue::BlockPtr block;;) {
@@ -18,11 +56,14 @@ DWORD CompletionPort::Post(const Packet& packet) noexcept {
             WakeList wakes;
             const std::scoped_lock lock(m_lock);
             if (m_closed) return ERROR_INVALID_HANDLE;
-            if (m_top && m_running < m_concurrency) {
+            if (m_waiting.First() && m_running.Size() < m_concurrency) {
                 HandOver(packet, wakes);
                 return ERROR_SUCCESS;
             }
-            if (m_packets.Push(packet, block)) return ERROR_SUCCESS;
+            if (m_packets.Push(packet, block)) {
+                AppointWatcher(wakes);
+                return ERROR_SUCCESS;
+            }
         }
         block.reset(new (std::nothrow) PacketQueue::Block);
         if (!block) return ERROR_NO_SYSTEM_RESOURCES;
@@ -30,38 +71,58 @@ DWORD CompletionPort::Post(const Packet& packet) noexcept {
 }
 
 DWORD CompletionPort::Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept {
+    bool watching = false;
     {
         PacketQueue::BlockPtr drained;
         const std::scoped_lock lock(m_lock);
         if (m_closed) return ERROR_ABANDONED_WAIT_0;
-        const DWORD others = m_running - seat.m_running;
-        const bool take = others < m_concurrency && !m_packets.IsEmpty();
+        const bool wasRunning = m_running.Has(seat);
+        const bool take = m_running.Size() - wasRunning < m_concurrency && !m_packets.IsEmpty();
         if (take) packet = m_packets.Pop(drained);
-        seat.m_running = take || ms == 0;
-        m_running = others + seat.m_running;
-        if (take) return ERROR_SUCCESS;
-        if (ms == 0) return WAIT_TIMEOUT;
-        Push(seat);
-        seat.m_waiter.BeginWait();
-    }
-    if (!seat.m_waiter.SleepAtPort(DeadlineAfter(ms))) {
-        const std::scoped_lock lock(m_lock);
-        if (seat.m_waiting) {
-            Remove(seat);
-            seat.m_running = true;
-            ++m_running;
-            return WAIT_TIMEOUT;
+        if (take || ms == 0) {
+            if (!wasRunning) m_running.Add(seat);
+            return take ? ERROR_SUCCESS : WAIT_TIMEOUT;
         }
+        if (wasRunning) m_running.Remove(seat);
+        m_waiting.Add(seat);
+        seat.m_waiter.BeginWait();
+        watching = !m_watcher && !m_packets.IsEmpty();
+        if (watching) m_watcher = &seat;
     }
-    if (seat.m_waiter.Outcome() == Abandoned) return ERROR_ABANDONED_WAIT_0;
+    if (DWORD code = Await(seat, DeadlineAfter(ms), watching)) return code;
     packet = seat.m_packet;
     return ERROR_SUCCESS;
+}
+
+DWORD CompletionPort::Await(PortSeat& seat, Deadline deadline, bool watching) noexcept {
+    Waiter& waiter = seat.m_waiter;
+    for (bool ended = waiter.Spin();; ended = false) {
+        if (!ended) ended = waiter.SleepOnWord(watching ? std::min(deadline, Now() + WatchPeriod) : deadline);
+        if (ended && waiter.Outcome() != Watch) break;
+        const bool looking = watching && !ended;
+        {
+            WakeList wakes;
+            const std::scoped_lock lock(m_lock);
+            if (!m_waiting.Has(seat)) break;  // ended at the last moment
+            watching = m_watcher == &seat && !m_packets.IsEmpty();
+            if (m_watcher == &seat && !watching) m_watcher = nullptr;
+            if (!ended && Now() >= deadline) {
+                StopWaiting(seat);
+                m_running.Add(seat);
+                AppointWatcher(wakes);
+                return WAIT_TIMEOUT;
+            }
+            waiter.BeginWait();
+        }
+        if (looking && watching) FindStopped();
+    }
+    return waiter.Outcome() == Taken ? ERROR_SUCCESS : ERROR_ABANDONED_WAIT_0;
 }
 
 bool CompletionPort::TryGetNext(Packet& packet) noexcept {
     PacketQueue::BlockPtr drained;
     const std::scoped_lock lock(m_lock);
-    if (m_packets.IsEmpty()) return false;
+    if (m_closed || m_packets.IsEmpty()) return false;
     packet = m_packets.Pop(drained);
     return true;
 }
@@ -71,57 +132,89 @@ void CompletionPort::Close() noexcept {
         WakeList wakes;
         const std::scoped_lock lock(m_lock);
         m_closed = true;
-        while (m_top) {
-            PortSeat& seat = *m_top;
-            Remove(seat);
-            seat.m_waiter.EndWait(Abandoned, wakes);
+        while (PortSeat* seat = m_waiting.First()) {
+            StopWaiting(*seat);
+            seat->m_waiter.EndWait(Abandoned, wakes);
         }
     }
     m_packets.Clear();  // nobody looks at them any more
 }
 
-void CompletionPort::Stop(PortSeat& seat) noexcept {
+bool CompletionPort::Stop(PortSeat& seat) noexcept {
     PacketQueue::BlockPtr drained;
     WakeList wakes;
     const std::scoped_lock lock(m_lock);
-    seat.m_running = false;
-    --m_running;
-    if (m_top && m_running < m_concurrency && !m_packets.IsEmpty()) HandOver(m_packets.Pop(drained), wakes);
+    if (!m_running.Has(seat)) return false;
+    m_running.Remove(seat);
+    HandOverNext(wakes, drained);
+    return true;
 }
 
 void CompletionPort::Run(PortSeat& seat) noexcept {
     const std::scoped_lock lock(m_lock);
-    seat.m_running = true;
-    ++m_running;
+    m_running.Add(seat);
 }
 
-void CompletionPort::Push(PortSeat& seat) noexcept {
-    seat.m_waiting = true;
-    seat.m_above = nullptr;
-    seat.m_below = m_top;
-    if (m_top) m_top->m_above = &seat;
-    m_top = &seat;
-}
-
-void CompletionPort::Remove(PortSeat& seat) noexcept {
-    seat.m_waiting = false;
-    (seat.m_above ? seat.m_above->m_below : m_top) = seat.m_below;
-    if (seat.m_below) seat.m_below->m_above = seat.m_above;
+void CompletionPort::StopWaiting(PortSeat& seat) noexcept {
+    m_waiting.Remove(seat);
+    if (m_watcher == &seat) m_watcher = nullptr;
 }
 
 // Nothing of the seat is touched once its wait has ended.
 void CompletionPort::HandOver(const Packet& packet, WakeList& wakes) noexcept {
-    PortSeat& seat = *m_top;
-    Remove(seat);
+    PortSeat& seat = *m_waiting.First();
+    StopWaiting(seat);
+    m_running.Add(seat);
     seat.m_packet = packet;
-    seat.m_running = true;
-    ++m_running;
     seat.m_waiter.EndWait(Taken, wakes);
+}
+
+// After a thread has stopped.
+void CompletionPort::HandOverNext(WakeList& wakes, PacketQueue::BlockPtr& drained) noexcept {
+    if (!m_waiting.First() || m_running.Size() >= m_concurrency || m_packets.IsEmpty()) return;
+    HandOver(m_packets.Pop(drained), wakes);
+    AppointWatcher(wakes);
+}
+
+// Of the waiting threads the one that will wait longest.
+void CompletionPort::AppointWatcher(WakeList& wakes) noexcept {
+    if (m_watcher || !m_waiting.Last() || m_packets.IsEmpty()) return;
+    m_watcher = m_waiting.Last();
+    m_watcher->m_waiter.EndWait(Watch, wakes);
+}
+
+void CompletionPort::FindStopped() noexcept {
+    struct Suspect {
+        PortSeat* seat;
+        DWORD thread;
+    };
+    std::array<Suspect, 64> suspects;
+    std::size_t count = 0;
+    {
+        const std::scoped_lock lock(m_lock);
+        for (PortSeat* seat = m_running.First(); seat && count < suspects.size(); seat = seat->m_next)
+            suspects[count++] = {seat, seat->m_waiter.ThreadId()};
+    }
+    for (const Suspect& suspect : std::span(suspects).first(count))
+        if (IsAsleep(suspect.thread)) StopIfRunning(suspect.seat, suspect.thread);
+}
+
+// The thread may have ended meanwhile: the seat is only looked for.
+void CompletionPort::StopIfRunning(const PortSeat* wanted, DWORD thread) noexcept {
+    PacketQueue::BlockPtr drained;
+    WakeList wakes;
+    const std::scoped_lock lock(m_lock);
+    PortSeat* seat = m_running.First();
+    while (seat && (seat != wanted || seat->m_waiter.ThreadId() != thread))
+        seat = seat->m_next;
+    if (!seat) return;
+    m_running.Remove(*seat);
+    HandOverNext(wakes, drained);
 }
 
 PortSeat* PortSeat::Current() noexcept {
     if (!t_seat)
-        if (Thread* const thread = Thread::Current()) t_seat = &thread->Seat();
+        if (Thread* const self = Thread::Current()) t_seat = &self->Seat();
     return t_seat;
 }
 
@@ -152,12 +245,6 @@ DWORD PortSeat::Get(HANDLE port, DWORD ms, Packet& packet) noexcept {
         m_port = std::move(next);
     }
     return m_port.object->Get(*this, ms, packet);
-}
-
-bool PortSeat::Stop() noexcept {
-    if (!m_running) return false;
-    m_port.object->Stop(*this);
-    return true;
 }
 
 void PortSeat::Leave() noexcept {

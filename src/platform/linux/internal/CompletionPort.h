@@ -4,6 +4,9 @@
 // allows one more to run; only otherwise is it queued. So packets are queued only while nobody waits or
 // enough threads run, and what changes that - a running thread that stops, for whatever reason - hands out
 // the next one.
+//
+// What a thread does outside of the layer is not seen at once. While packets and threads wait, one of those
+// looks every now and then whether the running threads do run.
 #pragma once
 
 #include "platform/linux/internal/PacketQueue.h"
@@ -12,6 +15,27 @@
 namespace Quellan::Corvel::Platform {
 
 class PortSeat;
+
+// The threads of a port that are in one state. Guarded by the port's lock, as are the seats' links.
+class SeatList {
+  public:
+    SeatList() = default;
+    SeatList(const SeatList&) = delete;
+    SeatList& operator=(const SeatList&) = delete;
+
+    PortSeat* First() const noexcept { return m_first; }
+    PortSeat* Last() const noexcept { return m_last; }
+    DWORD Size() const noexcept { return m_size; }
+    bool Has(const PortSeat& seat) const noexcept;
+    // The first one from now on; a seat is in one list at most.
+    void Add(PortSeat& seat) noexcept;
+    void Remove(PortSeat& seat) noexcept;
+
+  private:
+    PortSeat* m_first = nullptr;
+    PortSeat* m_last = nullptr;
+    DWORD m_size = 0;
+};
 
 // Lives as long as handles or threads know it. For several threads.
 class CompletionPort {
@@ -23,33 +47,41 @@ class CompletionPort {
     DWORD Post(const Packet& packet) noexcept;
     // For a thread that works for this port. 258 (WAIT_TIMEOUT) or 735 (ERROR_ABANDONED_WAIT_0).
     DWORD Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept;
-    // A packet that is there, for a thread that runs for this port.
+    // A packet that is there, for a thread that has just taken one.
     bool TryGetNext(Packet& packet) noexcept;
     // Drops the packets and ends all waits.
     void Close() noexcept;
 
-    // A thread that works for this port stops or goes on to run.
-    void Stop(PortSeat& seat) noexcept;
+    // A thread that works for this port stops, if it runs for it, or goes on to run.
+    bool Stop(PortSeat& seat) noexcept;
     void Run(PortSeat& seat) noexcept;
 
   private:
+    // Outcomes of a wait; a thread that is to watch the running ones goes on to wait.
     static constexpr DWORD Taken = 0;
     static constexpr DWORD Abandoned = 1;
+    static constexpr DWORD Watch = 2;
 
-    void Push(PortSeat& seat) noexcept;
-    void Remove(PortSeat& seat) noexcept;
+    DWORD Await(PortSeat& seat, Deadline deadline, bool watching) noexcept;
+    void StopWaiting(PortSeat& seat) noexcept;
     void HandOver(const Packet& packet, WakeList& wakes) noexcept;
+    void HandOverNext(WakeList& wakes, PacketQueue::BlockPtr& drained) noexcept;
+    void AppointWatcher(WakeList& wakes) noexcept;
+    void FindStopped() noexcept;
+    void StopIfRunning(const PortSeat* wanted, DWORD thread) noexcept;
 
     const DWORD m_concurrency;
     ShortLock m_lock;
-    DWORD m_running = 0;        // guarded by m_lock
-    bool m_closed = false;      // guarded by m_lock
-    PortSeat* m_top = nullptr;  // guarded by m_lock: the thread that began to wait last
-    PacketQueue m_packets;      // guarded by m_lock
+
+    // Guarded by m_lock.
+    bool m_closed = false;
+    SeatList m_running;
+    SeatList m_waiting;             // the last to come is the first
+    PortSeat* m_watcher = nullptr;  // one of m_waiting
+    PacketQueue m_packets;          // not looked at once closed
 };
 
-// A thread's place at the port that it works for. The thread's own, but for what its port changes while it
-// waits.
+// A thread's place at the port that it works for. The thread's own, but for what its port changes.
 class PortSeat {
   public:
     explicit PortSeat(Waiter& waiter) noexcept : m_waiter(waiter) {}
@@ -69,11 +101,12 @@ class PortSeat {
     // At the end of the thread, on the thread itself.
     void Leave() noexcept;
     // Around a time in which the thread cannot run. False when it does not run for a port.
-    bool Stop() noexcept;
+    bool Stop() noexcept { return m_port.object && m_port.object->Stop(*this); }
     void Run() noexcept { m_port.object->Run(*this); }
 
   private:
     friend class CompletionPort;
+    friend class SeatList;
 
     // A port and the handle by which it was found: while that is open it need not be looked up again.
     struct Known {
@@ -89,12 +122,11 @@ class PortSeat {
     Known m_port;      // what the thread works for
     Known m_postedTo;  // the last port it posted to
 
-    // Guarded by the port's lock while the thread waits.
-    PortSeat* m_above = nullptr;
-    PortSeat* m_below = nullptr;
-    bool m_waiting = false;
-    bool m_running = false;
-    Packet m_packet;
+    // Guarded by the lock of m_port.
+    SeatList* m_list = nullptr;
+    PortSeat* m_previous = nullptr;
+    PortSeat* m_next = nullptr;
+    Packet m_packet;  // what its wait ended with
 };
 
 // The calling thread cannot run in this scope: another one may, for the port it works for.

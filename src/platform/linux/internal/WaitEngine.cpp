@@ -416,7 +416,7 @@ bool Waiter::Sleep(Deadline deadline) noexcept {
     return SleepOnWord(deadline);
 }
 
-// True once the word is an outcome; false, with the word still Sleeping perhaps, when the time is over.
+// The word may still be Sleeping when the time is over.
 bool Waiter::SleepOnWord(Deadline deadline) noexcept {
     std::uint32_t word = Waiting;
     m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
