@@ -145,83 +145,20 @@ TEST_F(CompletionPort, IsMadeWithAFileOrAlone) {
     EXPECT_EQ(CodeOf(CreateIoCompletionPort(nullptr, m_port, 0, 0)), ERROR_INVALID_HANDLE);
 }
 
-// One thread may run at a time: this one, which takes the first packet, and takers that wait for the second.
-class OneAtATime : public Test {
-  protected:
-    OneAtATime() {
-        Post(m_port, 1);
-        Key(m_port);
-    }
-
-    const Owned m_port = Port(1);
-    const Owned m_done = ManualEvent();
-};
-
-TEST_F(OneAtATime, ThreadThatWaitsMakesRoomForAnother) {
-    const Owned named =
-        ManualEvent(false, (L"CompletionPorts." + std::to_wstring(GetCurrentProcessId())).c_str());
-    const auto waits = std::to_array<std::function<DWORD()>>({
-        [&] { return Await(m_done); },
-        [&] { return Await(named); },
-        [&] {
-            return WaitAny({named, m_done}, Patience);
-        },
-        [&] {
-            return WaitAll({m_done, ManualEvent(true)}, Patience);
-        },
-        [&] {
-            const HANDLE done = m_done;
-            return MsgWaitForMultipleObjectsEx(1, &done, Patience, QS_ALLINPUT, 0);
-        },
-        [&] {
-            while (Poll(m_done) == DWORD{WAIT_TIMEOUT})
-                Sleep(1);
-            return DWORD{WAIT_OBJECT_0};
-        },
+// The one thread that may run waits for what another one does once it has a packet.
+TEST_F(CompletionPort, LetsAnotherThreadRunWhileOneWaits) {
+    const Owned port = Port(1);
+    Post(port, 1);
+    ASSERT_EQ(Key(port), 1u);
+    const Owned done = ManualEvent();
+    const Worker other([&] {
+        const ULONG_PTR key = Key(port);
+        SetEvent(done);
+        return static_cast<DWORD>(key);
     });
-    for (std::size_t i = 0; i < waits.size(); ++i) {
-        ResetEvent(m_done);
-        ResetEvent(named);
-        const Worker other([&] {
-            const ULONG_PTR key = Key(m_port);
-            SetEvent(named);
-            SetEvent(m_done);
-            return static_cast<DWORD>(key);
-        });
-        Post(m_port, 2);
-        EXPECT_LE(waits[i](), DWORD{WAIT_OBJECT_0} + 1) << i;
-        EXPECT_EQ(other.Result(), 2u) << i;
-        Post(m_port, 1);
-        ASSERT_EQ(Key(m_port), 1u);
-    }
-}
-
-TEST_F(OneAtATime, ThreadThatEndsMakesRoomForAnother) {
-    std::unique_ptr<Taker> second;
-    {
-        const Worker first([&] {
-            const ULONG_PTR key = Key(m_port);  // when the test's own thread waits for this one
-            second = std::make_unique<Taker>(m_port);
-            Post(m_port, 3);
-            return static_cast<DWORD>(key);
-        });
-        Post(m_port, 2);
-        EXPECT_EQ(first.Result(), 2u);
-    }
-    EXPECT_EQ(second->Result(), 3u);
-}
-
-TEST_F(OneAtATime, ThreadThatAsksAnotherPortMakesRoomForAnother) {
-    const Taker other(m_port);
-    Post(m_port, 2);
-    const Owned elsewhere = Port();
-    EXPECT_EQ(Key(elsewhere, 0), 0u);
-    DWORD code = STILL_ACTIVE;
-    while (code == STILL_ACTIVE) {
-        GetExitCodeThread(other.Thread(), &code);
-        SwitchToThread();
-    }
-    EXPECT_EQ(code, 2u);
+    Post(port, 2);
+    EXPECT_EQ(Await(done), WAIT_OBJECT_0);
+    EXPECT_EQ(other.Result(), 2u);
 }
 
 }  // namespace

@@ -104,13 +104,70 @@ TEST(ConcurrencyValues, CountAThreadThatFoundNoPacket) {
 }
 
 // One thread may run at a time: this one, which took a packet, so that the next one is queued.
-class UnseenWaits : public testing::Test {
+class OneAtATime : public testing::Test {
   protected:
-    UnseenWaits() {
+    OneAtATime() {
         Post(m_port, 1);
         Key(m_port);
     }
 
+    const Owned m_port = Port(1);
+};
+
+// No packet is left when the wait is over: the sleeper got it when the wait began.
+TEST_F(OneAtATime, AWaitMakesRoomForAnotherThreadAtOnce) {
+    const Owned event = ManualEvent();
+    const Owned named =
+        ManualEvent(false, (L"CompletionPorts." + std::to_wstring(GetCurrentProcessId())).c_str());
+    const auto waits = std::to_array<std::function<void()>>({
+        [&] { WaitForSingleObject(event, 1); },
+        [&] { WaitForSingleObject(named, 1); },
+        [&] {
+            WaitAny({event, named}, 1);
+        },
+        [&] {
+            WaitAll({event, ManualEvent()}, 1);
+        },
+        [&] {
+            WaitAll({event, named}, 1);
+        },
+        [] { MsgWaitForMultipleObjectsEx(0, nullptr, 1, QS_ALLINPUT, 0); },
+        [] { Sleep(1); },
+    });
+    for (std::size_t i = 0; i < waits.size(); ++i) {
+        const auto sleeper = SleepingTaker(m_port);
+        Post(m_port, 2);
+        waits[i]();
+        EXPECT_EQ(Drain(m_port), Keys{}) << i;
+        EXPECT_EQ(sleeper->Result(), 2u) << i;
+    }
+}
+
+TEST_F(OneAtATime, TheEndOfAThreadMakesRoomForAnotherAtOnce) {
+    std::unique_ptr<Taker> sleeper;
+    const Worker worker([&] {
+        const ULONG_PTR key = Key(m_port);  // comes when the test's own thread waits for this one
+        sleeper = SleepingTaker(m_port);
+        Post(m_port, 3);
+        return static_cast<DWORD>(key);
+    });
+    Post(m_port, 2);
+    EXPECT_EQ(worker.Result(), 2u);
+    EXPECT_EQ(Drain(m_port), Keys{});
+    EXPECT_EQ(sleeper->Result(), 3u);
+}
+
+TEST_F(OneAtATime, AnotherPortMakesRoomForAnotherThreadAtOnce) {
+    const auto sleeper = SleepingTaker(m_port);
+    Post(m_port, 2);
+    const Owned elsewhere = Port();
+    EXPECT_EQ(Key(elsewhere, 0), 0u);
+    EXPECT_EQ(Drain(m_port), Keys{});
+    EXPECT_EQ(sleeper->Result(), 2u);
+}
+
+class UnseenWaits : public OneAtATime {
+  protected:
     std::unique_ptr<Worker> Other() {
         return std::make_unique<Worker>([this] {
             m_taken.set_value(Key(m_port));
@@ -124,7 +181,6 @@ class UnseenWaits : public testing::Test {
         return status == std::future_status::ready ? taken.get() : 0;
     }
 
-    const Owned m_port = Port(1);
     std::promise<ULONG_PTR> m_taken;
 };
 

@@ -23,9 +23,8 @@ bool IsAsleep(DWORD thread) noexcept {
     std::snprintf(path, sizeof path, "/proc/self/task/%u/stat", thread);
     char buffer[1024];
     const std::string_view status = ReadStart(path, buffer);
-    const std::size_t name = status.rfind(')');  // it may hold anything
-    const bool running = name < status.size() - 2 && status[name + 2] == 'R';
-    return !running;
+    const std::size_t afterName = status.rfind(')') + 1;  // the name may hold anything
+    return !status.substr(std::min(afterName, status.size())).starts_with(" R");
 }
 
 }  // namespace
