@@ -5,8 +5,8 @@
 #include "platform/Win32.h"
 
 #include <array>
+#include <chrono>
 #include <memory>
-#include <mutex>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -113,6 +113,37 @@ TEST_F(PortsStress, WakesForEachOfManySinglePackets) {
         stop = true;
         Post(port, 1);
     });
+}
+
+// A packet that comes at the moment when a wait's time is over ends the wait, or is there afterwards. Which
+// of the two it was moves the next packet to the other side, so that all come close to that moment.
+TEST_F(PortsStress, LosesNoPacketThatComesWithTheTimeout) {
+    using Clock = std::chrono::steady_clock;
+    const Owned port = Port(2);
+    std::atomic<Clock::time_point> begin{};
+    std::atomic<bool> timedOut{false};
+    std::atomic<bool> stop{false};
+    const Worker taker([&] {
+        for (Packet packet; !stop;) {
+            begin = Clock::now();
+            timedOut = Get(port, packet, 1) == WAIT_TIMEOUT;
+            if (timedOut && !stop) {
+                EXPECT_EQ(Get(port, packet, Patience), 0u);
+            }
+        }
+        return 0u;
+    });
+    auto after = std::chrono::microseconds(1'000);
+    for (Clock::time_point before{}, now; Running(); before = now) {
+        while ((now = begin) == before)
+            SwitchToThread();
+        after += std::chrono::microseconds(timedOut ? -2 : 2);
+        while (Clock::now() < now + after) {
+        }
+        Post(port, 1);
+    }
+    stop = true;
+    Post(port, 1);
 }
 
 // Every packet posted before the closing was taken or is dropped, every wait ends.

@@ -13,7 +13,7 @@ namespace {
 
 using Keys = std::vector<ULONG_PTR>;
 
-std::unique_ptr<Taker> SleepingTaker(HANDLE port, DWORD ms = INFINITE) {
+std::unique_ptr<Taker> SleepingTaker(HANDLE port, DWORD ms = Patience) {
     auto taker = std::make_unique<Taker>(port, ms);
     AwaitSleep(taker->Id());
     return taker;
@@ -43,7 +43,7 @@ TEST(SleepingTakers, AreServedBeforeThePoster) {
 TEST(SleepingTakers, AreAbandonedWithTheLastHandle) {
     Owned port = Port();
     Owned copy = Duplicate(port);
-    const std::array takers{SleepingTaker(port), SleepingTaker(port, Patience)};
+    const std::array takers{SleepingTaker(port, INFINITE), SleepingTaker(port)};
     port.Close();
     Post(copy, 1);
     EXPECT_EQ(takers[1]->Result(), 1u);
