@@ -9,8 +9,7 @@
 
 namespace {
 
-// Only the measured thread runs, so a plain number will do.
-std::size_t g_allocations = 0;
+constinit thread_local std::size_t t_allocations = 0;
 
 }  // namespace
 
@@ -22,17 +21,17 @@ void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* block, std::size_t size);
 
 [[gnu::visibility("default")]] void* malloc(std::size_t size) {
-    ++g_allocations;
+    ++t_allocations;
     return __libc_malloc(size);
 }
 
 [[gnu::visibility("default")]] void* calloc(std::size_t count, std::size_t size) {
-    ++g_allocations;
+    ++t_allocations;
     return __libc_calloc(count, size);
 }
 
 [[gnu::visibility("default")]] void* realloc(void* block, std::size_t size) {
-    ++g_allocations;
+    ++t_allocations;
     return __libc_realloc(block, size);
 }
 }
@@ -43,11 +42,18 @@ namespace {
 // Short enough that a neighbour's burst hits all contestants of a round or none, long beside the clock's own
 // cost.
 constexpr double SliceNanoseconds = 1e6;
-constexpr std::size_t Rounds = 101;
+// An operation that hardly uses the processor has its slice too.
+constexpr double SliceWallNanoseconds = 2e7;
+constexpr std::size_t MostRounds = 101;
+constexpr std::size_t LeastRounds = 9;
+constexpr double CaseNanoseconds = 4e9;
 
-double ProcessorTime() {
+// The cores that the program may use; the measuring thread has the first.
+std::vector<unsigned> g_cores;
+
+double ReadClock(clockid_t clock) {
     timespec now;
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    clock_gettime(clock, &now);
     return static_cast<double>(now.tv_sec) * 1e9 + static_cast<double>(now.tv_nsec);
 }
 
@@ -57,40 +63,88 @@ double Median(std::vector<double> values) {
     return *middle;
 }
 
-void PinToOneCore() {
+double Least(const std::vector<double>& values) {
+    return *std::min_element(values.begin(), values.end());
+}
+
+void PinTo(unsigned core) {
     cpu_set_t cores;
     CPU_ZERO(&cores);
-    CPU_SET(static_cast<unsigned>(sched_getcpu()), &cores);
-    if (sched_setaffinity(0, sizeof cores, &cores) != 0)
-        std::fputs("The program is not pinned to a core.\n", stderr);
+    CPU_SET(core, &cores);
+    if (sched_setaffinity(0, sizeof cores, &cores) != 0) std::fputs("A thread is not pinned.\n", stderr);
 }
+
+void FindCores() {
+    const auto own = static_cast<unsigned>(sched_getcpu());
+    cpu_set_t cores;
+    if (sched_getaffinity(0, sizeof cores, &cores) != 0) CPU_ZERO(&cores);
+    g_cores = {own};
+    for (unsigned core = 0; core < CPU_SETSIZE; ++core)
+        if (core != own && CPU_ISSET(core, &cores)) g_cores.push_back(core);
+}
+
+const char* NameOf(Setting setting) {
+    switch (setting) {
+        case Setting::OneThread:
+            return "1 thread";
+        case Setting::OneCore:
+            return "1 core";
+        default:
+            return "all cores";
+    }
+}
+
+// Of one contestant, a value for each round.
+struct Results {
+    std::vector<double> times;
+    std::vector<double> ratios;
+
+    void Add(double time, const Results& library) {
+        times.push_back(time);
+        ratios.push_back(library.times.back() / time);
+    }
+};
 
 }  // namespace
 
-Meter::Meter() : m_nanoseconds(ProcessorTime()), m_allocations(g_allocations) {}
+Meter::Meter(Setting setting) : m_setting(setting) {
+    m_begin = Read();
+}
 
 Measurement Meter::Read() const {
-    return {ProcessorTime() - m_nanoseconds, g_allocations - m_allocations};
+    const clockid_t processor =
+        m_setting == Setting::OneThread ? CLOCK_THREAD_CPUTIME_ID : CLOCK_PROCESS_CPUTIME_ID;
+    return {ReadClock(processor) - m_begin.processor, ReadClock(CLOCK_MONOTONIC) - m_begin.wall,
+            t_allocations - m_begin.allocations};
+}
+
+void PlaceWorker(Setting setting, unsigned number) {
+    if (setting == Setting::AllCores && !g_cores.empty()) PinTo(g_cores[(number + 1) % g_cores.size()]);
 }
 
 int Contest::Run(int argc, char** argv) const {
     const std::string_view option = argc > 1 ? argv[1] : "";
-    if (option == "--one" && argc == 5) return RunOne(argv[2], argv[3], std::strtoul(argv[4], nullptr, 10));
     if (option == "--list") {
         for (const Contestant& c : m_contestants)
-            std::printf("%s\t%s\n", c.work.c_str(), c.name.c_str());
+            std::printf("%s\t%s\t%s\n", NameOf(c.setting), c.work.c_str(), c.name.c_str());
         return 0;
     }
+    FindCores();
+    PinTo(g_cores.front());
+    if (option == "--one" && argc == 5) return RunOne(argv[2], argv[3], std::strtoul(argv[4], nullptr, 10));
     if (argc > 2 || option.starts_with("-")) {
         std::fprintf(stderr, "usage: %s [CASE | --list | --one CASE CONTESTANT COUNT]\n", argv[0]);
         return 2;
     }
-    PinToOneCore();
-    std::printf("%-34s %-26s %12s %8s %12s\n", "case", "contestant", "ns", "ratio", "allocations");
-    const Contestant* const end = m_contestants.data() + m_contestants.size();
-    for (const Contestant *begin = m_contestants.data(), *next; begin != end; begin = next) {
-        next = std::find_if(begin, end, [&](const Contestant& c) { return c.work != begin->work; });
-        if (begin->work.find(option) != std::string::npos) MeasureCase(begin, next);
+    std::printf("%-36s %-26s %-9s %12s %9s %12s %10s %11s\n", "case", "contestant", "where", "best CPU ns",
+                "CPU ratio", "best wall ns", "wall ratio", "allocations");
+    for (std::span<const Contestant> rest = m_contestants; !rest.empty();) {
+        const auto next = std::ranges::find_if(rest, [&](const Contestant& c) {
+            return c.work != rest[0].work || c.setting != rest[0].setting;
+        });
+        const auto size = static_cast<std::size_t>(next - rest.begin());
+        if (rest[0].work.find(option) != std::string::npos) MeasureCase(rest.first(size));
+        rest = rest.subspan(size);
     }
     return 0;
 }
@@ -98,35 +152,47 @@ int Contest::Run(int argc, char** argv) const {
 int Contest::RunOne(std::string_view work, std::string_view name, std::size_t count) const {
     for (const Contestant& c : m_contestants) {
         if (c.work != work || c.name != name) continue;
-        c.repeat(count);
+        c.make()(count);
         return 0;
     }
     std::fputs("There is no such contestant.\n", stderr);
     return 2;
 }
 
-void Contest::MeasureCase(const Contestant* begin, const Contestant* end) {
-    const auto size = static_cast<std::size_t>(end - begin);
-    std::vector<std::size_t> counts(size, 1);
-    std::vector<std::vector<double>> times(size);
-    std::vector<std::vector<double>> ratios(size);
-    std::vector<double> allocations(size);
-    for (std::size_t i = 0; i < size; ++i) {
-        while (begin[i].repeat(counts[i]).nanoseconds < SliceNanoseconds)
-            counts[i] *= 2;
-    }
-    for (std::size_t round = 0; round < Rounds; ++round) {
-        for (std::size_t i = 0; i < size; ++i) {
-            const Measurement slice = begin[i].repeat(counts[i]);
-            const auto count = static_cast<double>(counts[i]);
-            times[i].push_back(slice.nanoseconds / count);
-            ratios[i].push_back(times[0].back() / times[i].back());
-            allocations[i] = static_cast<double>(slice.allocations) / count;
+void Contest::MeasureCase(std::span<const Contestant> contestants) {
+    struct Running {
+        Repeat repeat;
+        std::size_t count = 1;
+        Results processor;
+        Results wall;
+        double allocations = 0;
+    };
+    std::vector<Running> running;
+    for (const Contestant& c : contestants) {
+        Running& r = running.emplace_back();
+        r.repeat = c.make();
+        for (;; r.count *= 2) {
+            const double begin = ReadClock(CLOCK_MONOTONIC);
+            if (r.repeat(r.count).processor >= SliceNanoseconds) break;
+            if (ReadClock(CLOCK_MONOTONIC) - begin >= SliceWallNanoseconds) break;
         }
     }
-    for (std::size_t i = 0; i < size; ++i) {
-        std::printf("%-34s %-26s %12.1f %8.2f %12.1f\n", begin[i].work.c_str(), begin[i].name.c_str(),
-                    *std::min_element(times[i].begin(), times[i].end()), Median(ratios[i]), allocations[i]);
+    const double begin = ReadClock(CLOCK_MONOTONIC);
+    for (std::size_t round = 0; round < MostRounds; ++round) {
+        if (round >= LeastRounds && ReadClock(CLOCK_MONOTONIC) - begin > CaseNanoseconds) break;
+        for (Running& r : running) {
+            const Measurement slice = r.repeat(r.count);
+            const auto count = static_cast<double>(r.count);
+            r.processor.Add(slice.processor / count, running[0].processor);
+            r.wall.Add(slice.wall / count, running[0].wall);
+            r.allocations = static_cast<double>(slice.allocations) / count;
+        }
+    }
+    for (std::size_t i = 0; i < running.size(); ++i) {
+        const Running& r = running[i];
+        std::printf("%-36s %-26s %-9s %12.1f %9.2f %12.1f %10.2f %11.1f\n", contestants[i].work.c_str(),
+                    contestants[i].name.c_str(), NameOf(contestants[i].setting), Least(r.processor.times),
+                    Median(r.processor.ratios), Least(r.wall.times), Median(r.wall.ratios), r.allocations);
     }
     std::fflush(stdout);
 }

@@ -360,7 +360,7 @@ DWORD TQThread::ThreadMain(void* self) {
     } catch (...) {
         // Nothing is known of it but the code.
     }
-    if (thread.IsOwnThread()) thread.SetEnded(code, std::move(message));
+    if (t_ownObject == &thread) thread.SetEnded(code, std::move(message));
     return code;
 }
 
@@ -375,8 +375,9 @@ unsigned int TQThread::RunThread() {
     TQString message;
     unsigned int refusal = 0;
     Guarded(L"Processing Thread::OnStart", message, [&] { return refusal = OnStart(m_data); });
-    // After each step the object may be gone, destroyed by the step.
-    if (!IsOwnThread()) return refusal;
+    // After each step the object may be gone, destroyed by the step: not even its functions are called then.
+    const auto isGone = [self = this] { return t_ownObject != self; };
+    if (isGone()) return refusal;
     if (refusal != 0) {
         SetEnded(refusal, std::move(message));
         return refusal;
@@ -389,10 +390,10 @@ unsigned int TQThread::RunThread() {
     }
     const unsigned int worked =
         Guarded(L"Processing Thread::RunWork", message, [&] { return RunWork(m_data); });
-    if (!IsOwnThread()) return worked;
+    if (isGone()) return worked;
     const unsigned int result =
         Guarded(L"Processing Thread::OnStop", message, [&] { return OnStop(m_data, worked); });
-    if (IsOwnThread()) SetEnded(result, std::move(message));
+    if (!isGone()) SetEnded(result, std::move(message));
     return result;
 }
 

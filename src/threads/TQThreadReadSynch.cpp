@@ -3,6 +3,7 @@
 #include "core/TQStdExceptions.h"
 #include "platform/Win32.h"
 
+#include <algorithm>
 #include <array>
 #include <new>
 #include <utility>
@@ -18,23 +19,22 @@ constexpr DWORD Waiters = 2;
 constexpr DWORD Reader = 4;  // one of them, or the unit in which they are counted
 
 constexpr bool MustWait(DWORD state, bool write) noexcept {
-    return write ? state != 0 : (state & Writer) != 0;
+    return write ? (state & ~Waiters) != 0 : (state & Writer) != 0;
 }
 
-// That the thread reads under a lock, and how many times over.
+// How often the thread reads under a lock. One that it has done with stays until its place is needed, as the
+// same lock is likely to come again.
 struct ReadLockInstance {
     ULONGLONG lock;
     DWORD count;
 };
 
-// What the thread reads under, in no order. The usual few have their place in the thread's own block, where
-// nothing has to be made or ended.
+// The usual few have their place in the thread's own block, where nothing has to be made or ended.
 struct ReadLocks {
     std::array<ReadLockInstance, 8> first;
-    unsigned firstCount;
-    unsigned moreCount;
+    bool hasMore;
 };
-constinit thread_local ReadLocks t_reads = {};
+[[gnu::tls_model("initial-exec")]] constinit thread_local ReadLocks t_reads = {};
 thread_local std::vector<ReadLockInstance> t_moreReads;
 
 // A thread's name among the living.
@@ -42,43 +42,31 @@ const void* Self() noexcept {
     return &t_reads;
 }
 
-ReadLockInstance* FindRead(ReadLocks& reads, ULONGLONG lock) noexcept {
-    for (unsigned i = 0; i < reads.firstCount; ++i)
-        if (reads.first[i].lock == lock) return &reads.first[i];
-    if (reads.moreCount == 0) return nullptr;
-    for (ReadLockInstance& read : t_moreReads)
-        if (read.lock == lock) return &read;
-    return nullptr;
+[[gnu::noinline]] ReadLockInstance* FindMoreRead(ULONGLONG lock) noexcept {
+    const auto found = std::ranges::find(t_moreReads, lock, &ReadLockInstance::lock);
+    return found == t_moreReads.end() ? nullptr : &*found;
 }
 
-// Makes sure that the next AddRead needs no memory.
-void MakeRoom(const ReadLocks& reads) {
-    if (reads.firstCount < reads.first.size()) return;
+ReadLockInstance* FindRead(ULONGLONG lock) noexcept {
+    for (ReadLockInstance& read : t_reads.first)
+        if (read.lock == lock) return &read;
+    return t_reads.hasMore ? FindMoreRead(lock) : nullptr;
+}
+
+// For a lock that is not found.
+[[gnu::noinline]] ReadLockInstance& NewRead(ULONGLONG lock) {
+    const auto free = [](const ReadLockInstance& read) { return read.count == 0; };
+    if (const auto found = std::ranges::find_if(t_reads.first, free); found != t_reads.first.end())
+        return *found = {lock, 0};
+    if (const auto found = std::ranges::find_if(t_moreReads, free); found != t_moreReads.end())
+        return *found = {lock, 0};
     try {
-        if (t_moreReads.size() == t_moreReads.capacity())
-            t_moreReads.reserve(2 * t_moreReads.size() + reads.first.size());
+        t_moreReads.push_back({lock, 0});
     } catch (const std::bad_alloc&) {
         TQStdExceptions::ThrowMemAllocError(L"TQThreadReadSynch::Lock");
     }
-}
-
-void AddRead(ReadLocks& reads, ULONGLONG lock) noexcept {
-    if (reads.firstCount < reads.first.size()) {
-        reads.first[reads.firstCount++] = {lock, 1};
-    } else {
-        t_moreReads.push_back({lock, 1});
-        ++reads.moreCount;
-    }
-}
-
-void RemoveRead(ReadLocks& reads, ReadLockInstance* read) noexcept {
-    if (read >= reads.first.data() && read < reads.first.data() + reads.firstCount) {
-        *read = reads.first[--reads.firstCount];
-    } else {
-        *read = t_moreReads.back();
-        t_moreReads.pop_back();
-        --reads.moreCount;
-    }
+    t_reads.hasMore = true;
+    return t_moreReads.back();
 }
 
 ULONGLONG NextLockNumber() noexcept {
@@ -117,28 +105,25 @@ bool TQThreadReadSynch::TryLock(bool write) {
         ++m_writeCount;
         return true;
     }
-    DWORD free = 0;
-    if (!m_state.compare_exchange_strong(free, Writer, std::memory_order_acquire, std::memory_order_relaxed))
-        return false;
+    DWORD state = 0;
+    while (!m_state.compare_exchange_weak(state, state | Writer, std::memory_order_acquire,
+                                          std::memory_order_relaxed))
+        if (MustWait(state, true)) return false;
     m_writer.store(Self(), std::memory_order_relaxed);
     m_writeCount = 1;
     return true;
 }
 
 bool TQThreadReadSynch::TryLockRead() {
-    ReadLocks& reads = t_reads;
-    if (ReadLockInstance* const read = FindRead(reads, m_number)) {
-        ++read->count;
-        return true;
+    ReadLockInstance* read = FindRead(m_number);
+    if (!read) read = &NewRead(m_number);
+    // Entering first and leaving again if a writer is there, rather than looking first, is one step however
+    // many readers enter at once.
+    if (read->count == 0 && m_state.fetch_add(Reader, std::memory_order_acquire) & Writer) {
+        ReleaseState(Reader);
+        return false;
     }
-    MakeRoom(reads);
-    // Guessing that nobody is there, rather than looking first, brings the state to this core for writing at
-    // once.
-    DWORD state = 0;
-    while (!m_state.compare_exchange_weak(state, state + Reader, std::memory_order_acquire,
-                                          std::memory_order_relaxed))
-        if (MustWait(state, false)) return false;
-    AddRead(reads, m_number);
+    ++read->count;
     return true;
 }
 
@@ -169,27 +154,23 @@ void TQThreadReadSynch::UnLock() {
         ReleaseState(Writer);
         return;
     }
-    ReadLocks& reads = t_reads;
-    ReadLockInstance* const read = FindRead(reads, m_number);
-    if (!read || --read->count != 0) return;
-    RemoveRead(reads, read);
+    ReadLockInstance* const read = FindRead(m_number);
+    if (!read || read->count == 0 || --read->count != 0) return;
     ReleaseState(Reader);
 }
 
 void TQThreadReadSynch::ReleaseState(DWORD share) noexcept {
-    DWORD state = share;
-    DWORD left = 0;
-    while (
-        !m_state.compare_exchange_weak(state, left, std::memory_order_release, std::memory_order_relaxed)) {
-        left = state - share;
-        if (left == Waiters) left = 0;
-    }
-    if (left != 0 || (state & Waiters) == 0) return;
+    if (m_state.fetch_sub(share, std::memory_order_release) - share == Waiters) WakeWaiters();
+}
+
+void TQThreadReadSynch::WakeWaiters() noexcept {
     const TQSynchLock guard(m_guard);
+    m_state.fetch_and(~Waiters, std::memory_order_relaxed);
     m_noHolder.Set();
 }
 
-TQThreadWriteSynch::TQThreadWriteSynch(TQThreadReadSynch& lock) noexcept : m_lock(lock) {}
+TQThreadWriteSynch::TQThreadWriteSynch(TQThreadReadSynch& lock) noexcept
+    : TQThreadSynch(HeldWhileWaiting()), m_lock(lock) {}
 
 TQThreadWriteSynch::~TQThreadWriteSynch() = default;
 

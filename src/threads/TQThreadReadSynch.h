@@ -48,16 +48,19 @@ class TQ_LOCK_CLASS TQLIB_API TQThreadReadSynch : public TQObject {
     bool IsWriter() const noexcept;
     void WaitForNoHolder(bool write);
     void ReleaseState(DWORD share) noexcept;
+    void WakeWaiters() noexcept;
 
-    // Who holds the lock: nobody, readers (each thread counts once) or a writer, and whether somebody waits.
-    // How often a reading thread holds it is kept with the thread, under the number below.
-    std::atomic<DWORD> m_state = 0;
     std::atomic<const void*> m_writer = nullptr;
     DWORD m_writeCount = 0;  // the writer's alone
     ULONGLONG m_number;      // of this lock among all that ever were
 
     TQThreadSynch m_guard;  // of the event, which is reset for those who are going to wait
     TQEvent m_noHolder;
+
+    // Who holds the lock: nobody, readers (each thread counts once) or a writer, and whether somebody waits.
+    // How often a reading thread holds it is kept with the thread, under the lock's number. It stands apart
+    // from that and from the writer, as readers on several cores look at these while others change the state.
+    std::atomic<DWORD> m_state = 0;
 };
 
 // The writers' side of a reader/writer lock, which must outlive it. Writers that use one object are queued up

@@ -18,6 +18,10 @@ TQThreadSynch::TQThreadSynch() noexcept {
     InitializeCriticalSection(Section(m_section));
 }
 
+TQThreadSynch::TQThreadSynch(HeldWhileWaiting) noexcept {
+    InitializeCriticalSectionEx(Section(m_section), 0, CRITICAL_SECTION_NO_DEBUG_INFO);
+}
+
 TQThreadSynch::TQThreadSynch(const TQThreadSynch&) noexcept : TQThreadSynch() {}
 
 TQThreadSynch::~TQThreadSynch() {

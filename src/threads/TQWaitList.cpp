@@ -133,12 +133,15 @@ class TQWaitList::TQWaitThread : public TQThread {
     TQTimer m_round;
 };
 
-TQWaitList::TQWaitList() : m_owner(GetCurrentThreadId()), m_changed(false), m_wake(false), m_paused(false) {
-    try {
-        m_first.reserve(BatchSize);
-    } catch (const std::bad_alloc&) {
-        TQStdExceptions::ThrowMemAllocError(L"TQWaitList::TQWaitList");
-    }
+TQWaitList::TQWaitList() try
+    : m_owner(GetCurrentThreadId()),
+      m_changed(false),
+      m_standing(m_changed.Handle()),
+      m_wake(false),
+      m_paused(false) {
+    m_first.reserve(BatchSize);
+} catch (const std::bad_alloc&) {
+    TQStdExceptions::ThrowMemAllocError(L"TQWaitList::TQWaitList");
 }
 
 TQWaitList::TQWaitList(const TQWaitList& other) : TQWaitList() {
@@ -199,7 +202,9 @@ void TQWaitList::Remove(HANDLE handle) {
             const auto next = m_first.empty() ? m_handles.begin() : m_handles.upper_bound(m_first.back());
             if (next != m_handles.end()) {
                 m_first.push_back(next->first);
+                const bool isReady = next->second.isStanding && m_standing.End(*next->second.standing);
                 isTakenAway = Disarm(next->second);
+                if (isReady) MarkFound(next->first);
             }
         }
         isTakenAway = isTakenAway && m_waitThread && m_phase == Phase::Watching;
@@ -277,6 +282,7 @@ void TQWaitList::Insert(HANDLE handle) {
 
 HANDLE TQWaitList::NextSignal() {
     const TQThreadSynch::TQSynchLock guard(m_lock);
+    CollectReady();
     if (m_found.empty()) {
         if (const DWORD code = std::exchange(m_failure, 0)) throw TQSysException(code, WaitFailed);
         return nullptr;
@@ -301,13 +307,25 @@ void TQWaitList::LookAgainAtReturned() {
 
 void TQWaitList::SetFound(HANDLE handle) {
     const TQThreadSynch::TQSynchLock guard(m_lock);
+    CollectReady();
+    MarkFound(handle);
+    m_changed.Set();
+}
+
+void TQWaitList::CollectReady() {
+    while (const HANDLE handle = m_standing.TakeReady()) {
+        m_handles.find(handle)->second.isStanding = false;
+        MarkFound(handle);
+    }
+}
+
+void TQWaitList::MarkFound(HANDLE handle) {
     const auto found = m_handles.find(handle);
     if (found == m_handles.end() || found->second.isFound) return;
     Watch& watch = found->second;
     Disarm(watch);
     watch.isFound = true;
     m_found.splice(m_found.end(), m_quiet, watch.place);
-    m_changed.Set();
 }
 
 void TQWaitList::PrepareWaitThread() {
@@ -325,6 +343,7 @@ void TQWaitList::PrepareWaitThread() {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         if (m_phase != Phase::Paused) return;
         m_phase = Phase::Watching;
+        ArmStanding();
     }
     m_wake.Set();
 }
@@ -337,16 +356,45 @@ void TQWaitList::AwaitPause() {
         TQSysException::ThrowLastError(WaitFailed);
 }
 
+bool TQWaitList::BeginStanding(HANDLE handle, Watch& watch) noexcept {
+    try {
+        return m_standing.Begin(handle, watch.standing);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+// What can be watched without the auxiliary thread need not wait for it. What lacks the memory for that is
+// left to the thread.
+void TQWaitList::ArmStanding() {
+    std::size_t kept = 0;
+    for (const HANDLE handle : m_rest) {
+        Watch& watch = m_handles.find(handle)->second;
+        watch.isStanding = BeginStanding(handle, watch);
+        watch.slot = watch.isStanding ? NoSlot : kept;
+        if (!watch.isStanding) m_rest[kept++] = handle;
+    }
+    m_rest.resize(kept);
+}
+
 // Hands a handle that is neither found nor just returned to the auxiliary thread.
 void TQWaitList::Arm(HANDLE handle) {
     Watch& watch = m_handles.find(handle)->second;
-    if (watch.isFound || watch.slot != NoSlot || handle == m_returned) return;
+    if (watch.isFound || watch.isStanding || watch.slot != NoSlot || handle == m_returned) return;
+    if (m_phase == Phase::Watching && BeginStanding(handle, watch)) {
+        watch.isStanding = true;
+        return;
+    }
     watch.slot = m_rest.size();
     m_rest.push_back(handle);
 }
 
 // Takes a handle back; false where the auxiliary thread did not have it.
 bool TQWaitList::Disarm(Watch& watch) {
+    if (watch.isStanding) {
+        watch.standing.reset();
+        watch.isStanding = false;
+    }
     if (watch.slot == NoSlot) return false;
     const HANDLE last = m_rest.back();
     m_rest[watch.slot] = last;

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "core/TQObject.h"
+#include "platform/StandingWaits.h"
 #include "platform/Types.h"
 #include "threads/TQEvent.h"
 #include "threads/TQThreadSynch.h"
@@ -19,10 +20,11 @@ namespace Quellan::Corvel {
 // the copy.
 //
 // The owner waits for up to 63 objects itself, those with the lowest handles. For the others there is one
-// auxiliary thread, from the first wait that needs it to the first that does not. What it sees is kept until
-// it is returned, each object once; it looks at an object again from the wait on that follows the one which
-// returned it. A mutex is acquired by the thread that sees it: the owner has it for certain only in a list of
-// up to 63.
+// auxiliary thread, from the first wait that needs it to the first that does not; on Linux it sleeps on
+// mutexes and objects with a name alone, as whoever signals one of the others tells the owner at once. What
+// is seen is kept until it is returned, each object once; it looks at an object again from the wait on that
+// follows the one which returned it. A mutex is acquired by the thread that sees it: the owner has it for
+// certain only in a list of up to 63.
 //
 // Handles are borrowed: remove one before closing it. A wait that comes upon a closed handle throws "Wait on
 // synch object failed.", 6 (ERROR_INVALID_HANDLE), again and again until it is removed; nothing that was seen
@@ -64,6 +66,8 @@ class TQLIB_API TQWaitList : public TQObject {
     struct Watch {
         std::list<HANDLE>::iterator place;  // in the list of quiet handles or in that of found ones
         std::size_t slot = NoSlot;          // among those that the auxiliary thread waits for
+        Platform::StandingWaits::WatchPtr standing = nullptr;
+        bool isStanding = false;
         bool isFound = false;
     };
     using WatchMap = std::map<HANDLE, Watch>;
@@ -78,6 +82,10 @@ class TQLIB_API TQWaitList : public TQObject {
     HANDLE NextSignal();
     void LookAgainAtReturned();
     void SetFound(HANDLE handle);
+    void CollectReady() TQ_REQUIRES(m_lock);
+    void MarkFound(HANDLE handle) TQ_REQUIRES(m_lock);
+    void ArmStanding() TQ_REQUIRES(m_lock);
+    bool BeginStanding(HANDLE handle, Watch& watch) noexcept;
     void PrepareWaitThread();
     void AwaitPause();
     void Arm(HANDLE handle) TQ_REQUIRES(m_lock);
@@ -88,6 +96,9 @@ class TQLIB_API TQWaitList : public TQObject {
     HANDLE m_returned = nullptr;  // by the last wait
 
     mutable TQThreadSynch m_lock;
+    // For the owner: there is something found or ready, or a failure, or another set of handles.
+    const TQEvent m_changed;
+    Platform::StandingWaits m_standing;
     WatchMap m_handles TQ_GUARDED_BY(m_lock);
     std::list<HANDLE> m_quiet TQ_GUARDED_BY(m_lock);
     std::list<HANDLE> m_found
@@ -96,9 +107,7 @@ class TQLIB_API TQWaitList : public TQObject {
     Phase m_phase TQ_GUARDED_BY(m_lock) = Phase::Paused;
     DWORD m_failure TQ_GUARDED_BY(m_lock) = 0;  // of the auxiliary thread's wait
 
-    const TQEvent
-        m_changed;         // for the owner: there is something found, or a failure, or another set of handles
-    const TQEvent m_wake;  // for the auxiliary thread
+    const TQEvent m_wake;    // for the auxiliary thread
     const TQEvent m_paused;  // in answer to `Phase::PauseAsked`
     std::unique_ptr<TQWaitThread> m_waitThread;
 };

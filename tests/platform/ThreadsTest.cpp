@@ -119,7 +119,9 @@ TEST(Threads, TellTheirTimes) {
     ASSERT_EQ(CodeOf(GetThreadTimes(thread.Thread(), &creation, &exit, &kernel, &user)), 0u);
     EXPECT_EQ(Steps(creation), begun);
     EXPECT_GT(Steps(exit), begun);
-    EXPECT_GE(Steps(kernel) + Steps(user), 200'000u);
+    if (!OnWine()) {  // which forgets them
+        EXPECT_GE(Steps(kernel) + Steps(user), 200'000u);
+    }
 }
 
 TEST(Threads, RememberTheirPriority) {
@@ -203,8 +205,12 @@ TEST(Handles, AreClosedByDuplicationOnDemand) {
                                 DUPLICATE_SAME_ACCESS | DUPLICATE_CLOSE_SOURCE));
     const Owned moved(copy);
     EXPECT_EQ(Poll(moved), WAIT_OBJECT_0);
-    EXPECT_EQ(CodeOf(CloseHandle(event)), DWORD{ERROR_INVALID_HANDLE});
+    const HANDLE closed = event;
     event.Forget();
+    // The new handle may have got the old one's value.
+    if (moved != closed) {
+        EXPECT_EQ(CodeOf(CloseHandle(closed)), DWORD{ERROR_INVALID_HANDLE});
+    }
 }
 
 }  // namespace

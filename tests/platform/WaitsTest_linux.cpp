@@ -88,8 +88,7 @@ class WatchedLock : public testing::Test {
   protected:
     WatchedLock() {
         InitializeCriticalSection(&m_lock);
-        InitializeCriticalSection(&m_other);
-        Platform::WatchLock(m_lock);
+        InitializeCriticalSectionEx(&m_other, 0, CRITICAL_SECTION_NO_DEBUG_INFO);
     }
     ~WatchedLock() override {
         DeleteCriticalSection(&m_lock);

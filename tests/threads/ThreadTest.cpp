@@ -1,4 +1,5 @@
 #include "core/TQException.h"
+#include "platform/PlatformTest.h"
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
@@ -317,9 +318,10 @@ TEST(Thread, SurvivesAStructuredException) {
     EXPECT_THAT(log.Entries()[0].strings[1], HasSubstr(L"OS Exception-Access Violation @ "));
 }
 
+// On the thread that plans it, until that ends.
+thread_local std::optional<FailCall> t_fail;
+
 TEST(Thread, EndsWithTheCodeOfAFailureBetweenItsSteps) {
-    // On the thread, where it lives until the thread ends.
-    static thread_local std::optional<FailCall> t_fail;
     TestThread thread;
     thread.onStart = [] {
         t_fail.emplace("SetEvent", ERROR_GEN_FAILURE);
@@ -531,7 +533,9 @@ TEST(Thread, TellsItsTimes) {
     EXPECT_LE(before, thread.StartTime());
     EXPECT_LE(thread.StartTime(), TQTime::CurrentTime());
     thread.StopAndWait(INFINITE);
-    EXPECT_GE(thread.CPUTime(), used);
+    if (!OnWine()) {  // which forgets the times of a thread that has ended
+        EXPECT_GE(thread.CPUTime(), used);
+    }
     const TQTimeSpan running = thread.RunningTime();
     EXPECT_GE(running, TQTimeSpan());
     EXPECT_LE(running, TQTime::CurrentTime() - before + TQTimeSpan::FromMilliseconds(1));

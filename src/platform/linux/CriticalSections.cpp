@@ -66,7 +66,7 @@ void InitializeCriticalSection(CRITICAL_SECTION* section) noexcept {
                 .RecursionCount = 0,
                 .OwningThread = 0,
                 .SpinCount = DefaultSpinCount,
-                .Watched = FALSE};
+                .Watched = TRUE};
 }
 
 BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount) noexcept {
@@ -78,6 +78,7 @@ BOOL InitializeCriticalSectionEx(CRITICAL_SECTION* section, DWORD spinCount, DWO
     if (flags & ~CRITICAL_SECTION_NO_DEBUG_INFO) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     InitializeCriticalSection(section);
     section->SpinCount = spinCount;
+    if (flags & CRITICAL_SECTION_NO_DEBUG_INFO) section->Watched = FALSE;
     return TRUE;
 }
 

@@ -15,10 +15,6 @@ constinit std::atomic<bool> g_abort{false};
 
 }  // namespace
 
-void WatchLock(CRITICAL_SECTION& section) noexcept {
-    section.Watched = TRUE;
-}
-
 unsigned long WaitsUnderLock() noexcept {
     return g_waits;
 }

@@ -61,6 +61,10 @@ void Waitable::Signal() noexcept {
                                           std::memory_order_relaxed))
             return;
     WakeList wakes;
+    Signal(wakes);
+}
+
+void Waitable::Signal(WakeList& wakes) noexcept {
     const Hold hold(*this);
     SetValue(1);
     Dispatch(wakes);
@@ -238,10 +242,35 @@ void Waitable::Dequeue(WaitBlock& block) noexcept {
 // Hands the object on, first come, first served, for as long as it stays signalled.
 void Waitable::Dispatch(WakeList& wakes) noexcept {
     WaitBlock* next;
-    for (WaitBlock* block = m_first; block && IsSignalledFor(block->waiter->m_thread); block = next) {
+    for (WaitBlock* block = m_first; block && IsSignalledFor(block->waiter ? block->waiter->m_thread : 0);
+         block = next) {
         next = block->next;
-        block->waiter->Offer(*this, *block, wakes);
+        if (block->waiter) {
+            block->waiter->Offer(*this, *block, wakes);
+        } else {
+            Dequeue(*block);
+            HandOver(static_cast<ReadyBlock&>(*block), wakes);
+        }
     }
+}
+
+void Waitable::HandOver(ReadyBlock& block, WakeList& wakes) noexcept {
+    TakeFor(0);
+    block.list->Push(block, wakes);
+}
+
+void Waitable::BeginWatch(ReadyBlock& block) noexcept {
+    WakeList wakes;
+    const Hold hold(*this);
+    if (IsSignalledFor(0))
+        HandOver(block, wakes);
+    else
+        Enqueue(block);
+}
+
+void Waitable::EndWatch(ReadyBlock& block) noexcept {
+    const Hold hold(*this);
+    Dequeue(block);
 }
 
 // The object is held. Once the word is an outcome the waiter may be gone: nothing of it is touched then.

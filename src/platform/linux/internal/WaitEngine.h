@@ -42,9 +42,30 @@ inline constexpr WaitRule TakesOwnership{.takesOwnership = true};
 struct WaitBlock {
     WaitBlock* previous = nullptr;
     WaitBlock* next = nullptr;
-    Waiter* waiter = nullptr;
-    std::uint32_t index = 0;  // of the object in the thread's wait
+    Waiter* waiter = nullptr;  // null: a ReadyBlock
+    std::uint32_t index = 0;   // of the object in the thread's wait
     bool queued = false;
+};
+
+class WakeList;
+struct ReadyBlock;
+
+// Where objects go that are watched without a thread that sleeps on them.
+class ReadyList {
+  public:
+    // The object of the block was taken for it; the object is held.
+    virtual void Push(ReadyBlock& block, WakeList& wakes) noexcept = 0;
+
+  protected:
+    ~ReadyList() = default;
+};
+
+// A place in the queue of one object that belongs to no thread. Once it has left the queue its links are the
+// list's.
+struct ReadyBlock : WaitBlock {
+    ReadyList* list = nullptr;
+    void* watch = nullptr;  // the list's own
+    bool isReady = false;   // the list's own
 };
 
 // Guards all objects that once took part in a wait for all.
@@ -85,6 +106,8 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
 
     // Sets the value to one: for events, and for the end of a thread.
     void Signal() noexcept;
+    // The same for a caller that holds other objects.
+    void Signal(WakeList& wakes) noexcept;
     void Reset() noexcept;
     // For semaphores. 298 (ERROR_TOO_MANY_POSTS), with nothing changed, where the value would go over
     // `maximum`.
@@ -99,6 +122,11 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // Takes the object if it is signalled: nothing, or 0 or WAIT_ABANDONED_0. `waiter` is the calling thread;
     // only for what takes ownership, and with room for it.
     std::optional<DWORD> TryTake(Waiter* waiter) noexcept;
+    // Puts the block into the queue, or hands the object over at once. Not for what takes ownership, nor for
+    // shared objects; the block is in no queue and no list.
+    void BeginWatch(ReadyBlock& block) noexcept;
+    // From its return on nobody hands the object over to the block.
+    void EndWatch(ReadyBlock& block) noexcept;
     // Whether a TryTake is worth while. Sees everything that happened before.
     bool LooksSignalled() const noexcept;
 
@@ -135,6 +163,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     void EnqueueFirst(WaitBlock& block) noexcept;
     void Dequeue(WaitBlock& block) noexcept;
     void Dispatch(WakeList& wakes) noexcept;
+    void HandOver(ReadyBlock& block, WakeList& wakes) noexcept;
     void Free(bool abandoned) noexcept;
 
     const WaitRule& m_rule;
