@@ -176,6 +176,12 @@ DWORD HandleUse::Access() const noexcept {
     return m_slot->access;
 }
 
+bool IsOpenHandle(HANDLE handle) noexcept {
+    const std::optional<Name> name = Decode(handle);
+    const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+    return slot && Names(*name, slot->state.load(std::memory_order_acquire));
+}
+
 // Words belong to no particular handle, and a slot may be closed and opened anew between its look and its
 // state: what is seen is a hint then, as whatever is seen of an object that others use.
 Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept {

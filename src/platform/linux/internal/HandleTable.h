@@ -105,6 +105,9 @@ class HandleRef {
     HandleUse m_use;
 };
 
+// Whether the handle names an object at this moment. The same handle never names another one.
+bool IsOpenHandle(HANDLE handle) noexcept;
+
 // What a look at several handles shows. It keeps no object alive and is over before the call returns.
 enum class Sight {
     Nothing,    // none is signalled

@@ -1,6 +1,7 @@
 #include "platform/linux/internal/WaitEngine.h"
 
 #include "platform/linux/Process.h"
+#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/SharedObject.h"
 
 #include <algorithm>
@@ -438,14 +439,24 @@ bool Waiter::Spin() noexcept {
     return granted;
 }
 
-// True once the word is an outcome; false, with the word still Sleeping perhaps, when the time is over.
 bool Waiter::Sleep(Deadline deadline) noexcept {
     if (Spin()) return true;
+    const PortPause elsewhere;
+    return SleepOnWord(deadline);
+}
+
+// The word may still be Sleeping when the time is over.
+bool Waiter::SleepOnWord(Deadline deadline) noexcept {
     std::uint32_t word = Waiting;
     m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
     while (!IsGranted())
         if (FutexWait(m_word, Sleeping, deadline, Reach::Process) == ETIMEDOUT) return false;
     return true;
+}
+
+// The waiter may be gone as soon as its word has changed.
+void Waiter::EndWait(DWORD outcome, WakeList& wakes) noexcept {
+    if (m_word.exchange(outcome, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
 }
 
 bool Waiter::MakeRoom(std::size_t count) noexcept {
