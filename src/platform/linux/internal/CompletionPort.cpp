@@ -225,7 +225,7 @@ DWORD PortSeat::Known::Find(HANDLE port) noexcept {
     const HandleRef<PortObject> found(port);
     if (!found) return ERROR_INVALID_HANDLE;
     if (!(found.Access() & IO_COMPLETION_MODIFY_STATE)) return ERROR_ACCESS_DENIED;
-    handle = port;
+    handle = KnownHandle(port);
     object = found->Port();
     return ERROR_SUCCESS;
 }

@@ -70,15 +70,16 @@ class CompletionPort {
     void FindStopped() noexcept;
     void StopIfRunning(const PortSeat* wanted, DWORD thread) noexcept;
 
-    const DWORD m_concurrency;
-    ShortLock m_lock;
+    // What each call looks at lies in one cache line, as far as it goes.
+    alignas(64) ShortLock m_lock;
 
     // Guarded by m_lock.
     bool m_closed = false;
+    const DWORD m_concurrency;
+    PacketQueue m_packets;  // not looked at once closed
+    SeatList m_waiting;     // the last to come is the first
     SeatList m_running;
-    SeatList m_waiting;             // the last to come is the first
     PortSeat* m_watcher = nullptr;  // one of m_waiting
-    PacketQueue m_packets;          // not looked at once closed
 };
 
 // A thread's place at the port that it works for. The thread's own, but for what its port changes.
@@ -110,10 +111,10 @@ class PortSeat {
 
     // A port and the handle by which it was found: while that is open it need not be looked up again.
     struct Known {
-        HANDLE handle = nullptr;
+        KnownHandle handle;
         std::shared_ptr<CompletionPort> object;
 
-        bool IsStill(HANDLE port) const noexcept { return handle == port && IsOpenHandle(port); }
+        bool IsStill(HANDLE port) const noexcept { return handle.IsOpen(port); }
         // 6 (ERROR_INVALID_HANDLE) or 5 (ERROR_ACCESS_DENIED), with nothing changed.
         DWORD Find(HANDLE port) noexcept;
     };

@@ -176,10 +176,14 @@ DWORD HandleUse::Access() const noexcept {
     return m_slot->access;
 }
 
-bool IsOpenHandle(HANDLE handle) noexcept {
+KnownHandle::KnownHandle(HANDLE handle) noexcept {
+    static_assert(Open == std::uint64_t{1} << StateShift);
     const std::optional<Name> name = Decode(handle);
     const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
-    return slot && Names(*name, slot->state.load(std::memory_order_acquire));
+    if (!slot) return;
+    m_handle = handle;
+    m_state = &slot->state;
+    m_open = std::uint64_t{name->generation} << 1 | 1;
 }
 
 // Words belong to no particular handle, and a slot may be closed and opened anew between its look and its

@@ -77,7 +77,9 @@ class WakeList {
     WakeList() = default;
     WakeList(const WakeList&) = delete;
     WakeList& operator=(const WakeList&) = delete;
-    ~WakeList() { Flush(); }
+    ~WakeList() {
+        if (m_count != 0) Flush();
+    }
 
     // `door` is null, or the shared word on which the thread sleeps in place of its own.
     void Add(const Word* word, Word* door) noexcept;
