@@ -227,6 +227,7 @@ void Thread::End() noexcept {
         const std::scoped_lock lock(map.lock);
         map.threads.erase(Id());
     }
+    m_seat.Leave();
     m_messages.Close();
     m_waiter.AbandonOwned();
     {

@@ -1,6 +1,7 @@
 #include "platform/linux/internal/WaitEngine.h"
 
 #include "platform/linux/Process.h"
+#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/SharedObject.h"
 
 #include <algorithm>
@@ -291,8 +292,7 @@ void Waiter::Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept
         flags |= m_objects[i]->TakeFor(m_thread);
         m_objects[i]->Dequeue(m_blocks[i]);
     }
-    m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
-    if (m_word.exchange(flags, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
+    EndWait(flags, wakes);
 }
 
 Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
@@ -440,19 +440,34 @@ bool Waiter::Spin() noexcept {
     const bool worthIt = granted && now < end;
     m_spinFailures = worthIt ? 0 : std::min(m_spinFailures + 1, MostFailures);
     m_waitsWithoutSpin = worthIt ? 0 : 1u << m_spinFailures;
+    if (granted) NoteSender();
     return granted;
 }
 
-// True once the word is an outcome; false, with the word still Sleeping perhaps, when the time is over.
 bool Waiter::Sleep(Deadline deadline) noexcept {
-    if (!Spin()) {
-        std::uint32_t word = Waiting;
-        m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
-        while (!IsGranted())
-            if (FutexWait(m_word, Sleeping, deadline, Reach::Process) == ETIMEDOUT) return false;
-    }
-    m_isHandedAcross = m_senderCore.load(std::memory_order_relaxed) != sched_getcpu();
+    if (Spin()) return true;
+    const PortPause elsewhere;
+    return SleepOnWord(deadline);
+}
+
+// The word may still be Sleeping when the time is over.
+bool Waiter::SleepOnWord(Deadline deadline) noexcept {
+    std::uint32_t word = Waiting;
+    m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
+    while (!IsGranted())
+        if (FutexWait(m_word, Sleeping, deadline, Reach::Process) == ETIMEDOUT) return false;
+    NoteSender();
     return true;
+}
+
+void Waiter::NoteSender() noexcept {
+    m_isHandedAcross = m_senderCore.load(std::memory_order_relaxed) != sched_getcpu();
+}
+
+// The waiter may be gone as soon as its word has changed.
+void Waiter::EndWait(DWORD outcome, WakeList& wakes) noexcept {
+    m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
+    if (m_word.exchange(outcome, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
 }
 
 bool Waiter::MakeRoom(std::size_t count) noexcept {
