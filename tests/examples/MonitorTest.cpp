@@ -78,6 +78,21 @@ TEST_F(Monitor, GoesOnWithoutAGroupThatRaisesAStructuredException) {
     EXPECT_EQ(Stop(), 1);
 }
 
+TEST_F(Monitor, GoesOnWithoutATargetWhoseCheckRaisesAStructuredException) {
+    Start({"--interval", Interval, "fault:check", Folder()});
+    EXPECT_THAT(ReadTo("watching"), HasSubstr("check of fault:check ended with 0xC0000005"));
+    WriteFile("new", "");
+    EXPECT_THAT(ReadTo("added"), Not(HasSubstr("fault:check"))) << "checked again";
+    EXPECT_EQ(Stop(), 1);
+}
+
+TEST_F(Monitor, ReportsHowItsPoolIs) {
+    StartWatching();
+    Command("report");
+    EXPECT_THAT(ReadTo("queued"), testing::AllOf(HasSubstr("pool: "), HasSubstr(" waiting, ")));
+    EXPECT_EQ(Stop(), 0);
+}
+
 TEST_F(Monitor, SaysWhichCommandsThereAre) {
     StartWatching();
     Command("continue");
