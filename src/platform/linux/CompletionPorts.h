@@ -3,11 +3,14 @@
 
 #include "platform/linux/Waits.h"
 
+// The platform's layout has a struct without a name.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wpedantic"
 struct OVERLAPPED {
     ULONG_PTR Internal;
     ULONG_PTR InternalHigh;
     union {
-        __extension__ struct {
+        struct {
             DWORD Offset;
             DWORD OffsetHigh;
         };
@@ -15,6 +18,7 @@ struct OVERLAPPED {
     };
     HANDLE hEvent;
 };
+#pragma GCC diagnostic pop
 using LPOVERLAPPED = OVERLAPPED*;
 
 struct OVERLAPPED_ENTRY {
