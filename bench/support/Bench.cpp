@@ -67,11 +67,16 @@ double Least(const std::vector<double>& values) {
     return *std::min_element(values.begin(), values.end());
 }
 
-void PinTo(unsigned core) {
+void PinTo(std::span<const unsigned> allowed) {
     cpu_set_t cores;
     CPU_ZERO(&cores);
-    CPU_SET(core, &cores);
+    for (const unsigned core : allowed)
+        CPU_SET(core, &cores);
     if (sched_setaffinity(0, sizeof cores, &cores) != 0) std::fputs("A thread is not pinned.\n", stderr);
+}
+
+void PinTo(unsigned core) {
+    PinTo(std::span(&core, 1));
 }
 
 void FindCores() {
@@ -120,6 +125,14 @@ Measurement Meter::Read() const {
 
 void PlaceWorker(Setting setting, unsigned number) {
     if (setting == Setting::AllCores && !g_cores.empty()) PinTo(g_cores[(number + 1) % g_cores.size()]);
+}
+
+Spread::Spread(Setting setting) : m_setting(setting) {
+    if (m_setting == Setting::AllCores && !g_cores.empty()) PinTo(g_cores);
+}
+
+Spread::~Spread() {
+    if (m_setting == Setting::AllCores && !g_cores.empty()) PinTo(g_cores.front());
 }
 
 int Contest::Run(int argc, char** argv) const {

@@ -57,6 +57,19 @@ template <class Operation>
 // thread's.
 void PlaceWorker(Setting setting, unsigned number);
 
+// While it lives, the calling thread and those that begin on it may use all cores, where the setting is
+// `AllCores`: for contestants whose threads are not to be got at.
+class Spread {
+  public:
+    explicit Spread(Setting setting);
+    Spread(const Spread&) = delete;
+    Spread& operator=(const Spread&) = delete;
+    ~Spread();
+
+  private:
+    Setting m_setting;
+};
+
 // The contestants of one program. Those of one case are given one after the other; the first is the library,
 // to which the others are compared.
 class Contest {

@@ -55,6 +55,7 @@ void CommandThread::OnThreadMessage(UINT msg, ULONGLONG, LONGLONG, DWORD) {
         case ReportMessage:
             for (const auto& group : m_groups)
                 m_console.Write(group->Report());
+            m_console.Write(m_pool.Report());
             break;
         case StopMessage:
             m_stop.Set();

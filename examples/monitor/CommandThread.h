@@ -11,8 +11,8 @@
 // this thread, and ends with the process.
 class CommandThread : public Quellan::Corvel::TQMsgThread {
   public:
-    CommandThread(const GroupList& groups, const Quellan::Corvel::TQEvent& stop)
-        : m_groups(groups), m_stop(stop) {}
+    CommandThread(const GroupList& groups, const CheckPool& pool, const Quellan::Corvel::TQEvent& stop)
+        : m_groups(groups), m_pool(pool), m_stop(stop) {}
     ~CommandThread() override { EndThread(); }
 
   protected:
@@ -21,6 +21,7 @@ class CommandThread : public Quellan::Corvel::TQMsgThread {
 
   private:
     const GroupList& m_groups;
+    const CheckPool& m_pool;
     const Quellan::Corvel::TQEvent& m_stop;
     Quellan::Corvel::TQConsole m_console{Quellan::Corvel::TQConsole::Stream::Output};
 };

@@ -1,29 +1,65 @@
 #include "GroupThread.h"
 
+#include "Fault.h"
 #include "platform/Win32.h"
+
+#include <algorithm>
+#include <utility>
 
 using namespace Quellan::Corvel;
 
-GroupThread::GroupThread(std::size_t number, TQStringArray targets, std::optional<DWORD> intervalMs)
-    : m_number(number), m_targets(std::move(targets)), m_intervalMs(intervalMs) {}
+namespace {
+
+constexpr std::size_t MostNamed = 4;  // targets in a report
+
+}  // namespace
+
+GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, std::optional<DWORD> intervalMs,
+                         CheckPool& pool)
+    : m_number(number),
+      m_intervalMs(intervalMs),
+      m_pool(pool),
+      m_name(targets.Count() <= MostNamed ? targets.Join(L" ")
+                                          : TQString::Format(L"%zu targets", targets.Count())) {
+    for (const TQString& path : targets) {
+        if (path == Fault)
+            m_raisesFault = true;
+        else
+            m_targets.push_back({std::make_unique<Target>(
+                                     path, [this] { return Stopped(); }, [this] { OnCheckEnd(); }),
+                                 pool.GetNewRequestorID()});
+    }
+}
+
+GroupThread::~GroupThread() {
+    EndThread();
+    m_pool.StopThreads();
+}
 
 void GroupThread::Pause(bool pause) {
     m_isPaused = pause;
     m_pauseChanged.Set();
 }
 
-MonitorSummary GroupThread::Summary() const {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    return m_summary;
+CheckSummary GroupThread::Summary() const {
+    CheckSummary summary;
+    for (const Watched& watched : m_targets)
+        summary += watched.target->Summary();
+    return summary;
+}
+
+bool GroupThread::HasFailed() const {
+    return (!ThreadRunning() && ResultCode() != 0) ||
+           std::ranges::any_of(m_targets, [](const Watched& watched) { return watched.target->HasFailed(); });
 }
 
 TQString GroupThread::Report() const {
-    const MonitorSummary summary = Summary();
+    const CheckSummary summary = Summary();
     TQString report = TQString::Format(
         L"group %zu (%s): %I64u checks, %I64u folders, %I64u files, %I64u bytes read, %I64u changes, "
         L"%I64u failures, ",
-        m_number, m_targets.Join(L" "), summary.checks, summary.folders, summary.files, summary.bytes,
-        summary.changes, summary.failures);
+        m_number, m_name, summary.checks, summary.folders, summary.files, summary.bytes, summary.changes,
+        summary.failures);
     if (ThreadRunning())
         report += m_isPaused ? L"paused\n" : L"watching\n";
     else if (ResultCode() == 0)
@@ -34,26 +70,43 @@ TQString GroupThread::Report() const {
 }
 
 unsigned int GroupThread::RunWork(BYTEBuf&) {
+    if (m_raisesFault) RaiseFault();
     TQConsole console(TQConsole::Stream::Output);
-    Monitor monitor(console, [this] { return Stopped(); });
-    const auto check = [&] {
-        monitor.Check(m_targets);
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        m_summary = monitor.Summary();
-    };
-    check();
-    if (!m_intervalMs) return 0;
-
-    console.Write(Report());
     TQWaitList signals;
-    signals.Add(StopEvent().Handle());
-    signals.Add(m_pauseChanged.Handle());
+    for (const TQEvent* event : {&StopEvent(), &m_pauseChanged, &m_allChecked})
+        signals.Add(event->Handle());
+    CheckAll();
+    bool hasBegun = false;
+    bool isResting = false;
     for (;;) {
-        const HANDLE signal = signals.Wait(m_isPaused ? INFINITE : *m_intervalMs);
+        const HANDLE signal = signals.Wait(m_isPaused || !m_intervalMs ? INFINITE : *m_intervalMs);
         if (signal == StopEvent().Handle()) return 0;
+        const bool isAllChecked = m_underWay == 0;
+        if (isAllChecked && !m_intervalMs) return 0;
+        if (isAllChecked && !std::exchange(hasBegun, true)) console.Write(Report());
         const bool isPaused = m_isPaused;
-        if (signal)
+        if (isPaused != isResting && (!isPaused || isAllChecked)) {
+            isResting = isPaused;
             console.Write(TQString::Format(L"group %zu %s\n", m_number, isPaused ? L"paused" : L"resumed"));
-        if (!isPaused) check();
+        }
+        if (!isPaused && signal != m_allChecked.Handle()) CheckAll();
     }
+}
+
+void GroupThread::CheckAll() {
+    ++m_underWay;
+    try {
+        for (const Watched& watched : m_targets) {
+            ++m_underWay;
+            if (!m_pool.Post(*watched.target, watched.requestorID)) --m_underWay;
+        }
+    } catch (...) {
+        OnCheckEnd();
+        throw;
+    }
+    OnCheckEnd();
+}
+
+void GroupThread::OnCheckEnd() {
+    if (--m_underWay == 0) m_allChecked.Set();
 }

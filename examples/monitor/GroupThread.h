@@ -1,28 +1,36 @@
 // A thread that watches one group of targets.
 #pragma once
 
-#include "Monitor.h"
+#include "CheckPool.h"
 
 #include <atomic>
 #include <memory>
 #include <optional>
 #include <vector>
 
-// Checks its targets when it starts and then whenever the interval has passed; without an interval it ends
-// with the first check. An exception ends it, and no other thread: the library logs it and keeps its code as
-// the thread's result. All members may be called by several threads at once.
+// Has its targets checked when it starts and then whenever the interval has passed; without an interval it
+// ends after the first checks. Each target's checks are work of a requestor of their own in the pool: one
+// that takes long is not waited for by the others, and is checked anew once it is over. An exception ends the
+// thread, and no other: the library logs it and keeps its code as the thread's result. All members may be
+// called by several threads at once.
 class GroupThread : public Quellan::Corvel::TQThread {
   public:
-    GroupThread(std::size_t number, Quellan::Corvel::TQStringArray targets, std::optional<DWORD> intervalMs);
-    ~GroupThread() override { EndThread(); }
+    // The target that raises an access violation in this thread.
+    static constexpr const wchar_t* Fault = L"fault:";
 
-    // Lets the checks rest, or go on at once; a check under way is finished.
+    // The pool must outlive it.
+    GroupThread(std::size_t number, const Quellan::Corvel::TQStringArray& targets,
+                std::optional<DWORD> intervalMs, CheckPool& pool);
+    // Stops the pool, as checks of these targets may be under way.
+    ~GroupThread() override;
+
+    // Lets the checks rest, or go on at once; those under way are finished.
     void Pause(bool pause);
 
-    // As the last check that was finished left it.
-    MonitorSummary Summary() const;
-    // Whether the thread has ended by an exception.
-    bool HasFailed() const { return !ThreadRunning() && ResultCode() != 0; }
+    // Of all targets, as their last finished checks left them.
+    CheckSummary Summary() const;
+    // Whether the thread, or the check of a target, has ended by an exception.
+    bool HasFailed() const;
     // One line that tells how things are.
     Quellan::Corvel::TQString Report() const;
 
@@ -30,13 +38,24 @@ class GroupThread : public Quellan::Corvel::TQThread {
     unsigned int RunWork(Quellan::Corvel::BYTEBuf& data) override;
 
   private:
+    struct Watched {
+        std::unique_ptr<Target> target;
+        DWORD requestorID;
+    };
+
+    void CheckAll();
+    void OnCheckEnd();
+
     const std::size_t m_number;
-    const Quellan::Corvel::TQStringArray m_targets;
     const std::optional<DWORD> m_intervalMs;
+    CheckPool& m_pool;
+    bool m_raisesFault = false;
+    Quellan::Corvel::TQString m_name;
+    std::vector<Watched> m_targets;
+    std::atomic<std::size_t> m_underWay{0};  // checks, and one more while some are posted
+    const Quellan::Corvel::TQEvent m_allChecked{false};
     std::atomic<bool> m_isPaused{false};
     const Quellan::Corvel::TQEvent m_pauseChanged{false};
-    mutable Quellan::Corvel::TQThreadSynch m_lock;
-    MonitorSummary m_summary TQ_GUARDED_BY(m_lock);
 };
 
 using GroupList = std::vector<std::unique_ptr<GroupThread>>;

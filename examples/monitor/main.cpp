@@ -3,11 +3,13 @@
 // Reads every file below the targets and reports each platform call that fails, as a log block on the console
 // and as an entry in the system event log; then checks them again every SECONDS (5 if not said otherwise) and
 // names the files that were added, removed or changed. Each group of targets, up to 16, is watched by a
-// thread of its own. Commands on the standard input, one a line: pause, resume, report, stop. Ctrl+C and the
-// signals that ask a process to end stop it too. With --once it ends after the first check.
+// thread of its own; the checks run side by side in a pool of up to 16 threads. Commands on the standard
+// input, one a line: pause, resume, report, stop. Ctrl+C and the signals that ask a process to end stop it
+// too. With --once it ends after the first check.
 //
-// The target "fault:" raises an access violation in the thread that checks it. The thread ends, which the
-// report tells; the others go on.
+// The target "fault:" raises an access violation in the thread of its group, which ends with that code, as
+// the report tells; "fault:check" does so in its check, which ends the checks of this target. All others go
+// on.
 //
 // Ends with 0 when nothing failed, 1 when something did, 2 for a wrong command line.
 #include "CommandThread.h"
@@ -76,11 +78,12 @@ void Watch(const GroupList& groups, const TQEvent& stop, TQConsole& output) {
 }
 
 int Run(const Options& options, TQConsole& output) {
+    CheckPool pool;
     GroupList groups;
     for (const TQStringArray& targets : options.groups)
-        groups.push_back(std::make_unique<GroupThread>(groups.size() + 1, targets, options.intervalMs));
+        groups.push_back(std::make_unique<GroupThread>(groups.size() + 1, targets, options.intervalMs, pool));
     const TQEvent stop(true);
-    CommandThread commands(groups, stop);
+    CommandThread commands(groups, pool, stop);
     if (options.intervalMs) {
         g_stopEvent = stop.Handle();
         // Also where this process was started to ignore Ctrl+C, as scripts do with what they start.
@@ -96,21 +99,19 @@ int Run(const Options& options, TQConsole& output) {
 
     for (const auto& group : groups)
         group->Stop();
-    MonitorSummary all;
+    for (const auto& group : groups)
+        group->WaitForComplete(INFINITE);
+    pool.StopThreads();
+    CheckSummary all;
     bool hasFailed = false;
     for (const auto& group : groups) {
-        group->WaitForComplete(INFINITE);
-        const MonitorSummary summary = group->Summary();
-        all.folders += summary.folders;
-        all.files += summary.files;
-        all.bytes += summary.bytes;
-        all.failures += summary.failures;
-        hasFailed = hasFailed || group->HasFailed() || summary.failures > 0;
+        all += group->Summary();
+        hasFailed = hasFailed || group->HasFailed();
         if (options.intervalMs) output.Write(group->Report());
     }
     output.Write(TQString::Format(L"%I64u folders, %I64u files, %I64u bytes read, %I64u failures\n",
                                   all.folders, all.files, all.bytes, all.failures));
-    return hasFailed ? 1 : 0;
+    return hasFailed || all.failures > 0 ? 1 : 0;
 }
 
 }  // namespace

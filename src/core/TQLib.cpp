@@ -7,10 +7,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <condition_variable>
 #include <cstdlib>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <thread>
 #include <utility>
 
 namespace Quellan::Corvel {
@@ -24,11 +26,20 @@ struct Store {
     std::map<TQString, TQModule> modules;  // by language name; an empty module where there is none
 };
 
+// An exit handler while it runs, on the stack of the thread that runs it.
+struct RunningHandler {
+    std::pair<TQLib::ExitHandler, void*> handler;
+    RunningHandler* next;
+    std::thread::id thread = std::this_thread::get_id();
+};
+
 // All of it is guarded by `lock`, which is never held while a handler runs or a module is loaded.
 struct State {
     std::mutex lock;
     TQString appName, appVersion, productName;
     std::vector<std::pair<TQLib::ExitHandler, void*>> exitHandlers;
+    RunningHandler* runningHandlers = nullptr;
+    std::condition_variable exitHandlerEnded;
     bool isExitHooked = false;
     std::vector<std::pair<TQLib::LowMemoryHandler, void*>> lowMemoryHandlers;
     std::map<unsigned int, Store> stores{{TQLib::ResourceStoreID, {TQString(L"TQRes"), {}}}};
@@ -115,21 +126,43 @@ void TQLib::AddExitHandler(ExitHandler handler, void* context) {
     if (!std::exchange(state.isExitHooked, true)) std::atexit([] { RunExitHandlers(); });
 }
 
+void TQLib::RemoveExitHandler(ExitHandler handler, void* context) noexcept {
+    State& state = TheState();
+    const std::pair removed(handler, context);
+    std::unique_lock guard(state.lock);
+    const auto found = std::find(state.exitHandlers.begin(), state.exitHandlers.end(), removed);
+    if (found != state.exitHandlers.end()) state.exitHandlers.erase(found);
+    state.exitHandlerEnded.wait(guard, [&] {
+        for (const RunningHandler* running = state.runningHandlers; running; running = running->next)
+            if (running->handler == removed && running->thread != std::this_thread::get_id()) return false;
+        return true;
+    });
+}
+
 void TQLib::RunExitHandlers() noexcept {
     State& state = TheState();
     for (;;) {
-        std::pair<ExitHandler, void*> next;
+        RunningHandler running;
         {
             const std::lock_guard guard(state.lock);
             if (state.exitHandlers.empty()) return;
-            next = state.exitHandlers.back();
+            running.handler = state.exitHandlers.back();
+            running.next = std::exchange(state.runningHandlers, &running);
             state.exitHandlers.pop_back();
         }
         try {
-            next.first(next.second);
+            running.handler.first(running.handler.second);
         } catch (...) {
             TQCoreException::LogUnhandledCurrent(L"TQLib::RunExitHandlers");
         }
+        {
+            const std::lock_guard guard(state.lock);
+            RunningHandler** link = &state.runningHandlers;
+            while (*link != &running)
+                link = &(*link)->next;
+            *link = running.next;
+        }
+        state.exitHandlerEnded.notify_all();
     }
 }
 

@@ -35,6 +35,9 @@ class TQLIB_API TQLib {
     // `RunExitHandlers`. The handler registered last runs first. An exception that leaves a handler is logged
     // as unhandled, and the next one runs.
     static void AddExitHandler(ExitHandler handler, void* context);
+    // Takes back the registration of this handler with this context; without one it does nothing. Where the
+    // handler is just running on another thread, waits for its end: what it uses may go afterwards.
+    static void RemoveExitHandler(ExitHandler handler, void* context) noexcept;
     // Runs and forgets the registered handlers now, those included that they register themselves.
     static void RunExitHandlers() noexcept;
 
@@ -63,6 +66,22 @@ class TQLIB_API TQLib {
     // Replaces that list; an empty one restores the default. Throws `TQException` 87
     // (ERROR_INVALID_PARAMETER) for a destination that is none of the four.
     static void SetDestinationLocaleIDs(TQStrResDestination destination, std::vector<LCID> locales);
+};
+
+// An exit handler that is registered for as long as the object lives; see `TQLib::AddExitHandler` and
+// `TQLib::RemoveExitHandler`.
+class TQLIB_API TQLibCallOnExit {
+  public:
+    TQLibCallOnExit(TQLib::ExitHandler handler, void* context) : m_handler(handler), m_context(context) {
+        TQLib::AddExitHandler(handler, context);
+    }
+    TQLibCallOnExit(const TQLibCallOnExit&) = delete;
+    TQLibCallOnExit& operator=(const TQLibCallOnExit&) = delete;
+    ~TQLibCallOnExit() { TQLib::RemoveExitHandler(m_handler, m_context); }
+
+  private:
+    TQLib::ExitHandler m_handler;
+    void* m_context;
 };
 
 }  // namespace Quellan::Corvel

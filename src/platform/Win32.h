@@ -27,6 +27,7 @@
 #include "platform/linux/Accounts.h"
 #include "platform/linux/Com.h"
 #include "platform/linux/CommandLine.h"
+#include "platform/linux/CompletionPorts.h"
 #include "platform/linux/ConsoleControl.h"
 #include "platform/linux/CriticalSections.h"
 #include "platform/linux/Environment.h"

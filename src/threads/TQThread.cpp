@@ -3,6 +3,7 @@
 #include "core/TQException.h"
 #include "platform/Win32.h"
 #include "threads/TQThreadCPUTimer.h"
+#include "threads/internal/ExceptionMessage.h"
 
 #include <exception>
 #include <utility>
@@ -18,27 +19,6 @@ constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
 
 // The object whose work the thread runs; null once it is destroyed, by its own thread.
 thread_local const TQThread* t_ownObject = nullptr;
-
-// The message alone, or where it can't be looked up the reason for that.
-TQString MessageOf(const _TQWin32Exception& e) noexcept {
-    try {
-        return e.ExcMsg(TQStrResDestination::Log);
-    } catch (const TQCoreException& failure) {
-        return TQString(failure.FullMsg(TQStrResDestination::Log));
-    } catch (...) {
-        return {};
-    }
-}
-
-// For an exception of which at most a text is known.
-TQString Described(const wchar_t* context, const char* text) noexcept {
-    try {
-        return TQCoreException::Unknown(context, text ? TQString::FromUtf8(text).c_str() : nullptr)
-            .ExcMsg(TQStrResDestination::Log);
-    } catch (...) {
-        return {};
-    }
-}
 
 // An action that the exception already has is not given up for the context, which then stands behind the
 // message.

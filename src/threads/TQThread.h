@@ -108,6 +108,8 @@ class TQLIB_API TQThread : public TQObject {
     const TQEvent& StopEvent() const noexcept { return m_stopEvent; }
     BYTEBuf& ThreadData() noexcept { return m_data; }
 
+    // Whether the calling thread is the one whose work this object is.
+    bool IsOwnThread() const noexcept;
     // Waits until the thread has come through `OnStart`; throws as `Start` does.
     void WaitForStartup();
     // Whether there is a thread that has not come to its end.
@@ -122,7 +124,6 @@ class TQLIB_API TQThread : public TQObject {
 
     static DWORD ThreadMain(void* self);
     unsigned int RunThread();
-    bool IsOwnThread() const noexcept;
     bool StartAfter(const ThreadHandleHolder& last, bool suspended);
     ThreadHandleHolder AwaitLastThread(bool evenAtWork) noexcept;
     void SetEnded(unsigned int code, TQString&& message) noexcept;

@@ -7,7 +7,6 @@
 #include <array>
 #include <new>
 #include <utility>
-#include <vector>
 
 namespace Quellan::Corvel {
 
@@ -29,13 +28,19 @@ struct ReadLockInstance {
     DWORD count;
 };
 
+// One beyond the usual few. It goes as soon as the thread has done with it: with GCC on Windows the memory of
+// a thread's variables is freed before their destructors run, so they must have none.
+struct MoreRead {
+    ReadLockInstance read;
+    MoreRead* next;
+};
+
 // The usual few have their place in the thread's own block, where nothing has to be made or ended.
 struct ReadLocks {
     std::array<ReadLockInstance, 8> first;
-    bool hasMore;
+    MoreRead* more;
 };
 [[gnu::tls_model("initial-exec")]] constinit thread_local ReadLocks t_reads = {};
-thread_local std::vector<ReadLockInstance> t_moreReads;
 
 // A thread's name among the living.
 const void* Self() noexcept {
@@ -43,14 +48,15 @@ const void* Self() noexcept {
 }
 
 [[gnu::noinline]] ReadLockInstance* FindMoreRead(ULONGLONG lock) noexcept {
-    const auto found = std::ranges::find(t_moreReads, lock, &ReadLockInstance::lock);
-    return found == t_moreReads.end() ? nullptr : &*found;
+    for (MoreRead* more = t_reads.more; more; more = more->next)
+        if (more->read.lock == lock) return &more->read;
+    return nullptr;
 }
 
 ReadLockInstance* FindRead(ULONGLONG lock) noexcept {
     for (ReadLockInstance& read : t_reads.first)
         if (read.lock == lock) return &read;
-    return t_reads.hasMore ? FindMoreRead(lock) : nullptr;
+    return t_reads.more ? FindMoreRead(lock) : nullptr;
 }
 
 // For a lock that is not found.
@@ -58,15 +64,19 @@ ReadLockInstance* FindRead(ULONGLONG lock) noexcept {
     const auto free = [](const ReadLockInstance& read) { return read.count == 0; };
     if (const auto found = std::ranges::find_if(t_reads.first, free); found != t_reads.first.end())
         return *found = {lock, 0};
-    if (const auto found = std::ranges::find_if(t_moreReads, free); found != t_moreReads.end())
-        return *found = {lock, 0};
-    try {
-        t_moreReads.push_back({lock, 0});
-    } catch (const std::bad_alloc&) {
-        TQStdExceptions::ThrowMemAllocError(L"TQThreadReadSynch::Lock");
+    auto* const more = new (std::nothrow) MoreRead{{lock, 0}, t_reads.more};
+    if (!more) TQStdExceptions::ThrowMemAllocError(L"TQThreadReadSynch::Lock");
+    t_reads.more = more;
+    return more->read;
+}
+
+[[gnu::noinline]] void DropUnusedMoreReads() noexcept {
+    for (MoreRead** link = &t_reads.more; *link;) {
+        if ((*link)->read.count == 0)
+            delete std::exchange(*link, (*link)->next);
+        else
+            link = &(*link)->next;
     }
-    t_reads.hasMore = true;
-    return t_moreReads.back();
 }
 
 ULONGLONG NextLockNumber() noexcept {
@@ -157,6 +167,7 @@ void TQThreadReadSynch::UnLock() {
     ReadLockInstance* const read = FindRead(m_number);
     if (!read || read->count == 0 || --read->count != 0) return;
     ReleaseState(Reader);
+    if (t_reads.more) DropUnusedMoreReads();
 }
 
 void TQThreadReadSynch::ReleaseState(DWORD share) noexcept {

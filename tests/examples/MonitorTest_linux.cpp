@@ -3,7 +3,9 @@
 
 #include <array>
 #include <csignal>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -32,6 +34,39 @@ TEST_F(Monitor, LeavesPipesAlone) {
     ASSERT_EQ(mkfifo((Folder() + "/pipe").c_str(), 0600), 0);
     Start({"--once", Folder()});
     EXPECT_EQ(m_process->ReadAll(), "1 folders, 0 files, 0 bytes read, 0 failures\n");
+}
+
+TEST_F(Monitor, ChecksThousandsOfTargets) {
+    std::vector<std::string> arguments{"--once"};
+    for (int i = 0; i < 3'000; ++i) {
+        const std::string name = std::to_string(i);
+        WriteFile(name.c_str(), "12345");
+        arguments.push_back(Folder() + "/" + name);
+    }
+    Start(arguments);
+    EXPECT_EQ(m_process->ReadAll(), "0 folders, 3000 files, 15000 bytes read, 0 failures\n");
+}
+
+// A lease on the file lets others wait when they open it.
+TEST_F(Monitor, IsNotHeldUpByATargetThatTakesLong) {
+    WriteFile("slow", "12345");
+    const std::string slow = Folder() + "/slow";
+    const TemporaryFolder other;
+    const std::filesystem::path otherPath(other.Path());
+    const int file = open(slow.c_str(), O_RDWR | O_CLOEXEC);
+    ASSERT_EQ(fcntl(file, F_SETSIG, SIGURG), 0);  // ignored
+    if (fcntl(file, F_SETLEASE, F_WRLCK) != 0) {
+        close(file);
+        GTEST_SKIP() << "no leases there";
+    }
+    Start({"--interval", Interval, slow, "--group", otherPath.string()});
+    EXPECT_THAT(ReadTo("watching"), testing::StartsWith("group 2"));
+    std::ofstream(otherPath / "new") << "";
+    ReadTo("added");
+    close(file);
+    EXPECT_THAT(ReadTo("watching"),
+                testing::HasSubstr("group 1 (" + slow + "): 1 checks, 0 folders, 1 files"));
+    EXPECT_EQ(Stop(), 0);
 }
 
 // Under Wine entries go nowhere.

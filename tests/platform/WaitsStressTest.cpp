@@ -1,5 +1,5 @@
 // Invariants of waits under load. Each case runs for half a second, or for as many seconds as the environment
-// variable TQ_STRESS_SECONDS says.
+// variable TQ_STRESS_SECONDS says; what it went through stands in the report of --gtest_output=xml.
 #include "WaitObjects.h"
 #include "platform/Win32.h"
 #include "support/Role.h"
@@ -9,6 +9,7 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
+#include <numeric>
 #include <random>
 
 namespace Quellan::Corvel::Test {
@@ -89,41 +90,47 @@ TEST_F(WaitsStress, LosesAndDoublesNoPost) {
     }
 }
 
-// Tokens go round among threads that wait without end: a lost wake-up would leave one standing.
+// Tokens go round among threads that wait without end or give up soon: a lost wake-up would leave a token
+// standing, a wait that takes and gives up all the same would lose it.
 TEST_F(WaitsStress, LeavesNoTokenStanding) {
-    constexpr int Threads = 16;
-    constexpr int Tokens = 5;
-    std::array<Owned, Threads> places;
-    for (Owned& place : places)
-        place = Semaphore(0, Tokens);
+    constexpr std::size_t Threads = 16;
+    constexpr std::size_t Tokens = 5;
+    std::array<std::array<Owned, Threads>, Tokens> places;
+    for (auto& token : places)
+        for (Owned& place : token)
+            place = AutoEvent();
     const Owned stop = ManualEvent();
-    std::atomic<long> hops{0};
+    std::array<std::atomic<long>, Tokens> hops{};
     std::vector<std::unique_ptr<Worker>> workers;
-    for (int i = 0; i < Threads; ++i)
+    for (std::size_t i = 0; i < Threads; ++i)
         workers.push_back(std::make_unique<Worker>([&, i] {
             Random random(static_cast<unsigned>(i));
-            const auto place = static_cast<std::size_t>(i);
-            const std::vector<HANDLE> handles{stop, places[place], places[(place + 1) % Threads]};
-            while (WaitAny(handles, INFINITE) != WAIT_OBJECT_0) {
-                ++hops;
-                ReleaseSemaphore(places[random() % Threads], 1, nullptr);
+            std::vector<HANDLE> handles{stop};
+            for (const auto& token : places)
+                handles.push_back(token[i]);
+            for (;;) {
+                const DWORD status = WaitAny(handles, i % 2 ? INFINITE : 1);
+                if (status == WAIT_OBJECT_0) return 0u;
+                if (status == DWORD{WAIT_TIMEOUT}) continue;
+                const std::size_t token = status - WAIT_OBJECT_0 - 1;
+                ++hops.at(token);
+                SetEvent(places.at(token)[random() % Threads]);
             }
-            return 0u;
         }));
-    for (std::size_t i = 0; i < Tokens; ++i)
-        ReleaseSemaphore(places[i], 1, nullptr);
-    for (long before = -1; Running(); before = hops) {
-        for (ULONGLONG until = GetTickCount64() + Patience; hops == before && GetTickCount64() < until;)
-            SwitchToThread();
-        EXPECT_NE(hops, before) << "all tokens stand still";
-    }
+    for (const auto& token : places)
+        SetEvent(token[0]);
+    while (Running())
+        for (auto& count : hops) {
+            const long before = count;
+            for (ULONGLONG until = GetTickCount64() + Patience; count == before && GetTickCount64() < until;)
+                SwitchToThread();
+            EXPECT_NE(count, before) << "a token stands still";
+        }
     SetEvent(stop);
     workers.clear();
-    int left = 0;
-    for (const Owned& place : places)
-        while (Poll(place) == WAIT_OBJECT_0)
-            ++left;
-    EXPECT_EQ(left, Tokens);
+    for (const auto& token : places)
+        EXPECT_EQ(std::ranges::count_if(token, [](HANDLE place) { return Poll(place) == WAIT_OBJECT_0; }), 1);
+    RecordProperty("handovers", std::to_string(std::accumulate(hops.begin(), hops.end(), 0L)));
 }
 
 // One thread sets an automatic event and waits until it was taken; others poll or wait with short time-outs.
@@ -150,6 +157,7 @@ TEST_F(WaitsStress, GivesEachSetToOneOfManyTakers) {
         }
         stop = true;
     });
+    RecordProperty("handovers", std::to_string(taken));
 }
 
 // Neighbours at a round table take two or three forks at once, and nobody ever holds one that is taken.
@@ -187,6 +195,7 @@ class Table : public WaitsStress {
         });
         for (const auto& count : meals)
             EXPECT_GT(count, 0);
+        RecordProperty("handovers", std::to_string(std::accumulate(meals.begin(), meals.end(), 0L)));
     }
 };
 
@@ -309,14 +318,20 @@ TEST_F(WaitsStress, KeepsANamedMutexWholeWhenItsOwnersAreKilled) {
                                              RoleArguments{name("mutex"), name("inside"), name("stop")});
     };
     std::ranges::generate(visitors, visit);
+    int killed = 0;
+    int abandoned = 0;
     while (Running()) {
         auto& victim = visitors[random() % visitors.size()];
         Sleep(random() % 10);
         victim->Kill();
+        ++killed;
         victim = visit();
         const DWORD status = Await(mutex);
         ASSERT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_ABANDONED_0) << status;
-        if (status == WAIT_ABANDONED_0) Poll(inside);
+        if (status == WAIT_ABANDONED_0) {
+            ++abandoned;
+            Poll(inside);
+        }
         ASSERT_TRUE(ReleaseSemaphore(inside, 1, nullptr));
         Poll(inside);
         ASSERT_TRUE(ReleaseMutex(mutex));
@@ -324,6 +339,8 @@ TEST_F(WaitsStress, KeepsANamedMutexWholeWhenItsOwnersAreKilled) {
     SetEvent(stop);
     for (const auto& visitor : visitors)
         EXPECT_EQ(visitor->ExitCode(), Done);
+    RecordProperty("killed", killed);
+    RecordProperty("abandoned", abandoned);
 }
 
 }  // namespace

@@ -1,24 +1,11 @@
 // What only the layer promises, or what can only be seen by looking at a thread from outside.
-#include "WaitObjects.h"
+#include "Ports.h"
+#include "SleepingThreads_linux.h"
 #include "platform/linux/internal/LockWatch.h"
 #include "support/FailCall.h"
 
-#include <fstream>
-#include <sys/syscall.h>
-
 namespace Quellan::Corvel::Test {
 namespace {
-
-// Returns once the thread sleeps on a futex.
-void AwaitSleep(DWORD thread) {
-    const std::string path = "/proc/self/task/" + std::to_string(thread) + "/syscall";
-    long call = -1;
-    while (call != SYS_futex) {
-        call = -1;
-        std::ifstream(path) >> call;
-        SwitchToThread();
-    }
-}
 
 TEST(SleepingWaits, EndByAnEventThatIsResetAtOnce) {
     for (int i = 0; i < 50; ++i) {
@@ -74,7 +61,7 @@ TEST(SleepingWaits, ForAllTakeNothingMeanwhile) {
 TEST(SleepingWaits, OutliveTheirHandle) {
     Owned closed = AutoEvent();
     const Owned open = Duplicate(closed);
-    const Worker waiter([&] { return Await(closed); });
+    const Worker waiter([handle = HANDLE(closed)] { return Await(handle); });
     AwaitSleep(waiter.Id());
     closed.Close();
     SetEvent(open);
@@ -128,6 +115,9 @@ TEST_F(WatchedLock, ReportsEveryWaitInside) {
     EXPECT_EQ(Reports([&] { WaitAny({m_event}); }), 1u);
     EXPECT_EQ(Reports([&] { MsgWaitForMultipleObjectsEx(0, nullptr, 0, QS_ALLINPUT, 0); }), 1u);
     EXPECT_EQ(Reports([&] { Sleep(1); }), 1u);
+    const Owned port = Port();
+    EXPECT_EQ(Reports([&] { Post(port, 1); }), 1u);
+    EXPECT_EQ(Reports([&] { Key(port); }), 1u);
     EXPECT_EQ(Reports([&] { SetEvent(m_event); }), 0u);
     LeaveCriticalSection(&m_lock);
     EXPECT_EQ(Reports([&] { Poll(m_event); }), 0u);

@@ -47,7 +47,8 @@ class Fault {
 
 // While it lives, call number `nth` (from 1) of the platform function `function` on the constructing thread
 // fails with `code`; every other call goes through. With `nth` 0 the calls are only counted. Several may live
-// at once, also for the same function, and must end in the reverse order on the thread that made them.
+// at once, also for the same function, and must end in the reverse order on the thread that made them, or
+// when that has ended.
 //
 // On Windows the library's calls are seen, not the test's own. A failing call returns `result`, so functions
 // whose failure value isn't 0 need it: INVALID_HANDLE_VALUE for CreateFileW, the code itself for the Reg

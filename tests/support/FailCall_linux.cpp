@@ -3,6 +3,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <utility>
 
 namespace Quellan::Corvel::Test {
 
@@ -14,28 +15,35 @@ struct AllocationPlan {
     AllocationPlan* next = nullptr;
 };
 
-thread_local AllocationPlan* t_allocationPlans = nullptr;
+AllocationPlan*& ThreadAllocationPlans() noexcept {
+    static constinit thread_local AllocationPlan* t_plans = nullptr;
+    return t_plans;
+}
 
 bool AllocationFaultDue() noexcept {
     bool due = false;
-    for (AllocationPlan* plan = t_allocationPlans; plan; plan = plan->next)
+    for (AllocationPlan* plan = ThreadAllocationPlans(); plan; plan = plan->next)
         if (++plan->calls == plan->nth) due = true;
     return due;
 }
 
-// `Base` with its plan on a stack of plans, from construction to destruction.
+// `Base` with its plan on its thread's stack of plans, from construction to destruction.
 template <class Base, class Planned>
 class StackedPlan : public Base {
   public:
-    StackedPlan(Planned*& stack, Planned planned) : m_stack(stack), m_planned(planned) {
-        m_planned.next = stack;
-        stack = &m_planned;
+    using StackOfThread = Planned*& (*)() noexcept;
+
+    StackedPlan(StackOfThread stack, Planned planned) : m_stack(stack), m_planned(planned) {
+        m_planned.next = std::exchange(m_stack(), &m_planned);
     }
-    ~StackedPlan() override { m_stack = m_planned.next; }
+    // The stack of a thread that has ended is gone.
+    ~StackedPlan() override {
+        if (m_stack() == &m_planned) m_stack() = m_planned.next;
+    }
     unsigned Calls() const noexcept override { return m_planned.calls; }
 
   private:
-    Planned*& m_stack;
+    StackOfThread m_stack;
     Planned m_planned;
 };
 
@@ -59,11 +67,12 @@ void* OrThrow(void* block) {
 FailCall::FailCall(const char* function, DWORD code, unsigned nth, std::uintptr_t)
     : Fault(function, nth,
             std::make_unique<StackedPlan<Plan, Platform::FaultPlan>>(
-                Platform::ThreadFaultPlans(), Platform::FaultPlan{function, nth, code})) {}
+                &Platform::ThreadFaultPlans, Platform::FaultPlan{function, nth, code})) {}
 
 FailAllocation::FailAllocation(unsigned nth)
-    : Fault("operator new", nth,
-            std::make_unique<StackedPlan<Plan, AllocationPlan>>(t_allocationPlans, AllocationPlan{nth})) {}
+    : Fault(
+          "operator new", nth,
+          std::make_unique<StackedPlan<Plan, AllocationPlan>>(&ThreadAllocationPlans, AllocationPlan{nth})) {}
 
 }  // namespace Quellan::Corvel::Test
 

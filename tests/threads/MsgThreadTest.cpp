@@ -202,13 +202,11 @@ TEST(MsgThread, WaitsForSoManyObjectsAndNoMore) {
     EXPECT_EQ(thread.StopAndWait(INFINITE), 0u) << "the platform's limit was kept";
 }
 
-// On the thread that plans it, until that ends.
-thread_local std::optional<FailCall> t_fail;
-
 TEST(MsgThread, EndsWithTheCodeOfAMessageThatCannotBeTaken) {
+    std::optional<FailCall> fail;
     Receiver thread;
-    thread.onStart = [] {
-        t_fail.emplace("GetMessageW", ERROR_GEN_FAILURE, 2, static_cast<std::uintptr_t>(-1));
+    thread.onStart = [&] {
+        fail.emplace("GetMessageW", ERROR_GEN_FAILURE, 2, static_cast<std::uintptr_t>(-1));
     };
     thread.Start();
     thread.PostMsg(WM_APP, 0, 0);

@@ -318,13 +318,11 @@ TEST(Thread, SurvivesAStructuredException) {
     EXPECT_THAT(log.Entries()[0].strings[1], HasSubstr(L"OS Exception-Access Violation @ "));
 }
 
-// On the thread that plans it, until that ends.
-thread_local std::optional<FailCall> t_fail;
-
 TEST(Thread, EndsWithTheCodeOfAFailureBetweenItsSteps) {
+    std::optional<FailCall> fail;
     TestThread thread;
-    thread.onStart = [] {
-        t_fail.emplace("SetEvent", ERROR_GEN_FAILURE);
+    thread.onStart = [&] {
+        fail.emplace("SetEvent", ERROR_GEN_FAILURE);
         return 0u;
     };
     EXPECT_EQ(Thrown([&] { thread.Start(); }).ErrCode(), 995u);

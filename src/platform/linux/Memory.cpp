@@ -35,8 +35,9 @@ DWORD CheckLocalFlags(UINT flags, UINT allowed) noexcept {
 
 // The kernel reads a signal set before it looks at what to do with it, and here there is nothing: a question
 // about reading without any effect. The set is not the page's first, whose address may be null, which means
-// that there is none.
-bool CanReadPage(ULONG_PTR page) noexcept {
+// that there is none. A function of its own also for valgrind, which reports the question unless it knows
+// where it comes from.
+[[gnu::noinline]] bool CanReadPage(ULONG_PTR page) noexcept {
     constexpr ULONG_PTR SetSize = 8;
     constexpr int NothingToDo = ~0;
     void* const noOldSet = nullptr;

@@ -88,7 +88,11 @@ class Backoff {
 class ShortLock {
   public:
     void lock() noexcept {
-        for (Backoff backoff; m_held.exchange(true, std::memory_order_acquire); backoff.Pause()) {
+        for (Backoff backoff; m_held.exchange(true, std::memory_order_acquire);) {
+            // Only looks while it is held: every exchange would take the line from the holder.
+            do
+                backoff.Pause();
+            while (m_held.load(std::memory_order_relaxed));
         }
     }
     void unlock() noexcept { m_held.store(false, std::memory_order_release); }

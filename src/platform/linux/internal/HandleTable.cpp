@@ -176,6 +176,16 @@ DWORD HandleUse::Access() const noexcept {
     return m_slot->access;
 }
 
+KnownHandle::KnownHandle(HANDLE handle) noexcept {
+    static_assert(Open == std::uint64_t{1} << StateShift);
+    const std::optional<Name> name = Decode(handle);
+    const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+    if (!slot) return;
+    m_handle = handle;
+    m_state = &slot->state;
+    m_open = std::uint64_t{name->generation} << 1 | 1;
+}
+
 // Words belong to no particular handle, and a slot may be closed and opened anew between its look and its
 // state: what is seen is a hint then, as whatever is seen of an object that others use.
 Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept {

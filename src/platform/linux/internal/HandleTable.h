@@ -11,6 +11,8 @@
 #include "platform/linux/Errors.h"
 #include "platform/linux/internal/SignalWords.h"
 
+#include <atomic>
+#include <cstdint>
 #include <memory>
 #include <new>
 #include <span>
@@ -103,6 +105,26 @@ class HandleRef {
 
   private:
     HandleUse m_use;
+};
+
+// A handle that named an object once. Whether it still does takes one look then; it never names another one.
+class KnownHandle {
+  public:
+    KnownHandle() = default;
+    explicit KnownHandle(HANDLE handle) noexcept;
+
+    // Whether this is the handle, and it is open at this moment.
+    bool IsOpen(HANDLE handle) const noexcept {
+        return handle == m_handle && m_state &&
+               m_state->load(std::memory_order_acquire) >> StateShift == m_open;
+    }
+
+  private:
+    static constexpr unsigned StateShift = 31;  // without the users
+
+    HANDLE m_handle = nullptr;
+    const std::atomic<std::uint64_t>* m_state = nullptr;
+    std::uint64_t m_open = 0;
 };
 
 // What a look at several handles shows. It keeps no object alive and is over before the call returns.

@@ -8,9 +8,8 @@ namespace Quellan::Corvel::Platform {
 
 #if defined(TQ_FAULT_POINTS)
 
-// The waits made so far, by all threads, by one that was inside a critical section, other than those made with
-// CRITICAL_SECTION_NO_DEBUG_INFO. A wait that finds its object
-// signalled or gives no time counts too.
+// The waits made so far, by all threads together, inside a critical section, other than those made with
+// CRITICAL_SECTION_NO_DEBUG_INFO. A wait that finds its object signalled or gives no time counts too.
 TQLIB_API unsigned long WaitsUnderLock() noexcept;
 // From now on such a wait ends the process instead, so that a core or a debugger shows who made it.
 TQLIB_API void AbortOnWaitUnderLock(bool abort) noexcept;

@@ -124,7 +124,7 @@ DWORD FindFolder(Registry& registry, bool global, const SharedFolder*& folder) {
         Door* door = nullptr;
         if (DWORD code = OpenDoor(opened, global, door)) return code;
         SharedObject::Sweep(opened);
-        found = registry.folders.try_emplace(id, std::move(opened), door, global).first;
+        found = registry.folders.try_emplace(id, SharedFolder{std::move(opened), door, global}).first;
     }
     folder = &found->second;
     return ERROR_SUCCESS;

@@ -229,6 +229,7 @@ void Thread::End() noexcept {
         map.threads.erase(Id());
     }
     SetToken(nullptr);
+    m_seat.Leave();
     m_messages.Close();
     m_waiter.AbandonOwned();
     {

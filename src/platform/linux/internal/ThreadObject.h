@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/linux/Threads.h"
+#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/Identity.h"
 #include "platform/linux/internal/MessageQueue.h"
 #include "platform/linux/internal/WaitEngine.h"
@@ -44,6 +45,7 @@ class Thread : public Waitable {
     DWORD SetPriority(int priority) noexcept;
     int Priority() const noexcept { return m_priority.load(std::memory_order_relaxed); }
     Waiter& AsWaiter() noexcept { return m_waiter; }  // own thread
+    PortSeat& Seat() noexcept { return m_seat; }      // own thread
     MessageQueue& Messages() noexcept { return m_messages; }
     // The token of whom it impersonates, or null.
     std::shared_ptr<Object> Token() noexcept;
@@ -74,6 +76,7 @@ class Thread : public Waitable {
     std::atomic<int> m_priority{THREAD_PRIORITY_NORMAL};
     std::atomic<bool> m_reniced{false};  // by the thread that made it, at first
     Waiter m_waiter;
+    PortSeat m_seat{m_waiter};
     MessageQueue m_messages;
     int m_endRounds = 0;
     MapEntry m_mapEntry;             // until the thread has its id; guarded by the map's lock

@@ -1,6 +1,7 @@
 #include "platform/linux/internal/WaitEngine.h"
 
 #include "platform/linux/Process.h"
+#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/SharedObject.h"
 
 #include <algorithm>
@@ -291,7 +292,7 @@ void Waiter::Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept
         flags |= m_objects[i]->TakeFor(m_thread);
         m_objects[i]->Dequeue(m_blocks[i]);
     }
-    if (m_word.exchange(flags, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
+    EndWait(flags, wakes);
 }
 
 Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
@@ -301,6 +302,7 @@ Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
         const bool choosing = word == Choosing;
         if (word != Waiting && word != Sleeping && !choosing)
             return word == LookAgain ? Claim::Busy : Claim::Refused;
+        m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
         if (!m_word.compare_exchange_weak(word, choosing ? LookAgain : outcome, std::memory_order_acq_rel,
                                           std::memory_order_relaxed))
             continue;
@@ -406,46 +408,66 @@ DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept 
     return outcome;
 }
 
-// A hand-over often comes within a microsecond when its sender runs on another core, and with one yield when
-// it waits for this one. Where that was not so the next attempts are left out, more and more of them: many
-// threads that wait for one event, or a core that others want as well, are slower with them.
+// Where two threads on two cores hand something back and forth, the next hand-over comes within a
+// microsecond, while to fall asleep and be woken on an idle core takes many: so it pays to stay awake for as
+// long as that takes. On one core the sender needs that core to make the next hand-over, and mostly gets it
+// with one yield. Where staying awake was in vain it is left out the next times, more and more of them: many
+// threads that wait for one event, or a core that others want as well, are slower with it.
 bool Waiter::Spin() noexcept {
-    constexpr unsigned Pauses = 12;
-    constexpr unsigned Yields = 3;
-    constexpr Deadline LongYields = 6'000;
-    constexpr unsigned MostFailures = 6;
+    constexpr Deadline LongestSpin = 30'000;
+    constexpr Deadline LongYield = 6'000;
+    constexpr unsigned MostFailures = 8;
     if (IsGranted()) return true;
     if (m_waitsWithoutSpin > 0) {
         --m_waitsWithoutSpin;
         return false;
     }
+    const unsigned pauses = m_isHandedAcross ? 12 : 0;
+    Deadline now = Now();
+    const Deadline end = now + (m_isHandedAcross ? LongestSpin : LongYield);
     bool granted = false;
-    for (unsigned i = 0; i < Pauses && !granted; ++i) {
-        CpuPause();
-        granted = IsGranted();
-    }
-    bool worthIt = granted;
-    if (!granted) {
-        const Deadline begin = Now();
-        for (unsigned i = 0; i < Yields && !granted; ++i) {
-            sched_yield();
+    while (!granted && now < end) {
+        for (unsigned i = 0; i < pauses && !granted; ++i) {
+            CpuPause();
             granted = IsGranted();
         }
-        worthIt = granted && Now() - begin < LongYields;
+        if (granted) break;
+        sched_yield();
+        granted = IsGranted();
+        const Deadline before = std::exchange(now, Now());
+        if (now - before >= LongYield) break;
     }
+    const bool worthIt = granted && now < end;
     m_spinFailures = worthIt ? 0 : std::min(m_spinFailures + 1, MostFailures);
     m_waitsWithoutSpin = worthIt ? 0 : 1u << m_spinFailures;
+    if (granted) NoteSender();
     return granted;
 }
 
-// True once the word is an outcome; false, with the word still Sleeping perhaps, when the time is over.
 bool Waiter::Sleep(Deadline deadline) noexcept {
     if (Spin()) return true;
+    const PortPause elsewhere;
+    return SleepOnWord(deadline);
+}
+
+// The word may still be Sleeping when the time is over.
+bool Waiter::SleepOnWord(Deadline deadline) noexcept {
     std::uint32_t word = Waiting;
     m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
     while (!IsGranted())
         if (FutexWait(m_word, Sleeping, deadline, Reach::Process) == ETIMEDOUT) return false;
+    NoteSender();
     return true;
+}
+
+void Waiter::NoteSender() noexcept {
+    m_isHandedAcross = m_senderCore.load(std::memory_order_relaxed) != sched_getcpu();
+}
+
+// The waiter may be gone as soon as its word has changed.
+void Waiter::EndWait(DWORD outcome, WakeList& wakes) noexcept {
+    m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
+    if (m_word.exchange(outcome, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
 }
 
 bool Waiter::MakeRoom(std::size_t count) noexcept {

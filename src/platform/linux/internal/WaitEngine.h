@@ -77,7 +77,9 @@ class WakeList {
     WakeList() = default;
     WakeList(const WakeList&) = delete;
     WakeList& operator=(const WakeList&) = delete;
-    ~WakeList() { Flush(); }
+    ~WakeList() {
+        if (m_count != 0) Flush();
+    }
 
     // `door` is null, or the shared word on which the thread sleeps in place of its own.
     void Add(const Word* word, Word* door) noexcept;
@@ -213,6 +215,7 @@ class Waiter {
     Waiter& operator=(const Waiter&) = delete;
 
     void SetThread(DWORD id) noexcept { m_thread = id; }
+    DWORD ThreadId() const noexcept { return m_thread; }
 
     // Waits for one of the objects, or for all of them, none of which comes twice. The status is what the
     // platform's waits return.
@@ -220,6 +223,14 @@ class Waiter {
     DWORD WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept;
     DWORD WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
     DWORD WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
+
+    // The parts of a wait, for a completion port, which ends waits under a lock of its own. The last two are
+    // true once the wait was ended; when the time is over, that lock tells whether it was nevertheless.
+    void BeginWait() noexcept { m_word.store(Waiting, std::memory_order_relaxed); }
+    void EndWait(DWORD outcome, WakeList& wakes) noexcept;
+    DWORD Outcome() const noexcept { return m_word.load(std::memory_order_acquire); }
+    bool Spin() noexcept;
+    bool SleepOnWord(Deadline deadline) noexcept;
 
     // So that owning `count` more mutexes needs no memory; false when there is none.
     bool MakeRoom(std::size_t count) noexcept;
@@ -255,7 +266,7 @@ class Waiter {
     void Poke(WakeList& wakes) noexcept;
     bool ClaimForSelf(Waitable& object, std::size_t index) noexcept;
     bool IsGranted() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
-    bool Spin() noexcept;
+    void NoteSender() noexcept;
     bool Sleep(Deadline deadline) noexcept;
     void Prepare(Mode mode, std::span<Waitable* const> objects) noexcept;
     void Adopt(Waitable& object) noexcept;
@@ -265,7 +276,9 @@ class Waiter {
     Word m_word{0};
     Mode m_mode = Mode::One;
     std::span<Waitable* const> m_objects;
-    Word* m_door = nullptr;  // see WakeList
+    Word* m_door = nullptr;              // see WakeList
+    std::atomic<int> m_senderCore = -1;  // where the last hand-over came from, before the word tells of it
+    bool m_isHandedAcross = false;       // whether that was another core than the receiver's
     unsigned m_spinFailures = 0;
     unsigned m_waitsWithoutSpin = 0;
     DWORD m_thread = 0;

@@ -1,5 +1,6 @@
-#include "Monitor.h"
+#include "Target.h"
 
+#include "Fault.h"
 #include "platform/Win32.h"
 
 using namespace Quellan::Corvel;
@@ -13,7 +14,7 @@ using FileHandle = TQHandle<_TQFileHandleClose>;
 using FindHandle = TQHandle<_TQFindHandleClose>;
 
 // Throws the last error as a failure of `call` on `path`.
-[[noreturn]] void Fail(const wchar_t* call, const TQString& path) {
+[[noreturn]] void FailCall(const wchar_t* call, const TQString& path) {
     TQSysException failure(GetLastError(), call);
     failure.SetAction(path.c_str());
     failure.AddErrFile(path.c_str());
@@ -31,37 +32,61 @@ bool IsSelfOrParent(const wchar_t* name) {
 }  // namespace
 
 template <class Data>
-Monitor::FileState Monitor::StateOf(const Data& data) {
+Target::FileState Target::StateOf(const Data& data) {
     return {data.dwFileAttributes, ULONGLONG{data.nFileSizeHigh} << 32 | data.nFileSizeLow,
             ULONGLONG{data.ftLastWriteTime.dwHighDateTime} << 32 | data.ftLastWriteTime.dwLowDateTime};
 }
 
-void Monitor::Check(const TQStringArray& targets) {
-    m_now = Snapshot();
-    m_summary.folders = m_summary.files = 0;
-    for (const TQString& target : targets)
-        CheckTarget(target);
-    if (m_isStopped()) return;
-    if (m_summary.checks++ > 0) TellChanges();
-    m_before = std::move(m_now);
+CheckSummary& CheckSummary::operator+=(const CheckSummary& other) {
+    checks += other.checks;
+    folders += other.folders;
+    files += other.files;
+    bytes += other.bytes;
+    changes += other.changes;
+    failures += other.failures;
+    return *this;
 }
 
-void Monitor::CheckTarget(const TQString& path) {
-    if (path == FaultTarget) {
-        const volatile std::uintptr_t nowhere = 8;
-        *reinterpret_cast<volatile int*>(nowhere) = 0;
-    }
+void Target::Check() {
+    if (m_path == FaultyCheck) RaiseFault();
+    m_now = Snapshot();
+    m_counts.folders = m_counts.files = 0;
+    CheckTarget();
+    if (m_isStopped()) return;
+    if (m_counts.checks++ > 0) TellChanges();
+    m_before = std::move(m_now);
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    m_summary = m_counts;
+}
+
+void Target::End() {
+    m_isTaken = false;
+    m_onEnd();
+}
+
+void Target::Fail(unsigned int code, const wchar_t* message) {
+    m_hasFailed = true;
+    m_console.Write(TQString::Format(L"check of %s ended with 0x%08X %s\n", m_path, code, message));
+    m_onEnd();
+}
+
+CheckSummary Target::Summary() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return m_summary;
+}
+
+void Target::CheckTarget() {
     try {
         WIN32_FILE_ATTRIBUTE_DATA data;
-        if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data))
-            Fail(L"GetFileAttributesExW", path);
-        CheckEntry(path, StateOf(data));
+        if (!GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &data))
+            FailCall(L"GetFileAttributesExW", m_path);
+        CheckEntry(m_path, StateOf(data));
     } catch (const TQCoreException& failure) {
-        Report(failure, L"Monitor::CheckTarget", path);
+        Report(failure, L"Target::CheckTarget", m_path);
     }
 }
 
-void Monitor::CheckEntry(const TQString& path, const FileState& state) {
+void Target::CheckEntry(const TQString& path, const FileState& state) {
     try {
         // A device or pipe has no end, and opening it may wait for ever.
         if (state.attributes & FILE_ATTRIBUTE_DEVICE) return;
@@ -72,23 +97,23 @@ void Monitor::CheckEntry(const TQString& path, const FileState& state) {
             CheckFile(path, state);
         }
     } catch (const TQCoreException& failure) {
-        Report(failure, L"Monitor::CheckEntry", path);
+        Report(failure, L"Target::CheckEntry", path);
     }
 }
 
-void Monitor::CheckFolder(const TQString& path) {
+void Target::CheckFolder(const TQString& path) {
     WIN32_FIND_DATAW entry;
     const FindHandle find(FindFirstFileW(Join(path, L"*").c_str(), &entry));
-    if (!find.IsValid()) Fail(L"FindFirstFileW", path);
-    ++m_summary.folders;
+    if (!find.IsValid()) FailCall(L"FindFirstFileW", path);
+    ++m_counts.folders;
     do {
         if (m_isStopped()) return;
         if (!IsSelfOrParent(entry.cFileName)) CheckEntry(Join(path, entry.cFileName), StateOf(entry));
     } while (FindNextFileW(find.Get(), &entry));
-    if (GetLastError() != ERROR_NO_MORE_FILES) Fail(L"FindNextFileW", path);
+    if (GetLastError() != ERROR_NO_MORE_FILES) FailCall(L"FindNextFileW", path);
 }
 
-void Monitor::CheckFile(const TQString& path, const FileState& state) {
+void Target::CheckFile(const TQString& path, const FileState& state) {
     m_now.files[path] = state;
     const auto before = m_before.files.find(path);
     const bool isKnown = before != m_before.files.end() && before->second == state;
@@ -96,19 +121,19 @@ void Monitor::CheckFile(const TQString& path, const FileState& state) {
         const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file.IsValid()) Fail(L"CreateFileW", path);
+        if (!file.IsValid()) FailCall(L"CreateFileW", path);
         BYTEBuf block(BlockSize);
         DWORD read = 0;
         do {
             if (m_isStopped()) return;
-            if (!ReadFile(file.Get(), block.Data(), BlockSize, &read, nullptr)) Fail(L"ReadFile", path);
-            m_summary.bytes += read;
+            if (!ReadFile(file.Get(), block.Data(), BlockSize, &read, nullptr)) FailCall(L"ReadFile", path);
+            m_counts.bytes += read;
         } while (read != 0);
     }
-    ++m_summary.files;
+    ++m_counts.files;
 }
 
-void Monitor::TellChanges() {
+void Target::TellChanges() {
     for (const auto& [path, state] : m_now.files) {
         const auto before = m_before.files.find(path);
         if (before == m_before.files.end())
@@ -120,12 +145,12 @@ void Monitor::TellChanges() {
         if (!m_now.files.contains(path)) Tell(L"removed", path);
 }
 
-void Monitor::Tell(const wchar_t* change, const TQString& path) {
-    ++m_summary.changes;
+void Target::Tell(const wchar_t* change, const TQString& path) {
+    ++m_counts.changes;
     m_console.Write(TQString::Format(L"%s %s\n", change, path));
 }
 
-void Monitor::Report(const TQCoreException& failure, const wchar_t* where, const TQString& path) {
+void Target::Report(const TQCoreException& failure, const wchar_t* where, const TQString& path) {
     const DWORD code = failure.ErrCode();
     m_now.failures[path] = code;
     if (code != ERROR_FILE_NOT_FOUND && code != ERROR_PATH_NOT_FOUND) {
@@ -137,7 +162,7 @@ void Monitor::Report(const TQCoreException& failure, const wchar_t* where, const
     }
     const auto before = m_before.failures.find(path);
     if (before != m_before.failures.end() && before->second == code) return;
-    ++m_summary.failures;
+    ++m_counts.failures;
     STLString block;
     failure.AssembleLogOutput(where, block);
     m_console.Write(block);

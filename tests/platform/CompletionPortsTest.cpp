@@ -1,0 +1,165 @@
+#include "Ports.h"
+#include "platform/Win32.h"
+
+#include <algorithm>
+#include <array>
+#include <memory>
+#include <numeric>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using testing::Test;
+using Keys = std::vector<ULONG_PTR>;
+
+class CompletionPort : public Test {
+  protected:
+    const Owned m_port = Port();
+};
+
+TEST_F(CompletionPort, HandsOutWhatWasPosted) {
+    OVERLAPPED overlapped{};
+    ASSERT_TRUE(PostQueuedCompletionStatus(m_port, 0xFFFFFFFF, ~ULONG_PTR{0}, &overlapped));
+    Packet packet;
+    ASSERT_EQ(Get(m_port, packet, INFINITE), 0u);
+    EXPECT_EQ(packet, (Packet{0xFFFFFFFF, ~ULONG_PTR{0}, &overlapped}));
+}
+
+// In portions that fall on all sides of the steps in which memory for packets grows and shrinks.
+TEST_F(CompletionPort, KeepsTheOrderOfItsPackets) {
+    ULONG_PTR posted = 0;
+    ULONG_PTR taken = 0;
+    for (ULONG_PTR portion : {1, 255, 256, 257, 3000, 2}) {
+        for (ULONG_PTR i = 0; i < portion; ++i)
+            ASSERT_EQ(Post(m_port, ++posted), 0u);
+        for (; taken < posted - portion / 3; ++taken)
+            ASSERT_EQ(Key(m_port, 0), taken + 1);
+    }
+    Keys rest(posted - taken);
+    std::iota(rest.begin(), rest.end(), taken + 1);
+    EXPECT_EQ(Drain(m_port), rest);
+}
+
+TEST_F(CompletionPort, TellsOfNoPacketAfterTheTime) {
+    OVERLAPPED before{};
+    for (const DWORD ms : {0u, 30u}) {
+        Packet packet{7, 8, &before};
+        const ULONGLONG start = GetTickCount64();
+        EXPECT_EQ(Get(m_port, packet, ms), DWORD{WAIT_TIMEOUT});
+        constexpr ULONGLONG TickStep = 16;
+        EXPECT_GE(GetTickCount64() - start + TickStep, ms);
+        EXPECT_EQ(packet, (Packet{7, 8, nullptr}));
+    }
+}
+
+TEST_F(CompletionPort, EndsAWaitWithAPacket) {
+    for (const DWORD ms : {Patience, DWORD{INFINITE}}) {
+        const Taker taker(m_port, ms);
+        Post(m_port, 5);
+        EXPECT_EQ(taker.Result(), 5u);
+    }
+}
+
+TEST_F(CompletionPort, TakesPacketsFromManyThreads) {
+    constexpr ULONG_PTR Posters = 4;
+    constexpr ULONG_PTR Each = 2'000;
+    std::vector<std::unique_ptr<Worker>> posters;
+    for (ULONG_PTR poster = 0; poster < Posters; ++poster)
+        posters.push_back(std::make_unique<Worker>([this, poster] {
+            for (ULONG_PTR i = 1; i <= Each; ++i)
+                Post(m_port, poster << 32 | i);
+            return 0u;
+        }));
+    std::array<ULONG_PTR, Posters> last{};
+    for (ULONG_PTR i = 0; i < Posters * Each; ++i) {
+        const ULONG_PTR key = Key(m_port);
+        ASSERT_EQ(key & 0xFFFFFFFF, last.at(key >> 32) + 1);
+        ++last.at(key >> 32);
+    }
+    EXPECT_EQ(Drain(m_port), Keys{});
+}
+
+TEST_F(CompletionPort, HandsOutSeveralPacketsAtOnce) {
+    OVERLAPPED overlapped{};
+    for (ULONG_PTR key = 1; key <= 5; ++key)
+        PostQueuedCompletionStatus(m_port, static_cast<DWORD>(10 * key), key, &overlapped);
+    std::array<OVERLAPPED_ENTRY, 3> entries{};
+    ULONG removed = 0;
+    ASSERT_TRUE(GetQueuedCompletionStatusEx(m_port, entries.data(), 3, &removed, INFINITE, FALSE));
+    ASSERT_EQ(removed, 3u);
+    for (std::size_t i = 0; i < 3; ++i) {
+        EXPECT_EQ(entries[i].lpCompletionKey, i + 1);
+        EXPECT_EQ(entries[i].dwNumberOfBytesTransferred, 10 * (i + 1));
+        EXPECT_EQ(entries[i].lpOverlapped, &overlapped);
+        EXPECT_EQ(entries[i].Internal, 0u);
+    }
+    ASSERT_TRUE(GetQueuedCompletionStatusEx(m_port, entries.data(), 3, &removed, INFINITE, TRUE));
+    EXPECT_EQ(removed, 2u);
+    EXPECT_EQ(CodeOf(GetQueuedCompletionStatusEx(m_port, entries.data(), 3, &removed, 1, FALSE)),
+              DWORD{WAIT_TIMEOUT});
+}
+
+TEST_F(CompletionPort, IsFoundByEachOfItsHandles) {
+    Owned copy = Duplicate(m_port);
+    EXPECT_EQ(Post(copy, 1), 0u);
+    EXPECT_EQ(Post(m_port, 2), 0u);
+    EXPECT_EQ(Key(m_port), 1u);
+    EXPECT_EQ(Key(copy), 2u);
+    const HANDLE closed = copy;
+    copy.Close();
+    EXPECT_EQ(Post(closed, 3), ERROR_INVALID_HANDLE);
+    Packet packet;
+    EXPECT_EQ(Get(closed, packet, 0), ERROR_INVALID_HANDLE);
+    EXPECT_EQ(Get(m_port, packet, 0), DWORD{WAIT_TIMEOUT});
+}
+
+TEST_F(CompletionPort, IsLeftAloneByWhatIsNoPort) {
+    const Owned event = ManualEvent();
+    for (const HANDLE handle :
+         {HANDLE(event), HANDLE(), INVALID_HANDLE_VALUE, HANDLE(ULONG_PTR{0x1234'5678})}) {
+        OVERLAPPED before{};
+        Packet packet{7, 8, &before};
+        EXPECT_EQ(Post(handle, 1), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(Get(handle, packet, INFINITE), ERROR_INVALID_HANDLE);
+        EXPECT_EQ(packet, (Packet{7, 8, nullptr}));
+        OVERLAPPED_ENTRY entry;
+        ULONG removed;
+        EXPECT_EQ(CodeOf(GetQueuedCompletionStatusEx(handle, &entry, 1, &removed, INFINITE, FALSE)),
+                  ERROR_INVALID_HANDLE);
+    }
+}
+
+TEST_F(CompletionPort, NeedsTheRightToChangeIt) {
+    HANDLE weak = nullptr;
+    ASSERT_TRUE(
+        DuplicateHandle(GetCurrentProcess(), m_port, GetCurrentProcess(), &weak, SYNCHRONIZE, FALSE, 0));
+    const Owned owned(weak);
+    EXPECT_EQ(Post(weak, 1), ERROR_ACCESS_DENIED);
+    Packet packet;
+    EXPECT_EQ(Get(weak, packet, 0), ERROR_ACCESS_DENIED);
+}
+
+TEST_F(CompletionPort, IsMadeWithAFileOrAlone) {
+    EXPECT_EQ(CodeOf(CreateIoCompletionPort(INVALID_HANDLE_VALUE, m_port, 0, 0)), ERROR_INVALID_PARAMETER);
+    const Owned event = ManualEvent();
+    EXPECT_EQ(CodeOf(CreateIoCompletionPort(nullptr, m_port, 0, 0)), ERROR_INVALID_HANDLE);
+}
+
+// The one thread that may run waits for what another one does once it has a packet.
+TEST_F(CompletionPort, LetsAnotherThreadRunWhileOneWaits) {
+    const Owned port = Port(1);
+    Post(port, 1);
+    ASSERT_EQ(Key(port), 1u);
+    const Owned done = ManualEvent();
+    const Worker other([&] {
+        const ULONG_PTR key = Key(port);
+        SetEvent(done);
+        return static_cast<DWORD>(key);
+    });
+    Post(port, 2);
+    EXPECT_EQ(Await(done), WAIT_OBJECT_0);
+    EXPECT_EQ(other.Result(), 2u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

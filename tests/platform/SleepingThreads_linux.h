@@ -1,0 +1,24 @@
+// Seeing from outside that a thread sleeps.
+#pragma once
+
+#include "platform/Win32.h"
+
+#include <fstream>
+#include <string>
+#include <sys/syscall.h>
+
+namespace Quellan::Corvel::Test {
+
+// Returns once the thread sleeps on a futex, or has ended.
+inline void AwaitSleep(DWORD thread) {
+    const std::string path = "/proc/self/task/" + std::to_string(thread) + "/syscall";
+    long call = -1;
+    while (call != SYS_futex) {
+        std::ifstream file(path);
+        if (!file) return;
+        if (!(file >> call)) call = -1;
+        SwitchToThread();
+    }
+}
+
+}  // namespace Quellan::Corvel::Test
