@@ -4,6 +4,7 @@
 #include "platform/Win32.h"
 
 using namespace Quellan::Corvel;
+using Quellan::Sarvek::SecID;
 
 namespace {
 
@@ -19,6 +20,21 @@ using FindHandle = TQHandle<_TQFindHandleClose>;
     failure.SetAction(path.c_str());
     failure.AddErrFile(path.c_str());
     throw failure;
+}
+
+SecID OwnerOf(const TQString& path) {
+    BYTEBuf descriptor;
+    for (DWORD size = 0;;) {
+        const auto room = static_cast<DWORD>(descriptor.Bytes());
+        if (GetFileSecurityW(path.c_str(), OWNER_SECURITY_INFORMATION, descriptor.Data(), room, &size)) break;
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) FailCall(L"GetFileSecurityW", path);
+        descriptor = BYTEBuf(size);
+    }
+    PSID owner = nullptr;
+    BOOL isDefaulted;
+    if (!GetSecurityDescriptorOwner(descriptor.Data(), &owner, &isDefaulted))
+        FailCall(L"GetSecurityDescriptorOwner", path);
+    return SecID(owner);
 }
 
 TQString Join(const TQString& folder, const wchar_t* name) {
@@ -80,10 +96,24 @@ void Target::CheckTarget() {
         WIN32_FILE_ATTRIBUTE_DATA data;
         if (!GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &data))
             FailCall(L"GetFileAttributesExW", m_path);
+        CheckOwner();
         CheckEntry(m_path, StateOf(data));
     } catch (const TQCoreException& failure) {
         Report(failure, L"Target::CheckTarget", m_path);
     }
+}
+
+void Target::CheckOwner() {
+    SecID owner = OwnerOf(m_path);
+    if (owner == m_owner) return;
+    if (m_owner) {
+        ++m_counts.changes;
+        m_console.Write(TQString::Format(L"owner of %s changed from %s to %s\n", m_path, m_owner.FullName(),
+                                         owner.FullName()));
+    } else {
+        m_console.Write(TQString::Format(L"owner of %s is %s\n", m_path, owner.FullName()));
+    }
+    m_owner = std::move(owner);
 }
 
 void Target::CheckEntry(const TQString& path, const FileState& state) {

@@ -20,9 +20,9 @@ struct CheckSummary {
     CheckSummary& operator+=(const CheckSummary& other);
 };
 
-// A file, or a folder with all that is below it, which is looked at again and again: reads what is new, tells
-// what has changed and reports every platform call that fails, on the console and as an entry of the event
-// log. Failures are reported when they arise, and counted, never thrown.
+// A file, or a folder with all that is below it, which is looked at again and again: names its owner, reads
+// what is new, tells what has changed and reports every platform call that fails, on the console and as an
+// entry of the event log. Failures are reported when they arise, and counted, never thrown.
 //
 // A check goes from `Begin` through `Check` to `End`, or to `Fail` where an exception left it; they may be
 // called on different threads, one after the other. The other members are for any thread.
@@ -66,6 +66,7 @@ class Target {
     static FileState StateOf(const Data& data);
 
     void CheckTarget();
+    void CheckOwner();
     void CheckEntry(const Quellan::Corvel::TQString& path, const FileState& state);
     void CheckFolder(const Quellan::Corvel::TQString& path);
     void CheckFile(const Quellan::Corvel::TQString& path, const FileState& state);
@@ -82,7 +83,8 @@ class Target {
     Quellan::Corvel::TQConsole m_console{Quellan::Corvel::TQConsole::Stream::Output};
 
     // Of the check under way.
-    Snapshot m_before;  // what the last one found
+    Quellan::Sarvek::SecID m_owner;  // null until it was named
+    Snapshot m_before;               // what the last one found
     Snapshot m_now;
     CheckSummary m_counts;
 

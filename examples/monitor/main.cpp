@@ -2,10 +2,10 @@
 //
 // Reads every file below the targets and reports each platform call that fails, as a log block on the console
 // and as an entry in the system event log; then checks them again every SECONDS (5 if not said otherwise) and
-// names the files that were added, removed or changed. Each group of targets, up to 16, is watched by a
-// thread of its own; the checks run side by side in a pool of up to 16 threads. Commands on the standard
-// input, one a line: pause, resume, report, stop. Ctrl+C and the signals that ask a process to end stop it
-// too. With --once it ends after the first check.
+// names the files that were added, removed or changed, and the owner of a target when it changed. Each group
+// of targets, up to 16, is watched by a thread of its own; the checks run side by side in a pool of up to 16
+// threads. Commands on the standard input, one a line: pause, resume, report, stop. Ctrl+C and the signals
+// that ask a process to end stop it too. With --once it ends after the first check.
 //
 // The target "fault:" raises an access violation in the thread of its group, which ends with that code, as
 // the report tells; "fault:check" does so in its check, which ends the checks of this target. All others go
@@ -90,6 +90,7 @@ int Run(const Options& options, TQConsole& output) {
         SetConsoleCtrlHandler(nullptr, FALSE);
         SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
     }
+    output.Write(TQString::Format(L"monitor runs as %s\n", TQSysProc::CurrentUser().FullName()));
     for (const auto& group : groups)
         group->Start();
     if (options.intervalMs) commands.Start();
