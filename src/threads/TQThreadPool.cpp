@@ -47,6 +47,17 @@ constexpr DWORD High(ULONGLONG word) noexcept {
     return static_cast<DWORD>(word >> 32);
 }
 
+// In the low half of a pool's use of its threads.
+constexpr ULONGLONG OneBusy = 1;
+constexpr unsigned TakingShift = 16;
+constexpr ULONGLONG OneTaking = ULONGLONG{1} << TakingShift;
+constexpr DWORD BusyIn(ULONGLONG use) noexcept {
+    return Low(use) & ((DWORD{1} << TakingShift) - 1);
+}
+constexpr DWORD TakingIn(ULONGLONG use) noexcept {
+    return Low(use) >> TakingShift;
+}
+
 constexpr std::size_t KeptSpareItems = 65'536;
 constexpr ULONGLONG KeptBytes = 64 * 1024;  // of a thread's buffer from one item to the next
 
@@ -81,6 +92,25 @@ DWORD ProcessorCount() noexcept {
 }
 
 }  // namespace
+
+// A thread that has waited, from where it counts as busy to where its item counts as taken. A post in this
+// time needs no thread for that item; it relies on this one for its own, which sees to it that there is
+// another one.
+class _TQThreadPoolBase::Taking {
+  public:
+    explicit Taking(_TQThreadPoolBase& pool) noexcept : m_pool(pool) {
+        pool.m_threadUse.fetch_sub(HighOne - OneBusy - OneTaking);
+    }
+    Taking(const Taking&) = delete;
+    Taking& operator=(const Taking&) = delete;
+    ~Taking() {
+        m_pool.m_threadUse.fetch_sub(OneTaking);
+        if (m_pool.NeedsThread()) m_pool.WakeThread();
+    }
+
+  private:
+    _TQThreadPoolBase& m_pool;
+};
 
 // What a thread takes out of the port.
 struct _TQThreadPoolBase::Packet {
@@ -184,7 +214,7 @@ DWORD _TQThreadPoolBase::ThreadsWaiting() const {
 }
 
 DWORD _TQThreadPoolBase::ThreadsBusy() const {
-    return Low(Read(m_threadUse));
+    return BusyIn(Read(m_threadUse));
 }
 
 DWORD _TQThreadPoolBase::ThreadsAllocated() const {
@@ -218,7 +248,7 @@ DWORD _TQThreadPoolBase::PostsInFlight() const noexcept {
 }
 
 void _TQThreadPoolBase::AdjustBusy(bool busy) noexcept {
-    constexpr ULONGLONG toWaiting = HighOne - 1;
+    constexpr ULONGLONG toWaiting = HighOne - OneBusy;
     if (busy)
         m_threadUse.fetch_sub(toWaiting);
     else
@@ -430,15 +460,23 @@ bool _TQThreadPoolBase::PostThreadStop() const noexcept {
 // Taking.
 
 _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::_GetWork(BYTEBuf& data, DWORD ms) {
+    return TakeWork(data, ms, false);
+}
+
+// A thread counts as waiting only where there is something to wait for: while work is there the counter is
+// left alone.
+_TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting) {
     for (;;) {
-        // A thread counts as waiting only where there is something to wait for: while work is there the
-        // counter is left alone.
         Packet packet;
-        DWORD code = TakePacket(m_port.Get(), 0, packet);
+        std::optional<Taking> taking;
+        DWORD code = isWaiting ? DWORD{WAIT_TIMEOUT} : TakePacket(m_port.Get(), 0, packet);
         if (code == WAIT_TIMEOUT) {
-            AdjustBusy(false);
+            if (!std::exchange(isWaiting, false)) AdjustBusy(false);
             code = TakePacket(m_port.Get(), ms, packet);
-            AdjustBusy(true);
+            if (code == ERROR_SUCCESS)
+                taking.emplace(*this);
+            else
+                AdjustBusy(true);
             if (code == WAIT_TIMEOUT) return GetWorkResult::TimeOut;
         }
         if (code != ERROR_SUCCESS) throw TQSysException(code, L"Getting asynch queue work data failed.");
@@ -518,7 +556,9 @@ void _TQThreadPoolBase::KeepSpare(WorkItemPtr&& item) noexcept {
 // The threads.
 
 bool _TQThreadPoolBase::NeedsThread() const {
-    return m_allocated.load() < m_maxThreads && High(m_threadUse.load()) < PostsInFlight();
+    if (m_allocated.load() >= m_maxThreads) return false;
+    const ULONGLONG use = m_threadUse.load();
+    return High(use) + TakingIn(use) < PostsInFlight();
 }
 
 // Sees to it that a thread takes what is about to be posted. The order matters: the post is counted before
@@ -627,12 +667,12 @@ void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
     if (!thread->IsOwnThread())
         throw TQException(ERROR_INVALID_THREAD_ID,
                           L"Pool thread can only call RunPoolThread from it's running thread.");
-    AdjustBusy(true);
+    bool isWaiting = true;  // as it was counted before it started
     BYTEBuf data;
     while (thread->ReadyForWork()) {
         GetWorkResult result;
         try {
-            result = _GetWork(data, IdleWaitMs());
+            result = TakeWork(data, IdleWaitMs(), std::exchange(isWaiting, false));
         } catch (...) {
             ReportCaught(thread, nullptr);
             Sleep(TakeAgainMs);
@@ -645,6 +685,7 @@ void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
         else if (Retire(*thread))
             return;
     }
+    if (isWaiting) AdjustBusy(true);
     m_serving.fetch_sub(1);
     {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);

@@ -155,6 +155,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     using Handle = TQHandle<_TQKernelHandleClose>;
     using OVERLAPPED_DATA = _TQWin32AsynchRoot::OVERLAPPED_DATA;
     static constexpr DWORD RecycledBytes = _TQWin32AsynchRoot::RecycledBytes;
+    class Taking;
     struct Packet;
     using QueueMap = std::map<DWORD, WorkQueue>;
 
@@ -175,6 +176,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     bool PostThreadStop() const noexcept;
 
     bool CountAsTaken(const OVERLAPPED_DATA& packet) noexcept;
+    GetWorkResult TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting);
     static DWORD TakePacket(HANDLE port, DWORD ms, Packet& packet) noexcept;
     bool TakeAnonymous(const Packet& packet, BYTEBuf& data);
     bool TakeTurn(BYTEBuf& data) noexcept;
@@ -217,7 +219,8 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     // that the pool was stopped; and those of them that a thread has taken or that were dropped.
     alignas(64) mutable std::atomic<ULONGLONG> m_posted = 0;
     alignas(64) mutable std::atomic<ULONGLONG> m_settled = 0;
-    // Written when a thread begins or ends to wait: busy threads, and above 32 bits waiting ones.
+    // Written when a thread begins or ends to wait: busy threads, above 16 bits those of them that have
+    // waited and whose item does not count as taken yet, above 32 bits waiting ones.
     alignas(64) mutable std::atomic<ULONGLONG> m_threadUse = 0;
     // Read with each item.
     alignas(64) mutable std::atomic<DWORD> m_allocated = 0;
