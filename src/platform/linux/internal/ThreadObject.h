@@ -50,7 +50,7 @@ class Thread : public Waitable {
     // The token of whom it impersonates, or null.
     std::shared_ptr<Object> Token() noexcept;
     void SetToken(std::shared_ptr<Object> token) noexcept;  // own thread
-    [[noreturn]] void Exit(DWORD exitCode);  // own thread
+    [[noreturn]] void Exit(DWORD exitCode);                 // own thread
 
   private:
     friend struct ThreadMap;
