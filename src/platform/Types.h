@@ -20,13 +20,22 @@
 #if defined(_WIN32)
 using DWORD = unsigned long;
 using LONG = long;
+struct _ACE_HEADER;
+struct _ACL;
+struct _SECURITY_ATTRIBUTES;
 struct _SID_AND_ATTRIBUTES;
 struct _SID_IDENTIFIER_AUTHORITY;
+using ACE_HEADER = _ACE_HEADER;
+using ACL = _ACL;
+using SECURITY_ATTRIBUTES = _SECURITY_ATTRIBUTES;
 using SID_AND_ATTRIBUTES = _SID_AND_ATTRIBUTES;
 using SID_IDENTIFIER_AUTHORITY = _SID_IDENTIFIER_AUTHORITY;
 #else
 using DWORD = std::uint32_t;
 using LONG = std::int32_t;
+struct ACE_HEADER;
+struct ACL;
+struct SECURITY_ATTRIBUTES;
 struct SID_AND_ATTRIBUTES;
 struct SID_IDENTIFIER_AUTHORITY;
 #endif

@@ -47,6 +47,7 @@
 #include "platform/linux/Privileges.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/Registry.h"
+#include "platform/linux/SecurityDescriptors.h"
 #include "platform/linux/Semaphores.h"
 #include "platform/linux/Sids.h"
 #include "platform/linux/StructuredExceptions.h"
@@ -54,5 +55,6 @@
 #include "platform/linux/Threads.h"
 #include "platform/linux/Tokens.h"
 #include "platform/linux/Version.h"
+#include "platform/linux/Volumes.h"
 #include "platform/linux/Waits.h"
 #endif

@@ -1,11 +1,14 @@
 #include "platform/linux/Files.h"
 
+#include "platform/FileLocks.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 #include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/FileObject.h"
+#include "platform/linux/internal/FileSecurity.h"
+#include "platform/linux/internal/ShareModes.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <cstdio>
@@ -25,67 +28,100 @@ namespace {
 constexpr DWORD AllWriteRights = FILE_WRITE_DATA | FILE_APPEND_DATA;
 constexpr mode_t AllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
-// The rights to data; others are implied by having opened the file.
+// The rights to data and to the file's name; others are implied by having opened the file.
 DWORD DataRights(DWORD access) noexcept {
-    DWORD rights = access & (FILE_READ_DATA | AllWriteRights);
+    DWORD rights = access & (FILE_READ_DATA | AllWriteRights | DELETE);
     if (access & (GENERIC_READ | GENERIC_ALL)) rights |= FILE_READ_DATA;
     if (access & (GENERIC_WRITE | GENERIC_ALL)) rights |= AllWriteRights;
+    if (access & GENERIC_ALL) rights |= DELETE;
     return rights;
 }
 
-DWORD CheckCreateFile(DWORD access, DWORD share, const SECURITY_ATTRIBUTES* security, DWORD disposition,
-                      DWORD flags, HANDLE templateFile) noexcept {
+// What CreateFileW is asked for.
+struct Opening {
+    DWORD rights;
+    DWORD share;
+    DWORD disposition;
+    DWORD flags;
+    std::optional<FileSecurity> security;  // for a new file
+
+    bool Creates() const noexcept {
+        return disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
+    }
+    bool Truncates() const noexcept {
+        return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
+    }
+    bool Writes() const noexcept { return rights & AllWriteRights || Truncates(); }
+};
+
+DWORD ReadOpening(DWORD access, DWORD share, const SECURITY_ATTRIBUTES* security, DWORD disposition,
+                  DWORD flags, HANDLE templateFile, Opening& opening) {
     constexpr DWORD Shares = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     constexpr DWORD Offered = FILE_FLAG_WRITE_THROUGH | FILE_FLAG_RANDOM_ACCESS | FILE_FLAG_SEQUENTIAL_SCAN |
                               FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_POSIX_SEMANTICS |
                               FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_ARCHIVE | FILE_ATTRIBUTE_NORMAL |
                               FILE_ATTRIBUTE_TEMPORARY;
+    opening = {DataRights(access), share, disposition, flags, std::nullopt};
     if (share & ~Shares || disposition < CREATE_NEW || disposition > TRUNCATE_EXISTING)
         return ERROR_INVALID_PARAMETER;
-    if (disposition == TRUNCATE_EXISTING && !(DataRights(access) & FILE_WRITE_DATA))
+    if (disposition == TRUNCATE_EXISTING && !(opening.rights & FILE_WRITE_DATA))
         return ERROR_INVALID_PARAMETER;
     if (flags & ~Offered || templateFile) return ERROR_NOT_SUPPORTED;
-    if (security && (security->lpSecurityDescriptor || security->bInheritHandle)) return ERROR_NOT_SUPPORTED;
+    if (!security) return ERROR_SUCCESS;
+    if (security->bInheritHandle) return ERROR_NOT_SUPPORTED;
+    if (!security->lpSecurityDescriptor) return ERROR_SUCCESS;
+    FileSecurity given;
+    if (DWORD code = ReadDescriptor(security->lpSecurityDescriptor, given)) return code;
+    if (given.hasList) opening.security = std::move(given);
     return ERROR_SUCCESS;
 }
 
-int OpenFlags(DWORD rights, DWORD disposition, DWORD flags) noexcept {
+// With `readsToo` for a file that is only to be written: its share mode is kept by locks that take the right
+// to read.
+int OpenFlags(const Opening& opening, bool readsToo) noexcept {
     int open = O_CLOEXEC | O_NOCTTY;
-    if (rights & AllWriteRights)
-        open |= rights & FILE_READ_DATA ? O_RDWR : O_WRONLY;
-    else if (!(rights & FILE_READ_DATA) && disposition == OPEN_EXISTING)
+    if (opening.Writes())
+        open |= readsToo || opening.rights & FILE_READ_DATA ? O_RDWR : O_WRONLY;
+    else if (opening.rights == 0 && opening.disposition == OPEN_EXISTING)
         open |= O_PATH;  // questions about a file take no right to it
-    if (rights & FILE_APPEND_DATA && !(rights & FILE_WRITE_DATA)) open |= O_APPEND;
-    if (flags & FILE_FLAG_WRITE_THROUGH) open |= O_DSYNC;
+    if (opening.rights & FILE_APPEND_DATA && !(opening.rights & FILE_WRITE_DATA)) open |= O_APPEND;
+    if (opening.flags & FILE_FLAG_WRITE_THROUGH) open |= O_DSYNC;
     return open;
 }
 
-// Opens what is there, or with `mode` what is made by this call; tells which.
-DWORD OpenOrCreate(const char* path, int flags, DWORD disposition, mode_t mode, Descriptor& file,
+DWORD ModeOfNew(const Opening& opening, mode_t& mode) {
+    mode = 0666;
+    if (opening.security)
+        if (DWORD code = ModeOf(*opening.security, geteuid(), getegid(), mode)) return code;
+    if (opening.flags & FILE_ATTRIBUTE_READONLY) mode &= ~AllMayWrite;
+    return ERROR_SUCCESS;
+}
+
+// Opens what is there, or makes it with `mode`; tells which.
+DWORD OpenOrCreate(const char* path, int flags, const Opening& opening, mode_t mode, Descriptor& file,
                    bool& existed) noexcept {
-    const bool creates =
-        disposition == CREATE_NEW || disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS;
-    const bool truncates = disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
     // Whoever deletes and makes the file in between must do so each time for this to fail; the rest is a link
     // to nowhere.
     constexpr int Attempts = 16;
     for (int attempt = 0;; ++attempt) {
         existed = false;
-        if (creates) file = Descriptor(Retry([&] { return open(path, flags | O_CREAT | O_EXCL, mode); }));
+        if (opening.Creates())
+            file = Descriptor(Retry([&] { return open(path, flags | O_CREAT | O_EXCL, mode); }));
         if (file) return ERROR_SUCCESS;
-        if (creates && errno != EEXIST) return CodeFromErrno(errno, path);
-        if (disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
+        if (opening.Creates() && errno != EEXIST) return CodeFromErrno(errno, path);
+        if (opening.disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
         existed = true;
-        file = Descriptor(Retry([&] { return open(path, truncates ? flags | O_TRUNC : flags); }));
+        file = Descriptor(Retry([&] { return open(path, flags); }));
         if (file) return ERROR_SUCCESS;
-        if (!creates || errno != ENOENT || attempt == Attempts) return CodeFromErrno(errno, path);
+        if (!opening.Creates() || errno != ENOENT || attempt == Attempts) return CodeFromErrno(errno, path);
     }
 }
 
 // A folder gives no data and takes none: it is opened for questions, whatever rights were asked for.
-DWORD OpenFolder(const char* path, DWORD disposition, DWORD flags, Descriptor& folder) noexcept {
-    if (disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
-    if (!(flags & FILE_FLAG_BACKUP_SEMANTICS) || (disposition != OPEN_EXISTING && disposition != OPEN_ALWAYS))
+DWORD OpenFolder(const char* path, const Opening& opening, Descriptor& folder) noexcept {
+    if (opening.disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
+    if (!(opening.flags & FILE_FLAG_BACKUP_SEMANTICS) ||
+        (opening.disposition != OPEN_EXISTING && opening.disposition != OPEN_ALWAYS))
         return ERROR_ACCESS_DENIED;
     folder = Descriptor(Retry([&] { return open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC); }));
     return folder ? ERROR_SUCCESS : CodeFromErrno(errno, path);
@@ -96,27 +132,79 @@ bool IsFolder(const char* path) noexcept {
     return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-DWORD OpenFile(const char* path, DWORD access, DWORD disposition, DWORD flags, HANDLE& handle,
-               bool& existed) noexcept {
-    const DWORD rights = DataRights(access);
-    const bool changes = rights & AllWriteRights || disposition == CREATE_ALWAYS;
+bool IsRegular(int fd) noexcept {
+    struct stat info;
+    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+}
+
+DWORD SyncPath(const char* path, int flags) noexcept {
+    const Descriptor opened(Retry([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | flags); }));
+    return opened && fsync(opened.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+}
+
+DWORD SyncFolderOf(std::string_view path) {
+    const std::size_t slash = path.rfind('/');
+    const std::string folder(slash == path.npos ? "." : path.substr(0, slash + 1));
+    return SyncPath(folder.c_str(), O_DIRECTORY);
+}
+
+// Whether a file that was opened by this path still has it: somebody may have moved it before its share mode
+// could keep it there.
+bool IsStillAt(const char* path, int fd) noexcept {
+    struct stat opened, named;
+    return fstat(fd, &opened) == 0 && stat(path, &named) == 0 && opened.st_ino == named.st_ino &&
+           opened.st_dev == named.st_dev;
+}
+
+DWORD OpenAndEnter(const char* path, const Opening& opening, bool isPlain, mode_t mode, Descriptor& file,
+                   bool& existed) noexcept {
+    constexpr int Attempts = 16;
+    for (int attempt = 0; attempt < Attempts; ++attempt) {
+        DWORD code = OpenOrCreate(path, OpenFlags(opening, isPlain), opening, mode, file, existed);
+        if (code == ERROR_ACCESS_DENIED)  // it may be one that can be written and not be read
+            code = OpenOrCreate(path, OpenFlags(opening, false), opening, mode, file, existed);
+        if (code || !IsRegular(file.Get())) return code;
+        if (DWORD failed = EnterShareMode(file.Get(), opening.rights, opening.share)) return failed;
+        if (IsStillAt(path, file.Get())) return ERROR_SUCCESS;
+    }
+    return ERROR_SHARING_VIOLATION;
+}
+
+// What is left to do with a plain file that was opened or made.
+DWORD FinishOpening(const char* path, const Opening& opening, int fd, bool existed) {
+    if (existed) return opening.Truncates() && ftruncate(fd, 0) != 0 ? CodeFromErrno(errno) : ERROR_SUCCESS;
+    DWORD code = opening.security ? ApplySecurity(fd, *opening.security) : ERROR_SUCCESS;
+    if (!code && opening.flags & FILE_FLAG_WRITE_THROUGH) code = SyncFolderOf(path);
+    if (code) unlink(path);
+    return code;
+}
+
+DWORD OpenPlain(const char* path, const Opening& opening, bool isPlain, Descriptor& file, bool& existed) {
+    mode_t mode = 0;
+    if (DWORD code = ModeOfNew(opening, mode)) return code;
+    if (DWORD code = OpenAndEnter(path, opening, isPlain, mode, file, existed)) return code;
+    if (!IsRegular(file.Get())) return ERROR_SUCCESS;
+    if (DWORD code = FinishOpening(path, opening, file.Get(), existed)) return code;
+    if (opening.flags & FILE_FLAG_SEQUENTIAL_SCAN) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (opening.flags & FILE_FLAG_RANDOM_ACCESS) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_RANDOM);
+    return ERROR_SUCCESS;
+}
+
+DWORD OpenFile(const char* path, const Opening& opening, HANDLE& handle, bool& existed) {
     Descriptor file;
     struct stat info;
     const bool found = stat(path, &info) == 0;
     if (found && S_ISDIR(info.st_mode)) {
         existed = true;
-        if (DWORD code = OpenFolder(path, disposition, flags, file)) return code;
-    } else if (found && changes && disposition != CREATE_NEW && !(info.st_mode & AllMayWrite)) {
+        if (DWORD code = OpenFolder(path, opening, file)) return code;
+    } else if (found && opening.Writes() && opening.disposition != CREATE_NEW &&
+               !(info.st_mode & AllMayWrite)) {
         return ERROR_ACCESS_DENIED;  // also for root, whom the system would let through
-    } else {
-        const mode_t mode = flags & FILE_ATTRIBUTE_READONLY ? 0444 : 0666;
-        if (DWORD code =
-                OpenOrCreate(path, OpenFlags(rights, disposition, flags), disposition, mode, file, existed))
-            return code;
-        if (flags & FILE_FLAG_SEQUENTIAL_SCAN) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-        if (flags & FILE_FLAG_RANDOM_ACCESS) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_RANDOM);
+    } else if (DWORD code = OpenPlain(path, opening, !found || S_ISREG(info.st_mode), file, existed)) {
+        return code;
     }
-    return NewHandle<FileObject>(handle, rights, std::move(file));
+    const bool writesThrough = opening.flags & FILE_FLAG_WRITE_THROUGH;
+    return NewHandle<FileObject>(handle, opening.rights, std::move(file), writesThrough);
 }
 
 // Moves bytes until all are through, the end is reached or, on anything but a file, the system gave what it
@@ -131,11 +219,6 @@ DWORD TransferAll(DWORD size, bool wholeOnly, DWORD& done, Transfer transfer) no
         if (moved == 0 || !wholeOnly) break;
     }
     return ERROR_SUCCESS;
-}
-
-bool IsRegular(int fd) noexcept {
-    struct stat info;
-    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
 }
 
 DWORD CheckTransfer(const HandleRef<FileObject>& file, const OVERLAPPED* overlapped, const DWORD* count,
@@ -278,34 +361,52 @@ DWORD RemoveFolder(const char* path) noexcept {
     return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : CodeFromErrno(errno, path);
 }
 
+// Holds the name of a plain file for deleting or moving it: whoever opens it meanwhile must share that. Files
+// that can be neither read nor written can be deleted nevertheless, as folders decide that; nobody is asked
+// then.
+DWORD HoldForDelete(const char* path, const struct stat& info, Descriptor& file) noexcept {
+    if (!S_ISREG(info.st_mode)) return ERROR_SUCCESS;
+    for (const int mode : {O_RDONLY, O_WRONLY}) {
+        constexpr int Flags = O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK;
+        file = Descriptor(Retry([&] { return open(path, mode | Flags); }));
+        if (file) break;
+    }
+    constexpr DWORD All = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    return file ? EnterShareMode(file.Get(), DELETE, All) : ERROR_SUCCESS;
+}
+
 DWORD RemoveFile(const char* path) noexcept {
     struct stat info;
+    Descriptor held;
     if (lstat(path, &info) != 0) return CodeFromErrno(errno, path);
     const bool readOnly = !S_ISLNK(info.st_mode) && !(info.st_mode & AllMayWrite);
     if (readOnly || IsFolder(path)) return ERROR_ACCESS_DENIED;
+    if (DWORD code = HoldForDelete(path, info, held)) return code;
     return unlink(path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
 }
 
-DWORD SyncPath(const char* path, int flags) noexcept {
-    const Descriptor opened(Retry([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | flags); }));
-    return opened && fsync(opened.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
-}
-
-DWORD SyncFolderOf(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string folder(slash == path.npos ? "." : path.substr(0, slash + 1));
-    return SyncPath(folder.c_str(), O_DIRECTORY);
+// What stands at the new name and is to be replaced.
+DWORD HoldForReplacing(const char* path, Descriptor& file) noexcept {
+    struct stat info;
+    if (IsFolder(path)) return ERROR_ACCESS_DENIED;
+    if (lstat(path, &info) != 0) return ERROR_SUCCESS;
+    if (S_ISREG(info.st_mode) && !(info.st_mode & AllMayWrite)) return ERROR_ACCESS_DENIED;
+    return HoldForDelete(path, info, file) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
 }
 
 DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
     const bool replaces = flags & MOVEFILE_REPLACE_EXISTING;
     const bool durable = flags & MOVEFILE_WRITE_THROUGH;
-    if (replaces && IsFolder(to.c_str())) return ERROR_ACCESS_DENIED;
+    struct stat info;
+    Descriptor held, heldTarget;
+    if (lstat(from.c_str(), &info) == 0)
+        if (DWORD code = HoldForDelete(from.c_str(), info, held)) return code;
+    if (replaces)
+        if (DWORD code = HoldForReplacing(to.c_str(), heldTarget)) return code;
     if (durable && !IsFolder(from.c_str()))
         if (DWORD code = SyncPath(from.c_str(), 0)) return code;
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE) != 0) {
         const int error = errno;
-        struct stat info;
         if (error == ENOENT && lstat(from.c_str(), &info) == 0)
             return ERROR_PATH_NOT_FOUND;  // of the new name
         if (error == EINVAL && !replaces) return ERROR_NOT_SUPPORTED;
@@ -315,6 +416,39 @@ DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
     if (!durable) return ERROR_SUCCESS;
     if (DWORD code = SyncFolderOf(to.View())) return code;
     return SyncFolderOf(from.View());
+}
+
+// `path` from the root on, without what "." and ".." stand for.
+std::wstring FullPath(std::wstring_view path) {
+    std::wstring full;
+    if (!path.starts_with(L'/')) {
+        char folder[PATH_MAX];
+        if (getcwd(folder, sizeof folder)) full = ToWide(folder);
+        if (full == L"/") full.clear();
+    }
+    const bool endsInSlash = path.ends_with(L'/');
+    while (!path.empty()) {
+        const std::size_t slash = std::min(path.find(L'/'), path.size());
+        const std::wstring_view part = path.substr(0, slash);
+        path.remove_prefix(std::min(slash + 1, path.size()));
+        if (part == L"..")
+            full.resize(full.empty() ? 0 : full.rfind(L'/'));
+        else if (!part.empty() && part != L".")
+            full.append(L"/").append(part);
+    }
+    if (endsInSlash || full.empty()) full += L'/';
+    return full;
+}
+
+DWORD LockRange(HANDLE file, std::uint64_t offset, std::uint64_t size, Deadline deadline) noexcept {
+    const HandleRef<FileObject> object(file);
+    if (!object) return ERROR_INVALID_HANDLE;
+    if (!(object.Access() & AllWriteRights)) return ERROR_ACCESS_DENIED;
+    return WithMemory([&] { return object->Locks().Lock(object->Fd(), offset, size, deadline); });
+}
+
+std::uint64_t Joined(DWORD low, DWORD high) noexcept {
+    return std::uint64_t{high} << 32 | low;
 }
 
 DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
@@ -333,7 +467,7 @@ DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
 // The three standard files, which stay open when their handles are closed.
 class StandardFile : public FileObject {
   public:
-    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd)) {}
+    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd), false) {}
     ~StandardFile() override { m_descriptor.Release(); }
 };
 
@@ -350,14 +484,18 @@ HANDLE OpenStandardFile(int fd) noexcept {
 HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                    DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) noexcept {
     if (DWORD code = FaultDue("CreateFileW")) return Fail(code, INVALID_HANDLE_VALUE);
-    if (DWORD code = CheckCreateFile(access, share, security, disposition, flagsAndAttributes, templateFile))
-        return Fail(code, INVALID_HANDLE_VALUE);
     const NativePath path(name);
     if (path.Code()) return Fail(path.Code(), INVALID_HANDLE_VALUE);
     HANDLE handle = nullptr;
     bool existed = false;
-    if (DWORD code = OpenFile(path.c_str(), access, disposition, flagsAndAttributes, handle, existed))
-        return Fail(code, INVALID_HANDLE_VALUE);
+    const DWORD code = WithMemory([&] {
+        Opening opening;
+        if (DWORD wrong =
+                ReadOpening(access, share, security, disposition, flagsAndAttributes, templateFile, opening))
+            return wrong;
+        return OpenFile(path.c_str(), opening, handle, existed);
+    });
+    if (code) return Fail(code, INVALID_HANDLE_VALUE);
     if (disposition == CREATE_ALWAYS || disposition == OPEN_ALWAYS)
         SetLastError(existed ? ERROR_ALREADY_EXISTS : ERROR_SUCCESS);
     return handle;
@@ -405,11 +543,46 @@ BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept {
     return TRUE;
 }
 
+BOOL SetEndOfFile(HANDLE file) noexcept {
+    if (DWORD code = FaultDue("SetEndOfFile")) return Fail(code, FALSE);
+    const HandleRef<FileObject> object(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    if (!(object.Access() & AllWriteRights)) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    const off_t end = lseek(object->Fd(), 0, SEEK_CUR);
+    if (end < 0 || Retry([&] { return ftruncate(object->Fd(), end); }) != 0)
+        return Fail(CodeFromErrno(errno), FALSE);
+    return TRUE;
+}
+
+BOOL LockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWORD sizeHigh) noexcept {
+    if (DWORD code = FaultDue("LockFile")) return Fail(code, FALSE);
+    const DWORD code = LockRange(file, Joined(offsetLow, offsetHigh), Joined(sizeLow, sizeHigh), 0);
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL UnlockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWORD sizeHigh) noexcept {
+    const HandleRef<FileObject> object(file);
+    if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
+    const DWORD code =
+        object->Locks().Unlock(object->Fd(), Joined(offsetLow, offsetHigh), Joined(sizeLow, sizeHigh));
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+namespace Quellan::Corvel::Platform {
+
+DWORD LockFileRange(HANDLE file, ULONGLONG offset, ULONGLONG size, DWORD ms) noexcept {
+    if (DWORD code = FaultDue("LockFile")) return code;
+    return LockRange(file, offset, size, ms == 0 ? 0 : DeadlineAfter(ms));
+}
+
+}  // namespace Quellan::Corvel::Platform
+
 BOOL FlushFileBuffers(HANDLE file) noexcept {
     if (DWORD code = FaultDue("FlushFileBuffers")) return Fail(code, FALSE);
     const HandleRef<FileObject> object(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (!(object.Access() & AllWriteRights)) return Fail(ERROR_ACCESS_DENIED, FALSE);
+    if (object->WritesThrough()) return TRUE;
     // What has no disk behind it, a terminal for one, is no handle for this call.
     if (fsync(object->Fd()) != 0)
         return Fail(errno == EINVAL ? ERROR_INVALID_HANDLE : CodeFromErrno(errno), FALSE);
@@ -490,6 +663,20 @@ BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) noexcept {
     if (DWORD code = fromPath.Code() ? fromPath.Code() : toPath.Code()) return Fail(code, FALSE);
     const DWORD code = WithMemory([&] { return MoveFile(fromPath, toPath, flags); });
     return code ? Fail(code, FALSE) : TRUE;
+}
+
+DWORD GetFullPathNameW(const wchar_t* name, DWORD size, wchar_t* buffer, wchar_t** namePart) noexcept {
+    if (DWORD code = FaultDue("GetFullPathNameW")) return Fail(code, DWORD{0});
+    if (!name || !*name) return Fail(ERROR_INVALID_NAME, DWORD{0});
+    try {
+        const std::wstring full = FullPath(name);
+        const std::size_t last = full.rfind(L'/') + 1;
+        if (!CopyOut(full, buffer, size)) return static_cast<DWORD>(full.size() + 1);
+        if (namePart) *namePart = last < full.size() ? buffer + last : nullptr;
+        return static_cast<DWORD>(full.size());
+    } catch (const std::bad_alloc&) {
+        return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
+    }
 }
 
 DWORD GetTempPathW(DWORD size, wchar_t* buffer) noexcept {

@@ -3,8 +3,7 @@
 // Paths are the system's own: '/' separates, a backslash is an ordinary character, upper and lower case
 // differ. Names on disk that are no valid UTF-8 are seen with U+FFFD in them and cannot be opened by that
 // name. Overlapped operations are not offered: a call with an OVERLAPPED, or FILE_FLAG_OVERLAPPED, fails with
-// 50 (ERROR_NOT_SUPPORTED), as do security descriptors, inherited handles, templates and all flags and
-// attributes not named here.
+// 50 (ERROR_NOT_SUPPORTED), as do inherited handles, templates and all flags and attributes not named here.
 //
 // Where nothing was found the code is 3 (ERROR_PATH_NOT_FOUND) for a missing folder on the way and 2
 // (ERROR_FILE_NOT_FOUND) for the last name; without a name it is 3.
@@ -56,7 +55,14 @@ inline constexpr DWORD IO_REPARSE_TAG_SYMLINK = 0xA000000C;
 // (ERROR_FILE_EXISTS), TRUNCATE_EXISTING without the right to write with 87 (ERROR_INVALID_PARAMETER).
 // Opening a folder takes FILE_FLAG_BACKUP_SEMANTICS, without it 5 (ERROR_ACCESS_DENIED). With
 // FILE_APPEND_DATA and not FILE_WRITE_DATA every write goes to the end. With FILE_FLAG_WRITE_THROUGH a write
-// returns once it is on the disk. Share modes are checked for form only: they keep nobody out.
+// returns once it is on the disk, and so does this call with the name of a file that it made.
+//
+// Share modes hold between all handles of all processes that use these calls, and keep nobody else out: 32
+// (ERROR_SHARING_VIOLATION) where a handle was opened for what `share` grants nobody, or does not grant what
+// this one asks for. Only plain files have them, on file systems that keep locks; a handle for writing alone
+// on a file that its user may not read heeds the others and is not heeded.
+//
+// A new file gets the access-control list of `security`, SecurityDescriptors.h says what that means.
 TQLIB_API HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                              DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) noexcept;
 // At the end of a file succeeds with 0 bytes. 5 for a handle without the right to read.
@@ -73,8 +79,21 @@ inline constexpr DWORD FILE_END = 2;
 TQLIB_API BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position,
                                 DWORD method) noexcept;
 TQLIB_API BOOL GetFileSizeEx(HANDLE file, LARGE_INTEGER* size) noexcept;
-// 5 for a handle without the right to write.
+// Makes the file end where the handle stands. 5 for a handle without the right to write.
+TQLIB_API BOOL SetEndOfFile(HANDLE file) noexcept;
+// 5 for a handle without the right to write. With FILE_FLAG_WRITE_THROUGH a handle's own writes are on the
+// disk already, and this does nothing.
 TQLIB_API BOOL FlushFileBuffers(HANDLE file) noexcept;
+
+// Locks a range of bytes, which may lie beyond the end, for this handle alone, or fails at once with 33
+// (ERROR_LOCK_VIOLATION), also where the range is locked through this handle already. Locks keep out each
+// other and nothing else; they end with their handle. 5 for a handle without the right to write, 87
+// (ERROR_INVALID_PARAMETER) for an empty range and one that ends beyond 2^62.
+TQLIB_API BOOL LockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow,
+                        DWORD sizeHigh) noexcept;
+// 158 (ERROR_NOT_LOCKED) for what is not exactly one of the ranges that were locked.
+TQLIB_API BOOL UnlockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow,
+                          DWORD sizeHigh) noexcept;
 
 struct WIN32_FILE_ATTRIBUTE_DATA {
     DWORD dwFileAttributes;
@@ -116,11 +135,12 @@ TQLIB_API HANDLE FindFirstFileW(const wchar_t* pattern, WIN32_FIND_DATAW* data) 
 TQLIB_API BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) noexcept;
 TQLIB_API BOOL FindClose(HANDLE find) noexcept;
 
-// 183 (ERROR_ALREADY_EXISTS) when there is something of that name, 3 when a folder on the way is missing.
+// 183 (ERROR_ALREADY_EXISTS) when there is something of that name, 3 when a folder on the way is missing. 50
+// (ERROR_NOT_SUPPORTED) with a security descriptor.
 TQLIB_API BOOL CreateDirectoryW(const wchar_t* name, SECURITY_ATTRIBUTES* security) noexcept;
 // 145 (ERROR_DIR_NOT_EMPTY), 267 (ERROR_DIRECTORY) for a file. Of a symbolic link to a folder the link goes.
 TQLIB_API BOOL RemoveDirectoryW(const wchar_t* name) noexcept;
-// 5 for a folder, a link to one and a read-only file.
+// 5 for a folder, a link to one and a read-only file, 32 for one that is open and not shared for deletion.
 TQLIB_API BOOL DeleteFileW(const wchar_t* name) noexcept;
 
 inline constexpr DWORD MOVEFILE_REPLACE_EXISTING = 1;
@@ -128,10 +148,18 @@ inline constexpr DWORD MOVEFILE_COPY_ALLOWED = 2;
 inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 
 // 183 when there is a file of the new name, unless it may be replaced, which happens in one step; 5 when it
-// is a folder. Between file systems 17 (ERROR_NOT_SAME_DEVICE), also where copying is allowed. 50 where the
-// file system cannot promise to replace nothing. With MOVEFILE_WRITE_THROUGH the file's contents and its new
-// name are on the disk on return.
+// is a folder, read-only or open without being shared for deletion; 32 when the file itself is. Between file
+// systems 17 (ERROR_NOT_SAME_DEVICE), also where copying is allowed. 50 where the file system cannot promise
+// to replace nothing. With MOVEFILE_WRITE_THROUGH the file's contents and its new name are on the disk on
+// return.
 TQLIB_API BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) noexcept;
+
+// The name from the root folder on, without "." and "..", by the current folder and the names alone: nothing
+// has to exist, and links are not followed. `namePart`, which may be null, gets the address of the last part,
+// or null where there is none. The length without the terminator, or where `size` is too small the size
+// needed with it. 0 with 123 (ERROR_INVALID_NAME) for no name.
+TQLIB_API DWORD GetFullPathNameW(const wchar_t* name, DWORD size, wchar_t* buffer,
+                                 wchar_t** namePart) noexcept;
 
 // The folder that the environment variable TMPDIR names, or /tmp, with a final '/'. The length without the
 // terminator, or where `size` is too small the size needed with it.

@@ -1,5 +1,6 @@
 #include "platform/linux/Locale.h"
 
+#include "platform/linux/Environment.h"
 #include "platform/linux/internal/Case.h"
 #include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
@@ -165,6 +166,32 @@ int GetLocaleInfoW(LCID locale, LCTYPE type, wchar_t* buffer, int size) noexcept
         default:
             return Fail(ERROR_INVALID_FLAGS, 0);
     }
+}
+
+int GetTimeFormatW(LCID locale, DWORD flags, const SYSTEMTIME* time, const wchar_t* format, wchar_t* buffer,
+                   int size) noexcept {
+    if (DWORD code = FaultDue("GetTimeFormatW")) return Fail(code, 0);
+    constexpr DWORD Known =
+        TIME_NOMINUTESORSECONDS | TIME_NOSECONDS | TIME_NOTIMEMARKER | TIME_FORCE24HOURFORMAT;
+    // The defaults are known ones, whichever they are.
+    const bool isDefault = locale == LOCALE_USER_DEFAULT || locale == LOCALE_SYSTEM_DEFAULT;
+    if (!isDefault && !Resolve(locale)) return Fail(ERROR_INVALID_PARAMETER, 0);
+    if (flags & ~Known) return Fail(ERROR_INVALID_FLAGS, 0);
+    if (format) return Fail(ERROR_NOT_SUPPORTED, 0);
+    SYSTEMTIME now;
+    if (!time) GetLocalTime(&now);
+    const SYSTEMTIME& shown = time ? *time : now;
+    if (shown.wHour > 23 || shown.wMinute > 59 || shown.wSecond > 59) return Fail(ERROR_INVALID_PARAMETER, 0);
+    wchar_t text[] = L"00:00:00";
+    const auto put = [&](std::size_t at, WORD value) {
+        text[at] = static_cast<wchar_t>(L'0' + value / 10);
+        text[at + 1] = static_cast<wchar_t>(L'0' + value % 10);
+    };
+    put(0, shown.wHour);
+    put(3, shown.wMinute);
+    put(6, shown.wSecond);
+    const std::size_t length = flags & TIME_NOMINUTESORSECONDS ? 2 : flags & TIME_NOSECONDS ? 5 : 8;
+    return Answer({text, length}, buffer, size);
 }
 
 int LCIDToLocaleName(LCID locale, wchar_t* name, int size, DWORD flags) noexcept {

@@ -59,6 +59,18 @@ TQLIB_API int LCIDToLocaleName(LCID locale, wchar_t* name, int size, DWORD flags
 // Null stands for the user's default. 0 with 87 for an unknown name.
 TQLIB_API LCID LocaleNameToLCID(const wchar_t* name, DWORD flags) noexcept;
 
+inline constexpr DWORD TIME_NOMINUTESORSECONDS = 0x1;
+inline constexpr DWORD TIME_NOSECONDS = 0x2;
+inline constexpr DWORD TIME_NOTIMEMARKER = 0x4;
+inline constexpr DWORD TIME_FORCE24HOURFORMAT = 0x8;
+
+// The time of day of `time`, null for now, as the locale writes it; here that is the same for all of them,
+// HH:mm:ss with two digits and 24 hours, so that the last two flags change nothing. Results as above. 87
+// (ERROR_INVALID_PARAMETER) for an unknown locale and what is no time of day, 1004 (ERROR_INVALID_FLAGS), 50
+// (ERROR_NOT_SUPPORTED) with a format of the caller's own.
+TQLIB_API int GetTimeFormatW(LCID locale, DWORD flags, const SYSTEMTIME* time, const wchar_t* format,
+                             wchar_t* buffer, int size) noexcept;
+
 inline constexpr UINT CP_ACP = 0;
 inline constexpr UINT CP_UTF8 = 65001;
 

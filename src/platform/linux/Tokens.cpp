@@ -236,6 +236,24 @@ DWORD ReadInformation(const Token& token, TOKEN_INFORMATION_CLASS type, void* in
     return Pack(token, type, groups, packer);
 }
 
+// Of whom the calling thread acts as, without a handle. Its user is told without making a token: programs
+// that ask who they are ask often.
+DWORD ReadEffectiveInformation(TOKEN_INFORMATION_CLASS type, void* information, DWORD size, DWORD& needed) {
+    Thread* const thread = Thread::Current();
+    const auto own = thread ? std::static_pointer_cast<Token>(thread->Token()) : nullptr;
+    if (own) return ReadInformation(*own, type, information, size, needed);
+    if (type != TokenUser)
+        return ReadInformation(Token(ProcessContent(), TokenPrimary, SecurityAnonymous), type, information,
+                               size, needed);
+    const TokenContent content{{.user = ProcessUser(), .group = 0, .groups = {}}, 0, 0};
+    Packer counter;
+    if (DWORD code = PackUser(content, counter)) return code;
+    needed = static_cast<DWORD>(counter.Size());
+    if (!information || size < needed) return ERROR_INSUFFICIENT_BUFFER;
+    Packer packer(information);
+    return PackUser(content, packer);
+}
+
 bool IsEmpty(const wchar_t* text) noexcept {
     return !text || !*text;
 }
@@ -296,9 +314,12 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS type, void* infor
                          DWORD* needed) noexcept {
     if (DWORD code = FaultDue("GetTokenInformation")) return Fail(code, FALSE);
     if (!needed) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    const DWORD code = WithToken(token, TOKEN_QUERY, [&](const Token& used) {
-        return ReadInformation(used, type, information, size, *needed);
-    });
+    const DWORD code =
+        token == GetCurrentThreadEffectiveToken()
+            ? WithMemory([&] { return ReadEffectiveInformation(type, information, size, *needed); })
+            : WithToken(token, TOKEN_QUERY, [&](const Token& used) {
+                  return ReadInformation(used, type, information, size, *needed);
+              });
     return code ? Fail(code, FALSE) : TRUE;
 }
 

@@ -103,6 +103,11 @@ TQLIB_API BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) noe
 // without `token`. `openAsSelf` changes nothing.
 TQLIB_API BOOL OpenThreadToken(HANDLE thread, DWORD access, BOOL openAsSelf, HANDLE* token) noexcept;
 
+// Stands for the token of whom the calling thread acts as, to be queried; it needs no closing.
+inline HANDLE GetCurrentThreadEffectiveToken() noexcept {
+    return reinterpret_cast<HANDLE>(~ULONG_PTR{5});
+}
+
 // 6 (ERROR_INVALID_HANDLE), 5 (ERROR_ACCESS_DENIED) without TOKEN_QUERY, 122 (ERROR_INSUFFICIENT_BUFFER) with
 // the size needed, 87 (ERROR_INVALID_PARAMETER) for classes not named here and for the impersonation level of
 // a primary token, 1332 (ERROR_NONE_MAPPED) for a user without an identifier, 1460 (ERROR_TIMEOUT) for the

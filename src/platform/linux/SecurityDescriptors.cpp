@@ -1,0 +1,62 @@
+#include "platform/linux/SecurityDescriptors.h"
+
+#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/FaultPoint.h"
+#include "platform/linux/internal/FileSecurity.h"
+#include "platform/linux/internal/Wide.h"
+
+using namespace Quellan::Corvel::Platform;
+
+namespace {
+
+DWORD OpenForSecurity(const wchar_t* name, Descriptor& file) noexcept {
+    const NativePath path(name);
+    if (path.Code()) return path.Code();
+    constexpr int Flags = O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK;
+    file = Descriptor(Retry([&] { return open(path.c_str(), Flags); }));
+    return file ? ERROR_SUCCESS : CodeFromErrno(errno, path.c_str());
+}
+
+DWORD ReadSecurity(const wchar_t* name, DWORD wanted, void* buffer, DWORD size, DWORD& needed) {
+    Descriptor file;
+    FileSecurity security;
+    if (DWORD code = OpenForSecurity(name, file)) return code;
+    if (DWORD code = SecurityOf(file.Get(), security)) return code;
+    const std::vector<BYTE> block = MakeDescriptor(security, wanted);
+    needed = static_cast<DWORD>(block.size());
+    if (size < needed || !buffer) return ERROR_INSUFFICIENT_BUFFER;
+    std::ranges::copy(block, static_cast<BYTE*>(buffer));
+    return ERROR_SUCCESS;
+}
+
+DWORD WriteSecurity(const wchar_t* name, const void* descriptor) {
+    Descriptor file;
+    FileSecurity security;
+    if (DWORD code = ReadDescriptor(descriptor, security)) return code;
+    if (!security.hasList) return ERROR_INVALID_SECURITY_DESCR;
+    if (DWORD code = OpenForSecurity(name, file)) return code;
+    return ApplySecurity(file.Get(), security);
+}
+
+}  // namespace
+
+BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted, PSECURITY_DESCRIPTOR descriptor,
+                      DWORD size, DWORD* needed) noexcept {
+    if (DWORD code = FaultDue("GetFileSecurityW")) return Fail(code, FALSE);
+    constexpr DWORD Offered =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    if (!needed) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (wanted & ~Offered) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    const DWORD code = WithMemory([&] { return ReadSecurity(name, wanted, descriptor, size, *needed); });
+    return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL SetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION given,
+                      PSECURITY_DESCRIPTOR descriptor) noexcept {
+    if (DWORD code = FaultDue("SetFileSecurityW")) return Fail(code, FALSE);
+    if (given != DACL_SECURITY_INFORMATION) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    const DWORD code = WithMemory([&] { return WriteSecurity(name, descriptor); });
+    return code ? Fail(code, FALSE) : TRUE;
+}

@@ -1,0 +1,112 @@
+// Locks that are waited for.
+#include "PlatformTest.h"
+#include "platform/linux/Files.h"
+#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/RangeLocks.h"
+#include "support/Role.h"
+#include "support/Worker.h"
+
+#include <filesystem>
+#include <memory>
+#include <vector>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using Platform::DeadlineAfter;
+using Platform::Descriptor;
+using Platform::Never;
+using Platform::RangeLocks;
+
+constexpr DWORD Taken = ERROR_LOCK_VIOLATION;
+
+struct LockedFile {
+    explicit LockedFile(const std::filesystem::path& path)
+        : file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)) {}
+    DWORD Lock(Platform::Deadline deadline) { return locks.Lock(file.Get(), 10, 5, deadline); }
+    DWORD Unlock() { return locks.Unlock(file.Get(), 10, 5); }
+
+    Descriptor file;
+    RangeLocks locks;
+};
+
+class TimedFileLocks : public testing::Test {
+  protected:
+    const TemporaryFolder m_folder;
+    const std::filesystem::path m_path = m_folder / L"file";
+    LockedFile m_first{m_path};
+    LockedFile m_second{m_path};
+};
+
+TEST_F(TimedFileLocks, AreGivenUpWhenTheTimeIsUp) {
+    ASSERT_EQ(m_first.Lock(0), 0u);
+    for (LockedFile* file : {&m_first, &m_second}) {
+        const auto begin = Platform::Now();
+        EXPECT_EQ(file->Lock(DeadlineAfter(50)), Taken);
+        EXPECT_GE(Platform::Now() - begin, 50 * Platform::NanosecondsInMs);
+    }
+    EXPECT_EQ(m_first.Unlock(), 0u);
+    EXPECT_EQ(m_second.Lock(0), 0u) << "a wait that failed leaves nothing locked";
+}
+
+TEST_F(TimedFileLocks, AreGrantedWhenTheHolderLeaves) {
+    for (LockedFile* file : {&m_first, &m_second}) {
+        ASSERT_EQ(m_first.Lock(0), 0u);
+        DWORD code = 1;
+        {
+            Worker waiter([&] {
+                code = file->Lock(Never);
+                if (!code) file->Unlock();
+            });
+            m_first.Unlock();
+        }
+        EXPECT_EQ(code, 0u);
+    }
+}
+
+const Role g_holder("hold-lock", [](const RoleArguments& arguments) {
+    LockedFile file(arguments.at(0));
+    if (file.Lock(0)) return 1;
+    std::puts("held");
+    std::fflush(stdout);
+    Sleep(INFINITE);
+    return 2;
+});
+
+TEST_F(TimedFileLocks, AreGrantedWhenTheHoldersProcessIsKilled) {
+    RoleProcess holder("hold-lock", {m_path.string()}, ChildProcess::Files::Piped);
+    holder.ReadTo("held");
+    EXPECT_EQ(m_first.Lock(0), Taken);
+    DWORD code = 1;
+    {
+        Worker waiter([&] { code = m_first.Lock(DeadlineAfter(60'000)); });
+        holder.Kill();
+    }
+    EXPECT_EQ(code, 0u);
+}
+
+TEST_F(TimedFileLocks, LetOneInAtATime) {
+    constexpr int Threads = 4, Rounds = 300;
+    LockedFile third(m_path);
+    int inside = 0, entered = 0;
+    bool isAlone = true;
+    {
+        std::vector<std::unique_ptr<Worker>> workers;
+        for (LockedFile* file : {&m_first, &m_first, &m_second, &third})
+            workers.push_back(std::make_unique<Worker>([&, file] {
+                for (int i = 0; i < Rounds; ++i) {
+                    if (file->Lock(i % 2 ? Never : DeadlineAfter(60'000))) continue;
+                    // The locks alone keep these apart.
+                    if (std::atomic_ref(inside).fetch_add(1) != 0) isAlone = false;
+                    ++entered;
+                    std::atomic_ref(inside).fetch_sub(1);
+                    file->Unlock();
+                }
+            }));
+    }
+    EXPECT_TRUE(isAlone);
+    EXPECT_EQ(entered, Threads * Rounds);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
