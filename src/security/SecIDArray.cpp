@@ -1,5 +1,6 @@
 #include "security/SecIDArray.h"
 
+#include "security/SecACL.h"
 #include "security/SecIDAttrArray.h"
 #include "text/internal/Translated.h"
 
@@ -78,6 +79,7 @@ typename _SecArray<T>::const_iterator _SecArray<T>::end() const noexcept {
     return m_items.end();
 }
 
+template class _SecArray<SecACE>;
 template class _SecArray<SecID>;
 template class _SecArray<SecIDAttr>;
 

@@ -11,7 +11,7 @@
 
 namespace Quellan::Sarvek {
 
-// An ordered sequence with value semantics, of `SecID` or `SecIDAttr`.
+// An ordered sequence with value semantics, of `SecID`, `SecIDAttr` or `SecACE`.
 //
 // Failures: exhausted memory throws 14 (ERROR_OUTOFMEMORY), a position outside of the array 1413
 // (ERROR_INVALID_INDEX); the array is unchanged then.

@@ -2,7 +2,7 @@
 
 #include "core/TQException.h"
 #include "platform/Win32.h"
-#include "security/internal/TokenInformation.h"
+#include "system/internal/CurrentUser.h"
 
 #include <string_view>
 #include <vector>
@@ -47,8 +47,11 @@ TQStringArray TQSysProc::CommandLine() {
 }
 
 Sarvek::SecID TQSysProc::CurrentUser() {
-    const Sarvek::TokenInformation user(Sarvek::OpenEffectiveToken(), TokenUser);
-    return Sarvek::SecID(user.As<TOKEN_USER>().User.Sid);
+    return Sarvek::SecID(UserBlock().Sid());
+}
+
+HMODULE TQSysProc::GetAppModule() noexcept {
+    return GetModuleHandleW(nullptr);
 }
 
 TQModule TQSysProc::LoadModule(const TQString& name) {
@@ -79,6 +82,11 @@ TQString TQSysProc::ModuleFileName(HMODULE module) {
 TQString TQSysProc::ModuleBaseName(HMODULE module) {
     const TQString path = ModuleFileName(module);
     return TQString(WithoutExtension(FileName(path.View())));
+}
+
+TQString TQSysProc::ModuleName(HMODULE module) {
+    const TQString path = ModuleFileName(module);
+    return TQString(FileName(path.View()));
 }
 
 TQString TQSysProc::ModuleAt(const void* address) {

@@ -35,10 +35,15 @@ class TQLIB_API TQSysProc {
     // where there is none. The module is borrowed.
     static HMODULE FindLoadedModule(const TQString& baseName);
 
+    // The application's own module, the executable; borrowed.
+    static HMODULE GetAppModule() noexcept;
+
     // The path of a module's file, and that file's name without folder and extension. A null module is the
     // executable. Throws `TQSysException` with the platform's code for what is no module.
     static TQString ModuleFileName(HMODULE module);
     static TQString ModuleBaseName(HMODULE module);
+    // The file's name without folder.
+    static TQString ModuleName(HMODULE module);
 
     // The file name, without folder, of the module that holds `address`; empty where none does.
     static TQString ModuleAt(const void* address);

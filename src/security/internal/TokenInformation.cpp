@@ -14,13 +14,6 @@ TokenHandle OpenProcessToken() {
     return TokenHandle(handle);
 }
 
-TokenHandle OpenEffectiveToken() {
-    HANDLE handle = nullptr;
-    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &handle)) return TokenHandle(handle);
-    if (GetLastError() != ERROR_NO_TOKEN) TQSysException::ThrowLastError(L"OpenThreadToken");
-    return OpenProcessToken();
-}
-
 TokenInformation::TokenInformation(const TokenHandle& token, TOKEN_INFORMATION_CLASS type) {
     DWORD size = 0;
     while (!GetTokenInformation(token.Get(), type, m_memory.data(), size, &size)) {

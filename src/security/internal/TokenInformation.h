@@ -11,10 +11,8 @@ namespace Quellan::Sarvek {
 
 using TokenHandle = Corvel::TQHandle<Corvel::_TQKernelHandleClose>;
 
-// Of the calling process, to be queried. Throws `TQSysException` with the platform's code, as do the others.
+// Of the calling process, to be queried. Throws `TQSysException` with the platform's code, as the class does.
 TokenHandle OpenProcessToken();
-// Of the user as whom the calling thread acts.
-TokenHandle OpenEffectiveToken();
 
 // Information of variable size, in memory that is aligned for every structure of it.
 class TokenInformation {
