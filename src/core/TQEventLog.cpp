@@ -32,15 +32,22 @@ class PlatformSink final : public TQEventLogSink {
     void Write(const TQEventLogEntry& entry) override {
         const TQHandle<_TQEventSourceClose> source(RegisterEventSourceW(nullptr, entry.source));
         if (!source.IsValid()) TQSysException::ThrowLastError(L"TQEventLog::RegisterEventSource");
-        // The platform's parameter lacks a const; it only reads.
+        // The platform's parameters lack a const; it only reads.
         if (!ReportEventW(source.Get(), PlatformType(entry.type), entry.category, entry.eventId, nullptr,
-                          static_cast<WORD>(entry.strings.size()), 0,
-                          const_cast<const wchar_t**>(entry.strings.data()), nullptr))
+                          static_cast<WORD>(entry.strings.size()), static_cast<DWORD>(entry.data.size()),
+                          const_cast<const wchar_t**>(entry.strings.data()),
+                          const_cast<BYTE*>(entry.data.data())))
             TQSysException::ThrowLastError(L"TQEventLog::ReportEvent");
     }
 };
 
 std::atomic<TQEventLogSink*> g_sink = nullptr;
+
+void WriteEntry(const TQEventLogEntry& entry) {
+    static PlatformSink platform;
+    TQEventLogSink* const sink = g_sink.load(std::memory_order_acquire);
+    (sink ? *sink : platform).Write(entry);
+}
 
 }  // namespace
 
@@ -54,9 +61,16 @@ void TQEventLog::LogStringEvent(const wchar_t* source, DWORD eventId, WORD categ
                                 const wchar_t* first, const wchar_t* second) {
     if (!source) throw TQException(ERROR_INVALID_PARAMETER, L"TQEventLog::LogStringEvent");
     const wchar_t* const strings[] = {first ? first : L"", second ? second : L""};
-    static PlatformSink platform;
-    TQEventLogSink* const sink = g_sink.load(std::memory_order_acquire);
-    (sink ? *sink : platform).Write({source, eventId, category, type, strings});
+    WriteEntry({source, eventId, category, type, strings, {}});
+}
+
+void TQEventLog::LogEvent(const wchar_t* source, DWORD eventId, DWORD lastError,
+                          std::span<const wchar_t* const> strings) {
+    if (!source) throw TQException(ERROR_INVALID_PARAMETER, L"TQEventLog::LogEvent");
+    BYTE data[sizeof lastError];
+    for (unsigned i = 0; i < sizeof data; ++i)
+        data[i] = static_cast<BYTE>(lastError >> (8 * i));
+    WriteEntry({source, eventId, GeneralCategory, TQEventType::Error, strings, data});
 }
 
 TQEventLogSink* TQEventLog::SetSink(TQEventLogSink* sink) noexcept {

@@ -18,6 +18,7 @@ struct TQEventLogEntry {
     WORD category;
     TQEventType type;
     std::span<const wchar_t* const> strings;
+    std::span<const BYTE> data;
 };
 
 // Where entries go. The library's own sink hands them to the platform; an application may put another in its
@@ -39,6 +40,8 @@ class TQLIB_API TQEventLog {
     static constexpr DWORD CaughtExceptionEvent = 0xCFFF4001;     // a library exception caught in a thread
     static constexpr DWORD UnhandledExceptionEvent = 0xCFFF4002;  // an exception that nobody caught
     static constexpr DWORD ReportedExceptionEvent = 0xCFFF4003;   // an exception that an application reports
+    static constexpr DWORD LogRolloverFailedEvent = 0xCFFF400D;   // a log file that could not be rolled over
+    static constexpr DWORD LogOpenFailedEvent = 0xCFFF400E;       // a log file that could not be opened
     static constexpr WORD GeneralCategory = 1;
     static constexpr WORD UnhandledExceptionCategory = 9;
 
@@ -50,6 +53,12 @@ class TQLIB_API TQEventLog {
     // for a null source.
     static void LogStringEvent(const wchar_t* source, DWORD eventId, WORD category, TQEventType type,
                                const wchar_t* first, const wchar_t* second);
+
+    // Writes one entry of type error and the general category about a failed operation, with its code as the
+    // entry's data (four bytes, the least significant first) and with these strings. Throws as
+    // `LogStringEvent`.
+    static void LogEvent(const wchar_t* source, DWORD eventId, DWORD lastError,
+                         std::span<const wchar_t* const> strings);
 
     // Replaces the sink, which must live until it is replaced in turn; null puts the library's own back.
     // Returns the previous one, null for the library's own.

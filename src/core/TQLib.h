@@ -4,11 +4,15 @@
 
 #include "core/TQStrRes.h"
 #include "platform/Types.h"
+#include "text/TQSmartPtr.h"
 #include "text/TQString.h"
 
 #include <vector>
 
 namespace Quellan::Corvel {
+
+class TQLog;
+class TQRegKey;
 
 // Static functions only; all of them may be called from any thread at any time. Handlers are plain functions
 // with a context that the caller owns and that must outlive the registration.
@@ -29,6 +33,23 @@ class TQLIB_API TQLib {
     static void SetProductName(const TQString& name);
     // The version of the library itself, such as "1.0.0".
     static const wchar_t* Version() noexcept;
+
+    // The application's settings: the key Software\NAME below the machine's key, by the application's name,
+    // to be read. None where there is none, unless `create` is set and it can be made. Throws as `TQRegKey`
+    // does.
+    static TQRegKey GetAppKey(bool create);
+    // The application's own log. Its file is what the value "LogFile" of the application's key says, or else
+    // `GetDefaultLogFileName`; its size limit is "MaxLogFileSize" in bytes, or else the default. Both count
+    // the first time; later changes are for the next process. Where the key can't be opened it is the null
+    // log, and the next call tries again. `create` is passed on to `GetAppKey`. Throws as `TQLog::GetLog`
+    // does.
+    static TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>> GetAppLog(bool create);
+    // NAME.tlg, by the application's name, in the first of these folders that is on a fixed drive: the
+    // executable's, those that the variables TEMP, TMP, SYSTEMDRIVE and SYSTEMROOT name. Where none is, in
+    // the platform's folder for temporary files.
+    static TQString GetDefaultLogFileName();
+    // That name in a folder; returns whether the folder is on a fixed drive.
+    static bool SetDefaultLogFilename(const TQString& folder, TQString& result);
 
     using ExitHandler = void (*)(void* context);
     // Registers a handler that runs once when the process ends in an orderly way, or earlier by

@@ -5,9 +5,13 @@
 
 namespace Quellan::Corvel {
 
+class STLString;
+
 // Lets every object of the library be destroyed through this base. Copying copies nothing of it.
 class TQLIB_API TQObject {
   public:
+    // What this object is, for people who read logs: as it comes from here, the name of its class.
+    virtual STLString Description() const;
     virtual ~TQObject();
 
   protected:

@@ -1,5 +1,6 @@
 #include "log/TQTime.h"
 
+#include "core/TQException.h"
 #include "core/TQStdExceptions.h"
 #include "platform/Win32.h"
 
@@ -21,6 +22,12 @@ constexpr bool Within(int value, int first, int last) {
 
 TQTime::Fields FieldsOf(const SYSTEMTIME& time) {
     return {time.wYear, time.wMonth, time.wDay, time.wHour, time.wMinute, time.wSecond, time.wMilliseconds};
+}
+
+SYSTEMTIME SystemTimeOf(const TQTime::Fields& fields) {
+    const auto word = [](int value) { return static_cast<WORD>(value); };
+    return {word(fields.year), word(fields.month),  word(fields.dayOfWeek), word(fields.day),
+            word(fields.hour), word(fields.minute), word(fields.second),    word(fields.millisecond)};
 }
 
 }  // namespace
@@ -62,6 +69,20 @@ TQTime::Fields TQTime::ToFields() const noexcept {
             static_cast<int>(clock.seconds().count()),
             static_cast<int>(clock.subseconds().count()),
             static_cast<int>(weekday(date).c_encoding())};
+}
+
+TQString TQTime::FormatTime(TimeFormat format, LCID locale) const {
+    constexpr std::size_t Longest = 80;  // of any locale, with much to spare
+    wchar_t text[Longest];
+    const std::size_t length = FormatTimeTo(text, format, locale);
+    return TQString(text, length);
+}
+
+std::size_t TQTime::FormatTimeTo(std::span<wchar_t> out, TimeFormat format, LCID locale) const {
+    const SYSTEMTIME time = SystemTimeOf(ToFields());
+    const int size = GetTimeFormatW(locale, format, &time, nullptr, out.data(), static_cast<int>(out.size()));
+    if (size == 0) TQSysException::ThrowLastError(L"TQTime::FormatTimeTo");
+    return static_cast<std::size_t>(size) - 1;
 }
 
 }  // namespace Quellan::Corvel

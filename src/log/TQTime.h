@@ -3,6 +3,9 @@
 
 #include "log/TQTimeSpan.h"
 #include "platform/Types.h"
+#include "text/TQString.h"
+
+#include <span>
 
 namespace Quellan::Corvel {
 
@@ -29,6 +32,21 @@ class TQLIB_API TQTime {
 
     constexpr bool IsNull() const noexcept { return m_ms == 0; }
     Fields ToFields() const noexcept;
+
+    // How a time of day is written: the platform's flags (TIME_FORCE24HOURFORMAT and its like), which can be
+    // combined.
+    using TimeFormat = DWORD;
+    static constexpr TimeFormat DefaultTimeFormat = 0;
+    static constexpr TimeFormat NoMarkerTimeFormat = 4;
+    static constexpr TimeFormat Hour24TimeFormat = 8;
+    // 24 hours, and nothing that tells the halves of the day apart.
+    static constexpr TimeFormat Hour24NoMarkerTimeFormat = Hour24TimeFormat | NoMarkerTimeFormat;
+
+    // The time of day as `locale` writes it. Throws `TQSysException` with the platform's code.
+    TQString FormatTime(TimeFormat format, LCID locale) const;
+    // The same into `out`, which then holds a terminated text; returns its length. Throws 122
+    // (ERROR_INSUFFICIENT_BUFFER) too.
+    std::size_t FormatTimeTo(std::span<wchar_t> out, TimeFormat format, LCID locale) const;
 
     friend constexpr auto operator<=>(TQTime a, TQTime b) noexcept = default;
     friend constexpr TQTimeSpan operator-(TQTime a, TQTime b) noexcept {

@@ -19,6 +19,7 @@ class RecordingSink : public TQEventLogSink {
         WORD category;
         TQEventType type;
         std::vector<std::wstring> strings;
+        std::vector<BYTE> data;
     };
 
     RecordingSink() : m_previous(TQEventLog::SetSink(this)) {}
@@ -34,7 +35,8 @@ class RecordingSink : public TQEventLogSink {
                              entry.eventId,
                              entry.category,
                              entry.type,
-                             {entry.strings.begin(), entry.strings.end()}});
+                             {entry.strings.begin(), entry.strings.end()},
+                             {entry.data.begin(), entry.data.end()}});
     }
 
     std::vector<Entry> Entries() const {

@@ -1,0 +1,226 @@
+#include "files/TQTextFile.h"
+
+#include "core/TQException.h"
+#include "log/TQTimer.h"
+#include "platform/Win32.h"
+#include "text/internal/ScratchText.h"
+#include "text/internal/Translated.h"
+
+#include <algorithm>
+#include <limits>
+#include <string>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+constexpr const wchar_t* AppendName = L"TQTextFile::Append";
+// Far behind the text, where no reader is kept out, on Windows either.
+constexpr ULONGLONG AppendLockOffset = (1ULL << 62) - 1;
+constexpr ULONGLONG AppendLockSize = 1;
+// More waits for the next write.
+constexpr std::size_t MostJoined = 1 << 20;
+
+using Bytes = ScratchText<char, 4096>;
+
+void AppendAnsi(std::wstring_view text, Bytes& bytes) {
+    if (text.empty()) return;
+    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
+        TQStdExceptions::ThrowOverflowError(AppendName);
+    const int length = static_cast<int>(text.size());
+    // More than any character takes; then there is one conversion, not two.
+    constexpr std::size_t MostOfOne = 4;
+    const std::size_t room = text.size() <= 1024
+                                 ? text.size() * MostOfOne
+                                 : static_cast<std::size_t>(WideCharToMultiByte(
+                                       CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr));
+    char* const out = bytes.Room(room);
+    const int size =
+        WideCharToMultiByte(CP_ACP, 0, text.data(), length, out, static_cast<int>(room), nullptr, nullptr);
+    if (size == 0) TQSysException::ThrowLastError(AppendName);
+    bytes.Commit(static_cast<std::size_t>(size));
+}
+
+// The record with its final line feed as it stands in the file.
+void AppendLines(std::wstring_view record, Bytes& bytes) {
+    for (;;) {
+        const std::size_t end = std::min(record.find(L'\n'), record.size());
+        std::wstring_view line = record.substr(0, end);
+        if (end < record.size() && line.ends_with(L'\r')) line.remove_suffix(1);
+        AppendAnsi(line, bytes);
+        bytes.Append("\r\n");
+        if (end == record.size()) return;
+        record.remove_prefix(end + 1);
+    }
+}
+
+// The code that `work` throws, or 0.
+template <class Work>
+DWORD CodeOf(Work work) noexcept {
+    try {
+        work();
+        return ERROR_SUCCESS;
+    } catch (const TQCoreException& failure) {
+        return static_cast<DWORD>(failure.COMErrCode());
+    } catch (...) {
+        return ERROR_OUTOFMEMORY;
+    }
+}
+
+}  // namespace
+
+// What a thread waits for while another one writes.
+struct TQTextFile::Turn {
+    TQHandle<_TQKernelHandleClose> event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+};
+
+// A record on its way, on the stack of its thread.
+struct TQTextFile::Pending {
+    std::string_view bytes;
+    TQCountdownTimer timer;
+    std::unique_ptr<Turn> turn;  // of one that waits
+    Pending* next = nullptr;
+    DWORD code = 0;         // of its failure
+    bool isWriter = false;  // it has to write, itself and the others
+
+    void Wake() const noexcept { SetEvent(turn->event.Get()); }
+};
+
+TQTextFile::TQTextFile(const TQFileName& name, DWORD access, DWORD disposition, DWORD flags, FileShare share,
+                       const Sarvek::SecAttr& security)
+    : _TQFile(name, access, disposition, flags, share, security) {}
+
+TQTextFile::~TQTextFile() = default;
+
+void TQTextFile::Append(std::wstring_view record, DWORD ms) {
+    Translated(AppendName, [&] {
+        Bytes bytes;
+        AppendLines(record, bytes);
+        Pending own{.bytes = bytes.View(), .timer = TQCountdownTimer(ms), .turn = nullptr};
+        {
+            std::unique_lock lock(m_lock);
+            own.isWriter = !m_hasWriter;
+            if (!own.isWriter) {
+                if (m_turns.empty()) {
+                    own.turn = std::make_unique<Turn>();
+                    if (!own.turn->event.IsValid()) TQSysException::ThrowLastError(AppendName);
+                    m_turns.reserve(m_turns.capacity() + 1);
+                } else {
+                    own.turn = std::move(m_turns.back());
+                    m_turns.pop_back();
+                }
+            }
+            m_hasWriter = true;
+            (m_last ? m_last->next : m_first) = &own;
+            m_last = &own;
+        }
+        // The record is queued and can't be left behind, also where a wait fails for lack of memory.
+        while (own.turn && WaitForSingleObject(own.turn->event.Get(), INFINITE) != WAIT_OBJECT_0)
+            Sleep(1);
+        if (own.isWriter) WriteQueue(own);
+        if (own.turn) {
+            const std::scoped_lock lock(m_lock);
+            m_turns.push_back(std::move(own.turn));
+        }
+        if (own.code) throw TQSysException(static_cast<unsigned int>(own.code), AppendName);
+    });
+}
+
+TQTextFile::Pending* TQTextFile::TakeBatch(std::size_t most) noexcept {
+    Pending* const batch = m_first;
+    Pending* last = m_first;
+    for (std::size_t size = last->bytes.size(); last->next; last = last->next) {
+        size += last->next->bytes.size();
+        if (size > most) break;
+    }
+    m_first = last->next;
+    if (!m_first) m_last = nullptr;
+    last->next = nullptr;
+    return batch;
+}
+
+void TQTextFile::HandOver() noexcept {
+    m_hasWriter = m_first != nullptr;
+    if (!m_first) return;
+    m_first->isWriter = true;
+    m_first->Wake();
+}
+
+// `own` is the first of the queue: nobody takes it out while its thread is the writer.
+void TQTextFile::WriteQueue(Pending& own) noexcept {
+    own.code = CodeOf([&] {
+        if (!Lock(AppendLockOffset, AppendLockSize, own.timer.Remaining()))
+            throw TQSysException(ERROR_LOCK_VIOLATION, AppendName);
+    });
+    Pending* batch;
+    {
+        const std::scoped_lock lock(m_lock);
+        batch = TakeBatch(own.code ? 0 : MostJoined);
+    }
+    if (!own.code) {
+        WriteBatch(batch);
+        // Were it to fail, the lock would end with the file; what was written stays written.
+        CodeOf([this] { Unlock(AppendLockOffset, AppendLockSize); });
+    }
+    {
+        const std::scoped_lock lock(m_lock);
+        HandOver();
+    }
+    for (Pending* each = batch->next; each;) {
+        Pending* const next = each->next;  // once awake, its thread takes it away
+        each->Wake();
+        each = next;
+    }
+}
+
+void TQTextFile::WriteBatch(Pending* batch) noexcept {
+    bool isLeftBehind = false;
+    std::string_view bytes = batch->bytes;
+    DWORD code = CodeOf([&] {
+        if (!batch->next) return;
+        m_joined.clear();
+        for (const Pending* each = batch; each; each = each->next)
+            m_joined.append(each->bytes);
+        bytes = m_joined;
+    });
+    if (!code) code = WriteAtEnd(bytes, isLeftBehind);
+    // What fails together may go alone: a shorter record where the disk is nearly full.
+    const bool triesEach = code && batch->next && !isLeftBehind;
+    for (Pending* each = batch; each; each = each->next)
+        each->code = triesEach && !isLeftBehind ? WriteAtEnd(each->bytes, isLeftBehind) : code;
+}
+
+bool TQTextFile::EndsInsideLine(ULONGLONG end) {
+    if (end == 0 || end == m_knownEnd) return false;
+    char last = '\n';
+    Seek(-1, Origin::End);
+    return Read(&last, 1) == 1 && last != '\n';
+}
+
+bool TQTextFile::TakeBack(ULONGLONG end) noexcept {
+    return CodeOf([&] {
+               Seek(static_cast<LONGLONG>(end), Origin::Begin);
+               SetEnd();
+           }) == ERROR_SUCCESS;
+}
+
+// `isLeftBehind` tells that some of the bytes are in the file although writing failed.
+DWORD TQTextFile::WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcept {
+    ULONGLONG end = 0;
+    std::string mended;
+    if (DWORD code = CodeOf([&] {
+            end = Seek(0, Origin::End);
+            if (EndsInsideLine(end)) bytes = mended.append("\r\n").append(bytes);
+        }))
+        return code;
+    if (DWORD code = CodeOf([&] { Write(bytes.data(), bytes.size()); })) {
+        isLeftBehind = !TakeBack(end);
+        return code;
+    }
+    m_knownEnd = end + bytes.size();
+    const DWORD code = CodeOf([this] { Flush(); });
+    isLeftBehind = code != ERROR_SUCCESS;
+    return code;
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,69 @@
+#include "log/internal/LogRecord.h"
+
+#include "platform/Win32.h"
+#include "text/TQFormat.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+template <class... Args>
+void AppendFormat(LogText& text, TQFormatText<wchar_t, std::type_identity_t<Args>...> format,
+                  const Args&... args) {
+    std::size_t length = FormatTo(std::span(text.Room(0), text.RoomLeft()), format, args...);
+    if (length >= text.RoomLeft()) {
+        wchar_t* const room = text.Room(length + 1);
+        length = FormatTo(std::span(room, length + 1), format, args...);
+    }
+    text.Commit(length);
+}
+
+// A CR-LF of the message ends up before eight blanks, an LF before four: both are replaced by a line feed
+// with four blanks, and then the line feeds that came from the first once more. Readers of old logs rely on
+// it.
+void AppendIndented(LogText& text, std::wstring_view message) {
+    constexpr std::wstring_view AfterLf = L"\n    ";
+    constexpr std::wstring_view AfterCrLf = L"\n        ";
+    for (;;) {
+        const std::size_t end = std::min(message.find(L'\n'), message.size());
+        std::wstring_view line = message.substr(0, end);
+        const bool isLast = end == message.size();
+        const bool hasReturn = !isLast && line.ends_with(L'\r');
+        if (hasReturn) line.remove_suffix(1);
+        text.Append(line);
+        if (isLast) return;
+        text.Append(hasReturn ? AfterCrLf : AfterLf);
+        message.remove_prefix(end + 1);
+    }
+}
+
+}  // namespace
+
+wchar_t LogMark(TQLogLevel level) noexcept {
+    constexpr std::wstring_view Marks = L"RsLioDASTIWEX#";
+    const auto index = static_cast<std::size_t>(level);
+    return index < Marks.size() ? Marks[index] : L'?';
+}
+
+void AppendLogRecord(LogText& text, const LogRecord& record) {
+    wchar_t buffer[80];
+    const std::wstring_view time(
+        buffer, record.time.FormatTimeTo(buffer, TQTime::Hour24NoMarkerTimeFormat, LOCALE_USER_DEFAULT));
+    AppendFormat(text, L"%c %s.%03hu [%s : %lu (%s){%lu}]", LogMark(record.level), time,
+                 record.time.ToFields().millisecond, record.application, record.process, record.module,
+                 record.thread);
+    // Without a user the source takes the second pair of brackets; with a user alone that pair stays empty.
+    if (record.source && record.user)
+        AppendFormat(text, L" -- [%s] -- [%s]", *record.source, *record.user);
+    else if (record.user)
+        AppendFormat(text, L" -- [] -- [%s]", *record.user);
+    else if (record.source)
+        AppendFormat(text, L" -- [%s]", *record.source);
+    text.Append(L"\n    ");
+    AppendIndented(text, record.message);
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,218 @@
+// Many processes write to one log and are killed. The reader here knows the form of a record from the
+// format's description alone and shares no code with the writer.
+#include "LogFiles.h"
+#include "support/RecordingSink.h"
+#include "support/Role.h"
+#include "support/Worker.h"
+
+#include <gtest/gtest.h>
+#include <map>
+#include <memory>
+#include <optional>
+#include <set>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+constexpr int ThreadsOfOne = 4;
+
+// One record's message: who, the how-manieth, and lines that depend on both.
+std::vector<std::string> MessageOf(int writer, int thread, int number) {
+    std::vector<std::string> lines{"w" + std::to_string(writer) + " t" + std::to_string(thread) + " n" +
+                                   std::to_string(number)};
+    const int more = number % 3;
+    for (int i = 0; i < more; ++i)
+        lines.push_back(std::string(static_cast<std::size_t>((writer * 7 + number * 13 + i) % 300),
+                                    static_cast<char>('a' + (thread + i) % 26)) +
+                        ".");
+    lines.push_back("end");
+    return lines;
+}
+
+std::string AcknowledgedFile(int writer, int thread) {
+    return "acknowledged-" + std::to_string(writer) + "-" + std::to_string(thread);
+}
+
+// A file that gets a byte for each record: what was written to it outlives whoever is killed.
+class Acknowledgements {
+  public:
+    explicit Acknowledgements(const fs::path& path)
+        : m_file(CreateFileW(path.wstring().c_str(), FILE_APPEND_DATA,
+                             FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, CREATE_ALWAYS,
+                             0, nullptr)) {}
+
+    void Add() const {
+        DWORD written;
+        WriteFile(m_file.Get(), "+", 1, &written, nullptr);
+    }
+
+  private:
+    TQHandle<_TQFileHandleClose> m_file;
+};
+
+// Folder, number of the writer, records of each thread.
+const Role g_writer("write-log", [](const RoleArguments& arguments) {
+    const fs::path folder = arguments.at(0);
+    const int writer = std::stoi(arguments.at(1)), count = std::stoi(arguments.at(2));
+    const TQLogPtr log = Open(folder / "App.tlg");
+    std::vector<std::unique_ptr<Worker>> threads;
+    for (int thread = 0; thread < ThreadsOfOne; ++thread)
+        threads.push_back(std::make_unique<Worker>([=] {
+            const Acknowledgements acknowledgements(folder / AcknowledgedFile(writer, thread));
+            for (int number = 0; number < count; ++number) {
+                std::wstring message;
+                for (const std::string& line : MessageOf(writer, thread, number))
+                    message.append(message.empty() ? L"" : L"\n").append(line.begin(), line.end());
+                log->AddMsg(message.c_str(), TQLogLevel::Trace);
+                acknowledgements.Add();
+            }
+        }));
+    for (const auto& thread : threads)
+        thread->Join();
+    return 0;
+});
+
+// What a log holds, by writer and thread.
+struct Found {
+    std::map<std::pair<int, int>, std::vector<int>> numbers;
+    int torn = 0;
+};
+
+bool IsHead(const std::string& line) {
+    int hour, minute, second, ms, end = 0;
+    char mark;
+    return std::sscanf(line.c_str(), "%c %d:%d:%d.%3d [%n", &mark, &hour, &minute, &second, &ms, &end) == 5 &&
+           end > 0 && line.ends_with("}]");
+}
+
+Found ReadLog(const std::vector<std::string>& lines) {
+    Found found;
+    for (std::size_t at = 0; at < lines.size();) {
+        int writer, thread, number;
+        const bool begins =
+            IsHead(lines[at]) && at + 1 < lines.size() &&
+            std::sscanf(lines[at + 1].c_str(), "    w%d t%d n%d", &writer, &thread, &number) == 3;
+        std::size_t next = at + 1;
+        bool isWhole = begins;
+        if (begins)
+            for (const std::string& expected : MessageOf(writer, thread, number))
+                isWhole = isWhole && next < lines.size() && lines[next++] == "    " + expected;
+        if (isWhole) {
+            found.numbers[{writer, thread}].push_back(number);
+            at = next;
+            continue;
+        }
+        ++found.torn;  // up to the next record's head
+        while (++at < lines.size() && !IsHead(lines[at])) {
+        }
+    }
+    return found;
+}
+
+struct Writer {
+    int number;
+    bool isKilled = false;
+    std::unique_ptr<RoleProcess> process;
+};
+
+class LogStress : public testing::Test {
+  protected:
+    Writer NewWriter(int count) {
+        const int number = m_writers++;
+        return {number, false,
+                std::make_unique<RoleProcess>(
+                    "write-log",
+                    RoleArguments{m_folder.Path().string(), std::to_string(number), std::to_string(count)})};
+    }
+
+    // Of a writer that came to its end all records; of others those acknowledged and at most one more.
+    void ExpectAllOf(const Writer& writer, const Found& found, int count) const {
+        for (int thread = 0; thread < ThreadsOfOne; ++thread) {
+            SCOPED_TRACE("writer " + std::to_string(writer.number) + ", thread " + std::to_string(thread));
+            std::error_code missing;
+            const auto size = fs::file_size(m_folder / AcknowledgedFile(writer.number, thread), missing);
+            const int acknowledged = missing ? 0 : static_cast<int>(size);
+            const auto at = found.numbers.find({writer.number, thread});
+            const std::vector<int> numbers = at == found.numbers.end() ? std::vector<int>() : at->second;
+            const int written = static_cast<int>(numbers.size());
+            EXPECT_GE(written, acknowledged);
+            EXPECT_LE(written, acknowledged + (writer.isKilled ? 1 : 0));
+            if (!writer.isKilled) {
+                EXPECT_EQ(written, count);
+            }
+            for (int number = 0; number < written; ++number)
+                ASSERT_EQ(numbers[static_cast<std::size_t>(number)], number);
+        }
+    }
+
+    // In memory where there is such a place: what a killed process leaves behind does not depend on the disk.
+    static fs::path Place() {
+        return fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
+    }
+
+    const LogFolder m_folder{Place()};
+    int m_writers = 0;
+};
+
+TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
+    const bool onWindows = fs::path::preferred_separator != 47;  // where Wine starts processes slowly
+    const int processes = onWindows ? 4 : 16, count = onWindows ? 50 : 1000, rounds = onWindows ? 5 : 20;
+    std::vector<Writer> running, ended;
+    for (int i = 0; i < processes; ++i)
+        running.push_back(NewWriter(count));
+    for (int round = 0; round < rounds; ++round) {
+        Sleep(100);
+        for (int i = 0; i < 2; ++i) {
+            Writer& victim = running[static_cast<std::size_t>((round * 2 + i) % processes)];
+            victim.process->Kill();
+            victim.isKilled = true;
+            ended.push_back(std::move(victim));
+            victim = NewWriter(count);
+        }
+    }
+    for (Writer& writer : running) {
+        EXPECT_EQ(writer.process->ExitCode(), 0);
+        ended.push_back(std::move(writer));
+    }
+
+    const Found found = ReadLog(LinesOf(ReadBytes(m_folder / "App.tlg")));
+    for (const Writer& writer : ended)
+        ExpectAllOf(writer, found, count);
+    EXPECT_LE(found.torn, rounds * 2) << "at most one of each killed process";
+    RecordProperty("torn", found.torn);
+}
+
+// Opens the log when its input ends, writes one record and says whether it could.
+const Role g_opener("open-log", [](const RoleArguments& arguments) {
+    std::getchar();
+    const TQLogPtr log = Open(arguments.at(0), 1000);
+    log->AddMsg(TQString::FromUtf8("from " + arguments.at(1)).c_str(), TQLogLevel::Trace);
+    return log->Size() > 0 ? 0 : 1;
+});
+
+TEST_F(LogStress, OneOfManyThatOpenALogRollsItOver) {
+    constexpr int Openers = 8, Rounds = 10;
+    for (int round = 0; round < Rounds; ++round) {
+        const fs::path path = m_folder / ("Round" + std::to_string(round) + ".tlg");
+        const fs::path backup = m_folder / ("Round" + std::to_string(round) + "_bak.tlg");
+        WriteBytes(path, std::string(998, 'x') + "\r\n");
+        std::vector<std::unique_ptr<RoleProcess>> openers;
+        for (int i = 0; i < Openers; ++i)
+            openers.push_back(std::make_unique<RoleProcess>(
+                "open-log", RoleArguments{path.string(), std::to_string(i)}, ChildProcess::Files::Piped));
+        for (const auto& opener : openers)
+            opener->CloseInput();
+        for (const auto& opener : openers)
+            EXPECT_EQ(opener->ExitCode(), 0);
+        EXPECT_EQ(fs::file_size(backup), 1000u);
+        std::set<std::string> messages;
+        const std::vector<std::string> lines = LinesOf(ReadBytes(path));
+        for (std::size_t i = 1; i < lines.size(); i += 2)
+            messages.insert(lines[i]);
+        EXPECT_EQ(messages.size(), std::size_t{Openers});
+        EXPECT_EQ(lines.size(), 2u * Openers);
+    }
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
