@@ -11,6 +11,7 @@
 #include "threads/TQMutex.h"
 #include "threads/TQThreadSynch.h"
 
+#include <iterator>
 #include <new>
 
 namespace Quellan::Corvel {
@@ -189,6 +190,14 @@ TQLogPtr TQLog::RollOver(const TQLogPtr& log, const TQFileName& name, ULONGLONG 
         return NullLog();
     }
     return Open(name, maxSize, failure);
+}
+
+const wchar_t* TQLog::LevelName(TQLogLevel level) noexcept {
+    static constexpr const wchar_t* Names[] = {L"Raw",     L"Step",  L"Loop",      L"Input",   L"Output",
+                                               L"Debug",   L"Audit", L"State",     L"Trace",   L"Information",
+                                               L"Warning", L"Error", L"Exception", L"Critical"};
+    const auto index = static_cast<std::size_t>(level);
+    return index < std::size(Names) ? Names[index] : L"Unknown";
 }
 
 void TQLog::AddMsg(const wchar_t* message, TQLogLevel level) noexcept {

@@ -72,6 +72,9 @@ class TQLIB_API TQLog {
     // it can't stop to.
     static TQLogPtr GetLog(const wchar_t* fileName, ULONGLONG maxSize);
 
+    // The level's name in English, such as "Warning"; "Unknown" for every other value.
+    static const wchar_t* LevelName(TQLogLevel level) noexcept;
+
     // A null message is an empty one.
     void AddMsg(const wchar_t* message, TQLogLevel level) noexcept;
     void AddMsg(const wchar_t* message, TQLogLevel level, const STLString& source) noexcept;

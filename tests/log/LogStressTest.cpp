@@ -15,14 +15,16 @@ namespace Quellan::Corvel::Test {
 namespace {
 
 constexpr int ThreadsOfOne = 4;
+constexpr ULONGLONG NoLimit = 1ULL << 40;  // nobody rolls the log over
 
 // One record's message: who, the how-manieth, and lines that depend on both.
 std::vector<std::string> MessageOf(int writer, int thread, int number) {
     std::vector<std::string> lines{"w" + std::to_string(writer) + " t" + std::to_string(thread) + " n" +
                                    std::to_string(number)};
-    const int more = number % 3;
-    for (int i = 0; i < more; ++i)
-        lines.push_back(std::string(static_cast<std::size_t>((writer * 7 + number * 13 + i) % 300),
+    // Large ones now and then: those are written in several pages, and a kill may come between two.
+    const int scale = number % 20 == 7 ? 400 : 1;
+    for (int i = 0; i < number % 3; ++i)
+        lines.push_back(std::string(static_cast<std::size_t>((writer * 7 + number * 13 + i) % 300 * scale),
                                     static_cast<char>('a' + (thread + i) % 26)) +
                         ".");
     lines.push_back("end");
@@ -54,7 +56,7 @@ class Acknowledgements {
 const Role g_writer("write-log", [](const RoleArguments& arguments) {
     const fs::path folder = arguments.at(0);
     const int writer = std::stoi(arguments.at(1)), count = std::stoi(arguments.at(2));
-    const TQLogPtr log = Open(folder / "App.tlg");
+    const TQLogPtr log = Open(folder / "App.tlg", NoLimit);
     std::vector<std::unique_ptr<Worker>> threads;
     for (int thread = 0; thread < ThreadsOfOne; ++thread)
         threads.push_back(std::make_unique<Worker>([=] {

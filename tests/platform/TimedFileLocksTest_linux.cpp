@@ -6,6 +6,7 @@
 #include "support/Role.h"
 #include "support/Worker.h"
 
+#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -88,18 +89,17 @@ TEST_F(TimedFileLocks, AreGrantedWhenTheHoldersProcessIsKilled) {
 TEST_F(TimedFileLocks, LetOneInAtATime) {
     constexpr int Threads = 4, Rounds = 300;
     LockedFile third(m_path);
-    int inside = 0, entered = 0;
-    bool isAlone = true;
+    std::atomic<int> inside = 0, entered = 0;
+    std::atomic<bool> isAlone = true;
     {
         std::vector<std::unique_ptr<Worker>> workers;
         for (LockedFile* file : {&m_first, &m_first, &m_second, &third})
             workers.push_back(std::make_unique<Worker>([&, file] {
                 for (int i = 0; i < Rounds; ++i) {
                     if (file->Lock(i % 2 ? Never : DeadlineAfter(60'000))) continue;
-                    // The locks alone keep these apart.
-                    if (std::atomic_ref(inside).fetch_add(1) != 0) isAlone = false;
+                    if (inside.fetch_add(1) != 0) isAlone = false;
                     ++entered;
-                    std::atomic_ref(inside).fetch_sub(1);
+                    inside.fetch_sub(1);
                     file->Unlock();
                 }
             }));

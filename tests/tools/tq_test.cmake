@@ -62,6 +62,7 @@ expect(2 "" "tq: --module needs a value\n" error --module)
 expect(2 "" "tq: '--colour' is no option of tq error\n" error --colour 5)
 expect(0 "usage: tq WORD.*" "" --help)
 expect(0 "usage: tq error.*" "" error --help)
+expect(0 "usage: tq log.*" "" log --help)
 expect(0 "usage: tq sid.*" "" sid --help)
 expect(0 "tq [0-9]+\\.[0-9]+\\.[0-9]+\n" "" --version)
 

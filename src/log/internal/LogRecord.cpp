@@ -43,6 +43,7 @@ void AppendIndented(LogText& text, std::wstring_view message) {
 }  // namespace
 
 wchar_t LogMark(TQLogLevel level) noexcept {
+    // The lower-case ones belong to levels of their own.
     constexpr std::wstring_view Marks = L"RsLioDASTIWEX#";
     const auto index = static_cast<std::size_t>(level);
     return index < Marks.size() ? Marks[index] : L'?';
