@@ -80,12 +80,14 @@ TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>> TQLib::GetAppLog(bool create) {
                 const TQRegKey key = FindAppKey(create);
                 if (key.IsNull()) return;
                 maxSize = ReadOr<TQDWORDRegValue>(key, L"MaxLogFileSize", 0);
-                const TQString file = ReadOr<TQStringRegValue>(key, L"LogFile", {});
-                log.name = file.IsEmpty() ? GetDefaultLogFileName() : file;
+                name = ReadOr<TQStringRegValue>(key, L"LogFile", {});
+                if (name.IsEmpty()) name = GetDefaultLogFileName();
             });
+            log.name = name;
         }
         name = log.name;
     }
+    // Outside of the lock: whoever opens a log may have to wait for his turn.
     return name.IsEmpty() ? TQLog::NullLog() : TQLog::GetLog(name.c_str(), maxSize);
 }
 

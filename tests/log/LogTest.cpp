@@ -193,6 +193,17 @@ TEST_F(Logs, AreDroppedInSilenceWhereTheEventLogFailsToo) {
     ExpectNull(Open(m_folder / "none" / "App.tlg"));
 }
 
+TEST_F(Logs, ThrowWhereTheThreadCannotImpersonateAgain) {
+    ASSERT_TRUE(ImpersonateSelf(SecurityImpersonation));
+    {
+        const FailCall fail("SetThreadToken", ERROR_ACCESS_DENIED);
+        EXPECT_EQ(ThrownCode([&] { Open(m_folder / "App.tlg"); }), DWORD{ERROR_ACCESS_DENIED});
+    }
+    RevertToSelf();
+    Open(m_folder / "App.tlg")->AddMsg(L"opened", TQLogLevel::Trace);
+    EXPECT_EQ(Lines("App.tlg").size(), 2u);
+}
+
 TEST_F(Logs, DropWhatCannotBeWrittenAndGoOn) {
     const TQLogPtr log = Open(m_folder / "App.tlg");
     log->AddMsg(L"first", TQLogLevel::Trace);

@@ -2,9 +2,10 @@
 #include "platform/FileLocks.h"
 #include "platform/Win32.h"
 #include "support/Role.h"
+#include "support/Worker.h"
 #include "text/TQHandle.h"
 
-#include <memory>
+#include <atomic>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -89,6 +90,27 @@ TEST_F(FileSharing, KeepsFilesFromBeingMovedAndDeleted) {
     EXPECT_EQ(CodeOf(MoveFileExW(other.c_str(), m_path.c_str(), MOVEFILE_REPLACE_EXISTING)), 0u);
     const Handle sharing(Open(GENERIC_READ, All));
     EXPECT_EQ(CodeOf(MoveFileExW(m_path.c_str(), other.c_str(), 0)), 0u);
+}
+
+TEST_F(FileSharing, KeepsAFileWhereItWasOpenedWhoeverMovesItMeanwhile) {
+    constexpr int Rounds = 5000;
+    const std::wstring other = m_folder / L"other", third = m_folder / L"third";
+    std::atomic<bool> isOver = false;
+    Worker mover([&] {
+        while (!isOver) {
+            MoveFileExW(m_path.c_str(), other.c_str(), 0);
+            MoveFileExW(other.c_str(), m_path.c_str(), 0);
+        }
+    });
+    int opened = 0;
+    while (opened < Rounds && !HasFailure()) {
+        const Handle file(Open(GENERIC_READ, Read | Write));
+        if (!file) continue;
+        ++opened;
+        // Had it been moved, there would be nothing of this name.
+        EXPECT_EQ(CodeOf(MoveFileExW(m_path.c_str(), third.c_str(), 0)), Violation) << "opening " << opened;
+    }
+    isOver = true;
 }
 
 // Opens a file for itself alone, says so, and waits to be killed.

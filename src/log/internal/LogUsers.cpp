@@ -16,10 +16,11 @@ using Text = std::shared_ptr<const std::wstring>;
 // The last few users; a server that acts as many asks again for those it hasn't seen for long.
 class KnownUsers {
   public:
-    Text Find(const void* sid) {
+    Text Find(PSID sid) {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         for (const User& user : m_users)
-            if (user.text && user.id == sid) return user.text;
+            // Both are identifiers: the comparison of `SecID` would ask the system about the address first.
+            if (user.text && EqualSid(user.id.Address(), sid)) return user.text;
         return nullptr;
     }
 

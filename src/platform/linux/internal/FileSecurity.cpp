@@ -101,8 +101,9 @@ std::span<const BYTE> ListAt(const void* at) noexcept {
 
 template <class T>
 void Put(std::vector<BYTE>& block, const T& value, std::size_t size = sizeof(T)) {
-    const auto* const bytes = reinterpret_cast<const BYTE*>(&value);
-    block.insert(block.end(), bytes, bytes + size);
+    const std::size_t at = block.size();
+    block.resize(at + size);
+    std::memcpy(block.data() + at, &value, size);
 }
 
 void PutSid(std::vector<BYTE>& block, const SidValue& sid) {
