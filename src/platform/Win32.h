@@ -34,7 +34,6 @@
 #include "platform/linux/Errors.h"
 #include "platform/linux/EventLog.h"
 #include "platform/linux/Events.h"
-#include "platform/linux/FileSecurity.h"
 #include "platform/linux/Files.h"
 #include "platform/linux/Handles.h"
 #include "platform/linux/Locale.h"

@@ -93,11 +93,22 @@ inline constexpr DWORD FILE_GENERIC_WRITE = 0x00120116;
 inline constexpr DWORD FILE_GENERIC_EXECUTE = 0x001200A0;
 inline constexpr DWORD FILE_ALL_ACCESS = 0x001F01FF;
 
-// Owner, group and access-control list of a file, each where it is asked for, as one block; 50
-// (ERROR_NOT_SUPPORTED) for anything else. 122 (ERROR_INSUFFICIENT_BUFFER) with the size needed.
+// Owner, group and access-control list of a file or folder, or of what a symbolic link leads to, each where
+// it is asked for, as one block. `needed` receives its size: FALSE with 122 (ERROR_INSUFFICIENT_BUFFER) where
+// `size` is smaller, with the code of opening the file where that is not to be found or reached, 50
+// (ERROR_NOT_SUPPORTED) where other parts are wanted, 998 (ERROR_NOACCESS) without `needed` or without a
+// place for the descriptor.
 TQLIB_API BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted,
                                 PSECURITY_DESCRIPTOR descriptor, DWORD size, DWORD* needed) noexcept;
 // The access-control list alone; 50 for anything else. 1338 (ERROR_INVALID_SECURITY_DESCR), 1336
 // (ERROR_INVALID_ACL).
 TQLIB_API BOOL SetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION given,
                                 PSECURITY_DESCRIPTOR descriptor) noexcept;
+
+// Where the part stands, null where the descriptor has none, and whether it is a default. FALSE with 1338
+// (ERROR_INVALID_SECURITY_DESCR) for what is no descriptor, 998 (ERROR_NOACCESS) without a place for an
+// answer.
+TQLIB_API BOOL GetSecurityDescriptorOwner(PSECURITY_DESCRIPTOR descriptor, PSID* owner,
+                                          BOOL* isDefaulted) noexcept;
+TQLIB_API BOOL GetSecurityDescriptorGroup(PSECURITY_DESCRIPTOR descriptor, PSID* group,
+                                          BOOL* isDefaulted) noexcept;

@@ -9,6 +9,7 @@
 
 #include <cerrno>
 #include <initializer_list>
+#include <string>
 #include <sys/xattr.h>
 
 namespace Quellan::Corvel::Platform {
@@ -295,10 +296,21 @@ DWORD ApplySecurity(int fd, const FileSecurity& security) {
     if (fstat(fd, &info) != 0) return CodeFromErrno(errno);
     if (DWORD code = ModeOf(security, info.st_uid, info.st_gid, mode)) return code;
     const mode_t wanted = (info.st_mode & 07777 & ~DataBits) | mode;
-    if (wanted != (info.st_mode & 07777) && fchmod(fd, wanted) != 0) return CodeFromErrno(errno);
     const std::vector<BYTE> block = MakeDescriptor(security, DACL_SECURITY_INFORMATION);
-    // A file system without such attributes keeps the bits alone.
-    fsetxattr(fd, Attribute, block.data(), block.size(), 0);
+    // By name for descriptors that were opened without a right to the data.
+    const std::string name = "/proc/self/fd/" + std::to_string(fd);
+    const auto keep = [&] {
+        return fsetxattr(fd, Attribute, block.data(), block.size(), 0) == 0 ||
+               (errno == EBADF && setxattr(name.c_str(), Attribute, block.data(), block.size(), 0) == 0);
+    };
+    const auto change = [&] {
+        return fchmod(fd, wanted) == 0 || (errno == EBADF && chmod(name.c_str(), wanted) == 0);
+    };
+    // Whoever may write may keep a block, which the new bits or the old ones may allow. A file system without
+    // such attributes keeps the bits alone.
+    const bool isKept = keep();
+    if (wanted != (info.st_mode & 07777) && !change()) return CodeFromErrno(errno);
+    if (!isKept) keep();
     return ERROR_SUCCESS;
 }
 
