@@ -1,6 +1,7 @@
 #include "core/TQLib.h"
 
 #include "core/TQException.h"
+#include "platform/ProcessEnd.h"
 #include "platform/Win32.h"
 #include "system/TQSysProc.h"
 
@@ -8,7 +9,6 @@
 #include <array>
 #include <atomic>
 #include <condition_variable>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -122,8 +122,10 @@ void TQLib::AddExitHandler(ExitHandler handler, void* context) {
     if (!handler) throw TQException(ERROR_INVALID_PARAMETER, L"TQLib::AddExitHandler");
     State& state = TheState();
     const std::lock_guard guard(state.lock);
+    if (!state.isExitHooked && !Platform::CallAtExit([] { RunExitHandlers(); }))
+        TQStdExceptions::ThrowMemAllocError(L"TQLib::AddExitHandler");
+    state.isExitHooked = true;
     state.exitHandlers.emplace_back(handler, context);
-    if (!std::exchange(state.isExitHooked, true)) std::atexit([] { RunExitHandlers(); });
 }
 
 void TQLib::RemoveExitHandler(ExitHandler handler, void* context) noexcept {

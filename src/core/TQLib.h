@@ -52,9 +52,11 @@ class TQLIB_API TQLib {
     static bool SetDefaultLogFilename(const TQString& folder, TQString& result);
 
     using ExitHandler = void (*)(void* context);
-    // Registers a handler that runs once when the process ends in an orderly way, or earlier by
-    // `RunExitHandlers`. The handler registered last runs first. An exception that leaves a handler is logged
-    // as unhandled, and the next one runs.
+    // Registers a handler that runs once when the process ends by `exit` or by returning from main, while its
+    // other threads still run, or earlier by `RunExitHandlers`. The handler registered last runs first. An
+    // exception that leaves a handler is logged as unhandled, and the next one runs. A process that ends
+    // otherwise, as by `ExitProcess` or by a signal, runs none. On Windows the library stays loaded once a
+    // handler was registered. Throws 14 (ERROR_OUTOFMEMORY).
     static void AddExitHandler(ExitHandler handler, void* context);
     // Takes back the registration of this handler with this context; without one it does nothing. Where the
     // handler is just running on another thread, waits for its end: what it uses may go afterwards.

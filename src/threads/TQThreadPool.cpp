@@ -1,6 +1,7 @@
 #include "threads/TQThreadPool.h"
 
 #include "core/TQException.h"
+#include "platform/ProcessEnd.h"
 #include "platform/Win32.h"
 #include "text/internal/Translated.h"
 #include "threads/internal/ExceptionMessage.h"
@@ -196,6 +197,7 @@ void _TQThreadPoolBase::ClearAll() {
 }
 
 void _TQThreadPoolBase::StopThreads() {
+    if (Platform::AreOtherThreadsGone()) return;  // and the pool's with them
     const _TQLastErrorKeeper keeper;
     Stop();
     if (IsOwnThread()) return;
@@ -884,11 +886,7 @@ void _TQThreadPoolBase::CloseUp() noexcept {
 }
 
 void _TQThreadPoolBase::__ProcessOnExit(void* pool) {
-    auto& self = *static_cast<_TQThreadPoolBase*>(pool);
-    // Windows ends all other threads before it lets a library do its last work. What they were at stays as it
-    // is: there is nobody left to wait for.
-    if (self.HasThread() && WaitForSingleObject(self.ThreadHandle(), 0) == WAIT_OBJECT_0) return;
-    self.StopThreads();
+    static_cast<_TQThreadPoolBase*>(pool)->StopThreads();
 }
 
 void TQThreadPoolExceptionHandler::ReportException(DWORD, unsigned int code, const wchar_t* message,
