@@ -54,13 +54,13 @@ void CommandThread::OnThreadMessage(UINT msg, ULONGLONG, LONGLONG, DWORD) {
             break;
         case ReportMessage:
             for (const auto& group : m_groups)
-                m_console.Write(group->Report());
-            m_console.Write(m_pool.Report());
+                Tell(TQLogLevel::State, group->Name(), group->Report());
+            Tell(TQLogLevel::State, L"pool", m_pool.Report());
             break;
         case StopMessage:
             m_stop.Set();
             break;
         default:
-            m_console.Write(L"commands are: pause, resume, report, stop\n");
+            TQConsole(TQConsole::Stream::Output).Write(L"commands are: pause, resume, report, stop\n");
     }
 }

@@ -23,5 +23,4 @@ class CommandThread : public Quellan::Corvel::TQMsgThread {
     const GroupList& m_groups;
     const CheckPool& m_pool;
     const Quellan::Corvel::TQEvent& m_stop;
-    Quellan::Corvel::TQConsole m_console{Quellan::Corvel::TQConsole::Stream::Output};
 };

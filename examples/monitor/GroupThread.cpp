@@ -19,8 +19,8 @@ GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, std::
     : m_number(number),
       m_intervalMs(intervalMs),
       m_pool(pool),
-      m_name(targets.Count() <= MostNamed ? targets.Join(L" ")
-                                          : TQString::Format(L"%zu targets", targets.Count())) {
+      m_targetNames(targets.Count() <= MostNamed ? targets.Join(L" ")
+                                                 : TQString::Format(L"%zu targets", targets.Count())) {
     for (const TQString& path : targets) {
         if (path == Fault)
             m_raisesFault = true;
@@ -53,12 +53,16 @@ bool GroupThread::HasFailed() const {
            std::ranges::any_of(m_targets, [](const Watched& watched) { return watched.target->HasFailed(); });
 }
 
+TQString GroupThread::Name() const {
+    return TQString::Format(L"group %zu", m_number);
+}
+
 TQString GroupThread::Report() const {
     const CheckSummary summary = Summary();
     TQString report = TQString::Format(
-        L"group %zu (%s): %I64u checks, %I64u folders, %I64u files, %I64u bytes read, %I64u changes, "
+        L"%s (%s): %I64u checks, %I64u folders, %I64u files, %I64u bytes read, %I64u changes, "
         L"%I64u failures, ",
-        m_number, m_name, summary.checks, summary.folders, summary.files, summary.bytes, summary.changes,
+        Name(), m_targetNames, summary.checks, summary.folders, summary.files, summary.bytes, summary.changes,
         summary.failures);
     if (ThreadRunning())
         report += m_isPaused ? L"paused\n" : L"watching\n";
@@ -71,7 +75,6 @@ TQString GroupThread::Report() const {
 
 unsigned int GroupThread::RunWork(BYTEBuf&) {
     if (m_raisesFault) RaiseFault();
-    TQConsole console(TQConsole::Stream::Output);
     TQWaitList signals;
     for (const TQEvent* event : {&StopEvent(), &m_pauseChanged, &m_allChecked})
         signals.Add(event->Handle());
@@ -83,11 +86,12 @@ unsigned int GroupThread::RunWork(BYTEBuf&) {
         if (signal == StopEvent().Handle()) return 0;
         const bool isAllChecked = m_underWay == 0;
         if (isAllChecked && !m_intervalMs) return 0;
-        if (isAllChecked && !std::exchange(hasBegun, true)) console.Write(Report());
+        if (isAllChecked && !std::exchange(hasBegun, true)) Tell(TQLogLevel::State, Name(), Report());
         const bool isPaused = m_isPaused;
         if (isPaused != isResting && (!isPaused || isAllChecked)) {
             isResting = isPaused;
-            console.Write(TQString::Format(L"group %zu %s\n", m_number, isPaused ? L"paused" : L"resumed"));
+            Tell(TQLogLevel::State, Name(),
+                 TQString::Format(L"%s %s\n", Name(), isPaused ? L"paused" : L"resumed"));
         }
         if (!isPaused && signal != m_allChecked.Handle()) CheckAll();
     }

@@ -31,6 +31,8 @@ class GroupThread : public Quellan::Corvel::TQThread {
     CheckSummary Summary() const;
     // Whether the thread, or the check of a target, has ended by an exception.
     bool HasFailed() const;
+    // Such as "group 1".
+    Quellan::Corvel::TQString Name() const;
     // One line that tells how things are.
     Quellan::Corvel::TQString Report() const;
 
@@ -50,7 +52,7 @@ class GroupThread : public Quellan::Corvel::TQThread {
     const std::optional<DWORD> m_intervalMs;
     CheckPool& m_pool;
     bool m_raisesFault = false;
-    Quellan::Corvel::TQString m_name;
+    Quellan::Corvel::TQString m_targetNames;
     std::vector<Watched> m_targets;
     std::atomic<std::size_t> m_underWay{0};  // checks, and one more while some are posted
     const Quellan::Corvel::TQEvent m_allChecked{false};

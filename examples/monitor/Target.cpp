@@ -4,6 +4,7 @@
 #include "platform/Win32.h"
 
 using namespace Quellan::Corvel;
+using Quellan::Sarvek::SecDesc;
 using Quellan::Sarvek::SecID;
 
 namespace {
@@ -30,11 +31,7 @@ SecID OwnerOf(const TQString& path) {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) FailCall(L"GetFileSecurityW", path);
         descriptor = BYTEBuf(size);
     }
-    PSID owner = nullptr;
-    BOOL isDefaulted;
-    if (!GetSecurityDescriptorOwner(descriptor.Data(), &owner, &isDefaulted))
-        FailCall(L"GetSecurityDescriptorOwner", path);
-    return SecID(owner);
+    return SecDesc(descriptor.Data()).Owner();
 }
 
 TQString Join(const TQString& folder, const wchar_t* name) {
@@ -82,7 +79,8 @@ void Target::End() {
 
 void Target::Fail(unsigned int code, const wchar_t* message) {
     m_hasFailed = true;
-    m_console.Write(TQString::Format(L"check of %s ended with 0x%08X %s\n", m_path, code, message));
+    Tell(TQLogLevel::Exception, m_path,
+         TQString::Format(L"check of %s ended with 0x%08X %s\n", m_path, code, message));
     m_onEnd();
 }
 
@@ -108,10 +106,12 @@ void Target::CheckOwner() {
     if (owner == m_owner) return;
     if (m_owner) {
         ++m_counts.changes;
-        m_console.Write(TQString::Format(L"owner of %s changed from %s to %s\n", m_path, m_owner.FullName(),
-                                         owner.FullName()));
+        Tell(TQLogLevel::Warning, m_path,
+             TQString::Format(L"owner of %s changed from %s to %s\n", m_path, m_owner.FullName(),
+                              owner.FullName()));
     } else {
-        m_console.Write(TQString::Format(L"owner of %s is %s\n", m_path, owner.FullName()));
+        Tell(TQLogLevel::Information, m_path,
+             TQString::Format(L"owner of %s is %s\n", m_path, owner.FullName()));
     }
     m_owner = std::move(owner);
 }
@@ -167,17 +167,17 @@ void Target::TellChanges() {
     for (const auto& [path, state] : m_now.files) {
         const auto before = m_before.files.find(path);
         if (before == m_before.files.end())
-            Tell(L"added", path);
+            TellChange(L"added", path);
         else if (before->second != state)
-            Tell(L"changed", path);
+            TellChange(L"changed", path);
     }
     for (const auto& [path, state] : m_before.files)
-        if (!m_now.files.contains(path)) Tell(L"removed", path);
+        if (!m_now.files.contains(path)) TellChange(L"removed", path);
 }
 
-void Target::Tell(const wchar_t* change, const TQString& path) {
+void Target::TellChange(const wchar_t* change, const TQString& path) {
     ++m_counts.changes;
-    m_console.Write(TQString::Format(L"%s %s\n", change, path));
+    Tell(TQLogLevel::Information, m_path, TQString::Format(L"%s %s\n", change, path));
 }
 
 void Target::Report(const TQCoreException& failure, const wchar_t* where, const TQString& path) {
@@ -195,6 +195,6 @@ void Target::Report(const TQCoreException& failure, const wchar_t* where, const 
     ++m_counts.failures;
     STLString block;
     failure.AssembleLogOutput(where, block);
-    m_console.Write(block);
+    Tell(TQLogLevel::Error, m_path, block);
     failure.LogEvent(where, EventSource);
 }

@@ -1,7 +1,7 @@
 // One of the files and folders that are watched.
 #pragma once
 
-#include "TQLib.h"
+#include "Journal.h"
 
 #include <atomic>
 #include <functional>
@@ -21,8 +21,8 @@ struct CheckSummary {
 };
 
 // A file, or a folder with all that is below it, which is looked at again and again: names its owner, reads
-// what is new, tells what has changed and reports every platform call that fails, on the console and as an
-// entry of the event log. Failures are reported when they arise, and counted, never thrown.
+// what is new, tells what has changed and reports every platform call that fails, also as an entry of the
+// event log. Failures are reported when they arise, and counted, never thrown.
 //
 // A check goes from `Begin` through `Check` to `End`, or to `Fail` where an exception left it; they may be
 // called on different threads, one after the other. The other members are for any thread.
@@ -39,11 +39,11 @@ class Target {
     // False while a check is under way, and for good after one that failed.
     bool Begin() noexcept { return !m_isTaken.exchange(true); }
     // A file is read if it is new, has changed or could not be read before. From the second check on, files
-    // that were added, removed or changed in size or time are named on the console; of what could not be
-    // looked at, nothing is said.
+    // that were added, removed or changed in size or time are named; of what could not be looked at, nothing
+    // is said.
     void Check();
     void End();
-    // Tells so on the console.
+    // Tells so.
     void Fail(unsigned int code, const wchar_t* message);
 
     // As the last check that was finished left it.
@@ -71,7 +71,7 @@ class Target {
     void CheckFolder(const Quellan::Corvel::TQString& path);
     void CheckFile(const Quellan::Corvel::TQString& path, const FileState& state);
     void TellChanges();
-    void Tell(const wchar_t* change, const Quellan::Corvel::TQString& path);
+    void TellChange(const wchar_t* change, const Quellan::Corvel::TQString& path);
     void Report(const Quellan::Corvel::TQCoreException& failure, const wchar_t* where,
                 const Quellan::Corvel::TQString& path);
 
@@ -80,7 +80,6 @@ class Target {
     const std::function<void()> m_onEnd;
     std::atomic<bool> m_isTaken{false};
     std::atomic<bool> m_hasFailed{false};
-    Quellan::Corvel::TQConsole m_console{Quellan::Corvel::TQConsole::Stream::Output};
 
     // Of the check under way.
     Quellan::Sarvek::SecID m_owner;  // null until it was named

@@ -5,7 +5,8 @@
 // names the files that were added, removed or changed, and the owner of a target when it changed. Each group
 // of targets, up to 16, is watched by a thread of its own; the checks run side by side in a pool of up to 16
 // threads. Commands on the standard input, one a line: pause, resume, report, stop. Ctrl+C and the signals
-// that ask a process to end stop it too. With --once it ends after the first check.
+// that ask a process to end stop it too. With --once it ends after the first check. All that it tells goes to
+// the application's log too, which is "monitor.tlg" beside the program unless the registry says otherwise.
 //
 // The target "fault:" raises an access violation in the thread of its group, which ends with that code, as
 // the report tells; "fault:check" does so in its check, which ends the checks of this target. All others go
@@ -63,7 +64,7 @@ BOOL OnConsoleControl(DWORD event) {
 }
 
 // Returns when a stop is requested or all groups have ended.
-void Watch(const GroupList& groups, const TQEvent& stop, TQConsole& output) {
+void Watch(const GroupList& groups, const TQEvent& stop) {
     TQWaitList ends;
     ends.Add(stop.Handle());
     for (const auto& group : groups)
@@ -73,11 +74,12 @@ void Watch(const GroupList& groups, const TQEvent& stop, TQConsole& output) {
         if (ended == stop.Handle()) return;
         ends.Remove(ended);
         for (const auto& group : groups)
-            if (group->ThreadHandle() == ended && group->HasFailed()) output.Write(group->Report());
+            if (group->ThreadHandle() == ended && group->HasFailed())
+                Tell(TQLogLevel::Exception, group->Name(), group->Report());
     }
 }
 
-int Run(const Options& options, TQConsole& output) {
+int Run(const Options& options) {
     CheckPool pool;
     GroupList groups;
     for (const TQStringArray& targets : options.groups)
@@ -90,11 +92,12 @@ int Run(const Options& options, TQConsole& output) {
         SetConsoleCtrlHandler(nullptr, FALSE);
         SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
     }
-    output.Write(TQString::Format(L"monitor runs as %s\n", TQSysProc::CurrentUser().FullName()));
+    Tell(TQLogLevel::State, L"monitor",
+         TQString::Format(L"monitor runs as %s\n", TQSysProc::CurrentUser().FullName()));
     for (const auto& group : groups)
         group->Start();
     if (options.intervalMs) commands.Start();
-    Watch(groups, stop, output);
+    Watch(groups, stop);
     // Who cannot wait for the end of the checks presses Ctrl+C again.
     SetConsoleCtrlHandler(&OnConsoleControl, FALSE);
 
@@ -108,10 +111,11 @@ int Run(const Options& options, TQConsole& output) {
     for (const auto& group : groups) {
         all += group->Summary();
         hasFailed = hasFailed || group->HasFailed();
-        if (options.intervalMs) output.Write(group->Report());
+        if (options.intervalMs) Tell(TQLogLevel::State, group->Name(), group->Report());
     }
-    output.Write(TQString::Format(L"%I64u folders, %I64u files, %I64u bytes read, %I64u failures\n",
-                                  all.folders, all.files, all.bytes, all.failures));
+    Tell(TQLogLevel::State, L"monitor",
+         TQString::Format(L"%I64u folders, %I64u files, %I64u bytes read, %I64u failures\n", all.folders,
+                          all.files, all.bytes, all.failures));
     return hasFailed || all.failures > 0 ? 1 : 0;
 }
 
@@ -126,8 +130,7 @@ int main() {
             return 2;
         }
         TQLib::SetAppName(L"monitor");
-        TQConsole output(TQConsole::Stream::Output);
-        return Run(*options, output);
+        return Run(*options);
     } catch (...) {
         TQCoreException::LogUnhandledCurrent(L"monitor");
         return 3;

@@ -7,19 +7,28 @@ namespace Quellan::Corvel {
 
 namespace {
 
-HANDLE Opened(const wchar_t* name, bool manualReset, bool initialState) {
-    const HANDLE event = CreateEventW(nullptr, manualReset, initialState, name);
+HANDLE Opened(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool manualReset, bool initialState) {
+    const HANDLE event = CreateEventW(security, manualReset, initialState, name);
     if (!event) TQSysException::ThrowLastError(L"Attempt to open event object failed.");
     return event;
 }
 
+HANDLE OpenedByName(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool global, bool manualReset,
+                    bool initialState) {
+    return Opened(security, name ? TQSynchObj::KernelObjectName(name, global).c_str() : nullptr, manualReset,
+                  initialState);
+}
+
 }  // namespace
 
-TQEvent::TQEvent(bool manualReset) : TQSynchObj(Opened(nullptr, manualReset, false)) {}
+TQEvent::TQEvent(bool manualReset) : TQSynchObj(Opened(nullptr, nullptr, manualReset, false)) {}
 
 TQEvent::TQEvent(const wchar_t* name, bool global, bool manualReset, bool initialState)
-    : TQSynchObj(Opened(name ? KernelObjectName(name, global).c_str() : nullptr, manualReset, initialState)) {
-}
+    : TQSynchObj(OpenedByName(nullptr, name, global, manualReset, initialState)) {}
+
+TQEvent::TQEvent(const wchar_t* name, bool global, Sarvek::SecAttr& security, bool manualReset,
+                 bool initialState)
+    : TQSynchObj(OpenedByName(security.Get(), name, global, manualReset, initialState)) {}
 
 void TQEvent::Set() const {
     if (!SetEvent(Handle())) TQSysException::ThrowLastError(L"TQEvent::Set");

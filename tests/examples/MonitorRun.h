@@ -1,6 +1,7 @@
 // monitor as a process, with a folder to watch.
 #pragma once
 
+#include "files/TQRegValue.h"
 #include "platform/PlatformTest.h"
 #include "support/ChildProcess.h"
 
@@ -16,6 +17,11 @@ class Monitor : public testing::Test {
     // How often it checks: short, because the tests wait for it.
     static constexpr const char* Interval = "0.02";
     static constexpr DWORD SeveralIntervalsMs = 200;
+
+    Monitor() {
+        const TQRegKey settings = TQRegistry::MachineKey().Create(L"Software\\monitor");
+        TQStringRegValue(settings, L"LogFile").Set(TQString(m_logFile.c_str()));
+    }
 
     void Start(const std::vector<std::string>& arguments) {
         m_process.emplace("monitor", arguments, ChildProcess::Files::Piped);
@@ -42,7 +48,8 @@ class Monitor : public testing::Test {
         std::filesystem::remove(std::filesystem::path(m_folder.Path()) / name);
     }
 
-    TemporaryFolder m_folder;
+    TemporaryFolder m_folder, m_logFolder;
+    const std::wstring m_logFile = m_logFolder / L"monitor.tlg";
     std::optional<ChildProcess> m_process;
 };
 

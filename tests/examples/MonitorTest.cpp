@@ -51,6 +51,21 @@ TEST_F(Monitor, NamesWhatIsAddedChangedAndRemoved) {
     EXPECT_EQ(Stop(), 0);
 }
 
+TEST_F(Monitor, KeepsALogOfWhatItTells) {
+    StartWatching({Folder() + "/missing"});
+    WriteFile("new", "");
+    ReadTo("added");
+    EXPECT_EQ(Stop(), 1);
+    std::ifstream file{std::filesystem::path(m_logFile), std::ios::binary};
+    const std::string log(std::istreambuf_iterator<char>(file), {});
+    EXPECT_THAT(log, testing::StartsWith("S "));
+    EXPECT_THAT(log, HasSubstr("] -- [monitor] -- ["));
+    EXPECT_THAT(log, HasSubstr(" -- [" + Folder() + "] -- ["));
+    EXPECT_THAT(log, HasSubstr("}]\r\n    added " + Folder()));
+    EXPECT_THAT(log, HasSubstr("\r\nE "));
+    EXPECT_THAT(log, HasSubstr("[0x00000002]"));
+}
+
 TEST_F(Monitor, ReportsAFailureOnceAsLongAsItLasts) {
     StartWatching({Folder() + "/missing"});
     // Each of these changes takes a check of its own; the last may not be over yet.

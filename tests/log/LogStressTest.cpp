@@ -1,6 +1,7 @@
 // Many processes write to one log and are killed. The reader here knows the form of a record from the
 // format's description alone and shares no code with the writer.
 #include "LogFiles.h"
+#include "platform/PlatformTest.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"
 #include "support/Worker.h"
@@ -157,8 +158,8 @@ class LogStress : public testing::Test {
 };
 
 TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
-    const bool onWindows = fs::path::preferred_separator != 47;  // where Wine starts processes slowly
-    const int processes = onWindows ? 4 : 16, count = onWindows ? 50 : 1000, rounds = onWindows ? 5 : 20;
+    const bool isSlow = OnWine();  // at starting processes
+    const int processes = isSlow ? 4 : 16, count = isSlow ? 50 : 1000, rounds = isSlow ? 5 : 20;
     std::vector<Writer> running, ended;
     for (int i = 0; i < processes; ++i)
         running.push_back(NewWriter(count));

@@ -1,3 +1,4 @@
+#include "platform/PlatformTest.h"
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
@@ -165,6 +166,19 @@ TEST(Event, IsOneObjectForEachName) {
     EXPECT_NE(TQEvent(nullptr, true, true, true), TQEvent(nullptr, true, true, true))
         << "without a name each is a new one";
     EXPECT_EQ(ThrownCode([&] { TQMutex mutex(name.c_str(), false); }), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(Event, TakesSecurityAttributes) {
+    const std::wstring name = UniqueName(L"secured");
+    Quellan::Sarvek::SecAttr security;
+    const TQEvent first(name.c_str(), true, security, true, true), second(name.c_str(), true, true, false);
+    EXPECT_EQ(first, second);
+    EXPECT_TRUE(second.Wait(0));
+    if (OnWine()) return;
+    Quellan::Sarvek::SecAttr inherited(Quellan::Sarvek::SecDesc(), true);
+    EXPECT_EQ(ThrownCode([&] { TQEvent event(nullptr, false, inherited, true, false); }),
+              DWORD{ERROR_NOT_SUPPORTED})
+        << "they go to the platform, which knows no such handles on Linux";
 }
 
 TEST(Event, ThrowsWhereItCannotBeOpened) {
