@@ -48,17 +48,16 @@ unsigned int CommandThread::OnStart(const BYTEBuf& data) {
 void CommandThread::OnThreadMessage(UINT msg, ULONGLONG, LONGLONG, DWORD) {
     switch (msg) {
         case PauseMessage:
+            m_processor.Pause();
+            break;
         case ResumeMessage:
-            for (const auto& group : m_groups)
-                group->Pause(msg == PauseMessage);
+            m_processor.Restart();
             break;
         case ReportMessage:
-            for (const auto& group : m_groups)
-                Tell(TQLogLevel::State, group->Name(), group->Report());
-            Tell(TQLogLevel::State, L"pool", m_pool.Report());
+            m_watch.Report();
             break;
         case StopMessage:
-            m_stop.Set();
+            m_processor.StopProcessor();
             break;
         default:
             TQConsole(TQConsole::Stream::Output).Write(L"commands are: pause, resume, report, stop\n");

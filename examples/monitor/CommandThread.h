@@ -1,18 +1,18 @@
 // A thread that takes commands from the standard input.
 #pragma once
 
-#include "GroupThread.h"
+#include "Watch.h"
 
-// Takes one command a line: `pause`, `resume` and `report` are for all groups, `stop` sets the stop event.
-// The end of the input ends nothing. What it is given must outlive it.
+// Takes one command a line: `pause`, `resume` and `stop` are requests to the processor of the service,
+// `report` tells how things are. The end of the input ends nothing. What it is given must outlive it.
 //
 // The lines are read by a further thread, which posts each to this one as a message. A read from a console or
 // a pipe may last for ever, so nobody waits for that thread: it owns nothing, refers to nothing but the id of
 // this thread, and ends with the process.
 class CommandThread : public Quellan::Corvel::TQMsgThread {
   public:
-    CommandThread(const GroupList& groups, const CheckPool& pool, const Quellan::Corvel::TQEvent& stop)
-        : m_groups(groups), m_pool(pool), m_stop(stop) {}
+    CommandThread(Quellan::Corvel::TQSvcProcessor& processor, const Watch& watch)
+        : m_processor(processor), m_watch(watch) {}
     ~CommandThread() override { EndThread(); }
 
   protected:
@@ -20,7 +20,6 @@ class CommandThread : public Quellan::Corvel::TQMsgThread {
     void OnThreadMessage(UINT msg, ULONGLONG wParam, LONGLONG lParam, DWORD time) override;
 
   private:
-    const GroupList& m_groups;
-    const CheckPool& m_pool;
-    const Quellan::Corvel::TQEvent& m_stop;
+    Quellan::Corvel::TQSvcProcessor& m_processor;
+    const Watch& m_watch;
 };

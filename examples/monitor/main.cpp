@@ -1,4 +1,6 @@
-// monitor [--once | --interval SECONDS] TARGET... [--group TARGET...]...
+// monitor [--interval SECONDS] TARGET... [--group TARGET...]...
+// monitor --once TARGET...
+// monitor install [...] | uninstall | start [...] | stop | status
 //
 // Reads every file below the targets and reports each platform call that fails, as a log block on the console
 // and as an entry in the system event log; then checks them again every SECONDS (5 if not said otherwise) and
@@ -8,12 +10,15 @@
 // that ask a process to end stop it too. With --once it ends after the first check. All that it tells goes to
 // the application's log too, which is "monitor.tlg" beside the program unless the registry says otherwise.
 //
+// The same program is a service: `install` followed by what it is to watch makes it one, and the other words
+// are for that service.
+//
 // The target "fault:" raises an access violation in the thread of its group, which ends with that code, as
 // the report tells; "fault:check" does so in its check, which ends the checks of this target. All others go
 // on.
 //
 // Ends with 0 when nothing failed, 1 when something did, 2 for a wrong command line.
-#include "CommandThread.h"
+#include "MonitorService.h"
 #include "platform/Win32.h"
 
 #include <algorithm>
@@ -22,115 +27,43 @@ using namespace Quellan::Corvel;
 
 namespace {
 
-constexpr std::size_t MaxGroups = 16;
-constexpr double MaxSeconds = 24 * 60 * 60;
+constexpr int ExitFailure = 1;
+constexpr int ExitUsage = 2;
 
-struct Options {
-    std::optional<DWORD> intervalMs = 5000;  // none: one check
-    std::vector<TQStringArray> groups = std::vector<TQStringArray>(1);
-};
-
-// None for a wrong command line.
-std::optional<Options> ReadOptions(const TQStringArray& arguments) {
-    Options options;
-    for (std::size_t i = 1; i < arguments.Count(); ++i) {
-        if (arguments[i] == L"--once") {
-            options.intervalMs.reset();
-        } else if (arguments[i] == L"--interval" && i + 1 < arguments.Count()) {
-            wchar_t* end = nullptr;
-            const double seconds = wcstod(arguments[++i].c_str(), &end);
-            if (*end != 0 || !(seconds >= 0.001 && seconds <= MaxSeconds)) return std::nullopt;
-            options.intervalMs = static_cast<DWORD>(seconds * 1000);
-        } else if (arguments[i] == L"--group") {
-            options.groups.emplace_back();
-        } else if (arguments[i].StartsWith(L"--")) {
-            return std::nullopt;
-        } else {
-            options.groups.back().Add(arguments[i]);
-        }
-    }
-    if (options.groups.size() > MaxGroups || std::ranges::any_of(options.groups, &TQStringArray::IsEmpty))
-        return std::nullopt;
-    return options;
-}
-
-std::atomic<HANDLE> g_stopEvent{nullptr};
-
-BOOL OnConsoleControl(DWORD event) {
-    SetEvent(g_stopEvent);
-    // The process ends when this returns from any other event, and it is to end in order.
-    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
-    return TRUE;
-}
-
-// Returns when a stop is requested or all groups have ended.
-void Watch(const GroupList& groups, const TQEvent& stop) {
-    TQWaitList ends;
-    ends.Add(stop.Handle());
-    for (const auto& group : groups)
-        ends.Add(group->ThreadHandle());
-    for (std::size_t running = groups.size(); running > 0; --running) {
-        const HANDLE ended = ends.Wait(INFINITE);
-        if (ended == stop.Handle()) return;
-        ends.Remove(ended);
-        for (const auto& group : groups)
-            if (group->ThreadHandle() == ended && group->HasFailed())
-                Tell(TQLogLevel::Exception, group->Name(), group->Report());
-    }
-}
-
-int Run(const Options& options) {
-    CheckPool pool;
-    GroupList groups;
-    for (const TQStringArray& targets : options.groups)
-        groups.push_back(std::make_unique<GroupThread>(groups.size() + 1, targets, options.intervalMs, pool));
-    const TQEvent stop(true);
-    CommandThread commands(groups, pool, stop);
-    if (options.intervalMs) {
-        g_stopEvent = stop.Handle();
-        // Also where this process was started to ignore Ctrl+C, as scripts do with what they start.
-        SetConsoleCtrlHandler(nullptr, FALSE);
-        SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
-    }
-    Tell(TQLogLevel::State, L"monitor",
-         TQString::Format(L"monitor runs as %s\n", TQSysProc::CurrentUser().FullName()));
-    for (const auto& group : groups)
-        group->Start();
-    if (options.intervalMs) commands.Start();
-    Watch(groups, stop);
-    // Who cannot wait for the end of the checks presses Ctrl+C again.
-    SetConsoleCtrlHandler(&OnConsoleControl, FALSE);
-
-    for (const auto& group : groups)
-        group->Stop();
-    for (const auto& group : groups)
+int CheckOnce(const Options& options) {
+    Watch watch(options);
+    watch.Start();
+    for (const auto& group : watch.Groups())
         group->WaitForComplete(INFINITE);
-    pool.StopThreads();
-    CheckSummary all;
-    bool hasFailed = false;
-    for (const auto& group : groups) {
-        all += group->Summary();
-        hasFailed = hasFailed || group->HasFailed();
-        if (options.intervalMs) Tell(TQLogLevel::State, group->Name(), group->Report());
+    return watch.Summarise() ? ExitFailure : 0;
+}
+
+int Run() {
+    TQStringArray arguments = TQSysProc::CommandLine();
+    arguments.Remove(0);
+    const std::optional<Options> options = ReadOptions(arguments);
+    if (options && !options->intervalMs) return CheckOnce(*options);
+    // Without arguments it may have been started as a service, which gets them from its manager.
+    if (!options && !arguments.IsEmpty() && !TQServiceApp::IsWord(arguments[0])) {
+        TQConsole(TQConsole::Stream::Error)
+            .Write(
+                L"usage: monitor [--once | --interval SECONDS] TARGET... [--group TARGET...]...\n"
+                L"       monitor install [--interval SECONDS] TARGET... [--group TARGET...]...\n"
+                L"       monitor uninstall | start [TARGET...] | stop | status\n");
+        return ExitUsage;
     }
-    Tell(TQLogLevel::State, L"monitor",
-         TQString::Format(L"%I64u folders, %I64u files, %I64u bytes read, %I64u failures\n", all.folders,
-                          all.files, all.bytes, all.failures));
-    return hasFailed || all.failures > 0 ? 1 : 0;
+    MonitorService service;
+    TQServiceMgr::RegisterService(&service);
+    const DWORD code = TQServiceApp::Run();
+    return code ? static_cast<int>(code) : service.HasFailed() ? ExitFailure : 0;
 }
 
 }  // namespace
 
 int main() {
     try {
-        const std::optional<Options> options = ReadOptions(TQSysProc::CommandLine());
-        if (!options) {
-            TQConsole(TQConsole::Stream::Error)
-                .Write(L"usage: monitor [--once | --interval SECONDS] TARGET... [--group TARGET...]...\n");
-            return 2;
-        }
         TQLib::SetAppName(L"monitor");
-        return Run(*options);
+        return Run();
     } catch (...) {
         TQCoreException::LogUnhandledCurrent(L"monitor");
         return 3;
