@@ -48,6 +48,7 @@
 #include "platform/linux/Process.h"
 #include "platform/linux/Registry.h"
 #include "platform/linux/Semaphores.h"
+#include "platform/linux/Services.h"
 #include "platform/linux/Sids.h"
 #include "platform/linux/StructuredExceptions.h"
 #include "platform/linux/Texts.h"
