@@ -23,6 +23,7 @@
 #include <psapi.h>
 #include <sddl.h>
 #include <shellapi.h>
+#include <winsvc.h>
 #else
 #include "platform/linux/Accounts.h"
 #include "platform/linux/Com.h"
