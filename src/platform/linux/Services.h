@@ -11,7 +11,7 @@
 // Beside what each call says: 6 (ERROR_INVALID_HANDLE) for what is no handle of the kind needed, 5 for a
 // handle that does not grant what the call needs, 1722 (RPC_S_SERVER_UNAVAILABLE) where no manager answers or
 // the one that the handle was opened at has ended, 87 (ERROR_INVALID_PARAMETER) for arguments that are
-// missing, not allowed or too long, 8 (ERROR_NOT_ENOUGH_MEMORY). Names have up to 256 characters and no case;
+// missing, not allowed or too long, 8 (ERROR_NOT_ENOUGH_MEMORY). Names have up to 255 characters and no case;
 // 123 (ERROR_INVALID_NAME) for one that is empty, longer, or has a slash, a backslash or a control character
 // in it. Handles may be used by several threads at once. Sizes of buffers count bytes unless it says
 // characters.
