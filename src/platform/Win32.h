@@ -23,6 +23,7 @@
 #include <psapi.h>
 #include <sddl.h>
 #include <shellapi.h>
+#include <winsvc.h>
 #else
 #include "platform/linux/Accounts.h"
 #include "platform/linux/Com.h"
@@ -48,6 +49,7 @@
 #include "platform/linux/Registry.h"
 #include "platform/linux/SecurityDescriptors.h"
 #include "platform/linux/Semaphores.h"
+#include "platform/linux/Services.h"
 #include "platform/linux/Sids.h"
 #include "platform/linux/StructuredExceptions.h"
 #include "platform/linux/Texts.h"

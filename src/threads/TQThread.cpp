@@ -4,81 +4,18 @@
 #include "platform/Win32.h"
 #include "threads/TQThreadCPUTimer.h"
 #include "threads/internal/ExceptionMessage.h"
+#include "threads/internal/GuardedStep.h"
 
-#include <exception>
 #include <utility>
 
 namespace Quellan::Corvel {
 
 namespace {
 
-constexpr WORD CaughtExceptionCategory = 2;
-constexpr unsigned int UnknownExceptionCode = static_cast<unsigned int>(E_UNEXPECTED);
-
 constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
 
 // The object whose work the thread runs; null once it is destroyed, by its own thread.
 thread_local const TQThread* t_ownObject = nullptr;
-
-// An action that the exception already has is not given up for the context, which then stands behind the
-// message.
-void LogCaught(TQCoreException& e, const wchar_t* context) noexcept {
-    if (e.HasLogged()) return;
-    const bool hasAction = *e.Action() != 0;
-    try {
-        if (!hasAction) e.SetAction(context);
-    } catch (...) {
-        // Without memory the entry does without the context.
-    }
-    e.LogEvent(hasAction ? context : nullptr, TQEventLog::LibrarySource, TQEventLog::CaughtExceptionEvent,
-               CaughtExceptionCategory);
-}
-
-// The context, and on the next lines what is known of the exception.
-void LogOther(const wchar_t* context, const TQString& details) noexcept {
-    const auto log = [](const wchar_t* text) {
-        TQCoreException::LogUnhandled(TQEventLog::LibrarySource, TQEventLog::UnhandledExceptionEvent,
-                                      TQEventLog::UnhandledExceptionCategory, text);
-    };
-    try {
-        log(TQString::Format(L"%s\r\n%s", context, details.c_str()).c_str());
-    } catch (...) {
-        log(context);
-    }
-}
-
-TQString BlockOf(const _TQWin32Exception& e) noexcept {
-    try {
-        STLString block;
-        e.AssembleLogOutput(nullptr, block);
-        return block;
-    } catch (...) {
-        return {};
-    }
-}
-
-// Runs one step of a thread. An exception ends the step alone: it is logged, its text becomes the message and
-// its code the step's value.
-template <class Step>
-unsigned int Guarded(const wchar_t* context, TQString& message, Step step) noexcept {
-    try {
-        return step();
-    } catch (TQCoreException& e) {
-        message = MessageOf(e);
-        LogCaught(e, context);
-        return e.ErrCode();
-    } catch (const _TQWin32Exception& e) {
-        message = MessageOf(e);
-        LogOther(context, BlockOf(e));
-        return e.ErrCode();
-    } catch (const std::exception& e) {
-        message = Described(context, e.what());
-    } catch (...) {
-        message = Described(context, nullptr);
-    }
-    LogOther(context, message);
-    return UnknownExceptionCode;
-}
 
 }  // namespace
 

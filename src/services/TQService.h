@@ -1,0 +1,153 @@
+// Services that this process hosts.
+#pragma once
+
+#include "log/TQTimer.h"
+#include "services/TQServiceStatus.h"
+#include "services/TQSvcProcessor.h"
+#include "threads/TQThreadSynch.h"
+
+namespace Quellan::Corvel {
+
+// What a service is to the service manager: names, the record of its status and its way to the manager. The
+// members may be called from any thread.
+class TQLIB_API _TQService : public TQObject {
+  public:
+    _TQService(const _TQService&) = delete;
+    _TQService& operator=(const _TQService&) = delete;
+    // Takes the service out of `TQServiceMgr`. It must not be running.
+    ~_TQService() override;
+
+    virtual TQString ServiceName() const = 0;
+    virtual TQSvcProcessor& Processor() = 0;
+
+    // What `TQServiceMgr::Install` uses: the name for people (by default the name), the account as which the
+    // service runs (empty: the system's own) and its password (by default empty), when it is started (by
+    // default on demand), and the rest.
+    virtual TQString DisplayName() const;
+    virtual TQString LogonAccount() const;
+    virtual TQString LogonPassword();
+    virtual TQSvcStart StartType() const;
+    virtual TQServiceOptions Options() const;
+
+    TQServiceRecord Status() const;
+    DWORD CurrentState() const;
+    // Of the countdown that runs while a pending state lasts, in milliseconds.
+    DWORD CountdownLeft() const;
+    // From `RegisterHandler` to the final report of `Stopped`.
+    bool IsRegistered() const;
+
+  protected:
+    using ControlHandler = DWORD (*)(DWORD control, DWORD eventType, void* eventData, void* context);
+    // Whether a transition is allowed.
+    using TransitionRule = bool (*)(DWORD from, DWORD to) noexcept;
+
+    // Whether the service has a process of its own or shares it with others.
+    explicit _TQService(bool ownProcess);
+
+    // Registers the handler of controls, with this object as its context: from now on status is sent to the
+    // manager. False, with the code as the last error, where the manager refuses.
+    bool RegisterHandler(ControlHandler handler);
+
+    // Records the state and reports it. A pending state has its check point advanced when it is reported
+    // again; with a wait hint (milliseconds) the countdown then starts anew with 60,000 ms, whatever the
+    // hint, and without one the time left is reported. Throws `TQSysException` with the platform's code where
+    // the report cannot be sent; it is recorded then.
+    //
+    // Nothing is sent after the first report of `Stopped`, nor is that the first report.
+    void UpdateStatus(DWORD state, DWORD waitHint);
+    // The same, unless the rule forbids the way from the current state to this one: false then.
+    bool UpdateStatus(DWORD state, DWORD waitHint, TransitionRule isAllowed);
+
+    // What the report of `Stopped` will say; a specific code makes the exit code 1066
+    // (ERROR_SERVICE_SPECIFIC_ERROR). Start pending sets both to 0.
+    void SetExitCode(DWORD code, DWORD specificCode = 0);
+
+    // Called between the recording and the sending of a state, without the lock. By default nothing.
+    virtual void OnStateChanged(DWORD state);
+    // Called for each change of the processor while it runs for this service, one after the other.
+    virtual void OnProcessorChanged(ProcState state) = 0;
+    // Called while the processor runs, every `ProgressMs`: reports that a pending state goes on.
+    void ReportProgress();
+    // Reports the current state once more.
+    void ReportAgain();
+
+    TQThreadSynch& LockObj() const noexcept { return m_lock; }
+
+    static constexpr DWORD ProgressMs = 1000;
+
+  private:
+    friend class TQSvcProcessor;
+
+    void Record(DWORD state, DWORD waitHint) TQ_REQUIRES(m_lock);
+    void Send();
+
+    mutable TQThreadSynch m_lock;
+    TQServiceRecord m_record TQ_GUARDED_BY(m_lock);
+    DWORD m_exitCode TQ_GUARDED_BY(m_lock) = 0;
+    DWORD m_specificExitCode TQ_GUARDED_BY(m_lock) = 0;
+    void* m_statusHandle TQ_GUARDED_BY(m_lock) = nullptr;
+    bool m_isRegistered TQ_GUARDED_BY(m_lock) = false;
+    bool m_hasReported TQ_GUARDED_BY(m_lock) = false;
+    DWORD m_lastState TQ_GUARDED_BY(m_lock) = 0;  // as reported, as is the next
+    DWORD m_lastCheckPoint TQ_GUARDED_BY(m_lock) = 0;
+    TQCountdownTimer m_countdown TQ_GUARDED_BY(m_lock);
+};
+
+// A service of this process. A class derives from it and gives it its processor, or overrides
+// `ExecuteServiceMain`; the program registers an object of it (`TQServiceMgr::RegisterService`) and calls
+// `TQServiceApp::Run`.
+//
+// The manager starts it on a thread of its own, which runs `ExecuteServiceMain`. An exception that leaves it
+// is logged, and its code is the exit code in the report of `Stopped`, as is the error code of the processor.
+// Other services of the process go on.
+//
+// What happens to a request for a state, by the current one ("yes" is reported, "-" ignored):
+//
+//     to                stopped  start p.  stop p.  running  continue p.  pause p.  paused
+//     1 stopped            -       yes       yes      yes       yes         yes      yes
+//     2 start pending     yes       -         -        -         -           -        -
+//     3 stop pending       -       yes        -       yes       yes         yes      yes
+//     4 running           yes      yes        -        -        yes          -        -
+//     5 continue pending   -        -         -        -         -          yes      yes
+//     6 pause pending      -       yes       yes      yes       yes          -        -
+//     7 paused             -        -         -       yes        -          yes       -
+class TQLIB_API TQService : public _TQService {
+  public:
+    // The name under which it is installed.
+    explicit TQService(TQString name, bool ownProcess = true);
+    ~TQService() override;
+
+    TQString ServiceName() const override;
+
+  protected:
+    // Reports the state where the table allows it. A pending state without a wait hint (milliseconds) gets
+    // one of 30,000; the others have none. Throws as `UpdateStatus`.
+    void SetState(DWORD state);
+    void SetState(DWORD state, DWORD waitHint);
+
+    // A control, on the dispatcher's thread; false for one that is not implemented or that the service can't
+    // follow now. By default stop and shutdown stop the processor, pause and continue pause it and end that,
+    // and changes of parameters, hardware profile, power and session are accepted without more.
+    virtual bool HandleRequest(DWORD control);
+
+    // The work of the service, from its start to its end; `arguments` are what it was started with, its name
+    // first. The state is start pending. By default the processor runs, and the states of the service are
+    // its.
+    virtual void ExecuteServiceMain(const TQStringArray& arguments);
+
+    void OnProcessorChanged(ProcState state) override;
+
+    // What the manager calls for each service that it starts.
+    static void RunAppServiceMain(DWORD argc, wchar_t** argv);
+
+  private:
+    friend class TQServiceMgr;
+
+    // 0, or 120 (ERROR_CALL_NOT_IMPLEMENTED).
+    static DWORD ServiceHandler(DWORD control, DWORD eventType, void* eventData, void* context);
+    void RunRegistered(const TQStringArray& arguments);
+
+    const TQString m_name;
+};
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,41 @@
+#include "services/TQServiceApp.h"
+
+#include "core/TQException.h"
+#include "platform/Win32.h"
+#include "services/TQServiceMgr.h"
+#include "services/internal/AppWords.h"
+#include "services/internal/ForegroundHost.h"
+#include "system/TQSysProc.h"
+#include "threads/internal/GuardedStep.h"
+
+namespace Quellan::Corvel {
+
+DWORD TQServiceApp::Run() {
+    TQString message;
+    DWORD result = UnknownExceptionCode;
+    Guarded(L"Running ServiceApp main()", message, [&] {
+        const _TQWin32Exception::Trap_SEH trap(L"ServiceApp::Run");
+        TQStringArray arguments = TQSysProc::CommandLine();
+        if (const std::optional<DWORD> exitCode = RunAppWord(arguments, TQServiceMgr::HostedServices())) {
+            result = *exitCode;
+            return 0u;
+        }
+        try {
+            TQServiceMgr::Dispatch();
+            result = 0;
+            return 0u;
+        } catch (const TQSysException& failure) {
+            if (failure.ErrCode() != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) throw;
+        }
+        // Nobody has started the services: they run in the foreground.
+        arguments.Remove(0);
+        ForegroundHost host(arguments);
+        const ServiceHostScope scope(host);
+        TQServiceMgr::Dispatch();
+        result = host.HasFailed() ? 1 : 0;
+        return 0u;
+    });
+    return result;
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,36 @@
+// The main function of a program with services.
+#pragma once
+
+#include "platform/Types.h"
+
+namespace Quellan::Corvel {
+
+// Static functions only.
+class TQLIB_API TQServiceApp {
+  public:
+    TQServiceApp() = delete;
+
+    // Runs the program: the registered services (`TQServiceMgr::RegisterService`), as the command line and
+    // whoever has started the process say. Returns the exit code for `main`.
+    //
+    //     first argument          what it does
+    //     install                 installs the services with this program
+    //     uninstall               stops and removes them
+    //     start [ARGUMENT...]     has the manager start them, and waits until they run
+    //     stop                    has it stop them, and waits until they have stopped
+    //     status                  tells what they are doing
+    //     none of these           runs them: for the manager or systemd where one of these has started the
+    //                             process, else in the foreground, with all arguments of the program as
+    //                             theirs; Ctrl+C or a request to end the process stops them
+    //
+    // On Linux `install --systemd[=FILE]` writes a unit file for systemd in place of installing; systemd then
+    // runs all services together, under the name of the first. Without a file it is
+    // /etc/systemd/system/NAME.service.
+    //
+    // The words print what they did; the exit code is 0, 1 where it failed, 2 for a wrong command line. In
+    // the foreground the changes of the states are printed, and the exit code is 1 where a service ended with
+    // a code of its own. Any other exception is logged to the system event log and gives 0x8000FFFF.
+    static DWORD Run();
+};
+
+}  // namespace Quellan::Corvel

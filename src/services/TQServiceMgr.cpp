@@ -1,0 +1,250 @@
+#include "services/TQServiceMgr.h"
+
+#include "core/TQException.h"
+#include "platform/Win32.h"
+#include "services/TQServiceCtrl.h"
+#include "services/internal/InstalledService.h"
+#include "services/internal/ServiceFailure.h"
+#include "services/internal/ServiceHost.h"
+#include "system/TQSysProc.h"
+#include "text/internal/Translated.h"
+#include "threads/internal/GuardedStep.h"
+
+#include <algorithm>
+#include <ranges>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+struct Hosted {
+    TQThreadSynch lock;
+    std::vector<_TQService*> services TQ_GUARDED_BY(lock);
+};
+
+// Never destroyed: the destructors of static services still take themselves out.
+Hosted& TheHosted() {
+    static Hosted* const hosted = new Hosted;
+    return *hosted;
+}
+
+_TQService* FindIn(const std::vector<_TQService*>& services, const wchar_t* name) {
+    for (_TQService* service : services)
+        if (service->ServiceName().CompareNoCase(name) == 0) return service;
+    return nullptr;
+}
+
+template <class Info>
+void Configure(const TQSvcHandle& service, const wchar_t* name, DWORD level, Info info) {
+    if (!ChangeServiceConfig2W(service.Get(), level, &info)) ThrowServiceFailure(name);
+}
+
+// An empty text is not there.
+wchar_t* TextOrNull(TCHARBuf& buffer, const TQString& text) {
+    if (text.IsEmpty()) return nullptr;
+    buffer.Assign(text.c_str(), text.Length() + 1);
+    return buffer.Data();
+}
+
+void ApplyOptions(const TQSvcHandle& service, const wchar_t* name, TQSvcStart start,
+                  const TQServiceOptions& options) {
+    TCHARBuf text;
+    if (wchar_t* const description = TextOrNull(text, options.description))
+        Configure(service, name, SERVICE_CONFIG_DESCRIPTION, SERVICE_DESCRIPTIONW{description});
+    if (options.isStartDelayed && start == TQSvcStart::Auto)
+        Configure(service, name, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
+                  SERVICE_DELAYED_AUTO_START_INFO{TRUE});
+    if (options.failureActions.empty()) return;
+    std::vector<SC_ACTION> actions;
+    Translated(L"TQServiceMgr::InstallService", [&] {
+        for (const TQSvcFailureAction& action : options.failureActions)
+            actions.push_back({static_cast<SC_ACTION_TYPE>(action.kind), action.delayMs});
+    });
+    Configure(service, name, SERVICE_CONFIG_FAILURE_ACTIONS,
+              SERVICE_FAILURE_ACTIONSW{.dwResetPeriod = options.failureResetSeconds,
+                                       .lpRebootMsg = nullptr,
+                                       .lpCommand = TextOrNull(text, options.failureCommand),
+                                       .cActions = static_cast<DWORD>(actions.size()),
+                                       .lpsaActions = actions.data()});
+    // Services of this library report what has failed as an exit code, and do not die of it.
+    Configure(service, name, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, SERVICE_FAILURE_ACTIONS_FLAG{TRUE});
+}
+
+}  // namespace
+
+void TQServiceMgr::RegisterService(_TQService* service) {
+    constexpr const wchar_t* where = L"TQServiceMgr::RegisterService";
+    if (!service) TQStdExceptions::ThrowParameterInvalidError(where);
+    const TQString name = service->ServiceName();
+    const std::vector<_TQService*> others = HostedServices();
+    if (FindIn(others, name.c_str())) throw TQException(ERROR_SERVICE_EXISTS, where);
+    Hosted& hosted = TheHosted();
+    const TQThreadSynch::TQSynchLock guard(hosted.lock);
+    Translated(where, [&]() TQ_NOT_ANALYSED { hosted.services.push_back(service); });
+}
+
+void TQServiceMgr::UnRegisterService(_TQService* service) noexcept {
+    Hosted& hosted = TheHosted();
+    const TQThreadSynch::TQSynchLock guard(hosted.lock);
+    std::erase(hosted.services, service);
+}
+
+std::vector<_TQService*> TQServiceMgr::HostedServices() {
+    Hosted& hosted = TheHosted();
+    const TQThreadSynch::TQSynchLock guard(hosted.lock);
+    return Translated(L"TQServiceMgr::HostedServices", [&]() TQ_NOT_ANALYSED { return hosted.services; });
+}
+
+TQService& TQServiceMgr::HostedService(const wchar_t* name) {
+    const std::vector<_TQService*> services = HostedServices();
+    _TQService* found = FindIn(services, name);
+    if (!found && services.size() == 1) found = services.front();
+    auto* const service = dynamic_cast<TQService*>(found);
+    if (!service) throw TQException(ERROR_SERVICE_NOT_IN_EXE, L"TQServiceMgr::HostedService");
+    return *service;
+}
+
+void TQServiceMgr::Dispatch() {
+    const std::vector<_TQService*> services = HostedServices();
+    if (services.empty()) throw TQException(ERROR_SERVICE_NOT_IN_EXE, L"No service is registered.");
+    // The platform wants names that could be written to.
+    std::vector<TCHARBuf> names;
+    std::vector<SERVICE_TABLE_ENTRYW> table;
+    Translated(L"TQServiceMgr::RunServices", [&] {
+        for (const _TQService* service : services) {
+            const TQString name = service->ServiceName();
+            names.emplace_back(name.c_str(), name.Length() + 1);
+            table.push_back({names.back().Data(), &TQService::RunAppServiceMain});
+        }
+        table.push_back({nullptr, nullptr});
+    });
+    if (!ServiceHost::Current().Dispatch(table.data()))
+        TQSysException::ThrowLastError(L"TQServiceMgr::RunServices");
+}
+
+LONG TQServiceMgr::RunServices() {
+    TQString message;
+    bool isDone = false;
+    Guarded(L"Processing ServiceMgr RunServices()", message, [&] {
+        const _TQWin32Exception::Trap_SEH trap(L"ServiceMgr::RunServices");
+        Dispatch();
+        isDone = true;
+        return 0u;
+    });
+    return isDone ? 0 : static_cast<LONG>(UnknownExceptionCode);
+}
+
+void TQServiceMgr::Install() {
+    const std::vector<_TQService*> services = HostedServices();
+    std::vector<TQSvcHandle> installed;
+    Translated(L"TQServiceMgr::Install", [&] { installed.reserve(services.size()); });
+    try {
+        for (_TQService* service : services) {
+            TQSvcHandle handle;
+            InstallService(*service, handle);
+            installed.push_back(handle);
+        }
+    } catch (...) {
+        const _TQLastErrorKeeper keeper;
+        for (const TQSvcHandle& handle : installed)
+            DeleteService(handle.Get());
+        throw;
+    }
+}
+
+void TQServiceMgr::UnInstall() {
+    TQString missing;
+    for (const _TQService* service : HostedServices() | std::views::reverse) {
+        const TQString name = service->ServiceName();
+        TQSvcHandle handle;
+        try {
+            RemoveService(nullptr, name.c_str(), handle);
+        } catch (const TQSysException& failure) {
+            if (failure.ErrCode() != ERROR_SERVICE_DOES_NOT_EXIST) throw;
+            missing = name;
+        }
+    }
+    if (!missing.IsEmpty()) ThrowServiceFailure(ERROR_SERVICE_DOES_NOT_EXIST, missing.c_str());
+}
+
+void TQServiceMgr::InstallService(_TQService& service, TQSvcHandle& handle) {
+    const TQString name = service.ServiceName(), displayName = service.DisplayName(),
+                   account = service.LogonAccount(), password = service.LogonPassword();
+    const TQString commandLine = TQString::Format(L"\"%s\"", TQSysProc::ModuleFileName(nullptr).c_str());
+    InstallService(handle, name.c_str(), displayName.c_str(), commandLine.c_str(), account.c_str(),
+                   password.c_str(), service.Status().serviceType, service.StartType(), service.Options());
+}
+
+void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, const wchar_t* displayName,
+                                  const wchar_t* commandLine, const wchar_t* account, const wchar_t* password,
+                                  DWORD type, TQSvcStart start, const TQServiceOptions& options) {
+    const auto orNull = [](const wchar_t* text) { return text && *text ? text : nullptr; };
+    if (!orNull(name) || !orNull(commandLine))
+        TQStdExceptions::ThrowParameterInvalidError(L"TQServiceMgr::InstallService");
+    const TQString dependencies = TextList(options.dependencies);
+    const TQSvcHandle manager = OpenManager(nullptr, SC_MANAGER_CREATE_SERVICE);
+    TQSvcHandle created(::CreateServiceW(manager.Get(), name, orNull(displayName), SERVICE_ALL_ACCESS, type,
+                                         static_cast<DWORD>(start), SERVICE_ERROR_NORMAL, commandLine,
+                                         nullptr, nullptr,
+                                         dependencies.IsEmpty() ? nullptr : dependencies.c_str(),
+                                         orNull(account), orNull(account) ? orNull(password) : nullptr));
+    if (!created) ThrowServiceFailure(name);
+    try {
+        ApplyOptions(created, name, start, options);
+    } catch (...) {
+        const _TQLastErrorKeeper keeper;
+        DeleteService(created.Get());
+        throw;
+    }
+    service = created;
+}
+
+bool TQServiceMgr::ServiceInstalled(const wchar_t* name, TQSvcHandle& service, DWORD access) {
+    try {
+        service = OpenInstalled(nullptr, name, access);
+        return true;
+    } catch (const TQSysException& failure) {
+        if (failure.ErrCode() != ERROR_SERVICE_DOES_NOT_EXIST) throw;
+        return false;
+    }
+}
+
+void TQServiceMgr::RemoveService(const wchar_t* machine, const wchar_t* name, TQSvcHandle& service) {
+    const TQSvcHandle opened = OpenInstalled(machine, name, DELETE | SERVICE_QUERY_STATUS);
+    if (QueryRecord(opened, name).currentState != TQSvcState::Stopped)
+        TQServiceCtrl(name, machine).StopAndWait(ProgressTimeoutMs);
+    if (!DeleteService(opened.Get())) ThrowServiceFailure(name);
+    service = opened;
+}
+
+void TQServiceMgr::StartServiceW(const wchar_t* machine, const wchar_t* name, DWORD argc,
+                                 const wchar_t** argv) {
+    TQStringArray arguments;
+    for (DWORD i = 0; i < argc; ++i)
+        arguments.Add(argv[i]);
+    TQServiceCtrl(name, machine).Start(arguments);
+}
+
+void TQServiceMgr::StartServiceW(const wchar_t* name, DWORD argc, const wchar_t** argv) {
+    StartServiceW(nullptr, name, argc, argv);
+}
+
+void TQServiceMgr::ExecuteService(const wchar_t* name, const TQStringArray& arguments) {
+    TQServiceCtrl(name).StartAndWait(arguments, ProgressTimeoutMs);
+}
+
+bool TQServiceMgr::OpenSCManagerW(TQSvcHandle& manager, DWORD access) {
+    return OpenSCManagerW(manager, nullptr, access);
+}
+
+bool TQServiceMgr::OpenSCManagerW(TQSvcHandle& manager, const wchar_t* machine, DWORD access) {
+    try {
+        manager = OpenManager(machine, access);
+        return true;
+    } catch (const TQSysException& failure) {
+        if (failure.ErrCode() != ERROR_ACCESS_DENIED) throw;
+        return false;
+    }
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,142 @@
+#include "services/internal/AppWords.h"
+
+#include "core/TQException.h"
+#include "platform/Win32.h"
+#include "services/TQServiceCtrl.h"
+#include "services/TQServiceMgr.h"
+#include "services/internal/SystemdUnit.h"
+#include "system/TQConsole.h"
+#include "system/TQSysProc.h"
+
+#include <utility>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+constexpr DWORD ExitOk = 0;
+constexpr DWORD ExitFailure = 1;
+constexpr DWORD ExitUsage = 2;
+
+// What the words work with: the services, the arguments behind the word, where they print.
+struct Context {
+    std::vector<_TQService*> services;
+    TQStringArray arguments;
+    TQConsole& output;
+
+    void Say(const TQString& line) { output.Write(line + L"\n"); }
+};
+
+class UsageError {};
+
+// Prints each state once.
+TQServiceCtrl::Progress StatePrinter(Context& context, const TQString& name) {
+    return [&context, name, last = DWORD{0}](const TQServiceRecord& status) mutable {
+        if (status.currentState == last) return;
+        last = status.currentState;
+        context.Say(TQString::Format(L"%s: %s", name.c_str(), TQSvcState::Name(last)));
+    };
+}
+
+void RequireNoArguments(const Context& context) {
+    if (!context.arguments.IsEmpty()) throw UsageError();
+}
+
+void Install(Context& context) {
+    constexpr std::wstring_view option = L"--systemd";
+    if (!context.arguments.IsEmpty()) {
+        const TQString& argument = context.arguments[0];
+        const bool hasFile = argument.StartsWith(TQString(option) + L"=");
+        if (context.arguments.Count() != 1 || !(hasFile || argument == option)) throw UsageError();
+        const TQString file = hasFile ? TQString(argument.Mid(option.size() + 1)) : TQString();
+        const TQString path = WriteSystemdUnit(*context.services.front(), file);
+        context.Say(TQString::Format(L"%s is written; systemctl daemon-reload makes it known", path.c_str()));
+        return;
+    }
+    TQServiceMgr::Install();
+    for (const _TQService* service : context.services)
+        context.Say(TQString::Format(L"%s: installed", service->ServiceName().c_str()));
+}
+
+void UnInstall(Context& context) {
+    RequireNoArguments(context);
+    TQServiceMgr::UnInstall();
+    for (const _TQService* service : context.services)
+        context.Say(TQString::Format(L"%s: removed", service->ServiceName().c_str()));
+}
+
+void Start(Context& context) {
+    for (const _TQService* service : context.services) {
+        const TQServiceCtrl control(service->ServiceName());
+        control.StartAndWait(context.arguments, TQServiceMgr::ProgressTimeoutMs,
+                             StatePrinter(context, control.Name()));
+    }
+}
+
+void Stop(Context& context) {
+    RequireNoArguments(context);
+    for (std::size_t i = context.services.size(); i-- > 0;) {
+        const TQServiceCtrl control(context.services[i]->ServiceName());
+        control.StopAndWait(TQServiceMgr::ProgressTimeoutMs, StatePrinter(context, control.Name()));
+    }
+}
+
+void Status(Context& context) {
+    RequireNoArguments(context);
+    for (const _TQService* service : context.services) {
+        const TQServiceCtrl control(service->ServiceName());
+        TQString line = TQString::Format(L"%s: %s", control.Name().c_str(),
+                                         TQSvcState::Name(control.Status().Status().currentState));
+        if (const DWORD process = control.ProcessID()) line.AppendFormat(L", process %u", process);
+        context.Say(line);
+    }
+}
+
+struct Word {
+    const wchar_t* name;
+    void (*run)(Context& context);
+    const wchar_t* usage;
+};
+
+constexpr Word Words[] = {
+    {L"install", &Install, L"install [--systemd[=FILE]]"},
+    {L"uninstall", &UnInstall, L"uninstall"},
+    {L"start", &Start, L"start [ARGUMENT...]"},
+    {L"stop", &Stop, L"stop"},
+    {L"status", &Status, L"status"},
+};
+
+DWORD RunWord(const Word& word, Context& context) {
+    TQConsole errors(TQConsole::Stream::Error);
+    const TQString program = TQSysProc::ModuleBaseName(nullptr);
+    try {
+        word.run(context);
+        return ExitOk;
+    } catch (const UsageError&) {
+        errors.Write(TQString::Format(L"usage: %s %s\n", program.c_str(), word.usage));
+        return ExitUsage;
+    } catch (const TQCoreException& failure) {
+        errors.Write(
+            TQString::Format(L"%s: %s\n", program.c_str(), failure.FullMsg(TQStrResDestination::User)));
+        return ExitFailure;
+    }
+}
+
+}  // namespace
+
+std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services) {
+    if (commandLine.Count() < 2) return std::nullopt;
+    for (const Word& word : Words) {
+        if (commandLine[1] != word.name) continue;
+        TQConsole output(TQConsole::Stream::Output);
+        Context context{std::move(services), commandLine, output};
+        context.arguments.Remove(0);
+        context.arguments.Remove(0);
+        if (context.services.empty())
+            throw TQException(ERROR_SERVICE_NOT_IN_EXE, L"No service is registered.");
+        return RunWord(word, context);
+    }
+    return std::nullopt;
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,15 @@
+// The words on the command line of a program with services.
+#pragma once
+
+#include "services/TQService.h"
+
+#include <optional>
+#include <vector>
+
+namespace Quellan::Corvel {
+
+// Does what the first argument says with the services of this process, and returns the exit code; none where
+// it is no such word.
+std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services);
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,47 @@
+// The manager of services that run in the foreground.
+#pragma once
+
+#include "services/internal/ServiceHost.h"
+#include "system/TQConsole.h"
+#include "text/TQStringArray.h"
+#include "threads/TQEvent.h"
+#include "threads/TQThreadSynch.h"
+
+#include <memory>
+#include <vector>
+
+namespace Quellan::Corvel {
+
+// Starts all services of the table at once, each with the arguments, and prints their states. Ctrl+C or a
+// request to end the process becomes the control stop, for each service once it accepts it; a second Ctrl+C
+// ends the process.
+class ForegroundHost : public ServiceHost {
+  public:
+    explicit ForegroundHost(TQStringArray arguments);
+    ~ForegroundHost() override;
+
+    BOOL Dispatch(const SERVICE_TABLE_ENTRYW* table) override;
+    SERVICE_STATUS_HANDLE RegisterHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX handler,
+                                          void* context) override;
+    BOOL SetStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) override;
+
+    // Whether a service has ended with an exit code.
+    bool HasFailed() const;
+
+  private:
+    struct Entry;
+    class MainThread;
+
+    void Print(const Entry& entry);
+    bool AllEnded() const;
+    void SendStops();
+
+    const TQStringArray m_arguments;
+    TQConsole m_output;
+    const TQEvent m_stopEvent;
+    const TQEvent m_changedEvent;
+    std::vector<std::unique_ptr<Entry>> m_entries;
+    mutable TQThreadSynch m_lock;  // guards what the entries hold
+};
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,11 @@
+#include "core/TQException.h"
+#include "platform/Win32.h"
+#include "services/internal/SystemdUnit.h"
+
+namespace Quellan::Corvel {
+
+TQString WriteSystemdUnit(const _TQService&, const TQString&) {
+    throw TQSysException(ERROR_NOT_SUPPORTED, L"There is no systemd on Windows.");
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,240 @@
+// Services of one process from their start to their end.
+#include "ScriptedManager.h"
+#include "TestService.h"
+#include "core/TQException.h"
+#include "services/TQServiceApp.h"
+#include "services/TQServiceMgr.h"
+#include "support/RecordingSink.h"
+#include "support/ThrownCode.h"
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+using S = TQSvcState;
+using C = TQSvcControl;
+
+namespace {
+
+constexpr const wchar_t* Name = L"TestService";
+constexpr DWORD OwnCode = 0xE0000001;
+constexpr LONG Failed = static_cast<LONG>(0x8000FFFF);
+
+using States = std::vector<DWORD>;
+
+class Hosted : public testing::Test {
+  protected:
+    ScriptedManager manager;
+    RecordingSink log;
+    TestService service;
+    Hosting hosting{&service};
+};
+
+// One exception of each kind, its code, and how it is logged.
+struct Kind {
+    const char* name;
+    void (*raise)();
+    DWORD code;
+    DWORD eventId;
+    WORD category;
+};
+
+constexpr Kind Kinds[] = {
+    {"Library", [] { throw TQException(1234u, L"library"); }, 1234, 0xCFFF4001, 2},
+    {"Foreign", [] { throw 17; }, 0x8000FFFF, 0xCFFF4002, 9},
+    {"Structured", [] { RaiseException(OwnCode, 0, 0, nullptr); }, OwnCode, 0xCFFF4002, 9},
+};
+
+class Guard : public Hosted, public testing::WithParamInterface<Kind> {
+  protected:
+    void ExpectLogged(const wchar_t* context) {
+        const auto entries = log.Entries();
+        ASSERT_EQ(entries.size(), 1u);
+        EXPECT_EQ(entries[0].source, L"TQLib");
+        EXPECT_EQ(entries[0].eventId, GetParam().eventId);
+        EXPECT_EQ(entries[0].category, GetParam().category);
+        EXPECT_NE(entries[0].strings[1].find(context), std::wstring::npos);
+    }
+};
+
+}  // namespace
+
+TEST_P(Guard, OfRunServicesLogsAndReturns) {
+    manager.onDispatch = GetParam().raise;
+    EXPECT_EQ(TQServiceMgr::RunServices(), Failed);
+    ExpectLogged(L"Processing ServiceMgr RunServices()");
+}
+
+TEST_P(Guard, OfTheMainFunctionLogsAndReportsTheCode) {
+    service.main = [](const TQStringArray&) { GetParam().raise(); };
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    ExpectLogged(L"Running Service::RunAppServiceMain");
+    EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Stopped}));
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, GetParam().code);
+}
+
+TEST_P(Guard, OfTheApplicationLogsAndReturns) {
+    manager.onDispatch = GetParam().raise;
+    EXPECT_EQ(TQServiceApp::Run(), static_cast<DWORD>(Failed));
+    ExpectLogged(L"Running ServiceApp main()");
+}
+
+TEST_P(Guard, OfTheProcessorLogsAndReportsTheCode) {
+    service.processor.process = [](TestProcessor&) -> unsigned int { return GetParam().raise(), 0; };
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    ExpectLogged(L"Processing Thread::RunWork");
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, GetParam().code);
+}
+
+INSTANTIATE_TEST_SUITE_P(All, Guard, testing::ValuesIn(Kinds),
+                         [](const auto& each) { return std::string(each.param.name); });
+
+TEST_F(Hosted, GoesFromStartToStop) {
+    Worker dispatcher([] { EXPECT_EQ(TQServiceMgr::RunServices(), 0); });
+    manager.Await(Name, S::Running);
+    EXPECT_EQ(manager.Control(Name, C::Pause), 0u);
+    manager.Await(Name, S::Paused);
+    EXPECT_EQ(manager.Control(Name, C::Continue), 0u);
+    manager.Await(Name, S::Running);
+    EXPECT_EQ(manager.Control(Name, C::Stop), 0u);
+    dispatcher.Join();
+    EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Running, S::PausePending, S::Paused,
+                                            S::ContinuePending, S::Running, S::StopPending, S::Stopped}));
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, 0u);
+    EXPECT_TRUE(log.Entries().empty());
+}
+
+TEST_F(Hosted, RunsAgainAfterItHasStopped) {
+    for (int run = 0; run < 3; ++run) {
+        Worker dispatcher([] { EXPECT_EQ(TQServiceMgr::RunServices(), 0); });
+        manager.Await(Name, S::Running);
+        manager.Control(Name, C::Stop);
+        dispatcher.Join();
+        EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Running, S::StopPending, S::Stopped}));
+    }
+}
+
+TEST_F(Hosted, GivesItsMainFunctionTheArguments) {
+    TQStringArray seen;
+    service.main = [&](const TQStringArray& arguments) { seen = arguments; };
+    wchar_t name[] = L"TestService", first[] = L"one", second[] = L"";
+    wchar_t* arguments[] = {name, first, second};
+    TestService::RunAppServiceMain(3, arguments);
+    EXPECT_EQ(seen, (TQStringArray{Name, L"one", L""}));
+}
+
+TEST_F(Hosted, ReportsTheResultOfItsWorkAsExitCode) {
+    service.processor.process = [](TestProcessor&) { return 42u; };
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, 42u);
+}
+
+TEST_F(Hosted, FailsWithACodeWhateverItsExceptionSays) {
+    service.processor.process = [](TestProcessor&) -> unsigned int { throw TQException(0u, L"no code"); };
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, static_cast<DWORD>(Failed));
+}
+
+TEST_F(Hosted, FinishesWorkThatAnExceptionEnded) {
+    bool isFinished = false;
+    service.processor.process = [](TestProcessor&) -> unsigned int { throw TQException(7u, L"work"); };
+    service.processor.finish = [&] { isFinished = true; };
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_TRUE(isFinished);
+    EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Running, S::StopPending, S::Stopped}));
+}
+
+TEST_F(Hosted, NeitherWorksNorFinishesWhereItCannotPrepare) {
+    bool isFinished = false;
+    service.processor.prepare = [] { throw TQException(8u, L"prepare"); };
+    service.processor.finish = [&] { isFinished = true; };
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_FALSE(isFinished);
+    EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Stopped}));
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, 8u);
+}
+
+TEST_F(Hosted, AdvancesTheCheckPointOfALongStart) {
+    service.processor.Hold(ProcState::Starting);
+    Worker dispatcher([] { TQServiceMgr::RunServices(); });
+    manager.AwaitReport(Name, [](const auto& last) { return last.dwCheckPoint >= 2; });
+    EXPECT_EQ(manager.States(Name), (States{S::StartPending}));
+    service.processor.Release();
+    manager.Await(Name, S::Running);
+    manager.Control(Name, C::Stop);
+}
+
+TEST_F(Hosted, ReportsControlsThatItAcceptsFromNowOn) {
+    Worker dispatcher([] { TQServiceMgr::RunServices(); });
+    manager.Await(Name, S::Running);
+    service.processor.SetCtrlAllow(ProcControlAccept::ParamChange, true);
+    EXPECT_TRUE(manager.Reports(Name).back().dwControlsAccepted & SERVICE_ACCEPT_PARAMCHANGE);
+    manager.Control(Name, C::Stop);
+}
+
+TEST_F(Hosted, GoesOnWhereTheManagerTakesNoReports) {
+    Worker dispatcher([] { EXPECT_EQ(TQServiceMgr::RunServices(), 0); });
+    manager.Await(Name, S::Running);
+    manager.statusCode = ERROR_INVALID_HANDLE;
+    EXPECT_EQ(manager.Control(Name, C::Pause), 0u);
+    EXPECT_TRUE(service.processor.WaitForState(ProcState::Pause, INFINITE));
+    manager.Control(Name, C::Stop);
+    dispatcher.Join();
+    EXPECT_EQ(service.CurrentState(), S::Stopped);
+    EXPECT_FALSE(log.Entries().empty());
+}
+
+TEST_F(Hosted, DoesNotRunWhereItsHandlerIsRefused) {
+    bool hasRun = false;
+    service.main = [&](const TQStringArray&) { hasRun = true; };
+    manager.registerCode = ERROR_SERVICE_DOES_NOT_EXIST;
+    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_FALSE(hasRun);
+    ASSERT_EQ(log.Entries().size(), 1u);
+    EXPECT_EQ(log.Entries()[0].eventId, 0xCFFF4001);
+}
+
+TEST_F(Hosted, FailsWithoutAManager) {
+    manager.dispatchCode = ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+    EXPECT_EQ(TQServiceMgr::RunServices(), Failed);
+    EXPECT_EQ(log.Entries().size(), 1u);
+}
+
+TEST_F(Hosted, IsRegisteredOnce) {
+    TestService twin(L"TESTSERVICE");
+    EXPECT_EQ(ThrownCode([&] { TQServiceMgr::RegisterService(&twin); }),
+              static_cast<DWORD>(ERROR_SERVICE_EXISTS));
+    EXPECT_EQ(ThrownCode([] { TQServiceMgr::RegisterService(nullptr); }),
+              static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+TEST(NoService, CannotBeRun) {
+    ScriptedManager manager;
+    const RecordingSink log;
+    EXPECT_EQ(TQServiceMgr::RunServices(), Failed);
+    ASSERT_EQ(log.Entries().size(), 1u);
+}
+
+TEST(TwoServices, HaveStatesExitCodesAndFailuresOfTheirOwn) {
+    ScriptedManager manager;
+    const RecordingSink log;
+    TestService first(L"First", false), second(L"Second", false);
+    TQEvent fails(true);
+    first.processor.process = [&](TestProcessor&) -> unsigned int {
+        fails.Wait(INFINITE);
+        throw TQException(11u, L"first");
+    };
+    const Hosting hosting{&first, &second};
+    Worker dispatcher([] { EXPECT_EQ(TQServiceMgr::RunServices(), 0); });
+    manager.Await(L"First", S::Running);
+    manager.Await(L"Second", S::Running);
+    manager.Control(L"Second", C::Pause);
+    manager.Await(L"Second", S::Paused);
+    EXPECT_EQ(first.CurrentState(), S::Running);
+    fails.Set();
+    manager.Await(L"First", S::Stopped);
+    EXPECT_EQ(manager.Control(L"Second", C::Continue), 0u);
+    manager.Await(L"Second", S::Running);
+    manager.Control(L"Second", C::Stop);
+    dispatcher.Join();
+    EXPECT_EQ(manager.Reports(L"First").back().dwWin32ExitCode, 11u);
+    EXPECT_EQ(manager.Reports(L"Second").back().dwWin32ExitCode, 0u);
+}

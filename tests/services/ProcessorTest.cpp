@@ -1,0 +1,129 @@
+// The worker of a service on its own.
+#include "TestService.h"
+#include "services/TQSvcProcessor.h"
+#include "support/Worker.h"
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+
+TEST(Processor, GoesWhereItIsAskedTo) {
+    TestProcessor processor;
+    EXPECT_EQ(processor.CurrentState(), ProcState::Stop);
+    EXPECT_FALSE(processor.Pause());
+    EXPECT_FALSE(processor.Restart());
+    EXPECT_FALSE(processor.StopProcessor());
+    EXPECT_TRUE(processor.StartProcessor());
+    EXPECT_TRUE(processor.WaitForState(ProcState::Run, INFINITE));
+    EXPECT_FALSE(processor.StartProcessor());
+    EXPECT_TRUE(processor.Pause());
+    EXPECT_TRUE(processor.WaitForState(ProcState::Pause, INFINITE));
+    EXPECT_TRUE(processor.Restart());
+    EXPECT_TRUE(processor.WaitForState(ProcState::Run, INFINITE));
+    EXPECT_TRUE(processor.StopProcessor());
+    EXPECT_TRUE(processor.WaitForState(ProcState::Stop, INFINITE));
+    EXPECT_TRUE(processor.Stopped());
+    EXPECT_EQ(processor.ErrorCode(), 0u);
+}
+
+TEST(Processor, WaitsNoLongerThanItIsTold) {
+    TestProcessor processor;
+    EXPECT_FALSE(processor.WaitForState(ProcState::Run | ProcState::Pause, 0));
+    EXPECT_FALSE(processor.WaitForNotState(ProcState::Stop, 1));
+    EXPECT_TRUE(processor.WaitForNotState(ProcState::Run, 0));
+}
+
+TEST(Processor, LeavesAPauseThatIsTakenBackBeforeItBegan) {
+    TestProcessor processor;
+    processor.StartProcessor();
+    processor.WaitForState(ProcState::Run, INFINITE);
+    processor.Hold(ProcState::Pausing);
+    EXPECT_TRUE(processor.Pause());
+    EXPECT_TRUE(processor.Restart());
+    EXPECT_EQ(processor.CurrentState(), ProcState::Continuing);
+    processor.Release();
+    EXPECT_TRUE(processor.WaitForState(ProcState::Run, INFINITE));
+}
+
+TEST(Processor, StopsOutOfAPause) {
+    TestProcessor processor;
+    processor.StartProcessor();
+    processor.WaitForState(ProcState::Run, INFINITE);
+    processor.Pause();
+    processor.WaitForState(ProcState::Pause, INFINITE);
+    EXPECT_TRUE(processor.StopProcessor());
+    EXPECT_TRUE(processor.WaitForState(ProcState::Stop, INFINITE));
+}
+
+TEST(Processor, StopsWhereItWasAskedToDuringItsStart) {
+    TestProcessor processor;
+    processor.Hold(ProcState::Starting);
+    processor.StartProcessor();
+    EXPECT_TRUE(processor.StopProcessor());
+    EXPECT_TRUE(processor.StopProcessor());
+    processor.Release();
+    EXPECT_TRUE(processor.WaitForState(ProcState::Stop, INFINITE));
+}
+
+TEST(Processor, TakesTurnsUntilItIsStopped) {
+    TestProcessor processor;
+    std::atomic<int> turns{0};
+    processor.process = [&](TestProcessor& self) {
+        while (self.WaitForTurn(1))
+            if (++turns == 3) self.StopProcessor();
+        return 5u;
+    };
+    processor.StartProcessor();
+    EXPECT_TRUE(processor.WaitForState(ProcState::Stop, INFINITE));
+    EXPECT_EQ(turns, 3);
+    EXPECT_EQ(processor.ErrorCode(), 5u);
+}
+
+TEST(Processor, HasNoTurnWhileItPauses) {
+    TestProcessor processor;
+    std::atomic<int> turns{0};
+    processor.process = [&](TestProcessor& self) {
+        while (self.WaitForTurn(0))
+            ++turns;
+        return 0u;
+    };
+    processor.StartProcessor();
+    processor.WaitForState(ProcState::Run, INFINITE);
+    processor.Pause();
+    processor.WaitForState(ProcState::Pause, INFINITE);
+    const int before = turns;
+    Sleep(NeverMs);
+    EXPECT_EQ(turns, before);
+}
+
+TEST(Processor, SignalsItsEventsAtEachChange) {
+    TestProcessor processor;
+    const TQEvent changed(false);
+    processor.AddChangedEvent(changed.Handle());
+    processor.StartProcessor();
+    EXPECT_TRUE(changed.Wait(INFINITE));
+    processor.WaitForState(ProcState::Run, INFINITE);
+    processor.RemoveChangedEvent(changed.Handle());
+    changed.Reset();
+    processor.Pause();
+    processor.WaitForState(ProcState::Pause, INFINITE);
+    EXPECT_FALSE(changed.Wait(0));
+}
+
+TEST(Processor, GoesNoWayThatThereIsNot) {
+    TestProcessor processor;
+    processor.SetState(ProcState::Run);
+    processor.SetState(ProcState::Pause);
+    EXPECT_EQ(processor.CurrentState(), ProcState::Stop);
+    processor.SetState(ProcState::Stop, 9);
+    EXPECT_EQ(processor.ErrorCode(), 9u);
+}
+
+TEST(Processor, KeepsTheSetOfControlsThatItAccepts) {
+    TestProcessor processor;
+    EXPECT_EQ(processor.CtrlsAccepted(), 0x07u);
+    processor.SetCtrlAllow(ProcControlAccept::PauseContinue, false);
+    processor.SetCtrlAllow(ProcControlAccept::SessionChange, true);
+    EXPECT_EQ(processor.CtrlsAccepted(), 0x85u);
+    processor.SetCtrlAllow(0x01);
+    EXPECT_EQ(processor.CtrlsAccepted(), 0x01u);
+}

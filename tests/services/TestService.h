@@ -1,0 +1,104 @@
+// A service whose steps the test gives.
+#pragma once
+
+#include "platform/Win32.h"
+#include "services/TQServiceMgr.h"
+
+#include <atomic>
+#include <functional>
+#include <gtest/gtest.h>
+#include <utility>
+
+namespace Quellan::Corvel::Test {
+
+// Every step calls a function of the test, and stays in one state for as long as it is told to.
+class TestProcessor : public TQSvcProcessor {
+  public:
+    ~TestProcessor() override { EndThread(); }
+
+    std::function<void()> prepare, pause, resume, finish;
+    std::function<unsigned int(TestProcessor&)> process;
+
+    using TQSvcProcessor::SetCtrlAllow;
+    using TQSvcProcessor::SetState;
+    using TQSvcProcessor::WaitForTurn;
+
+    // Stays in this pending state until `Release`.
+    void Hold(ProcState state) { m_held = state; }
+    void Release() { m_released.Set(); }
+
+  protected:
+    void Prepare() override { Step(ProcState::Starting, prepare); }
+    void OnPause() override { Step(ProcState::Pausing, pause); }
+    void OnContinue() override { Step(ProcState::Continuing, resume); }
+    void Finish() override { Step(ProcState::Stopping, finish); }
+    unsigned int Process(BYTEBuf& data) override {
+        return process ? process(*this) : TQSvcProcessor::Process(data);
+    }
+
+  private:
+    void Step(ProcState state, const std::function<void()>& step) {
+        if (m_held == state) m_released.Wait(INFINITE);
+        if (step) step();
+    }
+
+    std::atomic<ProcState> m_held{ProcState::Stop};
+    TQEvent m_released{true};
+};
+
+class TestService : public TQService {
+  public:
+    explicit TestService(const wchar_t* name = L"TestService", bool ownProcess = true)
+        : TQService(name, ownProcess) {}
+
+    TestProcessor processor;
+    // In place of the processor.
+    std::function<void(const TQStringArray& arguments)> main;
+    std::function<bool(DWORD control)> request;
+    std::function<void(DWORD state)> changed;
+
+    TQSvcProcessor& Processor() override { return processor; }
+
+    using TQService::RegisterHandler;
+    using TQService::RunAppServiceMain;
+    using TQService::SetExitCode;
+    using TQService::SetState;
+    using TQService::UpdateStatus;
+
+    void Register() { EXPECT_TRUE(RegisterHandler(nullptr)); }
+
+    bool HandleRequest(DWORD control) override {
+        return request ? request(control) : TQService::HandleRequest(control);
+    }
+
+  protected:
+    void ExecuteServiceMain(const TQStringArray& arguments) override {
+        if (main)
+            main(arguments);
+        else
+            TQService::ExecuteServiceMain(arguments);
+    }
+    void OnStateChanged(DWORD state) override {
+        if (changed) changed(state);
+    }
+};
+
+// Registers services while it lives.
+class Hosting {
+  public:
+    explicit Hosting(std::initializer_list<TestService*> services) : m_services(services) {
+        for (TestService* service : m_services)
+            TQServiceMgr::RegisterService(service);
+    }
+    Hosting(const Hosting&) = delete;
+    Hosting& operator=(const Hosting&) = delete;
+    ~Hosting() {
+        for (TestService* service : m_services)
+            TQServiceMgr::UnRegisterService(service);
+    }
+
+  private:
+    std::vector<TestService*> m_services;
+};
+
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,75 @@
+#include "EventLoop.h"
+
+#include <algorithm>
+#include <array>
+#include <sys/epoll.h>
+#include <system_error>
+
+namespace tqscm {
+
+EventLoop::EventLoop() : m_epoll(epoll_create1(EPOLL_CLOEXEC)) {
+    if (!m_epoll) throw std::system_error(errno, std::generic_category(), "epoll_create1");
+}
+
+void EventLoop::Watch(int fd, unsigned events, std::unique_ptr<Source> source) {
+    epoll_event event{.events = events, .data = {.ptr = source.get()}};
+    if (epoll_ctl(m_epoll.Get(), EPOLL_CTL_ADD, fd, &event) != 0)
+        throw std::system_error(errno, std::generic_category(), "epoll_ctl");
+    const Source* const key = source.get();
+    m_sources.emplace(key, std::move(source));
+}
+
+void EventLoop::Change(int fd, unsigned events, Source& source) {
+    epoll_event event{.events = events, .data = {.ptr = &source}};
+    epoll_ctl(m_epoll.Get(), EPOLL_CTL_MOD, fd, &event);
+}
+
+void EventLoop::Forget(int fd, Source& source) {
+    epoll_ctl(m_epoll.Get(), EPOLL_CTL_DEL, fd, nullptr);
+    m_forgotten.insert(m_sources.extract(&source));
+}
+
+int EventLoop::MsToNextTimer() const {
+    if (m_timers.empty()) return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(m_timers.begin()->first - Clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 3'600'000));
+}
+
+void EventLoop::RunTimers() {
+    const auto now = Clock::now();
+    while (!m_timers.empty() && m_timers.begin()->first <= now) {
+        const auto action = std::move(m_timers.begin()->second);
+        action();  // which takes the entry away
+    }
+}
+
+void EventLoop::RunOnce() {
+    std::array<epoll_event, 256> events;
+    const int count =
+        epoll_wait(m_epoll.Get(), events.data(), static_cast<int>(events.size()), MsToNextTimer());
+    const auto end = events.begin() + std::max(count, 0);
+    std::stable_partition(events.begin(), end, [](const epoll_event& event) {
+        return static_cast<const Source*>(event.data.ptr)->ComesFirst();
+    });
+    std::for_each(events.begin(), end, [&](const epoll_event& event) {
+        auto* const source = static_cast<Source*>(event.data.ptr);
+        if (!m_forgotten.contains(source)) source->OnReady(event.events);
+    });
+    RunTimers();
+    m_forgotten.clear();
+}
+
+void Timer::Set(std::chrono::milliseconds delay, std::function<void()> action) {
+    Cancel();
+    m_entry = m_loop.m_timers.emplace(Clock::now() + delay, [this, action = std::move(action)] {
+        Cancel();
+        action();
+    });
+}
+
+void Timer::Cancel() {
+    if (IsSet()) m_loop.m_timers.erase(std::exchange(m_entry, m_loop.m_timers.end()));
+}
+
+}  // namespace tqscm

@@ -1,0 +1,70 @@
+// The one thread of the manager: what is ready is served, what is due is done.
+#pragma once
+
+#include "platform/linux/internal/Descriptor.h"
+
+#include <chrono>
+#include <functional>
+#include <map>
+#include <memory>
+
+namespace tqscm {
+
+using Clock = std::chrono::steady_clock;
+using Quellan::Corvel::Platform::Descriptor;
+
+// What has a descriptor to be watched.
+class Source {
+  public:
+    virtual ~Source() = default;
+    // `events` are those of epoll.
+    virtual void OnReady(unsigned events) = 0;
+    // Whether it is served before others that became ready at the same time.
+    virtual bool ComesFirst() const { return false; }
+};
+
+class EventLoop {
+  public:
+    EventLoop();
+
+    // The source is the loop's from now on. Throws std::system_error.
+    void Watch(int fd, unsigned events, std::unique_ptr<Source> source);
+    void Change(int fd, unsigned events, Source& source);
+    // The source hears nothing any more. It is deleted once nobody can be in the middle of it.
+    void Forget(int fd, Source& source);
+
+    // Waits for something and serves it.
+    void RunOnce();
+
+  private:
+    friend class Timer;
+    using Timers = std::multimap<Clock::time_point, std::function<void()>>;
+
+    int MsToNextTimer() const;
+    void RunTimers();
+
+    const Descriptor m_epoll;
+    Timers m_timers;
+    std::map<const Source*, std::unique_ptr<Source>> m_sources;
+    std::map<const Source*, std::unique_ptr<Source>> m_forgotten;
+};
+
+// Does something once, later. Ends with its owner.
+class Timer {
+  public:
+    explicit Timer(EventLoop& loop) : m_loop(loop), m_entry(loop.m_timers.end()) {}
+    ~Timer() { Cancel(); }
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
+
+    // In place of what it was set to before.
+    void Set(std::chrono::milliseconds delay, std::function<void()> action);
+    void Cancel();
+    bool IsSet() const { return m_entry != m_loop.m_timers.end(); }
+
+  private:
+    EventLoop& m_loop;
+    EventLoop::Timers::iterator m_entry;
+};
+
+}  // namespace tqscm

@@ -1,0 +1,156 @@
+#include "Manager.h"
+
+#include "Print.h"
+#include "platform/linux/internal/ServiceSocket.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdarg>
+#include <cstdio>
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace tqscm {
+
+namespace {
+
+// In which the services stop when the manager ends.
+constexpr std::chrono::seconds EndLimit{20};
+// After which connections are taken again when there were no descriptors for them.
+constexpr std::chrono::milliseconds FullPause{100};
+
+[[noreturn]] void Refuse(int error, const std::string& what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+// The socket's folder, made where it is missing. Nobody else may be able to write in it.
+void CheckFolder(const std::string& socket) {
+    if (!socket.starts_with('/')) Refuse(EINVAL, socket);
+    for (std::size_t slash = socket.find('/', 1); slash != socket.npos; slash = socket.find('/', slash + 1))
+        mkdir(socket.substr(0, slash).c_str(), 0755);
+    const std::string folder = socket.substr(0, std::max<std::size_t>(socket.rfind('/'), 1));
+    struct stat info;
+    if (stat(folder.c_str(), &info) != 0) Refuse(errno, folder);
+    const bool isOwn = info.st_uid == geteuid() || info.st_uid == 0;
+    if (!isOwn || (info.st_mode & (S_IWGRP | S_IWOTH))) Refuse(EPERM, folder);
+}
+
+// One manager a socket. The lock goes with the process.
+Descriptor TakeLock(const std::string& socket) {
+    CheckFolder(socket);
+    const std::string path = socket + ".lock";
+    Descriptor file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    if (!file || fcntl(file.Get(), F_SETLK, &lock) != 0) Refuse(errno, path);
+    return file;
+}
+
+void AllowManyDescriptors() {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+}  // namespace
+
+void Print(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    char line[1024];
+    const int size = std::vsnprintf(line, sizeof line - 1, format, arguments);
+    va_end(arguments);
+    if (size > 0) std::fprintf(stderr, "tqscm: %s\n", line);
+}
+
+class Manager::Listener : public Source {
+  public:
+    explicit Listener(Manager& manager) : m_manager(manager), m_pause(manager.m_loop) {
+        if (ListenAsServiceManager(manager.m_settings.socket, m_socket))
+            Refuse(errno, manager.m_settings.socket);
+    }
+    int Fd() const { return m_socket.Get(); }
+    void OnReady(unsigned) override {
+        Descriptor connection(accept4(m_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
+        if (connection) return m_manager.OnConnection(std::move(connection));
+        if (errno == EAGAIN || errno == ECONNABORTED || errno == EINTR) return;
+        m_manager.m_loop.Change(m_socket.Get(), 0, *this);
+        m_pause.Set(FullPause, [this] { m_manager.m_loop.Change(m_socket.Get(), EPOLLIN, *this); });
+    }
+
+  private:
+    Manager& m_manager;
+    Descriptor m_socket;
+    Timer m_pause;
+};
+
+class Manager::Signals : public Source {
+  public:
+    explicit Signals(Manager& manager) : m_manager(manager) {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGTERM);
+        sigaddset(&signals, SIGINT);
+        sigprocmask(SIG_BLOCK, &signals, nullptr);
+        m_signals = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+    }
+    int Fd() const { return m_signals.Get(); }
+    void OnReady(unsigned) override {
+        signalfd_siginfo info;
+        if (read(m_signals.Get(), &info, sizeof info) == sizeof info) m_manager.BeginEnd();
+    }
+
+  private:
+    Manager& m_manager;
+    Descriptor m_signals;
+};
+
+Manager::Manager(Settings settings)
+    : m_settings(std::move(settings)),
+      m_lock(TakeLock(m_settings.socket)),
+      m_journal(m_settings.socket + ".journal") {
+    AllowManyDescriptors();
+    LoadServices();
+    AdoptProcesses();
+    auto signals = std::make_unique<Signals>(*this);
+    auto listener = std::make_unique<Listener>(*this);
+    const int signalsFd = signals->Fd(), listenerFd = listener->Fd();
+    m_loop.Watch(signalsFd, EPOLLIN, std::move(signals));
+    m_loop.Watch(listenerFd, EPOLLIN, std::move(listener));
+}
+
+void Manager::Run() {
+    const bool areAllHere =
+        std::ranges::none_of(m_processes, [](const auto& process) { return process.second->isExpected; });
+    if (areAllHere) AutoStart(false);
+    m_delayedStart.Set(m_settings.autoStartDelay, [this] { AutoStart(true); });
+    const auto isAnyActive = [&] {
+        return std::ranges::any_of(m_services, [](const auto& entry) { return entry.second->IsActive(); });
+    };
+    GoOn();
+    while (!m_isEnding || isAnyActive()) {
+        m_loop.RunOnce();
+        GoOn();
+    }
+    unlink(m_settings.socket.c_str());
+    m_journal.Delete();
+}
+
+// The services are told to stop. What runs on is ended when the time is over.
+void Manager::BeginEnd() {
+    if (std::exchange(m_isEnding, true)) return;
+    m_hasNews = true;
+    m_delayedStart.Cancel();
+    for (const auto& [key, service] : m_services)
+        service->action.Cancel();
+    m_endLimit.Set(EndLimit, [this] {
+        for (const auto& [pid, process] : m_processes)
+            if (!process->services.empty()) kill(-pid, SIGKILL);
+    });
+}
+
+}  // namespace tqscm

@@ -1,0 +1,30 @@
+// The records of services in the registry (docs/formats/service-manager.md).
+#pragma once
+
+#include "platform/Win32.h"
+#include "platform/linux/internal/ServiceMessages.h"
+
+#include <string>
+#include <vector>
+
+namespace tqscm {
+
+using Quellan::Corvel::Platform::ServiceConfig;
+
+struct StoredService {
+    std::string name;
+    ServiceConfig config;
+    bool isMarked = false;  // to be deleted
+};
+
+// Keys that are no whole record of a service are passed over.
+std::vector<StoredService> ReadServices();
+// Writes a new record, in place of what may lie there without being one. These return 0 or the registry's
+// code.
+DWORD CreateRecord(const std::string& name, const ServiceConfig& config);
+// Writes what differs.
+DWORD ChangeRecord(const std::string& name, const ServiceConfig& before, const ServiceConfig& after);
+DWORD MarkRecord(const std::string& name);
+DWORD DeleteRecord(const std::string& name);
+
+}  // namespace tqscm
