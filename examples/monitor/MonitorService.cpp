@@ -36,7 +36,7 @@ unsigned int MonitorProcessor::Process(BYTEBuf&) {
 }
 
 void MonitorProcessor::Finish() {
-    m_commands->EndThread();
+    m_commands.reset();
     m_watch->Stop();
     m_hasFailed = m_watch->Summarise();
 }
@@ -52,8 +52,8 @@ void MonitorService::ExecuteServiceMain(const TQStringArray& arguments) {
     TQStringArray given = arguments.Count() > 1 ? arguments : TQSysProc::CommandLine();
     given.Remove(0);
     const std::optional<::Options> options = ReadOptions(given);
-    if (!options || !options->intervalMs)
-        throw TQException(ERROR_INVALID_PARAMETER, L"monitor was not told what to watch.");
+    m_isMisused = !options || !options->intervalMs;
+    if (m_isMisused) throw TQException(ERROR_INVALID_PARAMETER, L"monitor was not told what to watch.");
     m_processor.SetOptions(*options);
     TQService::ExecuteServiceMain(arguments);
 }

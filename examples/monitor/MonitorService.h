@@ -41,10 +41,13 @@ class MonitorService : public Quellan::Corvel::TQService {
     Quellan::Corvel::TQServiceOptions Options() const override;
 
     bool HasFailed() const noexcept { return m_processor.HasFailed(); }
+    // Whether it was not told what to watch, or in a wrong way.
+    bool IsMisused() const noexcept { return m_isMisused; }
 
   protected:
     void ExecuteServiceMain(const Quellan::Corvel::TQStringArray& arguments) override;
 
   private:
     MonitorProcessor m_processor;
+    std::atomic<bool> m_isMisused{false};
 };

@@ -30,6 +30,15 @@ namespace {
 constexpr int ExitFailure = 1;
 constexpr int ExitUsage = 2;
 
+int ShowUsage() {
+    TQConsole(TQConsole::Stream::Error)
+        .Write(
+            L"usage: monitor [--once | --interval SECONDS] TARGET... [--group TARGET...]...\n"
+            L"       monitor install [--interval SECONDS] TARGET... [--group TARGET...]...\n"
+            L"       monitor uninstall | start [TARGET...] | stop | status\n");
+    return ExitUsage;
+}
+
 int CheckOnce(const Options& options) {
     Watch watch(options);
     watch.Start();
@@ -44,17 +53,11 @@ int Run() {
     const std::optional<Options> options = ReadOptions(arguments);
     if (options && !options->intervalMs) return CheckOnce(*options);
     // Without arguments it may have been started as a service, which gets them from its manager.
-    if (!options && !arguments.IsEmpty() && !TQServiceApp::IsWord(arguments[0])) {
-        TQConsole(TQConsole::Stream::Error)
-            .Write(
-                L"usage: monitor [--once | --interval SECONDS] TARGET... [--group TARGET...]...\n"
-                L"       monitor install [--interval SECONDS] TARGET... [--group TARGET...]...\n"
-                L"       monitor uninstall | start [TARGET...] | stop | status\n");
-        return ExitUsage;
-    }
+    if (!options && !arguments.IsEmpty() && !TQServiceApp::IsWord(arguments[0])) return ShowUsage();
     MonitorService service;
     TQServiceMgr::RegisterService(&service);
     const DWORD code = TQServiceApp::Run();
+    if (service.IsMisused()) return ShowUsage();
     return code ? static_cast<int>(code) : service.HasFailed() ? ExitFailure : 0;
 }
 

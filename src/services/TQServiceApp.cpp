@@ -5,6 +5,7 @@
 #include "services/TQServiceMgr.h"
 #include "services/internal/AppWords.h"
 #include "services/internal/ForegroundHost.h"
+#include "services/internal/Parent.h"
 #include "system/TQSysProc.h"
 #include "threads/internal/GuardedStep.h"
 
@@ -21,9 +22,11 @@ DWORD TQServiceApp::Run() {
             return 0u;
         }
         try {
-            TQServiceMgr::Dispatch();
-            result = 0;
-            return 0u;
+            if (MayBeStartedByManager()) {
+                TQServiceMgr::Dispatch();
+                result = 0;
+                return 0u;
+            }
         } catch (const TQSysException& failure) {
             if (failure.ErrCode() != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) throw;
         }
@@ -36,6 +39,10 @@ DWORD TQServiceApp::Run() {
         return 0u;
     });
     return result;
+}
+
+bool TQServiceApp::IsWord(const TQString& argument) {
+    return IsAppWord(argument);
 }
 
 }  // namespace Quellan::Corvel

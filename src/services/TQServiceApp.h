@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/Types.h"
+#include "text/TQString.h"
 
 namespace Quellan::Corvel {
 
@@ -14,7 +15,7 @@ class TQLIB_API TQServiceApp {
     // whoever has started the process say. Returns the exit code for `main`.
     //
     //     first argument          what it does
-    //     install                 installs the services with this program
+    //     install [ARGUMENT...]   installs the services with this program, to be started with the arguments
     //     uninstall               stops and removes them
     //     start [ARGUMENT...]     has the manager start them, and waits until they run
     //     stop                    has it stop them, and waits until they have stopped
@@ -23,14 +24,17 @@ class TQLIB_API TQServiceApp {
     //                             process, else in the foreground, with all arguments of the program as
     //                             theirs; Ctrl+C or a request to end the process stops them
     //
-    // On Linux `install --systemd[=FILE]` writes a unit file for systemd in place of installing; systemd then
-    // runs all services together, under the name of the first. Without a file it is
+    // On Linux `install --systemd[=FILE] [ARGUMENT...]` writes a unit file for systemd in place of
+    // installing; systemd then runs all services together, under the name of the first. Without a file it is
     // /etc/systemd/system/NAME.service.
     //
     // The words print what they did; the exit code is 0, 1 where it failed, 2 for a wrong command line. In
     // the foreground the changes of the states are printed, and the exit code is 1 where a service ended with
     // a code of its own. Any other exception is logged to the system event log and gives 0x8000FFFF.
     static DWORD Run();
+
+    // Whether it is one of the words above.
+    static bool IsWord(const TQString& argument);
 };
 
 }  // namespace Quellan::Corvel

@@ -3,6 +3,7 @@
 #include "core/TQException.h"
 #include "platform/Win32.h"
 #include "services/TQServiceCtrl.h"
+#include "services/internal/CommandLineText.h"
 #include "services/internal/InstalledService.h"
 #include "services/internal/ServiceFailure.h"
 #include "services/internal/ServiceHost.h"
@@ -134,14 +135,14 @@ LONG TQServiceMgr::RunServices() {
     return isDone ? 0 : static_cast<LONG>(UnknownExceptionCode);
 }
 
-void TQServiceMgr::Install() {
+void TQServiceMgr::Install(const TQStringArray& arguments) {
     const std::vector<_TQService*> services = HostedServices();
     std::vector<TQSvcHandle> installed;
     Translated(L"TQServiceMgr::Install", [&] { installed.reserve(services.size()); });
     try {
         for (_TQService* service : services) {
             TQSvcHandle handle;
-            InstallService(*service, handle);
+            InstallService(*service, arguments, handle);
             installed.push_back(handle);
         }
     } catch (...) {
@@ -167,10 +168,10 @@ void TQServiceMgr::UnInstall() {
     if (!missing.IsEmpty()) ThrowServiceFailure(ERROR_SERVICE_DOES_NOT_EXIST, missing.c_str());
 }
 
-void TQServiceMgr::InstallService(_TQService& service, TQSvcHandle& handle) {
+void TQServiceMgr::InstallService(_TQService& service, const TQStringArray& arguments, TQSvcHandle& handle) {
     const TQString name = service.ServiceName(), displayName = service.DisplayName(),
                    account = service.LogonAccount(), password = service.LogonPassword();
-    const TQString commandLine = TQString::Format(L"\"%s\"", TQSysProc::ModuleFileName(nullptr).c_str());
+    const TQString commandLine = CommandLineText(TQSysProc::ModuleFileName(nullptr), arguments);
     InstallService(handle, name.c_str(), displayName.c_str(), commandLine.c_str(), account.c_str(),
                    password.c_str(), service.Status().serviceType, service.StartType(), service.Options());
 }

@@ -27,8 +27,8 @@ class TQLIB_API TQServiceMgr {
     static LONG RunServices();
 
     // Installs all registered services with the program of this process, as each says of itself; where one
-    // can't be installed, none is.
-    static void Install();
+    // can't be installed, none is. The program is started with `arguments`.
+    static void Install(const TQStringArray& arguments = {});
     // Stops and removes all registered services. Throws 1060 (ERROR_SERVICE_DOES_NOT_EXIST) where one was
     // not installed, when the others are gone.
     static void UnInstall();
@@ -70,7 +70,7 @@ class TQLIB_API TQServiceMgr {
     friend class TQService;
     friend class TQServiceApp;
 
-    static void InstallService(_TQService& service, TQSvcHandle& handle);
+    static void InstallService(_TQService& service, const TQStringArray& arguments, TQSvcHandle& handle);
     // The registered one of this name, or the only one where the manager calls it by another name.
     static TQService& HostedService(const wchar_t* name);
     static std::vector<_TQService*> HostedServices();

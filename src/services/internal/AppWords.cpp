@@ -8,6 +8,7 @@
 #include "system/TQConsole.h"
 #include "system/TQSysProc.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Quellan::Corvel {
@@ -42,18 +43,20 @@ void RequireNoArguments(const Context& context) {
     if (!context.arguments.IsEmpty()) throw UsageError();
 }
 
+// What follows is for the program when it is started.
 void Install(Context& context) {
     constexpr std::wstring_view option = L"--systemd";
-    if (!context.arguments.IsEmpty()) {
-        const TQString& argument = context.arguments[0];
-        const bool hasFile = argument.StartsWith(TQString(option) + L"=");
-        if (context.arguments.Count() != 1 || !(hasFile || argument == option)) throw UsageError();
-        const TQString file = hasFile ? TQString(argument.Mid(option.size() + 1)) : TQString();
-        const TQString path = WriteSystemdUnit(*context.services.front(), file);
+    TQStringArray& arguments = context.arguments;
+    const TQString first = arguments.IsEmpty() ? TQString() : arguments[0];
+    const bool hasFile = first.StartsWith(TQString(option) + L"=");
+    if (hasFile || first == option) {
+        arguments.Remove(0);
+        const TQString file = hasFile ? TQString(first.Mid(option.size() + 1)) : TQString();
+        const TQString path = WriteSystemdUnit(*context.services.front(), arguments, file);
         context.Say(TQString::Format(L"%s is written; systemctl daemon-reload makes it known", path.c_str()));
         return;
     }
-    TQServiceMgr::Install();
+    TQServiceMgr::Install(arguments);
     for (const _TQService* service : context.services)
         context.Say(TQString::Format(L"%s: installed", service->ServiceName().c_str()));
 }
@@ -99,7 +102,7 @@ struct Word {
 };
 
 constexpr Word Words[] = {
-    {L"install", &Install, L"install [--systemd[=FILE]]"},
+    {L"install", &Install, L"install [--systemd[=FILE]] [ARGUMENT...]"},
     {L"uninstall", &UnInstall, L"uninstall"},
     {L"start", &Start, L"start [ARGUMENT...]"},
     {L"stop", &Stop, L"stop"},
@@ -123,6 +126,10 @@ DWORD RunWord(const Word& word, Context& context) {
 }
 
 }  // namespace
+
+bool IsAppWord(const TQString& text) {
+    return std::ranges::any_of(Words, [&](const Word& word) { return text == word.name; });
+}
 
 std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services) {
     if (commandLine.Count() < 2) return std::nullopt;

@@ -12,4 +12,6 @@ namespace Quellan::Corvel {
 // it is no such word.
 std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services);
 
+bool IsAppWord(const TQString& text);
+
 }  // namespace Quellan::Corvel

@@ -36,7 +36,7 @@ TQString UserOf(TQString account) {
     return isNobody ? TQString(L"nobody") : account;
 }
 
-TQString UnitText(const _TQService& service) {
+TQString UnitText(const _TQService& service, const TQStringArray& arguments) {
     const TQServiceOptions options = service.Options();
     const auto& actions = options.failureActions;
     const bool restarts = !actions.empty() && actions.front().kind == TQSvcFailureAction::Kind::Restart;
@@ -57,9 +57,11 @@ TQString UnitText(const _TQService& service) {
         else
             text.Append(L"StartLimitIntervalSec=0\n");
     }
-    text.AppendFormat(L"\n[Service]\nType=notify\nNotifyAccess=main\nExecStart=%s\n",
-                      Quoted(TQSysProc::ModuleFileName(nullptr)).c_str());
-    text.AppendFormat(L"ExecReload=/bin/kill -HUP $MAINPID\nKillMode=mixed\nWatchdogSec=%s\n",
+    text.AppendFormat(L"\n[Service]\nType=notify\nNotifyAccess=main\nExecStart=%s",
+                      Quoted(TQSysProc::ModuleFileName(nullptr)));
+    for (const TQString& argument : arguments)
+        text.AppendFormat(L" %s", Quoted(argument));
+    text.AppendFormat(L"\nExecReload=/bin/kill -HUP $MAINPID\nKillMode=mixed\nWatchdogSec=%s\n",
                       WatchdogSeconds);
     const TQString user = UserOf(service.LogonAccount());
     if (!user.IsEmpty()) text.AppendFormat(L"User=%s\n", Plain(user).c_str());
@@ -70,12 +72,12 @@ TQString UnitText(const _TQService& service) {
 
 }  // namespace
 
-TQString WriteSystemdUnit(const _TQService& service, const TQString& file) {
+TQString WriteSystemdUnit(const _TQService& service, const TQStringArray& arguments, const TQString& file) {
     const TQString path =
         !file.IsEmpty()
             ? file
             : TQString(TQString::Format(L"/etc/systemd/system/%s.service", service.ServiceName().c_str()));
-    const auto text = UnitText(service).ToUtf8();
+    const auto text = UnitText(service, arguments).ToUtf8();
     const TQHandle<_TQFileHandleClose> unit(
         CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!unit) TQSysException::ThrowLastError(path.c_str());
