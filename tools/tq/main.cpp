@@ -9,6 +9,8 @@ constexpr const wchar_t* Help =
     L"usage: tq WORD [ARGUMENT...]\n"
     L"\n"
     L"  tq error CODE...      what an error code means\n"
+    L"  tq service WORD...    services: list, query, create, delete, start, stop, pause, continue, wait and "
+    L"more\n"
     L"  tq sid [ACCOUNT...]   who is behind a name or a security identifier\n"
     L"  tq --version          the version of TQLib\n"
     L"  tq --help             this text; tq WORD --help tells more of a word\n"
@@ -22,6 +24,7 @@ int Run(const TQStringArray& all, TQConsole& out) {
     if (arguments.AtEnd()) throw tq::UsageError(L"say what to do; tq --help lists the words");
     const TQString word = arguments.Next();
     if (word == L"error") return tq::RunError(arguments, out);
+    if (word == L"service") return tq::RunService(arguments, out);
     if (word == L"sid") return tq::RunSid(arguments, out);
     if (word == L"--help" || word == L"-h") {
         out.Write(Help);
