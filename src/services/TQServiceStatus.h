@@ -12,7 +12,7 @@ namespace Quellan::Corvel {
 
 // The states of a service, with the platform's numbers. Start, stop, continue and pause pending are the
 // pending ones: a service is in them on its way to another.
-struct TQLIB_API TQSvcState {
+struct TQSvcState {
     static constexpr DWORD Stopped = 1;
     static constexpr DWORD StartPending = 2;
     static constexpr DWORD StopPending = 3;
@@ -26,7 +26,7 @@ struct TQLIB_API TQSvcState {
                state == PausePending;
     }
     // "stopped", "start pending" and so on; "unknown" for every other number.
-    static const wchar_t* Name(DWORD state) noexcept;
+    static TQLIB_API const wchar_t* Name(DWORD state) noexcept;
 };
 
 // The controls that a service knows, with the platform's numbers. An application's own are from 128 to 255.

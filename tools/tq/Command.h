@@ -56,6 +56,7 @@ Quellan::Corvel::TQString JsonString(std::wstring_view text);
 // The words. Each prints to standard output and returns the exit code.
 int RunError(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunLog(Arguments arguments, Quellan::Corvel::TQConsole& out);
+int RunService(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunSid(Arguments arguments, Quellan::Corvel::TQConsole& out);
 
 }  // namespace tq

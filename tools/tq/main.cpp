@@ -10,6 +10,8 @@ constexpr const wchar_t* Help =
     L"\n"
     L"  tq error CODE...      what an error code means\n"
     L"  tq log FILE...        what stands in log files\n"
+    L"  tq service WORD...    services: list, query, create, delete, start, stop, pause, continue, wait and "
+    L"more\n"
     L"  tq sid [ACCOUNT...]   who is behind a name or a security identifier\n"
     L"  tq --version          the version of TQLib\n"
     L"  tq --help             this text; tq WORD --help tells more of a word\n"
@@ -24,6 +26,7 @@ int Run(const TQStringArray& all, TQConsole& out) {
     const TQString word = arguments.Next();
     if (word == L"error") return tq::RunError(arguments, out);
     if (word == L"log") return tq::RunLog(arguments, out);
+    if (word == L"service") return tq::RunService(arguments, out);
     if (word == L"sid") return tq::RunSid(arguments, out);
     if (word == L"--help" || word == L"-h") {
         out.Write(Help);

@@ -1,0 +1,219 @@
+#include "ServicesTest.h"
+
+#include "ServicesTestProgram.h"
+#include "support/ServiceManager.h"
+
+#include <gmock/gmock.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using testing::ElementsAreArray;
+
+class Services : public testing::Test {
+  protected:
+    ~Services() override {
+        if (const OwnedService service = OpenService(m_record.name)) {
+            StopAndWait(service);
+            DeleteService(service.get());
+        }
+    }
+
+    OwnedService CreateAndStart(const std::vector<std::wstring>& arguments = {}) {
+        OwnedService service = Create(m_record);
+        EXPECT_TRUE(service);
+        EXPECT_EQ(StartAndWait(service, arguments), 0u);
+        return service;
+    }
+
+    const ServiceManager m_manager;
+    const ServiceRecord m_record{.name = L"tqlib-test-" + std::to_wstring(GetCurrentProcessId())};
+};
+
+template <class Config, class Query>
+const Config& Ask(std::vector<BYTE>& buffer, Query query) {
+    DWORD needed = 0;
+    EXPECT_EQ(CodeOf(query(nullptr, 0, &needed)), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    buffer.resize(needed);
+    EXPECT_EQ(CodeOf(query(buffer.data(), needed, &needed)), 0u);
+    return *reinterpret_cast<const Config*>(buffer.data());
+}
+
+std::wstring DescriptionOf(const OwnedService& service) {
+    std::vector<BYTE> buffer;
+    const auto& info = Ask<SERVICE_DESCRIPTIONW>(buffer, [&](BYTE* place, DWORD size, DWORD* needed) {
+        return QueryServiceConfig2W(service.get(), SERVICE_CONFIG_DESCRIPTION, place, size, needed);
+    });
+    return info.lpDescription ? info.lpDescription : L"";
+}
+
+TEST_F(Services, KeepTheirRecord) {
+    wchar_t text[] = L"watches \u00E4\u4E2D";
+    SERVICE_DESCRIPTIONW description{text};
+    {
+        const OwnedService service = Create(m_record);
+        ASSERT_TRUE(service);
+        EXPECT_TRUE(ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_DESCRIPTION, &description));
+        EXPECT_TRUE(ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_DISABLED,
+                                         SERVICE_NO_CHANGE, nullptr, nullptr, nullptr, nullptr, nullptr,
+                                         nullptr, L"Shown name"));
+    }
+    const OwnedService service = OpenService(m_record.name);
+    std::vector<BYTE> buffer;
+    const auto& config = Ask<QUERY_SERVICE_CONFIGW>(buffer, [&](BYTE* place, DWORD size, DWORD* needed) {
+        return QueryServiceConfigW(service.get(), reinterpret_cast<QUERY_SERVICE_CONFIGW*>(place), size,
+                                   needed);
+    });
+    EXPECT_EQ(config.dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
+    EXPECT_EQ(config.dwStartType, DWORD{SERVICE_DISABLED});
+    EXPECT_EQ(config.dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
+    EXPECT_EQ(config.lpBinaryPathName, m_record.commandLine);
+    EXPECT_STREQ(config.lpDisplayName, L"Shown name");
+    EXPECT_STREQ(config.lpServiceStartName, L"LocalSystem");
+    EXPECT_EQ(DescriptionOf(service), text);
+    EXPECT_EQ(Start(service), DWORD{ERROR_SERVICE_DISABLED});
+}
+
+TEST_F(Services, AreFoundByTheirNames) {
+    const OwnedService service = Create(m_record);
+    const OwnedService manager = OpenManager();
+    wchar_t name[300];
+    DWORD size = 300;
+    EXPECT_TRUE(GetServiceDisplayNameW(manager.get(), m_record.name.c_str(), name, &size));
+    EXPECT_EQ(name, m_record.name) << "without a display name of its own";
+    EXPECT_EQ(size, m_record.name.size());
+    size = 300;
+    EXPECT_TRUE(GetServiceKeyNameW(manager.get(), m_record.name.c_str(), name, &size));
+    EXPECT_EQ(name, m_record.name);
+    EXPECT_TRUE(OpenService(L"TQLIB-TEST-" + std::to_wstring(GetCurrentProcessId()))) << "names have no case";
+    EXPECT_EQ(CodeOf(OpenService(L"tqlib-test-none").get()), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+    EXPECT_EQ(CodeOf(Create(m_record).get()), DWORD{ERROR_SERVICE_EXISTS});
+}
+
+TEST_F(Services, RunAndStop) {
+    const OwnedService service = CreateAndStart();
+    const SERVICE_STATUS_PROCESS running = StatusOf(service);
+    EXPECT_NE(running.dwProcessId, 0u);
+    EXPECT_NE(running.dwProcessId, GetCurrentProcessId());
+    EXPECT_TRUE(running.dwControlsAccepted & SERVICE_ACCEPT_STOP);
+    EXPECT_EQ(Start(service), DWORD{ERROR_SERVICE_ALREADY_RUNNING});
+    EXPECT_EQ(StopAndWait(service), 0u);
+    EXPECT_EQ(StatusOf(service).dwWin32ExitCode, 0u);
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_STOP), DWORD{ERROR_SERVICE_NOT_ACTIVE});
+    EXPECT_EQ(StartAndWait(service), 0u) << "once more";
+}
+
+TEST_F(Services, ArePausedAndContinued) {
+    const OwnedService service = CreateAndStart();
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
+    EXPECT_EQ(StateOf(service), DWORD{SERVICE_PAUSED});
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), 0u);
+    EXPECT_EQ(StateOf(service), DWORD{SERVICE_RUNNING});
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), 0u);
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_PARAMCHANGE), 0u);
+}
+
+TEST_F(Services, GetTheArgumentsOfTheirStart) {
+    const OwnedService service = Create(m_record);
+    EXPECT_EQ(Start(service, {CountArguments, L"with a blank", L""}), 0u);
+    const SERVICE_STATUS_PROCESS status = WaitFor(service, SERVICE_STOPPED);
+    EXPECT_EQ(status.dwWin32ExitCode, DWORD{ERROR_SERVICE_SPECIFIC_ERROR});
+    EXPECT_EQ(status.dwServiceSpecificExitCode, 4u) << "the name of the service is the first";
+}
+
+TEST_F(Services, ShowTheirProgressWhileTheyStart) {
+    const OwnedService service = Create(m_record);
+    ASSERT_EQ(Start(service, {StartSlowly}), 0u);
+    DWORD lastPoint = 0;
+    const SERVICE_STATUS_PROCESS end = WaitUntil(service, [&](const SERVICE_STATUS_PROCESS& status) {
+        if (status.dwCurrentState != SERVICE_START_PENDING) return true;
+        EXPECT_GE(status.dwCheckPoint, lastPoint);
+        EXPECT_TRUE(status.dwCheckPoint == 0 || status.dwWaitHint == 1000 * status.dwCheckPoint);
+        lastPoint = status.dwCheckPoint;
+        return false;
+    });
+    EXPECT_EQ(end.dwCurrentState, DWORD{SERVICE_RUNNING});
+    EXPECT_GT(lastPoint, 0u);
+}
+
+TEST_F(Services, AreDeletedWhenNobodyNeedsThemAnyMore) {
+    OwnedService service = CreateAndStart();
+    EXPECT_TRUE(DeleteService(service.get()));
+    EXPECT_EQ(CodeOf(DeleteService(service.get())), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    EXPECT_EQ(StateOf(service), DWORD{SERVICE_RUNNING});
+    EXPECT_EQ(StopAndWait(service), 0u);
+    EXPECT_EQ(Start(service), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    EXPECT_EQ(CodeOf(Create(m_record).get()), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+    service.reset();
+    EXPECT_EQ(CodeOf(OpenService(m_record.name).get()), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+}
+
+TEST_F(Services, GrantNoMoreThanTheHandleWasOpenedFor) {
+    const OwnedService all = Create(m_record);
+    const OwnedService query = OpenService(m_record.name, SERVICE_QUERY_STATUS);
+    EXPECT_EQ(StateOf(query), DWORD{SERVICE_STOPPED});
+    EXPECT_EQ(Start(query), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(Control(query, SERVICE_CONTROL_STOP), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(CodeOf(DeleteService(query.get())), DWORD{ERROR_ACCESS_DENIED});
+    SERVICE_STATUS status;
+    EXPECT_EQ(CodeOf(QueryServiceStatus(OpenService(m_record.name, SERVICE_START).get(), &status)),
+              DWORD{ERROR_ACCESS_DENIED});
+    const OwnedService manager = OpenManager(SC_MANAGER_CONNECT);
+    EXPECT_EQ(
+        CodeOf(CreateServiceW(manager.get(), L"tqlib-test-other", nullptr, 0, SERVICE_WIN32_OWN_PROCESS,
+                              SERVICE_DEMAND_START, 0, L"x", nullptr, nullptr, nullptr, nullptr, nullptr)),
+        DWORD{ERROR_ACCESS_DENIED});
+}
+
+TEST_F(Services, TakeNoHandleOfAnotherKind) {
+    const OwnedService manager = OpenManager();
+    SERVICE_STATUS status;
+    EXPECT_EQ(CodeOf(QueryServiceStatus(manager.get(), &status)), DWORD{ERROR_INVALID_HANDLE});
+    const OwnedService service = Create(m_record);
+    EXPECT_EQ(CodeOf(OpenServiceW(service.get(), m_record.name.c_str(), SERVICE_START)),
+              DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(CloseServiceHandle(nullptr)), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST_F(Services, RefuseControlsThatThereAreNot) {
+    const OwnedService service = CreateAndStart();
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_NETBINDADD), DWORD{ERROR_INVALID_SERVICE_CONTROL})
+        << "it does not accept it";
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_SHUTDOWN), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(Control(service, 300), DWORD{ERROR_INVALID_PARAMETER});
+}
+
+TEST_F(Services, AreListedInPartsThatTheBufferHolds) {
+    const OwnedService manager = OpenManager();
+    std::vector<std::wstring> names;
+    std::vector<OwnedService> services;
+    for (int i = 0; i < 5; ++i) {
+        names.push_back(m_record.name + L"-" + std::to_wstring(i));
+        services.push_back(Create({.name = names.back()}));
+    }
+    std::vector<std::wstring> listed;
+    alignas(ENUM_SERVICE_STATUSW) BYTE buffer[2048];
+    DWORD needed = 0, count = 0, resume = 0, code = ERROR_MORE_DATA;
+    while (code == ERROR_MORE_DATA) {
+        auto* const entries = reinterpret_cast<ENUM_SERVICE_STATUSW*>(buffer);
+        code = CodeOf(EnumServicesStatusW(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, entries,
+                                          sizeof buffer, &needed, &count, &resume));
+        ASSERT_GT(count, 0u);
+        for (DWORD i = 0; i < count; ++i)
+            if (std::wstring_view(entries[i].lpServiceName).starts_with(m_record.name))
+                listed.emplace_back(entries[i].lpServiceName);
+    }
+    EXPECT_EQ(code, 0u);
+    EXPECT_THAT(listed, ElementsAreArray(names));
+    for (const OwnedService& service : services)
+        DeleteService(service.get());
+}
+
+// A process that no manager has started. Wine says so after ten seconds.
+TEST(ServiceDispatcher, NeedsAManager) {
+    RoleProcess process("service");
+    EXPECT_EQ(process.ExitCode(), 63);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
