@@ -57,3 +57,7 @@ void MonitorService::ExecuteServiceMain(const TQStringArray& arguments) {
     m_processor.SetOptions(*options);
     TQService::ExecuteServiceMain(arguments);
 }
+
+void MonitorService::OnStateChanged(DWORD state) {
+    TQLib::GetAppLog(true)->AddMsg(TQSvcState::Name(state), TQLogLevel::State, L"service");
+}

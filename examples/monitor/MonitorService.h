@@ -46,6 +46,8 @@ class MonitorService : public Quellan::Corvel::TQService {
 
   protected:
     void ExecuteServiceMain(const Quellan::Corvel::TQStringArray& arguments) override;
+    // The log has the history of the states.
+    void OnStateChanged(DWORD state) override;
 
   private:
     MonitorProcessor m_processor;

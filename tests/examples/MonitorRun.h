@@ -18,10 +18,9 @@ class Monitor : public testing::Test {
     static constexpr const char* Interval = "0.02";
     static constexpr DWORD SeveralIntervalsMs = 200;
 
-    Monitor() {
-        const TQRegKey settings = TQRegistry::MachineKey().Create(L"Software\\monitor");
-        TQStringRegValue(settings, L"LogFile").Set(TQString(m_logFile.c_str()));
-    }
+    Monitor() { LogFile().Set(TQString(m_logFile.c_str())); }
+    ~Monitor() override { ForgetLogFile(); }
+    static void ForgetLogFile() { LogFile().Delete(); }
 
     void Start(const std::vector<std::string>& arguments) {
         m_process.emplace("monitor", arguments, ChildProcess::Files::Piped);
@@ -46,6 +45,10 @@ class Monitor : public testing::Test {
     }
     void RemoveFile(const char* name) {
         std::filesystem::remove(std::filesystem::path(m_folder.Path()) / name);
+    }
+
+    static TQStringRegValue LogFile() {
+        return TQStringRegValue(TQRegistry::MachineKey().Create(L"Software\\monitor"), L"LogFile");
     }
 
     TemporaryFolder m_folder, m_logFolder;
