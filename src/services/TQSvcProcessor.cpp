@@ -236,9 +236,11 @@ bool TQSvcProcessor::RequestState(ProcState state) {
                 return false;
         }
     }
-    TellService();
+    const bool isTold = TellService();
     if (isStop) Stop();
     m_requestEvent.Set();
+    // Who has sent a control finds the service on its way when the handler returns.
+    if (!isTold) m_toldEvent.Wait(INFINITE);
     return true;
 }
 
@@ -295,17 +297,21 @@ void TQSvcProcessor::ChangeTo(ProcState state) {
         SetEvent(event);
 }
 
-// Changes reach the service in their order, and one at a time: whoever finds another at it leaves the telling
-// to that one.
-void TQSvcProcessor::TellService() {
+// Changes reach the service in their order, and one at a time: whoever finds another thread at it leaves the
+// telling to that one; false then.
+bool TQSvcProcessor::TellService() {
     for (bool isFirst = true;; isFirst = false) {
         _TQService* service;
         ProcState state;
         {
             const TQThreadSynch::TQSynchLock guard(m_procLock);
-            if (isFirst && m_isTelling) return;
-            m_isTelling = !m_untold.IsEmpty();
-            if (!m_isTelling) return m_toldEvent.Set();
+            if (isFirst && m_teller != 0) return m_teller == GetCurrentThreadId();
+            if (m_untold.IsEmpty()) {
+                m_teller = 0;
+                m_toldEvent.Set();
+                return true;
+            }
+            m_teller = GetCurrentThreadId();
             m_toldEvent.Reset();
             service = m_service;
             state = m_untold.Pop();

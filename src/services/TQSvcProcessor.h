@@ -128,7 +128,7 @@ class TQLIB_API TQSvcProcessor : public TQThread {
 
     bool WaitUntil(bool (*isReached)(ProcState state, ProcState states), ProcState states, DWORD ms);
     void ChangeTo(ProcState state) TQ_REQUIRES(m_procLock);
-    void TellService();
+    bool TellService();
 
     mutable TQThreadSynch m_procLock;
     ProcState m_procState TQ_GUARDED_BY(m_procLock) = ProcState::Stop;
@@ -139,7 +139,7 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     _TQService* m_service TQ_GUARDED_BY(m_procLock) = nullptr;
     // Changes that the service has yet to be told of, in their order, by one thread at a time.
     Ring<ProcState> m_untold TQ_GUARDED_BY(m_procLock);
-    bool m_isTelling TQ_GUARDED_BY(m_procLock) = false;
+    DWORD m_teller TQ_GUARDED_BY(m_procLock) = 0;  // thread; 0: nobody
 
     const TQEvent m_toldEvent;     // signalled while nobody tells
     const TQEvent m_requestEvent;  // wakes `WaitForTurn`

@@ -24,7 +24,7 @@ class Status : public testing::Test {
     void Enter(DWORD state) {
         if (state != S::Stopped) service.UpdateStatus(state, 0);
     }
-    ScriptedManager::Report Last() { return manager.Reports(Name).back(); }
+    ScriptedManager::Report Last() { return manager.Reports(Name).at(manager.Reports(Name).size() - 1); }
 
     ScriptedManager manager;
     TestService service;
@@ -105,9 +105,9 @@ TEST_F(Status, HasNeitherCheckPointNorHintWhereNothingIsPending) {
 
 TEST_F(Status, ReportsTheHintGivenAndCountsItDown) {
     const TQTimer outer;
-    service.SetState(S::StopPending, 5'000);
+    service.SetState(S::StartPending, 5'000);
     const TQTimer inner;
-    EXPECT_EQ(Last().dwWaitHint, 5'000u);
+    ASSERT_EQ(Last().dwWaitHint, 5'000u);
     Sleep(20);
     const LONGLONG atLeast = inner.Elapsed().Milliseconds();
     const DWORD left = service.CountdownLeft();

@@ -1,0 +1,173 @@
+// Installing, asking, removing: what it does, and what it says where it can't.
+#include "InstalledServices.h"
+#include "TestService.h"
+#include "services/TQServiceMgr.h"
+#include "support/FailCall.h"
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+
+namespace {
+
+class Install : public Installed {
+  protected:
+    // Of a failure of one platform call.
+    template <class Operation>
+    static void ExpectThrown(const char* call, DWORD code, Operation operation) {
+        const FailCall fail(call, code);
+        EXPECT_EQ(ThrownCode(operation), code) << call;
+    }
+};
+
+}  // namespace
+
+TEST_F(Install, KeepsWhatIsSaidOfTheService) {
+    InstallProgram(SecondName);
+    TQServiceOptions options;
+    options.description = L"A text with \u00e4 and \"marks\"";
+    options.dependencies = {SecondName, L"NotThereYet"};
+    options.isStartDelayed = true;
+    TQSvcHandle service;
+    const TQString line = ProgramLine() + L" \"with blank\" more";
+    TQServiceMgr::InstallService(service, FirstName, L"For people", line.c_str(), nullptr, nullptr,
+                                 SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Auto, options);
+    EXPECT_TRUE(service);
+
+    const TQServiceConfig config = TQServiceCtrl(FirstName).Config();
+    EXPECT_EQ(config.displayName, L"For people");
+    EXPECT_EQ(config.commandLine, line);
+    EXPECT_EQ(config.account, L"LocalSystem");
+    EXPECT_EQ(config.type, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
+    EXPECT_EQ(config.start, TQSvcStart::Auto);
+    EXPECT_EQ(config.options.description, options.description);
+    EXPECT_EQ(config.options.dependencies, options.dependencies);
+    EXPECT_EQ(config.options.isStartDelayed, true);
+}
+
+TEST_F(Install, FindsTheServiceInTheList) {
+    InstallProgram();
+    const TQServiceList list =
+        TQServiceCtrl::ServiceList(ServiceListType::Services | ServiceListType::Inactive);
+    const TQServiceStatus& found = list[L"tqtestFIRST"];
+    EXPECT_EQ(found.Name(), FirstName);
+    EXPECT_EQ(found.DisplayName(), L"Test");
+    EXPECT_EQ(found.Status().currentState, TQSvcState::Stopped);
+    EXPECT_EQ(found, TQServiceCtrl(FirstName).Status());
+    EXPECT_EQ(TQServiceCtrl::ServiceList(ServiceListType::Active).Find(FirstName), nullptr);
+}
+
+TEST_F(Install, TakesBackWhatItCannotFinish) {
+    TQServiceOptions options;
+    options.description = L"text";
+    TQSvcHandle service;
+    ExpectThrown("ChangeServiceConfig2W", ERROR_ACCESS_DENIED, [&] {
+        TQServiceMgr::InstallService(service, FirstName, nullptr, ProgramLine().c_str(), nullptr, nullptr,
+                                     SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Demand, options);
+    });
+    EXPECT_FALSE(service);
+    EXPECT_FALSE(IsInstalled(FirstName));
+}
+
+TEST_F(Install, OfSeveralServicesInstallsAllOrNone) {
+    TestService first(FirstName, false), second(SecondName, false);
+    const Hosting hosting{&first, &second};
+    {
+        const FailCall fail("CreateServiceW", ERROR_INVALID_SERVICE_ACCOUNT, 2);
+        EXPECT_EQ(ThrownCode([] { TQServiceMgr::Install(); }),
+                  static_cast<DWORD>(ERROR_INVALID_SERVICE_ACCOUNT));
+    }
+    EXPECT_FALSE(IsInstalled(FirstName));
+    TQServiceMgr::Install();
+    EXPECT_TRUE(IsInstalled(FirstName) && IsInstalled(SecondName));
+    EXPECT_EQ(TQServiceCtrl(FirstName).Config().commandLine,
+              TQString::Format(L"\"%s\"", TQSysProc::ModuleFileName(nullptr).c_str()));
+    TQServiceMgr::UnInstall();
+    EXPECT_FALSE(IsInstalled(FirstName) || IsInstalled(SecondName));
+    EXPECT_EQ(ThrownCode([] { TQServiceMgr::UnInstall(); }),
+              static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
+}
+
+TEST_F(Install, SaysThatThereIsNoSuchService) {
+    const TQServiceCtrl service(FirstName);
+    constexpr DWORD code = ERROR_SERVICE_DOES_NOT_EXIST;
+    EXPECT_EQ(ThrownCode([&] { service.Status(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.Config(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.ProcessID(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.Start(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.Stop(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.Delete(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.WaitForState(TQSvcState::Running, 0); }), code);
+    EXPECT_EQ(ThrownCode([] { TQServiceMgr::StartServiceW(FirstName, 0, nullptr); }), code);
+    TQSvcHandle handle;
+    EXPECT_EQ(ThrownCode([&] { TQServiceMgr::RemoveService(nullptr, FirstName, handle); }), code);
+    EXPECT_EQ(ThrownCode([] { TQServiceCtrl::ServiceList(ServiceListType::Services)[FirstName]; }), code);
+}
+
+TEST_F(Install, SaysWhichServiceIsMeant) {
+    try {
+        TQServiceCtrl(FirstName).Start();
+        FAIL() << "started what there is not";
+    } catch (const TQSysException& failure) {
+        EXPECT_EQ(failure.ExcMsg(TQStrResDestination::Log), L"The service TQTestFirst is not installed.");
+    }
+}
+
+TEST_F(Install, SaysWhatIsWrongWithTheStateOfAService) {
+    InstallProgram();
+    EXPECT_EQ(ThrownCode([] { InstallProgram(); }), static_cast<DWORD>(ERROR_SERVICE_EXISTS));
+    EXPECT_EQ(ThrownCode([] { TQServiceCtrl(FirstName).Stop(); }),
+              static_cast<DWORD>(ERROR_SERVICE_NOT_ACTIVE));
+    // What is open cannot go.
+    TQSvcHandle open;
+    ASSERT_TRUE(TQServiceMgr::ServiceInstalled(FirstName, open, SERVICE_QUERY_STATUS));
+    TQServiceCtrl(FirstName).Delete();
+    EXPECT_EQ(ThrownCode([] { TQServiceCtrl(FirstName).Delete(); }),
+              static_cast<DWORD>(ERROR_SERVICE_MARKED_FOR_DELETE));
+    open.Close();
+    EXPECT_FALSE(IsInstalled(FirstName));
+}
+
+TEST_F(Install, HandsOnWhatTheManagerSays) {
+    const auto install = [] { InstallProgram(); };
+    for (const DWORD code :
+         {ERROR_ACCESS_DENIED, ERROR_SERVICE_MARKED_FOR_DELETE, ERROR_DUPLICATE_SERVICE_NAME,
+          ERROR_INVALID_SERVICE_ACCOUNT, ERROR_CIRCULAR_DEPENDENCY})
+        ExpectThrown("CreateServiceW", static_cast<DWORD>(code), install);
+    InstallProgram();
+    const TQServiceCtrl service(FirstName);
+    for (const DWORD code :
+         {ERROR_SERVICE_DISABLED, ERROR_SERVICE_REQUEST_TIMEOUT, ERROR_SERVICE_DEPENDENCY_FAIL,
+          ERROR_SERVICE_LOGON_FAILED, ERROR_SERVICE_ALREADY_RUNNING})
+        ExpectThrown("StartServiceW", static_cast<DWORD>(code), [&] { service.Start(); });
+    for (const DWORD code :
+         {ERROR_DEPENDENT_SERVICES_RUNNING, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, ERROR_INVALID_SERVICE_CONTROL})
+        ExpectThrown("ControlService", static_cast<DWORD>(code), [&] { service.Pause(); });
+    ExpectThrown("DeleteService", ERROR_ACCESS_DENIED, [&] { service.Delete(); });
+    ExpectThrown("QueryServiceStatus", ERROR_ACCESS_DENIED, [&] { service.Status(); });
+    ExpectThrown("QueryServiceConfigW", ERROR_ACCESS_DENIED, [&] { service.Config(); });
+    ExpectThrown("EnumServicesStatusW", ERROR_ACCESS_DENIED,
+                 [] { TQServiceCtrl::ServiceList(ServiceListType::Services); });
+}
+
+TEST_F(Install, OpensTheManagerUnlessTheUserMayNot) {
+    TQSvcHandle manager;
+    EXPECT_TRUE(TQServiceMgr::OpenSCManagerW(manager, SC_MANAGER_CONNECT));
+    EXPECT_TRUE(manager);
+    {
+        const FailCall fail("OpenSCManagerW", ERROR_ACCESS_DENIED);
+        EXPECT_FALSE(TQServiceMgr::OpenSCManagerW(manager, SC_MANAGER_ALL_ACCESS));
+    }
+    ExpectThrown("OpenSCManagerW", RPC_S_SERVER_UNAVAILABLE,
+                 [&] { TQServiceMgr::OpenSCManagerW(manager, SC_MANAGER_CONNECT); });
+    EXPECT_TRUE(manager);
+}
+
+TEST_F(Install, NeedsANameAndACommandLine) {
+    TQSvcHandle service;
+    for (const auto& [name, line] : {std::pair{L"", L"\"program\""}, std::pair{FirstName, L""}})
+        EXPECT_EQ(ThrownCode([&, n = name, l = line] {
+                      TQServiceMgr::InstallService(service, n, nullptr, l, nullptr, nullptr,
+                                                   SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Demand);
+                  }),
+                  static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}

@@ -1,0 +1,116 @@
+// The service program, run by the platform's manager and without one.
+#include "InstalledServices.h"
+#include "services/TQServiceCtrl.h"
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+using testing::HasSubstr;
+using S = TQSvcState;
+
+namespace {
+
+class Life : public Installed {
+  protected:
+    const TQServiceCtrl service{FirstName};
+};
+
+using Words = Installed;
+using Foreground = Installed;
+
+}  // namespace
+
+TEST_F(Life, StartsAndStopsThirtyTimes) {
+    InstallProgram();
+    for (int round = 0; round < 30; ++round) {
+        SCOPED_TRACE(round);
+        service.StartAndWait({}, PatienceMs);
+        EXPECT_EQ(service.Status().Status().currentState, S::Running);
+        EXPECT_NE(service.ProcessID(), 0u);
+        service.StopAndWait(PatienceMs);
+        EXPECT_EQ(service.Status().Status().exitCode, 0u);
+        EXPECT_EQ(service.ProcessID(), 0u);
+    }
+}
+
+TEST_F(Life, FollowsItsControls) {
+    InstallProgram();
+    TQServiceMgr::ExecuteService(FirstName, {});
+    EXPECT_EQ(
+        service.Status().Status().controlsAccepted,
+        static_cast<DWORD>(SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE | SERVICE_ACCEPT_SHUTDOWN));
+    service.Pause();
+    EXPECT_TRUE(service.WaitForState(S::Paused, PatienceMs));
+    EXPECT_EQ(service.Interrogate().currentState, S::Paused);
+    service.Continue();
+    EXPECT_TRUE(service.WaitForState(S::Running, PatienceMs));
+    EXPECT_EQ(ThrownCode([&] { service.Start(); }), static_cast<DWORD>(ERROR_SERVICE_ALREADY_RUNNING));
+    service.StopAndWait(PatienceMs);
+    service.StopAndWait(PatienceMs);
+}
+
+TEST_F(Life, HasTheCodeOfTheExceptionThatEndedItsWork) {
+    InstallProgram();
+    service.Start({L"fail"});
+    ASSERT_TRUE(service.WaitForState(S::Stopped, PatienceMs));
+    EXPECT_EQ(service.Status().Status().exitCode, FailureCode);
+}
+
+TEST_F(Life, ShowsTheProgressOfASlowStart) {
+    InstallProgram();
+    DWORD lastCheckPoint = 0;
+    service.StartAndWait({L"slow"}, PatienceMs, [&](const TQServiceRecord& status) {
+        if (status.currentState == S::StartPending) lastCheckPoint = status.checkPoint;
+    });
+    EXPECT_GE(lastCheckPoint, 1u);
+}
+
+TEST_F(Life, GivesUpOnAStateThatDoesNotCome) {
+    InstallProgram();
+    EXPECT_FALSE(service.WaitForState(S::Running, 1));
+}
+
+TEST_F(Life, EndsARunningServiceThatIsRemoved) {
+    InstallProgram();
+    service.StartAndWait({}, PatienceMs);
+    TQSvcHandle handle;
+    TQServiceMgr::RemoveService(nullptr, FirstName, handle);
+    handle.Close();
+    EXPECT_FALSE(IsInstalled(FirstName));
+}
+
+TEST_F(Words, InstallStartStopAndRemoveTheServices) {
+    EXPECT_EQ(Run({"install"}, 0), "TQTestFirst: installed\nTQTestSecond: installed\n");
+    EXPECT_EQ(TQServiceCtrl(FirstName).Config().options.description, L"Is there for a test.");
+    EXPECT_EQ(Run({"status"}, 0), "TQTestFirst: stopped\nTQTestSecond: stopped\n");
+    const std::string started = Run({"start"}, 0);
+    EXPECT_THAT(started, HasSubstr("TQTestFirst: running\n"));
+    EXPECT_THAT(started, HasSubstr("TQTestSecond: running\n"));
+    EXPECT_THAT(Run({"status"}, 0), HasSubstr("TQTestSecond: running, process "));
+    EXPECT_THAT(Run({"start"}, 1), HasSubstr("The service TQTestFirst is running already."));
+    EXPECT_THAT(Run({"stop"}, 0), HasSubstr("TQTestFirst: stopped\n"));
+    EXPECT_EQ(Run({"uninstall"}, 0), "TQTestFirst: removed\nTQTestSecond: removed\n");
+    EXPECT_THAT(Run({"uninstall"}, 1), HasSubstr("is not installed."));
+}
+
+TEST_F(Words, SayHowTheyAreUsed) {
+    for (const std::string word : {"uninstall", "stop", "status", "install"})
+        EXPECT_EQ(Run({word, "--more"}, 2).rfind("usage: services_test_program " + word, 0), 0u);
+}
+
+// Wine tells only after ten seconds that no manager has started the program.
+TEST_F(Foreground, RunsTheServicesUntilCtrlC) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "the sanitizer keeps the signal back";
+    ChildProcess program("services_test_program", {"slow"}, ChildProcess::Files::Piped);
+    program.ReadTo("TQTestFirst: start pending");
+    program.Interrupt();
+    const std::string output = program.ReadAll();
+    EXPECT_THAT(output, HasSubstr("TQTestFirst: stopped\n"));
+    EXPECT_THAT(output, HasSubstr("TQTestSecond: stopped\n"));
+    EXPECT_EQ(program.ExitCode(), 0);
+}
+
+TEST_F(Foreground, EndsWithTheServicesAndSaysThatTheyFailed) {
+    const std::string output = Run({"fail"}, 1);
+    EXPECT_THAT(output, HasSubstr("TQTestFirst: stopped, "));
+    EXPECT_THAT(output, HasSubstr("[0x000004d2]"));
+}

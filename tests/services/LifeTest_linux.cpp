@@ -1,0 +1,49 @@
+// What Wine's manager does not keep, and systemd.
+#include "InstalledServices.h"
+#include "platform/PlatformTest.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Corvel::Test;
+
+using InstallLinux = Installed;
+
+TEST_F(InstallLinux, KeepsFailureActions) {
+    TQServiceOptions options;
+    options.failureActions = {{TQSvcFailureAction::Kind::Restart, 1'000},
+                              {TQSvcFailureAction::Kind::RunCommand, 5'000}};
+    options.failureResetSeconds = 77;
+    options.failureCommand = L"/bin/true now";
+    InstallProgram(FirstName, options);
+    EXPECT_EQ(TQServiceCtrl(FirstName).Config().options, options);
+}
+
+TEST_F(InstallLinux, RunsAgainAfterAFailureOfItsWork) {
+    TQServiceOptions options;
+    options.failureActions = {{TQSvcFailureAction::Kind::Restart, 1}};
+    InstallProgram(FirstName, options);
+    const TQServiceCtrl service(FirstName);
+    service.Start({L"fail"});
+    EXPECT_TRUE(service.WaitForState(TQSvcState::Running, PatienceMs));
+    service.StopAndWait(PatienceMs);
+}
+
+TEST_F(InstallLinux, WritesAUnitForSystemd) {
+    const TemporaryFolder folder;
+    const std::filesystem::path file = std::filesystem::path(folder.Path()) / "test.service";
+    Run({"install", "--systemd=" + file.string()}, 0);
+    std::ifstream stream(file);
+    const std::string unit(std::istreambuf_iterator<char>(stream), {});
+    const std::string program =
+        (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "services_test_program").string();
+    EXPECT_EQ(unit,
+              "[Unit]\nDescription=Is there for a test.\nStartLimitIntervalSec=0\n"
+              "\n[Service]\nType=notify\nNotifyAccess=main\nExecStart=\"" +
+                  program +
+                  "\"\nExecReload=/bin/kill -HUP $MAINPID\nKillMode=mixed\nWatchdogSec=30\n"
+                  "Restart=on-failure\nRestartSec=60000ms\n");
+    EXPECT_FALSE(IsInstalled(FirstName));
+}
