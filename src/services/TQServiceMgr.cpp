@@ -67,8 +67,12 @@ void ApplyOptions(const TQSvcHandle& service, const wchar_t* name, TQSvcStart st
                                        .lpCommand = TextOrNull(text, options.failureCommand),
                                        .cActions = static_cast<DWORD>(actions.size()),
                                        .lpsaActions = actions.data()});
-    // Services of this library report what has failed as an exit code, and do not die of it.
-    Configure(service, name, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, SERVICE_FAILURE_ACTIONS_FLAG{TRUE});
+    // Services of this library report what has failed as an exit code, and do not die of it. A manager that
+    // does not know of that acts on crashes alone.
+    SERVICE_FAILURE_ACTIONS_FLAG onExitCodeToo{TRUE};
+    if (!ChangeServiceConfig2W(service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &onExitCodeToo) &&
+        GetLastError() != ERROR_INVALID_LEVEL)
+        ThrowServiceFailure(name);
 }
 
 }  // namespace
