@@ -59,5 +59,6 @@ void MonitorService::ExecuteServiceMain(const TQStringArray& arguments) {
 }
 
 void MonitorService::OnStateChanged(DWORD state) {
+    if (m_loggedState.exchange(state) == state) return;
     TQLib::GetAppLog(true)->AddMsg(TQSvcState::Name(state), TQLogLevel::State, L"service");
 }

@@ -52,4 +52,5 @@ class MonitorService : public Quellan::Corvel::TQService {
   private:
     MonitorProcessor m_processor;
     std::atomic<bool> m_isMisused{false};
+    std::atomic<DWORD> m_loggedState{0};
 };
