@@ -280,7 +280,7 @@ TEST_F(ServiceManagement, StartsServicesAtItsOwnStart) {
     ASSERT_TRUE(ChangeServiceConfig2W(late.get(), SERVICE_CONFIG_DELAYED_AUTO_START_INFO, &delayed));
     EXPECT_EQ(m_manager.Stop(), 0);
     m_manager.Start();
-    a = OpenService(L"A"), b = OpenService(L"B"), late = OpenService(L"C");
+    a = OpenNamed(L"A"), b = OpenNamed(L"B"), late = OpenNamed(L"C");
     WaitFor(a, SERVICE_RUNNING);
     EXPECT_EQ(StateOf(b), SERVICE_RUNNING);
     WaitFor(late, SERVICE_RUNNING);
@@ -313,7 +313,7 @@ TEST_F(ServiceManagement, FindsServicesAgainThatRanOnWithoutAManager) {
     m_manager.Kill();
     EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), RPC_S_SERVER_UNAVAILABLE);
     m_manager.Start();
-    service = OpenService(L"A");
+    service = OpenNamed(L"A");
     EXPECT_EQ(StateOf(service), SERVICE_PAUSED);
     EXPECT_EQ(ProcessOf(service), process);
     EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), 0u);
@@ -332,9 +332,9 @@ TEST_F(ServiceManagement, HearsHowAServiceEndedMeanwhile) {
         kill(static_cast<pid_t>(process), SIGKILL);
     Sleep(2 * StopSoonMs);  // until it has reported, to nobody
     m_manager.Start();
-    EXPECT_EQ(StatusOf(OpenService(L"A")).dwWin32ExitCode, FailureCode);
-    EXPECT_EQ(StatusOf(OpenService(L"B")).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
-    WaitFor(OpenService(L"C"), SERVICE_RUNNING);
+    EXPECT_EQ(StatusOf(OpenNamed(L"A")).dwWin32ExitCode, FailureCode);
+    EXPECT_EQ(StatusOf(OpenNamed(L"B")).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    WaitFor(OpenNamed(L"C"), SERVICE_RUNNING);
 }
 
 TEST_F(ServiceManagement, GoesOnWithADeletionThatAnEarlierManagerBegan) {
@@ -343,10 +343,10 @@ TEST_F(ServiceManagement, GoesOnWithADeletionThatAnEarlierManagerBegan) {
     EXPECT_TRUE(DeleteService(service.get()));
     m_manager.Kill();
     m_manager.Start();
-    service = OpenService(L"A");
+    service = OpenNamed(L"A");
     EXPECT_EQ(StopAndWait(service), 0u);
     service.reset();
-    EXPECT_EQ(CodeOf(OpenService(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(CodeOf(OpenNamed(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
 }
 
 // Who may do what.
@@ -356,8 +356,8 @@ int BeAStranger(const RoleArguments&) {
     if (OpenManager(SC_MANAGER_CREATE_SERVICE) || GetLastError() != ERROR_ACCESS_DENIED) return 2;
     for (const DWORD right : {SERVICE_START, SERVICE_STOP, SERVICE_PAUSE_CONTINUE, SERVICE_CHANGE_CONFIG,
                               DELETE, SERVICE_USER_DEFINED_CONTROL, SERVICE_ALL_ACCESS})
-        if (OpenService(L"A", right) || GetLastError() != ERROR_ACCESS_DENIED) return 3;
-    const OwnedService service = OpenService(L"A", MAXIMUM_ALLOWED);
+        if (OpenNamed(L"A", right) || GetLastError() != ERROR_ACCESS_DENIED) return 3;
+    const OwnedService service = OpenNamed(L"A", MAXIMUM_ALLOWED);
     if (StateOf(service) != SERVICE_RUNNING) return 4;
     if (Control(service, SERVICE_CONTROL_STOP) != ERROR_ACCESS_DENIED) return 5;
     if (Control(service, SERVICE_CONTROL_INTERROGATE) != 0) return 6;
@@ -410,7 +410,7 @@ TEST_F(ServiceManagement, BelievesOnlyTheProcessesThatItHasStarted) {
 }
 
 int AskSlowly(const RoleArguments&) {
-    const OwnedService service = OpenService(L"A");
+    const OwnedService service = OpenNamed(L"A");
     puts("asking");
     fflush(stdout);
     return static_cast<int>(Control(service, SlowControl) & 0x7F);
