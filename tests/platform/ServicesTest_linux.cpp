@@ -70,7 +70,7 @@ class ServiceManagement : public testing::Test {
 // start one.
 class ImpatientManagement : public ServiceManagement {
   protected:
-    ImpatientManagement() : ServiceManagement({"--request-limit", std::to_string(SlowControlMs / 2)}) {}
+    ImpatientManagement() : ServiceManagement({"--request-limit", std::to_string(SlowControlMs / 3)}) {}
 };
 
 class FailingStart : public ImpatientManagement,
