@@ -11,7 +11,6 @@
 #include "threads/internal/GuardedStep.h"
 
 #include <algorithm>
-#include <ranges>
 
 namespace Quellan::Corvel {
 
@@ -66,8 +65,13 @@ void ApplyOptions(const TQSvcHandle& service, const wchar_t* name, TQSvcStart st
                                        .lpCommand = TextOrNull(text, options.failureCommand),
                                        .cActions = static_cast<DWORD>(actions.size()),
                                        .lpsaActions = actions.data()});
-    // Services of this library report what has failed as an exit code, and do not die of it.
-    Configure(service, name, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, SERVICE_FAILURE_ACTIONS_FLAG{TRUE});
+    // Services of this library report what has failed as an exit code, and do not die of it. A manager that
+    // does not know the flag takes the actions only where the process dies.
+    try {
+        Configure(service, name, SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, SERVICE_FAILURE_ACTIONS_FLAG{TRUE});
+    } catch (const TQSysException& failure) {
+        if (failure.ErrCode() != ERROR_INVALID_LEVEL) throw;
+    }
 }
 
 }  // namespace
@@ -154,8 +158,9 @@ void TQServiceMgr::Install() {
 
 void TQServiceMgr::UnInstall() {
     TQString missing;
-    for (const _TQService* service : HostedServices() | std::views::reverse) {
-        const TQString name = service->ServiceName();
+    const std::vector<_TQService*> services = HostedServices();
+    for (std::size_t i = services.size(); i-- > 0;) {
+        const TQString name = services[i]->ServiceName();
         TQSvcHandle handle;
         try {
             RemoveService(nullptr, name.c_str(), handle);
@@ -183,9 +188,9 @@ void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, con
         TQStdExceptions::ThrowParameterInvalidError(L"TQServiceMgr::InstallService");
     const TQString dependencies = TextList(options.dependencies);
     const TQSvcHandle manager = OpenManager(nullptr, SC_MANAGER_CREATE_SERVICE);
-    TQSvcHandle created(::CreateServiceW(manager.Get(), name, orNull(displayName), SERVICE_ALL_ACCESS, type,
-                                         static_cast<DWORD>(start), SERVICE_ERROR_NORMAL, commandLine,
-                                         nullptr, nullptr,
+    TQSvcHandle created(::CreateServiceW(manager.Get(), name, orNull(displayName) ? displayName : name,
+                                         SERVICE_ALL_ACCESS, type, static_cast<DWORD>(start),
+                                         SERVICE_ERROR_NORMAL, commandLine, nullptr, nullptr,
                                          dependencies.IsEmpty() ? nullptr : dependencies.c_str(),
                                          orNull(account), orNull(account) ? orNull(password) : nullptr));
     if (!created) ThrowServiceFailure(name);
