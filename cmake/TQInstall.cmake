@@ -6,7 +6,7 @@ if(WIN32)
 else()
     # Message modules are found beside the library.
     set(TQ_MODULE_DIR ${CMAKE_INSTALL_LIBDIR})
-    set_target_properties(tq PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    set_target_properties(tq tqscm PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 endif()
 
 install(TARGETS TQLib EXPORT TQLib
@@ -19,7 +19,7 @@ install(TARGETS TQRes_en LIBRARY DESTINATION ${TQ_MODULE_DIR})
 if(WIN32)
     install(FILES ${TQ_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 else()
-    install(TARGETS tqmc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(TARGETS tqmc tqscm RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 install(EXPORT TQLib NAMESPACE TQLib:: FILE TQLibTargets.cmake DESTINATION ${TQ_CONFIG_DIR})
 install(FILES ${CMAKE_SOURCE_DIR}/cmake/TQMessages.cmake DESTINATION ${TQ_CONFIG_DIR})

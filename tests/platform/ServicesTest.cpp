@@ -13,7 +13,7 @@ using testing::ElementsAreArray;
 class Services : public testing::Test {
   protected:
     ~Services() override {
-        if (const OwnedService service = OpenService(m_record.name)) {
+        if (const OwnedService service = OpenNamed(m_record.name)) {
             StopAndWait(service);
             DeleteService(service.get());
         }
@@ -27,7 +27,19 @@ class Services : public testing::Test {
     }
 
     const ServiceManager m_manager;
-    const ServiceRecord m_record{.name = L"tqlib-test-" + std::to_wstring(GetCurrentProcessId())};
+    static std::wstring NewName() {
+        static unsigned count = 0;
+        return L"tqlib-test-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(++count);
+    }
+
+    // Wine finds a service that registers its handler by the table's name alone.
+    static ServiceRecord NewRecord() {
+        ServiceRecord record{.name = NewName()};
+        record.commandLine += L' ' + record.name;
+        return record;
+    }
+
+    const ServiceRecord m_record = NewRecord();
 };
 
 template <class Config, class Query>
@@ -58,7 +70,8 @@ TEST_F(Services, KeepTheirRecord) {
                                          SERVICE_NO_CHANGE, nullptr, nullptr, nullptr, nullptr, nullptr,
                                          nullptr, L"Shown name"));
     }
-    const OwnedService service = OpenService(m_record.name);
+    const OwnedService service = OpenNamed(m_record.name);
+    ASSERT_TRUE(service) << GetLastError();
     std::vector<BYTE> buffer;
     const auto& config = Ask<QUERY_SERVICE_CONFIGW>(buffer, [&](BYTE* place, DWORD size, DWORD* needed) {
         return QueryServiceConfigW(service.get(), reinterpret_cast<QUERY_SERVICE_CONFIGW*>(place), size,
@@ -82,12 +95,15 @@ TEST_F(Services, AreFoundByTheirNames) {
     EXPECT_TRUE(GetServiceDisplayNameW(manager.get(), m_record.name.c_str(), name, &size));
     EXPECT_EQ(name, m_record.name) << "without a display name of its own";
     EXPECT_EQ(size, m_record.name.size());
+    std::wstring upper = m_record.name;
+    CharUpperBuffW(upper.data(), static_cast<DWORD>(upper.size()));
+    EXPECT_TRUE(OpenNamed(upper)) << "names have no case";
+    EXPECT_EQ(CodeOf(OpenNamed(L"tqlib-test-none").get()), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+    EXPECT_EQ(CodeOf(Create(m_record).get()), DWORD{ERROR_SERVICE_EXISTS});
     size = 300;
+    if (OnWine()) return;  // finds no service by a display name that it was not given
     EXPECT_TRUE(GetServiceKeyNameW(manager.get(), m_record.name.c_str(), name, &size));
     EXPECT_EQ(name, m_record.name);
-    EXPECT_TRUE(OpenService(L"TQLIB-TEST-" + std::to_wstring(GetCurrentProcessId()))) << "names have no case";
-    EXPECT_EQ(CodeOf(OpenService(L"tqlib-test-none").get()), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
-    EXPECT_EQ(CodeOf(Create(m_record).get()), DWORD{ERROR_SERVICE_EXISTS});
 }
 
 TEST_F(Services, RunAndStop) {
@@ -145,18 +161,18 @@ TEST_F(Services, AreDeletedWhenNobodyNeedsThemAnyMore) {
     EXPECT_EQ(Start(service), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
     EXPECT_EQ(CodeOf(Create(m_record).get()), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
     service.reset();
-    EXPECT_EQ(CodeOf(OpenService(m_record.name).get()), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+    EXPECT_EQ(CodeOf(OpenNamed(m_record.name).get()), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
 }
 
 TEST_F(Services, GrantNoMoreThanTheHandleWasOpenedFor) {
     const OwnedService all = Create(m_record);
-    const OwnedService query = OpenService(m_record.name, SERVICE_QUERY_STATUS);
+    const OwnedService query = OpenNamed(m_record.name, SERVICE_QUERY_STATUS);
     EXPECT_EQ(StateOf(query), DWORD{SERVICE_STOPPED});
     EXPECT_EQ(Start(query), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(Control(query, SERVICE_CONTROL_STOP), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(CodeOf(DeleteService(query.get())), DWORD{ERROR_ACCESS_DENIED});
     SERVICE_STATUS status;
-    EXPECT_EQ(CodeOf(QueryServiceStatus(OpenService(m_record.name, SERVICE_START).get(), &status)),
+    EXPECT_EQ(CodeOf(QueryServiceStatus(OpenNamed(m_record.name, SERVICE_START).get(), &status)),
               DWORD{ERROR_ACCESS_DENIED});
     const OwnedService manager = OpenManager(SC_MANAGER_CONNECT);
     EXPECT_EQ(
@@ -199,6 +215,7 @@ TEST_F(Services, AreListedInPartsThatTheBufferHolds) {
         code = CodeOf(EnumServicesStatusW(manager.get(), SERVICE_WIN32, SERVICE_STATE_ALL, entries,
                                           sizeof buffer, &needed, &count, &resume));
         ASSERT_GT(count, 0u);
+        ASSERT_LT(listed.size(), 2 * names.size());
         for (DWORD i = 0; i < count; ++i)
             if (std::wstring_view(entries[i].lpServiceName).starts_with(m_record.name))
                 listed.emplace_back(entries[i].lpServiceName);

@@ -18,7 +18,7 @@ using OwnedService = std::unique_ptr<std::remove_pointer_t<SC_HANDLE>, ServiceHa
 inline OwnedService OpenManager(DWORD access = SC_MANAGER_ALL_ACCESS) {
     return OwnedService(OpenSCManagerW(nullptr, nullptr, access));
 }
-inline OwnedService OpenService(const std::wstring& name, DWORD access = SERVICE_ALL_ACCESS) {
+inline OwnedService OpenNamed(const std::wstring& name, DWORD access = SERVICE_ALL_ACCESS) {
     return OwnedService(OpenServiceW(OpenManager(SC_MANAGER_CONNECT).get(), name.c_str(), access));
 }
 

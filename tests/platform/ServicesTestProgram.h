@@ -14,7 +14,7 @@ constexpr DWORD StopSoonControl = 132;  // stops by itself StopSoonMs later, wit
 
 constexpr DWORD RefusalCode = 4321;
 constexpr DWORD FailureCode = 1234;
-constexpr DWORD SlowControlMs = 1500;
+constexpr DWORD SlowControlMs = 5500;
 constexpr DWORD StopSoonMs = 300;
 
 // The first start argument.

@@ -22,6 +22,13 @@ constexpr int LastRetryMs = 1000;
 // How long it is looked for when all that is left to do is to say that the services have stopped.
 constexpr std::chrono::seconds LastReportLimit{10};
 
+// In which a manager says whether it knows this process.
+constexpr timeval AnswerLimit = {.tv_sec = 30, .tv_usec = 0};
+
+void SetAnswerLimit(int connection, const timeval& limit) {
+    setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
+}
+
 // The connection to the manager.
 class ManagerLink : public ServiceListener {
   public:
@@ -102,9 +109,11 @@ bool ManagerLink::Attach() {
         m_isBehind = false;
         return DWORD{ERROR_SUCCESS};
     });
+    SetAnswerLimit(fd, AnswerLimit);
     std::string packet;
     ReplyMessage reply;
     const bool isGood = !code && !ReceivePacket(fd, packet) && ParseMessage(packet, reply) && !reply.code;
+    SetAnswerLimit(fd, {});
     if (!isGood && !code) m_host.WithStatuses([&](const auto&) { m_connection = Descriptor(); });
     return isGood;
 }

@@ -1,0 +1,203 @@
+// Many services, many clients, and services and the manager killed meanwhile. Every status that is seen must
+// be one that was true, and nothing may be left over.
+#include "ServicesTest.h"
+#include "ServicesTestProgram.h"
+#include "support/PrivateManager_linux.h"
+#include "support/Worker.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <random>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+unsigned NumberIn(const char* variable, unsigned otherwise) {
+    const char* const text = std::getenv(variable);
+    return text ? static_cast<unsigned>(std::strtoul(text, nullptr, 10)) : otherwise;
+}
+
+constexpr int Clients = 8;
+
+// A service as the one client knows it that starts and stops it.
+class Watched {
+  public:
+    explicit Watched(std::wstring name) : m_name(std::move(name)) { Reopen(); }
+
+    // Starts it when it is stopped, stops it when it runs.
+    void Toggle() {
+        Check();
+        const bool isRunning = m_isRunning;
+        const DWORD code = isRunning ? Control(m_service, SERVICE_CONTROL_STOP) : Start(m_service);
+        if (code == 0) {
+            m_isRunning = !isRunning;
+            return Settle(false);
+        }
+        const bool isManagerGone = code == RPC_S_SERVER_UNAVAILABLE;
+        const bool wasServiceGone =
+            m_wasKilled && (code == ERROR_PROCESS_ABORTED || code == ERROR_SERVICE_NOT_ACTIVE);
+        EXPECT_TRUE(isManagerGone || wasServiceGone) << code;
+        Settle(true);
+    }
+    // In the end.
+    void Stop() {
+        Check();
+        if (m_isRunning) Toggle();
+        Check();
+        EXPECT_FALSE(m_isRunning);
+    }
+    // By another thread. It runs on unless there is a process now.
+    void Kill() {
+        const std::scoped_lock lock(m_lock);
+        if (!m_process) return;
+        m_wasKilled = true;
+        kill(static_cast<pid_t>(std::exchange(m_process, 0)), SIGKILL);
+    }
+
+  private:
+    void Reopen() {
+        const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
+        m_service.reset();
+        while (!m_service && GetTickCount64() < end) {
+            if (const OwnedService manager = OpenManager(SC_MANAGER_CONNECT))
+                m_service.reset(OpenServiceW(manager.get(), m_name.c_str(), SERVICE_ALL_ACCESS));
+            EXPECT_TRUE(m_service || GetLastError() == RPC_S_SERVER_UNAVAILABLE) << GetLastError();
+        }
+        EXPECT_TRUE(m_service);
+    }
+    SERVICE_STATUS_PROCESS Query() {
+        SERVICE_STATUS_PROCESS status{};
+        DWORD needed = 0;
+        for (int i = 0; i < 100; ++i) {
+            if (QueryServiceStatusEx(m_service.get(), SC_STATUS_PROCESS_INFO,
+                                     reinterpret_cast<BYTE*>(&status), sizeof status, &needed))
+                return status;
+            EXPECT_EQ(GetLastError(), RPC_S_SERVER_UNAVAILABLE);
+            Reopen();
+        }
+        ADD_FAILURE() << "no manager stays";
+        return status;
+    }
+    // The end of what is under way. `isOpen`: whether it was done or not is not known.
+    void Settle(bool isOpen) {
+        const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
+        SERVICE_STATUS_PROCESS status = Query();
+        for (; status.dwCurrentState != SERVICE_RUNNING && status.dwCurrentState != SERVICE_STOPPED;
+             Sleep(1)) {
+            EXPECT_EQ(status.dwCurrentState,
+                      m_isRunning || isOpen ? status.dwCurrentState : SERVICE_STOP_PENDING);
+            if (GetTickCount64() > end)
+                return ADD_FAILURE() << "it stays at " << status.dwCurrentState, void();
+            status = Query();
+        }
+        if (isOpen) m_isRunning = status.dwCurrentState == SERVICE_RUNNING;
+        CheckAgainst(status);
+        const std::scoped_lock lock(m_lock);
+        m_process = m_isRunning ? status.dwProcessId : 0;
+    }
+    void Check() {
+        const SERVICE_STATUS_PROCESS status = Query();
+        if (m_isRunning && m_wasKilled) return Settle(true);
+        CheckAgainst(status);
+        EXPECT_TRUE(!m_isRunning || status.dwProcessId == m_process || m_wasKilled);
+    }
+    void CheckAgainst(const SERVICE_STATUS_PROCESS& status) {
+        const bool isRunning = status.dwCurrentState == SERVICE_RUNNING;
+        if (m_isRunning && !isRunning) {
+            EXPECT_TRUE(m_wasKilled) << "state " << status.dwCurrentState << ", exit code "
+                                     << status.dwWin32ExitCode;
+            EXPECT_EQ(status.dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+            m_isRunning = false;
+        } else {
+            EXPECT_EQ(isRunning, m_isRunning) << "state " << status.dwCurrentState;
+        }
+        EXPECT_TRUE(!isRunning || m_wasKilled || kill(static_cast<pid_t>(status.dwProcessId), 0) == 0);
+        if (!isRunning) {
+            const bool wasNeverStarted = status.dwWin32ExitCode == ERROR_SERVICE_NEVER_STARTED;
+            EXPECT_TRUE(status.dwWin32ExitCode == 0 || wasNeverStarted || m_wasKilled ||
+                        status.dwWin32ExitCode == ERROR_PROCESS_ABORTED)
+                << status.dwWin32ExitCode;
+            EXPECT_EQ(status.dwProcessId, 0u);
+            m_wasKilled = false;
+        }
+    }
+
+    const std::wstring m_name;
+    OwnedService m_service;
+    bool m_isRunning = false;
+    std::mutex m_lock;
+    DWORD m_process = 0;  // for who kills it; guarded by m_lock
+    std::atomic<bool> m_wasKilled{false};
+};
+
+std::size_t DescriptorsOf(DWORD process) {
+    const std::filesystem::directory_iterator files("/proc/" + std::to_string(process) + "/fd");
+    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+}
+
+// Of this test's services.
+std::size_t CountProcesses(const std::string& argument) {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "cmdline", std::ios::binary);
+        const std::string line{std::istreambuf_iterator<char>(file), {}};
+        count += line.find(argument) != line.npos;
+    }
+    return count;
+}
+
+TEST(ServicesStress, SeesOnlyWhatIsTrueAndLeavesNothing) {
+    const unsigned count = NumberIn("TQ_STRESS_SERVICES", 24), rounds = NumberIn("TQ_STRESS_ROUNDS", 4);
+    PrivateManager manager;
+    const std::wstring mark = L"stress-" + std::to_wstring(GetCurrentProcessId());
+    std::vector<std::unique_ptr<Watched>> services;
+    for (unsigned i = 0; i < count; ++i) {
+        ServiceRecord record{.name = mark + L'-' + std::to_wstring(i)};
+        record.commandLine += L' ' + record.name;
+        ASSERT_TRUE(Create(record)) << GetLastError();
+        services.push_back(std::make_unique<Watched>(record.name));
+    }
+    std::atomic<int> working{Clients};
+    {
+        std::vector<std::unique_ptr<Worker>> workers;
+        for (unsigned client = 0; client < Clients; ++client)
+            workers.push_back(std::make_unique<Worker>([&, client] {
+                std::mt19937 random(client);
+                const unsigned own = count / Clients;
+                for (unsigned i = 0; i < 2 * rounds * own; ++i)
+                    services[client * own + random() % own]->Toggle();
+                --working;
+            }));
+        std::mt19937 random(Clients);
+        for (unsigned i = 1; working > 0; ++i) {
+            Sleep(20);
+            services[random() % count]->Kill();
+            if (i % 8 != 0) continue;
+            manager.Kill();
+            manager.Start();
+        }
+        for (const auto& worker : workers)
+            worker->Join();
+    }
+    for (const auto& service : services)
+        service->Stop();
+    services.clear();
+    EXPECT_TRUE(OpenManager()) << "all that was closed before has been seen by now";
+    const std::size_t before = DescriptorsOf(manager.Id());
+    EXPECT_LT(before, 20u) << "epoll, lock, journal, listener, signals, standard files";
+    for (unsigned i = 0; i < count; ++i)
+        EXPECT_TRUE(DeleteService(OpenNamed(mark + L'-' + std::to_wstring(i)).get()));
+    DWORD needed = 0, left = 1, resume = 0;
+    EXPECT_TRUE(EnumServicesStatusW(OpenManager().get(), SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0,
+                                    &needed, &left, &resume));
+    const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
+    const std::string argument(mark.begin(), mark.end());
+    while (CountProcesses(argument) > 0 && GetTickCount64() < end)
+        Sleep(10);
+    EXPECT_EQ(CountProcesses(argument), 0u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

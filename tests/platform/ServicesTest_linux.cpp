@@ -1,0 +1,421 @@
+#include "ServicesTest.h"
+#include "ServicesTestProgram.h"
+#include "support/PrivateManager_linux.h"
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+std::wstring WideOf(const std::string& text) {
+    return {text.begin(), text.end()};
+}
+
+bool IsAlive(DWORD process) {
+    return kill(static_cast<pid_t>(process), 0) == 0;
+}
+
+// Waits for something that happens outside of the services' states.
+template <class Condition>
+bool Eventually(Condition condition) {
+    const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
+    while (!condition() && GetTickCount64() < end)
+        Sleep(2);
+    return condition();
+}
+
+class ServiceManagement : public testing::Test {
+  protected:
+    explicit ServiceManagement(std::vector<std::string> options = {"--delay", "200"})
+        : m_manager(std::move(options)) {}
+
+    OwnedService Add(const std::wstring& name, const std::wstring& dependencies = {}) {
+        ServiceRecord record{.name = name};
+        record.dependencies = dependencies;
+        OwnedService service = Create(record);
+        EXPECT_TRUE(service) << GetLastError();
+        return service;
+    }
+    static DWORD ProcessOf(const OwnedService& service) { return StatusOf(service).dwProcessId; }
+
+    static bool SetActions(const OwnedService& service, std::vector<SC_ACTION> actions,
+                           std::wstring command = {}, DWORD resetPeriod = INFINITE) {
+        SERVICE_FAILURE_ACTIONSW info{};
+        info.dwResetPeriod = resetPeriod;
+        info.lpCommand = command.data();
+        info.cActions = static_cast<DWORD>(actions.size());
+        info.lpsaActions = actions.data();
+        return ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_FAILURE_ACTIONS, &info);
+    }
+    // Ends the service's process and waits until the manager has seen it.
+    static void Crash(const OwnedService& service) {
+        const DWORD process = ProcessOf(service);
+        kill(static_cast<pid_t>(process), SIGKILL);
+        WaitUntil(service, [&](const SERVICE_STATUS_PROCESS& now) { return now.dwProcessId != process; });
+    }
+
+    PrivateManager m_manager;
+};
+
+// A manager with a short limit for programs and handlers, which must be long enough for a loaded machine to
+// start one.
+class ImpatientManagement : public ServiceManagement {
+  protected:
+    ImpatientManagement() : ServiceManagement({"--request-limit", std::to_string(SlowControlMs / 3)}) {}
+};
+
+class FailingStart : public ImpatientManagement,
+                     public testing::WithParamInterface<std::pair<std::wstring, DWORD>> {};
+
+TEST_P(FailingStart, IsTold) {
+    const auto [commandLine, code] = GetParam();
+    ServiceRecord record{.name = L"A"};
+    record.commandLine = commandLine;
+    const OwnedService service = Create(record);
+    EXPECT_EQ(Start(service), code);
+    const SERVICE_STATUS_PROCESS status = StatusOf(service);
+    EXPECT_EQ(status.dwCurrentState, SERVICE_STOPPED);
+    EXPECT_EQ(status.dwWin32ExitCode, code);
+    EXPECT_EQ(status.dwProcessId, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(ServiceManagement, FailingStart,
+                         testing::Values(std::pair(L"/no/such/program", ERROR_FILE_NOT_FOUND),
+                                         std::pair(L"\"/no such/program\" x", ERROR_FILE_NOT_FOUND),
+                                         std::pair(L"/etc/passwd", ERROR_ACCESS_DENIED),
+                                         std::pair(L"/bin/true", ERROR_SERVICE_REQUEST_TIMEOUT),
+                                         std::pair(L"/bin/sleep 100", ERROR_SERVICE_REQUEST_TIMEOUT)),
+                         [](const auto& row) { return "Row" + std::to_string(row.index); });
+
+TEST_F(ServiceManagement, NoManagerIsNoServer) {
+    m_manager.Kill();
+    EXPECT_EQ(CodeOf(OpenManager().get()), RPC_S_SERVER_UNAVAILABLE);
+    EXPECT_EQ(CodeOf(OpenSCManagerW(L"elsewhere", nullptr, 0)), RPC_S_SERVER_UNAVAILABLE);
+    EXPECT_EQ(CodeOf(OpenSCManagerW(nullptr, L"another", 0)), ERROR_DATABASE_DOES_NOT_EXIST);
+}
+
+TEST_F(ServiceManagement, ChecksRecords) {
+    const OwnedService there = Add(L"A");
+    const auto codeOf = [](ServiceRecord record) { return CodeOf(Create(record).get()); };
+    EXPECT_EQ(codeOf({.name = L""}), ERROR_INVALID_NAME);
+    EXPECT_EQ(codeOf({.name = L"a/b"}), ERROR_INVALID_NAME);
+    EXPECT_EQ(codeOf({.name = L"a\\b"}), ERROR_INVALID_NAME);
+    EXPECT_EQ(codeOf({.name = std::wstring(256, L'n')}), ERROR_INVALID_NAME);
+    EXPECT_EQ(codeOf({.name = std::wstring(255, L'n')}), 0u);
+    EXPECT_EQ(codeOf({.name = L"B", .type = 1}), ERROR_INVALID_PARAMETER) << "no drivers";
+    EXPECT_EQ(codeOf({.name = L"B", .start = 0}), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(codeOf({.name = L"B", .commandLine = L""}), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(codeOf({.name = L"B", .commandLine = std::wstring(70'000, L'x')}), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(codeOf({.name = L"B", .account = L"no such user"}), ERROR_INVALID_SERVICE_ACCOUNT);
+    EXPECT_TRUE(ChangeServiceConfigW(there.get(), SERVICE_NO_CHANGE, SERVICE_NO_CHANGE, SERVICE_NO_CHANGE,
+                                     nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, L"Shown"));
+    EXPECT_EQ(codeOf({.name = L"SHOWN"}), ERROR_DUPLICATE_SERVICE_NAME);
+}
+
+// Dependencies.
+
+TEST_F(ServiceManagement, StartsDependenciesFirstAndStopsThemLast) {
+    const OwnedService a = Add(L"A"), b = Add(L"B", L"a\0"), c = Add(L"C", std::wstring(L"B\0A\0", 4));
+    EXPECT_EQ(StartAndWait(c), 0u);
+    EXPECT_EQ(StateOf(a), SERVICE_RUNNING);
+    EXPECT_EQ(StateOf(b), SERVICE_RUNNING);
+    ENUM_SERVICE_STATUSW dependents[20];
+    DWORD needed = 0, count = 0;
+    ASSERT_TRUE(
+        EnumDependentServicesW(a.get(), SERVICE_ACTIVE, dependents, sizeof dependents, &needed, &count));
+    ASSERT_EQ(count, 2u);
+    EXPECT_STREQ(dependents[0].lpServiceName, L"C");
+    EXPECT_STREQ(dependents[1].lpServiceName, L"B");
+    EXPECT_EQ(Control(a, SERVICE_CONTROL_STOP), ERROR_DEPENDENT_SERVICES_RUNNING);
+    for (const OwnedService* service : {&c, &b, &a})
+        EXPECT_EQ(StopAndWait(*service), 0u);
+}
+
+TEST_F(ServiceManagement, RefusesCirclesOfDependencies) {
+    const OwnedService a = Add(L"A", L"B"), b = Add(L"B", L"C");
+    ServiceRecord record{.name = L"C"};
+    record.dependencies = L"A";
+    EXPECT_EQ(CodeOf(Create(record).get()), ERROR_CIRCULAR_DEPENDENCY);
+    EXPECT_EQ(Start(a), ERROR_SERVICE_DEPENDENCY_FAIL) << "what B needs is missing";
+    EXPECT_EQ(Start(b), ERROR_SERVICE_DEPENDENCY_DELETED);
+}
+
+TEST_F(ServiceManagement, DoesNotStartWhatNeedsAServiceThatFails) {
+    ServiceRecord failing{.name = L"A"};
+    failing.commandLine = L"/bin/true";
+    const OwnedService a = Create(failing), b = Add(L"B", L"A");
+    EXPECT_EQ(Start(b), ERROR_SERVICE_DEPENDENCY_FAIL);
+    EXPECT_EQ(StatusOf(b).dwWin32ExitCode, ERROR_SERVICE_DEPENDENCY_FAIL);
+}
+
+// Several services in one process.
+
+TEST_F(ServiceManagement, RunsServicesOfOneProgramInOneProcess) {
+    ServiceRecord record{.name = L"one", .type = SERVICE_WIN32_SHARE_PROCESS};
+    record.commandLine += L" one two";
+    const OwnedService one = Create(record);
+    record.name = L"two";
+    const OwnedService two = Create(record);
+    record.name = L"three";
+    const OwnedService three = Create(record);
+    EXPECT_EQ(StartAndWait(one), 0u);
+    EXPECT_EQ(StartAndWait(two), 0u);
+    const DWORD process = ProcessOf(one);
+    EXPECT_EQ(ProcessOf(two), process);
+    EXPECT_EQ(Start(three), ERROR_SERVICE_NOT_IN_EXE);
+    EXPECT_EQ(StopAndWait(one), 0u);
+    EXPECT_EQ(StateOf(two), SERVICE_RUNNING);
+    EXPECT_EQ(StartAndWait(one), 0u);
+    EXPECT_EQ(ProcessOf(one), process);
+    EXPECT_EQ(StopAndWait(one), 0u);
+    EXPECT_EQ(StopAndWait(two), 0u);
+    EXPECT_TRUE(Eventually([&] { return !IsAlive(process); }));
+}
+
+// Controls.
+
+TEST_F(ServiceManagement, GivesTheHandlersAnswerToWhoAsked) {
+    const OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(Control(service, RefuseControl), RefusalCode);
+    EXPECT_EQ(Control(service, 200), ERROR_CALL_NOT_IMPLEMENTED);
+}
+
+TEST_F(ImpatientManagement, DoesNotWaitLongerForAHandlerThanTheLimit) {
+    const OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(Control(service, SlowControl), ERROR_SERVICE_REQUEST_TIMEOUT);
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), ERROR_SERVICE_REQUEST_TIMEOUT)
+        << "it still hangs";
+    EXPECT_TRUE(Eventually([&] { return Control(service, SERVICE_CONTROL_INTERROGATE) == 0; }));
+}
+
+TEST_F(ServiceManagement, AnswersOthersWhileAHandlerHangs) {
+    const OwnedService slow = Add(L"A"), other = Add(L"B");
+    EXPECT_EQ(StartAndWait(slow), 0u);
+    EXPECT_EQ(StartAndWait(other), 0u);
+    RoleProcess asker("ask-slowly", {}, ChildProcess::Files::Piped);
+    asker.ReadTo("asking");
+    EXPECT_EQ(Control(other, SERVICE_CONTROL_INTERROGATE), 0u);
+    EXPECT_EQ(StateOf(slow), SERVICE_RUNNING);
+}
+
+// Failures.
+
+TEST_F(ServiceManagement, SaysThatAServiceEndedWithoutAReport) {
+    const OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(Control(service, CrashControl), ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(WaitFor(service, SERVICE_STOPPED).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(StartAndWait(service), 0u);
+}
+
+TEST_F(ServiceManagement, RestartsAServiceThatFailedAsOftenAsItIsTold) {
+    const OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}, {SC_ACTION_RESTART, 50}, {SC_ACTION_NONE, 0}}));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    Crash(service);
+    WaitFor(service, SERVICE_RUNNING);
+    Crash(service);
+    WaitFor(service, SERVICE_RUNNING);
+    Crash(service);
+    EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
+}
+
+TEST_F(ServiceManagement, ForgetsFailuresAfterTheResetPeriod) {
+    const OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}, {SC_ACTION_NONE, 0}}, {}, 0));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    for (int i = 0; i < 3; ++i) {
+        Crash(service);
+        WaitFor(service, SERVICE_RUNNING);
+    }
+}
+
+TEST_F(ServiceManagement, RunsACommandAfterAFailure) {
+    const OwnedService service = Add(L"A");
+    const std::string file = m_manager.Folder() + "failed-";
+    ASSERT_TRUE(
+        SetActions(service, {{SC_ACTION_RUN_COMMAND, 0}}, L"/usr/bin/touch " + WideOf(file) + L"%1%"));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    Crash(service);
+    EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(file + "1"); }));
+}
+
+TEST_F(ServiceManagement, ActsOnExitCodesOnlyWhenItIsTold) {
+    const OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(Control(service, FailControl), 0u);
+    EXPECT_EQ(WaitFor(service, SERVICE_STOPPED).dwWin32ExitCode, FailureCode);
+    SERVICE_FAILURE_ACTIONS_FLAG flag{TRUE};
+    ASSERT_TRUE(ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &flag));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    const DWORD process = ProcessOf(service);
+    EXPECT_EQ(Control(service, FailControl), 0u);
+    WaitUntil(service, [&](const SERVICE_STATUS_PROCESS& now) {
+        return now.dwCurrentState == SERVICE_RUNNING && now.dwProcessId != process;
+    });
+    EXPECT_NE(ProcessOf(service), process);
+    EXPECT_EQ(StateOf(service), SERVICE_RUNNING);
+}
+
+// The manager's beginning and end.
+
+TEST_F(ServiceManagement, StartsServicesAtItsOwnStart) {
+    ServiceRecord record{.name = L"A", .start = SERVICE_AUTO_START};
+    record.dependencies = L"B";
+    OwnedService a = Create(record), b = Add(L"B"),
+                 late = Create({.name = L"C", .start = SERVICE_AUTO_START});
+    SERVICE_DELAYED_AUTO_START_INFO delayed{TRUE};
+    ASSERT_TRUE(ChangeServiceConfig2W(late.get(), SERVICE_CONFIG_DELAYED_AUTO_START_INFO, &delayed));
+    EXPECT_EQ(m_manager.Stop(), 0);
+    m_manager.Start();
+    a = OpenNamed(L"A"), b = OpenNamed(L"B"), late = OpenNamed(L"C");
+    WaitFor(a, SERVICE_RUNNING);
+    EXPECT_EQ(StateOf(b), SERVICE_RUNNING);
+    WaitFor(late, SERVICE_RUNNING);
+}
+
+TEST_F(ServiceManagement, StopsTheServicesAtItsEnd) {
+    const OwnedService a = Add(L"A"), b = Add(L"B", L"A");
+    EXPECT_EQ(StartAndWait(b), 0u);
+    const DWORD processes[] = {ProcessOf(a), ProcessOf(b)};
+    EXPECT_EQ(m_manager.Stop(), 0);
+    EXPECT_FALSE(std::filesystem::exists(m_manager.Socket()));
+    for (const DWORD process : processes)
+        EXPECT_TRUE(Eventually([&] { return !IsAlive(process); }));
+    m_manager.Start();
+}
+
+TEST_F(ServiceManagement, IsTheOnlyOneAtItsSocket) {
+    ChildProcess second("tqscm", {"--socket", m_manager.Socket()}, ChildProcess::Files::Piped);
+    EXPECT_EQ(second.ExitCode(), 3);
+    EXPECT_TRUE(OpenManager()) << "the first still serves";
+}
+
+// A manager that is killed.
+
+TEST_F(ServiceManagement, FindsServicesAgainThatRanOnWithoutAManager) {
+    OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    const DWORD process = ProcessOf(service);
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
+    m_manager.Kill();
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), RPC_S_SERVER_UNAVAILABLE);
+    m_manager.Start();
+    service = OpenNamed(L"A");
+    EXPECT_EQ(StateOf(service), SERVICE_PAUSED);
+    EXPECT_EQ(ProcessOf(service), process);
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), 0u);
+    EXPECT_EQ(StopAndWait(service), 0u);
+}
+
+TEST_F(ServiceManagement, HearsHowAServiceEndedMeanwhile) {
+    OwnedService reporting = Add(L"A"), killed = Add(L"B"), restarted = Add(L"C");
+    ASSERT_TRUE(SetActions(restarted, {{SC_ACTION_RESTART, 0}}));
+    for (const OwnedService* service : {&reporting, &killed, &restarted})
+        EXPECT_EQ(StartAndWait(*service), 0u);
+    EXPECT_EQ(Control(reporting, StopSoonControl), 0u);
+    const DWORD processes[] = {ProcessOf(killed), ProcessOf(restarted)};
+    m_manager.Kill();
+    for (const DWORD process : processes)
+        kill(static_cast<pid_t>(process), SIGKILL);
+    Sleep(2 * StopSoonMs);  // until it has reported, to nobody
+    m_manager.Start();
+    EXPECT_EQ(StatusOf(OpenNamed(L"A")).dwWin32ExitCode, FailureCode);
+    EXPECT_EQ(StatusOf(OpenNamed(L"B")).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    WaitFor(OpenNamed(L"C"), SERVICE_RUNNING);
+}
+
+TEST_F(ServiceManagement, GoesOnWithADeletionThatAnEarlierManagerBegan) {
+    OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_TRUE(DeleteService(service.get()));
+    m_manager.Kill();
+    m_manager.Start();
+    service = OpenNamed(L"A");
+    EXPECT_EQ(StopAndWait(service), 0u);
+    service.reset();
+    EXPECT_EQ(CodeOf(OpenNamed(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+}
+
+// Who may do what.
+
+int BeAStranger(const RoleArguments&) {
+    if (setgid(65'534) != 0 || setuid(65'534) != 0) return 1;
+    if (OpenManager(SC_MANAGER_CREATE_SERVICE) || GetLastError() != ERROR_ACCESS_DENIED) return 2;
+    for (const DWORD right : {SERVICE_START, SERVICE_STOP, SERVICE_PAUSE_CONTINUE, SERVICE_CHANGE_CONFIG,
+                              DELETE, SERVICE_USER_DEFINED_CONTROL, SERVICE_ALL_ACCESS})
+        if (OpenNamed(L"A", right) || GetLastError() != ERROR_ACCESS_DENIED) return 3;
+    const OwnedService service = OpenNamed(L"A", MAXIMUM_ALLOWED);
+    if (StateOf(service) != SERVICE_RUNNING) return 4;
+    if (Control(service, SERVICE_CONTROL_STOP) != ERROR_ACCESS_DENIED) return 5;
+    if (Control(service, SERVICE_CONTROL_INTERROGATE) != 0) return 6;
+    DWORD needed = 0, count = 0, resume = 0;
+    EnumServicesStatusW(OpenManager(SC_MANAGER_ENUMERATE_SERVICE).get(), SERVICE_WIN32, SERVICE_STATE_ALL,
+                        nullptr, 0, &needed, &count, &resume);
+    return GetLastError() == ERROR_MORE_DATA && needed > 0 ? 0 : 7;
+}
+const Role g_stranger("stranger", BeAStranger);
+
+TEST_F(ServiceManagement, LetsStrangersLookOnly) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root has other users' processes";
+    chmod(m_manager.Folder().c_str(), 0755);
+    EXPECT_EQ(StartAndWait(Add(L"A")), 0u);
+    RoleProcess stranger("stranger");
+    EXPECT_EQ(stranger.ExitCode(), 0);
+}
+
+SERVICE_STATUS_HANDLE g_userHandle;
+void ReportUser(DWORD, wchar_t** arguments) {
+    g_userHandle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
+    SERVICE_STATUS status{
+        SERVICE_WIN32_OWN_PROCESS, SERVICE_STOPPED, 0, ERROR_SERVICE_SPECIFIC_ERROR, 0, 0, 0};
+    status.dwServiceSpecificExitCode = getuid() == geteuid() && getgroups(0, nullptr) <= 1 ? getuid() : 1;
+    SetServiceStatus(g_userHandle, &status);
+}
+int RunUserService(const RoleArguments&) {
+    wchar_t name[] = L"any";
+    const SERVICE_TABLE_ENTRYW table[] = {{name, ReportUser}, {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
+}
+const Role g_user("user", RunUserService);
+
+TEST_F(ServiceManagement, RunsServicesAsTheirAccount) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may become somebody else";
+    chmod(m_manager.Folder().c_str(), 0755);
+    ServiceRecord record{.name = L"A"};
+    record.commandLine = ServiceRecord::ProgramInRole(L"user");
+    record.account = L"NT AUTHORITY\\LocalService";
+    const OwnedService service = Create(record);
+    EXPECT_EQ(Start(service), 0u);
+    EXPECT_EQ(WaitFor(service, SERVICE_STOPPED).dwServiceSpecificExitCode, 65'534u);
+}
+
+// A process that no manager has started does not become a service by saying so.
+TEST_F(ServiceManagement, BelievesOnlyTheProcessesThatItHasStarted) {
+    const EnvironmentVariable pretence(L"TQLIB_SERVICE_PROCESS", L"1");
+    RoleProcess process("service");
+    EXPECT_EQ(process.ExitCode(), 63);
+}
+
+int AskSlowly(const RoleArguments&) {
+    const OwnedService service = OpenNamed(L"A");
+    puts("asking");
+    fflush(stdout);
+    return static_cast<int>(Control(service, SlowControl) & 0x7F);
+}
+const Role g_askSlowly("ask-slowly", AskSlowly);
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,145 @@
+// Services that systemd has started, which the test plays.
+#include "ServicesTest.h"
+#include "platform/linux/internal/Descriptor.h"
+#include "support/ChildProcess.h"
+
+#include <csignal>
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <optional>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using Platform::Descriptor;
+using testing::HasSubstr;
+
+class Systemd : public testing::Test {
+  protected:
+    void Listen(const std::string& name) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        name.copy(address.sun_path, sizeof address.sun_path);
+        if (name[0] == '@') address.sun_path[0] = '\0';
+        m_socket = Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+        EXPECT_EQ(bind(m_socket.Get(), reinterpret_cast<const sockaddr*>(&address),
+                       static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size())),
+                  0);
+        m_variable.emplace(L"NOTIFY_SOCKET", std::filesystem::path(name).wstring().c_str());
+    }
+    void Start(const char* role = "service", const RoleArguments& services = {"one", "two"}) {
+        m_process.emplace(role, services, ChildProcess::Files::Piped);
+    }
+    // The next message; none within the time.
+    std::optional<std::string> Read(int ms = ServiceLimitMs) {
+        pollfd waiting{.fd = m_socket.Get(), .events = POLLIN, .revents = 0};
+        if (poll(&waiting, 1, ms) != 1) return std::nullopt;
+        char buffer[4096];
+        const ssize_t size = recv(m_socket.Get(), buffer, sizeof buffer, 0);
+        return std::string(buffer, static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+    }
+    // All messages up to the one with that line in it, with line ends between them.
+    std::string ReadTo(const std::string& line) {
+        std::string all = "\n";
+        while (all.find('\n' + line + '\n') == all.npos) {
+            const auto message = Read();
+            if (!message) {
+                ADD_FAILURE() << "no " << line << " in:" << all;
+                break;
+            }
+            all += *message + '\n';
+        }
+        return all;
+    }
+    void Signal(int signal) { kill(static_cast<pid_t>(m_process->Id()), signal); }
+
+    static constexpr int ServiceLimitMs = 20'000;
+    const TemporaryFolder m_folder;
+    Descriptor m_socket;
+    std::optional<EnvironmentVariable> m_variable;
+    std::optional<RoleProcess> m_process;
+};
+
+TEST_F(Systemd, IsToldWhatTheServicesAreAt) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
+    Start();
+    EXPECT_THAT(ReadTo("READY=1"), HasSubstr("MAINPID=" + std::to_string(m_process->Id()) + '\n'));
+    Signal(SIGHUP);
+    EXPECT_THAT(ReadTo("READY=1"), HasSubstr("RELOADING=1\nMONOTONIC_USEC="));
+    Signal(SIGTERM);
+    const std::string end = ReadTo("STATUS=one stopped, two stopped");
+    EXPECT_THAT(end, HasSubstr("\nSTOPPING=1\n"));
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+TEST_F(Systemd, IsReachedByAnAbstractName) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    Listen("@tqlib-test-" + std::to_string(GetCurrentProcessId()));
+    Start("service", {});
+    ReadTo("READY=1");
+    Signal(SIGINT);
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+// Takes until the end of its input to stop, and answers so many signs of the watchdog.
+constexpr DWORD AnsweredSigns = 3;
+HANDLE g_stop;
+SERVICE_STATUS_HANDLE g_handle;
+void Report(DWORD state, DWORD waitHint) {
+    SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, state, SERVICE_ACCEPT_STOP, 0, 0, 1, waitHint};
+    SetServiceStatus(g_handle, &status);
+}
+void HandleSlowly(DWORD control) {
+    static DWORD signs = 0;
+    if (control == SERVICE_CONTROL_STOP) SetEvent(g_stop);
+    if (control != SERVICE_CONTROL_INTERROGATE || ++signs < AnsweredSigns) return;
+    puts("hangs");
+    fflush(stdout);
+    Sleep(INFINITE);
+}
+void StopSlowly(DWORD, wchar_t** arguments) {
+    g_stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    g_handle = RegisterServiceCtrlHandlerW(arguments[0], HandleSlowly);
+    Report(SERVICE_RUNNING, 0);
+    WaitForSingleObject(g_stop, INFINITE);
+    Report(SERVICE_STOP_PENDING, 7000);
+    getchar();  // until its input ends
+    Report(SERVICE_STOPPED, 0);
+}
+int RunSlowly(const RoleArguments&) {
+    wchar_t name[] = L"slow";
+    const SERVICE_TABLE_ENTRYW table[] = {{name, StopSlowly}, {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
+}
+const Role g_slow("slow", RunSlowly);
+
+TEST_F(Systemd, HearsFromTheWatchdogOnlyWhileHandlersAnswer) {
+    constexpr int LimitMs = 100;
+    const EnvironmentVariable limit(L"WATCHDOG_USEC", std::to_wstring(LimitMs * 1000).c_str());
+    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
+    Start("slow");
+    m_process->ReadTo("hangs");
+    DWORD signs = 0;
+    while (const auto message = Read(0))
+        signs += *message == "WATCHDOG=1";
+    EXPECT_GE(signs, AnsweredSigns - 1);
+    EXPECT_FALSE(Read(2 * LimitMs));
+}
+
+TEST_F(Systemd, GivesTheTimeThatAServiceAsksFor) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
+    Start("slow");
+    ReadTo("READY=1");
+    Signal(SIGTERM);
+    ReadTo("EXTEND_TIMEOUT_USEC=7000000");
+    m_process->CloseInput();
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
