@@ -12,7 +12,6 @@
 #include "threads/internal/GuardedStep.h"
 
 #include <algorithm>
-#include <ranges>
 
 namespace Quellan::Corvel {
 
@@ -159,8 +158,9 @@ void TQServiceMgr::Install(const TQStringArray& arguments) {
 
 void TQServiceMgr::UnInstall() {
     TQString missing;
-    for (const _TQService* service : HostedServices() | std::views::reverse) {
-        const TQString name = service->ServiceName();
+    const std::vector<_TQService*> services = HostedServices();
+    for (std::size_t i = services.size(); i-- > 0;) {
+        const TQString name = services[i]->ServiceName();
         TQSvcHandle handle;
         try {
             RemoveService(nullptr, name.c_str(), handle);
@@ -188,9 +188,9 @@ void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, con
         TQStdExceptions::ThrowParameterInvalidError(L"TQServiceMgr::InstallService");
     const TQString dependencies = TextList(options.dependencies);
     const TQSvcHandle manager = OpenManager(nullptr, SC_MANAGER_CREATE_SERVICE);
-    TQSvcHandle created(::CreateServiceW(manager.Get(), name, orNull(displayName), SERVICE_ALL_ACCESS, type,
-                                         static_cast<DWORD>(start), SERVICE_ERROR_NORMAL, commandLine,
-                                         nullptr, nullptr,
+    TQSvcHandle created(::CreateServiceW(manager.Get(), name, orNull(displayName) ? displayName : name,
+                                         SERVICE_ALL_ACCESS, type, static_cast<DWORD>(start),
+                                         SERVICE_ERROR_NORMAL, commandLine, nullptr, nullptr,
                                          dependencies.IsEmpty() ? nullptr : dependencies.c_str(),
                                          orNull(account), orNull(account) ? orNull(password) : nullptr));
     if (!created) ThrowServiceFailure(name);

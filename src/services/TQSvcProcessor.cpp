@@ -130,14 +130,18 @@ void TQSvcProcessor::OnContinue() {}
 bool TQSvcProcessor::WaitForTurn(DWORD ms) {
     const TQCountdownTimer left(ms);
     const HANDLE events[] = {StopEvent().Handle(), m_requestEvent.Handle()};
+    // A pause that is taken back before it has begun is none.
+    bool hasPaused = false;
     for (;;) {
         const ProcState state = CurrentState();
         if (Stopped() || ((ProcState::Stopping | ProcState::Stop) & state)) return false;
         if (state == ProcState::Pausing) {
+            hasPaused = true;
             OnPause();
             SetState(ProcState::Pause);
         } else if (state == ProcState::Continuing) {
-            OnContinue();
+            if (hasPaused) OnContinue();
+            hasPaused = false;
             SetState(ProcState::Run);
         } else {
             const DWORD waitMs = state == ProcState::Pause ? INFINITE : left.Remaining();

@@ -26,7 +26,6 @@ TEST_F(Install, KeepsWhatIsSaidOfTheService) {
     TQServiceOptions options;
     options.description = L"A text with \u00e4 and \"marks\"";
     options.dependencies = {SecondName, L"NotThereYet"};
-    options.isStartDelayed = true;
     TQSvcHandle service;
     const TQString line = ProgramLine() + L" \"with blank\" more";
     TQServiceMgr::InstallService(service, FirstName, L"For people", line.c_str(), nullptr, nullptr,
@@ -41,7 +40,7 @@ TEST_F(Install, KeepsWhatIsSaidOfTheService) {
     EXPECT_EQ(config.start, TQSvcStart::Auto);
     EXPECT_EQ(config.options.description, options.description);
     EXPECT_EQ(config.options.dependencies, options.dependencies);
-    EXPECT_EQ(config.options.isStartDelayed, true);
+    EXPECT_FALSE(config.options.isStartDelayed);
 }
 
 TEST_F(Install, FindsTheServiceInTheList) {

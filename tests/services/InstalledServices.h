@@ -31,7 +31,7 @@ class Installed : public testing::Test {
     // The path of the service program, as a command line.
     static TQString ProgramLine() {
         TQString path = TQSysProc::ModuleFileName(nullptr);
-        path.Replace(L"services_installed_test", L"services_test_program");
+        path.Replace(TQSysProc::ModuleBaseName(nullptr), L"services_test_program");
         return TQString::Format(L"\"%s\"", path.c_str());
     }
 

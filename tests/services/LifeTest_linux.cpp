@@ -1,4 +1,4 @@
-// What Wine's manager does not keep, and systemd.
+// What Wine's manager does not know (124 for a delayed start) or does not keep, and systemd.
 #include "InstalledServices.h"
 #include "platform/PlatformTest.h"
 
@@ -19,6 +19,15 @@ TEST_F(InstallLinux, KeepsFailureActions) {
     options.failureCommand = L"/bin/true now";
     InstallProgram(FirstName, options);
     EXPECT_EQ(TQServiceCtrl(FirstName).Config().options, options);
+}
+
+TEST_F(InstallLinux, KeepsADelayedStart) {
+    TQServiceOptions options;
+    options.isStartDelayed = true;
+    TQSvcHandle service;
+    TQServiceMgr::InstallService(service, FirstName, nullptr, ProgramLine().c_str(), nullptr, nullptr,
+                                 SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Auto, options);
+    EXPECT_TRUE(TQServiceCtrl(FirstName).Config().options.isStartDelayed);
 }
 
 TEST_F(InstallLinux, RunsAgainAfterAFailureOfItsWork) {
