@@ -86,6 +86,23 @@ TEST_F(Install, OfSeveralServicesInstallsAllOrNone) {
               static_cast<DWORD>(ERROR_SERVICE_DOES_NOT_EXIST));
 }
 
+TEST_F(Install, HandsTheProgramItsArgumentsAsTheyAre) {
+    TestService service(FirstName);
+    const Hosting hosting{&service};
+    TQStringArray arguments;
+    for (const wchar_t* argument : {L"plain", L"", L"with blanks", L"a\"quote", L"back\\slash", L"end\\",
+                                    L"blank end\\", L"back\\\"quote \\\\"})
+        arguments.Add(argument);
+    TQServiceMgr::Install(arguments);
+    int count = 0;
+    wchar_t** const words = CommandLineToArgvW(TQServiceCtrl(FirstName).Config().commandLine.c_str(), &count);
+    ASSERT_EQ(count, static_cast<int>(arguments.Count()) + 1);
+    EXPECT_EQ(TQSysProc::ModuleFileName(nullptr), words[0]);
+    for (std::size_t i = 0; i < arguments.Count(); ++i)
+        EXPECT_EQ(arguments[i], words[i + 1]);
+    LocalFree(words);
+}
+
 TEST_F(Install, SaysThatThereIsNoSuchService) {
     const TQServiceCtrl service(FirstName);
     constexpr DWORD code = ERROR_SERVICE_DOES_NOT_EXIST;
