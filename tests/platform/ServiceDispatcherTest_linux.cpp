@@ -122,7 +122,7 @@ TEST_F(ScriptedManager, EndsTheDispatcher) {
     EXPECT_EQ(m_process->ExitCode(), 0);
 }
 
-TEST_F(ScriptedManager, IsRefusedByNobody) {
+TEST_F(ScriptedManager, MayRefuseAProcess) {
     StartProcess();
     Accept(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
     EXPECT_EQ(m_process->ExitCode(), 63);
