@@ -53,7 +53,7 @@ class Watched {
         const std::scoped_lock lock(m_lock);
         if (!m_process) return;
         m_wasKilled = true;
-        kill(static_cast<pid_t>(std::exchange(m_process, 0)), SIGKILL);
+        kill(static_cast<pid_t>(m_process.exchange(0)), SIGKILL);
     }
 
   private:
@@ -128,7 +128,7 @@ class Watched {
     OwnedService m_service;
     bool m_isRunning = false;
     std::mutex m_lock;
-    DWORD m_process = 0;  // for who kills it; guarded by m_lock
+    std::atomic<DWORD> m_process{0};  // for who kills it
     std::atomic<bool> m_wasKilled{false};
 };
 

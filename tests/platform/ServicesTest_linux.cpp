@@ -181,6 +181,15 @@ TEST_F(ServiceManagement, RunsServicesOfOneProgramInOneProcess) {
     EXPECT_TRUE(Eventually([&] { return !IsAlive(process); }));
 }
 
+// Its report may be there before the answer that it was started.
+TEST_F(ServiceManagement, StartsAServiceOnceThatStopsAtOnce) {
+    const OwnedService service = Add(L"A");
+    for (int i = 0; i < 20; ++i) {
+        EXPECT_EQ(Start(service, {CountArguments}), 0u);
+        EXPECT_EQ(WaitFor(service, SERVICE_STOPPED).dwServiceSpecificExitCode, 2u);
+    }
+}
+
 // Controls.
 
 TEST_F(ServiceManagement, GivesTheHandlersAnswerToWhoAsked) {

@@ -15,7 +15,7 @@ PrivateManager::PrivateManager(std::vector<std::string> options)
 
 PrivateManager::~PrivateManager() {
     if (!m_process) Start();
-    Stop();
+    EXPECT_EQ(Stop(), 0) << "the manager's exit code";
 }
 
 void PrivateManager::Start() {

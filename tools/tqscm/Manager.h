@@ -142,7 +142,7 @@ struct Manager::Service {
     unsigned handles = 0;
     bool isMarked = false;  // to be deleted
 
-    // From the request on until its main function runs.
+    // From the request on until it has a process, in which it is pending.
     bool isStarting = false;
     bool isHung = false;  // pending, and nothing was reported for too long
     std::vector<std::string> arguments;

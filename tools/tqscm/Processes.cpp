@@ -218,11 +218,8 @@ void Manager::OnDone(Process& process, DWORD code) {
     process.commands.pop_front();
     EndCommand(command, code);
     Service* const service = Find(command.service);
-    if (!command.control && service && service->process == &process) {
-        service->isStarting = false;
-        m_hasNews = true;
-        if (code) SetStopped(*service, code);
-    }
+    // The service's own report that it has stopped may come before the answer.
+    if (!command.control && code && service && service->process == &process) SetStopped(*service, code);
     SendNext(process);
 }
 

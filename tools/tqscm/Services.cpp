@@ -175,6 +175,7 @@ void Manager::GoOnStarting(Service& service) {
 
 DWORD Manager::RunService(Service& service) {
     if (DWORD code = StartProcess(service)) return code;
+    service.isStarting = false;
     SetStatus(service, {service.config.type, SERVICE_START_PENDING, 0, 0, 0, 0, FirstWaitHintMs});
     Tell(*service.process, {.service = service.key,
                             .control = {},
@@ -221,7 +222,6 @@ void Manager::SetStopped(Service& service, DWORD code) {
 // Without a report of its own.
 void Manager::SetCrashed(Service& service, DWORD code) {
     Print("%s ended without a report", service.name.c_str());
-    service.isStarting = false;
     SetStopped(service, code);
     OnFailure(service);
 }
