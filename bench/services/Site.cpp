@@ -19,13 +19,19 @@ namespace Quellan::Corvel::Bench {
 
 namespace {
 
+class IdleProcessor : public TQSvcProcessor {
+  public:
+    IdleProcessor() { SetCtrlAllow(ProcControlAccept::ParamChange, true); }
+    ~IdleProcessor() override { EndThread(); }
+};
+
 class IdleService : public TQService {
   public:
     IdleService() : TQService(L"Bench") {}
     TQSvcProcessor& Processor() override { return m_processor; }
 
   private:
-    TQSvcProcessor m_processor;
+    IdleProcessor m_processor;
 };
 
 }  // namespace

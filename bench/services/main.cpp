@@ -61,12 +61,13 @@ class RunningService {
     TQSvcHandle m_service;
 };
 
-// To the handler, its report of the status, and back.
-class Interrogation {
+// To the handler and back; the one for `Interrogate` reports the status on the way.
+template <DWORD Code>
+class Control {
   public:
     void operator()() {
         SERVICE_STATUS status;
-        Check(ControlService(m_service.Get(), SERVICE_CONTROL_INTERROGATE, &status));
+        Check(ControlService(m_service.Get(), Code, &status));
     }
 
   private:
@@ -208,8 +209,12 @@ int main(int argc, char** argv) {
     if (option == "--service") return RunAsService();
     if (option == "--line") return std::fputs(FirstLine, stdout), 0;
     Contest contest;
-    contest.AddMade<Interrogation>(Setting::OneCore, "control to a handler and back", "library");
+    contest.AddMade<Control<SERVICE_CONTROL_PARAMCHANGE>>(Setting::OneCore, "control to a handler and back",
+                                                          "library");
     contest.AddMade<PingPong>(Setting::OneCore, "control to a handler and back", "socket ping-pong");
+    contest.AddMade<Control<SERVICE_CONTROL_INTERROGATE>>(Setting::OneCore, "control that reports the status",
+                                                          "library");
+    contest.AddMade<PingPong>(Setting::OneCore, "control that reports the status", "socket ping-pong");
     contest.AddMade<StatusQuery>(Setting::OneCore, "ask for a status", "library");
     contest.AddMade<PingPong>(Setting::OneCore, "ask for a status", "socket ping-pong");
     contest.AddMade<ServiceStart>(Setting::OneCore, "start until it runs", "library");

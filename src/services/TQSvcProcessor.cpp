@@ -283,6 +283,8 @@ bool TQSvcProcessor::StartProcessing() {
     }
     TellService();
     try {
+        // The thread of the last work may still be on its way to its end.
+        WaitForComplete(INFINITE);
         Start();
     } catch (const _TQWin32Exception& failure) {
         SetState(ProcState::Stop, failure.ErrCode());

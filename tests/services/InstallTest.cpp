@@ -22,10 +22,8 @@ class Install : public Installed {
 }  // namespace
 
 TEST_F(Install, KeepsWhatIsSaidOfTheService) {
-    InstallProgram(SecondName);
     TQServiceOptions options;
     options.description = L"A text with \u00e4 and \"marks\"";
-    options.dependencies = {SecondName, L"NotThereYet"};
     TQSvcHandle service;
     const TQString line = ProgramLine() + L" \"with blank\" more";
     TQServiceMgr::InstallService(service, FirstName, L"For people", line.c_str(), nullptr, nullptr,
@@ -39,7 +37,6 @@ TEST_F(Install, KeepsWhatIsSaidOfTheService) {
     EXPECT_EQ(config.type, static_cast<DWORD>(SERVICE_WIN32_OWN_PROCESS));
     EXPECT_EQ(config.start, TQSvcStart::Auto);
     EXPECT_EQ(config.options.description, options.description);
-    EXPECT_EQ(config.options.dependencies, options.dependencies);
     EXPECT_FALSE(config.options.isStartDelayed);
 }
 

@@ -1,4 +1,4 @@
-// What Wine's manager does not know (124 for a delayed start) or does not keep, and systemd.
+// What Wine's manager does not know (124 for a delayed start), keep or tell, and systemd.
 #include "InstalledServices.h"
 #include "platform/PlatformTest.h"
 
@@ -21,13 +21,14 @@ TEST_F(InstallLinux, KeepsFailureActions) {
     EXPECT_EQ(TQServiceCtrl(FirstName).Config().options, options);
 }
 
-TEST_F(InstallLinux, KeepsADelayedStart) {
+TEST_F(InstallLinux, KeepsDependenciesAndADelayedStart) {
     TQServiceOptions options;
+    options.dependencies = {SecondName, L"NotThereYet"};
     options.isStartDelayed = true;
     TQSvcHandle service;
     TQServiceMgr::InstallService(service, FirstName, nullptr, ProgramLine().c_str(), nullptr, nullptr,
                                  SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Auto, options);
-    EXPECT_TRUE(TQServiceCtrl(FirstName).Config().options.isStartDelayed);
+    EXPECT_EQ(TQServiceCtrl(FirstName).Config().options, options);
 }
 
 TEST_F(InstallLinux, RunsAgainAfterAFailureOfItsWork) {

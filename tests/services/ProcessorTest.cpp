@@ -81,6 +81,17 @@ TEST(Processor, TakesTurnsUntilItIsStopped) {
     EXPECT_EQ(processor.ErrorCode(), 5u);
 }
 
+TEST(Processor, StartsAgainAsSoonAsItsWorkIsOver) {
+    TestProcessor processor;
+    std::atomic<int> works{0};
+    processor.process = [&](TestProcessor&) { return ++works, 0u; };
+    for (int i = 1; i <= 300; ++i) {
+        EXPECT_TRUE(processor.StartProcessor());
+        ASSERT_TRUE(processor.WaitForState(ProcState::Stop, 60'000));
+        ASSERT_EQ(works, i);
+    }
+}
+
 TEST(Processor, HasNoTurnWhileItPauses) {
     TestProcessor processor;
     std::atomic<int> turns{0};

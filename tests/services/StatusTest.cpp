@@ -96,6 +96,18 @@ TEST_F(Status, AdvancesTheCheckPointWhileAPendingStateLasts) {
     EXPECT_EQ(Last().dwCheckPoint, 0u);
 }
 
+// It has not seen the state that was left again before its report could be sent.
+TEST_F(Status, TakesNoCheckPointBackThatTheManagerHasSeen) {
+    for (int i = 0; i < 3; ++i)
+        Enter(S::StopPending);
+    service.changed = [&](DWORD state) {
+        if (state == S::PausePending) service.SetState(S::StopPending);
+    };
+    service.SetState(S::PausePending);
+    EXPECT_EQ(Last().dwCurrentState, S::StopPending);
+    EXPECT_EQ(Last().dwCheckPoint, 3u);
+}
+
 TEST_F(Status, HasNeitherCheckPointNorHintWhereNothingIsPending) {
     service.UpdateStatus(S::Running, 5'000);
     service.UpdateStatus(S::Running, 5'000);

@@ -50,6 +50,10 @@ foreach(form S-1- S-1-5-x)
 endforeach()
 expect(2 "" "tq: '--colour' is no option of tq sid\n" sid --colour)
 
+# Services: the rest needs a manager, and is in TqServiceTest.cpp.
+expect(0 "usage: tq service list .*" "" service --help)
+expect(2 "" "tq: 'lst' is no word of tq service; tq service --help lists them\n" service lst)
+
 # One clear line and exit code 2 for a wrong command line.
 expect(2 "" "tq: [^\n]+\n")
 expect(2 "" "tq: 'eror' is no word of tq; tq --help lists them\n" eror 5)
