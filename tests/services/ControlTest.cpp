@@ -34,8 +34,8 @@ class Running {
             if (state == S::StopPending || state == S::Stopped) manager.Control(Name, C::Stop);
         }
         manager.Await(Name, state);
-        // The service starts a moment before its processor.
-        if (state == S::StartPending) service.processor.WaitForState(ProcState::Starting, INFINITE);
+        // The report comes a moment before the step.
+        if (S::IsPending(state)) service.processor.AwaitHeld();
         if (state == S::Stopped) m_dispatcher.Join();
     }
     ~Running() {

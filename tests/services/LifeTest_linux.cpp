@@ -25,6 +25,7 @@ TEST_F(InstallLinux, KeepsDependenciesAndADelayedStart) {
     TQServiceOptions options;
     options.dependencies = {SecondName, L"NotThereYet"};
     options.isStartDelayed = true;
+    options.failureResetSeconds = 0;  // without actions there is none
     TQSvcHandle service;
     TQServiceMgr::InstallService(service, FirstName, nullptr, ProgramLine().c_str(), nullptr, nullptr,
                                  SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Auto, options);

@@ -25,6 +25,7 @@ class TestProcessor : public TQSvcProcessor {
 
     // Stays in this pending state until `Release`.
     void Hold(ProcState state) { m_held = state; }
+    void AwaitHeld() { m_isHeld.Wait(INFINITE); }
     void Release() { m_released.Set(); }
 
   protected:
@@ -38,12 +39,15 @@ class TestProcessor : public TQSvcProcessor {
 
   private:
     void Step(ProcState state, const std::function<void()>& step) {
-        if (m_held == state) m_released.Wait(INFINITE);
+        if (m_held == state) {
+            m_isHeld.Set();
+            m_released.Wait(INFINITE);
+        }
         if (step) step();
     }
 
     std::atomic<ProcState> m_held{ProcState::Stop};
-    TQEvent m_released{true};
+    const TQEvent m_isHeld{true}, m_released{true};
 };
 
 class TestService : public TQService {
