@@ -5,7 +5,6 @@
 #include "services/TQServiceMgr.h"
 #include "services/internal/AppWords.h"
 #include "services/internal/ForegroundHost.h"
-#include "services/internal/Parent.h"
 #include "system/TQSysProc.h"
 #include "threads/internal/GuardedStep.h"
 
@@ -22,11 +21,9 @@ DWORD TQServiceApp::Run() {
             return 0u;
         }
         try {
-            if (MayBeStartedByManager()) {
-                TQServiceMgr::Dispatch();
-                result = 0;
-                return 0u;
-            }
+            TQServiceMgr::Dispatch();
+            result = 0;
+            return 0u;
         } catch (const TQSysException& failure) {
             if (failure.ErrCode() != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) throw;
         }

@@ -1,5 +1,7 @@
 #include "services/internal/ServiceHost.h"
 
+#include "services/internal/Parent.h"
+
 #include <atomic>
 
 namespace Quellan::Corvel {
@@ -13,6 +15,10 @@ constinit std::atomic<ServiceHost*> g_host{nullptr};
 ServiceHost::~ServiceHost() = default;
 
 BOOL ServiceHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
+    if (!MayBeStartedByManager()) {
+        SetLastError(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+        return FALSE;
+    }
     return StartServiceCtrlDispatcherW(table);
 }
 
