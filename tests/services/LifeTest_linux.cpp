@@ -34,10 +34,13 @@ TEST_F(InstallLinux, KeepsDependenciesAndADelayedStart) {
 
 TEST_F(InstallLinux, RunsAgainAfterAFailureOfItsWork) {
     TQServiceOptions options;
-    options.failureActions = {{TQSvcFailureAction::Kind::Restart, 1}};
+    constexpr DWORD LongEnoughToBeSeenStoppedMs = 1500;
+    options.failureActions = {{TQSvcFailureAction::Kind::Restart, LongEnoughToBeSeenStoppedMs}};
     InstallProgram(FirstName, options);
     const TQServiceCtrl service(FirstName);
     service.Start({L"fail"});
+    ASSERT_TRUE(service.WaitForState(TQSvcState::Stopped, PatienceMs));
+    EXPECT_EQ(service.Status().Status().exitCode, FailureCode);
     EXPECT_TRUE(service.WaitForState(TQSvcState::Running, PatienceMs));
     service.StopAndWait(PatienceMs);
 }
