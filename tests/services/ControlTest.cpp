@@ -19,10 +19,11 @@ constexpr DWORD NotDone = ERROR_CALL_NOT_IMPLEMENTED;
 class Running {
   public:
     explicit Running(DWORD state)
-        : m_hosting{&service}, m_dispatcher([this] { result = TQServiceMgr::RunServices(); }) {
-        if (state == S::StartPending) {
-            service.processor.Hold(ProcState::Starting);
-        } else {
+        : m_hosting{&service}, m_dispatcher([this, state] {
+              if (state == S::StartPending) service.processor.Hold(ProcState::Starting);
+              result = TQServiceMgr::RunServices();
+          }) {
+        if (state != S::StartPending) {
             manager.Await(Name, S::Running);
             if (state == S::PausePending) service.processor.Hold(ProcState::Pausing);
             if (state == S::ContinuePending) service.processor.Hold(ProcState::Continuing);
