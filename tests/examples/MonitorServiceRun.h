@@ -4,6 +4,7 @@
 #include "MonitorRun.h"
 #include "files/TQFileName.h"
 #include "services/TQServiceCtrl.h"
+#include "services/TQServiceMgr.h"
 #include "support/ServiceManager.h"
 #include "system/TQSysProc.h"
 
@@ -15,7 +16,21 @@ class MonitorAsAService : public Monitor {
 
     // The manager's services have a registry of their own on Linux: the log is where it is without a setting.
     MonitorAsAService() { ForgetLogFile(); }
-    ~MonitorAsAService() override { Word({"uninstall"}); }
+    ~MonitorAsAService() override {
+        Word({"uninstall"});
+        AwaitGone();
+    }
+
+    // A service that has run is gone when its process is.
+    void AwaitGone() const {
+        TQSvcHandle service;
+        const ULONGLONG end = GetTickCount64() + LimitMs;
+        while (TQServiceMgr::ServiceInstalled(L"monitor", service, SERVICE_QUERY_STATUS)) {
+            service.Close();
+            ASSERT_LT(GetTickCount64(), end);
+            Sleep(5);
+        }
+    }
 
     // The exit code of monitor with these arguments.
     int Word(const std::vector<std::string>& arguments) {

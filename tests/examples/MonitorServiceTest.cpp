@@ -34,7 +34,7 @@ TEST_F(MonitorAsAService, IsInstalledStartedControlledAndRemovedByItsWords) {
     EXPECT_EQ(stopped.currentState, TQSvcState::Stopped);
     EXPECT_EQ(stopped.exitCode, 0u);
     EXPECT_EQ(Word({"uninstall"}), 0);
-    EXPECT_EQ(ThrownCode([&] { m_service.Status(); }), DWORD{ERROR_SERVICE_DOES_NOT_EXIST});
+    AwaitGone();
 }
 
 TEST_F(MonitorAsAService, WatchesWhatItIsStartedWith) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TestNames.h"
+#include "core/TQException.h"
 #include "platform/Win32.h"
 #include "services/TQServiceCtrl.h"
 #include "services/TQServiceMgr.h"
@@ -26,6 +27,13 @@ class Installed : public testing::Test {
     static bool IsInstalled(const wchar_t* name) {
         TQSvcHandle service;
         return TQServiceMgr::ServiceInstalled(name, service, SERVICE_QUERY_STATUS);
+    }
+
+    // A service that has run is gone when its process is.
+    static bool IsGone(const wchar_t* name) {
+        for (const ULONGLONG end = GetTickCount64() + PatienceMs; IsInstalled(name); Sleep(5))
+            if (GetTickCount64() > end) return false;
+        return true;
     }
 
     // The path of the service program, as a command line.
@@ -54,11 +62,18 @@ class Installed : public testing::Test {
 
   private:
     static void Clean() {
-        for (const wchar_t* name : {FirstName, SecondName})
-            if (IsInstalled(name)) {
-                TQSvcHandle service;
-                TQServiceMgr::RemoveService(nullptr, name, service);
-            }
+        for (const wchar_t* name : {FirstName, SecondName}) {
+            if (IsInstalled(name)) Remove(name);
+            EXPECT_TRUE(IsGone(name));
+        }
+    }
+    static void Remove(const wchar_t* name) {
+        try {
+            TQSvcHandle service;
+            TQServiceMgr::RemoveService(nullptr, name, service);
+        } catch (const TQSysException& failure) {
+            EXPECT_EQ(failure.ErrCode(), DWORD{ERROR_SERVICE_MARKED_FOR_DELETE});
+        }
     }
 };
 
