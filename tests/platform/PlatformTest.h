@@ -51,9 +51,14 @@ class TemporaryFolder {
     TemporaryFolder() {
         static std::atomic<unsigned> count{0};
         wchar_t temp[MAX_PATH];
-        m_path.assign(temp, GetTempPathW(MAX_PATH, temp));
-        m_path += L"tqtest-" + std::to_wstring(GetCurrentProcessId()) + L"-" + std::to_wstring(count++);
-        EXPECT_EQ(CodeOf(CreateDirectoryW(m_path.c_str(), nullptr)), 0u);
+        const std::wstring begin = std::wstring(temp, GetTempPathW(MAX_PATH, temp)) + L"tqtest-" +
+                                   std::to_wstring(GetCurrentProcessId()) + L"-";
+        DWORD code;
+        do {
+            m_path = begin + std::to_wstring(count++);
+            code = CodeOf(CreateDirectoryW(m_path.c_str(), nullptr));
+        } while (code == ERROR_ALREADY_EXISTS);  // a test that was killed had the same identifier
+        EXPECT_EQ(code, 0u);
     }
     ~TemporaryFolder() { RemoveTree(m_path); }
     TemporaryFolder(const TemporaryFolder&) = delete;

@@ -33,7 +33,7 @@ bool ReadMs(std::string_view text, std::chrono::milliseconds& ms) {
 int main(int argc, char** argv) {
     tqscm::Settings settings;
     settings.socket = Quellan::Corvel::Platform::ServiceManagerSocket();
-    for (int i = 1; i < argc; ++i) {
+    for (int i = 1; i < argc; i += 2) {
         const std::string_view word = argv[i];
         const std::string_view value = i + 1 < argc ? argv[i + 1] : "";
         bool isGood = true;
@@ -59,7 +59,6 @@ int main(int argc, char** argv) {
             std::fprintf(stderr, "tqscm: '%s' cannot be understood; tqscm --help says what can\n", argv[i]);
             return 2;
         }
-        ++i;
     }
     try {
         tqscm::Manager manager(settings);
