@@ -87,9 +87,22 @@ DWORD AcceptanceOf(DWORD control) {
     }
 }
 
-std::size_t SizeIn(const ListedService& service) {
-    return service.name.size() + service.displayName.size() + sizeof service.status + 12;
-}
+// A list that one message can hold; what does not fit is asked for anew.
+class Part {
+  public:
+    // False where it is full.
+    bool Add(ListedService service) {
+        m_size += service.name.size() + service.displayName.size() + sizeof service.status + 12;
+        m_reply.goesOn = m_size > MostListBytes;
+        if (!m_reply.goesOn) m_reply.services.push_back(std::move(service));
+        return !m_reply.goesOn;
+    }
+    const EnumReplyMessage& Reply() const { return m_reply; }
+
+  private:
+    EnumReplyMessage m_reply;
+    std::size_t m_size = 0;
+};
 
 bool Restarts(const ServiceChange& change) {
     return change.failure && std::ranges::any_of(change.failure->actions, [](const FailureAction& action) {
@@ -295,41 +308,29 @@ DWORD Manager::List(Link& link, const EnumServicesMessage& request) {
     if (!(link.access & SC_MANAGER_ENUMERATE_SERVICE)) return ERROR_ACCESS_DENIED;
     if (!request.type || !request.state || (request.state & ~SERVICE_STATE_ALL))
         return ERROR_INVALID_PARAMETER;
-    EnumReplyMessage reply;
-    std::size_t size = 0;
+    Part part;
     for (auto it = m_services.upper_bound(KeyOf(request.after)); it != m_services.end(); ++it) {
         const Service& service = *it->second;
         const DWORD state = service.IsActive() ? SERVICE_ACTIVE : SERVICE_INACTIVE;
         if (!(service.config.type & request.type) || !(state & request.state)) continue;
         if (request.group && KeyOf(*request.group) != KeyOf(service.config.group)) continue;
         const DWORD pid = service.process ? static_cast<DWORD>(service.process->id.pid) : 0;
-        reply.services.push_back({service.name, service.config.displayName, service.status, pid});
-        size += SizeIn(reply.services.back());
-        if (size <= MostListBytes) continue;
-        reply.services.pop_back();
-        reply.goesOn = TRUE;
-        break;
+        if (!part.Add({service.name, service.config.displayName, service.status, pid})) break;
     }
-    Answer(link.Fd(), FormatMessage(reply));
+    Answer(link.Fd(), FormatMessage(part.Reply()));
     return ERROR_SUCCESS;
 }
 
 DWORD Manager::ListDependents(Link& link, const Service& service, const EnumDependentsMessage& request) {
     if (!request.state || (request.state & ~SERVICE_STATE_ALL)) return ERROR_INVALID_PARAMETER;
-    EnumReplyMessage reply;
-    std::size_t size = 0;
+    Part part;
     DWORD index = 0;
     for (const Service* const dependent : DependentsOf(service)) {
         const DWORD state = dependent->IsActive() ? SERVICE_ACTIVE : SERVICE_INACTIVE;
         if (!(state & request.state) || index++ < request.skipped) continue;
-        reply.services.push_back({dependent->name, dependent->config.displayName, dependent->status, 0});
-        size += SizeIn(reply.services.back());
-        if (size <= MostListBytes) continue;
-        reply.services.pop_back();
-        reply.goesOn = TRUE;
-        break;
+        if (!part.Add({dependent->name, dependent->config.displayName, dependent->status, 0})) break;
     }
-    Answer(link.Fd(), FormatMessage(reply));
+    Answer(link.Fd(), FormatMessage(part.Reply()));
     return ERROR_SUCCESS;
 }
 
