@@ -36,6 +36,7 @@ constexpr std::size_t Interrupt = 0;
 // All that the signal handler touches. A thread waits for the semaphore and does the rest.
 constinit std::array<std::atomic<bool>, Controls.size()> g_arrived;
 sem_t g_arrival;
+sem_t g_isListening;  // that thread is past its start
 
 void OnSignal(int signal) {
     const int saved = errno;
@@ -43,6 +44,11 @@ void OnSignal(int signal) {
         if (Controls[i].signal == signal) g_arrived[i] = true;
     sem_post(&g_arrival);
     errno = saved;
+}
+
+void Await(sem_t& semaphore) noexcept {
+    while (sem_wait(&semaphore) != 0) {
+    }
 }
 
 // Events may come while the process ends: it is never destroyed.
@@ -89,9 +95,12 @@ class ControlHandlers {
 
     DWORD Catch() noexcept {
         sem_init(&g_arrival, 0, 0);
+        sem_init(&g_isListening, 0, 0);
         const HANDLE thread = CreateThread(nullptr, 0, &ControlHandlers::Dispatch, nullptr, 0, nullptr);
         if (!thread) return GetLastError();
         CloseHandle(thread);
+        // A fork right after this call meets the thread idle, not in the midst of what the child could not finish.
+        Await(g_isListening);
         for (std::size_t i = 0; i < Controls.size(); ++i) {
             sigaction(Controls[i].signal, nullptr, &m_previous[i]);
             if (m_previous[i].sa_handler != SIG_IGN) Install(i, OnSignal);
@@ -122,9 +131,9 @@ class ControlHandlers {
         for (const Control& control : Controls)
             sigaddset(&signals, control.signal);
         pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
+        sem_post(&g_isListening);
         for (;;) {
-            while (sem_wait(&g_arrival) != 0) {
-            }
+            Await(g_arrival);
             for (std::size_t i = 0; i < Controls.size(); ++i) {
                 if (!g_arrived[i].exchange(false)) continue;
                 void* const control = const_cast<Control*>(&Controls[i]);
