@@ -99,7 +99,8 @@ class ControlHandlers {
         const HANDLE thread = CreateThread(nullptr, 0, &ControlHandlers::Dispatch, nullptr, 0, nullptr);
         if (!thread) return GetLastError();
         CloseHandle(thread);
-        // A fork right after this call meets the thread idle, not in the midst of what the child could not finish.
+        // A fork right after this call meets the thread idle, not in the midst of what the child could not
+        // finish.
         Await(g_isListening);
         for (std::size_t i = 0; i < Controls.size(); ++i) {
             sigaction(Controls[i].signal, nullptr, &m_previous[i]);

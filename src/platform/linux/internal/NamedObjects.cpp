@@ -141,7 +141,7 @@ DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* set
     const std::string file = FileOf(name.text);
     Registry& registry = Registry::Instance();
     const std::scoped_lock lock(registry.lock);
-    const SharedFolder* folder;
+    const SharedFolder* folder = nullptr;
     if (DWORD code = FindFolder(registry, name.global, folder)) return code;
     registry.Prune();
     auto& known = registry.objects[{folder, file}];
