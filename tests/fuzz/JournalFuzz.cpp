@@ -24,7 +24,7 @@ class JournalFile {
     }
     ~JournalFile() { std::filesystem::remove(m_path); }
 
-    void Append(std::string_view bytes) const {
+    void WriteBehindHeader(std::string_view bytes) const {
         std::ofstream(m_path, std::ios::binary) << m_header << bytes;
     }
     std::string WrittenAnew() const {
@@ -43,7 +43,7 @@ class JournalFile {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const JournalFile file;
-    file.Append({reinterpret_cast<const char*>(data), size});
+    file.WriteBehindHeader({reinterpret_cast<const char*>(data), size});
     const std::string once = file.WrittenAnew();
     if (file.WrittenAnew() != once) std::abort();
     return 0;

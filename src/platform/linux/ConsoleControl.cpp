@@ -2,6 +2,7 @@
 
 #include "platform/linux/Handles.h"
 #include "platform/linux/Threads.h"
+#include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 
@@ -44,11 +45,6 @@ void OnSignal(int signal) {
         if (Controls[i].signal == signal) g_arrived[i] = true;
     sem_post(&g_arrival);
     errno = saved;
-}
-
-void Await(sem_t& semaphore) noexcept {
-    while (sem_wait(&semaphore) != 0) {
-    }
 }
 
 // Events may come while the process ends: it is never destroyed.
@@ -101,7 +97,7 @@ class ControlHandlers {
         CloseHandle(thread);
         // A fork right after this call meets the thread idle, not in the midst of what the child could not
         // finish.
-        Await(g_isListening);
+        Retry([] { return sem_wait(&g_isListening); });
         for (std::size_t i = 0; i < Controls.size(); ++i) {
             sigaction(Controls[i].signal, nullptr, &m_previous[i]);
             if (m_previous[i].sa_handler != SIG_IGN) Install(i, OnSignal);
@@ -134,7 +130,7 @@ class ControlHandlers {
         pthread_sigmask(SIG_UNBLOCK, &signals, nullptr);
         sem_post(&g_isListening);
         for (;;) {
-            Await(g_arrival);
+            Retry([] { return sem_wait(&g_arrival); });
             for (std::size_t i = 0; i < Controls.size(); ++i) {
                 if (!g_arrived[i].exchange(false)) continue;
                 void* const control = const_cast<Control*>(&Controls[i]);
