@@ -4,7 +4,6 @@
 #include "MonitorRun.h"
 #include "files/TQFileName.h"
 #include "services/TQServiceCtrl.h"
-#include "services/TQServiceMgr.h"
 #include "support/ServiceManager.h"
 #include "system/TQSysProc.h"
 
@@ -18,18 +17,7 @@ class MonitorAsAService : public Monitor {
     MonitorAsAService() { ForgetLogFile(); }
     ~MonitorAsAService() override {
         Word({"uninstall"});
-        AwaitGone();
-    }
-
-    // A service that has run is gone when its process is.
-    void AwaitGone() const {
-        TQSvcHandle service;
-        const ULONGLONG end = GetTickCount64() + LimitMs;
-        while (TQServiceMgr::ServiceInstalled(L"monitor", service, SERVICE_QUERY_STATUS)) {
-            service.Close();
-            ASSERT_LT(GetTickCount64(), end);
-            Sleep(5);
-        }
+        EXPECT_TRUE(ServiceManager::IsGone(L"monitor"));
     }
 
     // The exit code of monitor with these arguments.

@@ -34,7 +34,7 @@ TEST_F(MonitorAsAService, IsInstalledStartedControlledAndRemovedByItsWords) {
     EXPECT_EQ(stopped.currentState, TQSvcState::Stopped);
     EXPECT_EQ(stopped.exitCode, 0u);
     EXPECT_EQ(Word({"uninstall"}), 0);
-    AwaitGone();
+    EXPECT_TRUE(ServiceManager::IsGone(L"monitor"));
 }
 
 TEST_F(MonitorAsAService, WatchesWhatItIsStartedWith) {

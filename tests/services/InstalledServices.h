@@ -29,13 +29,6 @@ class Installed : public testing::Test {
         return TQServiceMgr::ServiceInstalled(name, service, SERVICE_QUERY_STATUS);
     }
 
-    // A service that has run is gone when its process is.
-    static bool IsGone(const wchar_t* name) {
-        for (const ULONGLONG end = GetTickCount64() + PatienceMs; IsInstalled(name); Sleep(5))
-            if (GetTickCount64() > end) return false;
-        return true;
-    }
-
     // The path of the service program, as a command line.
     static TQString ProgramLine() {
         TQString path = TQSysProc::ModuleFileName(nullptr);
@@ -64,7 +57,7 @@ class Installed : public testing::Test {
     static void Clean() {
         for (const wchar_t* name : {FirstName, SecondName}) {
             if (IsInstalled(name)) Remove(name);
-            EXPECT_TRUE(IsGone(name));
+            EXPECT_TRUE(ServiceManager::IsGone(name));
         }
     }
     static void Remove(const wchar_t* name) {

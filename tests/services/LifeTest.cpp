@@ -75,7 +75,7 @@ TEST_F(Life, EndsARunningServiceThatIsRemoved) {
     TQSvcHandle handle;
     TQServiceMgr::RemoveService(nullptr, FirstName, handle);
     handle.Close();
-    EXPECT_TRUE(IsGone(FirstName));
+    EXPECT_TRUE(ServiceManager::IsGone(FirstName));
 }
 
 TEST_F(Words, InstallStartStopAndRemoveTheServices) {
@@ -89,7 +89,7 @@ TEST_F(Words, InstallStartStopAndRemoveTheServices) {
     EXPECT_THAT(Run({"start"}, 1), HasSubstr("The service TQTestFirst is running already."));
     EXPECT_THAT(Run({"stop"}, 0), HasSubstr("TQTestFirst: stopped\n"));
     EXPECT_EQ(Run({"uninstall"}, 0), "TQTestFirst: removed\nTQTestSecond: removed\n");
-    EXPECT_TRUE(IsGone(FirstName) && IsGone(SecondName));
+    EXPECT_TRUE(ServiceManager::IsGone(FirstName) && ServiceManager::IsGone(SecondName));
     EXPECT_THAT(Run({"uninstall"}, 1), HasSubstr("is not installed."));
 }
 

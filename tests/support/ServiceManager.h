@@ -13,6 +13,10 @@ class ServiceManager {
     ServiceManager(const ServiceManager&) = delete;
     ServiceManager& operator=(const ServiceManager&) = delete;
 
+    // Whether a service that was deleted is gone, which one that has run is when its process is: waits for
+    // that, up to a minute.
+    static bool IsGone(const wchar_t* name);
+
   private:
     struct Native;
     const std::unique_ptr<Native> m_native;

@@ -49,7 +49,7 @@ TEST_F(TqService, CreatesRunsAndDeletesAService) {
     EXPECT_THAT(Tq({"control", "TQTestFirst", "4"}, 0), HasSubstr("State      running\n"));
     EXPECT_THAT(Tq({"stop", "TQTestFirst"}, 0), HasSubstr("TQTestFirst: stopped\n"));
     EXPECT_EQ(Tq({"delete", "TQTestFirst"}, 0), "TQTestFirst: deleted\n");
-    EXPECT_TRUE(IsGone(FirstName));
+    EXPECT_TRUE(ServiceManager::IsGone(FirstName));
 }
 
 TEST_F(TqService, PrintsJson) {
