@@ -50,9 +50,12 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     startup.cb = sizeof startup;
     PROCESS_INFORMATION started{};
     const auto start = [&](BOOL inherits, DWORD flags) {
-        EXPECT_TRUE(CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, inherits, flags, nullptr,
-                                   nullptr, &startup, &started))
-            << GetLastError();
+        const auto create = [&] {
+            return CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, inherits, flags, nullptr,
+                                  nullptr, &startup, &started);
+        };
+        // Wine says that when its new process has died before the program began, which happens now and then.
+        EXPECT_TRUE(create() || (GetLastError() == ERROR_INTERNAL_ERROR && create())) << GetLastError();
     };
     if (files == Files::Piped) {
         Pipe input(&Pipe::write), output(&Pipe::read);
