@@ -3,8 +3,6 @@ set -u
 cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit 1
 logs=build/logs
 mkdir -p "$logs"
-if command -v ccache >/dev/null 2>&1; then export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache; fi
-
 say() { printf '%s\n' "$*"; }
 
 # need PACKAGE...: installs what is missing.
@@ -19,7 +17,7 @@ need() {
     { $sudo apt-get update -qq && DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}"; } \
         >"$logs/packages.log" 2>&1 </dev/null || fail "packages could not be installed" "$logs/packages.log"
 }
-linux_packages="g++ cmake ninja-build googletest"
+linux_packages="g++ cmake ninja-build googletest ccache"
 windows_packages="g++-mingw-w64-x86-64-posix wine wine64"
 
 # fail MESSAGE LOG: says what failed, shows the end of its log, ends.
@@ -41,6 +39,7 @@ step() {
 }
 
 # build PRESET: configures and builds.
+export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 build() {
     step "configure-$1" cmake --preset "$1"
     step "build-$1" cmake --build --preset "$1"
