@@ -1,8 +1,8 @@
+#include "core/TQThreadSynch.h"
 #include "platform/Win32.h"
 #include "threads/Cases.h"
 #include "threads/TQMutex.h"
 #include "threads/TQThreadReadSynch.h"
-#include "threads/TQThreadSynch.h"
 #include "threads/Turns.h"
 
 #include <array>

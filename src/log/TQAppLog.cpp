@@ -1,6 +1,7 @@
 // The parts of `TQLib` that are about the application's log.
 #include "core/TQException.h"
 #include "core/TQLib.h"
+#include "core/TQThreadSynch.h"
 #include "files/TQFileName.h"
 #include "files/TQRegKey.h"
 #include "files/TQRegValue.h"
@@ -8,7 +9,6 @@
 #include "platform/Win32.h"
 #include "security/TQSecThreadToken.h"
 #include "system/TQSysProc.h"
-#include "threads/TQThreadSynch.h"
 
 #include <vector>
 

@@ -3,13 +3,13 @@
 #include "core/TQEventLog.h"
 #include "core/TQException.h"
 #include "core/TQLib.h"
+#include "core/TQThreadSynch.h"
 #include "log/internal/LogRecord.h"
 #include "log/internal/LogUsers.h"
 #include "platform/Win32.h"
 #include "security/TQSecThreadToken.h"
 #include "system/TQSysProc.h"
 #include "threads/TQMutex.h"
-#include "threads/TQThreadSynch.h"
 
 #include <iterator>
 #include <new>

@@ -1,10 +1,10 @@
 // Services that this process hosts.
 #pragma once
 
+#include "core/TQThreadSynch.h"
 #include "log/TQTimer.h"
 #include "services/TQServiceStatus.h"
 #include "services/TQSvcProcessor.h"
-#include "threads/TQThreadSynch.h"
 
 namespace Quellan::Corvel {
 

@@ -1,7 +1,7 @@
 #include "threads/TQProcessLock.h"
 
+#include "core/TQThreadSynch.h"
 #include "platform/Win32.h"
-#include "threads/TQThreadSynch.h"
 
 namespace Quellan::Corvel {
 

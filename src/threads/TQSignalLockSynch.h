@@ -2,9 +2,9 @@
 #pragma once
 
 #include "core/TQObject.h"
+#include "core/TQThreadSynch.h"
 #include "text/TQSmartPtr.h"
 #include "threads/TQEvent.h"
-#include "threads/TQThreadSynch.h"
 
 namespace Quellan::Corvel {
 

@@ -2,13 +2,13 @@
 #pragma once
 
 #include "core/TQObject.h"
+#include "core/TQThreadSynch.h"
 #include "log/TQTime.h"
 #include "platform/Types.h"
 #include "text/TQDataBuf.h"
 #include "text/TQHandle.h"
 #include "text/TQString.h"
 #include "threads/TQEvent.h"
-#include "threads/TQThreadSynch.h"
 
 namespace Quellan::Corvel {
 

@@ -1,8 +1,8 @@
 // The lock that many readers or one writer hold.
 #pragma once
 
+#include "core/TQThreadSynch.h"
 #include "threads/TQEvent.h"
-#include "threads/TQThreadSynch.h"
 
 #include <atomic>
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "core/TQObject.h"
+#include "core/TQThreadSynch.h"
 #include "platform/StandingWaits.h"
 #include "platform/Types.h"
 #include "threads/TQEvent.h"
-#include "threads/TQThreadSynch.h"
 
 #include <list>
 #include <map>

@@ -1,8 +1,8 @@
 #include "threads/TQWin32AsynchRoot.h"
 
 #include "core/TQStdExceptions.h"
+#include "core/TQThreadSynch.h"
 #include "platform/Win32.h"
-#include "threads/TQThreadSynch.h"
 
 #include <atomic>
 #include <cstring>

@@ -1,8 +1,8 @@
 #include "log/internal/LogUsers.h"
 
+#include "core/TQThreadSynch.h"
 #include "security/SecID.h"
 #include "system/internal/CurrentUser.h"
-#include "threads/TQThreadSynch.h"
 
 #include <array>
 

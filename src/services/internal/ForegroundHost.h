@@ -1,11 +1,11 @@
 // The manager of services that run in the foreground.
 #pragma once
 
+#include "core/TQThreadSynch.h"
 #include "services/internal/ServiceHost.h"
 #include "system/TQConsole.h"
 #include "text/TQStringArray.h"
 #include "threads/TQEvent.h"
-#include "threads/TQThreadSynch.h"
 
 #include <memory>
 #include <vector>

@@ -1,4 +1,4 @@
-#include "threads/TQThreadSynch.h"
+#include "core/TQThreadSynch.h"
 
 #include "platform/Win32.h"
 

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "core/TQObject.h"
+#include "core/TQThreadSafety.h"
 #include "platform/Types.h"
-#include "threads/TQThreadSafety.h"
 
 namespace Quellan::Corvel {
 
