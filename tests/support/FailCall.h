@@ -62,6 +62,9 @@ class FailCall : public Fault {
     static constexpr unsigned EveryCall = ~0u;
 
     FailCall(const char* function, DWORD code, unsigned nth = 1, std::uintptr_t result = 0);
+
+    // Whether the library's calls of the function can be seen: on Windows those that it imports.
+    static bool CanWatch(const char* function);
 };
 
 // While it lives, allocation number `nth` (from 1) of operator new on the constructing thread throws

@@ -1,6 +1,8 @@
 #include "platform/linux/internal/FaultPoint.h"
+#include "support/Allocations_linux.h"
 #include "support/FailCall.h"
 
+#include <atomic>
 #include <cstdlib>
 #include <new>
 #include <utility>
@@ -47,14 +49,26 @@ class StackedPlan : public Base {
     Planned m_planned;
 };
 
+constinit std::atomic<std::size_t> g_blocks = 0;
+
+void* Counted(void* block) noexcept {
+    if (block) g_blocks.fetch_add(1, std::memory_order_relaxed);
+    return block;
+}
+
+void Free(void* block) noexcept {
+    if (block) g_blocks.fetch_sub(1, std::memory_order_relaxed);
+    std::free(block);
+}
+
 void* Allocate(std::size_t bytes) noexcept {
-    return AllocationFaultDue() ? nullptr : std::malloc(bytes ? bytes : 1);
+    return AllocationFaultDue() ? nullptr : Counted(std::malloc(bytes ? bytes : 1));
 }
 
 void* AllocateAligned(std::size_t bytes, std::align_val_t alignment) noexcept {
     if (AllocationFaultDue()) return nullptr;
     const auto boundary = static_cast<std::size_t>(alignment);
-    return std::aligned_alloc(boundary, (bytes + boundary - 1) / boundary * boundary);
+    return Counted(std::aligned_alloc(boundary, (bytes + boundary - 1) / boundary * boundary));
 }
 
 void* OrThrow(void* block) {
@@ -63,6 +77,14 @@ void* OrThrow(void* block) {
 }
 
 }  // namespace
+
+std::size_t LiveBlocks() noexcept {
+    return g_blocks.load(std::memory_order_relaxed);
+}
+
+bool FailCall::CanWatch(const char*) {
+    return true;
+}
 
 FailCall::FailCall(const char* function, DWORD code, unsigned nth, std::uintptr_t)
     : Fault(function, nth,
@@ -80,6 +102,7 @@ FailAllocation::FailAllocation(unsigned nth)
 // stands on malloc, which the sanitizers watch.
 using Quellan::Corvel::Test::Allocate;
 using Quellan::Corvel::Test::AllocateAligned;
+using Quellan::Corvel::Test::Free;
 using Quellan::Corvel::Test::OrThrow;
 
 void* operator new(std::size_t bytes) {
@@ -108,38 +131,38 @@ void* operator new[](std::size_t bytes, std::align_val_t a, const std::nothrow_t
 }
 
 void operator delete(void* block) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, std::size_t) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, std::size_t) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, const std::nothrow_t&) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, const std::nothrow_t&) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, std::align_val_t) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, std::align_val_t) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-    std::free(block);
+    Free(block);
 }
 void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-    std::free(block);
+    Free(block);
 }

@@ -41,7 +41,7 @@ struct PlannedFault {
     }
 };
 
-constexpr unsigned MaxWatchedImports = 64;  // as many as there are stubs
+constexpr unsigned MaxWatchedImports = 192;  // as many as there are stubs
 WatchedImport g_imports[MaxWatchedImports];
 PlannedFault* g_plans = nullptr;
 SRWLOCK g_lock = SRWLOCK_INIT;  // guards both; taken inside hooked calls, so nothing is called under it
@@ -121,7 +121,7 @@ FaultStubCommon:
     .globl FaultStubs
 FaultStubs:
     .set index, 0
-    .rept 64
+    .rept 192
     .balign 16
     movl $index, %eax
     jmp FaultStubCommon
@@ -209,6 +209,13 @@ class ImportPlan : public Base {
 };
 
 }  // namespace
+
+bool FailCall::CanWatch(const char* function) {
+    bool isImported = false;
+    ForEachImport(GetModuleHandleW(L"TQLib.dll"),
+                  [&](const char* name, void**) { isImported |= std::strcmp(name, function) == 0; });
+    return isImported;
+}
 
 FailCall::FailCall(const char* function, DWORD code, unsigned nth, std::uintptr_t result)
     : Fault(function, nth,

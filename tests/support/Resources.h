@@ -1,0 +1,29 @@
+// What the process holds, to see that nothing is left behind.
+#pragma once
+
+#include <cstddef>
+
+namespace Quellan::Corvel::Test {
+
+struct Resources {
+    std::size_t blocks;       // of operator new that are not freed; not counted on Windows
+    std::size_t descriptors;  // on Windows: handles
+    std::size_t threads;      // not counted on Windows
+
+    static Resources Now();
+    // Waits for what other threads still have to let go of. False, with a failure that names the difference,
+    // when more than `before` is left after ten seconds.
+    static bool ComeBackTo(const Resources& before);
+};
+
+// Ends the process when it lives for more than two minutes: a sweep that hangs must not look slow. Not on
+// Windows, where the test's own limit does that.
+class HangLimit {
+  public:
+    HangLimit();
+    HangLimit(const HangLimit&) = delete;
+    HangLimit& operator=(const HangLimit&) = delete;
+    ~HangLimit();
+};
+
+}  // namespace Quellan::Corvel::Test

@@ -1,0 +1,15 @@
+#include "platform/Win32.h"
+#include "support/Resources.h"
+
+namespace Quellan::Corvel::Test {
+
+Resources Resources::Now() {
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    return {0, handles, 0};
+}
+
+HangLimit::HangLimit() = default;
+HangLimit::~HangLimit() = default;
+
+}  // namespace Quellan::Corvel::Test

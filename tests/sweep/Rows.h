@@ -1,0 +1,10 @@
+// The rows of the sweeps, a source for each folder of the library.
+#pragma once
+
+#include "support/Sweep.h"
+
+namespace Quellan::Corvel::Test {
+
+std::vector<SweptOperation> TextRows();
+
+}  // namespace Quellan::Corvel::Test
