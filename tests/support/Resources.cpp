@@ -6,18 +6,18 @@
 
 namespace Quellan::Corvel::Test {
 
-bool Resources::ComeBackTo(const Resources& before) {
+void Resources::ComeBackTo(const Resources& before) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     for (;;) {
         const Resources now = Now();
         if (now.blocks <= before.blocks && now.descriptors <= before.descriptors &&
             now.threads <= before.threads)
-            return true;
+            return;
         if (std::chrono::steady_clock::now() > end) {
-            ADD_FAILURE() << "left behind: " << now.blocks - before.blocks << " blocks, "
+            ADD_FAILURE() << "left behind: " << static_cast<long>(now.blocks - before.blocks) << " blocks, "
                           << now.descriptors - before.descriptors << " descriptors, "
                           << now.threads - before.threads << " threads";
-            return false;
+            return;
         }
         std::this_thread::yield();
     }

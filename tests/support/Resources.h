@@ -11,9 +11,9 @@ struct Resources {
     std::size_t threads;      // not counted on Windows
 
     static Resources Now();
-    // Waits for what other threads still have to let go of. False, with a failure that names the difference,
-    // when more than `before` is left after ten seconds.
-    static bool ComeBackTo(const Resources& before);
+    // Waits for what other threads still have to let go of. Fails the test, and names the difference, when more
+    // than `before` is left after ten seconds.
+    static void ComeBackTo(const Resources& before);
 };
 
 // Ends the process when it lives for more than two minutes: a sweep that hangs must not look slow. Not on

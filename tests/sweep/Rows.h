@@ -6,5 +6,7 @@
 namespace Quellan::Corvel::Test {
 
 std::vector<SweptOperation> TextRows();
+std::vector<SweptOperation> FileRows();
+std::vector<SweptOperation> SecurityRows();
 
 }  // namespace Quellan::Corvel::Test

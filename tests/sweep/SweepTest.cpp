@@ -9,7 +9,7 @@ namespace {
 
 std::vector<SweptOperation> AllRows() {
     std::vector<SweptOperation> all;
-    for (const auto& rows : {TextRows()})
+    for (const auto& rows : {TextRows(), FileRows(), SecurityRows()})
         all.insert(all.end(), rows.begin(), rows.end());
     return all;
 }

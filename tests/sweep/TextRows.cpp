@@ -1,6 +1,7 @@
 #include "sweep/Rows.h"
 #include "text/TQDataBuf.h"
-#include "text/TQFormat.h"
+#include "text/TQHandle.h"
+#include "text/TQSmartPtr.h"
 #include "text/TQString.h"
 #include "text/TQStringArray.h"
 
@@ -10,17 +11,86 @@ namespace {
 
 const wchar_t Long[] = L"a text that no string keeps within itself, whatever its class";
 
-TQString MakeText() {
+TQString Text() {
     return TQString(Long);
 }
+
+TQStringArray Texts() {
+    return TQStringArray{Text(), TQString(L"b"), Text()};
+}
+
+BYTEBuf Bytes() {
+    return BYTEBuf(reinterpret_cast<const BYTE*>("01234567"), 8);
+}
+
+BYTEBuf Secret() {
+    return BYTEBuf(8, BYTEBuf::_SecureLevel::WipeAndLock);
+}
+
+constexpr Promise Unchanged = Promise::Unchanged;
 
 }  // namespace
 
 std::vector<SweptOperation> TextRows() {
     return {
-        Swept("TQString copy", MakeText, [](const TQString& text) { const TQString copy(text); }),
+        Swept("string copy", Text, [](TQString& text) { TQString{text}; }),
         Swept(
-            "TQString append", MakeText, [](TQString& text) { text += Long; }, Promise::Unchanged),
+            "string assign", Text, [](TQString& text) { text = TQString(Long) + Long; }, Unchanged),
+        Swept(
+            "string append", Text, [](TQString& text) { text += Long; }, Unchanged),
+        Swept(
+            "string insert", Text, [](TQString& text) { text.Insert(3, Long); }, Unchanged),
+        Swept(
+            "string replace", Text, [](TQString& text) { text.Replace(L"a", Long); }, Unchanged),
+        Swept(
+            "string reserve", Text, [](TQString& text) { text.Reserve(4 * text.Length()); }, Unchanged),
+        Swept(
+            "string trim", Text, [](TQString& text) { text.Trim(L"aw "); }, Unchanged),
+        Swept("string parts", Text, [](TQString& text) { text.Left(40) + text.Mid(9) + text.Right(40); }),
+        Swept("string case", Text, [](TQString& text) { text.ToUpper().ToLower(); }),
+        Swept("string no case", Text,
+              [](TQString& text) {
+                  EXPECT_EQ(text.FindNoCase(Long), 0u);
+                  EXPECT_TRUE(text.CompareNoCase(Long) == 0 && text.StartsWithNoCase(Long) &&
+                              text.EndsWithNoCase(Long));
+              }),
+        Swept(
+            "string format", Text, [](TQString& text) { text.AppendFormat(L"%s %80u", Long, 3u); },
+            Unchanged),
+        Swept("string UTF-8", Text,
+              [](TQString& text) { EXPECT_EQ(TQString::FromUtf8(text.ToUtf8()), text); }),
+        Swept("string ANSI", Text,
+              [](TQString& text) { EXPECT_EQ(TQString::FromAnsi(text.ToAnsi()), text); }),
+        Swept("array copy", Texts, [](TQStringArray& texts) { TQStringArray{texts}; }),
+        Swept(
+            "array assign", Texts,
+            [](TQStringArray& texts) {
+                texts = TQStringArray{Text(), Text()};
+            },
+            Unchanged),
+        Swept(
+            "array add", Texts, [](TQStringArray& texts) { texts.Add(Text()); }, Unchanged),
+        Swept(
+            "array insert", Texts, [](TQStringArray& texts) { texts.Insert(1, Text()); }, Unchanged),
+        Swept(
+            "array set", Texts, [](TQStringArray& texts) { texts.SetAt(1, Text()); }, Unchanged),
+        Swept(
+            "array join and split", Texts,
+            [](TQStringArray& texts) { TQStringArray::Split(texts.Join(Text()), TQString(L" ,")); },
+            Unchanged),
+        Swept("buffer copy", Bytes, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
+        Swept(
+            "buffer assign", Bytes, [](BYTEBuf& bytes) { bytes = BYTEBuf(100); }, Unchanged),
+        Swept(
+            "buffer resize", Bytes, [](BYTEBuf& bytes) { bytes.Resize(5000); }, Unchanged),
+        Swept(
+            "buffer insert", Bytes, [](BYTEBuf& bytes) { bytes.Insert(4, Bytes().Data(), 8); }, Unchanged),
+        Swept("secret", Bytes, [](BYTEBuf&) { Secret(); }),
+        Swept("secret copy", Secret, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
+        Swept(
+            "secret resize", Secret, [](BYTEBuf& bytes) { bytes.Resize(5000); }, Unchanged),
+        Swept("smart pointer", Text,
+              [](TQString& text) { TQSmartPtr<TQString, _TQRefPtr<TQString>>(new TQString(text)); }),
     };
 }
 

@@ -1,0 +1,59 @@
+#include "platform/Win32.h"
+#include "security/SecACL.h"
+#include "security/SecAttr.h"
+#include "security/SecDesc.h"
+#include "security/SecID.h"
+#include "security/SecPrivilegeSet.h"
+#include "security/TQSecThreadToken.h"
+#include "sweep/Rows.h"
+
+namespace Quellan::Corvel::Test {
+
+namespace {
+
+using namespace Sarvek;
+
+SecID World() {
+    return SecID(WinWorldSid);
+}
+
+SecID Administrators() {
+    return SecID(WinBuiltinAdministratorsSid);
+}
+
+SecDesc Descriptor() {
+    SecDesc descriptor;
+    descriptor.SetOwner(World()).SetGroup(World()).SetDACL(
+        SecACL().Allow(World(), 1).Deny(Administrators(), 2));
+    return descriptor;
+}
+
+}  // namespace
+
+std::vector<SweptOperation> SecurityRows() {
+    return {
+        Swept("identifier copy", World, [](SecID& id) { SecID{id}; }),
+        Swept(
+            "identifier assign", World, [](SecID& id) { id = Administrators(); }, Promise::Unchanged),
+        Swept("identifier text", World, [](SecID& id) { EXPECT_EQ(id.String(), L"S-1-1-0"); }),
+        Swept("identifier names", Administrators,
+              [](SecID& id) { id.Name(), id.Domain(), id.FullName(true), id.UseDesc(); }),
+        Swept("identifier account", World, [](SecID&) { SecID(L"Everyone"); }),
+        Swept("identifier domain", World,
+              [](SecID&) { EXPECT_TRUE(SecID::MachDomainSID().IsMachineDomain()); }),
+        Swept("identifier of the user", World, [](SecID&) { SecID::UserIsAdmin(), SecID::UserDomainSID(); }),
+        Swept("identifier groups", Administrators, [](SecID& id) { id.MemberOfList(); }),
+        Swept("identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(true); }),
+        Swept("list", Descriptor,
+              [](SecDesc& descriptor) {
+                  EXPECT_TRUE(*descriptor.DACL() ==
+                              SecACL(*reinterpret_cast<const ACL*>(descriptor.DACL()->Block().Data())));
+              }),
+        Swept("descriptor copy", Descriptor, [](SecDesc& descriptor) { SecDesc{descriptor}; }),
+        Swept("descriptor bytes", Descriptor,
+              [](SecDesc& descriptor) { EXPECT_TRUE(SecDesc(descriptor.Block().Data()) == descriptor); }),
+        Swept("attributes", Descriptor, [](SecDesc& descriptor) { SecAttr{SecAttr(descriptor)}; }),
+    };
+}
+
+}  // namespace Quellan::Corvel::Test
