@@ -1,5 +1,6 @@
 #include "platform/linux/Process.h"
 
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Case.h"
 #include "platform/linux/internal/ComputerName.h"
 #include "platform/linux/internal/Descriptor.h"
@@ -13,7 +14,6 @@
 #include <atomic>
 #include <charconv>
 #include <cstdlib>
-#include <pthread.h>
 #include <unistd.h>
 
 using namespace Quellan::Corvel::Platform;
@@ -27,7 +27,8 @@ thread_local DWORD t_threadId = 0;
 std::atomic<DWORD> g_processId = 0;
 
 // The child of a fork is another process, and the thread that forked is another one in it.
-[[maybe_unused]] const int g_forkWatch = pthread_atfork(nullptr, nullptr, [] {
+const ForkPart g_forkPart(ForkOrder::Ids, nullptr, [](bool isChild) noexcept {
+    if (!isChild) return;
     t_threadId = 0;
     g_processId.store(0, std::memory_order_relaxed);
 });
