@@ -1,5 +1,7 @@
 #include "Journal.h"
 
+#include "platform/linux/base/Durable.h"
+
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -81,8 +83,7 @@ Journal::Entries Parse(std::string_view bytes) {
 }
 
 void WriteAll(const Descriptor& file, const std::string& bytes) {
-    if (Retry([&] { return write(file.Get(), bytes.data(), bytes.size()); }) !=
-        static_cast<ssize_t>(bytes.size()))
+    if (Durable::Write(file.Get(), bytes.data(), bytes.size()) != static_cast<ssize_t>(bytes.size()))
         throw std::system_error(errno, std::generic_category(), "the journal");
 }
 
@@ -124,12 +125,13 @@ Journal::Journal(std::string path) : m_path(std::move(path)), m_entries(Parse(Re
 
 void Journal::WriteAnew() {
     const std::string staged = m_path + ".new";
-    Descriptor file(open(staged.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW, 0600));
+    constexpr int Flags = O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW;
+    Descriptor file = Durable::Open(AT_FDCWD, staged.c_str(), Flags, 0600);
     std::string bytes = Format(Header());
     for (const auto& [name, entry] : m_entries)
         bytes += Format(Record{name, TRUE, entry});
     WriteAll(file, bytes);
-    if (rename(staged.c_str(), m_path.c_str()) != 0)
+    if (Durable::Rename(AT_FDCWD, staged.c_str(), AT_FDCWD, m_path.c_str()) != 0)
         throw std::system_error(errno, std::generic_category(), m_path);
     m_file = std::move(file);
     m_size = bytes.size();
@@ -154,7 +156,7 @@ void Journal::Remove(const std::string& name) {
 }
 
 void Journal::Delete() {
-    unlink(m_path.c_str());
+    Durable::Unlink(AT_FDCWD, m_path.c_str());
 }
 
 }  // namespace tqscm

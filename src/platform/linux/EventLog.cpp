@@ -28,8 +28,8 @@ class EventSource : public Object {
   public:
     static constexpr ObjectKind Kind{.name = "event source", .closedByCloseHandle = false};
 
-    EventSource(std::string_view name, Descriptor file)
-        : Object(Kind), m_name(name), m_file(std::move(file)) {}
+    EventSource(std::string_view name, EventLogPlace place)
+        : Object(Kind), m_name(name), m_file(std::move(place)) {}
 
     // Fills in what all of the source's events have in common, and writes the event.
     DWORD Report(EventRecord& record) {
@@ -86,7 +86,7 @@ class EventLog : public Object {
   public:
     static constexpr ObjectKind Kind{.name = "event log", .closedByCloseHandle = false};
 
-    explicit EventLog(Descriptor file) noexcept : Object(Kind), m_log(std::move(file)) {}
+    explicit EventLog(EventLogPlace place) noexcept : Object(Kind), m_log(std::move(place)) {}
 
     DWORD Count(DWORD& count) {
         const std::scoped_lock lock(m_lock);
@@ -154,10 +154,10 @@ class EventLog : public Object {
 };
 
 // The checks and the opening that sources and logs share.
-DWORD OpenLog(const wchar_t* server, const wchar_t* name, Descriptor& file) {
+DWORD OpenLog(const wchar_t* server, const wchar_t* name, EventLogPlace& place) {
     if (server && *server) return RPC_S_SERVER_UNAVAILABLE;
     if (!name || !*name) return ERROR_INVALID_PARAMETER;
-    return EventLogFile::Open(EventLogNamed(name), file);
+    return EventLogPlace::Open(EventLogNamed(name), place);
 }
 
 DWORD AddStrings(std::span<const wchar_t* const> strings, EventRecord& record) {
@@ -175,9 +175,9 @@ HANDLE RegisterEventSourceW(const wchar_t* server, const wchar_t* source) noexce
     if (DWORD code = FaultDue("RegisterEventSourceW")) return Fail(code, nullptr);
     HANDLE handle = nullptr;
     const DWORD code = WithMemory([&] {
-        Descriptor file;
-        if (DWORD opened = OpenLog(server, source, file)) return opened;
-        return NewHandle<EventSource>(handle, 0, ToUtf8(source), std::move(file));
+        EventLogPlace place;
+        if (DWORD opened = OpenLog(server, source, place)) return opened;
+        return NewHandle<EventSource>(handle, 0, ToUtf8(source), std::move(place));
     });
     return code ? Fail(code, nullptr) : handle;
 }
@@ -212,9 +212,9 @@ HANDLE OpenEventLogW(const wchar_t* server, const wchar_t* log) noexcept {
     if (DWORD code = FaultDue("OpenEventLogW")) return Fail(code, nullptr);
     HANDLE handle = nullptr;
     const DWORD code = WithMemory([&] {
-        Descriptor file;
-        if (DWORD opened = OpenLog(server, log, file)) return opened;
-        return NewHandle<EventLog>(handle, 0, std::move(file));
+        EventLogPlace place;
+        if (DWORD opened = OpenLog(server, log, place)) return opened;
+        return NewHandle<EventLog>(handle, 0, std::move(place));
     });
     return code ? Fail(code, nullptr) : handle;
 }

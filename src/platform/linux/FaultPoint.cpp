@@ -1,5 +1,7 @@
 #include "platform/linux/internal/FaultPoint.h"
 
+#include "platform/linux/base/Durable.h"
+
 #if defined(TQ_FAULT_POINTS)
 
 #include <cstring>
@@ -19,6 +21,11 @@ DWORD FaultDue(const char* function) noexcept {
         if (plan->nth == plan->calls || plan->nth == FaultPlan::EveryCall) code = plan->code;
     }
     return code;
+}
+
+Durable::Observer& Durable::TheObserver() noexcept {
+    static Observer observer = nullptr;
+    return observer;
 }
 
 }  // namespace Quellan::Corvel::Platform

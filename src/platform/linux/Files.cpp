@@ -1,6 +1,7 @@
 #include "platform/linux/Files.h"
 
 #include "platform/FileLocks.h"
+#include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 #include "platform/linux/internal/Errno.h"
@@ -85,7 +86,7 @@ int OpenFlags(const Opening& opening, bool readsToo) noexcept {
     else if (opening.rights == 0 && opening.disposition == OPEN_EXISTING)
         open |= O_PATH;  // questions about a file take no right to it
     if (opening.rights & FILE_APPEND_DATA && !(opening.rights & FILE_WRITE_DATA)) open |= O_APPEND;
-    if (opening.flags & FILE_FLAG_WRITE_THROUGH) open |= O_DSYNC;
+    if (opening.flags & FILE_FLAG_WRITE_THROUGH) open |= Durable::WriteThrough;
     return open;
 }
 
@@ -105,8 +106,7 @@ DWORD OpenOrCreate(const char* path, int flags, const Opening& opening, mode_t m
     constexpr int Attempts = 16;
     for (int attempt = 0;; ++attempt) {
         existed = false;
-        if (opening.Creates())
-            file = Descriptor(Retry([&] { return open(path, flags | O_CREAT | O_EXCL, mode); }));
+        if (opening.Creates()) file = Durable::Open(AT_FDCWD, path, flags | O_CREAT | O_EXCL, mode);
         if (file) return ERROR_SUCCESS;
         if (opening.Creates() && errno != EEXIST) return CodeFromErrno(errno, path);
         if (opening.disposition == CREATE_NEW) return ERROR_FILE_EXISTS;
@@ -137,15 +137,19 @@ bool IsRegular(int fd) noexcept {
     return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
 }
 
-DWORD SyncPath(const char* path, int flags) noexcept {
-    const Descriptor opened(Retry([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY | flags); }));
-    return opened && fsync(opened.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+DWORD SyncFile(const char* path) noexcept {
+    const Descriptor opened(Retry([&] { return open(path, O_RDONLY | O_CLOEXEC | O_NOCTTY); }));
+    return opened && Durable::Sync(opened.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
 }
 
 DWORD SyncFolderOf(std::string_view path) {
-    const std::size_t slash = path.rfind('/');
-    const std::string folder(slash == path.npos ? "." : path.substr(0, slash + 1));
-    return SyncPath(folder.c_str(), O_DIRECTORY);
+    return Durable::SyncFolderOf(path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
+// Of a file that writes through its size is on the disk as well.
+DWORD SetSize(int fd, off_t size, bool writesThrough) noexcept {
+    const bool done = Durable::Truncate(fd, size) == 0 && (!writesThrough || Durable::Sync(fd) == 0);
+    return done ? ERROR_SUCCESS : CodeFromErrno(errno);
 }
 
 // Whether a file that was opened by this path still has it: somebody may have moved it before its share mode
@@ -172,10 +176,11 @@ DWORD OpenAndEnter(const char* path, const Opening& opening, bool isPlain, mode_
 
 // What is left to do with a plain file that was opened or made.
 DWORD FinishOpening(const char* path, const Opening& opening, int fd, bool existed) {
-    if (existed) return opening.Truncates() && ftruncate(fd, 0) != 0 ? CodeFromErrno(errno) : ERROR_SUCCESS;
+    const bool writesThrough = opening.flags & FILE_FLAG_WRITE_THROUGH;
+    if (existed) return opening.Truncates() ? SetSize(fd, 0, writesThrough) : ERROR_SUCCESS;
     DWORD code = opening.security ? ApplySecurity(fd, *opening.security) : ERROR_SUCCESS;
-    if (!code && opening.flags & FILE_FLAG_WRITE_THROUGH) code = SyncFolderOf(path);
-    if (code) unlink(path);
+    if (!code && writesThrough) code = SyncFolderOf(path);
+    if (code) Durable::Unlink(AT_FDCWD, path);
     return code;
 }
 
@@ -355,8 +360,8 @@ DWORD FindFirst(const wchar_t* pattern, WIN32_FIND_DATAW& data, HANDLE& handle) 
 DWORD RemoveFolder(const char* path) noexcept {
     struct stat info;
     if (lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && IsFolder(path))
-        return unlink(path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
-    if (rmdir(path) == 0) return ERROR_SUCCESS;
+        return Durable::Unlink(AT_FDCWD, path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    if (Durable::Unlink(AT_FDCWD, path, AT_REMOVEDIR) == 0) return ERROR_SUCCESS;
     if (errno == ENOTDIR && lstat(path, &info) == 0) return ERROR_DIRECTORY;
     return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : CodeFromErrno(errno, path);
 }
@@ -382,7 +387,7 @@ DWORD RemoveFile(const char* path) noexcept {
     const bool readOnly = !S_ISLNK(info.st_mode) && !(info.st_mode & AllMayWrite);
     if (readOnly || IsFolder(path)) return ERROR_ACCESS_DENIED;
     if (DWORD code = HoldForDelete(path, info, held)) return code;
-    return unlink(path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+    return Durable::Unlink(AT_FDCWD, path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
 }
 
 // What stands at the new name and is to be replaced.
@@ -404,8 +409,8 @@ DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
     if (replaces)
         if (DWORD code = HoldForReplacing(to.c_str(), heldTarget)) return code;
     if (durable && !IsFolder(from.c_str()))
-        if (DWORD code = SyncPath(from.c_str(), 0)) return code;
-    if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE) != 0) {
+        if (DWORD code = SyncFile(from.c_str())) return code;
+    if (Durable::Rename(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE) != 0) {
         const int error = errno;
         if (error == ENOENT && lstat(from.c_str(), &info) == 0)
             return ERROR_PATH_NOT_FOUND;  // of the new name
@@ -517,7 +522,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, OVER
     const HandleRef<FileObject> object(file);
     if (DWORD code = CheckTransfer(object, overlapped, written, AllWriteRights)) return Fail(code, FALSE);
     const DWORD code = TransferAll(size, true, *written, [&](DWORD done, DWORD left) {
-        return write(object->Fd(), static_cast<const char*>(buffer) + done, left);
+        return Durable::Write(object->Fd(), static_cast<const char*>(buffer) + done, left);
     });
     return code ? Fail(code, FALSE) : TRUE;
 }
@@ -549,9 +554,8 @@ BOOL SetEndOfFile(HANDLE file) noexcept {
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (!(object.Access() & AllWriteRights)) return Fail(ERROR_ACCESS_DENIED, FALSE);
     const off_t end = lseek(object->Fd(), 0, SEEK_CUR);
-    if (end < 0 || Retry([&] { return ftruncate(object->Fd(), end); }) != 0)
-        return Fail(CodeFromErrno(errno), FALSE);
-    return TRUE;
+    const DWORD code = end < 0 ? CodeFromErrno(errno) : SetSize(object->Fd(), end, object->WritesThrough());
+    return code ? Fail(code, FALSE) : TRUE;
 }
 
 BOOL LockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWORD sizeHigh) noexcept {
@@ -584,7 +588,7 @@ BOOL FlushFileBuffers(HANDLE file) noexcept {
     if (!(object.Access() & AllWriteRights)) return Fail(ERROR_ACCESS_DENIED, FALSE);
     if (object->WritesThrough()) return TRUE;
     // What has no disk behind it, a terminal for one, is no handle for this call.
-    if (fsync(object->Fd()) != 0)
+    if (Durable::Sync(object->Fd()) != 0)
         return Fail(errno == EINVAL ? ERROR_INVALID_HANDLE : CodeFromErrno(errno), FALSE);
     return TRUE;
 }
@@ -636,7 +640,7 @@ BOOL CreateDirectoryW(const wchar_t* name, SECURITY_ATTRIBUTES* security) noexce
     const NativePath path(name);
     if (path.Code()) return Fail(path.Code(), FALSE);
     if (security && security->lpSecurityDescriptor) return Fail(ERROR_NOT_SUPPORTED, FALSE);
-    if (mkdir(path.c_str(), 0777) != 0)
+    if (Durable::MakeFolder(AT_FDCWD, path.c_str(), 0777) != 0)
         return Fail(errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeFromErrno(errno), FALSE);
     return TRUE;
 }

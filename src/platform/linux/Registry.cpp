@@ -38,7 +38,7 @@ class Key : public Object {
 
     const RegistryKey& Get() const noexcept { return m_key; }
 
-    // Reads what the entry number `index` is about. 259 (ERROR_NO_MORE_ITEMS).
+    // Reads what the entry number `index` is about, of those that are not damaged. 259 (ERROR_NO_MORE_ITEMS).
     template <class Item>
     DWORD ReadEntry(RegistryEntry kind, std::size_t index, Item& item,
                     DWORD (*read)(const RegistryKey& key, const std::string& file, Item& item));
@@ -61,7 +61,7 @@ DWORD Key::ReadEntry(RegistryEntry kind, std::size_t index, Item& item,
     while (index < walk.files.size()) {
         const DWORD code = read(m_key, walk.files[index], item);
         walk.next = index + 1;
-        if (code != ERROR_FILE_NOT_FOUND) return code;
+        if (code != ERROR_FILE_NOT_FOUND && code != ERROR_REGISTRY_CORRUPT) return code;
         walk.files.erase(walk.files.begin() + static_cast<std::ptrdiff_t>(index));
     }
     return ERROR_NO_MORE_ITEMS;
@@ -261,7 +261,7 @@ LSTATUS RegDeleteTreeW(HKEY key, const wchar_t* path) noexcept {
 
 LSTATUS RegFlushKey(HKEY key) noexcept {
     if (DWORD code = FaultDue("RegFlushKey")) return Status(code);
-    const DWORD code = WithKey(key, 0, false, [](Key& flushed) { return FlushRegistryKey(flushed.Get()); });
+    const DWORD code = WithKey(key, 0, false, [](Key& flushed) { return CheckRegistryKey(flushed.Get()); });
     return Status(code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code);
 }
 

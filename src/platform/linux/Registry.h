@@ -72,7 +72,7 @@ TQLIB_API LSTATUS RegDeleteKeyExW(HKEY key, const wchar_t* path, REGSAM view, DW
 // other. 2 (ERROR_FILE_NOT_FOUND). The handle must grant DELETE, KEY_ENUMERATE_SUB_KEYS and KEY_QUERY_VALUE,
 // without a path KEY_SET_VALUE too.
 TQLIB_API LSTATUS RegDeleteTreeW(HKEY key, const wchar_t* path) noexcept;
-// Changes are on the disk already, but for deletions.
+// Changes are on the disk already.
 TQLIB_API LSTATUS RegFlushKey(HKEY key) noexcept;
 // Of this machine only: null or its name; others are 53 (ERROR_BAD_NETPATH). Only HKEY_LOCAL_MACHINE can be
 // connected to, 6 (ERROR_INVALID_HANDLE) otherwise.

@@ -1,12 +1,16 @@
 #include "platform/linux/internal/EventLogFile.h"
 
 #include "platform/linux/Errors.h"
+#include "platform/linux/Registry.h"
+#include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/Case.h"
 #include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/RegistryStore.h"
 #include "platform/linux/internal/State.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <algorithm>
+#include <cstring>
 #include <sys/stat.h>
 
 namespace Quellan::Corvel::Platform {
@@ -18,34 +22,22 @@ constexpr std::size_t ReadSize = 64 * 1024;
 constexpr std::size_t FirstBytesSize = 256;
 // Far beyond the records, so that the lock is no lock on data.
 constexpr off_t LockedByte = off_t{1} << 62;
+constexpr DWORD DefaultMostBytes = DWORD{20} << 20;
+constexpr DWORD LeastMostBytes = DWORD{64} << 10;
 
-// The exclusive right to change the file, of this open file description among all of them. It ends with the
-// process.
-class ChangeLock {
-  public:
-    explicit ChangeLock(int fd) noexcept : m_fd(fd), m_code(Set(F_WRLCK)) {}
-    ~ChangeLock() {
-        if (m_code == ERROR_SUCCESS) Set(F_UNLCK);
-    }
-    ChangeLock(const ChangeLock&) = delete;
-    ChangeLock& operator=(const ChangeLock&) = delete;
-
-    DWORD Code() const noexcept { return m_code; }
-
-  private:
-    DWORD Set(short type) const noexcept {
-        struct flock lock {};
-        lock.l_type = type;
-        lock.l_whence = SEEK_SET;
-        lock.l_start = LockedByte;
-        lock.l_len = 1;
-        return Retry([&] { return fcntl(m_fd, F_OFD_SETLKW, &lock); }) == 0 ? ERROR_SUCCESS
-                                                                            : CodeFromErrno(errno);
-    }
-
-    const int m_fd;
-    const DWORD m_code;
-};
+// What the administrator wants, as on the platform.
+off_t MostBytesOf(std::string_view log) {
+    RegistryKey root, key;
+    RegistryValue value;
+    const std::wstring path = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\" + ToWide(log);
+    DWORD most = DefaultMostBytes;
+    if (OpenRegistryRoot(RegistryRoot::Machine, false, root) == ERROR_SUCCESS &&
+        OpenRegistryKey(root, path, key) == ERROR_SUCCESS &&
+        ReadRegistryValue(key, L"MaxSize", value) == ERROR_SUCCESS && value.type == REG_DWORD &&
+        value.data.size() == sizeof most)
+        std::memcpy(&most, value.data.data(), sizeof most);
+    return std::max(most, LeastMostBytes);
+}
 
 DWORD SizeOf(int fd, off_t& size) noexcept {
     struct stat info;
@@ -71,7 +63,8 @@ DWORD ReadAt(int fd, off_t begin, std::string& text) noexcept {
 
 struct Tail {
     DWORD lastNumber = 0;
-    bool torn = false;  // a writer did not get to the end of its line
+    off_t lastBegin = 0;  // of this record
+    bool torn = false;    // a writer did not get to the end of its line
 };
 
 // Looks from the end backwards for the last whole record, over lines that were torn.
@@ -89,6 +82,7 @@ DWORD ReadTail(int fd, off_t size, Tail& tail) {
             const std::size_t lineBegin = end == rest.npos ? 0 : end + 1;
             if (const auto record = ParseEvent(rest.substr(lineBegin))) {
                 tail.lastNumber = record->number;
+                tail.lastBegin = begin + static_cast<off_t>(lineBegin);
                 return ERROR_SUCCESS;
             }
             rest = rest.substr(0, lineBegin);
@@ -97,17 +91,27 @@ DWORD ReadTail(int fd, off_t size, Tail& tail) {
     }
 }
 
-DWORD CopyTo(const char* path, int from, off_t size) {
-    const Descriptor to(open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY, FileMode));
-    if (!to) return CodeFromErrno(errno, path);
-    for (off_t at = 0; at < size;) {
-        std::string block(std::min<std::size_t>(ReadSize, static_cast<std::size_t>(size - at)), '\0');
+// Copies what lies from `begin` to `end` into a new file, which lasts when its folder was synced.
+DWORD CopyTo(const Descriptor& to, int from, off_t begin, off_t end) {
+    for (off_t at = begin; at < end;) {
+        std::string block(std::min<std::size_t>(ReadSize, static_cast<std::size_t>(end - at)), '\0');
         if (DWORD code = ReadAt(from, at, block)) return code;
-        const ssize_t put = Retry([&] { return write(to.Get(), block.data(), block.size()); });
+        const ssize_t put = Durable::Write(to.Get(), block.data(), block.size());
         if (put <= 0) return put < 0 ? CodeFromErrno(errno) : ERROR_DISK_FULL;
         at += put;
     }
-    return fsync(to.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    return Durable::Sync(to.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
+constexpr int NewFileFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY;
+
+DWORD Backup(const char* path, int from, off_t size) {
+    const Descriptor to = Durable::Open(AT_FDCWD, path, NewFileFlags, FileMode);
+    if (!to) return CodeFromErrno(errno, path);
+    DWORD code = CopyTo(to, from, 0, size);
+    if (!code && Durable::SyncFolderOf(path) != 0) code = CodeFromErrno(errno);
+    if (code) Durable::Unlink(AT_FDCWD, path);
+    return code;
 }
 
 }  // namespace
@@ -118,51 +122,152 @@ std::string_view EventLogNamed(std::wstring_view name) noexcept {
     return "Application";
 }
 
-DWORD EventLogFile::Open(std::string_view log, Descriptor& file) {
-    Descriptor folder;
-    if (DWORD code = OpenStateFolder(StateKind::Lasting, "eventlog", folder)) return code;
-    return OpenStateFile(folder, (std::string(log) + ".jsonl").c_str(), FileMode, file);
+// The exclusive right to change the file, of this open file description among all of them. It ends with the
+// process.
+class EventLogFile::ChangeLock {
+  public:
+    explicit ChangeLock(int fd) noexcept : m_fd(fd), m_code(Set(F_WRLCK)) {}
+    ~ChangeLock() {
+        if (m_code == ERROR_SUCCESS) Set(F_UNLCK);
+    }
+    ChangeLock(const ChangeLock&) = delete;
+    ChangeLock& operator=(const ChangeLock&) = delete;
+
+    DWORD Code() const noexcept { return m_code; }
+
+  private:
+    DWORD Set(short type) const noexcept {
+        struct flock lock {};
+        lock.l_type = type;
+        lock.l_whence = SEEK_SET;
+        lock.l_start = LockedByte;
+        lock.l_len = 1;
+        return Retry([&] { return fcntl(m_fd, F_OFD_SETLKW, &lock); }) == 0 ? ERROR_SUCCESS
+                                                                            : CodeFromErrno(errno);
+    }
+
+    const int m_fd;
+    const DWORD m_code;
+};
+
+DWORD EventLogPlace::Open(std::string_view log, EventLogPlace& place) {
+    EventLogPlace opened;
+    opened.fileName = std::string(log) + ".jsonl";
+    opened.mostBytes = MostBytesOf(log);
+    if (DWORD code = OpenStateFolder(StateKind::Lasting, "eventlog", opened.folder)) return code;
+    if (DWORD code = OpenStateFile(opened.folder, opened.fileName.c_str(), FileMode, opened.file))
+        return code;
+    place = std::move(opened);
+    return ERROR_SUCCESS;
+}
+
+DWORD EventLogFile::CompareWithName(bool& isReplaced) const noexcept {
+    struct stat own, named;
+    if (fstat(Fd(), &own) != 0) return CodeFromErrno(errno);
+    const bool isThere =
+        fstatat(m_place.folder.Get(), m_place.fileName.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0;
+    if (!isThere && errno != ENOENT) return CodeFromErrno(errno);
+    isReplaced = !isThere || own.st_ino != named.st_ino || own.st_dev != named.st_dev;
+    return ERROR_SUCCESS;
+}
+
+DWORD EventLogFile::FollowName() noexcept {
+    return OpenStateFile(m_place.folder, m_place.fileName.c_str(), FileMode, m_place.file);
+}
+
+// Of the file that has the name: another one may have got it before the lock was had.
+DWORD EventLogFile::LockChanges(std::optional<ChangeLock>& lock) noexcept {
+    for (;;) {
+        lock.emplace(Fd());
+        if (lock->Code()) return lock->Code();
+        bool isReplaced = false;
+        if (DWORD code = CompareWithName(isReplaced)) return code;
+        if (!isReplaced) return ERROR_SUCCESS;
+        lock.reset();
+        if (DWORD code = FollowName()) return code;
+    }
 }
 
 DWORD EventLogFile::Append(EventRecord& record) {
     const std::scoped_lock threads(m_lock);
-    const ChangeLock lock(Fd());
-    if (lock.Code()) return lock.Code();
-    off_t size = 0;
-    Tail tail;
-    if (DWORD code = SizeOf(Fd(), size)) return code;
-    if (DWORD code = ReadTail(Fd(), size, tail)) return code;
-    record.number = tail.lastNumber + 1;
-    std::string text(tail.torn ? "\n" : "");
-    text.append(FormatEvent(record)).append("\n");
-    const ssize_t put = Retry([&] { return pwrite(Fd(), text.data(), text.size(), size); });
-    if (put == static_cast<ssize_t>(text.size())) return ERROR_SUCCESS;
-    const DWORD code = put < 0 ? CodeFromErrno(errno) : ERROR_DISK_FULL;
+    std::optional<ChangeLock> lock;
+    for (bool madeRoom = false;; madeRoom = true) {
+        if (DWORD code = LockChanges(lock)) return code;
+        off_t size = 0;
+        Tail tail;
+        if (DWORD code = SizeOf(Fd(), size)) return code;
+        if (DWORD code = ReadTail(Fd(), size, tail)) return code;
+        record.number = tail.lastNumber + 1;
+        std::string text(tail.torn ? "\n" : "");
+        text.append(FormatEvent(record)).append("\n");
+        const bool fits = size + static_cast<off_t>(text.size()) <= m_place.mostBytes;
+        if (fits || madeRoom) return Put(text, size);
+        if (DWORD code = KeepNewest(size, tail.lastBegin)) return code;
+    }
+}
+
+DWORD EventLogFile::Put(std::string_view text, off_t size) noexcept {
+    // The name of a file that was empty may not be on the disk yet.
+    if (size == 0 && Durable::Sync(m_place.folder.Get()) != 0) return CodeFromErrno(errno);
+    const ssize_t put = Durable::WriteAt(Fd(), text.data(), text.size(), size);
+    const bool isWhole = put == static_cast<ssize_t>(text.size());
+    if (isWhole && Durable::Sync(Fd()) == 0) return ERROR_SUCCESS;
+    const DWORD code = isWhole || put < 0 ? CodeFromErrno(errno) : ERROR_DISK_FULL;
     // Without this the next writer would mend it, and readers pass over it.
-    if (put > 0 && ftruncate(Fd(), size) != 0) return CodeFromErrno(errno);
+    if (put > 0 && Durable::Truncate(Fd(), size) != 0) return CodeFromErrno(errno);
+    return code;
+}
+
+// Puts a file with the last records in the place of this one: half of what the log may have, and at least the
+// last record, whose number goes on.
+DWORD EventLogFile::KeepNewest(off_t size, off_t lastBegin) {
+    off_t begin = std::max<off_t>(0, size - m_place.mostBytes / 2);
+    for (bool inLine = true; inLine && begin < lastBegin;) {
+        std::string block(ReadSize, '\0');
+        if (DWORD code = ReadAt(Fd(), begin, block)) return code;
+        const std::size_t end = block.find('\n');
+        inLine = end == block.npos;
+        begin += static_cast<off_t>(inLine ? block.size() : end + 1);
+    }
+    begin = std::min(begin, lastBegin);
+    const std::string staged = m_place.fileName + ".new";
+    Durable::Unlink(m_place.folder.Get(), staged.c_str());  // of a process that was killed
+    const Descriptor kept =
+        Durable::Open(m_place.folder.Get(), staged.c_str(), NewFileFlags | O_NOFOLLOW, FileMode);
+    if (!kept) return CodeFromErrno(errno);
+    DWORD code = CopyTo(kept, Fd(), begin, size);
+    const auto put = [&] {
+        const int folder = m_place.folder.Get();
+        return Durable::Rename(folder, staged.c_str(), folder, m_place.fileName.c_str()) == 0;
+    };
+    if (!code && !put()) code = CodeFromErrno(errno);
+    if (code) Durable::Unlink(m_place.folder.Get(), staged.c_str());
+    if (!code && Durable::Sync(m_place.folder.Get()) != 0) code = CodeFromErrno(errno);
     return code;
 }
 
 DWORD EventLogFile::Clear(const char* backup) {
     const std::scoped_lock threads(m_lock);
-    const ChangeLock lock(Fd());
-    if (lock.Code()) return lock.Code();
+    std::optional<ChangeLock> lock;
+    if (DWORD code = LockChanges(lock)) return code;
     off_t size = 0;
     if (DWORD code = SizeOf(Fd(), size)) return code;
-    if (backup) {
-        const DWORD code = CopyTo(backup, Fd(), size);
-        if (code && code != ERROR_ALREADY_EXISTS) unlink(backup);
-        if (code) return code;
-    }
-    return ftruncate(Fd(), 0) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    if (backup)
+        if (DWORD code = Backup(backup, Fd(), size)) return code;
+    return Durable::Truncate(Fd(), 0) == 0 && Durable::Sync(Fd()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
 }
 
 DWORD EventLogReader::Refresh(bool& changed) {
+    const std::scoped_lock threads(m_lock);
+    bool isReplaced = false;
+    if (DWORD code = CompareWithName(isReplaced)) return code;
+    if (isReplaced)
+        if (DWORD code = FollowName()) return code;
     off_t size = 0;
     if (DWORD code = SizeOf(Fd(), size)) return code;
     std::string first(m_firstBytes.size(), '\0');
     if (DWORD code = ReadAt(Fd(), 0, first)) return code;
-    changed = size < m_scanned || first != m_firstBytes;
+    changed = isReplaced || size < m_scanned || first != m_firstBytes;
     if (changed) {
         m_index.clear();
         m_scanned = 0;
@@ -194,6 +299,7 @@ DWORD EventLogReader::Scan(off_t end) {
 }
 
 DWORD EventLogReader::Read(std::size_t place, EventRecord& record) {
+    const std::scoped_lock threads(m_lock);
     const Line& line = m_index[place];
     std::string text(line.size, '\0');
     if (DWORD code = ReadAt(Fd(), line.begin, text)) return code;

@@ -1,5 +1,6 @@
 #include "platform/linux/internal/RegistryStore.h"
 
+#include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/StateFile.h"
 #include "platform/linux/internal/Wide.h"
@@ -60,11 +61,20 @@ DWORD ReadFile(const Descriptor& folder, const char* name, std::size_t most, std
     return code == ERROR_FILE_CORRUPT ? ERROR_REGISTRY_CORRUPT : code;
 }
 
+// A folder without is what is left of a deleted key.
+bool HasName(const Descriptor& folder) noexcept {
+    return faccessat(folder.Get(), NameFile, F_OK, 0) == 0 || errno != ENOENT;
+}
+
 // Where nothing is found because nothing can be in it any more, the key is gone.
 DWORD WithoutDeleted(const RegistryKey& key, DWORD code) noexcept {
     if (code != ERROR_FILE_NOT_FOUND) return code;
     const DWORD deleted = CheckRegistryKey(key);
     return deleted ? deleted : code;
+}
+
+Make Lasting(bool make) noexcept {
+    return make ? Make::Lasting : Make::Nothing;
 }
 
 DWORD OpenHive(RegistryRoot root, bool make, std::shared_ptr<const Hive>& result) {
@@ -80,8 +90,8 @@ DWORD OpenHive(RegistryRoot root, bool make, std::shared_ptr<const Hive>& result
     auto hive = std::make_shared<Hive>();
     hive->folderMode = isForEverybody ? 0755 : 0700;
     hive->fileMode = isForEverybody ? 0644 : 0600;
-    if (DWORD code =
-            OpenTrustedFolder(registry, isMachine ? "machine" : "user", make, hive->folderMode, hive->folder))
+    if (DWORD code = OpenTrustedFolder(registry, isMachine ? "machine" : "user", Lasting(make),
+                                       hive->folderMode, hive->folder))
         return code;
     result = std::move(hive);
     return ERROR_SUCCESS;
@@ -103,80 +113,123 @@ std::wstring_view TakeName(std::wstring_view& path) noexcept {
 
 DWORD OpenSubfolder(const Descriptor& folder, std::wstring_view name, Descriptor& found) {
     if (name.size() > MostKeyNameCharacters) return ERROR_INVALID_PARAMETER;
-    return OpenTrustedFolder(folder, RegistryFileName(RegistryEntry::Key, name).c_str(), false, 0, found);
+    Descriptor opened;
+    const std::string file = RegistryFileName(RegistryEntry::Key, name);
+    if (DWORD code = OpenTrustedFolder(folder, file.c_str(), Make::Nothing, 0, opened)) return code;
+    if (!HasName(opened)) return ERROR_FILE_NOT_FOUND;
+    found = std::move(opened);
+    return ERROR_SUCCESS;
 }
 
 // Changes, under the hive's lock.
 
+constexpr int FolderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+DWORD RemoveFolder(const Descriptor& in, const char* name) noexcept {
+    return Durable::Unlink(in.Get(), name, AT_REMOVEDIR) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
 // Removes the folder of a key that was not put in place.
 DWORD RemoveStagedKey(const Hive& hive) noexcept {
-    Descriptor staged(openat(hive.folder.Get(), StagedKey, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const Descriptor staged(openat(hive.folder.Get(), StagedKey, FolderFlags));
     if (!staged) return errno == ENOENT ? ERROR_SUCCESS : CodeFromErrno(errno);
-    unlinkat(staged.Get(), NameFile, 0);
-    return unlinkat(hive.folder.Get(), StagedKey, AT_REMOVEDIR) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    Durable::Unlink(staged.Get(), NameFile);
+    return RemoveFolder(hive.folder, StagedKey);
+}
+
+// Makes a folder empty that was deleted. Its subfolders are put beside it in the folder for what is deleted,
+// so that the depth of the tree does not matter; those that cannot be moved are removed where they are.
+DWORD EmptyFolder(const Descriptor& deleted, const Descriptor& folder, unsigned& count) {
+    std::vector<std::string> names;
+    if (DWORD code = ListFolder(folder, names)) return code;
+    for (const std::string& name : names) {
+        if (Durable::Unlink(folder.Get(), name.c_str()) == 0) continue;
+        int result;
+        do {
+            const std::string place = std::to_string(count++);
+            result = Durable::Rename(folder.Get(), name.c_str(), deleted.Get(), place.c_str());
+        } while (result != 0 && (errno == ENOTEMPTY || errno == EEXIST));
+        if (result == 0) continue;
+        if (errno != EXDEV) return CodeFromErrno(errno);
+        const Descriptor subfolder(openat(folder.Get(), name.c_str(), FolderFlags));
+        DWORD code = subfolder ? EmptyFolder(deleted, subfolder, count) : CodeFromErrno(errno);
+        if (!code) code = RemoveFolder(folder, name.c_str());
+        if (code) return code;
+    }
+    return ERROR_SUCCESS;
+}
+
+// Removes what was deleted.
+DWORD RemoveDeleted(const Hive& hive, const Descriptor& deleted) {
+    for (unsigned count = 0;;) {
+        std::vector<std::string> names;
+        if (DWORD listed = ListFolder(deleted, names)) return listed;
+        if (names.empty()) break;
+        for (const std::string& name : names) {
+            const Descriptor folder(openat(deleted.Get(), name.c_str(), FolderFlags));
+            if (!folder && errno != ENOTDIR && errno != ELOOP) return CodeFromErrno(errno);
+            if (folder) {
+                if (DWORD emptied = EmptyFolder(deleted, folder, count)) return emptied;
+            }
+            if (Durable::Unlink(deleted.Get(), name.c_str(), folder ? AT_REMOVEDIR : 0) != 0)
+                return CodeFromErrno(errno);
+        }
+    }
+    return RemoveFolder(hive.folder, DeletedName);
+}
+
+// The same for what a process left that was killed then. Before its folders are emptied it must be certain
+// that they do not return to their places.
+DWORD RemoveLeftovers(const Hive& hive) {
+    Descriptor deleted;
+    const DWORD code = OpenTrustedFolder(hive.folder, DeletedName, Make::Nothing, 0, deleted);
+    if (code) return code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code;
+    if (Durable::SyncFileSystem(deleted.Get()) != 0) return CodeFromErrno(errno);
+    return RemoveDeleted(hive, deleted);
+}
+
+// Takes the folder of a subkey out of a key's, which is all that others can see of a deletion. Some file
+// systems do not move the folders they began with (those of a container's image): there the loss of its name
+// deletes the key.
+DWORD DeleteSubfolder(const Hive& hive, const Descriptor& folder, const std::string& file) {
+    Descriptor deleted;
+    if (DWORD code = OpenTrustedFolder(hive.folder, DeletedName, Make::Passing, hive.folderMode, deleted))
+        return code;
+    if (Durable::Rename(folder.Get(), file.c_str(), deleted.Get(), "0") == 0) {
+        if (Durable::Sync(folder.Get()) != 0) return CodeFromErrno(errno);
+        // It is deleted, whatever is left of it: the next change goes on with that.
+        RemoveDeleted(hive, deleted);
+        return ERROR_SUCCESS;
+    }
+    if (errno != EXDEV) return CodeFromErrno(errno);
+    const Descriptor key(openat(folder.Get(), file.c_str(), FolderFlags));
+    const bool isDeleted = key && (Durable::Unlink(key.Get(), NameFile) == 0 || errno == ENOENT) &&
+                           Durable::Sync(key.Get()) == 0;
+    if (!isDeleted) return CodeFromErrno(errno);
+    unsigned count = 1;
+    if (EmptyFolder(deleted, key, count) == ERROR_SUCCESS) RemoveFolder(folder, file.c_str());
+    RemoveDeleted(hive, deleted);
+    return ERROR_SUCCESS;
 }
 
 DWORD MakeSubfolder(const Hive& hive, const Descriptor& folder, std::wstring_view name, Descriptor& made) {
     const std::string file = RegistryFileName(RegistryEntry::Key, name);
     Descriptor staged;
     DWORD code = RemoveStagedKey(hive);
-    if (!code) code = OpenTrustedFolder(hive.folder, StagedKey, true, hive.folderMode, staged);
+    if (!code) code = OpenTrustedFolder(hive.folder, StagedKey, Make::Passing, hive.folderMode, staged);
     if (!code)
         code = ReplaceStateFile(hive.folder, StagedFile, staged, NameFile, hive.fileMode, ToUtf8(name));
     if (code) return code;
-    if (renameat(hive.folder.Get(), StagedKey, folder.Get(), file.c_str()) != 0 || fsync(folder.Get()) != 0)
-        return CodeFromErrno(errno);
+    const auto put = [&] {
+        return Durable::Rename(hive.folder.Get(), StagedKey, folder.Get(), file.c_str()) == 0;
+    };
+    bool isPut = put();
+    if (!isPut && (errno == ENOTEMPTY || errno == EEXIST)) {
+        if (DWORD left = DeleteSubfolder(hive, folder, file)) return left;
+        isPut = put();
+    }
+    if (!isPut || Durable::Sync(folder.Get()) != 0) return CodeFromErrno(errno);
     made = std::move(staged);
-    return ERROR_SUCCESS;
-}
-
-// Makes a folder empty that stands in the folder for what is deleted: subfolders are put beside it, so that
-// the depth of the tree does not matter.
-DWORD EmptyFolder(const Descriptor& deleted, const Descriptor& folder, unsigned& count) {
-    std::vector<std::string> names;
-    if (DWORD code = ListFolder(folder, names)) return code;
-    for (const std::string& name : names) {
-        if (unlinkat(folder.Get(), name.c_str(), 0) == 0) continue;
-        int result;
-        do {
-            const std::string place = std::to_string(count++);
-            result = renameat(folder.Get(), name.c_str(), deleted.Get(), place.c_str());
-        } while (result != 0 && (errno == ENOTEMPTY || errno == EEXIST));
-        if (result != 0) return CodeFromErrno(errno);
-    }
-    return ERROR_SUCCESS;
-}
-
-// Removes what was deleted, now or by a process that was killed then.
-DWORD RemoveDeleted(const Hive& hive) {
-    Descriptor deleted;
-    const DWORD code = OpenTrustedFolder(hive.folder, DeletedName, false, 0, deleted);
-    if (code) return code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code;
-    for (unsigned count = 0;;) {
-        std::vector<std::string> names;
-        if (DWORD listed = ListFolder(deleted, names)) return listed;
-        if (names.empty()) break;
-        for (const std::string& name : names) {
-            constexpr int Flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-            const Descriptor folder(openat(deleted.Get(), name.c_str(), Flags));
-            if (!folder && errno != ENOTDIR && errno != ELOOP) return CodeFromErrno(errno);
-            if (folder) {
-                if (DWORD emptied = EmptyFolder(deleted, folder, count)) return emptied;
-            }
-            if (unlinkat(deleted.Get(), name.c_str(), folder ? AT_REMOVEDIR : 0) != 0)
-                return CodeFromErrno(errno);
-        }
-    }
-    return unlinkat(hive.folder.Get(), DeletedName, AT_REMOVEDIR) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
-}
-
-// Takes the folder of a subkey out of a key's, which is all that others can see of a deletion.
-DWORD DeleteSubfolder(const Hive& hive, const Descriptor& folder, const std::string& file) {
-    Descriptor deleted;
-    if (DWORD code = OpenTrustedFolder(hive.folder, DeletedName, true, hive.folderMode, deleted)) return code;
-    if (renameat(folder.Get(), file.c_str(), deleted.Get(), "0") != 0) return CodeFromErrno(errno);
-    // It is deleted, whatever is left of it: the next change goes on with that.
-    RemoveDeleted(hive);
     return ERROR_SUCCESS;
 }
 
@@ -185,7 +238,7 @@ template <class Change>
 DWORD ChangeKey(const RegistryKey& key, Change change) {
     StateLock lock;
     DWORD code = lock.Take(key.hive->folder, LockName);
-    if (!code) code = RemoveDeleted(*key.hive);
+    if (!code) code = RemoveLeftovers(*key.hive);
     if (!code) code = CheckRegistryKey(key);
     return code ? code : change();
 }
@@ -195,6 +248,17 @@ bool IsEntry(const Descriptor& folder, const std::string& file, const Descriptor
     struct stat entry, info;
     return fstatat(folder.Get(), file.c_str(), &entry, AT_SYMLINK_NOFOLLOW) == 0 &&
            fstat(other.Get(), &info) == 0 && entry.st_ino == info.st_ino;
+}
+
+// The file name of a key's folder, also where the name in it is damaged: 2 (ERROR_FILE_NOT_FOUND).
+DWORD FindFileName(const Descriptor& parent, const Descriptor& key, std::string& file) {
+    std::vector<std::string> names;
+    if (DWORD code = ListFolder(parent, names)) return code;
+    const auto found =
+        std::ranges::find_if(names, [&](const std::string& name) { return IsEntry(parent, name, key); });
+    if (found == names.end()) return ERROR_FILE_NOT_FOUND;
+    file = *found;
+    return ERROR_SUCCESS;
 }
 
 DWORD ReadSpelling(const Descriptor& folder, std::wstring& name) {
@@ -213,9 +277,10 @@ DWORD ReadSpelling(const Descriptor& folder, std::wstring& name) {
 
 DWORD OpenRegistryRoot(RegistryRoot root, bool make, RegistryKey& key) {
     RegistryKey opened;
+    opened.isRoot = true;
     if (DWORD code = OpenHive(root, make, opened.hive)) return code;
     const Hive& hive = *opened.hive;
-    if (DWORD code = OpenTrustedFolder(hive.folder, RootName, make, hive.folderMode, opened.folder))
+    if (DWORD code = OpenTrustedFolder(hive.folder, RootName, Lasting(make), hive.folderMode, opened.folder))
         return code;
     key = std::move(opened);
     return ERROR_SUCCESS;
@@ -224,12 +289,14 @@ DWORD OpenRegistryRoot(RegistryRoot root, bool make, RegistryKey& key) {
 DWORD OpenRegistryKey(const RegistryKey& key, std::wstring_view path, RegistryKey& found) {
     if (DWORD code = CheckPath(path)) return code;
     if (DWORD code = CheckRegistryKey(key)) return code;
-    RegistryKey at{key.hive, Descriptor(openat(key.folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC))};
+    RegistryKey at{key.hive, Descriptor(openat(key.folder.Get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
+                   key.isRoot};
     if (!at.folder) return CodeFromErrno(errno);
     for (std::wstring_view name = TakeName(path); !name.empty(); name = TakeName(path)) {
         Descriptor next;
         if (DWORD code = OpenSubfolder(at.folder, name, next)) return code;
         at.folder = std::move(next);
+        at.isRoot = false;
     }
     found = std::move(at);
     return ERROR_SUCCESS;
@@ -249,6 +316,7 @@ DWORD CreateRegistryKey(const RegistryKey& key, std::wstring_view path, Registry
                 created = step == ERROR_FILE_NOT_FOUND;
                 if (created) step = MakeSubfolder(*at.hive, at.folder, name, next);
                 at.folder = std::move(next);
+                at.isRoot = false;
             }
             return step;
         });
@@ -259,18 +327,24 @@ DWORD CreateRegistryKey(const RegistryKey& key, std::wstring_view path, Registry
 
 DWORD DeleteRegistryKey(const RegistryKey& key, bool withSubkeys) {
     return ChangeKey(key, [&]() -> DWORD {
+        if (key.isRoot) return ERROR_ACCESS_DENIED;
         std::vector<std::string> subkeys;
-        std::wstring name;
-        DWORD code = ReadSpelling(key.folder, name);
-        if (code == ERROR_FILE_NOT_FOUND) return ERROR_ACCESS_DENIED;  // the root of the hive
-        if (!code && !withSubkeys) code = ListRegistryEntries(key, RegistryEntry::Key, subkeys);
-        if (code) return code;
+        if (!withSubkeys) {
+            if (DWORD code = ListRegistryEntries(key, RegistryEntry::Key, subkeys)) return code;
+            std::erase_if(subkeys, [&](const std::string& file) {
+                return faccessat(key.folder.Get(), (file + '/' + NameFile).c_str(), F_OK, 0) != 0;
+            });
+        }
         if (!subkeys.empty()) return ERROR_ACCESS_DENIED;
         const Descriptor parent(openat(key.folder.Get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!parent) return CodeFromErrno(errno);
-        const std::string file = RegistryFileName(RegistryEntry::Key, name);
+        std::wstring name;
+        std::string file;
+        if (ReadSpelling(key.folder, name) == ERROR_SUCCESS)
+            file = RegistryFileName(RegistryEntry::Key, name);
         // Whatever a damaged name says, no other key goes.
-        if (!IsEntry(parent, file, key.folder)) return ERROR_REGISTRY_CORRUPT;
+        if (!IsEntry(parent, file, key.folder))
+            if (DWORD code = FindFileName(parent, key.folder, file)) return code;
         return DeleteSubfolder(*key.hive, parent, file);
     });
 }
@@ -283,7 +357,8 @@ DWORD ClearRegistryKey(const RegistryKey& key) {
         for (auto subkey = subkeys.begin(); !code && subkey != subkeys.end(); ++subkey)
             code = DeleteSubfolder(*key.hive, key.folder, *subkey);
         for (auto value = values.begin(); !code && value != values.end(); ++value)
-            if (unlinkat(key.folder.Get(), value->c_str(), 0) != 0) code = CodeFromErrno(errno);
+            if (Durable::Unlink(key.folder.Get(), value->c_str()) != 0) code = CodeFromErrno(errno);
+        if (!code && Durable::Sync(key.folder.Get()) != 0) code = CodeFromErrno(errno);
         return code;
     });
 }
@@ -307,14 +382,16 @@ DWORD WriteRegistryValue(const RegistryKey& key, RegistryValue value) {
 DWORD DeleteRegistryValue(const RegistryKey& key, std::wstring_view name) {
     const std::string file = RegistryFileName(RegistryEntry::Value, name);
     return ChangeKey(key, [&] {
-        return unlinkat(key.folder.Get(), file.c_str(), 0) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+        const bool done =
+            Durable::Unlink(key.folder.Get(), file.c_str()) == 0 && Durable::Sync(key.folder.Get()) == 0;
+        return done ? ERROR_SUCCESS : CodeFromErrno(errno);
     });
 }
 
 DWORD CheckRegistryKey(const RegistryKey& key) noexcept {
     struct stat info;
     if (fstat(key.folder.Get(), &info) != 0) return CodeFromErrno(errno);
-    return info.st_nlink == 0 ? ERROR_KEY_DELETED : ERROR_SUCCESS;
+    return info.st_nlink == 0 || (!key.isRoot && !HasName(key.folder)) ? ERROR_KEY_DELETED : ERROR_SUCCESS;
 }
 
 DWORD ListRegistryEntries(const RegistryKey& key, RegistryEntry kind, std::vector<std::string>& files) {
@@ -331,14 +408,14 @@ DWORD ListRegistryEntries(const RegistryKey& key, RegistryEntry kind, std::vecto
 DWORD ReadRegistryKeyName(const RegistryKey& key, const std::string& file, std::wstring& name) {
     for (;;) {
         Descriptor folder;
-        if (DWORD code = OpenTrustedFolder(key.folder, file.c_str(), false, 0, folder)) return code;
+        if (DWORD code = OpenTrustedFolder(key.folder, file.c_str(), Make::Nothing, 0, folder)) return code;
         std::wstring spelling;
         const DWORD code = ReadSpelling(folder, spelling);
         if (!code && RegistryFileName(RegistryEntry::Key, spelling) != file) return ERROR_REGISTRY_CORRUPT;
         if (!code) name = std::move(spelling);
         if (code != ERROR_FILE_NOT_FOUND) return code;
         // A folder that is being removed has lost its name already; there may be a new one in its place.
-        if (IsEntry(key.folder, file, folder)) return ERROR_REGISTRY_CORRUPT;
+        if (IsEntry(key.folder, file, folder)) return code;
     }
 }
 
@@ -362,11 +439,6 @@ DWORD ReadRegistryKeyTime(const RegistryKey& key, timespec& time) {
 
 bool MayChangeRegistryKey(const RegistryKey& key) noexcept {
     return faccessat(key.folder.Get(), ".", W_OK, AT_EACCESS) == 0;
-}
-
-DWORD FlushRegistryKey(const RegistryKey& key) {
-    if (DWORD code = CheckRegistryKey(key)) return code;
-    return fsync(key.folder.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
 }
 
 }  // namespace Quellan::Corvel::Platform

@@ -4,6 +4,8 @@
 // Whoever changes something holds the lock of the hive, so that one process changes a hive at a time; a
 // process that is killed leaves at most what the next one clears away.
 //
+// What changes something returns when the change is on the disk.
+//
 // All of these may throw std::bad_alloc, with nothing changed. Beside what each says: 1018
 // (ERROR_KEY_DELETED) for a key that was deleted, 1015 (ERROR_REGISTRY_CORRUPT) for a file that
 // cannot be understood, 5 (ERROR_ACCESS_DENIED) for what the caller may not do and for what somebody else
@@ -29,6 +31,7 @@ struct Hive;
 struct RegistryKey {
     std::shared_ptr<const Hive> hive;
     Descriptor folder;
+    bool isRoot = false;  // the one at the top of the hive, which has no name
 };
 
 // The key at the top of a hive, made with it where it is missing and `make` says so; 2 (ERROR_FILE_NOT_FOUND)
@@ -65,7 +68,5 @@ DWORD ReadRegistryValueFile(const RegistryKey& key, const std::string& file, Reg
 DWORD ReadRegistryKeyTime(const RegistryKey& key, timespec& time);
 // Whether the calling thread may change the key.
 bool MayChangeRegistryKey(const RegistryKey& key) noexcept;
-// Returns when all changes of the key's own entries are on the disk.
-DWORD FlushRegistryKey(const RegistryKey& key);
 
 }  // namespace Quellan::Corvel::Platform

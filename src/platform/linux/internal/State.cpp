@@ -1,6 +1,7 @@
 #include "platform/linux/internal/State.h"
 
 #include "platform/linux/Errors.h"
+#include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 #include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/Identity.h"
@@ -62,18 +63,20 @@ bool IsTrusted(const struct stat& info) noexcept {
 }
 
 void MakeFolders(const std::string& path) {
-    for (std::size_t slash = path.find('/', 1); slash != path.npos; slash = path.find('/', slash + 1))
-        mkdir(path.substr(0, slash).c_str(), Private);
-    mkdir(path.c_str(), Private);
+    for (std::size_t slash = 0; slash != path.npos;) {
+        slash = path.find('/', slash + 1);
+        const std::string step = path.substr(0, slash);
+        if (Durable::MakeFolder(AT_FDCWD, step.c_str(), Private) == 0) Durable::SyncFolderOf(step);
+    }
 }
 
-DWORD OpenFolder(StateKind kind, std::string_view name, bool make, Descriptor& folder) {
+DWORD OpenFolder(StateKind kind, std::string_view name, Make make, Descriptor& folder) {
     std::optional<Place> place = FindPlace(kind);
     if (!place) return ERROR_PATH_NOT_FOUND;
     place->ours.emplace_back(name);
     constexpr int Flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
     Descriptor at(open(place->base.c_str(), Flags));
-    if (!at && make) {
+    if (!at && make != Make::Nothing) {
         MakeFolders(place->base);
         at = Descriptor(open(place->base.c_str(), Flags));
     }
@@ -92,7 +95,7 @@ DWORD OpenTrustedFile(const Descriptor& folder, const char* name, int access, un
                       Descriptor& file) noexcept {
     // Not to block on a pipe that somebody put there.
     const int flags = access | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
-    Descriptor opened(Retry([&] { return openat(folder.Get(), name, flags, mode); }));
+    Descriptor opened = Durable::Open(folder.Get(), name, flags, mode);
     struct stat info;
     if (!opened) return errno == ELOOP ? ERROR_ACCESS_DENIED : CodeFromErrno(errno);
     if (fstat(opened.Get(), &info) != 0) return CodeFromErrno(errno);
@@ -103,10 +106,10 @@ DWORD OpenTrustedFile(const Descriptor& folder, const char* name, int access, un
 
 }  // namespace
 
-DWORD OpenTrustedFolder(const Descriptor& in, const char* name, bool make, unsigned mode,
+DWORD OpenTrustedFolder(const Descriptor& in, const char* name, Make make, unsigned mode,
                         Descriptor& folder) noexcept {
-    const bool made = make && mkdirat(in.Get(), name, mode) == 0;
-    if (make && !made && errno != EEXIST) return CodeFromErrno(errno);
+    const bool made = make != Make::Nothing && Durable::MakeFolder(in.Get(), name, mode) == 0;
+    if (make != Make::Nothing && !made && errno != EEXIST) return CodeFromErrno(errno);
     constexpr int Flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
     Descriptor opened(Retry([&] { return openat(in.Get(), name, Flags); }));
     struct stat info;
@@ -115,16 +118,17 @@ DWORD OpenTrustedFolder(const Descriptor& in, const char* name, bool make, unsig
     if (fstat(opened.Get(), &info) != 0) return CodeFromErrno(errno);
     if (!IsTrusted(info)) return ERROR_ACCESS_DENIED;
     if (made && (info.st_mode & 07777) != mode) fchmod(opened.Get(), mode);  // the file mask took rights away
+    if (made && make == Make::Lasting && Durable::Sync(in.Get()) != 0) return CodeFromErrno(errno);
     folder = std::move(opened);
     return ERROR_SUCCESS;
 }
 
 DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
-    return OpenFolder(kind, name, true, folder);
+    return OpenFolder(kind, name, kind == StateKind::Runtime ? Make::Passing : Make::Lasting, folder);
 }
 
 DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
-    return OpenFolder(kind, name, false, folder);
+    return OpenFolder(kind, name, Make::Nothing, folder);
 }
 
 DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, Descriptor& file) noexcept {

@@ -28,13 +28,16 @@ DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder)
 // otherwise.
 DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder);
 
+// What is done where a folder is missing. A lasting one is on the disk when it is opened.
+enum class Make { Nothing, Passing, Lasting };
+
 // Opens the folder `name` in such a folder, made with `mode` where it is missing and `make` says so. The same
 // is asked of it; 2 (ERROR_FILE_NOT_FOUND).
-DWORD OpenTrustedFolder(const Descriptor& in, const char* name, bool make, unsigned mode,
+DWORD OpenTrustedFolder(const Descriptor& in, const char* name, Make make, unsigned mode,
                         Descriptor& folder) noexcept;
 
-// Opens a file in such a folder for reading and writing and makes it with `mode` where it is missing. The
-// same is asked of it, and that it is a plain file.
+// Opens a file in such a folder for reading and writing and makes it with `mode` where it is missing, with a
+// name that does not last yet. The same is asked of it, and that it is a plain file.
 DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, Descriptor& file) noexcept;
 
 // The same for a file that is there already, for reading: 2 (ERROR_FILE_NOT_FOUND) otherwise.

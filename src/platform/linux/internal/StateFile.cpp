@@ -1,6 +1,7 @@
 #include "platform/linux/internal/StateFile.h"
 
 #include "platform/linux/Errors.h"
+#include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/Errno.h"
 
 #include <cstdio>
@@ -14,7 +15,7 @@ constexpr unsigned Private = 0600;
 
 DWORD WriteAll(const Descriptor& file, std::string_view text) noexcept {
     while (!text.empty()) {
-        const ssize_t size = Retry([&] { return write(file.Get(), text.data(), text.size()); });
+        const ssize_t size = Durable::Write(file.Get(), text.data(), text.size());
         if (size < 0) return CodeFromErrno(errno);
         text.remove_prefix(static_cast<std::size_t>(size));
     }
@@ -60,14 +61,20 @@ DWORD ReadStateFile(const Descriptor& folder, const char* name, std::size_t most
 
 DWORD ReplaceStateFile(const Descriptor& staging, const char* stagedName, const Descriptor& folder,
                        const char* name, unsigned mode, std::string_view text) noexcept {
-    Descriptor file;
-    if (DWORD code = OpenStateFile(staging, stagedName, mode, file)) return code;
-    if (ftruncate(file.Get(), 0) != 0 || fchmod(file.Get(), mode) != 0) return CodeFromErrno(errno);
-    if (DWORD code = WriteAll(file, text)) return code;
-    const bool done = fsync(file.Get()) == 0 &&
-                      renameat(staging.Get(), stagedName, folder.Get(), name) == 0 &&
-                      fsync(folder.Get()) == 0;
-    return done ? ERROR_SUCCESS : CodeFromErrno(errno);
+    // What is there may be the file itself under a name that a loss of power has brought back.
+    Durable::Unlink(staging.Get(), stagedName);
+    constexpr int Flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
+    const Descriptor file = Durable::Open(staging.Get(), stagedName, Flags, mode);
+    if (!file) return CodeFromErrno(errno);
+    DWORD code = fchmod(file.Get(), mode) == 0 ? WriteAll(file, text) : CodeFromErrno(errno);
+    const auto put = [&] {
+        return Durable::Sync(file.Get()) == 0 &&
+               Durable::Rename(staging.Get(), stagedName, folder.Get(), name) == 0;
+    };
+    if (!code && !put()) code = CodeFromErrno(errno);
+    if (code) Durable::Unlink(staging.Get(), stagedName);
+    if (!code && Durable::Sync(folder.Get()) != 0) code = CodeFromErrno(errno);
+    return code;
 }
 
 }  // namespace Quellan::Corvel::Platform
