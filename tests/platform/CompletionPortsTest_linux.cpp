@@ -4,8 +4,6 @@
 #include "support/FailCall.h"
 
 #include <array>
-#include <chrono>
-#include <future>
 #include <memory>
 
 namespace Quellan::Corvel::Test {
@@ -51,172 +49,22 @@ TEST(SleepingTakers, AreAbandonedWithTheLastHandle) {
     EXPECT_EQ(takers[0]->Result(), Taker::Failed + ERROR_ABANDONED_WAIT_0);
 }
 
-class ConcurrencyValue : public testing::TestWithParam<DWORD> {
-  protected:
-    static DWORD Processors() {
-        SYSTEM_INFO system;
-        GetSystemInfo(&system);
-        return system.dwNumberOfProcessors;
-    }
-};
-
-// Running threads leave a packet alone that waits beside a sleeping one, until one of them asks for it.
-TEST_P(ConcurrencyValue, IsHowManyThreadsRun) {
-    const DWORD most = GetParam() != 0 ? GetParam() : Processors();
-    const Owned port = Port(GetParam());
-    std::atomic<DWORD> running{0};
-    std::atomic<bool> goOn{false};
-    std::vector<std::unique_ptr<Worker>> workers;
-    for (DWORD i = 0; i < most; ++i)
-        workers.push_back(std::make_unique<Worker>([&] {
-            EXPECT_EQ(Key(port), 1u);
-            ++running;
-            while (!goOn)
-                SwitchToThread();
-            return static_cast<DWORD>(Key(port, 0));
-        }));
-    for (DWORD i = 0; i < most; ++i)
-        Post(port, 1);
-    while (running != most)
-        SwitchToThread();
-    const auto sleeper = SleepingTaker(port);
-    Post(port, 2);
-    goOn = true;
-    DWORD keys = 0;
-    for (const auto& worker : workers)
-        keys += worker->Result();
-    EXPECT_EQ(keys, 2u);
-    Post(port, 3);
-    EXPECT_EQ(sleeper->Result(), 3u);
-}
-
-INSTANTIATE_TEST_SUITE_P(Of, ConcurrencyValue, testing::Values(0, 1, 3));
-
-// As a thread does that took a packet.
-TEST(ConcurrencyValues, CountAThreadThatFoundNoPacket) {
+// No thread that has taken a packet looked at: these all run, at a port made for one.
+TEST(CompletionPorts, HandOutPacketsWhateverTheTakersOfOthersDo) {
+    constexpr DWORD Takers = 4;
     const Owned port = Port(1);
-    EXPECT_EQ(Key(port, 0), 0u);
-    const auto sleeper = SleepingTaker(port);
-    Post(port, 1);
-    EXPECT_EQ(Drain(port), Keys{1});
-    Post(port, 2);
-    EXPECT_EQ(sleeper->Result(), 2u);
-}
-
-// One thread may run at a time: this one, which took a packet, so that the next one is queued.
-class OneAtATime : public testing::Test {
-  protected:
-    OneAtATime() {
-        Post(m_port, 1);
-        Key(m_port);
-    }
-
-    const Owned m_port = Port(1);
-};
-
-// No packet is left when the wait is over: the sleeper got it when the wait began.
-TEST_F(OneAtATime, AWaitMakesRoomForAnotherThreadAtOnce) {
-    const Owned event = ManualEvent();
-    const Owned named =
-        ManualEvent(false, (L"CompletionPorts." + std::to_wstring(GetCurrentProcessId())).c_str());
-    const auto waits = std::to_array<std::function<void()>>({
-        [&] { WaitForSingleObject(event, 1); },
-        [&] { WaitForSingleObject(named, 1); },
-        [&] {
-            WaitAny({event, named}, 1);
-        },
-        [&] {
-            WaitAll({event, ManualEvent()}, 1);
-        },
-        [&] {
-            WaitAll({event, named}, 1);
-        },
-        [] { MsgWaitForMultipleObjectsEx(0, nullptr, 1, QS_ALLINPUT, 0); },
-        [] { Sleep(1); },
-    });
-    for (std::size_t i = 0; i < waits.size(); ++i) {
-        const auto sleeper = SleepingTaker(m_port);
-        Post(m_port, 2);
-        waits[i]();
-        EXPECT_EQ(Drain(m_port), Keys{}) << i;
-        EXPECT_EQ(sleeper->Result(), 2u) << i;
-    }
-}
-
-TEST_F(OneAtATime, TheEndOfAThreadMakesRoomForAnotherAtOnce) {
-    std::unique_ptr<Taker> sleeper;
-    const Worker worker([&] {
-        const ULONG_PTR key = Key(m_port);  // comes when the test's own thread waits for this one
-        sleeper = SleepingTaker(m_port);
-        Post(m_port, 3);
-        return static_cast<DWORD>(key);
-    });
-    Post(m_port, 2);
-    EXPECT_EQ(worker.Result(), 2u);
-    EXPECT_EQ(Drain(m_port), Keys{});
-    EXPECT_EQ(sleeper->Result(), 3u);
-}
-
-TEST_F(OneAtATime, AnotherPortMakesRoomForAnotherThreadAtOnce) {
-    const auto sleeper = SleepingTaker(m_port);
-    Post(m_port, 2);
-    const Owned elsewhere = Port();
-    EXPECT_EQ(Key(elsewhere, 0), 0u);
-    EXPECT_EQ(Drain(m_port), Keys{});
-    EXPECT_EQ(sleeper->Result(), 2u);
-}
-
-class UnseenWaits : public OneAtATime {
-  protected:
-    std::unique_ptr<Worker> Other() {
-        return std::make_unique<Worker>([this] {
-            m_taken.set_value(Key(m_port));
+    std::atomic<DWORD> inside{0};
+    std::vector<std::unique_ptr<Worker>> takers;
+    for (DWORD key = 1; key <= Takers; ++key) {
+        takers.push_back(std::make_unique<Worker>([&] {
+            EXPECT_NE(Key(port), 0u);
+            for (++inside; inside != Takers;)
+                SwitchToThread();
             return 0u;
-        });
+        }));
+        if (key % 2) AwaitSleep(takers.back()->Id());  // the others find theirs queued, or not
+        Post(port, key);
     }
-    // Sleeps until the other thread has a packet, in a way that the layer does not see.
-    ULONG_PTR AwaitOther() {
-        std::future<ULONG_PTR> taken = m_taken.get_future();
-        const auto status = taken.wait_for(std::chrono::milliseconds(Patience));
-        return status == std::future_status::ready ? taken.get() : 0;
-    }
-
-    std::promise<ULONG_PTR> m_taken;
-};
-
-TEST_F(UnseenWaits, MakeRoomForAThreadThatSleepsAlready) {
-    const auto other = Other();
-    AwaitSleep(other->Id());
-    Post(m_port, 2);
-    EXPECT_EQ(AwaitOther(), 2u);
-}
-
-TEST_F(UnseenWaits, MakeRoomForAThreadThatComesLater) {
-    Post(m_port, 2);
-    const auto other = Other();
-    EXPECT_EQ(AwaitOther(), 2u);
-}
-
-TEST_F(UnseenWaits, AreStillFoundWhenTheThreadThatLookedForThemHasGone) {
-    const auto first = SleepingTaker(m_port, 50);
-    const auto other = Other();
-    AwaitSleep(other->Id());
-    Post(m_port, 2);
-    for (DWORD code = STILL_ACTIVE; code == STILL_ACTIVE; SwitchToThread())
-        GetExitCodeThread(first->Thread(), &code);
-    EXPECT_EQ(AwaitOther(), 2u);
-    EXPECT_EQ(first->Result(), Taker::Failed + WAIT_TIMEOUT);
-}
-
-TEST_F(UnseenWaits, AreNotSeenInAThreadThatRuns) {
-    const auto sleeper = SleepingTaker(m_port);
-    Post(m_port, 2);
-    // Were it taken for one that sleeps, it would be at the first of these looks.
-    for (const ULONGLONG end = GetTickCount64() + 60; GetTickCount64() < end;)
-        SwitchToThread();
-    EXPECT_EQ(Drain(m_port), Keys{2});
-    Post(m_port, 3);
-    EXPECT_EQ(Await(sleeper->Thread()), WAIT_OBJECT_0);
 }
 
 TEST(CompletionPorts, AreNotWaitedOnLikeOtherObjects) {

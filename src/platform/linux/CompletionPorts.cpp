@@ -11,15 +11,6 @@ using namespace Quellan::Corvel::Platform;
 
 namespace {
 
-DWORD NewPort(DWORD concurrency, HANDLE& handle) noexcept {
-    if (concurrency == 0) {
-        SYSTEM_INFO system;
-        GetSystemInfo(&system);
-        concurrency = system.dwNumberOfProcessors;
-    }
-    return NewHandle<PortObject>(handle, IO_COMPLETION_ALL_ACCESS, concurrency);
-}
-
 DWORD Get(HANDLE port, DWORD ms, Packet& packet) noexcept {
     PortSeat* const seat = PortSeat::Current();
     return seat ? seat->Get(port, ms, packet) : ERROR_NOT_ENOUGH_MEMORY;
@@ -34,7 +25,7 @@ OVERLAPPED_ENTRY EntryOf(const Packet& packet) noexcept {
 
 }  // namespace
 
-HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR, DWORD concurrentThreads) noexcept {
+HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR, DWORD) noexcept {
     if (DWORD code = FaultDue("CreateIoCompletionPort")) return Fail(code, HANDLE());
     if (file != INVALID_HANDLE_VALUE) {
         const bool valid =
@@ -43,7 +34,7 @@ HANDLE CreateIoCompletionPort(HANDLE file, HANDLE existingPort, ULONG_PTR, DWORD
     }
     if (existingPort) return Fail(ERROR_INVALID_PARAMETER, HANDLE());
     HANDLE port = nullptr;
-    if (DWORD code = NewPort(concurrentThreads, port)) return Fail(code, HANDLE());
+    if (DWORD code = NewHandle<PortObject>(port, IO_COMPLETION_ALL_ACCESS)) return Fail(code, HANDLE());
     return port;
 }
 

@@ -1,4 +1,4 @@
-// Completion ports: queues of packets that hand work to a bounded number of running threads.
+// Completion ports: queues of packets that hand work to threads.
 #pragma once
 
 #include "platform/linux/Waits.h"
@@ -35,12 +35,9 @@ inline constexpr DWORD IO_COMPLETION_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | SYN
 // Packets leave a port in the order in which they came. Of the threads that wait for one the last to come is
 // the first to get one.
 //
-// A thread works for the port it last asked for a packet, until it asks another one or ends. While as many
-// such threads run as the port's concurrency value says, packets stay queued and nobody is woken. A thread
-// does not run while it waits for a packet, or in a wait or a sleep of the layer; the next packet then goes
-// to another one. So more threads than the concurrency value run for a while when such a wait ends. A thread
-// that waits for something that the layer does not see - a file, a socket, a lock of another library - is
-// found out within some 20 milliseconds when packets and threads wait.
+// The concurrency value is taken and limits nothing: as many threads run as there are packets for. The layer
+// does not know which of them are blocked - in a file, a socket, a lock of another library - and so never
+// lets a packet wait beside a thread that waits.
 //
 // When the last handle of a port is closed its packets are dropped and waits for one end with 735
 // (ERROR_ABANDONED_WAIT_0). A port's handle cannot be waited on in another way: 6 (ERROR_INVALID_HANDLE).
@@ -49,8 +46,8 @@ inline constexpr DWORD IO_COMPLETION_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | SYN
 // (ERROR_ACCESS_DENIED) for a handle without IO_COMPLETION_MODIFY_STATE, 8 (ERROR_NOT_ENOUGH_MEMORY) when
 // there is none for what the layer has to know of the calling thread.
 
-// A new port, with INVALID_HANDLE_VALUE for the file and no existing port; `key` means nothing then. 0
-// threads stand for as many as there are processors. Null with 87 (ERROR_INVALID_PARAMETER) for an existing
+// A new port, with INVALID_HANDLE_VALUE for the file and no existing port; `key` means nothing then.
+// Null with 87 (ERROR_INVALID_PARAMETER) for an existing
 // port without a file, 50 (ERROR_NOT_SUPPORTED) for a file: the layer's files complete no operations at
 // ports; 6 (ERROR_INVALID_HANDLE) when a handle is invalid, 8 (ERROR_NOT_ENOUGH_MEMORY), 1450
 // (ERROR_NO_SYSTEM_RESOURCES).

@@ -1,7 +1,6 @@
 #include "platform/linux/Threads.h"
 
 #include "platform/linux/Process.h"
-#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/LockWatch.h"
@@ -148,7 +147,6 @@ DWORD SleepEx(DWORD ms, BOOL) noexcept {
         return 0;
     }
     BeforeWait();
-    const PortPause elsewhere;
     const timespec until = TimeOf(DeadlineAfter(ms));
     while (ms == INFINITE || clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR)
         if (ms == INFINITE) pause();

@@ -1,6 +1,5 @@
 // Waits in which objects shared by processes take part. They sleep on the objects' words as well as on the
 // thread's own, and take shared objects themselves; objects of this process are handed over as always.
-#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/NamedObjects.h"
 
@@ -89,7 +88,6 @@ struct Waiter::SharedSleep {
 
     // With the waiter's word at Sleeping. False when the time is over.
     bool Sleep(Deadline deadline) noexcept {
-        const PortPause elsewhere;
         const Deadline until = std::min(deadline, Now() + m_nextLook);
         const std::size_t count = m_count + m_local;
         int error;

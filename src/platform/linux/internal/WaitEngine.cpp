@@ -1,7 +1,6 @@
 #include "platform/linux/internal/WaitEngine.h"
 
 #include "platform/linux/Process.h"
-#include "platform/linux/internal/CompletionPort.h"
 #include "platform/linux/internal/SharedObject.h"
 
 #include <algorithm>
@@ -444,14 +443,9 @@ bool Waiter::Spin() noexcept {
     return granted;
 }
 
+// The word may still be Sleeping when the time is over.
 bool Waiter::Sleep(Deadline deadline) noexcept {
     if (Spin()) return true;
-    const PortPause elsewhere;
-    return SleepOnWord(deadline);
-}
-
-// The word may still be Sleeping when the time is over.
-bool Waiter::SleepOnWord(Deadline deadline) noexcept {
     std::uint32_t word = Waiting;
     m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
     while (!IsGranted())

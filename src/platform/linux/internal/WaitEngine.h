@@ -215,7 +215,6 @@ class Waiter {
     Waiter& operator=(const Waiter&) = delete;
 
     void SetThread(DWORD id) noexcept { m_thread = id; }
-    DWORD ThreadId() const noexcept { return m_thread; }
 
     // Waits for one of the objects, or for all of them, none of which comes twice. The status is what the
     // platform's waits return.
@@ -224,13 +223,12 @@ class Waiter {
     DWORD WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
     DWORD WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
 
-    // The parts of a wait, for a completion port, which ends waits under a lock of its own. The last two are
-    // true once the wait was ended; when the time is over, that lock tells whether it was nevertheless.
+    // The parts of a wait, for a completion port, which ends waits under a lock of its own. `Sleep` is true
+    // once the wait was ended; when the time is over, that lock tells whether it was nevertheless.
     void BeginWait() noexcept { m_word.store(Waiting, std::memory_order_relaxed); }
     void EndWait(DWORD outcome, WakeList& wakes) noexcept;
     DWORD Outcome() const noexcept { return m_word.load(std::memory_order_acquire); }
-    bool Spin() noexcept;
-    bool SleepOnWord(Deadline deadline) noexcept;
+    bool Sleep(Deadline deadline) noexcept;
 
     // So that owning `count` more mutexes needs no memory; false when there is none.
     bool MakeRoom(std::size_t count) noexcept;
@@ -267,7 +265,7 @@ class Waiter {
     bool ClaimForSelf(Waitable& object, std::size_t index) noexcept;
     bool IsGranted() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
     void NoteSender() noexcept;
-    bool Sleep(Deadline deadline) noexcept;
+    bool Spin() noexcept;
     void Prepare(Mode mode, std::span<Waitable* const> objects) noexcept;
     void Adopt(Waitable& object) noexcept;
     bool ChooseShared(std::span<Waitable* const> objects) noexcept;
