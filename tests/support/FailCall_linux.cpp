@@ -1,11 +1,11 @@
 #include "platform/linux/internal/FaultPoint.h"
 #include "support/Allocations_linux.h"
 #include "support/FailCall.h"
+#include "support/StackedPlan_linux.h"
 
 #include <atomic>
 #include <cstdlib>
 #include <new>
-#include <utility>
 
 namespace Quellan::Corvel::Test {
 
@@ -28,26 +28,6 @@ bool AllocationFaultDue() noexcept {
         if (++plan->calls == plan->nth) due = true;
     return due;
 }
-
-// `Base` with its plan on its thread's stack of plans, from construction to destruction.
-template <class Base, class Planned>
-class StackedPlan : public Base {
-  public:
-    using StackOfThread = Planned*& (*)() noexcept;
-
-    StackedPlan(StackOfThread stack, Planned planned) : m_stack(stack), m_planned(planned) {
-        m_planned.next = std::exchange(m_stack(), &m_planned);
-    }
-    // The stack of a thread that has ended is gone.
-    ~StackedPlan() override {
-        if (m_stack() == &m_planned) m_stack() = m_planned.next;
-    }
-    unsigned Calls() const noexcept override { return m_planned.calls; }
-
-  private:
-    StackOfThread m_stack;
-    Planned m_planned;
-};
 
 constinit std::atomic<std::size_t> g_blocks = 0;
 
