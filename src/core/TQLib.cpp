@@ -322,7 +322,8 @@ HMODULE TQLib::GetResourceLanguageModule(unsigned int storeId, const TQString& l
 std::vector<LCID> TQLib::DestinationLocaleIDs(TQStrResDestination destination) {
     constexpr const wchar_t* where = L"TQLib::DestinationLocaleIDs";
     std::vector<LCID> locales = TheState().locales[DestinationIndex(destination)].Get(where);
-    return locales.empty() ? Translated(where, [&] { return DefaultLocales(destination); }) : locales;
+    if (locales.empty()) locales = Translated(where, [&] { return DefaultLocales(destination); });
+    return locales;
 }
 
 void TQLib::SetDestinationLocaleIDs(TQStrResDestination destination, const std::vector<LCID>& locales) {
