@@ -17,7 +17,7 @@ void Show(TQConsole& console, const wchar_t* title, const _TQWin32Exception& exc
 
 void OpenSettings() {
     try {
-        TQSysProc::LoadModule(L"no-such-module.dll");
+        const TQModule none = TQSysProc::LoadModule(L"no-such-module.dll");
     } catch (const TQCoreException& e) {
         TQAppException failure(e, 0xE0045001, L"The settings could not be opened.");
         failure.SetAction(L"Open");

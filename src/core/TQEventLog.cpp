@@ -2,10 +2,12 @@
 
 #include "core/TQException.h"
 #include "core/TQLib.h"
+#include "core/internal/CallFailure.h"
+#include "core/internal/CallsUnderWay.h"
 #include "platform/Win32.h"
 #include "text/TQHandle.h"
 
-#include <atomic>
+#include <utility>
 
 namespace Quellan::Corvel {
 
@@ -31,37 +33,65 @@ class PlatformSink final : public TQEventLogSink {
   public:
     void Write(const TQEventLogEntry& entry) override {
         const TQHandle<_TQEventSourceClose> source(RegisterEventSourceW(nullptr, entry.source));
-        if (!source.IsValid()) TQSysException::ThrowLastError(L"TQEventLog::RegisterEventSource");
+        if (!source.IsValid()) ThrowCallFailure(L"TQEventLog::RegisterEventSource");
         // The platform's parameters lack a const; it only reads.
         if (!ReportEventW(source.Get(), PlatformType(entry.type), entry.category, entry.eventId, nullptr,
                           static_cast<WORD>(entry.strings.size()), static_cast<DWORD>(entry.data.size()),
                           const_cast<const wchar_t**>(entry.strings.data()),
                           const_cast<BYTE*>(entry.data.data())))
-            TQSysException::ThrowLastError(L"TQEventLog::ReportEvent");
+            ThrowCallFailure(L"TQEventLog::ReportEvent");
     }
 };
 
-std::atomic<TQEventLogSink*> g_sink = nullptr;
+struct Sinks {
+    CallsUnderWay<TQEventLogSink*> calls;
+    TQEventLogSink* current TQ_GUARDED_BY(calls.lock) = nullptr;
+};
 
-void WriteEntry(const TQEventLogEntry& entry) {
-    static PlatformSink platform;
-    TQEventLogSink* const sink = g_sink.load(std::memory_order_acquire);
-    (sink ? *sink : platform).Write(entry);
+// Never destroyed: exceptions are logged to the very end.
+Sinks& TheSinks() {
+    static Sinks& sinks = *new Sinks;
+    return sinks;
 }
+
+// Made while the library is loaded: later there may be no memory for it.
+[[maybe_unused]] const Sinks& g_madeEarly = TheSinks();
+
+// One call of the sink in place, from its choice to its end.
+class SinkCall {
+  public:
+    SinkCall() noexcept {
+        const TQThreadSynch::TQSynchLock guard(m_sinks.calls.lock);
+        m_call.key = m_sinks.current;
+        m_sinks.calls.Begin(m_call);
+    }
+    SinkCall(const SinkCall&) = delete;
+    SinkCall& operator=(const SinkCall&) = delete;
+    ~SinkCall() { m_sinks.calls.End(m_call); }
+
+    void Write(const TQEventLogEntry& entry) {
+        static PlatformSink platform;
+        (m_call.key ? *m_call.key : platform).Write(entry);
+    }
+
+  private:
+    Sinks& m_sinks = TheSinks();
+    CallsUnderWay<TQEventLogSink*>::Call m_call;
+};
 
 }  // namespace
 
 TQEventLogSink::~TQEventLogSink() = default;
 
 TQString TQEventLog::CurrentAppName() {
-    return TQLib::AppName();
+    return TQLib::GetAppName();
 }
 
 void TQEventLog::LogStringEvent(const wchar_t* source, DWORD eventId, WORD category, TQEventType type,
                                 const wchar_t* first, const wchar_t* second) {
     if (!source) throw TQException(ERROR_INVALID_PARAMETER, L"TQEventLog::LogStringEvent");
     const wchar_t* const strings[] = {first ? first : L"", second ? second : L""};
-    WriteEntry({source, eventId, category, type, strings, {}});
+    SinkCall().Write({source, eventId, category, type, strings, {}});
 }
 
 void TQEventLog::LogEvent(const wchar_t* source, DWORD eventId, DWORD lastError,
@@ -70,11 +100,18 @@ void TQEventLog::LogEvent(const wchar_t* source, DWORD eventId, DWORD lastError,
     BYTE data[sizeof lastError];
     for (unsigned i = 0; i < sizeof data; ++i)
         data[i] = static_cast<BYTE>(lastError >> (8 * i));
-    WriteEntry({source, eventId, GeneralCategory, TQEventType::Error, strings, data});
+    SinkCall().Write({source, eventId, GeneralCategory, TQEventType::Error, strings, data});
 }
 
 TQEventLogSink* TQEventLog::SetSink(TQEventLogSink* sink) noexcept {
-    return g_sink.exchange(sink, std::memory_order_acq_rel);
+    Sinks& sinks = TheSinks();
+    TQEventLogSink* previous = nullptr;
+    {
+        const TQThreadSynch::TQSynchLock guard(sinks.calls.lock);
+        previous = std::exchange(sinks.current, sink);
+    }
+    if (previous) sinks.calls.WaitFor(previous);
+    return previous;
 }
 
 }  // namespace Quellan::Corvel

@@ -45,8 +45,8 @@ class TQLIB_API TQEventLog {
     static constexpr WORD GeneralCategory = 1;
     static constexpr WORD UnhandledExceptionCategory = 9;
 
-    // The running application's name, as entries and log blocks show it: `TQLib::AppName`.
-    static TQString CurrentAppName();
+    // The running application's name, as entries and log blocks show it: `TQLib::GetAppName`.
+    [[nodiscard]] static TQString CurrentAppName();
 
     // Writes one entry with two strings (a null one is written as an empty text). Throws `TQSysException`
     // with the platform's code when the log takes no entry, and `TQException` 87 (ERROR_INVALID_PARAMETER)
@@ -61,7 +61,8 @@ class TQLIB_API TQEventLog {
                          std::span<const wchar_t* const> strings);
 
     // Replaces the sink, which must live until it is replaced in turn; null puts the library's own back.
-    // Returns the previous one, null for the library's own.
+    // Returns the previous one, null for the library's own, once no other thread writes to it any more: it
+    // may go then, unless this is called by the sink itself.
     static TQEventLogSink* SetSink(TQEventLogSink* sink) noexcept;
 
     // Makes `source` known to the event log of this machine, with the texts of its events and of its

@@ -46,16 +46,16 @@ TQCoreException::TQCoreException(const _TQWin32Exception& other)
 TQCoreException::TQCoreException(const TQCoreException& other)
     : _TQWin32Exception(other),
       TQObject(other),
-      m_isLogged(other.m_isLogged),
-      m_isEventLogged(other.m_isEventLogged),
-      m_isDontLog(other.m_isDontLog),
+      m_isLogged(other.HasLogged()),
+      m_isEventLogged(other.HasEventLogged()),
+      m_isDontLog(other.DontLog()),
       m_isCopied(true) {}
 
 TQCoreException& TQCoreException::operator=(const TQCoreException& other) {
     _TQWin32Exception::operator=(other);
-    m_isLogged = other.m_isLogged;
-    m_isEventLogged = other.m_isEventLogged;
-    m_isDontLog = other.m_isDontLog;
+    m_isLogged = other.HasLogged();
+    m_isEventLogged = other.HasEventLogged();
+    m_isDontLog = other.DontLog();
     m_isCopied = true;
     return *this;
 }
@@ -111,9 +111,10 @@ void TQCoreException::LogUnhandledCurrent(const wchar_t* where) noexcept {
 
 TQCoreException TQCoreException::Unknown(const wchar_t* where, const wchar_t* text) {
     constexpr auto code = static_cast<unsigned int>(E_UNEXPECTED);
-    if (!where && !text) return TQCoreException(code, L"Unknown exception.");
+    const bool hasText = text && *text;
+    if (!where && !hasText) return TQCoreException(code, L"Unknown exception.");
     if (!where) where = L"unknown";
-    if (!text)
+    if (!hasText)
         return TQCoreException(
             code,
             STLString::Format(L"Unknown exception occurred in %s with no detail message.", where).c_str());
@@ -140,9 +141,20 @@ void TQCoreException::ThrowLastError(const _TQWin32Exception& inner, unsigned in
 
 TQException::~TQException() = default;
 
+const TQException& TQException::Reserved() {
+    // Never destroyed: static objects may run out of memory when they end.
+    static const TQException& instance = *new TQException(Content{.code = ERROR_OUTOFMEMORY}, true);
+    return instance;
+}
+
+// Later there may be no memory for it.
+const bool TQException::s_isMadeEarly = (static_cast<void>(Reserved()), true);
+
 void TQException::ThrowReserved() {
     TQLib::CallLowMemoryHandlers();
-    throw TQException(Content{.code = ERROR_OUTOFMEMORY}, true);
+    TQException thrown(Reserved());
+    thrown.SetArisen();
+    throw thrown;
 }
 
 TQSysException::~TQSysException() = default;

@@ -5,13 +5,14 @@
 #include "core/TQObject.h"
 #include "core/TQWin32Exception.h"
 
+#include <atomic>
 #include <new>
 
 namespace Quellan::Corvel {
 
 // Every failure of the library is one of these; catch it by reference. Besides what every exception of the
 // family carries it knows whether it has been written to a log: these marks may be set on a caught `const`
-// reference.
+// reference, also by several threads that hold the same one.
 class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
   public:
     using _TQWin32Exception::_TQWin32Exception;
@@ -21,13 +22,13 @@ class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
     TQCoreException& operator=(const TQCoreException& other);
     ~TQCoreException() override;
 
-    TQCoreException* AllocCopy() const override;
+    [[nodiscard]] TQCoreException* AllocCopy() const override;
     using _TQWin32Exception::operator==;
 
-    bool HasLogged() const noexcept { return m_isLogged; }
-    bool HasEventLogged() const noexcept { return m_isEventLogged; }
-    bool DontLog() const noexcept { return m_isDontLog; }
-    bool Copied() const noexcept { return m_isCopied; }
+    [[nodiscard]] bool HasLogged() const noexcept { return m_isLogged; }
+    [[nodiscard]] bool HasEventLogged() const noexcept { return m_isEventLogged; }
+    [[nodiscard]] bool DontLog() const noexcept { return m_isDontLog; }
+    [[nodiscard]] bool Copied() const noexcept { return m_isCopied; }
     void SetLogged(bool logged = true) const noexcept { m_isLogged = logged; }
     void SetEventLogged(bool logged = true) const noexcept { m_isEventLogged = logged; }
     void SetDontLog(bool dontLog = true) const noexcept { m_isDontLog = dontLog; }
@@ -52,7 +53,8 @@ class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
 
     // The exception that stands for one that is not of this family: code 0x8000FFFF (E_UNEXPECTED) and as
     // much as is known of where it arose and of its text.
-    static TQCoreException Unknown(const wchar_t* where = nullptr, const wchar_t* text = nullptr);
+    [[nodiscard]] static TQCoreException Unknown(const wchar_t* where = nullptr,
+                                                 const wchar_t* text = nullptr);
 
     [[noreturn]] static void ThrowLastError(const wchar_t* where);
     [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where);
@@ -65,35 +67,46 @@ class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
         : _TQWin32Exception(content, isPreAllocated) {}
 
   private:
-    mutable bool m_isLogged = false;
-    mutable bool m_isEventLogged = false;
-    mutable bool m_isDontLog = false;
-    mutable bool m_isCopied = false;
+    mutable std::atomic<bool> m_isLogged = false;
+    mutable std::atomic<bool> m_isEventLogged = false;
+    mutable std::atomic<bool> m_isDontLog = false;
+    mutable std::atomic<bool> m_isCopied = false;
 };
 
 // What the kinds have in common: constructors, copies and throw helpers of their own type.
-template <class Kind>
-class _TQExceptionKind : public TQCoreException {
+//
+// A program's own kind derives from it too, over the library's kind that it refines, as in
+//     class OrderRefused : public _TQExceptionKind<OrderRefused, TQAppException> {
+//         using _TQExceptionKind::_TQExceptionKind;
+//     };
+// Derived from the library's kind itself, it would become that kind wherever it is copied by `AllocCopy`: as
+// an inner exception and on its way to another thread.
+template <class Kind, class Refined = TQCoreException>
+class _TQExceptionKind : public Refined {
   public:
-    using TQCoreException::TQCoreException;
+    using Refined::Refined;
 
-    TQCoreException* AllocCopy() const override;
+    [[nodiscard]] TQCoreException* AllocCopy() const override;
 
     // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it
     // is.
-    const Kind* Inner() const noexcept { return dynamic_cast<const Kind*>(TQCoreException::Inner()); }
+    [[nodiscard]] const Kind* Inner() const noexcept {
+        return dynamic_cast<const Kind*>(TQCoreException::Inner());
+    }
 
     // Throw this kind with the calling thread's last error.
-    [[noreturn]] static void ThrowLastError(const wchar_t* where) { throw Kind(LastError(), where); }
+    [[noreturn]] static void ThrowLastError(const wchar_t* where) {
+        throw Kind(TQCoreException::LastError(), where);
+    }
     [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where) {
-        throw Kind(inner, LastError(), where);
+        throw Kind(inner, TQCoreException::LastError(), where);
     }
     [[noreturn]] static void ThrowLastError(unsigned int msgId, const TQBaseStrRes& store) {
-        throw Kind(LastError(), msgId, store);
+        throw Kind(TQCoreException::LastError(), msgId, store);
     }
     [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId,
                                             const TQBaseStrRes& store) {
-        throw Kind(inner, LastError(), msgId, store);
+        throw Kind(inner, TQCoreException::LastError(), msgId, store);
     }
 };
 
@@ -105,14 +118,18 @@ class TQLIB_API TQException : public _TQExceptionKind<TQException> {
     TQException& operator=(const TQException&) = default;
     ~TQException() override;
 
-    // Throws the exception kept in reserve for the time when memory is exhausted: code 14
-    // (ERROR_OUTOFMEMORY), no message. It needs no memory but the thrown object's own, which the C++ runtime
-    // keeps in reserve.
+    // Throws the instance kept in reserve for the time when memory is exhausted, made when the library was
+    // loaded: code 14 (ERROR_OUTOFMEMORY), no message. What is thrown is a copy that tells this process and
+    // thread; it needs no memory but its own, which the C++ runtime keeps in reserve.
     [[noreturn]] static void ThrowReserved();
+
+  private:
+    static const TQException& Reserved();
+    static const bool s_isMadeEarly;
 };
 
-template <class Kind>
-TQCoreException* _TQExceptionKind<Kind>::AllocCopy() const {
+template <class Kind, class Refined>
+TQCoreException* _TQExceptionKind<Kind, Refined>::AllocCopy() const {
     try {
         return new Kind(static_cast<const Kind&>(*this));
     } catch (const std::bad_alloc&) {
@@ -127,7 +144,7 @@ class TQLIB_API TQSysException : public _TQExceptionKind<TQSysException> {
     TQSysException(const TQSysException&) = default;
     TQSysException& operator=(const TQSysException&) = default;
     ~TQSysException() override;
-    bool IsSysException() const override;
+    [[nodiscard]] bool IsSysException() const override;
 };
 
 // A failure of the application's own logic; its code may be one that the application defines.

@@ -1,18 +1,19 @@
 #include "core/TQLib.h"
 
 #include "core/TQException.h"
+#include "core/TQThreadSynch.h"
+#include "core/internal/CallsUnderWay.h"
 #include "platform/ProcessEnd.h"
 #include "platform/Win32.h"
 #include "system/TQSysProc.h"
+#include "text/internal/Translated.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <condition_variable>
+#include <list>
 #include <map>
-#include <mutex>
-#include <optional>
-#include <thread>
+#include <memory>
 #include <utility>
 
 namespace Quellan::Corvel {
@@ -21,29 +22,125 @@ namespace {
 
 constexpr LCID EnglishUnitedStates = 0x0409;
 
+// A value that any thread reads and replaces as a whole. Its memory is neither taken nor copied nor given
+// back under the lock: running out of it calls handlers.
+template <class T>
+class SharedValue {
+  public:
+    T Get(const wchar_t* where) const {
+        std::shared_ptr<const T> value;
+        {
+            const TQThreadSynch::TQSynchLock guard(m_lock);
+            value = m_value;
+        }
+        return Translated(where, [&] { return value ? *value : T(); });
+    }
+
+    void Set(const T& value, const wchar_t* where) {
+        auto made = Translated(where, [&] { return std::make_shared<const T>(value); });
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        m_value.swap(made);
+    }
+
+  private:
+    mutable TQThreadSynch m_lock;
+    std::shared_ptr<const T> m_value TQ_GUARDED_BY(m_lock);
+};
+
+// Handlers of one kind with their contexts, in the order in which they were registered.
+template <class Function>
+class Handlers {
+  public:
+    void Add(Function function, void* context, const wchar_t* where) {
+        std::list<Entry> made;
+        Translated(where, [&] { made.push_back({Handler(function, context)}); });
+        const TQThreadSynch::TQSynchLock guard(m_calls.lock);
+        made.front().number = ++m_lastNumber;
+        m_entries.splice(m_entries.end(), made);
+    }
+
+    // Does nothing for one that is not registered, except to wait for its end on other threads.
+    void Remove(Function function, void* context) noexcept {
+        const Handler removed(function, context);
+        std::list<Entry> taken;
+        {
+            const TQThreadSynch::TQSynchLock guard(m_calls.lock);
+            const auto found = std::find_if(m_entries.begin(), m_entries.end(),
+                                            [&](const Entry& entry) { return entry.handler == removed; });
+            if (found != m_entries.end()) taken.splice(taken.begin(), m_entries, found);
+        }
+        m_calls.WaitFor(removed);
+    }
+
+    // Forgets the newest handler and has `call` call it; false without one.
+    template <class CallIt>
+    bool TakeNewest(CallIt call) {
+        std::list<Entry> taken;
+        Running running;
+        {
+            const TQThreadSynch::TQSynchLock guard(m_calls.lock);
+            if (m_entries.empty()) return false;
+            taken.splice(taken.begin(), m_entries, std::prev(m_entries.end()));
+            running.key = taken.front().handler;
+            m_calls.Begin(running);
+        }
+        call(running.key);
+        m_calls.End(running);
+        return true;
+    }
+
+    // The oldest first. Handlers may come and go meanwhile. Needs no memory.
+    void CallAll() noexcept {
+        for (ULONGLONG done = 0;;) {
+            Running running;
+            {
+                const TQThreadSynch::TQSynchLock guard(m_calls.lock);
+                const auto next = std::find_if(m_entries.begin(), m_entries.end(),
+                                               [&](const Entry& entry) { return entry.number > done; });
+                if (next == m_entries.end()) return;
+                done = next->number;
+                running.key = next->handler;
+                m_calls.Begin(running);
+            }
+            running.key.first(running.key.second);
+            m_calls.End(running);
+        }
+    }
+
+  private:
+    using Handler = std::pair<Function, void*>;
+    using Running = typename CallsUnderWay<Handler>::Call;
+    struct Entry {
+        Handler handler;
+        ULONGLONG number = 0;  // of the registration
+    };
+
+    CallsUnderWay<Handler> m_calls;
+    std::list<Entry> m_entries TQ_GUARDED_BY(m_calls.lock);
+    ULONGLONG m_lastNumber TQ_GUARDED_BY(m_calls.lock) = 0;
+};
+
 struct Store {
-    TQString baseName;
+    std::shared_ptr<const TQString> baseName;
     std::map<TQString, TQModule> modules;  // by language name; an empty module where there is none
 };
 
-// An exit handler while it runs, on the stack of the thread that runs it.
-struct RunningHandler {
-    std::pair<TQLib::ExitHandler, void*> handler;
-    RunningHandler* next;
-    std::thread::id thread = std::this_thread::get_id();
-};
+using Stores = std::map<unsigned int, Store>;
 
-// All of it is guarded by `lock`, which is never held while a handler runs or a module is loaded.
+Stores MakeStore(unsigned int storeId, const TQString& baseName) {
+    Stores stores;
+    stores.try_emplace(storeId, Store{std::make_shared<const TQString>(baseName), {}});
+    return stores;
+}
+
 struct State {
-    std::mutex lock;
-    TQString appName, appVersion, productName;
-    std::vector<std::pair<TQLib::ExitHandler, void*>> exitHandlers;
-    RunningHandler* runningHandlers = nullptr;
-    std::condition_variable exitHandlerEnded;
-    bool isExitHooked = false;
-    std::vector<std::pair<TQLib::LowMemoryHandler, void*>> lowMemoryHandlers;
-    std::map<unsigned int, Store> stores{{TQLib::ResourceStoreID, {TQString(L"TQRes"), {}}}};
-    std::array<std::vector<LCID>, TQStrResDestinationCount> locales;
+    SharedValue<TQString> appName, appVersion, productName;
+    std::array<SharedValue<std::vector<LCID>>, TQStrResDestinationCount> locales;
+    Handlers<TQLib::ExitHandler> exitHandlers;
+    std::atomic<bool> isExitHooked = false;
+    Handlers<TQLib::LowMemoryHandler> lowMemoryHandlers;
+    TQThreadSynch storesLock;  // never held over memory or the loader
+    Stores stores TQ_GUARDED_BY(storesLock) = MakeStore(TQLib::ResourceStoreID, L"TQRes");
 };
 
 // Never destroyed: exit handlers and the destructors of static objects may still ask for it.
@@ -71,47 +168,60 @@ std::vector<LCID> DefaultLocales(TQStrResDestination destination) {
     return locales;
 }
 
-Store& FindStore(State& state, unsigned int storeId) {
-    const auto found = state.stores.find(storeId);
-    if (found == state.stores.end())
-        throw TQException(ERROR_NOT_FOUND, L"The given resource store ID was not found.");
-    return found->second;
+// Stores stay registered, so what is found of one may be asked for again.
+std::shared_ptr<const TQString> BaseNameOf(unsigned int storeId) {
+    State& state = TheState();
+    {
+        const TQThreadSynch::TQSynchLock guard(state.storesLock);
+        const auto found = state.stores.find(storeId);
+        if (found != state.stores.end()) return found->second.baseName;
+    }
+    throw TQException(ERROR_NOT_FOUND, L"The given resource store ID was not found.");
+}
+
+// A loaded module of that name, which stays loaded by this; empty where there is none.
+TQModule KeepLoaded(const TQString& name) {
+    const HMODULE found = TQSysProc::FindLoadedModule(name);
+    HMODULE kept = nullptr;
+    // It may have been unloaded since.
+    if (found)
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<const wchar_t*>(found),
+                           &kept);
+    return TQModule(kept);
 }
 
 }  // namespace
 
-TQString TQLib::AppName() {
-    State& state = TheState();
-    {
-        const std::lock_guard guard(state.lock);
-        if (!state.appName.IsEmpty()) return state.appName;
+TQString TQLib::GetAppName() {
+    TQString name = TheState().appName.Get(L"TQLib::GetAppName");
+    if (!name.IsEmpty()) return name;
+    try {
+        return TQSysProc::ModuleBaseName(nullptr);
+    } catch (const TQCoreException& e) {
+        // Whoever reports a failure must not fail for want of a name.
+        if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;
+        return L"unknown";
     }
-    return TQSysProc::ModuleBaseName(nullptr);
 }
 
 void TQLib::SetAppName(const TQString& name) {
-    const std::lock_guard guard(TheState().lock);
-    TheState().appName = name;
+    TheState().appName.Set(name, L"TQLib::SetAppName");
 }
 
 TQString TQLib::AppVersion() {
-    const std::lock_guard guard(TheState().lock);
-    return TheState().appVersion;
+    return TheState().appVersion.Get(L"TQLib::AppVersion");
 }
 
 void TQLib::SetAppVersion(const TQString& version) {
-    const std::lock_guard guard(TheState().lock);
-    TheState().appVersion = version;
+    TheState().appVersion.Set(version, L"TQLib::SetAppVersion");
 }
 
 TQString TQLib::ProductName() {
-    const std::lock_guard guard(TheState().lock);
-    return TheState().productName;
+    return TheState().productName.Get(L"TQLib::ProductName");
 }
 
 void TQLib::SetProductName(const TQString& name) {
-    const std::lock_guard guard(TheState().lock);
-    TheState().productName = name;
+    TheState().productName.Set(name, L"TQLib::SetProductName");
 }
 
 const wchar_t* TQLib::Version() noexcept {
@@ -119,145 +229,105 @@ const wchar_t* TQLib::Version() noexcept {
 }
 
 void TQLib::AddExitHandler(ExitHandler handler, void* context) {
-    if (!handler) throw TQException(ERROR_INVALID_PARAMETER, L"TQLib::AddExitHandler");
+    constexpr const wchar_t* where = L"TQLib::AddExitHandler";
+    if (!handler) throw TQException(ERROR_INVALID_PARAMETER, where);
     State& state = TheState();
-    const std::lock_guard guard(state.lock);
+    // Two threads may both hook the end; the second run then finds no handlers.
     if (!state.isExitHooked && !Platform::CallAtExit([] { RunExitHandlers(); }))
-        TQStdExceptions::ThrowMemAllocError(L"TQLib::AddExitHandler");
+        TQStdExceptions::ThrowMemAllocError(where);
     state.isExitHooked = true;
-    state.exitHandlers.emplace_back(handler, context);
+    state.exitHandlers.Add(handler, context, where);
 }
 
 void TQLib::RemoveExitHandler(ExitHandler handler, void* context) noexcept {
-    State& state = TheState();
-    const std::pair removed(handler, context);
-    std::unique_lock guard(state.lock);
-    const auto found = std::find(state.exitHandlers.begin(), state.exitHandlers.end(), removed);
-    if (found != state.exitHandlers.end()) state.exitHandlers.erase(found);
-    state.exitHandlerEnded.wait(guard, [&] {
-        for (const RunningHandler* running = state.runningHandlers; running; running = running->next)
-            if (running->handler == removed && running->thread != std::this_thread::get_id()) return false;
-        return true;
-    });
+    TheState().exitHandlers.Remove(handler, context);
 }
 
 void TQLib::RunExitHandlers() noexcept {
-    State& state = TheState();
-    for (;;) {
-        RunningHandler running;
-        {
-            const std::lock_guard guard(state.lock);
-            if (state.exitHandlers.empty()) return;
-            running.handler = state.exitHandlers.back();
-            running.next = std::exchange(state.runningHandlers, &running);
-            state.exitHandlers.pop_back();
-        }
+    const auto run = [](const auto& handler) {
         try {
-            running.handler.first(running.handler.second);
+            handler.first(handler.second);
         } catch (...) {
             TQCoreException::LogUnhandledCurrent(L"TQLib::RunExitHandlers");
         }
-        {
-            const std::lock_guard guard(state.lock);
-            RunningHandler** link = &state.runningHandlers;
-            while (*link != &running)
-                link = &(*link)->next;
-            *link = running.next;
-        }
-        state.exitHandlerEnded.notify_all();
+    };
+    while (TheState().exitHandlers.TakeNewest(run)) {
     }
 }
 
 void TQLib::AddLowMemoryHandler(LowMemoryHandler handler, void* context) {
-    if (!handler) throw TQException(ERROR_INVALID_PARAMETER, L"TQLib::AddLowMemoryHandler");
-    const std::lock_guard guard(TheState().lock);
-    TheState().lowMemoryHandlers.emplace_back(handler, context);
+    constexpr const wchar_t* where = L"TQLib::AddLowMemoryHandler";
+    if (!handler) throw TQException(ERROR_INVALID_PARAMETER, where);
+    TheState().lowMemoryHandlers.Add(handler, context, where);
 }
 
 void TQLib::RemoveLowMemoryHandler(LowMemoryHandler handler, void* context) noexcept {
-    State& state = TheState();
-    const std::lock_guard guard(state.lock);
-    const auto found = std::find(state.lowMemoryHandlers.begin(), state.lowMemoryHandlers.end(),
-                                 std::pair(handler, context));
-    if (found != state.lowMemoryHandlers.end()) state.lowMemoryHandlers.erase(found);
+    TheState().lowMemoryHandlers.Remove(handler, context);
 }
 
 void TQLib::CallLowMemoryHandlers() noexcept {
     // One flag for all threads: a thread's own would have to be allocated on some platforms.
     static std::atomic<bool> isCalling = false;
     if (isCalling.exchange(true)) return;
-    State& state = TheState();
-    // By index and without a copy of the list: there may be no memory for one.
-    for (std::size_t i = 0;; ++i) {
-        std::pair<LowMemoryHandler, void*> next;
-        {
-            const std::lock_guard guard(state.lock);
-            if (i >= state.lowMemoryHandlers.size()) break;
-            next = state.lowMemoryHandlers[i];
-        }
-        next.first(next.second);
-    }
+    TheState().lowMemoryHandlers.CallAll();
     isCalling = false;
 }
 
 void TQLib::RegisterResourceStore(unsigned int storeId, const TQString& baseName) {
-    State& state = TheState();
-    const std::lock_guard guard(state.lock);
-    if (!state.stores.try_emplace(storeId, Store{baseName, {}}).second)
+    Stores made = Translated(L"TQLib::RegisterResourceStore", [&] { return MakeStore(storeId, baseName); });
+    {
+        State& state = TheState();
+        const TQThreadSynch::TQSynchLock guard(state.storesLock);
+        state.stores.merge(made);
+    }
+    if (!made.empty())
         throw TQException(
             ERROR_ALREADY_EXISTS,
             L"The passed resource store ID is already registered and can not be registered again.");
 }
 
 TQString TQLib::ResourceBaseName(unsigned int storeId) {
-    State& state = TheState();
-    const std::lock_guard guard(state.lock);
-    return FindStore(state, storeId).baseName;
+    return *BaseNameOf(storeId);
 }
 
 HMODULE TQLib::GetResourceLanguageModule(unsigned int storeId, const TQString& language) {
     State& state = TheState();
-    TQString name;
+    const auto baseName = BaseNameOf(storeId);
+    if (language.IsEmpty()) return nullptr;
     {
-        const std::lock_guard guard(state.lock);
-        const Store& store = FindStore(state, storeId);
-        if (language.IsEmpty()) return nullptr;
-        const auto known = store.modules.find(language);
-        if (known != store.modules.end()) return known->second.Get();
-        name = TQString::Format(L"%s_%s", store.baseName.c_str(), language.c_str());
+        const TQThreadSynch::TQSynchLock guard(state.storesLock);
+        const auto& modules = state.stores.find(storeId)->second.modules;
+        const auto known = modules.find(language);
+        if (known != modules.end()) return known->second.Get();
     }
-    HMODULE module = TQSysProc::FindLoadedModule(name);
-    TQModule loaded;
-    if (!module) {
+    const TQString name = TQString::Format(L"%s_%s", baseName->c_str(), language.c_str());
+    TQModule module = KeepLoaded(name);
+    if (!module.IsValid()) {
         try {
-            loaded = TQSysProc::LoadModule(TQString::Format(L"%s.dll", name.c_str()));
-        } catch (const TQCoreException&) {
-            // No module for this language is an answer, not a failure: the next language is asked.
+            module = TQSysProc::LoadModule(TQString::Format(L"%s.dll", name.c_str()));
+        } catch (const TQSysException& e) {
+            // That there is no such module is an answer and is kept; any other failure may pass.
+            if (e.ErrCode() != ERROR_MOD_NOT_FOUND) throw;
         }
-        module = loaded.Get();
     }
-    // A module that somebody else has loaded may be unloaded by him, so it is looked for anew each time.
-    if (loaded.IsValid() || !module) {
-        const std::lock_guard guard(state.lock);
-        module =
-            FindStore(state, storeId).modules.try_emplace(language, std::move(loaded)).first->second.Get();
-    }
-    return module;
+    auto found = Translated(L"TQLib::GetResourceLanguageModule", [&] {
+        return std::map<TQString, TQModule>{{language, module}};
+    });
+    const TQThreadSynch::TQSynchLock guard(state.storesLock);
+    auto& modules = state.stores.find(storeId)->second.modules;
+    modules.merge(found);  // unless another thread was first
+    return modules.find(language)->second.Get();
 }
 
 std::vector<LCID> TQLib::DestinationLocaleIDs(TQStrResDestination destination) {
-    const std::size_t index = DestinationIndex(destination);
-    {
-        const std::lock_guard guard(TheState().lock);
-        if (!TheState().locales[index].empty()) return TheState().locales[index];
-    }
-    return DefaultLocales(destination);
+    constexpr const wchar_t* where = L"TQLib::DestinationLocaleIDs";
+    std::vector<LCID> locales = TheState().locales[DestinationIndex(destination)].Get(where);
+    if (locales.empty()) locales = Translated(where, [&] { return DefaultLocales(destination); });
+    return locales;
 }
 
-void TQLib::SetDestinationLocaleIDs(TQStrResDestination destination, std::vector<LCID> locales) {
-    const std::size_t index = DestinationIndex(destination);
-    const std::lock_guard guard(TheState().lock);
-    TheState().locales[index] = std::move(locales);
+void TQLib::SetDestinationLocaleIDs(TQStrResDestination destination, const std::vector<LCID>& locales) {
+    TheState().locales[DestinationIndex(destination)].Set(locales, L"TQLib::SetDestinationLocaleIDs");
 }
 
 }  // namespace Quellan::Corvel

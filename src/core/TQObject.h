@@ -11,7 +11,7 @@ class STLString;
 class TQLIB_API TQObject {
   public:
     // What this object is, for people who read logs: as it comes from here, the name of its class.
-    virtual STLString Description() const;
+    [[nodiscard]] virtual STLString Description() const;
     virtual ~TQObject();
 
   protected:

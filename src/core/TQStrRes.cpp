@@ -2,11 +2,15 @@
 
 #include "core/TQException.h"
 #include "core/TQLib.h"
+#include "core/internal/CallFailure.h"
 #include "platform/Win32.h"
 #include "system/TQLocale.h"
 #include "text/TQHandle.h"
+#include "text/internal/Translated.h"
 
 #include <array>
+#include <memory>
+#include <string>
 #include <vector>
 
 namespace Quellan::Corvel {
@@ -17,6 +21,8 @@ constexpr std::array<const wchar_t*, TQStrResDestinationCount> DestinationNames 
                                                                                    L"EventLog", L"Log"};
 
 using LocalText = TQHandle<_TQLocalMemClose>;
+
+constexpr const wchar_t* Where = L"TQBaseStrRes::Text";
 
 // One insert of a message text: `%` number, then perhaps `!format!`.
 struct Insert {
@@ -58,8 +64,7 @@ bool IsSatisfied(const Insert& insert, std::span<const TQMsgArg> args) {
 }
 
 // The platform reads as many arguments as the text asks for, whatever the caller passed: what it must not
-// read becomes
-// "<?>" first.
+// read becomes "<?>" first.
 STLString WithoutUnsatisfiedInserts(std::wstring_view text, std::span<const TQMsgArg> args) {
     STLString result;
     std::size_t done = 0;
@@ -80,20 +85,31 @@ STLString WithoutUnsatisfiedInserts(std::wstring_view text, std::span<const TQMs
     return result;
 }
 
+// Behind a call that found nothing: whether there was nothing, or no memory to find it with.
+void ThrowIfMemoryIsExhausted() {
+    if (IsMemoryExhausted(GetLastError())) TQStdExceptions::ThrowMemAllocError(Where);
+}
+
 STLString ExpandInserts(std::wstring_view text, std::span<const TQMsgArg> args) {
     const STLString safe = WithoutUnsatisfiedInserts(text, args);
+    // The platform wants its texts terminated, which a view need not be.
+    std::vector<std::wstring> texts(args.size());
     std::vector<std::uintptr_t> values(args.size() + 1);
-    for (std::size_t i = 0; i < args.size(); ++i)
-        values[i] = args[i].Value();
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        texts[i] = args[i].Text();
+        values[i] = args[i].IsText() ? reinterpret_cast<std::uintptr_t>(texts[i].c_str()) : args[i].Number();
+    }
     wchar_t* buffer = nullptr;
+    SetLastError(ERROR_SUCCESS);
     const DWORD length = FormatMessageW(
         FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_ALLOCATE_BUFFER,
         safe.c_str(), 0, 0, reinterpret_cast<wchar_t*>(&buffer), 0,
         reinterpret_cast<va_list*>(values.data()));
     if (length == 0) {
-        // A text that expands to nothing is no failure, and the platform leaves the last error as it was.
-        if (safe.IsEmpty()) return {};
-        TQException::ThrowLastError(L"TQBaseStrRes::Text");
+        // A text that expands to nothing is no failure, and one that can't be expanded says more than none.
+        if (GetLastError() == ERROR_SUCCESS) return {};
+        ThrowIfMemoryIsExhausted();
+        return STLString(text);
     }
     const LocalText owner(buffer);
     return STLString(buffer, length);
@@ -102,10 +118,14 @@ STLString ExpandInserts(std::wstring_view text, std::span<const TQMsgArg> args) 
 // False when the module has no such message in that language; inserts are left as they stand.
 bool ReadMessage(HMODULE module, unsigned int id, LANGID language, STLString& text) {
     wchar_t* buffer = nullptr;
+    SetLastError(ERROR_SUCCESS);
     const DWORD length = FormatMessageW(
         FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_ALLOCATE_BUFFER, module,
         id, language, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
-    if (length == 0) return false;
+    if (length == 0) {
+        ThrowIfMemoryIsExhausted();
+        return false;
+    }
     const LocalText owner(buffer);
     std::wstring_view view(buffer, length);
     // A message file ends each text with a line break that is not part of the sentence.
@@ -118,8 +138,12 @@ bool ReadMessage(HMODULE module, unsigned int id, LANGID language, STLString& te
 bool ReadString(HMODULE module, unsigned int id, STLString& text) {
     // A result that fills the buffer may have been cut.
     for (std::vector<wchar_t> buffer(256);; buffer.resize(buffer.size() * 4)) {
+        SetLastError(ERROR_SUCCESS);
         const int length = LoadStringW(module, id, buffer.data(), static_cast<int>(buffer.size()));
-        if (length <= 0) return false;
+        if (length <= 0) {
+            ThrowIfMemoryIsExhausted();
+            return false;
+        }
         if (static_cast<std::size_t>(length) + 1 == buffer.size()) continue;
         text = STLString(buffer.data(), static_cast<std::size_t>(length));
         return true;
@@ -133,16 +157,39 @@ bool ReadResource(const TQBaseStrRes& resource, HMODULE module, LANGID language,
            ReadMessage(module, resource.ResourceID(), 0, text);
 }
 
-bool FindResource(const TQBaseStrRes& resource, TQStrResDestination destination, STLString& text) {
+// The module of a store for a language; null where there is none. One that can't be loaded now leaves the
+// failure and is passed over: the next language may have the text.
+HMODULE ModuleOf(unsigned int storeId, const TQString& language, std::unique_ptr<TQCoreException>& failure) {
+    try {
+        return TQLib::GetResourceLanguageModule(storeId, language);
+    } catch (const TQSysException& e) {
+        if (!failure) failure.reset(e.AllocCopy());
+        return nullptr;
+    }
+}
+
+bool FindResource(const TQBaseStrRes& resource, TQStrResDestination destination, STLString& text,
+                  std::unique_ptr<TQCoreException>& failure) {
     for (const LCID locale : TQLib::DestinationLocaleIDs(destination)) {
         for (const TQString& name :
              {TQLocale(locale).LanguageString(), TQLocale(locale).LanguageBaseString()}) {
-            const HMODULE module = TQLib::GetResourceLanguageModule(resource.StoreID(), name);
+            const HMODULE module = ModuleOf(resource.StoreID(), name, failure);
             if (module && ReadResource(resource, module, static_cast<LANGID>(locale & 0xFFFF), text))
                 return true;
         }
     }
     return false;
+}
+
+[[noreturn]] void ThrowNotFound(const TQBaseStrRes& resource, TQStrResDestination destination,
+                                const TQCoreException* cause) {
+    const bool isString = resource.ResourceKind() == TQBaseStrRes::Kind::String;
+    const TQString sentence = TQString::Format(
+        L"The %s resource (ID=%lu) could not be found in the specified store destination (%ld - %s).",
+        isString ? L"string" : L"message", resource.ResourceID(), static_cast<LONG>(destination),
+        TQStrResDestinationName(destination));
+    if (cause) throw TQException(*cause, cause->ErrCode(), sentence.c_str());
+    throw TQException(isString ? ERROR_RESOURCE_NAME_NOT_FOUND : ERROR_MR_MID_NOT_FOUND, sentence.c_str());
 }
 
 }  // namespace
@@ -153,23 +200,13 @@ const wchar_t* TQStrResDestinationName(TQStrResDestination destination) noexcept
 }
 
 STLString TQBaseStrRes::TextWith(TQStrResDestination destination, std::span<const TQMsgArg> args) const {
-    STLString text;
-    if (!FindResource(*this, destination, text)) {
-        const LONG number = static_cast<LONG>(destination);
-        const wchar_t* name = TQStrResDestinationName(destination);
-        if (m_kind == Kind::String)
-            throw TQException(ERROR_RESOURCE_NAME_NOT_FOUND,
-                              STLString::Format(L"The string resource (ID=%lu) could not be found in the "
-                                                L"specified store destination (%ld - %s).",
-                                                m_resourceId, number, name)
-                                  .c_str());
-        throw TQException(ERROR_MR_MID_NOT_FOUND,
-                          STLString::Format(L"The message resource (ID=%lu) could not be found in the "
-                                            L"specified store destination (%ld - %s).",
-                                            m_resourceId, number, name)
-                              .c_str());
-    }
-    return m_kind == Kind::Message ? ExpandInserts(text.View(), args) : text;
+    return Translated(Where, [&] {
+        STLString text;
+        std::unique_ptr<TQCoreException> failure;
+        if (!FindResource(*this, destination, text, failure))
+            ThrowNotFound(*this, destination, failure.get());
+        return m_kind == Kind::Message ? ExpandInserts(text.View(), args) : text;
+    });
 }
 
 }  // namespace Quellan::Corvel

@@ -5,6 +5,7 @@
 #include "platform/Types.h"
 #include "text/STLString.h"
 
+#include <ranges>
 #include <span>
 #include <string_view>
 #include <type_traits>
@@ -25,23 +26,33 @@ constexpr std::size_t TQStrResDestinationCount = 4;
 // The name of a destination, as in failure messages; "Unknown" for a value that is none of the four.
 TQLIB_API const wchar_t* TQStrResDestinationName(TQStrResDestination destination) noexcept;
 
-// One argument for the inserts of a message: a number or a wide text. A text is borrowed and must outlive the
-// call.
+template <class T>
+concept _TQNumber = std::is_integral_v<T> || std::is_enum_v<T>;
+
+// Wide text that lives on behind the expression in which it is named: a view, or a string that is no
+// temporary.
+template <class T>
+concept _TQBorrowedText = _TQShowsView<std::remove_cvref_t<T>, wchar_t> &&
+    (std::is_lvalue_reference_v<T> || std::ranges::enable_borrowed_range<std::remove_cvref_t<T>>);
+
+// One argument for the inserts of a message: a number or a wide text, up to its first zero. A text is
+// borrowed and must outlive the argument; a null one is "(null)".
 class TQMsgArg {
   public:
-    template <class T>
-    requires std::is_integral_v<T> || std::is_enum_v<T> TQMsgArg(T number)
-    noexcept : m_value(static_cast<std::uintptr_t>(number)), m_isText(false) {}
-    TQMsgArg(const wchar_t* text) noexcept
-        : m_value(reinterpret_cast<std::uintptr_t>(text ? text : L"(null)")), m_isText(true) {}
-    TQMsgArg(const _TQwString& text) noexcept : TQMsgArg(text.c_str()) {}
-    TQMsgArg(const std::wstring& text) noexcept : TQMsgArg(text.c_str()) {}
+    template <_TQNumber T>
+    TQMsgArg(T number) noexcept : m_number(static_cast<std::uintptr_t>(number)), m_isText(false) {}
+    TQMsgArg(const wchar_t* text) noexcept : m_text(text ? text : L"(null)"), m_isText(true) {}
+    template <_TQBorrowedText T>
+    TQMsgArg(T&& text) noexcept : m_text(text), m_isText(true) {}
 
-    std::uintptr_t Value() const noexcept { return m_value; }
-    bool IsText() const noexcept { return m_isText; }
+    // 0 for a text, empty for a number.
+    [[nodiscard]] std::uintptr_t Number() const noexcept { return m_number; }
+    [[nodiscard]] std::wstring_view Text() const noexcept { return m_text; }
+    [[nodiscard]] bool IsText() const noexcept { return m_isText; }
 
   private:
-    std::uintptr_t m_value;
+    std::uintptr_t m_number = 0;
+    std::wstring_view m_text;
     bool m_isText;
 };
 
@@ -54,17 +65,20 @@ class TQLIB_API TQBaseStrRes {
     TQBaseStrRes(Kind kind, unsigned int storeId, unsigned int resourceId) noexcept
         : m_storeId(storeId), m_resourceId(resourceId), m_kind(kind) {}
 
-    Kind ResourceKind() const noexcept { return m_kind; }
-    unsigned int StoreID() const noexcept { return m_storeId; }
-    unsigned int ResourceID() const noexcept { return m_resourceId; }
+    [[nodiscard]] Kind ResourceKind() const noexcept { return m_kind; }
+    [[nodiscard]] unsigned int StoreID() const noexcept { return m_storeId; }
+    [[nodiscard]] unsigned int ResourceID() const noexcept { return m_resourceId; }
 
     // The text in the first language of the destination that has it: for each locale the module of its full
     // name, then that of its base language. Inserts of a message (`%1`, `%2!lu!`) take the arguments; an
-    // insert without an argument, or with one of the wrong kind, becomes "<?>". Throws `TQException`: 1168
-    // (ERROR_NOT_FOUND) for a store that is not registered, 317 (ERROR_MR_MID_NOT_FOUND) for a message and
-    // 1814 (ERROR_RESOURCE_NAME_NOT_FOUND) for a string that no language has.
+    // insert without an argument, or with one of the wrong kind, becomes "<?>", and a text that can't be
+    // expanded (an insert is malformed, the result too long for the platform) is given as it stands. Throws
+    // `TQException`: 1168 (ERROR_NOT_FOUND) for a store that is not registered, 317 (ERROR_MR_MID_NOT_FOUND)
+    // for a message and 1814 (ERROR_RESOURCE_NAME_NOT_FOUND) for a string that no language has, or, with the
+    // failure as inner exception, the code for which a language's module could not be loaded; 14
+    // (ERROR_OUTOFMEMORY).
     template <class... Args>
-    STLString Text(TQStrResDestination destination, const Args&... args) const {
+    [[nodiscard]] STLString Text(TQStrResDestination destination, const Args&... args) const {
         if constexpr (sizeof...(Args) == 0) {
             return TextWith(destination, {});
         } else {
@@ -72,10 +86,12 @@ class TQLIB_API TQBaseStrRes {
             return TextWith(destination, array);
         }
     }
-    STLString TextWith(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
+    [[nodiscard]] STLString TextWith(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
 
     // A reference of the same kind to another resource of the same store.
-    TQBaseStrRes WithID(unsigned int resourceId) const noexcept { return {m_kind, m_storeId, resourceId}; }
+    [[nodiscard]] TQBaseStrRes WithID(unsigned int resourceId) const noexcept {
+        return {m_kind, m_storeId, resourceId};
+    }
 
     bool operator==(const TQBaseStrRes&) const noexcept = default;
 

@@ -42,11 +42,12 @@ class TQ_LOCK_CLASS TQLIB_API TQThreadSynch : public TQObject {
 // Holds a lock from its construction to its destruction, on one thread.
 class TQ_GUARD_CLASS TQThreadSynch::TQSynchLock {
   public:
-    explicit TQSynchLock(TQThreadSynch& lock) TQ_ACQUIRES(lock) TQ_NOT_ANALYSED : m_lock(&lock) {
+    [[nodiscard]] explicit TQSynchLock(TQThreadSynch& lock) TQ_ACQUIRES(lock) TQ_NOT_ANALYSED
+        : m_lock(&lock) {
         lock.Lock();
     }
     // Takes the lock for reading; a `TQThreadWriteSynch` on it takes it for writing.
-    explicit TQSynchLock(TQThreadReadSynch& lock) TQ_ACQUIRES_SHARED(lock);
+    [[nodiscard]] explicit TQSynchLock(TQThreadReadSynch& lock) TQ_ACQUIRES_SHARED(lock);
     TQSynchLock(const TQSynchLock&) = delete;
     TQSynchLock& operator=(const TQSynchLock&) = delete;
     ~TQSynchLock() TQ_RELEASES TQ_NOT_ANALYSED {

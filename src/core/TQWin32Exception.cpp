@@ -2,12 +2,14 @@
 
 #include "core/TQEventLog.h"
 #include "core/TQException.h"
+#include "core/TQThreadSynch.h"
 #include "platform/Win32.h"
 #include "system/TQSysProc.h"
 #include "text/TQHandle.h"
+#include "text/internal/Translated.h"
 
+#include <array>
 #include <cstring>
-#include <mutex>
 #include <new>
 #include <string_view>
 
@@ -101,6 +103,16 @@ const wchar_t* InPageErrorKind(std::uintptr_t access) {
     return access == 0 ? L"Read " : access == 1 ? L"Write " : access == 8 ? L"DEP " : L"";
 }
 
+// The module that holds an address. Where its name can't be had, a failure is reported without it.
+TQString OwnerOf(const void* address) {
+    try {
+        if (TQString owner = TQSysProc::ModuleAt(address); !owner.IsEmpty()) return owner;
+    } catch (const TQCoreException& e) {
+        if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;
+    }
+    return L"unknown";
+}
+
 // A new T, or the exception kept in reserve where memory is exhausted.
 template <class T, class... Args>
 T* New(const Args&... args) {
@@ -111,9 +123,20 @@ T* New(const Args&... args) {
     }
 }
 
-// All living traps; a thread's newest comes first. No allocation: a trap may be made where memory is short.
-std::mutex g_trapLock;
-_TQWin32Exception::Trap_SEH* g_traps = nullptr;
+// The innermost traps of the threads whose ids come here. Threads share a list only where their ids collide.
+struct ThreadTraps {
+    TQThreadSynch lock;
+    _TQWin32Exception::Trap_SEH* first TQ_GUARDED_BY(lock) = nullptr;
+};
+
+ThreadTraps& TrapsOf(DWORD thread) {
+    // Never destroyed: a thread may have a trap at the very end. Ids are multiples of 4 on some platforms.
+    static auto& all = *new std::array<ThreadTraps, 64>;
+    return all[thread / 4 % all.size()];
+}
+
+// Made while the library is loaded: later there may be no memory for it.
+[[maybe_unused]] const ThreadTraps& g_madeEarly = TrapsOf(0);
 
 }  // namespace
 
@@ -171,8 +194,8 @@ _TQExceptionBase<T>::_TQExceptionBase(const _TQExceptionBase& other)
       m_text(other.m_text),
       m_resource(other.m_resource),
       m_action(other.m_action),
-      m_record(other.m_record) {
-    if (other.m_cache) m_cache.reset(New<MessageCache>(*other.m_cache));
+      m_record(other.m_record),
+      m_cache(other.m_cache) {
     if (other.m_files) m_files.reset(New<TQStringArray>(*other.m_files));
     if (other.m_inner) m_inner.reset(other.m_inner->AllocCopy());
 }
@@ -183,7 +206,7 @@ _TQExceptionBase<T>& _TQExceptionBase<T>::operator=(const _TQExceptionBase& othe
     // All that may fail is done before anything changes.
     ExceptionText text(other.m_text);
     STLString action(other.m_action);
-    std::unique_ptr<MessageCache> cache(other.m_cache ? New<MessageCache>(*other.m_cache) : nullptr);
+    MessageCache cache(other.m_cache);
     std::unique_ptr<TQStringArray> files(other.m_files ? New<TQStringArray>(*other.m_files) : nullptr);
     std::unique_ptr<T> inner(other.m_inner ? other.m_inner->AllocCopy() : nullptr);
     m_code = other.m_code;
@@ -196,10 +219,19 @@ _TQExceptionBase<T>& _TQExceptionBase<T>::operator=(const _TQExceptionBase& othe
     m_resource = other.m_resource;
     m_action = std::move(action);
     m_record = other.m_record;
-    m_cache = std::move(cache);
+    m_cache.Swap(cache);
     m_files = std::move(files);
-    m_inner = std::move(inner);
+    m_inner.swap(inner);
+    m_formerInner.reset();
+    for (const _TQExceptionBase* within = inner.get(); within; within = within->m_inner.get())
+        if (within == &other) m_formerInner = std::move(inner);
     return *this;
+}
+
+template <class T>
+void _TQExceptionBase<T>::SetArisen() noexcept {
+    m_process = GetCurrentProcessId();
+    m_thread = GetCurrentThreadId();
 }
 
 template <class T>
@@ -240,7 +272,7 @@ void _TQExceptionBase<T>::SetAction(const wchar_t* action) {
     STLString text(action);
     // Only the first action empties the cache. Lines that were rendered with it keep it when a later one is
     // set.
-    if (m_action.IsEmpty()) m_cache.reset();
+    if (m_action.IsEmpty()) m_cache.Drop();
     m_action = std::move(text);
 }
 
@@ -316,8 +348,9 @@ TQStringArray _TQExceptionBase<T>::ErrFileList() const {
 
 template <class T>
 void _TQExceptionBase<T>::AddErrFile(const wchar_t* file) const {
+    TQString added(file);
     if (!m_files) m_files.reset(New<TQStringArray>());
-    m_files->Add(TQString(file));
+    m_files->Add(std::move(added));
 }
 
 template <class T>
@@ -329,10 +362,9 @@ STLString _TQExceptionBase<T>::MessageFor(TQStrResDestination destination,
 template <class T>
 const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
                                                std::span<const TQMsgArg> args) const {
-    const auto index = static_cast<std::size_t>(destination);
-    if (index >= TQStrResDestinationCount)
+    if (static_cast<std::size_t>(destination) >= TQStrResDestinationCount)
         throw TQException(ERROR_INVALID_PARAMETER, L"TQCoreException::FullMsg");
-    if (m_cache && !(*m_cache)[index].IsEmpty()) return (*m_cache)[index];
+    if (const STLString* kept = m_cache.Find(destination)) return *kept;
 
     const STLString codeString = static_cast<const T*>(this)->ExcCodeString();
     STLString line;
@@ -346,8 +378,7 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
     }
     if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
     if (!m_action.IsEmpty()) line.Append(L" Action=").Append(m_action.View());
-    if (!m_cache) m_cache.reset(New<MessageCache>());
-    return (*m_cache)[index] = std::move(line);
+    return m_cache.Keep(destination, std::move(line));
 }
 
 template <class T>
@@ -476,8 +507,7 @@ void _TQWin32Exception::AppendOSExceptionLine(STLString& out) const {
     const auto address = static_cast<unsigned int>(reinterpret_cast<std::uintptr_t>(record.address));
     const auto flags = record.flags;
     const void* const target = reinterpret_cast<const void*>(record.target);
-    TQString owner = TQSysProc::ModuleAt(record.address);
-    if (owner.IsEmpty()) owner = L"unknown";
+    const TQString owner = OwnerOf(record.address);
     if (record.code == STATUS_ACCESS_VIOLATION && record.parameterCount == 0)
         out.AppendFormat(L"OS Exception-Access Violation @ 0x%08x. Flags = 0x%08x; Owner=%s", address, flags,
                          owner.c_str());
@@ -518,34 +548,37 @@ _TQWin32Exception::Trap_SEH::~Trap_SEH() {
     UnregisterHandler(*this);
 }
 
-void _TQWin32Exception::RegisterHandler(Trap_SEH& trap) noexcept {
-    {
-        const std::lock_guard guard(g_trapLock);
-        trap.m_next = g_traps;
-        g_traps = &trap;
-    }
-    trap.m_previousTranslator = Platform::SetStructuredExceptionTranslator(&_SEH_Trap);
+void _TQWin32Exception::RegisterHandler(Trap_SEH& trap) {
+    trap.m_previousTranslator = Translated(
+        L"Trap_SEH::Trap_SEH", [] { return Platform::SetStructuredExceptionTranslator(&_SEH_Trap); });
+    ThreadTraps& traps = TrapsOf(trap.m_thread);
+    const TQThreadSynch::TQSynchLock guard(traps.lock);
+    Trap_SEH** const entry = EntryOf(trap.m_thread, traps.first);
+    trap.m_outer = *entry;
+    trap.m_next = *entry ? (*entry)->m_next : nullptr;
+    *entry = &trap;
 }
 
 void _TQWin32Exception::UnregisterHandler(Trap_SEH& trap) noexcept {
-    const DWORD error = GetLastError();
     Platform::SetStructuredExceptionTranslator(trap.m_previousTranslator);
-    {
-        const std::lock_guard guard(g_trapLock);
-        Trap_SEH** link = &g_traps;
-        while (*link != &trap)
-            link = &(*link)->m_next;
-        *link = trap.m_next;
-    }
-    SetLastError(error);
+    ThreadTraps& traps = TrapsOf(trap.m_thread);
+    const TQThreadSynch::TQSynchLock guard(traps.lock);
+    Trap_SEH** const entry = EntryOf(trap.m_thread, traps.first);
+    if (trap.m_outer) trap.m_outer->m_next = trap.m_next;
+    *entry = trap.m_outer ? trap.m_outer : trap.m_next;
 }
 
 _TQWin32Exception::Trap_SEH* _TQWin32Exception::ThreadHandler(DWORD threadId) noexcept {
-    const std::lock_guard guard(g_trapLock);
-    Trap_SEH* trap = g_traps;
-    while (trap && trap->m_thread != threadId)
-        trap = trap->m_next;
-    return trap;
+    ThreadTraps& traps = TrapsOf(threadId);
+    const TQThreadSynch::TQSynchLock guard(traps.lock);
+    return *EntryOf(threadId, traps.first);
+}
+
+_TQWin32Exception::Trap_SEH** _TQWin32Exception::EntryOf(DWORD thread, Trap_SEH*& first) noexcept {
+    Trap_SEH** entry = &first;
+    while (*entry && (*entry)->m_thread != thread)
+        entry = &(*entry)->m_next;
+    return entry;
 }
 
 void _TQWin32Exception::_SEH_Trap(unsigned int, _EXCEPTION_POINTERS* pointers) {

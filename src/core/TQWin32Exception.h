@@ -4,12 +4,12 @@
 
 #include "core/TQStrRes.h"
 #include "core/internal/ExceptionText.h"
+#include "core/internal/MessageCache.h"
 #include "platform/StructuredExceptions.h"
 #include "platform/Types.h"
 #include "text/STLString.h"
 #include "text/TQStringArray.h"
 
-#include <array>
 #include <memory>
 #include <optional>
 #include <span>
@@ -26,22 +26,22 @@ class TQLIB_API _TQExceptionRoot {
 
     // A plain Win32 error number (below 0x1000000) is an error; any other code carries its level in its top
     // two bits.
-    static constexpr Level CodeLevel(unsigned int code) noexcept {
+    [[nodiscard]] static constexpr Level CodeLevel(unsigned int code) noexcept {
         return code < 0x1000000 ? Level::Error : static_cast<Level>(code >> 30);
     }
     // The 13 bits from bit 16 on.
-    static constexpr unsigned short CodeFacility(unsigned int code) noexcept {
+    [[nodiscard]] static constexpr unsigned short CodeFacility(unsigned int code) noexcept {
         return static_cast<unsigned short>((code >> 16) & 0x1FFF);
     }
-    static Source CodeSource(unsigned int code) noexcept;
+    [[nodiscard]] static Source CodeSource(unsigned int code) noexcept;
 
     // "Success", "Information", "Warning", "Error", "Unknown"; the last for every other value too.
-    static const wchar_t* LevelName(Level level) noexcept;
+    [[nodiscard]] static const wchar_t* LevelName(Level level) noexcept;
     // "Unknown", "App", "OS", "SubSystem", and "Facility" for the value past them; "Unknown" for every other
     // value.
-    static const wchar_t* SourceName(Source source) noexcept;
+    [[nodiscard]] static const wchar_t* SourceName(Source source) noexcept;
     // The name of one of the platform's facilities, such as "Storage" for 3; "Unknown" for one that has none.
-    static const wchar_t* FacilityName(unsigned short facility) noexcept;
+    [[nodiscard]] static const wchar_t* FacilityName(unsigned short facility) noexcept;
 };
 
 // The record of an operating-system exception.
@@ -59,44 +59,47 @@ struct TQOSExceptionRecord {
 
 // What every exception carries, over its concrete class `T`. An exception is a value that belongs to one
 // thread: it is built where it is thrown and copied into an inner slot or to another thread by `AllocCopy`.
+// One that several threads hold (by a `std::exception_ptr`, say) may be read and rendered by all of them.
+// What is assigned may be an inner exception of the target.
 template <class T>
 class _TQExceptionBase : public _TQExceptionRoot {
   public:
     virtual ~_TQExceptionBase();
 
     // True for a failure that the operating system reported.
-    virtual bool IsSysException() const;
+    [[nodiscard]] virtual bool IsSysException() const;
     // The system's text for the code followed by the code, as in "Access is denied. [0x00000005]"; "unknown"
     // stands for a text that the system does not have. Empty for a code without a message number. Throws
     // nothing.
-    virtual STLString ExcCodeString() const;
+    [[nodiscard]] virtual STLString ExcCodeString() const;
     // The name of the subsystem; see `FacilityName`.
-    virtual const wchar_t* ExcSubSysName() const;
+    [[nodiscard]] virtual const wchar_t* ExcSubSysName() const;
     // Says what was being done. The first action empties the cached messages, so that they show it; a later
     // one replaces the action, but messages rendered in between keep the first.
     virtual void SetAction(const wchar_t* action);
     // A copy of the same kind, owned by the caller, with its inner exceptions and marked as copied.
-    virtual T* AllocCopy() const = 0;
+    [[nodiscard]] virtual T* AllocCopy() const = 0;
 
-    unsigned int ErrCode() const noexcept;
-    LONG COMErrCode() const noexcept;
-    Level ExcLevel() const noexcept;
-    Source ExcSource() const noexcept;
-    const wchar_t* ExcLevelName() const noexcept;
-    const wchar_t* ExcSourceName() const noexcept;
-    unsigned short ExcSubSys() const noexcept;
-    DWORD ExcProcess() const noexcept;  // the process and the thread that built it
-    DWORD ExcThread() const noexcept;
-    const wchar_t* Action() const noexcept;  // empty until it is set
+    [[nodiscard]] unsigned int ErrCode() const noexcept;
+    [[nodiscard]] LONG COMErrCode() const noexcept;
+    [[nodiscard]] Level ExcLevel() const noexcept;
+    [[nodiscard]] Source ExcSource() const noexcept;
+    [[nodiscard]] const wchar_t* ExcLevelName() const noexcept;
+    [[nodiscard]] const wchar_t* ExcSourceName() const noexcept;
+    [[nodiscard]] unsigned short ExcSubSys() const noexcept;
+    [[nodiscard]] DWORD ExcProcess() const noexcept;  // the process and the thread that built it
+    [[nodiscard]] DWORD ExcThread() const noexcept;
+    [[nodiscard]] const wchar_t* Action() const noexcept;  // empty until it is set
     // Whether the message is a resource rather than literal text.
-    bool HasResMsg() const noexcept;
+    [[nodiscard]] bool HasResMsg() const noexcept;
     // The exception that this one was built around, owned by this one; null without one.
-    const T* Inner() const noexcept;
+    [[nodiscard]] const T* Inner() const noexcept;
     // The operating-system exception that this one stands for; null for all others.
-    const TQOSExceptionRecord* OSException() const noexcept;
+    [[nodiscard]] const TQOSExceptionRecord* OSException() const noexcept;
 
-    // The files that the failed operation was about, in the order in which they were added.
-    TQStringArray ErrFileList() const;
+    // The files that the failed operation was about, in the order in which they were added. Adding is for the
+    // one thread that has the exception; throws 14 (ERROR_OUTOFMEMORY) with nothing changed.
+    [[nodiscard]] TQStringArray ErrFileList() const;
     void AddErrFile(const wchar_t* file) const;
 
   protected:
@@ -113,6 +116,8 @@ class _TQExceptionBase : public _TQExceptionRoot {
     _TQExceptionBase(const T* inner, const Content& content);
     _TQExceptionBase(const _TQExceptionBase& other);
     _TQExceptionBase& operator=(const _TQExceptionBase& other);
+    // The exception arises here and now, in this process and on this thread.
+    void SetArisen() noexcept;
 
     // The message alone for a destination: the literal text, or the resource with its inserts expanded;
     // throws what the lookup throws.
@@ -124,8 +129,6 @@ class _TQExceptionBase : public _TQExceptionRoot {
     bool SaysTheSame(const _TQExceptionBase& other) const noexcept;
 
   private:
-    using MessageCache = std::array<STLString, TQStrResDestinationCount>;
-
     unsigned int m_code;
     Level m_level;
     Source m_source;
@@ -136,9 +139,12 @@ class _TQExceptionBase : public _TQExceptionRoot {
     std::optional<TQBaseStrRes> m_resource;
     STLString m_action;
     std::optional<TQOSExceptionRecord> m_record;
-    mutable std::unique_ptr<MessageCache> m_cache;
+    mutable MessageCache m_cache;
     mutable std::unique_ptr<TQStringArray> m_files;
     std::unique_ptr<T> m_inner;
+    // The former inner exception, where the source of an assignment lies in it: subclasses still read it
+    // then.
+    std::unique_ptr<T> m_formerInner;
 };
 
 class _TQWin32Exception;
@@ -205,7 +211,7 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     _TQWin32Exception& operator=(const _TQWin32Exception& other);
     ~_TQWin32Exception() override;
 
-    _TQWin32Exception* AllocCopy() const override;
+    [[nodiscard]] _TQWin32Exception* AllocCopy() const override;
 
     // Equal when both say the same: code, level, source, subsystem, message, action, structured-exception
     // record and inner exceptions. Where and when they arose, and what has been done with them, does not
@@ -215,7 +221,7 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     // The message for a destination without code and action. Arguments fill the inserts of a resource
     // message. Throws what the lookup of the resource throws (`TQBaseStrRes::Text`).
     template <class... Args>
-    STLString ExcMsg(TQStrResDestination destination, const Args&... args) const {
+    [[nodiscard]] STLString ExcMsg(TQStrResDestination destination, const Args&... args) const {
         if constexpr (sizeof...(Args) == 0)
             return MessageFor(destination, {});
         else {
@@ -249,10 +255,10 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
 
     // Says that the process is not to be ended because of this exception.
     void SetDontExit(bool dontExit = true) const noexcept { m_isDontExit = dontExit; }
-    bool DontExit() const noexcept { return m_isDontExit; }
+    [[nodiscard]] bool DontExit() const noexcept { return m_isDontExit; }
     // True for the instance that is kept in reserve for reporting that memory is exhausted, and for its
     // copies.
-    bool PreAllocatedException() const noexcept { return m_isPreAllocated; }
+    [[nodiscard]] bool PreAllocatedException() const noexcept { return m_isPreAllocated; }
 
     // As `TQStdExceptions`: each throws a `TQCoreException` (`ThrowMemAllocError` a `TQException`) with its
     // code and `where` as the message.
@@ -271,7 +277,8 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     // as `_TQWin32Exception` from where they arose; destructors between there and the catch run in code
     // compiled with the options that the library hands on. Traps nest, last in first out; each belongs on the
     // stack of its thread. A thread without a trap is left alone. A stack overflow and a fault inside the
-    // memory allocator end the process as without a trap.
+    // memory allocator end the process as without a trap. Throws 14 (ERROR_OUTOFMEMORY) where there is no
+    // memory for a thread's first trap.
     class TQLIB_API Trap_SEH {
       public:
         // `name` tells the trap in a debugger; it must outlive the trap.
@@ -288,7 +295,8 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
         const wchar_t* m_name;
         DWORD m_thread;
         Platform::StructuredExceptionTranslator m_previousTranslator = nullptr;
-        Trap_SEH* m_next = nullptr;  // in the list of all traps, the newest first
+        Trap_SEH* m_outer = nullptr;  // the thread's trap before this one
+        Trap_SEH* m_next = nullptr;   // of the innermost traps, another thread's
     };
 
     // The innermost trap of a thread, null without one. The trap may end at any time unless the caller is its
@@ -301,8 +309,10 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     static unsigned int LastError() noexcept;
 
   private:
-    static void RegisterHandler(Trap_SEH& trap) noexcept;
+    static void RegisterHandler(Trap_SEH& trap);
     static void UnregisterHandler(Trap_SEH& trap) noexcept;
+    // Where the thread's innermost trap stands in the list, or the list's end.
+    static Trap_SEH** EntryOf(DWORD thread, Trap_SEH*& first) noexcept;
     static void _SEH_Trap(unsigned int code, _EXCEPTION_POINTERS* pointers);
     void AppendOSExceptionLine(STLString& out) const;
 

@@ -63,7 +63,7 @@ TQString TemporaryFolder() {
 }  // namespace
 
 TQRegKey TQLib::GetAppKey(bool create) {
-    const TQString path = L"Software\\" + AppName();
+    const TQString path = L"Software\\" + GetAppName();
     const TQRegKey machine = TQRegistry::MachineKey();
     TQRegKey key = machine.Find(path.c_str());
     return key.IsNull() && create ? machine.Create(path.c_str(), TQRegKey::ReadAccess) : key;
@@ -104,7 +104,7 @@ TQString TQLib::GetDefaultLogFileName() {
 }
 
 bool TQLib::SetDefaultLogFilename(const TQString& folder, TQString& result) {
-    const TQFileName name(folder, TQString::Format(L"%s.tlg", AppName().c_str()).View());
+    const TQFileName name(folder, TQString::Format(L"%s.tlg", GetAppName().c_str()).View());
     result = name.FullName();
     return name.DriveType() == TQFileName::FixedDrive;
 }

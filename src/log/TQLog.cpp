@@ -108,7 +108,7 @@ TQLog::State& TQLog::TheState() {
 TQLog::TQLog()
     : m_processId(GetCurrentProcessId()),
       m_moduleName(TQSysProc::ModuleName(TQSysProc::GetAppModule())),
-      m_appName(TQLib::AppName()) {}
+      m_appName(TQLib::GetAppName()) {}
 
 TQLog::TQLog(const wchar_t* fileName, bool secure) : TQLog() {
     constexpr auto Share = _TQFile::FileShare::Read | _TQFile::FileShare::Write;

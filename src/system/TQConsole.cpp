@@ -1,6 +1,6 @@
 #include "system/TQConsole.h"
 
-#include "core/TQException.h"
+#include "core/internal/CallFailure.h"
 #include "platform/Win32.h"
 #include "text/TQString.h"
 
@@ -29,7 +29,7 @@ void TQConsole::Write(std::wstring_view text) {
             const auto chunk = static_cast<DWORD>(std::min(text.size(), ConsoleChunk));
             DWORD written = 0;
             if (!WriteConsoleW(m_handle, text.data(), chunk, &written, nullptr))
-                TQSysException::ThrowLastError(L"TQConsole::Write");
+                ThrowCallFailure(L"TQConsole::Write");
             text.remove_prefix(written);
         }
         return;
@@ -38,7 +38,7 @@ void TQConsole::Write(std::wstring_view text) {
     for (std::string_view rest = bytes.View(); !rest.empty();) {
         DWORD written = 0;
         if (!WriteFile(m_handle, rest.data(), static_cast<DWORD>(rest.size()), &written, nullptr))
-            TQSysException::ThrowLastError(L"TQConsole::Write");
+            ThrowCallFailure(L"TQConsole::Write");
         rest.remove_prefix(written);
     }
 }

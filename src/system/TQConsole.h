@@ -17,7 +17,7 @@ class TQLIB_API TQConsole {
     explicit TQConsole(Stream stream) noexcept;
 
     // Whether somebody is looking: the stream is a terminal, not a file or a pipe.
-    bool IsTerminal() const noexcept;
+    [[nodiscard]] bool IsTerminal() const noexcept;
 
     // Writes the text as it stands. Throws `TQSysException` with the platform's code when it cannot be
     // written.

@@ -13,12 +13,12 @@ class TQLIB_API TQLocale {
     TQLocale() noexcept;
     explicit TQLocale(LCID id) noexcept : m_id(id) {}
 
-    LCID ID() const noexcept { return m_id; }
+    [[nodiscard]] LCID ID() const noexcept { return m_id; }
 
     // The full name of its language, such as "en-US", and the name of the language alone, such as "en"; both
     // empty for an identifier that the platform does not know.
-    TQString LanguageString() const;
-    TQString LanguageBaseString() const;
+    [[nodiscard]] TQString LanguageString() const;
+    [[nodiscard]] TQString LanguageBaseString() const;
 
     bool operator==(const TQLocale&) const noexcept = default;
 

@@ -1,8 +1,10 @@
 #include "system/TQSysProc.h"
 
 #include "core/TQException.h"
+#include "core/internal/CallFailure.h"
 #include "platform/Win32.h"
 #include "system/internal/CurrentUser.h"
+#include "text/internal/Translated.h"
 
 #include <string_view>
 #include <vector>
@@ -27,7 +29,7 @@ std::vector<HMODULE> LoadedModules() {
         const auto size = static_cast<DWORD>(modules.size() * sizeof(HMODULE));
         DWORD needed = 0;
         if (!EnumProcessModules(GetCurrentProcess(), modules.data(), size, &needed))
-            TQSysException::ThrowLastError(L"TQSysProc::FindLoadedModule");
+            ThrowCallFailure(L"TQSysProc::FindLoadedModule");
         modules.resize(needed / sizeof(HMODULE));
         if (needed <= size) return modules;
     }
@@ -37,8 +39,9 @@ std::vector<HMODULE> LoadedModules() {
 
 TQStringArray TQSysProc::CommandLine() {
     int count = 0;
-    const TQHandle<_TQLocalMemClose> memory(CommandLineToArgvW(GetCommandLineW(), &count));
-    if (!memory.IsValid()) TQSysException::ThrowLastError(L"TQSysProc::CommandLine");
+    const wchar_t* const line = GetCommandLineW();
+    const TQHandle<_TQLocalMemClose> memory(line ? CommandLineToArgvW(line, &count) : nullptr);
+    if (!memory.IsValid()) ThrowCallFailure(L"TQSysProc::CommandLine");
     const wchar_t* const* const arguments = static_cast<wchar_t**>(memory.Get());
     TQStringArray result;
     for (int i = 0; i < count; ++i)
@@ -55,28 +58,32 @@ HMODULE TQSysProc::GetAppModule() noexcept {
 }
 
 TQModule TQSysProc::LoadModule(const TQString& name) {
-    TQModule module(LoadLibraryW(name.c_str()));
-    if (!module.IsValid()) TQSysException::ThrowLastError(L"TQSysProc::LoadModule");
+    TQModule module(LoadLibraryExW(name.c_str(), nullptr, 0));
+    if (!module.IsValid()) ThrowCallFailure(L"TQSysProc::LoadModule");
     return module;
 }
 
 HMODULE TQSysProc::FindLoadedModule(const TQString& baseName) {
-    for (const HMODULE module : LoadedModules()) {
+    constexpr const wchar_t* where = L"TQSysProc::FindLoadedModule";
+    for (const HMODULE module : Translated(where, &LoadedModules)) {
+        wchar_t name[MAX_PATH];
+        const DWORD length = GetModuleBaseNameW(GetCurrentProcess(), module, name, MAX_PATH);
         // A module may be unloaded while the list is read.
-        wchar_t path[MAX_PATH];
-        const DWORD length = GetModuleFileNameW(module, path, MAX_PATH);
-        if (length != 0 && baseName.CompareNoCase(WithoutExtension(FileName({path, length}))) == 0)
-            return module;
+        if (length == 0 && IsMemoryExhausted(GetLastError())) TQStdExceptions::ThrowMemAllocError(where);
+        if (length != 0 && baseName.CompareNoCase(WithoutExtension({name, length})) == 0) return module;
     }
     return nullptr;
 }
 
 TQString TQSysProc::ModuleFileName(HMODULE module) {
-    for (std::vector<wchar_t> path(MAX_PATH);; path.resize(path.size() * 2)) {
-        const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
-        if (length == 0) TQSysException::ThrowLastError(L"TQSysProc::ModuleFileName");
-        if (length < path.size()) return TQString(path.data(), length);
-    }
+    constexpr const wchar_t* where = L"TQSysProc::ModuleFileName";
+    return Translated(where, [&]() -> TQString {
+        for (std::vector<wchar_t> path(MAX_PATH);; path.resize(path.size() * 2)) {
+            const DWORD length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
+            if (length == 0) ThrowCallFailure(where);
+            if (length < path.size()) return {path.data(), length};
+        }
+    });
 }
 
 TQString TQSysProc::ModuleBaseName(HMODULE module) {
@@ -93,8 +100,10 @@ TQString TQSysProc::ModuleAt(const void* address) {
     HMODULE module = nullptr;
     if (!GetModuleHandleExW(
             GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-            static_cast<const wchar_t*>(address), &module))
+            static_cast<const wchar_t*>(address), &module)) {
+        if (IsMemoryExhausted(GetLastError())) TQStdExceptions::ThrowMemAllocError(L"TQSysProc::ModuleAt");
         return {};
+    }
     const TQString path = ModuleFileName(module);
     return TQString(FileName(path.View()));
 }

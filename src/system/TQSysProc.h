@@ -18,7 +18,7 @@ class TQLIB_API TQSysProc {
     TQSysProc() = delete;
 
     // The command line of this process: the program, then its arguments.
-    static TQStringArray CommandLine();
+    [[nodiscard]] static TQStringArray CommandLine();
 
     // The user as whom the calling thread acts: the one that it impersonates, else that of the process.
     // Throws `TQSysException` with the platform's code, 1332 (ERROR_NONE_MAPPED) for a user without an
@@ -29,24 +29,24 @@ class TQLIB_API TQSysProc {
     // a name that ends in ".dll" stands for the file with ".so" in its place. Throws `TQSysException` with
     // the platform's code: 126 (ERROR_MOD_NOT_FOUND) where there is no such file, 193 (ERROR_BAD_EXE_FORMAT)
     // where it is no module.
-    static TQModule LoadModule(const TQString& name);
+    [[nodiscard]] static TQModule LoadModule(const TQString& name);
 
     // The loaded module whose file name without folder and extension is `baseName`, whatever the case; null
     // where there is none. The module is borrowed.
-    static HMODULE FindLoadedModule(const TQString& baseName);
+    [[nodiscard]] static HMODULE FindLoadedModule(const TQString& baseName);
 
     // The application's own module, the executable; borrowed.
-    static HMODULE GetAppModule() noexcept;
+    [[nodiscard]] static HMODULE GetAppModule() noexcept;
 
     // The path of a module's file, and that file's name without folder and extension. A null module is the
     // executable. Throws `TQSysException` with the platform's code for what is no module.
-    static TQString ModuleFileName(HMODULE module);
-    static TQString ModuleBaseName(HMODULE module);
+    [[nodiscard]] static TQString ModuleFileName(HMODULE module);
+    [[nodiscard]] static TQString ModuleBaseName(HMODULE module);
     // The file's name without folder.
-    static TQString ModuleName(HMODULE module);
+    [[nodiscard]] static TQString ModuleName(HMODULE module);
 
     // The file name, without folder, of the module that holds `address`; empty where none does.
-    static TQString ModuleAt(const void* address);
+    [[nodiscard]] static TQString ModuleAt(const void* address);
 };
 
 }  // namespace Quellan::Corvel

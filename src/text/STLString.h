@@ -19,7 +19,7 @@ class TQLIB_API STLString : public _TQwString {
     ~STLString() override;
 
     // Valid as long as this string.
-    const std::wstring& Std() const noexcept;
+    [[nodiscard]] const std::wstring& Std() const noexcept;
 };
 
 }  // namespace Quellan::Corvel

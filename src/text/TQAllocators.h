@@ -11,7 +11,7 @@ struct TQAllocator {
     void* (*Allocate)(std::size_t bytes) noexcept;
     // Takes back a block with the size it was asked for.
     void (*Release)(void* block, std::size_t bytes) noexcept;
-    // Whether each block has its pages to itself, so that locking one in memory concerns no other.
+    // Whether blocks are whole pages, so that asking for less saves nothing.
     bool wholePages;
 };
 

@@ -1,6 +1,7 @@
 #include "text/TQDataBuf.h"
 
 #include "platform/Win32.h"
+#include "text/internal/SecretArena.h"
 
 #include <cstring>
 #include <functional>
@@ -114,6 +115,7 @@ void _TQDataBufRoot::Splice(std::size_t at, std::size_t removed, const void* sou
     else if (bytes < m_bytes && m_level != _SecureLevel::None)
         Wipe(m_block + bytes, m_bytes - bytes);
     m_bytes = bytes;
+    if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
 }
 
 void _TQDataBufRoot::ReserveBytes(std::size_t bytes, const wchar_t* where) {
@@ -122,6 +124,7 @@ void _TQDataBufRoot::ReserveBytes(std::size_t bytes, const wchar_t* where) {
     BYTE* block = NewBlock(capacity, where);
     CopyBytes(block, m_block, m_bytes);
     ReplaceBlock(block, capacity);
+    if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
 }
 
 std::size_t _TQDataBufRoot::ByteCount(ULONGLONG count, std::size_t elementSize, const wchar_t* where) {
@@ -137,28 +140,33 @@ void _TQDataBufRoot::CheckSource(const void* source, ULONGLONG count, const wcha
     if (!source && count) TQStdExceptions::ThrowParameterInvalidError(where);
 }
 
-// Locks count by page and don't nest, so a locked block must not share its pages.
+bool _TQDataBufRoot::EqualsSecret(const _TQDataBufRoot& other) const noexcept {
+    if (m_bytes != other.m_bytes) return false;
+    BYTE difference = 0;
+    for (std::size_t i = 0; i < m_bytes; ++i) {
+        difference |= static_cast<BYTE>(m_block[i] ^ other.m_block[i]);
+        // The compiler may not know the value so far: it would stop at the first difference.
+        asm volatile("" : "+r"(difference));
+    }
+    return difference == 0;
+}
+
 const TQAllocator& _TQDataBufRoot::Memory() const noexcept {
-    if (m_level == _SecureLevel::WipeAndLock && !m_allocator->wholePages)
-        return TQAllocatorFor<TQMemory::Pages>();
-    return *m_allocator;
+    return m_level == _SecureLevel::WipeAndLock ? SecretMemory() : *m_allocator;
 }
 
 std::size_t _TQDataBufRoot::Rounded(std::size_t bytes) const noexcept {
-    if (!Memory().wholePages || bytes > MaxBytes - PageBytes) return bytes;
+    if (bytes == 0 || bytes > MaxBytes - PageBytes) return bytes;
+    if (m_level == _SecureLevel::WipeAndLock) return SecretBlockSize(bytes);
+    if (!m_allocator->wholePages) return bytes;
     return (bytes + PageBytes - 1) / PageBytes * PageBytes;
 }
 
 BYTE* _TQDataBufRoot::NewBlock(std::size_t capacity, const wchar_t* where) const {
-    const TQAllocator& memory = Memory();
-    void* block = memory.Allocate(capacity);
-    if (!block) TQStdExceptions::ThrowMemAllocError(where);
-    if (m_level == _SecureLevel::WipeAndLock && !VirtualLock(block, capacity)) {
-        const DWORD code = GetLastError();
-        memory.Release(block, capacity);
-        SetLastError(code);
+    void* block = Memory().Allocate(capacity);
+    if (!block && m_level == _SecureLevel::WipeAndLock && GetLastError() != ERROR_NOT_ENOUGH_MEMORY)
         TQStdExceptions::ThrowLastError(where);
-    }
+    if (!block) TQStdExceptions::ThrowMemAllocError(where);
     return static_cast<BYTE*>(block);
 }
 
@@ -167,7 +175,6 @@ void _TQDataBufRoot::ReplaceBlock(BYTE* block, std::size_t capacity) noexcept {
     if (m_block) {
         const DWORD lastError = GetLastError();
         if (m_level != _SecureLevel::None) Wipe(m_block, m_capacity);
-        if (m_level == _SecureLevel::WipeAndLock) VirtualUnlock(m_block, m_capacity);
         Memory().Release(m_block, m_capacity);
         SetLastError(lastError);
     }

@@ -14,7 +14,7 @@ namespace Quellan::Corvel {
 // not change what their caller is about to read.
 class TQLIB_API _TQLastErrorKeeper {
   public:
-    _TQLastErrorKeeper() noexcept;
+    [[nodiscard]] _TQLastErrorKeeper() noexcept;
     _TQLastErrorKeeper(const _TQLastErrorKeeper&) = delete;
     _TQLastErrorKeeper& operator=(const _TQLastErrorKeeper&) = delete;
     ~_TQLastErrorKeeper();
@@ -91,12 +91,12 @@ class TQHandle {
     explicit TQHandle(RawHandle handle) : m_holder(C::IsEmpty(handle) ? nullptr : NewShare(handle)) {}
 
     // The handle, owned by this holder and its copies; the kind's value for none when empty.
-    RawHandle Get() const noexcept { return IsValid() ? Shared()->handle : C::Empty(); }
-    RawHandle Handle() const noexcept { return Get(); }
-    bool IsValid() const noexcept { return m_holder.Record() != nullptr; }
+    [[nodiscard]] RawHandle Get() const noexcept { return IsValid() ? Shared()->handle : C::Empty(); }
+    [[nodiscard]] RawHandle Handle() const noexcept { return Get(); }
+    [[nodiscard]] bool IsValid() const noexcept { return m_holder.Record() != nullptr; }
     explicit operator bool() const noexcept { return IsValid(); }
     // How many holders share the handle, 0 for an empty one.
-    ULONG UseCount() const noexcept { return m_holder.Holders(); }
+    [[nodiscard]] ULONG UseCount() const noexcept { return m_holder.Holders(); }
 
     // Gives this holder's share up.
     void Close() noexcept { m_holder = {}; }
@@ -104,7 +104,7 @@ class TQHandle {
     void Attach(RawHandle handle) { *this = TQHandle(handle); }
     // Hands the handle over to the caller and leaves the holder empty. Throws 1 (ERROR_INVALID_FUNCTION)
     // where the handle is shared: the others would go on using it.
-    RawHandle Detach() {
+    [[nodiscard]] RawHandle Detach() {
         if (!IsValid()) return C::Empty();
         if (UseCount() != 1) TQStdExceptions::ThrowBadFuncError(L"TQHandle::Detach");
         const RawHandle handle = std::exchange(Shared()->handle, C::Empty());

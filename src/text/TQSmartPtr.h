@@ -121,7 +121,7 @@ class TQSmartPtr {
     }
     ~TQSmartPtr() = default;
 
-    T* Get() const noexcept { return m_object; }
+    [[nodiscard]] T* Get() const noexcept { return m_object; }
     T& operator*() const { return *Followed(L"TQSmartPtr::operator*"); }
     T* operator->() const { return Followed(L"TQSmartPtr::operator->"); }
     explicit operator bool() const noexcept { return m_object != nullptr; }
@@ -136,7 +136,7 @@ class TQSmartPtr {
     }
 
     // How many pointers share the object, 0 for none. Other threads may change it at any time, except from 1.
-    ULONG UseCount() const noexcept { return m_holder.Holders(); }
+    [[nodiscard]] ULONG UseCount() const noexcept { return m_holder.Holders(); }
 
   private:
     template <class U, class Q>
@@ -192,8 +192,8 @@ class TQSPtrCont {
     TQSPtrCont(S pointer) noexcept : m_pointer(std::move(pointer)) {}
 
     operator const S&() const noexcept { return m_pointer; }
-    const S& Ptr() const noexcept { return m_pointer; }
-    auto* Get() const noexcept { return m_pointer.Get(); }
+    [[nodiscard]] const S& Ptr() const noexcept { return m_pointer; }
+    [[nodiscard]] auto* Get() const noexcept { return m_pointer.Get(); }
     auto& operator*() const { return *m_pointer; }
     auto* operator->() const { return m_pointer.operator->(); }
     explicit operator bool() const noexcept { return static_cast<bool>(m_pointer); }

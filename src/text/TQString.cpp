@@ -104,14 +104,19 @@ _TQStringT<C>::_TQStringT(const C* text) : _TQStringT(_TQTextT<C>(text).View()) 
 
 template <class C>
 _TQStringT<C>::_TQStringT(const C* text, std::size_t length)
-    : _TQStringT(std::basic_string_view<C>(text, length)) {}
+    : _TQStringT(std::basic_string_view<C>(text, text ? length : 0)) {
+    if (!text && length) TQStdExceptions::ThrowParameterInvalidError(L"TQString::TQString");
+}
 
 template <class C>
 _TQStringT<C>::_TQStringT(std::basic_string_view<C> text)
     : m_text(Translated(L"TQString::TQString", [&] { return std::basic_string<C>(text); })) {}
 
 template <class C>
-_TQStringT<C>::_TQStringT(std::basic_string<C> text) noexcept : m_text(std::move(text)) {}
+_TQStringT<C>::_TQStringT(const std::basic_string<C>& text) : _TQStringT(std::basic_string_view<C>(text)) {}
+
+template <class C>
+_TQStringT<C>::_TQStringT(std::basic_string<C>&& text) noexcept : m_text(std::move(text)) {}
 
 template <class C>
 _TQStringT<C>::_TQStringT(const _TQStringT& other) : _TQStringT(other.View()) {}

@@ -30,7 +30,7 @@ class _TQTextT {
     template <_TQShowsView<C> T>
     _TQTextT(const T& text) noexcept : m_view(text) {}
 
-    std::basic_string_view<C> View() const noexcept { return m_view; }
+    [[nodiscard]] std::basic_string_view<C> View() const noexcept { return m_view; }
 
   private:
     std::basic_string_view<C> m_view;
@@ -62,11 +62,13 @@ class _TQStringT {
 
     _TQStringT() noexcept;
     _TQStringT(const C* text);
-    // The first `length` characters behind `text`, which may be null if there are none.
+    // The first `length` characters behind `text`, which may be null if there are none; throws 87
+    // (ERROR_INVALID_PARAMETER) for a null text of more.
     _TQStringT(const C* text, std::size_t length);
     _TQStringT(std::basic_string_view<C> text);
+    _TQStringT(const std::basic_string<C>& text);
     // Takes over the standard library's string.
-    _TQStringT(std::basic_string<C> text) noexcept;
+    _TQStringT(std::basic_string<C>&& text) noexcept;
     _TQStringT(const _TQStringT& other);
     _TQStringT(_TQStringT&& other) noexcept;
     _TQStringT& operator=(const _TQStringT& other);
@@ -74,10 +76,10 @@ class _TQStringT {
     virtual ~_TQStringT();
 
     // Terminated; valid until the string changes.
-    const C* c_str() const noexcept;
-    std::size_t Length() const noexcept;
-    bool IsEmpty() const noexcept;
-    std::basic_string_view<C> View() const noexcept;
+    [[nodiscard]] const C* c_str() const noexcept;
+    [[nodiscard]] std::size_t Length() const noexcept;
+    [[nodiscard]] bool IsEmpty() const noexcept;
+    [[nodiscard]] std::basic_string_view<C> View() const noexcept;
     operator std::basic_string_view<C>() const noexcept;
 
     // The character at `position`, which must be below `Length()`.
@@ -98,16 +100,16 @@ class _TQStringT {
     void Reserve(std::size_t length);
 
     // The first or last `count` characters, or all if there are fewer.
-    _TQStringT Left(std::size_t count) const;
-    _TQStringT Right(std::size_t count) const;
+    [[nodiscard]] _TQStringT Left(std::size_t count) const;
+    [[nodiscard]] _TQStringT Right(std::size_t count) const;
     // Up to `count` characters from `position`, at most `Length()`.
-    _TQStringT Mid(std::size_t position, std::size_t count = NotFound) const;
+    [[nodiscard]] _TQStringT Mid(std::size_t position, std::size_t count = NotFound) const;
 
     // The position of the first occurrence at or behind `from`; `ReverseFind` of the last one that begins at
     // or before it; `NotFound` if there is none. The empty text occurs everywhere.
-    std::size_t Find(_TQTextT<C> text, std::size_t from = 0) const noexcept;
-    std::size_t FindNoCase(_TQTextT<C> text, std::size_t from = 0) const;
-    std::size_t ReverseFind(_TQTextT<C> text, std::size_t from = NotFound) const noexcept;
+    [[nodiscard]] std::size_t Find(_TQTextT<C> text, std::size_t from = 0) const noexcept;
+    [[nodiscard]] std::size_t FindNoCase(_TQTextT<C> text, std::size_t from = 0) const;
+    [[nodiscard]] std::size_t ReverseFind(_TQTextT<C> text, std::size_t from = NotFound) const noexcept;
     // Replaces every occurrence of `what` from left to right and returns their number; an empty `what` has
     // none.
     std::size_t Replace(_TQTextT<C> what, _TQTextT<C> with);
@@ -121,33 +123,34 @@ class _TQStringT {
     _TQStringT& Trim();
     _TQStringT& Trim(_TQTextT<C> set);
 
-    _TQStringT ToUpper() const;
-    _TQStringT ToLower() const;
+    [[nodiscard]] _TQStringT ToUpper() const;
+    [[nodiscard]] _TQStringT ToLower() const;
 
     // Below, equal to or above 0, by the values of the characters, without regard to locale.
-    int Compare(_TQTextT<C> text) const noexcept;
-    int CompareNoCase(_TQTextT<C> text) const;
-    bool StartsWith(_TQTextT<C> text) const noexcept;
-    bool StartsWithNoCase(_TQTextT<C> text) const;
-    bool EndsWith(_TQTextT<C> text) const noexcept;
-    bool EndsWithNoCase(_TQTextT<C> text) const;
+    [[nodiscard]] int Compare(_TQTextT<C> text) const noexcept;
+    [[nodiscard]] int CompareNoCase(_TQTextT<C> text) const;
+    [[nodiscard]] bool StartsWith(_TQTextT<C> text) const noexcept;
+    [[nodiscard]] bool StartsWithNoCase(_TQTextT<C> text) const;
+    [[nodiscard]] bool EndsWith(_TQTextT<C> text) const noexcept;
+    [[nodiscard]] bool EndsWithNoCase(_TQTextT<C> text) const;
 
     // Formatting as text/TQFormat.h says; `FormatRuntime` for formats that are no constants, of which null is
     // empty. The arguments may refer to this string.
     template <class... Args>
-    static _TQStringT Format(TQFormatText<C, std::type_identity_t<Args>...> format, const Args&... args);
+    [[nodiscard]] static _TQStringT Format(TQFormatText<C, std::type_identity_t<Args>...> format,
+                                           const Args&... args);
     template <class... Args>
-    static _TQStringT FormatRuntime(const C* format, const Args&... args);
+    [[nodiscard]] static _TQStringT FormatRuntime(const C* format, const Args&... args);
     template <class... Args>
     _TQStringT& AppendFormat(TQFormatText<C, std::type_identity_t<Args>...> format, const Args&... args);
 
     // Wide text to and from UTF-8; what is no character becomes U+FFFD.
-    _TQStringT<char> ToUtf8() const requires std::is_same_v<C, wchar_t>;
-    static _TQStringT FromUtf8(_TQTextT<char> text) requires std::is_same_v<C, wchar_t>;
+    [[nodiscard]] _TQStringT<char> ToUtf8() const requires std::is_same_v<C, wchar_t>;
+    [[nodiscard]] static _TQStringT FromUtf8(_TQTextT<char> text) requires std::is_same_v<C, wchar_t>;
     // Wide text to and from the system's ANSI code page, which is UTF-8 on Linux. A failure of the system
     // throws by `TQStdExceptions::ThrowLastError`.
-    _TQStringT<char> ToAnsi() const requires std::is_same_v<C, wchar_t>;
-    static _TQStringT FromAnsi(_TQTextT<char> text) requires std::is_same_v<C, wchar_t>;
+    [[nodiscard]] _TQStringT<char> ToAnsi() const requires std::is_same_v<C, wchar_t>;
+    [[nodiscard]] static _TQStringT FromAnsi(_TQTextT<char> text) requires std::is_same_v<C, wchar_t>;
 
     // With text of any kind on one side.
     friend _TQStringT operator+(_TQStringT a, const _TQStringT& b) { return std::move(a += b); }

@@ -33,8 +33,8 @@ class TQLIB_API TQStringArray {
     TQStringArray& operator=(TQStringArray&& other) noexcept;
     virtual ~TQStringArray();
 
-    std::size_t Count() const noexcept;
-    bool IsEmpty() const noexcept;
+    [[nodiscard]] std::size_t Count() const noexcept;
+    [[nodiscard]] bool IsEmpty() const noexcept;
 
     // The element at `position`, which must be below `Count()`. Valid until the array changes.
     const TQString& At(std::size_t position) const;
@@ -48,16 +48,16 @@ class TQLIB_API TQStringArray {
     void Clear() noexcept;
 
     // The position of the first such element at or behind `from`, or `TQString::NotFound`.
-    std::size_t Find(const TQString& element, std::size_t from = 0) const noexcept;
-    std::size_t FindNoCase(const TQString& element, std::size_t from = 0) const;
+    [[nodiscard]] std::size_t Find(const TQString& element, std::size_t from = 0) const noexcept;
+    [[nodiscard]] std::size_t FindNoCase(const TQString& element, std::size_t from = 0) const;
     // Ascending, as `TQString::Compare` orders.
     void Sort() noexcept;
 
     // The elements in their order with `separator` between each two.
-    TQString Join(const TQString& separator) const;
+    [[nodiscard]] TQString Join(const TQString& separator) const;
     // The pieces of `text` between its separators, each character of `separators` being one. Neighbouring
     // separators have an empty piece between them; the empty text has no piece.
-    static TQStringArray Split(const TQString& text, const TQString& separators);
+    [[nodiscard]] static TQStringArray Split(const TQString& text, const TQString& separators);
 
     // Iterators are valid until the array changes.
     const_iterator begin() const noexcept;

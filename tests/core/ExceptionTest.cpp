@@ -4,8 +4,11 @@
 #include "support/FailCall.h"
 #include "system/TQSysProc.h"
 
+#include <array>
 #include <gmock/gmock.h>
 #include <string>
+#include <thread>
+#include <vector>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -233,6 +236,54 @@ TEST(ExceptionMarks, CanBeSetOnAConstReference) {
     EXPECT_FALSE(e.PreAllocatedException());
 }
 
+// A program's own kind, which tells when it is read after its end.
+class OrderRefused : public _TQExceptionKind<OrderRefused, TQAppException> {
+  public:
+    using _TQExceptionKind::_TQExceptionKind;
+    OrderRefused(const OrderRefused&) = default;
+    OrderRefused& operator=(const OrderRefused&) = default;
+    ~OrderRefused() override {
+        number = 0;
+        SetDontLog(false);
+    }
+
+    volatile int number = 7;
+};
+
+TEST(ExceptionCopy, ByAProgramsOwnKindKeepsWhatItAdds) {
+    OrderRefused cause(1u, L"cause");
+    cause.number = 9;
+    const TQException outer(cause, 2u, L"outer");
+    const auto* const inner = dynamic_cast<const OrderRefused*>(outer.TQCoreException::Inner());
+    ASSERT_NE(inner, nullptr);
+    EXPECT_EQ(inner->number, 9);
+}
+
+TEST(ExceptionCopy, MayAssignAnInnerExceptionToItsOuterOne) {
+    OrderRefused innermost(1u, L"innermost");
+    innermost.number = 9;
+    innermost.SetDontLog();
+    for (const bool isDeep : {false, true}) {
+        OrderRefused e(isDeep ? OrderRefused(innermost, 2u, L"inner") : innermost, 3u, L"outer");
+        e = isDeep ? *e.Inner()->Inner() : *e.Inner();
+        EXPECT_EQ(e, innermost);
+        EXPECT_EQ(e.number, 9);
+        EXPECT_TRUE(e.DontLog());
+        EXPECT_EQ(e.Inner(), nullptr);
+    }
+}
+
+TEST(ExceptionCopy, IsRenderedByManyThreadsAtOnce) {
+    const TQException e(5u, L"Message");
+    std::array<const wchar_t*, 8> lines{};
+    {
+        std::vector<std::jthread> threads;
+        for (const wchar_t*& line : lines)
+            threads.emplace_back([&] { line = e.FullMsg(TQStrResDestination::Log); });
+    }
+    EXPECT_THAT(lines, testing::Each(e.FullMsg(TQStrResDestination::Log))) << "the first line stays";
+}
+
 struct Helper {
     void (*standard)(const wchar_t*);
     void (*win32)(const wchar_t*);
@@ -296,6 +347,7 @@ TEST(ThrowHelper, UnknownTellsWhatIsKnown) {
               L"Unknown exception occurred in Here with message 'text'.");
     EXPECT_EQ(Message(TQCoreException::Unknown(L"Here")),
               L"Unknown exception occurred in Here with no detail message.");
+    EXPECT_EQ(TQCoreException::Unknown(L"Here", L""), TQCoreException::Unknown(L"Here"));
     EXPECT_EQ(Message(TQCoreException::Unknown()), L"Unknown exception.");
     const auto e = Caught<TQCoreException>([] { TQStdExceptions::ThrowUnknown(L"Here"); });
     EXPECT_EQ(e.ErrCode(), 0x8000FFFFu);
@@ -356,7 +408,7 @@ void ThrowFromCallback(void*) {
 
 TEST(LibraryBoundary, ExceptionsCrossItBothWays) {
     try {
-        TQSysProc::LoadModule(L"no-such-module.dll");
+        const TQModule none = TQSysProc::LoadModule(L"no-such-module.dll");
         ADD_FAILURE();
     } catch (const TQCoreException& e) {
         EXPECT_EQ(e.ErrCode(), static_cast<unsigned>(ERROR_MOD_NOT_FOUND));

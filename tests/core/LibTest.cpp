@@ -1,12 +1,16 @@
 #include "core/TQException.h"
 #include "core/TQLib.h"
 #include "core/TQStdExceptions.h"
+#include "platform/Win32.h"
+#include "support/FailCall.h"
 #include "support/RecordingSink.h"
-#include "support/ThrownCode.h"
 #include "system/TQSysProc.h"
 
+#include <atomic>
+#include <functional>
 #include <gmock/gmock.h>
 #include <string>
+#include <thread>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -24,16 +28,16 @@ void* Name(const char* name) {
 }
 
 TEST(Library, KnowsTheApplication) {
-    EXPECT_EQ(TQLib::AppName(), L"core_test") << "the executable's name until it is set";
+    EXPECT_EQ(TQLib::GetAppName(), L"core_test") << "the executable's name until it is set";
     TQLib::SetAppName(L"shop");
     TQLib::SetAppVersion(L"2.1");
     TQLib::SetProductName(L"Shop");
-    EXPECT_EQ(TQLib::AppName(), L"shop");
+    EXPECT_EQ(TQLib::GetAppName(), L"shop");
     EXPECT_EQ(TQEventLog::CurrentAppName(), L"shop");
     EXPECT_EQ(TQLib::AppVersion(), L"2.1");
     EXPECT_EQ(TQLib::ProductName(), L"Shop");
     TQLib::SetAppName(L"");
-    EXPECT_EQ(TQLib::AppName(), L"core_test");
+    EXPECT_EQ(TQLib::GetAppName(), L"core_test");
 }
 
 TEST(Library, RunsExitHandlersInReverseOrderOnce) {
@@ -51,6 +55,88 @@ TEST(Library, RunsExitHandlersInReverseOrderOnce) {
     TQLib::RunExitHandlers();
     EXPECT_EQ(g_trace, "blatea");
     EXPECT_EQ(ThrownCode([] { TQLib::AddExitHandler(nullptr, nullptr); }), 87u);
+}
+
+// What is taken away from the library while another thread is in it: the call goes on until the taking
+// returns, or for as long as anybody would wait for a taking that does not wait.
+class BusyCallback {
+  public:
+    void Run() {
+        m_isEntered = true;
+        for (int i = 0; i < 20000 && !m_isTaken; ++i)
+            std::this_thread::yield();
+        m_isEnded = true;
+    }
+
+    static void Called(void* self) noexcept { static_cast<BusyCallback*>(self)->Run(); }
+
+    // `call` comes to the callback, on a thread of its own.
+    void ExpectThatTakingWaits(const std::function<void()>& call, const std::function<void()>& take) {
+        const std::jthread caller(call);
+        while (!m_isEntered)
+            std::this_thread::yield();
+        take();
+        const bool hasWaited = m_isEnded;
+        m_isTaken = true;
+        EXPECT_TRUE(hasWaited);
+    }
+
+  private:
+    std::atomic<bool> m_isEntered = false, m_isTaken = false, m_isEnded = false;
+};
+
+struct BusySink : TQEventLogSink, BusyCallback {
+    void Write(const TQEventLogEntry&) override { Run(); }
+};
+
+TEST(Library, TakesACallbackAwayOnlyOnceNobodyIsInIt) {
+    BusyCallback exit;
+    TQLib::AddExitHandler(BusyCallback::Called, &exit);
+    exit.ExpectThatTakingWaits(&TQLib::RunExitHandlers,
+                               [&] { TQLib::RemoveExitHandler(BusyCallback::Called, &exit); });
+    BusyCallback lowMemory;
+    TQLib::AddLowMemoryHandler(BusyCallback::Called, &lowMemory);
+    lowMemory.ExpectThatTakingWaits(&TQLib::CallLowMemoryHandlers,
+                                    [&] { TQLib::RemoveLowMemoryHandler(BusyCallback::Called, &lowMemory); });
+    BusySink sink;
+    TQEventLog::SetSink(&sink);
+    sink.ExpectThatTakingWaits([] { TQCoreException::LogUnhandled(L"s", 1, 1, L"text"); },
+                               [] { TQEventLog::SetSink(nullptr); });
+}
+
+TEST(Library, LetsACallbackTakeItselfAway) {
+    g_trace.clear();
+    struct Handler {
+        static void Run(void* context) noexcept {
+            Append(context);
+            TQLib::RemoveExitHandler(Run, context);
+            TQLib::RemoveLowMemoryHandler(Run, context);
+        }
+    };
+    TQLib::AddExitHandler(Handler::Run, Name("a"));
+    TQLib::RunExitHandlers();
+    TQLib::AddLowMemoryHandler(Handler::Run, Name("b"));
+    TQLib::AddLowMemoryHandler(Handler::Run, Name("c"));
+    TQLib::CallLowMemoryHandlers();
+    TQLib::CallLowMemoryHandlers();
+    EXPECT_EQ(g_trace, "abc") << "and the next one is not passed over";
+}
+
+TEST(Library, IsCalledUnknownWhereItsFileCannotBeFoundOut) {
+    {
+        FailCall fail("GetModuleFileNameW", ERROR_PATH_NOT_FOUND, FailCall::EveryCall);
+        EXPECT_EQ(TQLib::GetAppName(), L"unknown");
+        STLString block;
+        TQException(5u).AssembleLogOutput(nullptr, block);
+        EXPECT_THAT(block.Std(), testing::HasSubstr(L"{unknown} "));
+        block.Clear();
+        const auto address = reinterpret_cast<const void*>(&Append);
+        _TQWin32Exception(TQOSExceptionRecord{0xC0000094, 0, address, 0, 0, 0, 0})
+            .AssembleLogOutput(nullptr, block);
+        EXPECT_THAT(block.Std(), testing::HasSubstr(L"Owner=unknown"));
+    }
+    FailCall exhausted("GetModuleFileNameW", ERROR_NOT_ENOUGH_MEMORY, FailCall::EveryCall);
+    EXPECT_EQ(ThrownCode([] { return TQLib::GetAppName(); }), DWORD{ERROR_OUTOFMEMORY});
 }
 
 TEST(LibraryDeathTest, RunsExitHandlersAtTheEndOfTheProcess) {

@@ -3,7 +3,7 @@
 #include "core/TQLib.h"
 #include "core/TQStrRes.h"
 #include "platform/Win32.h"
-#include "support/ThrownCode.h"
+#include "support/FailCall.h"
 #include "system/TQSysProc.h"
 
 #include <gmock/gmock.h>
@@ -22,6 +22,12 @@ constexpr TQStrResDestination Destinations[] = {TQStrResDestination::User, TQStr
 std::wstring MessageOf(const _TQWin32Exception& e) {
     return e.ExcMsg(TQStrResDestination::User).Std();
 }
+
+// An argument that would outlive its text does not compile.
+static_assert(std::is_constructible_v<TQMsgArg, const TQString&>);
+static_assert(std::is_constructible_v<TQMsgArg, std::wstring_view>);
+static_assert(!std::is_constructible_v<TQMsgArg, TQString>);
+static_assert(!std::is_constructible_v<TQMsgArg, std::wstring>);
 
 // The store of the modules TQTest_en, TQTest_de and TQTest_de-AT; each destination's locales are put back
 // afterwards.
@@ -73,6 +79,12 @@ TEST_F(Resource, ExpandsItsInsertsFromTheArguments) {
     EXPECT_EQ(message.Text(destination, TQString(L"name"), 42, 0xBEEFu), L"name: 42 of 0000beef, 100%.");
     EXPECT_EQ(message.Text(destination, static_cast<const wchar_t*>(nullptr), 1, 2),
               L"(null): 1 of 00000002, 100%.");
+    EXPECT_EQ(message.Text(destination, std::wstring_view(L"names").substr(0, 4), 42, 0xBEEFu),
+              L"name: 42 of 0000beef, 100%.")
+        << "a view need not be terminated";
+    const std::wstring tooLong(70000, L'x');
+    EXPECT_EQ(message.Text(destination, tooLong, 42, 0xBEEFu), L"%1: %2!d! of %3!08x!, 100%%.")
+        << "better unexpanded than none";
     const TQException e(0u, static_cast<unsigned int>(TQTEST_INSERTS), m_store);
     EXPECT_STREQ(e.FullMsg(destination, L"name", 42, 0xBEEFu), L"name: 42 of 0000beef, 100%.");
     EXPECT_STREQ(e.FullMsg(destination, L"other", 1, 2u), L"name: 42 of 0000beef, 100%.")
@@ -99,9 +111,9 @@ TEST_F(Resource, IsAlsoAStringOfAModulesStringTable) {
     EXPECT_EQ(string(8), L"second");
     EXPECT_EQ(string(0x1001), L"far");
     EXPECT_EQ(string(65535), L"last");
-    EXPECT_EQ(ThrownCode([&] { string(9); }), 1814u);
-    EXPECT_EQ(ThrownCode([&] { string(1); }), 1814u) << "a message is no string";
-    EXPECT_EQ(ThrownCode([&] { m_store.WithID(8).Text(TQStrResDestination::User); }), 317u)
+    EXPECT_EQ(ThrownCode([&] { return string(9); }), 1814u);
+    EXPECT_EQ(ThrownCode([&] { return string(1); }), 1814u) << "a message is no string";
+    EXPECT_EQ(ThrownCode([&] { return m_store.WithID(8).Text(TQStrResDestination::User); }), 317u)
         << "nor the other way round";
 }
 
@@ -115,17 +127,17 @@ TEST_F(Resource, TellsWhatItDidNotFind) {
         return {0, L""};
     };
     using Failure = std::pair<unsigned, std::wstring>;
-    EXPECT_EQ(failure([&] { m_store.WithID(4711).Text(TQStrResDestination::Log); }),
+    EXPECT_EQ(failure([&] { return m_store.WithID(4711).Text(TQStrResDestination::Log); }),
               Failure(317,
                       L"The message resource (ID=4711) could not be found in the specified store destination "
                       L"(3 - Log)."));
-    EXPECT_EQ(failure([&] { TQStrRes(TestStore, 4711).Text(TQStrResDestination::User); }),
+    EXPECT_EQ(failure([&] { return TQStrRes(TestStore, 4711).Text(TQStrResDestination::User); }),
               Failure(1814,
                       L"The string resource (ID=4711) could not be found in the specified store destination "
                       L"(0 - User)."));
-    EXPECT_EQ(failure([&] { TQMsgRes(4711, 1).Text(TQStrResDestination::Log); }),
+    EXPECT_EQ(failure([&] { return TQMsgRes(4711, 1).Text(TQStrResDestination::Log); }),
               Failure(1168, L"The given resource store ID was not found."));
-    EXPECT_EQ(failure([] { TQLib::ResourceBaseName(4711); }),
+    EXPECT_EQ(failure([] { return TQLib::ResourceBaseName(4711); }),
               Failure(1168, L"The given resource store ID was not found."));
     EXPECT_EQ(
         failure([] { TQLib::RegisterResourceStore(TestStore, L"Other"); }),
@@ -139,7 +151,7 @@ TEST_F(Resource, ThatIsMissingDoesNotHideTheFailureItBelongsTo) {
         std::wstring(e.FullMsg(TQStrResDestination::Log)),
         L"The message resource (ID=4711) could not be found in the specified store destination (3 - Log). (" +
             e.ExcCodeString().Std() + L")");
-    EXPECT_EQ(ThrownCode([&] { e.ExcMsg(TQStrResDestination::Log); }), 317u);
+    EXPECT_EQ(ThrownCode([&] { return e.ExcMsg(TQStrResDestination::Log); }), 317u);
 }
 
 TEST_F(Resource, ModulesAreFoundByLanguageName) {
@@ -151,14 +163,27 @@ TEST_F(Resource, ModulesAreFoundByLanguageName) {
     TQLib::RegisterResourceStore(TestStore + 1, L"tqTEST");
     EXPECT_EQ(TQLib::GetResourceLanguageModule(TestStore + 1, L"EN"), english)
         << "one that is loaded already serves";
-    EXPECT_EQ(ThrownCode([] { TQLib::GetResourceLanguageModule(4711, L"en"); }), 1168u);
+    EXPECT_EQ(ThrownCode([] { return TQLib::GetResourceLanguageModule(4711, L"en"); }), 1168u);
+}
+
+TEST_F(Resource, ThatCannotBeLoadedNowIsLoadedLater) {
+    {
+        FailCall fail("LoadLibraryExW", ERROR_TOO_MANY_OPEN_FILES, FailCall::EveryCall);
+        EXPECT_EQ(ThrownCode([] { return TQLib::GetResourceLanguageModule(TestStore, L"yy"); }), 4u);
+        TQLib::RegisterResourceStore(TestStore + 2, L"TQNone");
+        EXPECT_EQ(ThrownCode([] { return TQMsgRes(TestStore + 2, 1).Text(TQStrResDestination::Log); }), 4u)
+            << "not the failure of a text that is nowhere";
+    }
+    EXPECT_EQ(TQLib::GetResourceLanguageModule(TestStore, L"yy"), nullptr);
+    EXPECT_EQ(ThrownCode([] { return TQMsgRes(TestStore + 2, 1).Text(TQStrResDestination::Log); }), 317u);
 }
 
 TEST_F(Resource, DestinationsHaveLocalesOfTheirOwn) {
     EXPECT_EQ(TQLib::DestinationLocaleIDs(TQStrResDestination::Log), std::vector<LCID>{English});
     EXPECT_EQ(TQLib::DestinationLocaleIDs(TQStrResDestination::User).back(), English);
     EXPECT_EQ(TQLib::DestinationLocaleIDs(TQStrResDestination::User).front(), GetUserDefaultLCID());
-    EXPECT_EQ(ThrownCode([] { TQLib::DestinationLocaleIDs(static_cast<TQStrResDestination>(4)); }), 87u);
+    EXPECT_EQ(ThrownCode([] { return TQLib::DestinationLocaleIDs(static_cast<TQStrResDestination>(4)); }),
+              87u);
     EXPECT_STREQ(TQStrResDestinationName(static_cast<TQStrResDestination>(4)), L"Unknown");
 }
 

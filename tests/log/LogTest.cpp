@@ -82,7 +82,7 @@ TEST_F(Logs, HaveRecordsWithHeadAndIndentedMessage) {
 
     const std::string process = std::to_string(GetCurrentProcessId());
     const std::string module = Utf8(TQSysProc::ModuleName(TQSysProc::GetAppModule()));
-    const std::string head = R"( \d+:\d\d:\d\d\.\d\d\d \[)" + Utf8(TQLib::AppName()) + " : " + process +
+    const std::string head = R"( \d+:\d\d:\d\d\.\d\d\d \[)" + Utf8(TQLib::GetAppName()) + " : " + process +
                              R"( \()" + module + R"(\)\{)" + std::to_string(GetCurrentThreadId()) + R"(\}\])";
     const std::string user = R"( -- \[[^\]]+ \{S-1-5-[0-9-]+\}\])";
     EXPECT_TRUE(std::regex_match(lines[0], std::regex("W" + head + R"( -- \[\])" + user))) << lines[0];

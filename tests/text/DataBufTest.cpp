@@ -4,6 +4,7 @@
 #include "text/TQDataBuf.h"
 
 #include <gmock/gmock.h>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -51,7 +52,6 @@ using namespace std::string_view_literals;
 using Test::FailAllocation;
 using Test::FailCall;
 using Test::SweepAllocations;
-using Test::SweepFaults;
 using Test::ThrownCode;
 using testing::Each;
 using testing::ElementsAre;
@@ -270,35 +270,73 @@ TYPED_TEST(DataBufRelease, WipesWhatShrinkingDropsInPlace) {
     EXPECT_THAT(this->Released(), testing::IsEmpty());
 }
 
-TEST(DataBufLock, LocksItsPagesAndUnlocksThemWiped) {
-    g_released.clear();
-    FailCall locks("VirtualLock", 0, 0);
-    FailCall unlocks("VirtualUnlock", 0, 0);
-    {
-        auto buffer = Buffer<WatchedPages>(Secret, Level::WipeAndLock);
-        buffer.Resize(buffer.Capacity() + 1);
-        EXPECT_EQ(locks.Calls(), 2u);
-        EXPECT_EQ(unlocks.Calls(), 1u);
-    }
-    EXPECT_EQ(unlocks.Calls(), 2u);
-    EXPECT_EQ(g_released.size(), 2u);
-    EXPECT_THAT(g_released, Each(testing::Truly(IsWiped)));
+constexpr std::size_t KeyBytes = 32;
+
+TQDataBuf<char> Key(char content) {
+    return Buffer(std::string(KeyBytes, content), Level::WipeAndLock);
 }
 
-TEST(DataBufLock, TakesWholePagesWhateverTheAllocator) {
+TEST(DataBufLock, KeepsManySecretsInFewLockedPages) {
+    FailCall locks("VirtualLock", 0, 0);
+    std::vector<TQDataBuf<char>> keys;
+    for (int i = 0; i < 200; ++i)
+        keys.push_back(Key(static_cast<char>(i)));
+    EXPECT_LE(locks.Calls(), 2u);
+    keys.erase(keys.begin(), keys.begin() + 150);
+    for (int i = 0; i < 150; ++i)
+        keys.push_back(Key(static_cast<char>(i)));
+    EXPECT_LE(locks.Calls(), 2u) << "slots are used again";
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        EXPECT_THAT(keys[i], Each(static_cast<char>(i < 50 ? i + 150 : i - 50)));
+}
+
+TEST(DataBufLock, GivesMemoryToTheNextSecretWiped) {
+    const auto neighbour = Key('n');
+    auto key = std::make_unique<TQDataBuf<char>>(Key('k'));
+    const char* const place = key->Data();
+    key.reset();
+    TQDataBuf<char> next(Level::WipeAndLock);
+    next.Reserve(KeyBytes);
+    ASSERT_EQ(next.Data(), place);
+    EXPECT_EQ(std::string(place, KeyBytes), std::string(KeyBytes, '\0'));
+}
+
+TEST(DataBufLock, TakesMemoryForSecretsWhateverTheAllocator) {
     g_released.clear();
     { const auto buffer = Buffer<WatchedHeap>(Secret, Level::WipeAndLock); }
+    { const auto buffer = Buffer<WatchedPages>(Secret, Level::WipeAndLock); }
     EXPECT_THAT(g_released, testing::IsEmpty());
 }
 
 TEST(DataBufLock, IsUnchangedWhereTheLockIsRefused) {
-    g_released.clear();
-    auto buffer = Buffer<WatchedPages>(Secret, Level::WipeAndLock);
-    const auto grow = [&] { buffer.Resize(buffer.Capacity() + 1); };
-    SweepFaults("VirtualLock", ERROR_WORKING_SET_QUOTA, grow, [&] {
+    auto buffer = Buffer(Secret, Level::WipeAndLock);
+    for (const ULONGLONG size : {1000u, 100000u}) {
+        FailCall fail("VirtualLock", ERROR_WORKING_SET_QUOTA, FailCall::EveryCall);
+        EXPECT_EQ(ThrownCode([&] { buffer.Resize(size); }), DWORD{ERROR_WORKING_SET_QUOTA});
         EXPECT_EQ(Text(buffer), Secret);
-        EXPECT_EQ(g_released.size(), 1u) << "the new block";
-    });
+    }
+    for (const char* call : {"VirtualLock", "VirtualAlloc"}) {
+        FailCall fail(call, ERROR_NOT_ENOUGH_MEMORY, FailCall::EveryCall);
+        EXPECT_EQ(ThrownCode([&] { buffer.Resize(100000); }), ERROR_OUTOFMEMORY) << call;
+    }
+}
+
+TEST(DataBufLock, GivesUpItsSparePageWhereNoOtherMayBeLocked) {
+    { const auto emptied = Buffer(Secret, Level::WipeAndLock); }
+    FailCall fail("VirtualLock", ERROR_WORKING_SET_QUOTA);
+    EXPECT_EQ(ThrownCode([] { TQDataBuf<char>(5000, Level::WipeAndLock); }), 0u);
+    EXPECT_TRUE(fail.Fired());
+}
+
+TEST(DataBufLock, ComparesSecretsToTheLastByte) {
+    const auto secret = Buffer("0123456789abcdef", Level::WipeAndLock);
+    for (std::size_t i = 0; i < secret.Size(); ++i) {
+        auto other = secret;
+        EXPECT_TRUE(secret.EqualsSecret(other) && secret == other);
+        ++other[i];
+        EXPECT_FALSE(secret.EqualsSecret(other) || secret == other) << i;
+    }
+    EXPECT_FALSE(secret.EqualsSecret(Buffer("0123456789abcde")));
 }
 
 TEST(DataBufLock, KeepsTheLastErrorWhenReleased) {

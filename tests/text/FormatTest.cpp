@@ -178,8 +178,9 @@ TEST(Format, RefusesFieldsPastTheLimitAndNoSmallerOnes) {
     }
     EXPECT_EQ(ThrownCode([&] { length(L"%.*d", Limit + 1); }), OverflowCode);
     EXPECT_EQ(length(L"%.*d", std::numeric_limits<int>::min()), 1u);
-    EXPECT_EQ(ThrownCode([] { _TQwString::FormatRuntime(L"%1048577d", 1); }), OverflowCode);
-    EXPECT_EQ(ThrownCode([] { _TQwString::FormatRuntime(L"%.99999999999999999999d", 1); }), OverflowCode);
+    EXPECT_EQ(ThrownCode([] { return _TQwString::FormatRuntime(L"%1048577d", 1); }), OverflowCode);
+    EXPECT_EQ(ThrownCode([] { return _TQwString::FormatRuntime(L"%.99999999999999999999d", 1); }),
+              OverflowCode);
     EXPECT_EQ(FormatTo(std::span<wchar_t>(), L"%1048576.1048576f", 1.0), std::size_t{Limit} + 2);
 }
 

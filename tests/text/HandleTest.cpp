@@ -77,7 +77,7 @@ TEST_F(Handle, HandsTheHandleOverOnlyWhenAlone) {
     Number first(7);
     {
         const Number second = first;
-        EXPECT_EQ(ThrownCode([&] { first.Detach(); }), ERROR_INVALID_FUNCTION);
+        EXPECT_EQ(ThrownCode([&] { return first.Detach(); }), ERROR_INVALID_FUNCTION);
         EXPECT_EQ(first.Get(), 7);
     }
     EXPECT_EQ(first.Detach(), 7);

@@ -87,8 +87,8 @@ TEST(StringArray, StaysUnchangedWhereMemoryRunsOut) {
     const TQStringArray longer{array[0] + element, array[1] + element};
     sweep([&] { array = longer; });
     sweep([&] { TQStringArray copy(array); });
-    sweep([&] { array.Join(element); });
-    sweep([&] { TQStringArray::Split(array[0], L" "); });
+    sweep([&] { return array.Join(element); });
+    sweep([&] { return TQStringArray::Split(array[0], L" "); });
 }
 
 }  // namespace

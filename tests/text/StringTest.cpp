@@ -51,6 +51,7 @@ TYPED_TEST(StringOf, TakesANullForTheEmptyText) {
     text.Append(null).Insert(0, null) += nullptr;
     EXPECT_EQ(text, null);
     EXPECT_EQ(text + null, String(null, 0));
+    EXPECT_EQ(ThrownCode([&] { String(null, 3); }), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(String(T("abc")).Find(null), 0u);
     EXPECT_GT(String(T("abc")).Compare(null), 0);
     EXPECT_EQ(String(T("abc")).Assign(null), T(""));
@@ -80,7 +81,7 @@ TYPED_TEST(StringOf, RefusesPositionsOutside) {
     EXPECT_EQ(ThrownCode([&] { text.SetAt(3, TypeParam{'x'}); }), IndexCode);
     EXPECT_EQ(ThrownCode([&] { text.Insert(4, T("x")); }), IndexCode);
     EXPECT_EQ(ThrownCode([&] { text.Remove(4); }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { text.Mid(4); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { return text.Mid(4); }), IndexCode);
     EXPECT_EQ(text, T("abd"));
 }
 
@@ -249,8 +250,8 @@ TYPED_TEST(StringOf, StaysUnchangedWhereMemoryRunsOut) {
     sweep([&](String& string) { string.Insert(3, more); });
     sweep([&](String& string) { string.Replace(T("t"), more); });
     sweep([&](String& string) { string.Reserve(1000); });
-    sweep([&](String& string) { string.ToUpper(); });
-    sweep([&](String& string) { string.FindNoCase(more); });
+    sweep([&](String& string) { return string.ToUpper(); });
+    sweep([&](String& string) { return string.FindNoCase(more); });
 }
 
 TYPED_TEST(StringOf, RefusesALengthPastTheLargest) {
@@ -303,9 +304,10 @@ TEST(String, ReportsTheSystemsFailureToConvert) {
     const TQString text = L"text";
     const _TQaString narrow = "text";
     SweepFaults(
-        "WideCharToMultiByte", ERROR_NO_UNICODE_TRANSLATION, [&] { text.ToAnsi(); }, [] {});
+        "WideCharToMultiByte", ERROR_NO_UNICODE_TRANSLATION, [&] { return text.ToAnsi(); }, [] {});
     SweepFaults(
-        "MultiByteToWideChar", ERROR_NO_UNICODE_TRANSLATION, [&] { TQString::FromAnsi(narrow); }, [] {});
+        "MultiByteToWideChar", ERROR_NO_UNICODE_TRANSLATION, [&] { return TQString::FromAnsi(narrow); },
+        [] {});
 }
 
 TEST(String, FormatsTextThatRefersToItself) {
@@ -323,8 +325,8 @@ TEST(String, FormatsWithoutChangeWhereMemoryRunsOut) {
     TQString text;
     SweepAllocations([&] { text.AppendFormat(L"%s", more); }, [&] { EXPECT_EQ(text, L""); });
     EXPECT_EQ(text, more);
-    SweepAllocations([&] { text.ToUtf8(); }, [&] { EXPECT_EQ(text, more); });
-    SweepAllocations([&] { text.ToAnsi(); }, [&] { EXPECT_EQ(text, more); });
+    SweepAllocations([&] { return text.ToUtf8(); }, [&] { EXPECT_EQ(text, more); });
+    SweepAllocations([&] { return text.ToAnsi(); }, [&] { EXPECT_EQ(text, more); });
 }
 
 TEST(String, ChangesBetweenItsClasses) {

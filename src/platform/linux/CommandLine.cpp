@@ -7,9 +7,8 @@
 #include "platform/linux/internal/Wide.h"
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
 #include <new>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -36,15 +35,17 @@ void AppendQuoted(std::wstring& line, const std::wstring& word, bool isFirst) {
     line += L'"';
 }
 
-std::wstring ReadCommandLine() {
-    std::ifstream file("/proc/self/cmdline", std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
+// As the dynamic loader hands them to the constructors of the modules that it loads.
+constinit std::span<const char* const> g_arguments;
+
+[[gnu::constructor(101)]] void KeepArguments(int count, char** arguments, char**) noexcept {
+    g_arguments = {arguments, static_cast<std::size_t>(count)};
+}
+
+std::wstring QuotedArguments() {
     std::wstring line;
-    for (std::size_t begin = 0; begin < bytes.size();) {
-        const std::size_t end = std::min(bytes.find('\0', begin), bytes.size());
-        AppendQuoted(line, ToWide({bytes.data() + begin, end - begin}), begin == 0);
-        begin = end + 1;
-    }
+    for (const char* const& argument : g_arguments)
+        AppendQuoted(line, ToWide(argument), &argument == g_arguments.data());
     return line;
 }
 
@@ -112,9 +113,11 @@ wchar_t** ToBlock(const std::vector<std::wstring>& words) {
 
 using namespace Quellan::Corvel::Platform;
 
-const wchar_t* GetCommandLineW() noexcept {
-    static const std::wstring line = ReadCommandLine();
+const wchar_t* GetCommandLineW() noexcept try {
+    static const std::wstring& line = *new std::wstring(QuotedArguments());
     return line.c_str();
+} catch (const std::bad_alloc&) {
+    return Fail<const wchar_t*>(ERROR_NOT_ENOUGH_MEMORY, nullptr);
 }
 
 wchar_t** CommandLineToArgvW(const wchar_t* commandLine, int* argumentCount) noexcept {

@@ -4,6 +4,8 @@
 #include "platform/Types.h"
 
 // The arguments of this process, quoted so that `CommandLineToArgvW` gives them back. Owned by the layer.
+// Null with 8 (ERROR_NOT_ENOUGH_MEMORY) where there is no memory for it at the first call; the next one tries
+// again.
 TQLIB_API const wchar_t* GetCommandLineW() noexcept;
 
 // Splits a command line by the platform's rules of quotation marks and backslashes. The result is one block

@@ -11,6 +11,7 @@
 #include "platform/linux/internal/Wide.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
@@ -25,6 +26,7 @@
 #include <new>
 #include <optional>
 #include <string>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -59,11 +61,19 @@ struct Image {
     std::string path;  // as the loader knows it; empty for the executable
 };
 
+// Found while this library is loaded: later the file may have another name, /proc may be out of reach and the
+// program's own word for it, which may be relative, may be worth nothing. Empty where nobody knows it.
+constinit std::array<char, PATH_MAX> g_executablePath{};
+
+[[gnu::constructor(101)]] void FindExecutablePath() noexcept {
+    const ssize_t size = readlink("/proc/self/exe", g_executablePath.data(), g_executablePath.size() - 1);
+    if (size >= 0) return;
+    const auto* const executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
+    if (!executed || !realpath(executed, g_executablePath.data())) g_executablePath[0] = '\0';
+}
+
 std::string ExecutablePath() {
-    std::string path(PATH_MAX, '\0');
-    const ssize_t size = readlink("/proc/self/exe", path.data(), path.size());
-    path.resize(size < 0 ? 0 : static_cast<std::size_t>(size));
-    return path;
+    return g_executablePath.data();
 }
 
 HMODULE ModuleOf(const dl_phdr_info& info) noexcept {
@@ -258,7 +268,7 @@ std::optional<Image> FindImageByAddress(ULONG_PTR address) {
 std::vector<std::string> SearchFolders(DWORD search) {
     std::vector<std::string> folders;
     if (search & (LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS))
-        folders.push_back(FolderOf(ExecutablePath()));
+        if (const std::string folder = FolderOf(ExecutablePath()); !folder.empty()) folders.push_back(folder);
     if (search & LOAD_LIBRARY_SEARCH_DEFAULT_DIRS)
         if (const auto self = FindImageByAddress(reinterpret_cast<ULONG_PTR>(&TheRegistry)))
             folders.push_back(FolderOf(FullPath(*self)));
@@ -321,9 +331,13 @@ DWORD LoadDataFile(const std::string& path, DWORD flags, HMODULE& module) {
 DWORD LoadFailure(const char* path) {
     const char* const words = dlerror();
     OpenFile file;
-    if (!Open(path, file)) {
+    const DWORD code = Open(path, file);
+    if (code && code != ERROR_FILE_NOT_FOUND) return code;
+    if (!code) {
+        if (file.size == 0) return ERROR_BAD_EXE_FORMAT;
         const MappedFile mapped(file.descriptor.Get(), file.size);
-        if (!mapped.IsMapped() || !IsLoadableModule(mapped.Bytes())) return ERROR_BAD_EXE_FORMAT;
+        if (!mapped.IsMapped()) return ERROR_NOT_ENOUGH_MEMORY;
+        if (!IsLoadableModule(mapped.Bytes())) return ERROR_BAD_EXE_FORMAT;
     }
     return words && std::strstr(words, "undefined symbol") ? ERROR_PROC_NOT_FOUND : ERROR_MOD_NOT_FOUND;
 }
@@ -405,6 +419,7 @@ DWORD CopyPath(HMODULE module, wchar_t* buffer, DWORD size, DWORD& length) {
     if (!image) return ERROR_MOD_NOT_FOUND;
     if (!buffer || size == 0) return ERROR_INSUFFICIENT_BUFFER;
     const std::wstring path = ToWide(FullPath(*image));
+    if (path.empty()) return ERROR_PATH_NOT_FOUND;
     if (path.size() < size) {
         std::copy_n(path.c_str(), path.size() + 1, buffer);
         length = static_cast<DWORD>(path.size());
@@ -446,6 +461,7 @@ DWORD CopyBaseName(HANDLE process, HMODULE module, wchar_t* buffer, DWORD size, 
     if (!image) return ERROR_INVALID_HANDLE;
     if (!buffer || size == 0) return ERROR_INSUFFICIENT_BUFFER;
     const std::wstring path = ToWide(FullPath(*image));
+    if (path.empty()) return ERROR_PATH_NOT_FOUND;
     const std::wstring_view name = BaseName(path).substr(0, size);
     std::ranges::copy(name, buffer);
     if (name.size() < size) buffer[name.size()] = L'\0';

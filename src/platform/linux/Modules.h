@@ -46,7 +46,9 @@ TQLIB_API HMODULE GetModuleHandleW(const wchar_t* name) noexcept;
 TQLIB_API BOOL GetModuleHandleExW(DWORD flags, const wchar_t* name, HMODULE* module) noexcept;
 
 // The full path of a loaded module; null is the executable. Returns its number of characters. When the buffer
-// is too small it is filled, terminated, and `size` returned with 122 (ERROR_INSUFFICIENT_BUFFER).
+// is too small it is filled, terminated, and `size` returned with 122 (ERROR_INSUFFICIENT_BUFFER). The
+// executable's is the one that it had when this library was loaded; 0 with 3 (ERROR_PATH_NOT_FOUND) where it
+// could not be found out then.
 TQLIB_API DWORD GetModuleFileNameW(HMODULE module, wchar_t* buffer, DWORD size) noexcept;
 
 // A function or object that the module itself exports; null is the executable. 127 when there is none of that

@@ -1,13 +1,13 @@
 #include "system/internal/CurrentUser.h"
 
-#include "core/TQException.h"
+#include "core/internal/CallFailure.h"
 
 namespace Quellan::Corvel {
 
 UserBlock::UserBlock() {
     DWORD size = 0;
     if (!GetTokenInformation(GetCurrentThreadEffectiveToken(), TokenUser, m_user, sizeof m_user, &size))
-        TQSysException::ThrowLastError(L"TQSysProc::CurrentUser");
+        ThrowCallFailure(L"TQSysProc::CurrentUser");
 }
 
 }  // namespace Quellan::Corvel

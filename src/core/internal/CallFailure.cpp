@@ -1,0 +1,18 @@
+#include "core/internal/CallFailure.h"
+
+#include "core/TQException.h"
+#include "core/TQStdExceptions.h"
+#include "platform/Win32.h"
+
+namespace Quellan::Corvel {
+
+bool IsMemoryExhausted(DWORD code) noexcept {
+    return code == ERROR_NOT_ENOUGH_MEMORY || code == ERROR_OUTOFMEMORY;
+}
+
+void ThrowCallFailure(const wchar_t* where) {
+    if (IsMemoryExhausted(GetLastError())) TQStdExceptions::ThrowMemAllocError(where);
+    TQSysException::ThrowLastError(where);
+}
+
+}  // namespace Quellan::Corvel
