@@ -40,7 +40,7 @@ class TQ_LOCK_CLASS TQLIB_API TQThreadSynch : public TQObject {
 };
 
 // Holds a lock from its construction to its destruction, on one thread.
-class TQ_GUARD_CLASS TQThreadSynch::TQSynchLock {
+class [[nodiscard]] TQ_GUARD_CLASS TQThreadSynch::TQSynchLock {
   public:
     [[nodiscard]] explicit TQSynchLock(TQThreadSynch& lock) TQ_ACQUIRES(lock) TQ_NOT_ANALYSED
         : m_lock(&lock) {

@@ -83,7 +83,7 @@ void TQMutex::Release() const {
 TQMutex::TQMutexLock::TQMutexLock() noexcept = default;
 
 TQMutex::TQMutexLock::TQMutexLock(const TQMutex& mutex, DWORD ms) {
-    mutex.Acquire(*this, ms, nullptr, 0);
+    static_cast<void>(mutex.Acquire(*this, ms, nullptr, 0));
 }
 
 TQMutex::TQMutexLock::TQMutexLock(const TQMutex& mutex, DWORD ms, void* const* extraHandles, DWORD extraCount,

@@ -24,14 +24,14 @@ class TQLIB_API TQMutex : public TQSynchObj {
     TQMutex(const wchar_t* name, bool global);
 
     // Waits up to `ms` milliseconds for the mutex. A lock that holds nothing when the time is up.
-    TQMutexLock Acquire(DWORD ms) const;
+    [[nodiscard]] TQMutexLock Acquire(DWORD ms) const;
     // Waits for the mutex or one of `extraCount` (up to 63) other objects, whichever is signalled first, or
     // with `waitAll` for all of them. Gives the index of what was signalled, 0 for the mutex and from 1 on
     // the extra handles (with `waitAll` always 0), or WAIT_TIMEOUT (258). `lock` then holds the mutex if it
     // was acquired, else nothing. An extra handle that is a mutex belongs to the calling thread when its
     // index is returned.
-    DWORD Acquire(TQMutexLock& lock, DWORD ms, void* const* extraHandles, DWORD extraCount) const;
-    DWORD Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* extraHandles,
+    [[nodiscard]] DWORD Acquire(TQMutexLock& lock, DWORD ms, void* const* extraHandles, DWORD extraCount) const;
+    [[nodiscard]] DWORD Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* extraHandles,
                   DWORD extraCount) const;
 
     // Gives up one acquisition of the calling thread that no lock stands for. Throws 288 (ERROR_NOT_OWNER).
@@ -40,7 +40,7 @@ class TQLIB_API TQMutex : public TQSynchObj {
 
 // Stands for one acquisition of a mutex, or for nothing. Copies share the acquisition, which ends with the
 // last of them; all of them belong to the thread that acquired. It keeps the mutex open.
-class TQMutex::TQMutexLock {
+class [[nodiscard]] TQMutex::TQMutexLock {
   public:
     TQMutexLock() noexcept;
     // Waits as `Acquire` does; `IsLocked` tells whether the mutex was acquired.

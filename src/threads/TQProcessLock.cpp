@@ -3,6 +3,9 @@
 #include "core/TQThreadSynch.h"
 #include "platform/Win32.h"
 
+#include <cstddef>
+#include <new>
+
 namespace Quellan::Corvel {
 
 namespace {
@@ -13,9 +16,10 @@ struct ServerLock {
 };
 
 // Never destroyed: destructors of static objects may still give their locks back.
-ServerLock& TheServerLock() {
-    static ServerLock* const server = new ServerLock;
-    return *server;
+ServerLock& TheServerLock() noexcept {
+    alignas(ServerLock) static std::byte memory[sizeof(ServerLock)];
+    static ServerLock& server = *new (memory) ServerLock;
+    return server;
 }
 
 }  // namespace

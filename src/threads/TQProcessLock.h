@@ -14,7 +14,7 @@ class TQLIB_API TQProcessLock {
     static DWORD Lock();
     // At 0 it does nothing.
     static DWORD Unlock();
-    static DWORD LockCount();
+    [[nodiscard]] static DWORD LockCount();
 };
 
 }  // namespace Quellan::Corvel

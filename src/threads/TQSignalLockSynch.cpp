@@ -17,9 +17,11 @@ TQSignalLockSynch::TQSignalLockSynch(TQThreadSynch& lock, bool isSet)
 TQSignalLockSynch::~TQSignalLockSynch() = default;
 
 void TQSignalLockSynch::Set() {
-    const TQThreadSynch::TQSynchLock guard(m_flagLock);
+    {
+        const TQThreadSynch::TQSynchLock guard(m_flagLock);
+        m_isSet = true;
+    }
     m_signal.Set();
-    m_isSet = true;
 }
 
 void TQSignalLockSynch::Clear() {
@@ -37,9 +39,16 @@ TQSignalLockSynch::LockPtr TQSignalLockSynch::GetLock(DWORD ms) {
     const TQCountdownTimer timer(ms);
     while (m_signal.Wait(timer.Remaining())) {
         LockPtr lock = NewLock();
-        if (IsSet()) return lock;
+        if (IsStillSet()) return lock;
     }
     return {};
+}
+
+// The event may have been set late, when the flag had been cleared again.
+bool TQSignalLockSynch::IsStillSet() {
+    const TQThreadSynch::TQSynchLock guard(m_flagLock);
+    if (!m_isSet) m_signal.Reset();
+    return m_isSet;
 }
 
 TQSignalLockSynch::LockPtr TQSignalLockSynch::NewLock() {

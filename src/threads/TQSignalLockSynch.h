@@ -37,23 +37,24 @@ class TQLIB_API TQSignalLockSynch : public TQObject {
     // None of these takes the lock.
     void Set();
     void Clear();
-    bool IsSet() const;
+    [[nodiscard]] bool IsSet() const;
 
     // Waits up to `ms` milliseconds for the signal, then takes the lock, for which it waits without end. The
     // signal was set at a moment at which the lock was held: one that is cleared while the lock is being
     // waited for is waited for again. Null when the time is up. Throws "Wait on synch object failed." and,
     // code 14 (ERROR_OUTOFMEMORY), "Allocation of signaled thread lock object failed"; the lock is not held
     // then.
-    LockPtr GetLock(DWORD ms);
+    [[nodiscard]] LockPtr GetLock(DWORD ms);
 
   private:
     LockPtr NewLock();
+    bool IsStillSet();
 
     TQThreadSynch& m_lock;
 
     mutable TQThreadSynch m_flagLock;
     bool m_isSet TQ_GUARDED_BY(m_flagLock);
-    const TQEvent m_signal;  // set and reset under the lock, together with the flag
+    const TQEvent m_signal;  // set after the flag, reset together with it
 };
 
 }  // namespace Quellan::Corvel

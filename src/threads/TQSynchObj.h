@@ -26,7 +26,7 @@ class TQLIB_API TQSynchObj : public TQObject {
     ~TQSynchObj() override;
 
     // Borrowed: closed with the last copy of this object.
-    virtual HANDLE Handle() const noexcept;
+    [[nodiscard]] virtual HANDLE Handle() const noexcept;
 
     // Waits up to `ms` milliseconds (INFINITE: without end; 0: only looks) until the object is signalled:
     // true, also for a mutex whose owner ended without releasing it. False when the time is up. Throws "Wait
@@ -35,9 +35,9 @@ class TQLIB_API TQSynchObj : public TQObject {
 
     // The name under which an object is opened: behind "Global\" or "Local\" where the platform tells the
     // name spaces of sessions apart, else `name` as it is. A null name is an empty one.
-    static TQString KernelObjectName(const wchar_t* name, bool global);
+    [[nodiscard]] static TQString KernelObjectName(const wchar_t* name, bool global);
     // What goes before the name on a platform of that version: "Global\", "Local\" or nothing.
-    static const wchar_t* KernelObjectPrefix(const PlatformVersion& version, bool global) noexcept;
+    [[nodiscard]] static const wchar_t* KernelObjectPrefix(const PlatformVersion& version, bool global) noexcept;
 
   protected:
     // Takes the handle over.

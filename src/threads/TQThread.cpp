@@ -70,35 +70,66 @@ void TQThread::Start(bool suspended) {
 }
 
 // Starts a new thread, the last one being over; false, with nothing done, where that was no longer the last.
+// The thread is made while the lock is free, and let go once all that is known of it stands here.
 bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    if (m_state != State::NotStarted && m_state != State::Ended)
-        throw TQException(ERROR_ALREADY_INITIALIZED, L"Thread Start Failed - Already started.");
-    if (m_thread.Get() != last.Get()) return false;
-    ThreadHandleHolder startupEvent(CreateEventW(nullptr, TRUE, FALSE, nullptr));
-    if (!startupEvent) TQSysException::ThrowLastError(L"Thread Creation Event Failed.");
-
-    m_isStopRequested = false;
-    m_stopEvent.Reset();
-    m_thread.Close();
-    m_resultCode = 0;
-    m_resultMessage = TQString();
-    m_startupEvent.Close();
-    m_state = State::NotStarted;
-
-    const DWORD flags = (m_isStackReservation && m_stackSize != 0 ? STACK_SIZE_PARAM_IS_A_RESERVATION : 0) |
-                        (suspended ? CREATE_SUSPENDED : 0);
-    m_id = 0;
-    m_thread.Attach(CreateThread(nullptr, m_stackSize, ThreadMain, this, flags, &m_id));
-    if (!m_thread) {
-        m_id = 0;
-        TQSysException::ThrowLastError(L"Thread Creation Failed.");
+    ThreadHandleHolder startupEvent, thread, lastEvent;
+    DWORD code = 0;
+    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (!event) code = GetLastError();
+    startupEvent.Attach(event);
+    DWORD stackSize = 0, flags = CREATE_SUSPENDED;
+    bool isOver;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        isOver = m_state == State::NotStarted || m_state == State::Ended;
+        if (isOver && m_thread.Get() != last.Get()) return false;
+        if (isOver && event) {
+            m_stopEvent.Reset();
+            m_isStopRequested = false;
+            m_thread.Swap(thread);
+            m_startupEvent.Swap(lastEvent);
+            m_id = 0;
+            m_resultCode = 0;
+            m_resultMessage = TQString();
+            m_state = State::Creating;
+            stackSize = m_stackSize;
+            if (m_isStackReservation && stackSize != 0) flags |= STACK_SIZE_PARAM_IS_A_RESERVATION;
+        }
     }
-    m_startupEvent = std::move(startupEvent);
-    m_state = suspended ? State::Suspended : State::Starting;
-    m_startTime = TQTime::CurrentTime();
-    m_startTimeUTC = TQTime::CurrentUTCTime();
+    if (!isOver) throw TQException(ERROR_ALREADY_INITIALIZED, L"Thread Start Failed - Already started.");
+    if (!event) throw TQSysException(code, L"Thread Creation Event Failed.");
+
+    DWORD id = 0;
+    try {
+        const HANDLE made = CreateThread(nullptr, stackSize, ThreadMain, this, flags, &id);
+        if (!made) TQSysException::ThrowLastError(L"Thread Creation Failed.");
+        thread.Attach(made);
+    } catch (...) {
+        if (id != 0) EndUnowned(id);
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        m_state = State::NotStarted;
+        throw;
+    }
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        m_thread = thread;
+        m_id = id;
+        m_startupEvent = std::move(startupEvent);
+        m_state = suspended ? State::Suspended : State::Starting;
+        m_startTime = TQTime::CurrentTime();
+        m_startTimeUTC = TQTime::CurrentUTCTime();
+    }
+    if (!suspended) LetGo(thread, true);
     return true;
+}
+
+// Lets a new thread go to whose handle there was no memory to keep, and waits for its end: it finds no start to
+// make.
+void TQThread::EndUnowned(DWORD id) noexcept {
+    const HANDLE thread = OpenThread(SYNCHRONIZE | THREAD_SUSPEND_RESUME, FALSE, id);
+    ResumeThread(thread);
+    WaitForSingleObject(thread, INFINITE);
+    CloseHandle(thread);
 }
 
 void TQThread::Stop() {
@@ -143,16 +174,31 @@ TQString TQThread::ResultMessage() const {
 }
 
 void TQThread::Resume(DWORD* previousCount) {
-    DWORD previous;
+    ThreadHandleHolder thread;
+    bool isSuspended;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
-        previous = ResumeThread(m_thread.Get());
-        if (previous == static_cast<DWORD>(-1)) TQSysException::ThrowLastError(L"TQThread::Resume");
-        if (m_state == State::Suspended) m_state = State::Starting;
+        thread = m_thread;
+        isSuspended = m_state == State::Suspended;
+        if (isSuspended) m_state = State::Starting;
     }
+    const DWORD previous = LetGo(thread, isSuspended);
     if (previousCount) *previousCount = previous;
     // Somebody else who suspended it too has yet to let it go.
     if (previous <= 1) WaitForStartup();
+}
+
+// Resumes the thread and gives how often it was suspended. `isSuspended`: the state was Suspended, and is so
+// again where this fails.
+DWORD TQThread::LetGo(const ThreadHandleHolder& thread, bool isSuspended) {
+    const DWORD previous = ResumeThread(thread.Get());
+    if (previous != static_cast<DWORD>(-1)) return previous;
+    const DWORD code = GetLastError();
+    if (isSuspended) {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_state == State::Starting) m_state = State::Suspended;
+    }
+    throw TQSysException(code, L"TQThread::Resume");
 }
 
 HANDLE TQThread::ThreadHandle() const {
@@ -248,18 +294,16 @@ bool TQThread::IsOwnThread() const noexcept {
 // thread is let go into its end, without a step.
 TQThread::ThreadHandleHolder TQThread::AwaitLastThread(bool evenAtWork) noexcept {
     ThreadHandleHolder thread;
+    bool isSuspended;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
-        if (m_state == State::Suspended) {
-            m_state = State::Ended;
-            constexpr DWORD failed = static_cast<DWORD>(-1);
-            DWORD suspensions;
-            do
-                suspensions = ResumeThread(m_thread.Get());
-            while (suspensions > 1 && suspensions != failed);
-        }
+        isSuspended = m_state == State::Suspended;
+        if (isSuspended) m_state = State::Ended;
         if (m_state == State::Ended || evenAtWork) thread = m_thread;
     }
+    constexpr DWORD failed = static_cast<DWORD>(-1);
+    for (DWORD suspensions = 2; isSuspended && suspensions > 1 && suspensions != failed;)
+        suspensions = ResumeThread(thread.Get());
     if (thread && !IsOwnThread()) WaitForSingleObject(thread.Get(), INFINITE);
     return thread;
 }

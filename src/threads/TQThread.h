@@ -16,11 +16,11 @@ namespace Quellan::Corvel {
 // object runs its work as often as it is started, on a new thread each time. All members may be called from
 // several threads at once.
 //
-//                     not started, ended   suspended           starting            running
-//     Start           starts               starts anew         throws 1247         nothing; after `Stop`:
-//     waits, starts Resume          throws 6; nothing    starts              nothing             nothing
-//     WaitForComplete returns at once      waits               waits               waits
-//     destructor      nothing              ends it unused      stops and waits     stops and waits
+//                      not started, ended  suspended        starting         running
+//     Start            starts              starts anew      throws 1247      nothing; after `Stop` as ended
+//     Resume           throws 6; nothing   starts           nothing          nothing
+//     WaitForComplete  returns at once     waits            waits            waits
+//     destructor       nothing             ends it unused   stops and waits  stops and waits
 //
 // ("Resume" of a thread that has ended does nothing.) The thread calls `OnStart`, then `RunWork`, then
 // `OnStop`, each guarded: an exception that leaves one of them goes to the system event log under "TQLib", a
@@ -54,18 +54,18 @@ class TQLIB_API TQThread : public TQObject {
 
   public:
     // Whether a stop was requested since the last start.
-    virtual bool Stopped() const;
+    [[nodiscard]] virtual bool Stopped() const;
     // Of the thread last started; 0 before the first.
-    virtual DWORD ID() const;
+    [[nodiscard]] virtual DWORD ID() const;
     // Whether the thread has come through `OnStart` and not yet through `OnStop`.
-    virtual bool ThreadRunning() const;
+    [[nodiscard]] virtual bool ThreadRunning() const;
 
     // Starts the thread and waits for `OnStart` to return; with `suspended` returns at once, and `Resume`
     // does the rest. Throws `TQException` 1247 "Thread Start Failed - Already started." while another start
     // is under way, 995 "Thread failed to start properly." where `OnStart` refuses (the event that tells of
     // the start is then never signalled) or the thread dies in it, `TQSysException` "Thread Creation Event
-    // Failed." (nothing has changed then) and "Thread Creation Failed." (the thread counts as never started
-    // then).
+    // Failed." (nothing has changed then), "Thread Creation Failed." (the thread counts as never started
+    // then), and what `Resume` throws (the thread is suspended then); 14 (ERROR_OUTOFMEMORY).
     virtual void Start(bool suspended = false);
     // Requests a stop; waits for nothing.
     virtual void Stop();
@@ -79,8 +79,8 @@ class TQLIB_API TQThread : public TQObject {
     virtual void Restart(bool suspended = false);
 
     // Of the last run that has ended; 0 and empty during a run and before the first.
-    virtual unsigned int ResultCode() const;
-    virtual TQString ResultMessage() const;
+    [[nodiscard]] virtual unsigned int ResultCode() const;
+    [[nodiscard]] virtual TQString ResultMessage() const;
 
     // Resumes a thread that was started as suspended and waits for its start as `Start` does. Gives how many
     // times the thread was suspended. Throws the platform's code, 6 (ERROR_INVALID_HANDLE) for a thread that
@@ -88,18 +88,18 @@ class TQLIB_API TQThread : public TQObject {
     void Resume(DWORD* previousCount = nullptr);
 
     // Borrowed, until the next start; null before the first.
-    HANDLE ThreadHandle() const;
+    [[nodiscard]] HANDLE ThreadHandle() const;
     // By the local clock; null before the first start.
-    TQTime StartTime() const;
+    [[nodiscard]] TQTime StartTime() const;
     // Since the last start, whether the thread still runs or not.
-    TQTimeSpan RunningTime() const;
+    [[nodiscard]] TQTimeSpan RunningTime() const;
     // Of the thread last started, in user and kernel mode together. Throws the platform's code.
-    TQTimeSpan CPUTime() const;
+    [[nodiscard]] TQTimeSpan CPUTime() const;
     // For the next start: in bytes, 0 for the platform's default; whether memory is only reserved.
     void SetStackSize(DWORD size, bool reservation);
 
     // Whether the calling thread has an impersonation token of its own. Throws the platform's code.
-    static bool ThreadHasToken();
+    [[nodiscard]] static bool ThreadHasToken();
 
   protected:
     // Guards the state of the thread; never held while a step runs.
@@ -109,22 +109,24 @@ class TQLIB_API TQThread : public TQObject {
     BYTEBuf& ThreadData() noexcept { return m_data; }
 
     // Whether the calling thread is the one whose work this object is.
-    bool IsOwnThread() const noexcept;
+    [[nodiscard]] bool IsOwnThread() const noexcept;
     // Waits until the thread has come through `OnStart`; throws as `Start` does.
     void WaitForStartup();
     // Whether there is a thread that has not come to its end.
-    bool HasThread() const;
+    [[nodiscard]] bool HasThread() const;
     // For destructors: stops the thread and waits for its end; a suspended one ends without a step. Does
     // nothing on the thread itself.
     void EndThread() noexcept;
 
   private:
     using ThreadHandleHolder = TQHandle<_TQKernelHandleClose>;
-    enum class State { NotStarted, Suspended, Starting, Running, Ended };
+    enum class State { NotStarted, Creating, Suspended, Starting, Running, Ended };
 
     static DWORD ThreadMain(void* self);
     unsigned int RunThread();
     bool StartAfter(const ThreadHandleHolder& last, bool suspended);
+    static void EndUnowned(DWORD id) noexcept;
+    DWORD LetGo(const ThreadHandleHolder& thread, bool isSuspended);
     ThreadHandleHolder AwaitLastThread(bool evenAtWork) noexcept;
     void SetEnded(unsigned int code, TQString&& message) noexcept;
 

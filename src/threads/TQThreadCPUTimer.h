@@ -14,10 +14,10 @@ class TQLIB_API TQThreadCPUTimer {
     TQThreadCPUTimer();
 
     void Restart();
-    TQTimeSpan Elapsed() const;
+    [[nodiscard]] TQTimeSpan Elapsed() const;
 
     // All that a thread has used since it began; also after its end, while its handle is open.
-    static TQTimeSpan ThreadTime(HANDLE thread);
+    [[nodiscard]] static TQTimeSpan ThreadTime(HANDLE thread);
 
   private:
     TQTimeSpan m_start;

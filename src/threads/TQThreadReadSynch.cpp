@@ -1,6 +1,7 @@
 #include "threads/TQThreadReadSynch.h"
 
 #include "core/TQStdExceptions.h"
+#include "platform/RaceTools.h"
 #include "platform/Win32.h"
 
 #include <algorithm>
@@ -12,67 +13,81 @@ namespace Quellan::Corvel {
 
 namespace {
 
-// The state of a lock.
-constexpr DWORD Writer = 1;
-constexpr DWORD Waiters = 2;
-constexpr DWORD Reader = 4;  // one of them, or the unit in which they are counted
+// The lower half of a lock's state; the upper half is the epoch.
+constexpr ULONGLONG Writer = 1;
+constexpr ULONGLONG Waiters = 2;
+constexpr ULONGLONG Reader = 4;  // one of them, or the unit in which they are counted
 
-constexpr bool MustWait(DWORD state, bool write) noexcept {
-    return write ? (state & ~Waiters) != 0 : (state & Writer) != 0;
+constexpr DWORD EpochOf(ULONGLONG state) noexcept {
+    return static_cast<DWORD>(state >> 32);
 }
 
-// How often the thread reads under a lock. One that it has done with stays until its place is needed, as the
-// same lock is likely to come again.
-struct ReadLockInstance {
+constexpr DWORD HoldersOf(ULONGLONG state) noexcept {
+    return static_cast<DWORD>(state & ~Waiters);
+}
+
+constexpr bool MustWait(ULONGLONG state, bool write) noexcept {
+    return write ? HoldersOf(state) != 0 : (state & Writer) != 0;
+}
+
+// How a thread holds a lock. What it has done with, or what an assignment has ended, stays until its place is
+// needed, as the same lock is likely to come again.
+struct LockInstance {
     ULONGLONG lock;
+    DWORD epoch;
     DWORD count;
+    bool isWriter;
+
+    bool IsHeldIn(ULONGLONG state) const noexcept { return count != 0 && epoch == EpochOf(state); }
 };
 
 // One beyond the usual few. It goes as soon as the thread has done with it: with GCC on Windows the memory of
 // a thread's variables is freed before their destructors run, so they must have none.
-struct MoreRead {
-    ReadLockInstance read;
-    MoreRead* next;
+struct MoreHeld {
+    LockInstance held;
+    MoreHeld* next;
 };
 
-// The usual few have their place in the thread's own block, where nothing has to be made or ended.
-struct ReadLocks {
-    std::array<ReadLockInstance, 8> first;
-    MoreRead* more;
+// The usual few have their place in the thread's own block, where nothing has to be made or ended. A thread
+// that comes later starts with an empty one, and owns nothing that this one has left behind.
+struct HeldLocks {
+    std::array<LockInstance, 8> first;
+    MoreHeld* more;
+    DWORD thread;  // the id under which it was first asked for; a fork leaves it as it is
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local ReadLocks t_reads = {};
+[[gnu::tls_model("initial-exec")]] constinit thread_local HeldLocks t_held = {};
 
-// A thread's name among the living.
-const void* Self() noexcept {
-    return &t_reads;
+DWORD Self() noexcept {
+    if (t_held.thread == 0) t_held.thread = GetCurrentThreadId();
+    return t_held.thread;
 }
 
-[[gnu::noinline]] ReadLockInstance* FindMoreRead(ULONGLONG lock) noexcept {
-    for (MoreRead* more = t_reads.more; more; more = more->next)
-        if (more->read.lock == lock) return &more->read;
+[[gnu::noinline]] LockInstance* FindMoreHeld(ULONGLONG lock) noexcept {
+    for (MoreHeld* more = t_held.more; more; more = more->next)
+        if (more->held.lock == lock) return &more->held;
     return nullptr;
 }
 
-ReadLockInstance* FindRead(ULONGLONG lock) noexcept {
-    for (ReadLockInstance& read : t_reads.first)
-        if (read.lock == lock) return &read;
-    return t_reads.more ? FindMoreRead(lock) : nullptr;
+LockInstance* FindHeld(ULONGLONG lock) noexcept {
+    for (LockInstance& held : t_held.first)
+        if (held.lock == lock) return &held;
+    return t_held.more ? FindMoreHeld(lock) : nullptr;
 }
 
 // For a lock that is not found.
-[[gnu::noinline]] ReadLockInstance& NewRead(ULONGLONG lock) {
-    const auto free = [](const ReadLockInstance& read) { return read.count == 0; };
-    if (const auto found = std::ranges::find_if(t_reads.first, free); found != t_reads.first.end())
-        return *found = {lock, 0};
-    auto* const more = new (std::nothrow) MoreRead{{lock, 0}, t_reads.more};
+[[gnu::noinline]] LockInstance& NewHeld(ULONGLONG lock) {
+    const auto free = [](const LockInstance& held) { return held.count == 0; };
+    if (const auto found = std::ranges::find_if(t_held.first, free); found != t_held.first.end())
+        return *found = {lock, 0, 0, false};
+    auto* const more = new (std::nothrow) MoreHeld{{lock, 0, 0, false}, t_held.more};
     if (!more) TQStdExceptions::ThrowMemAllocError(L"TQThreadReadSynch::Lock");
-    t_reads.more = more;
-    return more->read;
+    t_held.more = more;
+    return more->held;
 }
 
-[[gnu::noinline]] void DropUnusedMoreReads() noexcept {
-    for (MoreRead** link = &t_reads.more; *link;) {
-        if ((*link)->read.count == 0)
+[[gnu::noinline]] void DropUnusedMoreHeld() noexcept {
+    for (MoreHeld** link = &t_held.more; *link;) {
+        if ((*link)->held.count == 0)
             delete std::exchange(*link, (*link)->next);
         else
             link = &(*link)->next;
@@ -94,15 +109,21 @@ TQThreadReadSynch::TQThreadReadSynch(const TQThreadReadSynch&) : TQThreadReadSyn
 
 TQThreadReadSynch& TQThreadReadSynch::operator=(const TQThreadReadSynch& other) {
     if (this == &other) return *this;
-    const TQSynchLock guard(m_guard);
-    m_number = NextLockNumber();
-    m_writer = nullptr;
-    m_state = 0;
+    {
+        const TQSynchLock guard(m_guard);
+        ULONGLONG state = m_state.load(std::memory_order_relaxed);
+        while (!m_state.compare_exchange_weak(state, ULONGLONG{EpochOf(state) + 1} << 32,
+                                              std::memory_order_acq_rel, std::memory_order_relaxed)) {
+        }
+    }
     m_noHolder.Set();
     return *this;
 }
 
-TQThreadReadSynch::~TQThreadReadSynch() = default;
+// Whoever gave it back last may still be about to leave the guard.
+TQThreadReadSynch::~TQThreadReadSynch() {
+    const TQSynchLock guard(m_guard);
+}
 
 void TQThreadReadSynch::Lock(bool write) {
     while (!TryLock(write))
@@ -110,36 +131,32 @@ void TQThreadReadSynch::Lock(bool write) {
 }
 
 bool TQThreadReadSynch::TryLock(bool write) {
-    if (!write) return TryLockRead();
-    if (IsWriter()) {
-        ++m_writeCount;
+    LockInstance* held = FindHeld(m_number);
+    ULONGLONG state = m_state.load(std::memory_order_relaxed);
+    if (held && held->IsHeldIn(state)) {
+        if (held->isWriter != write) return false;
+        ++held->count;
         return true;
     }
-    DWORD state = 0;
-    while (!m_state.compare_exchange_weak(state, state | Writer, std::memory_order_acquire,
-                                          std::memory_order_relaxed))
-        if (MustWait(state, true)) return false;
-    m_writer.store(Self(), std::memory_order_relaxed);
-    m_writeCount = 1;
-    return true;
-}
-
-bool TQThreadReadSynch::TryLockRead() {
-    ReadLockInstance* read = FindRead(m_number);
-    if (!read) read = &NewRead(m_number);
-    // Entering first and leaving again if a writer is there, rather than looking first, is one step however
-    // many readers enter at once.
-    if (read->count == 0 && m_state.fetch_add(Reader, std::memory_order_acquire) & Writer) {
-        ReleaseState(Reader);
-        return false;
+    if (!held) held = &NewHeld(m_number);
+    held->count = 0;
+    if (write) {
+        do
+            if (MustWait(state, true)) return false;
+        while (!m_state.compare_exchange_weak(state, state | Writer, std::memory_order_acquire,
+                                              std::memory_order_relaxed));
+    } else {
+        // Entering first and leaving again if a writer is there, rather than looking first, is one step
+        // however many readers enter at once.
+        state = m_state.fetch_add(Reader, std::memory_order_acquire);
+        if (MustWait(state, false)) {
+            Release(Reader, EpochOf(state));
+            return false;
+        }
     }
-    ++read->count;
+    Platform::TellAcquired(this);
+    *held = {m_number, EpochOf(state), 1, write};
     return true;
-}
-
-// Only the thread itself writes its own name there, so that what it reads of itself is never out of date.
-bool TQThreadReadSynch::IsWriter() const noexcept {
-    return m_writer.load(std::memory_order_relaxed) == Self();
 }
 
 // The event is reset for this wait under the mark that makes the last holder set it; one that was released
@@ -148,7 +165,7 @@ bool TQThreadReadSynch::IsWriter() const noexcept {
 void TQThreadReadSynch::WaitForNoHolder(bool write) {
     {
         const TQSynchLock guard(m_guard);
-        DWORD state = m_state.load(std::memory_order_relaxed);
+        ULONGLONG state = m_state.load(std::memory_order_relaxed);
         do {
             if (!MustWait(state, write)) return;
         } while (!m_state.compare_exchange_weak(state, state | Waiters, std::memory_order_relaxed));
@@ -158,26 +175,39 @@ void TQThreadReadSynch::WaitForNoHolder(bool write) {
 }
 
 void TQThreadReadSynch::UnLock() {
-    if (IsWriter()) {
-        if (--m_writeCount != 0) return;
-        m_writer.store(nullptr, std::memory_order_relaxed);
-        ReleaseState(Writer);
-        return;
+    LockInstance* const held = FindHeld(m_number);
+    if (!held || held->count == 0 || --held->count != 0) return;
+    const ULONGLONG share = held->isWriter ? Writer : Reader;
+    const DWORD epoch = held->epoch;
+    if (t_held.more) DropUnusedMoreHeld();
+    Platform::TellReleased(this);
+    Release(share, epoch);
+}
+
+// Once the state has changed somebody else may have destroyed the lock.
+void TQThreadReadSynch::Release(ULONGLONG share, DWORD epoch) {
+    ULONGLONG state = m_state.load(std::memory_order_relaxed);
+    do {
+        if (EpochOf(state) != epoch) return;
+        if (state & Waiters && HoldersOf(state - share) == 0) return ReleaseLast(share, epoch);
+    } while (!m_state.compare_exchange_weak(state, state - share, std::memory_order_release,
+                                            std::memory_order_relaxed));
+}
+
+// The same where somebody waits: for the destructor, the state changes under the guard.
+void TQThreadReadSynch::ReleaseLast(ULONGLONG share, DWORD epoch) {
+    const TQEvent noHolder = m_noHolder;
+    {
+        const TQSynchLock guard(m_guard);
+        ULONGLONG state = m_state.load(std::memory_order_relaxed), next;
+        do {
+            if (EpochOf(state) != epoch) return;
+            next = state - share;
+            if (HoldersOf(next) == 0) next &= ~Waiters;
+        } while (!m_state.compare_exchange_weak(state, next, std::memory_order_release,
+                                                std::memory_order_relaxed));
     }
-    ReadLockInstance* const read = FindRead(m_number);
-    if (!read || read->count == 0 || --read->count != 0) return;
-    ReleaseState(Reader);
-    if (t_reads.more) DropUnusedMoreReads();
-}
-
-void TQThreadReadSynch::ReleaseState(DWORD share) noexcept {
-    if (m_state.fetch_sub(share, std::memory_order_release) - share == Waiters) WakeWaiters();
-}
-
-void TQThreadReadSynch::WakeWaiters() noexcept {
-    const TQSynchLock guard(m_guard);
-    m_state.fetch_and(~Waiters, std::memory_order_relaxed);
-    m_noHolder.Set();
+    noHolder.Set();
 }
 
 TQThreadWriteSynch::TQThreadWriteSynch(TQThreadReadSynch& lock) noexcept
@@ -203,7 +233,7 @@ void TQThreadWriteSynch::Lock() {
 void TQThreadWriteSynch::UnLock() {
     m_lock.UnLock();
     if (!IsQueued()) return;
-    if (--m_queuedDepth == 0) m_queued.store(nullptr, std::memory_order_relaxed);
+    if (--m_queuedDepth == 0) m_queued.store(0, std::memory_order_relaxed);
     TQThreadSynch::UnLock();
 }
 

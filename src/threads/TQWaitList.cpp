@@ -239,13 +239,15 @@ void TQWaitList::CheckOwner() const {
         TQStdExceptions::ThrowBadFuncError(L"Only the owning thread can call this method on the wait list.");
 }
 
-std::vector<HANDLE> TQWaitList::Handles() const {
+std::vector<HANDLE> TQWaitList::Handles() const try {
     const TQThreadSynch::TQSynchLock guard(m_lock);
     std::vector<HANDLE> handles;
     handles.reserve(m_handles.size());
     for (const auto& [handle, watch] : m_handles)
         handles.push_back(handle);
     return handles;
+} catch (const std::bad_alloc&) {
+    TQStdExceptions::ThrowMemAllocError(L"TQWaitList::Handles");
 }
 
 void TQWaitList::Insert(HANDLE handle) {

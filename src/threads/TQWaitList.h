@@ -53,11 +53,11 @@ class TQLIB_API TQWaitList : public TQObject {
     // seen first first; null when the time is up. Throws "Wait on synch object failed.", "Unable to allocate
     // wait list thread.", 14 (ERROR_OUTOFMEMORY), and what starting a thread throws; the list is as before
     // then.
-    HANDLE Wait(DWORD ms);
+    [[nodiscard]] HANDLE Wait(DWORD ms);
 
-    DWORD Size() const;
+    [[nodiscard]] DWORD Size() const;
     // Whether there is an auxiliary thread at present. For the owner.
-    bool HasWaitThread() const noexcept { return m_waitThread != nullptr; }
+    [[nodiscard]] bool HasWaitThread() const noexcept { return m_waitThread != nullptr; }
 
   private:
     class TQWaitThread;

@@ -26,6 +26,37 @@ TEST(HandleTable, DoesNotUseANumberAgain) {
     }
 }
 
+// A closed slot serves again whichever thread closed it: the table does not grow with what is made here and
+// closed there.
+TEST(HandleTable, UsesASlotAgainThatAnotherThreadClosed) {
+    constexpr std::size_t Rounds = 400, InRound = 256;
+    const auto slotOf = [](HANDLE handle) {
+        constexpr std::uint64_t SlotBits = 0x03FFFFFC;
+        return reinterpret_cast<std::uint64_t>(handle) & SlotBits;
+    };
+    std::vector<HANDLE> handles(InRound);
+    std::set<std::uint64_t> slots;
+    std::barrier turn(2);
+    std::thread closer([&] {
+        for (std::size_t i = 0; i < Rounds; ++i) {
+            turn.arrive_and_wait();
+            for (const HANDLE handle : handles)
+                CloseHandle(handle);
+            turn.arrive_and_wait();
+        }
+    });
+    for (std::size_t i = 0; i < Rounds; ++i) {
+        for (HANDLE& handle : handles) {
+            handle = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+            slots.insert(slotOf(handle));
+        }
+        turn.arrive_and_wait();
+        turn.arrive_and_wait();
+    }
+    closer.join();
+    EXPECT_LT(slots.size(), Rounds * InRound / 10);
+}
+
 TEST(HandleTable, TakesNoGarbageForAHandle) {
     const HANDLE open = OpenRoot();
     std::mt19937_64 random(1);

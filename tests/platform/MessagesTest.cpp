@@ -149,6 +149,13 @@ TEST_F(Messages, LookedAtAndLeftAreNotNew) {
         Post(First);
         ASSERT_TRUE(Peek(message, 0, 0, PM_NOREMOVE));
         EXPECT_EQ(WaitForInput({}, 0), DWORD{WAIT_TIMEOUT});
+        const Owned event = AutoEvent(true);
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
+        EXPECT_EQ(WaitForInput({event}, 0), DWORD{WAIT_TIMEOUT}) << "what counted for one wait alone";
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0 + 1);
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE | MWMO_WAITALL), DWORD{WAIT_TIMEOUT});
+        SetEvent(event);
+        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE | MWMO_WAITALL), WAIT_OBJECT_0);
         EXPECT_EQ(WaitForInput({}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
         Post(First);
         EXPECT_EQ(WaitForInput({}, 0), WAIT_OBJECT_0);

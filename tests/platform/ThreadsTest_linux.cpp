@@ -77,11 +77,14 @@ TEST(Threads, TakeTheirPriorityFromTheSystemsNiceValues) {
 }
 
 TEST(Threads, OwnAndReleaseMutexesInAForkedChild) {
-    const Owned mutex = Mutex();
+    const Owned mutex = Mutex(), held = Mutex(true);
     Await(mutex);
     ReleaseMutex(mutex);
     const pid_t child = fork();
-    if (child == 0) _exit(Poll(mutex) == WAIT_OBJECT_0 && ReleaseMutex(mutex) ? 0 : 1);
+    if (child == 0) {
+        const bool isHeld = Poll(held) == WAIT_OBJECT_0 && ReleaseMutex(held) && ReleaseMutex(held);
+        _exit(isHeld && Poll(mutex) == WAIT_OBJECT_0 && ReleaseMutex(mutex) ? 0 : 1);
+    }
     int status = 0;
     ASSERT_EQ(waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);

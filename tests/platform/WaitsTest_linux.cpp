@@ -4,6 +4,9 @@
 #include "platform/linux/internal/LockWatch.h"
 #include "support/FailCall.h"
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 namespace Quellan::Corvel::Test {
 namespace {
 
@@ -66,6 +69,70 @@ TEST(SleepingWaits, OutliveTheirHandle) {
     closed.Close();
     SetEvent(open);
     EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
+}
+
+TEST(SleepingWaits, AreWokenWhenTheObjectIsFreeAgain) {
+    for (const bool joined : {false, true}) {
+        const Owned event = ManualEvent(), never = ManualEvent();
+        std::vector<std::unique_ptr<Worker>> waiters;
+        for (int i = 0; i < 40; ++i)
+            waiters.push_back(std::make_unique<Worker>([&] { return Await(event); }));
+        const Worker all([&] { return joined ? WaitAll({event, never}, Patience) : 0; });
+        for (const auto& waiter : waiters)
+            AwaitSleep(waiter->Id());
+        if (joined) AwaitSleep(all.Id());
+        const unsigned long before = Platform::WakesUnderHold();
+        SetEvent(event);
+        EXPECT_EQ(Platform::WakesUnderHold(), before);
+        for (const auto& waiter : waiters)
+            EXPECT_EQ(waiter->Result(), WAIT_OBJECT_0);
+        SetEvent(never);
+    }
+}
+
+// What the threads of a parent were inside of, in a child that does not have them.
+TEST(CriticalSections, InAForkedChildBelongToItsOwnThread) {
+    CRITICAL_SECTION ours, theirs, orphaned;
+    for (CRITICAL_SECTION* section : {&ours, &theirs, &orphaned})
+        InitializeCriticalSection(section);
+    const auto canEnter = [](CRITICAL_SECTION& section) {
+        return Worker([&] { return TryEnterCriticalSection(&section) ? 1u : 0u; }).Result() != 0;
+    };
+    const auto enter = [](CRITICAL_SECTION& section) {
+        EnterCriticalSection(&section);
+        return 0u;
+    };
+    Worker([&] { return enter(orphaned); }).Result();
+    EXPECT_FALSE(canEnter(orphaned)) << "whoever comes after the thread that ended inside owns nothing of it";
+    EnterCriticalSection(&ours);
+    const Owned go = AutoEvent(), inside = AutoEvent();
+    const Worker other([&] {
+        enter(theirs);
+        SetEvent(inside);
+        return Await(go);
+    });
+    Await(inside);
+    const pid_t child = fork();
+    if (child == 0) {
+        // Twice: the second time as the child of a child, where the section is still its thread's own.
+        const pid_t grandchild = fork();
+        if (grandchild == 0) {
+            const bool isOurs = !canEnter(ours) && TryEnterCriticalSection(&ours);
+            LeaveCriticalSection(&ours);
+            LeaveCriticalSection(&ours);
+            enter(theirs);
+            const bool isFree = canEnter(ours) && !canEnter(theirs) && TryEnterCriticalSection(&orphaned);
+            _exit(isOurs && isFree ? 0 : 1);
+        }
+        int status = 1;
+        waitpid(grandchild, &status, 0);
+        _exit(status == 0 ? 0 : 1);
+    }
+    int status = 1;
+    ASSERT_EQ(waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    LeaveCriticalSection(&ours);
+    SetEvent(go);
 }
 
 TEST(Mutexes, ClosedByTheirOwnerAreForgotten) {

@@ -187,6 +187,39 @@ TEST(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
     }
 }
 
+TEST(ReadSynch, IsNotTakenOverFromAThreadThatEndedInside) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    for (const bool isWriter : {false, true}) {
+        Guard* left = nullptr;
+        Worker([&] { left = isWriter ? new Guard(write) : new Guard(lock); }).Join();
+        Taker taker(write);
+        EXPECT_FALSE(taker.HasTaken(NeverMs));
+        lock = TQThreadReadSynch();
+        EXPECT_TRUE(taker.HasTaken(INFINITE));
+        ::operator delete(left);
+    }
+}
+
+TEST(ReadSynch, IsUsableAfterAnAssignmentUnderReaders) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    std::atomic<bool> stop = false;
+    const auto read = [&] {
+        while (!stop)
+            const Guard guard(lock);
+    };
+    {
+        Worker first(read), second(read), third(read);
+        for (int i = 0; i < 100'000; ++i)
+            lock = TQThreadReadSynch();
+        stop = true;
+    }
+    Taker writer(write);
+    EXPECT_TRUE(writer.HasTaken(10'000));
+    lock = TQThreadReadSynch();
+}
+
 TEST(ReadSynch, IsFreeInACopy) {
     TQThreadReadSynch lock;
     TQThreadWriteSynch write(lock);
@@ -220,7 +253,7 @@ TEST(ReadSynch, IsNotHeldWhereTheWaitFails) {
     Worker([&] {
         for (const bool isWriter : {false, true}) {
             const FailCall fail("WaitForSingleObject", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-            EXPECT_EQ(ThrownCode([&] { isWriter ? Guard(write) : Guard(lock); }),
+            EXPECT_EQ(ThrownCode([&] { const Guard guard = isWriter ? Guard(write) : Guard(lock); }),
                       DWORD{ERROR_NOT_ENOUGH_MEMORY});
         }
     }).Join();
@@ -298,12 +331,12 @@ TEST(SignalLock, HoldsNothingWhereSomethingFails) {
     }
     try {
         const FailAllocation fail(1);
-        signal.GetLock(0);
+        static_cast<void>(signal.GetLock(0));
         ADD_FAILURE() << "nothing was thrown";
     } catch (const TQException& e) {
         EXPECT_EQ(e.ExcMsg(TQStrResDestination::Log), L"Allocation of signaled thread lock object failed");
     }
-    SweepAllocations([&] { signal.GetLock(0); }, [&] { EXPECT_TRUE(CanBeTaken(lock)); });
+    SweepAllocations([&] { static_cast<void>(signal.GetLock(0)); }, [&] { EXPECT_TRUE(CanBeTaken(lock)); });
 }
 
 TEST(ProcessLock, CountsForThePlatformToo) {

@@ -487,6 +487,36 @@ TEST(Thread, CountsAsNeverStartedWhereItCannotBeCreated) {
     EXPECT_EQ(thread.Run(), 0u);
 }
 
+TEST(Thread, IsSuspendedWhereItCannotBeLetGo) {
+    TestThread thread, ended;
+    for (TestThread* each : {&thread, &ended}) {
+        const FailCall fail("ResumeThread", ERROR_ACCESS_DENIED, 1, static_cast<DWORD>(-1));
+        EXPECT_EQ(ThrownCode([&] { each->Start(); }), DWORD{ERROR_ACCESS_DENIED});
+    }
+    EXPECT_NE(thread.ID(), 0u);
+    thread.Resume();
+    thread.WaitForComplete(INFINITE);
+    EXPECT_EQ(thread.Steps().size(), 3u);
+}
+
+TEST(Thread, StartsOrNotWhereMemoryIsShort) {
+    bool fired = true;
+    for (unsigned nth = 1; fired; ++nth) {
+        TestThread thread;
+        DWORD code;
+        {
+            const FailAllocation fail(nth);
+            code = ThrownCode([&] { thread.Start(); });
+            fired = fail.Fired();
+        }
+        ASSERT_TRUE(code == 0 || code == ERROR_OUTOFMEMORY || code == ERROR_NOT_ENOUGH_MEMORY) << code;
+        EXPECT_EQ(thread.ThreadHandle() == nullptr, code != 0) << nth;
+        thread.WaitForComplete(INFINITE);
+        EXPECT_EQ(thread.Steps().size(), code == 0 ? 3u : 0u) << nth;
+        EXPECT_EQ(thread.Run(), 0u);
+    }
+}
+
 TEST(Thread, ReportsAFailedWaitForItsStart) {
     TestThread thread;
     {

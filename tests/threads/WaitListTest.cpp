@@ -221,13 +221,7 @@ TEST(WaitList, IsAssignedTheObjectsOfAnother) {
         events[i].Set();
     ASSERT_NE(list.Wait(INFINITE), nullptr);
     Sleep(1);
-    const auto assign = [&] {
-        try {
-            list = other;
-        } catch (const std::bad_alloc&) {
-            TQStdExceptions::ThrowMemAllocError(L"");
-        }
-    };
+    const auto assign = [&] { list = other; };
     // All of the objects or none; what only makes waiting faster may lack memory.
     DWORD code = ERROR_OUTOFMEMORY;
     for (unsigned nth = 1; code != 0; ++nth) {

@@ -1,25 +1,53 @@
 #include "platform/linux/CriticalSections.h"
 
+#include "platform/RaceTools.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/Futex.h"
 #include "platform/linux/internal/LockWatch.h"
 
+#include <pthread.h>
+
 using namespace Quellan::Corvel::Platform;
 
 namespace {
 
-constexpr DWORD Free = 0;
-constexpr DWORD Locked = 1;
-constexpr DWORD Contended = 2;
+// The state of a section: its owner's name, and Contended where somebody may sleep for it.
+constexpr std::uint32_t Free = 0;
+constexpr std::uint32_t Contended = 1u << 31;
 
 constexpr DWORD DefaultSpinCount = 100;
 
-// Its address tells threads apart more cheaply than their ids.
-[[gnu::tls_model("initial-exec")]] constinit thread_local char t_self = 0;
+// A name is the thread's id and, above it, the generation of the process in which the thread got it: ids have
+// 22 bits, as the kernel gives none that is higher. The thread that forks keeps its name in the child, where
+// the other names of earlier generations are nobody's, and where its old id may come again.
+constexpr unsigned GenerationShift = 22;
+constexpr std::uint32_t Generations = 1u << (31 - GenerationShift);
 
-ULONG_PTR Self() noexcept {
-    return reinterpret_cast<ULONG_PTR>(&t_self);
+[[gnu::tls_model("initial-exec")]] constinit thread_local std::uint32_t t_name = 0;  // 0: none yet
+
+// Written in the child of a fork, before it has other threads.
+constinit std::uint32_t g_generation = 0;
+constinit std::uint32_t g_forker = 0;  // the name of the thread that made this process by a fork
+
+[[maybe_unused]] const int g_forkWatch = pthread_atfork(nullptr, nullptr, [] {
+    g_generation = (g_generation + 1) % Generations;
+    g_forker = t_name;
+});
+
+[[gnu::noinline]] std::uint32_t NewName() noexcept {
+    return t_name = static_cast<std::uint32_t>(gettid()) | g_generation << GenerationShift;
+}
+
+std::uint32_t Self() noexcept {
+    const std::uint32_t name = t_name;
+    return name != 0 ? name : NewName();
+}
+
+// Whether nobody is inside: the section is free, or its owner is no thread of this process.
+bool IsFree(std::uint32_t state) noexcept {
+    const std::uint32_t owner = state & ~Contended;
+    return owner == 0 || (owner >> GenerationShift != g_generation && owner != g_forker);
 }
 
 // The structure is plain memory to its users; inside it the lock state is a word to sleep on.
@@ -28,45 +56,40 @@ Word& State(CRITICAL_SECTION& section) noexcept {
     return reinterpret_cast<Word&>(section.LockState);
 }
 
-std::atomic_ref<ULONG_PTR> Owner(CRITICAL_SECTION& section) noexcept {
-    return std::atomic_ref(section.OwningThread);
+bool TryLock(Word& state, std::uint32_t& seen, std::uint32_t next) noexcept {
+    return state.compare_exchange_strong(seen, next, std::memory_order_acquire, std::memory_order_relaxed);
 }
 
-bool TryLock(Word& state) noexcept {
-    std::uint32_t free = Free;
-    return state.compare_exchange_strong(free, Locked, std::memory_order_acquire, std::memory_order_relaxed);
-}
-
-[[gnu::noinline]] void LockContended(CRITICAL_SECTION& section) noexcept {
+// `seen` is what the state was found to be.
+[[gnu::noinline]] void LockContended(CRITICAL_SECTION& section, std::uint32_t seen) noexcept {
     Word& state = State(section);
+    const std::uint32_t self = Self();
     for (DWORD i = 0; i < section.SpinCount; ++i) {
-        if (state.load(std::memory_order_relaxed) == Free && TryLock(state)) return;
+        if (seen == Free && TryLock(state, seen, self)) return;
         CpuPause();
+        seen = state.load(std::memory_order_relaxed);
     }
-    while (state.exchange(Contended, std::memory_order_acquire) != Free)
-        FutexWait(state, Contended, Never, Reach::Process);
+    for (;;) {
+        // Whoever has slept cannot know whether he was the only one.
+        if (IsFree(seen)) {
+            if (TryLock(state, seen, self | Contended)) return;
+        } else if (seen & Contended || TryLock(state, seen, seen | Contended)) {
+            FutexWait(state, seen | Contended, Never, Reach::Process);
+            seen = state.load(std::memory_order_relaxed);
+        }
+    }
 }
 
 void Entered(CRITICAL_SECTION& section) noexcept {
-    Owner(section).store(Self(), std::memory_order_relaxed);
     section.RecursionCount = 1;
+    TellAcquired(&section);
     if (section.Watched) EnteredWatchedLock();
-}
-
-bool EnterAgain(CRITICAL_SECTION& section) noexcept {
-    if (Owner(section).load(std::memory_order_relaxed) != Self()) return false;
-    ++section.RecursionCount;
-    return true;
 }
 
 }  // namespace
 
 void InitializeCriticalSection(CRITICAL_SECTION* section) noexcept {
-    *section = {.LockState = Free,
-                .RecursionCount = 0,
-                .OwningThread = 0,
-                .SpinCount = DefaultSpinCount,
-                .Watched = TRUE};
+    *section = {.LockState = Free, .RecursionCount = 0, .SpinCount = DefaultSpinCount, .Watched = TRUE};
 }
 
 BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount) noexcept {
@@ -87,14 +110,26 @@ void DeleteCriticalSection(CRITICAL_SECTION* section) noexcept {
 }
 
 void EnterCriticalSection(CRITICAL_SECTION* section) noexcept {
-    if (EnterAgain(*section)) return;
-    if (!TryLock(State(*section))) LockContended(*section);
+    std::uint32_t seen = Free;
+    if (!TryLock(State(*section), seen, Self())) {
+        if ((seen & ~Contended) == Self()) {
+            ++section->RecursionCount;
+            return;
+        }
+        LockContended(*section, seen);
+    }
     Entered(*section);
 }
 
 BOOL TryEnterCriticalSection(CRITICAL_SECTION* section) noexcept {
-    if (EnterAgain(*section)) return TRUE;
-    if (!TryLock(State(*section))) return FALSE;
+    std::uint32_t seen = Free;
+    while (!TryLock(State(*section), seen, Self())) {
+        if ((seen & ~Contended) == Self()) {
+            ++section->RecursionCount;
+            return TRUE;
+        }
+        if (!IsFree(seen)) return FALSE;
+    }
     Entered(*section);
     return TRUE;
 }
@@ -102,7 +137,7 @@ BOOL TryEnterCriticalSection(CRITICAL_SECTION* section) noexcept {
 void LeaveCriticalSection(CRITICAL_SECTION* section) noexcept {
     if (--section->RecursionCount != 0) return;
     if (section->Watched) LeftWatchedLock();
-    Owner(*section).store(0, std::memory_order_relaxed);
+    TellReleased(section);
     Word& state = State(*section);
-    if (state.exchange(Free, std::memory_order_release) == Contended) FutexWake(&state, 1, Reach::Process);
+    if (state.exchange(Free, std::memory_order_release) & Contended) FutexWake(&state, 1, Reach::Process);
 }

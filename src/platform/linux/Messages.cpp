@@ -32,8 +32,10 @@ void MessageQueue::Close() noexcept {
     m_messages.clear();
 }
 
-// The event is set inside the lock: after it a message already taken could be announced.
+// The event is set inside the lock: after it a message already taken could be announced. Its waiters are told
+// after it.
 DWORD MessageQueue::Post(const MSG& message) noexcept {
+    WakeList wakes;
     const std::scoped_lock lock(m_lock);
     if (!m_open) return ERROR_INVALID_THREAD_ID;
     if (m_messages.size() >= MostMessages) return ERROR_NOT_ENOUGH_QUOTA;
@@ -42,7 +44,7 @@ DWORD MessageQueue::Post(const MSG& message) noexcept {
     } catch (const std::bad_alloc&) {
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    m_newInput.Signal();
+    m_newInput.Signal(wakes);
     return ERROR_SUCCESS;
 }
 
@@ -69,9 +71,9 @@ bool MessageQueue::Peek(Range range, bool remove, MSG& message) noexcept {
     return true;
 }
 
-void MessageQueue::Renew() noexcept {
+bool MessageQueue::HasInput() const noexcept {
     const std::scoped_lock lock(m_lock);
-    if (!m_messages.empty() || m_quit) m_newInput.Signal();
+    return !m_messages.empty() || m_quit;
 }
 
 }  // namespace Quellan::Corvel::Platform
@@ -102,10 +104,18 @@ DWORD WaitForMessageOr(DWORD count, const HANDLE* handles, DWORD ms, DWORD wakeM
         if (DWORD code = targets.Open(count, handles, all)) return code;
     MessageQueue* const queue = OwnQueue();
     if (!queue) return ERROR_NOT_ENOUGH_MEMORY;
-    if (wakeMask & (QS_POSTMESSAGE | QS_ALLPOSTMESSAGE)) {
-        if (flags & MWMO_INPUTAVAILABLE) queue->Renew();
-        targets.Append(queue->NewInput());
+    const bool hearsMessages = wakeMask & (QS_POSTMESSAGE | QS_ALLPOSTMESSAGE);
+    if (hearsMessages && flags & MWMO_INPUTAVAILABLE && queue->HasInput()) {
+        // The message is there; only the handles are left to wait for, and any of them goes before it.
+        status = all ? WAIT_OBJECT_0 : WAIT_TIMEOUT;
+        if (count != 0)
+            if (DWORD code = Wait(targets.Objects(), all, all ? ms : 0, status)) return code;
+        if (all == (status == WAIT_TIMEOUT)) return ERROR_SUCCESS;
+        queue->NewInput().Reset();  // this wait tells of it
+        if (!all) status = WAIT_OBJECT_0 + count;
+        return ERROR_SUCCESS;
     }
+    if (hearsMessages) targets.Append(queue->NewInput());
     return Wait(targets.Objects(), all, ms, status);
 }
 

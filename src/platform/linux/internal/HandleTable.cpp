@@ -1,5 +1,6 @@
 #include "platform/linux/internal/HandleTable.h"
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <mutex>
@@ -36,7 +37,8 @@ constexpr std::uint32_t Shards = 16;
 constexpr std::uint32_t LeastFree = 64;
 
 // A first-in, first-out list of free slots; each thread uses one of the shards. Slot 0 is never used: it ends
-// lists.
+// lists. A slot goes to the list of the thread that closed it, and a list that runs short takes over slots of
+// another.
 struct alignas(64) FreeList {
     std::mutex lock;
     std::uint32_t first = 0;
@@ -70,31 +72,64 @@ void PushFree(FreeList& list, std::uint32_t index) noexcept {
     ++list.size;
 }
 
-void AddChunk(FreeList& list) noexcept {
+// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at once.
+bool TakeOver(FreeList& list) noexcept {
+    for (FreeList& other : g_free) {
+        if (&other == &list) continue;
+        FreeList taken;
+        {
+            const std::scoped_lock lock(other.lock);
+            if (other.size < 2 * LeastFree) continue;
+            taken.size = std::min(other.size / 2, SlotsInChunk);
+            taken.first = taken.last = other.first;
+            for (std::uint32_t i = 1; i < taken.size; ++i)
+                taken.last = SlotAt(taken.last)->nextFree;
+            other.first = SlotAt(taken.last)->nextFree;
+            other.size -= taken.size;
+        }
+        SlotAt(taken.last)->nextFree = 0;
+        const std::scoped_lock lock(list.lock);
+        (list.last ? SlotAt(list.last)->nextFree : list.first) = taken.first;
+        list.last = taken.last;
+        list.size += taken.size;
+        return true;
+    }
+    return false;
+}
+
+bool AddChunk(FreeList& list) noexcept {
     std::uint32_t number;
     {
         const std::scoped_lock growth(g_growth);
-        if (g_chunkCount == MostChunks) return;
+        if (g_chunkCount == MostChunks) return false;
         auto* chunk = new (std::nothrow) HandleSlot[SlotsInChunk];
-        if (!chunk) return;
+        if (!chunk) return false;
         number = g_chunkCount++;
         g_chunks[number].store(chunk, std::memory_order_release);
     }
+    const std::scoped_lock lock(list.lock);
     for (std::uint32_t i = number == 0 ? 1 : 0; i < SlotsInChunk; ++i)
         PushFree(list, number * SlotsInChunk + i);
+    return true;
 }
 
 // 0 when there is no free slot.
 std::uint32_t PopFree() noexcept {
     FreeList& list = ThreadFreeList();
-    const std::scoped_lock lock(list.lock);
-    if (list.size < LeastFree) AddChunk(list);
-    const std::uint32_t index = list.first;
-    if (index == 0) return 0;
-    list.first = SlotAt(index)->nextFree;
-    if (list.first == 0) list.last = 0;
-    --list.size;
-    return index;
+    for (bool mayGrow = true;;) {
+        {
+            const std::scoped_lock lock(list.lock);
+            if (list.size >= LeastFree || !mayGrow) {
+                const std::uint32_t index = list.first;
+                if (index == 0) return 0;
+                list.first = SlotAt(index)->nextFree;
+                if (list.first == 0) list.last = 0;
+                --list.size;
+                return index;
+            }
+        }
+        mayGrow = TakeOver(list) || AddChunk(list);
+    }
 }
 
 struct Name {

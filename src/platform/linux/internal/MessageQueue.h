@@ -37,8 +37,8 @@ class MessageQueue {
 
     // Signalled from the arrival of a message until the owner looks, or a wait tells him of it.
     Waitable& NewInput() noexcept { return m_newInput; }
-    // Makes input new again that was looked at and left.
-    void Renew() noexcept;
+    // Whether there is a message, new or not. For the owner, who alone makes it untrue.
+    bool HasInput() const noexcept;
 
   private:
     class Input : public Waitable {
@@ -48,7 +48,7 @@ class MessageQueue {
         Input() : Waitable(Kind, TakesOne, 0) {}
     };
 
-    std::mutex m_lock;
+    mutable std::mutex m_lock;
     bool m_open = false;           // guarded by m_lock
     bool m_quit = false;           // guarded by m_lock
     int m_exitCode = 0;            // guarded by m_lock

@@ -181,7 +181,7 @@ DWORD Waiter::WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noe
         const Waitable::Hold hold(*objects[i]);
         objects[i]->Dequeue(m_blocks[i]);
     }
-    const std::uint32_t outcome = m_word.load(std::memory_order_acquire);
+    const std::uint32_t outcome = Outcome();
     if (outcome == TimedOut) return WAIT_TIMEOUT;
     Waitable& taken = *objects[outcome % WAIT_ABANDONED_0];
     if (!taken.Shared()) Adopt(taken);
@@ -244,14 +244,22 @@ DWORD Waiter::WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noe
     DWORD outcome;
     for (bool inTime = true;;) {
         sleep.Arm();
-        m_word.store(Waiting, std::memory_order_relaxed);
+        // Whoever has granted it another look tells it first.
+        std::uint32_t word = Sleeping;
+        if (!m_word.compare_exchange_strong(word, Waiting, std::memory_order_acq_rel)) {
+            Outcome();
+            m_word.store(Waiting, std::memory_order_relaxed);
+        }
         outcome = TryTakeAllShared(objects, shared);
         if (outcome != WAIT_TIMEOUT || !inTime || ms == 0) break;
-        std::uint32_t word = Waiting;
+        word = Waiting;
         if (m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel))
             inTime = sleep.Sleep(deadline);
     }
-    eachOfOurs([](Waitable& object, WaitBlock& block) { object.Dequeue(block); });
+    eachOfOurs([](Waitable& object, WaitBlock& block) {
+        object.Dequeue(block);
+        object.Part();
+    });
     return outcome;
 }
 

@@ -1,5 +1,6 @@
 #include "platform/linux/internal/ThreadObject.h"
 
+#include "platform/RaceTools.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/Descriptor.h"
@@ -197,7 +198,7 @@ void Thread::AfterFork() noexcept {
     if (!t_current) return;
     const DWORD id = GetCurrentThreadId();
     t_current->m_id = id;
-    t_current->m_waiter.SetThread(id);
+    t_current->m_waiter.BecomeInFork(id);
 }
 
 pthread_key_t Thread::EndKey() noexcept {
@@ -246,7 +247,9 @@ void Thread::End() noexcept {
 void Thread::WaitForStart() noexcept {
     for (std::uint32_t count = m_suspended;;) {
         if (count == 0) {
-            if (m_suspended.compare_exchange_strong(count, HasBegun)) return;
+            if (!m_suspended.compare_exchange_strong(count, HasBegun)) continue;
+            TellAcquired(&m_suspended);
+            return;
         } else {
             FutexWait(m_suspended, count, Never, Reach::Process);
             count = m_suspended;
@@ -276,6 +279,7 @@ DWORD Thread::ExitCode() const noexcept {
 }
 
 DWORD Thread::Resume(DWORD& previous) noexcept {
+    TellReleased(&m_suspended);
     std::uint32_t count = m_suspended;
     do {
         previous = count == HasBegun ? 0 : count;

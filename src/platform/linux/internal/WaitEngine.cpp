@@ -1,5 +1,6 @@
 #include "platform/linux/internal/WaitEngine.h"
 
+#include "platform/RaceTools.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/internal/SharedObject.h"
 
@@ -23,21 +24,15 @@ std::size_t FirstSignalled(std::span<Waitable* const> objects) noexcept {
 
 }  // namespace
 
-void WakeList::Add(const Word* word, Word* door) noexcept {
-    if (m_count == m_entries.size()) Flush();
-    m_entries[m_count++] = {word, door};
+void WakeList::Add(Waiter& waiter) noexcept {
+    waiter.m_nextGranted = nullptr;
+    (m_last ? m_last->m_nextGranted : m_first) = &waiter;
+    m_last = &waiter;
 }
 
-void WakeList::Flush() noexcept {
-    for (const auto& [word, door] : std::span(m_entries).first(m_count)) {
-        if (door) {
-            door->fetch_add(1);
-            FutexWake(door, INT_MAX, Reach::Shared);
-        } else {
-            FutexWake(word, 1, Reach::Process);
-        }
-    }
-    m_count = 0;
+void WakeList::TellAll() noexcept {
+    for (Waiter* waiter = m_first; waiter;)
+        waiter = waiter->Tell();
 }
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value)
@@ -53,6 +48,7 @@ const SignalWord* Waitable::WordToLookAt() const noexcept {
 }
 
 void Waitable::Signal() noexcept {
+    TellReleased(this);
     if (m_shared) return m_shared->Signal();
     std::uint64_t state = m_state.load(std::memory_order_relaxed);
     while (!(state & Flags))
@@ -64,6 +60,7 @@ void Waitable::Signal() noexcept {
 }
 
 void Waitable::Signal(WakeList& wakes) noexcept {
+    TellReleased(this);
     const Hold hold(*this);
     SetValue(1);
     Dispatch(wakes);
@@ -81,6 +78,7 @@ void Waitable::Reset() noexcept {
 }
 
 DWORD Waitable::Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) noexcept {
+    TellReleased(this);
     std::uint32_t value;
     if (m_shared) {
         if (!m_shared->Add(count, value)) return ERROR_TOO_MANY_POSTS;
@@ -112,6 +110,7 @@ void Waitable::Abandon() noexcept {
 }
 
 void Waitable::Free(bool abandoned) noexcept {
+    TellReleased(this);
     if (m_shared) {
         m_state.store(0, std::memory_order_release);
         return m_shared->Free(abandoned);
@@ -125,6 +124,16 @@ void Waitable::Free(bool abandoned) noexcept {
     if (abandoned) m_state.fetch_or(Abandoned, std::memory_order_relaxed);
     SetValue(0);
     Dispatch(wakes);
+}
+
+bool Waitable::BelongsInFork(DWORD owner) noexcept {
+    if (m_shared) {
+        m_depth = 0;
+        m_state.store(0, std::memory_order_relaxed);
+        return false;
+    }
+    m_state.store(WithValue(m_state.load(std::memory_order_relaxed), owner), std::memory_order_relaxed);
+    return true;
 }
 
 void Waitable::Own(Waiter& waiter) noexcept {
@@ -154,6 +163,12 @@ bool Waitable::IsSignalledFor(DWORD thread) const noexcept {
 }
 
 std::optional<DWORD> Waitable::TryTake(Waiter* waiter) noexcept {
+    const std::optional<DWORD> taken = TakeAtOnce(waiter);
+    if (taken) TellAcquired(this);
+    return taken;
+}
+
+std::optional<DWORD> Waitable::TakeAtOnce(Waiter* waiter) noexcept {
     if (m_rule.takesOwnership && IsOwnedBy(waiter->m_thread)) {
         ++m_depth;
         return 0;
@@ -203,13 +218,16 @@ DWORD Waitable::TakeFor(DWORD thread) noexcept {
     return flag;
 }
 
-// The caller holds JoinedLock.
 void Waitable::Join() noexcept {
-    if (m_state.load(std::memory_order_relaxed) & Joined) return;
+    if (m_joins++ != 0) return;
     std::uint64_t state = m_state.load(std::memory_order_relaxed) & ~Held;
     for (Backoff backoff; !m_state.compare_exchange_weak(state, state | Joined, std::memory_order_acq_rel);
          backoff.Pause())
         state &= ~Held;
+}
+
+void Waitable::Part() noexcept {
+    if (--m_joins == 0) m_state.fetch_and(~Joined, std::memory_order_release);
 }
 
 void Waitable::Enqueue(WaitBlock& block) noexcept {
@@ -255,6 +273,7 @@ void Waitable::Dispatch(WakeList& wakes) noexcept {
 
 void Waitable::HandOver(ReadyBlock& block, WakeList& wakes) noexcept {
     TakeFor(0);
+    TellAcquired(this);
     block.list->Push(block, wakes);
 }
 
@@ -283,7 +302,6 @@ void Waiter::Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept
         if (claim == Claim::Busy) object.EnqueueFirst(block);
         return;
     }
-    if (m_word.load(std::memory_order_relaxed) < Outcomes) return;
     for (Waitable* each : m_objects)
         if (!each->IsSignalledFor(m_thread)) return;
     DWORD flags = 0;
@@ -295,29 +313,42 @@ void Waiter::Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept
 }
 
 Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
-    Word* const door = m_door;
     std::uint32_t word = m_word.load(std::memory_order_relaxed);
     for (;;) {
         const bool choosing = word == Choosing;
         if (word != Waiting && word != Sleeping && !choosing)
             return word == LookAgain ? Claim::Busy : Claim::Refused;
         m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
-        if (!m_word.compare_exchange_weak(word, choosing ? LookAgain : outcome, std::memory_order_acq_rel,
-                                          std::memory_order_relaxed))
+        const std::uint32_t next = choosing ? LookAgain : word == Sleeping ? outcome | Granted : outcome;
+        if (!m_word.compare_exchange_weak(word, next, std::memory_order_acq_rel, std::memory_order_relaxed))
             continue;
-        if (word == Sleeping) wakes.Add(&m_word, door);
+        if (word == Sleeping) wakes.Add(*this);
         return choosing ? Claim::Busy : Claim::Done;
     }
 }
 
 void Waiter::Poke(WakeList& wakes) noexcept {
-    Word* const door = m_door;
     std::uint32_t word = m_word.load(std::memory_order_relaxed);
-    while (word == Waiting || word == Sleeping)
-        if (m_word.compare_exchange_weak(word, LookAgain, std::memory_order_acq_rel)) {
-            if (word == Sleeping) wakes.Add(&m_word, door);
-            return;
-        }
+    while (word == Waiting || word == Sleeping) {
+        const std::uint32_t next = word == Sleeping ? LookAgain | Granted : LookAgain;
+        if (!m_word.compare_exchange_weak(word, next, std::memory_order_acq_rel)) continue;
+        if (word == Sleeping) wakes.Add(*this);
+        return;
+    }
+}
+
+// The waiter may be gone as soon as its word has changed. Returns the one granted after it.
+Waiter* Waiter::Tell() noexcept {
+    BeforeWake();
+    Waiter* const next = m_nextGranted;
+    Word* const door = m_door;
+    m_word.fetch_and(~Granted, std::memory_order_acq_rel);
+    if (door) {
+        door->fetch_add(1);
+        FutexWake(door, INT_MAX, Reach::Shared);
+    }
+    FutexWake(&m_word, 1, Reach::Process);
+    return next;
 }
 
 // The object is held and signalled. False when the wait was ended by another object meanwhile.
@@ -339,8 +370,9 @@ void Waiter::Prepare(Mode mode, std::span<Waitable* const> objects) noexcept {
     }
 }
 
-// Enters the list of owned mutexes what a wait has just taken.
+// Enters the list of owned mutexes what a wait has just been handed.
 void Waiter::Adopt(Waitable& object) noexcept {
+    TellAcquired(&object);
     if (object.Rule().takesOwnership) AddOwned(object);
 }
 
@@ -359,7 +391,7 @@ DWORD Waiter::WaitForAny(std::span<Waitable* const> objects, Deadline deadline) 
     }
     std::uint32_t word = Sleeping;
     if (!Sleep(deadline)) m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
-    const std::uint32_t outcome = m_word.load(std::memory_order_acquire);
+    const std::uint32_t outcome = Outcome();
     const std::size_t taken = outcome == TimedOut ? objects.size() : outcome % WAIT_ABANDONED_0;
     for (std::size_t i = 0; i < queued; ++i) {
         if (i == taken) continue;  // taken from its queue by whoever handed it over
@@ -374,7 +406,7 @@ DWORD Waiter::WaitForAny(std::span<Waitable* const> objects, Deadline deadline) 
 DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept {
     const auto signalled = [&](Waitable* object) { return object->IsSignalledFor(m_thread); };
     std::uint64_t ours = 0;  // mutexes that were owned before, a bit each
-    DWORD outcome = 0;
+    bool waits = false;
     {
         const std::scoped_lock lock(JoinedLock);
         for (std::size_t i = 0; i < objects.size(); ++i) {
@@ -383,25 +415,33 @@ DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept 
         }
         Prepare(Mode::All, objects);
         if (std::ranges::all_of(objects, signalled)) {
+            DWORD flags = 0;
             for (Waitable* object : objects)
-                outcome |= object->TakeFor(m_thread);
-            m_word.store(outcome, std::memory_order_relaxed);
+                flags |= object->TakeFor(m_thread);
+            m_word.store(flags, std::memory_order_relaxed);
         } else if (ms == 0) {
-            return WAIT_TIMEOUT;
+            m_word.store(TimedOut, std::memory_order_relaxed);
         } else {
+            waits = true;
             for (std::size_t i = 0; i < objects.size(); ++i)
                 objects[i]->Enqueue(m_blocks[i]);
         }
+        if (!waits)
+            for (Waitable* object : objects)
+                object->Part();
     }
-    if (!Sleep(DeadlineAfter(ms))) {
+    if (waits) {
+        const bool inTime = Sleep(DeadlineAfter(ms));
         const std::scoped_lock lock(JoinedLock);
-        if (m_word.load(std::memory_order_relaxed) >= Outcomes) {
-            for (std::size_t i = 0; i < objects.size(); ++i)
-                objects[i]->Dequeue(m_blocks[i]);
-            return WAIT_TIMEOUT;
+        std::uint32_t word = Sleeping;
+        const bool isOver = !inTime && m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
+        for (std::size_t i = 0; i < objects.size(); ++i) {
+            if (isOver) objects[i]->Dequeue(m_blocks[i]);
+            objects[i]->Part();
         }
     }
-    outcome = m_word.load(std::memory_order_acquire);
+    const DWORD outcome = Outcome();
+    if (outcome == TimedOut) return WAIT_TIMEOUT;
     for (std::size_t i = 0; i < objects.size(); ++i)
         if (!(ours >> i & 1)) Adopt(*objects[i]);
     return outcome;
@@ -416,7 +456,7 @@ bool Waiter::Spin() noexcept {
     constexpr Deadline LongestSpin = 30'000;
     constexpr Deadline LongYield = 6'000;
     constexpr unsigned MostFailures = 8;
-    if (IsGranted()) return true;
+    if (HasEnded()) return true;
     if (m_waitsWithoutSpin > 0) {
         --m_waitsWithoutSpin;
         return false;
@@ -428,11 +468,11 @@ bool Waiter::Spin() noexcept {
     while (!granted && now < end) {
         for (unsigned i = 0; i < pauses && !granted; ++i) {
             CpuPause();
-            granted = IsGranted();
+            granted = HasEnded();
         }
         if (granted) break;
         sched_yield();
-        granted = IsGranted();
+        granted = HasEnded();
         const Deadline before = std::exchange(now, Now());
         if (now - before >= LongYield) break;
     }
@@ -448,20 +488,33 @@ bool Waiter::Sleep(Deadline deadline) noexcept {
     if (Spin()) return true;
     std::uint32_t word = Waiting;
     m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
-    while (!IsGranted())
-        if (FutexWait(m_word, Sleeping, deadline, Reach::Process) == ETIMEDOUT) return false;
+    while ((word = m_word.load(std::memory_order_acquire)) >= Outcomes)
+        if (FutexWait(m_word, word, word & Granted ? Never : deadline, Reach::Process) == ETIMEDOUT)
+            return false;
     NoteSender();
     return true;
+}
+
+// Waits for what was granted to be told.
+DWORD Waiter::Outcome() const noexcept {
+    std::uint32_t word;
+    while ((word = m_word.load(std::memory_order_acquire)) & Granted)
+        FutexWait(m_word, word, Never, Reach::Process);
+    return word;
 }
 
 void Waiter::NoteSender() noexcept {
     m_isHandedAcross = m_senderCore.load(std::memory_order_relaxed) != sched_getcpu();
 }
 
-// The waiter may be gone as soon as its word has changed.
+// The waiter may be gone as soon as its word has changed, unless it sleeps.
 void Waiter::EndWait(DWORD outcome, WakeList& wakes) noexcept {
     m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
-    if (m_word.exchange(outcome, std::memory_order_acq_rel) == Sleeping) wakes.Add(&m_word, nullptr);
+    std::uint32_t word = m_word.load(std::memory_order_relaxed);
+    while (!m_word.compare_exchange_weak(word, word == Sleeping ? outcome | Granted : outcome,
+                                         std::memory_order_acq_rel, std::memory_order_relaxed)) {
+    }
+    if (word == Sleeping) wakes.Add(*this);
 }
 
 bool Waiter::MakeRoom(std::size_t count) noexcept {
@@ -490,6 +543,14 @@ void Waiter::RemoveOwned(const Waitable& mutex) noexcept {
 void Waiter::AbandonOwned() noexcept {
     for (const Owned& owned : std::exchange(m_owned, {}))
         if (const auto mutex = owned.alive.lock()) mutex->Abandon();
+}
+
+void Waiter::BecomeInFork(DWORD id) noexcept {
+    m_thread = id;
+    std::erase_if(m_owned, [&](const Owned& owned) {
+        const auto mutex = owned.alive.lock();
+        return !mutex || !mutex->BelongsInFork(id);
+    });
 }
 
 DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept {

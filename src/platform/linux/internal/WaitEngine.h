@@ -3,13 +3,14 @@
 // A thread that has to wait queues up at each of its objects and sleeps on one word of its own. Whoever
 // signals an object hands it, under the object's lock, to the first waiter whose word can be changed from
 // "waiting" to the outcome; only then is the signal used up. A waiter whose time is over changes its word
-// itself, and the loser of the two obeys: no signal is lost and none is taken back.
+// itself, and the loser of the two obeys: no signal is lost and none is taken back. One that sleeps is only
+// granted the outcome under the lock; it is told and woken when no lock is held any more.
 //
 // A signal without waiters and a wait for something already signalled are one atomic change of the object's
 // state; the kernel is entered only to sleep and to wake a sleeper.
 //
-// An object that takes part in a wait for all of several objects is guarded from then on by one lock for all
-// such objects, so that these waits take everything or nothing, for every observer.
+// An object is guarded by one lock for all such objects for as long as it takes part in a wait for all of
+// several objects, so that these waits take everything or nothing, for every observer.
 //
 // Objects with a name live in memory shared by processes (SharedObject); waits that involve them are in
 // SharedWait.cpp.
@@ -18,6 +19,7 @@
 #include "platform/linux/Waits.h"
 #include "platform/linux/internal/Futex.h"
 #include "platform/linux/internal/HandleTable.h"
+#include "platform/linux/internal/LockWatch.h"
 
 #include <array>
 #include <optional>
@@ -68,32 +70,27 @@ struct ReadyBlock : WaitBlock {
     bool isReady = false;   // the list's own
 };
 
-// Guards all objects that once took part in a wait for all.
+// Guards all objects that take part in a wait for all.
 inline constinit ShortLock JoinedLock;
 
-// Threads to wake once no lock is held any more, at the end of its scope.
+// Threads that were granted the end of their waits. They are told once no lock is held any more, at the end of
+// its scope; until then they don't leave.
 class WakeList {
   public:
     WakeList() = default;
     WakeList(const WakeList&) = delete;
     WakeList& operator=(const WakeList&) = delete;
     ~WakeList() {
-        if (m_count != 0) Flush();
+        if (m_first) TellAll();
     }
 
-    // `door` is null, or the shared word on which the thread sleeps in place of its own.
-    void Add(const Word* word, Word* door) noexcept;
+    void Add(Waiter& waiter) noexcept;
 
   private:
-    struct Entry {
-        const Word* word;
-        Word* door;
-    };
+    void TellAll() noexcept;
 
-    void Flush() noexcept;
-
-    std::size_t m_count = 0;
-    std::array<Entry, 16> m_entries;
+    Waiter* m_first = nullptr;
+    Waiter* m_last = nullptr;
 };
 
 // The base of all objects that can be waited on. For several threads.
@@ -118,6 +115,8 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     DWORD Release() noexcept;
     // For mutexes: the calling thread ends as the owner.
     void Abandon() noexcept;
+    // For mutexes of the calling thread after a fork: false where it is the parent's alone.
+    bool BelongsInFork(DWORD owner) noexcept;
     // For mutexes nobody else knows yet: makes the calling thread the owner.
     void Own(Waiter& waiter) noexcept;
 
@@ -159,8 +158,11 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     void SetValue(std::uint32_t value) noexcept;
     // The outcome's part that tells of an owner that ended.
     DWORD AbandonedFlag() const noexcept;
+    std::optional<DWORD> TakeAtOnce(Waiter* waiter) noexcept;
     DWORD TakeFor(DWORD thread) noexcept;
+    // For each wait for all, under JoinedLock.
     void Join() noexcept;
+    void Part() noexcept;
     void Enqueue(WaitBlock& block) noexcept;
     void EnqueueFirst(WaitBlock& block) noexcept;
     void Dequeue(WaitBlock& block) noexcept;
@@ -174,6 +176,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     std::uint32_t m_depth = 0;  // of the owner's acquisitions; touched by the owner, or on its behalf
     WaitBlock* m_first = nullptr;
     WaitBlock* m_last = nullptr;
+    std::uint32_t m_joins = 0;  // waits for all it takes part in; guarded by JoinedLock
     const std::unique_ptr<SharedObject> m_shared;
 };
 
@@ -181,11 +184,14 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
 class Waitable::Hold {
   public:
     explicit Hold(Waitable& object) noexcept : m_object(object) {
+        HeldObject();
         for (Backoff backoff;; backoff.Pause()) {
             std::uint64_t state = object.m_state.load(std::memory_order_relaxed);
             if (state & Joined) {
                 JoinedLock.lock();
-                return;
+                if (object.m_state.load(std::memory_order_relaxed) & Joined) return;
+                JoinedLock.unlock();  // the last wait for all has just left
+                continue;
             }
             if (!(state & Held) &&
                 object.m_state.compare_exchange_weak(state, state | Held, std::memory_order_acquire,
@@ -196,6 +202,7 @@ class Waitable::Hold {
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
     ~Hold() {
+        LeftObject();
         const std::uint64_t state = m_object.m_state.load(std::memory_order_relaxed);
         if (state & Joined)
             JoinedLock.unlock();
@@ -227,7 +234,7 @@ class Waiter {
     // once the wait was ended; when the time is over, that lock tells whether it was nevertheless.
     void BeginWait() noexcept { m_word.store(Waiting, std::memory_order_relaxed); }
     void EndWait(DWORD outcome, WakeList& wakes) noexcept;
-    DWORD Outcome() const noexcept { return m_word.load(std::memory_order_acquire); }
+    DWORD Outcome() const noexcept;
     bool Sleep(Deadline deadline) noexcept;
 
     // So that owning `count` more mutexes needs no memory; false when there is none.
@@ -236,9 +243,13 @@ class Waiter {
     void RemoveOwned(const Waitable& mutex) noexcept;
     // At the end of the thread, on the thread itself.
     void AbandonOwned() noexcept;
+    // In the child of a fork, where the thread has another id: it still owns the mutexes of the process, and
+    // none that it shares with the parent.
+    void BecomeInFork(DWORD id) noexcept;
 
   private:
     friend class Waitable;
+    friend class WakeList;
 
     enum class Mode {
         One,   // an object is handed over to the waiter
@@ -246,8 +257,10 @@ class Waiter {
         Look,  // the waiter is told to look for itself
     };
 
-    // Values of the word; those below are outcomes of a wait.
+    // Values of the word; those below are outcomes of a wait. With Granted a sleeper will be told of the rest,
+    // and must not leave before.
     enum : std::uint32_t { Outcomes = 0x100, Waiting, Sleeping, Choosing, LookAgain, TimedOut };
+    static constexpr std::uint32_t Granted = 0x200;
 
     enum class Claim { Done, Refused, Busy };
 
@@ -263,7 +276,8 @@ class Waiter {
     Claim TryClaim(DWORD outcome, WakeList& wakes) noexcept;
     void Poke(WakeList& wakes) noexcept;
     bool ClaimForSelf(Waitable& object, std::size_t index) noexcept;
-    bool IsGranted() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
+    bool HasEnded() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
+    Waiter* Tell() noexcept;
     void NoteSender() noexcept;
     bool Spin() noexcept;
     void Prepare(Mode mode, std::span<Waitable* const> objects) noexcept;
@@ -274,7 +288,8 @@ class Waiter {
     Word m_word{0};
     Mode m_mode = Mode::One;
     std::span<Waitable* const> m_objects;
-    Word* m_door = nullptr;              // see WakeList
+    Word* m_door = nullptr;  // the shared word on which the thread sleeps beside its own, or null
+    Waiter* m_nextGranted = nullptr;  // in a WakeList
     std::atomic<int> m_senderCore = -1;  // where the last hand-over came from, before the word tells of it
     bool m_isHandedAcross = false;       // whether that was another core than the receiver's
     unsigned m_spinFailures = 0;
