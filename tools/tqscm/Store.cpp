@@ -17,6 +17,9 @@ constexpr const wchar_t* ServicesPath = L"SYSTEM\\CurrentControlSet\\Services";
 constexpr const wchar_t* MarkName = L"DeleteFlag";
 // The last one to be written: a key without it is none of a service.
 constexpr const wchar_t* TypeName = L"Type";
+// A subkey with the values that a change gives to the record. It counts once it is marked as whole.
+constexpr const wchar_t* ChangeName = L"Change";
+constexpr const wchar_t* WholeName = L"Whole";
 constexpr std::size_t LongestKeyName = 255;
 
 class Key {
@@ -143,18 +146,42 @@ DWORD WriteValue(HKEY key, const wchar_t* name, const Data& data) {
 
 DWORD OpenRecord(const std::string& name, Key& key) {
     return static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, PathOf(name).c_str(), 0,
-                                            KEY_QUERY_VALUE | KEY_SET_VALUE, key.Place()));
+                                            KEY_READ | KEY_SET_VALUE | DELETE, key.Place()));
+}
+
+// Opens the change of a record that was written and has not been carried out, if there is one.
+bool OpenChange(HKEY record, Key& change) {
+    return RegOpenKeyExW(record, ChangeName, 0, KEY_QUERY_VALUE, change.Place()) == 0 &&
+           ReadValue(change, WholeName);
+}
+
+// Carries it out; a change that was not written to its end is dropped.
+DWORD FinishChange(HKEY record) {
+    Key change;
+    DWORD code = 0;
+    if (OpenChange(record, change))
+        ForEachValue(
+            [&](const wchar_t* name, const auto&) {
+                const auto data = ReadValue(change, name);
+                if (!code && data) code = WriteValue(record, name, *data);
+            },
+            ServiceConfig());
+    if (!code) code = static_cast<DWORD>(RegDeleteTreeW(record, ChangeName));
+    return code == ERROR_FILE_NOT_FOUND ? 0 : code;
 }
 
 bool ReadRecord(HKEY services, const wchar_t* name, StoredService& service) {
-    Key key;
+    Key key, change;
     if (RegOpenKeyExW(services, name, 0, KEY_QUERY_VALUE, key.Place()) != 0) return false;
     if (!ReadValue(key, TypeName) || !ReadValue(key, L"ImagePath")) return false;
     service.name = ToUtf8(name);
     service.isMarked = ReadValue(key, MarkName).has_value();
+    const bool isChanged = OpenChange(key, change);
     ForEachValue(
         [&](const wchar_t* valueName, auto& field) {
-            if (const auto data = ReadValue(key, valueName)) FromData(*data, field);
+            auto data = isChanged ? ReadValue(change, valueName) : std::nullopt;
+            if (!data) data = ReadValue(key, valueName);
+            if (data) FromData(*data, field);
         },
         service.config);
     return true;
@@ -192,13 +219,19 @@ DWORD CreateRecord(const std::string& name, const ServiceConfig& config) {
 }
 
 DWORD ChangeRecord(const std::string& name, const ServiceConfig& before, const ServiceConfig& after) {
-    Key key;
+    Key key, change;
     DWORD code = OpenRecord(name, key);
+    if (!code) code = FinishChange(key);
+    if (!code)
+        code = static_cast<DWORD>(
+            RegCreateKeyExW(key, ChangeName, 0, nullptr, 0, KEY_SET_VALUE, nullptr, change.Place(), nullptr));
     ForEachValue(
         [&](const wchar_t* valueName, const auto& old, const auto& changed) {
-            if (!code && changed != old) code = WriteValue(key, valueName, ToData(changed));
+            if (!code && changed != old) code = WriteValue(change, valueName, ToData(changed));
         },
         before, after);
+    if (!code) code = WriteValue(change, WholeName, ToData(DWORD{1}));
+    if (!code) FinishChange(key);  // otherwise at the next change
     return code;
 }
 

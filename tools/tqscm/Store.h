@@ -22,7 +22,7 @@ std::vector<StoredService> ReadServices();
 // Writes a new record, in place of what may lie there without being one. These return 0 or the registry's
 // code.
 DWORD CreateRecord(const std::string& name, const ServiceConfig& config);
-// Writes what differs.
+// Writes what differs, in one step.
 DWORD ChangeRecord(const std::string& name, const ServiceConfig& before, const ServiceConfig& after);
 DWORD MarkRecord(const std::string& name);
 DWORD DeleteRecord(const std::string& name);

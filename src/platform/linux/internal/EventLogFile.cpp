@@ -10,6 +10,7 @@
 #include "platform/linux/internal/Wide.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <sys/stat.h>
 
@@ -105,12 +106,18 @@ DWORD CopyTo(const Descriptor& to, int from, off_t begin, off_t end) {
 
 constexpr int NewFileFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY;
 
-DWORD Backup(const char* path, int from, off_t size) {
-    const Descriptor to = Durable::Open(AT_FDCWD, path, NewFileFlags, FileMode);
-    if (!to) return CodeFromErrno(errno, path);
+// Whoever looks for the copy finds all of it or nothing.
+DWORD Backup(const std::string& path, int from, off_t size) {
+    const std::string staged = path + '.' + std::to_string(getpid());
+    const Descriptor to = Durable::Open(AT_FDCWD, staged.c_str(), NewFileFlags, FileMode);
+    if (!to) return CodeFromErrno(errno, path.c_str());
     DWORD code = CopyTo(to, from, 0, size);
+    const auto put = [&] {
+        return Durable::Rename(AT_FDCWD, staged.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) == 0;
+    };
+    if (!code && !put()) code = CodeFromErrno(errno);
+    if (code) Durable::Unlink(AT_FDCWD, staged.c_str());
     if (!code && Durable::SyncFolderOf(path) != 0) code = CodeFromErrno(errno);
-    if (code) Durable::Unlink(AT_FDCWD, path);
     return code;
 }
 

@@ -1,0 +1,377 @@
+// What is left when power is lost at any instant: each acknowledged change, whole and once, and nothing else.
+#include "../../tools/tqscm/Journal.h"
+#include "../../tools/tqscm/Store.h"
+#include "RegistryTest.h"
+#include "log/TQLog.h"
+#include "platform/SidTexts.h"
+#include "support/PowerCut_linux.h"
+
+#include <fstream>
+#include <iterator>
+#include <set>
+#include <thread>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+namespace fs = std::filesystem;
+namespace Durable = Platform::Durable;
+using Path = fs::path;
+
+std::string ReadBytes(const Path& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+// Of several pieces, and known as whole by its end.
+std::string Record(int number) {
+    return "    record " + std::to_string(number) + std::string(1200, 'x') + " end";
+}
+
+// The whole records in a text.
+std::string RecordsIn(const std::string& text) {
+    std::string numbers;
+    for (std::size_t at = 0; (at = text.find("    record ", at)) != text.npos; ++at)
+        for (int number = 1; number < 10; ++number)
+            if (text.compare(at, Record(number).size(), Record(number)) == 0)
+                numbers += std::to_string(number);
+    return numbers;
+}
+
+// Something that lasts, changed step by step. All of it lies in the folder.
+struct Subject {
+    const char* name;
+    int changes;
+    void (*change)(const Path& folder, int number);
+    std::string (*read)(const Path& folder);
+    // What may be read beside the state before a change and the one after it while it is under way.
+    std::string (*between)(const std::string& before, const std::string& after) = nullptr;
+    bool losesOldest = false;  // earlier where something torn takes room
+};
+
+// The registry.
+
+std::string Dump(HKEY key) {
+    std::string text;
+    wchar_t name[32];
+    DWORD size = 32, type = 0, dataSize = 2000;
+    BYTE data[2000];
+    for (DWORD i = 0; RegEnumValueW(key, i, name, &size, nullptr, &type, data, &dataSize) == 0;
+         ++i, size = 32, dataSize = 2000)
+        text += std::string(name, name + size) + '=' + std::string(data, data + dataSize) + ' ';
+    size = 32;
+    for (DWORD i = 0; RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
+         ++i, size = 32)
+        text += std::string(name, name + size) + '{' + Dump(Open(key, name)) + '}';
+    return text;
+}
+
+void ChangeRegistry(const Path& folder, int number) {
+    const auto set = [](const wchar_t* path, const wchar_t* name, std::size_t size, char character) {
+        EXPECT_EQ(Set(Open(HKEY_CURRENT_USER, path), name, {REG_BINARY, std::string(size, character)}), 0u);
+    };
+    const Path hive = folder / "state/registry/user";
+    switch (number) {
+        case 1:
+            Make(HKEY_CURRENT_USER, L"A");
+            break;
+        case 2:
+            Make(HKEY_CURRENT_USER, L"A\\b");
+            break;
+        case 3:
+            set(L"A", L"v", 1500, '1');
+            break;
+        case 4:
+            set(L"A", L"v", 700, '2');
+            break;
+        case 5:
+            set(L"A\\b", L"w", 10, '3');
+            break;
+        case 6:
+            EXPECT_EQ(Status(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A"), L"v")), 0u);
+            break;
+        case 7:
+            EXPECT_EQ(Status(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\b")), 0u);
+            break;
+        case 8:
+            Make(HKEY_CURRENT_USER, L"A\\k");
+            break;
+        case 9:
+            set(L"A\\k", L"v", 10, '4');
+            break;
+        case 10:  // after somebody was killed who was deleting a key
+            Durable::MakeFolder(AT_FDCWD, (hive / "deleted").c_str(), 0700);
+            Durable::Rename(AT_FDCWD, (hive / "root/k.A/k.K").c_str(), AT_FDCWD,
+                            (hive / "deleted/killed").c_str());
+            [[fallthrough]];
+        default:
+            set(L"A", L"v", 10, '5');
+            break;
+    }
+}
+
+std::string OnlyDeleted(const std::string&, const std::string& after) {
+    return after.substr(0, after.find("v=5")) + '}';
+}
+
+// The rights of accounts.
+
+void ChangeRights(const Path&, int number) {
+    LSA_OBJECT_ATTRIBUTES attributes{};
+    LSA_HANDLE policy = nullptr;
+    LsaOpenPolicy(nullptr, &attributes, POLICY_LOOKUP_NAMES | POLICY_CREATE_ACCOUNT, &policy);
+    std::wstring name = number % 2 ? L"SeBackupPrivilege" : L"SeRestorePrivilege";
+    const auto size = static_cast<WORD>(name.size() * sizeof(wchar_t));
+    LSA_UNICODE_STRING right{size, size, name.data()};
+    Sid account(L"S-1-5-32-544");
+    EXPECT_EQ((number - 1) % 4 < 2 ? LsaAddAccountRights(policy, account.Get(), &right, 1)
+                                   : LsaRemoveAccountRights(policy, account.Get(), FALSE, &right, 1),
+              0);
+    LsaClose(policy);
+}
+
+std::string ReadRights(const Path& folder) {
+    return ReadBytes(folder / "state/security/rights");
+}
+
+// Event logs.
+
+void Report(int number, const std::wstring& text) {
+    const HANDLE source = RegisterEventSourceW(nullptr, L"test");
+    const wchar_t* strings[] = {text.c_str()};
+    EXPECT_TRUE(ReportEventW(source, EVENTLOG_ERROR_TYPE, 0, static_cast<DWORD>(number), nullptr, 1, 0,
+                             strings, nullptr));
+    DeregisterEventSource(source);
+}
+
+void ChangeEvents(const Path& folder, int number) {
+    if (number != 3) return Report(number, std::wstring(1200, L'x'));
+    const HANDLE log = OpenEventLogW(nullptr, L"Application");
+    const std::wstring backup = (folder / "backup").wstring();
+    if (!ClearEventLogW(log, backup.c_str())) {  // a loss of power came between the two parts
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
+        fs::remove(folder / "backup");
+        EXPECT_TRUE(ClearEventLogW(log, backup.c_str()));
+    }
+    CloseEventLog(log);
+}
+
+std::string ReadEvents(const Path& folder) {
+    std::vector<char> buffer(0x7FFFF);
+    std::string text;
+    const HANDLE log = OpenEventLogW(nullptr, L"Application");
+    constexpr DWORD Forwards = EVENTLOG_SEQUENTIAL_READ | EVENTLOG_FORWARDS_READ;
+    for (DWORD got = 0, needed = 0; ReadEventLogW(log, Forwards, 0, buffer.data(), 0x7FFFF, &got, &needed);)
+        for (DWORD at = 0; at < got;) {
+            EVENTLOGRECORD record;
+            std::memcpy(&record, &buffer[at], sizeof record);
+            const std::wstring first(reinterpret_cast<const wchar_t*>(&buffer[at + record.StringOffset]));
+            text += std::to_string(record.RecordNumber) + ':' + std::to_string(record.EventID) +
+                    (first.find_first_not_of(L'x') == first.npos ? "" : "torn") + ' ';
+            at += record.Length;
+        }
+    CloseEventLog(log);
+    // Times and the like differ.
+    std::string backup = ReadBytes(folder / "backup");
+    for (char& character : backup)
+        if (std::isdigit(static_cast<unsigned char>(character))) character = '0';
+    return text + backup;
+}
+
+std::string OnlyBackedUp(const std::string& before, const std::string& after) {
+    return before + after;
+}
+
+void ChangeFullLog(const Path&, int number) {
+    if (number == 1)
+        EXPECT_EQ(Set(Make(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application"),
+                      L"MaxSize", {REG_DWORD, std::string(4, '\0')}),
+                  0u);
+    else
+        Report(number, std::wstring(15'000, L'x'));
+}
+
+std::string OnlyWithRoom(const std::string&, const std::string& after) {
+    return after.substr(0, after.find_last_of(' ', after.size() - 2) + 1);
+}
+
+// Files.
+
+void Write(HANDLE file, const std::string& text) {
+    DWORD written = 0;
+    EXPECT_TRUE(WriteFile(file, text.data(), static_cast<DWORD>(text.size()), &written, nullptr));
+}
+
+HANDLE OpenFile(const Path& path, DWORD disposition, DWORD flags) {
+    const HANDLE file = CreateFileW(path.wstring().c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
+                                    disposition, flags, nullptr);
+    EXPECT_NE(file, INVALID_HANDLE_VALUE);
+    SetFilePointerEx(file, {}, nullptr, FILE_END);
+    return file;
+}
+
+void ChangeThrough(const Path& folder, int number) {
+    const HANDLE file =
+        OpenFile(folder / "file", number == 6 ? CREATE_ALWAYS : OPEN_ALWAYS, FILE_FLAG_WRITE_THROUGH);
+    LARGE_INTEGER size{};
+    GetFileSizeEx(file, &size);
+    if (number == 4) {
+        const LARGE_INTEGER end{.QuadPart = static_cast<LONGLONG>(Record(1).size())};
+        SetFilePointerEx(file, end, nullptr, FILE_BEGIN);
+        EXPECT_TRUE(SetEndOfFile(file));
+    } else if (number != 6) {
+        Write(file, Record(number));
+    }
+    CloseHandle(file);
+}
+
+void ChangeFlushed(const Path& folder, int number) {
+    const HANDLE file = OpenFile(folder / "file", OPEN_ALWAYS, number == 1 ? FILE_FLAG_WRITE_THROUGH : 0);
+    if (number > 1) Write(file, Record(number));
+    EXPECT_TRUE(FlushFileBuffers(file));
+    CloseHandle(file);
+}
+
+std::string ReadRecords(const Path& folder) {
+    return RecordsIn(ReadBytes(folder / "file"));
+}
+
+void ChangeMoved(const Path& folder, int number) {
+    for (const char* name : {"from", "to"})
+        CreateDirectoryW((folder / name).wstring().c_str(), nullptr);
+    EXPECT_EQ(Durable::SyncFolderOf((folder / "from").string()), 0);
+    fs::remove(folder / "from/file");  // which may be the same one
+    const HANDLE file = OpenFile(folder / "from/file", CREATE_NEW, 0);
+    Write(file, Record(number));
+    CloseHandle(file);
+    EXPECT_TRUE(MoveFileExW((folder / "from/file").wstring().c_str(), (folder / "to/file").wstring().c_str(),
+                            MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH));
+}
+
+std::string ReadMoved(const Path& folder) {
+    std::error_code missing;
+    const bool isTwice = fs::equivalent(folder / "from/file", folder / "to/file", missing);
+    return RecordsIn(ReadBytes(folder / "to/file")) + (isTwice ? " twice" : "");
+}
+
+std::string UnderBothNames(const std::string&, const std::string& after) {
+    return after + " twice";
+}
+
+// The diagnostic log. What is left of it is written to as other processes do.
+bool g_isRecorded = false;
+
+void ChangeLog(const Path& folder, int number) {
+    const std::wstring name = (folder / "file.tlg").wstring();
+    const std::string record = Record(number);
+    const std::wstring text(record.begin(), record.end());
+    if (g_isRecorded) {
+        TQLog::GetLog(name.c_str(), 0)->AddMsg(text.c_str() + 4, TQLogLevel::Information);
+        return;
+    }
+    TQTextFile(TQFileName(name.c_str()), FILE_GENERIC_READ | FILE_GENERIC_WRITE, OPEN_ALWAYS,
+               FILE_FLAG_WRITE_THROUGH, _TQFile::FileShare::Read | _TQFile::FileShare::Write,
+               Sarvek::SecAttr())
+        .Append(text, 0);
+}
+
+std::string ReadLog(const Path& folder) {
+    return RecordsIn(ReadBytes(folder / "file.tlg"));
+}
+
+// The service manager's records and its journal, which counts for one boot: it only must not be in the way.
+
+void ChangeServices(const Path&, int number) {
+    Platform::ServiceConfig first, second;
+    first.commandLine = "/bin/first";
+    first.displayName = "First";
+    second.commandLine = "/bin/second";
+    second.displayName = "Second";
+    DWORD code = 0;
+    switch (number) {
+        case 1:
+            code = tqscm::CreateRecord("service", first);
+            break;
+        case 2:
+            code = tqscm::ChangeRecord("service", first, second);
+            break;
+        case 3:
+            code = tqscm::MarkRecord("service");
+            break;
+        case 4:
+            code = tqscm::DeleteRecord("service");
+            break;
+        default:
+            code = tqscm::CreateRecord("service", second);
+            break;
+    }
+    EXPECT_EQ(code, 0u);
+}
+
+std::string ReadServices(const Path&) {
+    std::string text;
+    for (const tqscm::StoredService& service : tqscm::ReadServices())
+        text += service.name + ' ' + service.config.commandLine + ' ' + service.config.displayName +
+                (service.isMarked ? " marked" : "");
+    return text;
+}
+
+void ChangeJournal(const Path& folder, int number) {
+    const std::string path = (folder / "journal").string(), name = "service" + std::to_string(number);
+    tqscm::JournalEntry entry;
+    entry.commandLine.assign(1200, 'x');
+    tqscm::Journal(path).Put(name, entry);
+    EXPECT_TRUE(tqscm::Journal(path).All().contains(name));
+}
+
+constexpr Subject Subjects[] = {
+    {"Registry", 10, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
+    {"Rights", 4, ChangeRights, ReadRights},
+    {"EventLog", 4, ChangeEvents, ReadEvents, OnlyBackedUp},
+    {"FullEventLog", 7, ChangeFullLog, ReadEvents, OnlyWithRoom, true},
+    {"WrittenThrough", 6, ChangeThrough, ReadRecords},
+    {"Flushed", 3, ChangeFlushed, ReadRecords},
+    {"Moved", 2, ChangeMoved, ReadMoved, UnderBothNames},
+    {"Log", 2, ChangeLog, ReadLog},
+    {"Services", 4, ChangeServices, ReadServices},
+    {"Journal", 2, ChangeJournal, [](const Path&) { return std::string(); }},
+};
+
+class PowerCutAtAnyInstant : public testing::TestWithParam<Subject> {};
+
+TEST_P(PowerCutAtAnyInstant, LeavesWhatWasAcknowledged) {
+    const Subject& subject = GetParam();
+    PowerCut power;
+    const EnvironmentVariable root(L"TQLIB_ROOT", power.Folder().wstring().c_str());
+    std::vector<std::string> states{subject.read(power.Folder())};
+    g_isRecorded = true;
+    // The last two are for the change after the loss alone.
+    for (int number = 1; number <= subject.changes + 2; ++number) {
+        subject.change(power.Folder(), number);
+        if (number <= subject.changes) power.Acknowledge();
+        states.push_back(subject.read(power.Folder()));
+        if (number == subject.changes) power.End();
+    }
+    g_isRecorded = false;
+    power.ForEachImage([&](std::size_t acknowledged) {
+        const std::string& before = states[acknowledged];
+        const std::string& after = states[acknowledged + 1];
+        const std::string left = subject.read(power.Folder());
+        const bool isBetween = subject.between && left == subject.between(before, after);
+        ASSERT_TRUE(left == before || left == after || isBetween)
+            << "after " << acknowledged << " changes: " << left.substr(0, 200) << "\n not "
+            << before.substr(0, 200) << "\n nor " << after.substr(0, 200);
+        const std::size_t next = acknowledged + (left == after && left != before ? 2 : 1);
+        subject.change(power.Folder(), static_cast<int>(next));
+        const std::string now = subject.read(power.Folder());
+        ASSERT_TRUE(now == states[next] ||
+                    (subject.losesOldest && !now.empty() && states[next].ends_with(now)))
+            << "change " << next << ": " << now.substr(0, 200) << "\n not " << states[next].substr(0, 200);
+    });
+}
+
+INSTANTIATE_TEST_SUITE_P(, PowerCutAtAnyInstant, testing::ValuesIn(Subjects),
+                         [](const auto& subject) { return std::string(subject.param.name); });
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
