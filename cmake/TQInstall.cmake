@@ -6,7 +6,6 @@ if(WIN32)
 else()
     # Message modules are found beside the library.
     set(TQ_MODULE_DIR ${CMAKE_INSTALL_LIBDIR})
-    set_target_properties(tq tqscm PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
 endif()
 
 install(TARGETS TQLib EXPORT TQLib
@@ -14,17 +13,33 @@ install(TARGETS TQLib EXPORT TQLib
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQLib)
-install(TARGETS tq RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+# Installed headers name each other from the folder above their own: they are found as <TQLib.h> and as <TQLib/TQLib.h>,
+# and not mistaken for headers of the project that includes them.
+install(CODE "file(GLOB_RECURSE headers \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/TQLib/*.h\")"
+    CODE [[
+    foreach(header IN LISTS headers)
+        file(READ ${header} text)
+        string(REGEX REPLACE "(\n#include \")(TQLib/)?" "\\1TQLib/" text "${text}")
+        file(WRITE ${header} "${text}")
+    endforeach()]])
 install(TARGETS TQRes_en LIBRARY DESTINATION ${TQ_MODULE_DIR})
 if(WIN32)
     install(FILES ${TQ_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})
 else()
-    install(TARGETS tqmc tqscm RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(TARGETS tqmc RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+endif()
+if(TQ_BUILD_TOOLS)
+    set(tools tq)
+    if(NOT WIN32)
+        list(APPEND tools tqscm)
+        set_target_properties(${tools} PROPERTIES INSTALL_RPATH "$ORIGIN/../${CMAKE_INSTALL_LIBDIR}")
+    endif()
+    install(TARGETS ${tools} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
 install(EXPORT TQLib NAMESPACE TQLib:: FILE TQLibTargets.cmake DESTINATION ${TQ_CONFIG_DIR})
-install(FILES ${CMAKE_SOURCE_DIR}/cmake/TQMessages.cmake DESTINATION ${TQ_CONFIG_DIR})
+install(FILES ${PROJECT_SOURCE_DIR}/cmake/TQMessages.cmake DESTINATION ${TQ_CONFIG_DIR})
 
-configure_package_config_file(${CMAKE_SOURCE_DIR}/cmake/TQLibConfig.cmake.in ${CMAKE_BINARY_DIR}/TQLibConfig.cmake
+configure_package_config_file(${PROJECT_SOURCE_DIR}/cmake/TQLibConfig.cmake.in ${PROJECT_BINARY_DIR}/TQLibConfig.cmake
     INSTALL_DESTINATION ${TQ_CONFIG_DIR} PATH_VARS CMAKE_INSTALL_BINDIR)
-write_basic_package_version_file(${CMAKE_BINARY_DIR}/TQLibConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${CMAKE_BINARY_DIR}/TQLibConfig.cmake ${CMAKE_BINARY_DIR}/TQLibConfigVersion.cmake DESTINATION ${TQ_CONFIG_DIR})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/TQLibConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/TQLibConfig.cmake ${PROJECT_BINARY_DIR}/TQLibConfigVersion.cmake DESTINATION ${TQ_CONFIG_DIR})

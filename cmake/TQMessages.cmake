@@ -1,5 +1,5 @@
 # tq_add_messages(NAME FILE LANGUAGE... [STRINGS SCRIPT]): builds the message module NAME, which holds the texts of the message file FILE in
-# those of its languages and no code: NAME.dll on Windows, NAME.so on Linux, in ${CMAKE_BINARY_DIR}/bin. The header with the
+# those of its languages and no code: NAME.dll on Windows, NAME.so on Linux, in ${PROJECT_BINARY_DIR}/bin. The header with the
 # message identifiers, named as FILE with the extension .h, is made with it and lies in its INTERFACE_INCLUDE_DIRECTORIES.
 # The string tables of the resource script SCRIPT, in UTF-8, join the module's one language.
 #
@@ -57,6 +57,19 @@ function(tq_add_messages name file)
             COMMAND ${tqmc} ${file} ${options} --module ${folder}/${name}.cpp --header ${header})
         add_library(${name} MODULE ${folder}/${name}.cpp)
     endif()
-    set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/bin)
+    set_target_properties(${name} PROPERTIES PREFIX "" LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/bin)
     target_include_directories(${name} INTERFACE ${folder})
+endfunction()
+
+# tq_target_messages(TARGET NAME...): the program or library TARGET, made in this directory, includes the headers of the
+# message modules NAME and has the modules beside it.
+function(tq_target_messages target)
+    foreach(name IN LISTS ARGN)
+        add_dependencies(${target} ${name})
+        target_include_directories(${target} SYSTEM PRIVATE $<TARGET_PROPERTY:${name},INTERFACE_INCLUDE_DIRECTORIES>)
+        # Linked, and so copied, anew when the module has changed.
+        set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS $<TARGET_FILE:${name}>)
+        add_custom_command(TARGET ${target} POST_BUILD VERBATIM
+            COMMAND ${CMAKE_COMMAND} -E copy_if_different $<TARGET_FILE:${name}> $<TARGET_FILE_DIR:${target}>)
+    endforeach()
 endfunction()

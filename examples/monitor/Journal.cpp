@@ -4,7 +4,7 @@ using namespace Quellan::Corvel;
 
 void Tell(TQLogLevel level, const STLString& source, const TQString& lines) {
     try {
-        TQConsole(TQConsole::Stream::Output).Write(lines);
+        TQConsole(TQConsole::Stream::Output).Show(lines);
     } catch (const TQSysException&) {
         // A service has no console, and a pipe may have lost its reader.
     }

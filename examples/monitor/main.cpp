@@ -39,11 +39,37 @@ int ShowUsage() {
     return ExitUsage;
 }
 
+// Never destroyed: a request to end may come while the process ends.
+const TQEvent& StopRequest() {
+    static const TQEvent* const event = new TQEvent(true);
+    return *event;
+}
+
+BOOL OnConsoleControl(DWORD event) {
+    StopRequest().Set();
+    // The process ends when this returns from any other event, and it is to report before.
+    if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
+    return TRUE;
+}
+
 int CheckOnce(const Options& options) {
+    StopRequest();
+    SetConsoleCtrlHandler(nullptr, FALSE);
+    if (!SetConsoleCtrlHandler(&OnConsoleControl, TRUE)) TQSysException::ThrowLastError(L"CheckOnce");
     Watch watch(options);
     watch.Start();
+    TQWaitList ends;
+    ends.Add(StopRequest().Handle());
     for (const auto& group : watch.Groups())
-        group->WaitForComplete(INFINITE);
+        ends.Add(group->ThreadHandle());
+    for (std::size_t running = watch.Groups().size(); running > 0; --running) {
+        const HANDLE end = ends.Wait(INFINITE);
+        if (end == StopRequest().Handle()) break;
+        ends.Remove(end);
+    }
+    // A second Ctrl+C ends the process at once.
+    SetConsoleCtrlHandler(&OnConsoleControl, FALSE);
+    watch.Stop();
     return watch.Summarise() ? ExitFailure : 0;
 }
 
@@ -56,7 +82,7 @@ int Run() {
     if (!options && !arguments.IsEmpty() && !TQServiceApp::IsWord(arguments[0])) return ShowUsage();
     MonitorService service;
     TQServiceMgr::RegisterService(&service);
-    const DWORD code = TQServiceApp::Run();
+    const DWORD code = TQServiceApp::Run(true);
     if (service.IsMisused()) return ShowUsage();
     return code ? static_cast<int>(code) : service.HasFailed() ? ExitFailure : 0;
 }

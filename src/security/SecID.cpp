@@ -8,7 +8,9 @@
 #include "text/internal/Translated.h"
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
+#include <cwchar>
 #include <string>
 
 namespace Quellan::Sarvek {
@@ -82,6 +84,19 @@ bool LookUpSid(const wchar_t* account, const wchar_t* system, SidBuffer& sid) {
         if (code != ERROR_INSUFFICIENT_BUFFER) throw TQSysException(code, L"SecID::LoadAccountName");
         domain.resize(domainSize);
     }
+}
+
+bool Write(const _TQwString& text, std::FILE* stream) {
+    if (std::fwide(stream, 0) < 0) {
+        const Corvel::_TQaString bytes = text.ToUtf8();
+        return std::fwrite(bytes.c_str(), 1, bytes.Length(), stream) == bytes.Length();
+    }
+    char encoded[MB_LEN_MAX];
+    return std::ranges::all_of(text.View(), [&](wchar_t c) {
+        std::mbstate_t start{};
+        const bool isInLocale = std::wcrtomb(encoded, c, &start) != static_cast<std::size_t>(-1);
+        return std::fputwc(isInLocale ? c : L'?', stream) != WEOF;
+    });
 }
 
 _TQwString ComputerName() {
@@ -355,10 +370,9 @@ void SecID::DumpToFile(const wchar_t* caption, std::FILE* stream) const {
         account = _TQwString::Format(L"[%s\\%s]", found.domain.View(), found.name.View());
     else if (!found.name.IsEmpty())
         account = _TQwString::Format(L"[%s]", found.name.View());
-    const Corvel::_TQaString text =
-        _TQwString::Format(L"%s\r\n%s%s(%s)", title, String().View(), account.View(), GetUseDesc(found.use))
-            .ToUtf8();
-    if (std::fwrite(text.c_str(), 1, text.Length(), stream) != text.Length())
+    if (!Write(_TQwString::Format(L"%s\r\n%s%s(%s)", title, String().View(), account.View(),
+                                  GetUseDesc(found.use)),
+               stream))
         throw TQSysException(ERROR_WRITE_FAULT, L"SecID::DumpToFile");
 }
 

@@ -176,8 +176,10 @@ class TQLIB_API SecID {
     // that has a name, such as "<High - 0x780>". Half-way between two it is the upper one.
     static Corvel::TQString MandatoryRIDName(DWORD rid);
 
-    // Writes the caption on a line of its own, the text of the identifier, its account and use, as bytes in
-    // UTF-8. A caption that can't be read counts as empty. Throws 29 (ERROR_WRITE_FAULT).
+    // Writes the caption on a line of its own, the text of the identifier, its account and use, to a stream
+    // of either orientation: as bytes in UTF-8 where bytes were written to it before; else as `fwprintf`
+    // does, in the encoding of the C library's locale, and what that does not have as '?'. A caption that
+    // can't be read counts as empty. Throws 29 (ERROR_WRITE_FAULT).
     void DumpToFile(const wchar_t* caption, std::FILE* stream) const;
 
     friend bool operator==(const SecID& left, const SecID& right) noexcept { return (left <=> right) == 0; }

@@ -186,6 +186,8 @@ void SecID::GetUserLookupInfo(const wchar_t* system, DWORD level, NetBuffer& use
     constexpr const wchar_t* Where = L"SecID::GetUserLookupInfo";
     const Corvel::_TQwString& name = Name(system);
     if (name.IsEmpty()) throw TQSysException(ERROR_NONE_MAPPED, Where);
+    // Users are asked about by name, which may be that of something else.
+    if (Use(system) != SidTypeUser) throw TQSysException(NERR_UserNotFound, Where);
     if (DWORD code = NetUserGetInfo(SystemName(system), name.c_str(), level, user.Receive()))
         throw TQSysException(code, Where);
 }

@@ -10,13 +10,15 @@
 
 namespace Quellan::Corvel {
 
-DWORD TQServiceApp::Run() {
+DWORD TQServiceApp::Run(bool takesArguments) {
     TQString message;
     DWORD result = UnknownExceptionCode;
     Guarded(L"Running ServiceApp main()", message, [&] {
         const _TQWin32Exception::Trap_SEH trap(L"ServiceApp::Run");
         TQStringArray arguments = TQSysProc::CommandLine();
-        if (const std::optional<DWORD> exitCode = RunAppWord(arguments, TQServiceMgr::HostedServices())) {
+        const std::optional<DWORD> exitCode =
+            RunAppWord(arguments, TQServiceMgr::HostedServices(), takesArguments);
+        if (exitCode) {
             result = *exitCode;
             return 0u;
         }

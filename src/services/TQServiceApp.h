@@ -20,9 +20,14 @@ class TQLIB_API TQServiceApp {
     //     start [ARGUMENT...]     has the manager start them, and waits until they run
     //     stop                    has it stop them, and waits until they have stopped
     //     status                  tells what they are doing
-    //     none of these           runs them: for the manager or systemd where one of these has started the
-    //                             process, else in the foreground, with all arguments of the program as
-    //                             theirs; Ctrl+C or a request to end the process stops them
+    //     none                    runs them: for the manager or systemd where one of these has started the
+    //                             process, else in the foreground; Ctrl+C or a request to end the process
+    //                             stops them
+    //     any other               as none, with all arguments of the program as those of the services, if
+    //                             `takesArguments` says that they take some
+    //
+    // Where they take none, what the table has in brackets and any other first argument is a wrong command
+    // line; --help then prints the words.
     //
     // On Linux `install --systemd[=FILE] [ARGUMENT...]` writes a unit file for systemd in place of
     // installing; systemd then runs all services together, under the name of the first. Without a file it is
@@ -31,7 +36,7 @@ class TQLIB_API TQServiceApp {
     // The words print what they did; the exit code is 0, 1 where it failed, 2 for a wrong command line. In
     // the foreground the changes of the states are printed, and the exit code is 1 where a service ended with
     // a code of its own. Any other exception is logged to the system event log and gives 0x8000FFFF.
-    static DWORD Run();
+    static DWORD Run(bool takesArguments = false);
 
     // Whether it is one of the words above.
     static bool IsWord(const TQString& argument);

@@ -12,26 +12,32 @@
 #include "threads/internal/GuardedStep.h"
 
 #include <algorithm>
+#include <list>
 
 namespace Quellan::Corvel {
 
 namespace {
 
+struct Entry {
+    _TQService* service;
+    TQString name;
+};
+
+// Entries are made and destroyed without the lock.
 struct Hosted {
     TQThreadSynch lock;
-    std::vector<_TQService*> services TQ_GUARDED_BY(lock);
+    std::list<Entry> entries TQ_GUARDED_BY(lock);
+
+    std::list<Entry>::iterator Find(const wchar_t* name) TQ_REQUIRES(lock) {
+        return std::ranges::find_if(
+            entries, [name](const Entry& entry) { return entry.name.CompareNoCase(name) == 0; });
+    }
 };
 
 // Never destroyed: the destructors of static services still take themselves out.
 Hosted& TheHosted() {
     static Hosted* const hosted = new Hosted;
     return *hosted;
-}
-
-_TQService* FindIn(const std::vector<_TQService*>& services, const wchar_t* name) {
-    for (_TQService* service : services)
-        if (service->ServiceName().CompareNoCase(name) == 0) return service;
-    return nullptr;
 }
 
 template <class Info>
@@ -79,30 +85,49 @@ void ApplyOptions(const TQSvcHandle& service, const wchar_t* name, TQSvcStart st
 void TQServiceMgr::RegisterService(_TQService* service) {
     constexpr const wchar_t* where = L"TQServiceMgr::RegisterService";
     if (!service) TQStdExceptions::ThrowParameterInvalidError(where);
-    const TQString name = service->ServiceName();
-    const std::vector<_TQService*> others = HostedServices();
-    if (FindIn(others, name.c_str())) throw TQException(ERROR_SERVICE_EXISTS, where);
-    Hosted& hosted = TheHosted();
-    const TQThreadSynch::TQSynchLock guard(hosted.lock);
-    Translated(where, [&]() TQ_NOT_ANALYSED { hosted.services.push_back(service); });
+    std::list<Entry> added;
+    bool isTaken;
+    Translated(where, [&] { added.push_back({service, service->ServiceName()}); });
+    {
+        Hosted& hosted = TheHosted();
+        const TQThreadSynch::TQSynchLock guard(hosted.lock);
+        isTaken = hosted.Find(added.front().name.c_str()) != hosted.entries.end();
+        if (!isTaken) hosted.entries.splice(hosted.entries.end(), added);
+    }
+    if (isTaken) throw TQException(ERROR_SERVICE_EXISTS, where);
 }
 
 void TQServiceMgr::UnRegisterService(_TQService* service) noexcept {
+    std::list<Entry> removed;
     Hosted& hosted = TheHosted();
     const TQThreadSynch::TQSynchLock guard(hosted.lock);
-    std::erase(hosted.services, service);
+    const auto found = std::ranges::find(hosted.entries, service, &Entry::service);
+    if (found != hosted.entries.end()) removed.splice(removed.end(), hosted.entries, found);
 }
 
 std::vector<_TQService*> TQServiceMgr::HostedServices() {
     Hosted& hosted = TheHosted();
-    const TQThreadSynch::TQSynchLock guard(hosted.lock);
-    return Translated(L"TQServiceMgr::HostedServices", [&]() TQ_NOT_ANALYSED { return hosted.services; });
+    std::vector<_TQService*> services;
+    for (std::size_t count = 0;;) {
+        Translated(L"TQServiceMgr::HostedServices", [&] { services.reserve(count); });
+        const TQThreadSynch::TQSynchLock guard(hosted.lock);
+        count = hosted.entries.size();
+        if (count > services.capacity()) continue;
+        for (const Entry& entry : hosted.entries)
+            services.push_back(entry.service);
+        return services;
+    }
 }
 
 TQService& TQServiceMgr::HostedService(const wchar_t* name) {
     const std::vector<_TQService*> services = HostedServices();
-    _TQService* found = FindIn(services, name);
-    if (!found && services.size() == 1) found = services.front();
+    _TQService* found = services.size() == 1 ? services.front() : nullptr;
+    Hosted& hosted = TheHosted();
+    {
+        const TQThreadSynch::TQSynchLock guard(hosted.lock);
+        const auto named = hosted.Find(name);
+        if (named != hosted.entries.end()) found = named->service;
+    }
     auto* const service = dynamic_cast<TQService*>(found);
     if (!service) throw TQException(ERROR_SERVICE_NOT_IN_EXE, L"TQServiceMgr::HostedService");
     return *service;

@@ -30,6 +30,17 @@ TEST_F(Monitor, IsStoppedByCtrlCThoughItWasStartedToIgnoreIt) {
     EXPECT_EQ(m_process->ExitCode(), 0);
 }
 
+TEST_F(Monitor, BreaksOffItsOnlyCheckAtCtrlCAndTellsTheResult) {
+    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
+    WriteFile("endless", "");
+    std::filesystem::resize_file(Folder() + "/endless", std::uintmax_t{1} << 42);
+    Start({"--once", Folder()});
+    ReadTo("owner of");
+    m_process->Interrupt();
+    EXPECT_THAT(m_process->ReadAll(), testing::HasSubstr("0 failures\n"));
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
 TEST_F(Monitor, LeavesPipesAlone) {
     ASSERT_EQ(mkfifo((Folder() + "/pipe").c_str(), 0600), 0);
     Start({"--once", Folder()});

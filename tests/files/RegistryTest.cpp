@@ -74,15 +74,6 @@ TEST_F(Registry, SharesAKeyAmongCopies) {
     EXPECT_TRUE(second.KeyNames().IsEmpty());
 }
 
-TEST_F(Registry, GrantsWhatAKeyWasOpenedFor) {
-    const TQRegKey reader(m_key, L"");
-    TQDWORDRegValue value(reader, L"value");
-    EXPECT_EQ(ThrownCode([&] { value.Set(1); }), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_FALSE(value.Exists());
-    TQDWORDRegValue(TQRegKey(m_key, L"", TQRegKey::WriteAccess), L"value").Set(1);
-    EXPECT_EQ(value.Get(), 1u);
-}
-
 TEST_F(Registry, BeginsWithTheMachinesKeyAndTheUsers) {
     EXPECT_EQ(TQRegistry::MachineKey().Handle(), HKEY_LOCAL_MACHINE);
     EXPECT_EQ(TQRegistry::UserKey().Handle(), HKEY_CURRENT_USER);

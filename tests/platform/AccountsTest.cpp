@@ -84,6 +84,8 @@ constexpr Named PublishedNames[] = {
     {L"S-1-15-2-1", L"APPLICATION PACKAGE AUTHORITY", L"ALL APPLICATION PACKAGES", SidTypeWellKnownGroup},
     {L"S-1-16-8192", L"Mandatory Label", L"Medium Mandatory Level", SidTypeLabel, false},
     {L"S-1-16-8448", L"Mandatory Label", L"Medium Plus Mandatory Level", SidTypeLabel, false},
+    {L"S-1-16-20480", L"Mandatory Label", L"Protected Process Mandatory Level", SidTypeLabel, false},
+    {L"S-1-5-5-0-1234", L"NT AUTHORITY", L"LogonSessionId_0_1234", 11, false},
 };
 
 TEST(Accounts, HavePublishedNamesWhereTheyAreWellKnown) {
@@ -102,6 +104,23 @@ TEST(Accounts, AreFoundByPublishedNamesInAnyCase) {
     EXPECT_EQ(SidOf(L"BUILTIN").use, SidTypeDomain);
     if (OnWine()) return;  // Wine knows no labels
     EXPECT_EQ(SidOf(L"Mandatory Label\\High Mandatory Level").text, L"S-1-16-12288");
+    EXPECT_EQ(SidOf(L"NT AUTHORITY\\LogonSessionId_0_1234").text, L"S-1-5-5-0-1234");
+    EXPECT_EQ(SidOf(L"NT AUTHORITY\\LogonSessionId_0_01234").code, DWORD{ERROR_NONE_MAPPED});
+}
+
+TEST(Accounts, OfServicesAreNamedAsTheServices) {
+    if (OnWine()) GTEST_SKIP() << "Wine has no identifiers of services";
+    constexpr const wchar_t* Key = L"SYSTEM\\CurrentControlSet\\Services\\TrustedInstaller";
+    constexpr const wchar_t* Sid = L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+    EXPECT_EQ(SidOf(L"NT SERVICE\\TrustedInstaller").code, DWORD{ERROR_NONE_MAPPED});
+    HKEY key = nullptr;
+    ASSERT_EQ(RegCreateKeyExW(HKEY_LOCAL_MACHINE, Key, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &key, nullptr),
+              0);
+    RegCloseKey(key);
+    EXPECT_EQ(NameOf(Sid), (Found{L"TrustedInstaller", L"NT SERVICE", SidTypeWellKnownGroup, 0}));
+    EXPECT_EQ(SidOf(L"nt service\\trustedinstaller").text, Sid);
+    EXPECT_EQ(SidOf(L"NT SERVICE\\ALL SERVICES").text, L"S-1-5-80-0");
+    EXPECT_EQ(RegDeleteKeyExW(HKEY_LOCAL_MACHINE, Key, 0, 0), 0);
 }
 
 TEST(Accounts, OfTheUserAreTheMachinesOwn) {

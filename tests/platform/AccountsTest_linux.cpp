@@ -156,7 +156,7 @@ TEST(DirectoryAccounts, AreNumberedInTheMachinesDomain) {
     EXPECT_EQ(NameOfNumber(141002), L"dir.user 1");
     EXPECT_EQ(NameOfNumber(141005), L"dir group 2");
     EXPECT_EQ(NameOfNumber(500), L"root 1");
-    EXPECT_EQ(NameOfNumber(1001), L"root 4");
+    EXPECT_EQ(NameOfNumber(1001), L"group:root 4") << "a user is called so too";
 }
 
 TEST(DirectoryAccounts, HaveNumbersUpToTheHighest) {

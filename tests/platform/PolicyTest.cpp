@@ -72,7 +72,7 @@ TEST_F(AccountRights, AreNoneAtFirst) {
 
 TEST_F(AccountRights, AreGivenAndTaken) {
     if (OnWine()) GTEST_SKIP() << "Wine keeps no rights";
-    Sid other(L"S-1-5-32-551");
+    Sid other(L"S-1-5-21-11-22-33-5555");
     EXPECT_EQ(Add(m_account.Get(), L"SeBackupPrivilege"), 0u);
     EXPECT_EQ(Add(m_account.Get(), L"seservicelogonright"), 0u);
     EXPECT_EQ(Add(m_account.Get(), L"SeBackupPrivilege"), 0u);

@@ -89,9 +89,14 @@ TEST_F(RightsFile, IsNotTrustedWhenOthersCanWriteIt) {
     EXPECT_EQ(chmod(m_path.c_str(), 0644), 0);
 }
 
-TEST_F(RightsFile, MayBeMissing) {
+TEST_F(RightsFile, HasTheDefaultsUntilItIsThere) {
     EXPECT_EQ(std::remove(m_path.c_str()), 0);
     EXPECT_EQ(CodeOfReading(L"S-1-5-9"), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(CodeOfReading(L"S-1-5-32-544"), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(Change(L"S-1-5-9", false), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(CodeOfReading(L"S-1-5-32-544"), DWORD{ERROR_SUCCESS}) << "the first change keeps them";
+    Write("");
+    EXPECT_EQ(CodeOfReading(L"S-1-5-32-544"), DWORD{ERROR_FILE_NOT_FOUND});
 }
 
 // Gives the right to accounts of its own, one after the other.

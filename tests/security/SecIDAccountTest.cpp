@@ -5,6 +5,7 @@
 #include "threads/TQThread.h"
 
 #include <cstdio>
+#include <cwchar>
 #include <memory>
 
 namespace Quellan::Corvel::Test {
@@ -155,32 +156,31 @@ class Dumped {
   public:
     Dumped(const SecID& id, const wchar_t* caption) {
         id.DumpToFile(caption, m_file.get());
+        EXPECT_EQ(std::fwprintf(m_file.get(), L"."), 1);
         std::rewind(m_file.get());
-        m_text.resize(200);
-        m_text.resize(std::fread(m_text.data(), 1, m_text.size(), m_file.get()));
+        for (std::wint_t c; (c = std::fgetwc(m_file.get())) != WEOF;)
+            m_text += static_cast<wchar_t>(c);
     }
-    const std::string& Text() const { return m_text; }
+    const std::wstring& Text() const { return m_text; }
 
   private:
     struct Close {
         void operator()(std::FILE* file) const { std::fclose(file); }
     };
     std::unique_ptr<std::FILE, Close> m_file{std::tmpfile()};
-    std::string m_text;
+    std::wstring m_text;
 };
 
 TEST(SecIDDumps, TellAsMuchAsIsKnown) {
     EXPECT_EQ(Dumped(Id(L"S-1-5-18"), L"Owner").Text(),
-              "Owner\r\nS-1-5-18[NT AUTHORITY\\SYSTEM](SidTypeWellKnownGroup)");
-    EXPECT_EQ(Dumped(Id(L"S-1-1-0"), L"").Text(), "\r\nS-1-1-0[Everyone](SidTypeWellKnownGroup)");
-    EXPECT_EQ(Dumped(Id(Nobody), L"Größe").Text(),
-              "Gr\xC3\xB6\xC3\x9F"
-              "e\r\nS-1-5-21-1-2-3-4(SidTypeUnknown)");
+              L"Owner\r\nS-1-5-18[NT AUTHORITY\\SYSTEM](SidTypeWellKnownGroup).");
+    EXPECT_EQ(Dumped(Id(L"S-1-1-0"), L"").Text(), L"\r\nS-1-1-0[Everyone](SidTypeWellKnownGroup).");
+    EXPECT_EQ(Dumped(Id(Nobody), L"\x4E16").Text(), L"?\r\nS-1-5-21-1-2-3-4(SidTypeUnknown).");
 }
 
 TEST(SecIDDumps, LeaveOutACaptionThatCannotBeRead) {
-    EXPECT_EQ(Dumped(Id(Nobody), Unreadable).Text(), "\r\nS-1-5-21-1-2-3-4(SidTypeUnknown)");
-    EXPECT_EQ(Dumped(Id(Nobody), nullptr).Text(), "\r\nS-1-5-21-1-2-3-4(SidTypeUnknown)");
+    EXPECT_EQ(Dumped(Id(Nobody), Unreadable).Text(), L"\r\nS-1-5-21-1-2-3-4(SidTypeUnknown).");
+    EXPECT_EQ(Dumped(Id(Nobody), nullptr).Text(), L"\r\nS-1-5-21-1-2-3-4(SidTypeUnknown).");
 }
 
 }  // namespace

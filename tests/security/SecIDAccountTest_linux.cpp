@@ -2,6 +2,9 @@
 #include "security/Directory_linux.h"
 #include "security/Identifiers.h"
 
+#include <cstdio>
+#include <memory>
+
 namespace Quellan::Corvel::Test {
 namespace {
 
@@ -22,7 +25,18 @@ TEST(DirectoryNames, OfUserAndGroupAreToldApart) {
     const SecID group(L"group:twin");
     EXPECT_EQ(group.SubAuthorityValue(4), TwinGroupRid);
     EXPECT_EQ(group.Use(), SidTypeGroup);
+    EXPECT_EQ(SecID(Id(group.String().c_str()).FullName().c_str()), group);
     EXPECT_TRUE(group.IsUserDefinedType());
+}
+
+TEST(SecIDDumps, GoToStreamsOfBytesToo) {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+    std::fputs("dump: ", file.get());
+    Id(L"S-1-1-0").DumpToFile(L"\x4E16", file.get());
+    std::rewind(file.get());
+    std::string text(100, '\0');
+    text.resize(std::fread(text.data(), 1, text.size(), file.get()));
+    EXPECT_EQ(text, "dump: \xE4\xB8\x96\r\nS-1-1-0[Everyone](SidTypeWellKnownGroup)");
 }
 
 TEST(Domains, OfUserAndMachineAreTheMachinesOwn) {

@@ -4,6 +4,7 @@
 #include "security/SecIDArray.h"
 #include "security/SecPrivilegeSet.h"
 #include "support/FailCall.h"
+#include "support/ThrownCode.h"
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -76,13 +77,16 @@ TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
     EXPECT_EQ(own.Count(), 1u);
     EXPECT_TRUE(own.Contains(L"SeServiceLogonRight"));
     const auto all = user.PrivilegesHeld(true);
-    EXPECT_EQ(all.Count(), 2u);
+    EXPECT_TRUE(all.Contains(L"SeServiceLogonRight"));
     EXPECT_TRUE(all.Contains(L"SeBackupPrivilege"));
+    EXPECT_TRUE(SecID(L"root").PrivilegesHeld(true).Contains(L"SeDebugPrivilege"))
+        << "by default, by Administrators";
 }
 
 TEST(DisabledUsers, AreThoseWithALockedPassword) {
     EXPECT_TRUE(SecID(LockedUser).IsAccountDisabled());
     EXPECT_FALSE(SecID(DirectoryUsers[1]).IsAccountDisabled());
+    EXPECT_EQ(ThrownCode([] { SecID(L"group:twin").IsAccountDisabled(); }), DWORD{NERR_UserNotFound});
 }
 
 }  // namespace

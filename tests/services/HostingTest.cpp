@@ -73,7 +73,7 @@ TEST_P(Guard, OfTheMainFunctionLogsAndReportsTheCode) {
 
 TEST_P(Guard, OfTheApplicationLogsAndReturns) {
     manager.onDispatch = GetParam().raise;
-    EXPECT_EQ(TQServiceApp::Run(), static_cast<DWORD>(Failed));
+    EXPECT_EQ(TQServiceApp::Run(true), static_cast<DWORD>(Failed));
     ExpectLogged(L"Running ServiceApp main()");
 }
 
@@ -204,6 +204,32 @@ TEST_F(Hosted, IsRegisteredOnce) {
               static_cast<DWORD>(ERROR_SERVICE_EXISTS));
     EXPECT_EQ(ThrownCode([] { TQServiceMgr::RegisterService(nullptr); }),
               static_cast<DWORD>(ERROR_INVALID_PARAMETER));
+}
+
+// While one of a name is being registered, a call back registers another one of that name.
+TEST(Registering, GivesANameOnce) {
+    struct Asked : TestService {
+        using TestService::TestService;
+        TQString ServiceName() const override {
+            if (const auto ask = std::exchange(onAsked, nullptr)) ask();
+            return TestService::ServiceName();
+        }
+        mutable std::function<void()> onAsked;
+    } other(L"other");
+    TestService one(L"same"), twin(L"same");
+    const Hosting hosting({&other});
+    bool isTwinRegistered = false;
+    other.onAsked = [&] {
+        TQServiceMgr::RegisterService(&twin);
+        isTwinRegistered = true;
+    };
+    bool isOneRegistered = true;
+    try {
+        TQServiceMgr::RegisterService(&one);
+    } catch (const TQException&) {
+        isOneRegistered = false;
+    }
+    EXPECT_NE(isOneRegistered, isTwinRegistered);
 }
 
 TEST(NoService, CannotBeRun) {

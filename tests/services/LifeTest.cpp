@@ -98,6 +98,14 @@ TEST_F(Words, SayHowTheyAreUsed) {
         EXPECT_EQ(Run({word, "--more"}, 2).rfind("usage: services_test_program " + word, 0), 0u);
 }
 
+TEST_F(Words, AreTheOnlyOnesWhereTheServicesTakeNoArguments) {
+    for (const std::string word : {"instal", "--verbose"})
+        EXPECT_THAT(Run({word, "none"}, 2), HasSubstr("usage: services_test_program stop\n"));
+    EXPECT_THAT(Run({"--help", "none"}, 0), HasSubstr("usage: services_test_program start\n"));
+    for (const std::string word : {"install", "start"})
+        EXPECT_EQ(Run({word, "none"}, 2).rfind("usage: services_test_program " + word, 0), 0u);
+}
+
 TEST_F(Foreground, RunsTheServicesUntilCtrlC) {
     if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "the sanitizer keeps the signal back";
     ChildProcess program("services_test_program", {"slow"}, ChildProcess::Files::Piped);

@@ -1,7 +1,10 @@
 // A program with two services, as an application writes it. Their first start argument: "fail" makes the work
-// throw 1234, "slow" makes the start take some seconds.
+// throw 1234, "slow" makes the start take some seconds. Where the last argument of the program is "none",
+// they say that they take no arguments.
 #include "TQLib.h"
 #include "TestNames.h"
+
+#include <string_view>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -49,9 +52,9 @@ class Service : public TQService {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     Service first(FirstName), second(SecondName);
     TQServiceMgr::RegisterService(&first);
     TQServiceMgr::RegisterService(&second);
-    return static_cast<int>(TQServiceApp::Run());
+    return static_cast<int>(TQServiceApp::Run(argv[argc - 1] != std::string_view("none")));
 }

@@ -1,43 +1,66 @@
-// The values that the rows of FormatRows.inc use, and a row's name.
+// The rows of FormatTable.txt, which says what they are made of.
 #pragma once
 
 #include <bit>
+#include <charconv>
 #include <cstdint>
+#include <deque>
+#include <fstream>
+#include <sstream>
 #include <string>
-#include <string_view>
+#include <vector>
 
 namespace Quellan::Corvel::Test {
 
-// A number by its bits, for those that have no literal.
-inline double Bits(std::uint64_t bits) {
-    return std::bit_cast<double>(bits);
-}
-
-// A pointer with a given address.
-inline const void* At(std::uint64_t address) {
-    return std::bit_cast<const void*>(address);
-}
-
-// One recorded row: the format, the arguments as they are written, and what was printed.
-struct FormatRow {
-    std::string name;
-    std::string printed;
-
-    bool operator==(const FormatRow&) const = default;
+struct FormatArgument {
+    char kind;            // as in the table
+    std::uint64_t value;  // of a real its bits, of a text its address
 };
 
-// `format` and `printed` are ASCII.
-template <class C>
-FormatRow MakeFormatRow(std::basic_string_view<C> format, std::string_view arguments,
-                        std::basic_string_view<C> printed) {
-    const auto narrow = [](std::basic_string_view<C> text) {
-        std::string result;
-        for (const C c : text)
-            result += static_cast<char>(c);
-        return result;
-    };
-    const char* const kind = sizeof(C) == 1 ? "narrow " : "wide ";
-    return {kind + narrow(format) + " <- " + std::string(arguments), narrow(printed)};
+struct FormatRow {
+    std::string line;
+    bool isWide = false;
+    std::string format;
+    std::vector<FormatArgument> arguments;
+    std::string printed;
+    std::deque<std::string> narrowTexts;
+    std::deque<std::wstring> wideTexts;
+
+    explicit FormatRow(std::string text) : line(std::move(text)) {
+        std::istringstream cells(line);
+        std::string kind, all, argument;
+        std::getline(cells, kind, '\t');
+        std::getline(cells, format, '\t');
+        std::getline(cells, all, '\t');
+        std::getline(cells, printed);
+        isWide = kind == "wide";
+        if (const auto zero = printed.find("\\0"); zero != printed.npos) printed.replace(zero, 2, 1, '\0');
+        for (std::istringstream rest(all); rest >> argument;)
+            arguments.push_back({argument[0], ValueOf(argument[0], argument.substr(1))});
+    }
+
+  private:
+    std::uint64_t ValueOf(char kind, const std::string& text) {
+        if (kind == 'w')
+            return std::bit_cast<std::uint64_t>(wideTexts.emplace_back(text.begin(), text.end()).c_str());
+        if (kind == 'n') return std::bit_cast<std::uint64_t>(narrowTexts.emplace_back(text).c_str());
+        if (kind == 'W' || kind == 'N') return 0;
+        if (kind == 'r' && !text.starts_with("0x")) {
+            double value = 0;
+            std::from_chars(text.data(), text.data() + text.size(), value);
+            return std::bit_cast<std::uint64_t>(value);
+        }
+        return text.starts_with('-') ? 0 - std::stoull(text.substr(1), nullptr, 0)
+                                     : std::stoull(text, nullptr, 0);
+    }
+};
+
+inline std::deque<FormatRow> ReadFormatRows(const char* path) {
+    std::deque<FormatRow> rows;
+    std::ifstream file(path, std::ios::binary);
+    for (std::string line; std::getline(file, line);)
+        if (!line.starts_with('#')) rows.emplace_back(line);
+    return rows;
 }
 
 }  // namespace Quellan::Corvel::Test

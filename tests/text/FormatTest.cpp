@@ -4,57 +4,66 @@
 #include "text/TQFormat.h"
 #include "text/TQString.h"
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <gmock/gmock.h>
 #include <limits>
 #include <memory>
 #include <string>
 
 namespace Quellan::Corvel {
-namespace Test {
-
-void PrintTo(const FormatRow& row, std::ostream* out) {
-    *out << row.name << " gives " << row.printed;
-}
-
-}  // namespace Test
-
 namespace {
 
-using Test::At;
-using Test::Bits;
 using Test::FailAllocation;
+using Test::FormatArgument;
 using Test::FormatRow;
+using Test::ReadFormatRows;
 using Test::ThrownCode;
 using namespace std::string_literals;
 
 constexpr DWORD OverflowCode = 111;
 
-template <class... Args>
-FormatRow Formatted(const char* arguments, TQFormatText<wchar_t, std::type_identity_t<Args>...> format,
-                    const Args&... args) {
-    return Test::MakeFormatRow<wchar_t>(format.Text(), arguments,
-                                        _TQwString::Format<Args...>(format, args...));
+// A pointer with a given address.
+const void* At(std::uint64_t address) {
+    return std::bit_cast<const void*>(address);
 }
 
-template <class... Args>
-FormatRow Formatted(const char* arguments, TQFormatText<char, std::type_identity_t<Args>...> format,
-                    const Args&... args) {
-    return Test::MakeFormatRow<char>(format.Text(), arguments, _TQaString::Format<Args...>(format, args...));
+TQFormatArg ArgumentOf(const FormatArgument& argument) {
+    const auto* const address = At(argument.value);
+    switch (argument.kind) {
+        case 'i':
+            return TQFormatArg::From(argument.value);
+        case 'r':
+            return TQFormatArg::From(std::bit_cast<double>(argument.value));
+        case 'p':
+            return TQFormatArg::From(address);
+        case 'w':
+        case 'W':
+            return TQFormatArg::From(static_cast<const wchar_t*>(address));
+        default:
+            return TQFormatArg::From(static_cast<const char*>(address));
+    }
+}
+
+template <class C>
+std::string Printed(const FormatRow& row) {
+    std::vector<TQFormatArg> arguments;
+    std::ranges::transform(row.arguments, std::back_inserter(arguments), ArgumentOf);
+    std::array<C, 4096> out;
+    const std::basic_string<C> format(row.format.begin(), row.format.end());
+    const std::size_t length = FormatArgsTo(out, format.c_str(), arguments);
+    std::string text;
+    std::ranges::transform(out.begin(), out.begin() + static_cast<std::ptrdiff_t>(length),
+                           std::back_inserter(text), [](C c) { return static_cast<char>(c); });
+    return text;
 }
 
 TEST(Format, PrintsWhatTheWindowsRuntimePrints) {
-    const FormatRow recorded[] = {
-#include "text/FormatTable.inc"
-    };
-    const FormatRow printed[] = {
-#define WIDE(format, ...) Formatted(#__VA_ARGS__, format __VA_OPT__(, ) __VA_ARGS__),
-#define NARROW(format, ...) Formatted(#__VA_ARGS__, format __VA_OPT__(, ) __VA_ARGS__),
-#include "text/FormatRows.inc"
-#undef WIDE
-#undef NARROW
-    };
-    EXPECT_THAT(printed, testing::ElementsAreArray(recorded));
+    const auto rows = ReadFormatRows(FORMAT_TABLE);
+    ASSERT_GT(rows.size(), 700u);
+    for (const FormatRow& row : rows)
+        EXPECT_EQ(row.isWide ? Printed<wchar_t>(row) : Printed<char>(row), row.printed) << row.line;
 }
 
 TEST(Format, FollowsTheDocumentationWhereTheRecordingRuntimeDoesNot) {

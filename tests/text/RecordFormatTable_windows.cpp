@@ -1,5 +1,4 @@
-// Prints FormatTable.inc: what the Windows runtime prints for each row of FormatRows.inc.
-
+// Prints FormatTable.txt, its argument, with what the Windows runtime prints in the last column.
 #include "text/FormatRows.h"
 
 #include <array>
@@ -13,47 +12,37 @@ namespace {
 
 constexpr std::size_t MaxLength = 4096;
 
-FormatRow Record(const char* arguments, const wchar_t* format, ...) {
-    std::array<wchar_t, MaxLength> out;
-    va_list list;
-    va_start(list, format);
-    const int length = _vsnwprintf(out.data(), out.size(), format, list);
-    va_end(list);
-    return MakeFormatRow<wchar_t>(format, arguments, {out.data(), static_cast<std::size_t>(length)});
-}
-
-FormatRow Record(const char* arguments, const char* format, ...) {
-    std::array<char, MaxLength> out;
-    va_list list;
-    va_start(list, format);
-    const int length = _vsnprintf(out.data(), out.size(), format, list);
-    va_end(list);
-    return MakeFormatRow<char>(format, arguments, {out.data(), static_cast<std::size_t>(length)});
-}
-
-std::string Literal(const std::string& text) {
-    std::string result = "\"";
-    for (const char c : text) {
-        if (c == '"' || c == '\\') result += '\\';
-        result += c == '\0' ? "\\000" : std::string(1, c);
-    }
-    return result + "\"s";
+template <class C, class Print>
+std::string Recorded(const FormatRow& row, Print print) {
+    std::vector<std::uint64_t> slots;
+    for (const FormatArgument& argument : row.arguments)
+        slots.push_back(argument.value);
+    std::array<C, MaxLength> out;
+    // A list of arguments is the place of the first, and each has eight bytes.
+    const int length =
+        print(out.data(), out.size(), std::basic_string<C>(row.format.begin(), row.format.end()).c_str(),
+              reinterpret_cast<va_list>(slots.data()));
+    std::string text;
+    for (int i = 0; i < length; ++i)
+        text += out[static_cast<std::size_t>(i)]
+                    ? std::string(1, static_cast<char>(out[static_cast<std::size_t>(i)]))
+                    : "\\0";
+    return text;
 }
 
 }  // namespace
 }  // namespace Quellan::Corvel::Test
 
-int main() {
+int main(int, char** arguments) {
     using namespace Quellan::Corvel::Test;
     _setmode(_fileno(stdout), _O_BINARY);  // the table has the line ends of its repository
-    const FormatRow rows[] = {
-#define WIDE(format, ...) Record(#__VA_ARGS__, format __VA_OPT__(, ) __VA_ARGS__),
-#define NARROW(format, ...) Record(#__VA_ARGS__, format __VA_OPT__(, ) __VA_ARGS__),
-#include "text/FormatRows.inc"
-#undef WIDE
-#undef NARROW
-    };
-    for (const FormatRow& row : rows) {
-        std::printf("{%s, %s},\n", Literal(row.name).c_str(), Literal(row.printed).c_str());
+    std::ifstream file(arguments[1], std::ios::binary);
+    for (std::string line; std::getline(file, line);) {
+        if (!line.starts_with('#')) {
+            const FormatRow row(line);
+            line.erase(line.rfind('\t') + 1);
+            line += row.isWide ? Recorded<wchar_t>(row, _vsnwprintf) : Recorded<char>(row, _vsnprintf);
+        }
+        std::printf("%s\n", line.c_str());
     }
 }

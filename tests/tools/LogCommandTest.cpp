@@ -145,6 +145,36 @@ TEST_F(LogCommand, WritesJson) {
                 HasSubstr(R"("source": null, "user": "bob {S-1-5-8}", "message": "first\u000aSecond"})"));
 }
 
+TEST_F(LogCommand, SendsNoControlCharactersOfOthersToATerminal) {
+    const std::string log =
+        File("Esc.tlg", Record('T', "10:00:00.000", " -- [a\x1b[2Jb] -- [c\x7f]", "\x1b[3J\td") +
+                            "\xc2\x9b"
+                            "4Jno record\r\n");
+    const std::vector<std::string> piped = Run({log});
+    ASSERT_EQ(piped.size(), 3u);
+    EXPECT_THAT(piped[0], testing::EndsWith("[a\\x1b[2Jb] c\\x7f"));
+    EXPECT_EQ(piped[1], "    \x1b[3J\td") << "what is no terminal gets the message as it is";
+    const std::vector<std::string> shown = Run({log, "--color=always"});
+    ASSERT_EQ(shown.size(), 3u);
+    EXPECT_THAT(shown[0], testing::StartsWith("\x1b[90m10:00:00.000 Trace      \x1b[0m App"));
+    EXPECT_EQ(shown[1], "    \\x1b[3J\td");
+    EXPECT_THAT(shown[2], testing::EndsWith(": no record: \\x9b4Jno record"));
+}
+
+TEST_F(LogCommand, ShowsTheBeginningOfWhatIsTooLongAndWhatStandsAround) {
+    const std::string most(1 << 20, 'x');
+    const std::string log =
+        File("Long.tlg", Record('T', "10:00:00.000", "", (most + "12345").c_str()) + most + "1234567\r\n" +
+                             Record('T', "10:00:01.000", "", "after"));
+    const std::vector<std::string> lines = Run({log});
+    ASSERT_EQ(lines.size(), 5u);
+    // The four blanks before the message count as well.
+    EXPECT_EQ(lines[1], "    " + most.substr(4) + "... and 10 bytes more");
+    EXPECT_THAT(lines[2], testing::EndsWith(": no record: " + most + "... and 8 bytes more"));
+    EXPECT_EQ(lines[4], "    after");
+    EXPECT_THAT(Run({"--json", log})[0], testing::EndsWith("x\", \"omittedBytes\": 10}"));
+}
+
 TEST_F(LogCommand, SaysWhatIsWrong) {
     const auto said = [&](std::vector<std::string> arguments) { return Run(std::move(arguments), 2).at(0); };
     EXPECT_EQ(said({}), "tq: name at least one log file; tq log --help tells how");

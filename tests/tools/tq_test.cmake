@@ -33,20 +33,20 @@ expect(0 "\\[\n  {\"code\": \"0x80070005\", \"number\": -2147024891, \"names\": 
 expect(1 ".*\"names\": \\[\\], .*\"text\": null}\n\\]\n" "" error --json 0x0765FFFF)
 
 # Accounts, by name and by identifier.
-set(administrators "Identifier +S-1-5-32-544\nName +Administrators\nDomain +BUILTIN\nUse +SidTypeAlias\nClasses +administrator\n +included with Everyone\nIntegrity +0x3000 High\nGroups +-\nRights +-\nPrivileges +-\n")
+set(administrators "Identifier +S-1-5-32-544\nName +Administrators\nDomain +BUILTIN\nUse +SidTypeAlias\nClasses +administrator\n +included with Everyone\nIntegrity +0x3000 High\nGroups +-\nRights +(-\n|Se[^P]*)Privileges +(-|SeBackupPrivilege\n[^:]*SeDebugPrivilege)\n[^:]*")
 foreach(form Administrators S-1-5-32-544)
     expect(0 "${administrators}" "" sid ${form})
 endforeach()
 expect(0 "${administrators}\nIdentifier +S-1-1-0\nName +Everyone\nDomain +-\n.*" "" sid Administrators Everyone)
 expect(0 "Identifier +(S-1-5-21-[0-9-]+)\nName +[^\n]+\n.*Use +SidTypeUser\n.*Groups +[^-\n][^\n]*\n.*" "" sid)
 expect(1 "Identifier +S-1-5-21-1-2-3-4\nName +-\nDomain +-\nUse +SidTypeUnknown\n.*" "" sid S-1-5-21-1-2-3-4)
-expect(0 "\\[\n  {\"sid\": \"S-1-1-0\", \"name\": \"Everyone\", \"domain\": \"\", \"use\": \"SidTypeWellKnownGroup\", \"classes\": \\[\"not authenticated\", \"included with Everyone\"\\], \"integrity\": {\"level\": 4096, \"name\": \"Low\"}, \"groups\": \\[\\], \"rights\": \\[\\], \"privileges\": \\[\\], \"notKnown\": \\[\\]}\n\\]\n"
+expect(0 "\\[\n  {\"sid\": \"S-1-1-0\", \"name\": \"Everyone\", \"domain\": \"\", \"use\": \"SidTypeWellKnownGroup\", \"classes\": \\[\"not authenticated\", \"included with Everyone\"\\], \"integrity\": {\"level\": 4096, \"name\": \"Low\"}, \"groups\": \\[\\], \"rights\": \\[[^]]*\\], \"privileges\": \\[[^]]*\\], \"notKnown\": \\[\\]}\n\\]\n"
     "" sid --json S-1-1-0)
 foreach(form no-such-account user:Administrators group:no-such-group "two words")
     expect(2 "" "tq: '${form}' is neither an account nor a security identifier\n" sid ${form})
 endforeach()
 foreach(form S-1- S-1-5-x)
-    expect(2 "" "tq: '${form}' is no security identifier\n" sid S-1-1-0 ${form})
+    expect(2 "Identifier +S-1-1-0\n.*\n\nIdentifier +S-1-5-7\n.*" "tq: '${form}' is no security identifier\n" sid S-1-1-0 ${form} S-1-5-7)
 endforeach()
 expect(2 "" "tq: '--colour' is no option of tq sid\n" sid --colour)
 

@@ -27,16 +27,18 @@ const TQString& Arguments::ValueOf(const TQString& option) {
 
 void Table::Print(TQConsole& out) const {
     std::vector<std::size_t> widths;
-    for (const Row& row : m_rows) {
+    std::vector<Row> rows = m_rows;
+    for (Row& row : rows) {
+        for (TQString& cell : row)
+            cell = out.Shown(cell);
         widths.resize(std::max(widths.size(), row.size()));
         for (std::size_t i = 0; i < row.size(); ++i)
             widths[i] = std::max(widths[i], row[i].Length());
     }
-    const bool isColoured = out.IsTerminal();
     TQString text;
-    for (const Row& row : m_rows) {
+    for (const Row& row : rows) {
         for (std::size_t i = 0; i < row.size(); ++i) {
-            const int colour = isColoured ? ColourOf(row[i]) : 0;
+            const int colour = out.IsStyled() ? ColourOf(row[i]) : 0;
             if (colour) text.AppendFormat(L"\x1b[%dm", colour);
             text.Append(row[i]);
             if (colour) text.Append(L"\x1b[0m");
@@ -52,7 +54,7 @@ TQString JsonString(std::wstring_view text) {
     for (const wchar_t c : text) {
         if (c == L'"' || c == L'\\')
             json.AppendFormat(L"\\%c", c);
-        else if (c < L' ')
+        else if (c < L' ' || (c >= 0x7F && c <= 0x9F))
             json.AppendFormat(L"\\u%04x", static_cast<unsigned>(c));
         else
             json += c;

@@ -39,7 +39,7 @@ class Arguments {
     std::size_t m_next;
 };
 
-// Lines up columns; the last one runs on. Colours a cell only where the output is a terminal.
+// Lines up columns; the last one runs on. Cells that name a level are coloured where the output is styled.
 class Table {
   public:
     using Row = std::vector<Quellan::Corvel::TQString>;

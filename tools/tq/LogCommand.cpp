@@ -30,6 +30,10 @@ constexpr const wchar_t* Help =
     L"  --follow            wait for more, in new files too when the log is rolled over, until interrupted\n"
     L"  --json              one JSON object a line\n"
     L"\n"
+    L"Of a line or message over 1 MiB the beginning is shown and searched, with the number of bytes left "
+    L"out. "
+    L"Control\n"
+    L"characters are shown as \\xHH on a terminal, and in the first lines of records always.\n"
     L"What can't be read as a record is shown with its file and line. Records tell the time of day; their "
     L"days are\n"
     L"counted back from when the file was last written. Ends with 1 when there was no such record.\n";
@@ -182,7 +186,7 @@ Query ParseQuery(Arguments arguments) {
 class Printer {
   public:
     Printer(const Query& query, TQConsole& out)
-        : m_query(query), m_out(out), m_isColoured(!query.isJson && out.IsTerminal()) {}
+        : m_query(query), m_out(out), m_isColoured(!query.isJson && out.IsStyled()) {}
 
     bool HasPrinted() const { return m_hasPrinted; }
 
@@ -207,11 +211,25 @@ class Printer {
   private:
     void PrintUnreadable(const TQFileName& file, const LogEntry& entry) {
         const TQString name = file.FullName(), first = Wide(entry.first);
-        if (m_query.isJson)
-            m_text.AppendFormat(L"{\"file\": %s, \"line\": %zu, \"unreadable\": %s}\n",
-                                JsonString(name).c_str(), entry.line, JsonString(first).c_str());
-        else
-            m_text.AppendFormat(L"%s:%zu: no record: %s\n", name.c_str(), entry.line, first.c_str());
+        if (m_query.isJson) {
+            m_text.AppendFormat(L"{\"file\": %s, \"line\": %zu, ", JsonString(name), entry.line);
+            m_text.Append(L"\"unreadable\": ").Append(JsonString(first));
+            AddJsonEnd(entry);
+        } else {
+            m_text.AppendFormat(L"%s:%zu: no record: ", m_out.Shown(name), entry.line);
+            m_text.Append(m_out.Shown(first));
+            AddTextEnd(entry);
+        }
+    }
+
+    void AddJsonEnd(const LogEntry& entry) {
+        if (entry.omitted) m_text.AppendFormat(L", \"omittedBytes\": %I64u", entry.omitted);
+        m_text.Append(L"}\n");
+    }
+
+    void AddTextEnd(const LogEntry& entry) {
+        if (entry.omitted) m_text.AppendFormat(L"... and %I64u bytes more", entry.omitted);
+        m_text.Append(L"\n");
     }
 
     int ColourOf(char mark) const {
@@ -223,16 +241,18 @@ class Printer {
     void AddText(const TQFileName& file, const LogHead& head, const LogEntry& entry) {
         const int colour = m_isColoured ? ColourOf(head.mark) : 0;
         const std::string_view clock = ClockOf(entry.first);
-        if (m_query.files.size() > 1) m_text.AppendFormat(L"%s: ", file.Name().c_str());
+        const auto visible = [](std::string_view part) { return TQConsole::Visible(Wide(part)); };
+        if (m_query.files.size() > 1) m_text.AppendFormat(L"%s: ", TQConsole::Visible(file.Name()));
         if (colour) m_text.AppendFormat(L"\x1b[%dm", colour);
         m_text.AppendFormat(L"%s %-11s", Wide(clock).c_str(), LevelName(head.mark));
         if (colour) m_text.Append(L"\x1b[0m");
-        m_text.AppendFormat(L" %s %u.%u", Wide(head.application).c_str(), head.process, head.thread);
-        if (head.source) m_text.AppendFormat(L" [%s]", Wide(*head.source).c_str());
-        if (head.user) m_text.AppendFormat(L" %s", Wide(*head.user).c_str());
-        TQString message = Wide(entry.message);
+        m_text.AppendFormat(L" %s %u.%u", visible(head.application), head.process, head.thread);
+        if (head.source) m_text.AppendFormat(L" [%s]", visible(*head.source));
+        if (head.user) m_text.AppendFormat(L" %s", visible(*head.user));
+        TQString message = m_out.Shown(Wide(entry.message));
         message.Replace(L"\n", L"\n    ");
-        m_text.AppendFormat(L"\n    %s\n", message.View());
+        m_text.Append(L"\n    ").Append(message);
+        AddTextEnd(entry);
     }
 
     void AddJson(const TQFileName& file, const LogHead& head, const LogEntry& entry, long long time) {
@@ -251,9 +271,10 @@ class Printer {
         m_text.AppendFormat(L"\"application\": %s, \"process\": %u, \"module\": %s, \"thread\": %u, ",
                             text(head.application).c_str(), head.process, text(head.module).c_str(),
                             head.thread);
-        m_text.AppendFormat(L"\"source\": %s, \"user\": %s, \"message\": %s}\n",
-                            optional(head.source).c_str(), optional(head.user).c_str(),
-                            text(entry.message).View());
+        m_text.AppendFormat(L"\"source\": %s, \"user\": %s, \"message\": ", optional(head.source),
+                            optional(head.user));
+        m_text.Append(text(entry.message));
+        AddJsonEnd(entry);
     }
 
     // As it stands in the line.

@@ -33,6 +33,13 @@ std::string ReadBytes(HANDLE file, std::size_t size) {
     return bytes;
 }
 
+// As much as there is room for.
+void AppendKept(std::string& text, std::string_view part, ULONGLONG& omitted) {
+    const std::size_t room = std::min(MostKeptBytes - text.size(), part.size());
+    text.append(part, 0, room);
+    omitted += part.size() - room;
+}
+
 }  // namespace
 
 LogReader::LogReader(const TQFileName& name) : m_name(name), m_file(Opened(name)) {
@@ -49,21 +56,20 @@ bool LogReader::ReadMore() {
     return !bytes.empty();
 }
 
-std::optional<std::string> LogReader::NextLine(bool isFollowed) {
-    for (std::size_t searched = 0;;) {
-        const std::size_t end = m_buffer.find('\n', m_at + searched);
-        if (end != m_buffer.npos) {
-            std::string line = m_buffer.substr(m_at, end - m_at);
-            m_at = end + 1;
-            if (line.ends_with('\r')) line.pop_back();
-            return line;
-        }
-        searched = m_buffer.size() - m_at;
-        if (ReadMore()) continue;
-        if (isFollowed || m_at == m_buffer.size()) return std::nullopt;
-        std::string line = m_buffer.substr(m_at);
-        m_at = m_buffer.size();
-        return line;
+std::optional<LogLine> LogReader::NextLine(bool isFollowed) {
+    for (;;) {
+        const std::size_t end = m_buffer.find('\n', m_at);
+        const std::string_view part = std::string_view(m_buffer).substr(m_at, end - m_at);
+        AppendKept(m_begun.text, part, m_begun.omitted);
+        m_at += part.size();
+        if (end != m_buffer.npos)
+            ++m_at;
+        else if (ReadMore())
+            continue;
+        else if (isFollowed || m_begun.text.empty())
+            return std::nullopt;
+        if (m_begun.omitted == 0 && m_begun.text.ends_with('\r')) m_begun.text.pop_back();
+        return std::exchange(m_begun, {});
     }
 }
 
@@ -72,19 +78,21 @@ std::optional<LogEntry> LogReader::Next(bool isFollowed) {
         auto line = m_ahead ? std::exchange(m_ahead, std::nullopt) : NextLine(isFollowed);
         if (!line) return std::nullopt;
         m_open.emplace();
-        m_open->first = std::move(*line);
+        m_open->first = std::move(line->text);
+        m_open->omitted = line->omitted;
         m_open->line = ++m_line;
     }
     while (auto line = NextLine(isFollowed)) {
-        if (!line->starts_with(Indentation)) {
+        if (!line->text.starts_with(Indentation)) {
             m_ahead = std::move(line);
             return TakeOpen();
         }
         ++m_line;
-        if (std::exchange(m_open->hasMessage, true)) m_open->message += '\n';
-        m_open->message.append(*line, Indentation.size());
+        m_open->omitted += line->omitted;
+        if (std::exchange(m_open->hasMessage, true)) AppendKept(m_open->message, "\n", m_open->omitted);
+        AppendKept(m_open->message, std::string_view(line->text).substr(Indentation.size()), m_open->omitted);
     }
-    const bool isQuiet = m_at == m_buffer.size() && std::exchange(m_quietAt, m_read) == m_read;
+    const bool isQuiet = m_begun.text.empty() && std::exchange(m_quietAt, m_read) == m_read;
     if (isFollowed && !isQuiet) return std::nullopt;
     return TakeOpen();
 }
@@ -123,6 +131,7 @@ void LogReader::TakeNewFile() {
     m_file = std::exchange(m_newFile, {});
     m_begin.clear();
     m_buffer.clear();
+    m_begun = {};
     m_read = m_quietAt = 0;
     m_at = m_line = 0;
 }

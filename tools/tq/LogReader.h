@@ -11,19 +11,28 @@
 namespace tq {
 
 constexpr int MsInDay = 24 * 60 * 60 * 1000;
+// Of a line, and of a message.
+constexpr std::size_t MostKeptBytes = std::size_t{1} << 20;
+
+struct LogLine {
+    std::string text;
+    ULONGLONG omitted = 0;  // bytes behind it that are not kept
+};
 
 // Lines that belong together: a record, or what can't be read as one.
 struct LogEntry {
     std::size_t line = 0;  // of the file, from 1 on
     std::string first;
-    std::string message;  // without its indentation, lines separated by line feeds
+    std::string message;    // without its indentation, lines separated by line feeds
+    ULONGLONG omitted = 0;  // bytes of either that are not kept
     bool hasMessage = false;
     bool isRecord = false;
     long long time = 0;  // milliseconds since the beginning of the file's first day; of a record
 };
 
-// Reads a file from its beginning on, in parts of some kilobytes: what has been read is forgotten. The file
-// may be written to, rolled over and deleted meanwhile.
+// Reads a file from its beginning on, in parts of some kilobytes: what has been read is forgotten, and of a
+// line or message that is longer than `MostKeptBytes`, what lies beyond. The file may be written to, rolled
+// over and deleted meanwhile.
 class LogReader {
   public:
     // Throws `TQSysException` where the file can't be opened.
@@ -42,7 +51,7 @@ class LogReader {
 
   private:
     // Nothing at the end.
-    std::optional<std::string> NextLine(bool isFollowed);
+    std::optional<LogLine> NextLine(bool isFollowed);
     bool ReadMore();
     LogEntry TakeOpen();
     void Place(LogEntry& entry, int msOfDay);
@@ -54,9 +63,10 @@ class LogReader {
     std::string m_buffer;  // read and not yet taken, from m_at on
     std::size_t m_at = 0;
     std::size_t m_line = 0;
-    std::optional<std::string> m_ahead;  // a line that belongs to the next entry
-    std::optional<LogEntry> m_open;      // an entry that may have more lines
-    ULONGLONG m_quietAt = 0;             // what had been read when its end was seen
+    LogLine m_begun;                 // a line whose end is still to come
+    std::optional<LogLine> m_ahead;  // a line that belongs to the next entry
+    std::optional<LogEntry> m_open;  // an entry that may have more lines
+    ULONGLONG m_quietAt = 0;         // what had been read when its end was seen
     Quellan::Corvel::TQHandle<Quellan::Corvel::_TQFileHandleClose> m_newFile;
     long long m_latest = 0;
 };

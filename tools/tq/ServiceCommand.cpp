@@ -120,12 +120,12 @@ class ProgressLine {
     }
 
     void Show(const TQServiceRecord& status) {
-        if (status.currentState == m_state && !(m_out.IsTerminal() && status.checkPoint != m_checkPoint))
-            return;
+        const bool isOneLine = m_out.IsTerminal() && m_out.IsStyled();
+        if (status.currentState == m_state && !(isOneLine && status.checkPoint != m_checkPoint)) return;
         m_state = status.currentState;
         m_checkPoint = status.checkPoint;
-        TQString line = TQString::Format(L"%s: %s", m_name.c_str(), TQSvcState::Name(m_state));
-        if (!m_out.IsTerminal()) {
+        TQString line = TQString::Format(L"%s: %s", m_out.Shown(m_name), TQSvcState::Name(m_state));
+        if (!isOneLine) {
             m_out.Write(line.Append(L"\n"));
             return;
         }
@@ -238,8 +238,8 @@ int Create(Arguments& arguments, TQConsole& out) {
                                  commandLine.c_str(), creation.account.c_str(), creation.password.c_str(),
                                  creation.isShared ? SERVICE_WIN32_SHARE_PROCESS : SERVICE_WIN32_OWN_PROCESS,
                                  creation.start, creation.options);
-    out.Write(TQString::Format(L"%s: created; tq service start %s starts it\n", creation.name.c_str(),
-                               creation.name.c_str()));
+    out.Show(TQString::Format(L"%s: created; tq service start %s starts it\n", creation.name.c_str(),
+                              creation.name.c_str()));
     return ExitOk;
 }
 
@@ -250,9 +250,9 @@ int Delete(Arguments& arguments, TQConsole& out) {
     const bool isStopped = service.Status().Status().currentState == TQSvcState::Stopped;
     service.Delete();
     const TQString& name = service.Name();
-    out.Write(isStopped ? TQString::Format(L"%s: deleted\n", name.c_str())
-                        : TQString::Format(L"%s: goes when it has stopped; tq service stop %s stops it\n",
-                                           name.c_str(), name.c_str()));
+    out.Show(isStopped ? TQString::Format(L"%s: deleted\n", name.c_str())
+                       : TQString::Format(L"%s: goes when it has stopped; tq service stop %s stops it\n",
+                                          name.c_str(), name.c_str()));
     return ExitOk;
 }
 
@@ -295,8 +295,8 @@ int AwaitState(const TQServiceCtrl& service, DWORD state, DWORD timeoutMs, TQCon
     }
     if (isReached) return ExitOk;
     TQConsole(TQConsole::Stream::Error)
-        .Write(TQString::Format(L"tq: %s is not %s after %u seconds; --timeout makes the wait longer\n",
-                                service.Name().c_str(), TQSvcState::Name(state), timeoutMs / 1000));
+        .Show(TQString::Format(L"tq: %s is not %s after %u seconds; --timeout makes the wait longer\n",
+                               service.Name().c_str(), TQSvcState::Name(state), timeoutMs / 1000));
     return ExitNotFound;
 }
 
@@ -417,7 +417,7 @@ int RunService(Arguments arguments, TQConsole& out) {
         } catch (const TQSysException& failure) {
             TQString line = TQString::Format(L"tq: %s", failure.FullMsg(TQStrResDestination::User));
             if (const wchar_t* const advice = Advice(failure.ErrCode())) line.AppendFormat(L"; %s", advice);
-            TQConsole(TQConsole::Stream::Error).Write(line.Append(L"\n"));
+            TQConsole(TQConsole::Stream::Error).Show(line.Append(L"\n"));
             return failure.ErrCode() == ERROR_SERVICE_DOES_NOT_EXIST ? ExitNotFound : ExitFailure;
         }
     }

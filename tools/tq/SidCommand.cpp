@@ -21,7 +21,10 @@ constexpr const wchar_t* Help =
     L"\n"
     L"  --json   print JSON in place of tables\n"
     L"\n"
-    L"Ends with 1 when one of the identifiers has no name.\n";
+    L"Ends with 1 when one of the identifiers has no name, and with 2 when an account is none; the others "
+    L"are "
+    L"told\n"
+    L"all the same.\n";
 
 using Names = std::vector<TQString>;
 
@@ -187,7 +190,9 @@ void PrintJson(const std::vector<Description>& all, TQConsole& out) {
 }  // namespace
 
 int RunSid(Arguments arguments, TQConsole& out) {
+    Names names;
     std::vector<SecID> ids;
+    std::vector<UsageError> wrong;
     bool isJson = false;
     while (!arguments.AtEnd()) {
         const TQString argument = arguments.Next();
@@ -200,9 +205,17 @@ int RunSid(Arguments arguments, TQConsole& out) {
         else if (argument.StartsWith(L"--"))
             throw UsageError(TQString::Format(L"'%s' is no option of tq sid", argument.c_str()));
         else
-            ids.push_back(ParseAccount(argument));
+            names.push_back(argument);
     }
-    if (ids.empty()) ids.push_back(TQSysProc::CurrentUser());
+    // One that is wrong does not keep the others from being told of.
+    for (const TQString& name : names) {
+        try {
+            ids.push_back(ParseAccount(name));
+        } catch (UsageError& error) {
+            wrong.push_back(std::move(error));
+        }
+    }
+    if (names.empty()) ids.push_back(TQSysProc::CurrentUser());
 
     std::vector<Description> all;
     bool isComplete = true;
@@ -214,6 +227,10 @@ int RunSid(Arguments arguments, TQConsole& out) {
         PrintJson(all, out);
     else
         PrintTables(all, out);
+    TQConsole errors(TQConsole::Stream::Error);
+    for (const UsageError& error : wrong)
+        errors.Show(TQString::Format(L"tq: %s\n", error.Text().c_str()));
+    if (!wrong.empty()) return ExitUsage;
     return isComplete ? ExitOk : ExitNotFound;
 }
 

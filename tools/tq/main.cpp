@@ -16,11 +16,31 @@ constexpr const wchar_t* Help =
     L"  tq --version          the version of TQLib\n"
     L"  tq --help             this text; tq WORD --help tells more of a word\n"
     L"\n"
+    L"  --color=WHEN          anywhere: colours always, never, or auto: on a terminal, unless NO_COLOR is "
+    L"set\n"
+    L"                        or TERM is dumb\n"
+    L"\n"
     L"Ends with 0 when all went well, 1 when something asked for was not found, 2 for a wrong command line "
     L"and 3 when\n"
     L"the work failed.\n";
 
-int Run(const TQStringArray& all, TQConsole& out) {
+// Takes the option out of what is not the command line of a service's program.
+void ApplyColor(TQStringArray& all, TQConsole& out) {
+    constexpr std::wstring_view Option = L"--color=";
+    for (std::size_t i = 1; i < all.Count() && all[i] != L"--"; ++i) {
+        if (!all[i].StartsWith(Option)) continue;
+        const TQString when = all[i].Mid(Option.size());
+        if (when == L"always" || when == L"never")
+            out.SetStyled(when == L"always");
+        else if (when != L"auto")
+            throw tq::UsageError(
+                TQString::Format(L"'%s' is no time for colours; always, never or auto", when.c_str()));
+        all.Remove(i--);
+    }
+}
+
+int Run(TQStringArray all, TQConsole& out) {
+    ApplyColor(all, out);
     tq::Arguments arguments(all, 1);
     if (arguments.AtEnd()) throw tq::UsageError(L"say what to do; tq --help lists the words");
     const TQString word = arguments.Next();
@@ -48,10 +68,10 @@ int main() {
         TQLib::SetAppName(L"tq");
         return Run(TQSysProc::CommandLine(), out);
     } catch (const tq::UsageError& e) {
-        errors.Write(TQString::Format(L"tq: %s\n", e.Text().c_str()));
+        errors.Show(TQString::Format(L"tq: %s\n", e.Text().c_str()));
         return tq::ExitUsage;
     } catch (const TQCoreException& e) {
-        errors.Write(TQString::Format(L"tq: %s\n", e.FullMsg(TQStrResDestination::User)));
+        errors.Show(TQString::Format(L"tq: %s\n", e.FullMsg(TQStrResDestination::User)));
         return tq::ExitFailure;
     }
 }

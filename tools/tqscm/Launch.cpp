@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cctype>
 #include <csignal>
 #include <grp.h>
 #include <optional>
@@ -29,8 +30,11 @@ struct Account {
     std::vector<gid_t> groups;
 };
 
+// Only ASCII letters are folded: names may have bytes of UTF-8, which are negative as characters.
 bool EqualsWithoutCase(std::string_view left, std::string_view right) {
-    return std::ranges::equal(left, right, [](char a, char b) { return std::tolower(a) == std::tolower(b); });
+    return std::ranges::equal(left, right, [](char a, char b) {
+        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+    });
 }
 
 std::optional<Account> FindUser(const std::string& name) {

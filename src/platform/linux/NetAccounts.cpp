@@ -300,8 +300,10 @@ class Members {
     std::set<DWORD> m_known;
 };
 
+// Also by the name that a group has beside a user of the same name.
 DWORD FindMembers(std::wstring_view name, Members& members) {
     std::vector<GroupRecord> groups;
+    if (name.starts_with(GroupKind)) name.remove_prefix(GroupKind.size());
     DWORD code = ReadLocalGroups(groups);
     if (!code) code = members.Read();
     if (code) return code;

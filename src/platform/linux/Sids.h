@@ -283,6 +283,8 @@ enum WELL_KNOWN_SID_TYPE : int {
     WinAuthenticationKeyPropertyAttestationSid,
     WinAuthenticationFreshKeyAuthSid,
     WinBuiltinDeviceOwnersSid,
+    WinBuiltinUserModeHardwareOperatorsSid,
+    WinBuiltinOpenSSHUsersSid,
 };
 
 // False also for null, for a revision other than 1, for more than 15 sub-authorities and for addresses that

@@ -23,6 +23,7 @@ constexpr DWORD ExitUsage = 2;
 struct Context {
     std::vector<_TQService*> services;
     TQStringArray arguments;
+    bool takesArguments;  // the services do
     TQConsole& output;
 
     void Say(const TQString& line) { output.Write(line + L"\n"); }
@@ -43,6 +44,11 @@ void RequireNoArguments(const Context& context) {
     if (!context.arguments.IsEmpty()) throw UsageError();
 }
 
+// What is left is for the services.
+void RequireFitting(const Context& context) {
+    if (!context.takesArguments) RequireNoArguments(context);
+}
+
 // What follows is for the program when it is started.
 void Install(Context& context) {
     constexpr std::wstring_view option = L"--systemd";
@@ -51,11 +57,13 @@ void Install(Context& context) {
     const bool hasFile = first.StartsWith(TQString(option) + L"=");
     if (hasFile || first == option) {
         arguments.Remove(0);
+        RequireFitting(context);
         const TQString file = hasFile ? TQString(first.Mid(option.size() + 1)) : TQString();
         const TQString path = WriteSystemdUnit(*context.services.front(), arguments, file);
         context.Say(TQString::Format(L"%s is written; systemctl daemon-reload makes it known", path.c_str()));
         return;
     }
+    RequireFitting(context);
     TQServiceMgr::Install(arguments);
     for (const _TQService* service : context.services)
         context.Say(TQString::Format(L"%s: installed", service->ServiceName().c_str()));
@@ -69,6 +77,7 @@ void UnInstall(Context& context) {
 }
 
 void Start(Context& context) {
+    RequireFitting(context);
     for (const _TQService* service : context.services) {
         const TQServiceCtrl control(service->ServiceName());
         control.StartAndWait(context.arguments, TQServiceMgr::ProgressTimeoutMs,
@@ -98,16 +107,22 @@ void Status(Context& context) {
 struct Word {
     const wchar_t* name;
     void (*run)(Context& context);
-    const wchar_t* usage;
+    bool passesArguments;  // to the services, if these take some
+    const wchar_t* options;
 };
 
 constexpr Word Words[] = {
-    {L"install", &Install, L"install [--systemd[=FILE]] [ARGUMENT...]"},
-    {L"uninstall", &UnInstall, L"uninstall"},
-    {L"start", &Start, L"start [ARGUMENT...]"},
-    {L"stop", &Stop, L"stop"},
-    {L"status", &Status, L"status"},
+    {L"install", &Install, true, L" [--systemd[=FILE]]"},
+    {L"uninstall", &UnInstall, false, L""},
+    {L"start", &Start, true, L""},
+    {L"stop", &Stop, false, L""},
+    {L"status", &Status, false, L""},
 };
+
+TQString Usage(const TQString& program, const Word& word, bool takesArguments) {
+    return TQString::Format(L"usage: %s %s%s%s\n", program, word.name, word.options,
+                            takesArguments && word.passesArguments ? L" [ARGUMENT...]" : L"");
+}
 
 DWORD RunWord(const Word& word, Context& context) {
     TQConsole errors(TQConsole::Stream::Error);
@@ -116,7 +131,7 @@ DWORD RunWord(const Word& word, Context& context) {
         word.run(context);
         return ExitOk;
     } catch (const UsageError&) {
-        errors.Write(TQString::Format(L"usage: %s %s\n", program.c_str(), word.usage));
+        errors.Write(Usage(program, word, context.takesArguments));
         return ExitUsage;
     } catch (const TQCoreException& failure) {
         errors.Write(
@@ -131,19 +146,27 @@ bool IsAppWord(const TQString& text) {
     return std::ranges::any_of(Words, [&](const Word& word) { return text == word.name; });
 }
 
-std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services) {
+std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services,
+                                bool takesArguments) {
     if (commandLine.Count() < 2) return std::nullopt;
     for (const Word& word : Words) {
         if (commandLine[1] != word.name) continue;
         TQConsole output(TQConsole::Stream::Output);
-        Context context{std::move(services), commandLine, output};
+        Context context{std::move(services), commandLine, takesArguments, output};
         context.arguments.Remove(0);
         context.arguments.Remove(0);
         if (context.services.empty())
             throw TQException(ERROR_SERVICE_NOT_IN_EXE, L"No service is registered.");
         return RunWord(word, context);
     }
-    return std::nullopt;
+    if (takesArguments) return std::nullopt;
+    const bool isAsked = commandLine[1] == L"--help" || commandLine[1] == L"-h";
+    const TQString program = TQSysProc::ModuleBaseName(nullptr);
+    TQString usage = TQString::Format(L"usage: %s\n", program);
+    for (const Word& word : Words)
+        usage += Usage(program, word, takesArguments);
+    TQConsole(isAsked ? TQConsole::Stream::Output : TQConsole::Stream::Error).Write(usage);
+    return isAsked ? ExitOk : ExitUsage;
 }
 
 }  // namespace Quellan::Corvel

@@ -9,8 +9,9 @@
 namespace Quellan::Corvel {
 
 // Does what the first argument says with the services of this process, and returns the exit code; none where
-// it is no such word.
-std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services);
+// the services are to run. With `takesArguments` they have arguments of their own.
+std::optional<DWORD> RunAppWord(const TQStringArray& commandLine, std::vector<_TQService*> services,
+                                bool takesArguments);
 
 bool IsAppWord(const TQString& text);
 

@@ -2,6 +2,7 @@
 
 #include "platform/linux/internal/Case.h"
 #include "platform/linux/internal/ComputerName.h"
+#include "platform/linux/internal/ServiceSids.h"
 #include "platform/linux/internal/WellKnownSids.h"
 #include "platform/linux/internal/Wide.h"
 
@@ -30,10 +31,15 @@ std::wstring ToLowerCase(std::wstring_view text) {
     return lower;
 }
 
-DWORD ToNameOfGroup(const GroupRecord& group, AccountName& name) {
+// By a name that finds it again: where a user has the same one, with its kind.
+DWORD ToNameOfGroup(const GroupRecord& group, AccountName& name, Deadline deadline) {
     bool isLocal = false;
+    UserRecord user;
     if (DWORD code = ReadIsLocalGroup(group.id, isLocal)) return code;
-    name = {ToWide(group.name), ComputerName(), isLocal ? SidTypeAlias : SidTypeGroup};
+    const DWORD code = FindUser(group.name, user, deadline);
+    if (code && !IsOpen(code)) return code;
+    const std::wstring_view kind = code ? L"" : GroupKind;
+    name = {std::wstring(kind) + ToWide(group.name), ComputerName(), isLocal ? SidTypeAlias : SidTypeGroup};
     return ERROR_SUCCESS;
 }
 
@@ -64,7 +70,7 @@ DWORD FindUserExactly(const std::wstring& text, const Answer& answer) {
 DWORD FindGroupExactly(const std::wstring& text, const Answer& answer) {
     GroupRecord group;
     if (DWORD code = FindGroup(ToUtf8(text), group, answer.deadline)) return code;
-    if (DWORD code = ToNameOfGroup(group, answer.name)) return code;
+    if (DWORD code = ToNameOfGroup(group, answer.name, answer.deadline)) return code;
     return ToSid({.isGroup = true, .id = group.id}, answer.sid);
 }
 
@@ -86,8 +92,10 @@ DWORD FindInAnyCase(FindExactly find, std::wstring_view text, const Answer& answ
 
 DWORD FindAccount(std::wstring_view text, const Answer& answer) {
     if (text.empty()) return ERROR_NONE_MAPPED;
-    if (text.starts_with(L"user:")) return FindInAnyCase(FindUserExactly, text.substr(5), answer);
-    if (text.starts_with(L"group:")) return FindInAnyCase(FindGroupExactly, text.substr(6), answer);
+    if (text.starts_with(UserKind))
+        return FindInAnyCase(FindUserExactly, text.substr(UserKind.size()), answer);
+    if (text.starts_with(GroupKind))
+        return FindInAnyCase(FindGroupExactly, text.substr(GroupKind.size()), answer);
     return FindInAnyCase(FindAccountExactly, text, answer);
 }
 
@@ -95,6 +103,39 @@ DWORD ToWellKnown(const WellKnownSid& known, const Answer& answer) {
     answer.sid = known.Sid();
     answer.name = {known.name, known.domain, known.use};
     return ERROR_SUCCESS;
+}
+
+// The identifiers of logon sessions, S-1-5-5-x-y.
+constexpr std::wstring_view SessionName = L"LogonSessionId_", SessionDomain = L"NT AUTHORITY";
+
+bool FindSessionName(const void* sid, AccountName& name) {
+    if (!FindWellKnownSid(WinLogonIdsSid)->Is(sid)) return false;
+    name = {std::wstring(SessionName) + std::to_wstring(SubAuthorityOf(sid, 1)) + L'_' +
+                std::to_wstring(SubAuthorityOf(sid, 2)),
+            std::wstring(SessionDomain), SidTypeLogonSession};
+    return true;
+}
+
+DWORD FindSession(std::wstring_view text, const Answer& answer) {
+    SidValue sid;
+    if (!text.starts_with(SessionName)) return ERROR_NONE_MAPPED;
+    std::wstring numbers(text.substr(SessionName.size()));
+    std::ranges::replace(numbers, L'_', L'-');
+    if (!ParseSid(L"S-1-5-5-" + numbers, sid) || !FindSessionName(&sid, answer.name) ||
+        answer.name.name != text)
+        return ERROR_NONE_MAPPED;
+    answer.sid = sid;
+    return ERROR_SUCCESS;
+}
+
+constexpr std::wstring_view ServiceDomain = L"NT SERVICE";
+
+DWORD FindServiceName(const void* sid, AccountName& name) {
+    if (SubAuthoritiesOf(sid) != SECURITY_SERVICE_ID_RID_COUNT || AuthorityOf(sid) != 5 ||
+        SubAuthorityOf(sid, 0) != SECURITY_SERVICE_ID_BASE_RID)
+        return ERROR_NONE_MAPPED;
+    name = {FindInstalledService(SidValue(sid)), std::wstring(ServiceDomain), SidTypeWellKnownGroup};
+    return name.name.empty() ? ERROR_NONE_MAPPED : ERROR_SUCCESS;
 }
 
 // A well-known name or the machine's own. `isSame` compares names.
@@ -115,7 +156,10 @@ DWORD FindInDomain(std::wstring_view domain, std::wstring_view name, const Answe
         if (*known.name && known.use != SidTypeDomain && AreSame(domain, known.domain) &&
             AreSame(name, known.name) && !domain.empty())
             return ToWellKnown(known, answer);
-    return ERROR_NONE_MAPPED;
+    if (AreSame(domain, SessionDomain)) return FindSession(name, answer);
+    if (!AreSame(domain, ServiceDomain)) return ERROR_NONE_MAPPED;
+    answer.sid = SidOfService(name);
+    return FindServiceName(&answer.sid, answer.name);
 }
 
 // The exact spelling of either kind comes before other spellings: there are users "proxy" and groups "users",
@@ -146,16 +190,17 @@ DWORD FindNameOf(const void* sid, AccountName& name, Deadline deadline) {
         name = {known.name, known.domain, known.use};
         return ERROR_SUCCESS;
     }
+    if (FindSessionName(sid, name)) return ERROR_SUCCESS;
     if (AreEqual(sid, &MachineDomain())) {
         name = {L"", ComputerName(), SidTypeDomain};
         return ERROR_SUCCESS;
     }
     const auto account = AccountOfSid(sid);
-    if (!account) return ERROR_NONE_MAPPED;
+    if (!account) return FindServiceName(sid, name);
     if (account->isGroup) {
         GroupRecord group;
         const DWORD code = FindGroup(account->id, group, deadline);
-        return code ? code : ToNameOfGroup(group, name);
+        return code ? code : ToNameOfGroup(group, name, deadline);
     }
     UserRecord user;
     if (DWORD code = FindUser(account->id, user, deadline)) return code;

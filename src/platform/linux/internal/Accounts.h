@@ -12,6 +12,9 @@ struct AccountName {
     SID_NAME_USE use = SidTypeUnknown;
 };
 
+// What a name begins with that is meant for one kind of account.
+inline constexpr std::wstring_view UserKind = L"user:", GroupKind = L"group:";
+
 // Whether a system's name means this machine: null, nothing, ".", "localhost" or the machine's own name, with
 // or without backslashes before it.
 bool IsThisMachine(const wchar_t* system) noexcept;

@@ -1,6 +1,7 @@
 #include "platform/linux/internal/PolicyStore.h"
 
 #include "platform/linux/Errors.h"
+#include "platform/linux/internal/Privileges.h"
 #include "platform/linux/internal/StateFile.h"
 
 #include <algorithm>
@@ -20,7 +21,7 @@ constexpr std::size_t MostBytes = std::size_t{16} << 20;
 DWORD ReadFile(const Descriptor& folder, RightsText& rights) {
     std::string text;
     const DWORD code = ReadStateFile(folder, FileName, MostBytes, text);
-    if (code == ERROR_FILE_NOT_FOUND) return ERROR_SUCCESS;
+    if (code == ERROR_FILE_NOT_FOUND) return rights.Parse(DefaultAccountRights());
     if (code == ERROR_FILE_CORRUPT) return ERROR_INTERNAL_DB_CORRUPTION;
     return code ? code : rights.Parse(text);
 }
@@ -48,7 +49,8 @@ DWORD ReadRights(const SidValue& account, RightNames& rights) {
     RightsText text;
     DWORD code = OpenExistingStateFolder(StateKind::Machine, FolderName, folder);
     if (!code) code = ReadFile(folder, text);
-    if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND) code = ERROR_SUCCESS;
+    if (code == ERROR_FILE_NOT_FOUND || code == ERROR_PATH_NOT_FOUND)
+        code = text.Parse(DefaultAccountRights());
     if (!code) rights = text.RightsOf(account);
     return code;
 }

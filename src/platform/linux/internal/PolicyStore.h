@@ -5,7 +5,8 @@
 
 namespace Quellan::Corvel::Platform {
 
-// Nobody has any where there is no file. These may throw std::bad_alloc.
+// Where there is no file, the defaults hold (DefaultAccountRights), and the first change writes them down.
+// These may throw std::bad_alloc.
 DWORD ReadRights(const SidValue& account, RightNames& rights);
 // 1332 (ERROR_NONE_MAPPED) to take rights from an account without any.
 DWORD AddRights(const SidValue& account, const RightNames& rights);

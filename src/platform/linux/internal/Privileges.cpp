@@ -61,6 +61,40 @@ constexpr const wchar_t* LogonRights[] = {
     L"SeDenyRemoteInteractiveLogonRight",
 };
 
+constexpr std::string_view Defaults =
+    "# Everyone\n"
+    "S-1-1-0 SeNetworkLogonRight SeChangeNotifyPrivilege\n"
+    "# SERVICE\n"
+    "S-1-5-6 SeImpersonatePrivilege SeCreateGlobalPrivilege\n"
+    "# LOCAL SERVICE\n"
+    "S-1-5-19 SeAssignPrimaryTokenPrivilege SeIncreaseQuotaPrivilege SeSystemtimePrivilege SeAuditPrivilege "
+    "SeChangeNotifyPrivilege SeImpersonatePrivilege SeCreateGlobalPrivilege SeIncreaseWorkingSetPrivilege "
+    "SeTimeZonePrivilege\n"
+    "# NETWORK SERVICE\n"
+    "S-1-5-20 SeAssignPrimaryTokenPrivilege SeIncreaseQuotaPrivilege SeAuditPrivilege "
+    "SeChangeNotifyPrivilege SeImpersonatePrivilege SeCreateGlobalPrivilege SeIncreaseWorkingSetPrivilege\n"
+    "# BUILTIN\\Administrators\n"
+    "S-1-5-32-544 SeInteractiveLogonRight SeNetworkLogonRight SeBatchLogonRight "
+    "SeRemoteInteractiveLogonRight "
+    "SeIncreaseQuotaPrivilege SeSecurityPrivilege SeTakeOwnershipPrivilege SeLoadDriverPrivilege "
+    "SeSystemProfilePrivilege SeSystemtimePrivilege SeProfileSingleProcessPrivilege "
+    "SeIncreaseBasePriorityPrivilege SeCreatePagefilePrivilege SeBackupPrivilege SeRestorePrivilege "
+    "SeShutdownPrivilege SeDebugPrivilege SeSystemEnvironmentPrivilege SeChangeNotifyPrivilege "
+    "SeRemoteShutdownPrivilege SeUndockPrivilege SeManageVolumePrivilege SeImpersonatePrivilege "
+    "SeCreateGlobalPrivilege SeTimeZonePrivilege SeCreateSymbolicLinkPrivilege "
+    "SeDelegateSessionUserImpersonatePrivilege\n"
+    "# BUILTIN\\Users\n"
+    "S-1-5-32-545 SeInteractiveLogonRight SeNetworkLogonRight SeShutdownPrivilege SeChangeNotifyPrivilege "
+    "SeUndockPrivilege SeIncreaseWorkingSetPrivilege SeTimeZonePrivilege\n"
+    "# BUILTIN\\Backup Operators\n"
+    "S-1-5-32-551 SeInteractiveLogonRight SeNetworkLogonRight SeBatchLogonRight SeBackupPrivilege "
+    "SeRestorePrivilege SeShutdownPrivilege SeChangeNotifyPrivilege\n"
+    "# BUILTIN\\Remote Desktop Users, BUILTIN\\Performance Log Users\n"
+    "S-1-5-32-555 SeRemoteInteractiveLogonRight\n"
+    "S-1-5-32-559 SeBatchLogonRight\n"
+    "# All services\n"
+    "S-1-5-80-0 SeServiceLogonRight\n";
+
 }  // namespace
 
 std::span<const Privilege> Privileges() noexcept {
@@ -78,6 +112,10 @@ const wchar_t* FindAccountRight(std::wstring_view name) noexcept {
     for (const wchar_t* right : LogonRights)
         if (CompareOrdinal(right, name, true) == 0) return right;
     return nullptr;
+}
+
+std::string_view DefaultAccountRights() noexcept {
+    return Defaults;
 }
 
 std::uint64_t PrivilegesOf(std::uint64_t capabilities) noexcept {

@@ -22,6 +22,9 @@ const Privilege* FindPrivilege(std::wstring_view name) noexcept;
 // A privilege or a right to log on. Null, or the published spelling.
 const wchar_t* FindAccountRight(std::wstring_view name) noexcept;
 
+// What accounts hold on a machine whose policy nobody has changed, as the file of account rights says it.
+std::string_view DefaultAccountRights() noexcept;
+
 // Bit n stands for privilege n.
 std::uint64_t PrivilegesOf(std::uint64_t capabilities) noexcept;
 

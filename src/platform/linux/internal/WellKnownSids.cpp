@@ -54,6 +54,12 @@ constexpr WellKnownSid LogonSessions() {
     return entry;
 }
 
+constexpr WellKnownSid Refused() {
+    WellKnownSid entry;
+    entry.place = SidPlace::Nowhere;
+    return entry;
+}
+
 // clang-format off
 constexpr auto Table = std::to_array<WellKnownSid>({
     /*   0 */ Fixed(0, {0}, L"NULL SID"),
@@ -136,7 +142,7 @@ constexpr auto Table = std::to_array<WellKnownSid>({
     /*  77 */ OfDomain(498, L"RO"),
     /*  78 */ Builtin(574, L"Certificate Service DCOM Access", L"CD"),
     /*  79 */ Label(SECURITY_MANDATORY_MEDIUM_PLUS_RID, L"Medium Plus Mandatory Level", L"MP"),
-    /*  80 */ Fixed(2, {1}, L"CONSOLE LOGON"),
+    /*  80 */ Refused(),
     /*  81 */ Fixed(2, {1}, L"CONSOLE LOGON"),
     /*  82 */ Nt({65, 1}, L"This Organization Certificate"),
     /*  83 */ Fixed(PackageAuthority, {}, PackageAuthorityName, L"", PackageAuthorityName, SidTypeDomain),
@@ -176,9 +182,14 @@ constexpr auto Table = std::to_array<WellKnownSid>({
     /* 117 */ Fixed(AuthenticationAuthority, {6}, L"Attested key property"),
     /* 118 */ Fixed(AuthenticationAuthority, {3}, L"Fresh public key identity"),
     /* 119 */ Builtin(583, L"Device Owners"),
+    /* 120 */ Builtin(584, L"User Mode Hardware Operators"),
+    /* 121 */ Builtin(585, L"OpenSSH Users"),
+    Fixed(NtAuthority, {SECURITY_SERVICE_ID_BASE_RID, 0}, L"ALL SERVICES", L"", L"NT SERVICE"),
+    Label(SECURITY_MANDATORY_PROTECTED_PROCESS_RID, L"Protected Process Mandatory Level"),
 });
 // clang-format on
-static_assert(Table.size() == WinBuiltinDeviceOwnersSid + 1);
+constexpr std::size_t TypeCount = WinBuiltinOpenSSHUsersSid + 1;
+static_assert(Table.size() == TypeCount + 2 && Table[TypeCount - 1].subAuthorities[1] == 585);
 
 }  // namespace
 
@@ -198,6 +209,8 @@ bool WellKnownSid::Is(const void* sid) const noexcept {
                    SubAuthorityOf(sid, 4) == subAuthorities[0];
         case SidPlace::Session:
             return given == SECURITY_LOGON_IDS_RID_COUNT && SubAuthorityOf(sid, 0) == subAuthorities[0];
+        case SidPlace::Nowhere:
+            return false;
         case SidPlace::Fixed:
             break;
     }
@@ -213,7 +226,7 @@ std::span<const WellKnownSid> WellKnownSids() noexcept {
 
 const WellKnownSid* FindWellKnownSid(WELL_KNOWN_SID_TYPE type) noexcept {
     const auto index = static_cast<std::size_t>(type);
-    return index < Table.size() ? &Table[index] : nullptr;
+    return index < TypeCount && Table[index].place != SidPlace::Nowhere ? &Table[index] : nullptr;
 }
 
 }  // namespace Quellan::Corvel::Platform

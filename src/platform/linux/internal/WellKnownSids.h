@@ -10,6 +10,7 @@ namespace Quellan::Corvel::Platform {
 enum class SidPlace {
     Fixed,    // the same everywhere
     Domain,   // an account domain and the one sub-authority
+    Nowhere,  // a type that is published and that the platform refuses
     Session,  // one for each logon session, S-1-5-5-x-y; the entry stands for the prefix
 };
 
@@ -27,10 +28,10 @@ struct WellKnownSid {
     bool Is(const void* sid) const noexcept;
 };
 
-// By WELL_KNOWN_SID_TYPE.
+// By WELL_KNOWN_SID_TYPE, then those that have a name and no type.
 std::span<const WellKnownSid> WellKnownSids() noexcept;
 
-// Null for what is no type.
+// Null for what is no type, and for one that is refused.
 const WellKnownSid* FindWellKnownSid(WELL_KNOWN_SID_TYPE type) noexcept;
 
 }  // namespace Quellan::Corvel::Platform
