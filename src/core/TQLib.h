@@ -36,19 +36,21 @@ class TQLIB_API TQLib {
     // The version of the library itself, such as "1.0.0".
     [[nodiscard]] static const wchar_t* Version() noexcept;
 
-    // The application's settings: the key Software\NAME below the machine's key, by the application's name,
-    // to be read. None where there is none, unless `create` is set and it can be made. Throws as `TQRegKey`
-    // does.
+    // The application's settings: the key Software\NAME, by the application's name, below the machine's key
+    // or, where there is none, below the key of the user as whom the process runs; to be read. None where
+    // there is none at either place, unless `create` is set: then it is made, below the user's key where the
+    // machine's refuses. Throws as `TQRegKey` does.
     static TQRegKey GetAppKey(bool create);
     // The application's own log. Its file is what the value "LogFile" of the application's key says, or else
     // `GetDefaultLogFileName`; its size limit is "MaxLogFileSize" in bytes, or else the default. Both count
-    // the first time; later changes are for the next process. Where the key can't be opened it is the null
-    // log, and the next call tries again. `create` is passed on to `GetAppKey`. Throws as `TQLog::GetLog`
-    // does.
+    // the first time; later changes are for the next process. Where the key can't be opened or read it is the
+    // null log, and the next call tries again. `create` is passed on to `GetAppKey`. Throws as
+    // `TQLog::GetLog` does.
     static TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>> GetAppLog(bool create);
     // NAME.tlg, by the application's name, in the first of these folders that is on a fixed drive: the
     // executable's, those that the variables TEMP, TMP, SYSTEMDRIVE and SYSTEMROOT name. Where none is, in
-    // the platform's folder for temporary files.
+    // the user's folder for temporary files, on Linux in the folder "log" of his lasting state: the folder
+    // for temporary files is everybody's there.
     [[nodiscard]] static TQString GetDefaultLogFileName();
     // That name in a folder; returns whether the folder is on a fixed drive.
     static bool SetDefaultLogFilename(const TQString& folder, TQString& result);

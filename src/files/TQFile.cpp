@@ -1,7 +1,7 @@
 #include "files/TQFile.h"
 
 #include "core/TQException.h"
-#include "platform/FileLocks.h"
+#include "platform/OpenFiles.h"
 #include "platform/Win32.h"
 #include "text/STLString.h"
 
@@ -23,6 +23,20 @@ void Check(BOOL done, const wchar_t* where) {
     if (!done) TQSysException::ThrowLastError(where);
 }
 
+void CheckCode(DWORD code, const wchar_t* where) {
+    if (code != ERROR_SUCCESS) throw TQSysException(static_cast<unsigned int>(code), where);
+}
+
+// The parameter of one call, which must write all of it.
+DWORD SizeOfOneWrite(std::size_t size) {
+    if (size > std::numeric_limits<DWORD>::max()) TQStdExceptions::ThrowOverflowError(L"_TQFile::Write");
+    return static_cast<DWORD>(size);
+}
+
+void CheckWhole(DWORD written, std::size_t size) {
+    if (written != size) throw TQSysException(ERROR_DISK_FULL, L"_TQFile::Write");
+}
+
 HANDLE Opened(const TQFileName& name, DWORD access, DWORD disposition, DWORD flags, _TQFile::FileShare share,
               const Sarvek::SecAttr& security) {
     const HANDLE file = CreateFileW(name.FullName().c_str(), access, static_cast<DWORD>(share),
@@ -35,12 +49,18 @@ HANDLE Opened(const TQFileName& name, DWORD access, DWORD disposition, DWORD fla
 
 _TQFile::_TQFile(const TQFileName& name, DWORD access, DWORD disposition, DWORD flags, FileShare share,
                  const Sarvek::SecAttr& security)
-    : m_name(name), m_file(Opened(name, access, disposition, flags, share, security)) {}
+    : m_name(name),
+      m_isDeletionShared(static_cast<DWORD>(share) & static_cast<DWORD>(FileShare::Delete)),
+      m_file(Opened(name, access, disposition, flags, share, security)) {}
 
 _TQFile::~_TQFile() = default;
 
 STLString _TQFile::Description() const {
     return m_name.Description();
+}
+
+bool _TQFile::IsAtItsName() const noexcept {
+    return Platform::IsFileAt(m_file.Get(), m_name.FullName().c_str(), m_isDeletionShared);
 }
 
 ULONGLONG _TQFile::Size() const {
@@ -63,14 +83,30 @@ DWORD _TQFile::Read(void* buffer, DWORD size) {
 }
 
 void _TQFile::Write(const void* bytes, std::size_t size) {
-    if (size > std::numeric_limits<DWORD>::max()) TQStdExceptions::ThrowOverflowError(L"_TQFile::Write");
     DWORD written = 0;
-    Check(WriteFile(m_file.Get(), bytes, static_cast<DWORD>(size), &written, nullptr), L"_TQFile::Write");
-    if (written != size) throw TQSysException(ERROR_DISK_FULL, L"_TQFile::Write");
+    Check(WriteFile(m_file.Get(), bytes, SizeOfOneWrite(size), &written, nullptr), L"_TQFile::Write");
+    CheckWhole(written, size);
+}
+
+DWORD _TQFile::ReadAt(ULONGLONG offset, void* buffer, DWORD size) {
+    DWORD got = 0;
+    CheckCode(Platform::ReadFileAt(m_file.Get(), offset, buffer, size, got), L"_TQFile::Read");
+    return got;
+}
+
+void _TQFile::WriteAt(ULONGLONG offset, const void* bytes, std::size_t size) {
+    DWORD written = 0;
+    CheckCode(Platform::WriteFileAt(m_file.Get(), offset, bytes, SizeOfOneWrite(size), written),
+              L"_TQFile::Write");
+    CheckWhole(written, size);
 }
 
 void _TQFile::SetEnd() {
     Check(SetEndOfFile(m_file.Get()), L"_TQFile::SetEnd");
+}
+
+void _TQFile::SetEnd(ULONGLONG offset) {
+    CheckCode(Platform::SetFileSize(m_file.Get(), offset), L"_TQFile::SetEnd");
 }
 
 void _TQFile::Flush() {
@@ -80,7 +116,7 @@ void _TQFile::Flush() {
 bool _TQFile::Lock(ULONGLONG offset, ULONGLONG size, DWORD ms) {
     const DWORD code = Platform::LockFileRange(m_file.Get(), offset, size, ms);
     if (code == ERROR_LOCK_VIOLATION) return false;
-    if (code != ERROR_SUCCESS) throw TQSysException(static_cast<unsigned int>(code), L"_TQFile::Lock");
+    CheckCode(code, L"_TQFile::Lock");
     return true;
 }
 

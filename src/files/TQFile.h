@@ -36,6 +36,9 @@ class TQLIB_API _TQFile : public TQObject {
 
     const TQFileName& FileName() const noexcept { return m_name; }
     bool IsOpen() const noexcept { return m_file.IsValid(); }
+    // Whether the file's name leads to it. It may have been moved or deleted since it was opened, on Windows
+    // only where it is shared for that, on Linux by any program that keeps to no share modes.
+    bool IsAtItsName() const noexcept;
     void Close() noexcept { m_file.Close(); }
 
     ULONGLONG Size() const;
@@ -45,8 +48,13 @@ class TQLIB_API _TQFile : public TQObject {
     DWORD Read(void* buffer, DWORD size);
     // All of them, in one call of the platform, or an exception.
     void Write(const void* bytes, std::size_t size);
-    // Makes the file end at the position.
+    // The same at an offset, whatever the position, which may be anywhere afterwards: what processes share
+    // that have inherited the file is no place to rely on.
+    DWORD ReadAt(ULONGLONG offset, void* buffer, DWORD size);
+    void WriteAt(ULONGLONG offset, const void* bytes, std::size_t size);
+    // Makes the file end at the position, or at an offset.
     void SetEnd();
+    void SetEnd(ULONGLONG offset);
     // Returns when everything written is on the disk.
     void Flush();
 
@@ -58,6 +66,7 @@ class TQLIB_API _TQFile : public TQObject {
 
   private:
     TQFileName m_name;
+    const bool m_isDeletionShared;
     TQHandle<_TQFileHandleClose> m_file;
 };
 

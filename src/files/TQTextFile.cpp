@@ -15,9 +15,11 @@ namespace Quellan::Corvel {
 namespace {
 
 constexpr const wchar_t* AppendName = L"TQTextFile::Append";
-// Far behind the text, where no reader is kept out, on Windows either.
-constexpr ULONGLONG AppendLockOffset = (1ULL << 62) - 1;
-constexpr ULONGLONG AppendLockSize = 1;
+// Bytes far behind the text, where no reader is kept out, on Windows either. Whoever holds the append lock
+// writes. The door before it is held by the one who waits for it, so that nobody who comes later, and not
+// who has just written either, can be faster.
+constexpr ULONGLONG AppendLock = (1ULL << 62) - 1;
+constexpr ULONGLONG Door = AppendLock - 1;
 // More waits for the next write.
 constexpr std::size_t MostJoined = 1 << 20;
 
@@ -72,6 +74,7 @@ DWORD CodeOf(Work work) noexcept {
 // What a thread waits for while another one writes.
 struct TQTextFile::Turn {
     TQHandle<_TQKernelHandleClose> event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    std::unique_ptr<Turn> next;
 };
 
 // A record on its way, on the stack of its thread.
@@ -97,33 +100,41 @@ void TQTextFile::Append(std::wstring_view record, DWORD ms) {
         Bytes bytes;
         AppendLines(record, bytes);
         Pending own{.bytes = bytes.View(), .timer = TQCountdownTimer(ms), .turn = nullptr};
-        {
-            std::unique_lock lock(m_lock);
-            own.isWriter = !m_hasWriter;
-            if (!own.isWriter) {
-                if (m_turns.empty()) {
-                    own.turn = std::make_unique<Turn>();
-                    if (!own.turn->event.IsValid()) TQSysException::ThrowLastError(AppendName);
-                    m_turns.reserve(m_turns.capacity() + 1);
-                } else {
-                    own.turn = std::move(m_turns.back());
-                    m_turns.pop_back();
-                }
-            }
-            m_hasWriter = true;
-            (m_last ? m_last->next : m_first) = &own;
-            m_last = &own;
+        if (!Enter(own)) {
+            own.turn = std::make_unique<Turn>();
+            if (!own.turn->event.IsValid()) TQSysException::ThrowLastError(AppendName);
+            Enter(own);
         }
-        // The record is queued and can't be left behind, also where a wait fails for lack of memory.
-        while (own.turn && WaitForSingleObject(own.turn->event.Get(), INFINITE) != WAIT_OBJECT_0)
-            Sleep(1);
-        if (own.isWriter) WriteQueue(own);
         if (own.turn) {
-            const std::scoped_lock lock(m_lock);
-            m_turns.push_back(std::move(own.turn));
+            // The record is queued and can't be left behind, also where a wait fails for lack of memory.
+            while (WaitForSingleObject(own.turn->event.Get(), INFINITE) != WAIT_OBJECT_0)
+                Sleep(1);
+            const TQThreadSynch::TQSynchLock guard(m_lock);
+            PutBack(std::move(own.turn));
         }
+        if (own.isWriter) WriteQueue(own);
         if (own.code) throw TQSysException(static_cast<unsigned int>(own.code), AppendName);
     });
+}
+
+bool TQTextFile::Enter(Pending& own) noexcept {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    own.isWriter = !m_hasWriter;
+    if (own.isWriter) {
+        if (own.turn) PutBack(std::move(own.turn));
+    } else if (!own.turn) {
+        if (!m_turns) return false;
+        own.turn = std::exchange(m_turns, std::move(m_turns->next));
+    }
+    m_hasWriter = true;
+    (m_last ? m_last->next : m_first) = &own;
+    m_last = &own;
+    return true;
+}
+
+void TQTextFile::PutBack(std::unique_ptr<Turn> turn) noexcept {
+    turn->next = std::exchange(m_turns, nullptr);
+    m_turns = std::move(turn);
 }
 
 TQTextFile::Pending* TQTextFile::TakeBatch(std::size_t most) noexcept {
@@ -139,33 +150,41 @@ TQTextFile::Pending* TQTextFile::TakeBatch(std::size_t most) noexcept {
     return batch;
 }
 
-void TQTextFile::HandOver() noexcept {
+TQTextFile::Pending* TQTextFile::HandOver() noexcept {
     m_hasWriter = m_first != nullptr;
-    if (!m_first) return;
-    m_first->isWriter = true;
-    m_first->Wake();
+    if (m_first) m_first->isWriter = true;
+    return m_first;
+}
+
+void TQTextFile::LockForAppending(const TQCountdownTimer& timer) {
+    const auto enter = [&](ULONGLONG offset) {
+        if (!Lock(offset, 1, timer.Remaining())) throw TQSysException(ERROR_LOCK_VIOLATION, AppendName);
+    };
+    enter(Door);
+    const DWORD code = CodeOf([&] { enter(AppendLock); });
+    CodeOf([this] { Unlock(Door, 1); });
+    if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
 }
 
 // `own` is the first of the queue: nobody takes it out while its thread is the writer.
 void TQTextFile::WriteQueue(Pending& own) noexcept {
-    own.code = CodeOf([&] {
-        if (!Lock(AppendLockOffset, AppendLockSize, own.timer.Remaining()))
-            throw TQSysException(ERROR_LOCK_VIOLATION, AppendName);
-    });
+    own.code = CodeOf([&] { LockForAppending(own.timer); });
     Pending* batch;
     {
-        const std::scoped_lock lock(m_lock);
+        const TQThreadSynch::TQSynchLock guard(m_lock);
         batch = TakeBatch(own.code ? 0 : MostJoined);
     }
     if (!own.code) {
         WriteBatch(batch);
         // Were it to fail, the lock would end with the file; what was written stays written.
-        CodeOf([this] { Unlock(AppendLockOffset, AppendLockSize); });
+        CodeOf([this] { Unlock(AppendLock, 1); });
     }
+    Pending* successor;
     {
-        const std::scoped_lock lock(m_lock);
-        HandOver();
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        successor = HandOver();
     }
+    if (successor) successor->Wake();
     for (Pending* each = batch->next; each;) {
         Pending* const next = each->next;  // once awake, its thread takes it away
         each->Wake();
@@ -193,15 +212,11 @@ void TQTextFile::WriteBatch(Pending* batch) noexcept {
 bool TQTextFile::EndsInsideLine(ULONGLONG end) {
     if (end == 0 || end == m_knownEnd) return false;
     char last = '\n';
-    Seek(-1, Origin::End);
-    return Read(&last, 1) == 1 && last != '\n';
+    return ReadAt(end - 1, &last, 1) == 1 && last != '\n';
 }
 
 bool TQTextFile::TakeBack(ULONGLONG end) noexcept {
-    return CodeOf([&] {
-               Seek(static_cast<LONGLONG>(end), Origin::Begin);
-               SetEnd();
-           }) == ERROR_SUCCESS;
+    return CodeOf([&] { SetEnd(end); }) == ERROR_SUCCESS;
 }
 
 // `isLeftBehind` tells that some of the bytes are in the file although writing failed.
@@ -209,17 +224,19 @@ DWORD TQTextFile::WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcep
     ULONGLONG end = 0;
     std::string mended;
     if (DWORD code = CodeOf([&] {
-            end = Seek(0, Origin::End);
+            if (!IsAtItsName()) throw TQSysException(ERROR_FILE_INVALID, AppendName);
+            end = Size();
             if (EndsInsideLine(end)) bytes = mended.append("\r\n").append(bytes);
         }))
         return code;
-    if (DWORD code = CodeOf([&] { Write(bytes.data(), bytes.size()); })) {
+    const DWORD code = CodeOf([&] {
+        WriteAt(end, bytes.data(), bytes.size());
+        Flush();
+    });
+    if (code)
         isLeftBehind = !TakeBack(end);
-        return code;
-    }
-    m_knownEnd = end + bytes.size();
-    const DWORD code = CodeOf([this] { Flush(); });
-    isLeftBehind = code != ERROR_SUCCESS;
+    else
+        m_knownEnd = end + bytes.size();
     return code;
 }
 

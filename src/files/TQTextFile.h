@@ -1,15 +1,16 @@
 // Text files that many write to at once.
 #pragma once
 
+#include "core/TQThreadSynch.h"
 #include "files/TQFile.h"
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
-#include <vector>
 
 namespace Quellan::Corvel {
+
+class TQCountdownTimer;
 
 // A file of lines in the system's ANSI code page (UTF-8 on Linux), to which records are appended whole: those
 // of several threads, objects and processes follow each other and never mix. A writer that is killed in the
@@ -17,7 +18,9 @@ namespace Quellan::Corvel {
 //
 // Threads that append to one object at the same time share the work: one of them writes the records of all
 // who have come meanwhile, in one write, and returns theirs as well. Each returns when its own record has
-// been written and flushed.
+// been written and flushed. Threads are served in the order in which they came. Among objects and processes
+// one waits next to the lock, and while it does nobody else can take it; who of the others follows is a
+// matter of chance, in which the one who has waited longest has most lots.
 class TQLIB_API TQTextFile : public _TQFile {
   public:
     // As `_TQFile`. Appending takes the rights to read and to write data.
@@ -27,17 +30,21 @@ class TQLIB_API TQTextFile : public _TQFile {
 
     // Appends `record` and a line feed, with each line break in it as CR-LF, and flushes the file. Waits up
     // to `ms` milliseconds for the file's append lock, and throws 33 (ERROR_LOCK_VIOLATION) when the time is
-    // up. What can't be written whole is taken back, and the platform's code thrown.
+    // up. Throws 1006 (ERROR_FILE_INVALID) when the file is no longer at its name: the record belongs into
+    // another one. What can't be written whole is taken back, and the platform's code thrown.
     void Append(std::wstring_view record, DWORD ms);
 
   private:
     struct Pending;
     struct Turn;
 
-    // Both with the queue's lock held.
+    // False where it would have to wait and has no turn to wait for.
+    bool Enter(Pending& own) noexcept;
+    void PutBack(std::unique_ptr<Turn> turn) noexcept TQ_REQUIRES(m_lock);
     // The first ones of the queue, together not more than `most` bytes unless it is one alone.
-    Pending* TakeBatch(std::size_t most) noexcept;
-    void HandOver() noexcept;
+    Pending* TakeBatch(std::size_t most) noexcept TQ_REQUIRES(m_lock);
+    // The writer from now on, null where nobody is left.
+    Pending* HandOver() noexcept TQ_REQUIRES(m_lock);
 
     // These give codes in the place of exceptions, which could not be shared by the threads that they are
     // for.
@@ -45,15 +52,15 @@ class TQLIB_API TQTextFile : public _TQFile {
     void WriteBatch(Pending* batch) noexcept;
     DWORD WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcept;
 
+    void LockForAppending(const TQCountdownTimer& timer);
     bool EndsInsideLine(ULONGLONG end);
     bool TakeBack(ULONGLONG end) noexcept;
 
-    std::mutex m_lock;
-    // Guarded by m_lock.
-    Pending* m_first = nullptr;
-    Pending* m_last = nullptr;
-    bool m_hasWriter = false;
-    std::vector<std::unique_ptr<Turn>> m_turns;  // not in use
+    TQThreadSynch m_lock;
+    Pending* m_first TQ_GUARDED_BY(m_lock) = nullptr;
+    Pending* m_last TQ_GUARDED_BY(m_lock) = nullptr;
+    bool m_hasWriter TQ_GUARDED_BY(m_lock) = false;
+    std::unique_ptr<Turn> m_turns TQ_GUARDED_BY(m_lock);  // not in use, each owns the next
 
     // Of whoever writes.
     ULONGLONG m_knownEnd = 0;  // where the last write here ended

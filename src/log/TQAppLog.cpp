@@ -6,6 +6,7 @@
 #include "files/TQRegKey.h"
 #include "files/TQRegValue.h"
 #include "log/TQLog.h"
+#include "platform/LogFolder.h"
 #include "platform/Win32.h"
 #include "security/TQSecThreadToken.h"
 #include "system/TQSysProc.h"
@@ -26,23 +27,22 @@ AppLog& TheAppLog() {
     return *log;
 }
 
-// Null where the key is missing or may not be read.
-TQRegKey FindAppKey(bool create) {
-    try {
-        return TQLib::GetAppKey(create);
-    } catch (const TQCoreException&) {
-        return {};
-    }
-}
-
-// What the value holds, or `missing` also where it is of another type.
+// What the value holds, or `missing` also where it is none of its type: settings that make no sense are as
+// good as none. A failure to read them says nothing about them and is thrown.
 template <class Value>
 typename Value::Data ReadOr(const TQRegKey& key, const wchar_t* name, const typename Value::Data& missing) {
     try {
         return Value(key, name).GetOr(missing);
-    } catch (const TQException&) {
+    } catch (const TQException& failure) {
+        const LONG code = failure.COMErrCode();
+        if (code != ERROR_UNSUPPORTED_TYPE && code != ERROR_INVALID_DATA) throw;
         return missing;
     }
+}
+
+TQString ConfiguredName(const TQRegKey& key) {
+    const TQString expanded = ReadOr<TQExpandStringRegValue>(key, L"LogFile", {});
+    return expanded.IsEmpty() ? ReadOr<TQStringRegValue>(key, L"LogFile", {}) : expanded;
 }
 
 // Empty where there is no such variable.
@@ -55,18 +55,20 @@ TQString Variable(const wchar_t* name) {
     }
 }
 
-TQString TemporaryFolder() {
-    wchar_t folder[MAX_PATH + 1];
-    return TQString(folder, GetTempPathW(MAX_PATH + 1, folder));
-}
-
 }  // namespace
 
 TQRegKey TQLib::GetAppKey(bool create) {
     const TQString path = L"Software\\" + GetAppName();
     const TQRegKey machine = TQRegistry::MachineKey();
     TQRegKey key = machine.Find(path.c_str());
-    return key.IsNull() && create ? machine.Create(path.c_str(), TQRegKey::ReadAccess) : key;
+    if (key.IsNull()) key = TQRegistry::UserKey().Find(path.c_str());
+    if (!key.IsNull() || !create) return key;
+    try {
+        return machine.Create(path.c_str(), TQRegKey::ReadAccess);
+    } catch (const TQSysException& failure) {
+        if (failure.COMErrCode() != ERROR_ACCESS_DENIED) throw;
+        return TQRegistry::UserKey().Create(path.c_str(), TQRegKey::ReadAccess);
+    }
 }
 
 TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>> TQLib::GetAppLog(bool create) {
@@ -77,11 +79,15 @@ TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>> TQLib::GetAppLog(bool create) {
         const TQThreadSynch::TQSynchLock guard(log.lock);
         if (log.name.IsEmpty()) {
             Sarvek::TQSecThreadToken::ProcImpersonate([&] {
-                const TQRegKey key = FindAppKey(create);
-                if (key.IsNull()) return;
-                maxSize = ReadOr<TQDWORDRegValue>(key, L"MaxLogFileSize", 0);
-                name = ReadOr<TQStringRegValue>(key, L"LogFile", {});
-                if (name.IsEmpty()) name = GetDefaultLogFileName();
+                try {
+                    const TQRegKey key = GetAppKey(create);
+                    if (key.IsNull()) return;
+                    maxSize = ReadOr<TQDWORDRegValue>(key, L"MaxLogFileSize", 0);
+                    name = ConfiguredName(key);
+                    if (name.IsEmpty()) name = GetDefaultLogFileName();
+                } catch (const TQCoreException&) {
+                    // The next call tries again.
+                }
             });
             log.name = name;
         }
@@ -99,7 +105,7 @@ TQString TQLib::GetDefaultLogFileName() {
         const TQString folder = Variable(name);
         if (!folder.IsEmpty() && SetDefaultLogFilename(folder, result)) return result;
     }
-    SetDefaultLogFilename(TemporaryFolder(), result);
+    SetDefaultLogFilename(TQString(Platform::FolderForLogs()), result);
     return result;
 }
 

@@ -4,53 +4,53 @@
 #include "core/TQException.h"
 #include "core/TQLib.h"
 #include "core/TQThreadSynch.h"
+#include "log/TQTimer.h"
+#include "log/internal/LogFile.h"
 #include "log/internal/LogRecord.h"
 #include "log/internal/LogUsers.h"
 #include "platform/Win32.h"
 #include "security/TQSecThreadToken.h"
 #include "system/TQSysProc.h"
-#include "threads/TQMutex.h"
+#include "text/internal/Translated.h"
 
 #include <iterator>
 #include <new>
+#include <set>
 
 namespace Quellan::Corvel {
 
 namespace {
 
-using Sarvek::SecACL;
 using Sarvek::SecAttr;
-using Sarvek::SecDesc;
-using Sarvek::SecID;
 using Sarvek::TQSecThreadToken;
 
-constexpr DWORD AppendWaitMs = 2000;
 constexpr DWORD OpenWaitMs = 10000;
 
 // The turn of this process to open one log, among all that open it: while one of them rolls it over, no other
-// has it open, which would keep it where it is, and none takes the new file for the old one. Where processes
-// may not share the turn they do without.
+// has it open, which would keep it where it is, and none takes the new file for the old one. It is a lock on
+// the log itself, by a handle that lets it be moved. Whoever can't have the turn in time does without.
 class OpeningTurn {
   public:
-    explicit OpeningTurn(const TQFileName& key) noexcept {
+    OpeningTurn(const TQFileName& name, const SecAttr& security) noexcept {
+        constexpr ULONGLONG TurnLock = (1ULL << 62) - 3;  // next to those that appending takes
+        constexpr int MostMoved = 16;
+        constexpr auto Share =
+            _TQFile::FileShare::Read | _TQFile::FileShare::Write | _TQFile::FileShare::Delete;
+        const TQCountdownTimer timer(OpenWaitMs);
         try {
-            const TQMutex mutex(NameOf(key.FullName()).c_str(), true);
-            m_lock = mutex.Acquire(OpenWaitMs);
+            for (int moved = 0; moved < MostMoved; ++moved) {
+                m_file.emplace(name, FILE_GENERIC_READ | FILE_GENERIC_WRITE, OPEN_ALWAYS,
+                               FILE_FLAG_WRITE_THROUGH, Share, security);
+                // Who had the turn before may have moved the file away.
+                if (!m_file->Lock(TurnLock, 1, timer.Remaining()) || m_file->IsAtItsName()) return;
+            }
         } catch (const TQCoreException&) {
-            // Of another user, as a rule.
+            // The log can't be opened either, as a rule, and that is reported.
         }
     }
 
   private:
-    // Names of kernel objects are short and have no backslashes.
-    static TQString NameOf(const TQString& fileName) {
-        std::uint64_t hash = 0xcbf29ce484222325;
-        for (const wchar_t c : fileName.View())
-            hash = (hash ^ static_cast<std::uint32_t>(c)) * 0x100000001b3;
-        return TQString::Format(L"TQLog-%016llx", hash);
-    }
-
-    TQMutex::TQMutexLock m_lock;
+    std::optional<_TQFile> m_file;
 };
 
 TQFileName BackupOf(const TQFileName& name) {
@@ -64,6 +64,33 @@ void MoveToBackup(const TQFileName& name, const TQFileName& backup) {
         TQSysException::ThrowLastError(L"TQLog::GetLog");
 }
 
+// Of the exception that is being handled; never 0.
+DWORD CaughtCode() noexcept {
+    try {
+        throw;
+    } catch (const TQCoreException& failure) {
+        const auto code = static_cast<DWORD>(failure.COMErrCode());
+        return code ? code : ERROR_GEN_FAILURE;
+    } catch (const std::bad_alloc&) {
+        return ERROR_OUTOFMEMORY;
+    } catch (...) {
+        return ERROR_GEN_FAILURE;
+    }
+}
+
+// The record that tells how many others were lost, as part of the one that comes after them.
+void AppendLosses(LogText& text, const LogFile::Losses& losses, LogRecord record) {
+    wchar_t message[80];
+    const std::size_t length =
+        FormatTo(message, L"%llu %s lost (error %lu).", losses.count,
+                 std::wstring_view(losses.count == 1 ? L"record was" : L"records were"), losses.code);
+    record.level = TQLogLevel::Warning;
+    record.source = L"TQLog";
+    record.message = {message, length};
+    AppendLogRecord(text, record);
+    text.Append(L"\n");
+}
+
 }  // namespace
 
 struct TQLog::Failure {
@@ -72,21 +99,17 @@ struct TQLog::Failure {
     TQFileName file;
     std::optional<TQFileName> backup;
 
-    // There is nobody to tell that the event log fails too.
     void Report() const noexcept {
-        try {
-            const wchar_t* const strings[] = {file.FullName().c_str(),
-                                              backup ? backup->FullName().c_str() : L""};
-            TQEventLog::LogEvent(TQEventLog::LibrarySource, event, code,
-                                 std::span(strings).first(backup ? 2 : 1));
-        } catch (...) {
-        }
+        const wchar_t* const strings[] = {file.FullName().c_str(), backup ? backup->FullName().c_str() : L""};
+        ReportAboutLog(event, code, std::span(strings).first(backup ? 2 : 1));
     }
 };
 
 struct TQLog::State {
     TQThreadSynch lock;
     LogMap logs TQ_GUARDED_BY(lock);
+    // Reported; whoever asks again tries again.
+    std::set<TQFileName> unopened TQ_GUARDED_BY(lock);
 
     void Clear() noexcept {
         LogMap logsToEnd;  // ended outside of the lock
@@ -106,28 +129,15 @@ TQLog::State& TQLog::TheState() {
 }
 
 TQLog::TQLog()
-    : m_processId(GetCurrentProcessId()),
-      m_moduleName(TQSysProc::ModuleName(TQSysProc::GetAppModule())),
-      m_appName(TQLib::GetAppName()) {}
+    : m_moduleName(TQSysProc::ModuleName(TQSysProc::GetAppModule())), m_appName(TQLib::GetAppName()) {}
 
 TQLog::TQLog(const wchar_t* fileName, bool secure) : TQLog() {
-    constexpr auto Share = _TQFile::FileShare::Read | _TQFile::FileShare::Write;
-    m_file = decltype(m_file)(new TQTextFile(TQFileName(fileName), FILE_GENERIC_READ | FILE_GENERIC_WRITE,
-                                             OPEN_ALWAYS, FILE_FLAG_WRITE_THROUGH | FILE_FLAG_SEQUENTIAL_SCAN,
-                                             Share, secure ? GetLogSecurity() : SecAttr()));
-    m_file->Seek(0, _TQFile::Origin::End);
+    m_file = decltype(m_file)(new LogFile(TQFileName(fileName), secure ? GetLogSecurity() : SecAttr()));
 }
 
 TQLog::TQLog(const TQLog&) noexcept = default;
 TQLog& TQLog::operator=(const TQLog&) noexcept = default;
 TQLog::~TQLog() = default;
-
-SecAttr TQLog::GetLogSecurity() {
-    SecACL list;
-    list.Allow(SecID(WinBuiltinAdministratorsSid), FILE_ALL_ACCESS | ACCESS_SYSTEM_SECURITY);
-    list.Allow(SecID(WinBuiltinUsersSid), FILE_GENERIC_READ | FILE_GENERIC_WRITE);
-    return SecAttr(SecDesc().SetDACL(std::move(list)));
-}
 
 TQLogPtr TQLog::NullLog() {
     return TQLogPtr(new TQLog);
@@ -141,55 +151,58 @@ TQLogPtr TQLog::Find(const TQFileName& key) {
 }
 
 TQLogPtr TQLog::GetLog(const wchar_t* fileName, ULONGLONG maxSize) {
-    std::optional<TQFileName> name;
-    try {
-        name.emplace(fileName);
-        if (!name->HasExtension()) name = name->WithExtension(L"tlg");
-    } catch (const TQSysException&) {
-        return NullLog();  // no name, so nothing to keep it under
-    }
-    const TQFileName key = name->ToUpper();
-    if (TQLogPtr log = Find(key)) return log;
-    TQLogPtr log;
-    TQSecThreadToken::ProcImpersonate([&] {
-        std::optional<Failure> failure;
-        {
-            const OpeningTurn turn(key);
-            State& state = TheState();
-            const TQThreadSynch::TQSynchLock guard(state.lock);
-            log = Find(key);
-            if (log) return;
-            log = Open(*name, maxSize == 0 ? DefaultMaxSize : maxSize, failure);
-            state.logs.insert_or_assign(key, log);
+    return Translated(L"TQLog::GetLog", [&] {
+        std::optional<TQFileName> name;
+        try {
+            name.emplace(fileName);
+            if (!name->HasExtension()) name = name->WithExtension(L"tlg");
+        } catch (const TQSysException&) {
+            return NullLog();  // no name, so nothing to keep it under
         }
-        if (failure) failure->Report();
+        const TQFileName key = name->ToUpper();
+        TQLogPtr log = Find(key);
+        if (!log)
+            TQSecThreadToken::ProcImpersonate(
+                [&] { log = OpenInTurn(*name, key, maxSize == 0 ? DefaultMaxSize : maxSize); });
+        return log;
     });
+}
+
+TQLogPtr TQLog::OpenInTurn(const TQFileName& name, const TQFileName& key, ULONGLONG maxSize) {
+    State& state = TheState();
+    std::optional<Failure> failure;
+    TQLogPtr log;
+    while (!log) {
+        const OpeningTurn turn(name, GetLogSecurity());
+        const TQThreadSynch::TQSynchLock guard(state.lock);
+        const auto known = state.logs.find(key);
+        if (known != state.logs.end()) return known->second.Ptr();
+        log = Open(name, maxSize, failure);
+        if (!log) continue;
+        const bool mayTryAgain = failure && !failure->backup;
+        if (!mayTryAgain)
+            state.logs.insert_or_assign(key, log);
+        else if (!state.unopened.insert(key).second)
+            failure.reset();
+    }
+    if (failure) failure->Report();
     return log;
 }
 
 TQLogPtr TQLog::Open(const TQFileName& name, ULONGLONG maxSize, std::optional<Failure>& failure) {
+    std::optional<TQFileName> backup;
     try {
         const TQLogPtr log(new TQLog(name.FullName().c_str(), true));
-        return log->Size() < maxSize ? log : RollOver(log, name, maxSize, failure);
+        if (log->Size() < maxSize) return log;
+        log->Close();
+        backup = BackupOf(name);
+        MoveToBackup(name, *backup);
+        return {};
     } catch (const TQSysException& exception) {
-        failure = Failure{TQEventLog::LogOpenFailedEvent, static_cast<DWORD>(exception.COMErrCode()), name,
-                          std::nullopt};
+        const DWORD event = backup ? TQEventLog::LogRolloverFailedEvent : TQEventLog::LogOpenFailedEvent;
+        failure = Failure{event, static_cast<DWORD>(exception.COMErrCode()), name, backup};
         return NullLog();
     }
-}
-
-TQLogPtr TQLog::RollOver(const TQLogPtr& log, const TQFileName& name, ULONGLONG maxSize,
-                         std::optional<Failure>& failure) {
-    const TQFileName backup = BackupOf(name);
-    log->Close();
-    try {
-        MoveToBackup(name, backup);
-    } catch (const TQSysException& exception) {
-        failure = Failure{TQEventLog::LogRolloverFailedEvent, static_cast<DWORD>(exception.COMErrCode()),
-                          name, backup};
-        return NullLog();
-    }
-    return Open(name, maxSize, failure);
 }
 
 const wchar_t* TQLog::LevelName(TQLogLevel level) noexcept {
@@ -211,17 +224,22 @@ void TQLog::AddMsg(const wchar_t* message, TQLogLevel level, const STLString& so
 void TQLog::AddMsg(const wchar_t* message, TQLogLevel level, const TQObject* object) noexcept {
     if (!m_file) return;
     if (!object) return AddMsg(message, level);
+    TQString source;
     try {
         const void* const address = object;
-        AddMsg(message, TQString::Format(L"%s (%p)", object->Description().View(), address).c_str(), level);
+        source = TQString::Format(L"%s (%p)", object->Description().View(), address);
     } catch (...) {
-        // Without its source the record is dropped, like any that can't be made.
+        // Without its source the record is lost, like any that can't be made.
+        return m_file->Settle({}, CaughtCode());
     }
+    AddMsg(message, source.c_str(), level);
 }
 
 void TQLog::AddMsg(const wchar_t* message, const wchar_t* source, TQLogLevel level) noexcept {
     if (!m_file) return;
     const _TQLastErrorKeeper keeper;
+    const LogFile::Losses untold = m_file->TakeUntold();
+    DWORD code = ERROR_SUCCESS;
     try {
         std::shared_ptr<const std::wstring> user;
         try {
@@ -232,20 +250,23 @@ void TQLog::AddMsg(const wchar_t* message, const wchar_t* source, TQLogLevel lev
         LogRecord record{.level = level,
                          .time = TQTime::CurrentTime(),
                          .application = m_appName,
-                         .process = m_processId,
+                         .process = GetCurrentProcessId(),  // not that which opened it, where it forked since
                          .module = m_moduleName,
                          .thread = GetCurrentThreadId(),
                          .source = {},
                          .user = {},
                          .message = message ? message : L""};
-        if (source) record.source = source;
         if (user) record.user = *user;
         LogText text;
+        if (untold.count) AppendLosses(text, untold, record);
+        if (source) record.source = source;
         AppendLogRecord(text, record);
-        m_file->Append(text.View(), AppendWaitMs);
+        m_file->Append(text.View());
     } catch (...) {
         // Writing to a log never harms whoever writes.
+        code = CaughtCode();
     }
+    m_file->Settle(untold, code);
 }
 
 void TQLog::Close() noexcept {
@@ -254,6 +275,10 @@ void TQLog::Close() noexcept {
 
 ULONGLONG TQLog::Size() const {
     return m_file ? m_file->Size() : 0;
+}
+
+ULONGLONG TQLog::Lost() const noexcept {
+    return m_file ? m_file->Lost() : 0;
 }
 
 }  // namespace Quellan::Corvel

@@ -3,7 +3,6 @@
 
 #include "core/TQObject.h"
 #include "files/TQFileName.h"
-#include "files/TQTextFile.h"
 #include "platform/Types.h"
 #include "security/SecAttr.h"
 #include "text/STLString.h"
@@ -35,6 +34,7 @@ enum class TQLogLevel : int {
     Critical = 13,    // #
 };
 
+class LogFile;
 class TQLog;
 using TQLogPtr = TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>>;
 
@@ -47,8 +47,14 @@ using TQLogPtr = TQSmartPtr<TQLog, _TQRefThrPtr<TQLog, 1, 0>>;
 // hands out where logging can't be set up, which is reported once to the system event log.
 //
 // Copies share the file. All members but `Close` and assignment may be called by several threads at once. A
-// record that has been written is on the disk when `AddMsg` returns. Writing never throws: a record that
-// can't be written is dropped, and one whose user can't be found has none. It leaves the last error alone.
+// record that has been written is on the disk when `AddMsg` returns. Writing never throws. A record that
+// can't be written, also because another writer keeps the file locked for two seconds, is lost, and so that
+// it is not lost in silence: `Lost` counts it, the next record of this process that gets through brings
+// another one with it that tells how many were lost, and the system event log gets an entry when the first
+// one is. A record whose user can't be found has none. Writing leaves the last error alone.
+//
+// A log stays at its name. Where its file is moved or deleted, which Windows doesn't allow, the next record
+// begins a new one. After a fork parent and child may both write; the child has lost nothing yet.
 class TQLIB_API TQLog {
   public:
     // Where a log is rolled over if nothing else is said, in bytes.
@@ -64,12 +70,13 @@ class TQLIB_API TQLog {
     // The log of that file, whatever the case of its name; without an extension it has the extension "tlg".
     // The first time it is opened, or made with a security descriptor that lets administrators do everything
     // and users read and write, and if it then has `maxSize` bytes or more (0 for the default) it is moved to
-    // a backup, NAME_bak.EXTENSION, in the place of an older one, and begun anew. Where it can't be moved, or
-    // opened, the null log is handed out, for the life of the process.
+    // a backup, NAME_bak.EXTENSION, in the place of an older one, and begun anew. Where it can't be moved the
+    // null log is handed out, for the life of the process; where it can't be opened too, and whoever asks
+    // again tries again. On Linux a new file may be read and written by its owner and read by its group.
     //
     // A thread that impersonates somebody does all of this as the process itself. Throws "Process reverse
     // impersonation revert process failed." where it can't impersonate again, and the platform's code where
-    // it can't stop to.
+    // it can't stop to, 14 (ERROR_OUTOFMEMORY) where there is no memory.
     static TQLogPtr GetLog(const wchar_t* fileName, ULONGLONG maxSize);
 
     // The level's name in English, such as "Warning"; "Unknown" for every other value.
@@ -85,6 +92,9 @@ class TQLIB_API TQLog {
     void Close() noexcept;
     // Of the file now, in bytes. Throws `TQSysException` with the platform's code.
     ULONGLONG Size() const;
+    // How many records could not be written to the file since this process opened it, by all who share it
+    // there. 0 for a null log, which has nothing to lose them from.
+    ULONGLONG Lost() const noexcept;
 
   private:
     friend class TQLib;
@@ -98,17 +108,15 @@ class TQLIB_API TQLog {
     static State& TheState();
     static TQLogPtr NullLog();
     static TQLogPtr Find(const TQFileName& key);
-    // As `GetLog`, with the map's lock held; tells what went wrong.
+    static TQLogPtr OpenInTurn(const TQFileName& name, const TQFileName& key, ULONGLONG maxSize);
+    // With the map's lock held; tells what went wrong. Null where a file was there and was moved away.
     static TQLogPtr Open(const TQFileName& name, ULONGLONG maxSize, std::optional<Failure>& failure);
-    static TQLogPtr RollOver(const TQLogPtr& log, const TQFileName& name, ULONGLONG maxSize,
-                             std::optional<Failure>& failure);
 
     void AddMsg(const wchar_t* message, const wchar_t* source, TQLogLevel level) noexcept;
 
-    DWORD m_processId;
     TQString m_moduleName;
     TQString m_appName;
-    TQSmartPtr<TQTextFile, _TQRefThrPtr<TQTextFile>> m_file;
+    TQSmartPtr<LogFile, _TQRefThrPtr<LogFile>> m_file;
     bool m_flag = false;
 };
 

@@ -195,8 +195,9 @@ TEST_F(Resource, TheLibrarysOwnEventsHaveTheirTexts) {
         EXPECT_THAT(text, testing::HasSubstr(L"application")) << std::hex << event;
         EXPECT_THAT(text, testing::HasSubstr(L"details")) << std::hex << event;
     }
-    EXPECT_THAT(TQMsgRes(TQLib::ResourceStoreID, 0xCFFF400E).Text(TQStrResDestination::Log, L"a.tlg").Std(),
-                testing::HasSubstr(L"a.tlg"));
+    for (const DWORD event : {0xCFFF400Eu, 0xCFFF400Fu})
+        EXPECT_THAT(TQMsgRes(TQLib::ResourceStoreID, event).Text(TQStrResDestination::Log, L"a.tlg").Std(),
+                    testing::HasSubstr(L"a.tlg"));
     EXPECT_EQ(TQMsgRes(TQLib::ResourceStoreID, 9).Text(TQStrResDestination::Log), L"Unhandled exceptions");
 }
 

@@ -1,5 +1,6 @@
 #include "LogFiles.h"
 #include "core/TQLib.h"
+#include "files/TQFile.h"
 #include "files/TQRegValue.h"
 #include "log/TQLog.h"
 #include "platform/PlatformTest.h"
@@ -185,6 +186,9 @@ TEST_F(Logs, AreDroppedInAFolderThatIsNotThere) {
     EXPECT_EQ(m_events.Entries()[0].eventId, 0xCFFF400Eu);
     EXPECT_EQ(m_events.Entries()[0].data.at(0), ERROR_PATH_NOT_FOUND);
     ExpectNull(TQLog::GetLog(nullptr, 0));
+    fs::create_directory(m_folder / "none");
+    Open(path)->AddMsg(L"as soon as it is there", TQLogLevel::Trace);
+    EXPECT_EQ(LinesOf(ReadBytes(path)).size(), 2u);
 }
 
 TEST_F(Logs, AreDroppedInSilenceWhereTheEventLogFailsToo) {
@@ -204,20 +208,41 @@ TEST_F(Logs, ThrowWhereTheThreadCannotImpersonateAgain) {
     EXPECT_EQ(Lines("App.tlg").size(), 2u);
 }
 
-TEST_F(Logs, DropWhatCannotBeWrittenAndGoOn) {
+TEST_F(Logs, DropWhatCannotBeWrittenAndTellOfItOnce) {
     const TQLogPtr log = Open(m_folder / "App.tlg");
-    log->AddMsg(L"first", TQLogLevel::Trace);
-    for (const DWORD code : {ERROR_DISK_FULL, ERROR_IO_DEVICE}) {
+    const auto lose = [&](DWORD code) {
         const FailCall fail("WriteFile", code);
         SetLastError(77);
         log->AddMsg(L"lost", TQLogLevel::Trace);
         EXPECT_EQ(GetLastError(), 77u);
-    }
-    log->AddMsg(L"second", TQLogLevel::Trace);
+    };
+    lose(ERROR_IO_DEVICE);
+    lose(ERROR_DISK_FULL);
+    for (const wchar_t* const message : {L"first", L"second"})
+        log->AddMsg(message, TQLogLevel::Trace);
+    RecordingSink refusing;
+    refusing.Refuse();
+    lose(ERROR_DISK_FULL);
+    TQEventLog::SetSink(nullptr);  // the event log takes entries again before the disk does
+    RecordingSink taking;
+    log->AddMsg(L"third", TQLogLevel::Trace);
+
     const std::vector<std::string> lines = Lines("App.tlg");
-    ASSERT_EQ(lines.size(), 4u);
-    EXPECT_EQ(lines[1], "    first");
-    EXPECT_EQ(lines[3], "    second");
+    ASSERT_EQ(lines.size(), 10u);
+    EXPECT_EQ(lines[0][0], 'W');
+    EXPECT_NE(lines[0].find("}] -- [TQLog] -- ["), lines[0].npos) << lines[0];
+    EXPECT_EQ(lines[1], "    2 records were lost (error 112).");
+    EXPECT_EQ(lines[3], "    first");
+    EXPECT_EQ(lines[5], "    second");
+    EXPECT_EQ(lines[7], "    1 record was lost (error 112).");
+    EXPECT_EQ(lines[9], "    third");
+    EXPECT_EQ(log->Lost(), 3u);
+    for (const auto& [sink, code] : {std::pair(&m_events, ERROR_IO_DEVICE), {&taking, ERROR_DISK_FULL}}) {
+        ASSERT_EQ(sink->Entries().size(), 1u) << "one for each time";
+        EXPECT_EQ(sink->Entries()[0].eventId, 0xCFFF400Fu);
+        EXPECT_EQ(sink->Entries()[0].data.at(0), code);
+        EXPECT_THAT(sink->Entries()[0].strings, ElementsAre(Full("App.tlg")));
+    }
 }
 
 TEST_F(Logs, WriteWithoutAUserWhoCannotBeFound) {
@@ -248,8 +273,9 @@ TEST_F(Logs, WaitTwoSecondsForWhoeverLocksTheFile) {
     EXPECT_GE(GetTickCount64() - begin, 1990u);
     other.Unlock(AppendLock, 1);
     log->AddMsg(L"written", TQLogLevel::Trace);
-    ASSERT_EQ(Lines("App.tlg").size(), 2u);
-    EXPECT_EQ(Lines("App.tlg")[1], "    written");
+    ASSERT_EQ(Lines("App.tlg").size(), 4u);
+    EXPECT_EQ(Lines("App.tlg")[1], "    1 record was lost (error 33).");
+    EXPECT_EQ(Lines("App.tlg")[3], "    written");
 }
 
 TEST_F(Logs, TakeMessagesOfAllKinds) {
@@ -295,10 +321,13 @@ TEST_F(Logs, AreSharedByTheirCopiesUntilThoseAreClosed) {
 }
 
 // Says where the application's log is by writing to it. Without a key it stays the null log, with `create` in
-// the second argument the key is made.
+// the second argument the key is made, with `refused` not below the machine's.
 const Role g_application("application", [](const RoleArguments& arguments) {
     TQLib::SetAppName(TQString::FromUtf8(arguments.at(0)));
-    const TQLogPtr log = TQLib::GetAppLog(arguments.at(1) == "create");
+    std::optional<FailCall> refused;
+    if (arguments.at(1) == "refused")
+        refused.emplace("RegCreateKeyExW", ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
+    const TQLogPtr log = TQLib::GetAppLog(arguments.at(1) != "find");
     log->AddMsg(L"from the application", TQLogLevel::Trace);
     return log->Size() > 0 ? 0 : 1;
 });
@@ -306,7 +335,10 @@ const Role g_application("application", [](const RoleArguments& arguments) {
 class ApplicationLogs : public Logs {
   protected:
     ApplicationLogs() : m_name("tqlib-log-test-" + std::to_string(GetCurrentProcessId())) {}
-    ~ApplicationLogs() override { TQRegistry::MachineKey().DeleteKey(Path().c_str()); }
+    ~ApplicationLogs() override {
+        for (const TQRegKey& root : {TQRegistry::MachineKey(), TQRegistry::UserKey()})
+            root.DeleteKey(Path().c_str());
+    }
 
     TQString Path() const { return L"Software\\" + TQString::FromUtf8(m_name); }
     TQRegKey Key() const { return TQRegistry::MachineKey().Create(Path().c_str()); }
@@ -328,9 +360,17 @@ TEST_F(ApplicationLogs, AreWhereTheRegistrySays) {
     EXPECT_EQ(Lines("Set_bak.tlg").size(), 2u);
 }
 
+TEST_F(ApplicationLogs, AreWhereTheVariablesOfTheSettingLead) {
+    const EnvironmentVariable folder(L"TQ_LOG_TEST", m_folder.Path().wstring().c_str());
+    TQExpandStringRegValue(Key(), L"LogFile").Set(L"%TQ_LOG_TEST%/Expanded");
+    EXPECT_EQ(Run(), 0);
+    EXPECT_EQ(Lines("Expanded.tlg").size(), 2u);
+}
+
 TEST_F(ApplicationLogs, AreNullWithoutAKeyAndElseBesideTheProgram) {
     EXPECT_EQ(Run(), 1);
-    EXPECT_EQ(Run("create"), 0);
+    EXPECT_EQ(Run("refused"), 0);
+    EXPECT_TRUE(TQRegistry::MachineKey().Find(Path().c_str()).IsNull());
     const TQString module = TQSysProc::ModuleFileName(TQSysProc::GetAppModule());
     const fs::path file = fs::path(std::wstring(TQFileName(module).Path().View())) / (m_name + ".tlg");
     EXPECT_EQ(LinesOf(ReadBytes(file)).size(), 2u);

@@ -2,18 +2,24 @@
 #include "platform/Win32.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"
+#include "text/TQHandle.h"
 
+#include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
 
-// Writes records until the file may not grow, then allows it and writes one more.
+// Writes records until the file may not grow, then allows it and writes one more. Answers with the number of
+// records that the log counts as lost.
 const Role g_limited("limited", [](const RoleArguments& arguments) {
+    const RecordingSink events;
     const TQLogPtr log = Open(arguments.at(0));
     std::signal(SIGXFSZ, SIG_IGN);
     rlimit limit;
@@ -23,32 +29,126 @@ const Role g_limited("limited", [](const RoleArguments& arguments) {
     setrlimit(RLIMIT_FSIZE, &limit);
     for (int i = 0; i < 20; ++i)
         log->AddMsg(L"a record of some length, of which a part fits", TQLogLevel::Trace);
-    if (log->Size() >= 1000) return 1;
+    if (log->Size() >= 1000 || events.Entries().size() != 1) return 0;
     limit.rlim_cur = before;
     setrlimit(RLIMIT_FSIZE, &limit);
     log->AddMsg(L"last", TQLogLevel::Trace);
-    return 0;
+    return static_cast<int>(log->Lost());
 });
 
-TEST(LogsOnLinux, TakeBackWhatDidNotFit) {
+TEST(LogsOnLinux, TakeBackWhatDidNotFitAndTellOfIt) {
     const LogFolder folder;
-    ASSERT_EQ(RoleProcess("limited", {(folder / "App.tlg").string()}).ExitCode(), 0);
+    const int lost = RoleProcess("limited", {(folder / "App.tlg").string()}).ExitCode();
+    ASSERT_GT(lost, 0);
     const std::vector<std::string> lines = LinesOf(ReadBytes(folder / "App.tlg"));
-    ASSERT_GE(lines.size(), 4u);
-    EXPECT_EQ(lines.size() % 2, 0u);
-    for (std::size_t i = 1; i + 2 < lines.size(); i += 2)
-        EXPECT_EQ(lines[i], "    a record of some length, of which a part fits");
+    const std::size_t written = static_cast<std::size_t>(20 - lost);
+    ASSERT_EQ(lines.size(), 2 * (written + 2));
+    for (std::size_t i = 0; i < written; ++i)
+        EXPECT_EQ(lines[2 * i + 1], "    a record of some length, of which a part fits");
+    EXPECT_EQ(lines[2 * written + 1].find("    " + std::to_string(lost) + " records were lost (error "), 0u)
+        << lines[2 * written + 1];
     EXPECT_EQ(lines.back(), "    last");
 }
 
-TEST(LogsOnLinux, AreForUsersToReadAndToWrite) {
+// Forks while the log is open: parent and children write at the same time. A child answers with the signal of
+// its end or its code.
+const Role g_forking("forking", [](const RoleArguments& arguments) {
+    constexpr int Rounds = 100, Children = 3, Records = 5;
+    const TQLogPtr log = Open(arguments.at(0), 1u << 30);
+    const auto write = [&](int count) {
+        const std::wstring message = L"by " + std::to_wstring(getpid());
+        for (int i = 0; i < count; ++i)
+            log->AddMsg(message.c_str(), TQLogLevel::Trace);
+    };
+    int failures = 0;
+    for (int round = 0; round < Rounds; ++round) {
+        for (int i = 0; i < Children; ++i)
+            if (fork() == 0) {
+                write(Records);
+                _exit(log->Lost() == 0 ? 0 : 1);
+            }
+        write(Records);
+        for (int status; wait(&status) > 0;)
+            failures += status != 0;
+    }
+    return failures == 0 ? 0 : 1;
+});
+
+TEST(LogsOnLinux, KeepTheRecordsOfForkedChildrenWholeAndTheirOwn) {
     const LogFolder folder;
-    const mode_t mask = umask(077);
+    ASSERT_EQ(RoleProcess("forking", {(folder / "App.tlg").string()}).ExitCode(), 0);
+    const std::vector<std::string> lines = LinesOf(ReadBytes(folder / "App.tlg"));
+    ASSERT_EQ(lines.size(), 2u * 100 * 4 * 5);
+    for (std::size_t i = 0; i < lines.size(); i += 2) {
+        ASSERT_EQ(lines[i + 1].find("    by "), 0u) << i;
+        ASSERT_NE(lines[i].find(" : " + lines[i + 1].substr(7) + " ("), std::string::npos) << lines[i];
+    }
+}
+
+TEST(LogsOnLinux, FollowTheirNameWhereTheFileIsMovedOrDeleted) {
+    const LogFolder folder;
+    const fs::path path = folder / "App.tlg";
+    const TQLogPtr log = Open(path);
+    log->AddMsg(L"first", TQLogLevel::Trace);
+    fs::rename(path, folder / "App.tlg.1");
+    log->AddMsg(L"second", TQLogLevel::Trace);
+    EXPECT_EQ(LinesOf(ReadBytes(path)).at(1), "    second");
+    fs::remove(path);
+    log->AddMsg(L"third", TQLogLevel::Trace);
+    EXPECT_EQ(LinesOf(ReadBytes(path)).at(1), "    third");
+    EXPECT_EQ(LinesOf(ReadBytes(folder / "App.tlg.1")).size(), 2u);
+    EXPECT_EQ(log->Lost(), 0u);
+    fs::remove_all(folder.Path());
+    log->AddMsg(L"nowhere to go", TQLogLevel::Trace);
+    fs::create_directory(folder.Path());
+    log->AddMsg(L"fourth", TQLogLevel::Trace);
+    EXPECT_EQ(LinesOf(ReadBytes(path)).at(1), "    1 record was lost (error 3).");
+}
+
+TEST(LogsOnLinux, WaitWithoutTheSignalsOfTheApplication) {
+    const LogFolder folder;
+    const TQLogPtr log = Open(folder / "App.tlg");
+    const int other = open((folder / "App.tlg").c_str(), O_RDWR | O_CLOEXEC);
+    struct flock lock {};
+    lock.l_type = F_WRLCK;
+    lock.l_start = (1LL << 62) - 1;
+    lock.l_len = 1;
+    ASSERT_EQ(fcntl(other, F_OFD_SETLK, &lock), 0);
+    static std::atomic<int> handled;
+    struct sigaction handler {}, previous;
+    handler.sa_handler = [](int) { ++handled; };
+    const int last = SIGRTMAX;
+    sigaction(last, &handler, &previous);
+    log->AddMsg(L"lost", TQLogLevel::Trace);
+    sigaction(last, &previous, nullptr);
+    close(other);
+    EXPECT_EQ(handled, 0);
+    EXPECT_EQ(log->Lost(), 1u);
+}
+
+TEST(LogsOnLinux, BeginForTheirOwnerAndHisGroupAlone) {
+    const LogFolder folder;
+    const mode_t mask = umask(0);
     Open(folder / "App.tlg");
     umask(mask);
     struct stat info;
     ASSERT_EQ(stat((folder / "App.tlg").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0666u);
+    EXPECT_EQ(info.st_mode & 0777, 0640u);
+}
+
+TEST(LogsOnLinux, AreNotWhereSomebodyElseHasPutALinkOrAFile) {
+    const RecordingSink events;
+    const LogFolder folder;
+    ASSERT_EQ(chmod(folder.Path().c_str(), 01777), 0);
+    WriteBytes(folder / "victim", "");
+    fs::create_symlink(folder / "victim", folder / "Link.tlg");
+    Open(folder / "Link.tlg")->AddMsg(L"misled", TQLogLevel::Trace);
+    EXPECT_EQ(fs::file_size(folder / "victim"), 0u);
+    if (geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+    WriteBytes(folder / "Foreign.tlg", "");
+    ASSERT_EQ(chown((folder / "Foreign.tlg").c_str(), 65534, 65534), 0);
+    Open(folder / "Foreign.tlg")->AddMsg(L"misled", TQLogLevel::Trace);
+    EXPECT_EQ(fs::file_size(folder / "Foreign.tlg"), 0u);
 }
 
 TEST(LogsOnLinux, KeepTheModeThatTheyHave) {

@@ -53,6 +53,18 @@ TEST(LogRecord, HasOneOfFourHeads) {
     EXPECT_EQ(Text(record), Expected(L" -- [] -- [HOST\\admin {S-1-5-21-1-2-3-500}]"));
 }
 
+TEST(LogRecord, HasAHeadOfOneLineWhateverTheNames) {
+    LogRecord record = Example();
+    record.source = L"a\r\nW 14:03:28.000 [forged : 1 (x){1}]";
+    record.user = L"\x1B[2J\x7F\x85\x2028\u00E9";
+    EXPECT_EQ(Text(record), Expected(LR"( -- [a\x0D\x0AW 14:03:28.000 [forged : 1 (x){1}]])"
+                                     LR"( -- [\x1B[2J\x7F\x85\x2028)"
+                                     L"\u00E9]"));
+    record = Example();
+    record.application = record.module = L"x\ny";
+    EXPECT_EQ(Text(record), L"W 14:03:27.045 [x\\x0Ay : 2316 (x\\x0Ay){4410}]" + std::wstring(Body));
+}
+
 TEST(LogRecord, HasThreeDigitsOfMillisecondsAndTheTimeOfDayOf24Hours) {
     LogRecord record = Example();
     record.time = TQTime(TQTime::Fields{2024, 5, 17, 0, 0, 59, 7});

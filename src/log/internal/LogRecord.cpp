@@ -21,6 +21,25 @@ void AppendFormat(LogText& text, TQFormatText<wchar_t, std::type_identity_t<Args
     text.Commit(length);
 }
 
+// What would end the head's line or move a terminal's cursor.
+constexpr bool IsControl(wchar_t c) noexcept {
+    return (c >= 0 && c < 0x20) || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
+}
+
+// A text of the head: names come from anywhere, and one with a line break would begin a record of its own.
+// Valid as long as both arguments are.
+std::wstring_view InOneLine(std::wstring_view text, std::wstring& room) {
+    if (std::ranges::none_of(text, IsControl)) return text;
+    for (const wchar_t c : text) {
+        wchar_t escaped[8];
+        if (IsControl(c))
+            room.append(escaped, FormatTo(escaped, L"\\x%02X", static_cast<unsigned>(c)));
+        else
+            room += c;
+    }
+    return room;
+}
+
 // A CR-LF of the message ends up before eight blanks, an LF before four: both are replaced by a line feed
 // with four blanks, and then the line feeds that came from the first once more. Readers of old logs rely on
 // it.
@@ -53,16 +72,18 @@ void AppendLogRecord(LogText& text, const LogRecord& record) {
     wchar_t buffer[80];
     const std::wstring_view time(
         buffer, record.time.FormatTimeTo(buffer, TQTime::Hour24NoMarkerTimeFormat, LOCALE_USER_DEFAULT));
+    std::wstring rooms[4];
     AppendFormat(text, L"%c %s.%03hu [%s : %lu (%s){%lu}]", LogMark(record.level), time,
-                 record.time.ToFields().millisecond, record.application, record.process, record.module,
-                 record.thread);
+                 record.time.ToFields().millisecond, InOneLine(record.application, rooms[0]), record.process,
+                 InOneLine(record.module, rooms[1]), record.thread);
+    const auto inBrackets = [&](const std::optional<std::wstring_view>& name, std::wstring& room) {
+        text.Append(L" -- [");
+        if (name) text.Append(InOneLine(*name, room));
+        text.Append(L"]");
+    };
     // Without a user the source takes the second pair of brackets; with a user alone that pair stays empty.
-    if (record.source && record.user)
-        AppendFormat(text, L" -- [%s] -- [%s]", *record.source, *record.user);
-    else if (record.user)
-        AppendFormat(text, L" -- [] -- [%s]", *record.user);
-    else if (record.source)
-        AppendFormat(text, L" -- [%s]", *record.source);
+    if (record.source || record.user) inBrackets(record.source, rooms[2]);
+    if (record.user) inBrackets(record.user, rooms[3]);
     text.Append(L"\n    ");
     AppendIndented(text, record.message);
 }

@@ -1,6 +1,6 @@
 #include "platform/linux/Files.h"
 
-#include "platform/FileLocks.h"
+#include "platform/OpenFiles.h"
 #include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
@@ -98,6 +98,14 @@ DWORD ModeOfNew(const Opening& opening, mode_t& mode) {
     return ERROR_SUCCESS;
 }
 
+// Whether somebody else than the caller and root can put things into the file's folder.
+bool IsOthersFolder(std::string_view path, struct stat& folder) {
+    const std::size_t slash = path.rfind('/');
+    const std::string name(slash == path.npos ? "." : path.substr(0, slash + 1));
+    if (stat(name.c_str(), &folder) != 0) return false;
+    return folder.st_mode & S_IWOTH || (folder.st_uid != 0 && folder.st_uid != geteuid());
+}
+
 // Opens what is there, or makes it with `mode`; tells which.
 DWORD OpenOrCreate(const char* path, int flags, const Opening& opening, mode_t mode, Descriptor& file,
                    bool& existed) noexcept {
@@ -161,13 +169,20 @@ bool IsStillAt(const char* path, int fd) noexcept {
 }
 
 DWORD OpenAndEnter(const char* path, const Opening& opening, bool isPlain, mode_t mode, Descriptor& file,
-                   bool& existed) noexcept {
+                   bool& existed) {
     constexpr int Attempts = 16;
+    struct stat folder, info;
+    const bool isGuarded = opening.Creates() && IsOthersFolder(path, folder);
+    const int noLink = isGuarded ? O_NOFOLLOW : 0;
     for (int attempt = 0; attempt < Attempts; ++attempt) {
-        DWORD code = OpenOrCreate(path, OpenFlags(opening, isPlain), opening, mode, file, existed);
+        DWORD code = OpenOrCreate(path, OpenFlags(opening, isPlain) | noLink, opening, mode, file, existed);
         if (code == ERROR_ACCESS_DENIED)  // it may be one that can be written and not be read
-            code = OpenOrCreate(path, OpenFlags(opening, false), opening, mode, file, existed);
+            code = OpenOrCreate(path, OpenFlags(opening, false) | noLink, opening, mode, file, existed);
         if (code || !IsRegular(file.Get())) return code;
+        // Whoever means to make a file must not be handed one that a third user has prepared.
+        if (isGuarded && existed && fstat(file.Get(), &info) == 0 && info.st_uid != geteuid() &&
+            info.st_uid != 0 && info.st_uid != folder.st_uid)
+            return ERROR_ACCESS_DENIED;
         if (DWORD failed = EnterShareMode(file.Get(), opening.rights, opening.share)) return failed;
         if (IsStillAt(path, file.Get())) return ERROR_SUCCESS;
     }
@@ -577,6 +592,45 @@ namespace Quellan::Corvel::Platform {
 DWORD LockFileRange(HANDLE file, ULONGLONG offset, ULONGLONG size, DWORD ms) noexcept {
     if (DWORD code = FaultDue("LockFile")) return code;
     return LockRange(file, offset, size, ms == 0 ? 0 : DeadlineAfter(ms));
+}
+
+DWORD ReadFileAt(HANDLE file, ULONGLONG offset, void* buffer, DWORD size, DWORD& got) noexcept {
+    if (DWORD code = FaultDue("ReadFile")) return code;
+    const HandleRef<FileObject> object(file);
+    if (DWORD code = CheckTransfer(object, nullptr, &got, FILE_READ_DATA)) return code;
+    return TransferAll(size, true, got, [&](DWORD done, DWORD left) {
+        return pread(object->Fd(), static_cast<char*>(buffer) + done, left,
+                     static_cast<off_t>(offset + done));
+    });
+}
+
+DWORD WriteFileAt(HANDLE file, ULONGLONG offset, const void* bytes, DWORD size, DWORD& written) noexcept {
+    if (DWORD code = FaultDue("WriteFile")) return code;
+    const HandleRef<FileObject> object(file);
+    if (DWORD code = CheckTransfer(object, nullptr, &written, AllWriteRights)) return code;
+    return TransferAll(size, true, written, [&](DWORD done, DWORD left) {
+        return Durable::WriteAt(object->Fd(), static_cast<const char*>(bytes) + done, left,
+                                static_cast<off_t>(offset + done));
+    });
+}
+
+DWORD SetFileSize(HANDLE file, ULONGLONG size) noexcept {
+    if (DWORD code = FaultDue("SetEndOfFile")) return code;
+    const HandleRef<FileObject> object(file);
+    if (!object) return ERROR_INVALID_HANDLE;
+    if (!(object.Access() & AllWriteRights)) return ERROR_ACCESS_DENIED;
+    return SetSize(object->Fd(), static_cast<off_t>(size), object->WritesThrough());
+}
+
+bool IsFileAt(HANDLE file, const wchar_t* name, bool) noexcept {
+    const HandleRef<FileObject> object(file);
+    struct stat opened, named;
+    if (!object || fstat(object->Fd(), &opened) != 0) return true;
+    if (opened.st_nlink == 0) return false;
+    const NativePath path(name);
+    if (path.Code()) return true;
+    if (stat(path.c_str(), &named) != 0) return errno != ENOENT && errno != ENOTDIR;
+    return opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
 }
 
 }  // namespace Quellan::Corvel::Platform

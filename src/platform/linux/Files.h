@@ -62,7 +62,10 @@ inline constexpr DWORD IO_REPARSE_TAG_SYMLINK = 0xA000000C;
 // this one asks for. Only plain files have them, on file systems that keep locks; a handle for writing alone
 // on a file that its user may not read heeds the others and is not heeded.
 //
-// A new file gets the access-control list of `security`, SecurityDescriptors.h says what that means.
+// A new file gets the access-control list of `security`, SecurityDescriptors.h says what that means. Where the
+// folder is one into which others than the caller and root can put things, what makes files (CREATE_NEW,
+// CREATE_ALWAYS, OPEN_ALWAYS) follows no symbolic link there, 1921 (ERROR_CANT_RESOLVE_FILENAME), and takes
+// no file of a third user's, 5 (ERROR_ACCESS_DENIED).
 TQLIB_API HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                              DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) noexcept;
 // At the end of a file succeeds with 0 bytes. 5 for a handle without the right to read.

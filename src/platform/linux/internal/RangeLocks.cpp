@@ -7,66 +7,20 @@
 
 #include <algorithm>
 #include <chrono>
-#include <csignal>
+#include <ctime>
 
 namespace Quellan::Corvel::Platform {
 
 namespace {
 
-// A signal that interrupts system calls and does nothing else: the last of the real-time signals for which
-// nobody had a handler. 0 when there is none.
-int FindInterruption() noexcept {
-    for (int number = SIGRTMAX; number >= SIGRTMIN; --number) {
-        struct sigaction action {};
-        if (sigaction(number, nullptr, &action) != 0 || action.sa_handler != SIG_DFL) continue;
-        action = {};
-        action.sa_handler = [](int) {};  // without SA_RESTART
-        if (sigaction(number, &action, nullptr) == 0) return number;
-    }
-    return 0;
+// How long to leave a lock alone that somebody has, after so many nanoseconds of waiting for it: hardly at
+// all at first, as most locks are held for a moment, then a millisecond, and the less the longer the wait. So
+// who has waited long asks more often than who has just come, and gets the lock before him as a rule.
+Deadline PauseAfter(Deadline waitedNs) noexcept {
+    constexpr Deadline Us = 1'000, Ms = NanosecondsInMs;
+    if (waitedNs < 100 * Us) return 20 * Us;
+    return std::max(100 * Us, Ms * 32 * Ms / (32 * Ms + waitedNs));
 }
-
-// Interrupts the calling thread's system calls from the deadline on, again and again: once might be just
-// before the call.
-class Alarm {
-  public:
-    explicit Alarm(Deadline deadline) noexcept {
-        static const int signal = FindInterruption();
-        if (signal == 0) return;
-        sigset_t wanted;
-        sigemptyset(&wanted);
-        sigaddset(&wanted, signal);
-        pthread_sigmask(SIG_UNBLOCK, &wanted, &m_previous);
-        sigevent event{};
-        event.sigev_notify = SIGEV_THREAD_ID;
-        event.sigev_signo = signal;
-        event._sigev_un._tid = gettid();
-        m_isSet = timer_create(CLOCK_MONOTONIC, &event, &m_timer) == 0;
-        if (!m_isSet) {
-            pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
-            return;
-        }
-        constexpr long AgainNs = 2'000'000;
-        const itimerspec time{.it_interval = {0, AgainNs}, .it_value = TimeOf(deadline)};
-        timer_settime(m_timer, TIMER_ABSTIME, &time, nullptr);
-    }
-    ~Alarm() {
-        if (!m_isSet) return;
-        const int saved = errno;
-        timer_delete(m_timer);
-        pthread_sigmask(SIG_SETMASK, &m_previous, nullptr);
-        errno = saved;
-    }
-    Alarm(const Alarm&) = delete;
-    Alarm& operator=(const Alarm&) = delete;
-
-    bool IsSet() const noexcept { return m_isSet; }
-
-  private:
-    timer_t m_timer{};
-    sigset_t m_previous;
-    bool m_isSet = false;
-};
 
 struct flock SystemLock(short type, std::int64_t begin, std::int64_t size) noexcept {
     struct flock lock {};
@@ -86,17 +40,18 @@ DWORD CodeOfLock(int error) noexcept {
     return error == EBADF ? ERROR_ACCESS_DENIED : CodeFromErrno(error);
 }
 
+// The system's own wait has no time-out: only a signal would end it, and signals are the application's.
 DWORD WaitForSystemLock(int fd, struct flock lock, Deadline deadline) noexcept {
-    if (Retry([&] { return fcntl(fd, F_OFD_SETLK, &lock); }) == 0) return ERROR_SUCCESS;
-    if (!IsTaken(errno) || deadline == 0) return CodeOfLock(errno);
     if (deadline == Never)
         return Retry([&] { return fcntl(fd, F_OFD_SETLKW, &lock); }) == 0 ? ERROR_SUCCESS : CodeOfLock(errno);
-    const Alarm alarm(deadline);
-    if (!alarm.IsSet()) return ERROR_NO_SYSTEM_RESOURCES;
-    for (;;) {
-        if (fcntl(fd, F_OFD_SETLKW, &lock) == 0) return ERROR_SUCCESS;
-        if (errno != EINTR) return CodeOfLock(errno);
-        if (Now() >= deadline) return ERROR_LOCK_VIOLATION;
+    for (Deadline begin = 0;;) {
+        if (Retry([&] { return fcntl(fd, F_OFD_SETLK, &lock); }) == 0) return ERROR_SUCCESS;
+        if (!IsTaken(errno) || deadline == 0) return CodeOfLock(errno);
+        const Deadline now = Now();
+        if (now >= deadline) return ERROR_LOCK_VIOLATION;
+        if (begin == 0) begin = now;
+        const timespec until = TimeOf(std::min(deadline, now + PauseAfter(now - begin)));
+        clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr);
     }
 }
 
