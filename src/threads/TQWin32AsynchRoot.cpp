@@ -104,7 +104,8 @@ struct Recycler {
 
 // Never destroyed: the last packets are freed at the very end of the process.
 Recycler& TheRecycler() noexcept {
-    static Recycler* const recycler = new Recycler;
+    alignas(Recycler) static std::byte place[sizeof(Recycler)];
+    static Recycler* const recycler = new (place) Recycler;
     return *recycler;
 }
 
