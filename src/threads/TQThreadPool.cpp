@@ -943,11 +943,27 @@ void _TQThreadPoolBase::CloseUp() noexcept {
     const _TQLastErrorKeeper keeper;
     StopThreads();
     m_callOnExit.reset();
-    if (m_port && !Platform::AreOtherThreadsGone()) _CleanUpPort(m_port.Get());
+    if (!m_port || Platform::AreOtherThreadsGone()) return;
+    _CleanUpPort(m_port.Get());
     m_port.Close();
     m_wakeEvent.Close();
     m_startOver.Close();
     m_othersGone.Close();
+    ReleaseMemory();
+}
+
+// Of a pool that may have had more items at once than are kept to be used again.
+void _TQThreadPoolBase::ReleaseMemory() noexcept {
+    std::vector<TQSPtrCont<WorkItemPtr>> spare;
+    ULONGLONG posted = m_posted.load() & ~StoppedPosts;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        spare.swap(m_spareItems);
+        posted += m_lastItemID;
+    }
+    if (posted <= KeptSpareItems) return;
+    spare = {};
+    _TQWin32AsynchRoot::ReleaseFree();
 }
 
 void _TQThreadPoolBase::__ProcessOnExit(void* pool) {

@@ -220,6 +220,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void DeleteRetired();
     void EndPoolThreads();
     void _CleanUpPort(void* port);
+    void ReleaseMemory() noexcept;
     void AwaitOtherPoolThreads(TQPoolThread& self);
     void DropThreadObject(std::unique_ptr<TQPoolThread> thread) noexcept;
     void TellStoppers() noexcept TQ_REQUIRES(m_poolLock);
