@@ -34,7 +34,7 @@ constexpr unsigned int FirstStructuredCode = 0xC0000000;
 constexpr const wchar_t* HandlerContext = L"Processing thread pool work";
 constexpr const wchar_t* PostFailed = L"Posting of the thread pool work failed.";
 
-// A stop packet has this byte count and no record.
+// Of a stop packet, which carries no data.
 constexpr DWORD StopBytes = 0xFFFFFFFF;
 
 // Two 32-bit counters in one word, which change together.
@@ -115,10 +115,10 @@ class _TQThreadPoolBase::Taking {
 
 // What a thread takes out of the port.
 struct _TQThreadPoolBase::Packet {
+    ULONG_PTR key = 0;
     DWORD bytes = 0;
     OVERLAPPED* record = nullptr;
-
-    bool IsStop() const noexcept { return !record && bytes == StopBytes; }
+    DWORD error = ERROR_SUCCESS;  // with which the operation failed that the packet completes
 };
 
 _TQThreadPoolBase::ThreadLimits _TQThreadPoolBase::LimitsFor(DWORD processors, DWORD requested) noexcept {
@@ -134,6 +134,8 @@ _TQThreadPoolBase::_TQThreadPoolBase(const void* data, ULONGLONG size, DWORD max
     const ThreadLimits limits = LimitsFor(ProcessorCount(), maxThreads);
     m_minThreads = limits.minimum;
     m_maxThreads = limits.maximum;
+    MarkAsOwn(m_turn);
+    MarkAsOwn(m_stop);
     m_port.Attach(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
     if (!m_port) TQSysException::ThrowLastError(L"Completion port could not be created for thread pool.");
     const auto event = [](BOOL manualReset, BOOL initialState) {
@@ -162,14 +164,17 @@ bool _TQThreadPoolBase::AddWork(const void* data, DWORD size, DWORD requestorID)
 }
 
 DWORD _TQThreadPoolBase::GetNewRequestorID() {
+    QueueMap made;
+    Translated(L"_TQThreadPoolBase::GetNewRequestorID", [&] { made.try_emplace(0); });
+    auto queue = made.extract(made.begin());
     const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    return Translated(L"_TQThreadPoolBase::GetNewRequestorID", [&]() TQ_NOT_ANALYSED {
-        // Identifiers come round again after 2^32 of them.
-        do
-            ++m_lastRequestorID;
-        while (m_lastRequestorID == 0 || !m_queues.try_emplace(m_lastRequestorID).second);
-        return m_lastRequestorID;
-    });
+    // Identifiers come round again after 2^32 of them.
+    do
+        ++m_lastRequestorID;
+    while (m_lastRequestorID == 0 || m_queues.contains(m_lastRequestorID));
+    queue.key() = m_lastRequestorID;
+    m_queues.insert(std::move(queue));
+    return m_lastRequestorID;
 }
 
 void _TQThreadPoolBase::ReleaseRequestorID(DWORD requestorID) {
@@ -182,17 +187,13 @@ void _TQThreadPoolBase::ReleaseRequestorID(DWORD requestorID) {
 
 void _TQThreadPoolBase::ClearRequestorItems(DWORD requestorID) {
     const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    const auto found = m_queues.find(requestorID);
-    if (found != m_queues.end()) DropItems(found->second);
+    if (WorkQueue* const queue = RequestorQueue(requestorID)) DropItems(*queue);
 }
 
 void _TQThreadPoolBase::ClearAll() {
     const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    for (auto& [id, queue] : m_queues) {
+    for (auto& [id, queue] : m_queues)
         DropItems(queue);
-        queue.dropped = 0;
-    }
-    m_ids->ids.Clear();
     DropAnonymous();
 }
 
@@ -246,7 +247,7 @@ DWORD _TQThreadPoolBase::AnonymousItems() const noexcept {
 DWORD _TQThreadPoolBase::PostsInFlight() const noexcept {
     const ULONGLONG settled = m_settled.load();
     const DWORD items = Low(m_posted.load() - settled) + m_requestorItems.load();
-    return items + m_droppedPackets.load() + static_cast<DWORD>(m_surplusTurns.load());
+    return items + m_droppedPackets.load() - m_missingTurns.load();
 }
 
 void _TQThreadPoolBase::AdjustBusy(bool busy) noexcept {
@@ -267,11 +268,19 @@ void _TQThreadPoolBase::AdjustAllocated(bool add, DWORD count) noexcept {
     }
 }
 
-void _TQThreadPoolBase::AdjustPortObjects(bool add) noexcept {
-    if (add)
-        m_portObjects.fetch_add(1);
-    else
+void _TQThreadPoolBase::AdjustPortObjects(bool add) {
+    if (!add) {
         m_portObjects.fetch_sub(1);
+        return;
+    }
+    if (IsStopped()) ThrowStopped();
+    m_portObjects.fetch_add(1);
+    try {
+        RequireThread();
+    } catch (...) {
+        m_portObjects.fetch_sub(1);
+        throw;
+    }
 }
 
 bool _TQThreadPoolBase::CanStop() const {
@@ -315,6 +324,7 @@ bool _TQThreadPoolBase::_PostWork(const void* data, DWORD size, DWORD requestorI
 void _TQThreadPoolBase::PostAnonymous(const void* data, DWORD size) {
     PacketHolder packet(_TQWin32AsynchRoot::AllocOverlapped(size, true, 0));
     if (size != 0) std::memcpy(packet->data, data, size);
+    MarkAsOwn(*packet);
     const ULONGLONG posted = m_posted.fetch_add(1);
     packet->number = posted & ~StoppedPosts;
     try {
@@ -330,21 +340,28 @@ void _TQThreadPoolBase::PostAnonymous(const void* data, DWORD size) {
 }
 
 void _TQThreadPoolBase::PostForRequestor(const void* data, DWORD size, DWORD requestorID) {
-    WorkItemPtr item;
-    if (size > RecycledBytes) item = AllocWorkData(data, size, requestorID);
-    DWORD itemID;
+    constexpr const wchar_t* where = L"_TQThreadPoolBase::PostForRequestor";
+    WorkItemPtr item = AllocWorkData(data, size, requestorID);
+    const DWORD itemID = item->itemID;
+    DWORD refusal = ERROR_SUCCESS;
     {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);
-        if (IsStopped()) ThrowStopped();
-        WorkQueue& queue = RequestorQueue(requestorID);
-        if (!item) item = AllocWorkData(data, size, requestorID);
-        itemID = item->itemID;
-        queue.items.ReserveOne();
-        m_ids->ids.ReserveOne();
-        queue.items.Push(std::move(item));
-        m_ids->ids.Push(requestorID);
-        m_requestorItems.fetch_add(1);
+        WorkQueue* const queue = RequestorQueue(requestorID);
+        if (IsStopped()) {
+            refusal = StoppedCode;
+        } else if (!queue) {
+            refusal = ERROR_NOT_FOUND;
+        } else if (!queue->items.TryReserveOne() || !m_ids->ids.TryReserveOne()) {
+            refusal = ERROR_OUTOFMEMORY;
+        } else {
+            queue->items.Push(std::move(item));
+            m_ids->ids.Push(requestorID);
+            m_requestorItems.fetch_add(1);
+        }
     }
+    if (refusal == StoppedCode) ThrowStopped();
+    if (refusal == ERROR_OUTOFMEMORY) TQStdExceptions::ThrowMemAllocError(where);
+    if (refusal != ERROR_SUCCESS) throw TQException(refusal, where);
     try {
         RequireThread();
         if (!PostQueuedCompletionStatus(m_port.Get(), size, 0, PlatformRecord(m_turn)))
@@ -379,10 +396,10 @@ DWORD _TQThreadPoolBase::GetNextItemID() noexcept {
     return ++m_lastItemID;
 }
 
-_TQThreadPoolBase::WorkQueue& _TQThreadPoolBase::RequestorQueue(DWORD requestorID) {
+// Null for a requestor that the pool does not know.
+_TQThreadPoolBase::WorkQueue* _TQThreadPoolBase::RequestorQueue(DWORD requestorID) noexcept {
     const auto found = m_queues.find(requestorID);
-    if (found == m_queues.end()) throw TQException(ERROR_NOT_FOUND, L"_TQThreadPoolBase::RequestorQueue");
-    return found->second;
+    return found != m_queues.end() ? &found->second : nullptr;
 }
 
 // The packets of what is dropped stay in the port; whoever takes one finds less to do.
@@ -391,7 +408,7 @@ void _TQThreadPoolBase::DropItems(WorkQueue& queue) noexcept {
     const auto count = static_cast<DWORD>(queue.items.Size());
     queue.items.Clear();
     queue.dropped += count;
-    m_surplusTurns.fetch_add(static_cast<LONG>(count));
+    m_droppedPackets.fetch_add(count);
     m_requestorItems.fetch_sub(count);
 }
 
@@ -414,9 +431,8 @@ void _TQThreadPoolBase::DropAnonymous() noexcept {
 bool _TQThreadPoolBase::TakeBackItem(DWORD requestorID, DWORD itemID) noexcept {
     {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);
-        const auto found = m_queues.find(requestorID);
-        if (found != m_queues.end()) {
-            auto& items = found->second.items;
+        if (WorkQueue* const queue = RequestorQueue(requestorID)) {
+            auto& items = queue->items;
             auto& ids = m_ids->ids;
             // Both are looked through from the end: the entries of a requestor stand for its items in order.
             std::size_t entry = ids.Size();
@@ -431,30 +447,27 @@ bool _TQThreadPoolBase::TakeBackItem(DWORD requestorID, DWORD itemID) noexcept {
                 return true;
             }
         }
-        if (m_surplusTurns.fetch_sub(1) > 0) return false;
+        m_missingTurns.fetch_add(1);
     }
     WakeThread();
     return false;
 }
 
-// Posts packets for requestor items that have none. Whether none is missing any more.
+// Posts packets for entries of the ID queue that have none. Whether none is missing any more.
 bool _TQThreadPoolBase::PostMissingTurns() {
-    for (;;) {
-        {
-            const TQThreadSynch::TQSynchLock guard(m_poolLock);
-            if (m_surplusTurns.load() >= 0) return true;
-            m_surplusTurns.fetch_add(1);
-        }
+    while (m_missingTurns.load() != 0) {
+        // Counted first: whoever takes it must find it in flight.
+        m_missingTurns.fetch_sub(1);
         if (PostQueuedCompletionStatus(m_port.Get(), 0, 0, PlatformRecord(m_turn))) continue;
-        const TQThreadSynch::TQSynchLock guard(m_poolLock);
-        m_surplusTurns.fetch_sub(1);
+        m_missingTurns.fetch_add(1);
         return false;
     }
+    return true;
 }
 
 bool _TQThreadPoolBase::PostThreadStop() const noexcept {
     m_stops.fetch_add(1);
-    if (PostQueuedCompletionStatus(m_port.Get(), StopBytes, 0, nullptr)) return true;
+    if (PostQueuedCompletionStatus(m_port.Get(), StopBytes, 0, PlatformRecord(m_stop))) return true;
     m_stops.fetch_sub(1);
     return false;
 }
@@ -483,7 +496,12 @@ _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::TakeWork(BYTEBuf& data, DWOR
         }
         if (code != ERROR_SUCCESS) throw TQSysException(code, L"Getting asynch queue work data failed.");
 
-        if (packet.IsStop()) {
+        if (!IsOwn(packet)) {
+            taking.reset();
+            HandOn(packet);
+            return GetWorkResult::Packet;
+        }
+        if (packet.record == PlatformRecord(m_stop)) {
             m_stops.fetch_sub(1);
             if (Read(m_allocated) != 1 || PostsInFlight() == 0) return GetWorkResult::Stop;
             Sleep(StopAgainMs);
@@ -496,16 +514,48 @@ _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::TakeWork(BYTEBuf& data, DWOR
 }
 
 DWORD _TQThreadPoolBase::TakePacket(HANDLE port, DWORD ms, Packet& packet) noexcept {
-    ULONG_PTR key = 0;
-    const BOOL isTaken = GetQueuedCompletionStatus(port, &packet.bytes, &key, &packet.record, ms);
-    return isTaken ? ERROR_SUCCESS : GetLastError();
+    if (GetQueuedCompletionStatus(port, &packet.bytes, &packet.key, &packet.record, ms)) return ERROR_SUCCESS;
+    const DWORD code = GetLastError();
+    if (!packet.record) return code;
+    packet.error = code;
+    return ERROR_SUCCESS;
 }
 
+// The pool's own records carry its address in a field that the platform reads of no posted packet. Nothing is
+// read of a record that comes with another key.
+
+void _TQThreadPoolBase::MarkAsOwn(OVERLAPPED_DATA& packet) noexcept {
+    PlatformRecord(packet)->hEvent = this;
+}
+
+bool _TQThreadPoolBase::IsOwn(const Packet& packet) const noexcept {
+    return packet.key == 0 && packet.record && packet.record->hEvent == this;
+}
+
+void _TQThreadPoolBase::HandOn(const Packet& packet) noexcept {
+    if (NeedsThread()) WakeThread();
+    try {
+        OnPortPacket(packet.key, packet.bytes, packet.record, packet.error);
+    } catch (...) {
+        ReportCaught(CallingPoolThread(), nullptr);
+    }
+}
+
+void _TQThreadPoolBase::OnPortPacket(ULONGLONG, DWORD, void*, DWORD) {}
+
+// A post that was accepted is not lost for want of memory: it waits for some, or until it is dropped.
 bool _TQThreadPoolBase::TakeAnonymous(const Packet& packet, BYTEBuf& data) {
     const PacketHolder record(reinterpret_cast<OVERLAPPED_DATA*>(packet.record));
-    if (!CountAsTaken(*record)) return false;
-    data.Assign(record->data, record->length);
-    return true;
+    for (bool isCopied = false, isTold = false; !isCopied && record->number >= m_droppedBelow.load();) {
+        try {
+            data.Assign(record->data, record->length);
+            isCopied = true;
+        } catch (...) {
+            if (!std::exchange(isTold, true)) ReportCaught(CallingPoolThread(), nullptr);
+            Sleep(TakeAgainMs);
+        }
+    }
+    return CountAsTaken(*record);
 }
 
 // False for an anonymous item that was dropped. Its packet is not in flight any more in either case.
@@ -520,25 +570,25 @@ bool _TQThreadPoolBase::CountAsTaken(const OVERLAPPED_DATA& packet) noexcept {
     return true;
 }
 
-// Takes the next item of the requestor whose turn it is; false where all items were dropped.
+// Takes the next item of the requestor whose turn it is; false where that was dropped. Each packet stands for
+// one entry of the ID queue, so that an item keeps its place among those that were posted before and after
+// it, whatever is dropped.
 bool _TQThreadPoolBase::TakeTurn(BYTEBuf& data) noexcept {
     const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    while (!m_ids->ids.IsEmpty())
-        if (GetNextRequestorWork(m_ids->ids.Pop(), data)) return true;
-    m_surplusTurns.fetch_sub(1);
+    if (GetNextRequestorWork(m_ids->ids.Pop(), data)) return true;
+    m_droppedPackets.fetch_sub(1);
     return false;
 }
 
 // False where the entry of the requestor stands for an item that was dropped.
 bool _TQThreadPoolBase::GetNextRequestorWork(DWORD requestorID, BYTEBuf& data) noexcept {
-    const auto found = m_queues.find(requestorID);
-    if (found == m_queues.end()) return false;
-    WorkQueue& queue = found->second;
-    if (queue.dropped != 0) {
-        --queue.dropped;
+    WorkQueue* const queue = RequestorQueue(requestorID);
+    if (!queue) return false;
+    if (queue->dropped != 0) {
+        --queue->dropped;
         return false;
     }
-    WorkItemPtr item = queue.items.Pop();
+    WorkItemPtr item = queue->items.Pop();
     m_requestorItems.fetch_sub(1);
     item->data.Swap(data);
     KeepSpare(std::move(item));
@@ -560,7 +610,8 @@ void _TQThreadPoolBase::KeepSpare(WorkItemPtr&& item) noexcept {
 bool _TQThreadPoolBase::NeedsThread() const {
     if (m_allocated.load() >= m_maxThreads) return false;
     const ULONGLONG use = m_threadUse.load();
-    return High(use) + TakingIn(use) < PostsInFlight();
+    // One more where packets of others may come, which nobody counts.
+    return High(use) + TakingIn(use) < PostsInFlight() + (m_portObjects.load() != 0);
 }
 
 // Sees to it that a thread takes what is about to be posted. The order matters: the post is counted before
@@ -616,13 +667,17 @@ bool _TQThreadPoolBase::AllocPoolThread() {
 }
 
 bool _TQThreadPoolBase::BeginStart() {
-    const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    if (IsStopped()) ThrowStopped();
-    if (m_isStarting || m_allocated.load() >= m_maxThreads) return false;
-    m_isStarting = true;
-    ResetEvent(m_startOver.Get());
-    AdjustAllocated(true, 1);
-    return true;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        if (!IsStopped()) {
+            if (m_isStarting || m_allocated.load() >= m_maxThreads) return false;
+            m_isStarting = true;
+            ResetEvent(m_startOver.Get());
+            AdjustAllocated(true, 1);
+            return true;
+        }
+    }
+    ThrowStopped();
 }
 
 void _TQThreadPoolBase::EndStart() noexcept {
@@ -636,13 +691,17 @@ void _TQThreadPoolBase::StartPoolThread() {
     std::unique_ptr<TQPoolThread> thread(Translated(where, [&] { return AllocThread(); }));
     thread->AssignPool(this);
     thread->SetReadyForWork(true);
+    std::set<TQPoolThread*> made;
+    Translated(where, [&] { made.insert(thread.get()); });
     {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);
-        if (IsStopped()) ThrowStopped();
-        Translated(where, [&]() TQ_NOT_ANALYSED { m_threads.insert(thread.get()); });
-        thread->m_isBeingStarted = true;
-        ++m_threadObjects;
+        if (!IsStopped()) {
+            m_threads.merge(made);
+            thread->m_isBeingStarted = true;
+            ++m_threadObjects;
+        }
     }
+    if (!made.empty()) ThrowStopped();
     try {
         thread->Start();
     } catch (...) {
@@ -661,11 +720,12 @@ void _TQThreadPoolBase::StartPoolThread() {
 }
 
 void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
+    bool isKnown;
     {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);
-        if (!m_threads.contains(thread))
-            throw TQException(ERROR_INVALID_PARAMETER, L"Thread does not belong to this pool.");
+        isKnown = m_threads.contains(thread);
     }
+    if (!isKnown) throw TQException(ERROR_INVALID_PARAMETER, L"Thread does not belong to this pool.");
     if (!thread->IsOwnThread())
         throw TQException(ERROR_INVALID_THREAD_ID,
                           L"Pool thread can only call RunPoolThread from it's running thread.");
@@ -684,7 +744,7 @@ void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
             RunItem(*thread, data);
         else if (result == GetWorkResult::Stop)
             break;
-        else if (Retire(*thread))
+        else if (result == GetWorkResult::TimeOut && Retire(*thread))
             return;
     }
     if (isWaiting) AdjustBusy(true);
@@ -843,11 +903,15 @@ void _TQThreadPoolBase::EndPoolThreads() {
 
 // Takes everything out of the port, up to what posters who were inside their post are still about to add.
 void _TQThreadPoolBase::_CleanUpPort(void* port) {
-    while (PostsInFlight() != 0 || m_stops.load() != 0) {
+    for (;;) {
+        const bool isLast = PostsInFlight() == 0 && m_stops.load() == 0;
         Packet packet;
-        if (const DWORD code = TakePacket(port, PortPassMs, packet)) {
+        if (const DWORD code = TakePacket(port, isLast ? 0 : PortPassMs, packet)) {
+            if (isLast) return;
             if (code != WAIT_TIMEOUT) Sleep(PortPassMs);
-        } else if (packet.IsStop()) {
+        } else if (!IsOwn(packet)) {
+            HandOn(packet);
+        } else if (packet.record == PlatformRecord(m_stop)) {
             m_stops.fetch_sub(1);
         } else {
             BYTEBuf dropped;
@@ -879,10 +943,27 @@ void _TQThreadPoolBase::CloseUp() noexcept {
     const _TQLastErrorKeeper keeper;
     StopThreads();
     m_callOnExit.reset();
+    if (!m_port || Platform::AreOtherThreadsGone()) return;
+    _CleanUpPort(m_port.Get());
     m_port.Close();
     m_wakeEvent.Close();
     m_startOver.Close();
     m_othersGone.Close();
+    ReleaseMemory();
+}
+
+// Of a pool that may have had more items at once than are kept to be used again.
+void _TQThreadPoolBase::ReleaseMemory() noexcept {
+    std::vector<TQSPtrCont<WorkItemPtr>> spare;
+    ULONGLONG posted = m_posted.load() & ~StoppedPosts;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        spare.swap(m_spareItems);
+        posted += m_lastItemID;
+    }
+    if (posted <= KeptSpareItems) return;
+    spare = {};
+    _TQWin32AsynchRoot::ReleaseFree();
 }
 
 void _TQThreadPoolBase::__ProcessOnExit(void* pool) {

@@ -109,7 +109,8 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     DWORD MaxThreads() const;
 
   protected:
-    enum class GetWorkResult { Work, TimeOut, Stop };
+    // With Packet, what came was no item and went to `OnPortPacket`.
+    enum class GetWorkResult { Work, TimeOut, Stop, Packet };
 
     // With a copy of `size` bytes as the pool data, which each thread gets. For `maxThreads` see `LimitsFor`.
     // Throws "Completion port could not be created for thread pool." and "Wakeup event could not be created
@@ -128,9 +129,21 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void AdjustBusy(bool busy) noexcept;
     // Counts threads as allocated or no longer; one more counts as waiting, as one less has to.
     void AdjustAllocated(bool add, DWORD count) noexcept;
-    // Counts an object whose completions come to the port. While there are any no thread retires: the
-    // requests that a thread has made end with it.
-    void AdjustPortObjects(bool add) noexcept;
+    // Counts an object whose completions come to the port. While there are any no thread retires, as the
+    // requests that a thread has made end with it, and the pool sees to it that one waits, up to the maximum.
+    // The first one makes a thread where the pool has none, and throws as `AddWork` where that fails; the
+    // object is not counted then.
+    void AdjustPortObjects(bool add);
+    // A packet of the port that is none of the pool's: the completion of a request, or what somebody posted
+    // there. With its key, byte count and record, and the code of a request that failed, 0 otherwise. It is
+    // no item: no counter of work holds it, and clearing the pool does not drop it. On a pool thread, or
+    // where the pool is stopped or destroyed on the thread that empties the port, while the derived class's
+    // `CloseUp` runs at the latest; what comes after that is lost. What leaves it is reported like a failure
+    // of a handler. It does nothing here: the record is the derived class's.
+    //
+    // A derived class gives its objects keys other than 0. A packet with the key 0 has to have a null record
+    // or one that is there to be read.
+    virtual void OnPortPacket(ULONGLONG key, DWORD bytes, void* record, DWORD error);
     // Whether a pool thread may retire as far as the pool's work goes.
     bool CanStop() const;
     // The calling thread's object where it is a thread of this pool, else null.
@@ -178,10 +191,13 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     bool CountAsTaken(const OVERLAPPED_DATA& packet) noexcept;
     GetWorkResult TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting);
     static DWORD TakePacket(HANDLE port, DWORD ms, Packet& packet) noexcept;
+    void MarkAsOwn(OVERLAPPED_DATA& packet) noexcept;
+    bool IsOwn(const Packet& packet) const noexcept;
+    void HandOn(const Packet& packet) noexcept;
     bool TakeAnonymous(const Packet& packet, BYTEBuf& data);
     bool TakeTurn(BYTEBuf& data) noexcept;
     bool GetNextRequestorWork(DWORD requestorID, BYTEBuf& data) noexcept TQ_REQUIRES(m_poolLock);
-    WorkQueue& RequestorQueue(DWORD requestorID) TQ_REQUIRES(m_poolLock);
+    WorkQueue* RequestorQueue(DWORD requestorID) noexcept TQ_REQUIRES(m_poolLock);
     DWORD GetNextItemID() noexcept TQ_REQUIRES(m_poolLock);
     void DropAnonymous() noexcept TQ_REQUIRES(m_poolLock);
     void DropItems(WorkQueue& queue) noexcept TQ_REQUIRES(m_poolLock);
@@ -204,6 +220,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void DeleteRetired();
     void EndPoolThreads();
     void _CleanUpPort(void* port);
+    void ReleaseMemory() noexcept;
     void AwaitOtherPoolThreads(TQPoolThread& self);
     void DropThreadObject(std::unique_ptr<TQPoolThread> thread) noexcept;
     void TellStoppers() noexcept TQ_REQUIRES(m_poolLock);
@@ -233,12 +250,11 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     Handle m_startOver;        // signalled while nobody makes a thread
     Handle m_othersGone;       // signalled once only threads are left that stop the pool
     OVERLAPPED_DATA m_turn{};  // the packet of every requestor item
+    mutable OVERLAPPED_DATA m_stop{};
     // Rarely written.
     std::atomic<ULONGLONG> m_droppedBelow = 0;  // the number before which no item is taken any more
-    std::atomic<DWORD> m_droppedPackets = 0;    // in flight, of anonymous items that were dropped
-    // Packets in flight for requestor items beyond the items that no thread has taken; items without a packet
-    // where negative. Written under the lock.
-    std::atomic<LONG> m_surplusTurns = 0;
+    std::atomic<DWORD> m_droppedPackets = 0;    // in flight, of items that were dropped
+    std::atomic<DWORD> m_missingTurns = 0;      // entries of the ID queue for which no packet is in flight
     mutable std::atomic<DWORD> m_portObjects = 0;
     mutable std::atomic<DWORD> m_stops = 0;  // stop packets in the port
     std::atomic<ULONGLONG> m_growAgainTick = 0;

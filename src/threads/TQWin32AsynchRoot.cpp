@@ -2,6 +2,7 @@
 
 #include "core/TQStdExceptions.h"
 #include "core/TQThreadSynch.h"
+#include "platform/FreeMemory.h"
 #include "platform/Win32.h"
 
 #include <atomic>
@@ -76,11 +77,19 @@ class Depot {
                 return;
             }
         }
+        Delete(chain);
+    }
+    void Clear() noexcept {
+        for (Chain chain; (chain = Take()).length != 0;)
+            Delete(chain);
+    }
+
+  private:
+    static void Delete(Chain chain) noexcept {
         while (chain.length != 0)
             ::operator delete(chain.Pop());
     }
 
-  private:
     TQThreadSynch m_lock;
     FreeRecord* m_chains TQ_GUARDED_BY(m_lock) = nullptr;
     std::size_t m_records TQ_GUARDED_BY(m_lock) = 0;
@@ -104,7 +113,8 @@ struct Recycler {
 
 // Never destroyed: the last packets are freed at the very end of the process.
 Recycler& TheRecycler() noexcept {
-    static Recycler* const recycler = new Recycler;
+    alignas(Recycler) static std::byte place[sizeof(Recycler)];
+    static Recycler* const recycler = new (place) Recycler;
     return *recycler;
 }
 
@@ -189,6 +199,12 @@ void _TQWin32AsynchRoot::FreeOverlapped(OVERLAPPED_DATA* record) noexcept {
     if (!record) return;
     const BYTE sizeClass = record->sizeClass;
     if (sizeClass == NotRecycled || !Recycle(record, sizeClass)) ::operator delete(record);
+}
+
+void _TQWin32AsynchRoot::ReleaseFree() noexcept {
+    for (Depot& depot : TheRecycler().depots)
+        depot.Clear();
+    Platform::ReturnFreeMemory();
 }
 
 }  // namespace Quellan::Corvel

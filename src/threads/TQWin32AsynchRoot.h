@@ -31,6 +31,10 @@ class TQLIB_API _TQWin32AsynchRoot {
     static void FreeOverlapped(OVERLAPPED_DATA* record) noexcept;
 
     static constexpr DWORD RecycledBytes = 256;
+
+    // Gives the memory of free records back to the system, and with it what else is free in the heap. It
+    // takes a while: only where very many records were in use at once.
+    static void ReleaseFree() noexcept;
 };
 
 }  // namespace Quellan::Corvel

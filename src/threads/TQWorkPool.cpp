@@ -20,8 +20,9 @@ struct SharedPool {
 };
 
 // Never destroyed: clients may leave at the very end of the process.
-SharedPool& TheSharedPool() {
-    static SharedPool* const shared = new SharedPool;
+SharedPool& TheSharedPool() noexcept {
+    alignas(SharedPool) static std::byte place[sizeof(SharedPool)];
+    static SharedPool* const shared = new (place) SharedPool;
     return *shared;
 }
 
@@ -40,13 +41,18 @@ _TQWorkPoolBase::~_TQWorkPoolBase() {
 
 _TQWorkPoolBase& _TQWorkPoolBase::AddClient() {
     SharedPool& shared = TheSharedPool();
-    const TQThreadSynch::TQSynchLock guard(shared.lock);
-    if (!shared.pool) {
-        shared.pool = new (std::nothrow) _TQWorkPoolBase;
-        if (!shared.pool) TQStdExceptions::ThrowMemAllocError(L"_TQWorkPoolBase::AddClient");
+    for (std::unique_ptr<_TQWorkPoolBase> made;;) {
+        {
+            const TQThreadSynch::TQSynchLock guard(shared.lock);
+            if (!shared.pool) shared.pool = made.release();
+            if (shared.pool) {
+                ++shared.clients;
+                return *shared.pool;
+            }
+        }
+        made.reset(new (std::nothrow) _TQWorkPoolBase);
+        if (!made) TQStdExceptions::ThrowMemAllocError(L"_TQWorkPoolBase::AddClient");
     }
-    ++shared.clients;
-    return *shared.pool;
 }
 
 void _TQWorkPoolBase::DelClient() {

@@ -81,9 +81,10 @@ class ScriptedThread : public TQPoolThread {
     }
     // The objects alive, of all pools.
     static int Objects() { return s_objects; }
-    // From within a handler: the thread's next call of `function` fails with `code`.
-    static void FailNext(const char* function, DWORD code) {
-        t_current->m_fault = std::make_unique<FailCall>(function, code);
+    // From within a handler: a fault that lives until the thread's next item.
+    template <class FaultT, class... Arguments>
+    static void FailNext(Arguments... arguments) {
+        t_current->m_fault = std::make_shared<FaultT>(arguments...);
     }
 
     using TQPoolThread::PostPoolWork;
@@ -116,7 +117,7 @@ class ScriptedThread : public TQPoolThread {
   private:
     Script* m_script = nullptr;
     static inline thread_local ScriptedThread* t_current = nullptr;
-    std::unique_ptr<FailCall> m_fault;  // made and ended on the thread itself
+    std::shared_ptr<void> m_fault;  // made and ended on the thread itself
     static inline std::atomic<int> s_objects = 0;
 };
 
@@ -161,6 +162,40 @@ class TestPool : public TQThreadPool<ScriptedThread, Policy, N> {
 
   private:
     explicit TestPool(Script* script) : Base(&script, sizeof script) {}
+};
+
+// A pool of two that keeps the packets of others, and fails at those of 7 bytes.
+class PortPool : public TestPool<2> {
+  public:
+    struct Packet {
+        ULONGLONG key;
+        DWORD bytes;
+        void* record;
+        DWORD error;
+        bool operator==(const Packet&) const = default;
+    };
+
+    using TestPool::TestPool;
+    ~PortPool() override { CloseUp(); }
+    void PostPacket(const Packet& packet) {
+        EXPECT_TRUE(PostQueuedCompletionStatus(Port(), packet.bytes, packet.key,
+                                               static_cast<OVERLAPPED*>(packet.record)));
+    }
+    std::vector<Packet> Packets() const {
+        const std::lock_guard guard(m_lock);
+        return m_packets;
+    }
+
+  protected:
+    void OnPortPacket(ULONGLONG key, DWORD bytes, void* record, DWORD error) override {
+        const std::lock_guard guard(m_lock);
+        m_packets.push_back({key, bytes, record, error});
+        if (bytes == 7) throw TQException(7u, L"packet");
+    }
+
+  private:
+    mutable std::mutex m_lock;
+    std::vector<Packet> m_packets;
 };
 
 // Keeps threads of a pool inside handlers until it is opened.

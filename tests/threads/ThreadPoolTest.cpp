@@ -30,6 +30,21 @@ std::wstring MessageFrom(Operation operation) {
     return L"";
 }
 
+// Each allocation fails in turn, those of the platform among them, which has a code of its own for it.
+template <class Operation, class Check>
+void SweepMemory(Operation operation, Check check) {
+    SweepAllocations(
+        [&] {
+            try {
+                operation();
+            } catch (const TQCoreException& e) {
+                if (e.ErrCode() == ERROR_NOT_ENOUGH_MEMORY) TQStdExceptions::ThrowMemAllocError(L"platform");
+                throw;
+            }
+        },
+        check);
+}
+
 // What is to be true of a pool that was stopped.
 void ExpectEnded(const _TQThreadPoolBase& pool, const Script& script) {
     EXPECT_EQ(script.handlers, 0);
@@ -554,7 +569,8 @@ TEST(ThreadPool, DoesWithTheThreadsThatItHas) {
 TEST(ThreadPool, GoesOnAfterAFailureToTakeWork) {
     Script script;
     script.onWork = [](const std::string& work) {
-        if (work == "fail") ScriptedThread::FailNext("GetQueuedCompletionStatus", ERROR_NO_SYSTEM_RESOURCES);
+        if (work == "fail")
+            ScriptedThread::FailNext<FailCall>("GetQueuedCompletionStatus", DWORD{ERROR_NO_SYSTEM_RESOURCES});
     };
     TestPool<2> pool(script);
     pool.Post("fail");
@@ -566,6 +582,69 @@ TEST(ThreadPool, GoesOnAfterAFailureToTakeWork) {
     pool.Post("after");
     pool.AwaitQuiet();
     EXPECT_THAT(script.Items(), ElementsAre("fail", "after"));
+}
+
+TEST(ThreadPool, LosesNoItemThatThereIsNoMemoryToTake) {
+    Script script;
+    script.onWork = [](const std::string& work) {
+        if (work == "fail") ScriptedThread::FailNext<FailAllocation>();
+    };
+    TestPool<2> pool(script);
+    const std::string longer(1'000, 'a');
+    pool.Post("fail");
+    pool.AwaitQuiet();
+    pool.Post(longer);
+    pool.AwaitQuiet();
+    EXPECT_THAT(script.Items(), ElementsAre("fail", longer));
+    ASSERT_EQ(script.Errors().size(), 1u);
+    EXPECT_EQ(script.Errors()[0].code, 14u);
+}
+
+TEST(PortPackets, GoToWhomTheyAreForAndAreNoWork) {
+    Script script;
+    PortPool pool(script);
+    pool.idleWaitMs = 1;
+    pool.AdjustPortObjects(true);
+    EXPECT_EQ(pool.ThreadsAllocated(), 1u) << "to take them";
+    OVERLAPPED record{};
+    const PortPool::Packet rows[] = {
+        {5, 10, &record, 0}, {5, 0xFFFFFFFF, nullptr, 0}, {5, 7, &record, 0}, {5, 0, &pool, 0},
+        {0, 0, nullptr, 0},  {0, 0xFFFFFFFF, nullptr, 0}, {0, 9, &record, 0}};
+    std::vector<PortPool::Packet> posted;
+    for (const auto& row : rows) {
+        pool.PostPacket(posted.emplace_back(row));
+        Until([&] { return pool.Packets().size() == posted.size(); });
+        EXPECT_EQ(pool.WorkCount(), 0u);
+    }
+    EXPECT_EQ(pool.Packets(), posted);
+    Until([&] { return !script.Errors().empty(); });
+    EXPECT_EQ(script.Errors()[0].code, 7u);
+    EXPECT_NE(script.Errors()[0].thread, 0u);
+    EXPECT_FALSE(pool.CanStop());
+    pool.AdjustPortObjects(false);
+    EXPECT_TRUE(pool.CanStop());
+    pool.idleMs = 600'001;
+    pool.Post("work");
+    Until([&] { return pool.ThreadsAllocated() == 0; });
+    EXPECT_THAT(script.Items(), ElementsAre("work"));
+    pool.PostPacket(rows[0]);
+    pool.StopThreads();
+    EXPECT_EQ(pool.Packets().size(), posted.size() + 1) << "handed on by the one who empties the port";
+    EXPECT_EQ(ThrownCode([&] { pool.AdjustPortObjects(true); }), Stopped);
+}
+
+TEST(PortPackets, FindAThreadBesideOneThatIsBusy) {
+    Script script;
+    Gate gate;
+    script.onWork = [&](const std::string&) { gate.Pass(); };
+    PortPool pool(script);
+    pool.AdjustPortObjects(true);
+    pool.Post("");
+    Until([&] { return gate.Came() == 1; });
+    pool.PostPacket({5, 1, nullptr, 0});
+    Until([&] { return pool.Packets().size() == 1; });
+    pool.AdjustPortObjects(false);
+    gate.Open();
 }
 
 // All threads of a pool with more than its minimum.
@@ -661,9 +740,9 @@ TEST(PoolThread, LeavesThePoolWhenItIsStopped) {
 }
 
 TEST(WorkPool, LivesFromItsFirstClientToItsLast) {
-    EXPECT_EQ(_TQWorkPoolBase::GetInstance(), nullptr);
+    const auto expectNone = [] { EXPECT_EQ(_TQWorkPoolBase::GetInstance(), nullptr); };
+    SweepMemory([] { _TQWorkPoolBase::AddClient(); }, expectNone);
     _TQWorkPoolBase& pool = _TQWorkPoolBase::AddClient();
-    EXPECT_EQ(&_TQWorkPoolBase::AddClient(), &pool);
     EXPECT_EQ(_TQWorkPoolBase::GetInstance(), &pool);
     _TQWorkPoolBase::DelClient();
     EXPECT_EQ(_TQWorkPoolBase::GetInstance(), &pool);

@@ -22,17 +22,22 @@ class Ring {
 
     // Makes room for one more element, so that the next `Push` can't fail. Throws 14 (ERROR_OUTOFMEMORY).
     void ReserveOne() {
-        if (m_size < m_capacity) return;
+        if (!TryReserveOne()) TQStdExceptions::ThrowMemAllocError(L"Ring::ReserveOne");
+    }
+    // The same for a caller who holds a lock, under which nothing is thrown for want of memory. False then.
+    [[nodiscard]] bool TryReserveOne() noexcept {
+        if (m_size < m_capacity) return true;
         const std::size_t capacity = m_capacity ? 2 * m_capacity : FirstCapacity;
         std::unique_ptr<T[]> slots(new (std::nothrow) T[capacity]());
-        if (!slots) TQStdExceptions::ThrowMemAllocError(L"Ring::ReserveOne");
+        if (!slots) return false;
         for (std::size_t i = 0; i < m_size; ++i)
             slots[i] = std::move((*this)[i]);
         m_slots = std::move(slots);
         m_capacity = capacity;
         m_head = 0;
+        return true;
     }
-    // Only after `ReserveOne`.
+    // Only after room was made.
     void Push(T element) noexcept { (*this)[m_size++] = std::move(element); }
     // Only where there is an element.
     T Pop() noexcept {
