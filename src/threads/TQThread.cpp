@@ -66,10 +66,10 @@ void TQThread::Start(bool suspended) {
     }
     while (!StartAfter(AwaitLastThread(false), suspended)) {
     }
-    if (!suspended) WaitForStartup();
 }
 
-// Starts a new thread, the last one being over; false, with nothing done, where that was no longer the last.
+// Starts a new thread as `Start` does, the last one being over; false, with nothing done, where that was no
+// longer the last.
 // The thread is made while the lock is free, and let go once all that is known of it stands here.
 bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
     ThreadHandleHolder startupEvent, thread, lastEvent;
@@ -114,12 +114,14 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         m_thread = thread;
         m_id = id;
-        m_startupEvent = std::move(startupEvent);
+        m_startupEvent = startupEvent;
         m_state = suspended ? State::Suspended : State::Starting;
         m_startTime = TQTime::CurrentTime();
         m_startTimeUTC = TQTime::CurrentUTCTime();
     }
-    if (!suspended) LetGo(thread, true);
+    if (suspended) return true;
+    LetGo(thread, true);
+    AwaitStartup(startupEvent, thread);
     return true;
 }
 
@@ -174,10 +176,11 @@ TQString TQThread::ResultMessage() const {
 }
 
 void TQThread::Resume(DWORD* previousCount) {
-    ThreadHandleHolder thread;
+    ThreadHandleHolder startupEvent, thread;
     bool isSuspended;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
+        startupEvent = m_startupEvent;
         thread = m_thread;
         isSuspended = m_state == State::Suspended;
         if (isSuspended) m_state = State::Starting;
@@ -185,7 +188,7 @@ void TQThread::Resume(DWORD* previousCount) {
     const DWORD previous = LetGo(thread, isSuspended);
     if (previousCount) *previousCount = previous;
     // Somebody else who suspended it too has yet to let it go.
-    if (previous <= 1) WaitForStartup();
+    if (previous <= 1) AwaitStartup(startupEvent, thread);
 }
 
 // Resumes the thread and gives how often it was suspended. `isSuspended`: the state was Suspended, and is so
@@ -257,20 +260,24 @@ void TQThread::WaitForStartup() {
         startupEvent = m_startupEvent;
         thread = m_thread;
     }
+    AwaitStartup(startupEvent, thread);
+}
+
+// A thread that has started may have destroyed the object.
+void TQThread::AwaitStartup(const ThreadHandleHolder& startupEvent, const ThreadHandleHolder& thread) {
     if (!startupEvent) return;
     const HANDLE handles[] = {startupEvent.Get(), thread.Get()};
     const DWORD result = WaitForMultipleObjects(2, handles, FALSE, INFINITE);
-    const DWORD code = GetLastError();
-    const bool isDead = result == WAIT_OBJECT_0 + 1;
+    if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
+    if (result == WAIT_OBJECT_0) return;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         if (m_startupEvent == startupEvent) {
             m_startupEvent.Close();
-            if (isDead) m_state = State::Ended;
+            m_state = State::Ended;
         }
     }
-    if (result == WAIT_FAILED) throw TQSysException(code, WaitFailed);
-    if (isDead) throw TQException(ERROR_OPERATION_ABORTED, L"Thread failed to start properly.");
+    throw TQException(ERROR_OPERATION_ABORTED, L"Thread failed to start properly.");
 }
 
 bool TQThread::HasThread() const {
@@ -347,7 +354,7 @@ unsigned int TQThread::RunThread() {
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         m_state = State::Running;
-        startupEvent = m_startupEvent;
+        startupEvent.Swap(m_startupEvent);
     }
     // Whoever waits for it takes the lock at once.
     if (startupEvent && !SetEvent(startupEvent.Get())) TQSysException::ThrowLastError(L"TQThread::RunThread");

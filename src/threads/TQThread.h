@@ -127,6 +127,7 @@ class TQLIB_API TQThread : public TQObject {
     bool StartAfter(const ThreadHandleHolder& last, bool suspended);
     static void EndUnowned(DWORD id) noexcept;
     DWORD LetGo(const ThreadHandleHolder& thread, bool isSuspended);
+    void AwaitStartup(const ThreadHandleHolder& startupEvent, const ThreadHandleHolder& thread);
     ThreadHandleHolder AwaitLastThread(bool evenAtWork) noexcept;
     void SetEnded(unsigned int code, TQString&& message) noexcept;
 
@@ -135,7 +136,7 @@ class TQLIB_API TQThread : public TQObject {
     bool m_isStopRequested TQ_GUARDED_BY(m_lock) = false;
     ThreadHandleHolder m_thread TQ_GUARDED_BY(m_lock);
     DWORD m_id TQ_GUARDED_BY(m_lock) = 0;
-    ThreadHandleHolder m_startupEvent TQ_GUARDED_BY(m_lock);  // from `Start` to the end of `WaitForStartup`
+    ThreadHandleHolder m_startupEvent TQ_GUARDED_BY(m_lock);  // from `Start` until the thread has come through it
     TQTime m_startTime TQ_GUARDED_BY(m_lock);
     TQTime m_startTimeUTC TQ_GUARDED_BY(m_lock);
     DWORD m_stackSize TQ_GUARDED_BY(m_lock) = 0;

@@ -8,11 +8,11 @@ namespace Quellan::Corvel {
 
 // Gives the calling thread a priority (one of the platform's THREAD_PRIORITY_ values) and its old one back at
 // the end; belongs on that thread's stack.
-class [[nodiscard]] TQLIB_API TQThreadPriority : public TQObject {
+class TQLIB_API TQThreadPriority : public TQObject {
   public:
     // Changes nothing where the thread has that priority, or with `raiseOnly` a higher one. Throws the
     // platform's code.
-    explicit TQThreadPriority(int priority, bool raiseOnly = false);
+    [[nodiscard]] explicit TQThreadPriority(int priority, bool raiseOnly = false);
     TQThreadPriority(const TQThreadPriority&) = delete;
     TQThreadPriority& operator=(const TQThreadPriority&) = delete;
     // Restores the old priority where the constructor changed it.

@@ -1,12 +1,13 @@
 #include "platform/linux/CriticalSections.h"
 
 #include "platform/RaceTools.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/Futex.h"
 #include "platform/linux/internal/LockWatch.h"
 
-#include <pthread.h>
+#include <unistd.h>
 
 using namespace Quellan::Corvel::Platform;
 
@@ -26,17 +27,19 @@ constexpr std::uint32_t Generations = 1u << (31 - GenerationShift);
 
 [[gnu::tls_model("initial-exec")]] constinit thread_local std::uint32_t t_name = 0;  // 0: none yet
 
-// Written in the child of a fork, before it has other threads.
-constinit std::uint32_t g_generation = 0;
-constinit std::uint32_t g_forker = 0;  // the name of the thread that made this process by a fork
+// The name of the thread that made this process by a fork; written before the process has others.
+constinit std::uint32_t g_forker = 0;
 
-[[maybe_unused]] const int g_forkWatch = pthread_atfork(nullptr, nullptr, [] {
-    g_generation = (g_generation + 1) % Generations;
-    g_forker = t_name;
+const ForkPart g_forkPart(ForkOrder::Ids, nullptr, [](bool isChild) noexcept {
+    if (isChild) g_forker = t_name;
 });
 
+std::uint32_t Generation() noexcept {
+    return ForkGeneration() % Generations;
+}
+
 [[gnu::noinline]] std::uint32_t NewName() noexcept {
-    return t_name = static_cast<std::uint32_t>(gettid()) | g_generation << GenerationShift;
+    return t_name = static_cast<std::uint32_t>(gettid()) | Generation() << GenerationShift;
 }
 
 std::uint32_t Self() noexcept {
@@ -47,7 +50,7 @@ std::uint32_t Self() noexcept {
 // Whether nobody is inside: the section is free, or its owner is no thread of this process.
 bool IsFree(std::uint32_t state) noexcept {
     const std::uint32_t owner = state & ~Contended;
-    return owner == 0 || (owner >> GenerationShift != g_generation && owner != g_forker);
+    return owner == 0 || (owner >> GenerationShift != Generation() && owner != g_forker);
 }
 
 // The structure is plain memory to its users; inside it the lock state is a word to sleep on.

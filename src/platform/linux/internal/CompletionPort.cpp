@@ -1,5 +1,6 @@
 #include "platform/linux/internal/CompletionPort.h"
 
+#include "platform/RaceTools.h"
 #include "platform/linux/internal/ThreadObject.h"
 
 #include <mutex>
@@ -13,6 +14,7 @@ namespace {
 }  // namespace
 
 DWORD CompletionPort::Post(const Packet& packet) noexcept {
+    TellReleased(this);
     for (PacketQueue::BlockPtr block;;) {
         {
             WakeList wakes;
@@ -37,6 +39,7 @@ DWORD CompletionPort::Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept {
         if (m_closed) return ERROR_ABANDONED_WAIT_0;
         if (!m_packets.IsEmpty()) {
             packet = m_packets.Pop(drained);
+            TellAcquired(this);
             return ERROR_SUCCESS;
         }
         if (ms == 0) return WAIT_TIMEOUT;
@@ -53,6 +56,7 @@ DWORD CompletionPort::Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept {
     }
     if (waiter.Outcome() != Taken) return ERROR_ABANDONED_WAIT_0;
     packet = seat.m_packet;
+    TellAcquired(this);
     return ERROR_SUCCESS;
 }
 
@@ -61,6 +65,7 @@ bool CompletionPort::TryGetNext(Packet& packet) noexcept {
     const std::scoped_lock lock(m_lock);
     if (m_closed || m_packets.IsEmpty()) return false;
     packet = m_packets.Pop(drained);
+    TellAcquired(this);
     return true;
 }
 
