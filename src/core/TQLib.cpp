@@ -266,11 +266,13 @@ void TQLib::RemoveLowMemoryHandler(LowMemoryHandler handler, void* context) noex
 }
 
 void TQLib::CallLowMemoryHandlers() noexcept {
-    // One flag for all threads: a thread's own would have to be allocated on some platforms.
-    static std::atomic<bool> isCalling = false;
-    if (isCalling.exchange(true)) return;
+    // One mark for all threads: a thread's own would have to be allocated on some platforms. It names the
+    // process, because a forked child may inherit it from a thread that it does not have.
+    static std::atomic<DWORD> callingProcess = 0;
+    const DWORD self = GetCurrentProcessId();
+    if (callingProcess.exchange(self) == self) return;
     TheState().lowMemoryHandlers.CallAll();
-    isCalling = false;
+    callingProcess = 0;
 }
 
 void TQLib::RegisterResourceStore(unsigned int storeId, const TQString& baseName) {

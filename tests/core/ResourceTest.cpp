@@ -178,6 +178,15 @@ TEST_F(Resource, ThatCannotBeLoadedNowIsLoadedLater) {
     EXPECT_EQ(ThrownCode([] { return TQMsgRes(TestStore + 2, 1).Text(TQStrResDestination::Log); }), 317u);
 }
 
+TEST_F(Resource, StoreThatFindsNoMemoryIsNotRegistered) {
+    constexpr unsigned store = TestStore + 3;
+    const TQString name(L"a store with a name that needs memory");
+    SweepAllocations([&] { TQLib::RegisterResourceStore(store, name); },
+                     [&] { EXPECT_EQ(ThrownCode([&] { return TQLib::ResourceBaseName(store); }), 1168u); });
+    const TQString language(L"a language with a name that needs memory");
+    SweepAllocations([&] { return TQLib::GetResourceLanguageModule(store, language); }, [] {});
+}
+
 TEST_F(Resource, DestinationsHaveLocalesOfTheirOwn) {
     EXPECT_EQ(TQLib::DestinationLocaleIDs(TQStrResDestination::Log), std::vector<LCID>{English});
     EXPECT_EQ(TQLib::DestinationLocaleIDs(TQStrResDestination::User).back(), English);

@@ -43,9 +43,10 @@ const std::vector<PlatformCall>& FailingCalls() {
         // Texts, modules and the process.
         {"FormatMessageW", No, {ERROR_MR_MID_NOT_FOUND, ERROR_NOT_ENOUGH_MEMORY}},
         {"LoadStringW", No, {ERROR_RESOURCE_NAME_NOT_FOUND}},
+        {"GetModuleBaseNameW", No, {ERROR_INVALID_HANDLE, ERROR_NOT_ENOUGH_MEMORY}},
         {"GetModuleFileNameW", No, {ERROR_NOT_ENOUGH_MEMORY}},
         {"GetModuleHandleExW", No, {ERROR_MOD_NOT_FOUND}},
-        {"LoadLibraryW", No, {ERROR_MOD_NOT_FOUND, ERROR_NOT_ENOUGH_MEMORY}},
+        {"LoadLibraryExW", No, {ERROR_MOD_NOT_FOUND, ERROR_NOT_ENOUGH_MEMORY}},
         {"EnumProcessModules", No, {ERROR_PARTIAL_COPY}},
         {"MultiByteToWideChar", No, {ERROR_NO_UNICODE_TRANSLATION}},
         {"WideCharToMultiByte", No, {ERROR_NO_UNICODE_TRANSLATION}},

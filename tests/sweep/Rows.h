@@ -5,6 +5,7 @@
 
 namespace Quellan::Corvel::Test {
 
+std::vector<SweptOperation> CoreRows();
 std::vector<SweptOperation> TextRows();
 std::vector<SweptOperation> FileRows();
 std::vector<SweptOperation> SecurityRows();

@@ -47,7 +47,7 @@ std::vector<SweptOperation> TextRows() {
         Swept(
             "string trim", Text, [](TQString& text) { text.Trim(L"aw "); }, Unchanged),
         Swept("string parts", Text, [](TQString& text) { text.Left(40) + text.Mid(9) + text.Right(40); }),
-        Swept("string case", Text, [](TQString& text) { text.ToUpper().ToLower(); }),
+        Swept("string case", Text, [](TQString& text) { TQString{text.ToUpper().ToLower()}; }),
         Swept("string no case", Text,
               [](TQString& text) {
                   EXPECT_EQ(text.FindNoCase(Long), 0u);
@@ -76,7 +76,7 @@ std::vector<SweptOperation> TextRows() {
             "array set", Texts, [](TQStringArray& texts) { texts.SetAt(1, Text()); }, Unchanged),
         Swept(
             "array join and split", Texts,
-            [](TQStringArray& texts) { TQStringArray::Split(texts.Join(Text()), TQString(L" ,")); },
+            [](TQStringArray& texts) { return TQStringArray::Split(texts.Join(Text()), TQString(L" ,")); },
             Unchanged),
         Swept("buffer copy", Bytes, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
         Swept(

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "core/TQThreadSynch.h"
-#include "platform/Types.h"
+#include "platform/Win32.h"
 
 #include <atomic>
 #include <thread>
@@ -26,15 +26,19 @@ class CallsUnderWay {
     // Held while a callback is chosen and its call begun, or taken away; never while it runs.
     TQThreadSynch lock;
 
-    void Begin(Call& call) noexcept TQ_REQUIRES(lock) { call.next = std::exchange(m_first, &call); }
+    void Begin(Call& call) noexcept TQ_REQUIRES(lock) {
+        ForgetOtherProcess();
+        call.next = std::exchange(m_first, &call);
+    }
 
     void End(Call& call) noexcept {
         {
             const TQThreadSynch::TQSynchLock guard(lock);
+            ForgetOtherProcess();
             Call** link = &m_first;
-            while (*link != &call)
+            while (*link && *link != &call)
                 link = &(*link)->next;
-            *link = call.next;
+            if (*link) *link = call.next;
             m_ended.fetch_add(1, std::memory_order_relaxed);
         }
         m_ended.notify_all();
@@ -46,6 +50,7 @@ class CallsUnderWay {
             unsigned ended = 0;
             {
                 const TQThreadSynch::TQSynchLock guard(lock);
+                ForgetOtherProcess();
                 if (!IsCalledByOthers(key)) return;
                 ended = m_ended.load(std::memory_order_relaxed);
             }
@@ -54,6 +59,12 @@ class CallsUnderWay {
     }
 
   private:
+    // A forked child has none of the threads whose calls it inherits.
+    void ForgetOtherProcess() noexcept TQ_REQUIRES(lock) {
+        const DWORD process = GetCurrentProcessId();
+        if (std::exchange(m_process, process) != process) m_first = nullptr;
+    }
+
     bool IsCalledByOthers(const Key& key) const noexcept TQ_REQUIRES(lock) {
         for (const Call* call = m_first; call; call = call->next)
             if (call->key == key && call->thread != std::this_thread::get_id()) return true;
@@ -61,7 +72,8 @@ class CallsUnderWay {
     }
 
     Call* m_first TQ_GUARDED_BY(lock) = nullptr;
-    std::atomic<unsigned> m_ended = 0;  // calls so far; raised under the lock
+    DWORD m_process TQ_GUARDED_BY(lock) = 0;  // whose calls these are
+    std::atomic<unsigned> m_ended = 0;        // calls so far; raised under the lock
 };
 
 }  // namespace Quellan::Corvel

@@ -1,0 +1,154 @@
+#include "core/TQException.h"
+#include "core/TQLib.h"
+#include "support/ThrownCode.h"
+#include "sweep/Rows.h"
+#include "system/TQLocale.h"
+#include "system/TQSysProc.h"
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <tuple>
+#include <vector>
+
+namespace Quellan::Corvel::Test {
+
+namespace {
+
+const std::wstring Long(200, L'x');
+const std::vector<LCID> English{0x0409};
+constexpr auto User = TQStrResDestination::User;
+
+TQException Plain() {
+    return TQException(5u, L"message");
+}
+
+TQException Nested() {
+    TQException e(TQException(1u, Long.c_str()), 5u, Long.c_str());
+    e.SetAction(Long.c_str());
+    e.AddErrFile(Long.c_str());
+    std::ignore = e.FullMsg(User);
+    return e;
+}
+
+TQException OfResource() {
+    return TQException(5u, 0xCFFF4001u, TQMsgRes(TQLib::ResourceStoreID));
+}
+
+// For what has no object.
+int Nothing() {
+    return 0;
+}
+
+void Handler(void*) {}
+void LowMemoryHandler(void*) noexcept {}
+
+constexpr Promise Unchanged = Promise::Unchanged;
+
+// The text of a code is left out of a message, and a language passed over, where it can't be had.
+constexpr std::string_view Message = "new FormatMessageW GetLocaleInfoW LocalAlloc";
+constexpr std::string_view Event =
+    "new FormatMessageW GetModuleFileNameW LocalAlloc RegisterEventSourceW ReportEventW";
+
+}  // namespace
+
+std::vector<SweptOperation> CoreRows() {
+    return {
+        Swept("exception", Plain, [](TQException& e) { TQException(e, 7u, Long.c_str()); }),
+        Swept("exception copy", Nested,
+              [](TQException& e) { const std::unique_ptr<TQCoreException> copy(e.AllocCopy()); }),
+        Swept(
+            "exception assign", Plain, [](TQException& e) { e = Nested(); }, Unchanged, Message),
+        Swept(
+            "exception action", Plain, [](TQException& e) { e.SetAction(Long.c_str()); }, Unchanged),
+        Swept(
+            "exception files", Plain, [](TQException& e) { e.AddErrFile(Long.c_str()); }, Unchanged),
+        Swept("unknown exception", Nothing,
+              [](int&) { std::ignore = TQCoreException::Unknown(Long.c_str(), L"text"); }),
+        Swept(
+            "message", Plain, [](TQException& e) { std::ignore = TQException(e).FullMsg(User); }, Unchanged,
+            Message),
+        Swept(
+            "message of a resource", OfResource,
+            [](TQException& e) { std::ignore = TQException(e).FullMsg(User, L"a", L"b"); }, Unchanged,
+            Message),
+        Swept(
+            "text of a resource", Nothing,
+            [](int&) {
+                std::ignore =
+                    TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001).Text(User, Long, std::wstring_view(L"b"));
+            },
+            Promise::Works, "FormatMessageW GetLocaleInfoW"),
+        Swept(
+            "log block", Plain,
+            [](TQException& e) {
+                STLString block;
+                TQException(e).AssembleLogOutput(L"where", block);
+                const auto address = reinterpret_cast<const void*>(&Handler);
+                const TQOSExceptionRecord record{0xC0000094, 0, address, 0, 0, 0, 0};
+                _TQWin32Exception(record).AssembleLogOutput(nullptr, block);
+            },
+            Unchanged, "new FormatMessageW LocalAlloc GetModuleHandleExW"),
+        Swept("event", Nothing,
+              [](int&) { TQEventLog::LogStringEvent(L"TQTest", 1, 1, TQEventType::Error, L"", L""); }),
+        Swept(
+            "event of an exception", Plain, [](TQException& e) { TQException(e).LogEvent(); }, Unchanged,
+            Event),
+        Swept(
+            "event of an unhandled exception", Nothing,
+            [](int&) {
+                try {
+                    throw std::runtime_error("text");
+                } catch (...) {
+                    TQCoreException::LogUnhandledCurrent(L"where");
+                }
+            },
+            Promise::Works, Event),
+        Swept("application", Nothing,
+              [](int&) {
+                  TQLib::SetAppVersion(Long);
+                  TQLib::SetProductName(Long);
+                  std::ignore = TQLib::GetAppName() + TQLib::AppVersion() + TQLib::ProductName();
+              }),
+        Swept("registered store", Nothing,
+              [](int&) {
+                  const auto again = [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); };
+                  if (const DWORD code = ThrownCode(again); code != ERROR_ALREADY_EXISTS) again();
+              }),
+        Swept("locales", Nothing,
+              [](int&) {
+                  std::ignore = TQLib::DestinationLocaleIDs(User);
+                  TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
+                  std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
+              }),
+        Swept("exit handler", Nothing,
+              [](int&) {
+                  TQLib::AddExitHandler(Handler, nullptr);
+                  TQLib::RemoveExitHandler(Handler, nullptr);
+              }),
+        Swept("low-memory handler", Nothing,
+              [](int&) {
+                  TQLib::AddLowMemoryHandler(LowMemoryHandler, nullptr);
+                  TQLib::RemoveLowMemoryHandler(LowMemoryHandler, nullptr);
+              }),
+        Swept("object", Plain, [](TQException& e) { std::ignore = e.Description(); }),
+        Swept(
+            "modules", Nothing,
+            [](int&) {
+                std::ignore = TQSysProc::ModuleBaseName(nullptr);
+                std::ignore = TQSysProc::ModuleAt(reinterpret_cast<const void*>(&Handler));
+                std::ignore = TQSysProc::FindLoadedModule(L"no-such-module");
+                std::ignore = TQSysProc::LoadModule(L"TQRes_en.dll");
+            },
+            Promise::Works, "GetModuleHandleExW GetModuleBaseNameW"),
+        Swept("command line", Nothing, [](int&) { std::ignore = TQSysProc::CommandLine(); }),
+        Swept(
+            "locale", Nothing,
+            [](int&) {
+                std::ignore = TQLocale(0x0409).LanguageString() + TQLocale(0x0409).LanguageBaseString();
+            },
+            Promise::Works, "GetLocaleInfoW"),
+    };
+}
+
+}  // namespace Quellan::Corvel::Test
