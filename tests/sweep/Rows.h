@@ -8,5 +8,6 @@ namespace Quellan::Corvel::Test {
 std::vector<SweptOperation> TextRows();
 std::vector<SweptOperation> FileRows();
 std::vector<SweptOperation> SecurityRows();
+std::vector<SweptOperation> LogRows();
 
 }  // namespace Quellan::Corvel::Test
