@@ -240,7 +240,7 @@ TEST_F(Logs, DropWhatCannotBeWrittenAndTellOfItOnce) {
     for (const auto& [sink, code] : {std::pair(&m_events, ERROR_IO_DEVICE), {&taking, ERROR_DISK_FULL}}) {
         ASSERT_EQ(sink->Entries().size(), 1u) << "one for each time";
         EXPECT_EQ(sink->Entries()[0].eventId, 0xCFFF400Fu);
-        EXPECT_EQ(sink->Entries()[0].data.at(0), code);
+        EXPECT_EQ(sink->Entries()[0].data.at(0), static_cast<BYTE>(code));
         EXPECT_THAT(sink->Entries()[0].strings, ElementsAre(Full("App.tlg")));
     }
 }

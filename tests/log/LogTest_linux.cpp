@@ -115,7 +115,8 @@ TEST(LogsOnLinux, WaitWithoutTheSignalsOfTheApplication) {
     lock.l_len = 1;
     ASSERT_EQ(fcntl(other, F_OFD_SETLK, &lock), 0);
     static std::atomic<int> handled;
-    struct sigaction handler {}, previous;
+    struct sigaction handler {
+    }, previous;
     handler.sa_handler = [](int) { ++handled; };
     const int last = SIGRTMAX;
     sigaction(last, &handler, &previous);

@@ -9,5 +9,6 @@ std::vector<SweptOperation> CoreRows();
 std::vector<SweptOperation> TextRows();
 std::vector<SweptOperation> FileRows();
 std::vector<SweptOperation> SecurityRows();
+std::vector<SweptOperation> LogRows();
 
 }  // namespace Quellan::Corvel::Test

@@ -10,7 +10,7 @@ namespace {
 
 std::vector<SweptOperation> AllRows() {
     std::vector<SweptOperation> all;
-    for (const auto& rows : {CoreRows(), TextRows(), FileRows(), SecurityRows()})
+    for (const auto& rows : {CoreRows(), TextRows(), FileRows(), SecurityRows(), LogRows()})
         all.insert(all.end(), rows.begin(), rows.end());
     return all;
 }

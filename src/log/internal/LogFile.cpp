@@ -70,7 +70,10 @@ void LogFile::Append(std::wstring_view records) {
         try {
             return file->Append(records, timer.Remaining());
         } catch (const TQSysException& failure) {
-            if (failure.COMErrCode() != ERROR_FILE_INVALID || replaced == MostReplaced) throw;
+            // The child of a fork that could not open the file anew is refused its locks.
+            const LONG code = failure.COMErrCode();
+            const bool mayHelp = code == ERROR_FILE_INVALID || code == ERROR_ACCESS_DENIED;
+            if (!mayHelp || replaced == MostReplaced) throw;
         }
         Replace(file);
     }

@@ -23,7 +23,8 @@ void AppendFormat(LogText& text, TQFormatText<wchar_t, std::type_identity_t<Args
 
 // What would end the head's line or move a terminal's cursor.
 constexpr bool IsControl(wchar_t c) noexcept {
-    return (c >= 0 && c < 0x20) || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
+    const auto code = static_cast<unsigned>(c);
+    return code < 0x20 || (code >= 0x7F && code < 0xA0) || code == 0x2028 || code == 0x2029;
 }
 
 // A text of the head: names come from anywhere, and one with a line break would begin a record of its own.
