@@ -249,6 +249,32 @@ TEST_F(EventLogFile, IsReadAnewWhenItWasClearedAndHasGrownSince) {
     EXPECT_EQ(Numbers(Forwards), (Sequence{1, 2, 3, 4}));
 }
 
+TEST_F(EventLogFile, LosesItsOldestRecordsWhereItWouldBecomeTooLarge) {
+    HKEY key = nullptr;
+    const DWORD least = 0, mostBytes = 64 * 1024;
+    ASSERT_EQ(
+        RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application", 0,
+                        nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr),
+        0);
+    RegSetValueExW(key, L"MaxSize", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&least), sizeof least);
+    RegCloseKey(key);
+    const HANDLE before = RegisterEventSourceW(nullptr, L"test");
+    ASSERT_EQ(Report(before, 1), 0u);
+    EXPECT_EQ(Numbers(Forwards), Sequence{1});
+    for (DWORD id = 2; id <= 40; ++id) {
+        ASSERT_EQ(Report(before, id, std::wstring(5000, L'x')), 0u);
+        ASSERT_LE(Bytes().size(), mostBytes);
+    }
+    // One that is larger than what is kept has its place, and the next one's number goes on.
+    ASSERT_EQ(Report(before, 41, std::wstring(31'000, L'\u00E4')), 0u);
+    ASSERT_EQ(ReportOnce(42, std::wstring(31'000, L'\u00E4')), 0u);
+    ASSERT_EQ(Report(before, 43), 0u);
+    DeregisterEventSource(before);
+    std::vector<Event> events;
+    EXPECT_EQ(Read(Forwards, events), ERROR_EVENTLOG_FILE_CHANGED);
+    EXPECT_EQ(Numbers(Forwards), (Sequence{42, 43}));
+}
+
 // What a killed writer can leave behind: any beginning of a line.
 TEST_F(EventLogFile, PassesOverALineThatWasTornAnywhere) {
     ASSERT_EQ(ReportOnce(1, L"a}b"), 0u);
@@ -294,7 +320,7 @@ TEST_F(EventLogFile, IsTheReadersUnderItsOwnName) {
 }
 
 TEST_F(EventLogFile, KeepsRecordsWholeUnderManyThreads) {
-    constexpr DWORD Threads = 8, Each = 200;
+    constexpr DWORD Threads = 8, Each = 50;
     const HANDLE shared = RegisterEventSourceW(nullptr, L"shared");
     std::vector<std::thread> threads;
     for (DWORD t = 0; t < Threads; ++t)
@@ -382,7 +408,7 @@ TEST_F(EventLogFile, GoesToTheSyslogSocketToo) {
     EXPECT_TRUE(message.starts_with("<12>")) << message;
     EXPECT_TRUE(message.ends_with(" test[" + std::to_string(getpid()) + "]: event 7: two lines")) << message;
     // A socket that nobody empties stops nobody.
-    for (int i = 0; i < 500; ++i)
+    for (int i = 0; i < 100; ++i)
         ASSERT_EQ(ReportOnce(8), 0u);
 }
 

@@ -99,14 +99,26 @@ class FilesSecurity : public testing::Test {
 
 TEST_F(FilesSecurity, OfNewFilesIsKeptAndMeansTheirBits) {
     const mode_t mask = umask(077);
-    EXPECT_TRUE(Make({Allow(Users, FILE_GENERIC_READ), Allow(Stranger, FILE_GENERIC_WRITE)}));
+    EXPECT_TRUE(Make({Allow(Users, FILE_GENERIC_READ), Allow(Administrators, FILE_ALL_ACCESS)}));
     umask(mask);
-    EXPECT_EQ(Mode(), 0444u);
+    EXPECT_EQ(Mode(), geteuid() == 0 ? 0644u : 0444u);
     const auto list = List();
     ASSERT_EQ(list.size(), 2u);
     EXPECT_EQ(list[0].sid, Users);
-    EXPECT_EQ(list[1].sid, Stranger);
-    EXPECT_EQ(list[1].mask, FILE_GENERIC_WRITE);
+    EXPECT_EQ(list[1].sid, Administrators);
+    EXPECT_EQ(list[1].mask, DWORD{FILE_ALL_ACCESS});
+}
+
+// Each of them means the same bits. Anybody who may write the file could have put it there.
+TEST_F(FilesSecurity, IsNotBelievedWhereItGrantsMoreThanTheBits) {
+    for (const AccessEntry& more :
+         {Allow(Stranger, FILE_GENERIC_WRITE), Allow(Stranger, DELETE), Allow(Users, DELETE),
+          Allow(Everyone, FILE_GENERIC_EXECUTE), Allow(SidValue(3, {1}), DELETE)}) {
+        EXPECT_TRUE(Make({Allow(Users, FILE_GENERIC_READ), more}));
+        for (const AccessEntry& entry : List())
+            EXPECT_EQ(entry.mask, FILE_GENERIC_READ) << more.mask;
+        fs::remove(m_path);
+    }
 }
 
 TEST_F(FilesSecurity, FollowsTheBitsWhereTheyWereChanged) {

@@ -4,6 +4,7 @@
 #include "RegistryTest.h"
 #include "log/TQLog.h"
 #include "platform/SidTexts.h"
+#include "support/FailCall.h"
 #include "support/PowerCut_linux.h"
 
 #include <fstream>
@@ -70,13 +71,14 @@ void ChangeRegistry(const Path& folder, int number) {
     const auto set = [](const wchar_t* path, const wchar_t* name, std::size_t size, char character) {
         EXPECT_EQ(Set(Open(HKEY_CURRENT_USER, path), name, {REG_BINARY, std::string(size, character)}), 0u);
     };
-    const Path hive = folder / "state/registry/user";
+    const Path hive = folder / "a/b/state/registry/user";
+    const auto make = [](const wchar_t* path) { EXPECT_EQ(Make(HKEY_CURRENT_USER, path).Code(), 0u); };
     switch (number) {
         case 1:
-            Make(HKEY_CURRENT_USER, L"A");
+            make(L"A");
             break;
         case 2:
-            Make(HKEY_CURRENT_USER, L"A\\b");
+            make(L"A\\b");
             break;
         case 3:
             set(L"A", L"v", 1500, '1');
@@ -91,15 +93,32 @@ void ChangeRegistry(const Path& folder, int number) {
             EXPECT_EQ(Status(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A"), L"v")), 0u);
             break;
         case 7:
-            EXPECT_EQ(Status(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\b")), 0u);
+            EXPECT_EQ(Status(RegDeleteTreeW(Open(HKEY_CURRENT_USER, L"A\\b"), nullptr)), 0u);
             break;
         case 8:
-            Make(HKEY_CURRENT_USER, L"A\\k");
+            make(L"A\\b\\c");
             break;
         case 9:
+            EXPECT_EQ(Status(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\b")), 0u);
+            break;
+        case 10:
+            make(L"A\\d");
+            break;
+        case 11:
+            make(L"A\\d\\e");
+            break;
+        case 12: {  // as in the lower layer of a container
+            const FailCall noMove("renameat2", EXDEV, FailCall::EveryCall);
+            EXPECT_EQ(Status(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\d")), 0u);
+            break;
+        }
+        case 13:
+            make(L"A\\k");
+            break;
+        case 14:
             set(L"A\\k", L"v", 10, '4');
             break;
-        case 10:  // after somebody was killed who was deleting a key
+        case 15:  // after somebody was killed who was deleting a key
             Durable::MakeFolder(AT_FDCWD, (hive / "deleted").c_str(), 0700);
             Durable::Rename(AT_FDCWD, (hive / "root/k.A/k.K").c_str(), AT_FDCWD,
                             (hive / "deleted/killed").c_str());
@@ -131,7 +150,7 @@ void ChangeRights(const Path&, int number) {
 }
 
 std::string ReadRights(const Path& folder) {
-    return ReadBytes(folder / "state/security/rights");
+    return ReadBytes(folder / "a/b/state/security/rights");
 }
 
 // Event logs.
@@ -325,7 +344,7 @@ void ChangeJournal(const Path& folder, int number) {
 }
 
 constexpr Subject Subjects[] = {
-    {"Registry", 10, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
+    {"Registry", 15, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
     {"Rights", 4, ChangeRights, ReadRights},
     {"EventLog", 4, ChangeEvents, ReadEvents, OnlyBackedUp},
     {"FullEventLog", 7, ChangeFullLog, ReadEvents, OnlyWithRoom, true},
@@ -342,7 +361,7 @@ class PowerCutAtAnyInstant : public testing::TestWithParam<Subject> {};
 TEST_P(PowerCutAtAnyInstant, LeavesWhatWasAcknowledged) {
     const Subject& subject = GetParam();
     PowerCut power;
-    const EnvironmentVariable root(L"TQLIB_ROOT", power.Folder().wstring().c_str());
+    const EnvironmentVariable root(L"TQLIB_ROOT", (power.Folder() / "a/b").wstring().c_str());
     std::vector<std::string> states{subject.read(power.Folder())};
     g_isRecorded = true;
     // The last two are for the change after the loss alone.

@@ -1,5 +1,6 @@
 // The registry's files, and processes that are killed while they change it.
 #include "RegistryTest.h"
+#include "platform/linux/internal/Case.h"
 #include "support/Role.h"
 
 #include <cstdlib>
@@ -56,6 +57,15 @@ TEST_F(RegistryFiles, AreAsDocumented) {
     struct stat info {};
     EXPECT_EQ(stat((Folder() / "v.").c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
+}
+
+// A change here gives other names to what is stored.
+TEST(RegistryNames, AreMadeWithATableThatNeverChanges) {
+    std::uint64_t hash = 0xcbf29ce484222325;
+    for (wchar_t character = 0; character <= 0x10FFFF; ++character)
+        for (const wchar_t other : {Platform::ToUpper(character), Platform::ToLower(character)})
+            hash = (hash ^ static_cast<std::uint32_t>(other)) * 0x100000001b3;
+    EXPECT_EQ(hash, 0x284832667df1d380u);
 }
 
 TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {

@@ -1,5 +1,7 @@
 #include "platform/linux/base/Durable.h"
 
+#include "platform/linux/internal/FaultPoint.h"
+
 #include <cstdio>
 #include <sys/stat.h>
 
@@ -83,6 +85,10 @@ int MakeFolder(int folder, const char* path, mode_t mode) noexcept {
 }
 
 int Rename(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags) noexcept {
+    if (const DWORD error = FaultDue("renameat2")) {
+        errno = static_cast<int>(error);
+        return -1;
+    }
     return Told(renameat2(fromFolder, from, toFolder, to, flags), [&] {
         return Step{.kind = Step::Kind::Rename,
                     .folder = IdentityOf(fromFolder, ParentOf(from)),

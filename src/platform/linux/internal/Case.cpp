@@ -1,8 +1,9 @@
 #include "platform/linux/internal/Case.h"
 
 #include <algorithm>
-#include <clocale>
-#include <wctype.h>
+#include <cstdint>
+#include <iterator>
+#include <span>
 
 namespace Quellan::Corvel::Platform {
 
@@ -12,20 +13,26 @@ constexpr wchar_t LastAscii = 0x7F;
 constexpr char32_t LastOfBasicPlane = 0xFFFF;
 constexpr char32_t FirstAfterSurrogates = 0xE000;
 
-// Never freed: other threads may convert until the process ends.
-locale_t UnicodeLocale() noexcept {
-    static const locale_t locale = [] {
-        const locale_t unicode = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-        return unicode ? unicode : newlocale(LC_CTYPE_MASK, "C", nullptr);
-    }();
-    return locale;
-}
+// Letters from `first` to `last`, each `step`-th of them, and how far away the other case is.
+struct CaseRange {
+    char32_t first;
+    char32_t last;
+    char32_t step;
+    std::int32_t distance;
+};
 
-// As on the platform a letter keeps its width in UTF-16, and none outside of ASCII becomes an ASCII one: a
-// name that was checked does not become another by its spelling.
-wchar_t Checked(wchar_t from, wint_t to) noexcept {
-    const bool changesPlane = to > LastOfBasicPlane || static_cast<char32_t>(from) > LastOfBasicPlane;
-    return changesPlane || to <= static_cast<wint_t>(LastAscii) ? from : static_cast<wchar_t>(to);
+// What is stored under a name must be found whatever system library there is, so none is asked. Only letters
+// of the basic plane have a case, as on the platform, and none outside of ASCII becomes an ASCII one: a name
+// that was checked does not become another by its spelling.
+#include "platform/linux/internal/CaseTable.inc"
+
+wchar_t Converted(std::span<const CaseRange> ranges, wchar_t character) noexcept {
+    const auto code = static_cast<char32_t>(character);
+    const auto after = std::ranges::upper_bound(ranges, code, {}, &CaseRange::first);
+    if (after == ranges.begin()) return character;
+    const CaseRange& range = *std::prev(after);
+    const bool isIn = code <= range.last && (code - range.first) % range.step == 0;
+    return isIn ? static_cast<wchar_t>(static_cast<std::int32_t>(code) + range.distance) : character;
 }
 
 // Characters beyond the basic plane are written with surrogates, which come before the plane's last
@@ -41,14 +48,14 @@ wchar_t ToUpper(wchar_t character) noexcept {
     if (static_cast<char32_t>(character) <= LastAscii)
         return character >= L'a' && character <= L'z' ? static_cast<wchar_t>(character - L'a' + L'A')
                                                       : character;
-    return Checked(character, towupper_l(static_cast<wint_t>(character), UnicodeLocale()));
+    return Converted(ToUpperRanges, character);
 }
 
 wchar_t ToLower(wchar_t character) noexcept {
     if (static_cast<char32_t>(character) <= LastAscii)
         return character >= L'A' && character <= L'Z' ? static_cast<wchar_t>(character - L'A' + L'a')
                                                       : character;
-    return Checked(character, towlower_l(static_cast<wint_t>(character), UnicodeLocale()));
+    return Converted(ToLowerRanges, character);
 }
 
 int CompareOrdinal(std::wstring_view left, std::wstring_view right, bool ignoreCase) noexcept {

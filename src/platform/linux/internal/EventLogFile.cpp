@@ -108,7 +108,8 @@ constexpr int NewFileFlags = O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOCTTY;
 
 // Whoever looks for the copy finds all of it or nothing.
 DWORD Backup(const std::string& path, int from, off_t size) {
-    const std::string staged = path + '.' + std::to_string(getpid());
+    const std::string staged = path + ".tqlib-new";
+    Durable::Unlink(AT_FDCWD, staged.c_str());  // what a loss of power left of it
     const Descriptor to = Durable::Open(AT_FDCWD, staged.c_str(), NewFileFlags, FileMode);
     if (!to) return CodeFromErrno(errno, path.c_str());
     DWORD code = CopyTo(to, from, 0, size);

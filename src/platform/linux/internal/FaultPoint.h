@@ -22,8 +22,8 @@ struct FaultPlan {
 
 TQLIB_API FaultPlan*& ThreadFaultPlans() noexcept;
 
-// The code with which this call of `function` has to fail, or 0.
-DWORD FaultDue(const char* function) noexcept;
+// The code with which this call of `function` has to fail, or 0. A call of the kernel's own fails with an errno.
+TQLIB_API DWORD FaultDue(const char* function) noexcept;
 
 #else
 

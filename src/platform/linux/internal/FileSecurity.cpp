@@ -190,6 +190,49 @@ mode_t BitsFor(const Subject& subject, const std::vector<AccessEntry>& list) noe
     return allowed << subject.shift;
 }
 
+DWORD Mapped(DWORD mask) noexcept {
+    constexpr DWORD Generic = GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL;
+    return (mask & ~Generic) | (mask & GENERIC_READ ? FILE_GENERIC_READ : 0) |
+           (mask & GENERIC_WRITE ? FILE_GENERIC_WRITE : 0) |
+           (mask & GENERIC_EXECUTE ? FILE_GENERIC_EXECUTE : 0) | (mask & GENERIC_ALL ? FILE_ALL_ACCESS : 0);
+}
+
+// The rights that three bits give.
+DWORD RightsOf(mode_t bits) noexcept {
+    return (bits & ReadBit ? FILE_GENERIC_READ : 0) | (bits & WriteBit ? FILE_GENERIC_WRITE : 0) |
+           (bits & 1 ? FILE_GENERIC_EXECUTE : 0);
+}
+
+DWORD GrantedTo(const Subject& subject, const std::vector<AccessEntry>& list) noexcept {
+    DWORD allowed = 0, denied = 0;
+    for (const AccessEntry& entry : list) {
+        if (!Counts(entry) || !subject.Has(entry.sid)) continue;
+        if (entry.type == ACCESS_ALLOWED_ACE_TYPE)
+            allowed |= Mapped(entry.mask) & ~denied;
+        else
+            denied |= Mapped(entry.mask) & ~allowed;
+    }
+    return allowed;
+}
+
+// Whether a list says of anybody that he may do more than the system lets him. The owner can give himself
+// everything, administrators can do it without asking.
+bool GrantsMore(const std::vector<AccessEntry>& list, const struct stat& info) {
+    const std::vector<Subject> subjects = SubjectsOf(info.st_uid, info.st_gid);
+    const Subject &owner = subjects[0], &group = subjects[1], &others = subjects[2];
+    return std::ranges::any_of(list, [&](const AccessEntry& entry) {
+        const bool isEverybodys = others.Has(entry.sid);
+        const bool isTrusted = entry.sid == Fixed(WinBuiltinAdministratorsSid) ||
+                               entry.sid == Fixed(WinLocalSystemSid) ||
+                               (owner.Has(entry.sid) && !isEverybodys);
+        if (!Counts(entry) || isTrusted) return false;
+        Subject subject = group.Has(entry.sid) && !isEverybodys ? group : others;
+        subject.sids.push_back(entry.sid);
+        const mode_t bits = info.st_mode >> subject.shift;
+        return (GrantedTo(subject, list) & ~RightsOf(bits)) != 0;
+    });
+}
+
 // A descriptor that says what the bits say.
 FileSecurity SecurityOfMode(const struct stat& info) {
     FileSecurity security;
@@ -197,9 +240,7 @@ FileSecurity SecurityOfMode(const struct stat& info) {
     security.hasList = true;
     auto& list = security.list.emplace();
     const auto allow = [&](const std::optional<SidValue>& sid, int shift) {
-        const mode_t bits = info.st_mode >> shift;
-        const DWORD mask = (bits & 4 ? FILE_GENERIC_READ : 0) | (bits & 2 ? FILE_GENERIC_WRITE : 0) |
-                           (bits & 1 ? FILE_GENERIC_EXECUTE : 0);
+        const DWORD mask = RightsOf(info.st_mode >> shift);
         if (sid && mask) list.push_back({ACCESS_ALLOWED_ACE_TYPE, 0, mask, *sid});
     };
     allow(SidOfAccount({.isGroup = false, .id = info.st_uid}), 6);
@@ -208,7 +249,8 @@ FileSecurity SecurityOfMode(const struct stat& info) {
     return security;
 }
 
-// False where nothing was kept, or what was kept has been overtaken.
+// False where nothing was kept, or what was kept has been overtaken. Whoever may write a file may replace
+// what is kept with it: it tells more than the bits do, and never of a right that the bits do not give.
 bool ReadKept(int fd, const struct stat& info, FileSecurity& security) {
     std::vector<BYTE> block(MostKept);
     const ssize_t size = fgetxattr(fd, Attribute, block.data(), block.size());
@@ -216,7 +258,7 @@ bool ReadKept(int fd, const struct stat& info, FileSecurity& security) {
     mode_t mode = 0;
     return ParseDescriptor({block.data(), static_cast<std::size_t>(size)}, security) == ERROR_SUCCESS &&
            security.hasList && ModeOf(security, info.st_uid, info.st_gid, mode) == ERROR_SUCCESS &&
-           mode == (info.st_mode & DataBits);
+           mode == (info.st_mode & DataBits) && security.list && !GrantsMore(*security.list, info);
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ DWORD ModeOf(const FileSecurity& security, uid_t owner, gid_t group, mode_t& mod
 
 // Gives an open file the bits and keeps the descriptor with it.
 DWORD ApplySecurity(int fd, const FileSecurity& security);
-// The descriptor that was kept, or one made from the bits.
+// The descriptor that was kept, if it grants nobody more than the bits do, or one made from the bits.
 DWORD SecurityOf(int fd, FileSecurity& security);
 
 }  // namespace Quellan::Corvel::Platform
