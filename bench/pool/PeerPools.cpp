@@ -8,10 +8,14 @@
 #include <boost/asio/strand.hpp>
 #include <boost/asio/thread_pool.hpp>
 #include <concepts>
+#include <condition_variable>
 #include <cstdlib>
+#include <deque>
 #include <glib.h>
+#include <mutex>
 #include <oneapi/tbb/global_control.h>
 #include <oneapi/tbb/task_arena.h>
+#include <thread>
 #include <uv.h>
 
 namespace Quellan::Corvel::Bench {
@@ -60,7 +64,9 @@ class PocoPool : public Pool {
             m_pool.start(m_worker);
     }
     ~PocoPool() override {
-        m_queue.wakeUpAll();
+        // Waking all would reach only those that wait already.
+        for (int i = 0; i < m_pool.capacity(); ++i)
+            Post({});
         m_pool.joinAll();
     }
     void Post(const Payload& item) override { m_queue.enqueueNotification(new Work(item)); }
@@ -75,6 +81,7 @@ class PocoPool : public Pool {
         void run() override {
             while (const Poco::AutoPtr<Poco::Notification> next = queue.waitDequeueNotification()) {
                 const auto& work = static_cast<const Work&>(*next);
+                if (!work.item.run) return;
                 work.item.run(work.item);
             }
         }
@@ -84,6 +91,46 @@ class PocoPool : public Pool {
     Poco::NotificationQueue m_queue;
     Worker m_worker{m_queue};
     Poco::ThreadPool m_pool;
+};
+
+// What one would write without a library.
+class Plain : public Pool {
+  public:
+    explicit Plain(unsigned threads) {
+        for (unsigned i = 0; i < threads; ++i)
+            m_threads.emplace_back([this] { Run(); });
+    }
+    ~Plain() override {
+        for (std::size_t i = 0; i < m_threads.size(); ++i)
+            Post({});
+        for (std::thread& thread : m_threads)
+            thread.join();
+    }
+    void Post(const Payload& item) override {
+        {
+            const std::lock_guard guard(m_lock);
+            m_items.push_back(item);
+        }
+        m_posted.notify_one();
+    }
+
+  private:
+    void Run() {
+        for (;;) {
+            std::unique_lock guard(m_lock);
+            m_posted.wait(guard, [this] { return !m_items.empty(); });
+            const Payload item = m_items.front();
+            m_items.pop_front();
+            guard.unlock();
+            if (!item.run) return;
+            item.run(item);
+        }
+    }
+
+    std::mutex m_lock;
+    std::condition_variable m_posted;
+    std::deque<Payload> m_items;
+    std::vector<std::thread> m_threads;
 };
 
 class Glib : public Pool {
@@ -147,6 +194,7 @@ std::vector<Contestant> PeerPools() {
     return {
         {.name = "asio thread_pool", .isOrdered = true, .make = Make<Asio>},
         {.name = "oneTBB task_arena", .make = Make<Tbb>},
+        {.name = "mutex and deque", .make = Make<Plain>},
         {.name = "POCO NotificationQueue", .make = Make<PocoPool>},
         {.name = "GLib GThreadPool", .make = Make<Glib>},
         {.name = "libuv uv_queue_work", .isOnePoster = true, .onlyThreads = Uv::Threads, .make = Make<Uv>},

@@ -33,10 +33,16 @@ std::size_t Counted() {
     return sum;
 }
 
+void Block(const Payload& item) {
+    usleep(1'000);
+    Count(item);
+}
+
 struct Case {
     unsigned threads;
     unsigned posters;
     std::size_t requestors;  // 0: anonymous
+    bool isBlocking = false;
 };
 
 // One operation is an item, posted and run.
@@ -62,7 +68,7 @@ class Throughput {
     }
 
     Measurement Measure(std::size_t count) {
-        const std::size_t items = std::max(count, LeastItems);
+        const std::size_t items = std::max(count, m_case.isBlocking ? LeastBlocking : LeastItems);
         const std::size_t goal = Counted() + items;
         const Meter meter(m_setting);
         Begin(items);
@@ -82,6 +88,7 @@ class Throughput {
   private:
     // Enough that the wakings at its begin and end don't show.
     static constexpr std::size_t LeastItems = 50'000;
+    static constexpr std::size_t LeastBlocking = 1'600;
 
     void Begin(std::size_t items) {
         m_items = items;
@@ -91,7 +98,7 @@ class Throughput {
     }
     void Post(unsigned poster) {
         Payload item{};
-        item.run = Count;
+        item.run = m_case.isBlocking ? Block : Count;
         for (std::size_t i = poster; i < m_items; i += m_case.posters) {
             if (m_case.requestors == 0)
                 m_pool->Post(item);
@@ -187,6 +194,7 @@ class Latency {
 std::string NameOf(const Case& c) {
     std::string name = std::to_string(c.threads) + " threads, " + std::to_string(c.posters) +
                        (c.posters == 1 ? " poster" : " posters");
+    if (c.isBlocking) name += ", 1 ms of sleep";
     if (c.requestors != 0) name += ", " + std::to_string(c.requestors) + " requestors";
     return name;
 }
@@ -203,6 +211,15 @@ void AddThroughput(Contest& contest, const std::vector<Contestant>& contestants)
                                                     c);
         }
     }
+}
+
+// What holds an item up beside handlers that sleep is wall time.
+void AddBlocking(Contest& contest, const std::vector<Contestant>& contestants) {
+    const Case c{.threads = 16, .posters = 1, .requestors = 0, .isBlocking = true};
+    for (const Contestant& contestant : contestants)
+        if (contestant.Can(c.threads, c.posters, c.requestors))
+            contest.AddMade<Throughput>(Setting::AllCores, NameOf(c), contestant.name, Setting::AllCores,
+                                        contestant, c);
 }
 
 void AddLatency(Contest& contest, const std::vector<Contestant>& contestants) {
@@ -269,6 +286,7 @@ int Run(int argc, char** argv) {
         contestants.push_back(std::move(peer));
     Contest contest;
     AddThroughput(contest, contestants);
+    AddBlocking(contest, contestants);
     AddLatency(contest, contestants);
     return contest.Run(argc, argv);
 }
