@@ -39,6 +39,13 @@ struct SECURITY_ATTRIBUTES;
 struct SID_AND_ATTRIBUTES;
 struct SID_IDENTIFIER_AUTHORITY;
 #endif
+#if !defined(_WIN32)
+static_assert(sizeof(wchar_t) == 4, "The library is built without -fshort-wchar, and so must its users be");
+#if defined(_GLIBCXX_USE_CXX11_ABI)
+static_assert(_GLIBCXX_USE_CXX11_ABI,
+              "The library is built with the strings of C++11, and so must its users be");
+#endif
+#endif
 struct HINSTANCE__;
 struct HKEY__;
 

@@ -28,7 +28,7 @@ class File {
     DWORD Code() const { return m_handle == INVALID_HANDLE_VALUE ? m_code : 0; }
 
     DWORD Write(std::string_view text) const {
-        DWORD written = 0;
+        DWORD written = 77;
         const BOOL done =
             WriteFile(m_handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
         EXPECT_EQ(written, done ? text.size() : 0u);
@@ -164,8 +164,9 @@ TEST_F(Files, GrantNoMoreThanWasAskedFor) {
     const File writer(m_folder / L"file", GENERIC_WRITE, OPEN_EXISTING);
     const File asker(m_folder / L"file", 0, OPEN_EXISTING);
     char byte;
-    DWORD got;
+    DWORD got = 77;
     EXPECT_EQ(CodeOf(ReadFile(writer.Handle(), &byte, 1, &got, nullptr)), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(got, 0u);
     EXPECT_EQ(CodeOf(ReadFile(asker.Handle(), &byte, 1, &got, nullptr)), DWORD{ERROR_ACCESS_DENIED});
     LARGE_INTEGER size;
     EXPECT_TRUE(GetFileSizeEx(asker.Handle(), &size));
@@ -202,6 +203,7 @@ TEST_F(Files, ThatAreReadOnlyAreNeitherWrittenNorDeleted) {
     const std::wstring path = m_folder / L"file";
     ASSERT_TRUE(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_READONLY));
     EXPECT_TRUE(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY);
+    EXPECT_EQ(File(path, MAXIMUM_ALLOWED, OPEN_EXISTING).Read(), "text");
     if (!OnWine()) {  // lets root write
         EXPECT_EQ(File(path, GENERIC_WRITE, OPEN_EXISTING).Code(), DWORD{ERROR_ACCESS_DENIED});
         EXPECT_EQ(File(path, GENERIC_WRITE, CREATE_ALWAYS).Code(), DWORD{ERROR_ACCESS_DENIED});
@@ -231,6 +233,7 @@ TEST_F(Files, AreFoundByPattern) {
     EXPECT_EQ(Find(L"*"),
               (Names{L".", L"..", L"a.txt", L"ab.txt", L"b.dat", L"folder", L"plain", L"\u00E4\u65E5.txt"}));
     EXPECT_EQ(Find(L"*.*"), Find(L"*"));
+    EXPECT_EQ(Find(L"pl*.*"), Names{L"plain"});
     EXPECT_EQ(Find(L"*.txt"), (Names{L"a.txt", L"ab.txt", L"\u00E4\u65E5.txt"}));
     EXPECT_EQ(Find(L"??.txt"), (Names{L"ab.txt", L"\u00E4\u65E5.txt"}));
     EXPECT_EQ(Find(L"a*t*t"), (Names{L"a.txt", L"ab.txt"}));
@@ -268,6 +271,8 @@ TEST_F(Files, AreMovedAndReplaced) {
     MakeFolder(L"folder");
     EXPECT_EQ(Move(L"a", L"b", 0), DWORD{ERROR_ALREADY_EXISTS});
     EXPECT_EQ(Contents(L"b"), "B");
+    EXPECT_EQ(Move(L"a", L"a", 0), 0u);
+    EXPECT_EQ(Contents(L"a"), "A");
     EXPECT_EQ(Move(L"a", L"folder", MOVEFILE_REPLACE_EXISTING), DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(Move(L"a", L"b", MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH), 0u);
     EXPECT_EQ(Contents(L"b"), "A");

@@ -114,6 +114,14 @@ TEST(Pages, ChangeTheProtectionOfMemoryFromElsewhere) {
 TEST(Pages, RefuseWhatCannotBe) {
     const Pages pages(2);
     EXPECT_EQ(CodeOf(VirtualAlloc(nullptr, 0, MEM_COMMIT, PAGE_READWRITE)), DWORD{ERROR_INVALID_PARAMETER});
+    for (const SIZE_T size : {SIZE_MAX, SIZE_MAX - 0x100, SIZE_MAX - 2 * PageSize}) {
+        EXPECT_FALSE(VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_READWRITE)) << size;
+        EXPECT_FALSE(VirtualAlloc(pages.At(64) + PageSize, size, MEM_RESERVE, PAGE_READWRITE)) << size;
+        EXPECT_FALSE(VirtualAlloc(pages.At(0), size, MEM_COMMIT, PAGE_READWRITE)) << size;
+        EXPECT_FALSE(VirtualFree(pages.At(0), size, MEM_DECOMMIT)) << size;
+        EXPECT_EQ(Protect(pages.At(0), size, PAGE_READONLY), 0u) << size;
+        EXPECT_FALSE(VirtualLock(pages.At(0), size)) << size;
+    }
     EXPECT_EQ(CodeOf(VirtualAlloc(nullptr, 1, MEM_COMMIT, 0x80000)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(VirtualAlloc(pages.At(0), 1, MEM_RESERVE, PAGE_READWRITE)),
               DWORD{ERROR_INVALID_ADDRESS});

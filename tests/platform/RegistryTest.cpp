@@ -258,8 +258,9 @@ TEST_F(Registry, GrantsWhatTheHandleWasOpenedFor) {
     EXPECT_EQ(Get(writer, L"value").code, DWORD{ERROR_ACCESS_DENIED});
     EXPECT_EQ(Status(RegEnumKeyExW(writer, 0, name, &size, nullptr, nullptr, nullptr, nullptr)),
               DWORD{ERROR_ACCESS_DENIED});
-    const OwnedKey most = Open(m_key, L"", MAXIMUM_ALLOWED);
-    EXPECT_EQ(Set(most, L"value", {REG_BINARY, "3"}), 0u);
+    for (const REGSAM access : {MAXIMUM_ALLOWED, GENERIC_ALL, GENERIC_WRITE})
+        EXPECT_EQ(Set(Open(m_key, L"", access), L"value", {REG_BINARY, "3"}), 0u) << access;
+    const OwnedKey most = Open(m_key, L"", GENERIC_READ);
     EXPECT_EQ(Get(most, L"value").data, "3");
 }
 
@@ -269,6 +270,8 @@ TEST_F(Registry, ChecksHandles) {
     EXPECT_EQ(Status(RegCloseKey(key)), 0u);
     EXPECT_EQ(Status(RegCloseKey(key)), DWORD{ERROR_INVALID_HANDLE});
     EXPECT_EQ(Get(key, L"value").code, DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(Status(RegOpenKeyExW(m_key, L"none", 0, KEY_READ, &key)), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(key, nullptr);
     EXPECT_EQ(Open(nullptr, L"a").Code(), DWORD{ERROR_INVALID_HANDLE});
     EXPECT_EQ(Status(RegOpenKeyExW(m_key, L"", 0, KEY_READ, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Status(RegCloseKey(HKEY_LOCAL_MACHINE)), 0u);

@@ -21,6 +21,13 @@ inline constexpr DWORD READ_CONTROL = 0x00020000;
 inline constexpr DWORD SYNCHRONIZE = 0x00100000;
 inline constexpr DWORD STANDARD_RIGHTS_REQUIRED = 0x000F0000;
 
+// Each stands for rights that depend on the kind of the object; MAXIMUM_ALLOWED for all that may be had.
+inline constexpr DWORD GENERIC_READ = 0x80000000;
+inline constexpr DWORD GENERIC_WRITE = 0x40000000;
+inline constexpr DWORD GENERIC_EXECUTE = 0x20000000;
+inline constexpr DWORD GENERIC_ALL = 0x10000000;
+inline constexpr DWORD MAXIMUM_ALLOWED = 0x02000000;
+
 // The value of a failed open; null is the other one, as each function says.
 inline const HANDLE INVALID_HANDLE_VALUE = reinterpret_cast<HANDLE>(~ULONG_PTR{0});
 

@@ -45,7 +45,7 @@ constinit std::span<const char* const> g_arguments;
 std::wstring QuotedArguments() {
     std::wstring line;
     for (const char* const& argument : g_arguments)
-        AppendQuoted(line, ToWide(argument), &argument == g_arguments.data());
+        AppendQuoted(line, NameToWide(argument), &argument == g_arguments.data());
     return line;
 }
 

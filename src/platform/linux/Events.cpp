@@ -8,7 +8,13 @@ namespace {
 
 class Event : public Waitable {
   public:
-    static constexpr ObjectKind Kind{.name = "event", .closedByCloseHandle = true, .waitable = true};
+    static constexpr ObjectKind Kind{.name = "event",
+                                     .closedByCloseHandle = true,
+                                     .waitable = true,
+                                     .rights = {.read = READ_CONTROL | 0x1,
+                                                .write = READ_CONTROL | EVENT_MODIFY_STATE,
+                                                .execute = READ_CONTROL | SYNCHRONIZE,
+                                                .all = EVENT_ALL_ACCESS}};
     static constexpr SharedKind NamedAs = SharedKind::Event;
 
     Event(bool manualReset, bool signalled) : Waitable(Kind, RuleOf(manualReset), signalled) {}

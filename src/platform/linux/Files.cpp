@@ -1,6 +1,7 @@
 #include "platform/linux/Files.h"
 
 #include "platform/OpenFiles.h"
+#include "platform/linux/Memory.h"
 #include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
@@ -9,16 +10,21 @@
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/FileObject.h"
 #include "platform/linux/internal/FileSecurity.h"
+#include "platform/linux/internal/QuietWrite.h"
+#include "platform/linux/internal/Reservations.h"
 #include "platform/linux/internal/ShareModes.h"
 #include "platform/linux/internal/Wide.h"
 
+#include <atomic>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <iterator>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <termios.h>
 
@@ -31,11 +37,7 @@ constexpr mode_t AllMayWrite = S_IWUSR | S_IWGRP | S_IWOTH;
 
 // The rights to data and to the file's name; others are implied by having opened the file.
 DWORD DataRights(DWORD access) noexcept {
-    DWORD rights = access & (FILE_READ_DATA | AllWriteRights | DELETE);
-    if (access & (GENERIC_READ | GENERIC_ALL)) rights |= FILE_READ_DATA;
-    if (access & (GENERIC_WRITE | GENERIC_ALL)) rights |= AllWriteRights;
-    if (access & GENERIC_ALL) rights |= DELETE;
-    return rights;
+    return MapRights(FileObject::Kind.rights, access) & (FILE_READ_DATA | AllWriteRights | DELETE);
 }
 
 // What CreateFileW is asked for.
@@ -98,19 +100,24 @@ DWORD ModeOfNew(const Opening& opening, mode_t& mode) {
     return ERROR_SUCCESS;
 }
 
-// Whether somebody else than the caller and root can put things into the file's folder.
+// Whether somebody else than the caller and root can put things into the file's folder, or it does not say.
 bool IsOthersFolder(std::string_view path, struct stat& folder) {
     const std::size_t slash = path.rfind('/');
     const std::string name(slash == path.npos ? "." : path.substr(0, slash + 1));
-    if (stat(name.c_str(), &folder) != 0) return false;
+    folder = {};
+    if (stat(name.c_str(), &folder) != 0) return true;
     return folder.st_mode & S_IWOTH || (folder.st_uid != 0 && folder.st_uid != geteuid());
+}
+
+bool IsLink(const char* path) noexcept {
+    struct stat info;
+    return lstat(path, &info) == 0 && S_ISLNK(info.st_mode);
 }
 
 // Opens what is there, or makes it with `mode`; tells which.
 DWORD OpenOrCreate(const char* path, int flags, const Opening& opening, mode_t mode, Descriptor& file,
                    bool& existed) noexcept {
-    // Whoever deletes and makes the file in between must do so each time for this to fail; the rest is a link
-    // to nowhere.
+    // Whoever deletes and makes the file in between must do so each time for this to fail.
     constexpr int Attempts = 16;
     for (int attempt = 0;; ++attempt) {
         existed = false;
@@ -122,6 +129,11 @@ DWORD OpenOrCreate(const char* path, int flags, const Opening& opening, mode_t m
         file = Descriptor(Retry([&] { return open(path, flags); }));
         if (file) return ERROR_SUCCESS;
         if (!opening.Creates() || errno != ENOENT || attempt == Attempts) return CodeFromErrno(errno, path);
+        if (!IsLink(path)) continue;
+        // What a link to nowhere names is made through the link: the kernel decides who may follow it.
+        existed = false;
+        file = Durable::Open(AT_FDCWD, path, flags | O_CREAT, mode);
+        if (file || errno != ENOENT) return file ? ERROR_SUCCESS : CodeFromErrno(errno, path);
     }
 }
 
@@ -135,14 +147,13 @@ DWORD OpenFolder(const char* path, const Opening& opening, Descriptor& folder) n
     return folder ? ERROR_SUCCESS : CodeFromErrno(errno, path);
 }
 
-bool IsFolder(const char* path) noexcept {
+// Whether a path leads to a folder. What leads nowhere does not; a question without an answer is a failure.
+DWORD AskForFolder(const char* path, bool& isFolder) noexcept {
     struct stat info;
-    return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
-}
-
-bool IsRegular(int fd) noexcept {
-    struct stat info;
-    return fstat(fd, &info) == 0 && S_ISREG(info.st_mode);
+    const bool found = stat(path, &info) == 0;
+    isFolder = found && S_ISDIR(info.st_mode);
+    const bool leadsNowhere = errno == ENOENT || errno == ENOTDIR || errno == ELOOP || errno == EACCES;
+    return found || leadsNowhere ? ERROR_SUCCESS : CodeFromErrno(errno, path);
 }
 
 DWORD SyncFile(const char* path) noexcept {
@@ -161,77 +172,130 @@ DWORD SetSize(int fd, off_t size, bool writesThrough) noexcept {
 }
 
 // Whether a file that was opened by this path still has it: somebody may have moved it before its share mode
-// could keep it there.
-bool IsStillAt(const char* path, int fd) noexcept {
-    struct stat opened, named;
-    return fstat(fd, &opened) == 0 && stat(path, &named) == 0 && opened.st_ino == named.st_ino &&
-           opened.st_dev == named.st_dev;
+// could keep it there. `flags` are AT_SYMLINK_NOFOLLOW or 0.
+DWORD AskWhetherAt(const char* path, const struct stat& opened, int flags, bool& isThere) noexcept {
+    struct stat named;
+    const bool found = fstatat(AT_FDCWD, path, &named, flags) == 0;
+    isThere = found && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+    return found || errno == ENOENT ? ERROR_SUCCESS : CodeFromErrno(errno);
 }
 
-DWORD OpenAndEnter(const char* path, const Opening& opening, bool isPlain, mode_t mode, Descriptor& file,
-                   bool& existed) {
+// A file that was made and is removed again, unless it is to stay.
+class MadeFile {
+  public:
+    explicit MadeFile(const char* path) noexcept : m_path(path) {}
+    ~MadeFile() {
+        struct stat info;
+        bool isThere = false;
+        if (m_fd < 0 || fstat(m_fd, &info) != 0) return;
+        if (!AskWhetherAt(m_path, info, AT_SYMLINK_NOFOLLOW, isThere) && isThere)
+            Durable::Unlink(AT_FDCWD, m_path);
+    }
+    MadeFile(const MadeFile&) = delete;
+    MadeFile& operator=(const MadeFile&) = delete;
+
+    // To be called once its share mode is entered: before that somebody else may have it for himself.
+    void Holds(int fd) noexcept { m_fd = fd; }
+    void Stays() noexcept { m_fd = -1; }
+
+  private:
+    const char* const m_path;
+    int m_fd = -1;
+};
+
+struct Opened {
+    Descriptor file;
+    bool existed = false;
+    bool isPlain = false;
+};
+
+DWORD OpenAndEnter(const char* path, const Opening& opening, bool readsToo, mode_t mode, Opened& opened,
+                   MadeFile& made) {
     constexpr int Attempts = 16;
-    struct stat folder, info;
+    Descriptor& file = opened.file;
+    struct stat folder;
     const bool isGuarded = opening.Creates() && IsOthersFolder(path, folder);
     const int noLink = isGuarded ? O_NOFOLLOW : 0;
     for (int attempt = 0; attempt < Attempts; ++attempt) {
-        DWORD code = OpenOrCreate(path, OpenFlags(opening, isPlain) | noLink, opening, mode, file, existed);
+        DWORD code =
+            OpenOrCreate(path, OpenFlags(opening, readsToo) | noLink, opening, mode, file, opened.existed);
         if (code == ERROR_ACCESS_DENIED)  // it may be one that can be written and not be read
-            code = OpenOrCreate(path, OpenFlags(opening, false) | noLink, opening, mode, file, existed);
-        if (code || !IsRegular(file.Get())) return code;
+            code =
+                OpenOrCreate(path, OpenFlags(opening, false) | noLink, opening, mode, file, opened.existed);
+        if (code) return code;
+        struct stat info;
+        if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
+        opened.isPlain = S_ISREG(info.st_mode);
+        if (!opened.isPlain) return ERROR_SUCCESS;
         // Whoever means to make a file must not be handed one that a third user has prepared.
-        if (isGuarded && existed && fstat(file.Get(), &info) == 0 && info.st_uid != geteuid() &&
-            info.st_uid != 0 && info.st_uid != folder.st_uid)
+        if (isGuarded && opened.existed && info.st_uid != geteuid() && info.st_uid != 0 &&
+            info.st_uid != folder.st_uid)
             return ERROR_ACCESS_DENIED;
         if (DWORD failed = EnterShareMode(file.Get(), opening.rights, opening.share)) return failed;
-        if (IsStillAt(path, file.Get())) return ERROR_SUCCESS;
+        if (!opened.existed) made.Holds(file.Get());
+        bool isThere = false;
+        if (DWORD failed = AskWhetherAt(path, info, 0, isThere)) return failed;
+        if (isThere) return ERROR_SUCCESS;
+        made.Stays();  // wherever it was moved to
     }
     return ERROR_SHARING_VIOLATION;
 }
 
-// What is left to do with a plain file that was opened or made.
+// What is left to do with a plain file once nothing else can fail: contents are gone for good.
 DWORD FinishOpening(const char* path, const Opening& opening, int fd, bool existed) {
     const bool writesThrough = opening.flags & FILE_FLAG_WRITE_THROUGH;
-    if (existed) return opening.Truncates() ? SetSize(fd, 0, writesThrough) : ERROR_SUCCESS;
-    DWORD code = opening.security ? ApplySecurity(fd, *opening.security) : ERROR_SUCCESS;
-    if (!code && writesThrough) code = SyncFolderOf(path);
-    if (code) Durable::Unlink(AT_FDCWD, path);
-    return code;
+    if (opening.Truncates())
+        if (DWORD code = SetSize(fd, 0, writesThrough)) return code;
+    if (existed) return ERROR_SUCCESS;
+    if (opening.security)
+        if (DWORD code = ApplySecurity(fd, *opening.security)) return code;
+    return writesThrough ? SyncFolderOf(path) : ERROR_SUCCESS;
 }
 
-DWORD OpenPlain(const char* path, const Opening& opening, bool isPlain, Descriptor& file, bool& existed) {
+DWORD OpenPlain(const char* path, const Opening& opening, bool readsToo, Opened& opened, MadeFile& made) {
     mode_t mode = 0;
     if (DWORD code = ModeOfNew(opening, mode)) return code;
-    if (DWORD code = OpenAndEnter(path, opening, isPlain, mode, file, existed)) return code;
-    if (!IsRegular(file.Get())) return ERROR_SUCCESS;
-    if (DWORD code = FinishOpening(path, opening, file.Get(), existed)) return code;
-    if (opening.flags & FILE_FLAG_SEQUENTIAL_SCAN) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_SEQUENTIAL);
-    if (opening.flags & FILE_FLAG_RANDOM_ACCESS) posix_fadvise(file.Get(), 0, 0, POSIX_FADV_RANDOM);
+    if (DWORD code = OpenAndEnter(path, opening, readsToo, mode, opened, made)) return code;
+    if (!opened.isPlain) return ERROR_SUCCESS;
+    const int fd = opened.file.Get();
+    if (opening.flags & FILE_FLAG_SEQUENTIAL_SCAN) posix_fadvise(fd, 0, 0, POSIX_FADV_SEQUENTIAL);
+    if (opening.flags & FILE_FLAG_RANDOM_ACCESS) posix_fadvise(fd, 0, 0, POSIX_FADV_RANDOM);
     return ERROR_SUCCESS;
 }
 
 DWORD OpenFile(const char* path, const Opening& opening, HANDLE& handle, bool& existed) {
-    Descriptor file;
+    Opened opened;
+    std::shared_ptr<FileObject> object;
+    MadeFile made(path);  // goes before the descriptor does
     struct stat info;
     const bool found = stat(path, &info) == 0;
+    if (!found && errno != ENOENT) return CodeFromErrno(errno, path);
     if (found && S_ISDIR(info.st_mode)) {
-        existed = true;
-        if (DWORD code = OpenFolder(path, opening, file)) return code;
+        opened.existed = true;
+        if (DWORD code = OpenFolder(path, opening, opened.file)) return code;
     } else if (found && opening.Writes() && opening.disposition != CREATE_NEW &&
                !(info.st_mode & AllMayWrite)) {
         return ERROR_ACCESS_DENIED;  // also for root, whom the system would let through
-    } else if (DWORD code = OpenPlain(path, opening, !found || S_ISREG(info.st_mode), file, existed)) {
+    } else if (DWORD code = OpenPlain(path, opening, !found || S_ISREG(info.st_mode), opened, made)) {
         return code;
     }
+    existed = opened.existed;
     const bool writesThrough = opening.flags & FILE_FLAG_WRITE_THROUGH;
-    return NewHandle<FileObject>(handle, opening.rights, std::move(file), writesThrough);
+    object = std::make_shared<FileObject>(std::move(opened.file), opened.isPlain, writesThrough);
+    if (DWORD code = InsertHandle(object, opening.rights, handle)) return code;
+    if (opened.isPlain)
+        if (DWORD code = FinishOpening(path, opening, object->Fd(), existed)) {
+            CloseHandleOf(handle, &FileObject::Kind);
+            return code;
+        }
+    made.Stays();
+    return ERROR_SUCCESS;
 }
 
 // Moves bytes until all are through, the end is reached or, on anything but a file, the system gave what it
 // had.
 template <class Transfer>
 DWORD TransferAll(DWORD size, bool wholeOnly, DWORD& done, Transfer transfer) noexcept {
-    done = 0;
     while (done < size) {
         const ssize_t moved = Retry([&] { return transfer(done, size - done); });
         if (moved < 0) return errno == EISDIR ? ERROR_INVALID_FUNCTION : CodeFromErrno(errno);
@@ -241,12 +305,25 @@ DWORD TransferAll(DWORD size, bool wholeOnly, DWORD& done, Transfer transfer) no
     return ERROR_SUCCESS;
 }
 
-DWORD CheckTransfer(const HandleRef<FileObject>& file, const OVERLAPPED* overlapped, const DWORD* count,
+// The number of bytes moved is 0 also for a call that is refused.
+DWORD CheckTransfer(const HandleRef<FileObject>& file, const OVERLAPPED* overlapped, DWORD* count,
                     DWORD right) noexcept {
+    if (count) *count = 0;
     if (!file) return ERROR_INVALID_HANDLE;
     if (overlapped) return ERROR_NOT_SUPPORTED;
     if (!count) return ERROR_INVALID_PARAMETER;
     return file.Access() & right ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+}
+
+// Whether all of a buffer can be read. The kernel looks no further than the page it is at, and would write
+// what stands before an unreadable one.
+bool IsReadable(const void* buffer, DWORD size) noexcept {
+    const auto begin = reinterpret_cast<ULONG_PTR>(buffer);
+    const ULONG_PTR page = begin & ~(PageSize() - 1);
+    const ULONG_PTR bytes = begin - page + size;
+    if (bytes <= PageSize()) return true;
+    return madvise(reinterpret_cast<void*>(page), bytes, MADV_POPULATE_READ) == 0 ||
+           !IsBadReadPtr(buffer, size);
 }
 
 FILETIME ToFileTime(const statx_timestamp& time) noexcept {
@@ -314,7 +391,8 @@ class FindObject : public Object {
 
     FindObject(Descriptor folder, std::wstring_view pattern)
         : Object(Kind),
-          m_pattern(pattern == L"*.*" ? L"*" : pattern),
+          // Names without a dot match too.
+          m_pattern(pattern.substr(0, pattern.size() - (pattern.ends_with(L"*.*") ? 2 : 0))),
           m_folder(fdopendir(folder.Get()), closedir) {
         if (m_folder) folder.Release();
     }
@@ -327,8 +405,12 @@ class FindObject : public Object {
             errno = 0;
             const dirent* entry = readdir(m_folder.get());
             if (!entry) return errno ? CodeFromErrno(errno) : ERROR_NO_MORE_FILES;
-            const std::wstring name = ToWide(entry->d_name);
-            if (!Matches(name, m_pattern) || !Describe(dirfd(m_folder.get()), entry->d_name, data)) continue;
+            const std::wstring name = NameToWide(entry->d_name);
+            if (!Matches(name, m_pattern)) continue;
+            if (!Describe(dirfd(m_folder.get()), entry->d_name, data)) {
+                if (errno == ENOENT || errno == EACCES) continue;  // gone, or hidden from this user
+                return CodeFromErrno(errno);
+            }
             SetName(name, data);
             return ERROR_SUCCESS;
         }
@@ -362,9 +444,11 @@ DWORD FindFirst(const wchar_t* pattern, WIN32_FIND_DATAW& data, HANDLE& handle) 
     const bool searches = last.find_first_of("*?") != last.npos;
     if (!searches) {
         if (!Describe(opened.Get(), last.c_str(), data)) return CodeFromErrno(errno);
-        FindObject::SetName(ToWide(last), data);
+        FindObject::SetName(NameToWide(last), data);
+    } else if (faccessat(opened.Get(), ".", X_OK, AT_EACCESS) != 0) {
+        return CodeFromErrno(errno);  // names alone can be read, and nothing of what they stand for
     }
-    auto find = std::make_shared<FindObject>(std::move(opened), searches ? ToWide(last) : std::wstring());
+    auto find = std::make_shared<FindObject>(std::move(opened), searches ? NameToWide(last) : std::wstring());
     if (searches) {
         const DWORD code = find->Next(data);
         if (code) return code == ERROR_NO_MORE_FILES ? ERROR_FILE_NOT_FOUND : code;
@@ -374,8 +458,10 @@ DWORD FindFirst(const wchar_t* pattern, WIN32_FIND_DATAW& data, HANDLE& handle) 
 
 DWORD RemoveFolder(const char* path) noexcept {
     struct stat info;
-    if (lstat(path, &info) == 0 && S_ISLNK(info.st_mode) && IsFolder(path))
-        return Durable::Unlink(AT_FDCWD, path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    bool isFolder = false;
+    if (IsLink(path))
+        if (DWORD code = AskForFolder(path, isFolder)) return code;
+    if (isFolder) return Durable::Unlink(AT_FDCWD, path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
     if (Durable::Unlink(AT_FDCWD, path, AT_REMOVEDIR) == 0) return ERROR_SUCCESS;
     if (errno == ENOTDIR && lstat(path, &info) == 0) return ERROR_DIRECTORY;
     return errno == EEXIST ? ERROR_DIR_NOT_EMPTY : CodeFromErrno(errno, path);
@@ -383,54 +469,117 @@ DWORD RemoveFolder(const char* path) noexcept {
 
 // Holds the name of a plain file for deleting or moving it: whoever opens it meanwhile must share that. Files
 // that can be neither read nor written can be deleted nevertheless, as folders decide that; nobody is asked
-// then.
-DWORD HoldForDelete(const char* path, const struct stat& info, Descriptor& file) noexcept {
-    if (!S_ISREG(info.st_mode)) return ERROR_SUCCESS;
-    for (const int mode : {O_RDONLY, O_WRONLY}) {
-        constexpr int Flags = O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK;
-        file = Descriptor(Retry([&] { return open(path, mode | Flags); }));
-        if (file) break;
+// then. Whatever else keeps a file from being opened keeps it from being deleted: somebody may have it.
+DWORD HoldForDelete(const char* path, Descriptor& file) noexcept {
+    constexpr int Attempts = 16;
+    for (int attempt = 0; attempt < Attempts; ++attempt) {
+        struct stat info;
+        if (lstat(path, &info) != 0) return CodeFromErrno(errno, path);
+        if (!S_ISREG(info.st_mode)) return ERROR_SUCCESS;
+        for (const int mode : {O_RDONLY, O_WRONLY}) {
+            constexpr int Flags = O_CLOEXEC | O_NOCTTY | O_NOFOLLOW | O_NONBLOCK;
+            file = Descriptor(Retry([&] { return open(path, mode | Flags); }));
+            if (file || errno != EACCES) break;
+        }
+        if (!file) return errno == EACCES ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+        constexpr DWORD All = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+        if (DWORD code = EnterShareMode(file.Get(), DELETE, All)) return code;
+        bool isThere = false;
+        if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
+        if (DWORD code = AskWhetherAt(path, info, AT_SYMLINK_NOFOLLOW, isThere)) return code;
+        if (isThere) return ERROR_SUCCESS;
     }
-    constexpr DWORD All = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    return file ? EnterShareMode(file.Get(), DELETE, All) : ERROR_SUCCESS;
+    return ERROR_SHARING_VIOLATION;
+}
+
+// 5 for what no file may take the place of: a folder, a link to one, a read-only file.
+DWORD CheckIsFile(const char* path, const struct stat& info) noexcept {
+    bool isFolder = S_ISDIR(info.st_mode);
+    if (S_ISLNK(info.st_mode))
+        if (DWORD code = AskForFolder(path, isFolder)) return code;
+    const bool readOnly = !S_ISLNK(info.st_mode) && !(info.st_mode & AllMayWrite);
+    return isFolder || readOnly ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
 }
 
 DWORD RemoveFile(const char* path) noexcept {
     struct stat info;
     Descriptor held;
     if (lstat(path, &info) != 0) return CodeFromErrno(errno, path);
-    const bool readOnly = !S_ISLNK(info.st_mode) && !(info.st_mode & AllMayWrite);
-    if (readOnly || IsFolder(path)) return ERROR_ACCESS_DENIED;
-    if (DWORD code = HoldForDelete(path, info, held)) return code;
+    if (DWORD code = CheckIsFile(path, info)) return code;
+    if (DWORD code = HoldForDelete(path, held)) return code;
     return Durable::Unlink(AT_FDCWD, path) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno, path);
 }
 
-// What stands at the new name and is to be replaced.
-DWORD HoldForReplacing(const char* path, Descriptor& file) noexcept {
+// What stands at the new name and is to be replaced, if there is anything.
+DWORD HoldForReplacing(const char* path, Descriptor& file, bool& exists) noexcept {
     struct stat info;
-    if (IsFolder(path)) return ERROR_ACCESS_DENIED;
-    if (lstat(path, &info) != 0) return ERROR_SUCCESS;
-    if (S_ISREG(info.st_mode) && !(info.st_mode & AllMayWrite)) return ERROR_ACCESS_DENIED;
-    return HoldForDelete(path, info, file) ? ERROR_ACCESS_DENIED : ERROR_SUCCESS;
+    exists = lstat(path, &info) == 0;
+    if (!exists) return errno == ENOENT ? ERROR_SUCCESS : CodeFromErrno(errno, path);
+    if (DWORD code = CheckIsFile(path, info)) return code;
+    const DWORD code = HoldForDelete(path, file);
+    return code == ERROR_SHARING_VIOLATION ? ERROR_ACCESS_DENIED : code;
+}
+
+bool IsSameFile(const char* first, const char* second) noexcept {
+    struct stat one, other;
+    return lstat(first, &one) == 0 && lstat(second, &other) == 0 && one.st_ino == other.st_ino &&
+           one.st_dev == other.st_dev;
+}
+
+// The folder of a path, and the rest of it.
+std::pair<std::string, std::string_view> Split(std::string_view path) {
+    while (path.size() > 1 && path.ends_with('/'))
+        path.remove_suffix(1);
+    const std::size_t slash = path.rfind('/');
+    if (slash == path.npos) return {".", path};
+    return {std::string(path.substr(0, slash + 1)), path.substr(slash + 1)};
+}
+
+// Whether two paths to one file are the same name in the same folder, and not two links to it.
+bool IsSameEntry(std::string_view first, std::string_view second) {
+    const auto [folder, name] = Split(first);
+    const auto [otherFolder, otherName] = Split(second);
+    return name == otherName && IsSameFile((folder + "/.").c_str(), (otherFolder + "/.").c_str());
+}
+
+// Gives a file its new name. A file that takes the place of another must find it as it was held: `exists`
+// tells whether there was one. errno on failure.
+bool Rename(const char* from, const char* to, bool exists, bool replaces) noexcept {
+    // Of two links to one file the kernel would leave both.
+    if (exists && IsSameFile(from, to)) return Durable::Unlink(AT_FDCWD, from) == 0;
+    const auto give = [&](unsigned flags) {
+        return Durable::Rename(AT_FDCWD, from, AT_FDCWD, to, flags) == 0;
+    };
+    if (give(exists ? 0 : RENAME_NOREPLACE)) return true;
+    // Some file systems cannot promise to replace nothing.
+    return errno == EINVAL && replaces && !exists && give(0);
 }
 
 DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
     const bool replaces = flags & MOVEFILE_REPLACE_EXISTING;
     const bool durable = flags & MOVEFILE_WRITE_THROUGH;
-    struct stat info;
-    Descriptor held, heldTarget;
-    if (lstat(from.c_str(), &info) == 0)
-        if (DWORD code = HoldForDelete(from.c_str(), info, held)) return code;
-    if (replaces)
-        if (DWORD code = HoldForReplacing(to.c_str(), heldTarget)) return code;
-    if (durable && !IsFolder(from.c_str()))
+    bool isFolder = false;
+    Descriptor held;
+    if (DWORD code = HoldForDelete(from.c_str(), held)) return code;
+    if (DWORD code = AskForFolder(from.c_str(), isFolder)) return code;
+    if (IsSameFile(from.c_str(), to.c_str()) && IsSameEntry(from.View(), to.View())) return ERROR_SUCCESS;
+    if (durable && !isFolder)
         if (DWORD code = SyncFile(from.c_str())) return code;
-    if (Durable::Rename(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), replaces ? 0 : RENAME_NOREPLACE) != 0) {
+    constexpr int Attempts = 16;
+    for (int attempt = 0;; ++attempt) {
+        Descriptor heldTarget;
+        bool exists = false;
+        if (replaces)
+            if (DWORD code = HoldForReplacing(to.c_str(), heldTarget, exists)) return code;
+        if (Rename(from.c_str(), to.c_str(), exists, replaces)) break;
         const int error = errno;
+        struct stat info;
+        // Somebody made it meanwhile, and may hold it.
+        if (error == EEXIST && replaces && !exists && attempt < Attempts) continue;
         if (error == ENOENT && lstat(from.c_str(), &info) == 0)
             return ERROR_PATH_NOT_FOUND;  // of the new name
         if (error == EINVAL && !replaces) return ERROR_NOT_SUPPORTED;
-        if (error == ENOTDIR && replaces && IsFolder(from.c_str())) return ERROR_ACCESS_DENIED;
+        if (error == ENOTDIR && replaces && isFolder) return ERROR_ACCESS_DENIED;
         return CodeFromErrno(error, from.c_str());
     }
     if (!durable) return ERROR_SUCCESS;
@@ -438,12 +587,13 @@ DWORD MoveFile(const NativePath& from, const NativePath& to, DWORD flags) {
     return SyncFolderOf(from.View());
 }
 
-// `path` from the root on, without what "." and ".." stand for.
-std::wstring FullPath(std::wstring_view path) {
-    std::wstring full;
+// `path` from the root on, without what "." and ".." stand for. 3 (ERROR_PATH_NOT_FOUND) where the current
+// folder was removed.
+DWORD FullPath(std::wstring_view path, std::wstring& full) {
     if (!path.starts_with(L'/')) {
-        char folder[PATH_MAX];
-        if (getcwd(folder, sizeof folder)) full = ToWide(folder);
+        const std::unique_ptr<char, void (*)(void*)> folder(getcwd(nullptr, 0), std::free);
+        if (!folder) return errno == ENOENT ? ERROR_PATH_NOT_FOUND : CodeFromErrno(errno);
+        full = NameToWide(folder.get());
         if (full == L"/") full.clear();
     }
     const bool endsInSlash = path.ends_with(L'/');
@@ -457,7 +607,7 @@ std::wstring FullPath(std::wstring_view path) {
             full.append(L"/").append(part);
     }
     if (endsInSlash || full.empty()) full += L'/';
-    return full;
+    return ERROR_SUCCESS;
 }
 
 DWORD LockRange(HANDLE file, std::uint64_t offset, std::uint64_t size, Deadline deadline) noexcept {
@@ -487,15 +637,23 @@ DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
 // The three standard files, which stay open when their handles are closed.
 class StandardFile : public FileObject {
   public:
-    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd), false) {}
+    // The program may put something else in its descriptor's place: it counts as no plain file.
+    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd), false, false) {}
     ~StandardFile() override { m_descriptor.Release(); }
 };
 
-HANDLE OpenStandardFile(int fd) noexcept {
-    HANDLE handle = nullptr;
+// Made by the first call that succeeds.
+HANDLE StandardHandle(int fd) noexcept {
+    static constinit std::atomic<HANDLE> handles[3];
+    std::atomic<HANDLE>& known = handles[fd];
+    HANDLE handle = known.load();
+    if (handle || fcntl(fd, F_GETFD) == -1) return handle;
     // A terminal's three descriptors may all be open for both directions: what counts is what each is for.
     const DWORD rights = fd == STDIN_FILENO ? FILE_READ_DATA : AllWriteRights;
-    if (fcntl(fd, F_GETFD) != -1) NewHandle<StandardFile>(handle, rights, fd);
+    HANDLE made = nullptr;
+    if (DWORD code = NewHandle<StandardFile>(made, rights, fd)) return Fail(code, HANDLE());
+    if (known.compare_exchange_strong(handle, made)) return made;
+    CloseHandleOf(made, &FileObject::Kind);
     return handle;
 }
 
@@ -513,6 +671,9 @@ HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTR
         if (DWORD wrong =
                 ReadOpening(access, share, security, disposition, flagsAndAttributes, templateFile, opening))
             return wrong;
+        const DWORD failed = OpenFile(path.c_str(), opening, handle, existed);
+        if (failed != ERROR_ACCESS_DENIED || !(access & MAXIMUM_ALLOWED)) return failed;
+        opening.rights = DataRights((access & ~MAXIMUM_ALLOWED) | GENERIC_READ);
         return OpenFile(path.c_str(), opening, handle, existed);
     });
     if (code) return Fail(code, INVALID_HANDLE_VALUE);
@@ -525,9 +686,8 @@ BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* got, OVERLAPPED* ove
     if (DWORD code = FaultDue("ReadFile")) return Fail(code, FALSE);
     const HandleRef<FileObject> object(file);
     if (DWORD code = CheckTransfer(object, overlapped, got, FILE_READ_DATA)) return Fail(code, FALSE);
-    const int fd = object->Fd();
-    const DWORD code = TransferAll(size, IsRegular(fd), *got, [&](DWORD done, DWORD left) {
-        return read(fd, static_cast<char*>(buffer) + done, left);
+    const DWORD code = TransferAll(size, object->IsPlain(), *got, [&](DWORD done, DWORD left) {
+        return read(object->Fd(), static_cast<char*>(buffer) + done, left);
     });
     return code ? Fail(code, FALSE) : TRUE;
 }
@@ -536,8 +696,11 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, OVER
     if (DWORD code = FaultDue("WriteFile")) return Fail(code, FALSE);
     const HandleRef<FileObject> object(file);
     if (DWORD code = CheckTransfer(object, overlapped, written, AllWriteRights)) return Fail(code, FALSE);
+    if (!IsReadable(buffer, size)) return Fail(ERROR_NOACCESS, FALSE);
     const DWORD code = TransferAll(size, true, *written, [&](DWORD done, DWORD left) {
-        return Durable::Write(object->Fd(), static_cast<const char*>(buffer) + done, left);
+        const char* const rest = static_cast<const char*>(buffer) + done;
+        return object->IsPlain() ? Durable::Write(object->Fd(), rest, left)
+                                 : WriteQuietly(object->Fd(), rest, left);
     });
     return code ? Fail(code, FALSE) : TRUE;
 }
@@ -726,15 +889,12 @@ BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) noexcept {
 DWORD GetFullPathNameW(const wchar_t* name, DWORD size, wchar_t* buffer, wchar_t** namePart) noexcept {
     if (DWORD code = FaultDue("GetFullPathNameW")) return Fail(code, DWORD{0});
     if (!name || !*name) return Fail(ERROR_INVALID_NAME, DWORD{0});
-    try {
-        const std::wstring full = FullPath(name);
-        const std::size_t last = full.rfind(L'/') + 1;
-        if (!CopyOut(full, buffer, size)) return static_cast<DWORD>(full.size() + 1);
-        if (namePart) *namePart = last < full.size() ? buffer + last : nullptr;
-        return static_cast<DWORD>(full.size());
-    } catch (const std::bad_alloc&) {
-        return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
-    }
+    std::wstring full;
+    if (DWORD code = WithMemory([&] { return FullPath(name, full); })) return Fail(code, DWORD{0});
+    const std::size_t last = full.rfind(L'/') + 1;
+    if (!CopyOut(full, buffer, size)) return static_cast<DWORD>(full.size() + 1);
+    if (namePart) *namePart = last < full.size() ? buffer + last : nullptr;
+    return static_cast<DWORD>(full.size());
 }
 
 DWORD GetTempPathW(DWORD size, wchar_t* buffer) noexcept {
@@ -743,7 +903,7 @@ DWORD GetTempPathW(DWORD size, wchar_t* buffer) noexcept {
         std::string path = TrustedEnvironmentVariable("TMPDIR").value_or("");
         if (path.empty()) path = "/tmp";
         if (path.back() != '/') path += '/';
-        const std::wstring wide = ToWide(path);
+        const std::wstring wide = NameToWide(path);
         return static_cast<DWORD>(CopyOut(wide, buffer, size) ? wide.size() : wide.size() + 1);
     } catch (const std::bad_alloc&) {
         return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
@@ -752,18 +912,12 @@ DWORD GetTempPathW(DWORD size, wchar_t* buffer) noexcept {
 
 HANDLE GetStdHandle(DWORD number) noexcept {
     switch (number) {
-        case STD_INPUT_HANDLE: {
-            static const HANDLE input = OpenStandardFile(STDIN_FILENO);
-            return input;
-        }
-        case STD_OUTPUT_HANDLE: {
-            static const HANDLE output = OpenStandardFile(STDOUT_FILENO);
-            return output;
-        }
-        case STD_ERROR_HANDLE: {
-            static const HANDLE error = OpenStandardFile(STDERR_FILENO);
-            return error;
-        }
+        case STD_INPUT_HANDLE:
+            return StandardHandle(STDIN_FILENO);
+        case STD_OUTPUT_HANDLE:
+            return StandardHandle(STDOUT_FILENO);
+        case STD_ERROR_HANDLE:
+            return StandardHandle(STDERR_FILENO);
         default:
             return Fail(ERROR_INVALID_HANDLE, INVALID_HANDLE_VALUE);
     }

@@ -1,9 +1,10 @@
 // Files, folders and the console's handles.
 //
 // Paths are the system's own: '/' separates, a backslash is an ordinary character, upper and lower case
-// differ. Names on disk that are no valid UTF-8 are seen with U+FFFD in them and cannot be opened by that
-// name. Overlapped operations are not offered: a call with an OVERLAPPED, or FILE_FLAG_OVERLAPPED, fails with
-// 50 (ERROR_NOT_SUPPORTED), as do inherited handles, templates and all flags and attributes not named here.
+// differ. In a name on disk that is no valid UTF-8 each byte that belongs to no character is seen as the lone
+// surrogate 0xDC00 + byte, and such files are opened, moved and deleted like others. Overlapped operations
+// are not offered: a call with an OVERLAPPED, or FILE_FLAG_OVERLAPPED, fails with 50 (ERROR_NOT_SUPPORTED),
+// as do inherited handles, templates and all flags and attributes not named here.
 //
 // Where nothing was found the code is 3 (ERROR_PATH_NOT_FOUND) for a missing folder on the way and 2
 // (ERROR_FILE_NOT_FOUND) for the last name; without a name it is 3.
@@ -11,10 +12,6 @@
 
 #include "platform/linux/Base.h"
 
-inline constexpr DWORD GENERIC_READ = 0x80000000;
-inline constexpr DWORD GENERIC_WRITE = 0x40000000;
-inline constexpr DWORD GENERIC_EXECUTE = 0x20000000;
-inline constexpr DWORD GENERIC_ALL = 0x10000000;
 inline constexpr DWORD FILE_READ_DATA = 0x0001;
 inline constexpr DWORD FILE_WRITE_DATA = 0x0002;
 inline constexpr DWORD FILE_APPEND_DATA = 0x0004;
@@ -52,10 +49,12 @@ inline constexpr DWORD IO_REPARSE_TAG_SYMLINK = 0xA000000C;
 
 // INVALID_HANDLE_VALUE on failure. All five dispositions; CREATE_ALWAYS and OPEN_ALWAYS set the last error to
 // 183 (ERROR_ALREADY_EXISTS) when there was a file and to 0 when there was none. CREATE_NEW fails with 80
-// (ERROR_FILE_EXISTS), TRUNCATE_EXISTING without the right to write with 87 (ERROR_INVALID_PARAMETER).
-// Opening a folder takes FILE_FLAG_BACKUP_SEMANTICS, without it 5 (ERROR_ACCESS_DENIED). With
-// FILE_APPEND_DATA and not FILE_WRITE_DATA every write goes to the end. With FILE_FLAG_WRITE_THROUGH a write
-// returns once it is on the disk, and so does this call with the name of a file that it made.
+// (ERROR_FILE_EXISTS), also for a link to nowhere, whose target CREATE_ALWAYS and OPEN_ALWAYS make. A call
+// that fails leaves what was there, and nothing that it made. TRUNCATE_EXISTING without the right to write
+// with 87 (ERROR_INVALID_PARAMETER). Opening a folder takes FILE_FLAG_BACKUP_SEMANTICS, without it 5
+// (ERROR_ACCESS_DENIED). With FILE_APPEND_DATA and not FILE_WRITE_DATA every write goes to the end. With
+// FILE_FLAG_WRITE_THROUGH a write returns once it is on the disk, and so does this call with the name of a
+// file that it made.
 //
 // Share modes hold between all handles of all processes that use these calls, and keep nobody else out: 32
 // (ERROR_SHARING_VIOLATION) where a handle was opened for what `share` grants nobody, or does not grant what
@@ -68,9 +67,12 @@ inline constexpr DWORD IO_REPARSE_TAG_SYMLINK = 0xA000000C;
 // no file of a third user's, 5 (ERROR_ACCESS_DENIED).
 TQLIB_API HANDLE CreateFileW(const wchar_t* name, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
                              DWORD disposition, DWORD flagsAndAttributes, HANDLE templateFile) noexcept;
-// At the end of a file succeeds with 0 bytes. 5 for a handle without the right to read.
+// At the end of a file succeeds with 0 bytes. 5 for a handle without the right to read. A call that fails,
+// here and below, counts 0 bytes unless it moved some.
 TQLIB_API BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* got, OVERLAPPED* overlapped) noexcept;
-// 112 (ERROR_DISK_FULL) when not all could be written; `written` tells how much was.
+// 112 (ERROR_DISK_FULL) when not all could be written; `written` tells how much was. 232 (ERROR_NO_DATA) for
+// a pipe without a reader. Nothing is written of a buffer that cannot be read to its end: 998
+// (ERROR_NOACCESS).
 TQLIB_API BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written,
                          OVERLAPPED* overlapped) noexcept;
 
@@ -131,8 +133,9 @@ struct WIN32_FIND_DATAW {
 };
 
 // Finds the entries of a folder, "." and ".." included, whose names match the last part of `pattern`, where
-// '*' stands for any characters and '?' for any one; "*.*" matches all. INVALID_HANDLE_VALUE with 2 when
-// there is none. The order is the file system's.
+// '*' stands for any characters and '?' for any one; "*.*" at its end for any, also without a dot.
+// INVALID_HANDLE_VALUE with 2 when there is none, 5 for a folder that may be listed and not be entered. The
+// order is the file system's.
 TQLIB_API HANDLE FindFirstFileW(const wchar_t* pattern, WIN32_FIND_DATAW* data) noexcept;
 // 18 (ERROR_NO_MORE_FILES) after the last one.
 TQLIB_API BOOL FindNextFileW(HANDLE find, WIN32_FIND_DATAW* data) noexcept;
@@ -150,17 +153,18 @@ inline constexpr DWORD MOVEFILE_REPLACE_EXISTING = 1;
 inline constexpr DWORD MOVEFILE_COPY_ALLOWED = 2;
 inline constexpr DWORD MOVEFILE_WRITE_THROUGH = 8;
 
-// 183 when there is a file of the new name, unless it may be replaced, which happens in one step; 5 when it
-// is a folder, read-only or open without being shared for deletion; 32 when the file itself is. Between file
-// systems 17 (ERROR_NOT_SAME_DEVICE), also where copying is allowed. 50 where the file system cannot promise
-// to replace nothing. With MOVEFILE_WRITE_THROUGH the file's contents and its new name are on the disk on
-// return.
+// 183 when there is a file of the new name, unless it may be replaced, which happens in one step, or is the
+// file itself; 5 when it is a folder, read-only or open without being shared for deletion; 32 when the file
+// itself is. Between file systems 17 (ERROR_NOT_SAME_DEVICE), also where copying is allowed. 50 where the
+// file system cannot promise to replace nothing. With MOVEFILE_WRITE_THROUGH the file's contents and its new
+// name are on the disk on return.
 TQLIB_API BOOL MoveFileExW(const wchar_t* from, const wchar_t* to, DWORD flags) noexcept;
 
 // The name from the root folder on, without "." and "..", by the current folder and the names alone: nothing
-// has to exist, and links are not followed. `namePart`, which may be null, gets the address of the last part,
-// or null where there is none. The length without the terminator, or where `size` is too small the size
-// needed with it. 0 with 123 (ERROR_INVALID_NAME) for no name.
+// has to exist, and links are not followed. 3 (ERROR_PATH_NOT_FOUND) where the current folder was removed.
+// `namePart`, which may be null, gets the address of the last part, or null where there is none. The length
+// without the terminator, or where `size` is too small the size needed with it. 0 with 123
+// (ERROR_INVALID_NAME) for no name.
 TQLIB_API DWORD GetFullPathNameW(const wchar_t* name, DWORD size, wchar_t* buffer,
                                  wchar_t** namePart) noexcept;
 

@@ -1,5 +1,6 @@
 #include "platform/linux/Handles.h"
 
+#include "platform/linux/Files.h"
 #include "platform/linux/Process.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
@@ -10,17 +11,29 @@ using namespace Quellan::Corvel::Platform;
 
 namespace {
 
+// A second handle of an object, from one that grants `granted`. 5 for a right that it cannot have.
+DWORD Duplicate(std::shared_ptr<Object> object, DWORD granted, DWORD access, DWORD options,
+                HANDLE& target) noexcept {
+    if (options & DUPLICATE_SAME_ACCESS) return InsertHandle(std::move(object), granted, target);
+    const ObjectKind& kind = object->KindOf();
+    const DWORD rights = MapRights(kind.rights, access);
+    // A file is open for what its first handle asked for; rights to its attributes come with every handle.
+    constexpr DWORD OfOpening = FILE_READ_DATA | FILE_WRITE_DATA | FILE_APPEND_DATA | DELETE;
+    const DWORD refused = kind.grantsNoMore ? OfOpening & ~granted : 0;
+    if (rights & (refused | ~kind.rights.all)) return ERROR_ACCESS_DENIED;
+    return InsertHandle(std::move(object), rights, target);
+}
+
 DWORD Duplicate(HANDLE source, DWORD access, DWORD options, HANDLE& target) noexcept {
-    const bool sameAccess = options & DUPLICATE_SAME_ACCESS;
     if (source == GetCurrentProcess()) return ERROR_NOT_SUPPORTED;
     if (source == GetCurrentThread()) {
         Thread* const thread = Thread::Current();
         if (!thread) return ERROR_NOT_ENOUGH_MEMORY;
-        return InsertHandle(thread->shared_from_this(), sameAccess ? THREAD_ALL_ACCESS : access, target);
+        return Duplicate(thread->shared_from_this(), THREAD_ALL_ACCESS, access, options, target);
     }
     const HandleUse use(source);
     if (!use.Get()) return ERROR_INVALID_HANDLE;
-    return InsertHandle(use.Share(), sameAccess ? use.Access() : access, target);
+    return Duplicate(use.Share(), use.Access(), access, options, target);
 }
 
 }  // namespace

@@ -18,10 +18,12 @@ inline constexpr DWORD DUPLICATE_CLOSE_SOURCE = 1;
 inline constexpr DWORD DUPLICATE_SAME_ACCESS = 2;
 
 // A second handle of the same object, for the calling process from the calling process; both process handles
-// are GetCurrentProcess(). It grants `access`, or with DUPLICATE_SAME_ACCESS what the first grants. The
-// pseudo handle of the calling thread becomes a real one. With DUPLICATE_CLOSE_SOURCE the first is closed,
-// whatever else happens. 6 (ERROR_INVALID_HANDLE), 50 (ERROR_NOT_SUPPORTED) for other processes, for a handle
-// of the process itself and for an inherited handle, 87 (ERROR_INVALID_PARAMETER) for other options.
+// are GetCurrentProcess(). It grants `access`, or with DUPLICATE_SAME_ACCESS what the first grants: 5
+// (ERROR_ACCESS_DENIED) for a right that objects of the kind do not have, and for a right to a file's
+// contents that the first does not grant. The pseudo handle of the calling thread becomes a real one. With
+// DUPLICATE_CLOSE_SOURCE the first is closed, whatever else happens. 6 (ERROR_INVALID_HANDLE), 50
+// (ERROR_NOT_SUPPORTED) for other processes, for a handle of the process itself and for an inherited handle,
+// 87 (ERROR_INVALID_PARAMETER) for other options.
 TQLIB_API BOOL DuplicateHandle(HANDLE fromProcess, HANDLE source, HANDLE toProcess, HANDLE* target,
                                DWORD access, BOOL inherit, DWORD options) noexcept;
 

@@ -5,6 +5,7 @@
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/Reservations.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <cstring>
@@ -172,11 +173,17 @@ BOOL VirtualUnlock(void* address, SIZE_T size) noexcept {
 
 void GetSystemInfo(SYSTEM_INFO* info) noexcept {
     cpu_set_t processors;
-    CPU_ZERO(&processors);
-    sched_getaffinity(0, sizeof processors, &processors);
+    constexpr long MaskBits = 8 * sizeof(DWORD_PTR);
     DWORD_PTR mask = 0;
-    for (unsigned i = 0; i < 8 * sizeof mask; ++i)
-        if (CPU_ISSET(i, &processors)) mask |= DWORD_PTR{1} << i;
+    long count = 0;
+    if (sched_getaffinity(0, sizeof processors, &processors) == 0) {
+        count = CPU_COUNT(&processors);
+        for (unsigned i = 0; i < MaskBits; ++i)
+            if (CPU_ISSET(i, &processors)) mask |= DWORD_PTR{1} << i;
+    } else {  // the machine has more than the set holds
+        count = std::max(sysconf(_SC_NPROCESSORS_ONLN), 1L);
+        mask = ~DWORD_PTR{0} >> (MaskBits - std::min(count, MaskBits));
+    }
     *info = {};
 #if defined(__x86_64__)
     info->wProcessorArchitecture = PROCESSOR_ARCHITECTURE_AMD64;
@@ -189,7 +196,7 @@ void GetSystemInfo(SYSTEM_INFO* info) noexcept {
     info->lpMinimumApplicationAddress = reinterpret_cast<void*>(LowestAddress);
     info->lpMaximumApplicationAddress = reinterpret_cast<void*>(HighestAddress);
     info->dwActiveProcessorMask = mask;
-    info->dwNumberOfProcessors = static_cast<DWORD>(CPU_COUNT(&processors));
+    info->dwNumberOfProcessors = static_cast<DWORD>(count);
     info->dwAllocationGranularity = Reservations::Granularity;
 }
 

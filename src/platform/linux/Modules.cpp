@@ -246,7 +246,7 @@ std::optional<Image> FindImageByName(const wchar_t* name) {
     if (!name) return images.front();
     for (const std::wstring& wanted : FileNames(name))
         for (Image& image : images) {
-            const std::wstring path = ToWide(FullPath(image));
+            const std::wstring path = NameToWide(FullPath(image));
             if (GoesBy(HasFolder(name) ? std::wstring_view(path) : BaseName(path), wanted))
                 return std::move(image);
         }
@@ -418,7 +418,7 @@ DWORD CopyPath(HMODULE module, wchar_t* buffer, DWORD size, DWORD& length) {
     const auto image = FindImage(module);
     if (!image) return ERROR_MOD_NOT_FOUND;
     if (!buffer || size == 0) return ERROR_INSUFFICIENT_BUFFER;
-    const std::wstring path = ToWide(FullPath(*image));
+    const std::wstring path = NameToWide(FullPath(*image));
     if (path.empty()) return ERROR_PATH_NOT_FOUND;
     if (path.size() < size) {
         std::copy_n(path.c_str(), path.size() + 1, buffer);
@@ -460,7 +460,7 @@ DWORD CopyBaseName(HANDLE process, HMODULE module, wchar_t* buffer, DWORD size, 
     const auto image = FindImage(module);
     if (!image) return ERROR_INVALID_HANDLE;
     if (!buffer || size == 0) return ERROR_INSUFFICIENT_BUFFER;
-    const std::wstring path = ToWide(FullPath(*image));
+    const std::wstring path = NameToWide(FullPath(*image));
     if (path.empty()) return ERROR_PATH_NOT_FOUND;
     const std::wstring_view name = BaseName(path).substr(0, size);
     std::ranges::copy(name, buffer);

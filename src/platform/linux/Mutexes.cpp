@@ -8,7 +8,13 @@ namespace {
 
 class Mutex : public Waitable {
   public:
-    static constexpr ObjectKind Kind{.name = "mutex", .closedByCloseHandle = true, .waitable = true};
+    static constexpr ObjectKind Kind{.name = "mutex",
+                                     .closedByCloseHandle = true,
+                                     .waitable = true,
+                                     .rights = {.read = READ_CONTROL | MUTEX_MODIFY_STATE,
+                                                .write = READ_CONTROL,
+                                                .execute = READ_CONTROL | SYNCHRONIZE,
+                                                .all = MUTEX_ALL_ACCESS}};
     static constexpr SharedKind NamedAs = SharedKind::Mutex;
 
     Mutex() : Waitable(Kind, TakesOwnership, 0) {}

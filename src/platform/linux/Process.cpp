@@ -8,6 +8,7 @@
 #include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
+#include "platform/linux/internal/QuietWrite.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <algorithm>
@@ -118,7 +119,7 @@ void OutputDebugStringW(const wchar_t* text) noexcept {
     try {
         const Descriptor output = OpenDebugOutput();
         const std::string native = output ? ToUtf8(text) : std::string();
-        if (!native.empty()) Retry([&] { return write(output.Get(), native.data(), native.size()); });
+        if (!native.empty()) Retry([&] { return WriteQuietly(output.Get(), native.data(), native.size()); });
     } catch (const std::bad_alloc&) {
         // Nobody waits for this text.
     }

@@ -97,6 +97,9 @@ LSTATUS Status(DWORD code) noexcept {
 
 DWORD GrantAccess(const RegistryKey& key, REGSAM wanted, DWORD& granted) noexcept {
     constexpr REGSAM Known = KEY_ALL_ACCESS | MAXIMUM_ALLOWED | KEY_WOW64_64KEY;
+    constexpr GenericRights Rights{
+        .read = KEY_READ, .write = KEY_WRITE, .execute = KEY_EXECUTE, .all = KEY_ALL_ACCESS};
+    wanted = MapRights(Rights, wanted & ~MAXIMUM_ALLOWED) | (wanted & MAXIMUM_ALLOWED);
     if (wanted & ~Known) return ERROR_ACCESS_DENIED;
     const bool asks = wanted & (ChangingAccess | MAXIMUM_ALLOWED);
     const bool mayChange = asks && MayChangeRegistryKey(key);
@@ -195,6 +198,7 @@ DWORD ReadInfo(Key& key, KeyInfo& info) {
 LSTATUS RegOpenKeyExW(HKEY key, const wchar_t* path, DWORD options, REGSAM access, HKEY* opened) noexcept {
     if (DWORD code = FaultDue("RegOpenKeyExW")) return Status(code);
     if (!opened) return Status(ERROR_INVALID_PARAMETER);
+    *opened = nullptr;
     if (options) return Status(ERROR_NOT_SUPPORTED);
     if (RootOf(key) && IsEmpty(path)) {
         *opened = key;

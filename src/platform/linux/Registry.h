@@ -56,7 +56,8 @@ inline constexpr DWORD REG_OPENED_EXISTING_KEY = 2;
 // one that begins with a backslash. Making, opening and deleting subkeys needs no access of the handle.
 
 // 2 (ERROR_FILE_NOT_FOUND). Without a path, a new handle of the key itself, or the same where that is open
-// all the time. `access` may be MAXIMUM_ALLOWED; 50 (ERROR_NOT_SUPPORTED) for options.
+// all the time. `access` may be generic rights and MAXIMUM_ALLOWED; 50 (ERROR_NOT_SUPPORTED) for options.
+// On failure `opened` receives null.
 TQLIB_API LSTATUS RegOpenKeyExW(HKEY key, const wchar_t* path, DWORD options, REGSAM access,
                                 HKEY* opened) noexcept;
 // Makes every key of the path that is missing. The class is not kept. 50 (ERROR_NOT_SUPPORTED) for options,

@@ -8,7 +8,13 @@ namespace {
 
 class Semaphore : public Waitable {
   public:
-    static constexpr ObjectKind Kind{.name = "semaphore", .closedByCloseHandle = true, .waitable = true};
+    static constexpr ObjectKind Kind{.name = "semaphore",
+                                     .closedByCloseHandle = true,
+                                     .waitable = true,
+                                     .rights = {.read = READ_CONTROL | 0x1,
+                                                .write = READ_CONTROL | SEMAPHORE_MODIFY_STATE,
+                                                .execute = READ_CONTROL | SYNCHRONIZE,
+                                                .all = SEMAPHORE_ALL_ACCESS}};
     static constexpr SharedKind NamedAs = SharedKind::Semaphore;
 
     Semaphore(std::uint32_t value, std::uint32_t maximum)

@@ -147,7 +147,7 @@ BOOL CopySid(DWORD size, PSID target, PSID source) noexcept {
 
 BOOL EqualSid(PSID left, PSID right) noexcept {
     if (!IsSid(left) || !IsSid(right)) return Fail(ERROR_INVALID_SID, FALSE);
-    return AreEqual(left, right);
+    return AreEqual(left, right) ? TRUE : Fail(ERROR_SUCCESS, FALSE);
 }
 
 BOOL EqualPrefixSid(PSID left, PSID right) noexcept {
@@ -164,6 +164,7 @@ BOOL EqualDomainSid(PSID left, PSID right, BOOL* equal) noexcept {
     const BYTE rightCount = DomainCountOf(right);
     if (leftCount == 0 || rightCount == 0) return Fail(ERROR_NON_DOMAIN_SID, FALSE);
     *equal = leftCount == rightCount && BeginAlike(left, right, leftCount);
+    if (!*equal) SetLastError(ERROR_SUCCESS);
     return TRUE;
 }
 

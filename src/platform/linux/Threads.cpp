@@ -54,7 +54,9 @@ HANDLE OpenThread(DWORD access, BOOL inherit, DWORD id) noexcept {
     std::shared_ptr<Thread> thread = Thread::Find(id);
     if (!thread) return Fail(ERROR_INVALID_PARAMETER, HANDLE());
     HANDLE handle = nullptr;
-    if (DWORD code = InsertHandle(std::move(thread), access, handle)) return Fail(code, HANDLE());
+    const DWORD rights = MapRights(Thread::Kind.rights, access);
+    if (!rights || rights & ~Thread::Kind.rights.all) return Fail(ERROR_ACCESS_DENIED, HANDLE());
+    if (DWORD code = InsertHandle(std::move(thread), rights, handle)) return Fail(code, HANDLE());
     return handle;
 }
 

@@ -60,7 +60,13 @@ DWORD TokenContent::FindGroups(std::vector<Group>& groups) const {
 
 class Token : public Object {
   public:
-    static constexpr ObjectKind Kind{.name = "token", .closedByCloseHandle = true};
+    static constexpr ObjectKind Kind{.name = "token",
+                                     .closedByCloseHandle = true,
+                                     .rights = {.read = READ_CONTROL | TOKEN_QUERY,
+                                                .write = READ_CONTROL | TOKEN_ADJUST_PRIVILEGES |
+                                                         TOKEN_ADJUST_GROUPS | TOKEN_ADJUST_DEFAULT,
+                                                .execute = READ_CONTROL | TOKEN_IMPERSONATE,
+                                                .all = TOKEN_ALL_ACCESS}};
 
     Token(std::shared_ptr<const TokenContent> content, TOKEN_TYPE type, SECURITY_IMPERSONATION_LEVEL level)
         : Object(Kind), m_content(std::move(content)), m_type(type), m_level(level) {}
@@ -78,7 +84,7 @@ class Token : public Object {
 namespace {
 
 DWORD GrantedAccess(DWORD access) noexcept {
-    return access & MAXIMUM_ALLOWED ? TOKEN_ALL_ACCESS : access;
+    return MapRights(Token::Kind.rights, access);
 }
 
 std::shared_ptr<const TokenContent> ProcessContent() {

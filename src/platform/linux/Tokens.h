@@ -19,8 +19,6 @@
 #include "platform/linux/Privileges.h"
 #include "platform/linux/Sids.h"
 
-inline constexpr DWORD MAXIMUM_ALLOWED = 0x02000000;
-
 inline constexpr DWORD TOKEN_ASSIGN_PRIMARY = 0x0001;
 inline constexpr DWORD TOKEN_DUPLICATE = 0x0002;
 inline constexpr DWORD TOKEN_IMPERSONATE = 0x0004;

@@ -25,7 +25,7 @@ DWORD FindVolume(std::string path, std::wstring& volume) {
         code = FindMountOf(path.c_str(), mount);
     }
     if (code) return code;
-    volume = ToWide(mount.folder);
+    volume = NameToWide(mount.folder);
     if (!volume.ends_with(L'/')) volume += L'/';
     return ERROR_SUCCESS;
 }

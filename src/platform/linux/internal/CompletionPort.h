@@ -88,7 +88,12 @@ class PortSeat {
 // What a port's handle names. The port itself is not kept open by threads that wait at it.
 class PortObject : public Object {
   public:
-    static constexpr ObjectKind Kind{.name = "completion port", .closedByCloseHandle = true};
+    static constexpr ObjectKind Kind{.name = "completion port",
+                                     .closedByCloseHandle = true,
+                                     .rights = {.read = READ_CONTROL | 0x1,
+                                                .write = READ_CONTROL | IO_COMPLETION_MODIFY_STATE,
+                                                .execute = READ_CONTROL | SYNCHRONIZE,
+                                                .all = IO_COMPLETION_ALL_ACCESS}};
 
     // May throw std::bad_alloc.
     PortObject() : Object(Kind), m_port(std::make_shared<CompletionPort>()) {}

@@ -1,6 +1,7 @@
 // What a file handle names.
 #pragma once
 
+#include "platform/linux/SecurityDescriptors.h"
 #include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/HandleTable.h"
 #include "platform/linux/internal/RangeLocks.h"
@@ -9,12 +10,23 @@ namespace Quellan::Corvel::Platform {
 
 class FileObject : public Object {
   public:
-    static constexpr ObjectKind Kind{.name = "file", .closedByCloseHandle = true};
+    static constexpr ObjectKind Kind{.name = "file",
+                                     .closedByCloseHandle = true,
+                                     .rights = {.read = FILE_GENERIC_READ,
+                                                .write = FILE_GENERIC_WRITE,
+                                                .execute = FILE_GENERIC_EXECUTE,
+                                                .all = FILE_ALL_ACCESS},
+                                     .grantsNoMore = true};
 
-    FileObject(Descriptor descriptor, bool writesThrough) noexcept
-        : Object(Kind), m_descriptor(std::move(descriptor)), m_writesThrough(writesThrough) {}
+    FileObject(Descriptor descriptor, bool isPlain, bool writesThrough) noexcept
+        : Object(Kind),
+          m_descriptor(std::move(descriptor)),
+          m_isPlain(isPlain),
+          m_writesThrough(writesThrough) {}
 
     int Fd() const noexcept { return m_descriptor.Get(); }
+    // Whether it is a file and no device, pipe or folder.
+    bool IsPlain() const noexcept { return m_isPlain; }
     bool WritesThrough() const noexcept { return m_writesThrough; }
     RangeLocks& Locks() noexcept { return m_locks; }
 
@@ -22,6 +34,7 @@ class FileObject : public Object {
     Descriptor m_descriptor;
 
   private:
+    const bool m_isPlain;
     const bool m_writesThrough;
     RangeLocks m_locks;
 };

@@ -20,12 +20,32 @@
 
 namespace Quellan::Corvel::Platform {
 
+// What generic rights stand for. `all` are the rights there are.
+struct GenericRights {
+    DWORD read = 0;
+    DWORD write = 0;
+    DWORD execute = 0;
+    DWORD all = 0;
+};
+
+// `access` with the rights that its generic ones and MAXIMUM_ALLOWED stand for in their place.
+constexpr DWORD MapRights(const GenericRights& rights, DWORD access) noexcept {
+    const DWORD mapped = (access & GENERIC_READ ? rights.read : 0) |
+                         (access & GENERIC_WRITE ? rights.write : 0) |
+                         (access & GENERIC_EXECUTE ? rights.execute : 0) |
+                         (access & (GENERIC_ALL | MAXIMUM_ALLOWED) ? rights.all : 0);
+    return mapped |
+           (access & ~(GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL | MAXIMUM_ALLOWED));
+}
+
 // What all objects of one kind have in common. Each kind is one constexpr record, told from the others by its
 // address.
 struct ObjectKind {
     const char* name;
-    bool closedByCloseHandle;  // false: the kind has a closing call of its own
-    bool waitable = false;     // whether its objects are of class Waitable
+    bool closedByCloseHandle;   // false: the kind has a closing call of its own
+    bool waitable = false;      // whether its objects are of class Waitable
+    GenericRights rights = {};  // none: handles of the kind are only duplicated as they are
+    bool grantsNoMore = false;  // whether a duplicate grants at most what its source does
 };
 
 // The base of what a handle names. A derived class has its record as `static constexpr ObjectKind Kind`.

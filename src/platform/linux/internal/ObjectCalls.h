@@ -23,14 +23,18 @@ HANDLE CreateObject(const SECURITY_ATTRIBUTES* attributes, const wchar_t* name, 
     return handle;
 }
 
+// 5 (ERROR_ACCESS_DENIED) for rights that the kind does not have, and for none.
 template <class Body>
 HANDLE OpenObject(DWORD access, BOOL inherit, const wchar_t* name) noexcept {
     if (inherit) return Fail(ERROR_NOT_SUPPORTED, HANDLE());
     if (!name) return Fail(ERROR_INVALID_PARAMETER, HANDLE());
     HANDLE handle = nullptr;
-    const DWORD code = NamedHandle<Body>(name, nullptr, access, handle);
-    if (!handle) SetLastError(code);
-    return handle;
+    const DWORD rights = MapRights(Body::Kind.rights, access);
+    const DWORD code = NamedHandle<Body>(name, nullptr, rights, handle);
+    if (!handle) return Fail(code, HANDLE());
+    if (rights && !(rights & ~Body::Kind.rights.all)) return handle;
+    CloseHandleOf(handle, &Body::Kind);
+    return Fail(ERROR_ACCESS_DENIED, HANDLE());
 }
 
 // Calls `change` with the object of a handle that grants `access`; `change` returns a code.

@@ -94,17 +94,6 @@ void* MapAligned(SIZE_T size) noexcept {
 
 }  // namespace
 
-void AddressMap::Assign(ULONG_PTR begin, ULONG_PTR end, DWORD value) {
-    const auto atEnd = m_changes.try_emplace(end, At(end)).first;
-    const auto atBegin = m_changes.try_emplace(begin, At(begin)).first;
-    m_changes.erase(std::next(atBegin), atEnd);
-    atBegin->second = value;
-    for (const auto change : {atEnd, atBegin}) {
-        const DWORD before = change == m_changes.begin() ? 0 : std::prev(change)->second;
-        if (change->second == before) m_changes.erase(change);
-    }
-}
-
 DWORD AddressMap::At(ULONG_PTR address) const noexcept {
     const auto next = m_changes.upper_bound(address);
     return next == m_changes.begin() ? 0 : std::prev(next)->second;
@@ -132,7 +121,8 @@ Reservations& Reservations::Instance() noexcept {
 DWORD Reservations::WholePages(const void* address, SIZE_T size, Range& range) noexcept {
     const auto begin = reinterpret_cast<ULONG_PTR>(address);
     const ULONG_PTR inPage = PageSize() - 1;
-    if (size == 0 || begin + size < begin || begin + size + inPage < begin) return ERROR_INVALID_PARAMETER;
+    const ULONG_PTR last = ~ULONG_PTR{0} - inPage;  // that can be rounded up
+    if (size == 0 || begin > last || size > last - begin) return ERROR_INVALID_PARAMETER;
     range = {begin & ~inPage, (begin + size + inPage) & ~inPage};
     return ERROR_SUCCESS;
 }
@@ -146,7 +136,9 @@ ULONG_PTR Reservations::EndOfReservation(Range range) const noexcept {
 
 DWORD Reservations::Reserve(void*& address, SIZE_T size, DWORD protect) {
     const auto wanted = reinterpret_cast<ULONG_PTR>(address) & ~(Granularity - 1);
-    const SIZE_T whole = size + (reinterpret_cast<ULONG_PTR>(address) - wanted);
+    const ULONG_PTR before = reinterpret_cast<ULONG_PTR>(address) - wanted;
+    const SIZE_T whole = size + before;
+    if (whole < before) return ERROR_INVALID_PARAMETER;
     Range range;
     if (DWORD code = WholePages(Pointer(wanted), whole, range)) return code;
     const std::optional<int> system = SystemProtection(protect ? protect : PAGE_NOACCESS);
@@ -166,13 +158,9 @@ DWORD Reservations::Reserve(void*& address, SIZE_T size, DWORD protect) {
     }
     const auto begin = reinterpret_cast<ULONG_PTR>(base);
     try {
-        const auto entry = m_reserved.try_emplace(begin, begin + bytes).first;
-        try {
-            m_protection.Assign(begin, begin + bytes, protect);
-        } catch (const std::bad_alloc&) {
-            m_reserved.erase(entry);
-            throw;
-        }
+        AddressMap::Change protection(m_protection, begin, begin + bytes);
+        m_reserved.try_emplace(begin, begin + bytes);
+        protection.Make(protect);
     } catch (const std::bad_alloc&) {
         munmap(base, bytes);
         throw;
@@ -188,9 +176,12 @@ DWORD Reservations::Commit(void*& address, SIZE_T size, DWORD protect) {
     if (!system) return ERROR_INVALID_PARAMETER;
     const std::scoped_lock lock(m_lock);
     if (!EndOfReservation(range)) return ERROR_INVALID_ADDRESS;
-    const SIZE_T bytes = range.end - range.begin;
-    m_protection.Assign(range.begin, range.end, protect);
-    if (mprotect(Pointer(range.begin), bytes, *system) != 0) return ERROR_NOT_ENOUGH_MEMORY;
+    AddressMap::Change protection(m_protection, range.begin, range.end);
+    if (mprotect(Pointer(range.begin), range.end - range.begin, *system) != 0) {
+        RestoreProtection(range);
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    protection.Make(protect);
     address = Pointer(range.begin);
     return ERROR_SUCCESS;
 }
@@ -206,12 +197,14 @@ DWORD Reservations::Decommit(void* address, SIZE_T size) {
         if (DWORD code = WholePages(address, size, range)) return code;
         if (!EndOfReservation(range)) return ERROR_INVALID_ADDRESS;
     }
-    m_protection.Assign(range.begin, range.end, 0);
-    m_locked.Assign(range.begin, range.end, 0);
+    AddressMap::Change protection(m_protection, range.begin, range.end);
+    AddressMap::Change locked(m_locked, range.begin, range.end);
     constexpr int Flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED;
     void* const base = Pointer(range.begin);
-    return mmap(base, range.end - range.begin, PROT_NONE, Flags, -1, 0) == base ? ERROR_SUCCESS
-                                                                                : CodeFromErrno(errno);
+    if (mmap(base, range.end - range.begin, PROT_NONE, Flags, -1, 0) != base) return CodeFromErrno(errno);
+    protection.Make(0);
+    locked.Make(0);
+    return ERROR_SUCCESS;
 }
 
 DWORD Reservations::Release(void* address) {
@@ -219,10 +212,13 @@ DWORD Reservations::Release(void* address) {
     const auto found = m_reserved.find(reinterpret_cast<ULONG_PTR>(address));
     if (found == m_reserved.end()) return ERROR_INVALID_ADDRESS;
     const auto [begin, end] = *found;
-    m_protection.Assign(begin, end, 0);
-    m_locked.Assign(begin, end, 0);
+    AddressMap::Change protection(m_protection, begin, end);
+    AddressMap::Change locked(m_locked, begin, end);
+    if (munmap(Pointer(begin), end - begin) != 0) return CodeFromErrno(errno);
+    protection.Make(0);
+    locked.Make(0);
     m_reserved.erase(found);
-    return munmap(Pointer(begin), end - begin) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+    return ERROR_SUCCESS;
 }
 
 DWORD Reservations::Protect(void* address, SIZE_T size, DWORD protect, DWORD& oldProtect) {
@@ -236,10 +232,22 @@ DWORD Reservations::Protect(void* address, SIZE_T size, DWORD protect, DWORD& ol
                       : m_protection.Contains(range.begin, range.end, 0) ? 0
                                                                          : m_protection.At(range.begin);
     if (old == 0) return ERROR_INVALID_ADDRESS;
-    if (ours) m_protection.Assign(range.begin, range.end, protect);
-    if (mprotect(Pointer(range.begin), range.end - range.begin, *system) != 0) return CodeFromErrno(errno);
+    std::optional<AddressMap::Change> protection;
+    if (ours) protection.emplace(m_protection, range.begin, range.end);
+    if (mprotect(Pointer(range.begin), range.end - range.begin, *system) != 0) {
+        const int error = errno;
+        if (ours) RestoreProtection(range);
+        return CodeFromErrno(error);
+    }
+    if (ours) protection->Make(protect);
     oldProtect = old;
     return ERROR_SUCCESS;
+}
+
+void Reservations::RestoreProtection(Range range) const noexcept {
+    m_protection.ForEachPart(range.begin, range.end, [](ULONG_PTR begin, ULONG_PTR end, DWORD protect) {
+        mprotect(Pointer(begin), end - begin, SystemProtection(protect).value_or(PROT_NONE));
+    });
 }
 
 DWORD Reservations::Lock(void* address, SIZE_T size) {
@@ -248,9 +256,15 @@ DWORD Reservations::Lock(void* address, SIZE_T size) {
     const SIZE_T bytes = range.end - range.begin;
     if (IsBadReadPtr(Pointer(range.begin), bytes)) return ERROR_NOACCESS;
     const std::scoped_lock lock(m_lock);
-    m_locked.Assign(range.begin, range.end, Locked);
-    if (mlock(Pointer(range.begin), bytes) == 0) return ERROR_SUCCESS;
-    m_locked.Assign(range.begin, range.end, 0);
+    AddressMap::Change locked(m_locked, range.begin, range.end);
+    if (mlock(Pointer(range.begin), bytes) == 0) {
+        locked.Make(Locked);
+        return ERROR_SUCCESS;
+    }
+    // It may have come to some of the pages; those that were locked before stay so.
+    m_locked.ForEachPart(range.begin, range.end, [](ULONG_PTR begin, ULONG_PTR end, DWORD value) {
+        if (value != Locked) munlock(Pointer(begin), end - begin);
+    });
     return ERROR_WORKING_SET_QUOTA;
 }
 
@@ -259,8 +273,9 @@ DWORD Reservations::Unlock(void* address, SIZE_T size) {
     if (DWORD code = WholePages(address, size, range)) return code;
     const std::scoped_lock lock(m_lock);
     const bool allLocked = !m_locked.Contains(range.begin, range.end, 0);
-    m_locked.Assign(range.begin, range.end, 0);
+    AddressMap::Change locked(m_locked, range.begin, range.end);
     munlock(Pointer(range.begin), range.end - range.begin);
+    locked.Make(0);
     return allLocked ? ERROR_SUCCESS : ERROR_NOT_LOCKED;
 }
 

@@ -20,8 +20,11 @@ constexpr timeval ConnectLimit = {.tv_sec = 30, .tv_usec = 0};
 
 std::string Variable(const wchar_t* name) {
     if (getauxval(AT_SECURE)) return {};  // the caller has more rights than who chose the environment
+    const DWORD lastError = GetLastError();
     std::wstring value(PATH_MAX, L'\0');
-    value.resize(std::min<std::size_t>(GetEnvironmentVariableW(name, value.data(), PATH_MAX), PATH_MAX));
+    const DWORD size = GetEnvironmentVariableW(name, value.data(), PATH_MAX);
+    SetLastError(lastError);  // most often there is none
+    value.resize(size < PATH_MAX ? size : 0);
     return ToUtf8(value);
 }
 
@@ -47,6 +50,10 @@ struct Address {
     const sockaddr* Get() const { return reinterpret_cast<const sockaddr*>(&name); }
 };
 
+bool IsOfDescriptors(int error) noexcept {
+    return error == EMFILE || error == ENFILE;
+}
+
 Descriptor NewSocket(int flags) {
     return Descriptor(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | flags, 0));
 }
@@ -62,12 +69,14 @@ std::string ServiceManagerSocket() {
 DWORD ConnectToServiceManager(const std::string& path, Descriptor& connection) {
     Address address;
     Descriptor made = NewSocket(0);
-    if (!made) return errno == EMFILE ? ERROR_TOO_MANY_OPEN_FILES : ERROR_NO_SYSTEM_RESOURCES;
+    if (!made) return IsOfDescriptors(errno) ? ERROR_TOO_MANY_OPEN_FILES : ERROR_NO_SYSTEM_RESOURCES;
     // A manager that does not take connections is as good as none.
     setsockopt(made.Get(), SOL_SOCKET, SO_SNDTIMEO, &ConnectLimit, sizeof ConnectLimit);
     if (!address.Set(path) ||
-        Retry([&] { return connect(made.Get(), address.Get(), sizeof address.name); }) != 0)
+        Retry([&] { return connect(made.Get(), address.Get(), sizeof address.name); }) != 0) {
+        if (IsOfDescriptors(errno)) return ERROR_TOO_MANY_OPEN_FILES;
         return errno == EACCES ? ERROR_ACCESS_DENIED : RPC_S_SERVER_UNAVAILABLE;
+    }
     connection = std::move(made);
     return ERROR_SUCCESS;
 }

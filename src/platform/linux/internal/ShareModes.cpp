@@ -79,10 +79,17 @@ bool Set(int fd, short type, unsigned bytes) noexcept {
                       [&](int first, int count) { return Lock(fd, F_OFD_SETLK, lock, type, first, count); });
 }
 
+// What the descriptor or its file system answers whatever happens; other failures are of the moment.
+bool KeepsNoLocks(int error) noexcept {
+    return error == EBADF || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
+}
+
+// Without an answer somebody may hold them.
 bool IsHeldByOthers(int fd, unsigned bytes) noexcept {
     struct flock lock;
     return !ForEachRun(bytes, [&](int first, int count) {
-        return !Lock(fd, F_OFD_GETLK, lock, F_WRLCK, first, count) || lock.l_type == F_UNLCK;
+        return Lock(fd, F_OFD_GETLK, lock, F_WRLCK, first, count) ? lock.l_type == F_UNLCK
+                                                                  : KeepsNoLocks(errno);
     });
 }
 

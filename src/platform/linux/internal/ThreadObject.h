@@ -18,7 +18,14 @@ namespace Quellan::Corvel::Platform {
 // the last handle is closed. For several threads, except where it says "own thread".
 class Thread : public Waitable {
   public:
-    static constexpr ObjectKind Kind{.name = "thread", .closedByCloseHandle = true, .waitable = true};
+    static constexpr ObjectKind Kind{
+        .name = "thread",
+        .closedByCloseHandle = true,
+        .waitable = true,
+        .rights = {.read = READ_CONTROL | THREAD_QUERY_INFORMATION | THREAD_QUERY_LIMITED_INFORMATION,
+                   .write = READ_CONTROL | THREAD_TERMINATE | THREAD_SUSPEND_RESUME | THREAD_SET_INFORMATION,
+                   .execute = READ_CONTROL | SYNCHRONIZE | THREAD_QUERY_LIMITED_INFORMATION,
+                   .all = THREAD_ALL_ACCESS}};
 
     struct Times {
         FILETIME creation;

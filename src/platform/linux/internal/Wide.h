@@ -4,7 +4,9 @@
 #include "platform/Utf.h"
 #include "platform/linux/Errors.h"
 
+#include <algorithm>
 #include <climits>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -24,6 +26,50 @@ inline std::wstring ToWide(std::string_view text) {
     return result;
 }
 
+// Names of files need not be UTF-8 for the system. In a wide name a byte of 0x80 or more that belongs to no
+// character is the lone surrogate 0xDC00 + byte, and becomes that byte again on its way back. In names alone:
+// no text holds such a character.
+constexpr bool IsNameByte(wchar_t c) noexcept {
+    return c >= 0xDC80 && c <= 0xDCFF;
+}
+
+// May throw std::bad_alloc.
+inline std::wstring NameToWide(std::string_view name) {
+    if (IsValidText(name)) return ToWide(name);
+    std::wstring wide;
+    for (std::size_t size = 1; !name.empty(); name.remove_prefix(size)) {
+        constexpr std::size_t LongestCharacter = 4;
+        const std::size_t most = std::min(name.size(), LongestCharacter);
+        for (size = 1; size <= most && !IsValidText(name.substr(0, size));)
+            ++size;
+        if (size <= most) {
+            wide += ToWide(name.substr(0, size));
+        } else {
+            size = 1;
+            wide += static_cast<wchar_t>(0xDC00 + static_cast<unsigned char>(name[0]));
+        }
+    }
+    return wide;
+}
+
+inline std::size_t NativeLength(std::wstring_view name) noexcept {
+    constexpr std::size_t SizeAsText = 3;  // of the character that stands for what is none
+    return Utf8Length(name) -
+           (SizeAsText - 1) * static_cast<std::size_t>(std::ranges::count_if(name, IsNameByte));
+}
+
+// Into `out`, which must hold NativeLength bytes; returns their number.
+inline std::size_t NameToNative(std::wstring_view name, std::span<char> out) noexcept {
+    std::size_t size = 0;
+    for (;;) {
+        const auto text = static_cast<std::size_t>(std::ranges::find_if(name, IsNameByte) - name.begin());
+        size += WideToUtf8(name.substr(0, text), out.subspan(size));
+        if (text == name.size()) return size;
+        out[size++] = static_cast<char>(name[text] & 0xFF);
+        name.remove_prefix(text + 1);
+    }
+}
+
 // A file name as the system takes it, without allocation.
 class NativePath {
   public:
@@ -31,10 +77,10 @@ class NativePath {
         const std::wstring_view text(name ? name : L"");
         if (text.empty()) {
             m_code = ERROR_PATH_NOT_FOUND;
-        } else if (Utf8Length(text) >= sizeof m_text) {
+        } else if (NativeLength(text) >= sizeof m_text) {
             m_code = ERROR_FILENAME_EXCED_RANGE;
         } else {
-            m_size = WideToUtf8(text, m_text);
+            m_size = NameToNative(text, m_text);
         }
         m_text[m_size] = '\0';
     }

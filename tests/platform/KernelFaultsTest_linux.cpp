@@ -1,0 +1,134 @@
+#include "PlatformTest.h"
+#include "platform/Win32.h"
+#include "support/FailKernelCall_linux.h"
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <unistd.h>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+using Path = std::filesystem::path;
+
+std::string Contents(const Path& path) {
+    std::ifstream file(path);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+HANDLE Open(const Path& path, DWORD access, DWORD disposition) {
+    return CreateFileW(path.wstring().c_str(), access, 0, nullptr, disposition, 0, nullptr);
+}
+
+// Whatever the kernel refuses meanwhile, nobody takes a file from whoever has it for himself, and what was to
+// take its place stays where it was.
+TEST(KernelFaults, TakeNoFileFromItsHolder) {
+    const TemporaryFolder folder;
+    const Path held(folder / L"held"), other(folder / L"other");
+    std::ofstream(held) << "held";
+    std::ofstream(other) << "other";
+    const HANDLE holder = Open(held, GENERIC_READ, OPEN_EXISTING);
+    ASSERT_NE(holder, INVALID_HANDLE_VALUE);
+    const auto isRefused = [&](BOOL (*operation)(const std::wstring& held, const std::wstring& other),
+                               int error, DWORD code) {
+        SweepKernelCalls(
+            error,
+            [&] {
+                const BOOL done = operation(held.wstring(), other.wstring());
+                const DWORD refused = GetLastError();
+                EXPECT_TRUE(!done && (refused == code || refused == ERROR_SHARING_VIOLATION ||
+                                      refused == ERROR_ACCESS_DENIED))
+                    << (done ? "done" : "refused with ") << refused;
+            },
+            [&](unsigned) {
+                EXPECT_EQ(Contents(held), "held");
+                EXPECT_EQ(Contents(other), "other");
+            });
+    };
+    for (const auto& [error, code] : {std::pair<int, DWORD>{EMFILE, ERROR_TOO_MANY_OPEN_FILES},
+                                      {ENFILE, ERROR_TOO_MANY_OPEN_FILES},
+                                      {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+                                      {EACCES, ERROR_ACCESS_DENIED},
+                                      {EIO, ERROR_IO_DEVICE}}) {
+        isRefused([](auto& file, auto&) { return DeleteFileW(file.c_str()); }, error, code);
+        isRefused([](auto& file,
+                     auto& to) { return MoveFileExW(file.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING); },
+                  error, code);
+        isRefused([](auto& to,
+                     auto& file) { return MoveFileExW(file.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING); },
+                  error, code);
+        isRefused(
+            [](auto& file, auto&) {
+                const HANDLE opened = Open(file, GENERIC_WRITE, CREATE_ALWAYS);
+                return BOOL{opened != INVALID_HANDLE_VALUE && CloseHandle(opened)};
+            },
+            error, code);
+    }
+    CloseHandle(holder);
+}
+
+// A call that fails for want of memory leaves the contents of a file that it was to empty, and no file that
+// it made.
+TEST(KernelFaults, LoseNoContentsForWantOfMemory) {
+    const TemporaryFolder folder;
+    const Path kept(folder / L"kept"), made(folder / L"made");
+    unsigned failures = 0;
+    for (const DWORD disposition : {CREATE_ALWAYS, CREATE_NEW}) {
+        const std::wstring name = (disposition == CREATE_NEW ? made : kept).wstring();
+        bool fired = true;
+        for (unsigned nth = 1; fired; ++nth) {
+            std::filesystem::remove(made);
+            std::ofstream(kept) << "kept";
+            HANDLE handle;
+            {
+                const FailAllocation fault(nth);
+                handle = CreateFileW(name.c_str(), GENERIC_WRITE, 0, nullptr, disposition, 0, nullptr);
+                fired = fault.Fired();
+            }
+            if (handle != INVALID_HANDLE_VALUE && CloseHandle(handle)) continue;
+            ++failures;
+            EXPECT_EQ(Contents(kept), "kept");
+            EXPECT_FALSE(std::filesystem::exists(made));
+        }
+    }
+    EXPECT_GE(failures, 2u);
+}
+
+TEST(KernelFaults, ChangeNoPages) {
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    const SIZE_T page = info.dwPageSize;
+    auto* const pages = static_cast<char*>(VirtualAlloc(nullptr, 3 * page, MEM_RESERVE, PAGE_READWRITE));
+    const auto fails = [](const char* call, auto operation) {
+        const FailKernelCall fault(call, ENOMEM);
+        return !operation();
+    };
+    DWORD old = 0;
+    EXPECT_TRUE(fails("mprotect", [&] { return VirtualAlloc(pages, 2 * page, MEM_COMMIT, PAGE_READWRITE); }));
+    EXPECT_EQ(CodeOf(VirtualProtect(pages, page, PAGE_READONLY, &old)), ERROR_INVALID_ADDRESS);
+    ASSERT_TRUE(VirtualAlloc(pages, 2 * page, MEM_COMMIT, PAGE_READWRITE));
+    *pages = 'x';
+    EXPECT_TRUE(fails("mprotect", [&] { return VirtualProtect(pages, 2 * page, PAGE_READONLY, &old); }));
+    EXPECT_TRUE(fails("mmap", [&] { return VirtualFree(pages, page, MEM_DECOMMIT); }));
+    EXPECT_EQ(CodeOf(VirtualProtect(pages, page, PAGE_READWRITE, &old)), 0u);
+    EXPECT_EQ(old, PAGE_READWRITE);
+    EXPECT_EQ(*pages, 'x');
+    ASSERT_TRUE(VirtualLock(pages, page));
+    EXPECT_TRUE(fails("mlock", [&] { return VirtualLock(pages, 2 * page); }));
+    EXPECT_EQ(CodeOf(VirtualUnlock(pages, page)), 0u);
+    EXPECT_EQ(CodeOf(VirtualUnlock(pages + page, page)), ERROR_NOT_LOCKED);
+    EXPECT_TRUE(VirtualFree(pages, 0, MEM_RELEASE));
+}
+
+TEST(KernelFaults, LeaveAProcessor) {
+    const FailKernelCall fault("sched_getaffinity", EINVAL);  // as with more of them than the set holds
+    SYSTEM_INFO info;
+    GetSystemInfo(&info);
+    EXPECT_EQ(info.dwNumberOfProcessors, static_cast<DWORD>(sysconf(_SC_NPROCESSORS_ONLN)));
+    EXPECT_NE(info.dwActiveProcessorMask, 0u);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
