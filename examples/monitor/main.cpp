@@ -55,7 +55,7 @@ BOOL OnConsoleControl(DWORD event) {
 int CheckOnce(const Options& options) {
     StopRequest();
     SetConsoleCtrlHandler(nullptr, FALSE);
-    if (!SetConsoleCtrlHandler(&OnConsoleControl, TRUE)) TQSysException::ThrowLastError(L"CheckOnce");
+    SetConsoleCtrlHandler(&OnConsoleControl, TRUE);
     Watch watch(options);
     watch.Start();
     TQWaitList ends;

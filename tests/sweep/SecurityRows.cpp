@@ -7,6 +7,9 @@
 #include "security/TQSecThreadToken.h"
 #include "sweep/Rows.h"
 
+#include <cstdio>
+#include <memory>
+
 namespace Quellan::Corvel::Test {
 
 namespace {
@@ -43,6 +46,11 @@ std::vector<SweptOperation> SecurityRows() {
               [](SecID&) { EXPECT_TRUE(SecID::MachDomainSID().IsMachineDomain()); }),
         Swept("identifier of the user", World, [](SecID&) { SecID::UserIsAdmin(), SecID::UserDomainSID(); }),
         Swept("identifier groups", Administrators, [](SecID& id) { id.MemberOfList(); }),
+        Swept("identifier dump", World,
+              [](SecID& id) {
+                  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+                  id.DumpToFile(L"caption", file.get());
+              }),
         Swept("identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(true); }),
         Swept("list", Descriptor,
               [](SecDesc& descriptor) {

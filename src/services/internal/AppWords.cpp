@@ -26,7 +26,7 @@ struct Context {
     bool takesArguments;  // the services do
     TQConsole& output;
 
-    void Say(const TQString& line) { output.Write(line + L"\n"); }
+    void Say(const TQString& line) { output.Show(line + L"\n"); }
 };
 
 class UsageError {};
@@ -134,7 +134,7 @@ DWORD RunWord(const Word& word, Context& context) {
         errors.Write(Usage(program, word, context.takesArguments));
         return ExitUsage;
     } catch (const TQCoreException& failure) {
-        errors.Write(
+        errors.Show(
             TQString::Format(L"%s: %s\n", program.c_str(), failure.FullMsg(TQStrResDestination::User)));
         return ExitFailure;
     }

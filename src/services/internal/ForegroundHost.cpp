@@ -154,7 +154,7 @@ void ForegroundHost::Print(const Entry& entry) {
     if (code == ERROR_SERVICE_SPECIFIC_ERROR) code = entry.status.dwServiceSpecificExitCode;
     if (code) line.AppendFormat(L", %s", TQSysException(code).ExcCodeString().c_str());
     try {
-        m_output.Write(line.Append(L"\n"));
+        m_output.Show(line.Append(L"\n"));
     } catch (const TQCoreException&) {
         // Nobody reads it; the service goes on.
     }

@@ -31,14 +31,13 @@ std::wstring ToLowerCase(std::wstring_view text) {
     return lower;
 }
 
-// By a name that finds it again: where a user has the same one, with its kind.
+// By a name that finds it again: where a user has the same one, or may have it for all that the directory
+// says in time, with its kind.
 DWORD ToNameOfGroup(const GroupRecord& group, AccountName& name, Deadline deadline) {
     bool isLocal = false;
     UserRecord user;
     if (DWORD code = ReadIsLocalGroup(group.id, isLocal)) return code;
-    const DWORD code = FindUser(group.name, user, deadline);
-    if (code && !IsOpen(code)) return code;
-    const std::wstring_view kind = code ? L"" : GroupKind;
+    const std::wstring_view kind = IsOpen(FindUser(group.name, user, deadline)) ? L"" : GroupKind;
     name = {std::wstring(kind) + ToWide(group.name), ComputerName(), isLocal ? SidTypeAlias : SidTypeGroup};
     return ERROR_SUCCESS;
 }
