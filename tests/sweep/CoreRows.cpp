@@ -1,6 +1,6 @@
 #include "core/TQException.h"
 #include "core/TQLib.h"
-#include "support/ThrownCode.h"
+#include "platform/Win32.h"
 #include "sweep/Rows.h"
 #include "system/TQLocale.h"
 #include "system/TQSysProc.h"
@@ -78,7 +78,7 @@ std::vector<SweptOperation> CoreRows() {
                 std::ignore =
                     TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001).Text(User, Long, std::wstring_view(L"b"));
             },
-            Promise::Works, "FormatMessageW GetLocaleInfoW"),
+            Promise::Works, Message),
         Swept(
             "log block", Plain,
             [](TQException& e) {
@@ -112,15 +112,21 @@ std::vector<SweptOperation> CoreRows() {
               }),
         Swept("registered store", Nothing,
               [](int&) {
-                  const auto again = [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); };
-                  if (const DWORD code = ThrownCode(again); code != ERROR_ALREADY_EXISTS) again();
+                  try {
+                      TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long);
+                  } catch (const TQException& e) {
+                      if (e.ErrCode() != ERROR_ALREADY_EXISTS) throw;
+                  }
               }),
-        Swept("locales", Nothing,
-              [](int&) {
-                  std::ignore = TQLib::DestinationLocaleIDs(User);
-                  TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
-                  std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
-              }),
+        // The platform's own locale is the neutral one where it can't be found out.
+        Swept(
+            "locales", Nothing,
+            [](int&) {
+                std::ignore = TQLib::DestinationLocaleIDs(User);
+                TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
+                std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
+            },
+            Promise::Works, "new"),
         Swept("exit handler", Nothing,
               [](int&) {
                   TQLib::AddExitHandler(Handler, nullptr);

@@ -38,14 +38,12 @@ void AppendQuoted(std::wstring& line, const std::wstring& word, bool isFirst) {
 // As the dynamic loader hands them to the constructors of the modules that it loads.
 constinit std::span<const char* const> g_arguments;
 
-[[gnu::constructor(101)]] void KeepArguments(int count, char** arguments, char**) noexcept {
-    g_arguments = {arguments, static_cast<std::size_t>(count)};
-}
-
 std::wstring QuotedArguments() {
     std::wstring line;
-    for (const char* const& argument : g_arguments)
+    for (const char* const& argument : g_arguments) {
+        if (!argument) break;  // the program has taken some away
         AppendQuoted(line, NameToWide(argument), &argument == g_arguments.data());
+    }
     return line;
 }
 
@@ -119,6 +117,16 @@ const wchar_t* GetCommandLineW() noexcept try {
 } catch (const std::bad_alloc&) {
     return Fail<const wchar_t*>(ERROR_NOT_ENOUGH_MEMORY, nullptr);
 }
+
+namespace {
+
+// While the library is loaded, because programs sort their arguments and take some of them away.
+[[gnu::constructor(101)]] void ReadArguments(int count, char** arguments, char**) noexcept {
+    g_arguments = {arguments, static_cast<std::size_t>(count)};
+    GetCommandLineW();
+}
+
+}  // namespace
 
 wchar_t** CommandLineToArgvW(const wchar_t* commandLine, int* argumentCount) noexcept {
     if (!commandLine || !argumentCount) return Fail<wchar_t**>(ERROR_INVALID_PARAMETER, nullptr);
