@@ -99,7 +99,7 @@ class TQLIB_API TQThread : public TQObject {
     void SetStackSize(DWORD size, bool reservation);
 
     // Whether the calling thread has an impersonation token of its own. Throws the platform's code.
-    [[nodiscard]] static bool ThreadHasToken();
+    static bool ThreadHasToken();
 
   protected:
     // Guards the state of the thread; never held while a step runs.
