@@ -3,12 +3,15 @@
 // of the program is told, and valgrind's helgrind; without them a call costs one look at a flag.
 #pragma once
 
+#include <cstddef>
+
 namespace Quellan::Corvel::Platform {
 
 #if defined(_WIN32)
 
 inline void TellReleased(const void*) noexcept {}
 inline void TellAcquired(const void*) noexcept {}
+inline void TellOwnMemory(const void*, std::size_t) noexcept {}
 
 #else
 
@@ -16,6 +19,7 @@ inline void TellAcquired(const void*) noexcept {}
 extern bool g_hasRaceTool;
 void TellToolReleased(const void* what) noexcept;
 void TellToolAcquired(const void* what) noexcept;
+void TellToolOwnMemory(const void* what, std::size_t size) noexcept;
 
 // What the calling thread has done until now comes before what any thread does after it has told that it
 // acquired `what`, an address and no more.
@@ -26,6 +30,11 @@ inline void TellReleased(const void* what) noexcept {
 inline void TellAcquired(const void* what) noexcept {
     if (g_hasRaceTool) [[unlikely]]
         TellToolAcquired(what);
+}
+// Until it is given back the memory is changed by atomic steps and under locks that helgrind does not know.
+inline void TellOwnMemory(const void* what, std::size_t size) noexcept {
+    if (g_hasRaceTool) [[unlikely]]
+        TellToolOwnMemory(what, size);
 }
 
 #endif

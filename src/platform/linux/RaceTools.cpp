@@ -17,13 +17,14 @@ enum class Request : std::uint64_t {
     IsThere = 0x1001,  // 1 on valgrind
     Released = 0x48470121,
     Acquired = 0x48470122,
+    Untracked = 0x48470127,
 };
 
 // Instructions that do nothing, in an order that no compiler makes: valgrind takes them for a request. 0 from
 // anything else.
-std::uint64_t Ask(Request request, const void* what) noexcept {
+std::uint64_t Ask(Request request, const void* what, std::size_t size = 0) noexcept {
     const volatile std::uint64_t arguments[6] = {static_cast<std::uint64_t>(request),
-                                                 reinterpret_cast<std::uint64_t>(what)};
+                                                 reinterpret_cast<std::uint64_t>(what), size};
 #if defined(__x86_64__)
     std::uint64_t answer = 0;
     asm volatile(
@@ -60,6 +61,10 @@ void TellToolReleased(const void* what) noexcept {
 void TellToolAcquired(const void* what) noexcept {
     if (__tsan_acquire) __tsan_acquire(const_cast<void*>(what));
     if (g_onValgrind) Ask(Request::Acquired, what);
+}
+
+void TellToolOwnMemory(const void* what, std::size_t size) noexcept {
+    if (g_onValgrind) Ask(Request::Untracked, what, size);
 }
 
 }  // namespace Quellan::Corvel::Platform

@@ -1,5 +1,7 @@
 #include "platform/linux/internal/HandleTable.h"
 
+#include "platform/RaceTools.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -104,6 +106,7 @@ bool AddChunk(FreeList& list) noexcept {
         if (g_chunkCount == MostChunks) return false;
         auto* chunk = new (std::nothrow) HandleSlot[SlotsInChunk];
         if (!chunk) return false;
+        TellOwnMemory(chunk, SlotsInChunk * sizeof(HandleSlot));
         number = g_chunkCount++;
         g_chunks[number].store(chunk, std::memory_order_release);
     }

@@ -119,6 +119,7 @@ Thread::Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended)
       m_suspended(suspended ? 1 : 0),
       m_mapEntry(ThreadMap::NewEntry()) {
     m_times.creation = FileTimeOf(ReadClock(CLOCK_REALTIME));
+    TellOwnMemory(this, sizeof *this);
 }
 
 DWORD Thread::Start(SIZE_T stackSize) noexcept {

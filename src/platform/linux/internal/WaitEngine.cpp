@@ -36,10 +36,14 @@ void WakeList::TellAll() noexcept {
 }
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value)
-    : Object(kind), m_rule(rule), m_word(NewSignalWord(WithValue(0, value))), m_state(*m_word) {}
+    : Object(kind), m_rule(rule), m_word(NewSignalWord(WithValue(0, value))), m_state(*m_word) {
+    TellOwnMemory(this, sizeof *this);
+}
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared)
-    : Object(kind), m_rule(rule), m_word(NewSignalWord(0)), m_state(*m_word), m_shared(std::move(shared)) {}
+    : Object(kind), m_rule(rule), m_word(NewSignalWord(0)), m_state(*m_word), m_shared(std::move(shared)) {
+    TellOwnMemory(this, sizeof *this);
+}
 
 Waitable::~Waitable() = default;
 
