@@ -1,6 +1,6 @@
 // Telling the tools that look for data races in a program what the library's locks and waits order: such a
-// tool sees neither the atomic words nor the sleeps of a library that was not built for it. A thread sanitizer
-// of the program is told, and valgrind's helgrind; without them a call costs one look at a flag.
+// tool sees neither the atomic words nor the sleeps of a library that was not built for it. A thread
+// sanitizer of the program is told, and valgrind's helgrind; without them a call costs one look at a flag.
 #pragma once
 
 #include <cstddef>

@@ -136,7 +136,8 @@ class TQLIB_API TQThread : public TQObject {
     bool m_isStopRequested TQ_GUARDED_BY(m_lock) = false;
     ThreadHandleHolder m_thread TQ_GUARDED_BY(m_lock);
     DWORD m_id TQ_GUARDED_BY(m_lock) = 0;
-    ThreadHandleHolder m_startupEvent TQ_GUARDED_BY(m_lock);  // from `Start` until the thread has come through it
+    ThreadHandleHolder m_startupEvent
+        TQ_GUARDED_BY(m_lock);  // from `Start` until the thread has come through it
     TQTime m_startTime TQ_GUARDED_BY(m_lock);
     TQTime m_startTimeUTC TQ_GUARDED_BY(m_lock);
     DWORD m_stackSize TQ_GUARDED_BY(m_lock) = 0;

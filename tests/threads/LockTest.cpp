@@ -416,7 +416,8 @@ TEST(ThreadCPUTimer, MeasuresTheWorkOfItsThread) {
     EXPECT_LT(idle.CPUTime(), worked);
     timer.Restart();
     EXPECT_LT(timer.Elapsed(), worked);
-    EXPECT_EQ(ThrownCode([] { static_cast<void>(TQThreadCPUTimer::ThreadTime(nullptr)); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ThrownCode([] { static_cast<void>(TQThreadCPUTimer::ThreadTime(nullptr)); }),
+              DWORD{ERROR_INVALID_HANDLE});
 }
 
 }  // namespace

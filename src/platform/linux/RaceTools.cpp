@@ -27,19 +27,19 @@ std::uint64_t Ask(Request request, const void* what, std::size_t size = 0) noexc
                                                  reinterpret_cast<std::uint64_t>(what), size};
 #if defined(__x86_64__)
     std::uint64_t answer = 0;
-    asm volatile(
-        "rolq $3, %%rdi; rolq $13, %%rdi; rolq $61, %%rdi; rolq $51, %%rdi; xchgq %%rbx, %%rbx"
-        : "+d"(answer)
-        : "a"(&arguments[0])
-        : "cc", "memory");
+    asm volatile("rolq $3, %%rdi; rolq $13, %%rdi; rolq $61, %%rdi; rolq $51, %%rdi; xchgq %%rbx, %%rbx"
+                 : "+d"(answer)
+                 : "a"(&arguments[0])
+                 : "cc", "memory");
     return answer;
 #elif defined(__aarch64__)
     register std::uint64_t answer asm("x3") = 0;
     register const volatile std::uint64_t* asked asm("x4") = &arguments[0];
-    asm volatile("ror x12, x12, #3; ror x12, x12, #13; ror x12, x12, #51; ror x12, x12, #61; orr x10, x10, x10"
-                 : "+r"(answer)
-                 : "r"(asked)
-                 : "cc", "memory");
+    asm volatile(
+        "ror x12, x12, #3; ror x12, x12, #13; ror x12, x12, #51; ror x12, x12, #61; orr x10, x10, x10"
+        : "+r"(answer)
+        : "r"(asked)
+        : "cc", "memory");
     return answer;
 #else
     static_cast<void>(arguments);

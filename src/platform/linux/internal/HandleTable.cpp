@@ -74,7 +74,8 @@ void PushFree(FreeList& list, std::uint32_t index) noexcept {
     ++list.size;
 }
 
-// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at once.
+// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at
+// once.
 bool TakeOver(FreeList& list) noexcept {
     for (FreeList& other : g_free) {
         if (&other == &list) continue;

@@ -96,8 +96,9 @@ struct ThreadMap {
 
     static ThreadMap& Instance() noexcept {
         alignas(ThreadMap) static std::byte memory[sizeof(ThreadMap)];
-        static ThreadMap& instance = *new (memory) ThreadMap;
-        return instance;
+        static ThreadMap* const instance = new (memory) ThreadMap;
+        TellOwnMemory(&instance, sizeof instance);
+        return *instance;
     }
 
     // Made beforehand: a thread that begins cannot report that there is no memory.

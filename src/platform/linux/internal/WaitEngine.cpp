@@ -438,7 +438,8 @@ DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept 
         const bool inTime = Sleep(DeadlineAfter(ms));
         const std::scoped_lock lock(JoinedLock);
         std::uint32_t word = Sleeping;
-        const bool isOver = !inTime && m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
+        const bool isOver =
+            !inTime && m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
         for (std::size_t i = 0; i < objects.size(); ++i) {
             if (isOver) objects[i]->Dequeue(m_blocks[i]);
             objects[i]->Part();
