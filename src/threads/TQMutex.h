@@ -30,9 +30,10 @@ class TQLIB_API TQMutex : public TQSynchObj {
     // the extra handles (with `waitAll` always 0), or WAIT_TIMEOUT (258). `lock` then holds the mutex if it
     // was acquired, else nothing. An extra handle that is a mutex belongs to the calling thread when its
     // index is returned.
-    [[nodiscard]] DWORD Acquire(TQMutexLock& lock, DWORD ms, void* const* extraHandles, DWORD extraCount) const;
+    [[nodiscard]] DWORD Acquire(TQMutexLock& lock, DWORD ms, void* const* extraHandles,
+                                DWORD extraCount) const;
     [[nodiscard]] DWORD Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* extraHandles,
-                  DWORD extraCount) const;
+                                DWORD extraCount) const;
 
     // Gives up one acquisition of the calling thread that no lock stands for. Throws 288 (ERROR_NOT_OWNER).
     void Release() const;

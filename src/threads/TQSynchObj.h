@@ -37,7 +37,8 @@ class TQLIB_API TQSynchObj : public TQObject {
     // name spaces of sessions apart, else `name` as it is. A null name is an empty one.
     [[nodiscard]] static TQString KernelObjectName(const wchar_t* name, bool global);
     // What goes before the name on a platform of that version: "Global\", "Local\" or nothing.
-    [[nodiscard]] static const wchar_t* KernelObjectPrefix(const PlatformVersion& version, bool global) noexcept;
+    [[nodiscard]] static const wchar_t* KernelObjectPrefix(const PlatformVersion& version,
+                                                           bool global) noexcept;
 
   protected:
     // Takes the handle over.

@@ -125,8 +125,8 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
     return true;
 }
 
-// Lets a new thread go to whose handle there was no memory to keep, and waits for its end: it finds no start to
-// make.
+// Lets a new thread go to whose handle there was no memory to keep, and waits for its end: it finds no start
+// to make.
 void TQThread::EndUnowned(DWORD id) noexcept {
     const HANDLE thread = OpenThread(SYNCHRONIZE | THREAD_SUSPEND_RESUME, FALSE, id);
     ResumeThread(thread);

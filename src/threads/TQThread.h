@@ -99,7 +99,7 @@ class TQLIB_API TQThread : public TQObject {
     void SetStackSize(DWORD size, bool reservation);
 
     // Whether the calling thread has an impersonation token of its own. Throws the platform's code.
-    [[nodiscard]] static bool ThreadHasToken();
+    static bool ThreadHasToken();
 
   protected:
     // Guards the state of the thread; never held while a step runs.
@@ -136,7 +136,8 @@ class TQLIB_API TQThread : public TQObject {
     bool m_isStopRequested TQ_GUARDED_BY(m_lock) = false;
     ThreadHandleHolder m_thread TQ_GUARDED_BY(m_lock);
     DWORD m_id TQ_GUARDED_BY(m_lock) = 0;
-    ThreadHandleHolder m_startupEvent TQ_GUARDED_BY(m_lock);  // from `Start` until the thread has come through it
+    ThreadHandleHolder m_startupEvent
+        TQ_GUARDED_BY(m_lock);  // from `Start` until the thread has come through it
     TQTime m_startTime TQ_GUARDED_BY(m_lock);
     TQTime m_startTimeUTC TQ_GUARDED_BY(m_lock);
     DWORD m_stackSize TQ_GUARDED_BY(m_lock) = 0;

@@ -102,6 +102,7 @@ ULONGLONG NextLockNumber() noexcept {
 }  // namespace
 
 TQThreadReadSynch::TQThreadReadSynch() : m_number(NextLockNumber()), m_noHolder(true) {
+    Platform::TellOwnMemory(&m_state, sizeof m_state);
     m_noHolder.Set();
 }
 

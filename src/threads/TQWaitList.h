@@ -53,7 +53,7 @@ class TQLIB_API TQWaitList : public TQObject {
     // seen first first; null when the time is up. Throws "Wait on synch object failed.", "Unable to allocate
     // wait list thread.", 14 (ERROR_OUTOFMEMORY), and what starting a thread throws; the list is as before
     // then.
-    [[nodiscard]] HANDLE Wait(DWORD ms);
+    HANDLE Wait(DWORD ms);
 
     [[nodiscard]] DWORD Size() const;
     // Whether there is an auxiliary thread at present. For the owner.

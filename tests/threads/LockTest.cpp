@@ -253,7 +253,7 @@ TEST(ReadSynch, IsNotHeldWhereTheWaitFails) {
     Worker([&] {
         for (const bool isWriter : {false, true}) {
             const FailCall fail("WaitForSingleObject", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-            EXPECT_EQ(ThrownCode([&] { const Guard guard = isWriter ? Guard(write) : Guard(lock); }),
+            EXPECT_EQ(ThrownCode([&] { const Guard held = isWriter ? Guard(write) : Guard(lock); }),
                       DWORD{ERROR_NOT_ENOUGH_MEMORY});
         }
     }).Join();
@@ -327,7 +327,7 @@ TEST(SignalLock, HoldsNothingWhereSomethingFails) {
     TQSignalLockSynch signal(lock, true);
     {
         const FailCall fail("WaitForSingleObject", ERROR_INVALID_HANDLE, 1, WAIT_FAILED);
-        EXPECT_EQ(ThrownCode([&] { signal.GetLock(0); }), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_EQ(ThrownCode([&] { static_cast<void>(signal.GetLock(0)); }), DWORD{ERROR_INVALID_HANDLE});
     }
     try {
         const FailAllocation fail(1);
@@ -416,7 +416,8 @@ TEST(ThreadCPUTimer, MeasuresTheWorkOfItsThread) {
     EXPECT_LT(idle.CPUTime(), worked);
     timer.Restart();
     EXPECT_LT(timer.Elapsed(), worked);
-    EXPECT_EQ(ThrownCode([] { TQThreadCPUTimer::ThreadTime(nullptr); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ThrownCode([] { static_cast<void>(TQThreadCPUTimer::ThreadTime(nullptr)); }),
+              DWORD{ERROR_INVALID_HANDLE});
 }
 
 }  // namespace

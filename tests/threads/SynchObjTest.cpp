@@ -86,7 +86,8 @@ TEST(KernelObjectName, FollowsThePlatformsVersion) {
                   TQSynchObj::KernelObjectPrefix(version, global) + TQString(L"name"));
 
     const FailCall fail("GetVersionExW", ERROR_GEN_FAILURE);
-    EXPECT_EQ(ThrownCode([] { TQSynchObj::KernelObjectName(L"name", true); }), DWORD{ERROR_GEN_FAILURE});
+    EXPECT_EQ(ThrownCode([] { static_cast<void>(TQSynchObj::KernelObjectName(L"name", true)); }),
+              DWORD{ERROR_GEN_FAILURE});
 }
 
 TEST(SynchObj, ThrowsWhatTheWaitReports) {
@@ -231,16 +232,20 @@ TEST(Mutex, ThrowsAndHoldsNothingWhereSomethingFails) {
     const TQMutex mutex;
     TQMutex::TQMutexLock lock;
     void* const extra[64] = {};
-    EXPECT_EQ(ThrownCode([&] { mutex.Acquire(lock, 0, extra, 64); }), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(ThrownCode([&] { mutex.Acquire(lock, 0, nullptr, 1); }), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(ThrownCode([&] { mutex.Acquire(lock, 0, extra, 1); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(ThrownCode([&] { static_cast<void>(mutex.Acquire(lock, 0, extra, 64)); }),
+              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ThrownCode([&] { static_cast<void>(mutex.Acquire(lock, 0, nullptr, 1)); }),
+              DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ThrownCode([&] { static_cast<void>(mutex.Acquire(lock, 0, extra, 1)); }),
+              DWORD{ERROR_INVALID_HANDLE});
     {
         const FailCall fail("CreateMutexW", ERROR_NOT_ENOUGH_MEMORY);
         EXPECT_EQ(ThrownMessage([] { TQMutex failing; }), L"Attempt to open mutex object failed.");
     }
     {
         const FailCall fail("WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-        EXPECT_EQ(ThrownMessage([&] { mutex.Acquire(0); }), L"Wait on synch object failed.");
+        EXPECT_EQ(ThrownMessage([&] { static_cast<void>(mutex.Acquire(0)); }),
+                  L"Wait on synch object failed.");
     }
     SweepAllocations([&] { TQMutex::TQMutexLock acquired(mutex, 0); }, [&] { EXPECT_TRUE(IsFree(mutex)); });
 }

@@ -93,6 +93,7 @@ void Entered(CRITICAL_SECTION& section) noexcept {
 
 void InitializeCriticalSection(CRITICAL_SECTION* section) noexcept {
     *section = {.LockState = Free, .RecursionCount = 0, .SpinCount = DefaultSpinCount, .Watched = TRUE};
+    TellOwnMemory(section, sizeof *section);
 }
 
 BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount) noexcept {

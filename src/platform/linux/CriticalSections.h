@@ -5,9 +5,10 @@
 
 // Belongs to the functions below; it must not be copied or moved. A thread may enter it again and again. A
 // free one is entered and left without the kernel. There is no order among those who wait: a running thread
-// may overtake a sleeping one, so that the lock never stands still until a sleeper has woken up. A thread that
-// ends inside keeps everybody else out. In the child of a fork the thread that forked is still inside what it
-// was inside of; sections with any other thread inside are free there, whatever they guard is as it was.
+// may overtake a sleeping one, so that the lock never stands still until a sleeper has woken up. A thread
+// that ends inside keeps everybody else out. In the child of a fork the thread that forked is still inside
+// what it was inside of; sections with any other thread inside are free there, whatever they guard is as it
+// was.
 struct CRITICAL_SECTION {
     DWORD LockState;  // who is inside, and whether somebody may sleep for it; 0 when free
     LONG RecursionCount;

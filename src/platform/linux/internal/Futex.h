@@ -1,6 +1,7 @@
 // Sleeping on a word of memory until another thread changes it, with deadlines on the monotonic clock.
 #pragma once
 
+#include "platform/RaceTools.h"
 #include "platform/linux/Base.h"
 
 #include <atomic>
@@ -94,8 +95,13 @@ class ShortLock {
                 backoff.Pause();
             while (m_held.load(std::memory_order_relaxed));
         }
+        TellAcquired(this);
     }
-    void unlock() noexcept { m_held.store(false, std::memory_order_release); }
+    void unlock() noexcept {
+        TellOwnMemory(this, sizeof *this);
+        TellReleased(this);
+        m_held.store(false, std::memory_order_release);
+    }
 
   private:
     std::atomic<bool> m_held{false};

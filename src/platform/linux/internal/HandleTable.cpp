@@ -1,5 +1,7 @@
 #include "platform/linux/internal/HandleTable.h"
 
+#include "platform/RaceTools.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -72,7 +74,8 @@ void PushFree(FreeList& list, std::uint32_t index) noexcept {
     ++list.size;
 }
 
-// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at once.
+// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at
+// once.
 bool TakeOver(FreeList& list) noexcept {
     for (FreeList& other : g_free) {
         if (&other == &list) continue;
@@ -104,6 +107,7 @@ bool AddChunk(FreeList& list) noexcept {
         if (g_chunkCount == MostChunks) return false;
         auto* chunk = new (std::nothrow) HandleSlot[SlotsInChunk];
         if (!chunk) return false;
+        TellOwnMemory(chunk, SlotsInChunk * sizeof(HandleSlot));
         number = g_chunkCount++;
         g_chunks[number].store(chunk, std::memory_order_release);
     }

@@ -1,5 +1,6 @@
 #include "platform/linux/internal/SignalWords.h"
 
+#include "platform/RaceTools.h"
 #include "platform/linux/internal/Futex.h"
 
 #include <mutex>
@@ -32,6 +33,7 @@ Line* TakeFree() noexcept {
 
 Line* FirstOfNewChunk() {
     Line* const chunk = new Line[LinesInChunk];
+    TellOwnMemory(chunk, LinesInChunk * sizeof(Line));
     const std::scoped_lock lock(g_lock);
     for (std::size_t i = LinesInChunk; i-- > 1;)
         Free(chunk[i]);

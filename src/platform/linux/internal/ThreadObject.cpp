@@ -96,8 +96,9 @@ struct ThreadMap {
 
     static ThreadMap& Instance() noexcept {
         alignas(ThreadMap) static std::byte memory[sizeof(ThreadMap)];
-        static ThreadMap& instance = *new (memory) ThreadMap;
-        return instance;
+        static ThreadMap* const instance = new (memory) ThreadMap;
+        TellOwnMemory(&instance, sizeof instance);
+        return *instance;
     }
 
     // Made beforehand: a thread that begins cannot report that there is no memory.
@@ -119,6 +120,7 @@ Thread::Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended)
       m_suspended(suspended ? 1 : 0),
       m_mapEntry(ThreadMap::NewEntry()) {
     m_times.creation = FileTimeOf(ReadClock(CLOCK_REALTIME));
+    TellOwnMemory(this, sizeof *this);
 }
 
 DWORD Thread::Start(SIZE_T stackSize) noexcept {

@@ -36,10 +36,14 @@ void WakeList::TellAll() noexcept {
 }
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value)
-    : Object(kind), m_rule(rule), m_word(NewSignalWord(WithValue(0, value))), m_state(*m_word) {}
+    : Object(kind), m_rule(rule), m_word(NewSignalWord(WithValue(0, value))), m_state(*m_word) {
+    TellOwnMemory(this, sizeof *this);
+}
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared)
-    : Object(kind), m_rule(rule), m_word(NewSignalWord(0)), m_state(*m_word), m_shared(std::move(shared)) {}
+    : Object(kind), m_rule(rule), m_word(NewSignalWord(0)), m_state(*m_word), m_shared(std::move(shared)) {
+    TellOwnMemory(this, sizeof *this);
+}
 
 Waitable::~Waitable() = default;
 
@@ -434,7 +438,8 @@ DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept 
         const bool inTime = Sleep(DeadlineAfter(ms));
         const std::scoped_lock lock(JoinedLock);
         std::uint32_t word = Sleeping;
-        const bool isOver = !inTime && m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
+        const bool isOver =
+            !inTime && m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
         for (std::size_t i = 0; i < objects.size(); ++i) {
             if (isOver) objects[i]->Dequeue(m_blocks[i]);
             objects[i]->Part();

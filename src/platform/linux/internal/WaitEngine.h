@@ -73,8 +73,8 @@ struct ReadyBlock : WaitBlock {
 // Guards all objects that take part in a wait for all.
 inline constinit ShortLock JoinedLock;
 
-// Threads that were granted the end of their waits. They are told once no lock is held any more, at the end of
-// its scope; until then they don't leave.
+// Threads that were granted the end of their waits. They are told once no lock is held any more, at the end
+// of its scope; until then they don't leave.
 class WakeList {
   public:
     WakeList() = default;
@@ -257,8 +257,8 @@ class Waiter {
         Look,  // the waiter is told to look for itself
     };
 
-    // Values of the word; those below are outcomes of a wait. With Granted a sleeper will be told of the rest,
-    // and must not leave before.
+    // Values of the word; those below are outcomes of a wait. With Granted a sleeper will be told of the
+    // rest, and must not leave before.
     enum : std::uint32_t { Outcomes = 0x100, Waiting, Sleeping, Choosing, LookAgain, TimedOut };
     static constexpr std::uint32_t Granted = 0x200;
 
@@ -288,8 +288,8 @@ class Waiter {
     Word m_word{0};
     Mode m_mode = Mode::One;
     std::span<Waitable* const> m_objects;
-    Word* m_door = nullptr;  // the shared word on which the thread sleeps beside its own, or null
-    Waiter* m_nextGranted = nullptr;  // in a WakeList
+    Word* m_door = nullptr;              // the shared word on which the thread sleeps beside its own, or null
+    Waiter* m_nextGranted = nullptr;     // in a WakeList
     std::atomic<int> m_senderCore = -1;  // where the last hand-over came from, before the word tells of it
     bool m_isHandedAcross = false;       // whether that was another core than the receiver's
     unsigned m_spinFailures = 0;
