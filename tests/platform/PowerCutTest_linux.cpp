@@ -2,6 +2,7 @@
 #include "../../tools/tqscm/Journal.h"
 #include "../../tools/tqscm/Store.h"
 #include "RegistryTest.h"
+#include "files/TQTextFile.h"
 #include "log/TQLog.h"
 #include "platform/SidTexts.h"
 #include "support/FailCall.h"
@@ -391,6 +392,14 @@ TEST_P(PowerCutAtAnyInstant, LeavesWhatWasAcknowledged) {
 
 INSTANTIATE_TEST_SUITE_P(, PowerCutAtAnyInstant, testing::ValuesIn(Subjects),
                          [](const auto& subject) { return std::string(subject.param.name); });
+
+TEST(PowerCut, IsNotWithstoodByARecordThatCouldNotBeFlushed) {
+    const TemporaryFolder folder;
+    TQTextFile file(TQFileName((folder / L"file").c_str()), FILE_GENERIC_READ | FILE_GENERIC_WRITE,
+                    CREATE_NEW, 0, _TQFile::FileShare::Read, Sarvek::SecAttr());
+    const FailCall fails("FlushFileBuffers", ERROR_WRITE_FAULT);
+    EXPECT_EQ(ThrownCode([&] { file.Append(L"record", 0); }), DWORD{ERROR_WRITE_FAULT});
+}
 
 }  // namespace
 }  // namespace Quellan::Corvel::Test
