@@ -97,6 +97,9 @@ INSTANTIATE_TEST_SUITE_P(ServiceManagement, FailingStart,
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
 
 TEST_F(ServiceManagement, NoManagerIsNoServer) {
+    SetLastError(77);
+    EXPECT_TRUE(OpenManager());
+    EXPECT_EQ(GetLastError(), 77u);  // on the way to it nothing failed
     m_manager.Kill();
     EXPECT_EQ(CodeOf(OpenManager().get()), RPC_S_SERVER_UNAVAILABLE);
     EXPECT_EQ(CodeOf(OpenSCManagerW(L"elsewhere", nullptr, 0)), RPC_S_SERVER_UNAVAILABLE);
