@@ -169,24 +169,38 @@ TQLogPtr TQLog::GetLog(const wchar_t* fileName, ULONGLONG maxSize) {
 }
 
 TQLogPtr TQLog::OpenInTurn(const TQFileName& name, const TQFileName& key, ULONGLONG maxSize) {
-    State& state = TheState();
     std::optional<Failure> failure;
     TQLogPtr log;
     while (!log) {
         const OpeningTurn turn(name, GetLogSecurity());
-        const TQThreadSynch::TQSynchLock guard(state.lock);
-        const auto known = state.logs.find(key);
-        if (known != state.logs.end()) return known->second.Ptr();
+        log = Find(key);
+        if (log) return log;
         log = Open(name, maxSize, failure);
-        if (!log) continue;
-        const bool mayTryAgain = failure && !failure->backup;
-        if (!mayTryAgain)
-            state.logs.insert_or_assign(key, log);
-        else if (!state.unopened.insert(key).second)
-            failure.reset();
+        if (log) Keep(key, log, failure);
     }
     if (failure) failure->Report();
     return log;
+}
+
+void TQLog::Keep(const TQFileName& key, TQLogPtr& log, std::optional<Failure>& failure) {
+    // Made before the lock is taken and then only moved.
+    LogMap logs;
+    std::set<TQFileName> unopened;
+    const bool mayTryAgain = failure && !failure->backup;
+    if (mayTryAgain)
+        unopened.insert(key);
+    else
+        logs.emplace(key, log);
+    {
+        State& state = TheState();
+        const TQThreadSynch::TQSynchLock guard(state.lock);
+        state.logs.merge(logs);
+        state.unopened.merge(unopened);
+        // Where there was no turn to be had, another thread may have been faster.
+        const auto known = state.logs.find(key);
+        if (known != state.logs.end()) log = known->second.Ptr();
+    }
+    if (!unopened.empty()) failure.reset();
 }
 
 TQLogPtr TQLog::Open(const TQFileName& name, ULONGLONG maxSize, std::optional<Failure>& failure) {

@@ -109,8 +109,10 @@ class TQLIB_API TQLog {
     static TQLogPtr NullLog();
     static TQLogPtr Find(const TQFileName& key);
     static TQLogPtr OpenInTurn(const TQFileName& name, const TQFileName& key, ULONGLONG maxSize);
-    // With the map's lock held; tells what went wrong. Null where a file was there and was moved away.
+    // Tells what went wrong. Null where a file was there and was moved away.
     static TQLogPtr Open(const TQFileName& name, ULONGLONG maxSize, std::optional<Failure>& failure);
+    // `log` is the one that is kept afterwards; a failure that was told before is taken away.
+    static void Keep(const TQFileName& key, TQLogPtr& log, std::optional<Failure>& failure);
 
     void AddMsg(const wchar_t* message, const wchar_t* source, TQLogLevel level) noexcept;
 

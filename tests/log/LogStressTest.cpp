@@ -215,6 +215,8 @@ TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
 // Opens the log when its input ends, writes one record and says whether it could.
 const Role g_opener("open-log", [](const RoleArguments& arguments) {
     std::getchar();
+    // The turn is the file's: it is no matter where the processes keep their state.
+    SetEnvironmentVariableW(L"TQLIB_ROOT", TQString::FromUtf8(arguments.at(0) + arguments.at(1)).c_str());
     const TQLogPtr log = Open(arguments.at(0), 1000);
     log->AddMsg(TQString::FromUtf8("from " + arguments.at(1)).c_str(), TQLogLevel::Trace);
     return log->Size() > 0 ? 0 : 1;

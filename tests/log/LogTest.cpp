@@ -171,13 +171,6 @@ TEST_F(Logs, AreDroppedWhereAnotherProcessHoldsTheFile) {
     EXPECT_GT(SizeOf("App.tlg"), 200u);
 }
 
-TEST_F(Logs, AreDroppedWhereTheDiskIsFull) {
-    const fs::path path = Old("App.tlg", 200);
-    const FailCall fail("MoveFileExW", ERROR_DISK_FULL);
-    ExpectNull(Open(path, 200));
-    ExpectRolloverFailure(ERROR_DISK_FULL, "App.tlg", "App_bak.tlg");
-}
-
 TEST_F(Logs, AreDroppedInAFolderThatIsNotThere) {
     const fs::path path = m_folder / "none" / "App.tlg";
     ExpectNull(Open(path));

@@ -1,12 +1,11 @@
 #include "LogFiles.h"
+#include "files/TQFile.h"
 #include "platform/Win32.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"
 #include "text/TQHandle.h"
 
-#include <atomic>
 #include <csignal>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -107,34 +106,32 @@ TEST(LogsOnLinux, FollowTheirNameWhereTheFileIsMovedOrDeleted) {
 
 TEST(LogsOnLinux, WaitWithoutTheSignalsOfTheApplication) {
     const LogFolder folder;
-    const TQLogPtr log = Open(folder / "App.tlg");
-    const int other = open((folder / "App.tlg").c_str(), O_RDWR | O_CLOEXEC);
-    struct flock lock {};
-    lock.l_type = F_WRLCK;
-    lock.l_start = (1LL << 62) - 1;
-    lock.l_len = 1;
-    ASSERT_EQ(fcntl(other, F_OFD_SETLK, &lock), 0);
-    static std::atomic<int> handled;
-    struct sigaction handler {
-    }, previous;
-    handler.sa_handler = [](int) { ++handled; };
-    const int last = SIGRTMAX;
-    sigaction(last, &handler, &previous);
-    log->AddMsg(L"lost", TQLogLevel::Trace);
-    sigaction(last, &previous, nullptr);
-    close(other);
-    EXPECT_EQ(handled, 0);
-    EXPECT_EQ(log->Lost(), 1u);
+    const auto open = [&] {
+        return _TQFile(TQFileName((folder / "App.tlg").wstring().c_str()), GENERIC_READ | GENERIC_WRITE,
+                       OPEN_ALWAYS, 0, _TQFile::FileShare::Read | _TQFile::FileShare::Write, {});
+    };
+    _TQFile one = open(), other = open();
+    ASSERT_TRUE(one.Lock(0, 1, 0));
+    EXPECT_FALSE(other.Lock(0, 1, 10));
+    for (int number = SIGRTMIN; number <= SIGRTMAX; ++number) {
+        struct sigaction action;
+        sigaction(number, nullptr, &action);
+        EXPECT_EQ(action.sa_handler, SIG_DFL) << number;
+    }
 }
 
-TEST(LogsOnLinux, BeginForTheirOwnerAndHisGroupAlone) {
+TEST(LogsOnLinux, BeginForTheirOwnerAndHisGroupAndKeepTheModeThatTheyHave) {
     const LogFolder folder;
+    WriteBytes(folder / "Old.tlg", "old\r\n");
+    ASSERT_EQ(chmod((folder / "Old.tlg").c_str(), 0606), 0);
     const mode_t mask = umask(0);
-    Open(folder / "App.tlg");
+    for (const auto& [name, mode] : {std::pair("New.tlg", 0640u), {"Old.tlg", 0606u}}) {
+        Open(folder / name);
+        struct stat info;
+        ASSERT_EQ(stat((folder / name).c_str(), &info), 0);
+        EXPECT_EQ(info.st_mode & 0777, mode) << name;
+    }
     umask(mask);
-    struct stat info;
-    ASSERT_EQ(stat((folder / "App.tlg").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0640u);
 }
 
 TEST(LogsOnLinux, AreNotWhereSomebodyElseHasPutALinkOrAFile) {
@@ -150,16 +147,6 @@ TEST(LogsOnLinux, AreNotWhereSomebodyElseHasPutALinkOrAFile) {
     ASSERT_EQ(chown((folder / "Foreign.tlg").c_str(), 65534, 65534), 0);
     Open(folder / "Foreign.tlg")->AddMsg(L"misled", TQLogLevel::Trace);
     EXPECT_EQ(fs::file_size(folder / "Foreign.tlg"), 0u);
-}
-
-TEST(LogsOnLinux, KeepTheModeThatTheyHave) {
-    const LogFolder folder;
-    WriteBytes(folder / "App.tlg", "old\r\n");
-    ASSERT_EQ(chmod((folder / "App.tlg").c_str(), 0640), 0);
-    Open(folder / "App.tlg");
-    struct stat info;
-    ASSERT_EQ(stat((folder / "App.tlg").c_str(), &info), 0);
-    EXPECT_EQ(info.st_mode & 0777, 0640u);
 }
 
 TEST(LogsOnLinux, BelongToTheProcessWhoeverItsThreadImpersonates) {

@@ -39,6 +39,11 @@ LogFile::FilePtr LogFile::Current() const {
     return m_current;
 }
 
+ULONGLONG LogFile::Size() const {
+    const FilePtr file = Current();
+    return file->IsAtItsName() ? file->Size() : 0;
+}
+
 // As the process itself, like each opening of a log. A thread that could not become its client again
 // afterwards would go on with the rights of the process: better none goes on.
 void LogFile::Replace(const FilePtr& old) {

@@ -22,7 +22,8 @@ class LogFile {
     // Opens the file or makes it with the security. Throws as `TQTextFile`.
     LogFile(const TQFileName& name, const Sarvek::SecAttr& security);
 
-    ULONGLONG Size() const { return Current()->Size(); }
+    // 0 where there is no file at the name now.
+    ULONGLONG Size() const;
 
     // Throws as `TQTextFile`: nothing of the text is in the file then.
     void Append(std::wstring_view records);
