@@ -463,7 +463,7 @@ std::wstring FullPath(std::wstring_view path) {
 DWORD LockRange(HANDLE file, std::uint64_t offset, std::uint64_t size, Deadline deadline) noexcept {
     const HandleRef<FileObject> object(file);
     if (!object) return ERROR_INVALID_HANDLE;
-    if (!(object.Access() & AllWriteRights)) return ERROR_ACCESS_DENIED;
+    if (!(object.Access() & AllWriteRights) || !object->OwnsLocks()) return ERROR_ACCESS_DENIED;
     return WithMemory([&] { return object->Locks().Lock(object->Fd(), offset, size, deadline); });
 }
 
@@ -487,8 +487,7 @@ DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
 // The three standard files, which stay open when their handles are closed.
 class StandardFile : public FileObject {
   public:
-    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd), false) {}
-    ~StandardFile() override { m_descriptor.Release(); }
+    explicit StandardFile(int fd) noexcept : FileObject(fd) {}
 };
 
 HANDLE OpenStandardFile(int fd) noexcept {

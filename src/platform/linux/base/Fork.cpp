@@ -1,7 +1,11 @@
 #include "platform/linux/base/Fork.h"
 
 #include <atomic>
+#include <charconv>
+#include <iterator>
+#include <mutex>
 #include <pthread.h>
+#include <sys/stat.h>
 
 namespace Quellan::Corvel::Platform {
 
@@ -25,20 +29,22 @@ struct ForkPart::Registration {
                 for (ForkPart* part = g_outermost; part; part = part->m_inner)
                     if (part->m_prepare) part->m_prepare();
             },
-            [] { Resume(false); },
+            [] { ResumeAll(false); },
             [] {
                 g_generation.fetch_add(1, std::memory_order_relaxed);
-                Resume(true);
+                ResumeAll(true);
             });
     }
 
-    static void Resume(bool isChild) noexcept {
+    static void ResumeAll(bool isChild) noexcept {
+        const int saved = errno;
         for (ForkPart* part = g_innermost; part; part = part->m_outer)
             part->m_resume(isChild);
+        errno = saved;
     }
 };
 
-ForkPart::ForkPart(ForkOrder order, Prepare prepare, ForkPart::Resume resume) noexcept
+ForkPart::ForkPart(ForkOrder order, Prepare prepare, Resume resume) noexcept
     : m_order(order), m_prepare(prepare), m_resume(resume) {
     static const Registration registration;
     m_inner = g_outermost;
@@ -49,5 +55,77 @@ ForkPart::ForkPart(ForkOrder order, Prepare prepare, ForkPart::Resume resume) no
     (m_outer ? m_outer->m_inner : g_outermost) = this;
     (m_inner ? m_inner->m_outer : g_innermost) = this;
 }
+
+struct ProcessDescriptors {
+    static constinit inline std::mutex s_lock;
+    static constinit inline ProcessDescriptor* s_first = nullptr;  // guarded by s_lock
+
+    static void Add(ProcessDescriptor& descriptor) noexcept {
+        const std::scoped_lock lock(s_lock);
+        descriptor.m_next = s_first;
+        if (s_first) s_first->m_previous = &descriptor;
+        s_first = &descriptor;
+    }
+
+    static void Remove(ProcessDescriptor& descriptor) noexcept {
+        const std::scoped_lock lock(s_lock);
+        (descriptor.m_previous ? descriptor.m_previous->m_next : s_first) = descriptor.m_next;
+        if (descriptor.m_next) descriptor.m_next->m_previous = descriptor.m_previous;
+    }
+
+    static void OpenAllAnew() noexcept {
+        for (ProcessDescriptor* descriptor = s_first; descriptor; descriptor = descriptor->m_next)
+            Replace(*descriptor);
+    }
+
+    static void Replace(ProcessDescriptor& descriptor) noexcept {
+        const int fd = descriptor.Get();
+        struct stat info;
+        if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return;
+        Descriptor fresh = OpenSame(fd);
+        const off_t position = lseek(fd, 0, SEEK_CUR);
+        if (fresh && position > 0 && lseek(fresh.Get(), position, SEEK_SET) != position) fresh = Descriptor();
+        descriptor.OpenAnew(fresh);
+        descriptor.m_ownsLocks = fresh && dup3(fresh.Get(), fd, O_CLOEXEC) == fd;
+    }
+
+    static Descriptor OpenSame(int fd) noexcept {
+        constexpr std::string_view Folder = "/proc/self/fd/";
+        char path[Folder.size() + 12] = {};
+        std::to_chars(path + Folder.copy(path, Folder.size()), std::end(path) - 1, fd);
+        constexpr int Kept = O_ACCMODE | O_APPEND | O_SYNC | O_NONBLOCK | O_DIRECT | O_NOATIME;
+        const int flags = (fcntl(fd, F_GETFL) & Kept) | O_CLOEXEC | O_NOCTTY;
+        return Descriptor(Retry([&] { return open(path, flags); }));
+    }
+};
+
+namespace {
+
+const ForkPart g_descriptorsPart(
+    ForkOrder::Descriptors, []() noexcept { ProcessDescriptors::s_lock.lock(); },
+    [](bool isChild) noexcept {
+        if (isChild) ProcessDescriptors::OpenAllAnew();
+        ProcessDescriptors::s_lock.unlock();
+    });
+
+}  // namespace
+
+ProcessDescriptor::ProcessDescriptor(Descriptor descriptor) noexcept : m_descriptor(std::move(descriptor)) {
+    ProcessDescriptors::Add(*this);
+}
+
+ProcessDescriptor::~ProcessDescriptor() {
+    if (m_descriptor && m_ownsLocks) {
+        const int saved = errno;
+        struct flock all {};
+        all.l_type = F_UNLCK;
+        all.l_whence = SEEK_SET;
+        fcntl(m_descriptor.Get(), F_OFD_SETLK, &all);
+        errno = saved;
+    }
+    ProcessDescriptors::Remove(*this);
+}
+
+void ProcessDescriptor::OpenAnew(const Descriptor&) noexcept {}
 
 }  // namespace Quellan::Corvel::Platform

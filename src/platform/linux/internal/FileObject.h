@@ -1,7 +1,7 @@
 // What a file handle names.
 #pragma once
 
-#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/HandleTable.h"
 #include "platform/linux/internal/RangeLocks.h"
 
@@ -12,18 +12,30 @@ class FileObject : public Object {
     static constexpr ObjectKind Kind{.name = "file", .closedByCloseHandle = true};
 
     FileObject(Descriptor descriptor, bool writesThrough) noexcept
-        : Object(Kind), m_descriptor(std::move(descriptor)), m_writesThrough(writesThrough) {}
+        : Object(Kind), m_file(std::move(descriptor)), m_fd(m_file.Get()), m_writesThrough(writesThrough) {}
 
-    int Fd() const noexcept { return m_descriptor.Get(); }
+    int Fd() const noexcept { return m_fd; }
     bool WritesThrough() const noexcept { return m_writesThrough; }
-    RangeLocks& Locks() noexcept { return m_locks; }
+    // Whether locks on its ranges exclude all others.
+    bool OwnsLocks() const noexcept { return m_file.OwnsLocks(); }
+    RangeLocks& Locks() noexcept { return m_file.locks; }
 
   protected:
-    Descriptor m_descriptor;
+    // For a descriptor that is somebody else's.
+    explicit FileObject(int fd) noexcept
+        : Object(Kind), m_file(Descriptor()), m_fd(fd), m_writesThrough(false) {}
 
   private:
+    struct File : ProcessDescriptor {
+        using ProcessDescriptor::ProcessDescriptor;
+        void OpenAnew(const Descriptor&) noexcept override { locks.Forget(); }
+
+        RangeLocks locks;
+    };
+
+    File m_file;
+    const int m_fd;
     const bool m_writesThrough;
-    RangeLocks m_locks;
 };
 
 }  // namespace Quellan::Corvel::Platform

@@ -1,5 +1,7 @@
 #include "platform/linux/internal/HandleTable.h"
 
+#include "platform/linux/base/Fork.h"
+
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -51,6 +53,19 @@ constinit FreeList g_free[Shards];
 constinit std::mutex g_growth;
 constinit std::uint32_t g_chunkCount = 0;  // guarded by g_growth
 
+const ForkPart g_forkPart(
+    ForkOrder::Handles,
+    []() noexcept {
+        for (FreeList& list : g_free)
+            list.lock.lock();
+        g_growth.lock();
+    },
+    [](bool) noexcept {
+        g_growth.unlock();
+        for (FreeList& list : g_free)
+            list.lock.unlock();
+    });
+
 FreeList& ThreadFreeList() noexcept {
     static constinit std::atomic<std::uint32_t> threads{0};
     thread_local const std::uint32_t shard = threads.fetch_add(1, std::memory_order_relaxed) % Shards;
@@ -72,7 +87,8 @@ void PushFree(FreeList& list, std::uint32_t index) noexcept {
     ++list.size;
 }
 
-// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at once.
+// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at
+// once.
 bool TakeOver(FreeList& list) noexcept {
     for (FreeList& other : g_free) {
         if (&other == &list) continue;
