@@ -4,6 +4,7 @@
 #include <charconv>
 #include <iterator>
 #include <mutex>
+#include <poll.h>
 #include <pthread.h>
 #include <sys/stat.h>
 
@@ -22,6 +23,36 @@ std::uint32_t ForkGeneration() noexcept {
     return g_generation.load(std::memory_order_relaxed);
 }
 
+namespace {
+
+// Of the fork under way on this thread: the end of a pipe that the child closes when it has mended itself, or
+// when it ends, and the one on which its parent hears of it.
+constinit thread_local int t_childIsMended = -1;
+constinit thread_local int t_childToAwait = -1;
+
+void PrepareToAwaitChild() noexcept {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return;
+    t_childToAwait = ends[0];
+    t_childIsMended = ends[1];
+}
+
+void CloseEnd(int& end) noexcept {
+    if (end >= 0) close(std::exchange(end, -1));
+}
+
+// No lock is held meanwhile. A child that somebody has stopped is not waited for.
+void AwaitChild() noexcept {
+    constexpr int PatienceMs = 1'000;
+    CloseEnd(t_childIsMended);
+    if (t_childToAwait < 0) return;
+    pollfd waiting{t_childToAwait, 0, 0};
+    Retry([&] { return poll(&waiting, 1, PatienceMs); });
+    CloseEnd(t_childToAwait);
+}
+
+}  // namespace
+
 struct ForkPart::Registration {
     Registration() noexcept {
         pthread_atfork(
@@ -29,17 +60,15 @@ struct ForkPart::Registration {
                 for (ForkPart* part = g_outermost; part; part = part->m_inner)
                     if (part->m_prepare) part->m_prepare();
             },
-            [] { ResumeAll(false); },
-            [] {
-                g_generation.fetch_add(1, std::memory_order_relaxed);
-                ResumeAll(true);
-            });
+            [] { ResumeAll(false); }, [] { ResumeAll(true); });
     }
 
     static void ResumeAll(bool isChild) noexcept {
         const int saved = errno;
+        if (isChild) g_generation.fetch_add(1, std::memory_order_relaxed);
         for (ForkPart* part = g_innermost; part; part = part->m_outer)
             part->m_resume(isChild);
+        if (!isChild) AwaitChild();
         errno = saved;
     }
 };
@@ -59,18 +88,35 @@ ForkPart::ForkPart(ForkOrder order, Prepare prepare, Resume resume) noexcept
 struct ProcessDescriptors {
     static constinit inline std::mutex s_lock;
     static constinit inline ProcessDescriptor* s_first = nullptr;  // guarded by s_lock
+    static constinit inline unsigned s_awaiting = 0;               // guarded by s_lock
 
     static void Add(ProcessDescriptor& descriptor) noexcept {
         const std::scoped_lock lock(s_lock);
         descriptor.m_next = s_first;
         if (s_first) s_first->m_previous = &descriptor;
         s_first = &descriptor;
+        s_awaiting += descriptor.m_parent == ProcessDescriptor::Parent::AwaitsChild;
     }
 
     static void Remove(ProcessDescriptor& descriptor) noexcept {
         const std::scoped_lock lock(s_lock);
         (descriptor.m_previous ? descriptor.m_previous->m_next : s_first) = descriptor.m_next;
         if (descriptor.m_next) descriptor.m_next->m_previous = descriptor.m_previous;
+        s_awaiting -= descriptor.m_parent == ProcessDescriptor::Parent::AwaitsChild;
+    }
+
+    static void Hold() noexcept {
+        s_lock.lock();
+        if (s_awaiting != 0) PrepareToAwaitChild();
+    }
+
+    static void Resume(bool isChild) noexcept {
+        if (isChild) {
+            OpenAllAnew();
+            CloseEnd(t_childToAwait);
+            CloseEnd(t_childIsMended);
+        }
+        s_lock.unlock();
     }
 
     static void OpenAllAnew() noexcept {
@@ -101,16 +147,13 @@ struct ProcessDescriptors {
 
 namespace {
 
-const ForkPart g_descriptorsPart(
-    ForkOrder::Descriptors, []() noexcept { ProcessDescriptors::s_lock.lock(); },
-    [](bool isChild) noexcept {
-        if (isChild) ProcessDescriptors::OpenAllAnew();
-        ProcessDescriptors::s_lock.unlock();
-    });
+const ForkPart g_descriptorsPart(ForkOrder::Descriptors, &ProcessDescriptors::Hold,
+                                 &ProcessDescriptors::Resume);
 
 }  // namespace
 
-ProcessDescriptor::ProcessDescriptor(Descriptor descriptor) noexcept : m_descriptor(std::move(descriptor)) {
+ProcessDescriptor::ProcessDescriptor(Descriptor descriptor, Parent parent) noexcept
+    : m_descriptor(std::move(descriptor)), m_parent(parent) {
     ProcessDescriptors::Add(*this);
 }
 

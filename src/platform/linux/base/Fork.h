@@ -76,7 +76,11 @@ class ForkLock {
 // both go on with one open file, and the child has no locks there. Files that are not plain ones are shared.
 class ProcessDescriptor {
   public:
-    explicit ProcessDescriptor(Descriptor descriptor) noexcept;
+    // A parent that awaits its child goes on once the child has what it needs, so that it cannot give up
+    // before what the child is about to take.
+    enum class Parent { GoesOn, AwaitsChild };
+
+    explicit ProcessDescriptor(Descriptor descriptor, Parent parent = Parent::GoesOn) noexcept;
     ProcessDescriptor(const ProcessDescriptor&) = delete;
     ProcessDescriptor& operator=(const ProcessDescriptor&) = delete;
     virtual ~ProcessDescriptor();
@@ -95,6 +99,7 @@ class ProcessDescriptor {
 
     Descriptor m_descriptor;
     bool m_ownsLocks = true;
+    const Parent m_parent;
     ProcessDescriptor* m_previous = nullptr;
     ProcessDescriptor* m_next = nullptr;
 };

@@ -47,7 +47,7 @@ constexpr off_t InitByte = 1;
 constexpr off_t FirstSlot = 1000;
 
 // For what takes microseconds, unless whoever does it is stopped or means harm.
-constexpr Deadline LockPatience = 5'000 * NanosecondsInMs;
+constexpr Deadline LockPatience = 2'000 * NanosecondsInMs;
 constexpr Deadline InitPatience = 200 * NanosecondsInMs;
 constexpr Deadline LockSuspicion = 20 * NanosecondsInMs;
 
@@ -290,7 +290,7 @@ void SharedObject::Sweep(const Descriptor& folder) noexcept {
 
 SharedObject::SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
                            std::uint32_t slot, FileId id) noexcept
-    : ProcessDescriptor(std::move(descriptor)),
+    : ProcessDescriptor(std::move(descriptor), Parent::AwaitsChild),
       m_folder(folder),
       m_file(std::move(file)),
       m_page(std::move(page)),
@@ -314,11 +314,15 @@ SharedObject::~SharedObject() {
         unlinkat(m_folder.descriptor.Get(), m_file.c_str(), 0);
 }
 
-// The parent's slot stays locked until the child has its own: so nobody finds the object without users.
 void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
     m_slot = NoSlot;
     std::uint32_t slot;
-    if (!fresh || !LockInit(fresh)) return;
+    // What is mapped keeps the parent's open file, and with it the parent's slot, for as long as the child
+    // lives.
+    constexpr int Flags = MAP_SHARED | MAP_FIXED;
+    void* const page = m_page.get();
+    if (!fresh || mmap(page, PageBytes, PROT_READ | PROT_WRITE, Flags, fresh.Get(), 0) != page) return;
+    if (!LockInit(fresh)) return;
     if (LockFreeSlot(fresh, slot)) {
         InheritSlot(*m_page, m_kind, slot + 1);
         m_slot = slot;
