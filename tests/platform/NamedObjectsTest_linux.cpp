@@ -8,8 +8,12 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <grp.h>
 #include <random>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -47,7 +51,86 @@ TEST_F(NameSpace, IsOfTheUserOrOfTheMachine) {
     EXPECT_EQ(info.st_mode & 0777, 0600u);
     EXPECT_EQ(info.st_size, 4096);
     ASSERT_EQ(stat(ObjectFiles("global").front().c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
+}
+
+// A file's words, by their place.
+void WriteWord(const fs::path& path, std::streamoff offset, std::uint32_t word) {
+    std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+    file.seekp(offset).write(reinterpret_cast<const char*>(&word), sizeof word);
+}
+
+Owned EventForAll(const wchar_t* name) {
+    SECURITY_DESCRIPTOR everybody{
+        SECURITY_DESCRIPTOR_REVISION, 0, SE_DACL_PRESENT, nullptr, nullptr, nullptr, nullptr};
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, &everybody, FALSE};
+    return Owned(CreateEventW(&attributes, FALSE, FALSE, name));
+}
+
+TEST_F(NameSpace, OutlivesANeighbourThatLocksOrCutsOffItsMemory) {
+    m_local.Close();
+    const Owned event = EventForAll(L"open");
+    const fs::path file = ObjectFiles().front();
+    struct stat info;
+    ASSERT_EQ(stat(file.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0666u);
+    WriteWord(file, 28, 1);  // the lock, held by a process that lives
+    WriteWord(file, 16, 1);  // set
+    {
+        const Owned mine = AutoEvent(true);
+        const Worker set([&] { return CodeOf(SetEvent(event)); });
+        const Worker waitAny([&] { return WaitCode(Await(event)); });
+        const Worker waitAll([&] { return WaitCode(WaitAll({event, mine}, Patience)); });
+        for (const Worker* worker : {&set, &waitAny, &waitAll})
+            EXPECT_EQ(worker->Result(), ERROR_BUSY);
+    }
+    WriteWord(file, 28, 0);
+    EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
+    fs::resize_file(file, 0);
+    EXPECT_EQ(CodeOf(SetEvent(event)), ERROR_SWAPERROR);
+    EXPECT_EQ(WaitCode(Await(event)), ERROR_SWAPERROR);
+}
+
+// Another user of the machine, who opens or makes an event.
+const Role g_stranger("stranger", [](const RoleArguments& arguments) -> int {
+    constexpr uid_t Stranger = 65'533;
+    if (setgroups(0, nullptr) != 0 || setgid(Stranger) != 0 || setuid(Stranger) != 0) return 126;
+    const std::wstring name(arguments[1].begin(), arguments[1].end());
+    const Owned event(arguments[0] == "open" ? OpenEventW(EVENT_ALL_ACCESS, FALSE, name.c_str())
+                                             : CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
+    return static_cast<int>(CodeOf(HANDLE(event)));
+});
+
+// On a system of its own, where nobody has used a name yet.
+const Role g_neighbours("neighbours", [](const RoleArguments&) -> int {
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 ||
+        mount("none", "/run", "tmpfs", 0, "mode=755") != 0)
+        return 77;
+    for (const char* variable : {"TQLIB_ROOT", "XDG_RUNTIME_DIR", "XDG_STATE_HOME", "HOME"})
+        unsetenv(variable);
+    const auto codeOf = [](const char* call, const char* name) {
+        return static_cast<DWORD>(RoleProcess("stranger", {call, name}).ExitCode());
+    };
+    // Nobody can be where root's folder is going to be.
+    if (codeOf("make", "Global\\early") != ERROR_ACCESS_DENIED) return 1;
+    const Owned own = ManualEvent(false, L"Global\\own"), all = EventForAll(L"Global\\all");
+    if (!own || !all) return 2;
+    if (codeOf("open", "Global\\own") != ERROR_ACCESS_DENIED) return 3;
+    if (codeOf("open", "Global\\all") != 0) return 4;
+    if (codeOf("make", "Global\\theirs") != 0) return 5;
+    // A user has what the system made for him, and nothing where it made nothing.
+    if (codeOf("make", "mine") != ERROR_PATH_NOT_FOUND) return 6;
+    fs::create_directories("/run/user/65533");
+    if (chown("/run/user/65533", 65'533, 65'533) != 0 || chmod("/run/user/65533", 0700) != 0) return 7;
+    if (codeOf("make", "mine") != 0) return 8;
+    fs::permissions("/run/tqlib", fs::perms::others_write, fs::perm_options::add);
+    return codeOf("open", "Global\\all") == ERROR_ACCESS_DENIED ? 0 : 9;
+});
+
+TEST(Neighbours, HaveTheirOwnPlaces) {
+    const int code = geteuid() == 0 ? RoleProcess("neighbours").ExitCode() : 77;
+    if (code == 77) GTEST_SKIP() << "only root may mount a file system and be somebody else";
+    EXPECT_EQ(code, 0);
 }
 
 TEST_F(NameSpace, HoldsNothingOnceAllIsClosed) {
@@ -116,14 +199,17 @@ TEST_F(NameSpace, StandsNonsenseInItsFiles) {
         for (const fs::path& path : ObjectFiles()) {
             std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
             for (std::size_t i = 0; i < Fields; ++i) {
-                file.seekp(static_cast<std::streamoff>(random() % Fields));
+                // What is no object any more at all is told at once: so only now and then.
+                const std::size_t first = round % 5 == 0 ? 0 : 4;
+                file.seekp(static_cast<std::streamoff>(first + random() % (Fields - first)));
                 file.put(static_cast<char>(random()));
             }
         }
         LONG previous = 0;
         for (const HANDLE object : objects) {
             const DWORD status = WaitForSingleObject(object, round % 2);
-            EXPECT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_ABANDONED_0 || status == WAIT_TIMEOUT)
+            EXPECT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_ABANDONED_0 || status == WAIT_TIMEOUT ||
+                        WaitCode(status) == ERROR_SWAPERROR)
                 << status;
         }
         WaitAll({objects[0], objects[1], objects[2]}, round % 2);

@@ -1,21 +1,16 @@
+#include "Forked_linux.h"
 #include "PlatformTest.h"
 #include "platform/Win32.h"
 
 #include <fstream>
 #include <iterator>
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
 
 TEST(ProcessOnLinux, KnowsItsThreadAfterAFork) {
     ASSERT_EQ(GetCurrentThreadId(), static_cast<DWORD>(gettid()));
-    const pid_t child = fork();
-    if (child == 0) _exit(GetCurrentThreadId() == static_cast<DWORD>(gettid()) ? 0 : 1);
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Forked([] { return GetCurrentThreadId() == static_cast<DWORD>(gettid()) ? 0 : 1; }).Code(), 0);
 }
 
 class DebugOutput : public testing::Test {

@@ -1,11 +1,11 @@
 // What only the layer promises.
+#include "Forked_linux.h"
 #include "WaitObjects.h"
 #include "platform/Win32.h"
 
 #include <cstdlib>
 #include <pthread.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -80,14 +80,11 @@ TEST(Threads, OwnAndReleaseMutexesInAForkedChild) {
     const Owned mutex = Mutex(), held = Mutex(true);
     Await(mutex);
     ReleaseMutex(mutex);
-    const pid_t child = fork();
-    if (child == 0) {
-        const bool isHeld = Poll(held) == WAIT_OBJECT_0 && ReleaseMutex(held) && ReleaseMutex(held);
-        _exit(isHeld && Poll(mutex) == WAIT_OBJECT_0 && ReleaseMutex(mutex) ? 0 : 1);
-    }
-    int status = 0;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Forked([&] {
+                  const bool isHeld = Poll(held) == WAIT_OBJECT_0 && ReleaseMutex(held) && ReleaseMutex(held);
+                  return isHeld && Poll(mutex) == WAIT_OBJECT_0 && ReleaseMutex(mutex) ? 0 : 1;
+              }).Code(),
+              0);
 }
 
 TEST(Version, IsTheSameOnEveryMachine) {

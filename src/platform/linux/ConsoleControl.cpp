@@ -2,6 +2,7 @@
 
 #include "platform/linux/Handles.h"
 #include "platform/linux/Threads.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
@@ -56,6 +57,13 @@ class ControlHandlers {
         return instance;
     }
 
+    // While the process forks.
+    void Hold() noexcept { m_lock.lock(); }
+    void Resume(bool isChild) noexcept {
+        if (isChild) Forget();
+        m_lock.unlock();
+    }
+
     // May throw std::bad_alloc.
     DWORD Change(PHANDLER_ROUTINE handler, bool add) {
         const std::scoped_lock lock(m_lock);
@@ -74,14 +82,6 @@ class ControlHandlers {
     }
 
   private:
-    ControlHandlers() noexcept {
-        pthread_atfork([] { Instance().m_lock.lock(); }, [] { Instance().m_lock.unlock(); },
-                       [] {
-                           Instance().Forget();
-                           Instance().m_lock.unlock();
-                       });
-    }
-
     static void Install(std::size_t index, sighandler_t action) noexcept {
         struct sigaction installed {};
         installed.sa_handler = action;
@@ -180,6 +180,10 @@ class ControlHandlers {
         m_previous;  // what was there before the signals were caught
     bool m_areCaught = false;
 };
+
+const ForkPart g_forkPart(
+    ForkOrder::ControlHandlers, []() noexcept { ControlHandlers::Instance().Hold(); },
+    [](bool isChild) noexcept { ControlHandlers::Instance().Resume(isChild); });
 
 }  // namespace
 

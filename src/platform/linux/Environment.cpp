@@ -1,5 +1,6 @@
 #include "platform/linux/Environment.h"
 
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Case.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
@@ -19,6 +20,7 @@ namespace Quellan::Corvel::Platform {
 namespace {
 
 constinit std::mutex g_environmentLock;
+const ForkLock<g_environmentLock> g_forkLock(ForkOrder::Environment);
 
 std::string_view NameOf(std::string_view entry) {
     return entry.substr(0, entry.find('='));

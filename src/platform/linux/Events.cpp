@@ -46,16 +46,10 @@ HANDLE OpenEventW(DWORD access, BOOL inherit, const wchar_t* name) noexcept {
 
 BOOL SetEvent(HANDLE event) noexcept {
     if (DWORD code = FaultDue("SetEvent")) return Fail(code, FALSE);
-    return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) {
-        object.Signal();
-        return ERROR_SUCCESS;
-    });
+    return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) { return object.Signal(); });
 }
 
 BOOL ResetEvent(HANDLE event) noexcept {
     if (DWORD code = FaultDue("ResetEvent")) return Fail(code, FALSE);
-    return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) {
-        object.Reset();
-        return ERROR_SUCCESS;
-    });
+    return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) { return object.Reset(); });
 }

@@ -613,7 +613,7 @@ DWORD FullPath(std::wstring_view path, std::wstring& full) {
 DWORD LockRange(HANDLE file, std::uint64_t offset, std::uint64_t size, Deadline deadline) noexcept {
     const HandleRef<FileObject> object(file);
     if (!object) return ERROR_INVALID_HANDLE;
-    if (!(object.Access() & AllWriteRights)) return ERROR_ACCESS_DENIED;
+    if (!(object.Access() & AllWriteRights) || !object->OwnsLocks()) return ERROR_ACCESS_DENIED;
     return WithMemory([&] { return object->Locks().Lock(object->Fd(), offset, size, deadline); });
 }
 
@@ -638,8 +638,7 @@ DWORD SetAttributes(const char* path, DWORD attributes) noexcept {
 class StandardFile : public FileObject {
   public:
     // The program may put something else in its descriptor's place: it counts as no plain file.
-    explicit StandardFile(int fd) noexcept : FileObject(Descriptor(fd), false, false) {}
-    ~StandardFile() override { m_descriptor.Release(); }
+    explicit StandardFile(int fd) noexcept : FileObject(fd) {}
 };
 
 // Made by the first call that succeeds.

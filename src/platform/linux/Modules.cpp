@@ -2,6 +2,7 @@
 
 #include "platform/linux/ErrorCodes.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Case.h"
 #include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/Errno.h"
@@ -200,9 +201,14 @@ struct Registry {
 
 // Never destroyed: modules are freed in destructors that run at the very end.
 Registry& TheRegistry() {
-    static Registry& registry = *std::make_unique<Registry>().release();
+    alignas(Registry) static std::byte memory[sizeof(Registry)];
+    static Registry& registry = *new (memory) Registry;
     return registry;
 }
+
+const ForkPart g_forkPart(
+    ForkOrder::Modules, []() noexcept { TheRegistry().lock.lock(); },
+    [](bool) noexcept { TheRegistry().lock.unlock(); });
 
 std::shared_ptr<const MappedFile> FindDataFile(HMODULE module) {
     Registry& registry = TheRegistry();

@@ -1,7 +1,10 @@
 #include "platform/linux/StructuredExceptions.h"
 
 #include "platform/StructuredExceptions.h"
+#include "platform/linux/base/Fork.h"
+#include "platform/linux/internal/FaultHandlers.h"
 #include "platform/linux/internal/Futex.h"
+#include "platform/linux/internal/SharedObject.h"
 
 #include <algorithm>
 #include <array>
@@ -396,6 +399,7 @@ TrapFrame* PlaceTrapFrame(DWORD64 sp, const stack_t& alternate) {
 
 void OnSignal(int signal, siginfo_t* info, void* state) {
     auto* machine = static_cast<ucontext_t*>(state);
+    if (signal == SIGBUS && info->si_code > 0 && MendSharedPage(info->si_addr)) return;
     if (!t_trap.translator || info->si_code <= 0) {
         CallPreviousHandler(signal, info, machine);
         return;
@@ -470,7 +474,7 @@ bool ShallThrowFromHandler() {
            contains("LD_PRELOAD", "vgpreload");  // the latter is valgrind's
 }
 
-bool InstallHandlers() {
+bool InstallHandlers() noexcept {
     FindLockingCode();
     g_throwFromHandler = ShallThrowFromHandler();
     struct sigaction ours {};
@@ -537,6 +541,8 @@ class AlternateStacks {
     }
 
     static constinit inline ShortLock s_lock;
+    static inline const ForkPart s_forkPart{ForkOrder::AlternateStacks, []() noexcept { s_lock.lock(); },
+                                            [](bool) noexcept { s_lock.unlock(); }};
     static constinit inline std::byte* s_free = nullptr;  // guarded by s_lock; each begins with the next one
     static constinit inline std::size_t s_freeCount = 0;  // guarded by s_lock
 };
@@ -590,9 +596,13 @@ class ThreadSetup {
 
 }  // namespace
 
+void CatchFaults() noexcept {
+    [[maybe_unused]] static const bool installed = InstallHandlers();
+}
+
 StructuredExceptionTranslator SetStructuredExceptionTranslator(StructuredExceptionTranslator translator) {
     if (translator) {
-        [[maybe_unused]] static const bool installed = InstallHandlers();
+        CatchFaults();
         [[maybe_unused]] thread_local const ThreadSetup setup;
     }
     return std::exchange(t_trap.translator, translator);

@@ -1,7 +1,12 @@
 #include "platform/linux/base/Fork.h"
 
 #include <atomic>
+#include <charconv>
+#include <iterator>
+#include <mutex>
+#include <poll.h>
 #include <pthread.h>
+#include <sys/stat.h>
 
 namespace Quellan::Corvel::Platform {
 
@@ -18,6 +23,36 @@ std::uint32_t ForkGeneration() noexcept {
     return g_generation.load(std::memory_order_relaxed);
 }
 
+namespace {
+
+// Of the fork under way on this thread: the end of a pipe that the child closes when it has mended itself, or
+// when it ends, and the one on which its parent hears of it.
+constinit thread_local int t_childIsMended = -1;
+constinit thread_local int t_childToAwait = -1;
+
+void PrepareToAwaitChild() noexcept {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return;
+    t_childToAwait = ends[0];
+    t_childIsMended = ends[1];
+}
+
+void CloseEnd(int& end) noexcept {
+    if (end >= 0) close(std::exchange(end, -1));
+}
+
+// No lock is held meanwhile. A child that somebody has stopped is not waited for.
+void AwaitChild() noexcept {
+    constexpr int PatienceMs = 1'000;
+    CloseEnd(t_childIsMended);
+    if (t_childToAwait < 0) return;
+    pollfd waiting{t_childToAwait, 0, 0};
+    Retry([&] { return poll(&waiting, 1, PatienceMs); });
+    CloseEnd(t_childToAwait);
+}
+
+}  // namespace
+
 struct ForkPart::Registration {
     Registration() noexcept {
         pthread_atfork(
@@ -25,20 +60,20 @@ struct ForkPart::Registration {
                 for (ForkPart* part = g_outermost; part; part = part->m_inner)
                     if (part->m_prepare) part->m_prepare();
             },
-            [] { Resume(false); },
-            [] {
-                g_generation.fetch_add(1, std::memory_order_relaxed);
-                Resume(true);
-            });
+            [] { ResumeAll(false); }, [] { ResumeAll(true); });
     }
 
-    static void Resume(bool isChild) noexcept {
+    static void ResumeAll(bool isChild) noexcept {
+        const int saved = errno;
+        if (isChild) g_generation.fetch_add(1, std::memory_order_relaxed);
         for (ForkPart* part = g_innermost; part; part = part->m_outer)
             part->m_resume(isChild);
+        if (!isChild) AwaitChild();
+        errno = saved;
     }
 };
 
-ForkPart::ForkPart(ForkOrder order, Prepare prepare, ForkPart::Resume resume) noexcept
+ForkPart::ForkPart(ForkOrder order, Prepare prepare, Resume resume) noexcept
     : m_order(order), m_prepare(prepare), m_resume(resume) {
     static const Registration registration;
     m_inner = g_outermost;
@@ -49,5 +84,91 @@ ForkPart::ForkPart(ForkOrder order, Prepare prepare, ForkPart::Resume resume) no
     (m_outer ? m_outer->m_inner : g_outermost) = this;
     (m_inner ? m_inner->m_outer : g_innermost) = this;
 }
+
+struct ProcessDescriptors {
+    static constinit inline std::mutex s_lock;
+    static constinit inline ProcessDescriptor* s_first = nullptr;  // guarded by s_lock
+    static constinit inline unsigned s_awaiting = 0;               // guarded by s_lock
+
+    static void Add(ProcessDescriptor& descriptor) noexcept {
+        const std::scoped_lock lock(s_lock);
+        descriptor.m_next = s_first;
+        if (s_first) s_first->m_previous = &descriptor;
+        s_first = &descriptor;
+        s_awaiting += descriptor.m_parent == ProcessDescriptor::Parent::AwaitsChild;
+    }
+
+    static void Remove(ProcessDescriptor& descriptor) noexcept {
+        const std::scoped_lock lock(s_lock);
+        (descriptor.m_previous ? descriptor.m_previous->m_next : s_first) = descriptor.m_next;
+        if (descriptor.m_next) descriptor.m_next->m_previous = descriptor.m_previous;
+        s_awaiting -= descriptor.m_parent == ProcessDescriptor::Parent::AwaitsChild;
+    }
+
+    static void Hold() noexcept {
+        s_lock.lock();
+        if (s_awaiting != 0) PrepareToAwaitChild();
+    }
+
+    static void Resume(bool isChild) noexcept {
+        if (isChild) {
+            OpenAllAnew();
+            CloseEnd(t_childToAwait);
+            CloseEnd(t_childIsMended);
+        }
+        s_lock.unlock();
+    }
+
+    static void OpenAllAnew() noexcept {
+        for (ProcessDescriptor* descriptor = s_first; descriptor; descriptor = descriptor->m_next)
+            Replace(*descriptor);
+    }
+
+    static void Replace(ProcessDescriptor& descriptor) noexcept {
+        const int fd = descriptor.Get();
+        struct stat info;
+        if (fstat(fd, &info) != 0 || !S_ISREG(info.st_mode)) return;
+        Descriptor fresh = OpenSame(fd);
+        const off_t position = lseek(fd, 0, SEEK_CUR);
+        if (fresh && position > 0 && lseek(fresh.Get(), position, SEEK_SET) != position) fresh = Descriptor();
+        descriptor.OpenAnew(fresh);
+        descriptor.m_ownsLocks = fresh && dup3(fresh.Get(), fd, O_CLOEXEC) == fd;
+    }
+
+    static Descriptor OpenSame(int fd) noexcept {
+        constexpr std::string_view Folder = "/proc/self/fd/";
+        char path[Folder.size() + 12] = {};
+        std::to_chars(path + Folder.copy(path, Folder.size()), std::end(path) - 1, fd);
+        constexpr int Kept = O_ACCMODE | O_APPEND | O_SYNC | O_NONBLOCK | O_DIRECT | O_NOATIME;
+        const int flags = (fcntl(fd, F_GETFL) & Kept) | O_CLOEXEC | O_NOCTTY;
+        return Descriptor(Retry([&] { return open(path, flags); }));
+    }
+};
+
+namespace {
+
+const ForkPart g_descriptorsPart(ForkOrder::Descriptors, &ProcessDescriptors::Hold,
+                                 &ProcessDescriptors::Resume);
+
+}  // namespace
+
+ProcessDescriptor::ProcessDescriptor(Descriptor descriptor, Parent parent) noexcept
+    : m_descriptor(std::move(descriptor)), m_parent(parent) {
+    ProcessDescriptors::Add(*this);
+}
+
+ProcessDescriptor::~ProcessDescriptor() {
+    if (m_descriptor && m_ownsLocks) {
+        const int saved = errno;
+        struct flock all {};
+        all.l_type = F_UNLCK;
+        all.l_whence = SEEK_SET;
+        fcntl(m_descriptor.Get(), F_OFD_SETLK, &all);
+        errno = saved;
+    }
+    ProcessDescriptors::Remove(*this);
+}
+
+void ProcessDescriptor::OpenAnew(const Descriptor&) noexcept {}
 
 }  // namespace Quellan::Corvel::Platform

@@ -2,9 +2,11 @@
 //
 // Before a fork the forking thread takes the layer's process-wide locks, so that the child finds nothing half
 // changed; afterwards both processes give them back, and the child mends what it must not share with its
-// parent. A child of a process with threads of its own should still do no more than exec: the locks of single
-// objects may be held by threads that it does not have.
+// parent: ids, descriptors, threads. A child of a process with threads of its own should still do no more
+// than exec: the locks of single objects may be held by threads that it does not have.
 #pragma once
+
+#include "platform/linux/internal/Descriptor.h"
 
 #include <cstdint>
 
@@ -16,12 +18,25 @@ std::uint32_t ForkGeneration() noexcept;
 
 // In the order in which a fork takes the locks: whoever holds one takes only those below it.
 enum class ForkOrder : std::uint8_t {
+    ControlHandlers,
+    NamedObjects,
+    NamedObjectInit,
+    Directory,
+    Reservations,
+    Modules,
+    Environment,
+    Threads,
+    JoinedObjects,
+    Handles,
+    SignalWords,
+    AlternateStacks,
+    Descriptors,
     Ids,
 };
 
 // A part of the layer that a fork concerns: an object of namespace scope, there from the loading of the
 // library on. `prepare` may be null; `resume` is told whether it runs in the child. They are called in the
-// thread that forks and may allocate nothing.
+// thread that forks, the innermost part resumes first, and in the child nothing may be allocated.
 class ForkPart {
   public:
     using Prepare = void (*)() noexcept;
@@ -39,6 +54,54 @@ class ForkPart {
     const Resume m_resume;
     ForkPart* m_outer = nullptr;
     ForkPart* m_inner = nullptr;
+};
+
+// A part that is nothing but a lock of namespace scope.
+template <auto& Lock>
+class ForkLock {
+  public:
+    explicit ForkLock(ForkOrder order) noexcept
+        : m_part(
+              order, []() noexcept { Lock.lock(); }, [](bool) noexcept { Lock.unlock(); }) {}
+
+  private:
+    const ForkPart m_part;
+};
+
+// The descriptor of a file whose position and locks are this process's alone. The kernel counts both to the
+// open file, which the child of a fork shares: so what is locked through it is unlocked before it is closed,
+// and the child opens the file anew in the same place, with the same position and without any lock.
+//
+// Where the child cannot do that (it may not open the file any more, there are no descriptors or no /proc)
+// both go on with one open file, and the child has no locks there. Files that are not plain ones are shared.
+class ProcessDescriptor {
+  public:
+    // A parent that awaits its child goes on once the child has what it needs, so that it cannot give up
+    // before what the child is about to take.
+    enum class Parent { GoesOn, AwaitsChild };
+
+    explicit ProcessDescriptor(Descriptor descriptor, Parent parent = Parent::GoesOn) noexcept;
+    ProcessDescriptor(const ProcessDescriptor&) = delete;
+    ProcessDescriptor& operator=(const ProcessDescriptor&) = delete;
+    virtual ~ProcessDescriptor();
+
+    int Get() const noexcept { return m_descriptor.Get(); }
+    const Descriptor& File() const noexcept { return m_descriptor; }
+    // False in a child that shares the open file with its parent: its locks exclude nobody there.
+    bool OwnsLocks() const noexcept { return m_ownsLocks; }
+
+  protected:
+    // In the child. `fresh` is about to take the descriptor's place, or is empty where it could not be had.
+    virtual void OpenAnew(const Descriptor& fresh) noexcept;
+
+  private:
+    friend struct ProcessDescriptors;
+
+    Descriptor m_descriptor;
+    bool m_ownsLocks = true;
+    const Parent m_parent;
+    ProcessDescriptor* m_previous = nullptr;
+    ProcessDescriptor* m_next = nullptr;
 };
 
 }  // namespace Quellan::Corvel::Platform

@@ -1,5 +1,6 @@
 #include "platform/linux/internal/Directory.h"
 
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 #include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/Fail.h"
@@ -14,7 +15,6 @@
 #include <list>
 #include <memory>
 #include <mutex>
-#include <pthread.h>
 #include <pwd.h>
 #include <shadow.h>
 #include <signal.h>
@@ -81,8 +81,16 @@ class QuestionFor : public Question {
 class Askers {
   public:
     static Askers& Instance() noexcept {
-        static Askers& instance = Make();
+        alignas(Askers) static std::byte memory[sizeof(Askers)];
+        static Askers& instance = *new (memory) Askers;
         return instance;
+    }
+
+    // While the process forks. The child has none of the threads, and nobody there waits for the answers.
+    void Hold() noexcept { m_lock.lock(); }
+    void Resume(bool isChild) noexcept {
+        m_lock.unlock();
+        if (isChild) new (this) Askers;
     }
 
     DWORD Add(std::shared_ptr<Question> question) {
@@ -105,8 +113,6 @@ class Askers {
     }
 
   private:
-    static Askers& Make() noexcept;
-
     void StartThread() {
         const std::shared_ptr<const OwnIdentity> own = OwnIdentityForNewThread();
         sigset_t all, before;
@@ -153,13 +159,9 @@ class Askers {
     Word m_arrivals{0};
 };
 
-alignas(Askers) std::byte g_askers[sizeof(Askers)];
-
-// The child of a fork has none of the threads, and the lock may have been held by one of them.
-Askers& Askers::Make() noexcept {
-    pthread_atfork(nullptr, nullptr, [] { new (g_askers) Askers; });
-    return *new (g_askers) Askers;
-}
+const ForkPart g_forkPart(
+    ForkOrder::Directory, []() noexcept { Askers::Instance().Hold(); },
+    [](bool isChild) noexcept { Askers::Instance().Resume(isChild); });
 
 template <class Answer>
 DWORD AskFor(Answer& answer, Deadline deadline, std::function<DWORD(Answer&)> find) {

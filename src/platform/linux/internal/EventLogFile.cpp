@@ -185,6 +185,11 @@ DWORD EventLogFile::FollowName() noexcept {
 
 // Of the file that has the name: another one may have got it before the lock was had.
 DWORD EventLogFile::LockChanges(std::optional<ChangeLock>& lock) noexcept {
+    // The child of a fork has its parent's open file, whose lock keeps nobody out of the two.
+    if (m_generation != ForkGeneration()) {
+        if (DWORD code = FollowName()) return code;
+        m_generation = ForkGeneration();
+    }
     for (;;) {
         lock.emplace(Fd());
         if (lock->Code()) return lock->Code();

@@ -2,7 +2,7 @@
 // killed or power is lost. Where it becomes too large its newest part takes its place.
 #pragma once
 
-#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/EventRecord.h"
 
 #include <mutex>
@@ -55,7 +55,8 @@ class EventLogFile {
     DWORD KeepNewest(off_t size, off_t lastBegin);
     DWORD Put(std::string_view text, off_t size) noexcept;
 
-    EventLogPlace m_place;  // guarded by m_lock
+    EventLogPlace m_place;  // guarded by m_lock, as is the other
+    std::uint32_t m_generation = ForkGeneration();
 };
 
 // The same for a reader, who meets records in the order of their numbers.

@@ -2,7 +2,7 @@
 #pragma once
 
 #include "platform/linux/SecurityDescriptors.h"
-#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/HandleTable.h"
 #include "platform/linux/internal/RangeLocks.h"
 
@@ -20,23 +20,36 @@ class FileObject : public Object {
 
     FileObject(Descriptor descriptor, bool isPlain, bool writesThrough) noexcept
         : Object(Kind),
-          m_descriptor(std::move(descriptor)),
+          m_file(std::move(descriptor)),
+          m_fd(m_file.Get()),
           m_isPlain(isPlain),
           m_writesThrough(writesThrough) {}
 
-    int Fd() const noexcept { return m_descriptor.Get(); }
+    int Fd() const noexcept { return m_fd; }
     // Whether it is a file and no device, pipe or folder.
     bool IsPlain() const noexcept { return m_isPlain; }
     bool WritesThrough() const noexcept { return m_writesThrough; }
-    RangeLocks& Locks() noexcept { return m_locks; }
+    // Whether locks on its ranges exclude all others.
+    bool OwnsLocks() const noexcept { return m_file.OwnsLocks(); }
+    RangeLocks& Locks() noexcept { return m_file.locks; }
 
   protected:
-    Descriptor m_descriptor;
+    // For a descriptor that is somebody else's.
+    explicit FileObject(int fd) noexcept
+        : Object(Kind), m_file(Descriptor()), m_fd(fd), m_isPlain(false), m_writesThrough(false) {}
 
   private:
+    struct File : ProcessDescriptor {
+        using ProcessDescriptor::ProcessDescriptor;
+        void OpenAnew(const Descriptor&) noexcept override { locks.Forget(); }
+
+        RangeLocks locks;
+    };
+
+    File m_file;
+    const int m_fd;
     const bool m_isPlain;
     const bool m_writesThrough;
-    RangeLocks m_locks;
 };
 
 }  // namespace Quellan::Corvel::Platform

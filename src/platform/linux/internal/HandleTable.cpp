@@ -1,6 +1,7 @@
 #include "platform/linux/internal/HandleTable.h"
 
 #include "platform/RaceTools.h"
+#include "platform/linux/base/Fork.h"
 
 #include <algorithm>
 #include <array>
@@ -52,6 +53,19 @@ constinit std::atomic<HandleSlot*> g_chunks[MostChunks];
 constinit FreeList g_free[Shards];
 constinit std::mutex g_growth;
 constinit std::uint32_t g_chunkCount = 0;  // guarded by g_growth
+
+const ForkPart g_forkPart(
+    ForkOrder::Handles,
+    []() noexcept {
+        for (FreeList& list : g_free)
+            list.lock.lock();
+        g_growth.lock();
+    },
+    [](bool) noexcept {
+        g_growth.unlock();
+        for (FreeList& list : g_free)
+            list.lock.unlock();
+    });
 
 FreeList& ThreadFreeList() noexcept {
     static constinit std::atomic<std::uint32_t> threads{0};

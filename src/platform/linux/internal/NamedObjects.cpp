@@ -1,20 +1,23 @@
 #include "platform/linux/internal/NamedObjects.h"
 
-#include "platform/linux/internal/EnvironmentBlock.h"
+#include "platform/linux/Events.h"
+#include "platform/linux/Files.h"
+#include "platform/linux/Mutexes.h"
+#include "platform/linux/Semaphores.h"
 #include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/FileSecurity.h"
 #include "platform/linux/internal/State.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <map>
 #include <mutex>
-#include <sys/mman.h>
 #include <sys/stat.h>
 
 namespace Quellan::Corvel::Platform {
 
 namespace {
 
-constexpr std::size_t DoorBytes = 4096;
+constexpr DWORD BusyMs = 5'000;
 
 // Threads may use objects while the process ends: nothing here is ever destroyed.
 struct Registry {
@@ -71,45 +74,23 @@ std::string FileOf(std::string_view name) {
     return file;
 }
 
-// The user as whom the process runs, whomever one of its threads impersonates.
-uid_t ProcessUser() noexcept {
-    uid_t real;
-    uid_t effective;
-    uid_t saved;
-    getresuid(&real, &effective, &saved);
-    return saved;
-}
-
-DWORD OpenMemoryFolder(bool global, Descriptor& folder, struct stat& info) {
-    const uid_t user = ProcessUser();
-    const std::string path = "/dev/shm/tqlib-" + (global ? "global" : std::to_string(user));
-    constexpr mode_t ForAll = 0777 | S_ISVTX;
-    const bool made = mkdir(path.c_str(), global ? ForAll : 0700) == 0;
-    if (!made && errno != EEXIST) return CodeFromErrno(errno);
-    folder = Descriptor(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (!folder || fstat(folder.Get(), &info) != 0) return ERROR_ACCESS_DENIED;
-    if (!global) return info.st_uid == user && !(info.st_mode & 077) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
-    if (made) fchmod(folder.Get(), ForAll);  // the file mask took rights away
-    return made || info.st_mode & S_ISVTX ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
-}
-
 DWORD OpenFolder(bool global, Descriptor& folder, struct stat& info) {
-    if (!TrustedEnvironmentVariable("TQLIB_ROOT")) return OpenMemoryFolder(global, folder, info);
-    const std::string_view name = global ? "objects-global" : "objects-local";
-    if (DWORD code = OpenStateFolder(StateKind::Runtime, name, folder)) return code;
+    const DWORD code = global ? OpenFolderForAll("objects-global", folder)
+                              : OpenStateFolder(StateKind::Runtime, "objects-local", folder);
+    if (code) return code;
     return fstat(folder.Get(), &info) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
 }
 
 DWORD OpenDoor(const Descriptor& folder, bool everybody, Door*& door) noexcept {
     Descriptor file;
-    if (DWORD code = OpenSharedFile(folder, everybody, ".door", true, file)) return code;
+    const mode_t mode = everybody ? 0666 : 0600;
+    if (DWORD code = OpenSharedFile(folder, everybody, ".door", &mode, file)) return code;
     struct stat info;
     if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
     if (!S_ISREG(info.st_mode)) return ERROR_ACCESS_DENIED;
-    if (const int error = posix_fallocate(file.Get(), 0, DoorBytes)) return CodeFromErrno(error);
-    void* const memory = mmap(nullptr, DoorBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
-    if (memory == MAP_FAILED) return CodeFromErrno(errno);
-    door = static_cast<Door*>(memory);
+    if (const int error = AllocateSharedPage(file)) return CodeFromErrno(error);
+    door = static_cast<Door*>(MapSharedPage(file, info));
+    if (!door) return CodeFromErrno(errno);
     return ERROR_SUCCESS;
 }
 
@@ -130,15 +111,8 @@ DWORD FindFolder(Registry& registry, bool global, const SharedFolder*& folder) {
     return ERROR_SUCCESS;
 }
 
-}  // namespace
-
-DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
-                std::shared_ptr<Waitable>& object) {
-    Name name;
-    if (DWORD code = Parse(given, name)) return code;
-    if (setup && setup->owned && !CurrentWaiter()) return ERROR_NOT_ENOUGH_MEMORY;
-    if (setup && setup->owned && !CurrentWaiter()->MakeRoom(1)) return ERROR_NOT_ENOUGH_MEMORY;
-    const std::string file = FileOf(name.text);
+DWORD TryToOpen(const Name& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
+                MakeWaitable make, std::shared_ptr<Waitable>& object) {
     Registry& registry = Registry::Instance();
     const std::scoped_lock lock(registry.lock);
     const SharedFolder* folder = nullptr;
@@ -158,6 +132,53 @@ DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* set
     if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
     known = object;
     return code;
+}
+
+// In the child of a fork the owners of mutexes are those of its parent.
+const ForkPart g_forkPart(
+    ForkOrder::NamedObjects, []() noexcept { Registry::Instance().lock.lock(); },
+    [](bool isChild) noexcept {
+        Registry& registry = Registry::Instance();
+        for (auto entry = registry.objects.begin(); isChild && entry != registry.objects.end(); ++entry) {
+            const std::shared_ptr<Waitable> object = entry->second.lock();
+            if (object && object->Rule().takesOwnership) object->BelongsInFork(0);
+        }
+        registry.lock.unlock();
+    });
+
+}  // namespace
+
+DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode) {
+    // Whoever waits for an object changes it, and memory that is written is read: there is one right.
+    constexpr DWORD AnyRight = SYNCHRONIZE | EVENT_MODIFY_STATE | MUTEX_MODIFY_STATE |
+                               SEMAPHORE_MODIFY_STATE | GENERIC_ALL | GENERIC_EXECUTE | GENERIC_WRITE;
+    mode = 0600;
+    if (!attributes || !attributes->lpSecurityDescriptor) return ERROR_SUCCESS;
+    FileSecurity given;
+    if (DWORD code = ReadDescriptor(attributes->lpSecurityDescriptor, given)) return code;
+    if (!given.hasList) return ERROR_SUCCESS;
+    if (given.list)
+        for (AccessEntry& entry : *given.list)
+            entry.mask = entry.mask & AnyRight ? GENERIC_READ | GENERIC_WRITE : 0;
+    mode_t bits;
+    if (DWORD code = ModeOf(given, geteuid(), getegid(), bits)) return code;
+    for (const mode_t both : {S_IRGRP | S_IWGRP, S_IROTH | S_IWOTH})
+        if ((bits & both) == both) mode |= both;
+    return ERROR_SUCCESS;
+}
+
+DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
+                std::shared_ptr<Waitable>& object) {
+    Name name;
+    if (DWORD code = Parse(given, name)) return code;
+    if (setup && setup->owned && !CurrentWaiter()) return ERROR_NOT_ENOUGH_MEMORY;
+    if (setup && setup->owned && !CurrentWaiter()->MakeRoom(1)) return ERROR_NOT_ENOUGH_MEMORY;
+    const std::string file = FileOf(name.text);
+    const Deadline deadline = DeadlineAfter(BusyMs);
+    for (Backoff backoff;; backoff.Pause()) {
+        const DWORD code = TryToOpen(name, file, kind, setup, make, object);
+        if (code != ERROR_BUSY || Now() > deadline) return code;
+    }
 }
 
 }  // namespace Quellan::Corvel::Platform

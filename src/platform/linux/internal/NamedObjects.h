@@ -1,9 +1,8 @@
 // Names of events, mutexes and semaphores.
 //
 // "Local\" names, and those without a prefix, belong to one user; "Global\" names to the machine. Both live
-// in folders of shared memory: /dev/shm/tqlib-<user id>, which nobody else may enter, and
-// /dev/shm/tqlib-global. Where the environment variable TQLIB_ROOT is set they are folders below that root. A
-// process has an object open once, whatever number of handles it has.
+// in folders of the state of this boot (State.h): objects-local of the user, which nobody else may enter, and
+// objects-global of root. A process has an object open once, whatever number of handles it has.
 #pragma once
 
 #include "platform/linux/internal/SharedObject.h"
@@ -11,12 +10,19 @@
 
 namespace Quellan::Corvel::Platform {
 
+// Who may open a new object: its user, and whoever the access-control list of the attributes gives any of the
+// rights to wait for it or to change it. 50 (ERROR_NOT_SUPPORTED) for a list that bits cannot express. May
+// throw std::bad_alloc.
+DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode);
+
 // Opens the object of that name or, with `setup`, makes it where it is missing. 0 with an object that is new,
 // 183 (ERROR_ALREADY_EXISTS) with one that was there; otherwise no object and 2 (ERROR_FILE_NOT_FOUND), 3
 // (ERROR_PATH_NOT_FOUND) for a backslash after the prefix, 5 (ERROR_ACCESS_DENIED), 6 (ERROR_INVALID_HANDLE)
 // for an object of another kind, 123 (ERROR_INVALID_NAME) for a prefix alone, 161 (ERROR_BAD_PATHNAME) for a
 // backslash at the beginning, 206 (ERROR_FILENAME_EXCED_RANGE) for more than 260 characters, or what
 // SharedObject::Open says.
+// An object that others keep locked while they open or close it is waited for, at most 5 s; then 170
+// (ERROR_BUSY).
 using MakeWaitable = std::shared_ptr<Waitable> (*)(std::unique_ptr<SharedObject>);
 DWORD OpenNamed(std::wstring_view name, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
                 std::shared_ptr<Waitable>& object);

@@ -17,8 +17,12 @@ HANDLE CreateObject(const SECURITY_ATTRIBUTES* attributes, const wchar_t* name, 
                     DWORD allAccess, Create create) noexcept {
     if (attributes && attributes->bInheritHandle) return Fail(ERROR_NOT_SUPPORTED, HANDLE());
     HANDLE handle = nullptr;
-    const DWORD code =
-        HasText(name) ? NamedHandle<Body>(name, &setup, allAccess, handle) : create(allAccess, handle);
+    const DWORD code = HasText(name) ? WithMemory([&]() -> DWORD {
+        SharedSetup forOthers = setup;
+        if (DWORD refused = ModeOfObject(attributes, forOthers.mode)) return refused;
+        return NamedHandle<Body>(name, &forOthers, allAccess, handle);
+    })
+                                     : create(allAccess, handle);
     SetLastError(code);
     return handle;
 }

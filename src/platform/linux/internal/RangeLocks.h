@@ -22,6 +22,8 @@ class RangeLocks {
     DWORD Lock(int fd, std::uint64_t begin, std::uint64_t size, Deadline deadline);
     // 158 (ERROR_NOT_LOCKED) for what is not exactly one of the locked ranges.
     DWORD Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexcept;
+    // In the child of a fork, whose file is another open one: the ranges are its parent's.
+    void Forget() noexcept { m_held.clear(); }
 
   private:
     struct Range {

@@ -2,6 +2,7 @@
 
 #include "platform/linux/Errors.h"
 #include "platform/linux/Memory.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Errno.h"
 
 #include <cerrno>
@@ -110,6 +111,14 @@ ULONG_PTR PageSize() noexcept {
     static const auto size = static_cast<ULONG_PTR>(sysconf(_SC_PAGESIZE));
     return size;
 }
+
+namespace {
+
+const ForkPart g_forkPart(
+    ForkOrder::Reservations, []() noexcept { Reservations::Instance().Hold(); },
+    [](bool) noexcept { Reservations::Instance().Resume(); });
+
+}  // namespace
 
 Reservations& Reservations::Instance() noexcept {
     // Never destroyed: memory may be freed until the process ends.

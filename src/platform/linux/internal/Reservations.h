@@ -86,6 +86,10 @@ class Reservations {
     DWORD Lock(void* address, SIZE_T size);
     DWORD Unlock(void* address, SIZE_T size);
 
+    // While the process forks.
+    void Hold() noexcept { m_lock.lock(); }
+    void Resume() noexcept { m_lock.unlock(); }
+
   private:
     struct Range {
         ULONG_PTR begin;

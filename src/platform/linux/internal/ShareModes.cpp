@@ -3,6 +3,7 @@
 #include "platform/linux/Errors.h"
 #include "platform/linux/Files.h"
 #include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/Errno.h"
 
 #include <ctime>
 #include <sched.h>
@@ -93,6 +94,11 @@ bool IsHeldByOthers(int fd, unsigned bytes) noexcept {
     });
 }
 
+// Of the descriptor or its file system, whatever happens; others are failures of the moment.
+bool KeepsNoLocks(int error) noexcept {
+    return error == EBADF || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
+}
+
 // A while that differs from thread to thread: whoever meets again has to come apart.
 void LetOthersPass(int attempt) noexcept {
     sched_yield();
@@ -109,10 +115,12 @@ DWORD EnterShareMode(int fd, DWORD rights, DWORD share) noexcept {
     constexpr int Attempts = 400;
     for (int attempt = 0; attempt < Attempts; ++attempt) {
         if (!Set(fd, F_RDLCK, claim.own | IsEntering)) {
-            // Somebody beside the layer holds these bytes for himself alone, or the locks can't be had.
-            const bool isRefused = errno == EAGAIN || errno == EACCES;
+            const int error = errno;
             Set(fd, F_UNLCK, claim.own | IsEntering);
-            return isRefused || IsHeldByOthers(fd, claim.against) ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
+            // Somebody beside the layer holds these bytes for himself alone.
+            if (error == EAGAIN || error == EACCES) return ERROR_SHARING_VIOLATION;
+            if (!KeepsNoLocks(error)) return CodeFromErrno(error);
+            return IsHeldByOthers(fd, claim.against) ? ERROR_SHARING_VIOLATION : ERROR_SUCCESS;
         }
         if (!IsHeldByOthers(fd, claim.against)) {
             Set(fd, F_UNLCK, IsEntering);

@@ -20,7 +20,7 @@ constexpr std::int64_t OwnLockBytes = std::int64_t{1} << 62;
 // Enters an open file with the rights it was opened with (FILE_READ_DATA, FILE_WRITE_DATA, FILE_APPEND_DATA,
 // DELETE; without any of them everybody goes with it) and what it grants others. 32
 // (ERROR_SHARING_VIOLATION). A file system that keeps no locks keeps nobody out, and neither does a
-// descriptor that cannot be read: it only heeds others.
+// descriptor that cannot be read: it only heeds others. Where the system has no lock left, its code.
 DWORD EnterShareMode(int fd, DWORD rights, DWORD share) noexcept;
 
 }  // namespace Quellan::Corvel::Platform

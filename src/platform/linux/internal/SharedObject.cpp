@@ -3,8 +3,11 @@
 #include "platform/linux/Errors.h"
 #include "platform/linux/Waits.h"
 #include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/FaultHandlers.h"
+#include "platform/linux/internal/Identity.h"
 
 #include <algorithm>
+#include <array>
 #include <climits>
 #include <cstring>
 #include <dirent.h>
@@ -43,11 +46,31 @@ constexpr std::uint32_t LockWanted = 0x80000000;
 constexpr off_t InitByte = 1;
 constexpr off_t FirstSlot = 1000;
 
-constexpr Deadline BusyWait = 5'000 * NanosecondsInMs;
+// For what takes microseconds, unless whoever does it is stopped or means harm.
+constexpr Deadline LockPatience = 2'000 * NanosecondsInMs;
+constexpr Deadline InitPatience = 200 * NanosecondsInMs;
 constexpr Deadline LockSuspicion = 20 * NanosecondsInMs;
 
 // Locks on bytes belong to the open file: they tell processes apart, not the threads of one.
 constinit std::mutex g_initLock;
+const ForkLock<g_initLock> g_forkLock(ForkOrder::NamedObjectInit);
+
+// Mapped pages that others may cut off; null is a free place. Looked at by a signal handler.
+constinit std::array<std::atomic<void*>, 4096> g_pagesOfOthers;
+
+// Gives a page's place a new value. False when there is no such page.
+bool ExchangePage(void* page, void* replacement) noexcept {
+    return std::ranges::any_of(g_pagesOfOthers, [&](std::atomic<void*>& place) {
+        void* expected = page;
+        return place.load(std::memory_order_relaxed) == page &&
+               place.compare_exchange_strong(expected, replacement);
+    });
+}
+
+// Whether others than the process's user may write the file, or own it.
+bool IsOfOthers(const struct stat& info) noexcept {
+    return info.st_uid != ProcessUser() || info.st_mode & (S_IWGRP | S_IWOTH);
+}
 
 bool SetByteLock(const Descriptor& file, short type, off_t from, off_t length = 1) noexcept {
     struct flock range {};
@@ -66,9 +89,12 @@ void UnlockByte(const Descriptor& file, off_t from, off_t length = 1) noexcept {
     SetByteLock(file, F_UNLCK, from, length);
 }
 
-// Held by others for some microseconds; but any of them may be stopped, or mean harm.
+void UnlockAll(const Descriptor& file) noexcept {
+    UnlockByte(file, 0, 0);
+}
+
 bool LockInit(const Descriptor& file) noexcept {
-    const Deadline deadline = Now() + BusyWait;
+    const Deadline deadline = Now() + InitPatience;
     for (Backoff backoff; !LockByte(file, InitByte); backoff.Pause())
         if (Now() > deadline) return false;
     return true;
@@ -100,11 +126,6 @@ bool IsCurrent(const Descriptor& folder, const char* name, const Descriptor& fil
 Descriptor OpenFile(const Descriptor& folder, const char* name, int more = 0) noexcept {
     const int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | more;
     return Descriptor(Retry([&] { return openat(folder.Get(), name, flags, 0600); }));
-}
-
-SharedObject::Mapping Map(const Descriptor& file) noexcept {
-    void* const page = mmap(nullptr, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
-    return SharedObject::Mapping(page == MAP_FAILED ? nullptr : static_cast<Page*>(page));
 }
 
 void WriteNew(Page& page, std::string_view name, const SharedSetup& setup) noexcept {
@@ -140,9 +161,39 @@ void InheritSlot(Page& page, SharedKind kind, std::uint32_t self) noexcept {
 
 }  // namespace
 
-DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name, bool create,
+int AllocateSharedPage(const Descriptor& file) noexcept {
+    int error;
+    do
+        error = posix_fallocate(file.Get(), 0, PageBytes);
+    while (error == EINTR);
+    return error;
+}
+
+void* MapSharedPage(const Descriptor& file, const struct stat& info) noexcept {
+    void* const page = mmap(nullptr, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+    if (page == MAP_FAILED) return nullptr;
+    if (!IsOfOthers(info)) return page;
+    CatchFaults();
+    if (ExchangePage(nullptr, page)) return page;
+    munmap(page, PageBytes);
+    errno = ENOMEM;
+    return nullptr;
+}
+
+bool MendSharedPage(const void* address) noexcept {
+    const auto* const at = static_cast<const std::byte*>(address);
+    for (const std::atomic<void*>& place : g_pagesOfOthers) {
+        void* const page = place.load();
+        if (!page || at < page || at >= static_cast<std::byte*>(page) + PageBytes) continue;
+        constexpr int Flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED;
+        return mmap(page, PageBytes, PROT_READ | PROT_WRITE, Flags, -1, 0) == page;
+    }
+    return false;
+}
+
+DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name, const mode_t* mode,
                      Descriptor& file) noexcept {
-    // Between its creation and the change of its mode a file for everybody is its maker's alone.
+    // Between its creation and the change of its mode a file for others is its maker's alone.
     const Deadline patience = Now() + 20 * NanosecondsInMs;
     for (;;) {
         // First without creating: where the kernel protects sticky folders that fails for files of others.
@@ -154,10 +205,10 @@ DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name,
         }
         if (errno == ELOOP) return ERROR_ACCESS_DENIED;
         if (errno != ENOENT) return CodeFromErrno(errno);
-        if (!create) return ERROR_FILE_NOT_FOUND;
+        if (!mode) return ERROR_FILE_NOT_FOUND;
         file = OpenFile(folder, name, O_CREAT | O_EXCL);
         if (file) {
-            if (everybody) fchmod(file.Get(), 0666);
+            if (*mode != 0600) fchmod(file.Get(), *mode);
             return ERROR_SUCCESS;
         }
         if (errno != EEXIST) return CodeFromErrno(errno);
@@ -173,12 +224,20 @@ void Door::Ring() noexcept {
 DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, std::string_view name,
                          SharedKind kind, const SharedSetup* setup, std::unique_ptr<SharedObject>& object) {
     Descriptor opened;
+    // Said aloud: a child that was forked meanwhile has the same open file.
+    struct EndOfLocks {
+        const Descriptor& file;
+        ~EndOfLocks() {
+            if (file) UnlockAll(file);
+        }
+    } const endOfLocks{opened};
     struct stat info;
     for (;;) {
-        if (DWORD code =
-                OpenSharedFile(folder.descriptor, folder.everybody, file.c_str(), setup != nullptr, opened))
+        if (DWORD code = OpenSharedFile(folder.descriptor, folder.everybody, file.c_str(),
+                                        setup ? &setup->mode : nullptr, opened))
             return code;
-        if (!LockInit(opened)) return ERROR_BUSY;
+        if (!LockByte(opened, InitByte))
+            return errno == EAGAIN || errno == EACCES ? ERROR_BUSY : CodeFromErrno(errno);
         if (IsCurrent(folder.descriptor, file.c_str(), opened, info)) break;
     }
     if (!S_ISREG(info.st_mode)) return ERROR_ACCESS_DENIED;
@@ -190,7 +249,7 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
     std::uint32_t slot = 0;
     if (alone) {
         // The memory is taken now, not by a later access that could not fail in an orderly way.
-        if (const int error = posix_fallocate(opened.Get(), 0, PageBytes)) {
+        if (const int error = AllocateSharedPage(opened)) {
             unlinkat(folder.descriptor.Get(), file.c_str(), 0);
             return CodeFromErrno(error);
         }
@@ -199,7 +258,7 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
         if (info.st_size < static_cast<off_t>(PageBytes)) return ERROR_INVALID_DATA;
         if (!LockFreeSlot(opened, slot)) return ERROR_NO_SYSTEM_RESOURCES;
     }
-    Mapping page = Map(opened);
+    Mapping page(static_cast<Page*>(MapSharedPage(opened, info)));
     if (!page) return CodeFromErrno(errno);
     if (alone) {
         WriteNew(*page, name, *setup);
@@ -209,7 +268,7 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
     }
     object = std::make_unique<SharedObject>(folder, file, std::move(opened), std::move(page), slot,
                                             FileId{info.st_dev, info.st_ino});
-    UnlockByte(object->m_descriptor, InitByte);
+    UnlockByte(object->ProcessDescriptor::File(), InitByte);
     return alone ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS;
 }
 
@@ -220,7 +279,8 @@ void SharedObject::Sweep(const Descriptor& folder) noexcept {
     copy.Release();
     while (const dirent* entry = readdir(entries.get())) {
         if (entry->d_name[0] == '.') continue;
-        const Descriptor file = OpenFile(folder, entry->d_name);
+        const ProcessDescriptor opened(OpenFile(folder, entry->d_name));
+        const Descriptor& file = opened.File();
         struct stat info;
         if (file && LockByte(file, InitByte) && LockAllSlots(file) &&
             IsCurrent(folder, entry->d_name, file, info))
@@ -230,9 +290,9 @@ void SharedObject::Sweep(const Descriptor& folder) noexcept {
 
 SharedObject::SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
                            std::uint32_t slot, FileId id) noexcept
-    : m_folder(folder),
+    : ProcessDescriptor(std::move(descriptor), Parent::AwaitsChild),
+      m_folder(folder),
       m_file(std::move(file)),
-      m_descriptor(std::move(descriptor)),
       m_page(std::move(page)),
       m_slot(slot),
       m_id(id),
@@ -241,15 +301,43 @@ SharedObject::SharedObject(const SharedFolder& folder, std::string file, Descrip
       m_maximum(std::max<std::uint32_t>(m_page->maximum, 1)) {}
 
 void SharedObject::Unmap::operator()(Page* page) const noexcept {
+    ExchangePage(page, nullptr);
     munmap(page, PageBytes);
 }
 
 SharedObject::~SharedObject() {
     if (m_kind == SharedKind::Mutex && m_page->value == Self()) Free(true);
+    const Descriptor& file = ProcessDescriptor::File();
     struct stat info;
-    if (LockInit(m_descriptor) && LockAllSlots(m_descriptor) &&
-        IsCurrent(m_folder.descriptor, m_file.c_str(), m_descriptor, info))
+    if (OwnsLocks() && LockInit(file) && LockAllSlots(file) &&
+        IsCurrent(m_folder.descriptor, m_file.c_str(), file, info))
         unlinkat(m_folder.descriptor.Get(), m_file.c_str(), 0);
+}
+
+void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
+    m_slot = NoSlot;
+    std::uint32_t slot;
+    // What is mapped keeps the parent's open file, and with it the parent's slot, for as long as the child
+    // lives.
+    constexpr int Flags = MAP_SHARED | MAP_FIXED;
+    void* const page = m_page.get();
+    if (!fresh || mmap(page, PageBytes, PROT_READ | PROT_WRITE, Flags, fresh.Get(), 0) != page) return;
+    if (!LockInit(fresh)) return;
+    if (LockFreeSlot(fresh, slot)) {
+        InheritSlot(*m_page, m_kind, slot + 1);
+        m_slot = slot;
+    }
+    UnlockByte(fresh, InitByte);
+}
+
+DWORD SharedObject::Check() const noexcept {
+    if (m_slot == NoSlot) return ERROR_INVALID_HANDLE;
+    return m_page->magic == Magic ? ERROR_SUCCESS : ERROR_SWAPERROR;
+}
+
+DWORD SharedObject::Refusal() const noexcept {
+    const DWORD code = Check();
+    return code ? code : ERROR_BUSY;
 }
 
 // `owner` is a slot + 1, or nonsense that somebody wrote: nobody's.
@@ -261,30 +349,37 @@ bool SharedObject::IsAlive(std::uint32_t owner) const noexcept {
     range.l_whence = SEEK_SET;
     range.l_start = FirstSlot + static_cast<off_t>(owner - 1);
     range.l_len = 1;
-    return fcntl(m_descriptor.Get(), F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
+    return fcntl(Get(), F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
 }
 
 // Only with the init byte locked can nobody take over the dead owner's slot meanwhile.
 void SharedObject::Bury(Word& word, std::uint32_t value, std::uint32_t replacement) noexcept {
     const std::scoped_lock lock(g_initLock);
-    if (!LockByte(m_descriptor, InitByte)) return;
+    const Descriptor& file = ProcessDescriptor::File();
+    if (!LockByte(file, InitByte)) return;
     if (!IsAlive(value & ~LockWanted) && word.compare_exchange_strong(value, replacement))
         FutexWake(&word, INT_MAX, Reach::Shared);
-    UnlockByte(m_descriptor, InitByte);
+    UnlockByte(file, InitByte);
 }
 
-void SharedObject::Lock() noexcept {
+DWORD SharedObject::Lock() noexcept {
     constexpr unsigned Pauses = 40;
+    if (DWORD code = Check()) return code;
     Word& word = m_page->lock;
+    Deadline deadline = Never;
     for (unsigned i = 0;; ++i) {
         std::uint32_t held = 0;
         // Who slept cannot know whether others still do.
         const std::uint32_t wanted = i < Pauses ? 0 : LockWanted;
-        if (word.compare_exchange_strong(held, Self() | wanted, std::memory_order_acquire)) return;
+        if (word.compare_exchange_strong(held, Self() | wanted, std::memory_order_acquire)) return Check();
         if (i < Pauses) {
             CpuPause();
             continue;
         }
+        if (i == Pauses)
+            deadline = Now() + LockPatience;
+        else if (Now() > deadline)
+            return Refusal();
         if (!(held & LockWanted) && !word.compare_exchange_strong(held, held | LockWanted)) continue;
         held |= LockWanted;
         if (FutexWait(word, held, Now() + LockSuspicion, Reach::Shared) == ETIMEDOUT && word == held &&
@@ -313,34 +408,37 @@ void SharedObject::Changed() noexcept {
     m_folder.door->Ring();
 }
 
-void SharedObject::Signal() noexcept {
-    Lock();
+DWORD SharedObject::Signal() noexcept {
+    if (DWORD code = Lock()) return code;
     m_page->value = 1;
     Changed();
+    return ERROR_SUCCESS;
 }
 
-void SharedObject::Reset() noexcept {
-    Lock();
+DWORD SharedObject::Reset() noexcept {
+    if (DWORD code = Lock()) return code;
     m_page->value = 0;
     Unlock();
+    return ERROR_SUCCESS;
 }
 
-bool SharedObject::Add(std::uint32_t count, std::uint32_t& previous) noexcept {
-    Lock();
+DWORD SharedObject::Add(std::uint32_t count, std::uint32_t& previous) noexcept {
+    if (DWORD code = Lock()) return code;
     previous = Value();
     if (count > m_maximum - previous) {
         Unlock();
-        return false;
+        return ERROR_TOO_MANY_POSTS;
     }
     m_page->value = previous + count;
     Changed();
-    return true;
+    return ERROR_SUCCESS;
 }
 
-void SharedObject::Free(bool abandoned) noexcept {
-    Lock();
+DWORD SharedObject::Free(bool abandoned) noexcept {
+    if (DWORD code = Lock()) return code;
     m_page->value = abandoned ? AbandonedValue : 0;
     Changed();
+    return ERROR_SUCCESS;
 }
 
 bool SharedObject::LooksSignalled() const noexcept {
@@ -349,9 +447,10 @@ bool SharedObject::LooksSignalled() const noexcept {
 }
 
 std::optional<DWORD> SharedObject::TryTake() noexcept {
+    if (Check()) return WaitRefused;
     if (!LooksSignalled()) return std::nullopt;
     if (m_manualReset) return 0;
-    Lock();
+    if (Lock()) return WaitRefused;
     const std::optional<DWORD> taken = TryTakeLocked();
     Unlock();
     return taken;
@@ -381,7 +480,7 @@ void SharedObject::RemoveWaiter() noexcept {
 void SharedObject::CheckOwner() noexcept {
     const std::uint32_t owner = Value();
     if (!HasOwner() || owner == 0 || owner == AbandonedValue || IsAlive(owner)) return;
-    Lock();
+    if (Lock()) return;
     Bury(m_page->value, owner, AbandonedValue);
     Changed();
 }

@@ -5,7 +5,7 @@
 // it: every value is checked where it is used, and nothing read from it is an address or a size to trust.
 #pragma once
 
-#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Futex.h"
 
 #include <compare>
@@ -13,7 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <sys/types.h>
+#include <sys/stat.h>
 
 namespace Quellan::Corvel::Platform {
 
@@ -33,6 +33,7 @@ struct SharedSetup {
     bool owned = false;        // mutexes
     std::uint32_t value = 0;   // events and semaphores
     std::uint32_t maximum = 1;
+    mode_t mode = 0600;  // who else may open it
 };
 
 // A word that every signaller of a folder's objects counts up while somebody sleeps on it: for waits on
@@ -51,12 +52,25 @@ struct SharedFolder {
     bool everybody;  // its objects are for all users
 };
 
-// Opens a file in such a folder, and makes it where it is missing and that is wanted: for everybody, or for
-// its user alone.
-DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name, bool create,
+// Opens a file in such a folder and, unless `mode` is null, makes it with these bits where it is missing.
+DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name, const mode_t* mode,
                      Descriptor& file) noexcept;
 
-class SharedObject {
+// Gives such a file its page, so that no later access to it fails for want of memory. An errno value.
+int AllocateSharedPage(const Descriptor& file) noexcept;
+
+// Maps such a file's first page, which others may cut off at any time where `info` says that they may write
+// it: what is mapped reads as zero then. Null without memory, with the error in errno.
+void* MapSharedPage(const Descriptor& file, const struct stat& info) noexcept;
+
+// From the handler of a bus error: whether `address` lies in such a page and may be accessed again.
+bool MendSharedPage(const void* address) noexcept;
+
+// What a wait gives in place of an outcome, with the index of the object: it could not be looked at.
+constexpr DWORD WaitRefused = 0x40;
+
+// The child of a fork has the object open on its own account; what it owned is the parent's.
+class SharedObject : ProcessDescriptor {
   public:
     // Slots are numbered bytes of the file; a process locks one for as long as it has the object open.
     static constexpr std::uint32_t Slots = 1024;
@@ -70,7 +84,7 @@ class SharedObject {
     // Opens the object in the file `file` of the folder or, with `setup`, makes it where it is missing. 0
     // with an object that is new, 183 (ERROR_ALREADY_EXISTS) with one that was there; otherwise no object and
     // 2 (ERROR_FILE_NOT_FOUND), 5 (ERROR_ACCESS_DENIED), 6 (ERROR_INVALID_HANDLE) for another kind, 13
-    // (ERROR_INVALID_DATA), 170 (ERROR_BUSY) when somebody keeps the file locked, 1450
+    // (ERROR_INVALID_DATA), 170 (ERROR_BUSY) while somebody else opens or closes it, 1450
     // (ERROR_NO_SYSTEM_RESOURCES). May throw std::bad_alloc.
     static DWORD Open(const SharedFolder& folder, const std::string& file, std::string_view name,
                       SharedKind kind, const SharedSetup* setup, std::unique_ptr<SharedObject>& object);
@@ -80,29 +94,32 @@ class SharedObject {
 
     SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
                  std::uint32_t slot, FileId id) noexcept;
-    SharedObject(const SharedObject&) = delete;
-    SharedObject& operator=(const SharedObject&) = delete;
     // The object ends with the last process that has it open. A mutex this process owns counts as abandoned.
-    ~SharedObject();
+    ~SharedObject() override;
 
     SharedKind Kind() const noexcept { return m_kind; }
     bool StaysSignalled() const noexcept { return m_manualReset; }
 
-    void Signal() noexcept;
-    void Reset() noexcept;
-    // False, with nothing changed, where the value would go over the maximum.
-    bool Add(std::uint32_t count, std::uint32_t& previous) noexcept;
+    // What cannot be changed stays as it was: 170 (ERROR_BUSY) where a process that lives has kept the object
+    // locked for too long, 999 (ERROR_SWAPERROR) where its memory was cut off, 6 (ERROR_INVALID_HANDLE) in
+    // the child of a fork that could not open it.
+    DWORD Signal() noexcept;
+    DWORD Reset() noexcept;
+    // 298 (ERROR_TOO_MANY_POSTS) where the value would go over the maximum.
+    DWORD Add(std::uint32_t count, std::uint32_t& previous) noexcept;
     // For mutexes, by their owner.
-    void Free(bool abandoned) noexcept;
+    DWORD Free(bool abandoned) noexcept;
+    // Why a wait was refused.
+    DWORD Refusal() const noexcept;
 
     // As for Waitable, for this process as a whole: a mutex that belongs to another thread of it is not
-    // signalled.
+    // signalled. WaitRefused where the object cannot be changed.
     std::optional<DWORD> TryTake() noexcept;
     bool LooksSignalled() const noexcept;
 
     // For waits for all of several objects: everything between Lock and Unlock is one change for every
     // observer. Several objects are locked in the order of their files.
-    void Lock() noexcept;
+    DWORD Lock() noexcept;
     void Unlock() noexcept;
     std::optional<DWORD> TryTakeLocked() noexcept;
     const FileId& File() const noexcept { return m_id; }
@@ -119,6 +136,11 @@ class SharedObject {
     const SharedFolder& Folder() const noexcept { return m_folder; }
 
   private:
+    static constexpr std::uint32_t NoSlot = Slots;
+
+    void OpenAnew(const Descriptor& fresh) noexcept override;
+    // What makes every change impossible, or 0.
+    DWORD Check() const noexcept;
     std::uint32_t Self() const noexcept { return m_slot + 1; }
     bool IsAlive(std::uint32_t owner) const noexcept;
     void Bury(Word& word, std::uint32_t owner, std::uint32_t replacement) noexcept;
@@ -127,9 +149,8 @@ class SharedObject {
 
     const SharedFolder& m_folder;
     const std::string m_file;
-    const Descriptor m_descriptor;
     const Mapping m_page;
-    const std::uint32_t m_slot;
+    std::uint32_t m_slot;
     const FileId m_id;
     // Read once, checked, and not believed again.
     const SharedKind m_kind;

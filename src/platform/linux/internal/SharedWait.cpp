@@ -183,6 +183,7 @@ DWORD Waiter::WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noe
     }
     const std::uint32_t outcome = Outcome();
     if (outcome == TimedOut) return WAIT_TIMEOUT;
+    if (outcome & WaitRefused) return outcome;
     Waitable& taken = *objects[outcome % WAIT_ABANDONED_0];
     if (!taken.Shared()) Adopt(taken);
     return outcome;
@@ -195,8 +196,12 @@ DWORD Waiter::TryTakeAllShared(std::span<Waitable* const> objects,
     const auto signalled = [&](const Waitable* object) {
         return object->Shared() ? object->LooksSignalled() : object->IsSignalledFor(m_thread);
     };
-    for (Waitable* object : shared)
-        object->Shared()->Lock();
+    for (std::size_t i = 0; i < shared.size(); ++i) {
+        if (shared[i]->Shared()->Lock() == ERROR_SUCCESS) continue;
+        for (Waitable* locked : shared.first(i))
+            locked->Shared()->Unlock();
+        return WaitRefused | static_cast<DWORD>(std::ranges::find(objects, shared[i]) - objects.begin());
+    }
     DWORD outcome = 0;
     {
         const std::scoped_lock lock(JoinedLock);

@@ -1,6 +1,7 @@
 #include "platform/linux/internal/SignalWords.h"
 
 #include "platform/RaceTools.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Futex.h"
 
 #include <mutex>
@@ -17,6 +18,7 @@ struct alignas(64) Line {
 constexpr std::size_t LinesInChunk = 64;
 
 constinit ShortLock g_lock;
+const ForkLock<g_lock> g_forkLock(ForkOrder::SignalWords);
 constinit Line* g_free = nullptr;  // guarded by g_lock
 
 void Free(Line& line) noexcept {

@@ -1,10 +1,12 @@
 #include "platform/linux/internal/State.h"
 
 #include "platform/linux/Errors.h"
+#include "platform/linux/Process.h"
 #include "platform/linux/base/Durable.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 #include "platform/linux/internal/Errno.h"
 #include "platform/linux/internal/Identity.h"
+#include "platform/linux/internal/Wide.h"
 
 #include <optional>
 #include <string>
@@ -40,6 +42,18 @@ std::optional<std::string> HomeStateFolder() {
     return home;
 }
 
+// What the system gave the user for run-time files: his alone.
+std::optional<std::string> RuntimeFolder() {
+    for (const auto& folder : {FolderFromEnvironment("XDG_RUNTIME_DIR"),
+                               std::optional("/run/user/" + std::to_string(ProcessUser()))}) {
+        struct stat info;
+        if (folder && lstat(folder->c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+            info.st_uid == ProcessUser() && !(info.st_mode & (S_IWGRP | S_IWOTH)))
+            return folder;
+    }
+    return std::nullopt;
+}
+
 std::optional<Place> FindPlace(StateKind kind) {
     const bool lasting = kind != StateKind::Runtime;
     if (const auto root = FolderFromEnvironment("TQLIB_ROOT")) {
@@ -50,8 +64,7 @@ std::optional<Place> FindPlace(StateKind kind) {
     if (ProcessUser() == 0 || kind == StateKind::Machine)
         return Place{lasting ? "/var/lib" : "/run", {"tqlib"}, SystemWide};
     if (!lasting)
-        if (const auto runtime = FolderFromEnvironment("XDG_RUNTIME_DIR"))
-            return Place{*runtime, {"tqlib"}, Private};
+        if (const auto runtime = RuntimeFolder()) return Place{*runtime, {"tqlib"}, Private};
     const auto state = HomeStateFolder();
     if (!state) return std::nullopt;
     return lasting ? Place{*state, {"tqlib"}, Private} : Place{*state, {"tqlib", "run"}, Private};
@@ -60,6 +73,12 @@ std::optional<Place> FindPlace(StateKind kind) {
 bool IsTrusted(const struct stat& info) noexcept {
     const bool owned = info.st_uid == geteuid() || info.st_uid == 0;
     return owned && !(info.st_mode & (S_IWGRP | S_IWOTH));
+}
+
+// The way on is the administrator's, and he has to know which one.
+void ReportUntrusted(const std::string& folder) {
+    OutputDebugStringW(
+        ToWide("TQLib: not used, since another user could have written it: " + folder + '\n').c_str());
 }
 
 void MakeFolders(const std::string& path) {
@@ -81,10 +100,15 @@ DWORD OpenFolder(StateKind kind, std::string_view name, Make make, Descriptor& f
         at = Descriptor(open(place->base.c_str(), Flags));
     }
     if (!at) return CodeFromErrno(errno, place->base.c_str());
+    std::string path = place->base;
     for (const std::string& step : place->ours) {
         Descriptor next;
         if (step.empty()) continue;  // the root folder of the system as TQLIB_ROOT
-        if (DWORD code = OpenTrustedFolder(at, step.c_str(), make, place->mode, next)) return code;
+        path.append(path.ends_with('/') ? "" : "/").append(step);
+        if (DWORD code = OpenTrustedFolder(at, step.c_str(), make, place->mode, next)) {
+            if (code == ERROR_ACCESS_DENIED) ReportUntrusted(path);
+            return code;
+        }
         at = std::move(next);
     }
     folder = std::move(at);
@@ -125,6 +149,33 @@ DWORD OpenTrustedFolder(const Descriptor& in, const char* name, Make make, unsig
 
 DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {
     return OpenFolder(kind, name, kind == StateKind::Runtime ? Make::Passing : Make::Lasting, folder);
+}
+
+DWORD OpenFolderForAll(std::string_view given, Descriptor& folder) {
+    if (FolderFromEnvironment("TQLIB_ROOT")) return OpenStateFolder(StateKind::Runtime, given, folder);
+    const std::string name(given);
+    const std::string path = "/run/tqlib/" + name;
+    constexpr mode_t ForAll = 0777 | S_ISVTX;
+    constexpr int Flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+    const bool isRoot = geteuid() == 0;
+    Descriptor ours;
+    const Descriptor run(open("/run", Flags));
+    if (!run) return CodeFromErrno(errno);
+    if (OpenTrustedFolder(run, "tqlib", isRoot ? Make::Passing : Make::Nothing, SystemWide, ours) ==
+        ERROR_SUCCESS) {
+        if (isRoot && mkdirat(ours.Get(), name.c_str(), Private) != 0 && errno != EEXIST)
+            return CodeFromErrno(errno);
+        Descriptor opened(open(path.c_str(), Flags));
+        struct stat info;
+        if (opened && fstat(opened.Get(), &info) == 0 && info.st_uid == 0) {
+            if (isRoot && (info.st_mode & 07777) != ForAll && fchmod(opened.Get(), ForAll) != 0)
+                return CodeFromErrno(errno);
+            folder = std::move(opened);
+            return ERROR_SUCCESS;
+        }
+    }
+    OutputDebugStringW(ToWide("TQLib: there is no such folder of root's: " + path + '\n').c_str());
+    return ERROR_ACCESS_DENIED;
 }
 
 DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder) {

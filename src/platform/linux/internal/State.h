@@ -3,7 +3,7 @@
 // Below one root folder: the one that the environment variable TQLIB_ROOT names; without it /var/lib/tqlib
 // and /run/tqlib for root, and for everybody else the folder tqlib in the folders for state and for run-time
 // files that the environment variables XDG_STATE_HOME and XDG_RUNTIME_DIR name (~/.local/state when the first
-// is not set, a folder in the first when the second is not).
+// is not set; when the second is not, /run/user/<user id>, or a folder in the first where there is none).
 //
 // The place is that of the process, whomever the calling thread impersonates; what it may do there is that
 // user's affair. Nothing is trusted that another user could have written: each folder from the root down must
@@ -27,6 +27,11 @@ DWORD OpenStateFolder(StateKind kind, std::string_view name, Descriptor& folder)
 // The same for a folder that is there already: 2 (ERROR_FILE_NOT_FOUND) or 3 (ERROR_PATH_NOT_FOUND)
 // otherwise.
 DWORD OpenExistingStateFolder(StateKind kind, std::string_view name, Descriptor& folder);
+
+// Opens the folder `name` in root's state of this boot, where everybody may make files and nobody take away
+// those of others (1777). Root makes it where it is missing; 5 (ERROR_ACCESS_DENIED) where nobody has, or it
+// is not root's. With TQLIB_ROOT it is a folder of that root like any other.
+DWORD OpenFolderForAll(std::string_view name, Descriptor& folder);
 
 // What is done where a folder is missing. A lasting one is on the disk when it is opened.
 enum class Make { Nothing, Passing, Lasting };

@@ -2,6 +2,7 @@
 
 #include "platform/RaceTools.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/Descriptor.h"
 
@@ -195,19 +196,29 @@ void Thread::Register(DWORD id) noexcept {
     m_id = id;
 }
 
-// In the child of a fork the thread has another id; the map may have been locked by a thread that is gone.
-void Thread::AfterFork() noexcept {
-    if (!t_current) return;
-    const DWORD id = GetCurrentThreadId();
-    t_current->m_id = id;
-    t_current->m_waiter.BecomeInFork(id);
+// In the child of a fork the thread has another id, under which its entry goes on.
+void Thread::AfterFork(bool isChild) noexcept {
+    ThreadMap& map = ThreadMap::Instance();
+    if (isChild && t_current) {
+        const DWORD id = GetCurrentThreadId();
+        MapEntry entry = map.threads.extract(t_current->m_id);
+        t_current->m_id = id;
+        t_current->m_waiter.BecomeInFork(id);
+        if (entry) {
+            entry.key() = id;
+            map.threads.insert(std::move(entry));
+        }
+    }
+    map.lock.unlock();
 }
+
+const ForkPart g_forkPart(
+    ForkOrder::Threads, []() noexcept { ThreadMap::Instance().lock.lock(); }, &Thread::AfterFork);
 
 pthread_key_t Thread::EndKey() noexcept {
     static const pthread_key_t key = [] {
         pthread_key_t made;
         pthread_key_create(&made, &Thread::AtThreadEnd);
-        pthread_atfork(nullptr, nullptr, &Thread::AfterFork);
         return made;
     }();
     return key;

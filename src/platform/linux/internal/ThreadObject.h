@@ -39,6 +39,9 @@ class Thread : public Waitable {
     // Living threads only.
     static std::shared_ptr<Thread> Find(DWORD id) noexcept;
 
+    // After a fork that was prepared by taking the map's lock.
+    static void AfterFork(bool isChild) noexcept;
+
     // May throw std::bad_alloc.
     Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended);
 
@@ -65,7 +68,6 @@ class Thread : public Waitable {
 
     static void* Main(void* thread);
     static void AtThreadEnd(void* thread) noexcept;
-    static void AfterFork() noexcept;
     static pthread_key_t EndKey() noexcept;
 
     bool Adopt() noexcept;

@@ -2,6 +2,7 @@
 
 #include "platform/RaceTools.h"
 #include "platform/linux/Process.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/SharedObject.h"
 
 #include <algorithm>
@@ -11,6 +12,8 @@
 namespace Quellan::Corvel::Platform {
 
 namespace {
+
+const ForkLock<JoinedLock> g_forkLock(ForkOrder::JoinedObjects);
 
 std::size_t FirstSignalled(std::span<Waitable* const> objects) noexcept {
     std::size_t found = 0;
@@ -51,16 +54,17 @@ const SignalWord* Waitable::WordToLookAt() const noexcept {
     return m_shared || m_rule.takesOwnership ? nullptr : &m_state;
 }
 
-void Waitable::Signal() noexcept {
+DWORD Waitable::Signal() noexcept {
     TellReleased(this);
     if (m_shared) return m_shared->Signal();
     std::uint64_t state = m_state.load(std::memory_order_relaxed);
     while (!(state & Flags))
         if (m_state.compare_exchange_weak(state, WithValue(state, 1), std::memory_order_acq_rel,
                                           std::memory_order_relaxed))
-            return;
+            return ERROR_SUCCESS;
     WakeList wakes;
     Signal(wakes);
+    return ERROR_SUCCESS;
 }
 
 void Waitable::Signal(WakeList& wakes) noexcept {
@@ -70,22 +74,23 @@ void Waitable::Signal(WakeList& wakes) noexcept {
     Dispatch(wakes);
 }
 
-void Waitable::Reset() noexcept {
+DWORD Waitable::Reset() noexcept {
     if (m_shared) return m_shared->Reset();
     std::uint64_t state = m_state.load(std::memory_order_relaxed);
     while (!(state & Flags))
         if (m_state.compare_exchange_weak(state, WithValue(state, 0), std::memory_order_acq_rel,
                                           std::memory_order_relaxed))
-            return;
+            return ERROR_SUCCESS;
     const Hold hold(*this);
     SetValue(0);
+    return ERROR_SUCCESS;
 }
 
 DWORD Waitable::Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) noexcept {
     TellReleased(this);
     std::uint32_t value;
     if (m_shared) {
-        if (!m_shared->Add(count, value)) return ERROR_TOO_MANY_POSTS;
+        if (DWORD code = m_shared->Add(count, value)) return code;
     } else {
         WakeList wakes;
         const Hold hold(*this);
@@ -101,11 +106,12 @@ DWORD Waitable::Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) 
 DWORD Waitable::Release() noexcept {
     const DWORD thread = GetCurrentThreadId();
     if (!IsOwnedBy(thread)) return ERROR_NOT_OWNER;
-    if (--m_depth == 0) {
-        CurrentWaiter()->RemoveOwned(*this);
-        Free(false);
-    }
-    return ERROR_SUCCESS;
+    if (--m_depth != 0) return ERROR_SUCCESS;
+    Waiter& waiter = *CurrentWaiter();
+    waiter.RemoveOwned(*this);
+    const DWORD code = Free(false);
+    if (code) Own(waiter);
+    return code;
 }
 
 void Waitable::Abandon() noexcept {
@@ -113,7 +119,7 @@ void Waitable::Abandon() noexcept {
     Free(true);
 }
 
-void Waitable::Free(bool abandoned) noexcept {
+DWORD Waitable::Free(bool abandoned) noexcept {
     TellReleased(this);
     if (m_shared) {
         m_state.store(0, std::memory_order_release);
@@ -122,12 +128,13 @@ void Waitable::Free(bool abandoned) noexcept {
     std::uint64_t state = m_state.load(std::memory_order_relaxed);
     while (!(state & Flags) && !abandoned)
         if (m_state.compare_exchange_weak(state, 0, std::memory_order_release, std::memory_order_relaxed))
-            return;
+            return ERROR_SUCCESS;
     WakeList wakes;
     const Hold hold(*this);
     if (abandoned) m_state.fetch_or(Abandoned, std::memory_order_relaxed);
     SetValue(0);
     Dispatch(wakes);
+    return ERROR_SUCCESS;
 }
 
 bool Waitable::BelongsInFork(DWORD owner) noexcept {
@@ -179,7 +186,7 @@ std::optional<DWORD> Waitable::TakeAtOnce(Waiter* waiter) noexcept {
     }
     if (m_shared) {
         const std::optional<DWORD> taken = m_shared->TryTake();
-        if (taken && m_rule.takesOwnership) Own(*waiter);
+        if (taken && taken != WaitRefused && m_rule.takesOwnership) Own(*waiter);
         return taken;
     }
     const DWORD thread = waiter ? waiter->m_thread : 0;
@@ -558,7 +565,9 @@ void Waiter::BecomeInFork(DWORD id) noexcept {
     });
 }
 
-DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept {
+namespace {
+
+DWORD WaitOrRefuse(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept {
     bool shared = false;
     std::size_t mutexes = 0;
     for (const Waitable* object : objects) {
@@ -589,6 +598,14 @@ DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status
     if (!waiter && !(waiter = CurrentWaiter())) return ERROR_NOT_ENOUGH_MEMORY;
     status = shared ? waiter->WaitForAnyShared(objects, ms) : waiter->WaitForAny(objects, DeadlineAfter(ms));
     return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept {
+    if (DWORD code = WaitOrRefuse(objects, all, ms, status)) return code;
+    if (status == WAIT_TIMEOUT || !(status & WaitRefused)) return ERROR_SUCCESS;
+    return objects[status % WaitRefused]->Shared()->Refusal();
 }
 
 }  // namespace Quellan::Corvel::Platform

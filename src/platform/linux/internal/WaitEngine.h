@@ -103,11 +103,12 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     const WaitRule& Rule() const noexcept { return m_rule; }
     const SignalWord* WordToLookAt() const noexcept override;
 
-    // Sets the value to one: for events, and for the end of a thread.
-    void Signal() noexcept;
+    // Sets the value to one: for events, and for the end of a thread. This, and what gives a code below, may
+    // fail for an object that processes share, as SharedObject says.
+    DWORD Signal() noexcept;
     // The same for a caller that holds other objects.
     void Signal(WakeList& wakes) noexcept;
-    void Reset() noexcept;
+    DWORD Reset() noexcept;
     // For semaphores. 298 (ERROR_TOO_MANY_POSTS), with nothing changed, where the value would go over
     // `maximum`.
     DWORD Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) noexcept;
@@ -120,8 +121,8 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // For mutexes nobody else knows yet: makes the calling thread the owner.
     void Own(Waiter& waiter) noexcept;
 
-    // Takes the object if it is signalled: nothing, or 0 or WAIT_ABANDONED_0. `waiter` is the calling thread;
-    // only for what takes ownership, and with room for it.
+    // Takes the object if it is signalled: nothing, or 0, WAIT_ABANDONED_0 or WaitRefused. `waiter` is the
+    // calling thread; only for what takes ownership, and with room for it.
     std::optional<DWORD> TryTake(Waiter* waiter) noexcept;
     // Puts the block into the queue, or hands the object over at once. Not for what takes ownership, nor for
     // shared objects; the block is in no queue and no list.
@@ -168,7 +169,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     void Dequeue(WaitBlock& block) noexcept;
     void Dispatch(WakeList& wakes) noexcept;
     void HandOver(ReadyBlock& block, WakeList& wakes) noexcept;
-    void Free(bool abandoned) noexcept;
+    DWORD Free(bool abandoned) noexcept;
 
     const WaitRule& m_rule;
     const SignalWordOwner m_word;
@@ -302,8 +303,8 @@ class Waiter {
 // The calling thread's; null when there is no memory for it.
 Waiter* CurrentWaiter() noexcept;
 
-// What the platform's waits do once their handles are resolved. 0 with a status, or 8
-// (ERROR_NOT_ENOUGH_MEMORY).
+// What the platform's waits do once their handles are resolved. 0 with a status, 8 (ERROR_NOT_ENOUGH_MEMORY),
+// or why an object that processes share cannot be looked at.
 DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept;
 
 }  // namespace Quellan::Corvel::Platform
