@@ -1,5 +1,6 @@
 #include "system/TQLocale.h"
 
+#include "core/internal/CallFailure.h"
 #include "platform/Win32.h"
 
 namespace Quellan::Corvel {
@@ -9,7 +10,10 @@ namespace {
 TQString LocaleInfo(LCID locale, LCTYPE type) {
     wchar_t text[LOCALE_NAME_MAX_LENGTH];
     const int length = GetLocaleInfoW(locale, type, text, LOCALE_NAME_MAX_LENGTH);
-    return length > 1 ? TQString(text, static_cast<std::size_t>(length - 1)) : TQString();
+    // An identifier that the platform does not know.
+    if (length == 0 && GetLastError() == ERROR_INVALID_PARAMETER) return {};
+    if (length == 0) ThrowCallFailure(L"TQLocale::LanguageString");
+    return {text, static_cast<std::size_t>(length - 1)};
 }
 
 }  // namespace

@@ -16,7 +16,8 @@ class TQLIB_API TQLocale {
     [[nodiscard]] LCID ID() const noexcept { return m_id; }
 
     // The full name of its language, such as "en-US", and the name of the language alone, such as "en"; both
-    // empty for an identifier that the platform does not know.
+    // empty for an identifier that the platform does not know. Throw `TQSysException` with the platform's
+    // code for any other failure, 14 (ERROR_OUTOFMEMORY) for exhausted memory.
     [[nodiscard]] TQString LanguageString() const;
     [[nodiscard]] TQString LanguageBaseString() const;
 

@@ -148,12 +148,10 @@ std::vector<SweptOperation> CoreRows() {
             },
             Promise::Works, "GetModuleHandleExW GetModuleBaseNameW"),
         Swept("command line", Nothing, [](int&) { std::ignore = TQSysProc::CommandLine(); }),
-        Swept(
-            "locale", Nothing,
-            [](int&) {
-                std::ignore = TQLocale(0x0409).LanguageString() + TQLocale(0x0409).LanguageBaseString();
-            },
-            Promise::Works, "GetLocaleInfoW"),
+        Swept("locale", Nothing,
+              [](int&) {
+                  std::ignore = TQLocale(0x0409).LanguageString() + TQLocale(0x0409).LanguageBaseString();
+              }),
     };
 }
 
