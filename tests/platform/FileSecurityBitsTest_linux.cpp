@@ -1,5 +1,5 @@
 #include "PlatformTest.h"
-#include "platform/FileLocks.h"
+#include "platform/OpenFiles.h"
 #include "platform/linux/internal/FileSecurity.h"
 #include "support/Worker.h"
 #include "text/TQHandle.h"

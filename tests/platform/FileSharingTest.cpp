@@ -1,5 +1,5 @@
 #include "PlatformTest.h"
-#include "platform/FileLocks.h"
+#include "platform/OpenFiles.h"
 #include "platform/Win32.h"
 #include "support/Role.h"
 #include "support/Worker.h"

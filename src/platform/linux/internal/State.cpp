@@ -163,7 +163,7 @@ DWORD OpenFolderForAll(std::string_view given, Descriptor& folder) {
     if (!run) return CodeFromErrno(errno);
     if (OpenTrustedFolder(run, "tqlib", isRoot ? Make::Passing : Make::Nothing, SystemWide, ours) ==
         ERROR_SUCCESS) {
-        if (isRoot && mkdirat(ours.Get(), name.c_str(), Private) != 0 && errno != EEXIST)
+        if (isRoot && Durable::MakeFolder(ours.Get(), name.c_str(), Private) != 0 && errno != EEXIST)
             return CodeFromErrno(errno);
         Descriptor opened(open(path.c_str(), Flags));
         struct stat info;
