@@ -1,5 +1,4 @@
 #include "PlatformTest.h"
-#include "platform/FileLocks.h"
 #include "platform/linux/internal/FileSecurity.h"
 #include "support/Worker.h"
 #include "text/TQHandle.h"

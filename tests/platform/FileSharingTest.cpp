@@ -1,5 +1,4 @@
 #include "PlatformTest.h"
-#include "platform/FileLocks.h"
 #include "platform/Win32.h"
 #include "support/Role.h"
 #include "support/Worker.h"
