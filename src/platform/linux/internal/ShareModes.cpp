@@ -94,11 +94,6 @@ bool IsHeldByOthers(int fd, unsigned bytes) noexcept {
     });
 }
 
-// Of the descriptor or its file system, whatever happens; others are failures of the moment.
-bool KeepsNoLocks(int error) noexcept {
-    return error == EBADF || error == EINVAL || error == ENOSYS || error == EOPNOTSUPP;
-}
-
 // A while that differs from thread to thread: whoever meets again has to come apart.
 void LetOthersPass(int attempt) noexcept {
     sched_yield();
