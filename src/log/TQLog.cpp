@@ -9,6 +9,9 @@
 #include "log/internal/LogRecord.h"
 #include "log/internal/LogUsers.h"
 #include "platform/Win32.h"
+#include "security/SecACL.h"
+#include "security/SecDesc.h"
+#include "security/SecID.h"
 #include "security/TQSecThreadToken.h"
 #include "system/TQSysProc.h"
 #include "text/internal/Translated.h"
@@ -138,6 +141,13 @@ TQLog::TQLog(const wchar_t* fileName, bool secure) : TQLog() {
 TQLog::TQLog(const TQLog&) noexcept = default;
 TQLog& TQLog::operator=(const TQLog&) noexcept = default;
 TQLog::~TQLog() = default;
+
+Sarvek::SecAttr TQLog::GetLogSecurity() {
+    Sarvek::SecACL list;
+    list.Allow(Sarvek::SecID(WinBuiltinAdministratorsSid), FILE_ALL_ACCESS | ACCESS_SYSTEM_SECURITY);
+    list.Allow(Sarvek::SecID(WinBuiltinUsersSid), FILE_GENERIC_READ | FILE_GENERIC_WRITE);
+    return Sarvek::SecAttr(Sarvek::SecDesc().SetDACL(std::move(list)));
+}
 
 TQLogPtr TQLog::NullLog() {
     return TQLogPtr(new TQLog);

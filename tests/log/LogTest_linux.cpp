@@ -120,11 +120,11 @@ TEST(LogsOnLinux, WaitWithoutTheSignalsOfTheApplication) {
     }
 }
 
-TEST(LogsOnLinux, BeginForTheirOwnerAndHisGroupAndKeepTheModeThatTheyHave) {
+TEST(LogsOnLinux, AreForUsersToReadAndToWriteAndKeepTheModeThatTheyHave) {
     const LogFolder folder;
     WriteBytes(folder / "Old.tlg", "old\r\n");
     ASSERT_EQ(chmod((folder / "Old.tlg").c_str(), 0606), 0);
-    const mode_t mask = umask(0);
+    const mode_t mask = umask(077);
     for (const auto& [name, mode] : {std::pair("New.tlg", 0640u), {"Old.tlg", 0606u}}) {
         Open(folder / name);
         struct stat info;
