@@ -49,8 +49,8 @@ TEST(LogsOnLinux, TakeBackWhatDidNotFitAndTellOfIt) {
     EXPECT_EQ(lines.back(), "    last");
 }
 
-// Forks while the log is open: parent and children write at the same time. A child answers with the signal of
-// its end or its code.
+// Forks while the log is open: parent and children write at the same time. Answers with the number of records
+// that were lost, on a machine with too much to do, or with 100 where a child did not end by itself.
 const Role g_forking("forking", [](const RoleArguments& arguments) {
     constexpr int Rounds = 100, Children = 3, Records = 5;
     const TQLogPtr log = Open(arguments.at(0), 1u << 30);
@@ -59,29 +59,34 @@ const Role g_forking("forking", [](const RoleArguments& arguments) {
         for (int i = 0; i < count; ++i)
             log->AddMsg(message.c_str(), TQLogLevel::Trace);
     };
-    int failures = 0;
+    int lost = 0;
     for (int round = 0; round < Rounds; ++round) {
         for (int i = 0; i < Children; ++i)
             if (fork() == 0) {
                 write(Records);
-                _exit(log->Lost() == 0 ? 0 : 1);
+                _exit(static_cast<int>(log->Lost()));
             }
         write(Records);
         for (int status; wait(&status) > 0;)
-            failures += status != 0;
+            lost += WIFEXITED(status) ? WEXITSTATUS(status) : 100;
     }
-    return failures == 0 ? 0 : 1;
+    return std::min(lost + static_cast<int>(log->Lost()), 100);
 });
 
 TEST(LogsOnLinux, KeepTheRecordsOfForkedChildrenWholeAndTheirOwn) {
     const LogFolder folder;
-    ASSERT_EQ(RoleProcess("forking", {(folder / "App.tlg").string()}).ExitCode(), 0);
+    std::size_t records =
+        static_cast<std::size_t>(RoleProcess("forking", {(folder / "App.tlg").string()}).ExitCode());
+    ASSERT_LT(records, 100u);
     const std::vector<std::string> lines = LinesOf(ReadBytes(folder / "App.tlg"));
-    ASSERT_EQ(lines.size(), 2u * 100 * 4 * 5);
+    ASSERT_EQ(lines.size() % 2, 0u);
     for (std::size_t i = 0; i < lines.size(); i += 2) {
+        if (lines[i + 1].find(" lost (error ") != std::string::npos) continue;
         ASSERT_EQ(lines[i + 1].find("    by "), 0u) << i;
         ASSERT_NE(lines[i].find(" : " + lines[i + 1].substr(7) + " ("), std::string::npos) << lines[i];
+        ++records;
     }
+    EXPECT_EQ(records, 100u * 4 * 5);
 }
 
 TEST(LogsOnLinux, FollowTheirNameWhereTheFileIsMovedOrDeleted) {
@@ -125,7 +130,7 @@ TEST(LogsOnLinux, AreForUsersToReadAndToWriteAndKeepTheModeThatTheyHave) {
     WriteBytes(folder / "Old.tlg", "old\r\n");
     ASSERT_EQ(chmod((folder / "Old.tlg").c_str(), 0606), 0);
     const mode_t mask = umask(077);
-    for (const auto& [name, mode] : {std::pair("New.tlg", 0640u), {"Old.tlg", 0606u}}) {
+    for (const auto& [name, mode] : {std::pair("New.tlg", 0666u), {"Old.tlg", 0606u}}) {
         Open(folder / name);
         struct stat info;
         ASSERT_EQ(stat((folder / name).c_str(), &info), 0);
