@@ -4,12 +4,13 @@
 #include "platform/linux/Memory.h"
 #include "platform/linux/Modules.h"
 #include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <cstring>
 #include <new>
-#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Quellan::Corvel::Platform {
@@ -35,17 +36,24 @@ void AppendQuoted(std::wstring& line, const std::wstring& word, bool isFirst) {
     line += L'"';
 }
 
-// As the dynamic loader hands them to the constructors of the modules that it loads.
-constinit std::span<const char* const> g_arguments;
+// The texts one behind the other, each with its end, as the kernel lays them out: the array of pointers to
+// them is the program's, which may take words out of it.
+constinit std::string_view g_arguments;
 
+// As the dynamic loader calls the constructors of the modules that it loads.
 [[gnu::constructor(101)]] void KeepArguments(int count, char** arguments, char**) noexcept {
-    g_arguments = {arguments, static_cast<std::size_t>(count)};
+    if (count < 1) return;
+    const char* const last = arguments[count - 1];
+    g_arguments = {arguments[0], last + std::strlen(last) + 1};
 }
 
 std::wstring QuotedArguments() {
     std::wstring line;
-    for (const char* const& argument : g_arguments)
-        AppendQuoted(line, NameToWide(argument), &argument == g_arguments.data());
+    for (std::size_t at = 0; at < g_arguments.size();) {
+        const std::string_view argument = g_arguments.substr(at, g_arguments.find('\0', at) - at);
+        AppendQuoted(line, NameToWide(argument), at == 0);
+        at += argument.size() + 1;
+    }
     return line;
 }
 
@@ -121,6 +129,7 @@ const wchar_t* GetCommandLineW() noexcept try {
 }
 
 wchar_t** CommandLineToArgvW(const wchar_t* commandLine, int* argumentCount) noexcept {
+    if (DWORD code = FaultDue("CommandLineToArgvW")) return Fail<wchar_t**>(code, nullptr);
     if (!commandLine || !argumentCount) return Fail<wchar_t**>(ERROR_INVALID_PARAMETER, nullptr);
     try {
         std::vector<std::wstring> words;
