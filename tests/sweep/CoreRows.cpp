@@ -1,6 +1,6 @@
 #include "core/TQException.h"
 #include "core/TQLib.h"
-#include "support/ThrownCode.h"
+#include "platform/Win32.h"
 #include "sweep/Rows.h"
 #include "system/TQLocale.h"
 #include "system/TQSysProc.h"
@@ -75,10 +75,19 @@ std::vector<SweptOperation> CoreRows() {
         Swept(
             "text of a resource", Nothing,
             [](int&) {
-                std::ignore =
-                    TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001).Text(User, Long, std::wstring_view(L"b"));
+                PutUpWith(ERROR_MR_MID_NOT_FOUND, [] {
+                    std::ignore = TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001)
+                                      .Text(User, Long, std::wstring_view(L"b"));
+                });
             },
-            Promise::Works, "FormatMessageW GetLocaleInfoW"),
+            Promise::Works, "new FormatMessageW GetLocaleInfoW"),
+        Swept(
+            "string of a resource", Nothing,
+            [](int&) {
+                PutUpWith(ERROR_RESOURCE_NAME_NOT_FOUND,
+                          [] { std::ignore = TQStrRes(TQLib::ResourceStoreID, 1).Text(User); });
+            },
+            Promise::Works, "new LoadStringW GetLocaleInfoW"),
         Swept(
             "log block", Plain,
             [](TQException& e) {
@@ -112,15 +121,17 @@ std::vector<SweptOperation> CoreRows() {
               }),
         Swept("registered store", Nothing,
               [](int&) {
-                  const auto again = [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); };
-                  if (const DWORD code = ThrownCode(again); code != ERROR_ALREADY_EXISTS) again();
+                  PutUpWith(ERROR_ALREADY_EXISTS,
+                            [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); });
               }),
-        Swept("locales", Nothing,
-              [](int&) {
-                  std::ignore = TQLib::DestinationLocaleIDs(User);
-                  TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
-                  std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
-              }),
+        Swept(
+            "locales", Nothing,
+            [](int&) {
+                std::ignore = TQLib::DestinationLocaleIDs(User);
+                TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
+                std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
+            },
+            Promise::Works, "new"),
         Swept("exit handler", Nothing,
               [](int&) {
                   TQLib::AddExitHandler(Handler, nullptr);
