@@ -1,9 +1,11 @@
 #include "files/TQFileName.h"
 
 #include "core/TQException.h"
+#include "core/internal/CallFailure.h"
 #include "platform/PathNames.h"
 #include "platform/Win32.h"
 #include "text/STLString.h"
+#include "text/internal/Translated.h"
 
 #include <string>
 #include <vector>
@@ -17,12 +19,14 @@ using Platform::PathSeparators;
 TQString FullNameOf(const wchar_t* name) {
     constexpr const wchar_t* Where = L"TQFileName::TQFileName";
     if (!name || !*name) throw TQSysException(ERROR_INVALID_NAME, Where);
-    for (std::vector<wchar_t> full(MAX_PATH);;) {
-        const DWORD size = GetFullPathNameW(name, static_cast<DWORD>(full.size()), full.data(), nullptr);
-        if (size == 0) TQSysException::ThrowLastError(Where);
-        if (size < full.size()) return TQString(full.data(), size);
-        full.resize(size + 1);
-    }
+    return Translated(Where, [&] {
+        for (std::vector<wchar_t> full(MAX_PATH);;) {
+            const DWORD size = GetFullPathNameW(name, static_cast<DWORD>(full.size()), full.data(), nullptr);
+            if (size == 0) ThrowCallFailure(Where);
+            if (size < full.size()) return TQString(full.data(), size);
+            full.resize(size + 1);
+        }
+    });
 }
 
 TQString Joined(const TQString& folder, std::wstring_view name) {
@@ -74,10 +78,14 @@ TQFileName TQFileName::ToUpper() const {
 }
 
 UINT TQFileName::DriveType() const {
-    std::vector<wchar_t> volume(m_full.Length() + MAX_PATH);
-    const auto size = static_cast<DWORD>(volume.size());
-    return GetVolumePathNameW(m_full.c_str(), volume.data(), size) ? GetDriveTypeW(volume.data())
-                                                                   : UINT{DRIVE_UNKNOWN};
+    constexpr const wchar_t* where = L"TQFileName::DriveType";
+    return Translated(where, [&] {
+        std::vector<wchar_t> volume(m_full.Length() + MAX_PATH);
+        const auto size = static_cast<DWORD>(volume.size());
+        if (GetVolumePathNameW(m_full.c_str(), volume.data(), size)) return GetDriveTypeW(volume.data());
+        if (IsMemoryExhausted(GetLastError())) TQStdExceptions::ThrowMemAllocError(where);
+        return UINT{DRIVE_UNKNOWN};
+    });
 }
 
 std::size_t TQFileName::NameAt() const noexcept {

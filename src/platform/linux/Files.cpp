@@ -705,6 +705,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, OVER
 }
 
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept {
+    if (DWORD code = FaultDue("SetFilePointerEx")) return Fail(code, FALSE);
     constexpr int Origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     const HandleRef<FileObject> object(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
