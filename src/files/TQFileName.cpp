@@ -1,9 +1,11 @@
 #include "files/TQFileName.h"
 
 #include "core/TQException.h"
+#include "core/internal/CallFailure.h"
 #include "platform/PathNames.h"
 #include "platform/Win32.h"
 #include "text/STLString.h"
+#include "text/internal/Translated.h"
 
 #include <string>
 #include <vector>
@@ -74,10 +76,14 @@ TQFileName TQFileName::ToUpper() const {
 }
 
 UINT TQFileName::DriveType() const {
-    std::vector<wchar_t> volume(m_full.Length() + MAX_PATH);
-    const auto size = static_cast<DWORD>(volume.size());
-    return GetVolumePathNameW(m_full.c_str(), volume.data(), size) ? GetDriveTypeW(volume.data())
-                                                                   : UINT{DRIVE_UNKNOWN};
+    constexpr const wchar_t* where = L"TQFileName::DriveType";
+    return Translated(where, [&] {
+        std::vector<wchar_t> volume(m_full.Length() + MAX_PATH);
+        const auto size = static_cast<DWORD>(volume.size());
+        if (GetVolumePathNameW(m_full.c_str(), volume.data(), size)) return GetDriveTypeW(volume.data());
+        if (IsMemoryExhausted(GetLastError())) TQStdExceptions::ThrowMemAllocError(where);
+        return UINT{DRIVE_UNKNOWN};
+    });
 }
 
 std::size_t TQFileName::NameAt() const noexcept {

@@ -4,6 +4,7 @@
 #include "platform/linux/Memory.h"
 #include "platform/linux/Modules.h"
 #include "platform/linux/internal/Fail.h"
+#include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <cstring>
@@ -129,6 +130,7 @@ namespace {
 }  // namespace
 
 wchar_t** CommandLineToArgvW(const wchar_t* commandLine, int* argumentCount) noexcept {
+    if (DWORD code = FaultDue("CommandLineToArgvW")) return Fail<wchar_t**>(code, nullptr);
     if (!commandLine || !argumentCount) return Fail<wchar_t**>(ERROR_INVALID_PARAMETER, nullptr);
     try {
         std::vector<std::wstring> words;

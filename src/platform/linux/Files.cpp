@@ -705,6 +705,7 @@ BOOL WriteFile(HANDLE file, const void* buffer, DWORD size, DWORD* written, OVER
 }
 
 BOOL SetFilePointerEx(HANDLE file, LARGE_INTEGER distance, LARGE_INTEGER* position, DWORD method) noexcept {
+    if (DWORD code = FaultDue("SetFilePointerEx")) return Fail(code, FALSE);
     constexpr int Origins[] = {SEEK_SET, SEEK_CUR, SEEK_END};
     const HandleRef<FileObject> object(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
@@ -742,6 +743,7 @@ BOOL LockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWO
 }
 
 BOOL UnlockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWORD sizeHigh) noexcept {
+    if (DWORD code = FaultDue("UnlockFile")) return Fail(code, FALSE);
     const HandleRef<FileObject> object(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     const DWORD code =
@@ -936,6 +938,7 @@ BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept {
 }
 
 BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written, void* reserved) noexcept {
+    if (DWORD code = FaultDue("WriteConsoleW")) return Fail(code, FALSE);
     DWORD mode = 0;
     if (reserved) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (!GetConsoleMode(console, &mode)) return FALSE;

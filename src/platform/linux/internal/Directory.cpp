@@ -38,8 +38,9 @@ class Question {
     Question(const Question&) = delete;
     Question& operator=(const Question&) = delete;
 
-    void Ask() noexcept {
-        Find();
+    virtual void Find() noexcept = 0;
+
+    void TellAnswered() noexcept {
         m_answered = 1;
         FutexWake(&m_answered, 1, Reach::Process);
     }
@@ -52,8 +53,6 @@ class Question {
     }
 
   private:
-    virtual void Find() noexcept = 0;
-
     Word m_answered{0};
 };
 
@@ -67,11 +66,11 @@ class QuestionFor : public Question {
         return m_code;
     }
 
-  private:
     void Find() noexcept override {
         m_code = WithMemory([this] { return m_find(m_answer); });
     }
 
+  private:
     const std::function<DWORD(Answer&)> m_find;
     Answer m_answer{};
     DWORD m_code = ERROR_SUCCESS;
@@ -121,32 +120,42 @@ class Askers {
         try {
             std::thread([this, own] {
                 if (own) own->PutOn();
-                while (const std::shared_ptr<Question> question = Next())
-                    question->Ask();
+                while (const std::shared_ptr<Question> question = Next()) {
+                    question->Find();
+                    SetIdle();
+                    question->TellAnswered();
+                }
             }).detach();
             ++m_threads;
+            ++m_idle;
         } catch (const std::system_error&) {
         }
         pthread_sigmask(SIG_SETMASK, &before, nullptr);
     }
 
-    // Null after some idle time; the thread is not counted any more then.
+    // Before the answer is told: whoever asks again at once finds the thread idle and needs no other.
+    void SetIdle() noexcept {
+        const std::scoped_lock lock(m_lock);
+        ++m_idle;
+    }
+
+    // For a thread that is idle, and is not any more then. Null after some time; the thread is not counted
+    // any more then.
     std::shared_ptr<Question> Next() noexcept {
         const Deadline idleUntil = DeadlineAfter(IdleMs);
         std::unique_lock lock(m_lock);
         bool isOver = false;
         while (m_waiting.empty()) {
             if (isOver) {
-                --m_threads;
+                --m_threads, --m_idle;
                 return nullptr;
             }
-            ++m_idle;
             const std::uint32_t seen = m_arrivals;
             lock.unlock();
             isOver = FutexWait(m_arrivals, seen, idleUntil, Reach::Process) == ETIMEDOUT;
             lock.lock();
-            --m_idle;
         }
+        --m_idle;
         std::shared_ptr<Question> question = std::move(m_waiting.front());
         m_waiting.pop_front();
         return question;

@@ -6,6 +6,7 @@
 #include "platform/linux/internal/Wide.h"
 
 #include <cstring>
+#include <new>
 #include <sys/auxv.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -23,6 +24,8 @@ std::string Variable(const wchar_t* name) {
     const DWORD lastError = GetLastError();
     std::wstring value(PATH_MAX, L'\0');
     const DWORD size = GetEnvironmentVariableW(name, value.data(), PATH_MAX);
+    // One that can't be read is not one that isn't set: the socket would be another manager's.
+    if (size == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) throw std::bad_alloc();
     SetLastError(lastError);  // most often there is none
     value.resize(size < PATH_MAX ? size : 0);
     return ToUtf8(value);
