@@ -19,12 +19,14 @@ using Platform::PathSeparators;
 TQString FullNameOf(const wchar_t* name) {
     constexpr const wchar_t* Where = L"TQFileName::TQFileName";
     if (!name || !*name) throw TQSysException(ERROR_INVALID_NAME, Where);
-    for (std::vector<wchar_t> full(MAX_PATH);;) {
-        const DWORD size = GetFullPathNameW(name, static_cast<DWORD>(full.size()), full.data(), nullptr);
-        if (size == 0) TQSysException::ThrowLastError(Where);
-        if (size < full.size()) return TQString(full.data(), size);
-        full.resize(size + 1);
-    }
+    return Translated(Where, [&] {
+        for (std::vector<wchar_t> full(MAX_PATH);;) {
+            const DWORD size = GetFullPathNameW(name, static_cast<DWORD>(full.size()), full.data(), nullptr);
+            if (size == 0) ThrowCallFailure(Where);
+            if (size < full.size()) return TQString(full.data(), size);
+            full.resize(size + 1);
+        }
+    });
 }
 
 TQString Joined(const TQString& folder, std::wstring_view name) {
