@@ -68,6 +68,11 @@ void Warm(const SweptOperation& operation) {
     }
 }
 
+// The next call to fail: of the first `all` each, then ever fewer, since many calls are those of a loop.
+unsigned After(unsigned nth, unsigned all) {
+    return nth < all ? nth + 1 : 2 * nth;
+}
+
 unsigned CountAllocations(const SweptOperation& operation) {
     const SweptRun run = operation.prepare();
     const FailAllocation counter(0);
@@ -104,7 +109,7 @@ void SweepAllocationsOf(const SweptOperation& operation) {
     const HangLimit limit;
     Warm(operation);
     if (CountAllocations(operation) == 0) return;
-    for (unsigned nth = 1;; ++nth) {
+    for (unsigned nth = 1;; nth = After(nth, 64)) {
         SCOPED_TRACE("with allocation " + std::to_string(nth) + " failing");
         if (!RunOnce(operation, "new", ERROR_OUTOFMEMORY, [nth] { return FailAllocation(nth); })) break;
     }
@@ -118,7 +123,7 @@ void SweepCallsOf(const SweptOperation& operation) {
         const PlatformCall& call = FailingCalls()[i];
         if (counts[i] > 0) g_swept.push_back(call.name);
         for (const DWORD code : call.codes)
-            for (unsigned nth = 1; nth <= counts[i]; ++nth) {
+            for (unsigned nth = 1; nth <= counts[i]; nth = After(nth, 8)) {
                 SCOPED_TRACE(std::string(call.name) + " number " + std::to_string(nth) + " failing with " +
                              std::to_string(code));
                 RunOnce(operation, call.name, code,

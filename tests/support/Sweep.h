@@ -2,6 +2,7 @@
 // once.
 #pragma once
 
+#include "core/TQException.h"
 #include "platform/Types.h"
 
 #include <concepts>
@@ -61,11 +62,22 @@ SweptOperation Swept(std::string name, Make make, Call call, Promise promise = P
             tolerated};
 }
 
-// Makes each allocation that the row's call comes to fail in turn: code 14 or the whole result.
+// Does `call`; that it fails with `code`, which it does in any case, is put up with.
+template <class Call>
+void PutUpWith(DWORD code, Call call) {
+    try {
+        call();
+    } catch (const TQCoreException& failure) {
+        if (static_cast<DWORD>(failure.COMErrCode()) != code) throw;
+    }
+}
+
+// Makes each allocation that the row's call comes to fail in turn: code 14 or the whole result. Of many, which
+// come from loops, some are passed over.
 void SweepAllocationsOf(const SweptOperation& operation);
 
 // Makes each platform call fail in turn, with each code of the table below: that code or, where the row says
-// so, the whole result.
+// so, the whole result. Of many calls of one name some are passed over.
 void SweepCallsOf(const SweptOperation& operation);
 
 // A platform call that can fail: what it returns then (for Windows, where the test takes its place) and with

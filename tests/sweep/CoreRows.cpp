@@ -75,10 +75,19 @@ std::vector<SweptOperation> CoreRows() {
         Swept(
             "text of a resource", Nothing,
             [](int&) {
-                std::ignore =
-                    TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001).Text(User, Long, std::wstring_view(L"b"));
+                PutUpWith(ERROR_MR_MID_NOT_FOUND, [] {
+                    std::ignore = TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001)
+                                      .Text(User, Long, std::wstring_view(L"b"));
+                });
             },
             Promise::Works, Message),
+        Swept(
+            "string of a resource", Nothing,
+            [](int&) {
+                PutUpWith(ERROR_RESOURCE_NAME_NOT_FOUND,
+                          [] { std::ignore = TQStrRes(TQLib::ResourceStoreID, 1).Text(User); });
+            },
+            Promise::Works, "new LoadStringW GetLocaleInfoW"),
         Swept(
             "log block", Plain,
             [](TQException& e) {
@@ -112,11 +121,8 @@ std::vector<SweptOperation> CoreRows() {
               }),
         Swept("registered store", Nothing,
               [](int&) {
-                  try {
-                      TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long);
-                  } catch (const TQException& e) {
-                      if (e.ErrCode() != ERROR_ALREADY_EXISTS) throw;
-                  }
+                  PutUpWith(ERROR_ALREADY_EXISTS,
+                            [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); });
               }),
         // The platform's own locale is the neutral one where it can't be found out.
         Swept(

@@ -73,7 +73,10 @@ std::vector<SweptOperation> FileRows() {
                   TQFileName(name.WithName(L"other").WithExtension(L"log").ToUpper()).Description();
                   name.Name(), name.Path(), name.Extension();
               }),
-        Swept("file name drive", Name, [](TQFileName& name) { (void)name.DriveType(); }),
+        Swept("file name made", Name, [](TQFileName&) { TQFileName(L"relative"); }),
+        Swept(
+            "file name drive", Name, [](TQFileName& name) { (void)name.DriveType(); }, Promise::Works,
+            "new GetVolumePathNameW"),
         Swept("file open", FileInFolder::Make,
               [](FileInFolder& in) {
                   _TQFile(in.name, GENERIC_READ, OPEN_EXISTING, 0,

@@ -10,5 +10,7 @@ std::vector<SweptOperation> TextRows();
 std::vector<SweptOperation> FileRows();
 std::vector<SweptOperation> SecurityRows();
 std::vector<SweptOperation> LogRows();
+std::vector<SweptOperation> ThreadRows();
+std::vector<SweptOperation> ServiceRows();
 
 }  // namespace Quellan::Corvel::Test

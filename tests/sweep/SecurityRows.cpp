@@ -6,6 +6,7 @@
 #include "security/SecPrivilegeSet.h"
 #include "security/TQSecThreadToken.h"
 #include "sweep/Rows.h"
+#include "system/TQSysProc.h"
 
 #include <cstdio>
 #include <memory>
@@ -31,6 +32,9 @@ SecDesc Descriptor() {
     return descriptor;
 }
 
+// An identifier need not have an account, and that it has none is remembered.
+constexpr std::string_view NoAccount = "LookupAccountSidW GetVersionExW";
+
 }  // namespace
 
 std::vector<SweptOperation> SecurityRows() {
@@ -38,20 +42,32 @@ std::vector<SweptOperation> SecurityRows() {
         Swept("identifier copy", World, [](SecID& id) { SecID{id}; }),
         Swept(
             "identifier assign", World, [](SecID& id) { id = Administrators(); }, Promise::Unchanged),
+        Swept("identifier made", World, [](SecID& id) { SecID(id.IDAuthority(), 0u); }),
         Swept("identifier text", World, [](SecID& id) { EXPECT_EQ(id.String(), L"S-1-1-0"); }),
-        Swept("identifier names", Administrators,
-              [](SecID& id) { id.Name(), id.Domain(), id.FullName(true), id.UseDesc(); }),
+        Swept(
+            "identifier names", Administrators,
+            [](SecID& id) { id.Name(), id.Domain(), id.FullName(true), id.UseDesc(); }, Promise::Works,
+            NoAccount),
         Swept("identifier account", World, [](SecID&) { SecID(L"Everyone"); }),
-        Swept("identifier domain", World,
-              [](SecID&) { EXPECT_TRUE(SecID::MachDomainSID().IsMachineDomain()); }),
+        Swept(
+            "identifier domain", World, [](SecID&) { EXPECT_TRUE(SecID::MachDomainSID().IsMachineDomain()); },
+            Promise::Works, NoAccount),
         Swept("identifier of the user", World, [](SecID&) { SecID::UserIsAdmin(), SecID::UserDomainSID(); }),
-        Swept("identifier groups", Administrators, [](SecID& id) { id.MemberOfList(); }),
+        Swept(
+            "identifier groups", Administrators, [](SecID& id) { id.MemberOfList(); }, Promise::Works,
+            NoAccount),
         Swept("identifier dump", World,
               [](SecID& id) {
                   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
                   id.DumpToFile(L"caption", file.get());
               }),
-        Swept("identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(true); }),
+        Swept(
+            "identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(true); }, Promise::Works,
+            NoAccount),
+        Swept("domain of an identifier", SecID::MachDomainSID, [](SecID& id) { (void)id.DomainSID(); }),
+        Swept(
+            "account groups", TQSysProc::CurrentUser,
+            [](SecID& id) { id.MemberOfList(), id.IsAccountDisabled(nullptr); }, Promise::Ended, NoAccount),
         Swept("list", Descriptor,
               [](SecDesc& descriptor) {
                   EXPECT_TRUE(*descriptor.DACL() ==

@@ -1,7 +1,6 @@
 #include "sweep/Rows.h"
 #include "text/TQDataBuf.h"
 #include "text/TQHandle.h"
-#include "text/TQSmartPtr.h"
 #include "text/TQString.h"
 #include "text/TQStringArray.h"
 
@@ -89,8 +88,6 @@ std::vector<SweptOperation> TextRows() {
         Swept("secret copy", Secret, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
         Swept(
             "secret resize", Secret, [](BYTEBuf& bytes) { bytes.Resize(5000); }, Unchanged),
-        Swept("smart pointer", Text,
-              [](TQString& text) { TQSmartPtr<TQString, _TQRefPtr<TQString>>(new TQString(text)); }),
     };
 }
 

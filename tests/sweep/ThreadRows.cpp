@@ -1,0 +1,209 @@
+#include "platform/Win32.h"
+#include "sweep/Rows.h"
+#include "threads/TQEvent.h"
+#include "threads/TQMsgThread.h"
+#include "threads/TQMutex.h"
+#include "threads/TQProcessLock.h"
+#include "threads/TQSignalLockSynch.h"
+#include "threads/TQThread.h"
+#include "threads/TQThreadCPUTimer.h"
+#include "threads/TQThreadPriority.h"
+#include "threads/TQThreadReadSynch.h"
+#include "threads/TQWaitList.h"
+#include "threads/TQWorkPool.h"
+
+#include <tuple>
+#include <vector>
+
+namespace Quellan::Corvel::Test {
+
+namespace {
+
+// At work until it is told to stop.
+struct Patient : TQThread {
+    ~Patient() override { EndThread(); }
+    unsigned int RunWork(BYTEBuf&) override { return StopEvent().Wait(INFINITE); }
+};
+
+template <class Thread>
+struct Started : Thread {
+    explicit Started(bool suspended = false) { this->Start(suspended); }
+    ~Started() override { this->EndThread(); }
+};
+
+struct SignalLock {
+    TQThreadSynch lock;
+    TQSignalLockSynch signal{lock, true};
+};
+
+// `count` events, of which the last is set.
+struct Watched {
+    std::vector<TQEvent> events;
+    TQWaitList list;
+
+    explicit Watched(std::size_t count) {
+        while (events.size() < count)
+            events.emplace_back(true);
+        for (const TQEvent& event : events)
+            list.Add(event.Handle());
+        events.back().Set();
+    }
+};
+
+class PoolThread : public TQPoolThread {
+  public:
+    ~PoolThread() override { EndThread(); }
+
+  private:
+    void OnWork(BYTEBuf&) override {}
+};
+
+using Pool = TQThreadPool<PoolThread>;
+
+// A pool with a thread that has nothing to do.
+struct BusyPool : Pool {
+    DWORD requestor = GetNewRequestorID();
+
+    BusyPool() { AddWork("work", 4, requestor); }
+    ~BusyPool() override { CloseUp(); }
+};
+
+const char Item[1000] = {};
+
+// A thread that can't be made is missed only where there is no other.
+constexpr std::string_view OneThreadMore = "new CreateThread CreateEventW";
+
+// A port that goes is emptied as far as it can be.
+constexpr std::string_view Emptied = "GetQueuedCompletionStatus";
+
+}  // namespace
+
+std::vector<SweptOperation> ThreadRows() {
+    const auto quiet = [] { return TQEvent(true); };
+    const auto mutex = [] { return TQMutex(); };
+    const auto patient = [] { return Patient(); };
+    const auto atWork = [] { return Started<Patient>(); };
+    const auto pool = [] { return Pool(); };
+    return {
+        Swept("event object", quiet,
+              [](TQEvent& e) {
+                  e.Set();
+                  EXPECT_TRUE(e.Wait(0));
+                  e.Reset();
+              }),
+        Swept("named event", quiet, [](TQEvent&) { TQEvent(L"TQLib sweep event", false, true, false); }),
+        Swept("mutex", mutex,
+              [](TQMutex& m) {
+                  const TQMutex::TQMutexLock lock(m, 0);
+                  EXPECT_TRUE(lock.IsLocked());
+              }),
+        Swept("mutex and others", mutex,
+              [](TQMutex& m) {
+                  const TQEvent set(L"TQLib sweep event", false, true, true);
+                  const HANDLE others[] = {set.Handle()};
+                  TQMutex::TQMutexLock lock;
+                  std::ignore = m.Acquire(lock, true, 0, others, 1);
+                  EXPECT_TRUE(lock.IsLocked());
+              }),
+        Swept("named mutex", mutex, [](TQMutex&) { TQMutex(L"TQLib sweep mutex", true); }),
+        Swept(
+            "read and write lock", [] { return TQThreadReadSynch(); },
+            [](TQThreadReadSynch& lock) {
+                { const TQThreadReadSynch::TQSynchLock reader(lock); }
+                TQThreadWriteSynch write(lock);
+                const TQThreadSynch::TQSynchLock writer(write);
+            }),
+        Swept(
+            "signal lock", [] { return SignalLock(); },
+            [](SignalLock& in) {
+                in.signal.Set();
+                EXPECT_TRUE(in.signal.GetLock(0));
+                in.signal.Clear();
+                EXPECT_FALSE(in.signal.GetLock(0));
+            }),
+        Swept("thread start", patient, [](Patient& thread) { thread.Start(); }),
+        Swept(
+            "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); }),
+        Swept("thread times", atWork,
+              [](Patient& thread) { std::ignore = thread.CPUTime(), thread.RunningTime(); }),
+        Swept("thread stop", atWork, [](Patient& thread) { thread.StopAndWait(INFINITE); }),
+        Swept("thread restart", atWork, [](Patient& thread) { thread.Restart(); }),
+        Swept(
+            "thread priority", patient,
+            [](Patient&) { const TQThreadPriority lowest(THREAD_PRIORITY_LOWEST); }, Promise::Works,
+            "SetThreadPriority"),
+        Swept("thread timer", patient, [](Patient&) { std::ignore = TQThreadCPUTimer().Elapsed(); }),
+        Swept(
+            "message thread start", [] { return TQMsgThread(); }, [](TQMsgThread& thread) { thread.Start(); },
+            Promise::Ended, ""),
+        Swept(
+            "message post", [] { return Started<TQMsgThread>(); },
+            [](TQMsgThread& thread) { thread.PostMsg(WM_USER, 1, 2); }),
+        Swept(
+            "message thread handles", [] { return Started<TQMsgThread>(); },
+            [](TQMsgThread& thread) {
+                const TQEvent event(true);
+                try {
+                    thread.AddWaitHandle(event.Handle());
+                } catch (...) {
+                    thread.RemoveWaitHandle(event.Handle());
+                    throw;
+                }
+                thread.RemoveWaitHandle(event.Handle());
+            }),
+        Swept(
+            "wait list add", [] { return Watched(1); },
+            [](Watched& in) {
+                const TQEvent event(true);
+                in.list.Add(event.Handle());
+                EXPECT_EQ(in.list.Size(), 2u);
+                in.list.Remove(event.Handle());
+            }),
+        Swept(
+            "wait list", [] { return Watched(2); },
+            [](Watched& in) { EXPECT_EQ(in.list.Wait(0), in.events.back().Handle()); }),
+        Swept(
+            "long wait list", [] { return Watched(70); },
+            [](Watched& in) { EXPECT_EQ(in.list.Wait(INFINITE), in.events.back().Handle()); }, Promise::Works,
+            "new"),
+        Swept(
+            "pool", patient, [](Patient&) { Pool(); }, Promise::Works, Emptied),
+        Swept("pool first work", pool,
+              [](Pool& in) {
+                  const DWORD before = in.WorkCount();
+                  try {
+                      in.AddWork(Item, sizeof Item);
+                  } catch (...) {
+                      EXPECT_EQ(in.WorkCount(), before);
+                      throw;
+                  }
+              }),
+        Swept(
+            "pool work", [] { return BusyPool(); },
+            [](BusyPool& in) { in.AddWork(Item, sizeof Item, in.requestor); }, Promise::Works, OneThreadMore),
+        Swept(
+            "pool requestors", [] { return BusyPool(); },
+            [](BusyPool& in) {
+                const DWORD id = in.GetNewRequestorID();
+                in.ClearRequestorItems(id);
+                in.ReleaseRequestorID(id);
+                in.ClearAll();
+            }),
+        Swept(
+            "pool stop", [] { return BusyPool(); }, [](BusyPool& in) { in.StopThreads(); }),
+        Swept(
+            "work pool", patient,
+            [](Patient&) {
+                _TQWorkPoolBase::AddClient();
+                _TQWorkPoolBase::DelClient();
+            },
+            Promise::Works, Emptied),
+        Swept("process lock", patient,
+              [](Patient&) {
+                  TQProcessLock::Lock();
+                  TQProcessLock::Unlock();
+              }),
+    };
+}
+
+}  // namespace Quellan::Corvel::Test
