@@ -57,13 +57,15 @@ std::vector<SweptOperation> SecurityRows() {
             "identifier groups", Administrators, [](SecID& id) { id.MemberOfList(); }, Promise::Works,
             NoAccount),
         Swept(
+            "identifier dump", World,
+            [](SecID& id) {
+                const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+                id.DumpToFile(L"caption", file.get());
+            },
+            Promise::Works, NoAccount),
+        Swept(
             "identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(true); }, Promise::Works,
             NoAccount),
-        Swept("identifier dump", World,
-              [](SecID& id) {
-                  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
-                  id.DumpToFile(L"caption", file.get());
-              }),
         Swept("domain of an identifier", SecID::MachDomainSID, [](SecID& id) { (void)id.DomainSID(); }),
         Swept(
             "account groups", TQSysProc::CurrentUser,
