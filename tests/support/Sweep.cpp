@@ -38,6 +38,7 @@ bool RunOnce(const SweptOperation& operation, std::string_view call, DWORD code,
         DWORD thrown = 0;
         {
             auto fault = makeFault();
+            fault.MayNotCome();
             try {
                 thrown = ThrownCode(run.call);
             } catch (const std::exception& stranger) {
