@@ -32,7 +32,7 @@ SecDesc Descriptor() {
     return descriptor;
 }
 
-// An identifier need not have an account, and that it has none is remembered.
+// An identifier need not have an account, which is remembered; what the system is need not be known.
 constexpr std::string_view NoAccount = "LookupAccountSidW GetVersionExW";
 
 }  // namespace

@@ -74,7 +74,7 @@ const std::set<std::string> UnsweptCalls = {
     "CoAddRefServerProcess",
     "CoReleaseServerProcess",
     "QueryPerformanceFrequency",
-    // On an object that the library made and keeps they cannot fail. tests/threads hands on others.
+    // On an object that the library made and keeps they cannot fail.
     "ReleaseMutex",
     "ResetEvent",
     "ResumeThread",
