@@ -2,6 +2,7 @@
 #include "core/TQException.h"
 #include "core/TQLib.h"
 #include "core/TQStrRes.h"
+#include "platform/PlatformTest.h"
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "system/TQSysProc.h"
@@ -83,8 +84,10 @@ TEST_F(Resource, ExpandsItsInsertsFromTheArguments) {
               L"name: 42 of 0000beef, 100%.")
         << "a view need not be terminated";
     const std::wstring tooLong(70000, L'x');
-    EXPECT_EQ(message.Text(destination, tooLong, 42, 0xBEEFu), L"%1: %2!d! of %3!08x!, 100%%.")
-        << "better unexpanded than none";
+    if (!OnWine()) {  // which knows no longest text
+        EXPECT_EQ(message.Text(destination, tooLong, 42, 0xBEEFu), L"%1: %2!d! of %3!08x!, 100%%.")
+            << "better unexpanded than none";
+    }
     const TQException e(0u, static_cast<unsigned int>(TQTEST_INSERTS), m_store);
     EXPECT_STREQ(e.FullMsg(destination, L"name", 42, 0xBEEFu), L"name: 42 of 0000beef, 100%.");
     EXPECT_STREQ(e.FullMsg(destination, L"other", 1, 2u), L"name: 42 of 0000beef, 100%.")

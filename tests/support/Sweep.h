@@ -62,6 +62,10 @@ SweptOperation Swept(std::string name, Make make, Call call, Promise promise = P
             tolerated};
 }
 
+// What a row tolerates whose call throws in any case: where the memory of what is thrown is counted, the
+// runtime library has some in reserve.
+constexpr std::string_view ForThrowing = "new";
+
 // Does `call`; that it fails with `code`, which it does in any case, is put up with.
 template <class Call>
 void PutUpWith(DWORD code, Call call) {
@@ -72,8 +76,8 @@ void PutUpWith(DWORD code, Call call) {
     }
 }
 
-// Makes each allocation that the row's call comes to fail in turn: code 14 or the whole result. Of many, which
-// come from loops, some are passed over.
+// Makes each allocation that the row's call comes to fail in turn: code 14 or the whole result. Of many,
+// which come from loops, some are passed over.
 void SweepAllocationsOf(const SweptOperation& operation);
 
 // Makes each platform call fail in turn, with each code of the table below: that code or, where the row says

@@ -119,11 +119,13 @@ std::vector<SweptOperation> CoreRows() {
                   TQLib::SetProductName(Long);
                   std::ignore = TQLib::GetAppName() + TQLib::AppVersion() + TQLib::ProductName();
               }),
-        Swept("registered store", Nothing,
-              [](int&) {
-                  PutUpWith(ERROR_ALREADY_EXISTS,
-                            [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); });
-              }),
+        Swept(
+            "registered store", Nothing,
+            [](int&) {
+                PutUpWith(ERROR_ALREADY_EXISTS,
+                          [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); });
+            },
+            Promise::Works, ForThrowing),
         // The platform's own locale is the neutral one where it can't be found out.
         Swept(
             "locales", Nothing,

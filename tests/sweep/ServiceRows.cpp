@@ -67,12 +67,16 @@ std::vector<SweptOperation> ServiceRows() {
               }),
         Swept("service configuration", Service,
               [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, Name); }),
-        Swept("service control", Service,
-              [](TQServiceCtrl& service) {
-                  PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });
-              }),
-        Swept("service start", Service,
-              [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); }),
+        Swept(
+            "service control", Service,
+            [](TQServiceCtrl& service) {
+                PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });
+            },
+            Promise::Works, ForThrowing),
+        Swept(
+            "service start", Service,
+            [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); },
+            Promise::Works, ForThrowing),
         Swept(
             "service install", [] { return Service(), OtherService(); },
             [](OtherService&) { Install(OtherName); }, Promise::Ended),
