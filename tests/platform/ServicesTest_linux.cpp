@@ -253,14 +253,19 @@ TEST_F(ServiceManagement, ForgetsFailuresAfterTheResetPeriod) {
     }
 }
 
-TEST_F(ServiceManagement, RunsACommandAfterAFailure) {
-    const OwnedService service = Add(L"A");
+TEST_F(ServiceManagement, RunsACommandAfterAFailureAsTheServicesAccount) {
+    chmod(m_manager.Folder().c_str(), 0777);
+    ServiceRecord record{.name = L"A"};
+    if (geteuid() == 0) record.account = L"NT AUTHORITY\\LocalService";
+    const OwnedService service = Create(record);
     const std::string file = m_manager.Folder() + "failed-";
     ASSERT_TRUE(
         SetActions(service, {{SC_ACTION_RUN_COMMAND, 0}}, L"/usr/bin/touch " + WideOf(file) + L"%1%"));
     EXPECT_EQ(StartAndWait(service), 0u);
     Crash(service);
-    EXPECT_TRUE(Eventually([&] { return std::filesystem::exists(file + "1"); }));
+    struct stat made{};
+    EXPECT_TRUE(Eventually([&] { return stat((file + "1").c_str(), &made) == 0; }));
+    EXPECT_EQ(made.st_uid, geteuid() == 0 ? 65'534u : geteuid());
 }
 
 TEST_F(ServiceManagement, ActsOnExitCodesOnlyWhenItIsTold) {

@@ -258,17 +258,17 @@ void Manager::OnFailure(Service& service) {
     });
 }
 
-// "%1%" in the command stands for how often the service has failed.
+// As the service's own account. "%1%" in the command stands for how often the service has failed.
 void Manager::RunFailureCommand(const Service& service, std::size_t failures) {
     std::string command = service.config.failureCommand;
     const std::string_view place = "%1%";
     if (const std::size_t at = command.find(place); at != command.npos)
         command.replace(at, place.size(), std::to_string(failures));
     pid_t pid = 0;
-    if (const DWORD code = Launch(command, {}, {}, pid)) {
+    if (const DWORD code = Launch(command, service.config.account, {}, pid)) {
         Print("%s: the command after its failure was not run: error %u", service.name.c_str(), code);
     } else {
-        AddProcess(pid, command, {}, true).isFinishing = true;
+        AddProcess(pid, command, service.config.account, true).isFinishing = true;
     }
 }
 
