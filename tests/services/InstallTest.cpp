@@ -140,28 +140,6 @@ TEST_F(Install, SaysWhatIsWrongWithTheStateOfAService) {
     EXPECT_FALSE(IsInstalled(FirstName));
 }
 
-TEST_F(Install, HandsOnWhatTheManagerSays) {
-    const auto install = [] { InstallProgram(); };
-    for (const DWORD code :
-         {ERROR_ACCESS_DENIED, ERROR_SERVICE_MARKED_FOR_DELETE, ERROR_DUPLICATE_SERVICE_NAME,
-          ERROR_INVALID_SERVICE_ACCOUNT, ERROR_CIRCULAR_DEPENDENCY})
-        ExpectThrown("CreateServiceW", static_cast<DWORD>(code), install);
-    InstallProgram();
-    const TQServiceCtrl service(FirstName);
-    for (const DWORD code :
-         {ERROR_SERVICE_DISABLED, ERROR_SERVICE_REQUEST_TIMEOUT, ERROR_SERVICE_DEPENDENCY_FAIL,
-          ERROR_SERVICE_LOGON_FAILED, ERROR_SERVICE_ALREADY_RUNNING})
-        ExpectThrown("StartServiceW", static_cast<DWORD>(code), [&] { service.Start(); });
-    for (const DWORD code :
-         {ERROR_DEPENDENT_SERVICES_RUNNING, ERROR_SERVICE_CANNOT_ACCEPT_CTRL, ERROR_INVALID_SERVICE_CONTROL})
-        ExpectThrown("ControlService", static_cast<DWORD>(code), [&] { service.Pause(); });
-    ExpectThrown("DeleteService", ERROR_ACCESS_DENIED, [&] { service.Delete(); });
-    ExpectThrown("QueryServiceStatus", ERROR_ACCESS_DENIED, [&] { service.Status(); });
-    ExpectThrown("QueryServiceConfigW", ERROR_ACCESS_DENIED, [&] { service.Config(); });
-    ExpectThrown("EnumServicesStatusW", ERROR_ACCESS_DENIED,
-                 [] { TQServiceCtrl::ServiceList(ServiceListType::Services); });
-}
-
 TEST_F(Install, OpensTheManagerUnlessTheUserMayNot) {
     TQSvcHandle manager;
     EXPECT_TRUE(TQServiceMgr::OpenSCManagerW(manager, SC_MANAGER_CONNECT));

@@ -19,49 +19,11 @@ using Foreground = Installed;
 
 }  // namespace
 
-TEST_F(Life, StartsAndStopsThirtyTimes) {
-    InstallProgram();
-    for (int round = 0; round < 30; ++round) {
-        SCOPED_TRACE(round);
-        service.StartAndWait({}, PatienceMs);
-        EXPECT_EQ(service.Status().Status().currentState, S::Running);
-        EXPECT_NE(service.ProcessID(), 0u);
-        service.StopAndWait(PatienceMs);
-        EXPECT_EQ(service.Status().Status().exitCode, 0u);
-        EXPECT_EQ(service.ProcessID(), 0u);
-    }
-}
-
-TEST_F(Life, FollowsItsControls) {
-    InstallProgram();
-    TQServiceMgr::ExecuteService(FirstName, {});
-    EXPECT_EQ(
-        service.Status().Status().controlsAccepted,
-        static_cast<DWORD>(SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE | SERVICE_ACCEPT_SHUTDOWN));
-    service.Pause();
-    EXPECT_TRUE(service.WaitForState(S::Paused, PatienceMs));
-    EXPECT_EQ(service.Interrogate().currentState, S::Paused);
-    service.Continue();
-    EXPECT_TRUE(service.WaitForState(S::Running, PatienceMs));
-    EXPECT_EQ(ThrownCode([&] { service.Start(); }), static_cast<DWORD>(ERROR_SERVICE_ALREADY_RUNNING));
-    service.StopAndWait(PatienceMs);
-    service.StopAndWait(PatienceMs);
-}
-
 TEST_F(Life, HasTheCodeOfTheExceptionThatEndedItsWork) {
     InstallProgram();
     service.Start({L"fail"});
     ASSERT_TRUE(service.WaitForState(S::Stopped, PatienceMs));
     EXPECT_EQ(service.Status().Status().exitCode, FailureCode);
-}
-
-TEST_F(Life, ShowsTheProgressOfASlowStart) {
-    InstallProgram();
-    DWORD lastCheckPoint = 0;
-    service.StartAndWait({L"slow"}, PatienceMs, [&](const TQServiceRecord& status) {
-        if (status.currentState == S::StartPending) lastCheckPoint = status.checkPoint;
-    });
-    EXPECT_GE(lastCheckPoint, 1u);
 }
 
 TEST_F(Life, GivesUpOnAStateThatDoesNotCome) {

@@ -47,26 +47,6 @@ TEST(Processor, ContinuesOnceAfterEachPauseThatHasBegun) {
     EXPECT_EQ(pauses, continuations);
 }
 
-TEST(Processor, StopsOutOfAPause) {
-    TestProcessor processor;
-    processor.StartProcessor();
-    processor.WaitForState(ProcState::Run, INFINITE);
-    processor.Pause();
-    processor.WaitForState(ProcState::Pause, INFINITE);
-    EXPECT_TRUE(processor.StopProcessor());
-    EXPECT_TRUE(processor.WaitForState(ProcState::Stop, INFINITE));
-}
-
-TEST(Processor, StopsWhereItWasAskedToDuringItsStart) {
-    TestProcessor processor;
-    processor.Hold(ProcState::Starting);
-    processor.StartProcessor();
-    EXPECT_TRUE(processor.StopProcessor());
-    EXPECT_TRUE(processor.StopProcessor());
-    processor.Release();
-    EXPECT_TRUE(processor.WaitForState(ProcState::Stop, INFINITE));
-}
-
 TEST(Processor, TakesTurnsUntilItIsStopped) {
     TestProcessor processor;
     std::atomic<int> turns{0};

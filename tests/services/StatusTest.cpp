@@ -76,15 +76,6 @@ TEST_F(Status, IgnoresNumbersThatAreNoStates) {
     EXPECT_EQ(manager.Reports(Name).size(), 1u);
 }
 
-TEST_F(Status, ComesBackFromAPauseThroughContinuePending) {
-    Enter(S::Paused);
-    service.SetState(S::Running);
-    EXPECT_EQ(service.CurrentState(), S::Paused);
-    service.SetState(S::ContinuePending);
-    service.SetState(S::Running);
-    EXPECT_EQ(service.CurrentState(), S::Running);
-}
-
 TEST_F(Status, AdvancesTheCheckPointWhileAPendingStateLasts) {
     service.SetState(S::StartPending);
     EXPECT_EQ(Last().dwCheckPoint, 0u);
@@ -113,18 +104,6 @@ TEST_F(Status, HasNeitherCheckPointNorHintWhereNothingIsPending) {
     service.UpdateStatus(S::Running, 5'000);
     EXPECT_EQ(Last().dwCheckPoint, 0u);
     EXPECT_EQ(Last().dwWaitHint, 0u);
-}
-
-TEST_F(Status, ReportsTheHintGivenAndCountsItDown) {
-    const TQTimer outer;
-    service.SetState(S::StartPending, 5'000);
-    const TQTimer inner;
-    ASSERT_EQ(Last().dwWaitHint, 5'000u);
-    Sleep(20);
-    const LONGLONG atLeast = inner.Elapsed().Milliseconds();
-    const DWORD left = service.CountdownLeft();
-    EXPECT_LE(left, 5'000 - atLeast);
-    EXPECT_GE(left + outer.Elapsed().Milliseconds() + 1, 5'000);
 }
 
 // A clamp of the hint that always gives its upper end.
