@@ -245,21 +245,4 @@ TEST_F(ExceptionRender, TheExceptionBeingHandledIsDescribed) {
     EXPECT_EQ(sink.Entries()[2].strings[1], L"Unknown exception occurred in Here with no detail message.");
 }
 
-TEST_F(ExceptionRender, RenderingThatRunsOutOfMemoryLeavesTheExceptionUsable) {
-    for (unsigned n = 1;; ++n) {
-        TQException e(5u, L"Message");
-        e.SetAction(L"Open");
-        DWORD thrown = 0;
-        {
-            FailAllocation fail(n);
-            thrown = ThrownCode([&] { e.FullMsg(Log); });
-        }
-        EXPECT_THAT(thrown, testing::AnyOf(0u, 14u));
-        if (thrown == 0 && n > 20) break;
-        // A code string that found no memory is left out; the message and the action never are.
-        EXPECT_THAT(e.FullMsg(Log), StartsWith(L"Message "));
-        EXPECT_THAT(e.FullMsg(Log), testing::EndsWith(L" Action=Open"));
-    }
-}
-
 }  // namespace

@@ -9,10 +9,7 @@ namespace Quellan::Corvel {
 
 namespace {
 
-using Test::FailAllocation;
-using Test::FailCall;
 using Test::ThrownCode;
-using testing::ElementsAre;
 using testing::UnorderedElementsAre;
 
 // A key of its own, below the user's, which goes with the test.
@@ -32,24 +29,6 @@ class Registry : public testing::Test {
     const TQRegKey m_key;
 };
 
-TEST_F(Registry, FindsKeysThatAreThere) {
-    EXPECT_TRUE(m_key.Find(L"a").IsNull());
-    EXPECT_EQ(ThrownCode([&] { TQRegKey(m_key, L"a"); }), DWORD{ERROR_FILE_NOT_FOUND});
-    m_key.Create(L"a\\b");
-    EXPECT_FALSE(m_key.Find(L"A\\B").IsNull());
-    EXPECT_FALSE(TQRegKey(m_key, L"a").Find(L"b").IsNull());
-    EXPECT_THAT(m_key.KeyNames(), ElementsAre(L"a"));
-}
-
-TEST_F(Registry, DeletesKeysWithAllThatIsInThem) {
-    const TQRegKey deleted = m_key.Create(L"a\\b");
-    EXPECT_TRUE(m_key.DeleteKey(L"a"));
-    EXPECT_FALSE(m_key.DeleteKey(L"a"));
-    EXPECT_TRUE(m_key.KeyNames().IsEmpty());
-    EXPECT_EQ(ThrownCode([&] { deleted.FindValue(L"value"); }), DWORD{ERROR_KEY_DELETED});
-    EXPECT_EQ(ThrownCode([&] { m_key.DeleteKey(L""); }), DWORD{ERROR_INVALID_PARAMETER});
-}
-
 TEST_F(Registry, FindsValuesOfAnySize) {
     const std::string large(100'000, 'x');
     m_key.SetValue(L"large", REG_BINARY, large.data(), large.size());
@@ -63,56 +42,6 @@ TEST_F(Registry, FindsValuesOfAnySize) {
     EXPECT_TRUE(m_key.DeleteValue(L"large"));
     EXPECT_FALSE(m_key.DeleteValue(L"large"));
     EXPECT_FALSE(m_key.FindValue(L"large"));
-}
-
-TEST_F(Registry, SharesAKeyAmongCopies) {
-    TQRegKey first = m_key.Create(L"a");
-    const TQRegKey second = first;
-    first.Close();
-    EXPECT_TRUE(first.IsNull());
-    EXPECT_EQ(ThrownCode([&] { first.KeyNames(); }), DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_TRUE(second.KeyNames().IsEmpty());
-}
-
-TEST_F(Registry, BeginsWithTheMachinesKeyAndTheUsers) {
-    EXPECT_EQ(TQRegistry::MachineKey().Handle(), HKEY_LOCAL_MACHINE);
-    EXPECT_EQ(TQRegistry::UserKey().Handle(), HKEY_CURRENT_USER);
-    EXPECT_TRUE(TQRegistry::Connect(nullptr).Find(L"SOFTWARE\\No such key").IsNull());
-    EXPECT_EQ(ThrownCode([] { TQRegistry::Connect(L"\\\\no-such-machine"); }), DWORD{ERROR_BAD_NETPATH});
-}
-
-TEST_F(Registry, ReportsFailuresOfThePlatform) {
-    {
-        const FailCall fail("RegQueryValueExW", ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
-        EXPECT_EQ(ThrownCode([&] { m_key.FindValue(L"value"); }), DWORD{ERROR_ACCESS_DENIED});
-    }
-    {
-        const FailCall fail("RegSetValueExW", ERROR_DISK_FULL, 1, ERROR_DISK_FULL);
-        EXPECT_EQ(ThrownCode([&] { TQDWORDRegValue(m_key, L"value").Set(1); }), DWORD{ERROR_DISK_FULL});
-    }
-    const FailCall fail("RegEnumKeyExW", ERROR_REGISTRY_CORRUPT, 1, ERROR_REGISTRY_CORRUPT);
-    EXPECT_EQ(ThrownCode([&] { m_key.KeyNames(); }), DWORD{ERROR_REGISTRY_CORRUPT});
-}
-
-TEST_F(Registry, ChangesNothingWithoutMemory) {
-    const TQMultiStringRegValue value(m_key, L"value");
-    const TQStringArray before{L"before"};
-    const TQStringArray after{L"one", L"a text too long to be kept without memory"};
-    value.Set(before);
-    for (unsigned nth = 1;; ++nth) {
-        DWORD thrown = 0;
-        bool fired = false;
-        {
-            const FailAllocation fail(nth);
-            thrown = ThrownCode([&] { value.Set(after); });
-            fired = fail.Fired();
-        }
-        if (!fired) break;
-        // The library's own allocation, or the platform's.
-        EXPECT_TRUE(thrown == ERROR_OUTOFMEMORY || thrown == ERROR_NOT_ENOUGH_MEMORY) << thrown;
-        EXPECT_EQ(value.Get(), before);
-    }
-    EXPECT_EQ(value.Get(), after);
 }
 
 TEST_F(Registry, KeepsTypedValues) {

@@ -51,7 +51,6 @@ namespace {
 using namespace std::string_view_literals;
 using Test::FailAllocation;
 using Test::FailCall;
-using Test::SweepAllocations;
 using Test::ThrownCode;
 using testing::Each;
 using testing::ElementsAre;
@@ -142,26 +141,6 @@ TEST(DataBuf, RefusesSizesBeyondAnyObjectAndNullSources) {
     EXPECT_THAT(numbers, ElementsAre(0, 0));
 }
 
-TEST(DataBuf, IsUnchangedWhereMemoryIsRefused) {
-    auto text = Buffer("abc");
-    const auto longer = Buffer("0123456789");
-    const auto unchanged = [&] { EXPECT_EQ(Text(text), "abc"); };
-    const auto restoring = [&](auto operation) {
-        SweepAllocations(
-            [&, saved = text]() mutable {
-                operation(text);
-                text.Swap(saved);
-            },
-            unchanged);
-    };
-    restoring([&](auto& b) { b.Append(longer); });
-    restoring([&](auto& b) { b.Insert(1, "0123456789", 10); });
-    restoring([&](auto& b) { b.Assign("0123456789", 10); });
-    restoring([&](auto& b) { b.Resize(50); });
-    restoring([&](auto& b) { b.Reserve(50); });
-    restoring([&](auto& b) { b = longer; });
-}
-
 TEST(DataBuf, ReportsMemoryRefusedByEachAllocator) {
     {
         FailCall fail("LocalAlloc", ERROR_NOT_ENOUGH_MEMORY);
@@ -179,17 +158,6 @@ TEST(DataBuf, ComparesByElements) {
     EXPECT_LT(Buffer("ab"), Buffer("abc"));
     EXPECT_GT(BYTEBuf(reinterpret_cast<const BYTE*>("\xFF"), 1),
               BYTEBuf(reinterpret_cast<const BYTE*>("\x01z"), 2));
-}
-
-TEST(DataBuf, MovingLeavesTheSourceEmpty) {
-    auto source = Buffer("abc", Level::Wipe);
-    const char* const memory = source.Data();
-    auto target = std::move(source);
-    EXPECT_EQ(target.Data(), memory);
-    EXPECT_TRUE(source.IsEmpty());
-    source = std::move(target);
-    EXPECT_EQ(Text(source), "abc");
-    EXPECT_TRUE(target.IsEmpty());
 }
 
 TEST(DataBuf, AssignmentGivesTheStricterLevel) {

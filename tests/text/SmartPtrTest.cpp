@@ -39,18 +39,6 @@ class SmartPtr : public testing::Test {
 using Policies = testing::Types<Ptr<Thing>, SharedPtr<Thing>>;
 TYPED_TEST_SUITE(SmartPtr, Policies);
 
-TYPED_TEST(SmartPtr, EndsTheObjectWithItsLastCopy) {
-    auto first = this->Make();
-    auto second = first;
-    EXPECT_EQ(first.UseCount(), 2u);
-    first.Reset();
-    EXPECT_EQ(this->ends, 0);
-    EXPECT_EQ(second.UseCount(), 1u);
-    second = nullptr;
-    EXPECT_EQ(this->ends, 1);
-    EXPECT_EQ(second.UseCount(), 0u);
-}
-
 TYPED_TEST(SmartPtr, HandsItsShareOnWhenMoved) {
     auto first = this->Make();
     const Thing* const thing = first.Get();

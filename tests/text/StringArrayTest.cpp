@@ -1,4 +1,3 @@
-#include "support/FailCall.h"
 #include "support/ThrownCode.h"
 #include "text/TQStringArray.h"
 
@@ -7,7 +6,6 @@
 namespace Quellan::Corvel {
 namespace {
 
-using Test::SweepAllocations;
 using Test::ThrownCode;
 
 constexpr DWORD IndexCode = 1413;
@@ -69,26 +67,6 @@ TEST(StringArray, SplitsAtEverySeparatorAndJoinsAgain) {
     EXPECT_EQ(split(L",a,,b,").Join(L","), L",a,,b,");
     EXPECT_EQ((TQStringArray{L"a", L"b"}).Join(L" and "), L"a and b");
     EXPECT_EQ(TQStringArray().Join(L","), L"");
-}
-
-TEST(StringArray, StaysUnchangedWhereMemoryRunsOut) {
-    const TQStringArray original{L"an element that needs memory of its own, first",
-                                 L"and another one of them, second"};
-    const TQString element = L"one more element that needs memory of its own";
-    TQStringArray array = original;
-    const auto sweep = [&](auto operation) {
-        array = original;
-        SweepAllocations([&] { operation(); }, [&] { EXPECT_EQ(array, original); });
-    };
-    sweep([&] { array.Add(element); });
-    sweep([&] { array.Insert(1, element); });
-    sweep([&] { array.SetAt(1, element); });
-    sweep([&] { array = TQStringArray{element, element, element}; });
-    const TQStringArray longer{array[0] + element, array[1] + element};
-    sweep([&] { array = longer; });
-    sweep([&] { TQStringArray copy(array); });
-    sweep([&] { return array.Join(element); });
-    sweep([&] { return TQStringArray::Split(array[0], L" "); });
 }
 
 }  // namespace

@@ -1,5 +1,4 @@
 #include "platform/Win32.h"
-#include "support/FailCall.h"
 #include "support/ThrownCode.h"
 #include "text/STLString.h"
 #include "text/TQString.h"
@@ -21,8 +20,6 @@ void PrintTo(const _TQaString& text, std::ostream* out) {
 
 namespace {
 
-using Test::SweepAllocations;
-using Test::SweepFaults;
 using Test::ThrownCode;
 
 constexpr DWORD OverflowCode = 111;
@@ -223,37 +220,6 @@ TYPED_TEST(StringOf, OrdersWithAndWithoutCase) {
     EXPECT_EQ(order("", ""), std::pair(0, 0));
 }
 
-TYPED_TEST(StringOf, MapsCaseWithoutChangingItself) {
-    using String = _TQStringT<TypeParam>;
-    const Text<TypeParam> T;
-    const String text = T("aZ@[`{9");
-    EXPECT_EQ(text.ToUpper(), T("AZ@[`{9"));
-    EXPECT_EQ(text.ToLower(), T("az@[`{9"));
-    EXPECT_EQ(text, T("aZ@[`{9"));
-}
-
-TYPED_TEST(StringOf, StaysUnchangedWhereMemoryRunsOut) {
-    using String = _TQStringT<TypeParam>;
-    const Text<TypeParam> T;
-    const auto original = T("text longer than a string holds without memory of its own");
-    const auto more = original + original + original + original + original;
-    String text = original;
-    const auto sweep = [&](auto operation) {
-        // A copy has no room to spare, so that every growth needs memory.
-        text = String(original.c_str());
-        SweepAllocations([&] { operation(text); }, [&] { EXPECT_EQ(text, original); });
-    };
-    sweep([&](String&) { String(more.c_str()); });
-    sweep([&](String& string) { String(string).Clear(); });
-    sweep([&](String& string) { string.Append(more); });
-    sweep([&](String& string) { string.Assign(more); });
-    sweep([&](String& string) { string.Insert(3, more); });
-    sweep([&](String& string) { string.Replace(T("t"), more); });
-    sweep([&](String& string) { string.Reserve(1000); });
-    sweep([&](String& string) { return string.ToUpper(); });
-    sweep([&](String& string) { return string.FindNoCase(more); });
-}
-
 TYPED_TEST(StringOf, RefusesALengthPastTheLargest) {
     using String = _TQStringT<TypeParam>;
     const Text<TypeParam> T;
@@ -300,16 +266,6 @@ TEST(String, ConvertsToAndFromTheAnsiCodePage) {
     EXPECT_EQ(TQString::FromAnsi(nullptr), L"");
 }
 
-TEST(String, ReportsTheSystemsFailureToConvert) {
-    const TQString text = L"text";
-    const _TQaString narrow = "text";
-    SweepFaults(
-        "WideCharToMultiByte", ERROR_NO_UNICODE_TRANSLATION, [&] { return text.ToAnsi(); }, [] {});
-    SweepFaults(
-        "MultiByteToWideChar", ERROR_NO_UNICODE_TRANSLATION, [&] { return TQString::FromAnsi(narrow); },
-        [] {});
-}
-
 TEST(String, FormatsTextThatRefersToItself) {
     TQString text = L"start";
     for (int i = 0; i < 8; ++i)
@@ -318,15 +274,6 @@ TEST(String, FormatsTextThatRefersToItself) {
     std::wstring pieces = text.View().data();
     std::erase(pieces, L'|');
     EXPECT_EQ(pieces.substr(pieces.size() - 10), L"startstart");
-}
-
-TEST(String, FormatsWithoutChangeWhereMemoryRunsOut) {
-    const std::wstring more(1000, L'x');
-    TQString text;
-    SweepAllocations([&] { text.AppendFormat(L"%s", more); }, [&] { EXPECT_EQ(text, L""); });
-    EXPECT_EQ(text, more);
-    SweepAllocations([&] { return text.ToUtf8(); }, [&] { EXPECT_EQ(text, more); });
-    SweepAllocations([&] { return text.ToAnsi(); }, [&] { EXPECT_EQ(text, more); });
 }
 
 TEST(String, ChangesBetweenItsClasses) {
