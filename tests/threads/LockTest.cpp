@@ -76,31 +76,6 @@ TEST(ThreadSynch, StaysHeldWhenItIsAssignedTo) {
     EXPECT_TRUE(taker.HasTaken(INFINITE));
 }
 
-class CountingLock : public TQThreadSynch {
-  public:
-    int locks = 0, unlocks = 0;
-
-  protected:
-    void Lock() override { ++locks; }
-    void UnLock() override { ++unlocks; }
-};
-
-TEST(ThreadSynch, IsTakenByWhatADerivedClassDoes) {
-    CountingLock lock;
-    {
-        const Guard guard(lock);
-        EXPECT_EQ(lock.locks, 1);
-        EXPECT_EQ(lock.unlocks, 0);
-    }
-    EXPECT_EQ(lock.unlocks, 1);
-}
-
-TEST(ReadSynch, LetsReadersInTogether) {
-    TQThreadReadSynch lock;
-    const Guard guard(lock);
-    EXPECT_TRUE(CanBeTaken(lock));
-}
-
 TEST(ReadSynch, KeepsReadersAndWritersApart) {
     TQThreadReadSynch lock;
     TQThreadWriteSynch write(lock), otherWrite(lock);
@@ -390,17 +365,6 @@ TEST(ThreadPriority, IsLeftAloneWhereThereIsNothingToDo) {
         EXPECT_EQ(lower.Priority(), THREAD_PRIORITY_LOWEST);
     }
     EXPECT_EQ(set.Calls(), 0u);
-}
-
-TEST(ThreadPriority, ThrowsWhatThePlatformReports) {
-    {
-        const FailCall fail("GetThreadPriority", ERROR_ACCESS_DENIED, 1, THREAD_PRIORITY_ERROR_RETURN);
-        EXPECT_EQ(ThrownCode([] { TQThreadPriority priority(THREAD_PRIORITY_LOWEST); }),
-                  DWORD{ERROR_ACCESS_DENIED});
-    }
-    const FailCall fail("SetThreadPriority", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(ThrownCode([] { TQThreadPriority priority(THREAD_PRIORITY_LOWEST); }),
-              DWORD{ERROR_ACCESS_DENIED});
 }
 
 TEST(ThreadCPUTimer, MeasuresTheWorkOfItsThread) {

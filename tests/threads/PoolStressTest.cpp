@@ -3,7 +3,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <deque>
 #include <random>
 #include <set>
 #include <stdexcept>
@@ -273,30 +272,6 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
     numbers.AwaitQuiet();
     EXPECT_EQ(first, items);
     EXPECT_LT(mostMissing, numbers.pool.MaxThreads());
-}
-
-// Nobody orders the posters here; those of one requestor keep the order of each.
-TEST(PoolStress, KeepsEachPostersOrder) {
-    const unsigned each = Items() / 10 / Posters;
-    std::mutex lock;
-    std::vector<unsigned> items;
-    NumberPool numbers([&](unsigned number) {
-        const std::lock_guard guard(lock);
-        items.push_back(number);
-    });
-    const DWORD requestor = numbers.pool.GetNewRequestorID();
-    OnPosters([&](unsigned poster) {
-        for (unsigned i = 0; i < each; ++i)
-            numbers.Post(poster * each + i, requestor);
-    });
-    numbers.AwaitQuiet();
-    ASSERT_EQ(items.size(), each * Posters);
-    std::vector<std::deque<unsigned>> waiting(Posters);
-    for (const unsigned item : items)
-        waiting[item / each].push_back(item % each);
-    for (const auto& sequence : waiting)
-        for (unsigned i = 0; i < sequence.size(); ++i)
-            EXPECT_LT(sequence[i], i + numbers.pool.MaxThreads());
 }
 
 // Who stops a pool, in what state.

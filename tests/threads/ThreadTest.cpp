@@ -448,26 +448,6 @@ TEST(Thread, IsWaitedForUpToATime) {
     EXPECT_EQ(thread.WaitForComplete(0), 9u);
 }
 
-TEST(Thread, IsUnchangedWhereItsStartEventCannotBeMade) {
-    TestThread thread;
-    thread.runWork = [](BYTEBuf&) { return 7u; };
-    thread.Run();
-    const DWORD id = thread.ID();
-    {
-        const FailCall fail("CreateEventW", ERROR_NOT_ENOUGH_MEMORY);
-        try {
-            thread.Start();
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const TQSysException& e) {
-            EXPECT_EQ(e.ErrCode(), DWORD{ERROR_NOT_ENOUGH_MEMORY});
-            EXPECT_EQ(MessageOf(e), L"Thread Creation Event Failed.");
-        }
-    }
-    EXPECT_EQ(thread.ResultCode(), 7u);
-    EXPECT_EQ(thread.ID(), id);
-    EXPECT_EQ(thread.Run(), 7u);
-}
-
 TEST(Thread, CountsAsNeverStartedWhereItCannotBeCreated) {
     TestThread thread;
     thread.Run();

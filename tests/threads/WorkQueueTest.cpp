@@ -1,15 +1,12 @@
 #include "threads/TestPool.h"
 
-#include <algorithm>
 #include <gmock/gmock.h>
-#include <random>
 #include <set>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
 using testing::ElementsAre;
 using testing::ElementsAreArray;
-using testing::IsEmpty;
 
 namespace {
 
@@ -66,29 +63,6 @@ TEST_F(WorkQueue, HandsAnonymousItemsOutInTheirOrder) {
     std::vector<std::string> posted;
     for (int i = 0; i < 5'000; ++i)
         pool.Post(posted.emplace_back(std::to_string(i)));
-    EXPECT_THAT(Run(), ElementsAreArray(posted));
-    ExpectNothingLeft();
-}
-
-TEST_F(WorkQueue, KeepsTheOrderOfManyRequestorsAndPosters) {
-    std::vector<DWORD> requestors;
-    for (int i = 0; i < 1'000; ++i)
-        requestors.push_back(pool.GetNewRequestorID());
-    std::mutex lock;  // makes the posts' order known
-    std::vector<std::string> posted;
-    {
-        std::vector<std::unique_ptr<Worker>> posters;
-        for (unsigned p = 0; p < 8; ++p)
-            posters.push_back(std::make_unique<Worker>([&, p] {
-                std::minstd_rand random(p);
-                for (int i = 0; i < 1'000; ++i) {
-                    const DWORD requestor = requestors[random() % requestors.size()];
-                    const std::lock_guard guard(lock);
-                    const auto& work = posted.emplace_back(std::to_string(posted.size()));
-                    pool.Post(work, requestor);
-                }
-            }));
-    }
     EXPECT_THAT(Run(), ElementsAreArray(posted));
     ExpectNothingLeft();
 }
