@@ -184,28 +184,5 @@ TEST(Accounts, TellTheSizesTheirNamesNeed) {
     EXPECT_EQ(domainSize, 12u);
 }
 
-TEST(Accounts, TellTheSizesTheirIdentifiersNeed) {
-    std::byte sid[100];
-    wchar_t domain[300];
-    DWORD sidSize = 0, domainSize = 0;
-    SID_NAME_USE use{};
-    const auto lookUp = [&] {
-        return CodeOf(LookupAccountNameW(nullptr, L"BUILTIN\\Administrators", sid, &sidSize, domain,
-                                         &domainSize, &use));
-    };
-    EXPECT_EQ(lookUp(), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(sidSize, 16u);
-    EXPECT_EQ(domainSize, 8u);
-    EXPECT_EQ(lookUp(), 0u);
-    EXPECT_EQ(domainSize, 7u);
-}
-
-TEST(Accounts, TellTheSizeOfTheUsersName) {
-    wchar_t name[300];
-    DWORD size = 1;
-    EXPECT_EQ(CodeOf(GetUserNameW(name, &size)), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(size, UserName().size() + 1);
-}
-
 }  // namespace
 }  // namespace Quellan::Corvel::Test

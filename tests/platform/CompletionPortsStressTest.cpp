@@ -64,33 +64,6 @@ TEST_F(PortsStress, LosesAndDoublesNoPacket) {
         EXPECT_EQ(balance[i], static_cast<long>(Drain(ports[i]).size())) << i;
 }
 
-// Packets go round among threads that wait without end: a lost wake-up would leave all of them standing.
-class Relay : public PortsStress, public testing::WithParamInterface<DWORD> {};
-
-TEST_P(Relay, LeavesNoPacketStanding) {
-    constexpr ULONG_PTR Stop = 0;
-    const Owned port = Port(GetParam());
-    std::atomic<long> hops{0};
-    std::vector<std::unique_ptr<Worker>> workers;
-    for (unsigned i = 0; i < 6; ++i)
-        workers.push_back(std::make_unique<Worker>([&, i] {
-            Random random(i);
-            for (ULONG_PTR key; (key = Key(port, INFINITE)) != Stop; ++hops) {
-                if (random.Below(8) == 0) SwitchToThread();
-                Post(port, key);
-            }
-            return 0u;
-        }));
-    for (ULONG_PTR key = 1; key <= 3; ++key)
-        Post(port, key);
-    for (long before = -1; Running(); before = hops)
-        AwaitChange(hops, before);
-    for (std::size_t i = 0; i < workers.size(); ++i)
-        Post(port, Stop);
-}
-
-INSTANTIATE_TEST_SUITE_P(AtConcurrency, Relay, testing::Values(1, 2, 3, 64));
-
 // A packet at a time, each when the one before was taken: every wait ends at the moment when it begins.
 TEST_F(PortsStress, WakesForEachOfManySinglePackets) {
     const Owned port = Port(2);

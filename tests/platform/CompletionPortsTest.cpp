@@ -1,9 +1,7 @@
 #include "Ports.h"
 #include "platform/Win32.h"
 
-#include <algorithm>
 #include <array>
-#include <memory>
 #include <numeric>
 
 namespace Quellan::Corvel::Test {
@@ -58,25 +56,6 @@ TEST_F(CompletionPort, EndsAWaitWithAPacket) {
         Post(m_port, 5);
         EXPECT_EQ(taker.Result(), 5u);
     }
-}
-
-TEST_F(CompletionPort, TakesPacketsFromManyThreads) {
-    constexpr ULONG_PTR Posters = 4;
-    constexpr ULONG_PTR Each = 2'000;
-    std::vector<std::unique_ptr<Worker>> posters;
-    for (ULONG_PTR poster = 0; poster < Posters; ++poster)
-        posters.push_back(std::make_unique<Worker>([this, poster] {
-            for (ULONG_PTR i = 1; i <= Each; ++i)
-                Post(m_port, poster << 32 | i);
-            return 0u;
-        }));
-    std::array<ULONG_PTR, Posters> last{};
-    for (ULONG_PTR i = 0; i < Posters * Each; ++i) {
-        const ULONG_PTR key = Key(m_port);
-        ASSERT_EQ(key & 0xFFFFFFFF, last.at(key >> 32) + 1);
-        ++last.at(key >> 32);
-    }
-    EXPECT_EQ(Drain(m_port), Keys{});
 }
 
 TEST_F(CompletionPort, HandsOutSeveralPacketsAtOnce) {

@@ -82,27 +82,6 @@ TEST(CompletionPorts, TakeNoFiles) {
     EXPECT_EQ(CodeOf(CreateIoCompletionPort(file, file, 0, 0)), ERROR_INVALID_HANDLE);
 }
 
-TEST(CompletionPorts, FailOnDemand) {
-    const Owned port = Port();
-    Packet packet;
-    OVERLAPPED_ENTRY entry;
-    ULONG removed;
-    const auto failing = [](const char* function, auto call) {
-        const FailCall fault(function, ERROR_NOT_ENOUGH_MEMORY);
-        return call();
-    };
-    EXPECT_EQ(failing("CreateIoCompletionPort", [] { return CodeOf(Port()); }), ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(failing("PostQueuedCompletionStatus", [&] { return Post(port, 1); }), ERROR_NOT_ENOUGH_MEMORY);
-    Post(port, 2);
-    EXPECT_EQ(failing("GetQueuedCompletionStatus", [&] { return Get(port, packet, 0); }),
-              ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(
-        failing("GetQueuedCompletionStatusEx",
-                [&] { return CodeOf(GetQueuedCompletionStatusEx(port, &entry, 1, &removed, 0, FALSE)); }),
-        ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(Drain(port), Keys{2});
-}
-
 TEST(CompletionPorts, LoseNothingWhenThereIsNoMemory) {
     {
         const FailAllocation fault;

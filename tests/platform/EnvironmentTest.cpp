@@ -77,16 +77,5 @@ TEST(Clocks, Agree) {
     EXPECT_LE(ofDay - expected, (Steps(after) - Steps(before)) / 10'000 + 1);
 }
 
-TEST(Clocks, NeverGoBack) {
-    LARGE_INTEGER frequency, first, second;
-    ASSERT_TRUE(QueryPerformanceFrequency(&frequency));
-    EXPECT_GT(frequency.QuadPart, 0);
-    const ULONGLONG ticks = GetTickCount64();
-    QueryPerformanceCounter(&first);
-    QueryPerformanceCounter(&second);
-    EXPECT_LE(first.QuadPart, second.QuadPart);
-    EXPECT_LE(ticks, GetTickCount64());
-}
-
 }  // namespace
 }  // namespace Quellan::Corvel::Test

@@ -1,9 +1,6 @@
 #include "WaitObjects.h"
 #include "platform/Win32.h"
 
-#include <atomic>
-#include <memory>
-
 namespace Quellan::Corvel::Test {
 namespace {
 
@@ -193,40 +190,6 @@ TEST_F(Messages, AreAwaitedWithSixtyThreeHandlesAtMost) {
         handles.push_back(events.emplace_back(AutoEvent()));
         EXPECT_EQ(WaitCode(WaitForInput(handles, 0)), DWORD{ERROR_INVALID_PARAMETER});
     });
-}
-
-// Three threads post while the owner waits for messages and an event in turn: nothing is lost, and the order
-// of each sender is kept.
-TEST_F(Messages, OfSeveralSendersAllArrive) {
-    constexpr WPARAM Each = 5'000;
-    const Owned ready = ManualEvent();
-    const Owned tick = AutoEvent();
-    const Worker receiver([&] {
-        std::vector<WPARAM> next(3, 0);
-        MSG message;
-        Peek(message, 0, 0, PM_NOREMOVE);
-        SetEvent(ready);
-        while (next != std::vector<WPARAM>(3, Each)) {
-            if (WaitForInput({tick}, Patience) == DWORD{WAIT_TIMEOUT}) return 1u;
-            while (Peek(message))
-                if (message.wParam != next.at(message.message - First)++) return 2u;
-        }
-        return 0u;
-    });
-    Await(ready);
-    {
-        std::vector<std::unique_ptr<Worker>> senders;
-        for (UINT sender = 0; sender < 3; ++sender)
-            senders.push_back(std::make_unique<Worker>([&, sender] {
-                for (WPARAM i = 0; i < Each; ++i) {
-                    while (!PostThreadMessageW(receiver.Id(), First + sender, i, 0))
-                        SwitchToThread();
-                    if (i % 8 == 0) SetEvent(tick);
-                }
-                return 0u;
-            }));
-    }
-    EXPECT_EQ(receiver.Result(), 0u);
 }
 
 }  // namespace

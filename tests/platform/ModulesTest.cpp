@@ -187,20 +187,6 @@ TEST(Modules, AnAddressBelongsToTheModuleThatHoldsIt) {
     EXPECT_TRUE(FreeLibrary(module));
 }
 
-TEST(Modules, WrongFlagsAndPointersOfASearchAreRefused) {
-    constexpr DWORD Pin = GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT;
-    HMODULE found = GetModuleHandleW(nullptr);
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(Pin, nullptr, &found); }),
-              DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0x100, nullptr, &found); }),
-              DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0, nullptr, nullptr); }),
-              DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(FailureOf([&] { return GetModuleHandleExW(0, MissingModule, &found); }),
-              DWORD{ERROR_MOD_NOT_FOUND});
-    EXPECT_EQ(found, nullptr);
-}
-
 TEST(Modules, AFileNameIsCutToItsBuffer) {
     const std::wstring whole = FileName(nullptr);
     std::vector<wchar_t> buffer(whole.size() + 1, L'#');
@@ -225,21 +211,6 @@ TEST(Modules, AreEnumeratedWithTheExecutableFirst) {
     EXPECT_TRUE(std::any_of(modules.begin(), end,
                             [](HMODULE m) { return BaseName(m).find(L"TQLib") != std::wstring::npos; }));
     EXPECT_TRUE(FreeLibrary(module));
-}
-
-TEST(Modules, AnEnumerationTellsHowMuchItNeeds) {
-    std::array<HMODULE, 2> modules{};
-    DWORD needed = 0;
-    EXPECT_TRUE(EnumProcessModules(GetCurrentProcess(), modules.data(), sizeof(HMODULE), &needed));
-    EXPECT_GT(needed, sizeof(HMODULE));
-    EXPECT_EQ(modules[1], nullptr);
-    const HANDLE wrong = reinterpret_cast<HANDLE>(ULONG_PTR{0x4444});
-    EXPECT_EQ(FailureOf([&] { return EnumProcessModules(wrong, modules.data(), sizeof modules, &needed); }),
-              DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_EQ(FailureOf([&] {
-                  return EnumProcessModules(GetCurrentProcess(), modules.data(), sizeof modules, nullptr);
-              }),
-              DWORD{ERROR_NOACCESS});
 }
 
 TEST(Modules, ABaseNameIsThatOfTheFile) {

@@ -66,15 +66,6 @@ const Role g_creator("create-event", [](const RoleArguments& arguments) -> int {
     return Unexpected;
 });
 
-// Adds to the semaphore of that name, as often as told.
-const Role g_poster("post", [](const RoleArguments& arguments) -> int {
-    const Owned semaphore(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, Wide(arguments.at(0)).c_str()));
-    if (!semaphore) return NotThere;
-    for (int i = std::stoi(arguments.at(1)); i > 0; --i)
-        if (!ReleaseSemaphore(semaphore, 1, nullptr)) return Unexpected;
-    return Done;
-});
-
 class NamedObjects : public testing::Test {
   protected:
     const wchar_t* Name() const { return m_wide.c_str(); }
@@ -167,18 +158,6 @@ TEST_F(NamedObjects, BelongToTheirMakerFromTheBeginning) {
     EXPECT_EQ(CodeOf(ReleaseMutex(mutex)), 0u);
     EXPECT_EQ(CodeOf(ReleaseMutex(again)), DWORD{ERROR_NOT_OWNER});
     EXPECT_EQ(Worker([&] { return Poll(again); }).Result(), WAIT_OBJECT_0);
-}
-
-TEST_F(NamedObjects, CountForSeveralProcesses) {
-    constexpr int Each = 500;
-    const Owned semaphore = Semaphore(0, 10 * Each, Name());
-    RoleProcess first("post", {m_name, std::to_string(Each)});
-    RoleProcess second("post", {m_name, std::to_string(Each)});
-    for (int i = 0; i < 2 * Each; ++i)
-        ASSERT_EQ(Await(semaphore), WAIT_OBJECT_0) << i;
-    EXPECT_EQ(Poll(semaphore), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(first.ExitCode(), Done);
-    EXPECT_EQ(second.ExitCode(), Done);
 }
 
 TEST_F(NamedObjects, PassSignalsBetweenProcesses) {

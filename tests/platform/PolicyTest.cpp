@@ -66,10 +66,6 @@ class AccountRights : public testing::Test {
     Sid m_account{L"S-1-5-21-11-22-33-4444"};
 };
 
-TEST_F(AccountRights, AreNoneAtFirst) {
-    EXPECT_EQ(Held(m_account.Get()), L"none");
-}
-
 TEST_F(AccountRights, AreGivenAndTaken) {
     if (OnWine()) GTEST_SKIP() << "Wine keeps no rights";
     Sid other(L"S-1-5-21-11-22-33-5555");
@@ -118,15 +114,6 @@ TEST(LocalPolicy, OfAnotherMachineIsOutOfReach) {
     LSA_HANDLE policy = nullptr;
     const NTSTATUS status = LsaOpenPolicy(&name, &attributes, POLICY_LOOKUP_NAMES, &policy);
     EXPECT_EQ(LsaNtStatusToWinError(status), DWORD{RPC_S_SERVER_UNAVAILABLE});
-}
-
-TEST(LocalPolicy, TranslatesItsStatus) {
-    const auto code = [](DWORD status) { return LsaNtStatusToWinError(static_cast<NTSTATUS>(status)); };
-    EXPECT_EQ(code(0), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(code(NotFound), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(code(NoSuchPrivilege), DWORD{ERROR_NO_SUCH_PRIVILEGE});
-    EXPECT_EQ(code(AccessDenied), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(code(0xC1234567), DWORD{ERROR_MR_MID_NOT_FOUND});
 }
 
 }  // namespace

@@ -1,23 +1,8 @@
 #include "PlatformTest.h"
 #include "platform/Win32.h"
 
-#include <thread>
-
 namespace Quellan::Corvel::Test {
 namespace {
-
-TEST(Process, GivesEachThreadItsOwnIdentifier) {
-    DWORD other = 0;
-    std::thread([&] { other = GetCurrentThreadId(); }).join();
-    EXPECT_NE(other, 0u);
-    EXPECT_NE(other, GetCurrentThreadId());
-    EXPECT_EQ(GetCurrentThreadId(), GetCurrentThreadId());
-}
-
-TEST(Process, StandsForItselfByPseudoHandles) {
-    EXPECT_EQ(GetCurrentProcess(), reinterpret_cast<HANDLE>(~ULONG_PTR{0}));
-    EXPECT_EQ(GetCurrentThread(), reinterpret_cast<HANDLE>(~ULONG_PTR{1}));
-}
 
 TEST(Process, KnowsTheComputersName) {
     wchar_t name[MAX_COMPUTERNAME_LENGTH + 1];

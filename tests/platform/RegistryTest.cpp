@@ -170,15 +170,6 @@ TEST_F(Registry, ListsWhatIsInAKey) {
     EXPECT_NE(lastWrite.dwHighDateTime, 0u);
 }
 
-TEST_F(Registry, EndsItsListsWithACode) {
-    wchar_t name[4];
-    DWORD size = 4;
-    EXPECT_EQ(Status(RegEnumKeyExW(m_key, 0, name, &size, nullptr, nullptr, nullptr, nullptr)),
-              DWORD{ERROR_NO_MORE_ITEMS});
-    EXPECT_EQ(Status(RegEnumValueW(m_key, 0, name, &size, nullptr, nullptr, nullptr, nullptr)),
-              DWORD{ERROR_NO_MORE_ITEMS});
-}
-
 TEST_F(Registry, ListsOnlyWhatFits) {
     Make(m_key, L"name");
     Set(m_key, L"name", {REG_BINARY, "12345"});

@@ -12,10 +12,6 @@ DWORD ExitCodeOf(HANDLE thread) {
     return code;
 }
 
-ULONGLONG Steps(const FILETIME& time) {
-    return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-}
-
 DWORD ReturnParameter(void* parameter) {
     return *static_cast<const DWORD*>(parameter);
 }
@@ -28,11 +24,6 @@ TEST(Threads, EndWithTheValueOfTheirFunction) {
     EXPECT_EQ(ExitCodeOf(thread), 42u);
     EXPECT_EQ(GetThreadId(thread), id);
     EXPECT_NE(id, GetCurrentThreadId());
-}
-
-TEST(Threads, KnowTheIdTheyWereGiven) {
-    const Worker thread([] { return GetCurrentThreadId(); });
-    EXPECT_EQ(thread.Result(), thread.Id());
 }
 
 TEST(Threads, WaitForResumeWhenTheyAreCreatedSuspended) {
@@ -75,53 +66,6 @@ TEST(Threads, AreSignalledOnceTheirThreadLocalsAreGone) {
     EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
     EXPECT_EQ(ExitCodeOf(thread), 99u);
     EXPECT_EQ(g_destroyed, 1);
-}
-
-TEST(Threads, HaveTheStackTheyAskFor) {
-    const auto useStack = [](void* parameter) -> DWORD {
-        // Most of what was asked for, page by page.
-        volatile char deep[6 << 20];
-        for (std::size_t i = 0; i < sizeof deep; i += 4096)
-            deep[i] = static_cast<char>(i);
-        return static_cast<DWORD>(deep[8192]) + *static_cast<DWORD*>(parameter);
-    };
-    DWORD parameter = 1;
-    const Owned thread(
-        CreateThread(nullptr, 8 << 20, useStack, &parameter, STACK_SIZE_PARAM_IS_A_RESERVATION, nullptr));
-    EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
-    EXPECT_EQ(ExitCodeOf(thread), 1u);
-}
-
-TEST(Threads, RefuseUnknownFlags) {
-    if (OnWine()) GTEST_SKIP() << "Wine ignores them";
-    DWORD parameter = 0;
-    EXPECT_EQ(CodeOf(CreateThread(nullptr, 0, &ReturnParameter, &parameter, 0x80, nullptr)),
-              DWORD{ERROR_INVALID_PARAMETER});
-}
-
-TEST(Threads, TellTheirTimes) {
-    const Owned end = ManualEvent();
-    const Worker thread([&] {
-        FILETIME creation, exit, kernel, user;
-        do
-            GetThreadTimes(GetCurrentThread(), &creation, &exit, &kernel, &user);
-        while (Steps(kernel) + Steps(user) < 200'000);
-        return Await(end);
-    });
-    FILETIME creation{}, exit{}, kernel{}, user{};
-    do
-        ASSERT_EQ(CodeOf(GetThreadTimes(thread.Thread(), &creation, &exit, &kernel, &user)), 0u);
-    while (Steps(kernel) + Steps(user) < 200'000);
-    EXPECT_EQ(ExitCodeOf(thread.Thread()), DWORD{STILL_ACTIVE});
-    SetEvent(end);
-    thread.Result();
-    const ULONGLONG begun = Steps(creation);
-    ASSERT_EQ(CodeOf(GetThreadTimes(thread.Thread(), &creation, &exit, &kernel, &user)), 0u);
-    EXPECT_EQ(Steps(creation), begun);
-    EXPECT_GT(Steps(exit), begun);
-    if (!OnWine()) {  // which forgets them
-        EXPECT_GE(Steps(kernel) + Steps(user), 200'000u);
-    }
 }
 
 TEST(Threads, RememberTheirPriority) {
@@ -176,14 +120,6 @@ TEST(Threads, RefuseHandlesOfOtherObjects) {
     EXPECT_EQ(CodeOf(GetThreadId(nullptr)), DWORD{ERROR_INVALID_HANDLE});
     EXPECT_EQ(ResumeThread(event), 0xFFFFFFFF);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
-}
-
-TEST(Threads, SleepNoLessThanTheyAreTold) {
-    const ULONGLONG begin = GetTickCount64();
-    constexpr ULONGLONG TickMs = 16;  // what the tick count may lag behind
-    Sleep(40);
-    EXPECT_EQ(SleepEx(40, TRUE), 0u);
-    EXPECT_GE(GetTickCount64() - begin + TickMs, 80u);
 }
 
 TEST(Handles, AreDuplicatedWithTheAccessAskedFor) {

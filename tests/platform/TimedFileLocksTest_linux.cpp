@@ -6,10 +6,7 @@
 #include "support/Role.h"
 #include "support/Worker.h"
 
-#include <atomic>
 #include <filesystem>
-#include <memory>
-#include <vector>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -84,28 +81,6 @@ TEST_F(TimedFileLocks, AreGrantedWhenTheHoldersProcessIsKilled) {
         holder.Kill();
     }
     EXPECT_EQ(code, 0u);
-}
-
-TEST_F(TimedFileLocks, LetOneInAtATime) {
-    constexpr int Threads = 4, Rounds = 300;
-    LockedFile third(m_path);
-    std::atomic<int> inside = 0, entered = 0;
-    std::atomic<bool> isAlone = true;
-    {
-        std::vector<std::unique_ptr<Worker>> workers;
-        for (LockedFile* file : {&m_first, &m_first, &m_second, &third})
-            workers.push_back(std::make_unique<Worker>([&, file] {
-                for (int i = 0; i < Rounds; ++i) {
-                    if (file->Lock(i % 2 ? Never : DeadlineAfter(60'000))) continue;
-                    if (inside.fetch_add(1) != 0) isAlone = false;
-                    ++entered;
-                    inside.fetch_sub(1);
-                    file->Unlock();
-                }
-            }));
-    }
-    EXPECT_TRUE(isAlone);
-    EXPECT_EQ(entered, Threads * Rounds);
 }
 
 }  // namespace

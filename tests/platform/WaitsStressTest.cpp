@@ -1,49 +1,21 @@
 // Invariants of waits under load. Each case runs for half a second, or for as many seconds as the environment
 // variable TQ_STRESS_SECONDS says; what it went through stands in the report of --gtest_output=xml.
-#include "WaitObjects.h"
+#include "Stress.h"
 #include "platform/Win32.h"
 #include "support/Role.h"
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <cstdlib>
-#include <memory>
 #include <numeric>
-#include <random>
 
 namespace Quellan::Corvel::Test {
 namespace {
 
-class WaitsStress : public testing::Test {
-  protected:
-    static constexpr ULONGLONG DefaultMs = 500;
-
-    WaitsStress() {
-        const char* const seconds = std::getenv("TQ_STRESS_SECONDS");
-        m_end = GetTickCount64() + (seconds ? 1000 * std::strtoull(seconds, nullptr, 10) : DefaultMs);
-    }
-
-    bool Running() const { return GetTickCount64() < m_end; }
-
-    // Runs `body(i)` on `count` threads at once; the test goes on when all have ended.
-    template <class Body>
-    static void OnThreads(int count, Body body) {
-        std::vector<std::unique_ptr<Worker>> workers;
-        for (int i = 0; i < count; ++i)
-            workers.push_back(std::make_unique<Worker>([&body, i] {
-                body(i);
-                return 0u;
-            }));
-    }
-
-  private:
-    ULONGLONG m_end;
-};
+using WaitsStress = Stress;
 
 // As std::mt19937, with numbers of 32 bits on both platforms.
-using Random = std::mersenne_twister_engine<std::uint32_t, 32, 624, 397, 31, 0x9908B0DF, 11, 0xFFFFFFFF, 7,
-                                            0x9D2C5680, 15, 0xEFC60000, 18, 1812433253>;
+using Numbers = std::mersenne_twister_engine<std::uint32_t, 32, 624, 397, 31, 0x9908B0DF, 11, 0xFFFFFFFF, 7,
+                                             0x9D2C5680, 15, 0xEFC60000, 18, 1812433253>;
 
 // Posts and successful waits balance, whatever the waits: for any and for all, with time-outs of all lengths.
 TEST_F(WaitsStress, LosesAndDoublesNoPost) {
@@ -55,7 +27,7 @@ TEST_F(WaitsStress, LosesAndDoublesNoPost) {
     std::array<std::atomic<long>, Kinds> balance{};
     std::atomic<int> posting{Posters};
     OnThreads(8, [&](int thread) {
-        Random random(static_cast<unsigned>(thread));
+        Numbers random(static_cast<unsigned>(thread));
         if (thread < Posters) {
             while (Running()) {
                 const std::size_t i = random() % Kinds;
@@ -104,7 +76,7 @@ TEST_F(WaitsStress, LeavesNoTokenStanding) {
     std::vector<std::unique_ptr<Worker>> workers;
     for (std::size_t i = 0; i < Threads; ++i)
         workers.push_back(std::make_unique<Worker>([&, i] {
-            Random random(static_cast<unsigned>(i));
+            Numbers random(static_cast<unsigned>(i));
             std::vector<HANDLE> handles{stop};
             for (const auto& token : places)
                 handles.push_back(token[i]);
@@ -174,7 +146,7 @@ class Table : public WaitsStress {
         std::array<std::atomic<long>, Seats> meals{};
         OnThreads(Seats, [&](int thread) {
             const auto seat = static_cast<std::size_t>(thread);
-            Random random(static_cast<unsigned>(thread));
+            Numbers random(static_cast<unsigned>(thread));
             while (Running()) {
                 std::vector<std::size_t> mine{seat, (seat + 1) % Seats};
                 if (random() % 2) mine.push_back((seat + 2) % Seats);
@@ -256,7 +228,7 @@ TEST_F(WaitsStress, AbandonsEachMutexOnce) {
 TEST_F(WaitsStress, StandsHandlesThatAreClosedMeanwhile) {
     std::array<std::atomic<HANDLE>, 8> handles{};
     OnThreads(4, [&](int thread) {
-        Random random(static_cast<unsigned>(thread));
+        Numbers random(static_cast<unsigned>(thread));
         while (Running()) {
             auto& slot = handles[random() % handles.size()];
             const HANDLE handle = slot;
@@ -311,7 +283,7 @@ TEST_F(WaitsStress, KeepsANamedMutexWholeWhenItsOwnersAreKilled) {
     const Owned mutex = Mutex(false, wide("mutex").c_str());
     const Owned inside = Semaphore(0, 1, wide("inside").c_str());
     const Owned stop = ManualEvent(false, wide("stop").c_str());
-    Random random(1);
+    Numbers random(1);
     std::array<std::unique_ptr<RoleProcess>, 3> visitors;
     const auto visit = [&] {
         return std::make_unique<RoleProcess>("visit",

@@ -2,7 +2,6 @@
 #include "Ports.h"
 #include "SleepingThreads_linux.h"
 #include "platform/linux/internal/LockWatch.h"
-#include "support/FailCall.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -143,12 +142,6 @@ TEST(Mutexes, ClosedByTheirOwnerAreForgotten) {
         return CodeOf(ReleaseMutex(mutex));
     });
     EXPECT_EQ(owner.Result(), 0u);
-}
-
-TEST(Waits, FailOnDemand) {
-    const Owned event = ManualEvent(true);
-    const FailCall fault("WaitForSingleObject", ERROR_NOT_ENOUGH_MEMORY);
-    EXPECT_EQ(WaitCode(Poll(event)), ERROR_NOT_ENOUGH_MEMORY);
 }
 
 class WatchedLock : public testing::Test {
