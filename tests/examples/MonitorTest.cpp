@@ -21,12 +21,6 @@ TEST_F(Monitor, NamesTheOwnersOfItsTargetsAndOfItself) {
                                                           Folder() + " is " + user + "\n"));
 }
 
-TEST_F(Monitor, SaysWithItsExitCodeThatSomethingFailed) {
-    Start({"--once", Folder(), Folder() + "/missing"});
-    EXPECT_THAT(m_process->ReadAll(), HasSubstr("[0x00000002]"));
-    EXPECT_EQ(m_process->ExitCode(), 1);
-}
-
 TEST_F(Monitor, RefusesAWrongCommandLine) {
     std::vector<std::string> manyGroups{"--once", "."};
     for (int group = 2; group <= 17; ++group)
@@ -113,13 +107,6 @@ TEST_F(Monitor, ReportsHowItsPoolIs) {
     StartWatching();
     Command("report");
     EXPECT_THAT(ReadTo("queued"), testing::AllOf(HasSubstr("pool: "), HasSubstr(" waiting, ")));
-    EXPECT_EQ(Stop(), 0);
-}
-
-TEST_F(Monitor, SaysWhichCommandsThereAre) {
-    StartWatching();
-    Command("continue");
-    EXPECT_THAT(ReadTo("commands"), HasSubstr("pause, resume, report, stop"));
     EXPECT_EQ(Stop(), 0);
 }
 

@@ -1,7 +1,5 @@
 #include "MonitorRun.h"
-#include "core/TQEventLog.h"
 
-#include <array>
 #include <csignal>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -87,22 +85,6 @@ TEST_F(Monitor, IsNotHeldUpByATargetThatTakesLong) {
     EXPECT_THAT(ReadTo("watching"),
                 testing::HasSubstr("group 1 (" + slow + "): 1 checks, 0 folders, 1 files"));
     EXPECT_EQ(Stop(), 0);
-}
-
-// Under Wine entries go nowhere.
-TEST_F(Monitor, HasTheStructuredExceptionInTheEventLog) {
-    Start({"--once", "fault:"});
-    EXPECT_EQ(m_process->ExitCode(), 1);
-    const HANDLE log = OpenEventLogW(nullptr, L"Application");
-    alignas(EVENTLOGRECORD) std::array<BYTE, 4096> buffer;
-    DWORD read = 0, needed = 0;
-    ASSERT_TRUE(ReadEventLogW(log, EVENTLOG_SEQUENTIAL_READ | EVENTLOG_BACKWARDS_READ, 0, buffer.data(),
-                              buffer.size(), &read, &needed));
-    CloseEventLog(log);
-    const auto& record = *reinterpret_cast<const EVENTLOGRECORD*>(buffer.data());
-    EXPECT_EQ(record.EventID, TQEventLog::UnhandledExceptionEvent);
-    EXPECT_EQ(record.EventCategory, TQEventLog::UnhandledExceptionCategory);
-    EXPECT_STREQ(reinterpret_cast<const wchar_t*>(&record + 1), TQEventLog::LibrarySource);
 }
 
 }  // namespace

@@ -88,13 +88,5 @@ TEST(LogRecord, IndentsTheMessageTwiceBehindCrLf) {
     EXPECT_EQ(MessageOf(L""), L"    ");
 }
 
-TEST(LogRecord, MayBeOfAnyLength) {
-    const std::wstring longest(3'000'000, L'x');
-    EXPECT_EQ(MessageOf(longest), L"    " + longest);
-    LogRecord record = Example();
-    record.source = longest;
-    EXPECT_EQ(Text(record), Expected(L" -- [" + longest + L"]"));
-}
-
 }  // namespace
 }  // namespace Quellan::Corvel::Test
