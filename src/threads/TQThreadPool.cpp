@@ -99,18 +99,24 @@ DWORD ProcessorCount() noexcept {
 // another one.
 class _TQThreadPoolBase::Taking {
   public:
-    explicit Taking(_TQThreadPoolBase& pool) noexcept : m_pool(pool) {
-        pool.m_threadUse.fetch_sub(HighOne - OneBusy - OneTaking);
-    }
+    Taking() noexcept = default;
     Taking(const Taking&) = delete;
     Taking& operator=(const Taking&) = delete;
-    ~Taking() {
-        m_pool.m_threadUse.fetch_sub(OneTaking);
-        if (m_pool.NeedsThread()) m_pool.WakeThread();
+    ~Taking() { End(); }
+
+    void Begin(_TQThreadPoolBase& pool) noexcept {
+        m_pool = &pool;
+        pool.m_threadUse.fetch_sub(HighOne - OneBusy - OneTaking);
+    }
+    void End() noexcept {
+        if (!m_pool) return;
+        m_pool->m_threadUse.fetch_sub(OneTaking);
+        if (m_pool->NeedsThread()) m_pool->WakeThread();
+        m_pool = nullptr;
     }
 
   private:
-    _TQThreadPoolBase& m_pool;
+    _TQThreadPoolBase* m_pool = nullptr;
 };
 
 // What a thread takes out of the port.
@@ -483,13 +489,13 @@ _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::_GetWork(BYTEBuf& data, DWOR
 _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting) {
     for (;;) {
         Packet packet;
-        std::optional<Taking> taking;
+        Taking taking;
         DWORD code = isWaiting ? DWORD{WAIT_TIMEOUT} : TakePacket(m_port.Get(), 0, packet);
         if (code == WAIT_TIMEOUT) {
             if (!std::exchange(isWaiting, false)) AdjustBusy(false);
             code = TakePacket(m_port.Get(), ms, packet);
             if (code == ERROR_SUCCESS)
-                taking.emplace(*this);
+                taking.Begin(*this);
             else
                 AdjustBusy(true);
             if (code == WAIT_TIMEOUT) return GetWorkResult::TimeOut;
@@ -497,7 +503,7 @@ _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::TakeWork(BYTEBuf& data, DWOR
         if (code != ERROR_SUCCESS) throw TQSysException(code, L"Getting asynch queue work data failed.");
 
         if (!IsOwn(packet)) {
-            taking.reset();
+            taking.End();
             HandOn(packet);
             return GetWorkResult::Packet;
         }
