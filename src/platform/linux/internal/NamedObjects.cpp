@@ -162,7 +162,7 @@ DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode) {
             entry.mask = entry.mask & AnyRight ? GENERIC_READ | GENERIC_WRITE : 0;
     mode_t bits;
     if (DWORD code = ModeOf(given, geteuid(), getegid(), bits)) return code;
-    for (const mode_t both : {S_IRGRP | S_IWGRP, S_IROTH | S_IWOTH})
+    for (const mode_t both : {mode_t{S_IRGRP | S_IWGRP}, mode_t{S_IROTH | S_IWOTH}})
         if ((bits & both) == both) mode |= both;
     return ERROR_SUCCESS;
 }
