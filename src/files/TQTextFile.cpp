@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <memory>
 #include <string>
 
 namespace Quellan::Corvel {
@@ -91,7 +92,7 @@ struct TQTextFile::Pending {
 
 TQTextFile::TQTextFile(const TQFileName& name, DWORD access, DWORD disposition, DWORD flags, FileShare share,
                        const Sarvek::SecAttr& security)
-    : _TQFile(name, access, disposition, flags, share, security) {}
+    : _TQFile(name, access, disposition, flags, share, security), m_queue{.process = GetCurrentProcessId()} {}
 
 TQTextFile::~TQTextFile() = default;
 
@@ -117,43 +118,50 @@ void TQTextFile::Append(std::wstring_view record, DWORD ms) {
     });
 }
 
+// What they have is left as it is, and not given back.
+void TQTextFile::LeaveQueueToParent(DWORD process) noexcept {
+    std::construct_at(&m_queue, Queue{.process = process});
+    std::construct_at(&m_joined);
+}
+
 bool TQTextFile::Enter(Pending& own) noexcept {
     const TQThreadSynch::TQSynchLock guard(m_lock);
-    own.isWriter = !m_hasWriter;
+    if (const DWORD process = GetCurrentProcessId(); m_queue.process != process) LeaveQueueToParent(process);
+    own.isWriter = !m_queue.hasWriter;
     if (own.isWriter) {
         if (own.turn) PutBack(std::move(own.turn));
     } else if (!own.turn) {
-        if (!m_turns) return false;
-        own.turn = std::exchange(m_turns, std::move(m_turns->next));
+        if (!m_queue.turns) return false;
+        own.turn = std::exchange(m_queue.turns, std::move(m_queue.turns->next));
     }
-    m_hasWriter = true;
-    (m_last ? m_last->next : m_first) = &own;
-    m_last = &own;
+    m_queue.hasWriter = true;
+    (m_queue.last ? m_queue.last->next : m_queue.first) = &own;
+    m_queue.last = &own;
     return true;
 }
 
 void TQTextFile::PutBack(std::unique_ptr<Turn> turn) noexcept {
-    turn->next = std::exchange(m_turns, nullptr);
-    m_turns = std::move(turn);
+    turn->next = std::exchange(m_queue.turns, nullptr);
+    m_queue.turns = std::move(turn);
 }
 
 TQTextFile::Pending* TQTextFile::TakeBatch(std::size_t most) noexcept {
-    Pending* const batch = m_first;
-    Pending* last = m_first;
+    Pending* const batch = m_queue.first;
+    Pending* last = m_queue.first;
     for (std::size_t size = last->bytes.size(); last->next; last = last->next) {
         size += last->next->bytes.size();
         if (size > most) break;
     }
-    m_first = last->next;
-    if (!m_first) m_last = nullptr;
+    m_queue.first = last->next;
+    if (!m_queue.first) m_queue.last = nullptr;
     last->next = nullptr;
     return batch;
 }
 
 TQTextFile::Pending* TQTextFile::HandOver() noexcept {
-    m_hasWriter = m_first != nullptr;
-    if (m_first) m_first->isWriter = true;
-    return m_first;
+    m_queue.hasWriter = m_queue.first != nullptr;
+    if (m_queue.first) m_queue.first->isWriter = true;
+    return m_queue.first;
 }
 
 void TQTextFile::LockForAppending(const TQCountdownTimer& timer) {

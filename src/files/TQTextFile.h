@@ -38,6 +38,9 @@ class TQLIB_API TQTextFile : public _TQFile {
     struct Pending;
     struct Turn;
 
+    // In the child of a fork: none of the threads in the queue are there, and what they were changing may be
+    // half changed.
+    void LeaveQueueToParent(DWORD process) noexcept TQ_REQUIRES(m_lock);
     // False where it would have to wait and has no turn to wait for.
     bool Enter(Pending& own) noexcept;
     void PutBack(std::unique_ptr<Turn> turn) noexcept TQ_REQUIRES(m_lock);
@@ -56,11 +59,16 @@ class TQLIB_API TQTextFile : public _TQFile {
     bool EndsInsideLine(ULONGLONG end);
     bool TakeBack(ULONGLONG end) noexcept;
 
+    struct Queue {
+        DWORD process;  // whose threads they are
+        Pending* first = nullptr;
+        Pending* last = nullptr;
+        bool hasWriter = false;
+        std::unique_ptr<Turn> turns{};  // not in use, each owns the next
+    };
+
     TQThreadSynch m_lock;
-    Pending* m_first TQ_GUARDED_BY(m_lock) = nullptr;
-    Pending* m_last TQ_GUARDED_BY(m_lock) = nullptr;
-    bool m_hasWriter TQ_GUARDED_BY(m_lock) = false;
-    std::unique_ptr<Turn> m_turns TQ_GUARDED_BY(m_lock);  // not in use, each owns the next
+    Queue m_queue TQ_GUARDED_BY(m_lock);
 
     // Of whoever writes.
     ULONGLONG m_knownEnd = 0;  // where the last write here ended

@@ -5,11 +5,13 @@
 #include "support/Role.h"
 #include "text/TQHandle.h"
 
+#include <atomic>
 #include <csignal>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace Quellan::Corvel::Test {
@@ -87,6 +89,57 @@ TEST(LogsOnLinux, KeepTheRecordsOfForkedChildrenWholeAndTheirOwn) {
         ++records;
     }
     EXPECT_EQ(records, 100u * 4 * 5);
+}
+
+// Forks while other threads write to the log. Answers with the number of records of children that were lost,
+// or with 127 where a child did not end by itself.
+const Role g_forkingBesideWriters("forking-beside-a-writer", [](const RoleArguments& arguments) {
+    constexpr int Children = 200;
+    const TQLogPtr log = Open(arguments.at(0), 1u << 30);
+    const auto write = [&] {
+        log->AddMsg((L"by " + std::to_wstring(getpid())).c_str(), TQLogLevel::Trace);
+    };
+    write();
+    std::atomic<bool> goOn = true;
+    const auto keepWriting = [&] {
+        while (goOn)
+            write();
+    };
+    std::jthread first(keepWriting), second(keepWriting);
+    int lost = 0;
+    for (int i = 0; i < Children && lost < 127; ++i) {
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(20);
+            write();
+            _exit(static_cast<int>(log->Lost()));
+        }
+        int status = -1;
+        waitpid(child, &status, 0);
+        lost += WIFEXITED(status) ? WEXITSTATUS(status) : 127;
+    }
+    goOn = false;
+    return std::min(lost, 127);
+});
+
+TEST(LogsOnLinux, TakeTheRecordsOfChildrenForkedBesideWriters) {
+#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the sanitizer's own locks may be held";
+#endif
+    const LogFolder folder;
+    const std::string path = (folder / "App.tlg").string();
+    const int lost = RoleProcess("forking-beside-a-writer", {path}).ExitCode();
+    ASSERT_LT(lost, 127);
+    const std::vector<std::string> lines = LinesOf(ReadBytes(path));
+    ASSERT_EQ(lines.size() % 2, 0u);
+    int ofChildren = lost;
+    for (std::size_t i = 0; i < lines.size(); i += 2) {
+        if (lines[i + 1].find(" lost (error ") != std::string::npos) continue;
+        ASSERT_EQ(lines[i + 1].find("    by "), 0u) << i;
+        ASSERT_NE(lines[i].find(" : " + lines[i + 1].substr(7) + " ("), std::string::npos) << lines[i];
+        ofChildren += lines[i + 1] != lines[1];
+    }
+    EXPECT_EQ(ofChildren, 200);
 }
 
 TEST(LogsOnLinux, FollowTheirNameWhereTheFileIsMovedOrDeleted) {

@@ -149,9 +149,7 @@ void GetSystemTime(SYSTEMTIME* time) noexcept {
 
 void GetLocalTime(SYSTEMTIME* time) noexcept {
     const timespec now = ReadClock(CLOCK_REALTIME);
-    tm fields;
-    localtime_r(&now.tv_sec, &fields);
-    Fill(*time, now, fields);
+    Fill(*time, now, FieldsOf(now.tv_sec));
 }
 
 ULONGLONG GetTickCount64() noexcept {

@@ -86,7 +86,7 @@ class EventLog : public Object {
   public:
     static constexpr ObjectKind Kind{.name = "event log", .closedByCloseHandle = false};
 
-    explicit EventLog(EventLogPlace place) noexcept : Object(Kind), m_log(std::move(place)) {}
+    explicit EventLog(EventLogPlace place) : Object(Kind), m_log(std::move(place)) {}
 
     DWORD Count(DWORD& count) {
         const std::scoped_lock lock(m_lock);
@@ -147,7 +147,7 @@ class EventLog : public Object {
         return code;
     }
 
-    std::mutex m_lock;
+    LongLock m_lock;
     EventLogReader m_log;
     std::optional<std::size_t> m_place;  // before the first read there is none
     bool m_clearedSinceRead = false;

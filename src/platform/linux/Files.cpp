@@ -425,7 +425,7 @@ class FindObject : public Object {
 
   private:
     const std::wstring m_pattern;
-    std::mutex m_lock;
+    ObjectLock<> m_lock;
     const std::unique_ptr<DIR, int (*)(DIR*)> m_folder;  // guarded by m_lock
 };
 

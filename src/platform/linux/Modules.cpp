@@ -112,7 +112,11 @@ bool VisitImages(Visitor visit) {
             return 1;
         }
     };
-    const bool stopped = dl_iterate_phdr(step, &state) != 0;
+    const bool stopped = [&] {
+        // The loader's lock for this stays locked in the child of a fork.
+        const WithoutFork withoutFork;
+        return dl_iterate_phdr(step, &state) != 0;
+    }();
     if (state.failure) std::rethrow_exception(state.failure);
     return stopped;
 }

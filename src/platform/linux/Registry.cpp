@@ -1,6 +1,7 @@
 #include "platform/linux/Registry.h"
 
 #include "platform/linux/Tokens.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Accounts.h"
 #include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/Fail.h"
@@ -45,7 +46,7 @@ class Key : public Object {
 
   private:
     const RegistryKey m_key;
-    std::mutex m_lock;
+    LongLock m_lock;
     Walk m_keys, m_values;  // guarded by m_lock
 };
 
@@ -56,12 +57,16 @@ DWORD Key::ReadEntry(RegistryEntry kind, std::size_t index, Item& item,
     Walk& walk = kind == RegistryEntry::Key ? m_keys : m_values;
     if (DWORD code = CheckRegistryKey(m_key)) return code;
     if (!walk.GoesOnWith(index)) {
-        if (DWORD code = ListRegistryEntries(m_key, kind, walk.files)) return code;
+        std::vector<std::string> files;
+        if (DWORD code = ListRegistryEntries(m_key, kind, files)) return code;
+        const WithoutFork withoutFork;
+        walk.files.swap(files);
     }
     while (index < walk.files.size()) {
         const DWORD code = read(m_key, walk.files[index], item);
         walk.next = index + 1;
         if (code != ERROR_FILE_NOT_FOUND && code != ERROR_REGISTRY_CORRUPT) return code;
+        const WithoutFork withoutFork;
         walk.files.erase(walk.files.begin() + static_cast<std::ptrdiff_t>(index));
     }
     return ERROR_NO_MORE_ITEMS;

@@ -39,7 +39,7 @@ struct StandingWaits::Impl final : ReadyList {
     }
 
     const HandleUse event;
-    ShortLock lock;
+    ObjectLock<ShortLock> lock;
     WaitBlock* first = nullptr;  // guarded by lock, as are the blocks in the list
     WaitBlock* last = nullptr;
 };

@@ -1,5 +1,8 @@
 #include "platform/linux/base/Fork.h"
 
+#include "platform/linux/internal/Futex.h"
+
+#include <algorithm>
 #include <atomic>
 #include <charconv>
 #include <iterator>
@@ -85,6 +88,53 @@ ForkPart::ForkPart(ForkOrder order, Prepare prepare, Resume resume) noexcept
     (m_inner ? m_inner->m_outer : g_innermost) = this;
 }
 
+namespace {
+
+// How many threads are inside, spread over lines of memory that few of them share.
+struct alignas(64) Inside {
+    std::atomic<std::uint32_t> threads{0};
+};
+constinit Inside g_inside[16];
+constinit std::atomic<bool> g_isForking = false;
+
+struct Place {
+    unsigned depth = 0;
+    Inside* line = nullptr;
+};
+[[gnu::tls_model("initial-exec")]] constinit thread_local Place t_place;
+
+Inside& OwnLine() noexcept {
+    static constinit std::atomic<unsigned> threads{0};
+    if (!t_place.line) t_place.line = g_inside + threads.fetch_add(1, std::memory_order_relaxed) % std::size(g_inside);
+    return *t_place.line;
+}
+
+// Both sides write before they look at what the other one writes: one of them sees the other.
+const ForkPart g_singleObjectsPart(
+    ForkOrder::SingleObjects,
+    []() noexcept {
+        g_isForking = true;
+        for (Backoff backoff; std::ranges::any_of(g_inside, [](Inside& each) { return each.threads != 0; });)
+            backoff.Pause();
+    },
+    [](bool) noexcept { g_isForking = false; });
+
+}  // namespace
+
+void WithoutFork::Begin() noexcept {
+    if (t_place.depth++ != 0) return;
+    Inside& line = OwnLine();
+    for (Backoff backoff;; backoff.Pause()) {
+        ++line.threads;
+        if (!g_isForking) return;
+        --line.threads;
+    }
+}
+
+void WithoutFork::End() noexcept {
+    if (--t_place.depth == 0) t_place.line->threads.fetch_sub(1, std::memory_order_release);
+}
+
 struct ProcessDescriptors {
     static constinit inline std::mutex s_lock;
     static constinit inline ProcessDescriptor* s_first = nullptr;  // guarded by s_lock
@@ -100,6 +150,10 @@ struct ProcessDescriptors {
 
     static void Remove(ProcessDescriptor& descriptor) noexcept {
         const std::scoped_lock lock(s_lock);
+        Unlink(descriptor);
+    }
+
+    static void Unlink(ProcessDescriptor& descriptor) noexcept {
         (descriptor.m_previous ? descriptor.m_previous->m_next : s_first) = descriptor.m_next;
         if (descriptor.m_next) descriptor.m_next->m_previous = descriptor.m_previous;
         s_awaiting -= descriptor.m_parent == ProcessDescriptor::Parent::AwaitsChild;
@@ -112,16 +166,23 @@ struct ProcessDescriptors {
 
     static void Resume(bool isChild) noexcept {
         if (isChild) {
-            OpenAllAnew();
+            MendAll();
             CloseEnd(t_childToAwait);
             CloseEnd(t_childIsMended);
         }
         s_lock.unlock();
     }
 
-    static void OpenAllAnew() noexcept {
-        for (ProcessDescriptor* descriptor = s_first; descriptor; descriptor = descriptor->m_next)
-            Replace(*descriptor);
+    static void MendAll() noexcept {
+        for (ProcessDescriptor *descriptor = s_first, *next; descriptor; descriptor = next) {
+            next = descriptor->m_next;
+            if (descriptor->m_child == ProcessDescriptor::Child::OpensAnew) {
+                Replace(*descriptor);
+            } else {
+                Unlink(*descriptor);
+                close(descriptor->Get());
+            }
+        }
     }
 
     static void Replace(ProcessDescriptor& descriptor) noexcept {
@@ -152,8 +213,8 @@ const ForkPart g_descriptorsPart(ForkOrder::Descriptors, &ProcessDescriptors::Ho
 
 }  // namespace
 
-ProcessDescriptor::ProcessDescriptor(Descriptor descriptor, Parent parent) noexcept
-    : m_descriptor(std::move(descriptor)), m_parent(parent) {
+ProcessDescriptor::ProcessDescriptor(Descriptor descriptor, Parent parent, Child child) noexcept
+    : m_descriptor(std::move(descriptor)), m_parent(parent), m_child(child) {
     ProcessDescriptors::Add(*this);
 }
 

@@ -1,14 +1,15 @@
 // What becomes of the layer when the process forks.
 //
-// Before a fork the forking thread takes the layer's process-wide locks, so that the child finds nothing half
-// changed; afterwards both processes give them back, and the child mends what it must not share with its
-// parent: ids, descriptors, threads. A child of a process with threads of its own should still do no more
-// than exec: the locks of single objects may be held by threads that it does not have.
+// Before a fork the forking thread takes the layer's process-wide locks and waits until nobody is inside of a
+// single object's, so that the child finds nothing half changed; afterwards both processes give them back,
+// and the child mends what it must not share with its parent: ids, descriptors, threads.
 #pragma once
 
+#include "platform/linux/CriticalSections.h"
 #include "platform/linux/internal/Descriptor.h"
 
 #include <cstdint>
+#include <mutex>
 
 namespace Quellan::Corvel::Platform {
 
@@ -26,6 +27,7 @@ enum class ForkOrder : std::uint8_t {
     Modules,
     Environment,
     Threads,
+    SingleObjects,
     JoinedObjects,
     Handles,
     SignalWords,
@@ -68,19 +70,73 @@ class ForkLock {
     const ForkPart m_part;
 };
 
+// While one exists the process does not fork: the child finds what the thread changes as it was before or as
+// it is after it. For what takes moments and waits for nothing but the locks below it in ForkOrder. A thread
+// may have several at once.
+class WithoutFork {
+  public:
+    WithoutFork() noexcept { Begin(); }
+    ~WithoutFork() { End(); }
+    WithoutFork(const WithoutFork&) = delete;
+    WithoutFork& operator=(const WithoutFork&) = delete;
+
+    static void Begin() noexcept;
+    static void End() noexcept;
+};
+
+// The lock of a single object, which nobody holds while the process forks.
+template <class Lock = std::mutex>
+class ObjectLock {
+  public:
+    void lock() noexcept {
+        WithoutFork::Begin();
+        m_lock.lock();
+    }
+    void unlock() noexcept {
+        m_lock.unlock();
+        WithoutFork::End();
+    }
+
+  private:
+    Lock m_lock;
+};
+
+// The lock of a single object that is held over waits: a fork does not wait for it, and it is free in the
+// child. What it guards is changed WithoutFork.
+class LongLock {
+  public:
+    LongLock() noexcept {
+        InitializeCriticalSection(&m_section);
+        m_section.Watched = FALSE;
+    }
+    LongLock(const LongLock&) = delete;
+    LongLock& operator=(const LongLock&) = delete;
+
+    void lock() noexcept { EnterCriticalSection(&m_section); }
+    void unlock() noexcept { LeaveCriticalSection(&m_section); }
+
+  private:
+    CRITICAL_SECTION m_section;
+};
+
 // The descriptor of a file whose position and locks are this process's alone. The kernel counts both to the
 // open file, which the child of a fork shares: so what is locked through it is unlocked before it is closed,
 // and the child opens the file anew in the same place, with the same position and without any lock.
 //
 // Where the child cannot do that (it may not open the file any more, there are no descriptors or no /proc)
 // both go on with one open file, and the child has no locks there. Files that are not plain ones are shared.
+//
+// What only a thread of the parent uses the child closes and forgets: the object may lie on that thread's
+// stack.
 class ProcessDescriptor {
   public:
     // A parent that awaits its child goes on once the child has what it needs, so that it cannot give up
     // before what the child is about to take.
     enum class Parent { GoesOn, AwaitsChild };
+    enum class Child { OpensAnew, Closes };
 
-    explicit ProcessDescriptor(Descriptor descriptor, Parent parent = Parent::GoesOn) noexcept;
+    explicit ProcessDescriptor(Descriptor descriptor, Parent parent = Parent::GoesOn,
+                               Child child = Child::OpensAnew) noexcept;
     ProcessDescriptor(const ProcessDescriptor&) = delete;
     ProcessDescriptor& operator=(const ProcessDescriptor&) = delete;
     virtual ~ProcessDescriptor();
@@ -100,6 +156,7 @@ class ProcessDescriptor {
     Descriptor m_descriptor;
     bool m_ownsLocks = true;
     const Parent m_parent;
+    const Child m_child;
     ProcessDescriptor* m_previous = nullptr;
     ProcessDescriptor* m_next = nullptr;
 };

@@ -1,7 +1,7 @@
 // The system's clock readings in the platform's units.
 #pragma once
 
-#include "platform/linux/Base.h"
+#include "platform/linux/base/Fork.h"
 
 #include <ctime>
 
@@ -27,6 +27,15 @@ inline timespec ReadClock(clockid_t clock) noexcept {
     timespec time;
     clock_gettime(clock, &time);
     return time;
+}
+
+// Local time.
+inline tm FieldsOf(std::time_t seconds) noexcept {
+    // The C library's lock for its time zone stays locked in the child of a fork.
+    const WithoutFork withoutFork;
+    tm fields;
+    localtime_r(&seconds, &fields);
+    return fields;
 }
 
 }  // namespace Quellan::Corvel::Platform

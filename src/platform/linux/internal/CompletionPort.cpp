@@ -20,8 +20,8 @@ DWORD CompletionPort::Post(const Packet& packet) noexcept {
             WakeList wakes;
             const std::scoped_lock lock(m_lock);
             if (m_closed) return ERROR_INVALID_HANDLE;
-            if (m_waiting) {
-                m_waiting->m_packet = packet;
+            if (PortSeat* const seat = Waiting()) {
+                seat->m_packet = packet;
                 EndWait(Taken, wakes);
                 return ERROR_SUCCESS;
             }
@@ -74,16 +74,22 @@ void CompletionPort::Close() noexcept {
         WakeList wakes;
         const std::scoped_lock lock(m_lock);
         m_closed = true;
-        while (m_waiting)
+        while (Waiting())
             EndWait(Abandoned, wakes);
     }
     m_packets.Clear();  // nobody looks at them any more
 }
 
+// None of those who waited in the parent: what goes to them is lost.
+PortSeat* CompletionPort::Waiting() noexcept {
+    if (std::exchange(m_generation, ForkGeneration()) != ForkGeneration()) m_waiting = nullptr;
+    return m_waiting;
+}
+
 void CompletionPort::Add(PortSeat& seat) noexcept {
     seat.m_isWaiting = true;
     seat.m_previous = nullptr;
-    seat.m_next = m_waiting;
+    seat.m_next = Waiting();
     if (m_waiting) m_waiting->m_previous = &seat;
     m_waiting = &seat;
 }

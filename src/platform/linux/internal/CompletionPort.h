@@ -30,17 +30,19 @@ class CompletionPort {
     static constexpr DWORD Taken = 0;
     static constexpr DWORD Abandoned = 1;
 
+    PortSeat* Waiting() noexcept;
     void Add(PortSeat& seat) noexcept;
     void Remove(PortSeat& seat) noexcept;
     void EndWait(DWORD outcome, WakeList& wakes) noexcept;
 
     // What each call looks at lies in one cache line, as far as it goes.
-    alignas(64) ShortLock m_lock;
+    alignas(64) ObjectLock<ShortLock> m_lock;
 
     // Guarded by m_lock.
     bool m_closed = false;
     PacketQueue m_packets;          // not looked at once closed
     PortSeat* m_waiting = nullptr;  // the last to come is the first
+    std::uint32_t m_generation = ForkGeneration();  // of the process whose threads wait
 };
 
 // A thread's place at the port that it takes packets from. The thread's own, but for what its port changes.

@@ -179,17 +179,19 @@ DWORD EventLogFile::CompareWithName(bool& isReplaced) const noexcept {
     return ERROR_SUCCESS;
 }
 
-DWORD EventLogFile::FollowName() noexcept {
-    return OpenStateFile(m_place.folder, m_place.fileName.c_str(), FileMode, m_place.file);
+DWORD EventLogFile::FollowName() {
+    Descriptor opened;
+    if (DWORD code = OpenStateFile(m_place.folder, m_place.fileName.c_str(), FileMode, opened)) return code;
+    auto file = std::make_unique<ProcessDescriptor>(std::move(opened));
+    const WithoutFork withoutFork;
+    m_file.swap(file);
+    return ERROR_SUCCESS;
 }
 
 // Of the file that has the name: another one may have got it before the lock was had.
-DWORD EventLogFile::LockChanges(std::optional<ChangeLock>& lock) noexcept {
-    // The child of a fork has its parent's open file, whose lock keeps nobody out of the two.
-    if (m_generation != ForkGeneration()) {
+DWORD EventLogFile::LockChanges(std::optional<ChangeLock>& lock) {
+    if (!m_file->OwnsLocks())
         if (DWORD code = FollowName()) return code;
-        m_generation = ForkGeneration();
-    }
     for (;;) {
         lock.emplace(Fd());
         if (lock->Code()) return lock->Code();
@@ -282,6 +284,7 @@ DWORD EventLogReader::Refresh(bool& changed) {
     if (DWORD code = ReadAt(Fd(), 0, first)) return code;
     changed = isReplaced || size < m_scanned || first != m_firstBytes;
     if (changed) {
+        const WithoutFork withoutFork;
         m_index.clear();
         m_scanned = 0;
         m_firstBytes.clear();
@@ -295,17 +298,24 @@ DWORD EventLogReader::Scan(off_t end) {
         std::string block(std::min<std::size_t>(ReadSize, static_cast<std::size_t>(end - readTo)), '\0');
         if (DWORD code = ReadAt(Fd(), readTo, block)) return code;
         if (block.empty()) break;  // cleared meanwhile: the next look sees it
-        if (m_scanned == 0 && text.empty()) m_firstBytes = block.substr(0, FirstBytesSize);
+        if (m_scanned == 0 && text.empty()) {
+            std::string first = block.substr(0, FirstBytesSize);
+            const WithoutFork withoutFork;
+            m_firstBytes.swap(first);
+        }
         readTo += static_cast<off_t>(block.size());
         text += block;
         std::size_t begin = 0;
+        std::vector<Line> found;
         for (std::size_t stop = text.find('\n'); stop != text.npos; stop = text.find('\n', begin)) {
             const std::string_view line = std::string_view(text).substr(begin, stop - begin);
             if (const auto record = ParseEvent(line))
-                m_index.push_back({record->number, m_scanned + static_cast<off_t>(begin), line.size()});
+                found.push_back({record->number, m_scanned + static_cast<off_t>(begin), line.size()});
             begin = stop + 1;
         }
         text.erase(0, begin);
+        const WithoutFork withoutFork;
+        m_index.insert(m_index.end(), found.begin(), found.end());
         m_scanned += static_cast<off_t>(begin);
     }
     return ERROR_SUCCESS;

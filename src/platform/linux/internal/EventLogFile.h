@@ -5,7 +5,7 @@
 #include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/EventRecord.h"
 
-#include <mutex>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,7 +31,8 @@ struct EventLogPlace {
 // codes; all may throw std::bad_alloc.
 class EventLogFile {
   public:
-    explicit EventLogFile(EventLogPlace place) noexcept : m_place(std::move(place)) {}
+    explicit EventLogFile(EventLogPlace place)
+        : m_place(std::move(place)), m_file(std::make_unique<ProcessDescriptor>(std::move(m_place.file))) {}
 
     // Gives the record its number and writes it to the disk. The oldest records make way.
     DWORD Append(EventRecord& record);
@@ -40,23 +41,23 @@ class EventLogFile {
 
   protected:
     // With m_lock held.
-    int Fd() const noexcept { return m_place.file.Get(); }
+    int Fd() const noexcept { return m_file->Get(); }
     // Tells whether another file has taken this one's place, or none.
     DWORD CompareWithName(bool& isReplaced) const noexcept;
     // Opens the file that has the name now.
-    DWORD FollowName() noexcept;
+    DWORD FollowName();
 
-    std::mutex m_lock;  // the file's own lock does not keep threads apart that share a descriptor
+    LongLock m_lock;  // the file's own lock does not keep threads apart that share a descriptor
 
   private:
     class ChangeLock;
 
-    DWORD LockChanges(std::optional<ChangeLock>& lock) noexcept;
+    DWORD LockChanges(std::optional<ChangeLock>& lock);
     DWORD KeepNewest(off_t size, off_t lastBegin);
     DWORD Put(std::string_view text, off_t size) noexcept;
 
-    EventLogPlace m_place;  // guarded by m_lock, as is the other
-    std::uint32_t m_generation = ForkGeneration();
+    EventLogPlace m_place;  // without its file
+    std::unique_ptr<ProcessDescriptor> m_file;  // guarded by m_lock
 };
 
 // The same for a reader, who meets records in the order of their numbers.

@@ -48,7 +48,7 @@ class MessageQueue {
         Input() : Waitable(Kind, TakesOne, 0) {}
     };
 
-    mutable std::mutex m_lock;
+    mutable ObjectLock<> m_lock;
     bool m_open = false;           // guarded by m_lock
     bool m_quit = false;           // guarded by m_lock
     int m_exitCode = 0;            // guarded by m_lock

@@ -6,8 +6,9 @@
 #include "platform/linux/internal/ShareModes.h"
 
 #include <algorithm>
-#include <chrono>
+#include <climits>
 #include <ctime>
+#include <mutex>
 
 namespace Quellan::Corvel::Platform {
 
@@ -58,28 +59,33 @@ DWORD WaitForSystemLock(int fd, struct flock lock, Deadline deadline) noexcept {
 }  // namespace
 
 bool RangeLocks::Enter(const Range& range, Deadline deadline) {
-    std::unique_lock lock(m_lock);
-    const auto isFree = [&] {
-        return std::ranges::none_of(m_held, [&](const Range& held) { return held.Meets(range); });
-    };
-    if (!isFree()) {
-        if (deadline == 0) return false;
-        // The steady clock is the monotonic one that deadlines are of.
-        using Clock = std::chrono::steady_clock;
-        const Clock::time_point until{
-            std::chrono::nanoseconds(static_cast<std::int64_t>(std::min(deadline, Never / 2)))};
-        if (!m_left.wait_until(lock, until, isFree)) return false;
+    for (bool hasWaited = false, isOver = deadline == 0;;) {
+        std::uint32_t seen;
+        {
+            const std::scoped_lock lock(m_lock);
+            m_waiting -= std::exchange(hasWaited, false);
+            if (std::ranges::none_of(m_held, [&](const Range& held) { return held.Meets(range); })) {
+                m_held.push_back(range);
+                return true;
+            }
+            if (isOver) return false;
+            ++m_waiting;
+            seen = m_left;
+        }
+        hasWaited = true;
+        isOver = FutexWait(m_left, seen, deadline, Reach::Process) == ETIMEDOUT;
     }
-    m_held.push_back(range);
-    return true;
 }
 
 void RangeLocks::Leave(const Range& range) noexcept {
+    unsigned waiting;
     {
         const std::scoped_lock lock(m_lock);
         m_held.erase(std::ranges::find(m_held, range));
+        ++m_left;
+        waiting = m_waiting;
     }
-    m_left.notify_all();
+    if (waiting != 0) FutexWake(&m_left, INT_MAX, Reach::Process);
 }
 
 DWORD RangeLocks::Lock(int fd, std::uint64_t begin, std::uint64_t size, Deadline deadline) {
@@ -94,6 +100,7 @@ DWORD RangeLocks::Lock(int fd, std::uint64_t begin, std::uint64_t size, Deadline
 
 DWORD RangeLocks::Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexcept {
     const Range range{static_cast<std::int64_t>(begin), static_cast<std::int64_t>(size)};
+    unsigned waiting;
     {
         const std::scoped_lock lock(m_lock);
         const auto held = std::ranges::find(m_held, range);
@@ -102,8 +109,10 @@ DWORD RangeLocks::Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexce
         struct flock unlock = SystemLock(F_UNLCK, range.begin, range.size);
         fcntl(fd, F_OFD_SETLK, &unlock);
         m_held.erase(held);
+        ++m_left;
+        waiting = m_waiting;
     }
-    m_left.notify_all();
+    if (waiting != 0) FutexWake(&m_left, INT_MAX, Reach::Process);
     return ERROR_SUCCESS;
 }
 

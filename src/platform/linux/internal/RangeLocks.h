@@ -4,11 +4,10 @@
 // threads that share a handle. So each handle keeps a list of what is locked through it.
 #pragma once
 
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Futex.h"
 
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 #include <vector>
 
 namespace Quellan::Corvel::Platform {
@@ -23,7 +22,10 @@ class RangeLocks {
     // 158 (ERROR_NOT_LOCKED) for what is not exactly one of the locked ranges.
     DWORD Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexcept;
     // In the child of a fork, whose file is another open one: the ranges are its parent's.
-    void Forget() noexcept { m_held.clear(); }
+    void Forget() noexcept {
+        m_held.clear();
+        m_waiting = 0;
+    }
 
   private:
     struct Range {
@@ -40,9 +42,10 @@ class RangeLocks {
     bool Enter(const Range& range, Deadline deadline);
     void Leave(const Range& range) noexcept;
 
-    std::mutex m_lock;
-    std::condition_variable m_left;
-    std::vector<Range> m_held;  // guarded by m_lock
+    ObjectLock<> m_lock;
+    Word m_left{0};             // changes when a range is left
+    std::vector<Range> m_held;  // guarded by m_lock, as is the other
+    unsigned m_waiting = 0;
 };
 
 }  // namespace Quellan::Corvel::Platform

@@ -22,25 +22,17 @@ DWORD WriteAll(const Descriptor& file, std::string_view text) noexcept {
     return ERROR_SUCCESS;
 }
 
-// On the whole file.
-DWORD SetLock(const Descriptor& file, int command, short type) noexcept {
-    struct flock lock {};
-    lock.l_type = type;
-    lock.l_whence = SEEK_SET;
-    return Retry([&] { return fcntl(file.Get(), command, &lock); }) == 0 ? ERROR_SUCCESS
-                                                                         : CodeFromErrno(errno);
-}
-
 }  // namespace
 
-// Said aloud: a child that was forked meanwhile has the same open file and would keep the lock.
-StateLock::~StateLock() {
-    if (m_file) SetLock(m_file, F_OFD_SETLK, F_UNLCK);
-}
-
 DWORD StateLock::Take(const Descriptor& folder, const char* name) noexcept {
-    if (DWORD code = OpenStateFile(folder, name, Private, m_file)) return code;
-    return SetLock(m_file, F_OFD_SETLKW, F_WRLCK);
+    Descriptor opened;
+    if (DWORD code = OpenStateFile(folder, name, Private, opened)) return code;
+    m_file.emplace(std::move(opened), ProcessDescriptor::Parent::GoesOn, ProcessDescriptor::Child::Closes);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    return Retry([&] { return fcntl(m_file->Get(), F_OFD_SETLKW, &whole); }) == 0 ? ERROR_SUCCESS
+                                                                                  : CodeFromErrno(errno);
 }
 
 DWORD ReadStateFile(const Descriptor& folder, const char* name, std::size_t most, std::string& text) {

@@ -2,24 +2,24 @@
 // them.
 #pragma once
 
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/State.h"
 
+#include <optional>
 #include <string>
 
 namespace Quellan::Corvel::Platform {
 
 // The exclusive right to change what stands in a folder, among all processes and threads that ask for it
-// here. It ends with the process, however that ends.
+// here. It ends with the process, however that ends and whomever it has forked meanwhile.
 class StateLock {
   public:
-    StateLock() = default;
-    ~StateLock();
     // Waits for as long as somebody else holds the lock of the file `name`, which is made where it is
     // missing.
     DWORD Take(const Descriptor& folder, const char* name) noexcept;
 
   private:
-    Descriptor m_file;
+    std::optional<ProcessDescriptor> m_file;
 };
 
 // 2 (ERROR_FILE_NOT_FOUND), 5 (ERROR_ACCESS_DENIED) for a file that cannot be trusted, 1392

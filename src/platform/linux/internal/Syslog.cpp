@@ -1,6 +1,7 @@
 #include "platform/linux/internal/Syslog.h"
 
 #include "platform/linux/EventLog.h"
+#include "platform/linux/internal/Clock.h"
 #include "platform/linux/internal/Descriptor.h"
 #include "platform/linux/internal/EnvironmentBlock.h"
 
@@ -36,9 +37,7 @@ int PriorityOf(WORD type) noexcept {
 std::string StampOf(std::int64_t milliseconds) {
     constexpr std::array<const char*, 12> Months = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                     "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-    const std::time_t seconds = milliseconds / 1000;
-    tm fields;
-    localtime_r(&seconds, &fields);
+    const tm fields = FieldsOf(milliseconds / 1000);
     char text[32];
     std::snprintf(text, sizeof text, "%s %2d %02d:%02d:%02d", Months[static_cast<std::size_t>(fields.tm_mon)],
                   fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);

@@ -196,12 +196,13 @@ void Thread::Register(DWORD id) noexcept {
     m_id = id;
 }
 
-// In the child of a fork the thread has another id, under which its entry goes on.
+// In the child of a fork the thread has another id, under which its entry goes on, and the others are gone.
 void Thread::AfterFork(bool isChild) noexcept {
     ThreadMap& map = ThreadMap::Instance();
+    MapEntry entry = isChild && t_current ? map.threads.extract(t_current->m_id) : MapEntry();
+    if (isChild) map.threads.clear();
     if (isChild && t_current) {
         const DWORD id = GetCurrentThreadId();
-        MapEntry entry = map.threads.extract(t_current->m_id);
         t_current->m_id = id;
         t_current->m_waiter.BecomeInFork(id);
         if (entry) {

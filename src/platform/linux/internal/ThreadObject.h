@@ -92,10 +92,10 @@ class Thread : public Waitable {
     Word m_known{0};                 // once its maker has done with the system's own name for the thread
     std::shared_ptr<Thread> m_self;  // until the thread has ended
 
-    std::mutex m_tokenLock;
+    ObjectLock<> m_tokenLock;
     std::shared_ptr<Object> m_token;  // guarded by m_tokenLock
 
-    std::mutex m_timesLock;
+    ObjectLock<> m_timesLock;
     Times m_times{};       // guarded by m_timesLock; complete once the thread has ended
     bool m_ended = false;  // guarded by m_timesLock
     std::atomic<DWORD> m_exitCode{STILL_ACTIVE};

@@ -230,15 +230,27 @@ DWORD Waitable::TakeFor(DWORD thread) noexcept {
 }
 
 void Waitable::Join() noexcept {
-    if (m_joins++ != 0) return;
-    std::uint64_t state = m_state.load(std::memory_order_relaxed) & ~Held;
-    for (Backoff backoff; !m_state.compare_exchange_weak(state, state | Joined, std::memory_order_acq_rel);
-         backoff.Pause())
-        state &= ~Held;
+    if (m_joins++ == 0) {
+        std::uint64_t state = m_state.load(std::memory_order_relaxed) & ~Held;
+        for (Backoff backoff;
+             !m_state.compare_exchange_weak(state, state | Joined, std::memory_order_acq_rel);
+             backoff.Pause())
+            state &= ~Held;
+    }
+    ForgetParents();
 }
 
 void Waitable::Part() noexcept {
     if (--m_joins == 0) m_state.fetch_and(~Joined, std::memory_order_release);
+}
+
+void Waitable::ForgetParents() noexcept {
+    if (m_generation == ForkGeneration()) return;
+    m_generation = ForkGeneration();
+    for (WaitBlock *block = m_first, *next; block; block = next) {
+        next = block->next;
+        if (block->waiter) Dequeue(*block);
+    }
 }
 
 void Waitable::Enqueue(WaitBlock& block) noexcept {

@@ -17,6 +17,7 @@
 #pragma once
 
 #include "platform/linux/Waits.h"
+#include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/Futex.h"
 #include "platform/linux/internal/HandleTable.h"
 #include "platform/linux/internal/LockWatch.h"
@@ -164,6 +165,9 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // For each wait for all, under JoinedLock.
     void Join() noexcept;
     void Part() noexcept;
+    // The object is held, or joined under JoinedLock. Threads of the parent may stand in the queue, and what is
+    // handed to them is lost.
+    void ForgetParents() noexcept;
     void Enqueue(WaitBlock& block) noexcept;
     void EnqueueFirst(WaitBlock& block) noexcept;
     void Dequeue(WaitBlock& block) noexcept;
@@ -178,6 +182,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     WaitBlock* m_first = nullptr;
     WaitBlock* m_last = nullptr;
     std::uint32_t m_joins = 0;  // waits for all it takes part in; guarded by JoinedLock
+    std::uint32_t m_generation = ForkGeneration();  // of the process whose threads are in the queue
     const std::unique_ptr<SharedObject> m_shared;
 };
 
@@ -190,15 +195,16 @@ class Waitable::Hold {
             std::uint64_t state = object.m_state.load(std::memory_order_relaxed);
             if (state & Joined) {
                 JoinedLock.lock();
-                if (object.m_state.load(std::memory_order_relaxed) & Joined) return;
+                if (object.m_state.load(std::memory_order_relaxed) & Joined) break;
                 JoinedLock.unlock();  // the last wait for all has just left
                 continue;
             }
             if (!(state & Held) &&
                 object.m_state.compare_exchange_weak(state, state | Held, std::memory_order_acquire,
                                                      std::memory_order_relaxed))
-                return;
+                break;
         }
+        object.ForgetParents();
     }
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
@@ -212,6 +218,7 @@ class Waitable::Hold {
     }
 
   private:
+    const WithoutFork m_withoutFork;
     Waitable& m_object;
 };
 
