@@ -1,8 +1,10 @@
 // What the child of a fork has, and what it leaves to its parent.
 #include "Forked_linux.h"
+#include "RegistryTest.h"
 #include "WaitObjects.h"
 #include "support/Role.h"
 
+#include <algorithm>
 #include <sys/syscall.h>
 
 namespace Quellan::Corvel::Test {
@@ -108,33 +110,157 @@ TEST(ForkedMutex, CanBeOpenedWhenItsMakerHasClosedIt) {
     EXPECT_EQ(GetLastError(), ERROR_ALREADY_EXISTS);
 }
 
-// Locks of the layer that other threads hold at the moment of the fork are free in the child.
-TEST(Fork, FindsTheLayerAtRest) {
+// What threads do in a loop, all with the same objects, while the process forks; the child does it once more.
+// 0, or the number of what went wrong.
+struct Habit {
+    const char* name;
+    int (*use)();
+};
+
+std::wstring NameInTemp(const wchar_t* name) {
+    static const TemporaryFolder folder;
+    return folder / name;
+}
+
+constexpr Habit Habits[] = {
+    {"objects of their own",
+     [] {
+         const Owned event = AutoEvent(true), named = Mutex(false, L"fork.rest");
+         SetEnvironmentVariableW(L"TQ_FORK", L"1");
+         VirtualFree(VirtualAlloc(nullptr, 4096, MEM_RESERVE, PAGE_NOACCESS), 0, MEM_RELEASE);
+         return Poll(event) == WAIT_OBJECT_0 ? 0 : 1;
+     }},
+    {"an event",
+     [] {
+         static const Owned event = AutoEvent();
+         do
+             SetEvent(event);
+         while (WaitForSingleObject(event, 1) != WAIT_OBJECT_0);  // somebody else has had it
+         return 0;
+     }},
+    {"a semaphore",
+     [] {
+         static const Owned semaphore = Semaphore(0);
+         if (!ReleaseSemaphore(semaphore, 1, nullptr)) return 1;
+         return WaitForSingleObject(semaphore, 10'000) == WAIT_OBJECT_0 ? 0 : 2;
+     }},
+    {"a semaphore and a wait for all",
+     [] {
+         static const Owned both[] = {Semaphore(0), ManualEvent(true)};
+         const HANDLE handles[] = {both[0], both[1]};
+         if (!ReleaseSemaphore(both[0], 1, nullptr)) return 1;
+         return WaitForMultipleObjects(2, handles, TRUE, 10'000) == WAIT_OBJECT_0 ? 0 : 2;
+     }},
+    {"a completion port",
+     [] {
+         static const Owned port(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
+         DWORD bytes = 0;
+         ULONG_PTR key = 0;
+         OVERLAPPED* overlapped = nullptr;
+         if (!PostQueuedCompletionStatus(port, 1, 1, nullptr)) return 1;
+         return GetQueuedCompletionStatus(port, &bytes, &key, &overlapped, 10'000) ? 0 : 2;
+     }},
+    {"a file",
+     [] {
+         static const std::wstring name = NameInTemp(L"shared");
+         constexpr DWORD All = FILE_SHARE_READ | FILE_SHARE_WRITE;
+         const auto open = [] {
+             return Owned(CreateFileW(name.c_str(), GENERIC_READ | GENERIC_WRITE, All, nullptr, OPEN_ALWAYS,
+                                      0, nullptr));
+         };
+         static const Owned file = open();
+         while (!LockFile(file, 0, 0, 1, 0))
+             if (GetLastError() != ERROR_LOCK_VIOLATION) return 1;
+         DWORD count = 0;
+         const bool isWritten = WriteFile(file, "x", 1, &count, nullptr) != 0;
+         if (!UnlockFile(file, 0, 0, 1, 0) || !isWritten) return 2;
+         return open() != INVALID_HANDLE_VALUE ? 0 : 3;
+     }},
+    {"the search of a folder",
+     [] {
+         WIN32_FIND_DATAW data;
+         static const HANDLE find = FindFirstFileW(L"/usr/lib/*", &data);
+         return FindNextFileW(find, &data) || GetLastError() == ERROR_NO_MORE_FILES ? 0 : 1;
+     }},
+    {"the registry",
+     [] {
+         static const OwnedKey key = Make(HKEY_CURRENT_USER, L"Software\\TQLibTest\\Fork");
+         const DWORD one = 1;
+         wchar_t name[16];
+         DWORD size = 16, type = 0;
+         if (RegSetValueExW(key, L"value", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one))
+             return 1;
+         return RegEnumValueW(key, 0, name, &size, nullptr, &type, nullptr, nullptr) == 0 ? 0 : 2;
+     }},
+    {"the event log",
+     [] {
+         static const HANDLE source = RegisterEventSourceW(nullptr, L"TQLibForkTest");
+         static const HANDLE log = OpenEventLogW(nullptr, L"Application");
+         DWORD count = 0;
+         if (!ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr)) return 1;
+         return GetNumberOfEventLogRecords(log, &count) && count > 0 ? 0 : 2;
+     }},
+    {"local time",
+     [] {
+         SYSTEMTIME time{};
+         GetLocalTime(&time);
+         return time.wYear > 2000 ? 0 : 1;
+     }},
+    {"modules",
+     [] {
+         wchar_t text[200];
+         const HMODULE self = GetModuleHandleW(nullptr);
+         return self && GetModuleFileNameW(self, text, 200) > 0 ? 0 : 1;
+     }},
+    {"a thread and its messages",
+     [] {
+         const auto body = [](void*) -> DWORD {
+             MSG message;
+             PeekMessageW(&message, nullptr, 0, 0, PM_NOREMOVE);
+             if (!PostThreadMessageW(GetCurrentThreadId(), WM_USER, 0, 0)) return 1;
+             return GetMessageW(&message, nullptr, 0, 0) == TRUE ? 7 : 2;
+         };
+         const Owned thread(CreateThread(nullptr, 0, body, nullptr, 0, nullptr));
+         DWORD code = 0;
+         if (WaitForSingleObject(thread, 10'000) != WAIT_OBJECT_0) return 1;
+         return GetExitCodeThread(thread, &code) && code == 7 ? 0 : 2;
+     }},
+};
+
+class ForkBesideThreads : public testing::TestWithParam<Habit> {};
+
+TEST_P(ForkBesideThreads, LeavesTheChildAbleToDoTheSame) {
 #if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
     GTEST_SKIP() << "the sanitizer's own locks may be held";
 #endif
+    const auto use = GetParam().use;
     std::atomic<bool> goOn = true;
-    const auto use = [] {
-        const Owned event = AutoEvent(true), named = Mutex(false, L"fork.rest");
-        SetEnvironmentVariableW(L"TQ_FORK", L"1");
-        VirtualFree(VirtualAlloc(nullptr, 4096, MEM_RESERVE, PAGE_NOACCESS), 0, MEM_RELEASE);
-        return Poll(event) == WAIT_OBJECT_0 ? 0 : 1;
-    };
+    std::atomic<int> failed = use();
     const auto keepUsing = [&] {
         while (goOn)
-            use();
+            if (const int code = use()) failed = code;
         return DWORD{0};
     };
-    const Worker first(keepUsing), second(keepUsing);
-    for (int i = 0; i < 100; ++i) {
-        Forked child([&] {
-            alarm(60);
-            return use();
-        });
-        EXPECT_EQ(child.Code(), 0);
+    {
+        const Worker first(keepUsing), second(keepUsing);
+        for (int i = 0; i < 200 && failed == 0; ++i) {
+            Forked child([&] {
+                alarm(20);
+                return use();
+            });
+            const int code = child.Code();
+            if (code != 0) failed = code;
+        }
+        goOn = false;
     }
-    goOn = false;
+    EXPECT_EQ(failed, 0);
 }
+
+INSTANTIATE_TEST_SUITE_P(All, ForkBesideThreads, testing::ValuesIn(Habits), [](const auto& habit) {
+    std::string name = habit.param.name;
+    std::ranges::replace(name, ' ', '_');
+    return name;
+});
 
 }  // namespace
 }  // namespace Quellan::Corvel::Test
