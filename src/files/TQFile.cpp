@@ -59,8 +59,13 @@ STLString _TQFile::Description() const {
     return m_name.Description();
 }
 
-bool _TQFile::IsAtItsName() const noexcept {
-    return Platform::IsFileAt(m_file.Get(), m_name.FullName().c_str(), m_isDeletionShared);
+std::optional<ULONGLONG> _TQFile::SizeAtItsName() const {
+    ULONGLONG size = 0;
+    const DWORD code =
+        Platform::SizeOfFileAt(m_file.Get(), m_name.FullName().c_str(), m_isDeletionShared, size);
+    if (code == ERROR_FILE_INVALID) return std::nullopt;
+    CheckCode(code, L"_TQFile::Size");
+    return size;
 }
 
 ULONGLONG _TQFile::Size() const {

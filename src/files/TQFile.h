@@ -7,6 +7,8 @@
 #include "security/SecAttr.h"
 #include "text/TQHandle.h"
 
+#include <optional>
+
 namespace Quellan::Corvel {
 
 // A file that is open until this object ends or closes it. Rights, dispositions and flags are the platform's,
@@ -36,12 +38,13 @@ class TQLIB_API _TQFile : public TQObject {
 
     const TQFileName& FileName() const noexcept { return m_name; }
     bool IsOpen() const noexcept { return m_file.IsValid(); }
-    // Whether the file's name leads to it. It may have been moved or deleted since it was opened, on Windows
-    // only where it is shared for that, on Linux by any program that keeps to no share modes.
-    bool IsAtItsName() const noexcept;
     void Close() noexcept { m_file.Close(); }
 
     ULONGLONG Size() const;
+    // Nothing where the file's name does not lead to it. It may have been moved or deleted since it was
+    // opened, on Windows only where it is shared for that, on Linux by any program that keeps to no share
+    // modes.
+    std::optional<ULONGLONG> SizeAtItsName() const;
     // The new position.
     ULONGLONG Seek(LONGLONG distance, Origin origin);
     // How many bytes there were, fewer than `size` at the end of the file alone.

@@ -232,8 +232,9 @@ DWORD TQTextFile::WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcep
     ULONGLONG end = 0;
     std::string mended;
     if (DWORD code = CodeOf([&] {
-            if (!IsAtItsName()) throw TQSysException(ERROR_FILE_INVALID, AppendName);
-            end = Size();
+            const std::optional<ULONGLONG> size = SizeAtItsName();
+            if (!size) throw TQSysException(ERROR_FILE_INVALID, AppendName);
+            end = *size;
             if (EndsInsideLine(end)) bytes = mended.append("\r\n").append(bytes);
         }))
         return code;

@@ -45,7 +45,7 @@ class OpeningTurn {
                 m_file.emplace(name, FILE_GENERIC_READ | FILE_GENERIC_WRITE, OPEN_ALWAYS,
                                FILE_FLAG_WRITE_THROUGH, Share, security);
                 // Who had the turn before may have moved the file away.
-                if (!m_file->Lock(TurnLock, 1, timer.Remaining()) || m_file->IsAtItsName()) return;
+                if (!m_file->Lock(TurnLock, 1, timer.Remaining()) || m_file->SizeAtItsName()) return;
             }
         } catch (const TQCoreException&) {
             // The log can't be opened either, as a rule, and that is reported.

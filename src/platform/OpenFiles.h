@@ -20,9 +20,9 @@ DWORD WriteFileAt(HANDLE file, ULONGLONG offset, const void* bytes, DWORD size, 
 // Makes the file end there.
 DWORD SetFileSize(HANDLE file, ULONGLONG size) noexcept;
 
-// Whether `name`, a full one, leads to the open file: it may have been moved or deleted meanwhile. Windows
-// does that only to files whose handles all share it, and isn't asked for others; Linux does it to any. True
-// where it can't be found out.
-bool IsFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared) noexcept;
+// The size of the open file, where `name`, a full one, leads to it, and otherwise 1006 (ERROR_FILE_INVALID):
+// it may have been moved or deleted meanwhile. Windows does that only to files whose handles all share it,
+// and isn't asked for others; Linux does it to any. What can't be found out counts as not done.
+DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared, ULONGLONG& size) noexcept;
 
 }  // namespace Quellan::Corvel::Platform

@@ -2,6 +2,7 @@
 #include "Forked_linux.h"
 #include "RegistryTest.h"
 #include "WaitObjects.h"
+#include "platform/linux/base/Durable.h"
 #include "support/Role.h"
 
 #include <algorithm>
@@ -226,6 +227,53 @@ constexpr Habit Habits[] = {
          return GetExitCodeThread(thread, &code) && code == 7 ? 0 : 2;
      }},
 };
+
+#if defined(TQ_FAULT_POINTS)
+
+int WriteToRegistry() {
+    const OwnedKey key = Make(HKEY_CURRENT_USER, L"Software\\TQLibTest\\Fork");
+    return static_cast<int>(RegSetValueExW(key, L"value", 0, REG_BINARY, nullptr, 0));
+}
+
+int WriteToEventLog() {
+    const HANDLE source = RegisterEventSourceW(nullptr, L"TQLibForkTest");
+    return ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr) ? 0 : 1;
+}
+
+constexpr Habit Changes[] = {{"registry", &WriteToRegistry}, {"event log", &WriteToEventLog}};
+
+// Stays in the midst of a change, on one thread, and forks on another.
+const Role g_changing("change-and-fork", [](const RoleArguments& arguments) -> int {
+    static std::atomic<bool> isInside = false;
+    Platform::Durable::TheObserver() = [](const Platform::Durable::Step& step) {
+        if (step.kind != Platform::Durable::Step::Kind::Sync) return;
+        isInside = true;
+        LiveOn();
+    };
+    const Worker worker([&] { return static_cast<DWORD>(Changes[std::stoi(arguments.at(0))].use()); });
+    while (!isInside)
+        Sleep(1);
+    const Forked child([] { return static_cast<int>(Await(Owned(OpenEventW(SYNCHRONIZE, FALSE, L"forked.end")))); });
+    SetEvent(Owned(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"forked.event")));
+    return LiveOn();
+});
+
+TEST(Fork, KeepsNoChangeFromOthersWhenItsParentIsKilledInTheMidst) {
+    for (int i = 0; i < static_cast<int>(std::size(Changes)); ++i) {
+        const Owned event = AutoEvent(false, L"forked.event"), end = ManualEvent(false, L"forked.end");
+        RoleProcess owner("change-and-fork", {std::to_string(i)});
+        ASSERT_EQ(Await(event), WAIT_OBJECT_0);
+        owner.Kill();
+        Forked next([&] {
+            alarm(20);
+            return Changes[i].use();
+        });
+        EXPECT_EQ(next.Code(), 0) << Changes[i].name;
+        SetEvent(end);
+    }
+}
+
+#endif
 
 class ForkBesideThreads : public testing::TestWithParam<Habit> {};
 

@@ -40,8 +40,7 @@ LogFile::FilePtr LogFile::Current() const {
 }
 
 ULONGLONG LogFile::Size() const {
-    const FilePtr file = Current();
-    return file->IsAtItsName() ? file->Size() : 0;
+    return Current()->SizeAtItsName().value_or(0);
 }
 
 // As the process itself, like each opening of a log. A thread that could not become its client again

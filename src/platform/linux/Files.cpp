@@ -785,15 +785,23 @@ DWORD SetFileSize(HANDLE file, ULONGLONG size) noexcept {
     return SetSize(object->Fd(), static_cast<off_t>(size), object->WritesThrough());
 }
 
-bool IsFileAt(HANDLE file, const wchar_t* name, bool) noexcept {
+DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool, ULONGLONG& size) noexcept {
+    if (DWORD code = FaultDue("GetFileSizeEx")) return code;
     const HandleRef<FileObject> object(file);
-    struct stat opened, named;
-    if (!object || fstat(object->Fd(), &opened) != 0) return true;
-    if (opened.st_nlink == 0) return false;
+    if (!object) return ERROR_INVALID_HANDLE;
     const NativePath path(name);
-    if (path.Code()) return true;
-    if (stat(path.c_str(), &named) != 0) return errno != ENOENT && errno != ENOTDIR;
-    return opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
+    struct stat info;
+    // As a rule the name tells all there is to know.
+    if (path.Code() == ERROR_SUCCESS && stat(path.c_str(), &info) == 0) {
+        if (Durable::Identity{info.st_dev, info.st_ino} != object->Id()) return ERROR_FILE_INVALID;
+    } else if (path.Code() == ERROR_SUCCESS && (errno == ENOENT || errno == ENOTDIR)) {
+        return ERROR_FILE_INVALID;
+    } else if (fstat(object->Fd(), &info) != 0) {
+        return CodeFromErrno(errno);
+    }
+    if (info.st_nlink == 0) return ERROR_FILE_INVALID;
+    size = static_cast<ULONGLONG>(info.st_size);
+    return ERROR_SUCCESS;
 }
 
 }  // namespace Quellan::Corvel::Platform

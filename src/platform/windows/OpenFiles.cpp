@@ -55,8 +55,7 @@ DWORD SetFileSize(HANDLE file, ULONGLONG size) noexcept {
                                                                                   : GetLastError();
 }
 
-bool IsFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared) noexcept {
-    if (!isDeletionShared) return true;
+static bool IsFileAt(HANDLE file, const wchar_t* name) noexcept {
     constexpr DWORD All = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
     const HANDLE named = CreateFileW(name, 0, All, nullptr, OPEN_EXISTING, 0, nullptr);
     if (named == INVALID_HANDLE_VALUE)
@@ -67,6 +66,14 @@ bool IsFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared) noexcept 
     return !isKnown ||
            (own.dwVolumeSerialNumber == other.dwVolumeSerialNumber &&
             own.nFileIndexHigh == other.nFileIndexHigh && own.nFileIndexLow == other.nFileIndexLow);
+}
+
+DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared, ULONGLONG& size) noexcept {
+    if (isDeletionShared && !IsFileAt(file, name)) return ERROR_FILE_INVALID;
+    LARGE_INTEGER found;
+    if (!GetFileSizeEx(file, &found)) return GetLastError();
+    size = static_cast<ULONGLONG>(found.QuadPart);
+    return ERROR_SUCCESS;
 }
 
 }  // namespace Quellan::Corvel::Platform

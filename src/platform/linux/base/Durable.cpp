@@ -7,14 +7,14 @@
 
 namespace Quellan::Corvel::Platform::Durable {
 
-namespace {
-
 Identity IdentityOf(int file) noexcept {
     struct stat info;
     return fstat(file, &info) == 0 ? Identity{info.st_dev, info.st_ino} : Identity();
 }
 
-Identity IdentityOf(int folder, const std::string& path) noexcept {
+namespace {
+
+Identity IdentityAt(int folder, const std::string& path) noexcept {
     struct stat info;
     return fstatat(folder, path.c_str(), &info, 0) == 0 ? Identity{info.st_dev, info.st_ino} : Identity();
 }
@@ -51,7 +51,7 @@ Descriptor Open(int folder, const char* path, int flags, mode_t mode) noexcept {
     return Descriptor(Told(file, [&] {
         return Step{.kind = Step::Kind::Open,
                     .file = IdentityOf(file),
-                    .folder = IdentityOf(folder, ParentOf(path)),
+                    .folder = IdentityAt(folder, ParentOf(path)),
                     .name = NameOf(path),
                     .truncates = (flags & O_TRUNC) != 0};
     }));
@@ -78,8 +78,8 @@ int Truncate(int file, off_t size) noexcept {
 int MakeFolder(int folder, const char* path, mode_t mode) noexcept {
     return Told(mkdirat(folder, path, mode), [&] {
         return Step{.kind = Step::Kind::MakeFolder,
-                    .file = IdentityOf(folder, path),
-                    .folder = IdentityOf(folder, ParentOf(path)),
+                    .file = IdentityAt(folder, path),
+                    .folder = IdentityAt(folder, ParentOf(path)),
                     .name = NameOf(path)};
     });
 }
@@ -91,9 +91,9 @@ int Rename(int fromFolder, const char* from, int toFolder, const char* to, unsig
     }
     return Told(renameat2(fromFolder, from, toFolder, to, flags), [&] {
         return Step{.kind = Step::Kind::Rename,
-                    .folder = IdentityOf(fromFolder, ParentOf(from)),
+                    .folder = IdentityAt(fromFolder, ParentOf(from)),
                     .name = NameOf(from),
-                    .toFolder = IdentityOf(toFolder, ParentOf(to)),
+                    .toFolder = IdentityAt(toFolder, ParentOf(to)),
                     .toName = NameOf(to)};
     });
 }
@@ -101,7 +101,7 @@ int Rename(int fromFolder, const char* from, int toFolder, const char* to, unsig
 int Unlink(int folder, const char* path, int flags) noexcept {
     return Told(unlinkat(folder, path, flags), [&] {
         return Step{
-            .kind = Step::Kind::Unlink, .folder = IdentityOf(folder, ParentOf(path)), .name = NameOf(path)};
+            .kind = Step::Kind::Unlink, .folder = IdentityAt(folder, ParentOf(path)), .name = NameOf(path)};
     });
 }
 

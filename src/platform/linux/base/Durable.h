@@ -37,14 +37,16 @@ int SyncFolderOf(std::string_view path);
 // All of the file system that holds the file.
 int SyncFileSystem(int file) noexcept;
 
-// What was done, as test builds tell it.
+// Of a file, for as long as it is open or has a name.
 struct Identity {
     dev_t device = 0;
     ino_t number = 0;
 
     auto operator<=>(const Identity&) const = default;
 };
+Identity IdentityOf(int file) noexcept;
 
+// What was done, as test builds tell it.
 struct Step {
     enum class Kind { Open, Write, Truncate, MakeFolder, Rename, Unlink, Sync, SyncFileSystem };
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "platform/linux/SecurityDescriptors.h"
+#include "platform/linux/base/Durable.h"
 #include "platform/linux/base/Fork.h"
 #include "platform/linux/internal/HandleTable.h"
 #include "platform/linux/internal/RangeLocks.h"
@@ -22,10 +23,12 @@ class FileObject : public Object {
         : Object(Kind),
           m_file(std::move(descriptor)),
           m_fd(m_file.Get()),
+          m_id(Durable::IdentityOf(m_fd)),
           m_isPlain(isPlain),
           m_writesThrough(writesThrough) {}
 
     int Fd() const noexcept { return m_fd; }
+    Durable::Identity Id() const noexcept { return m_id; }
     // Whether it is a file and no device, pipe or folder.
     bool IsPlain() const noexcept { return m_isPlain; }
     bool WritesThrough() const noexcept { return m_writesThrough; }
@@ -48,6 +51,7 @@ class FileObject : public Object {
 
     File m_file;
     const int m_fd;
+    const Durable::Identity m_id{};
     const bool m_isPlain;
     const bool m_writesThrough;
 };
