@@ -37,6 +37,13 @@ class TQLIB_API TQTextFile : public _TQFile {
   private:
     struct Pending;
     struct Turn;
+    struct Queue {
+        DWORD process;  // whose threads they are
+        Pending* first = nullptr;
+        Pending* last = nullptr;
+        bool hasWriter = false;
+        std::unique_ptr<Turn> turns{};  // not in use, each owns the next
+    };
 
     // In the child of a fork: none of the threads in the queue are there, and what they were changing may be
     // half changed.
@@ -58,14 +65,6 @@ class TQLIB_API TQTextFile : public _TQFile {
     void LockForAppending(const TQCountdownTimer& timer);
     bool EndsInsideLine(ULONGLONG end);
     bool TakeBack(ULONGLONG end) noexcept;
-
-    struct Queue {
-        DWORD process;  // whose threads they are
-        Pending* first = nullptr;
-        Pending* last = nullptr;
-        bool hasWriter = false;
-        std::unique_ptr<Turn> turns{};  // not in use, each owns the next
-    };
 
     TQThreadSynch m_lock;
     Queue m_queue TQ_GUARDED_BY(m_lock);

@@ -198,7 +198,8 @@ constexpr Habit Habits[] = {
          static const HANDLE source = RegisterEventSourceW(nullptr, L"TQLibForkTest");
          static const HANDLE log = OpenEventLogW(nullptr, L"Application");
          DWORD count = 0;
-         if (!ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr)) return 1;
+         if (!ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr))
+             return 1;
          return GetNumberOfEventLogRecords(log, &count) && count > 0 ? 0 : 2;
      }},
     {"local time",
@@ -253,7 +254,10 @@ const Role g_changing("change-and-fork", [](const RoleArguments& arguments) -> i
     const Worker worker([&] { return static_cast<DWORD>(Changes[std::stoi(arguments.at(0))].use()); });
     while (!isInside)
         Sleep(1);
-    const Forked child([] { return static_cast<int>(Await(Owned(OpenEventW(SYNCHRONIZE, FALSE, L"forked.end")))); });
+    const Forked child([] {
+        const Owned end(OpenEventW(SYNCHRONIZE, FALSE, L"forked.end"));
+        return static_cast<int>(Await(end));
+    });
     SetEvent(Owned(OpenEventW(EVENT_ALL_ACCESS, FALSE, L"forked.event")));
     return LiveOn();
 });

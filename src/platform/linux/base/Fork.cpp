@@ -105,7 +105,8 @@ struct Place {
 
 Inside& OwnLine() noexcept {
     static constinit std::atomic<unsigned> threads{0};
-    if (!t_place.line) t_place.line = g_inside + threads.fetch_add(1, std::memory_order_relaxed) % std::size(g_inside);
+    if (!t_place.line)
+        t_place.line = g_inside + threads.fetch_add(1, std::memory_order_relaxed) % std::size(g_inside);
     return *t_place.line;
 }
 

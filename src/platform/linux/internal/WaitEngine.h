@@ -165,8 +165,8 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // For each wait for all, under JoinedLock.
     void Join() noexcept;
     void Part() noexcept;
-    // The object is held, or joined under JoinedLock. Threads of the parent may stand in the queue, and what is
-    // handed to them is lost.
+    // The object is held, or joined under JoinedLock. Threads of the parent may stand in the queue, and what
+    // is handed to them is lost.
     void ForgetParents() noexcept;
     void Enqueue(WaitBlock& block) noexcept;
     void EnqueueFirst(WaitBlock& block) noexcept;
