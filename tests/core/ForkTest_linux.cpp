@@ -1,7 +1,5 @@
 #include "core/TQEventLog.h"
-#include "core/TQException.h"
 #include "core/TQLib.h"
-#include "platform/Win32.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
@@ -64,36 +62,6 @@ TEST(Fork, BesideACallbackLeavesTheChildNothingToWaitFor) {
         return calls == 2;
     });
     TQLib::RemoveLowMemoryHandler(handler, nullptr);
-}
-
-TEST(Fork, BesideThreadsThatRenderExceptionsLeavesTheChildAbleTo) {
-#if defined(__SANITIZE_THREAD__) || defined(__SANITIZE_ADDRESS__)
-    GTEST_SKIP() << "the sanitizer's own locks may be held";
-#endif
-    const auto render = [] {
-        try {
-            throw TQSysException(ERROR_FILE_NOT_FOUND, L"Test");
-        } catch (const TQCoreException& failure) {
-            return failure.ExcMsg(TQStrResDestination::Log).Length() > 0;
-        }
-    };
-    std::atomic<bool> goOn = true;
-    const auto keepRendering = [&] {
-        while (goOn)
-            render();
-    };
-    std::jthread first(keepRendering), second(keepRendering);
-    int status = 0;
-    for (int i = 0; i < 200 && status == 0; ++i) {
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(20);
-            _exit(render() ? 0 : 1);
-        }
-        waitpid(child, &status, 0);
-    }
-    goOn = false;
-    EXPECT_EQ(status, 0);
 }
 
 }  // namespace
