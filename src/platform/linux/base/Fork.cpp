@@ -6,27 +6,20 @@
 #include <atomic>
 #include <charconv>
 #include <iterator>
+#include <linux/membarrier.h>
 #include <mutex>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 namespace Quellan::Corvel::Platform {
 
 namespace {
 
-constinit std::atomic<std::uint32_t> g_generation = 0;
 // Sorted; changed only while the library is loaded.
 constinit ForkPart* g_outermost = nullptr;
 constinit ForkPart* g_innermost = nullptr;
-
-}  // namespace
-
-std::uint32_t ForkGeneration() noexcept {
-    return g_generation.load(std::memory_order_relaxed);
-}
-
-namespace {
 
 // Of the fork under way on this thread: the end of a pipe that the child closes when it has mended itself, or
 // when it ends, and the one on which its parent hears of it.
@@ -68,7 +61,7 @@ struct ForkPart::Registration {
 
     static void ResumeAll(bool isChild) noexcept {
         const int saved = errno;
-        if (isChild) g_generation.fetch_add(1, std::memory_order_relaxed);
+        if (isChild) g_forkGeneration.fetch_add(1, std::memory_order_relaxed);
         for (ForkPart* part = g_innermost; part; part = part->m_outer)
             part->m_resume(isChild);
         if (!isChild) AwaitChild();
@@ -88,52 +81,77 @@ ForkPart::ForkPart(ForkOrder order, Prepare prepare, Resume resume) noexcept
     (m_inner ? m_inner->m_outer : g_innermost) = this;
 }
 
+struct ForksOfObjects {
+    using Line = WithoutFork::Line;
+    using Place = WithoutFork::Place;
+
+    // With it a thread gives its line back at its end. It is made before whatever else the library has.
+    struct LineKey {
+        LineKey() noexcept : isGood(RegisterBarrier() && pthread_key_create(&key, &GiveBack) == 0) {}
+
+        pthread_key_t key{};
+        const bool isGood;
+    };
+    static const LineKey s_key;
+    static constinit inline Line s_lines[256]{};
+
+    static bool RegisterBarrier() noexcept {
+        return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+    }
+
+    static void GiveBack(void* line) noexcept {
+        static_cast<Line*>(line)->isTaken.store(false, std::memory_order_release);
+        WithoutFork::t_place = {};
+    }
+
+    static Line* FindLine() noexcept {
+        if (!s_key.isGood) return nullptr;
+        for (Line& line : s_lines) {
+            if (line.isTaken.load(std::memory_order_relaxed) || line.isTaken.exchange(true)) continue;
+            if (pthread_setspecific(s_key.key, &line) == 0) return &line;
+            line.isTaken = false;
+            break;
+        }
+        return nullptr;
+    }
+
+    // Whoever was not inside yet sees that a fork has begun, or is seen.
+    static void Hold() noexcept {
+        WithoutFork::s_isForking = true;
+        syscall(SYS_membarrier, MEMBARRIER_CMD_PRIVATE_EXPEDITED, 0, 0);
+        const auto isAnyInside = [] {
+            return WithoutFork::s_counted != 0 ||
+                   std::ranges::any_of(s_lines, [](const Line& line) { return line.inside != 0; });
+        };
+        for (Backoff backoff; isAnyInside(); backoff.Pause()) {
+        }
+    }
+
+    static void Resume(bool isChild) noexcept {
+        if (isChild)
+            for (Line& line : s_lines)
+                line.isTaken.store(&line == WithoutFork::t_place.line, std::memory_order_relaxed);
+        WithoutFork::s_isForking = false;
+    }
+};
+
+[[gnu::init_priority(101)]] const ForksOfObjects::LineKey ForksOfObjects::s_key;
+
 namespace {
 
-// How many threads are inside, spread over lines of memory that few of them share.
-struct alignas(64) Inside {
-    std::atomic<std::uint32_t> threads{0};
-};
-constinit Inside g_inside[16];
-constinit std::atomic<bool> g_isForking = false;
-
-struct Place {
-    unsigned depth = 0;
-    Inside* line = nullptr;
-};
-[[gnu::tls_model("initial-exec")]] constinit thread_local Place t_place;
-
-Inside& OwnLine() noexcept {
-    static constinit std::atomic<unsigned> threads{0};
-    if (!t_place.line)
-        t_place.line = g_inside + threads.fetch_add(1, std::memory_order_relaxed) % std::size(g_inside);
-    return *t_place.line;
-}
-
-// Both sides write before they look at what the other one writes: one of them sees the other.
-const ForkPart g_singleObjectsPart(
-    ForkOrder::SingleObjects,
-    []() noexcept {
-        g_isForking = true;
-        for (Backoff backoff; std::ranges::any_of(g_inside, [](Inside& each) { return each.threads != 0; });)
-            backoff.Pause();
-    },
-    [](bool) noexcept { g_isForking = false; });
+const ForkPart g_singleObjectsPart(ForkOrder::SingleObjects, &ForksOfObjects::Hold, &ForksOfObjects::Resume);
 
 }  // namespace
 
-void WithoutFork::Begin() noexcept {
-    if (t_place.depth++ != 0) return;
-    Inside& line = OwnLine();
+void WithoutFork::BeginSlowly() noexcept {
+    if (!t_place.line && !std::exchange(t_place.isCounted, true)) t_place.line = ForksOfObjects::FindLine();
+    std::atomic<std::uint32_t>& inside = t_place.line ? t_place.line->inside : s_counted;
+    if (t_place.line) inside = 0;  // it came too late
     for (Backoff backoff;; backoff.Pause()) {
-        ++line.threads;
-        if (!g_isForking) return;
-        --line.threads;
+        ++inside;
+        if (!s_isForking) return;
+        --inside;
     }
-}
-
-void WithoutFork::End() noexcept {
-    if (--t_place.depth == 0) t_place.line->threads.fetch_sub(1, std::memory_order_release);
 }
 
 struct ProcessDescriptors {

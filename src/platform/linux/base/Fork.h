@@ -8,14 +8,19 @@
 #include "platform/linux/CriticalSections.h"
 #include "platform/linux/internal/Descriptor.h"
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 
 namespace Quellan::Corvel::Platform {
 
+inline constinit std::atomic<std::uint32_t> g_forkGeneration = 0;  // changed in the child of a fork
+
 // Differs between a process and the child of its fork. For whatever kept a process or thread id, or a state
 // that only a thread of the parent could end.
-std::uint32_t ForkGeneration() noexcept;
+inline std::uint32_t ForkGeneration() noexcept {
+    return g_forkGeneration.load(std::memory_order_relaxed);
+}
 
 // In the order in which a fork takes the locks: whoever holds one takes only those below it.
 enum class ForkOrder : std::uint8_t {
@@ -80,8 +85,43 @@ class WithoutFork {
     WithoutFork(const WithoutFork&) = delete;
     WithoutFork& operator=(const WithoutFork&) = delete;
 
-    static void Begin() noexcept;
-    static void End() noexcept;
+    static void Begin() noexcept {
+        if (t_place.depth++ != 0) return;
+        if (Line* const line = t_place.line) {
+            line->inside.store(1, std::memory_order_relaxed);
+            // The memory barrier that a fork makes all threads pass turns this into one for the processor.
+            std::atomic_signal_fence(std::memory_order_seq_cst);
+            if (!s_isForking.load(std::memory_order_relaxed)) return;
+        }
+        BeginSlowly();
+    }
+    static void End() noexcept {
+        if (--t_place.depth != 0) return;
+        if (t_place.line)
+            t_place.line->inside.store(0, std::memory_order_release);
+        else
+            s_counted.fetch_sub(1, std::memory_order_release);
+    }
+
+  private:
+    friend struct ForksOfObjects;
+
+    // Where a thread tells that it is inside. It is the only one to write there.
+    struct alignas(64) Line {
+        std::atomic<std::uint32_t> inside;
+        std::atomic<bool> isTaken;
+    };
+    struct Place {
+        unsigned depth;
+        Line* line;
+        bool isCounted;  // it has no line
+    };
+
+    static void BeginSlowly() noexcept;
+
+    [[gnu::tls_model("initial-exec")]] static constinit inline thread_local Place t_place{};
+    static constinit inline std::atomic<bool> s_isForking = false;
+    static constinit inline std::atomic<std::uint32_t> s_counted = 0;  // how many threads without a line are inside
 };
 
 // The lock of a single object, which nobody holds while the process forks.
