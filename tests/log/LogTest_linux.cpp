@@ -96,9 +96,7 @@ TEST(LogsOnLinux, KeepTheRecordsOfForkedChildrenWholeAndTheirOwn) {
 const Role g_forkingBesideWriters("forking-beside-a-writer", [](const RoleArguments& arguments) {
     constexpr int Children = 200;
     const TQLogPtr log = Open(arguments.at(0), 1u << 30);
-    const auto write = [&] {
-        log->AddMsg((L"by " + std::to_wstring(getpid())).c_str(), TQLogLevel::Trace);
-    };
+    const auto write = [&] { log->AddMsg((L"by " + std::to_wstring(getpid())).c_str(), TQLogLevel::Trace); };
     write();
     std::atomic<bool> goOn = true;
     const auto keepWriting = [&] {

@@ -225,7 +225,8 @@ constexpr Habit Habits[] = {
      }},
     {"a thread",
      [] {
-         const Owned thread(CreateThread(nullptr, 0, [](void*) -> DWORD { return 7; }, nullptr, 0, nullptr));
+         const Owned thread(CreateThread(
+             nullptr, 0, [](void*) -> DWORD { return 7; }, nullptr, 0, nullptr));
          DWORD code = 0;
          if (WaitForSingleObject(thread, 10'000) != WAIT_OBJECT_0) return 1;
          return GetExitCodeThread(thread, &code) && code == 7 ? 0 : 2;

@@ -40,8 +40,8 @@ class CompletionPort {
 
     // Guarded by m_lock.
     bool m_closed = false;
-    PacketQueue m_packets;          // not looked at once closed
-    PortSeat* m_waiting = nullptr;  // the last to come is the first
+    PacketQueue m_packets;                          // not looked at once closed
+    PortSeat* m_waiting = nullptr;                  // the last to come is the first
     std::uint32_t m_generation = ForkGeneration();  // of the process whose threads wait
 };
 

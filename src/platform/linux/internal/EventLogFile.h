@@ -56,7 +56,7 @@ class EventLogFile {
     DWORD KeepNewest(off_t size, off_t lastBegin);
     DWORD Put(std::string_view text, off_t size) noexcept;
 
-    EventLogPlace m_place;  // without its file
+    EventLogPlace m_place;                      // without its file
     std::unique_ptr<ProcessDescriptor> m_file;  // guarded by m_lock
 };
 

@@ -181,7 +181,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     std::uint32_t m_depth = 0;  // of the owner's acquisitions; touched by the owner, or on its behalf
     WaitBlock* m_first = nullptr;
     WaitBlock* m_last = nullptr;
-    std::uint32_t m_joins = 0;  // waits for all it takes part in; guarded by JoinedLock
+    std::uint32_t m_joins = 0;                      // waits for all it takes part in; guarded by JoinedLock
     std::uint32_t m_generation = ForkGeneration();  // of the process whose threads are in the queue
     const std::unique_ptr<SharedObject> m_shared;
 };
