@@ -1,4 +1,5 @@
 #include "platform/Win32.h"
+#include "support/ThrownCode.h"
 #include "sweep/Rows.h"
 #include "threads/TQEvent.h"
 #include "threads/TQMsgThread.h"
@@ -31,6 +32,13 @@ struct Started : Thread {
     ~Started() override { this->EndThread(); }
 };
 
+// Free again in the end, whatever has failed.
+struct Mutex : TQMutex {
+    ~Mutex() override {
+        EXPECT_EQ(ThrownCode([this] { Release(); }), DWORD{ERROR_NOT_OWNER});
+    }
+};
+
 struct SignalLock {
     TQThreadSynch lock;
     TQSignalLockSynch signal{lock, true};
@@ -48,6 +56,13 @@ struct Watched {
             list.Add(event.Handle());
         events.back().Set();
     }
+};
+
+// With one more that has a name, for which the list needs its thread on Linux, too.
+struct WatchedByThread : Watched {
+    TQEvent named{L"TQLib sweep list event", false, true, false};
+
+    WatchedByThread() : Watched(MAXIMUM_WAIT_OBJECTS) { list.Add(named.Handle()); }
 };
 
 class PoolThread : public TQPoolThread {
@@ -70,17 +85,21 @@ struct BusyPool : Pool {
 
 const char Item[1000] = {};
 
+// What wakes, ends or waits for an end is done until it succeeds.
+constexpr std::string_view Insisted = "SetEvent WaitForSingleObject WaitForMultipleObjects";
+
 // A thread that can't be made is missed only where there is no other.
-constexpr std::string_view OneThreadMore = "new CreateThread CreateEventW";
+constexpr std::string_view OneThreadMore =
+    "new CreateThread CreateEventW ResetEvent ResumeThread SetEvent WaitForMultipleObjects";
 
 // A port that goes is emptied as far as it can be.
-constexpr std::string_view Emptied = "GetQueuedCompletionStatus";
+constexpr std::string_view Emptied = "GetQueuedCompletionStatus SetEvent WaitForMultipleObjects";
 
 }  // namespace
 
 std::vector<SweptOperation> ThreadRows() {
     const auto quiet = [] { return TQEvent(true); };
-    const auto mutex = [] { return TQMutex(); };
+    const auto mutex = [] { return Mutex(); };
     const auto patient = [] { return Patient(); };
     const auto atWork = [] { return Started<Patient>(); };
     const auto pool = [] { return Pool(); };
@@ -92,27 +111,36 @@ std::vector<SweptOperation> ThreadRows() {
                   e.Reset();
               }),
         Swept("named event", quiet, [](TQEvent&) { TQEvent(L"TQLib sweep event", false, true, false); }),
-        Swept("mutex", mutex,
-              [](TQMutex& m) {
-                  const TQMutex::TQMutexLock lock(m, 0);
-                  EXPECT_TRUE(lock.IsLocked());
-              }),
-        Swept("mutex and others", mutex,
-              [](TQMutex& m) {
-                  const TQEvent set(L"TQLib sweep event", false, true, true);
-                  const HANDLE others[] = {set.Handle()};
-                  TQMutex::TQMutexLock lock;
-                  std::ignore = m.Acquire(lock, true, 0, others, 1);
-                  EXPECT_TRUE(lock.IsLocked());
-              }),
+        Swept(
+            "mutex", mutex,
+            [](TQMutex& m) {
+                const TQMutex::TQMutexLock lock(m, 0);
+                EXPECT_TRUE(lock.IsLocked());
+            },
+            Promise::Works, "ReleaseMutex"),
+        Swept(
+            "mutex and others", mutex,
+            [](TQMutex& m) {
+                const TQEvent set(L"TQLib sweep event", false, true, true);
+                const HANDLE others[] = {set.Handle()};
+                TQMutex::TQMutexLock lock;
+                std::ignore = m.Acquire(lock, true, 0, others, 1);
+                EXPECT_TRUE(lock.IsLocked());
+            },
+            Promise::Works, "ReleaseMutex"),
+        Swept(
+            "mutex release", [] { return TQMutex(); },
+            [](TQMutex& m) { EXPECT_TRUE(m.Wait(0)), m.Release(); }),
         Swept("named mutex", mutex, [](TQMutex&) { TQMutex(L"TQLib sweep mutex", true); }),
         Swept(
             "read and write lock", [] { return TQThreadReadSynch(); },
             [](TQThreadReadSynch& lock) {
                 { const TQThreadReadSynch::TQSynchLock reader(lock); }
+                lock = TQThreadReadSynch();
                 TQThreadWriteSynch write(lock);
                 const TQThreadSynch::TQSynchLock writer(write);
-            }),
+            },
+            Promise::Works, Insisted),
         Swept(
             "signal lock", [] { return SignalLock(); },
             [](SignalLock& in) {
@@ -120,14 +148,23 @@ std::vector<SweptOperation> ThreadRows() {
                 EXPECT_TRUE(in.signal.GetLock(0));
                 in.signal.Clear();
                 EXPECT_FALSE(in.signal.GetLock(0));
-            }),
-        Swept("thread start", patient, [](Patient& thread) { thread.Start(); }),
+            },
+            Promise::Works, "SetEvent"),
         Swept(
-            "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); }),
+            "thread start", patient, [](Patient& thread) { thread.Start(); }, Promise::Works, Insisted),
+        Swept(
+            "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); },
+            Promise::Works, Insisted),
+        Swept(
+            "thread end", patient, [](Patient&) { Started<Patient>(), Started<Patient>(true); },
+            Promise::Works, "SetEvent ResumeThread WaitForSingleObject WaitForMultipleObjects"),
         Swept("thread times", atWork,
               [](Patient& thread) { std::ignore = thread.CPUTime(), thread.RunningTime(); }),
-        Swept("thread stop", atWork, [](Patient& thread) { thread.StopAndWait(INFINITE); }),
-        Swept("thread restart", atWork, [](Patient& thread) { thread.Restart(); }),
+        Swept(
+            "thread stop", atWork, [](Patient& thread) { thread.StopAndWait(INFINITE); }, Promise::Works,
+            Insisted),
+        Swept(
+            "thread restart", atWork, [](Patient& thread) { thread.Restart(); }, Promise::Works, Insisted),
         Swept(
             "thread priority", patient,
             [](Patient&) { const TQThreadPriority lowest(THREAD_PRIORITY_LOWEST); }, Promise::Works,
@@ -135,7 +172,7 @@ std::vector<SweptOperation> ThreadRows() {
         Swept("thread timer", patient, [](Patient&) { std::ignore = TQThreadCPUTimer().Elapsed(); }),
         Swept(
             "message thread start", [] { return TQMsgThread(); }, [](TQMsgThread& thread) { thread.Start(); },
-            Promise::Ended, ""),
+            Promise::Ended, Insisted),
         Swept(
             "message post", [] { return Started<TQMsgThread>(); },
             [](TQMsgThread& thread) { thread.PostMsg(WM_USER, 1, 2); }),
@@ -143,14 +180,10 @@ std::vector<SweptOperation> ThreadRows() {
             "message thread handles", [] { return Started<TQMsgThread>(); },
             [](TQMsgThread& thread) {
                 const TQEvent event(true);
-                try {
-                    thread.AddWaitHandle(event.Handle());
-                } catch (...) {
-                    thread.RemoveWaitHandle(event.Handle());
-                    throw;
-                }
+                thread.AddWaitHandle(event.Handle());
                 thread.RemoveWaitHandle(event.Handle());
-            }),
+            },
+            Promise::Works, Insisted),
         Swept(
             "wait list add", [] { return Watched(1); },
             [](Watched& in) {
@@ -165,19 +198,33 @@ std::vector<SweptOperation> ThreadRows() {
         Swept(
             "long wait list", [] { return Watched(70); },
             [](Watched& in) { EXPECT_EQ(in.list.Wait(INFINITE), in.events.back().Handle()); }, Promise::Works,
-            "new"),
+            "new SetEvent WaitForMultipleObjects"),
+        Swept(
+            "long wait list emptied", [] { return WatchedByThread(); },
+            [](WatchedByThread& in) {
+                in.list.Wait(INFINITE);
+                EXPECT_TRUE(in.list.HasWaitThread());
+                in.list.Remove(in.named.Handle());
+                for (const TQEvent& event : in.events)
+                    in.list.Remove(event.Handle());
+                EXPECT_EQ(in.list.Wait(0), nullptr);
+                EXPECT_FALSE(in.list.HasWaitThread());
+            },
+            Promise::Ended, "new SetEvent WaitForMultipleObjects"),
         Swept(
             "pool", patient, [](Patient&) { Pool(); }, Promise::Works, Emptied),
-        Swept("pool first work", pool,
-              [](Pool& in) {
-                  const DWORD before = in.WorkCount();
-                  try {
-                      in.AddWork(Item, sizeof Item);
-                  } catch (...) {
-                      EXPECT_EQ(in.WorkCount(), before);
-                      throw;
-                  }
-              }),
+        Swept(
+            "pool first work", pool,
+            [](Pool& in) {
+                const DWORD before = in.WorkCount();
+                try {
+                    in.AddWork(Item, sizeof Item);
+                } catch (...) {
+                    EXPECT_EQ(in.WorkCount(), before);
+                    throw;
+                }
+            },
+            Promise::Works, Insisted),
         Swept(
             "pool work", [] { return BusyPool(); },
             [](BusyPool& in) { in.AddWork(Item, sizeof Item, in.requestor); }, Promise::Works, OneThreadMore),
@@ -190,7 +237,8 @@ std::vector<SweptOperation> ThreadRows() {
                 in.ClearAll();
             }),
         Swept(
-            "pool stop", [] { return BusyPool(); }, [](BusyPool& in) { in.StopThreads(); }),
+            "pool stop", [] { return BusyPool(); }, [](BusyPool& in) { in.StopThreads(); }, Promise::Works,
+            Insisted),
         Swept(
             "work pool", patient,
             [](Patient&) {
