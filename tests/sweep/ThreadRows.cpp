@@ -151,7 +151,16 @@ std::vector<SweptOperation> ThreadRows() {
             },
             Promise::Works, "SetEvent"),
         Swept(
-            "thread start", patient, [](Patient& thread) { thread.Start(); }, Promise::Works, Insisted),
+            "thread start", patient,
+            [](Patient& thread) {
+                try {
+                    thread.Start();
+                } catch (...) {
+                    EXPECT_EQ(thread.WaitForComplete(0), 0u);
+                    throw;
+                }
+            },
+            Promise::Works, Insisted),
         Swept(
             "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); },
             Promise::Works, Insisted),
@@ -202,6 +211,9 @@ std::vector<SweptOperation> ThreadRows() {
         Swept(
             "long wait list emptied", [] { return WatchedByThread(); },
             [](WatchedByThread& in) {
+                for (const TQEvent& event : in.events)
+                    in.list.Add(event.Handle());
+                in.list.Add(in.named.Handle());
                 in.list.Wait(INFINITE);
                 EXPECT_TRUE(in.list.HasWaitThread());
                 in.list.Remove(in.named.Handle());
@@ -210,7 +222,7 @@ std::vector<SweptOperation> ThreadRows() {
                 EXPECT_EQ(in.list.Wait(0), nullptr);
                 EXPECT_FALSE(in.list.HasWaitThread());
             },
-            Promise::Ended, "new SetEvent WaitForMultipleObjects"),
+            Promise::Works, "new SetEvent WaitForMultipleObjects"),
         Swept(
             "pool", patient, [](Patient&) { Pool(); }, Promise::Works, Emptied),
         Swept(
