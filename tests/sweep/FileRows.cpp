@@ -102,7 +102,11 @@ std::vector<SweptOperation> FileRows() {
               }),
         Swept(
             "text file append", TextInFolder::Make,
-            [](TextInFolder& in) { in.file.Append(L"one\ntwo", 2000); }, Promise::Works, "UnlockFile"),
+            [](TextInFolder& in) {
+                in.file.Append(L"one\ntwo", 0);
+                in.file.Append(L"three", 0);
+            },
+            Promise::Works, "UnlockFile"),
         Swept("registry open", Key::Make,
               [](Key& in) {
                   in.user.Create(L"Software\\TQLib sweep\\below").SetValue(L"", REG_BINARY, nullptr, 0);
