@@ -13,6 +13,7 @@
 #include "threads/TQWaitList.h"
 #include "threads/TQWorkPool.h"
 
+#include <string>
 #include <tuple>
 #include <vector>
 
@@ -58,12 +59,17 @@ struct Watched {
     }
 };
 
-// With one more that has a name, for which the list needs its thread on Linux, too.
-struct WatchedByThread : Watched {
-    TQEvent named{L"TQLib sweep list event", false, true, false};
-
-    WatchedByThread() : Watched(MAXIMUM_WAIT_OBJECTS) { list.Add(named.Handle()); }
-};
+// Events with names, for which a list needs its thread on Linux, too. They are made once: that takes long.
+const std::vector<TQEvent>& NamedEvents() {
+    static const std::vector<TQEvent> events = [] {
+        std::vector<TQEvent> made;
+        while (made.size() <= MAXIMUM_WAIT_OBJECTS)
+            made.emplace_back((L"TQLib sweep event " + std::to_wstring(made.size())).c_str(), false, true,
+                              false);
+        return made;
+    }();
+    return events;
+}
 
 class PoolThread : public TQPoolThread {
   public:
@@ -209,18 +215,16 @@ std::vector<SweptOperation> ThreadRows() {
             [](Watched& in) { EXPECT_EQ(in.list.Wait(INFINITE), in.events.back().Handle()); }, Promise::Works,
             "new SetEvent WaitForMultipleObjects"),
         Swept(
-            "long wait list emptied", [] { return WatchedByThread(); },
-            [](WatchedByThread& in) {
-                for (const TQEvent& event : in.events)
-                    in.list.Add(event.Handle());
-                in.list.Add(in.named.Handle());
-                in.list.Wait(INFINITE);
-                EXPECT_TRUE(in.list.HasWaitThread());
-                in.list.Remove(in.named.Handle());
-                for (const TQEvent& event : in.events)
-                    in.list.Remove(event.Handle());
-                EXPECT_EQ(in.list.Wait(0), nullptr);
-                EXPECT_FALSE(in.list.HasWaitThread());
+            "long wait list emptied", [] { return TQWaitList(); },
+            [](TQWaitList& list) {
+                for (const TQEvent& event : NamedEvents())
+                    list.Add(event.Handle());
+                EXPECT_EQ(list.Wait(0), nullptr);
+                EXPECT_TRUE(list.HasWaitThread());
+                for (const TQEvent& event : NamedEvents())
+                    list.Remove(event.Handle());
+                EXPECT_EQ(list.Wait(0), nullptr);
+                EXPECT_FALSE(list.HasWaitThread());
             },
             Promise::Works, "new SetEvent WaitForMultipleObjects"),
         Swept(
