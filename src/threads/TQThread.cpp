@@ -371,7 +371,7 @@ unsigned int TQThread::RunThread() {
         startupEvent.Swap(m_startupEvent);
     }
     // Whoever waits for it takes the lock at once.
-    if (startupEvent) SetSurely(startupEvent.Get());
+    if (startupEvent && !SetEvent(startupEvent.Get())) TQSysException::ThrowLastError(L"TQThread::RunThread");
     startupEvent.Close();
     const unsigned int worked =
         Guarded(L"Processing Thread::RunWork", message, [&] { return RunWork(m_data); });
