@@ -1,6 +1,7 @@
 #include "files/TQTextFile.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "log/TQTimer.h"
 #include "platform/Win32.h"
 #include "text/internal/ScratchText.h"
@@ -87,7 +88,7 @@ struct TQTextFile::Pending {
     DWORD code = 0;         // of its failure
     bool isWriter = false;  // it has to write, itself and the others
 
-    void Wake() const noexcept { SetEvent(turn->event.Get()); }
+    void Wake() const noexcept { SetSurely(turn->event.Get()); }
 };
 
 TQTextFile::TQTextFile(const TQFileName& name, DWORD access, DWORD disposition, DWORD flags, FileShare share,
@@ -107,9 +108,8 @@ void TQTextFile::Append(std::wstring_view record, DWORD ms) {
             Enter(own);
         }
         if (own.turn) {
-            // The record is queued and can't be left behind, also where a wait fails for lack of memory.
-            while (WaitForSingleObject(own.turn->event.Get(), INFINITE) != WAIT_OBJECT_0)
-                Sleep(1);
+            // The record is queued and can't be left behind.
+            AwaitSurely({own.turn->event.Get()});
             const TQThreadSynch::TQSynchLock guard(m_lock);
             PutBack(std::move(own.turn));
         }
@@ -170,8 +170,13 @@ void TQTextFile::LockForAppending(const TQCountdownTimer& timer) {
     };
     enter(Door);
     const DWORD code = CodeOf([&] { enter(AppendLock); });
-    CodeOf([this] { Unlock(Door, 1); });
+    Leave(Door);
     if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
+}
+
+// A lock that can't be given back ends with the file; what was written stays written.
+void TQTextFile::Leave(ULONGLONG offset) noexcept {
+    Insist([&] { return CodeOf([&] { Unlock(offset, 1); }) == ERROR_SUCCESS; });
 }
 
 // `own` is the first of the queue: nobody takes it out while its thread is the writer.
@@ -184,8 +189,7 @@ void TQTextFile::WriteQueue(Pending& own) noexcept {
     }
     if (!own.code) {
         WriteBatch(batch);
-        // Were it to fail, the lock would end with the file; what was written stays written.
-        CodeOf([this] { Unlock(AppendLock, 1); });
+        Leave(AppendLock);
     }
     Pending* successor;
     {

@@ -63,6 +63,7 @@ class TQLIB_API TQTextFile : public _TQFile {
     DWORD WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcept;
 
     void LockForAppending(const TQCountdownTimer& timer);
+    void Leave(ULONGLONG offset) noexcept;
     bool EndsInsideLine(ULONGLONG end);
     bool TakeBack(ULONGLONG end) noexcept;
 

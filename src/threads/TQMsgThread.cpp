@@ -1,6 +1,7 @@
 #include "threads/TQMsgThread.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "platform/Win32.h"
 
 #include <algorithm>
@@ -56,7 +57,7 @@ void TQMsgThread::AddWaitHandle(HANDLE handle) {
             TQStdExceptions::ThrowMemAllocError(L"TQMsgThread::AddWaitHandle");
         }
     }
-    m_handlesChanged.Set();
+    SetSurely(m_handlesChanged.Handle());
 }
 
 void TQMsgThread::RemoveWaitHandle(HANDLE handle) {
@@ -64,7 +65,7 @@ void TQMsgThread::RemoveWaitHandle(HANDLE handle) {
         const TQThreadSynch::TQSynchLock guard(LockObj());
         if (std::erase(m_waitHandles, handle) == 0) return;
     }
-    m_handlesChanged.Set();
+    SetSurely(m_handlesChanged.Handle());
 }
 
 unsigned int TQMsgThread::OnStart(const BYTEBuf&) {

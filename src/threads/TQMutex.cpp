@@ -1,6 +1,7 @@
 #include "threads/TQMutex.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "platform/Win32.h"
 
 #include <algorithm>
@@ -30,7 +31,7 @@ class _TQMutexLockImpl {
     ~_TQMutexLockImpl() {
         if (!m_isAcquired) return;
         const _TQLastErrorKeeper keeper;
-        ReleaseMutex(m_mutex.Handle());
+        Insist([this] { return ReleaseMutex(m_mutex.Handle()) || GetLastError() == ERROR_NOT_OWNER; });
     }
 
     void SetAcquired() noexcept { m_isAcquired = true; }

@@ -1,6 +1,7 @@
 #include "threads/TQSignalLockSynch.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "log/TQTimer.h"
 
 #include <new>
@@ -21,7 +22,7 @@ void TQSignalLockSynch::Set() {
         const TQThreadSynch::TQSynchLock guard(m_flagLock);
         m_isSet = true;
     }
-    m_signal.Set();
+    SetSurely(m_signal.Handle());
 }
 
 void TQSignalLockSynch::Clear() {

@@ -1,6 +1,7 @@
 #include "threads/TQThread.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "platform/Win32.h"
 #include "threads/TQThreadCPUTimer.h"
 #include "threads/internal/ExceptionMessage.h"
@@ -120,7 +121,12 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
         m_startTimeUTC = TQTime::CurrentUTCTime();
     }
     if (suspended) return true;
-    LetGo(thread, true);
+    try {
+        LetGo(thread, true);
+    } catch (...) {
+        AwaitLastThread(false);
+        throw;
+    }
     AwaitStartup(startupEvent, thread);
     return true;
 }
@@ -128,16 +134,27 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
 // Lets a new thread go to whose handle there was no memory to keep, and waits for its end: it finds no start
 // to make.
 void TQThread::EndUnowned(DWORD id) noexcept {
-    const HANDLE thread = OpenThread(SYNCHRONIZE | THREAD_SUSPEND_RESUME, FALSE, id);
-    ResumeThread(thread);
-    WaitForSingleObject(thread, INFINITE);
+    HANDLE thread = nullptr;
+    Insist([&] { return thread = OpenThread(SYNCHRONIZE | THREAD_SUSPEND_RESUME, FALSE, id); });
+    if (!thread) return;
+    EndSuspended(thread);
     CloseHandle(thread);
 }
 
+// Lets a thread go that finds no start to make, and waits for its end.
+void TQThread::EndSuspended(HANDLE thread) noexcept {
+    // What failed counts as suspended still.
+    while (ResumeThread(thread) > 1 && WaitForSingleObject(thread, InsistAgainMs) != WAIT_OBJECT_0) {
+    }
+    AwaitSurely({thread});
+}
+
 void TQThread::Stop() {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    m_isStopRequested = true;
-    m_stopEvent.Set();
+    Insist([this] {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        m_isStopRequested = true;
+        return SetEvent(m_stopEvent.Handle());
+    });
 }
 
 DWORD TQThread::WaitForComplete(DWORD ms) {
@@ -266,10 +283,7 @@ void TQThread::WaitForStartup() {
 // A thread that has started may have destroyed the object.
 void TQThread::AwaitStartup(const ThreadHandleHolder& startupEvent, const ThreadHandleHolder& thread) {
     if (!startupEvent) return;
-    const HANDLE handles[] = {startupEvent.Get(), thread.Get()};
-    const DWORD result = WaitForMultipleObjects(2, handles, FALSE, INFINITE);
-    if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
-    if (result == WAIT_OBJECT_0) return;
+    if (AwaitSurely({startupEvent.Get(), thread.Get()}) == 0) return;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         if (m_startupEvent == startupEvent) {
@@ -308,10 +322,10 @@ TQThread::ThreadHandleHolder TQThread::AwaitLastThread(bool evenAtWork) noexcept
         if (isSuspended) m_state = State::Ended;
         if (m_state == State::Ended || evenAtWork) thread = m_thread;
     }
-    constexpr DWORD failed = static_cast<DWORD>(-1);
-    for (DWORD suspensions = 2; isSuspended && suspensions > 1 && suspensions != failed;)
-        suspensions = ResumeThread(thread.Get());
-    if (thread && !IsOwnThread()) WaitForSingleObject(thread.Get(), INFINITE);
+    if (isSuspended)
+        EndSuspended(thread.Get());
+    else if (thread && !IsOwnThread())
+        AwaitSurely({thread.Get()});
     return thread;
 }
 

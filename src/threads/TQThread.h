@@ -65,7 +65,7 @@ class TQLIB_API TQThread : public TQObject {
     // is under way, 995 "Thread failed to start properly." where `OnStart` refuses (the event that tells of
     // the start is then never signalled) or the thread dies in it, `TQSysException` "Thread Creation Event
     // Failed." (nothing has changed then), "Thread Creation Failed." (the thread counts as never started
-    // then), and what `Resume` throws (the thread is suspended then); 14 (ERROR_OUTOFMEMORY).
+    // then), and what `Resume` throws (the thread has ended then, without a step); 14 (ERROR_OUTOFMEMORY).
     virtual void Start(bool suspended = false);
     // Requests a stop; waits for nothing.
     virtual void Stop();
@@ -126,6 +126,7 @@ class TQLIB_API TQThread : public TQObject {
     unsigned int RunThread();
     bool StartAfter(const ThreadHandleHolder& last, bool suspended);
     static void EndUnowned(DWORD id) noexcept;
+    static void EndSuspended(HANDLE thread) noexcept;
     DWORD LetGo(const ThreadHandleHolder& thread, bool isSuspended);
     void AwaitStartup(const ThreadHandleHolder& startupEvent, const ThreadHandleHolder& thread);
     ThreadHandleHolder AwaitLastThread(bool evenAtWork) noexcept;

@@ -1,6 +1,7 @@
 #include "threads/TQThreadPool.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "platform/ProcessEnd.h"
 #include "platform/Win32.h"
 #include "text/internal/Translated.h"
@@ -210,8 +211,8 @@ void _TQThreadPoolBase::StopThreads() {
     if (IsOwnThread()) return;
     if (TQPoolThread* const self = CallingPoolThread()) return AwaitOtherPoolThreads(*self);
     // Whoever is making the pool's own thread may not know yet that the pool is stopped.
-    WaitForSingleObject(m_startOver.Get(), INFINITE);
-    WaitForComplete(INFINITE);
+    AwaitSurely({m_startOver.Get()});
+    EndThread();
 }
 
 DWORD _TQThreadPoolBase::WorkCount() const {
@@ -294,7 +295,7 @@ bool _TQThreadPoolBase::CanStop() const {
 }
 
 void _TQThreadPoolBase::WakeThread() const noexcept {
-    SetEvent(m_wakeEvent.Get());
+    SetSurely(m_wakeEvent.Get());
 }
 
 DWORD _TQThreadPoolBase::IdleWaitMs() const {
@@ -677,8 +678,9 @@ bool _TQThreadPoolBase::BeginStart() {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);
         if (!IsStopped()) {
             if (m_isStarting || m_allocated.load() >= m_maxThreads) return false;
+            if (!ResetEvent(m_startOver.Get()))
+                TQSysException::ThrowLastError(L"_TQThreadPoolBase::BeginStart");
             m_isStarting = true;
-            ResetEvent(m_startOver.Get());
             AdjustAllocated(true, 1);
             return true;
         }
@@ -686,10 +688,13 @@ bool _TQThreadPoolBase::BeginStart() {
     ThrowStopped();
 }
 
+// Under the lock: an event that is set late would tell that the next start is over.
 void _TQThreadPoolBase::EndStart() noexcept {
-    const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    m_isStarting = false;
-    SetEvent(m_startOver.Get());
+    Insist([this] {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        m_isStarting = !SetEvent(m_startOver.Get());
+        return !m_isStarting;
+    });
 }
 
 void _TQThreadPoolBase::StartPoolThread() {
@@ -719,10 +724,14 @@ void _TQThreadPoolBase::StartPoolThread() {
         throw;
     }
     m_serving.fetch_add(1);
-    const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    thread.release()->m_isBeingStarted = false;
+    bool hasRetired;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        thread.release()->m_isBeingStarted = false;
+        hasRetired = m_retired;
+    }
     // One that has left already could not be deleted before.
-    if (m_retired) WakeThread();
+    if (hasRetired) WakeThread();
 }
 
 void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
@@ -857,7 +866,7 @@ void _TQThreadPoolBase::DeleteRetired() {
                 thread = thread->m_nextRetired;
             if (!thread) return;
         }
-        thread->WaitForComplete(INFINITE);
+        AwaitSurely({thread->ThreadHandle()});
         std::unique_ptr<TQPoolThread> ended;
         {
             const TQThreadSynch::TQSynchLock guard(m_poolLock);
@@ -874,15 +883,21 @@ void _TQThreadPoolBase::DeleteRetired() {
 void _TQThreadPoolBase::DropThreadObject(std::unique_ptr<TQPoolThread> thread) noexcept {
     const bool wasStopping = thread->m_isStoppingPool;
     thread.reset();
-    const TQThreadSynch::TQSynchLock guard(m_poolLock);
-    --m_threadObjects;
-    if (wasStopping) --m_stoppers;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        --m_threadObjects;
+        if (wasStopping) --m_stoppers;
+    }
     TellStoppers();
 }
 
 // Of a stopped pool: no thread is added any more, so what is true once stays true.
 void _TQThreadPoolBase::TellStoppers() noexcept {
-    if (IsStopped() && m_threadObjects == m_stoppers) SetEvent(m_othersGone.Get());
+    {
+        const TQThreadSynch::TQSynchLock guard(m_poolLock);
+        if (!IsStopped() || m_threadObjects != m_stoppers) return;
+    }
+    SetSurely(m_othersGone.Get());
 }
 
 void _TQThreadPoolBase::Stop() {
@@ -940,16 +955,17 @@ void _TQThreadPoolBase::AwaitOtherPoolThreads(TQPoolThread& self) {
         const TQThreadSynch::TQSynchLock guard(m_poolLock);
         if (!self.m_isStoppingPool) ++m_stoppers;
         self.m_isStoppingPool = true;
-        TellStoppers();
     }
-    WaitForSingleObject(m_othersGone.Get(), INFINITE);
+    TellStoppers();
+    AwaitSurely({m_othersGone.Get()});
 }
 
 void _TQThreadPoolBase::CloseUp() noexcept {
+    if (!m_port) return;
     const _TQLastErrorKeeper keeper;
     StopThreads();
     m_callOnExit.reset();
-    if (!m_port || Platform::AreOtherThreadsGone()) return;
+    if (Platform::AreOtherThreadsGone()) return;
     _CleanUpPort(m_port.Get());
     m_port.Close();
     m_wakeEvent.Close();

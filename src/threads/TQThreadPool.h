@@ -223,7 +223,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void ReleaseMemory() noexcept;
     void AwaitOtherPoolThreads(TQPoolThread& self);
     void DropThreadObject(std::unique_ptr<TQPoolThread> thread) noexcept;
-    void TellStoppers() noexcept TQ_REQUIRES(m_poolLock);
+    void TellStoppers() noexcept;
 
     bool IsStopped() const noexcept;
     DWORD AnonymousItems() const noexcept;

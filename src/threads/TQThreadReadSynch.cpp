@@ -1,6 +1,7 @@
 #include "threads/TQThreadReadSynch.h"
 
 #include "core/TQStdExceptions.h"
+#include "core/internal/Insist.h"
 #include "platform/RaceTools.h"
 #include "platform/Win32.h"
 
@@ -101,9 +102,8 @@ ULONGLONG NextLockNumber() noexcept {
 
 }  // namespace
 
-TQThreadReadSynch::TQThreadReadSynch() : m_number(NextLockNumber()), m_noHolder(true) {
+TQThreadReadSynch::TQThreadReadSynch() : m_number(NextLockNumber()), m_noHolder(nullptr, false, true, true) {
     Platform::TellOwnMemory(&m_state, sizeof m_state);
-    m_noHolder.Set();
 }
 
 TQThreadReadSynch::TQThreadReadSynch(const TQThreadReadSynch&) : TQThreadReadSynch() {}
@@ -117,7 +117,7 @@ TQThreadReadSynch& TQThreadReadSynch::operator=(const TQThreadReadSynch& other) 
                                               std::memory_order_acq_rel, std::memory_order_relaxed)) {
         }
     }
-    m_noHolder.Set();
+    SetSurely(m_noHolder.Handle());
     return *this;
 }
 
@@ -208,7 +208,7 @@ void TQThreadReadSynch::ReleaseLast(ULONGLONG share, DWORD epoch) {
         } while (!m_state.compare_exchange_weak(state, next, std::memory_order_release,
                                                 std::memory_order_relaxed));
     }
-    noHolder.Set();
+    SetSurely(noHolder.Handle());
 }
 
 TQThreadWriteSynch::TQThreadWriteSynch(TQThreadReadSynch& lock) noexcept

@@ -1,6 +1,7 @@
 #include "threads/TQWaitList.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "log/TQTimer.h"
 #include "platform/Win32.h"
 #include "threads/TQThread.h"
@@ -58,12 +59,13 @@ class TQWaitList::TQWaitThread : public TQThread {
 
     void Stop() override {
         TQThread::Stop();
-        m_list.m_wake.Set();
+        SetSurely(m_list.m_wake.Handle());
     }
 
   protected:
     unsigned int RunWork(BYTEBuf&) override {
         while (!Stopped()) {
+            AnswerPause();
             const Batch batch = NextBatch();
             const DWORD result = batch.Wait(WaitTime(batch.Size()));
             if (result == WAIT_FAILED)
@@ -82,14 +84,19 @@ class TQWaitList::TQWaitThread : public TQThread {
     static constexpr LONGLONG RestFactor = 19;
     static constexpr LONGLONG LongestRestMs = 50;
 
+    void AnswerPause() {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
+            if (m_list.m_phase != Phase::PauseAsked) return;
+            m_list.m_phase = Phase::Paused;
+        }
+        SetSurely(m_list.m_paused.Handle());
+    }
+
     // None while the thread is to pause.
     Batch NextBatch() {
         const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
-        if (m_list.m_phase == Phase::PauseAsked) {
-            m_list.m_phase = Phase::Paused;
-            m_list.m_paused.Set();
-        }
-        m_size = m_list.m_phase == Phase::Paused ? 0 : m_list.m_rest.size();
+        m_size = m_list.m_phase == Phase::Watching ? m_list.m_rest.size() : 0;
         if (m_position >= m_size) m_position = 0;
         return Batch(m_list.m_wake, m_list.m_rest.data() + m_position,
                      std::min(m_size - m_position, BatchSize));
@@ -112,16 +119,19 @@ class TQWaitList::TQWaitThread : public TQThread {
     // Goes on behind the object, so that one that is always signalled does not hide the others.
     void Found(HANDLE handle, DWORD place) {
         m_list.SetFound(handle);
+        SetSurely(m_list.m_changed.Handle());
         m_position += place - 1;
         m_quiet = 0;
     }
 
     // Tells the owner and pauses until the owner waits again.
     void Fail(DWORD code) {
-        const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
-        if (m_list.m_phase == Phase::Watching) m_list.m_phase = Phase::Paused;
-        m_list.m_failure = code;
-        m_list.m_changed.Set();
+        {
+            const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
+            if (m_list.m_phase == Phase::Watching) m_list.m_phase = Phase::Paused;
+            m_list.m_failure = code;
+        }
+        SetSurely(m_list.m_changed.Handle());
     }
 
     TQWaitList& m_list;
@@ -211,7 +221,6 @@ void TQWaitList::Remove(HANDLE handle) {
         if (isTakenAway) m_phase = Phase::PauseAsked;
     }
     if (isTakenAway) AwaitPause();
-    m_changed.Set();
 }
 
 HANDLE TQWaitList::Wait(DWORD ms) {
@@ -278,8 +287,7 @@ void TQWaitList::Insert(HANDLE handle) {
     } catch (const std::bad_alloc&) {
         TQStdExceptions::ThrowMemAllocError(L"TQWaitList::Add");
     }
-    if (isForThread) m_wake.Set();
-    m_changed.Set();
+    if (isForThread) SetSurely(m_wake.Handle());
 }
 
 HANDLE TQWaitList::NextSignal() {
@@ -304,14 +312,13 @@ void TQWaitList::LookAgainAtReturned() {
         wake = m_handles.contains(handle) && !std::ranges::binary_search(m_first, handle);
         if (wake) Arm(handle);
     }
-    if (wake) m_wake.Set();
+    if (wake) SetSurely(m_wake.Handle());
 }
 
 void TQWaitList::SetFound(HANDLE handle) {
     const TQThreadSynch::TQSynchLock guard(m_lock);
     CollectReady();
     MarkFound(handle);
-    m_changed.Set();
 }
 
 void TQWaitList::CollectReady() {
@@ -347,15 +354,13 @@ void TQWaitList::PrepareWaitThread() {
         m_phase = Phase::Watching;
         ArmStanding();
     }
-    m_wake.Set();
+    SetSurely(m_wake.Handle());
 }
 
 // The thread answers at the end of its wait; should it have ended, there is nothing to wait for.
 void TQWaitList::AwaitPause() {
-    m_wake.Set();
-    const HANDLE handles[] = {m_paused.Handle(), m_waitThread->ThreadHandle()};
-    if (WaitForMultipleObjects(2, handles, FALSE, INFINITE) == WAIT_FAILED)
-        TQSysException::ThrowLastError(WaitFailed);
+    SetSurely(m_wake.Handle());
+    AwaitSurely({m_paused.Handle(), m_waitThread->ThreadHandle()});
 }
 
 bool TQWaitList::BeginStanding(HANDLE handle, Watch& watch) noexcept {

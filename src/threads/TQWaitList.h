@@ -96,7 +96,7 @@ class TQLIB_API TQWaitList : public TQObject {
     HANDLE m_returned = nullptr;  // by the last wait
 
     mutable TQThreadSynch m_lock;
-    // For the owner: there is something found or ready, or a failure, or another set of handles.
+    // For the owner: the auxiliary thread has found something or failed, or something is ready.
     const TQEvent m_changed;
     Platform::StandingWaits m_standing;
     WatchMap m_handles TQ_GUARDED_BY(m_lock);

@@ -100,8 +100,13 @@ std::vector<SweptOperation> FileRows() {
               [](FileInFolder& in) {
                   if (in.file.Lock(0, 1, 0)) in.file.Unlock(0, 1);
               }),
-        Swept("text file append", TextInFolder::Make,
-              [](TextInFolder& in) { in.file.Append(L"one\ntwo", 2000); }),
+        Swept(
+            "text file append", TextInFolder::Make,
+            [](TextInFolder& in) {
+                in.file.Append(L"one\ntwo", 0);
+                in.file.Append(L"three", 0);
+            },
+            Promise::Works, "UnlockFile"),
         Swept("registry open", Key::Make,
               [](Key& in) {
                   in.user.Create(L"Software\\TQLib sweep\\below").SetValue(L"", REG_BINARY, nullptr, 0);

@@ -65,7 +65,7 @@ std::vector<SweptOperation> SecurityRows() {
             },
             Promise::Works, NoAccount),
         Swept(
-            "identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(true); }, Promise::Works,
+            "identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(); }, Promise::Works,
             NoAccount),
         Swept("domain of an identifier", SecID::MachDomainSID, [](SecID& id) { (void)id.DomainSID(); }),
         Swept(

@@ -74,14 +74,6 @@ const std::set<std::string> UnsweptCalls = {
     "CoAddRefServerProcess",
     "CoReleaseServerProcess",
     "QueryPerformanceFrequency",
-    // On an object that the library made and keeps they cannot fail.
-    "ReleaseMutex",
-    "ResetEvent",
-    "ResumeThread",
-    "SetEvent",
-    "WaitForMultipleObjects",
-    "UnlockFile",
-    "WaitForSingleObject",
     // They come on a thread that the library makes, and wait for what it keeps.
     "GetMessageW",
     "MsgWaitForMultipleObjectsEx",

@@ -1,4 +1,5 @@
 #include "platform/Win32.h"
+#include "support/ThrownCode.h"
 #include "sweep/Rows.h"
 #include "threads/TQEvent.h"
 #include "threads/TQMsgThread.h"
@@ -12,6 +13,7 @@
 #include "threads/TQWaitList.h"
 #include "threads/TQWorkPool.h"
 
+#include <string>
 #include <tuple>
 #include <vector>
 
@@ -29,6 +31,13 @@ template <class Thread>
 struct Started : Thread {
     explicit Started(bool suspended = false) { this->Start(suspended); }
     ~Started() override { this->EndThread(); }
+};
+
+// Free again in the end, whatever has failed.
+struct Mutex : TQMutex {
+    ~Mutex() override {
+        EXPECT_EQ(ThrownCode([this] { Release(); }), DWORD{ERROR_NOT_OWNER});
+    }
 };
 
 struct SignalLock {
@@ -50,6 +59,18 @@ struct Watched {
     }
 };
 
+// Events with names, for which a list needs its thread on Linux, too. They are made once: that takes long.
+const std::vector<TQEvent>& NamedEvents() {
+    static const std::vector<TQEvent> events = [] {
+        std::vector<TQEvent> made;
+        while (made.size() <= MAXIMUM_WAIT_OBJECTS)
+            made.emplace_back((L"TQLib sweep event " + std::to_wstring(made.size())).c_str(), false, true,
+                              false);
+        return made;
+    }();
+    return events;
+}
+
 class PoolThread : public TQPoolThread {
   public:
     ~PoolThread() override { EndThread(); }
@@ -70,17 +91,21 @@ struct BusyPool : Pool {
 
 const char Item[1000] = {};
 
+// What wakes, ends or waits for an end is done until it succeeds.
+constexpr std::string_view Insisted = "SetEvent WaitForSingleObject WaitForMultipleObjects";
+
 // A thread that can't be made is missed only where there is no other.
-constexpr std::string_view OneThreadMore = "new CreateThread CreateEventW";
+constexpr std::string_view OneThreadMore =
+    "new CreateThread CreateEventW ResetEvent ResumeThread SetEvent WaitForMultipleObjects";
 
 // A port that goes is emptied as far as it can be.
-constexpr std::string_view Emptied = "GetQueuedCompletionStatus";
+constexpr std::string_view Emptied = "GetQueuedCompletionStatus SetEvent WaitForMultipleObjects";
 
 }  // namespace
 
 std::vector<SweptOperation> ThreadRows() {
     const auto quiet = [] { return TQEvent(true); };
-    const auto mutex = [] { return TQMutex(); };
+    const auto mutex = [] { return Mutex(); };
     const auto patient = [] { return Patient(); };
     const auto atWork = [] { return Started<Patient>(); };
     const auto pool = [] { return Pool(); };
@@ -92,27 +117,36 @@ std::vector<SweptOperation> ThreadRows() {
                   e.Reset();
               }),
         Swept("named event", quiet, [](TQEvent&) { TQEvent(L"TQLib sweep event", false, true, false); }),
-        Swept("mutex", mutex,
-              [](TQMutex& m) {
-                  const TQMutex::TQMutexLock lock(m, 0);
-                  EXPECT_TRUE(lock.IsLocked());
-              }),
-        Swept("mutex and others", mutex,
-              [](TQMutex& m) {
-                  const TQEvent set(L"TQLib sweep event", false, true, true);
-                  const HANDLE others[] = {set.Handle()};
-                  TQMutex::TQMutexLock lock;
-                  std::ignore = m.Acquire(lock, true, 0, others, 1);
-                  EXPECT_TRUE(lock.IsLocked());
-              }),
+        Swept(
+            "mutex", mutex,
+            [](TQMutex& m) {
+                const TQMutex::TQMutexLock lock(m, 0);
+                EXPECT_TRUE(lock.IsLocked());
+            },
+            Promise::Works, "ReleaseMutex"),
+        Swept(
+            "mutex and others", mutex,
+            [](TQMutex& m) {
+                const TQEvent set(L"TQLib sweep event", false, true, true);
+                const HANDLE others[] = {set.Handle()};
+                TQMutex::TQMutexLock lock;
+                std::ignore = m.Acquire(lock, true, 0, others, 1);
+                EXPECT_TRUE(lock.IsLocked());
+            },
+            Promise::Works, "ReleaseMutex"),
+        Swept(
+            "mutex release", [] { return TQMutex(); },
+            [](TQMutex& m) { EXPECT_TRUE(m.Wait(0)), m.Release(); }),
         Swept("named mutex", mutex, [](TQMutex&) { TQMutex(L"TQLib sweep mutex", true); }),
         Swept(
             "read and write lock", [] { return TQThreadReadSynch(); },
             [](TQThreadReadSynch& lock) {
                 { const TQThreadReadSynch::TQSynchLock reader(lock); }
+                lock = TQThreadReadSynch();
                 TQThreadWriteSynch write(lock);
                 const TQThreadSynch::TQSynchLock writer(write);
-            }),
+            },
+            Promise::Works, Insisted),
         Swept(
             "signal lock", [] { return SignalLock(); },
             [](SignalLock& in) {
@@ -120,14 +154,32 @@ std::vector<SweptOperation> ThreadRows() {
                 EXPECT_TRUE(in.signal.GetLock(0));
                 in.signal.Clear();
                 EXPECT_FALSE(in.signal.GetLock(0));
-            }),
-        Swept("thread start", patient, [](Patient& thread) { thread.Start(); }),
+            },
+            Promise::Works, "SetEvent"),
         Swept(
-            "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); }),
+            "thread start", patient,
+            [](Patient& thread) {
+                try {
+                    thread.Start();
+                } catch (...) {
+                    EXPECT_EQ(thread.WaitForComplete(0), 0u);
+                    throw;
+                }
+            },
+            Promise::Works, Insisted),
+        Swept(
+            "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); },
+            Promise::Works, Insisted),
+        Swept(
+            "thread end", patient, [](Patient&) { Started<Patient>(), Started<Patient>(true); },
+            Promise::Works, "SetEvent ResumeThread WaitForSingleObject WaitForMultipleObjects"),
         Swept("thread times", atWork,
               [](Patient& thread) { std::ignore = thread.CPUTime(), thread.RunningTime(); }),
-        Swept("thread stop", atWork, [](Patient& thread) { thread.StopAndWait(INFINITE); }),
-        Swept("thread restart", atWork, [](Patient& thread) { thread.Restart(); }),
+        Swept(
+            "thread stop", atWork, [](Patient& thread) { thread.StopAndWait(INFINITE); }, Promise::Works,
+            Insisted),
+        Swept(
+            "thread restart", atWork, [](Patient& thread) { thread.Restart(); }, Promise::Works, Insisted),
         Swept(
             "thread priority", patient,
             [](Patient&) { const TQThreadPriority lowest(THREAD_PRIORITY_LOWEST); }, Promise::Works,
@@ -135,7 +187,7 @@ std::vector<SweptOperation> ThreadRows() {
         Swept("thread timer", patient, [](Patient&) { std::ignore = TQThreadCPUTimer().Elapsed(); }),
         Swept(
             "message thread start", [] { return TQMsgThread(); }, [](TQMsgThread& thread) { thread.Start(); },
-            Promise::Ended, ""),
+            Promise::Ended, Insisted),
         Swept(
             "message post", [] { return Started<TQMsgThread>(); },
             [](TQMsgThread& thread) { thread.PostMsg(WM_USER, 1, 2); }),
@@ -143,14 +195,10 @@ std::vector<SweptOperation> ThreadRows() {
             "message thread handles", [] { return Started<TQMsgThread>(); },
             [](TQMsgThread& thread) {
                 const TQEvent event(true);
-                try {
-                    thread.AddWaitHandle(event.Handle());
-                } catch (...) {
-                    thread.RemoveWaitHandle(event.Handle());
-                    throw;
-                }
+                thread.AddWaitHandle(event.Handle());
                 thread.RemoveWaitHandle(event.Handle());
-            }),
+            },
+            Promise::Works, Insisted),
         Swept(
             "wait list add", [] { return Watched(1); },
             [](Watched& in) {
@@ -165,19 +213,34 @@ std::vector<SweptOperation> ThreadRows() {
         Swept(
             "long wait list", [] { return Watched(70); },
             [](Watched& in) { EXPECT_EQ(in.list.Wait(INFINITE), in.events.back().Handle()); }, Promise::Works,
-            "new"),
+            "new SetEvent WaitForMultipleObjects"),
+        Swept(
+            "long wait list emptied", [] { return TQWaitList(); },
+            [](TQWaitList& list) {
+                for (const TQEvent& event : NamedEvents())
+                    list.Add(event.Handle());
+                EXPECT_EQ(list.Wait(0), nullptr);
+                EXPECT_TRUE(list.HasWaitThread());
+                for (const TQEvent& event : NamedEvents())
+                    list.Remove(event.Handle());
+                EXPECT_EQ(list.Wait(0), nullptr);
+                EXPECT_FALSE(list.HasWaitThread());
+            },
+            Promise::Works, "new SetEvent WaitForMultipleObjects"),
         Swept(
             "pool", patient, [](Patient&) { Pool(); }, Promise::Works, Emptied),
-        Swept("pool first work", pool,
-              [](Pool& in) {
-                  const DWORD before = in.WorkCount();
-                  try {
-                      in.AddWork(Item, sizeof Item);
-                  } catch (...) {
-                      EXPECT_EQ(in.WorkCount(), before);
-                      throw;
-                  }
-              }),
+        Swept(
+            "pool first work", pool,
+            [](Pool& in) {
+                const DWORD before = in.WorkCount();
+                try {
+                    in.AddWork(Item, sizeof Item);
+                } catch (...) {
+                    EXPECT_EQ(in.WorkCount(), before);
+                    throw;
+                }
+            },
+            Promise::Works, Insisted),
         Swept(
             "pool work", [] { return BusyPool(); },
             [](BusyPool& in) { in.AddWork(Item, sizeof Item, in.requestor); }, Promise::Works, OneThreadMore),
@@ -190,7 +253,8 @@ std::vector<SweptOperation> ThreadRows() {
                 in.ClearAll();
             }),
         Swept(
-            "pool stop", [] { return BusyPool(); }, [](BusyPool& in) { in.StopThreads(); }),
+            "pool stop", [] { return BusyPool(); }, [](BusyPool& in) { in.StopThreads(); }, Promise::Works,
+            Insisted),
         Swept(
             "work pool", patient,
             [](Patient&) {

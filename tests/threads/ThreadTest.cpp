@@ -467,18 +467,6 @@ TEST(Thread, CountsAsNeverStartedWhereItCannotBeCreated) {
     EXPECT_EQ(thread.Run(), 0u);
 }
 
-TEST(Thread, IsSuspendedWhereItCannotBeLetGo) {
-    TestThread thread, ended;
-    for (TestThread* each : {&thread, &ended}) {
-        const FailCall fail("ResumeThread", ERROR_ACCESS_DENIED, 1, static_cast<DWORD>(-1));
-        EXPECT_EQ(ThrownCode([&] { each->Start(); }), DWORD{ERROR_ACCESS_DENIED});
-    }
-    EXPECT_NE(thread.ID(), 0u);
-    thread.Resume();
-    thread.WaitForComplete(INFINITE);
-    EXPECT_EQ(thread.Steps().size(), 3u);
-}
-
 TEST(Thread, StartsOrNotWhereMemoryIsShort) {
     bool fired = true;
     for (unsigned nth = 1; fired; ++nth) {
@@ -495,16 +483,6 @@ TEST(Thread, StartsOrNotWhereMemoryIsShort) {
         EXPECT_EQ(thread.Steps().size(), code == 0 ? 3u : 0u) << nth;
         EXPECT_EQ(thread.Run(), 0u);
     }
-}
-
-TEST(Thread, ReportsAFailedWaitForItsStart) {
-    TestThread thread;
-    {
-        const FailCall fail("WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-        EXPECT_EQ(ThrownCode([&] { thread.Start(); }), DWORD{ERROR_NOT_ENOUGH_MEMORY});
-    }
-    EXPECT_EQ(thread.WaitForComplete(INFINITE), 0u) << "the thread itself runs";
-    EXPECT_EQ(thread.Steps().size(), 3u);
 }
 
 // A function whose frame needs more than the stack that threads have by default.

@@ -743,6 +743,7 @@ BOOL LockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWO
 }
 
 BOOL UnlockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, DWORD sizeHigh) noexcept {
+    if (DWORD code = FaultDue("UnlockFile")) return Fail(code, FALSE);
     const HandleRef<FileObject> object(file);
     if (!object) return Fail(ERROR_INVALID_HANDLE, FALSE);
     const DWORD code =
@@ -945,6 +946,7 @@ BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept {
 }
 
 BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written, void* reserved) noexcept {
+    if (DWORD code = FaultDue("WriteConsoleW")) return Fail(code, FALSE);
     DWORD mode = 0;
     if (reserved) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (!GetConsoleMode(console, &mode)) return FALSE;

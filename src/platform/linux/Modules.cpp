@@ -524,6 +524,7 @@ BOOL FreeLibrary(HMODULE module) noexcept {
 }
 
 HMODULE GetModuleHandleW(const wchar_t* name) noexcept {
+    if (const DWORD code = FaultDue("GetModuleHandleW")) return Fail(code, HMODULE{});
     HMODULE module = nullptr;
     GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, name, &module);
     return module;
