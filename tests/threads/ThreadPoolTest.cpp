@@ -500,9 +500,10 @@ TEST(PortPackets, GoToWhomTheyAreForAndAreNoWork) {
     pool.idleWaitMs = 1;
     pool.AdjustPortObjects(true);
     EXPECT_EQ(pool.ThreadsAllocated(), 1u) << "to take them";
-    OVERLAPPED record{};
+    OVERLAPPED record{}, likeOwn{};
+    likeOwn.hEvent = static_cast<_TQThreadPoolBase*>(&pool);
     const PortPool::Packet rows[] = {
-        {5, 10, &record, 0}, {5, 0xFFFFFFFF, nullptr, 0}, {5, 7, &record, 0}, {5, 0, &pool, 0},
+        {5, 10, &record, 0}, {5, 0xFFFFFFFF, nullptr, 0}, {5, 7, &record, 0}, {5, 1, &likeOwn, 0},
         {0, 0, nullptr, 0},  {0, 0xFFFFFFFF, nullptr, 0}, {0, 9, &record, 0}};
     std::vector<PortPool::Packet> posted;
     for (const auto& row : rows) {
@@ -539,6 +540,19 @@ TEST(PortPackets, FindAThreadBesideOneThatIsBusy) {
     Until([&] { return pool.Packets().size() == 1; });
     pool.AdjustPortObjects(false);
     gate.Open();
+}
+
+TEST(PortPackets, FindAThreadBesideOneThatIsBusyWithAnother) {
+    Script script;
+    PortPool pool(script);
+    pool.AdjustPortObjects(true);
+    Gate gate;
+    pool.onPacket = [&] { gate.Pass(); };
+    for (int i = 0; i < 2; ++i)
+        pool.PostPacket({5, 1, nullptr, 0});
+    Until([&] { return gate.Came() == 2; });
+    gate.Open();
+    pool.AdjustPortObjects(false);
 }
 
 // All threads of a pool with more than its minimum.
