@@ -5,6 +5,7 @@
 #include "security/SecAttr.h"
 #include "support/FailCall.h"
 
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>

@@ -186,15 +186,10 @@ class PortPool : public TestPool<2> {
         return m_packets;
     }
 
-    std::function<void()> onPacket = [] {};
-
   protected:
     void OnPortPacket(ULONGLONG key, DWORD bytes, void* record, DWORD error) override {
-        {
-            const std::lock_guard guard(m_lock);
-            m_packets.push_back({key, bytes, record, error});
-        }
-        onPacket();
+        const std::lock_guard guard(m_lock);
+        m_packets.push_back({key, bytes, record, error});
         if (bytes == 7) throw TQException(7u, L"packet");
     }
 

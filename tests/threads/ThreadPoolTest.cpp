@@ -542,19 +542,6 @@ TEST(PortPackets, FindAThreadBesideOneThatIsBusy) {
     gate.Open();
 }
 
-TEST(PortPackets, FindAThreadBesideOneThatIsBusyWithAnother) {
-    Script script;
-    PortPool pool(script);
-    pool.AdjustPortObjects(true);
-    Gate gate;
-    pool.onPacket = [&] { gate.Pass(); };
-    for (int i = 0; i < 2; ++i)
-        pool.PostPacket({5, 1, nullptr, 0});
-    Until([&] { return gate.Came() == 2; });
-    gate.Open();
-    pool.AdjustPortObjects(false);
-}
-
 // All threads of a pool with more than its minimum.
 class IdlePool : public testing::Test {
   protected:
