@@ -41,7 +41,7 @@ const Role g_prepared("control", [](const RoleArguments& words) {
     SetConsoleCtrlHandler(nullptr, FALSE);
     for (const std::string& word : words) {
         if (word == "pass") SetConsoleCtrlHandler(&PassItOn, TRUE);
-        if (word == "pass no more") SetConsoleCtrlHandler(&PassItOn, FALSE);
+        if (word == "pass-no-more") SetConsoleCtrlHandler(&PassItOn, FALSE);
         if (word == "take") SetConsoleCtrlHandler(&TakeIt, TRUE);
         if (word == "tell") SetConsoleCtrlHandler(&TellThread, TRUE);
         if (word == "ignore") SetConsoleCtrlHandler(nullptr, TRUE);
@@ -72,7 +72,7 @@ class ConsoleControl : public testing::Test {
 TEST_F(ConsoleControl, CallsTheHandlerAddedLastFirstUntilOneTakesTheEvent) {
     const std::pair<RoleArguments, const char*> rows[] = {
         {{"pass", "take", "pass"}, "passed on\ntaken 0\n"},
-        {{"pass", "take", "pass", "pass no more"}, "taken 0\n"},
+        {{"pass", "take", "pass", "pass-no-more"}, "taken 0\n"},
         {{"take", "ignore", "heed"}, "taken 0\n"}};
     for (const auto& [words, said] : rows) {
         Start(words);
