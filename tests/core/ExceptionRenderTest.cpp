@@ -117,40 +117,27 @@ TEST_F(ExceptionRender, LogBlockNamesProcessThreadAndApplication) {
 
 TEST_F(ExceptionRender, OSExceptionLineHasTenForms) {
     const auto address = reinterpret_cast<const void*>(std::uintptr_t{0x1234567890});
-    const auto line = [&](DWORD code, DWORD parameters, std::uintptr_t access) {
-        return OSLine({code, 1, address, parameters, access, 0xABCDEF0123, 0xC000009A});
-    };
-    EXPECT_EQ(line(0xC0000005, 2, 0),
-              L"OS Exception-Read Access Violation @ 0x34567890 reading 000000ABCDEF0123. Flags = "
-              L"0x00000001; Owner=unknown");
-    EXPECT_EQ(line(0xC0000005, 2, 1),
-              L"OS Exception-Write Access Violation @ 0x34567890 writing 000000ABCDEF0123. Flags = "
-              L"0x00000001; Owner=unknown");
-    EXPECT_EQ(line(0xC0000005, 2, 8),
-              L"OS Exception-DEP Violation @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001; "
-              L"Owner=unknown");
-    EXPECT_EQ(line(0xC0000005, 2, 7),
-              L"OS Exception-Access Violation @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001; "
-              L"Owner=unknown");
-    EXPECT_EQ(line(0xC0000005, 0, 0),
-              L"OS Exception-Access Violation @ 0x34567890. Flags = 0x00000001; Owner=unknown");
-    EXPECT_EQ(line(0xC0000006, 3, 0),
-              L"OS Exception-Read In-Page Error @ 0x34567890 reading 000000ABCDEF0123. Flags = 0x00000001 - "
-              L"Status=0xc000009a; "
-              L"Owner=unknown");
-    EXPECT_EQ(line(0xC0000006, 3, 1),
-              L"OS Exception-Write In-Page Error @ 0x34567890 writing 000000ABCDEF0123. Flags = 0x00000001 - "
-              L"Status=0xc000009a; "
-              L"Owner=unknown");
-    EXPECT_EQ(line(0xC0000006, 3, 8),
-              L"OS Exception-DEP In-Page Error @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001 - "
-              L"Status=0xc000009a; Owner=unknown");
-    EXPECT_EQ(line(0xC0000006, 3, 7),
-              L"OS Exception-In-Page Error @ 0x34567890 accessing 000000ABCDEF0123. Flags = 0x00000001 - "
-              L"Status=0xc000009a; "
-              L"Owner=unknown");
-    EXPECT_EQ(line(0xC0000094, 0, 0),
-              L"OS Exception (0xc0000094) @ 0x34567890. Flags = 0x00000001; Owner=unknown");
+    constexpr DWORD Violation = 0xC0000005, InPageError = 0xC0000006, Division = 0xC0000094;
+    const struct {
+        DWORD code, parameters;
+        std::uintptr_t access;
+        const wchar_t *what, *how;
+    } rows[] = {{Violation, 2, 0, L"-Read Access Violation", L" reading"},
+                {Violation, 2, 1, L"-Write Access Violation", L" writing"},
+                {Violation, 2, 8, L"-DEP Violation", L" accessing"},
+                {Violation, 2, 7, L"-Access Violation", L" accessing"},
+                {Violation, 0, 0, L"-Access Violation", nullptr},
+                {InPageError, 3, 0, L"-Read In-Page Error", L" reading"},
+                {InPageError, 3, 1, L"-Write In-Page Error", L" writing"},
+                {InPageError, 3, 8, L"-DEP In-Page Error", L" accessing"},
+                {InPageError, 3, 7, L"-In-Page Error", L" accessing"},
+                {Division, 0, 0, L" (0xc0000094)", nullptr}};
+    for (const auto& [code, parameters, access, what, how] : rows) {
+        const std::wstring touched = how ? how + std::wstring(L" 000000ABCDEF0123") : L"";
+        EXPECT_EQ(OSLine({code, 1, address, parameters, access, 0xABCDEF0123, 0xC000009A}),
+                  std::wstring(L"OS Exception") + what + L" @ 0x34567890" + touched + L". Flags = 0x00000001" +
+                      (code == InPageError ? L" - Status=0xc000009a" : L"") + L"; Owner=unknown");
+    }
 }
 
 TEST_F(ExceptionRender, OSExceptionLineNamesTheModuleOfTheAddress) {

@@ -3,6 +3,8 @@
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 
+#include <array>
+
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
 
@@ -25,13 +27,9 @@ TEST(TimeSpan, CutsOffTowardsZero) {
 TEST(Time, GivesBackItsFields) {
     const TQTime leapDay = At(2024, 2, 29, 23, 59, 58, 999);
     const TQTime::Fields fields = leapDay.ToFields();
-    EXPECT_EQ(fields.year, 2024);
-    EXPECT_EQ(fields.month, 2);
-    EXPECT_EQ(fields.day, 29);
-    EXPECT_EQ(fields.hour, 23);
-    EXPECT_EQ(fields.minute, 59);
-    EXPECT_EQ(fields.second, 58);
-    EXPECT_EQ(fields.millisecond, 999);
+    EXPECT_EQ((std::array{fields.year, fields.month, fields.day, fields.hour, fields.minute, fields.second,
+                          fields.millisecond}),
+              (std::array{2024, 2, 29, 23, 59, 58, 999}));
     EXPECT_EQ(fields.dayOfWeek, 4) << "a Thursday";
     EXPECT_EQ((leapDay + TQTimeSpan::FromMilliseconds(1'001)).ToFields().month, 3);
     EXPECT_EQ(At(30827, 12, 31).ToFields().year, 30827);

@@ -36,46 +36,20 @@ int AwaitWord() {
     return ReadFile(GetStdHandle(STD_INPUT_HANDLE), &byte, 1, &got, nullptr) ? 0 : 1;
 }
 
-const Role g_chain("control-chain", [](const RoleArguments&) {
+// Prepares itself as the words say.
+const Role g_prepared("control", [](const RoleArguments& words) {
     SetConsoleCtrlHandler(nullptr, FALSE);
-    for (const PHANDLER_ROUTINE handler : {&PassItOn, &TakeIt, &PassItOn})
-        SetConsoleCtrlHandler(handler, TRUE);
-    return AwaitWord();
-});
-
-const Role g_thread("control-thread", [](const RoleArguments&) {
-    SetConsoleCtrlHandler(nullptr, FALSE);
-    SetConsoleCtrlHandler(&TellThread, TRUE);
-    AwaitWord();
-    return g_handlerThread != 0 && g_handlerThread != GetCurrentThreadId() ? 0 : 1;
-});
-
-const Role g_unhandled("control-unhandled", [](const RoleArguments&) {
-    SetConsoleCtrlHandler(nullptr, FALSE);
-    SetConsoleCtrlHandler(&PassItOn, TRUE);
-    AwaitWord();
-    return 5;
-});
-
-const Role g_removed("control-removed", [](const RoleArguments&) {
-    SetConsoleCtrlHandler(nullptr, FALSE);
-    for (const PHANDLER_ROUTINE handler : {&PassItOn, &TakeIt, &PassItOn})
-        SetConsoleCtrlHandler(handler, TRUE);
-    SetConsoleCtrlHandler(&PassItOn, FALSE);
-    return AwaitWord();
-});
-
-const Role g_ignored("control-ignored", [](const RoleArguments&) {
-    SetConsoleCtrlHandler(&TakeIt, TRUE);
-    SetConsoleCtrlHandler(nullptr, TRUE);
-    return AwaitWord();
-});
-
-const Role g_restored("control-restored", [](const RoleArguments&) {
-    SetConsoleCtrlHandler(&TakeIt, TRUE);
-    SetConsoleCtrlHandler(nullptr, TRUE);
-    SetConsoleCtrlHandler(nullptr, FALSE);
-    return AwaitWord();
+    for (const std::string& word : words) {
+        if (word == "pass") SetConsoleCtrlHandler(&PassItOn, TRUE);
+        if (word == "pass-no-more") SetConsoleCtrlHandler(&PassItOn, FALSE);
+        if (word == "take") SetConsoleCtrlHandler(&TakeIt, TRUE);
+        if (word == "tell") SetConsoleCtrlHandler(&TellThread, TRUE);
+        if (word == "ignore") SetConsoleCtrlHandler(nullptr, TRUE);
+        if (word == "heed") SetConsoleCtrlHandler(nullptr, FALSE);
+    }
+    const int code = AwaitWord();
+    if (words.back() == "end-with-5") return 5;
+    return g_handlerThread == GetCurrentThreadId() ? 2 : code;
 });
 
 // A process in a role that is ready for Ctrl+C.
@@ -84,8 +58,8 @@ class ConsoleControl : public testing::Test {
     void SetUp() override {
         if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
     }
-    void Start(const char* role) {
-        m_process = std::make_unique<RoleProcess>(role, RoleArguments{}, ChildProcess::Files::Piped);
+    void Start(const RoleArguments& words) {
+        m_process = std::make_unique<RoleProcess>("control", words, ChildProcess::Files::Piped);
         m_process->ReadTo("ready");
     }
     int End() {
@@ -97,47 +71,39 @@ class ConsoleControl : public testing::Test {
 };
 
 TEST_F(ConsoleControl, CallsTheHandlerAddedLastFirstUntilOneTakesTheEvent) {
-    Start("control-chain");
-    m_process->Interrupt();
-    m_process->ReadTo("taken 0");
-    m_process->Interrupt();
-    EXPECT_EQ(m_process->ReadTo("taken 0"), "passed on\ntaken 0\n");
-    EXPECT_EQ(End(), 0);
+    const std::pair<RoleArguments, const char*> rows[] = {
+        {{"pass", "take", "pass"}, "passed on\ntaken 0\n"},
+        {{"pass", "take", "pass", "pass-no-more"}, "taken 0\n"},
+        {{"take", "ignore", "heed"}, "taken 0\n"}};
+    for (const auto& [words, said] : rows) {
+        Start(words);
+        for (int i = 0; i < 2; ++i) {
+            m_process->Interrupt();
+            EXPECT_EQ(m_process->ReadTo("taken 0"), said);
+        }
+        EXPECT_EQ(End(), 0);
+    }
 }
 
 TEST_F(ConsoleControl, CallsHandlersOnAThreadOfTheirOwn) {
-    Start("control-thread");
+    Start({"tell"});
     m_process->Interrupt();
     m_process->ReadTo("told");
     EXPECT_EQ(End(), 0);
 }
 
 TEST_F(ConsoleControl, EndsTheProcessWhenNobodyTakesTheEvent) {
-    Start("control-unhandled");
+    Start({"pass", "end-with-5"});
     m_process->Interrupt();
     EXPECT_EQ(m_process->ReadAll(), "passed on\n");
     EXPECT_NE(m_process->ExitCode(), 5);
 }
 
-TEST_F(ConsoleControl, CallsNoHandlerThatWasTakenAway) {
-    Start("control-removed");
-    m_process->Interrupt();
-    EXPECT_EQ(m_process->ReadTo("taken 0"), "taken 0\n");
-    EXPECT_EQ(End(), 0);
-}
-
 TEST_F(ConsoleControl, IsDeafToCtrlCWhileItIsIgnored) {
-    Start("control-ignored");
+    Start({"take", "ignore"});
     m_process->Interrupt();
     EXPECT_EQ(End(), 0);
     EXPECT_EQ(m_process->ReadAll(), "");
-}
-
-TEST_F(ConsoleControl, HearsCtrlCAgainAfterIgnoringIt) {
-    Start("control-restored");
-    m_process->Interrupt();
-    m_process->ReadTo("taken 0");
-    EXPECT_EQ(End(), 0);
 }
 
 TEST(ConsoleControlHandlers, AreTakenAwayOnlyWhenTheyAreThere) {

@@ -60,33 +60,24 @@ Result Wrapped(std::wstring_view text, DWORD width) {
 
 }  // namespace
 
-TEST(MessageText, AnEscapedBIsABlank) {
-    EXPECT_EQ(Expand(L"a%bc", {}).text, L"a c");  // Wine gives the letter.
-}
-
-TEST(MessageText, APrecisionSwitchesLeadingZerosOff) {
+TEST(MessageText, IsExpandedAsDocumented) {
+    EXPECT_EQ(Expand(L"a%bc", {}).text, L"a c");          // Wine gives the letter.
     EXPECT_EQ(Expand(L"%1!05.3d!", {7}).text, L"  007");  // Wine gives 00007.
 }
 
-TEST(MessageText, AWordIsNeverBroken) {
+TEST(MessageText, ALineMayHaveAllOfItsWidthAndItsWordsAreNeverBroken) {
     EXPECT_EQ(Wrapped(L"a extraordinary b", 5).text, L"a\r\nextraordinary\r\nb");  // Wine cuts it.
     EXPECT_EQ(Wrapped(L"extraordinary", 5).text, L"extraordinary");
-}
-
-TEST(MessageText, ALineMayHaveAllOfItsWidth) {
     EXPECT_EQ(Wrapped(L"aaa bbbb", 8).text, L"aaa bbbb");  // Wine has one character less.
     EXPECT_EQ(Wrapped(L"aaa bbbb", 7).text, L"aaa\r\nbbbb");
     EXPECT_EQ(Wrapped(L"aaa bbbb%nccc", 8).text, L"aaa bbbb\r\nccc");
     EXPECT_EQ(Wrapped(L"aaa   bbbb  c", 6).text, L"aaa\r\nbbbb\r\nc");
 }
 
-TEST(MessageText, AnInsertWithoutArgumentIsRefused) {
+TEST(MessageText, InsertsWithoutArgumentOrOfUnknownFormatAreRefused) {
     EXPECT_EQ(Expand(L"%1!d! %2!d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Expand(L"%1!*d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(Expand(L"%99!*d!", std::vector<std::uint64_t>(200)).code, DWORD{ERROR_INVALID_PARAMETER});
-}
-
-TEST(MessageText, AFormatThatIsUnknownIsRefused) {
     for (const wchar_t* format : {L"%1!f!", L"%1!q!", L"%1!!", L"%1!", L"%1!5", L"%1!n!", L"%1!dd!"})
         EXPECT_EQ(Expand(format, {1}).code, DWORD{ERROR_INVALID_PARAMETER})
             << std::wstring_view(format).size();

@@ -27,16 +27,12 @@ TEST_F(Handles, AreInvalidOnceClosed) {
     EXPECT_EQ(CodeOf(CloseHandle(handle)), DWORD{ERROR_INVALID_HANDLE});
 }
 
-TEST_F(Handles, AreInvalidWhenTheyNeverWereOne) {
+TEST_F(Handles, ThatNeverWereAreInvalidAndThoseThatStandForTheCallerNeedNoClosing) {
     // Values no longer than 32 bits: the platform itself looks no further.
-    for (const ULONG_PTR value : {ULONG_PTR{0}, ULONG_PTR{0x7FFFFFF0}, ULONG_PTR{0x6FFFFFFC}}) {
+    for (const ULONG_PTR value : {ULONG_PTR{0}, ULONG_PTR{0x7FFFFFF0}, ULONG_PTR{0x6FFFFFFC}})
         EXPECT_EQ(CodeOf(CloseHandle(reinterpret_cast<HANDLE>(value))), DWORD{ERROR_INVALID_HANDLE}) << value;
-    }
-}
-
-TEST_F(Handles, ThatStandForTheCallerNeedNoClosing) {
-    EXPECT_EQ(CodeOf(CloseHandle(GetCurrentProcess())), 0u);
-    EXPECT_EQ(CodeOf(CloseHandle(GetCurrentThread())), 0u);
+    for (const HANDLE own : {GetCurrentProcess(), GetCurrentThread()})
+        EXPECT_EQ(CodeOf(CloseHandle(own)), 0u);
 }
 
 TEST(GenericRights, StandForThoseOfEachKind) {

@@ -1,5 +1,7 @@
 #include "PlatformTest.h"
 #include "platform/Win32.h"
+#include "platform/linux/internal/Descriptor.h"
+#include "platform/linux/internal/RangeLocks.h"
 #include "support/FailKernelCall_linux.h"
 
 #include <cerrno>
@@ -94,6 +96,40 @@ TEST(KernelFaults, LoseNoContentsForWantOfMemory) {
         }
     }
     EXPECT_GE(failures, 2u);
+}
+
+// A kernel that has no more room for locks has given none, and one that was interrupted is asked again.
+TEST(KernelFaults, AreNoLocks) {
+    const TemporaryFolder folder;
+    const Path path(folder / L"file");
+    std::ofstream(path) << "text";
+    {
+        const FailKernelCall fault("fcntl", ENOLCK, FailKernelCall::EveryCall);
+        EXPECT_EQ(CodeOf(Open(path, GENERIC_READ, OPEN_EXISTING)), ERROR_GEN_FAILURE);
+    }
+    bool fired = true;
+    for (unsigned nth = 1; fired; ++nth) {
+        SCOPED_TRACE("interrupted in call " + std::to_string(nth));
+        const FailKernelCall fault("fcntl", EINTR, nth);
+        const HANDLE file = Open(path, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING);
+        EXPECT_EQ(CodeOf(file), 0u);
+        EXPECT_EQ(CodeOf(LockFile(file, 10, 0, 5, 0)), 0u);
+        EXPECT_EQ(CodeOf(UnlockFile(file, 10, 0, 5, 0)), 0u);
+        {
+            const Platform::Descriptor other(open(path.c_str(), O_RDWR | O_CLOEXEC));
+            Platform::RangeLocks locks;
+            EXPECT_EQ(locks.Lock(other.Get(), 10, 5, 0), 0u);
+        }
+        fired = fault.Fired();
+        CloseHandle(file);
+    }
+    const HANDLE file = Open(path, GENERIC_READ | GENERIC_WRITE, OPEN_EXISTING);
+    {
+        const FailKernelCall fault("fcntl", ENOLCK, FailKernelCall::EveryCall);
+        EXPECT_EQ(CodeOf(LockFile(file, 10, 0, 5, 0)), ERROR_GEN_FAILURE);
+    }
+    EXPECT_EQ(CodeOf(LockFile(file, 10, 0, 5, 0)), 0u);
+    CloseHandle(file);
 }
 
 TEST(KernelFaults, ChangeNoPages) {

@@ -58,18 +58,6 @@ TEST(Locales, FollowTheRulesOfSizes) {
     EXPECT_EQ(CodeOf(LocaleNameToLCID(L"zz-ZZ", 0)), DWORD{ERROR_INVALID_PARAMETER});
 }
 
-TEST(Locales, OfAThreadAreItsOwn) {
-    ASSERT_EQ(GetThreadLocale(), GetUserDefaultLCID());
-    EXPECT_EQ(CodeOf(SetThreadLocale(0x0407)), 0u);
-    EXPECT_EQ(GetThreadLocale(), 0x0407u);
-    EXPECT_EQ(CodeOf(SetThreadLocale(0x3FFF)), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(GetThreadLocale(), 0x0407u);
-    EXPECT_EQ(CodeOf(SetThreadLocale(LOCALE_USER_DEFAULT)), 0u);
-    EXPECT_EQ(GetThreadLocale(), GetUserDefaultLCID());
-    EXPECT_EQ(GetUserDefaultLangID(), LANGIDFROMLCID(GetUserDefaultLCID()));
-    EXPECT_EQ(GetSystemDefaultLangID(), LANGIDFROMLCID(GetSystemDefaultLCID()));
-}
-
 TEST(CodePages, ConvertTextWithAndWithoutItsTerminator) {
     wchar_t wide[4] = {L'#', L'#', L'#', L'#'};
     EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, "a\xC3\xA9", -1, nullptr, 0), 3);

@@ -108,14 +108,11 @@ TEST(Modules, AMissingOneIsToldFromOneOfAWrongFormat) {
         FailureOf([&] { return LoadLibraryExW(text.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
         DWORD{ERROR_BAD_EXE_FORMAT});
     EXPECT_EQ(FailureOf([] { return LoadLibraryW(nullptr); }), DWORD{ERROR_INVALID_PARAMETER});
-}
-
-TEST(Modules, AnEmptyFileIsNone) {
     const TextFile empty("");
-    EXPECT_EQ(FailureOf([&] { return LoadLibraryW(empty.Name().c_str()); }), DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(
-        FailureOf([&] { return LoadLibraryExW(empty.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
-        DWORD{ERROR_FILE_INVALID});
+    const std::wstring path = empty.Name();
+    EXPECT_EQ(FailureOf([&] { return LoadLibraryW(path.c_str()); }), DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(FailureOf([&] { return LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
+              DWORD{ERROR_FILE_INVALID});
 }
 
 TEST(Modules, OnlyTheCodeOfModulesLoadedAsCodeRuns) {

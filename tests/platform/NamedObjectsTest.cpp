@@ -105,47 +105,34 @@ TEST_F(NamedObjects, HaveOneKind) {
     EXPECT_EQ(CodeOf(Owned(OpenMutexW(SYNCHRONIZE, FALSE, Name()))), 0u);
 }
 
-TEST_F(NamedObjects, AreLocalWithoutAPrefix) {
-    const Owned bare = ManualEvent(false, Name());
-    const Owned local = ManualEvent(false, (L"Local\\" + m_wide).c_str());
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_ALREADY_EXISTS});
-    SetEvent(local);
-    EXPECT_EQ(Poll(bare), WAIT_OBJECT_0);
-}
-
-TEST_F(NamedObjects, DifferInTheCaseOfALetter) {
-    const Owned lower = ManualEvent(false, Name());
-    std::wstring upper = m_wide;
-    upper[0] = L'T';
-    EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, upper.c_str())), DWORD{ERROR_FILE_NOT_FOUND});
-}
-
-TEST_F(NamedObjects, TakeAnyCharacterButTheBackslash) {
-    const std::wstring name = m_wide + L" /:*\x00E4\x4E2D.";
-    const Owned event = ManualEvent(false, name.c_str());
-    EXPECT_NE(HANDLE(event), nullptr) << GetLastError();
-    EXPECT_EQ(CodeOf(Owned(OpenEventW(SYNCHRONIZE, FALSE, name.c_str()))), 0u);
+TEST_F(NamedObjects, AreFoundByTheirNamesAlone) {
+    const std::wstring upper = L"T" + m_wide.substr(1), odd = m_wide + L" /:*\x00E4\x4E2D.";
+    const struct {
+        std::wstring made, asked;
+        DWORD code;
+    } rows[] = {{m_wide, L"Local\\" + m_wide, 0},
+                {m_wide, upper, ERROR_FILE_NOT_FOUND},
+                {m_wide, L"Global\\" + m_wide, ERROR_FILE_NOT_FOUND},
+                {odd, odd, 0}};
+    for (const auto& [made, asked, code] : rows) {
+        const Owned event = ManualEvent(false, made.c_str());
+        EXPECT_EQ(CodeOf(Owned(OpenEventW(SYNCHRONIZE, FALSE, asked.c_str()))), code);
+    }
+    const Owned first = ManualEvent(true, L""), second = ManualEvent(false, L"");
+    EXPECT_EQ(Poll(second), DWORD{WAIT_TIMEOUT}) << "an empty name is none";
 }
 
 TEST_F(NamedObjects, RefuseNamesThatAreNone) {
-    const auto createAndOpen = [](const std::wstring& name) {
-        const DWORD created = CodeOf(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
-        EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, name.c_str())), created);
-        return created;
-    };
-    EXPECT_EQ(createAndOpen(L"\\" + m_wide), DWORD{ERROR_BAD_PATHNAME});
-    EXPECT_EQ(createAndOpen(L"Else\\" + m_wide), DWORD{ERROR_PATH_NOT_FOUND});
-    EXPECT_EQ(createAndOpen(L"Global\\a\\" + m_wide), DWORD{ERROR_PATH_NOT_FOUND});
-    EXPECT_EQ(createAndOpen(L"Global\\"), DWORD{ERROR_INVALID_NAME});
+    const std::pair<std::wstring, DWORD> rows[] = {{L"\\" + m_wide, ERROR_BAD_PATHNAME},
+                                                   {L"Else\\" + m_wide, ERROR_PATH_NOT_FOUND},
+                                                   {L"Global\\a\\" + m_wide, ERROR_PATH_NOT_FOUND},
+                                                   {L"Global\\", ERROR_INVALID_NAME}};
+    for (const auto& [name, code] : rows) {
+        EXPECT_EQ(CodeOf(ManualEvent(false, name.c_str())), code);
+        EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, name.c_str())), code);
+    }
     EXPECT_EQ(CodeOf(OpenEventW(SYNCHRONIZE, FALSE, nullptr)), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(CodeOf(OpenMutexW(SYNCHRONIZE, FALSE, L"")), DWORD{ERROR_INVALID_HANDLE});
-}
-
-TEST_F(NamedObjects, WithAnEmptyNameHaveNone) {
-    const Owned first = ManualEvent(true, L"");
-    const Owned second = ManualEvent(false, L"");
-    EXPECT_EQ(GetLastError(), 0u);
-    EXPECT_EQ(Poll(second), DWORD{WAIT_TIMEOUT});
 }
 
 TEST_F(NamedObjects, BelongToTheirMakerFromTheBeginning) {

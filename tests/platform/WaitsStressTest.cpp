@@ -105,33 +105,6 @@ TEST_F(WaitsStress, LeavesNoTokenStanding) {
     RecordProperty("handovers", std::to_string(std::accumulate(hops.begin(), hops.end(), 0L)));
 }
 
-// One thread sets an automatic event and waits until it was taken; others poll or wait with short time-outs.
-TEST_F(WaitsStress, GivesEachSetToOneOfManyTakers) {
-    const Owned event = AutoEvent();
-    std::atomic<long> taken{0};
-    std::atomic<bool> stop{false};
-    OnThreads(5, [&](int thread) {
-        if (thread > 0) {
-            while (!stop)
-                if (WaitForSingleObject(event, thread % 2 ? 0 : 1) == WAIT_OBJECT_0)
-                    ++taken;
-                else
-                    SwitchToThread();
-            return;
-        }
-        for (long sets = 1; Running() && !stop; ++sets) {
-            SetEvent(event);
-            const ULONGLONG until = GetTickCount64() + Patience;
-            while (taken != sets && GetTickCount64() < until)
-                SwitchToThread();
-            EXPECT_EQ(taken, sets);
-            if (taken != sets) break;
-        }
-        stop = true;
-    });
-    RecordProperty("handovers", std::to_string(taken));
-}
-
 // Neighbours at a round table take two or three forks at once, and nobody ever holds one that is taken.
 class Table : public WaitsStress {
   protected:
@@ -184,23 +157,6 @@ TEST_F(Table, IsSharedWithNamedMutexes) {
     const std::wstring prefix = L"Table." + std::to_wstring(GetCurrentProcessId()) + L".";
     Dine([&] { return Mutex(false, (prefix + std::to_wstring(count++)).c_str()); },
          [](HANDLE fork) { ReleaseMutex(fork); });
-}
-
-// A wait for all that waits for something else takes nothing, not for an instant.
-TEST_F(WaitsStress, ShowsNoWaitForAllHalfDone) {
-    const Owned event = AutoEvent();
-    const Owned never = AutoEvent();
-    std::atomic<bool> stop{false};
-    OnThreads(2, [&](int thread) {
-        while (thread == 1 && !stop)
-            WaitAll({event, never}, 1);
-        if (thread == 1) return;
-        while (Running()) {
-            SetEvent(event);
-            EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
-        }
-        stop = true;
-    });
 }
 
 TEST_F(WaitsStress, AbandonsEachMutexOnce) {

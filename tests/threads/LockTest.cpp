@@ -162,6 +162,27 @@ TEST(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
     }
 }
 
+TEST(ReadSynch, IsNotReleasedByWhoHeldItBeforeAnAssignment) {
+    TQThreadReadSynch lock;
+    TQThreadWriteSynch write(lock);
+    for (const bool wasWriter : {false, true}) {
+        auto before = wasWriter ? std::make_unique<Guard>(write) : std::make_unique<Guard>(lock);
+        lock = TQThreadReadSynch();
+        const TQEvent reads(true), end(true);
+        Worker reader([&] {
+            const Guard guard(lock);
+            reads.Set();
+            end.Wait(INFINITE);
+        });
+        reads.Wait(INFINITE);
+        before.reset();
+        Taker writer(write);
+        EXPECT_FALSE(writer.HasTaken(NeverMs));
+        end.Set();
+        EXPECT_TRUE(writer.HasTaken(INFINITE));
+    }
+}
+
 TEST(ReadSynch, IsNotTakenOverFromAThreadThatEndedInside) {
     TQThreadReadSynch lock;
     TQThreadWriteSynch write(lock);

@@ -175,7 +175,7 @@ TEST(MsgThread, HasItsTickWhenNothingHappens) {
     class Impatient : public TQMsgThread {
       public:
         ~Impatient() override { EndThread(); }
-        bool Stopped() const override { return ++m_asked > 2 || TQMsgThread::Stopped(); }
+        bool Stopped() const override { return ++m_asked > 1 || TQMsgThread::Stopped(); }
 
       private:
         mutable std::atomic<int> m_asked = 0;

@@ -500,9 +500,10 @@ TEST(PortPackets, GoToWhomTheyAreForAndAreNoWork) {
     pool.idleWaitMs = 1;
     pool.AdjustPortObjects(true);
     EXPECT_EQ(pool.ThreadsAllocated(), 1u) << "to take them";
-    OVERLAPPED record{};
+    OVERLAPPED record{}, likeOwn{};
+    likeOwn.hEvent = static_cast<_TQThreadPoolBase*>(&pool);
     const PortPool::Packet rows[] = {
-        {5, 10, &record, 0}, {5, 0xFFFFFFFF, nullptr, 0}, {5, 7, &record, 0}, {5, 0, &pool, 0},
+        {5, 10, &record, 0}, {5, 0xFFFFFFFF, nullptr, 0}, {5, 7, &record, 0}, {5, 1, &likeOwn, 0},
         {0, 0, nullptr, 0},  {0, 0xFFFFFFFF, nullptr, 0}, {0, 9, &record, 0}};
     std::vector<PortPool::Packet> posted;
     for (const auto& row : rows) {

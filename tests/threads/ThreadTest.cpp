@@ -130,16 +130,12 @@ TEST(Thread, RunsItsStepsInOrder) {
     DWORD exitCode = 0;
     EXPECT_TRUE(GetExitCodeThread(thread.ThreadHandle(), &exitCode));
     EXPECT_EQ(exitCode, 8u);
-}
-
-TEST(Thread, KeepsItsDataForTheNextRun) {
-    TestThread thread("a", 1);
     thread.runWork = [](BYTEBuf& data) {
         data.Append('b');
         return static_cast<unsigned>(data.Size());
     };
-    EXPECT_EQ(thread.Run(), 2u);
-    EXPECT_EQ(thread.Run(), 3u);
+    EXPECT_EQ(thread.Run(), 6u);
+    EXPECT_EQ(thread.Run(), 7u) << "the data are kept for the next run";
 }
 
 TEST(Thread, IsNotStartedTwice) {
@@ -237,30 +233,22 @@ TEST(Thread, GoesOnAfterAnExceptionInAnyStep) {
     const RecordingSink log;
     TestThread thread;
     thread.onStart = []() -> unsigned { throw TQException(11u, L"start"); };
-    thread.onStop = [](unsigned) -> unsigned { throw TQException(22u, L"stop"); };
+    thread.onStop = [](unsigned) -> unsigned {
+        TQException e(22u, L"stop");
+        e.SetAction(L"Open");
+        throw e;
+    };
     EXPECT_EQ(thread.Run(), 22u) << "the last step's exception gives the result";
     EXPECT_THAT(thread.Steps(), ElementsAre("OnStart", "RunWork", "OnStop"));
     EXPECT_EQ(thread.ResultMessage(), L"stop");
     ASSERT_EQ(log.Entries().size(), 2u);
     EXPECT_THAT(log.Entries()[0].strings[1], HasSubstr(L"Processing Thread::OnStart"));
-    EXPECT_THAT(log.Entries()[1].strings[1], HasSubstr(L"Processing Thread::OnStop"));
+    EXPECT_THAT(log.Entries()[1].strings[1], HasSubstr(L" Action=Open in Processing Thread::OnStop"));
 
     thread.onStart = [] { return 0u; };
     thread.onStop = [](unsigned result) { return result; };
     EXPECT_EQ(thread.Run(), 0u);
     EXPECT_EQ(thread.ResultMessage(), L"") << "nothing is left of the run before";
-}
-
-TEST(Thread, KeepsTheActionOfAnException) {
-    const RecordingSink log;
-    TestThread thread;
-    thread.runWork = [](BYTEBuf&) -> unsigned {
-        TQException e(5u, L"text");
-        e.SetAction(L"Open");
-        throw e;
-    };
-    thread.Run();
-    EXPECT_THAT(log.Entries().at(0).strings[1], HasSubstr(L" Action=Open in Processing Thread::RunWork"));
 }
 
 TEST(Thread, LogsNoExceptionThatIsMarked) {

@@ -96,10 +96,6 @@ void InitializeCriticalSection(CRITICAL_SECTION* section) noexcept {
     TellOwnMemory(section, sizeof *section);
 }
 
-BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount) noexcept {
-    return InitializeCriticalSectionEx(section, spinCount, 0);
-}
-
 BOOL InitializeCriticalSectionEx(CRITICAL_SECTION* section, DWORD spinCount, DWORD flags) noexcept {
     if (DWORD code = FaultDue("InitializeCriticalSectionEx")) return Fail(code, FALSE);
     if (flags & ~CRITICAL_SECTION_NO_DEBUG_INFO) return Fail(ERROR_INVALID_PARAMETER, FALSE);

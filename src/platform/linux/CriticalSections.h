@@ -19,10 +19,8 @@ struct CRITICAL_SECTION {
 inline constexpr DWORD CRITICAL_SECTION_NO_DEBUG_INFO = 0x01000000;
 
 TQLIB_API void InitializeCriticalSection(CRITICAL_SECTION* section) noexcept;
-// `spinCount`: how often a thread looks again before it sleeps. TRUE.
-TQLIB_API BOOL InitializeCriticalSectionAndSpinCount(CRITICAL_SECTION* section, DWORD spinCount) noexcept;
-// 87 (ERROR_INVALID_PARAMETER) for flags other than CRITICAL_SECTION_NO_DEBUG_INFO, with which the section's
-// owners may wait inside it.
+// `spinCount`: how often a thread looks again before it sleeps. 87 (ERROR_INVALID_PARAMETER) for flags other
+// than CRITICAL_SECTION_NO_DEBUG_INFO, with which the section's owners may wait inside it.
 TQLIB_API BOOL InitializeCriticalSectionEx(CRITICAL_SECTION* section, DWORD spinCount, DWORD flags) noexcept;
 // Nobody may be inside.
 TQLIB_API void DeleteCriticalSection(CRITICAL_SECTION* section) noexcept;

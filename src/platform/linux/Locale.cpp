@@ -21,8 +21,6 @@ namespace {
 constexpr LCID FallbackLocale = 0x0409;
 constexpr LCID SortVersions = 0xFFFF0000;
 
-thread_local LCID t_locale = 0;  // 0: the user's default
-
 LCID IdOfSystemName(std::string_view name) noexcept {
     const LocaleEntry* entry = FindSystemLocale(name);
     return entry ? entry->id : FallbackLocale;
@@ -118,28 +116,9 @@ LCID GetUserDefaultLCID() noexcept {
     return FallbackLocale;
 }
 
-LANGID GetUserDefaultLangID() noexcept {
-    return LANGIDFROMLCID(GetUserDefaultLCID());
-}
-
 LCID GetSystemDefaultLCID() noexcept {
     static const LCID locale = ReadSystemLocale();
     return locale;
-}
-
-LANGID GetSystemDefaultLangID() noexcept {
-    return LANGIDFROMLCID(GetSystemDefaultLCID());
-}
-
-LCID GetThreadLocale() noexcept {
-    return t_locale ? t_locale : GetUserDefaultLCID();
-}
-
-BOOL SetThreadLocale(LCID locale) noexcept {
-    const LocaleEntry* entry = Resolve(locale);
-    if (!entry) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    t_locale = entry->id;
-    return TRUE;
 }
 
 int GetLocaleInfoW(LCID locale, LCTYPE type, wchar_t* buffer, int size) noexcept {

@@ -40,14 +40,7 @@ constexpr LANGID LANGIDFROMLCID(LCID locale) noexcept {
 }
 
 TQLIB_API LCID GetUserDefaultLCID() noexcept;
-TQLIB_API LANGID GetUserDefaultLangID() noexcept;
 TQLIB_API LCID GetSystemDefaultLCID() noexcept;
-TQLIB_API LANGID GetSystemDefaultLangID() noexcept;
-
-// The user's default until the thread sets another one.
-TQLIB_API LCID GetThreadLocale() noexcept;
-// 87 (ERROR_INVALID_PARAMETER) for an unknown locale.
-TQLIB_API BOOL SetThreadLocale(LCID locale) noexcept;
 
 // The number of characters written, terminator included, or with a size of 0 the number needed. 0 with 87 for
 // an unknown locale, 1004 (ERROR_INVALID_FLAGS) for a type that is none of the above, 122

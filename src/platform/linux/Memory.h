@@ -14,12 +14,6 @@ inline constexpr UINT LPTR = LMEM_FIXED | LMEM_ZEROINIT;
 // memory, with 50 (ERROR_NOT_SUPPORTED) for movable memory, with 87 (ERROR_INVALID_PARAMETER) for unknown
 // flags.
 TQLIB_API HLOCAL LocalAlloc(UINT flags, SIZE_T bytes) noexcept;
-// The block with its new size, possibly at another place when LMEM_MOVEABLE allows it; a block that would
-// have to move without that fails with 8. With LMEM_ZEROINIT what was added is zero. On failure null, and the
-// old block stays.
-TQLIB_API HLOCAL LocalReAlloc(HLOCAL block, SIZE_T bytes, UINT flags) noexcept;
-// The size asked for; 0 with 6 (ERROR_INVALID_HANDLE) for null.
-TQLIB_API SIZE_T LocalSize(HLOCAL block) noexcept;
 // Null on success. Null is no error.
 TQLIB_API HLOCAL LocalFree(HLOCAL block) noexcept;
 

@@ -150,13 +150,6 @@ BOOL EqualSid(PSID left, PSID right) noexcept {
     return AreEqual(left, right) ? TRUE : Fail(ERROR_SUCCESS, FALSE);
 }
 
-BOOL EqualPrefixSid(PSID left, PSID right) noexcept {
-    if (!IsSid(left) || !IsSid(right)) return Fail(ERROR_INVALID_SID, FALSE);
-    const BYTE count = SubAuthoritiesOf(left);
-    if (count != SubAuthoritiesOf(right)) return FALSE;
-    return BeginAlike(left, right, static_cast<BYTE>(count == 0 ? 0 : count - 1));
-}
-
 BOOL EqualDomainSid(PSID left, PSID right, BOOL* equal) noexcept {
     if (!equal) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (!IsSid(left) || !IsSid(right)) return Fail(ERROR_INVALID_SID, FALSE);

@@ -311,8 +311,6 @@ TQLIB_API BOOL CopySid(DWORD size, PSID target, PSID source) noexcept;
 
 // False with 1337 (ERROR_INVALID_SID) when one of them is none, and with 0 when they differ.
 TQLIB_API BOOL EqualSid(PSID left, PSID right) noexcept;
-// The same for all but the last sub-authority, of which both must have the same number; the last error stays.
-TQLIB_API BOOL EqualPrefixSid(PSID left, PSID right) noexcept;
 // Whether both are of one domain: an account domain (S-1-5-21-a-b-c) or the built-in one (S-1-5-32). 1258
 // (ERROR_NON_DOMAIN_SID) when one of them is of neither, 1337 (ERROR_INVALID_SID), 87
 // (ERROR_INVALID_PARAMETER) without `equal`; the last error is 0 when they are not.

@@ -105,8 +105,8 @@ DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
 DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, std::wstring& text) {
     const bool any = IsDefaultLanguage(language);
     const std::vector<DWORD> order =
-        any ? std::vector<DWORD>{NeutralLanguage, LANGIDFROMLCID(GetThreadLocale()), GetUserDefaultLangID(),
-                                 GetSystemDefaultLangID(), UsEnglishLanguage}
+        any ? std::vector<DWORD>{NeutralLanguage, LANGIDFROMLCID(GetUserDefaultLCID()),
+                                 LANGIDFROMLCID(GetSystemDefaultLCID()), UsEnglishLanguage}
             : std::vector<DWORD>{language};
     // A language's rank is its place in the order, behind all of them for any other.
     const std::ptrdiff_t ranks = std::ssize(order) + (any ? 1 : 0);

@@ -140,17 +140,12 @@ BOOL SwitchToThread() noexcept {
 }
 
 void Sleep(DWORD ms) noexcept {
-    SleepEx(ms, FALSE);
-}
-
-DWORD SleepEx(DWORD ms, BOOL) noexcept {
     if (ms == 0) {
         sched_yield();
-        return 0;
+        return;
     }
     BeforeWait();
     const timespec until = TimeOf(DeadlineAfter(ms));
     while (ms == INFINITE || clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR)
         if (ms == INFINITE) pause();
-    return 0;
 }

@@ -76,5 +76,3 @@ TQLIB_API int GetThreadPriority(HANDLE thread) noexcept;
 TQLIB_API BOOL SwitchToThread() noexcept;
 // On the monotonic clock; 0 yields, INFINITE never returns.
 TQLIB_API void Sleep(DWORD ms) noexcept;
-// 0: the layer has no asynchronous procedure calls, so an alertable sleep is a sleep.
-TQLIB_API DWORD SleepEx(DWORD ms, BOOL alertable) noexcept;

@@ -107,7 +107,7 @@ DWORD RangeLocks::Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexce
         if (held == m_held.end()) return ERROR_NOT_LOCKED;
         // Before another thread may enter: its system lock would be the same one.
         struct flock unlock = SystemLock(F_UNLCK, range.begin, range.size);
-        fcntl(fd, F_OFD_SETLK, &unlock);
+        Retry([&] { return fcntl(fd, F_OFD_SETLK, &unlock); });
         m_held.erase(held);
         ++m_left;
         waiting = m_waiting;

@@ -1,0 +1,77 @@
+#include "files/TQTextFile.h"
+
+#include "platform/SleepingThreads_linux.h"
+#include "platform/WaitObjects.h"
+#include "security/SecAttr.h"
+#include "support/FailCall.h"
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+// The locks of whoever writes and of the one who comes next.
+constexpr ULONGLONG AppendLock = (1ULL << 62) - 1, Door = AppendLock - 1;
+
+class TextFile : public testing::Test {
+  protected:
+    template <class File>
+    File Open() const {
+        return File(m_name, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS, 0,
+                    _TQFile::FileShare::Read | _TQFile::FileShare::Write, Sarvek::SecAttr());
+    }
+    std::string Contents() const {
+        std::ifstream file(std::filesystem::path(m_name.FullName().c_str()), std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+
+    const TemporaryFolder m_folder;
+    const TQFileName m_name{TQString(m_folder.Path().c_str()), L"file"};
+    _TQFile m_other = Open<_TQFile>();
+};
+
+// One thread waits to write its record, and those of three others who have come one after the other, when its
+// write of all of them fails.
+TEST_F(TextFile, HasRecordsThatFailTogetherWrittenOneByOne) {
+    for (const bool canBeTakenBack : {true, false}) {
+        auto file = Open<TQTextFile>();
+        ASSERT_TRUE(m_other.Lock(AppendLock, 1, 0));
+        const auto append = [&](const wchar_t* record) {
+            return ThrownCode([&] { file.Append(record, Patience); });
+        };
+        const Worker writer([&] {
+            const FailCall write("WriteFile", ERROR_DISK_FULL);
+            FailCall takeBack("SetEndOfFile", ERROR_IO_DEVICE, canBeTakenBack ? 0 : 1);
+            return append(L"1");
+        });
+        while (m_other.Lock(Door, 1, 0))
+            m_other.Unlock(Door, 1);
+        std::vector<std::unique_ptr<Worker>> others;
+        for (const wchar_t* const record : {L"2", L"3", L"4"}) {
+            others.push_back(std::make_unique<Worker>([&append, record] { return append(record); }));
+            AwaitSleep(others.back()->Id());
+        }
+        m_other.Unlock(AppendLock, 1);
+        const DWORD code = canBeTakenBack ? 0 : ERROR_DISK_FULL;
+        EXPECT_EQ(writer.Result(), code);
+        for (const auto& other : others)
+            EXPECT_EQ(other->Result(), code);
+        EXPECT_EQ(Contents(), "1\r\n2\r\n3\r\n4\r\n") << "in the order in which they came, and once";
+    }
+}
+
+TEST_F(TextFile, IsNotWrittenBeforeTheOneWhoWaitsAtTheDoor) {
+    auto file = Open<TQTextFile>();
+    ASSERT_TRUE(m_other.Lock(Door, 1, 0));
+    EXPECT_EQ(ThrownCode([&] { file.Append(L"lost", 0); }), DWORD{ERROR_LOCK_VIOLATION});
+    m_other.Unlock(Door, 1);
+    file.Append(L"written", 0);
+    EXPECT_TRUE(m_other.Lock(Door, 1, 0)) << "who writes keeps nobody from waiting";
+    EXPECT_EQ(Contents(), "written\r\n");
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
