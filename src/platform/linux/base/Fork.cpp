@@ -1,5 +1,6 @@
 #include "platform/linux/base/Fork.h"
 
+#include "platform/RaceTools.h"
 #include "platform/linux/internal/Futex.h"
 
 #include <algorithm>
@@ -105,6 +106,7 @@ struct ForksOfObjects {
     }
 
     static Line* FindLine() noexcept {
+        TellOwnMemory(s_lines, sizeof s_lines);
         if (!s_key.isGood) return nullptr;
         for (Line& line : s_lines) {
             if (line.isTaken.load(std::memory_order_relaxed) || line.isTaken.exchange(true)) continue;
