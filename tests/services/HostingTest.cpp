@@ -324,58 +324,82 @@ TEST(TwoServices, HaveStatesExitCodesAndFailuresOfTheirOwn) {
     EXPECT_EQ(manager.Reports(L"Second").back().dwWin32ExitCode, 0u);
 }
 
-// Returns as soon as all services have reported that they stopped, as the platform's does, and holds their
-// threads in that report.
+// Returns as soon as all services have reported that they stopped, as the platform's does.
 class HastyManager : public ServiceHost {
   public:
-    static constexpr DWORD DelayMs = 5;
-
     BOOL Dispatch(const SERVICE_TABLE_ENTRYW* table) override {
         for (const auto* entry = table; entry->lpServiceName; ++entry)
             ++m_running;
         for (; table->lpServiceName; ++table)
-            m_threads.push_back(std::make_unique<Worker>([entry = *table, name = std::wstring(table->lpServiceName)] {
-                wchar_t* arguments[] = {const_cast<wchar_t*>(name.c_str())};
-                entry.lpServiceProc(1, arguments);
-            }));
+            AddThread([main = table->lpServiceProc, name = std::wstring(table->lpServiceName)]() mutable {
+                wchar_t* arguments[] = {name.data()};
+                main(1, arguments);
+            });
         m_allStopped.Wait(INFINITE);
         return TRUE;
     }
-    SERVICE_STATUS_HANDLE RegisterHandler(const wchar_t*, LPHANDLER_FUNCTION_EX handler, void* context) override {
-        m_controls.push_back(std::make_unique<Worker>([=] { handler(C::ParamChange, 0, nullptr, context); }));
+    SERVICE_STATUS_HANDLE RegisterHandler(const wchar_t*, LPHANDLER_FUNCTION_EX handler,
+                                          void* context) override {
+        if (controls) AddThread([=] { handler(C::ParamChange, 0, nullptr, context); });
         return reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
     }
     BOOL SetStatus(SERVICE_STATUS_HANDLE, SERVICE_STATUS* status) override {
-        if (status->dwCurrentState != SERVICE_STOPPED) return TRUE;
-        if (--m_running == 0) m_allStopped.Set();
-        Linger();
+        if (status->dwCurrentState == SERVICE_STOPPED && --m_running == 0) m_allStopped.Set();
         return TRUE;
     }
+    // Between the report and the last touch.
     void Linger() const {
-        Sleep(DelayMs);
+        m_allStopped.Wait(INFINITE);
+        Sleep(NeverMs);
         EXPECT_FALSE(hasReturned);
     }
 
+    bool controls = false;  // sends a control on a thread of its own
     std::atomic<bool> hasReturned{false};
 
   private:
+    void AddThread(std::function<void()> body) {
+        auto thread = std::make_unique<Worker>(std::move(body));
+        const std::lock_guard guard(m_lock);
+        m_threads.push_back(std::move(thread));
+    }
+
     const ServiceHostScope m_scope{*this};
     std::atomic<int> m_running{0};
     const TQEvent m_allStopped{true};
-    std::vector<std::unique_ptr<Worker>> m_threads, m_controls;
+    std::mutex m_lock;
+    std::vector<std::unique_ptr<Worker>> m_threads;
 };
 
 TEST(RunServices, ReturnsWhenNoThreadIsInAServiceAnyMore) {
-    for (int round = 0; round < 20; ++round) {
+    for (const bool isHandlerLate : {false, true}) {
         HastyManager manager;
+        manager.controls = true;
         const TQEvent isControlled(true);
-        {
-            TestService service;
-            const Hosting hosting{&service};
-            service.request = [&](DWORD) { return isControlled.Set(), manager.Linger(), true; };
-            service.main = [&](const TQStringArray&) { isControlled.Wait(INFINITE); };
-            EXPECT_EQ(TQServiceMgr::RunServices(), 0);
-            manager.hasReturned = true;
-        }
+        TestService service;
+        const Hosting hosting{&service};
+        service.request = [&](DWORD) {
+            isControlled.Set();
+            if (isHandlerLate) manager.Linger();
+            return true;
+        };
+        service.main = [&](const TQStringArray&) {
+            isControlled.Wait(INFINITE);
+            service.SetState(S::Stopped);
+            if (!isHandlerLate) manager.Linger();
+        };
+        EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+        manager.hasReturned = true;
+    }
+}
+
+// They are destroyed at once, while their threads are on their way out.
+TEST(RunServices, LeavesServicesThatMayBeDestroyed) {
+    for (int round = 0; round < 200; ++round) {
+        HastyManager manager;
+        TestService first(L"First", false), second(L"Second", false);
+        const Hosting hosting{&first, &second};
+        first.main = second.main = [](const TQStringArray&) {};
+        EXPECT_EQ(TQServiceMgr::RunServices(), 0);
     }
 }
