@@ -1,14 +1,11 @@
 #include "Manager.h"
 
-#include "Print.h"
+#include "Launch.h"
 #include "platform/linux/internal/ServiceSocket.h"
 
 #include <algorithm>
 #include <csignal>
-#include <cstdarg>
-#include <cstdio>
 #include <sys/epoll.h>
-#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -49,23 +46,7 @@ Descriptor TakeLock(const std::string& socket) {
     return file;
 }
 
-void AllowManyDescriptors() {
-    rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 }  // namespace
-
-void Print(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    char line[1024];
-    const int size = std::vsnprintf(line, sizeof line - 1, format, arguments);
-    va_end(arguments);
-    if (size > 0) std::fprintf(stderr, "tqscm: %s\n", line);
-}
 
 class Manager::Listener : public Source {
   public:
@@ -112,7 +93,7 @@ class Manager::Signals : public Source {
 Manager::Manager(Settings settings)
     : m_settings(std::move(settings)),
       m_lock(TakeLock(m_settings.socket)),
-      m_journal(m_settings.socket + ".journal") {
+      m_journal(m_settings.socket + ".journal", m_lock.Get()) {
     AllowManyDescriptors();
     LoadServices();
     AdoptProcesses();

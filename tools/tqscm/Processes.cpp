@@ -51,7 +51,9 @@ DWORD Manager::StartProcess(Service& service) {
     if (!process) {
         pid_t pid = 0;
         const ServiceConfig& config = service.config;
-        if (DWORD code = Launch(config.commandLine, config.account, m_settings.socket, pid)) return code;
+        Account account;
+        if (FindAccount(config.account, account)) return ERROR_SERVICE_LOGON_FAILED;
+        if (DWORD code = Launch(config.commandLine, account, m_settings.socket, pid)) return code;
         process =
             &AddProcess(pid, config.commandLine, config.account, config.type == SERVICE_WIN32_OWN_PROCESS);
         // It has not called its dispatcher in time. Its end is what is answered.

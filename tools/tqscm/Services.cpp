@@ -70,7 +70,8 @@ DWORD Manager::CheckConfig(const std::string& key, const ServiceConfig& config) 
     if (FormatMessage(ConfigReplyMessage{config}).size() > MostServiceMessageBytes)
         return ERROR_INVALID_PARAMETER;
     if (IsNameTaken(key, config.displayName)) return ERROR_DUPLICATE_SERVICE_NAME;
-    if (DWORD code = CheckAccount(config.account)) return code;
+    Account account;
+    if (DWORD code = FindAccount(config.account, account)) return code;
     return CheckDependencies(key, config);
 }
 
@@ -227,8 +228,8 @@ void Manager::SetCrashed(Service& service, DWORD code) {
 }
 
 void Manager::Journalise(const Service& service) {
-    JournalEntry entry{
-        .status = service.status, .process = {}, .commandLine = {}, .account = {}, .isAlone = 0};
+    JournalEntry entry;
+    entry.status = service.status;
     if (const Process* const process = service.process) {
         entry.process = process->id;
         entry.commandLine = process->commandLine;
@@ -265,7 +266,10 @@ void Manager::RunFailureCommand(const Service& service, std::size_t failures) {
     if (const std::size_t at = command.find(place); at != command.npos)
         command.replace(at, place.size(), std::to_string(failures));
     pid_t pid = 0;
-    if (const DWORD code = Launch(command, service.config.account, {}, pid)) {
+    Account account;
+    DWORD code = FindAccount(service.config.account, account);
+    if (!code) code = Launch(command, account, {}, pid);
+    if (code) {
         Print("%s: the command after its failure was not run: error %u", service.name.c_str(), code);
     } else {
         AddProcess(pid, command, service.config.account, true).isFinishing = true;

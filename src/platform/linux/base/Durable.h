@@ -24,6 +24,8 @@ Descriptor Open(int folder, const char* path, int flags, mode_t mode = 0) noexce
 ssize_t Write(int file, const void* bytes, std::size_t size) noexcept;
 ssize_t WriteAt(int file, const void* bytes, std::size_t size, off_t offset) noexcept;
 int Truncate(int file, off_t size) noexcept;
+// Takes room beyond the end of the file, which does not move, for what is written there later.
+int Reserve(int file, off_t offset, off_t size) noexcept;
 int MakeFolder(int folder, const char* path, mode_t mode) noexcept;
 // `flags` as of renameat2.
 int Rename(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags = 0) noexcept;

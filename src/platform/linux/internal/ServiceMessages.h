@@ -8,6 +8,7 @@
 #include "platform/Utf.h"
 #include "platform/linux/Services.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -50,12 +51,16 @@ enum class ServiceMessage : DWORD {
 
 namespace ServiceFields {
 
-// Numbers least significant byte first, texts and lists with their length before them.
+// Numbers of 32 and of 64 bits least significant byte first, texts and lists with their length before them.
 class Writer {
   public:
     void operator()(DWORD number) {
         for (int shift = 0; shift < 32; shift += 8)
             m_bytes += static_cast<char>(number >> shift);
+    }
+    void operator()(std::uint64_t number) {
+        (*this)(static_cast<DWORD>(number));
+        (*this)(static_cast<DWORD>(number >> 32));
     }
     void operator()(const std::string& text) {
         (*this)(static_cast<DWORD>(text.size()));
@@ -92,6 +97,12 @@ class Reader {
         number = 0;
         for (std::size_t i = bytes.size(); i-- > 0;)
             number = number << 8 | static_cast<unsigned char>(bytes[i]);
+    }
+    void operator()(std::uint64_t& number) {
+        DWORD low = 0, high = 0;
+        (*this)(low);
+        (*this)(high);
+        number = std::uint64_t{high} << 32 | low;
     }
     void operator()(std::string& text) {
         DWORD size = 0;
