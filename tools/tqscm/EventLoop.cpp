@@ -29,6 +29,14 @@ void EventLoop::Forget(int fd, Source& source) {
     m_forgotten.insert(m_sources.extract(&source));
 }
 
+void EventLoop::After(std::chrono::milliseconds delay, std::function<void()> action) {
+    const auto entry = m_timers.emplace(Clock::now() + delay, nullptr);
+    entry->second = [this, entry, action = std::move(action)] {
+        m_timers.erase(entry);
+        action();
+    };
+}
+
 int EventLoop::MsToNextTimer() const {
     if (m_timers.empty()) return -1;
     const auto left =

@@ -33,6 +33,9 @@ class EventLoop {
     // The source hears nothing any more. It is deleted once nobody can be in the middle of it.
     void Forget(int fd, Source& source);
 
+    // Does something once, later, unless the loop ends before.
+    void After(std::chrono::milliseconds delay, std::function<void()> action);
+
     // Waits for something and serves it.
     void RunOnce();
 
