@@ -35,6 +35,7 @@ enum class ServiceMessage : DWORD {
     EnumServices = 10,
     EnumDependents = 11,
     FindName = 12,
+    KillService = 13,
     Attach = 32,
     Status = 33,
     Done = 34,
@@ -369,6 +370,7 @@ struct CreateServiceMessage {
 };
 
 using DeleteServiceMessage = EmptyMessage<ServiceMessage::DeleteService>;
+using KillServiceMessage = EmptyMessage<ServiceMessage::KillService>;
 using QueryConfigMessage = EmptyMessage<ServiceMessage::QueryConfig>;
 using QueryStatusMessage = EmptyMessage<ServiceMessage::QueryStatus>;
 
