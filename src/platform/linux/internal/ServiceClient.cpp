@@ -2,19 +2,49 @@
 
 #include "platform/linux/internal/ServiceSocket.h"
 
+#include <sys/socket.h>
+
 namespace Quellan::Corvel::Platform {
 
 namespace {
 
+// In which a manager answers something, if not what was asked.
+constexpr timeval AnswerLimit = {.tv_sec = 15, .tv_usec = 0};
+
+DWORD Connect(Descriptor& connection) {
+    if (DWORD code = ConnectToServiceManager(ServiceManagerSocket(), connection)) return code;
+    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &AnswerLimit, sizeof AnswerLimit);
+    return ERROR_SUCCESS;
+}
+
+// Whether the manager still does something: it takes a new connection and answers what is said on it. What
+// keeps this process from asking tells nothing of the manager.
+bool IsManagerAlive() {
+    Descriptor connection;
+    DWORD code = Connect(connection);
+    if (code) return code != WAIT_TIMEOUT;
+    std::string packet = FormatMessage(OpenManagerMessage());
+    code = SendPacket(connection.Get(), packet);
+    if (!code) code = ReceivePacket(connection.Get(), packet);
+    return code != WAIT_TIMEOUT;
+}
+
 DWORD SendAndReceive(const Descriptor& connection, std::string& packet) {
     if (packet.size() > MostServiceMessageBytes) return ERROR_INVALID_PARAMETER;
     if (DWORD code = SendPacket(connection.Get(), packet)) return code;
-    const DWORD code = ReceivePacket(connection.Get(), packet);
+    // What takes long has limits of the manager's own.
+    DWORD code = WAIT_TIMEOUT;
+    while ((code = ReceivePacket(connection.Get(), packet)) == WAIT_TIMEOUT) {
+        if (IsManagerAlive()) continue;
+        // An answer that comes after all would be taken for that of the next question.
+        shutdown(connection.Get(), SHUT_RDWR);
+        return RPC_S_SERVER_UNAVAILABLE;
+    }
     return code == ERROR_INVALID_DATA ? RPC_S_PROTOCOL_ERROR : code;
 }
 
 DWORD Connect(std::string opening, Descriptor& connection, DWORD& access) {
-    if (DWORD code = ConnectToServiceManager(ServiceManagerSocket(), connection)) return code;
+    if (DWORD code = Connect(connection)) return code == WAIT_TIMEOUT ? RPC_S_SERVER_UNAVAILABLE : code;
     if (DWORD code = SendAndReceive(connection, opening)) return code;
     OpenReplyMessage opened;
     ReplyMessage failure{RPC_S_PROTOCOL_ERROR};

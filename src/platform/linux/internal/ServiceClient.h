@@ -11,8 +11,9 @@
 
 namespace Quellan::Corvel::Platform {
 
-// Answers are waited for as long as the manager lives. A call that finds the connection taken by another
-// thread's makes one of its own. All of it may throw std::bad_alloc.
+// Answers are waited for as long as the manager answers others: one that says nothing for 15 seconds, and then
+// nothing on a new connection for as long again, counts as gone. A call that finds the connection taken by
+// another thread's makes one of its own. All of it may throw std::bad_alloc.
 class ServiceClient {
   public:
     // Connects, and says with `opening` what the handle is for. 1722 (RPC_S_SERVER_UNAVAILABLE), or what the
@@ -25,7 +26,7 @@ class ServiceClient {
     // What the manager has granted.
     DWORD Access() const noexcept { return m_access; }
 
-    // 1722 where the manager that the handle was opened at has ended, 1728 (RPC_S_PROTOCOL_ERROR) for an
+    // 1722 where the manager that the handle was opened at has ended or says nothing, 1728 (RPC_S_PROTOCOL_ERROR) for an
     // answer that is none, 87 (ERROR_INVALID_PARAMETER) for a question that is too long.
     template <class Request, class Answer>
     DWORD Ask(const Request& request, Answer& answer) {
