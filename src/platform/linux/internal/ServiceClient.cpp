@@ -9,11 +9,18 @@ namespace Quellan::Corvel::Platform {
 namespace {
 
 // In which a manager answers something, if not what was asked.
-constexpr timeval AnswerLimit = {.tv_sec = 15, .tv_usec = 0};
+constexpr DWORD AnswerLimitMs = 15'000;
+
+// At least 1 ms; INFINITE for none.
+void LimitReceiving(const Descriptor& connection, DWORD ms) {
+    const timeval limit = {.tv_sec = ms / 1000, .tv_usec = ms % 1000 * 1000};
+    const timeval none{};
+    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, ms == INFINITE ? &none : &limit, sizeof limit);
+}
 
 DWORD Connect(Descriptor& connection) {
     if (DWORD code = ConnectToServiceManager(ServiceManagerSocket(), connection)) return code;
-    setsockopt(connection.Get(), SOL_SOCKET, SO_RCVTIMEO, &AnswerLimit, sizeof AnswerLimit);
+    LimitReceiving(connection, AnswerLimitMs);
     return ERROR_SUCCESS;
 }
 
@@ -72,6 +79,16 @@ DWORD ServiceClient::Exchange(std::string& packet) {
     DWORD access = 0;
     const DWORD code = Connect(m_opening, connection, access);
     return code ? code : SendAndReceive(connection, packet);
+}
+
+DWORD ServiceClient::ExchangeAside(std::string& packet, DWORD ms) {
+    if (ms == 0) return WAIT_TIMEOUT;
+    Descriptor connection;
+    DWORD access = 0;
+    if (DWORD code = Connect(m_opening, connection, access)) return code;
+    LimitReceiving(connection, ms);
+    const DWORD code = SendPacket(connection.Get(), packet);
+    return code ? code : ReceivePacket(connection.Get(), packet);
 }
 
 }  // namespace Quellan::Corvel::Platform

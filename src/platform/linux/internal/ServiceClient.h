@@ -31,11 +31,8 @@ class ServiceClient {
     template <class Request, class Answer>
     DWORD Ask(const Request& request, Answer& answer) {
         std::string packet = FormatMessage(request);
-        if (DWORD code = Exchange(packet)) return code;
-        if (ParseMessage(packet, answer)) return ERROR_SUCCESS;
-        ReplyMessage reply;
-        const bool isFailure = ParseMessage(packet, reply) && reply.code != ERROR_SUCCESS;
-        return isFailure ? reply.code : RPC_S_PROTOCOL_ERROR;
+        const DWORD code = Exchange(packet);
+        return code ? code : Read(packet, answer);
     }
     // Where nothing but a code is answered.
     template <class Request>
@@ -43,6 +40,15 @@ class ServiceClient {
         ReplyMessage reply;
         const DWORD code = Ask(request, reply);
         return code ? code : reply.code;
+    }
+
+    // On a connection of its own, which is closed after `ms` milliseconds: 258 (WAIT_TIMEOUT) then. The question
+    // must be one that can be dropped.
+    template <class Request, class Answer>
+    DWORD AskAside(const Request& request, Answer& answer, DWORD ms) {
+        std::string packet = FormatMessage(request);
+        const DWORD code = ExchangeAside(packet, ms);
+        return code ? code : Read(packet, answer);
     }
 
     // From now on another thread's connection is opened with this.
@@ -57,6 +63,14 @@ class ServiceClient {
     static DWORD Open(std::string opening, std::unique_ptr<ServiceClient>& client);
     // The packet becomes the answer.
     DWORD Exchange(std::string& packet);
+    DWORD ExchangeAside(std::string& packet, DWORD ms);
+    template <class Answer>
+    static DWORD Read(const std::string& packet, Answer& answer) {
+        if (ParseMessage(packet, answer)) return ERROR_SUCCESS;
+        ReplyMessage reply;
+        const bool isFailure = ParseMessage(packet, reply) && reply.code != ERROR_SUCCESS;
+        return isFailure ? reply.code : RPC_S_PROTOCOL_ERROR;
+    }
 
     const Descriptor m_connection;
     std::string m_opening;
