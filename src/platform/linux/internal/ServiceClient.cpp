@@ -1,5 +1,6 @@
 #include "platform/linux/internal/ServiceClient.h"
 
+#include "platform/linux/Waits.h"
 #include "platform/linux/internal/ServiceSocket.h"
 
 #include <sys/socket.h>
