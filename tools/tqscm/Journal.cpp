@@ -181,6 +181,8 @@ void JournalEntry::Visit(Fields& fields, Visitor& visit) {
     visit(fields.account);
     visit(fields.isAlone);
     visit(fields.failures);
+    visit(fields.quickFailures);
+    visit(fields.started);
     visit(fields.lastFailure);
     visit(fields.dueAction);
     visit(fields.dueTime);

@@ -371,9 +371,9 @@ struct CreateServiceMessage {
 };
 
 using DeleteServiceMessage = EmptyMessage<ServiceMessage::DeleteService>;
+using KillServiceMessage = EmptyMessage<ServiceMessage::KillService>;
 using QueryConfigMessage = EmptyMessage<ServiceMessage::QueryConfig>;
 using QueryStatusMessage = EmptyMessage<ServiceMessage::QueryStatus>;
-using KillServiceMessage = EmptyMessage<ServiceMessage::KillService>;
 
 struct ChangeServiceMessage {
     static constexpr ServiceMessage Kind = ServiceMessage::ChangeService;
