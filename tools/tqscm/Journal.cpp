@@ -20,7 +20,7 @@ constexpr DWORD JournalVersion = 2;
 // By which it may grow until it is written anew.
 constexpr std::size_t MostGrowth = std::size_t{1} << 20;
 // Taken ahead, for changes that come when the disk is full.
-constexpr std::size_t Reserve = std::size_t{64} << 10;
+constexpr std::size_t Reserve = std::size_t{16} << 10;
 
 // No bytes of a file that cannot be read; an errno then.
 int ReadFile(const std::string& path, std::string& bytes) {

@@ -112,6 +112,7 @@ Manager::Manager(Settings settings)
     AllowManyDescriptors();
     m_records.Load();
     m_services.WhenBegun([this] { m_requests.OnBegun(); });
+    m_services.WhenSeen([this](const Service& service) { m_requests.OnSeen(service); });
     m_services.WhenUnused([this](Service& service) { m_records.Delete(service); });
     auto signals = std::make_unique<Signals>(*this);
     auto listener = std::make_unique<Listener>(*this);

@@ -110,6 +110,8 @@ void Requests::OnConnection(Descriptor socket) {
 
 void Requests::End(Client& client) {
     const auto ended = m_clients.extract(&client);
+    if (const auto watching = m_watching.find(client.service); watching != m_watching.end())
+        watching->second.erase(&client);
     Service* const service = client.role == Client::Role::Service ? m_table.Find(client.service) : nullptr;
     if (!service) return;
     --service->handles;
@@ -140,6 +142,8 @@ void Requests::OnMessage(Client& client, const std::string& packet) {
         if (!client.isWaiting) return;
         if (code != ERROR_IO_PENDING) return client.AnswerCode(code);
         client.link->Hold();
+        // A change may come at any time, or never.
+        if (KindOfMessage(packet) == ServiceMessage::AwaitChange) return;
         client.limit.Set(MostLimits * m_settings.requestLimit,
                          [&client] { client.AnswerCode(ERROR_SERVICE_REQUEST_TIMEOUT); });
     } catch (const std::bad_alloc&) {
@@ -233,11 +237,13 @@ DWORD Requests::ServeServiceHandle(Client& client, Service& service, const std::
     DeleteServiceMessage deletion;
     EnumDependentsMessage dependents;
     KillServiceMessage killing;
+    AwaitChangeMessage awaiting;
     if (ParseMessage(packet, queryStatus)) {
         if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
         client.Answer(StatusReply(ERROR_SUCCESS, service));
         return ERROR_SUCCESS;
     }
+    if (ParseMessage(packet, awaiting)) return Await(client, service, awaiting);
     if (ParseMessage(packet, control)) return Control(client, service, control.control);
     if (ParseMessage(packet, start)) {
         if (!client.May(SERVICE_START)) return ERROR_ACCESS_DENIED;
@@ -332,6 +338,23 @@ DWORD Requests::AnswerName(Client& client, const FindNameMessage& request) const
     client.Answer(
         FormatMessage(NameReplyMessage{request.byDisplayName ? service.name : service.config.displayName}));
     return ERROR_SUCCESS;
+}
+
+DWORD Requests::Await(Client& client, const Service& service, const AwaitChangeMessage& request) {
+    if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
+    if (service.status.dwCurrentState == request.state && service.status.dwCheckPoint == request.checkPoint) {
+        m_watching[service.key].insert(&client);
+        return ERROR_IO_PENDING;
+    }
+    client.Answer(StatusReply(ERROR_SUCCESS, service));
+    return ERROR_SUCCESS;
+}
+
+void Requests::OnSeen(const Service& service) {
+    const auto watching = m_watching.extract(service.key);
+    if (watching.empty()) return;
+    for (Client* const client : watching.mapped())
+        client->Answer(StatusReply(ERROR_SUCCESS, service));
 }
 
 // Answered with the status it has then, whatever the code.

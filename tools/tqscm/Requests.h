@@ -15,6 +15,8 @@ class Requests {
     void OnConnection(Descriptor socket);
     // Serves those who asked before the services were known.
     void OnBegun();
+    // Answers those who wait for another state or check point of the service.
+    void OnSeen(const Service& service);
 
   private:
     class Client;
@@ -37,6 +39,7 @@ class Requests {
     DWORD Change(Client& client, const Service& service, const ServiceChange& change);
     DWORD Delete(Client& client, const Service& service);
     DWORD Control(Client& client, Service& service, DWORD control);
+    DWORD Await(Client& client, const Service& service, const AwaitChangeMessage& request);
     DWORD List(Client& client, const EnumServicesMessage& request) const;
     DWORD ListDependents(Client& client, const Service& service, const EnumDependentsMessage& request) const;
     DWORD AnswerName(Client& client, const FindNameMessage& request) const;
@@ -55,6 +58,7 @@ class Requests {
     Services& m_services;
     Records& m_records;
     std::map<const Client*, std::shared_ptr<Client>> m_clients;
+    std::map<std::string, std::set<Client*>> m_watching;  // by the service's key
 };
 
 }  // namespace tqscm

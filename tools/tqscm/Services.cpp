@@ -233,15 +233,18 @@ void Services::SetStatus(Service& service, const SERVICE_STATUS& status) {
     const SERVICE_STATUS before = std::exchange(service.status, status);
     service.status.dwServiceType = service.config.type;
     const bool isSame = before.dwCurrentState == status.dwCurrentState;
-    if (!isSame || before.dwCheckPoint != status.dwCheckPoint) WatchPending(service);
-    if (isSame && before.dwControlsAccepted == status.dwControlsAccepted && service.IsActive()) return;
-    Changed(service);
-    if (!service.IsActive()) {
-        service.isRunOwed = service.isStopping = false;
-        service.arguments.clear();
-        Leave(service);
+    const bool isProgress = !isSame || before.dwCheckPoint != status.dwCheckPoint;
+    if (isProgress) WatchPending(service);
+    if (!isSame || before.dwControlsAccepted != status.dwControlsAccepted || !service.IsActive()) {
+        Changed(service);
+        if (!service.IsActive()) {
+            service.isRunOwed = service.isStopping = false;
+            service.arguments.clear();
+            Leave(service);
+        }
+        Journalise(service);
     }
-    Journalise(service);
+    if (isProgress && m_tell) m_tell(service);
 }
 
 // A service that reports no progress for too long is hung: one that is pending, or that took a control to stop.

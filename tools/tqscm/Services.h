@@ -21,6 +21,8 @@ class Services : private ProcessOwner {
     bool HaveBegun() const { return m_haveBegun; }
     // Called when they have.
     void WhenBegun(std::function<void()> then) { m_whenBegun = std::move(then); }
+    // Called for a service with another state or check point.
+    void WhenSeen(std::function<void(const Service&)> tell) { m_tell = std::move(tell); }
     // Called for a service that is marked and stopped.
     void WhenUnused(std::function<void(Service&)> remove) { m_remove = std::move(remove); }
 
@@ -96,6 +98,7 @@ class Services : private ProcessOwner {
     Timer m_delayedStart;
     Timer m_endLimit;
     std::function<void()> m_whenBegun;
+    std::function<void(const Service&)> m_tell;
     std::function<void(Service&)> m_remove;
     bool m_haveBegun = false;
     bool m_isEnding = false;

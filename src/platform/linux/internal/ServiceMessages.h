@@ -36,6 +36,7 @@ enum class ServiceMessage : DWORD {
     EnumDependents = 11,
     FindName = 12,
     KillService = 13,
+    AwaitChange = 14,
     Attach = 32,
     Status = 33,
     Done = 34,
@@ -441,6 +442,19 @@ struct FindNameMessage {
     static void Visit(Fields& fields, Visitor& visit) {
         visit(fields.byDisplayName);
         visit(fields.name);
+    }
+};
+
+// Answered when the service's state or check point is another one.
+struct AwaitChangeMessage {
+    static constexpr ServiceMessage Kind = ServiceMessage::AwaitChange;
+    DWORD state = 0;
+    DWORD checkPoint = 0;
+
+    template <class Fields, class Visitor>
+    static void Visit(Fields& fields, Visitor& visit) {
+        visit(fields.state);
+        visit(fields.checkPoint);
     }
 };
 
