@@ -77,16 +77,6 @@ DWORD FindUser(const std::string& name, Account& account) {
     return account.isOwn || geteuid() == 0 ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
 }
 
-std::vector<std::string> ReadWords(const std::string& commandLine) {
-    std::vector<std::string> words;
-    int count = 0;
-    wchar_t** const block = CommandLineToArgvW(ToWide(commandLine).c_str(), &count);
-    for (int i = 0; block && i < count; ++i)
-        words.push_back(ToUtf8(block[i]));
-    LocalFree(block);
-    return words;
-}
-
 bool IsInherited(std::string_view variable) {
     constexpr std::array<std::string_view, 8> Own = {"NOTIFY_SOCKET", "WATCHDOG_PID", "WATCHDOG_USEC",
                                                      "LISTEN_FDS",    "LISTEN_PID",   "LISTEN_FDNAMES",
@@ -185,6 +175,16 @@ DWORD FindAccount(const std::string& name, Account& account) {
     const std::string_view user = UserIn(name);
     const bool isNobody = EqualsWithoutCase(user, "LocalService") || EqualsWithoutCase(user, "NetworkService");
     return FindUser(isNobody ? "nobody" : std::string(user), account);
+}
+
+std::vector<std::string> ReadWords(const std::string& commandLine) {
+    std::vector<std::string> words;
+    int count = 0;
+    wchar_t** const block = CommandLineToArgvW(ToWide(commandLine).c_str(), &count);
+    for (int i = 0; block && i < count; ++i)
+        words.push_back(ToUtf8(block[i]));
+    LocalFree(block);
+    return words;
 }
 
 void AllowManyDescriptors() {

@@ -26,6 +26,9 @@ bool IsOwnAccount(const std::string& name);
 // keeps it from being looked up. From any thread.
 DWORD FindAccount(const std::string& name, Account& account);
 
+// What a command line is made of, the program first. From any thread.
+std::vector<std::string> ReadWords(const std::string& commandLine);
+
 // Lets this process have as many descriptors as it may. What is launched has the limit that was there before.
 void AllowManyDescriptors();
 

@@ -1,6 +1,7 @@
 #include "Processes.h"
 
 #include "ChildEnd.h"
+#include "Identity.h"
 #include "Print.h"
 #include "ServiceTable.h"
 
@@ -56,16 +57,20 @@ void Process::Expect() {
 }
 
 void Process::EndExpecting() {
-    m_limit.Cancel();
     if (std::exchange(m_isExpected, false)) m_all.OnNoLongerExpected();
 }
 
 void Process::Connect(Link& link, const AttachMessage& message) {
-    m_limit.Cancel();
     m_link = &link;
+    ++m_connections;
     link.SetOwner(*this);
     link.ComeFirst();
     link.Send(FormatMessage(ReplyMessage{ERROR_SUCCESS}));
+    if (m_isStranger) {
+        link.Hold();
+        return m_all.m_owner.OnStranger(*this, message.services);
+    }
+    m_limit.Cancel();
     if (std::exchange(m_wasConnected, true)) {
         m_all.m_owner.OnBack(*this, message.services);
     } else {
@@ -75,6 +80,23 @@ void Process::Connect(Link& link, const AttachMessage& message) {
             command.deadline = Clock::now() + m_settings.requestLimit;
         SetCommandLimit();
     }
+    Begin();
+}
+
+void Process::Know(const ServiceConfig* config, const std::vector<NamedStatus>& reported) {
+    m_isStranger = false;
+    m_limit.Cancel();
+    if (config) {
+        commandLine = config->commandLine;
+        account = config->account;
+        isAlone = config->type == SERVICE_WIN32_OWN_PROCESS;
+    }
+    m_link->GoOn();
+    m_all.m_owner.OnBack(*this, reported);
+    Begin();
+}
+
+void Process::Begin() {
     EndExpecting();
     SendNext();
 }
@@ -97,6 +119,7 @@ void Process::OnMessage(Link&, const std::string& packet) {
 void Process::OnEnd(Link& link) {
     link.Close();
     m_link = nullptr;
+    ++m_connections;
     if (!std::exchange(m_isBusy, false)) return;
     Command command = std::move(m_commands.front());
     m_commands.pop_front();
@@ -241,6 +264,15 @@ Process& Processes::Adopt(const JournalEntry& entry) {
     Process& adopted = Add(entry.process, entry.commandLine, entry.account, entry.isAlone != 0);
     adopted.Expect();
     return adopted;
+}
+
+void Processes::AdoptStrangers() {
+    for (const ProcessId& id : FindServiceProcesses(m_settings.socket)) {
+        if (Find(id)) continue;
+        Process& stranger = Add(id, {}, {}, true);
+        stranger.m_isStranger = true;
+        stranger.Expect();
+    }
 }
 
 bool Processes::AreAllBack() const {

@@ -43,6 +43,9 @@ class ProcessOwner {
     virtual void OnTold(Process& process, const Command& command) = 0;
     // It has answered. Also for what was never told it, with the code why.
     virtual void OnAnswer(Process& process, const Command& command, DWORD code) = 0;
+    // One that this socket's managers know nothing of says what was started in it. It waits until it is told by
+    // `Know` what it is, or is killed.
+    virtual void OnStranger(Process& process, const std::vector<NamedStatus>& reported) = 0;
     // It was there under an earlier manager, or its connection ended: what was started in it.
     virtual void OnBack(Process& process, const std::vector<NamedStatus>& reported) = 0;
     // It has ended, its services with it; with 1053 where it did not connect or hung. It is gone after this.
@@ -58,15 +61,22 @@ class Process : public LinkOwner {
     ~Process() override;
 
     const ProcessId id;
-    const std::string commandLine;
-    const std::string account;
-    const bool isAlone;  // for one service
+    // What the services that share it have in common; nothing before a stranger is known.
+    std::string commandLine;
+    std::string account;
+    bool isAlone;  // for one service
     std::vector<Service*> services;
 
     // To this manager or to an earlier one.
     bool WasConnected() const { return m_wasConnected; }
     // It served under an earlier manager and has not connected to this one yet.
     bool IsExpected() const { return m_isExpected; }
+    // Counted, their ends too, to know one from the next.
+    unsigned Connections() const { return m_connections; }
+    // Of who connected.
+    uid_t User() const { return m_link->User(); }
+    // A stranger becomes one of those that were there before: as such it is back.
+    void Know(const ServiceConfig* config, const std::vector<NamedStatus>& reported);
 
     void Tell(Command command);
     // A service has stopped and is no longer this one's. What was not told yet is not told any more.
@@ -85,6 +95,7 @@ class Process : public LinkOwner {
     void Expect();
     void EndExpecting();
     void Connect(Link& link, const AttachMessage& message);
+    void Begin();
     void SendNext();
     void SetCommandLimit();
     void OnCommandsLate();
@@ -94,6 +105,8 @@ class Process : public LinkOwner {
     const Settings& m_settings;
     Processes& m_all;
     Link* m_link = nullptr;
+    unsigned m_connections = 0;
+    bool m_isStranger = false;
     bool m_isExpected = false;
     bool m_wasConnected = false;
     bool m_isFinishing = false;
@@ -118,6 +131,9 @@ class Processes {
     DWORD RunCommand(const std::string& commandLine, const Account& account);
     // One that an earlier manager has started and that is expected to connect.
     Process& Adopt(const JournalEntry& entry);
+
+    // Those that earlier managers have started and nobody has told this one of.
+    void AdoptStrangers();
 
     // Whether none is expected any more. `then` is called once they are, and never from here.
     bool AreAllBack() const;

@@ -111,7 +111,7 @@ void Requests::OnConnection(Descriptor socket) {
 void Requests::End(Client& client) {
     const auto ended = m_clients.extract(&client);
     if (const auto watching = m_watching.find(client.service); watching != m_watching.end())
-        watching->second.erase(&client);
+        if (watching->second.erase(&client); watching->second.empty()) m_watching.erase(watching);
     Service* const service = client.role == Client::Role::Service ? m_table.Find(client.service) : nullptr;
     if (!service) return;
     --service->handles;

@@ -1,5 +1,6 @@
 #include "Services.h"
 
+#include "Identity.h"
 #include "Print.h"
 #include "Rights.h"
 
@@ -51,6 +52,7 @@ Services::Services(EventLoop& loop, const Settings& settings, ServiceTable& tabl
 void Services::Begin() {
     for (const auto& [name, entry] : m_journal.All())
         if (Service* const service = m_table.Find(KeyOf(name))) TakeOver(*service, entry);
+    m_processes.AdoptStrangers();
     if (m_processes.AreAllBack()) return OnAllBack();
     m_processes.WhenAllBack([this] { OnAllBack(); });
 }
@@ -407,6 +409,44 @@ void Services::OnAnswer(Process& process, const Command& command, DWORD code) {
     if (!isStop || code || service->isStopping) return;
     service->isStopping = true;
     if (!service->IsPending()) WatchPending(*service);
+}
+
+// Those that run there and nowhere else.
+std::vector<Service*> Services::ServicesOf(const std::vector<NamedStatus>& reported) const {
+    std::vector<Service*> services;
+    for (const NamedStatus& status : reported) {
+        Service* const service = m_table.Find(KeyOf(status.name));
+        if (service && !service->process && !service->isStarting && status.status.dwCurrentState != SERVICE_STOPPED)
+            services.push_back(service);
+    }
+    return services;
+}
+
+// A process that was started for services, though the journal has lost it. It is what it says to be if the kernel
+// says so too, and if nothing else runs in its place.
+void Services::OnStranger(Process& process, const std::vector<NamedStatus>& reported) {
+    const std::vector<Service*> services = ServicesOf(reported);
+    const auto isActive = [](const NamedStatus& status) { return status.status.dwCurrentState != SERVICE_STOPPED; };
+    if (services.empty() && std::ranges::none_of(reported, isActive)) return process.Know(nullptr, reported);
+    const auto identify = [id = process.id.pid, user = process.User(),
+                           config = services.empty() ? ServiceConfig() : services[0]->config]() -> DWORD {
+        return IsProcessOf(id, user, config.commandLine, config.account) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+    };
+    m_worker.Post(identify, [this, id = process.id, connections = process.Connections(), reported](DWORD code) {
+        Process* const stranger = m_processes.Find(id);
+        if (!stranger || stranger->Connections() != connections) return;
+        const std::vector<Service*> found = ServicesOf(reported);
+        if (code || found.empty()) {
+            Print("process %d runs services that it may not, and is ended", static_cast<int>(id.pid));
+            return stranger->Kill();
+        }
+        for (Service* const service : found) {
+            Print("%s is found again in process %d", service->name.c_str(), static_cast<int>(id.pid));
+            service->process = stranger;
+            stranger->services.push_back(service);
+        }
+        stranger->Know(&found[0]->config, reported);
+    });
 }
 
 void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported) {

@@ -78,10 +78,12 @@ class Services : private ProcessOwner {
     void OnReport(Process& process, const NamedStatus& reported) override;
     void OnTold(Process& process, const Command& command) override;
     void OnAnswer(Process& process, const Command& command, DWORD code) override;
+    void OnStranger(Process& process, const std::vector<NamedStatus>& reported) override;
     void OnBack(Process& process, const std::vector<NamedStatus>& reported) override;
     void OnEnded(Process& process, DWORD code) override;
 
     void TakeOver(Service& service, const JournalEntry& entry);
+    std::vector<Service*> ServicesOf(const std::vector<NamedStatus>& reported) const;
     void OnAllBack();
     void Journalise(const Service& service);
     void StopNext();
