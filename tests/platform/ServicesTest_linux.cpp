@@ -42,7 +42,8 @@ bool Eventually(Condition condition) {
 // A handle whose holder says what it likes, when it likes.
 class RawHandle {
   public:
-    explicit RawHandle(const std::string& socket) : RawHandle(socket, OpenManagerMessage{ServiceProtocolVersion, SC_MANAGER_ALL_ACCESS}) {}
+    explicit RawHandle(const std::string& socket)
+        : RawHandle(socket, OpenManagerMessage{ServiceProtocolVersion, SC_MANAGER_ALL_ACCESS}) {}
     RawHandle(const std::string& socket, const std::string& service)
         : RawHandle(socket, OpenServiceMessage{ServiceProtocolVersion, SERVICE_ALL_ACCESS, service}) {}
 
@@ -141,7 +142,8 @@ INSTANTIATE_TEST_SUITE_P(ServiceManagement, FailingStart,
                                          std::pair(L"/bin/sleep 100", ERROR_SERVICE_REQUEST_TIMEOUT)),
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
 
-// Programs that misbehave. Whatever they do, each service comes to a state that stays, and not before its time.
+// Programs that misbehave. Whatever they do, each service comes to a state that stays, and not before its
+// time.
 
 struct Misbehaviour {
     const char* does;
@@ -194,10 +196,12 @@ TEST_F(ImpatientManagement, EndsWhatMisbehaves) {
         EXPECT_TRUE(Eventually([&] { return !processes[i] || !IsAlive(processes[i]); }));
     }
     EXPECT_EQ(RawHandle(m_manager.Socket(), std::string("hangs-in-handler")).Ask(KillServiceMessage()), 0u);
-    EXPECT_EQ(WaitFor(OpenNamed(L"hangs-in-handler"), SERVICE_STOPPED).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(WaitFor(OpenNamed(L"hangs-in-handler"), SERVICE_STOPPED).dwWin32ExitCode,
+              ERROR_PROCESS_ABORTED);
 }
 
-// A service that hangs in a process which others use is given up alone, and known again when it does something.
+// A service that hangs in a process which others use is given up alone, and known again when it does
+// something.
 TEST_F(ImpatientManagement, SparesTheNeighboursOfAServiceThatHangs) {
     ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
     record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving starts-late well late");
@@ -422,7 +426,7 @@ TEST_F(ServiceManagement, RunsACommandAfterAFailureAsTheServicesAccount) {
         SetActions(service, {{SC_ACTION_RUN_COMMAND, 0}}, L"/usr/bin/touch " + WideOf(file) + L"%1%"));
     EXPECT_EQ(StartAndWait(service), 0u);
     Crash(service);
-    struct stat made{};
+    struct stat made {};
     EXPECT_TRUE(Eventually([&] { return stat((file + "1").c_str(), &made) == 0; }));
     EXPECT_EQ(made.st_uid, geteuid() == 0 ? 65'534u : geteuid());
 }
@@ -567,9 +571,12 @@ TEST_F(ServiceManagement, StartsWhatAnEarlierManagerWasToStart) {
     m_manager.Start();
     well = OpenNamed(L"well");
     EXPECT_EQ(Control(well, SERVICE_CONTROL_PARAMCHANGE), 0u);
-    EXPECT_EQ(WaitUntil(OpenNamed(L"A"), [](const SERVICE_STATUS_PROCESS& status) {
-                  return status.dwServiceSpecificExitCode != 0;
-              }).dwServiceSpecificExitCode, 3u) << "with its arguments";
+    EXPECT_EQ(
+        WaitUntil(OpenNamed(L"A"),
+                  [](const SERVICE_STATUS_PROCESS& status) { return status.dwServiceSpecificExitCode != 0; })
+            .dwServiceSpecificExitCode,
+        3u)
+        << "with its arguments";
 }
 
 // Whatever becomes of the journal, services that run are found again, and none runs twice.

@@ -20,8 +20,8 @@ class LinkOwner {
     virtual void OnEnd(Link& link) = 0;
 };
 
-// Neither end ever waits for the other: what does not fit is sent later, and meanwhile nothing is read. An end
-// that takes nothing for as long as the limit counts as gone.
+// Neither end ever waits for the other: what does not fit is sent later, and meanwhile nothing is read. An
+// end that takes nothing for as long as the limit counts as gone.
 class Link : public Source {
   public:
     // Owned by the loop until it is closed. Throws std::system_error.
