@@ -82,7 +82,10 @@ void Services::OnAllBack() {
     m_haveBegun = true;
     for (const auto& [key, service] : m_table.All()) {
         Changed(*service);
-        if (service->isRunOwed && !service->process) {
+        // A start that a damaged journal tells of may have been done, and undone since.
+        const bool isOwed = service->isRunOwed && !m_journal.WasDamaged();
+        if (!service->process) service->isRunOwed = false;
+        if (isOwed && !service->process) {
             StartAgain(*service);
         } else if (service->IsActive() && !service->process) {
             SetCrashed(*service, ERROR_PROCESS_ABORTED);
@@ -90,6 +93,7 @@ void Services::OnAllBack() {
             SetAction(*service);
         }
     }
+    m_journal.Trust();
     AutoStart(false);
     m_delayedStart.Set(m_settings.autoStartDelay, [this] { AutoStart(true); });
     GoOn();
@@ -100,7 +104,6 @@ void Services::OnAllBack() {
 void Services::StartAgain(Service& service) {
     std::vector<std::string> arguments = std::move(service.arguments);
     if (service.IsActive()) SetStopped(service, ERROR_PROCESS_ABORTED);
-    service.isRunOwed = service.isStarting;
     if (const DWORD code = Start(service, std::move(arguments), nullptr); code && !service.isStarting) {
         Print("%s was not started: error %u", service.name.c_str(), code);
         Journalise(service);
@@ -485,7 +488,7 @@ void Services::OnEnded(Process& process, DWORD code) {
         if (!process.WasConnected()) {
             Print("%s was not started: error %u", service->name.c_str(), code);
             SetStopped(*service, code);
-        } else if (process.IsExpected() && service->isRunOwed) {
+        } else if (process.IsExpected() && service->isRunOwed && !m_journal.WasDamaged()) {
             StartAgain(*service);
         } else if (service->isHung && wasStopping) {
             SetStopped(*service, code);
