@@ -62,6 +62,7 @@ class ServiceManagement : public testing::Test {
     // Ends the service's process and waits until the manager has seen it.
     static void Crash(const OwnedService& service) {
         const DWORD process = ProcessOf(service);
+        ASSERT_NE(process, 0u);  // which would be this one and all of its group
         kill(static_cast<pid_t>(process), SIGKILL);
         WaitUntil(service, [&](const SERVICE_STATUS_PROCESS& now) { return now.dwProcessId != process; });
     }
