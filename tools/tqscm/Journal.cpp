@@ -34,6 +34,7 @@ int ReadFile(const std::string& path, std::string& bytes) {
     return size < 0 ? errno : 0;
 }
 
+// Empty where it cannot be read now.
 std::string BootId() {
     std::string boot;
     ReadFile("/proc/sys/kernel/random/boot_id", boot);
@@ -118,7 +119,7 @@ Finding Parse(std::string_view bytes, Journal::Entries& entries) {
     Header header;
     const Header now;
     Finding finding = Finding::Whole;
-    if (!Take(bytes, header))
+    if (!Take(bytes, header) || header.boot.empty() || now.boot.empty())
         finding = Finding::Damaged;
     else if (header.version != now.version || header.boot != now.boot)
         return Finding::OfAnotherBoot;
@@ -217,7 +218,7 @@ bool Journal::Mark(bool runs) const {
     // As long as the other one, so that it takes no room of a full disk.
     std::string mark = BootId();
     if (!runs) mark.assign(mark.size(), '-');
-    return WriteAll(m_lock, mark, 0) == 0;
+    return !mark.empty() && WriteAll(m_lock, mark, 0) == 0;
 }
 
 // All of it in a new file, which takes the place of the old one when it is whole.
