@@ -43,6 +43,7 @@ class TQLIB_API TQEventLog {
     static constexpr DWORD LogRolloverFailedEvent = 0xCFFF400D;   // a log file that could not be rolled over
     static constexpr DWORD LogOpenFailedEvent = 0xCFFF400E;       // a log file that could not be opened
     static constexpr DWORD LogRecordsLostEvent = 0xCFFF400F;  // records that could not be written to a log
+    static constexpr DWORD ServiceFailedEvent = 0xCFFF4010;   // a service that ended with a code
     static constexpr WORD GeneralCategory = 1;
     static constexpr WORD UnhandledExceptionCategory = 9;
 

@@ -1,11 +1,14 @@
 #include "services/TQService.h"
 
+#include "core/TQEventLog.h"
 #include "core/TQException.h"
 #include "platform/Win32.h"
 #include "services/TQServiceMgr.h"
+#include "services/internal/InsideService.h"
 #include "services/internal/ServiceHost.h"
 #include "threads/internal/GuardedStep.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace Quellan::Corvel {
@@ -44,6 +47,11 @@ bool IsTransition(DWORD from, DWORD to) noexcept {
     }
 }
 
+// For reports that a state lasts.
+bool IsSame(DWORD from, DWORD to) noexcept {
+    return from == to;
+}
+
 // Controls can be taken between the start and the stop.
 bool TakesControls(DWORD state) noexcept {
     return state >= TQSvcState::Running && state <= TQSvcState::Paused;
@@ -68,7 +76,7 @@ DWORD ServiceStateOf(ProcState state) noexcept {
 
 }  // namespace
 
-_TQService::_TQService(bool ownProcess) : m_countdown(0) {
+_TQService::_TQService(bool ownProcess) : m_countdown(0), m_budget(0), m_pendingEvent(false) {
     m_record.serviceType = ownProcess ? SERVICE_WIN32_OWN_PROCESS : SERVICE_WIN32_SHARE_PROCESS;
 }
 
@@ -90,6 +98,10 @@ TQSvcStart _TQService::StartType() const {
 }
 TQServiceOptions _TQService::Options() const {
     return {};
+}
+
+DWORD _TQService::PendingBudget() const {
+    return BudgetMs;
 }
 
 TQServiceRecord _TQService::Status() const {
@@ -127,13 +139,25 @@ void _TQService::UpdateStatus(DWORD state, DWORD waitHint) {
 }
 
 bool _TQService::UpdateStatus(DWORD state, DWORD waitHint, TransitionRule isAllowed) {
+    return Report(state, waitHint, isAllowed, PendingBudget());
+}
+
+CtrlAcceptSet _TQService::AcceptedIn(DWORD state) {
+    return TakesControls(state) ? Processor().CtrlsAccepted() : 0;
+}
+
+bool _TQService::Report(DWORD state, DWORD waitHint, TransitionRule isAllowed, DWORD budgetMs) {
+    const CtrlAcceptSet accepted = AcceptedIn(state);
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         if (isAllowed && !isAllowed(m_record.currentState, state)) return false;
-        Record(state, waitHint);
+        Record(state, waitHint, accepted, budgetMs);
     }
+    if (budgetMs != 0 && TQSvcState::IsPending(state)) m_pendingEvent.Set();
     OnStateChanged(state);
     Send();
+    // What was asked for without the lock may be older than what another thread has reported meanwhile.
+    if (AcceptedIn(state) != accepted) ReportAgain();
     return true;
 }
 
@@ -143,9 +167,22 @@ void _TQService::SetExitCode(DWORD code, DWORD specificCode) {
     m_specificExitCode = specificCode;
 }
 
+// The exceptions that were logged do not tell of which service they were.
+void _TQService::LogFailure() const {
+    DWORD code;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        code = m_specificExitCode ? m_specificExitCode : m_exitCode;
+    }
+    if (code == 0) return;
+    const TQString name = ServiceName(), text = TQSysException(code).ExcCodeString();
+    const wchar_t* const strings[] = {name.c_str(), text.c_str()};
+    TQEventLog::LogEvent(TQEventLog::LibrarySource, TQEventLog::ServiceFailedEvent, code, strings);
+}
+
 void _TQService::OnStateChanged(DWORD) {}
 
-void _TQService::Record(DWORD state, DWORD waitHint) {
+void _TQService::Record(DWORD state, DWORD waitHint, CtrlAcceptSet accepted, DWORD budgetMs) {
     const bool isPending = TQSvcState::IsPending(state);
     if (state != m_record.currentState) {
         if (state == TQSvcState::StartPending) m_exitCode = m_specificExitCode = 0;
@@ -153,6 +190,7 @@ void _TQService::Record(DWORD state, DWORD waitHint) {
         m_record.checkPoint = 0;
         m_record.waitHint = isPending ? waitHint : 0;
         if (isPending) m_countdown.Restart(waitHint);
+        m_budget.Restart(budgetMs);
     } else if (isPending) {
         ++m_record.checkPoint;
         if (waitHint != 0) {
@@ -165,10 +203,11 @@ void _TQService::Record(DWORD state, DWORD waitHint) {
         m_record.checkPoint = 0;
         m_record.waitHint = 0;
     }
+    if (m_budget.Remaining() < budgetMs) m_budget.Restart(budgetMs);
     const bool isOver = state == TQSvcState::Stopped;
     m_record.exitCode = isOver ? m_exitCode : 0;
     m_record.specificExitCode = isOver ? m_specificExitCode : 0;
-    m_record.controlsAccepted = TakesControls(state) ? Processor().CtrlsAccepted() : 0;
+    m_record.controlsAccepted = accepted;
 }
 
 // Sends what is recorded now, which may be newer than what the caller has recorded: a report of the past is
@@ -197,17 +236,43 @@ void _TQService::Send() {
         TQSysException::ThrowLastError(L"_TQService::UpdateStatus");
 }
 
-// A state is reported anew only while it lasts.
 void _TQService::ReportAgain() {
+    Report(CurrentState(), 0, &IsSame, 0);
+}
+
+void _TQService::RequestTime(DWORD ms) {
     const DWORD state = CurrentState();
-    UpdateStatus(state, 0, [](DWORD from, DWORD to) noexcept { return from == to; });
+    if (TQSvcState::IsPending(state)) Report(state, ms, &IsSame, ms);
 }
 
 void _TQService::ReportProgress() {
-    const TQServiceRecord record = Status();
-    if (!TQSvcState::IsPending(record.currentState)) return;
-    const DWORD waitHint = CountdownLeft() < LowCountdownMs ? DefaultWaitHintMs : 0;
-    UpdateStatus(record.currentState, waitHint, [](DWORD from, DWORD to) noexcept { return from == to; });
+    ReportLasting(PendingBudget());
+}
+
+void _TQService::ReportLasting(DWORD budgetMs) {
+    const DWORD state = CurrentState();
+    if (!TQSvcState::IsPending(state)) return;
+    Report(state, CountdownLeft() < LowCountdownMs ? DefaultWaitHintMs : 0, &IsSame, budgetMs);
+}
+
+DWORD _TQService::MsToSign() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    const DWORD left = m_budget.Remaining();
+    return TQSvcState::IsPending(m_record.currentState) && left != 0 ? std::min(left, ProgressMs) : INFINITE;
+}
+
+// The work goes on where the manager takes no sign; this state gets none any more then, so that it is logged
+// once.
+void _TQService::GiveSign() noexcept {
+    TQString message;
+    bool isTaken = false;
+    Guarded(L"Processing Service::GiveSign", message, [&] {
+        ReportLasting(0);
+        isTaken = true;
+        return 0u;
+    });
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    if (!isTaken) m_budget.Restart(0);
 }
 
 TQService::TQService(TQString name, bool ownProcess) : _TQService(ownProcess), m_name(std::move(name)) {}
@@ -255,27 +320,40 @@ bool TQService::HandleRequest(DWORD control) {
     return isDone;
 }
 
-DWORD TQService::ServiceHandler(DWORD control, DWORD, void*, void* context) {
+bool TQService::HandleEvent(DWORD control, DWORD, const void*) {
+    return HandleRequest(control);
+}
+
+bool TQService::HandleUserControl(DWORD) {
+    return false;
+}
+
+DWORD TQService::ServiceHandler(DWORD control, DWORD eventType, void* eventData, void* context) {
     auto& service = *static_cast<TQService*>(static_cast<_TQService*>(context));
     bool isDone = false;
     TQString message;
     Guarded(L"Running Service::ServiceHandler", message, [&] {
+        const InsideService inside;
         switch (control) {
             case TQSvcControl::Stop:
             case TQSvcControl::Pause:
             case TQSvcControl::Continue:
             case TQSvcControl::Shutdown:
             case TQSvcControl::ParamChange:
+                isDone = service.HandleRequest(control);
+                break;
             case TQSvcControl::HardwareProfileChange:
             case TQSvcControl::PowerEvent:
             case TQSvcControl::SessionChange:
-                isDone = service.HandleRequest(control);
+                isDone = service.HandleEvent(control, eventType, eventData);
                 break;
             case TQSvcControl::Interrogate:
                 service.ReportAgain();
                 isDone = true;
                 break;
             default:
+                if (control >= TQSvcControl::FirstOwn && control <= TQSvcControl::LastOwn)
+                    isDone = service.HandleUserControl(control);
                 break;
         }
         return 0u;
@@ -293,23 +371,41 @@ void TQService::OnProcessorChanged(ProcState state) {
     if (state != ProcState::Stop) SetState(ServiceStateOf(state));
 }
 
+// Where no service has been found that could say so: what was started has stopped.
+void ReportNeverRun(const wchar_t* name, DWORD code) noexcept {
+    ServiceHost& host = ServiceHost::Current();
+    const SERVICE_STATUS_HANDLE handle = host.RegisterHandler(
+        name, [](DWORD, DWORD, void*, void*) -> DWORD { return ERROR_CALL_NOT_IMPLEMENTED; }, nullptr);
+    SERVICE_STATUS status{};
+    status.dwServiceType = SERVICE_WIN32_OWN_PROCESS;
+    status.dwCurrentState = SERVICE_STOPPED;
+    status.dwWin32ExitCode = code;
+    if (handle) host.SetStatus(handle, &status);
+}
+
 void TQService::RunAppServiceMain(DWORD argc, wchar_t** argv) {
+    const wchar_t* const name = argc > 0 ? argv[0] : L"";
     TQString message;
-    Guarded(MainContext, message, [&] {
+    bool isFound = false;
+    const unsigned int code = Guarded(MainContext, message, [&] {
         const _TQWin32Exception::Trap_SEH trap(L"TQService::RunAppServiceMain");
+        const InsideService inside;
         TQStringArray arguments;
         for (DWORD i = 0; i < argc; ++i)
             arguments.Add(argv[i]);
-        TQServiceMgr::HostedService(argc > 0 ? argv[0] : nullptr).RunRegistered(arguments);
+        TQService& service = TQServiceMgr::HostedService(name);
+        isFound = true;
+        service.RunToEnd(arguments);
         return 0u;
     });
+    if (!isFound) ReportNeverRun(name, code);
 }
 
-void TQService::RunRegistered(const TQStringArray& arguments) {
-    if (!RegisterHandler(&ServiceHandler)) TQSysException::ThrowLastError(L"TQService::RunAppServiceMain");
+void TQService::RunToEnd(const TQStringArray& arguments) {
     TQString message;
     bool isDone = false;
     const unsigned int code = Guarded(MainContext, message, [&] {
+        if (!RegisterHandler(&ServiceHandler)) TQSysException::ThrowLastError(L"TQService::RunAppServiceMain");
         SetState(TQSvcState::StartPending);
         ExecuteServiceMain(arguments);
         isDone = true;
@@ -317,7 +413,8 @@ void TQService::RunRegistered(const TQStringArray& arguments) {
     });
     // A service that has failed must not look like one that has ended well.
     if (!isDone) SetExitCode(code ? code : UnknownExceptionCode);
-    SetState(TQSvcState::Stopped);
+    Guarded(MainContext, message, [&] { return LogFailure(), 0u; });
+    if (!isDone || CurrentState() != TQSvcState::Stopped) UpdateStatus(TQSvcState::Stopped, 0);
 }
 
 }  // namespace Quellan::Corvel

@@ -36,6 +36,19 @@ class TQLIB_API _TQService : public TQObject {
     // From `RegisterHandler` to the final report of `Stopped`.
     bool IsRegistered() const;
 
+    // While a pending state lasts and its processor runs, it is reported once more every `ProgressMs`, but for
+    // no longer than a budget: a service that hangs is not to look alive for ever. The budget begins with the
+    // state, and anew with each report that the service itself makes of it.
+    static constexpr DWORD ProgressMs = 1000;
+    // In milliseconds; INFINITE: no limit. By default `BudgetMs`.
+    virtual DWORD PendingBudget() const;
+    static constexpr DWORD BudgetMs = 120'000;
+    // What takes longer asks for its time (milliseconds, from now on), which is the wait hint of the report
+    // too, or says from time to time that it has come further. Both do nothing where no state is pending, and
+    // throw as `UpdateStatus`.
+    void RequestTime(DWORD ms);
+    void ReportProgress();
+
   protected:
     using ControlHandler = DWORD (*)(DWORD control, DWORD eventType, void* eventData, void* context);
     // Whether a transition is allowed.
@@ -53,7 +66,8 @@ class TQLIB_API _TQService : public TQObject {
     // hint, and without one the time left is reported. Throws `TQSysException` with the platform's code where
     // the report cannot be sent; it is recorded then.
     //
-    // Nothing is sent after the first report of `Stopped`, nor is that the first report.
+    // Nothing is sent after the first report of `Stopped`, nor is that the first report. The processor's
+    // `CtrlsAccepted` are asked for before, without the lock.
     void UpdateStatus(DWORD state, DWORD waitHint);
     // The same, unless the rule forbids the way from the current state to this one: false then.
     bool UpdateStatus(DWORD state, DWORD waitHint, TransitionRule isAllowed);
@@ -61,25 +75,30 @@ class TQLIB_API _TQService : public TQObject {
     // What the report of `Stopped` will say; a specific code makes the exit code 1066
     // (ERROR_SERVICE_SPECIFIC_ERROR). Start pending sets both to 0.
     void SetExitCode(DWORD code, DWORD specificCode = 0);
+    // Logs it to the system event log (0xCFFF4010), if there is one.
+    void LogFailure() const;
 
     // Called between the recording and the sending of a state, without the lock. By default nothing.
     virtual void OnStateChanged(DWORD state);
     // Called for each change of the processor while it runs for this service, one after the other.
     virtual void OnProcessorChanged(ProcState state) = 0;
-    // Called while the processor runs, every `ProgressMs`: reports that a pending state goes on.
-    void ReportProgress();
     // Reports the current state once more.
     void ReportAgain();
 
     TQThreadSynch& LockObj() const noexcept { return m_lock; }
 
-    static constexpr DWORD ProgressMs = 1000;
-
   private:
     friend class TQSvcProcessor;
 
-    void Record(DWORD state, DWORD waitHint) TQ_REQUIRES(m_lock);
+    CtrlAcceptSet AcceptedIn(DWORD state);
+    // What is left of the budget of a pending state is no less than `budgetMs` afterwards.
+    bool Report(DWORD state, DWORD waitHint, TransitionRule isAllowed, DWORD budgetMs);
+    void Record(DWORD state, DWORD waitHint, CtrlAcceptSet accepted, DWORD budgetMs) TQ_REQUIRES(m_lock);
     void Send();
+    // Of the next sign that a pending state lasts; INFINITE where none is due.
+    void ReportLasting(DWORD budgetMs);
+    DWORD MsToSign() const;
+    void GiveSign() noexcept;
 
     mutable TQThreadSynch m_lock;
     TQServiceRecord m_record TQ_GUARDED_BY(m_lock);
@@ -91,6 +110,8 @@ class TQLIB_API _TQService : public TQObject {
     DWORD m_lastState TQ_GUARDED_BY(m_lock) = 0;  // as reported, as is the next
     DWORD m_lastCheckPoint TQ_GUARDED_BY(m_lock) = 0;
     TQCountdownTimer m_countdown TQ_GUARDED_BY(m_lock);
+    TQCountdownTimer m_budget TQ_GUARDED_BY(m_lock);
+    const TQEvent m_pendingEvent;  // set when signs become due
 };
 
 // A service of this process. A class derives from it and gives it its processor, or overrides
@@ -129,6 +150,11 @@ class TQLIB_API TQService : public _TQService {
     // follow now. By default stop and shutdown stop the processor, pause and continue pause it and end that,
     // and changes of parameters, hardware profile, power and session are accepted without more.
     virtual bool HandleRequest(DWORD control);
+    // A change of hardware profile, power or session, with what the platform says of it, borrowed; on Linux
+    // nothing. By default `HandleRequest`.
+    virtual bool HandleEvent(DWORD control, DWORD eventType, const void* eventData);
+    // One of the application's own controls, 128 to 255. By default false.
+    virtual bool HandleUserControl(DWORD control);
 
     // The work of the service, from its start to its end; `arguments` are what it was started with, its name
     // first. The state is start pending. By default the processor runs, and the states of the service are
@@ -145,7 +171,7 @@ class TQLIB_API TQService : public _TQService {
 
     // 0, or 120 (ERROR_CALL_NOT_IMPLEMENTED).
     static DWORD ServiceHandler(DWORD control, DWORD eventType, void* eventData, void* context);
-    void RunRegistered(const TQStringArray& arguments);
+    void RunToEnd(const TQStringArray& arguments);
 
     const TQString m_name;
 };

@@ -23,8 +23,7 @@ DWORD TQServiceApp::Run(bool takesArguments) {
             return 0u;
         }
         try {
-            TQServiceMgr::Dispatch();
-            result = 0;
+            result = static_cast<DWORD>(TQServiceMgr::Dispatch());
             return 0u;
         } catch (const TQSysException& failure) {
             if (failure.ErrCode() != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) throw;
@@ -33,8 +32,7 @@ DWORD TQServiceApp::Run(bool takesArguments) {
         arguments.Remove(0);
         ForegroundHost host(arguments);
         const ServiceHostScope scope(host);
-        TQServiceMgr::Dispatch();
-        result = host.HasFailed() ? 1 : 0;
+        result = static_cast<DWORD>(TQServiceMgr::Dispatch());
         return 0u;
     });
     return result;

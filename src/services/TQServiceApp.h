@@ -34,8 +34,9 @@ class TQLIB_API TQServiceApp {
     // /etc/systemd/system/NAME.service.
     //
     // The words print what they did; the exit code is 0, 1 where it failed, 2 for a wrong command line. In
-    // the foreground the changes of the states are printed, and the exit code is 1 where a service ended with
-    // a code of its own. Any other exception is logged to the system event log and gives 0x8000FFFF.
+    // the foreground the changes of the states are printed. Where services have run, it is 1 if the last run
+    // of one ended with an exit code. Any other exception is logged to the system event log and gives
+    // 0x8000FFFF.
     static DWORD Run(bool takesArguments = false);
 
     // Whether it is one of the words above.

@@ -50,10 +50,9 @@ void RequestStart(const TQSvcHandle& service, const TQString& name, const TQStri
 }
 
 DWORD AccessFor(DWORD control) noexcept {
-    constexpr DWORD firstOwnControl = 128;
     if (control == TQSvcControl::Stop) return SERVICE_STOP;
     if (control == TQSvcControl::Interrogate) return SERVICE_INTERROGATE;
-    return control < firstOwnControl ? SERVICE_PAUSE_CONTINUE : SERVICE_USER_DEFINED_CONTROL;
+    return control < TQSvcControl::FirstOwn ? SERVICE_PAUSE_CONTINUE : SERVICE_USER_DEFINED_CONTROL;
 }
 
 }  // namespace
@@ -132,11 +131,10 @@ void TQServiceCtrl::StopAndWait(DWORD ms, const Progress& progress) const {
     SERVICE_STATUS status;
     if (!ControlService(service.Get(), SERVICE_CONTROL_STOP, &status)) {
         const DWORD code = GetLastError();
-        const bool isStopping =
-            code == ERROR_SERVICE_NOT_ACTIVE ||
-            (code == ERROR_SERVICE_CANNOT_ACCEPT_CTRL &&
-             QueryRecord(service, m_name.c_str()).currentState == TQSvcState::StopPending);
-        if (!isStopping) ThrowServiceFailure(code, m_name.c_str());
+        // Its work may have ended by itself just before, whatever the control gives then.
+        const DWORD state = QueryRecord(service, m_name.c_str()).currentState;
+        if (state != TQSvcState::StopPending && state != TQSvcState::Stopped)
+            ThrowServiceFailure(code, m_name.c_str());
     }
     if (!Watch(service, m_name.c_str(), ms, true, progress,
                [](const TQServiceRecord& record) { return record.currentState == TQSvcState::Stopped; }))

@@ -4,6 +4,7 @@
 #include "platform/Win32.h"
 #include "services/TQServiceCtrl.h"
 #include "services/internal/CommandLineText.h"
+#include "services/internal/InsideService.h"
 #include "services/internal/InstalledService.h"
 #include "services/internal/ServiceFailure.h"
 #include "services/internal/ServiceHost.h"
@@ -121,7 +122,7 @@ std::vector<_TQService*> TQServiceMgr::HostedServices() {
 
 TQService& TQServiceMgr::HostedService(const wchar_t* name) {
     const std::vector<_TQService*> services = HostedServices();
-    _TQService* found = services.size() == 1 ? services.front() : nullptr;
+    _TQService* found = services.empty() ? nullptr : services.front();
     Hosted& hosted = TheHosted();
     {
         const TQThreadSynch::TQSynchLock guard(hosted.lock);
@@ -133,7 +134,7 @@ TQService& TQServiceMgr::HostedService(const wchar_t* name) {
     return *service;
 }
 
-void TQServiceMgr::Dispatch() {
+LONG TQServiceMgr::Dispatch() {
     const std::vector<_TQService*> services = HostedServices();
     if (services.empty()) throw TQException(ERROR_SERVICE_NOT_IN_EXE, L"No service is registered.");
     // The platform wants names that could be written to.
@@ -147,20 +148,22 @@ void TQServiceMgr::Dispatch() {
         }
         table.push_back({nullptr, nullptr});
     });
-    if (!ServiceHost::Current().Dispatch(table.data()))
-        TQSysException::ThrowLastError(L"TQServiceMgr::RunServices");
+    const DWORD code = ServiceHost::Current().Dispatch(table.data()) ? ERROR_SUCCESS : GetLastError();
+    InsideService::WaitForNone();
+    if (code) throw TQSysException(code, L"TQServiceMgr::RunServices");
+    const auto hasFailed = [](const _TQService* service) { return service->Status().exitCode != 0; };
+    return std::ranges::any_of(HostedServices(), hasFailed) ? 1 : 0;
 }
 
 LONG TQServiceMgr::RunServices() {
     TQString message;
-    bool isDone = false;
+    auto result = static_cast<LONG>(UnknownExceptionCode);
     Guarded(L"Processing ServiceMgr RunServices()", message, [&] {
         const _TQWin32Exception::Trap_SEH trap(L"ServiceMgr::RunServices");
-        Dispatch();
-        isDone = true;
+        result = Dispatch();
         return 0u;
     });
-    return isDone ? 0 : static_cast<LONG>(UnknownExceptionCode);
+    return result;
 }
 
 void TQServiceMgr::Install(const TQStringArray& arguments) {

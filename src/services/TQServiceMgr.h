@@ -21,9 +21,11 @@ class TQLIB_API TQServiceMgr {
     // Does nothing for one that is not registered.
     static void UnRegisterService(_TQService* service) noexcept;
 
-    // Runs the registered services as the manager says, until all of them have stopped: 0. What fails is
-    // logged to the system event log, and gives 0x8000FFFF: most of all that no manager has started this
-    // process (1063), or that there is no service (1083). The thread is the one on which the controls arrive.
+    // Runs the registered services as the manager says, until all of them have stopped, and no thread is in a
+    // main function or a handler of theirs: they may be destroyed then. 0, or 1 where the last run of a
+    // service ended with an exit code. What fails is logged to the system event log, and gives 0x8000FFFF:
+    // most of all that no manager has started this process (1063), or that there is no service (1083). The
+    // thread is the one on which the controls arrive.
     static LONG RunServices();
 
     // Installs all registered services with the program of this process, as each says of itself; where one
@@ -71,11 +73,12 @@ class TQLIB_API TQServiceMgr {
     friend class TQServiceApp;
 
     static void InstallService(_TQService& service, const TQStringArray& arguments, TQSvcHandle& handle);
-    // The registered one of this name, or the only one where the manager calls it by another name.
+    // The registered one of this name. A name that none has is the manager's for a service with a process of
+    // its own: the first one, which the platform takes then.
     static TQService& HostedService(const wchar_t* name);
     static std::vector<_TQService*> HostedServices();
     // As `RunServices`; throws.
-    static void Dispatch();
+    static LONG Dispatch();
 };
 
 }  // namespace Quellan::Corvel

@@ -40,6 +40,8 @@ struct TQSvcControl {
     static constexpr DWORD HardwareProfileChange = 12;
     static constexpr DWORD PowerEvent = 13;
     static constexpr DWORD SessionChange = 14;
+    static constexpr DWORD FirstOwn = 128;
+    static constexpr DWORD LastOwn = 255;
 };
 
 // The platform's SERVICE_STATUS: same fields, same order.

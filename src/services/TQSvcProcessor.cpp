@@ -164,18 +164,45 @@ void TQSvcProcessor::SetState(ProcState state, DWORD errorCode) {
 
 void TQSvcProcessor::SetCtrlAllow(ProcControlAccept control, bool allow) {
     const auto flag = static_cast<CtrlAcceptSet>(control);
-    const CtrlAcceptSet accepted = CtrlsAccepted();
-    SetCtrlAllow(static_cast<int>(allow ? accepted | flag : accepted & ~flag));
+    SetAccepted(~flag, allow ? flag : 0);
 }
 
 void TQSvcProcessor::SetCtrlAllow(int controls) {
+    SetAccepted(0, static_cast<CtrlAcceptSet>(controls));
+}
+
+void TQSvcProcessor::SetAccepted(CtrlAcceptSet kept, CtrlAcceptSet added) {
+    {
+        const TQThreadSynch::TQSynchLock guard(m_procLock);
+        m_accepted = (m_accepted & kept) | added;
+    }
+    ReportBy([](_TQService& service) { service.ReportAgain(); });
+}
+
+void TQSvcProcessor::RequestTime(DWORD ms) {
+    // For the state that is told of, not for the one before.
+    WaitUntilTold();
+    ReportBy([ms](_TQService& service) { service.RequestTime(ms); });
+}
+
+void TQSvcProcessor::ReportProgress() {
+    WaitUntilTold();
+    ReportBy([](_TQService& service) { service.ReportProgress(); });
+}
+
+// A manager that takes no reports does not stop the work.
+template <class Report>
+void TQSvcProcessor::ReportBy(Report report) {
     _TQService* service;
     {
         const TQThreadSynch::TQSynchLock guard(m_procLock);
-        m_accepted = static_cast<CtrlAcceptSet>(controls);
         service = m_service;
     }
-    if (service) service->ReportAgain();
+    TQString message;
+    Guarded(L"Processing SvcProcessor::Report", message, [&] {
+        if (service) report(*service);
+        return 0u;
+    });
 }
 
 unsigned int TQSvcProcessor::RunWork(BYTEBuf& data) {
@@ -215,14 +242,14 @@ unsigned int TQSvcProcessor::OnStop(const BYTEBuf&, const unsigned int& result) 
 }
 
 bool TQSvcProcessor::RequestState(ProcState state) {
-    bool isStop = false;
+    bool isStop = false, isOver = false;
     {
         const TQThreadSynch::TQSynchLock guard(m_procLock);
         const ProcState from = m_procState;
         switch (state) {
             case ProcState::Stop:
-                if (from == ProcState::Stop) return false;
-                if (from == ProcState::Stopping) return true;
+                isOver = from == ProcState::Stop;
+                if (isOver || from == ProcState::Stopping) break;
                 isStop = true;
                 ChangeTo(ProcState::Stopping);
                 break;
@@ -240,12 +267,12 @@ bool TQSvcProcessor::RequestState(ProcState state) {
                 return false;
         }
     }
-    const bool isTold = TellService();
+    TellService();
     if (isStop) Stop();
     m_requestEvent.Set();
     // Who has sent a control finds the service on its way when the handler returns.
-    if (!isTold) m_toldEvent.Wait(INFINITE);
-    return true;
+    WaitUntilTold();
+    return !isOver;
 }
 
 void TQSvcProcessor::RunMain(_TQService* service) {
@@ -265,10 +292,14 @@ void TQSvcProcessor::RunMain(_TQService* service) {
     }
     const Binding binding{*this};
     StartProcessing();
-    DWORD result;
-    while ((result = WaitForSingleObject(ThreadHandle(), _TQService::ProgressMs)) == WAIT_TIMEOUT)
-        service->ReportProgress();
-    if (result == WAIT_FAILED) TQSysException::ThrowLastError(L"TQSvcProcessor::RunMain");
+    const HANDLE events[] = {ThreadHandle(), service->m_pendingEvent.Handle()};
+    for (;;) {
+        const DWORD result = WaitForMultipleObjects(2, events, FALSE, service->MsToSign());
+        if (result == WAIT_OBJECT_0) break;
+        if (result == WAIT_TIMEOUT) service->GiveSign();
+        // The service must not be left while its work goes on.
+        if (result == WAIT_FAILED) Sleep(_TQService::ProgressMs);
+    }
     // Somebody may still be telling of a state that is over by now.
     m_toldEvent.Wait(INFINITE);
 }
@@ -301,6 +332,11 @@ void TQSvcProcessor::ChangeTo(ProcState state) {
     m_procState = state;
     for (const HANDLE event : m_changedEvents)
         SetEvent(event);
+}
+
+// Unless it is this thread that tells.
+void TQSvcProcessor::WaitUntilTold() {
+    if (!TellService()) m_toldEvent.Wait(INFINITE);
 }
 
 // Changes reach the service in their order, and one at a time: whoever finds another thread at it leaves the

@@ -106,6 +106,11 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     // requested. True: it is time for the next piece of work. False: a stop was requested.
     bool WaitForTurn(DWORD ms);
 
+    // For `Prepare`, `Finish`, `OnPause` and `OnContinue` that take long, as the members of the service that
+    // runs the processor (`_TQService`), but a report that is not taken is logged. Nothing without a service.
+    void RequestTime(DWORD ms);
+    void ReportProgress();
+
     // Goes to a state, for work that has its own way to it: to `Run` from `Starting` and `Continuing`, to
     // `Pause` from `Pausing`, to `Stopping` from all but `Stop`, to `Stop` from all; anything else does
     // nothing. An error code other than 0 is kept.
@@ -129,6 +134,10 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     bool WaitUntil(bool (*isReached)(ProcState state, ProcState states), ProcState states, DWORD ms);
     void ChangeTo(ProcState state) TQ_REQUIRES(m_procLock);
     bool TellService();
+    void WaitUntilTold();
+    void SetAccepted(CtrlAcceptSet kept, CtrlAcceptSet added);
+    template <class Report>
+    void ReportBy(Report report);
 
     mutable TQThreadSynch m_procLock;
     ProcState m_procState TQ_GUARDED_BY(m_procLock) = ProcState::Stop;

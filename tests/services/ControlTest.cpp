@@ -145,9 +145,36 @@ TEST(ControlHandler, TakesAnExceptionForARequestThatFailed) {
     EXPECT_EQ(running.service.CurrentState(), S::Running);
 }
 
-TEST(HandleRequest, KnowsNoControlOfTheApplication) {
-    TestService service;
-    EXPECT_FALSE(service.HandleRequest(0));
-    EXPECT_FALSE(service.HandleRequest(128));
-    EXPECT_TRUE(service.HandleRequest(C::PowerEvent));
+TEST(ControlHandler, PassesEventsWithWhatIsSaidOfThem) {
+    Running running(S::Running);
+    std::vector<DWORD> passed;
+    int data = 0;
+    running.service.event = [&](DWORD control, DWORD eventType, const void* eventData) {
+        EXPECT_EQ(eventType, control + 100);
+        EXPECT_EQ(eventData, &data);
+        passed.push_back(control);
+        return control != C::PowerEvent;
+    };
+    for (DWORD control = 0; control <= 300; ++control) {
+        if (control == C::Stop || control == C::Shutdown) continue;
+        const DWORD result = running.manager.Call(Name, control, control + 100, &data);
+        if (!passed.empty() && passed.back() == control) {
+            EXPECT_EQ(result, control == C::PowerEvent ? NotDone : Done);
+        }
+    }
+    EXPECT_EQ(passed, (std::vector<DWORD>{12, 13, 14}));
+}
+
+TEST(ControlHandler, PassesTheControlsOfTheApplicationAlone) {
+    Running running(S::Running);
+    std::vector<DWORD> passed;
+    running.service.own = [&](DWORD control) { return passed.push_back(control), control != 200; };
+    for (DWORD control = 0; control <= 300; ++control) {
+        if (control == C::Stop || control == C::Shutdown) continue;
+        const DWORD result = running.manager.Call(Name, control);
+        if (control >= 128) {
+            EXPECT_EQ(result, control <= 255 && control != 200 ? Done : NotDone) << control;
+        }
+    }
+    EXPECT_EQ(passed.size(), 128u);
 }

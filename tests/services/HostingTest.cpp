@@ -45,9 +45,14 @@ constexpr Kind Kinds[] = {
 
 class Guard : public Hosted, public testing::WithParamInterface<Kind> {
   protected:
-    void ExpectLogged(const wchar_t* context) {
+    // And where a service has ended by it, that one's end.
+    void ExpectLogged(const wchar_t* context, bool hasEnded = true) {
         const auto entries = log.Entries();
-        ASSERT_EQ(entries.size(), 1u);
+        ASSERT_EQ(entries.size(), hasEnded ? 2u : 1u);
+        if (hasEnded) {
+            EXPECT_EQ(entries[1].eventId, 0xCFFF4010);
+            EXPECT_EQ(entries[1].strings[0], Name);
+        }
         EXPECT_EQ(entries[0].source, L"TQLib");
         EXPECT_EQ(entries[0].eventId, GetParam().eventId);
         EXPECT_EQ(entries[0].category, GetParam().category);
@@ -60,12 +65,12 @@ class Guard : public Hosted, public testing::WithParamInterface<Kind> {
 TEST_P(Guard, OfRunServicesLogsAndReturns) {
     manager.onDispatch = GetParam().raise;
     EXPECT_EQ(TQServiceMgr::RunServices(), Failed);
-    ExpectLogged(L"Processing ServiceMgr RunServices()");
+    ExpectLogged(L"Processing ServiceMgr RunServices()", false);
 }
 
 TEST_P(Guard, OfTheMainFunctionLogsAndReportsTheCode) {
     service.main = [](const TQStringArray&) { GetParam().raise(); };
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     ExpectLogged(L"Running Service::RunAppServiceMain");
     EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Stopped}));
     EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, GetParam().code);
@@ -74,12 +79,12 @@ TEST_P(Guard, OfTheMainFunctionLogsAndReportsTheCode) {
 TEST_P(Guard, OfTheApplicationLogsAndReturns) {
     manager.onDispatch = GetParam().raise;
     EXPECT_EQ(TQServiceApp::Run(true), static_cast<DWORD>(Failed));
-    ExpectLogged(L"Running ServiceApp main()");
+    ExpectLogged(L"Running ServiceApp main()", false);
 }
 
 TEST_P(Guard, OfTheProcessorLogsAndReportsTheCode) {
     service.processor.process = [](TestProcessor&) -> unsigned int { return GetParam().raise(), 0; };
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     ExpectLogged(L"Processing Thread::RunWork");
     EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, GetParam().code);
 }
@@ -123,13 +128,13 @@ TEST_F(Hosted, GivesItsMainFunctionTheArguments) {
 
 TEST_F(Hosted, ReportsTheResultOfItsWorkAsExitCode) {
     service.processor.process = [](TestProcessor&) { return 42u; };
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, 42u);
 }
 
 TEST_F(Hosted, FailsWithACodeWhateverItsExceptionSays) {
     service.processor.process = [](TestProcessor&) -> unsigned int { throw TQException(0u, L"no code"); };
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, static_cast<DWORD>(Failed));
 }
 
@@ -137,7 +142,7 @@ TEST_F(Hosted, FinishesWorkThatAnExceptionEnded) {
     bool isFinished = false;
     service.processor.process = [](TestProcessor&) -> unsigned int { throw TQException(7u, L"work"); };
     service.processor.finish = [&] { isFinished = true; };
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     EXPECT_TRUE(isFinished);
     EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Running, S::StopPending, S::Stopped}));
 }
@@ -146,7 +151,7 @@ TEST_F(Hosted, NeitherWorksNorFinishesWhereItCannotPrepare) {
     bool isFinished = false;
     service.processor.prepare = [] { throw TQException(8u, L"prepare"); };
     service.processor.finish = [&] { isFinished = true; };
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     EXPECT_FALSE(isFinished);
     EXPECT_EQ(manager.States(Name), (States{S::StartPending, S::Stopped}));
     EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, 8u);
@@ -160,6 +165,38 @@ TEST_F(Hosted, AdvancesTheCheckPointOfALongStart) {
     service.processor.Release();
     manager.Await(Name, S::Running);
     manager.Control(Name, C::Stop);
+}
+
+// A sign would come each second.
+TEST_F(Hosted, LooksAliveNoLongerThanItsBudget) {
+    service.budget = 1;
+    service.processor.Hold(ProcState::Starting);
+    Worker dispatcher([] { TQServiceMgr::RunServices(); });
+    manager.AwaitReport(Name, [](const auto& last) { return last.dwCheckPoint == 1; });
+    Sleep(TQService::ProgressMs + NeverMs);
+    EXPECT_EQ(manager.Reports(Name).back().dwCheckPoint, 1u);
+    service.ReportProgress();
+    manager.AwaitReport(Name, [](const auto& last) { return last.dwCheckPoint == 3; });
+    service.processor.Release();
+    manager.Await(Name, S::Running);
+    manager.Control(Name, C::Stop);
+}
+
+TEST_F(Hosted, LooksAliveForTheTimeThatItsWorkAsksFor) {
+    service.budget = 1;
+    service.processor.finish = [&] {
+        service.processor.RequestTime(40'000);
+        manager.AwaitReport(Name, [](const auto& last) { return last.dwCheckPoint == 2; });
+    };
+    Worker dispatcher([] { TQServiceMgr::RunServices(); });
+    manager.Await(Name, S::Running);
+    const std::size_t before = manager.Reports(Name).size();
+    service.processor.RequestTime(40'000);
+    EXPECT_EQ(manager.Reports(Name).size(), before) << "nothing is pending";
+    manager.Control(Name, C::Stop);
+    dispatcher.Join();
+    const auto isAsked = [](const auto& report) { return report.dwWaitHint == 40'000; };
+    EXPECT_TRUE(std::ranges::any_of(manager.Reports(Name), isAsked));
 }
 
 TEST_F(Hosted, ReportsControlsThatItAcceptsFromNowOn) {
@@ -186,10 +223,32 @@ TEST_F(Hosted, DoesNotRunWhereItsHandlerIsRefused) {
     bool hasRun = false;
     service.main = [&](const TQStringArray&) { hasRun = true; };
     manager.registerCode = ERROR_SERVICE_DOES_NOT_EXIST;
-    EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     EXPECT_FALSE(hasRun);
-    ASSERT_EQ(log.Entries().size(), 1u);
+    ASSERT_EQ(log.Entries().size(), 2u);
     EXPECT_EQ(log.Entries()[0].eventId, 0xCFFF4001);
+}
+
+// As of a service that has a process of its own and another name than the one that the program knows.
+TEST_F(Hosted, RunsTheFirstUnderAnyName) {
+    TestService other(L"Other");
+    const Hosting both{&other};
+    TQString seen;
+    service.main = [&](const TQStringArray& arguments) { seen = arguments[0]; };
+    wchar_t name[] = L"Installed";
+    wchar_t* arguments[] = {name};
+    TestService::RunAppServiceMain(1, arguments);
+    EXPECT_EQ(seen, name);
+}
+
+TEST(Nothing, IsLeftPendingWhereNoServiceCanBeFound) {
+    ScriptedManager manager;
+    const RecordingSink log;
+    wchar_t name[] = L"Installed";
+    wchar_t* arguments[] = {name};
+    TestService::RunAppServiceMain(1, arguments);
+    ASSERT_EQ(manager.States(name), States{S::Stopped});
+    EXPECT_EQ(manager.Reports(name)[0].dwWin32ExitCode, static_cast<DWORD>(ERROR_SERVICE_NOT_IN_EXE));
 }
 
 TEST_F(Hosted, FailsWithoutAManager) {
@@ -249,7 +308,7 @@ TEST(TwoServices, HaveStatesExitCodesAndFailuresOfTheirOwn) {
         throw TQException(11u, L"first");
     };
     const Hosting hosting{&first, &second};
-    Worker dispatcher([] { EXPECT_EQ(TQServiceMgr::RunServices(), 0); });
+    Worker dispatcher([] { EXPECT_EQ(TQServiceMgr::RunServices(), 1); });
     manager.Await(L"First", S::Running);
     manager.Await(L"Second", S::Running);
     manager.Control(L"Second", C::Pause);
@@ -263,4 +322,84 @@ TEST(TwoServices, HaveStatesExitCodesAndFailuresOfTheirOwn) {
     dispatcher.Join();
     EXPECT_EQ(manager.Reports(L"First").back().dwWin32ExitCode, 11u);
     EXPECT_EQ(manager.Reports(L"Second").back().dwWin32ExitCode, 0u);
+}
+
+// Returns as soon as all services have reported that they stopped, as the platform's does.
+class HastyManager : public ServiceHost {
+  public:
+    BOOL Dispatch(const SERVICE_TABLE_ENTRYW* table) override {
+        for (const auto* entry = table; entry->lpServiceName; ++entry)
+            ++m_running;
+        for (; table->lpServiceName; ++table)
+            AddThread([main = table->lpServiceProc, name = std::wstring(table->lpServiceName)]() mutable {
+                wchar_t* arguments[] = {name.data()};
+                main(1, arguments);
+            });
+        m_allStopped.Wait(INFINITE);
+        return TRUE;
+    }
+    SERVICE_STATUS_HANDLE RegisterHandler(const wchar_t*, LPHANDLER_FUNCTION_EX handler,
+                                          void* context) override {
+        if (controls) AddThread([=] { handler(C::ParamChange, 0, nullptr, context); });
+        return reinterpret_cast<SERVICE_STATUS_HANDLE>(this);
+    }
+    BOOL SetStatus(SERVICE_STATUS_HANDLE, SERVICE_STATUS* status) override {
+        if (status->dwCurrentState == SERVICE_STOPPED && --m_running == 0) m_allStopped.Set();
+        return TRUE;
+    }
+    // Between the report and the last touch.
+    void Linger() const {
+        m_allStopped.Wait(INFINITE);
+        Sleep(NeverMs);
+        EXPECT_FALSE(hasReturned);
+    }
+
+    bool controls = false;  // sends a control on a thread of its own
+    std::atomic<bool> hasReturned{false};
+
+  private:
+    void AddThread(std::function<void()> body) {
+        auto thread = std::make_unique<Worker>(std::move(body));
+        const std::lock_guard guard(m_lock);
+        m_threads.push_back(std::move(thread));
+    }
+
+    const ServiceHostScope m_scope{*this};
+    std::atomic<int> m_running{0};
+    const TQEvent m_allStopped{true};
+    std::mutex m_lock;
+    std::vector<std::unique_ptr<Worker>> m_threads;
+};
+
+TEST(RunServices, ReturnsWhenNoThreadIsInAServiceAnyMore) {
+    for (const bool isHandlerLate : {false, true}) {
+        HastyManager manager;
+        manager.controls = true;
+        const TQEvent isControlled(true);
+        TestService service;
+        const Hosting hosting{&service};
+        service.request = [&](DWORD) {
+            isControlled.Set();
+            if (isHandlerLate) manager.Linger();
+            return true;
+        };
+        service.main = [&](const TQStringArray&) {
+            isControlled.Wait(INFINITE);
+            service.SetState(S::Stopped);
+            if (!isHandlerLate) manager.Linger();
+        };
+        EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+        manager.hasReturned = true;
+    }
+}
+
+// They are destroyed at once, while their threads are on their way out.
+TEST(RunServices, LeavesServicesThatMayBeDestroyed) {
+    for (int round = 0; round < 200; ++round) {
+        HastyManager manager;
+        TestService first(L"First", false), second(L"Second", false);
+        const Hosting hosting{&first, &second};
+        first.main = second.main = [](const TQStringArray&) {};
+        EXPECT_EQ(TQServiceMgr::RunServices(), 0);
+    }
 }

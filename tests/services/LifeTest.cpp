@@ -1,6 +1,7 @@
 // The service program, run by the platform's manager and without one.
 #include "InstalledServices.h"
 #include "services/TQServiceCtrl.h"
+#include "support/FailCall.h"
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -29,6 +30,22 @@ TEST_F(Life, HasTheCodeOfTheExceptionThatEndedItsWork) {
 TEST_F(Life, GivesUpOnAStateThatDoesNotCome) {
     InstallProgram();
     EXPECT_FALSE(service.WaitForState(S::Running, 1));
+}
+
+// The control meets work that has just ended by itself.
+TEST_F(Life, HasStoppedWhateverTheControlGave) {
+    InstallProgram();
+    for (const DWORD code : {ERROR_CALL_NOT_IMPLEMENTED, ERROR_SERVICE_CANNOT_ACCEPT_CTRL}) {
+        const FailCall fail("ControlService", code);
+        service.StopAndWait(PatienceMs);
+    }
+    service.StartAndWait({}, PatienceMs);
+    {
+        const FailCall fail("ControlService", ERROR_CALL_NOT_IMPLEMENTED);
+        EXPECT_EQ(ThrownCode([&] { service.StopAndWait(PatienceMs); }),
+                  static_cast<DWORD>(ERROR_CALL_NOT_IMPLEMENTED));
+    }
+    service.StopAndWait(PatienceMs);
 }
 
 TEST_F(Life, EndsARunningServiceThatIsRemoved) {

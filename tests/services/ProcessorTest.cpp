@@ -121,3 +121,15 @@ TEST(Processor, KeepsTheSetOfControlsThatItAccepts) {
     processor.SetCtrlAllow(0x01);
     EXPECT_EQ(processor.CtrlsAccepted(), 0x01u);
 }
+
+TEST(Processor, LosesNoControlThatAnotherThreadAllows) {
+    TestProcessor processor;
+    const auto turn = [&](ProcControlAccept control) {
+        for (int i = 0; i <= 20'000; ++i)
+            processor.SetCtrlAllow(control, i % 2 == 0);
+    };
+    Worker other([&] { turn(ProcControlAccept::ParamChange); });
+    turn(ProcControlAccept::PowerEvent);
+    other.Join();
+    EXPECT_EQ(processor.CtrlsAccepted(), 0x4Fu);
+}

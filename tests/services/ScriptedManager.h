@@ -86,9 +86,9 @@ class ScriptedManager : public ServiceHost {
     }
 
     // What the handler returns on the calling thread, which is the dispatcher's then.
-    DWORD Call(const std::wstring& service, DWORD control) {
+    DWORD Call(const std::wstring& service, DWORD control, DWORD eventType = 0, void* eventData = nullptr) {
         Service& called = *Find(service);
-        return called.handler(control, 0, nullptr, called.context);
+        return called.handler(control, eventType, eventData, called.context);
     }
 
     // What the handler returns on the thread that runs `Dispatch`.

@@ -178,6 +178,30 @@ TEST_F(Status, TellsOfTheChangeBeforeItIsSentAndWithoutItsLock) {
     EXPECT_EQ(manager.Reports(Name).size(), 1u);
 }
 
+TEST_F(Status, AsksForItsProcessorWithoutItsLock) {
+    int asked = 0;
+    service.asked = [&] {
+        ++asked;
+        Worker([&] { static_cast<void>(service.CurrentState()); }).Join();
+    };
+    service.SetState(S::Running);
+    EXPECT_GT(asked, 0);
+}
+
+// Between the question and the report another thread is quicker.
+TEST_F(Status, ReportsInTheEndWhatIsAcceptedThen) {
+    service.asked = [&] {
+        service.asked = nullptr;
+        service.processor.SetCtrlAllow(SERVICE_ACCEPT_STOP);
+    };
+    service.changed = [&](DWORD) {
+        service.changed = nullptr;
+        service.processor.SetCtrlAllow(SERVICE_ACCEPT_SHUTDOWN);
+    };
+    service.SetState(S::Running);
+    EXPECT_EQ(Last().dwControlsAccepted, static_cast<DWORD>(SERVICE_ACCEPT_SHUTDOWN));
+}
+
 TEST_F(Status, ThrowsWhatTheManagerRefusesAndKeepsTheState) {
     manager.statusCode = ERROR_INVALID_HANDLE;
     EXPECT_EQ(ThrownCode([&] { service.SetState(S::Running); }), static_cast<DWORD>(ERROR_INVALID_HANDLE));

@@ -19,6 +19,8 @@ class TestProcessor : public TQSvcProcessor {
     std::function<void()> prepare, pause, resume, finish;
     std::function<unsigned int(TestProcessor&)> process;
 
+    using TQSvcProcessor::ReportProgress;
+    using TQSvcProcessor::RequestTime;
     using TQSvcProcessor::SetCtrlAllow;
     using TQSvcProcessor::SetState;
     using TQSvcProcessor::WaitForTurn;
@@ -58,10 +60,17 @@ class TestService : public TQService {
     TestProcessor processor;
     // In place of the processor.
     std::function<void(const TQStringArray& arguments)> main;
-    std::function<bool(DWORD control)> request;
+    std::function<bool(DWORD control)> request, own;
+    std::function<bool(DWORD control, DWORD eventType, const void* eventData)> event;
     std::function<void(DWORD state)> changed;
+    std::function<void()> asked;  // for the processor
+    DWORD budget = BudgetMs;
 
-    TQSvcProcessor& Processor() override { return processor; }
+    TQSvcProcessor& Processor() override {
+        if (asked) asked();
+        return processor;
+    }
+    DWORD PendingBudget() const override { return budget; }
 
     using TQService::RegisterHandler;
     using TQService::RunAppServiceMain;
@@ -73,6 +82,13 @@ class TestService : public TQService {
 
     bool HandleRequest(DWORD control) override {
         return request ? request(control) : TQService::HandleRequest(control);
+    }
+    bool HandleEvent(DWORD control, DWORD eventType, const void* eventData) override {
+        return event ? event(control, eventType, eventData)
+                     : TQService::HandleEvent(control, eventType, eventData);
+    }
+    bool HandleUserControl(DWORD control) override {
+        return own ? own(control) : TQService::HandleUserControl(control);
     }
 
   protected:

@@ -200,7 +200,6 @@ DWORD Services::RunService(Service& service) {
     service.process = process;
     process->services.push_back(&service);
     service.isStarting = service.wasToldLate = service.wasKilled = false;
-    service.gaveUpIn = {};
     service.started = BootMs();
     SetStatus(service, {config.type, SERVICE_START_PENDING, 0, 0, 0, 0, FirstWaitHintMs});
     process->Tell({.key = service.key,
@@ -401,6 +400,7 @@ void Services::OnAnswer(Process& process, const Command& command, DWORD code) {
     if (!command.control) {
         if (code) return SetStopped(*service, code);
         service->isRunOwed = false;
+        service->gaveUpIn = {};
         service->arguments.clear();
         return Journalise(*service);
     }

@@ -141,7 +141,7 @@ ManagerLink::Next ManagerLink::Serve(const std::string& packet) {
     if (ParseMessage(packet, run)) return Answer(m_host.Run(run)) ? Next::GoOn : Next::Reconnect;
     if (ParseMessage(packet, control))
         return Answer(m_host.Control(control.name, control.control)) ? Next::GoOn : Next::Reconnect;
-    if (ParseMessage(packet, finish)) return Next::End;
+    if (ParseMessage(packet, finish) && m_host.AreAllStopped()) return Next::End;
     return Next::Reconnect;
 }
 
@@ -162,11 +162,17 @@ DWORD ManagerLink::Run() {
     if (!m_wake.IsGood()) return ERROR_NO_SYSTEM_RESOURCES;
     m_host.SetListener(this);
     if (!Attach()) return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
-    for (;;) {
-        const Next next = ServeOne();
-        if (next == Next::End) return ERROR_SUCCESS;
-        if (next == Next::Reconnect && !AttachAgain()) return ERROR_SUCCESS;
+    for (Next next = Next::GoOn; next != Next::End;) {
+        const DWORD code = WithMemory([&] {
+            next = next == Next::Reconnect && !AttachAgain() ? Next::End : ServeOne();
+            return DWORD{ERROR_SUCCESS};
+        });
+        if (!code) continue;
+        // What was under way is lost, and the manager is told so by that; the services go on.
+        next = Next::Reconnect;
+        m_wake.Wait(FirstRetryMs);
     }
+    return ERROR_SUCCESS;
 }
 
 // The variable's value, which no process that this one starts inherits.

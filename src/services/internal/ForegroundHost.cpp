@@ -160,13 +160,6 @@ void ForegroundHost::Print(const Entry& entry) {
     }
 }
 
-bool ForegroundHost::HasFailed() const {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    return std::ranges::any_of(m_entries, [](const auto& entry) {
-        return entry->status.dwCurrentState != SERVICE_STOPPED || entry->status.dwWin32ExitCode != 0;
-    });
-}
-
 bool ForegroundHost::AllEnded() const {
     const TQThreadSynch::TQSynchLock guard(m_lock);
     return std::ranges::all_of(m_entries, [](const auto& entry) { return entry->hasEnded; });

@@ -25,9 +25,6 @@ class ForegroundHost : public ServiceHost {
                                           void* context) override;
     BOOL SetStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) override;
 
-    // Whether a service has ended with an exit code.
-    bool HasFailed() const;
-
   private:
     struct Entry;
     class MainThread;

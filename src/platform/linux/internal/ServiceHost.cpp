@@ -22,31 +22,15 @@ bool IsValidStatus(const SERVICE_STATUS& status) noexcept {
     return type && state && !(status.dwControlsAccepted & ~KnownControls);
 }
 
-struct MainCall {
-    LPSERVICE_MAIN_FUNCTIONW main;
-    std::vector<std::wstring> arguments;
-};
-
-DWORD CallMain(void* parameter) {
-    const std::unique_ptr<MainCall> call(static_cast<MainCall*>(parameter));
-    std::vector<wchar_t*> pointers;
-    for (std::wstring& argument : call->arguments)
-        pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    call->main(static_cast<DWORD>(call->arguments.size()), pointers.data());
-    return 0;
-}
-
 }  // namespace
 
 struct ServiceHost::Hosted {
     std::wstring tableName;
     LPSERVICE_MAIN_FUNCTIONW main;
-    std::string name;  // as it was started
-    bool wasStarted = false;
+    NamedStatus now;  // with the name as it was started
+    unsigned runs = 0;
     bool isRunning = false;  // started, and not reported as stopped since
     bool isAlone = false;
-    SERVICE_STATUS status{};
     LPHANDLER_FUNCTION_EX handler = nullptr;
     void* context = nullptr;
     HANDLE statusHandle = nullptr;
@@ -58,6 +42,20 @@ struct ServiceHost::StatusTarget : Object {
 
     explicit StatusTarget(Hosted& reporting) noexcept : Object(Kind), service(reporting) {}
     Hosted& service;
+};
+
+struct ServiceHost::MainCall {
+    Hosted* service = nullptr;
+    unsigned run = 0;
+    std::vector<std::wstring> arguments;
+    std::vector<wchar_t*> pointers;
+
+    static DWORD Make(void* parameter) {
+        const std::unique_ptr<MainCall> call(static_cast<MainCall*>(parameter));
+        call->service->main(static_cast<DWORD>(call->arguments.size()), call->pointers.data());
+        Instance().OnMainReturned(*call->service, call->run);
+        return 0;
+    }
 };
 
 ServiceHost& ServiceHost::Instance() {
@@ -115,26 +113,32 @@ DWORD ServiceHost::Run(const RunMessage& run) {
     call->arguments.push_back(ToWide(run.name));
     for (const std::string& argument : run.arguments)
         call->arguments.push_back(ToWide(argument));
+    for (std::wstring& argument : call->arguments)
+        call->pointers.push_back(argument.data());
+    call->pointers.push_back(nullptr);
+    std::string name = run.name;
     Hosted* service = nullptr;
     {
         const std::scoped_lock lock(m_lock);
         service = FindInTable(run);
         if (!service) return ERROR_SERVICE_NOT_IN_EXE;
         if (service->isRunning) return ERROR_SERVICE_ALREADY_RUNNING;
-        call->main = service->main;
-        service->name = run.name;
-        service->wasStarted = service->isRunning = true;
+        call->service = service;
+        call->run = ++service->runs;
+        service->isRunning = true;
         service->isAlone = run.isAlone != 0;
         service->handler = nullptr;
-        service->status = {};
-        service->status.dwServiceType = run.isAlone ? SERVICE_WIN32_OWN_PROCESS : SERVICE_WIN32_SHARE_PROCESS;
-        service->status.dwCurrentState = SERVICE_START_PENDING;
-        service->status.dwWaitHint = FirstWaitHintMs;
+        SERVICE_STATUS status{};
+        status.dwServiceType = run.isAlone ? SERVICE_WIN32_OWN_PROCESS : SERVICE_WIN32_SHARE_PROCESS;
+        status.dwCurrentState = SERVICE_START_PENDING;
+        status.dwWaitHint = FirstWaitHintMs;
+        service->now = {std::move(name), status};
     }
-    const HANDLE thread = CreateThread(nullptr, 0, &CallMain, call.get(), 0, nullptr);
+    const HANDLE thread = CreateThread(nullptr, 0, &MainCall::Make, call.get(), 0, nullptr);
     if (!thread) {
         const std::scoped_lock lock(m_lock);
-        service->wasStarted = service->isRunning = false;
+        --service->runs;
+        service->isRunning = false;
         return ERROR_SERVICE_NO_THREAD;
     }
     static_cast<void>(call.release());  // the thread's
@@ -148,7 +152,7 @@ DWORD ServiceHost::Control(const std::string& name, DWORD control) {
     {
         const std::scoped_lock lock(m_lock);
         const auto found = std::ranges::find_if(
-            m_services, [&](const auto& service) { return service->isRunning && service->name == name; });
+            m_services, [&](const auto& service) { return service->isRunning && service->now.name == name; });
         if (found == m_services.end()) return ERROR_SERVICE_NOT_ACTIVE;
         handler = (*found)->handler;
         context = (*found)->context;
@@ -159,7 +163,7 @@ DWORD ServiceHost::Control(const std::string& name, DWORD control) {
 std::vector<NamedStatus> ServiceHost::StatusesLocked() {
     std::vector<NamedStatus> statuses;
     for (const auto& service : m_services)
-        if (service->wasStarted) statuses.push_back({service->name, service->status});
+        if (service->runs > 0) statuses.push_back(service->now);
     return statuses;
 }
 
@@ -193,14 +197,25 @@ DWORD ServiceHost::Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS& st
     const std::scoped_lock lock(m_lock);
     Hosted& service = target->service;
     if (service.statusHandle != handle) return ERROR_INVALID_HANDLE;  // stopped by another thread
-    NamedStatus report{service.name, status};
-    service.status = status;
+    service.now.status = status;
     if (status.dwCurrentState == SERVICE_STOPPED) {
         service.isRunning = false;
         CloseHandleOf(std::exchange(service.statusHandle, nullptr), &StatusTarget::Kind);
     }
-    if (m_listener) m_listener->OnReport(report);
+    if (m_listener) m_listener->OnReport(service.now);
     return ERROR_SUCCESS;
+}
+
+// Who has a handler may report from any thread for as long as it likes. Who has none can report no more.
+void ServiceHost::OnMainReturned(Hosted& service, unsigned run) noexcept {
+    const std::scoped_lock lock(m_lock);
+    if (service.runs != run || !service.isRunning || service.handler) return;
+    SERVICE_STATUS& status = service.now.status;
+    status.dwCurrentState = SERVICE_STOPPED;
+    status.dwWin32ExitCode = ERROR_PROCESS_ABORTED;
+    status.dwWaitHint = 0;
+    service.isRunning = false;
+    if (m_listener) m_listener->OnReport(service.now);
 }
 
 }  // namespace Quellan::Corvel::Platform

@@ -34,7 +34,8 @@ class ServiceHost {
     void SetListener(ServiceListener* listener);
 
     // Begins the service's main function; where the process is for this service alone it may have another
-    // name in the table. 1083 (ERROR_SERVICE_NOT_IN_EXE), 1056 (ERROR_SERVICE_ALREADY_RUNNING), 1054
+    // name in the table. One that returns without a handler has stopped, with 1067 (ERROR_PROCESS_ABORTED).
+    // 1083 (ERROR_SERVICE_NOT_IN_EXE), 1056 (ERROR_SERVICE_ALREADY_RUNNING), 1054
     // (ERROR_SERVICE_NO_THREAD).
     DWORD Run(const RunMessage& run);
     // What the handler returns: 1062 (ERROR_SERVICE_NOT_ACTIVE), 1061 (ERROR_SERVICE_CANNOT_ACCEPT_CTRL)
@@ -58,12 +59,14 @@ class ServiceHost {
 
   private:
     struct Hosted;
+    struct MainCall;
     struct StatusTarget;
 
     ServiceHost() = default;
     Hosted* FindInTable(const RunMessage& run);
     Hosted* FindRunning(const wchar_t* name);
     std::vector<NamedStatus> StatusesLocked();
+    void OnMainReturned(Hosted& service, unsigned run) noexcept;
 
     std::mutex m_lock;
     std::vector<std::unique_ptr<Hosted>> m_services;  // guarded by m_lock; complete once the table is set

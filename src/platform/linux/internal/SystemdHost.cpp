@@ -2,6 +2,8 @@
 
 #include "platform/linux/Environment.h"
 #include "platform/linux/internal/Clock.h"
+#include "platform/linux/internal/Errno.h"
+#include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/ServiceWake.h"
 #include "platform/linux/internal/Wide.h"
 
@@ -11,6 +13,9 @@
 #include <charconv>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <deque>
+#include <map>
 #include <optional>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -21,6 +26,10 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using std::chrono::microseconds;
+
+// When what systemd did not take is said again, and how often where nothing else is left to do.
+constexpr int RetryMs = 100;
+constexpr int MostLastTries = 100;
 
 constexpr std::array<int, 3> StopAndReloadSignals = {SIGTERM, SIGINT, SIGHUP};
 
@@ -51,6 +60,7 @@ class CaughtSignals {
     ~CaughtSignals() {
         for (std::size_t i = 0; i < StopAndReloadSignals.size(); ++i)
             sigaction(StopAndReloadSignals[i], &m_previous[i], nullptr);
+        g_wakeFd = -1;
     }
     CaughtSignals(const CaughtSignals&) = delete;
     CaughtSignals& operator=(const CaughtSignals&) = delete;
@@ -71,11 +81,12 @@ class NotifySocket {
         m_socket = Descriptor(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     }
     bool IsGood() const { return static_cast<bool>(m_socket); }
-    void Send(const std::string& text) const {
-        Retry([&] {
-            return sendto(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL,
-                          reinterpret_cast<const sockaddr*>(&m_address), m_size);
-        });
+    // False where it was not taken, as its queue is full or it starts anew.
+    bool Send(const std::string& text) const {
+        return Retry([&] {
+                   return sendto(m_socket.Get(), text.data(), text.size(), MSG_NOSIGNAL | MSG_DONTWAIT,
+                                 reinterpret_cast<const sockaddr*>(&m_address), m_size);
+               }) >= 0;
     }
 
   private:
@@ -113,13 +124,45 @@ const char* NameOfState(DWORD state) {
     return Names[state < Names.size() ? state : 0];
 }
 
-bool IsPending(DWORD state) {
-    return state == SERVICE_START_PENDING || state == SERVICE_STOP_PENDING ||
-           state == SERVICE_CONTINUE_PENDING || state == SERVICE_PAUSE_PENDING;
-}
 // Whether the service takes controls.
 bool IsUp(DWORD state) {
     return state != SERVICE_STOPPED && state != SERVICE_START_PENDING && state != SERVICE_STOP_PENDING;
+}
+
+// What the service has ended with; 0 for one that runs or has ended well.
+DWORD FailureOf(const SERVICE_STATUS& status) {
+    if (status.dwCurrentState != SERVICE_STOPPED) return 0;
+    return status.dwWin32ExitCode == ERROR_SERVICE_SPECIFIC_ERROR ? status.dwServiceSpecificExitCode
+                                                                  : status.dwWin32ExitCode;
+}
+
+// 0 for a code that is the translation of none.
+int ErrnoOf(DWORD code) {
+    constexpr int last = 133;
+    if (code == ERROR_GEN_FAILURE) return 0;
+    if (code == CodeFromErrno(EACCES)) return EACCES;
+    for (int error = 1; error <= last; ++error)
+        if (CodeFromErrno(error) == code) return error;
+    return 0;
+}
+
+// Lines are the protocol's.
+std::string OnOneLine(std::string text) {
+    std::ranges::replace_if(text, [](unsigned char c) { return c < ' '; }, '?');
+    return text;
+}
+
+// Codes of exceptions are read in hexadecimal.
+std::string CodeText(DWORD code) {
+    char text[16];
+    std::snprintf(text, sizeof text, code < 0x80000000 ? "%u" : "0x%08X", code);
+    return std::string("error ") + text;
+}
+
+std::string Described(const NamedStatus& service) {
+    std::string text = OnOneLine(service.name) + ' ' + NameOfState(service.status.dwCurrentState);
+    if (const DWORD code = FailureOf(service.status)) text += " (" + CodeText(code) + ')';
+    return text;
 }
 
 class SystemdLink : public ServiceListener {
@@ -137,60 +180,103 @@ class SystemdLink : public ServiceListener {
 
   private:
     enum class Phase { Starting, Ready, Stopping };
+    struct Seen {
+        DWORD state = 0;
+        DWORD checkPoint = 0;
+        bool operator==(const Seen&) const = default;
+    };
 
-    bool StartAll();
-    void TellStates();
+    void StartAll();
+    bool GoOn();
+    void Say(std::string text);
+    bool HasSaidAll();
+    void TellStates(const std::vector<NamedStatus>& services);
+    DWORD NewWaitHint(const std::vector<NamedStatus>& services);
     void Stop(const std::vector<NamedStatus>& services);
     void Reload(const std::vector<NamedStatus>& services);
     void FeedWatchdog(const std::vector<NamedStatus>& services);
-    int MsToWatchdog() const;
+    int MsToNext() const;
 
     ServiceHost& m_host;
     const NotifySocket m_socket;
     const ServiceWake m_wake;
     Phase m_phase = Phase::Starting;
+    DWORD m_startCode = ERROR_SUCCESS;
+    std::string m_notStarted;
+    bool m_isEnding = false;  // all services are to stop
     std::atomic<bool> m_hasReports{true};
+    std::deque<std::string> m_unsaid;
+    std::string m_lastText;
+    std::map<std::string, Seen> m_seen;  // of services that were told of
+    int m_lastTries = 0;
     std::vector<std::string> m_stopped;  // that got their stop control
     const std::optional<microseconds> m_watchdogPeriod = FindWatchdogPeriod();
     Clock::time_point m_nextSign = Clock::now();
 };
 
-// A service that cannot be started is told of and keeps the others from none.
-bool SystemdLink::StartAll() {
-    const std::vector<std::string> names = m_host.Names();
-    bool isAny = false;
-    for (const std::string& name : names) {
-        const DWORD code = m_host.Run({name, names.size() == 1, {}});
-        if (code) m_socket.Send("STATUS=" + name + ": error " + std::to_string(code));
-        isAny = isAny || !code;
-    }
-    return isAny;
+// In their order, and none is lost where it is not taken at once.
+void SystemdLink::Say(std::string text) {
+    m_unsaid.push_back(std::move(text));
+    HasSaidAll();
 }
 
-void SystemdLink::TellStates() {
-    if (!m_hasReports.exchange(false)) return;
-    const std::vector<NamedStatus> services = m_host.Statuses();
-    std::string text;
-    DWORD waitHint = 0;
-    for (const NamedStatus& service : services) {
-        const SERVICE_STATUS& now = service.status;
-        text += (text.empty() ? "STATUS=" : ", ") + service.name + ' ' + NameOfState(now.dwCurrentState);
-        if (IsPending(now.dwCurrentState)) waitHint = std::max(waitHint, now.dwWaitHint);
+bool SystemdLink::HasSaidAll() {
+    while (!m_unsaid.empty() && m_socket.Send(m_unsaid.front()))
+        m_unsaid.pop_front();
+    return m_unsaid.empty();
+}
+
+// A service that cannot be started has failed.
+void SystemdLink::StartAll() {
+    const std::vector<std::string> names = m_host.Names();
+    for (const std::string& name : names) {
+        const DWORD code = m_host.Run({name, names.size() == 1, {}});
+        if (!code) continue;
+        m_startCode = code;
+        m_notStarted += OnOneLine(name) + " not started (" + CodeText(code) + "), ";
     }
-    if (waitHint) text += "\nEXTEND_TIMEOUT_USEC=" + std::to_string(std::uint64_t{waitHint} * 1000);
+}
+
+// Of those that are on their way and have come further, so that neither a service that hangs nor another's
+// reports gain time for it. 0 where there is none.
+DWORD SystemdLink::NewWaitHint(const std::vector<NamedStatus>& services) {
+    DWORD waitHint = 0;
+    for (const auto& [name, status] : services) {
+        const Seen now{status.dwCurrentState, status.dwCheckPoint};
+        const bool isOnItsWay = now.state == SERVICE_START_PENDING || now.state == SERVICE_STOP_PENDING;
+        if (std::exchange(m_seen[name], now) != now && isOnItsWay)
+            waitHint = std::max(waitHint, status.dwWaitHint);
+    }
+    return waitHint;
+}
+
+void SystemdLink::TellStates(const std::vector<NamedStatus>& services) {
+    std::string text = "STATUS=" + m_notStarted;
+    int error = ErrnoOf(m_startCode);
+    for (const NamedStatus& service : services) {
+        text += Described(service) + ", ";
+        if (!error) error = ErrnoOf(FailureOf(service.status));
+    }
+    text.resize(text.size() - 2);
+    if (error) text += "\nERRNO=" + std::to_string(error);
     const auto areAll = [&](auto condition) {
         return std::ranges::all_of(
             services, [&](const NamedStatus& service) { return condition(service.status.dwCurrentState); });
     };
-    const bool isEnding = areAll([](DWORD s) { return s == SERVICE_STOP_PENDING || s == SERVICE_STOPPED; });
-    if (isEnding && m_phase != Phase::Stopping) {
+    m_isEnding = m_isEnding || areAll([](DWORD s) { return s == SERVICE_STOP_PENDING || s == SERVICE_STOPPED; });
+    if (m_isEnding && m_phase != Phase::Stopping) {
         text += "\nSTOPPING=1";
         m_phase = Phase::Stopping;
     } else if (m_phase == Phase::Starting && areAll([](DWORD s) { return s != SERVICE_START_PENDING; })) {
         text += "\nREADY=1";
         m_phase = Phase::Ready;
     }
-    m_socket.Send(text);
+    const DWORD waitHint = NewWaitHint(services);
+    const bool isNew = std::exchange(m_lastText, text) != text;
+    if (waitHint && m_phase != Phase::Ready)
+        Say(text + "\nEXTEND_TIMEOUT_USEC=" + std::to_string(std::uint64_t{waitHint} * 1000));
+    else if (isNew)
+        Say(std::move(text));
 }
 
 // Each as soon as it takes controls.
@@ -206,12 +292,12 @@ void SystemdLink::Stop(const std::vector<NamedStatus>& services) {
 
 void SystemdLink::Reload(const std::vector<NamedStatus>& services) {
     const std::uint64_t now = StepsOf(ReadClock(CLOCK_MONOTONIC)) / 10;
-    m_socket.Send("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(now));
+    Say("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(now));
     for (const NamedStatus& service : services)
         if (IsUp(service.status.dwCurrentState) &&
             (service.status.dwControlsAccepted & SERVICE_ACCEPT_PARAMCHANGE))
             m_host.Control(service.name, SERVICE_CONTROL_PARAMCHANGE);
-    m_socket.Send("READY=1");
+    Say("READY=1");
 }
 
 // The sign is given when all handlers have answered: one that hangs keeps it from systemd.
@@ -219,34 +305,55 @@ void SystemdLink::FeedWatchdog(const std::vector<NamedStatus>& services) {
     if (!m_watchdogPeriod || Clock::now() < m_nextSign) return;
     for (const NamedStatus& service : services)
         if (IsUp(service.status.dwCurrentState)) m_host.Control(service.name, SERVICE_CONTROL_INTERROGATE);
-    m_socket.Send("WATCHDOG=1");
+    Say("WATCHDOG=1");
     m_nextSign = Clock::now() + *m_watchdogPeriod;
 }
 
-int SystemdLink::MsToWatchdog() const {
+int SystemdLink::MsToNext() const {
+    if (!m_unsaid.empty()) return RetryMs;
     if (!m_watchdogPeriod) return -1;
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(m_nextSign - Clock::now()).count();
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, INT32_MAX));
 }
 
+// False when all services have stopped, and systemd knows it or does not listen.
+bool SystemdLink::GoOn() {
+    const bool isNews = m_hasReports.exchange(false);
+    const bool areAllStopped = m_host.AreAllStopped();
+    const std::vector<NamedStatus> services = m_host.Statuses();
+    const auto hasFailed = [](const NamedStatus& service) { return FailureOf(service.status) != 0; };
+    // The unit is one: where a service of it has failed the others stop too, so that the process ends as failed
+    // and systemd acts on it.
+    m_isEnding = m_isEnding || g_isStopAsked || m_startCode || std::ranges::any_of(services, hasFailed);
+    const bool isHeard = HasSaidAll();
+    if (!isHeard)
+        m_hasReports = true;
+    else if (isNews || (m_isEnding && m_phase != Phase::Stopping))
+        TellStates(services);
+    if (areAllStopped) return !m_unsaid.empty() && ++m_lastTries < MostLastTries;
+    if (m_isEnding) Stop(services);
+    if (!isHeard) return true;
+    if (m_phase == Phase::Ready && g_isReloadAsked.exchange(false)) Reload(services);
+    FeedWatchdog(services);
+    return true;
+}
+
 DWORD SystemdLink::Run() {
-    if (!m_socket.IsGood() || !m_wake.IsGood()) return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+    if (!m_socket.IsGood() || !m_wake.IsGood()) return ERROR_NO_SYSTEM_RESOURCES;
     const CaughtSignals signals(m_wake);
     m_host.SetListener(this);
-    m_socket.Send("MAINPID=" + std::to_string(getpid()));
-    if (!StartAll()) return ERROR_SERVICE_NO_THREAD;
-    for (;;) {
-        TellStates();
-        const std::vector<NamedStatus> services = m_host.Statuses();
-        if (m_host.AreAllStopped()) {
-            TellStates();  // where the last report came in between
-            return ERROR_SUCCESS;
-        }
-        if (g_isStopAsked) Stop(services);
-        if (m_phase == Phase::Ready && g_isReloadAsked.exchange(false)) Reload(services);
-        FeedWatchdog(services);
-        m_wake.Wait(MsToWatchdog());
+    Say("MAINPID=" + std::to_string(getpid()));
+    StartAll();
+    for (bool goesOn = true; goesOn;) {
+        // The services run on where memory is short, and so does what controls them.
+        const DWORD code = WithMemory([&] {
+            goesOn = GoOn();
+            return DWORD{ERROR_SUCCESS};
+        });
+        if (code) m_hasReports = true;
+        if (goesOn) m_wake.Wait(code ? RetryMs : MsToNext());
     }
+    return m_startCode;
 }
 
 }  // namespace

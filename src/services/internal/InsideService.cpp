@@ -1,0 +1,55 @@
+#include "services/internal/InsideService.h"
+
+#include "core/TQThreadSynch.h"
+#include "platform/Win32.h"
+#include "threads/TQEvent.h"
+
+namespace Quellan::Corvel {
+
+namespace {
+
+// Between two tries where the platform cannot wait.
+constexpr DWORD RetryMs = 10;
+
+struct Threads {
+    TQThreadSynch lock;
+    int inside TQ_GUARDED_BY(lock) = 0;
+    const TQEvent left{false};
+};
+
+// Never destroyed: the last thread still signals when whoever waits for it may have gone on already.
+Threads& TheThreads() {
+    static Threads* const threads = new Threads;
+    return *threads;
+}
+
+}  // namespace
+
+InsideService::InsideService() {
+    Threads& threads = TheThreads();
+    const TQThreadSynch::TQSynchLock guard(threads.lock);
+    ++threads.inside;
+}
+
+InsideService::~InsideService() {
+    Threads& threads = TheThreads();
+    bool isLast;
+    {
+        const TQThreadSynch::TQSynchLock guard(threads.lock);
+        isLast = --threads.inside == 0;
+    }
+    if (isLast) SetEvent(threads.left.Handle());
+}
+
+void InsideService::WaitForNone() {
+    Threads& threads = TheThreads();
+    for (;;) {
+        {
+            const TQThreadSynch::TQSynchLock guard(threads.lock);
+            if (threads.inside == 0) return;
+        }
+        if (WaitForSingleObject(threads.left.Handle(), INFINITE) == WAIT_FAILED) Sleep(RetryMs);
+    }
+}
+
+}  // namespace Quellan::Corvel
