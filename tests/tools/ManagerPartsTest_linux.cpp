@@ -7,6 +7,7 @@
 #include "support/Role.h"
 #if TQ_KERNEL_FAULTS
 #include "support/FailKernelCall_linux.h"
+#include "support/PrivateManager_linux.h"
 #endif
 
 #include <gmock/gmock.h>
@@ -238,6 +239,28 @@ TEST(TqscmWorker, WorksWithoutAThread) {
     EXPECT_EQ(code, 0u);
     loop.RunOnce();
     EXPECT_EQ(code, 5u);
+}
+#endif
+
+#if TQ_KERNEL_FAULTS
+TEST(TqscmClient, GivesUpAManagerThatSaysNothing) {
+    const PrivateManager manager;
+    const SC_HANDLE handle = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
+    const auto ask = [&] {
+        wchar_t name[10];
+        DWORD size = 10;
+        return GetServiceDisplayNameW(handle, L"none", name, &size) ? 0 : GetLastError();
+    };
+    {
+        const FailKernelCall late("recv", EAGAIN);
+        EXPECT_EQ(ask(), DWORD{ERROR_SERVICE_DOES_NOT_EXIST}) << "it still answers others";
+    }
+    {
+        const FailKernelCall silent("recv", EAGAIN, FailKernelCall::EveryCall);
+        EXPECT_EQ(ask(), DWORD{RPC_S_SERVER_UNAVAILABLE});
+    }
+    EXPECT_EQ(ask(), DWORD{RPC_S_SERVER_UNAVAILABLE}) << "the late answer is none to this question";
+    CloseServiceHandle(handle);
 }
 #endif
 
