@@ -1,7 +1,7 @@
-// The program of services that do not do as they should: the role "misbehaving". Its first argument says what they
-// do, the others are the names in its table.
-#include "support/Role.h"
+// The program of services that do not do as they should: the role "misbehaving". Its first argument says what
+// they do, the others are the names in its table.
 #include "ServicesTestProgram.h"
+#include "support/Role.h"
 
 #include <atomic>
 #include <cstdio>
@@ -21,7 +21,8 @@ struct Misbehaving {
 
     void Report(DWORD state, DWORD waitHint = 0, DWORD exitCode = 0) const {
         SERVICE_STATUS status{SERVICE_WIN32_OWN_PROCESS, state, 0, exitCode, 0, 0, waitHint};
-        if (state == SERVICE_RUNNING) status.dwControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PARAMCHANGE;
+        if (state == SERVICE_RUNNING)
+            status.dwControlsAccepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PARAMCHANGE;
         SetServiceStatus(handle, &status);
     }
 };

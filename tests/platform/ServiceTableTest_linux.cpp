@@ -30,11 +30,13 @@ TEST(ServiceDependencies, OfAnyShapeAreFollowedOnce) {
     };
     const Shape shapes[] = {
         {"chain", Many, [](unsigned number) { return std::vector{Name(number - 1)}; }},
-        {"layers of two", 120, [](unsigned number) {
+        {"layers of two", 120,
+         [](unsigned number) {
              const unsigned layer = number & ~1u;
              return layer < 2 ? std::vector{Name(0)} : std::vector{Name(layer - 2), Name(layer - 1)};
          }},
-        {"all on all before", 150, [](unsigned number) {
+        {"all on all before", 150,
+         [](unsigned number) {
              std::vector<std::string> all;
              for (unsigned i = 0; i < number; ++i)
                  all.push_back(Name(i));

@@ -1,7 +1,6 @@
+#include "RawServiceHandle_linux.h"
 #include "ServicesTest.h"
 #include "ServicesTestProgram.h"
-#include "platform/linux/internal/ServiceMessages.h"
-#include "platform/linux/internal/ServiceSocket.h"
 #include "support/PrivateManager_linux.h"
 
 #include <csignal>
@@ -9,9 +8,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <iterator>
-#include <poll.h>
 #include <sys/resource.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,44 +35,6 @@ bool Eventually(Condition condition) {
         Sleep(2);
     return condition();
 }
-
-// A handle whose holder says what it likes, when it likes.
-class RawHandle {
-  public:
-    explicit RawHandle(const std::string& socket) : RawHandle(socket, OpenManagerMessage{ServiceProtocolVersion, SC_MANAGER_ALL_ACCESS}) {}
-    RawHandle(const std::string& socket, const std::string& service)
-        : RawHandle(socket, OpenServiceMessage{ServiceProtocolVersion, SERVICE_ALL_ACCESS, service}) {}
-
-    template <class Message>
-    void Say(const Message& message) const {
-        const std::string packet = FormatMessage(message);
-        send(m_connection.Get(), packet.data(), packet.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    }
-    template <class Message>
-    DWORD Ask(const Message& message) const {
-        std::string packet;
-        ReplyMessage reply{ERROR_INVALID_DATA};
-        Say(message);
-        if (const DWORD code = ReceivePacket(m_connection.Get(), packet)) return code;
-        ParseMessage(packet, reply);
-        return reply.code;
-    }
-    bool HasEnded() const {
-        pollfd ended{.fd = m_connection.Get(), .events = 0, .revents = 0};
-        return poll(&ended, 1, 0) == 1 && (ended.revents & POLLHUP);
-    }
-
-  private:
-    template <class Opening>
-    RawHandle(const std::string& socket, const Opening& opening) {
-        std::string packet;
-        EXPECT_EQ(ConnectToServiceManager(socket, m_connection), 0u);
-        EXPECT_EQ(SendPacket(m_connection.Get(), FormatMessage(opening)), 0u);
-        EXPECT_EQ(ReceivePacket(m_connection.Get(), packet), 0u);
-    }
-
-    Descriptor m_connection;
-};
 
 class ServiceManagement : public testing::Test {
   protected:
@@ -141,7 +100,8 @@ INSTANTIATE_TEST_SUITE_P(ServiceManagement, FailingStart,
                                          std::pair(L"/bin/sleep 100", ERROR_SERVICE_REQUEST_TIMEOUT)),
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
 
-// Programs that misbehave. Whatever they do, each service comes to a state that stays, and not before its time.
+// Programs that misbehave. Whatever they do, each service comes to a state that stays, and not before its
+// time.
 
 struct Misbehaviour {
     const char* does;
@@ -193,11 +153,14 @@ TEST_F(ImpatientManagement, EndsWhatMisbehaves) {
         EXPECT_EQ(status.dwProcessId, 0u);
         EXPECT_TRUE(Eventually([&] { return !processes[i] || !IsAlive(processes[i]); }));
     }
-    EXPECT_EQ(RawHandle(m_manager.Socket(), std::string("hangs-in-handler")).Ask(KillServiceMessage()), 0u);
-    EXPECT_EQ(WaitFor(OpenNamed(L"hangs-in-handler"), SERVICE_STOPPED).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(RawServiceHandle(m_manager.Socket(), std::string("hangs-in-handler")).Ask(KillServiceMessage()),
+              0u);
+    EXPECT_EQ(WaitFor(OpenNamed(L"hangs-in-handler"), SERVICE_STOPPED).dwWin32ExitCode,
+              ERROR_PROCESS_ABORTED);
 }
 
-// A service that hangs in a process which others use is given up alone, and known again when it does something.
+// A service that hangs in a process which others use is given up alone, and known again when it does
+// something.
 TEST_F(ImpatientManagement, SparesTheNeighboursOfAServiceThatHangs) {
     ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
     record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving starts-late well late");
@@ -234,7 +197,7 @@ TEST_F(ImpatientManagement, WaitsForASlowHandlerInItsProcessAlone) {
 TEST_F(ImpatientManagement, DropsAClientThatStopsReading) {
     for (int i = 0; i < 40; ++i)
         Create({.name = L"filler-" + std::to_wstring(i) + std::wstring(200, L'x')});
-    const RawHandle client(m_manager.Socket());
+    const RawServiceHandle client(m_manager.Socket());
     EXPECT_TRUE(Eventually([&] {
         client.Say(EnumServicesMessage{SERVICE_WIN32, SERVICE_STATE_ALL, {}, {}});
         EXPECT_TRUE(OpenManager()) << "others are served";
@@ -392,7 +355,7 @@ TEST_F(ServiceManagement, RestartsAServiceThatFailedAsOftenAsItIsTold) {
 TEST_F(ServiceManagement, DoesNothingForAServiceThatIsKilledByRequest) {
     const OwnedService service = Add(L"A");
     ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}, {SC_ACTION_NONE, 0}}));
-    const RawHandle handle(m_manager.Socket(), std::string("A"));
+    const RawServiceHandle handle(m_manager.Socket(), std::string("A"));
     EXPECT_EQ(handle.Ask(KillServiceMessage()), ERROR_SERVICE_NOT_ACTIVE);
     EXPECT_EQ(StartAndWait(service), 0u);
     EXPECT_EQ(handle.Ask(KillServiceMessage()), 0u);
@@ -422,7 +385,7 @@ TEST_F(ServiceManagement, RunsACommandAfterAFailureAsTheServicesAccount) {
         SetActions(service, {{SC_ACTION_RUN_COMMAND, 0}}, L"/usr/bin/touch " + WideOf(file) + L"%1%"));
     EXPECT_EQ(StartAndWait(service), 0u);
     Crash(service);
-    struct stat made{};
+    struct stat made {};
     EXPECT_TRUE(Eventually([&] { return stat((file + "1").c_str(), &made) == 0; }));
     EXPECT_EQ(made.st_uid, geteuid() == 0 ? 65'534u : geteuid());
 }
@@ -567,9 +530,12 @@ TEST_F(ServiceManagement, StartsWhatAnEarlierManagerWasToStart) {
     m_manager.Start();
     well = OpenNamed(L"well");
     EXPECT_EQ(Control(well, SERVICE_CONTROL_PARAMCHANGE), 0u);
-    EXPECT_EQ(WaitUntil(OpenNamed(L"A"), [](const SERVICE_STATUS_PROCESS& status) {
-                  return status.dwServiceSpecificExitCode != 0;
-              }).dwServiceSpecificExitCode, 3u) << "with its arguments";
+    EXPECT_EQ(
+        WaitUntil(OpenNamed(L"A"),
+                  [](const SERVICE_STATUS_PROCESS& status) { return status.dwServiceSpecificExitCode != 0; })
+            .dwServiceSpecificExitCode,
+        3u)
+        << "with its arguments";
 }
 
 // Whatever becomes of the journal, services that run are found again, and none runs twice.

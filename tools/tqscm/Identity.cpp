@@ -32,8 +32,10 @@ bool IsServiceProcess(pid_t pid, const std::string& manager) {
 // A script is run by another program, which has its words after its own.
 bool RunsProgram(pid_t pid, const std::vector<std::string>& words) {
     std::error_code error;
-    std::string running = std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error).string();
-    if (const std::string_view gone = " (deleted)"; running.ends_with(gone)) running.resize(running.size() - gone.size());
+    std::string running =
+        std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/exe", error).string();
+    if (const std::string_view gone = " (deleted)"; running.ends_with(gone))
+        running.resize(running.size() - gone.size());
     if (words.empty()) return false;
     if (!error && running == std::filesystem::weakly_canonical(words[0], error).string()) return true;
     const std::vector<std::string> line = ReadTexts(pid, "cmdline");
@@ -46,7 +48,8 @@ std::vector<ProcessId> FindServiceProcesses(const std::string& socket) {
     const std::string manager = "TQLIB_SERVICE_MANAGER=" + socket;
     std::vector<ProcessId> found;
     std::error_code error;
-    for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end; it.increment(error)) {
+    for (std::filesystem::directory_iterator it("/proc", error), end; !error && it != end;
+         it.increment(error)) {
         const std::string name = it->path().filename();
         pid_t pid = 0;
         std::from_chars(name.data(), name.data() + name.size(), pid);

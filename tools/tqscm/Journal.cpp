@@ -193,14 +193,16 @@ void JournalEntry::Visit(Fields& fields, Visitor& visit) {
 
 Journal::Journal(std::string path, int lock) : m_path(std::move(path)), m_lock(lock) {
     char mark[64] = {};
-    const bool wasRunning = m_lock >= 0 && Retry([&] { return pread(m_lock, mark, sizeof mark - 1, 0); }) > 0 &&
-                            BootId() == mark;
-    m_isMarked = Mark(true);
+    const bool isMarked = m_lock >= 0 && Retry([&] { return pread(m_lock, mark, sizeof mark - 1, 0); }) > 0;
+    const bool wasBehind = isMarked && MarkOf(State::Behind) == mark;
+    const bool wasRunning = wasBehind || (isMarked && MarkOf(State::Whole) == mark);
     std::string bytes;
     const int error = ReadFile(m_path, bytes);
     const Finding finding = error ? Finding::OfAnotherBoot : Parse(bytes, m_entries);
     const bool isMissing = finding == Finding::OfAnotherBoot;
-    m_wasDamaged = finding == Finding::Damaged || (isMissing && (wasRunning || (error && error != ENOENT)));
+    m_wasDamaged =
+        finding == Finding::Damaged || wasBehind || (isMissing && (wasRunning || (error && error != ENOENT)));
+    m_isTrusted = !m_wasDamaged;
     if (m_wasDamaged) Print("the journal was damaged: %zu services are known from it", m_entries.size());
     const int failed = finding == Finding::Whole ? 0 : WriteAnew();
     if (!m_file && !isMissing) {
@@ -210,15 +212,29 @@ Journal::Journal(std::string path, int lock) : m_path(std::move(path)), m_lock(l
         m_limit = m_size + MostGrowth;
     }
     m_wasTold = !m_file;
+    Mark(m_wasTold || !m_isTrusted ? State::Behind : State::Whole);
     if (m_wasTold) Print("the journal cannot be written: %s", std::strerror(failed ? failed : errno));
 }
 
-bool Journal::Mark(bool runs) const {
-    if (m_lock < 0) return true;
-    // As long as the other one, so that it takes no room of a full disk.
+// Each as long as the others, so that it takes no room of a full disk. Empty where the boot id is not known.
+std::string Journal::MarkOf(State state) {
     std::string mark = BootId();
-    if (!runs) mark.assign(mark.size(), '-');
-    return !mark.empty() && WriteAll(m_lock, mark, 0) == 0;
+    if (state == State::Behind && !mark.empty()) mark.front() = '!';
+    if (state == State::Ended) mark.assign(mark.size(), '-');
+    return mark;
+}
+
+void Journal::Mark(State state) {
+    m_isMarked = m_lock < 0 || m_mark == state;
+    if (m_isMarked) return;
+    const std::string mark = MarkOf(state);
+    m_isMarked = !mark.empty() && WriteAll(m_lock, mark, 0) == 0;
+    if (m_isMarked) m_mark = state;
+}
+
+void Journal::Trust() {
+    m_isTrusted = true;
+    if (!IsBehind()) Mark(State::Whole);
 }
 
 // All of it in a new file, which takes the place of the old one when it is whole.
@@ -273,7 +289,6 @@ bool Journal::IsLost() const {
 
 void Journal::Write() {
     int error = 0;
-    if (!m_isMarked) m_isMarked = Mark(true);
     if (IsLost() || m_size > m_limit) error = WriteAnew();
     if (IsLost()) {
         m_file = Descriptor();
@@ -281,6 +296,7 @@ void Journal::Write() {
         if (error) m_limit = m_size + MostGrowth;  // the old one goes on meanwhile
         error = Append();
     }
+    Mark(error || !m_isTrusted ? State::Behind : State::Whole);
     if (error && !m_wasTold) Print("the journal cannot be written: %s", std::strerror(error));
     if (!error && m_wasTold) Print("the journal is written again");
     m_wasTold = error != 0;
@@ -308,7 +324,7 @@ void Journal::TryAgain() {
 
 void Journal::Delete() {
     Durable::Unlink(AT_FDCWD, m_path.c_str());
-    Mark(false);
+    Mark(State::Ended);
 }
 
 }  // namespace tqscm

@@ -65,6 +65,8 @@ class Journal {
     // Whether something is still to be written.
     bool IsBehind() const { return !m_file || !m_unwritten.empty() || !m_isMarked; }
     void TryAgain();
+    // All that is missing has been put.
+    void Trust();
     // At an orderly end.
     void Delete();
 
@@ -73,8 +75,11 @@ class Journal {
     int WriteAnew();
     void Write();
     bool IsLost() const;
-    // Marks the lock file as that of a manager that runs, or of one that has ended in order.
-    bool Mark(bool runs) const;
+    // What the lock file says: that a manager runs, that it does and something is not in the journal, that it has
+    // ended in order.
+    enum class State { Unknown, Whole, Behind, Ended };
+    static std::string MarkOf(State state);
+    void Mark(State state);
 
     const std::string m_path;
     const int m_lock;
@@ -85,7 +90,9 @@ class Journal {
     Entries m_entries;
     std::set<std::string> m_unwritten;  // names
     bool m_wasDamaged = false;
+    State m_mark = State::Unknown;
     bool m_isMarked = true;
+    bool m_isTrusted = true;
     bool m_wasTold = false;  // that it cannot be written
 };
 

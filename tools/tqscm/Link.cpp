@@ -58,11 +58,10 @@ void Link::SendWaiting() {
 
 void Link::Hold() {
     m_isHeld = true;
-    UpdateEvents();
 }
 
 void Link::GoOn() {
-    m_isHeld = false;
+    m_isHeld = m_isMuted = false;
     UpdateEvents();
 }
 
@@ -70,7 +69,7 @@ void Link::UpdateEvents() {
     if (m_hasEnded) return;
     const bool isFull = !m_unsent.empty();
     const unsigned events =
-        (isFull ? unsigned{EPOLLOUT} : 0u) | (isFull || m_isHeld ? 0u : unsigned{EPOLLIN});
+        (isFull ? unsigned{EPOLLOUT} : 0u) | (isFull || m_isMuted ? 0u : unsigned{EPOLLIN});
     if (events != m_events) m_loop.Change(m_socket.Get(), m_events = events, *this);
 }
 
@@ -92,6 +91,10 @@ void Link::ReadRest() {
 
 void Link::OnReady(unsigned events) {
     if (events & EPOLLOUT) SendWaiting();
+    if ((events & EPOLLIN) && m_isHeld) {
+        m_isMuted = true;
+        UpdateEvents();
+    }
     std::string packet;
     for (int i = 0; i < MostMessagesAtOnce && !m_isHeld && !m_hasEnded && m_unsent.empty(); ++i) {
         if (!ReadOne(packet)) {

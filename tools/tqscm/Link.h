@@ -20,8 +20,8 @@ class LinkOwner {
     virtual void OnEnd(Link& link) = 0;
 };
 
-// Neither end ever waits for the other: what does not fit is sent later, and meanwhile nothing is read. An end
-// that takes nothing for as long as the limit counts as gone.
+// Neither end ever waits for the other: what does not fit is sent later, and meanwhile nothing is read. An
+// end that takes nothing for as long as the limit counts as gone.
 class Link : public Source {
   public:
     // Owned by the loop until it is closed. Throws std::system_error.
@@ -36,7 +36,7 @@ class Link : public Source {
     void Close();
 
     void Send(std::string packet);
-    // Reads nothing more until it is told to go on.
+    // Reads nothing more until it is told to go on. The system hears of it only if something comes meanwhile.
     void Hold();
     void GoOn();
     // Hands over what came before the end.
@@ -61,6 +61,7 @@ class Link : public Source {
     Timer m_full;
     bool m_comesFirst = false;
     bool m_isHeld = false;
+    bool m_isMuted = false;
     bool m_hasEnded = false;
     unsigned m_events;
 };

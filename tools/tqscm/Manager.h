@@ -1,4 +1,5 @@
-// The service manager: one loop that serves those who ask and the processes of services, and what belongs to it.
+// The service manager: one loop that serves those who ask and the processes of services, and what belongs to
+// it.
 //
 // The loop's thread waits for nobody: what takes time goes on when its answer, its time or its process's end
 // comes, or is done by a worker beside it. After the start no failure of the system ends it.

@@ -174,7 +174,8 @@ void Process::OnCommandsLate() {
     }
     std::deque<Command> late;
     const auto first = m_commands.begin() + (m_isBusy ? 1 : 0);
-    const auto end = std::find_if(first, m_commands.end(), [&](const Command& command) { return command.deadline > now; });
+    const auto end =
+        std::find_if(first, m_commands.end(), [&](const Command& command) { return command.deadline > now; });
     std::move(first, end, std::back_inserter(late));
     m_commands.erase(first, end);
     SetCommandLimit();
@@ -224,7 +225,8 @@ Process* Processes::FindShared(const std::string& commandLine) const {
 }
 
 Process* Processes::Find(ProcessId id) const {
-    const auto found = std::ranges::find_if(m_processes, [&](const auto& process) { return process->id == id; });
+    const auto found =
+        std::ranges::find_if(m_processes, [&](const auto& process) { return process->id == id; });
     return found == m_processes.end() ? nullptr : found->get();
 }
 
@@ -247,8 +249,7 @@ void Processes::WatchEnd(Process& process) {
 DWORD Processes::Start(const ServiceConfig& config, const Account& account, Process*& process) {
     pid_t pid = 0;
     if (DWORD code = Launch(config.commandLine, account, m_settings.socket, pid)) return code;
-    process =
-        &Add(IdOf(pid), config.commandLine, config.account, config.type == SERVICE_WIN32_OWN_PROCESS);
+    process = &Add(IdOf(pid), config.commandLine, config.account, config.type == SERVICE_WIN32_OWN_PROCESS);
     process->WaitToConnect();
     return ERROR_SUCCESS;
 }

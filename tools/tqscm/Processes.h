@@ -43,8 +43,8 @@ class ProcessOwner {
     virtual void OnTold(Process& process, const Command& command) = 0;
     // It has answered. Also for what was never told it, with the code why.
     virtual void OnAnswer(Process& process, const Command& command, DWORD code) = 0;
-    // One that this socket's managers know nothing of says what was started in it. It waits until it is told by
-    // `Know` what it is, or is killed.
+    // One that this socket's managers know nothing of says what was started in it. It waits until it is told
+    // by `Know` what it is, or is killed.
     virtual void OnStranger(Process& process, const std::vector<NamedStatus>& reported) = 0;
     // It was there under an earlier manager, or its connection ended: what was started in it.
     virtual void OnBack(Process& process, const std::vector<NamedStatus>& reported) = 0;

@@ -106,7 +106,8 @@ void Records::Change(const std::string& key, const ServiceChange& change, Done d
         change.ApplyTo(*after);
         if (after->displayName.empty()) after->displayName = service->name;
         if (change.delayed.value_or(0) && after->start != SERVICE_AUTO_START) return ERROR_INVALID_PARAMETER;
-        work = [name = service->name, before = service->config, after, isNewAccount = change.account.has_value()] {
+        work = [name = service->name, before = service->config, after,
+                isNewAccount = change.account.has_value()] {
             const DWORD code = isNewAccount ? CheckAccount(after->account) : ERROR_SUCCESS;
             return code ? code : ChangeRecord(name, before, *after);
         };

@@ -14,7 +14,8 @@ constexpr std::size_t MostLinksOfAStranger = 128;
 // Room for what is beside the list.
 constexpr std::size_t MostListBytes = MostServiceMessageBytes - 4096;
 // How many times the limit of a handler a question may wait for its answer: a start waits for dependencies,
-// for its own program and for its own handler. After that it goes on, but who asked is told that it takes too long.
+// for its own program and for its own handler. After that it goes on, but who asked is told that it takes too
+// long.
 constexpr int MostLimits = 3;
 
 // A list that one message can hold; what does not fit is asked for anew.
@@ -39,7 +40,6 @@ bool Restarts(const ServiceChange& change) {
                return action.type == SC_ACTION_RESTART;
            });
 }
-
 
 DWORD ProcessIdOf(const Service& service) {
     return service.process ? static_cast<DWORD>(service.process->id.pid) : 0;
@@ -281,7 +281,8 @@ DWORD Requests::Create(Client& client, const CreateServiceMessage& request) {
 }
 
 DWORD Requests::Change(Client& client, const Service& service, const ServiceChange& change) {
-    if (!client.May(SERVICE_CHANGE_CONFIG | (Restarts(change) ? SERVICE_START : 0))) return ERROR_ACCESS_DENIED;
+    if (!client.May(SERVICE_CHANGE_CONFIG | (Restarts(change) ? SERVICE_START : 0)))
+        return ERROR_ACCESS_DENIED;
     m_records.Change(service.key, change, AnswerTo(client));
     return ERROR_IO_PENDING;
 }
@@ -307,7 +308,8 @@ DWORD Requests::List(Client& client, const EnumServicesMessage& request) const {
         const DWORD state = service.IsActive() ? SERVICE_ACTIVE : SERVICE_INACTIVE;
         if (service.isGoing || !(service.config.type & request.type) || !(state & request.state)) continue;
         if (request.group && KeyOf(*request.group) != KeyOf(service.config.group)) continue;
-        if (!part.Add({service.name, service.config.displayName, service.status, ProcessIdOf(service)})) break;
+        if (!part.Add({service.name, service.config.displayName, service.status, ProcessIdOf(service)}))
+            break;
     }
     client.Answer(FormatMessage(part.Reply()));
     return ERROR_SUCCESS;
@@ -331,7 +333,8 @@ DWORD Requests::ListDependents(Client& client, const Service& service,
 DWORD Requests::AnswerName(Client& client, const FindNameMessage& request) const {
     const std::string key = KeyOf(request.name);
     const auto found = std::ranges::find_if(m_table.All(), [&](const auto& entry) {
-        return !entry.second->isGoing && (request.byDisplayName ? entry.second->displayKey : entry.first) == key;
+        return !entry.second->isGoing &&
+               (request.byDisplayName ? entry.second->displayKey : entry.first) == key;
     });
     if (found == m_table.All().end()) return ERROR_SERVICE_DOES_NOT_EXIST;
     const Service& service = *found->second;

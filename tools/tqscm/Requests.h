@@ -9,7 +9,8 @@ namespace tqscm {
 // Each asks one thing at a time and is answered in a time that has a limit, whoever else does not.
 class Requests {
   public:
-    Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Services& services, Records& records);
+    Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Services& services,
+             Records& records);
     ~Requests();
 
     void OnConnection(Descriptor socket);

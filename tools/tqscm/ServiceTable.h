@@ -51,9 +51,9 @@ struct Service {
     std::shared_ptr<Account> account;         // once it has been looked up
     bool isLookedUp = false;                  // it is being looked up
 
-    bool isStopping = false;  // its handler took a control to stop
-    bool isHung = false;      // pending, and nothing was reported for too long
-    bool wasKilled = false;   // by request
+    bool isStopping = false;    // its handler took a control to stop
+    bool isHung = false;        // pending, and nothing was reported for too long
+    bool wasKilled = false;     // by request
     bool wasToldToEnd = false;  // while the manager ends
 
     // Failures. Times are those of BootMs.
@@ -69,7 +69,8 @@ struct Service {
 
     bool IsActive() const { return status.dwCurrentState != SERVICE_STOPPED; }
     bool IsPending() const {
-        return IsActive() && status.dwCurrentState != SERVICE_RUNNING && status.dwCurrentState != SERVICE_PAUSED;
+        return IsActive() && status.dwCurrentState != SERVICE_RUNNING &&
+               status.dwCurrentState != SERVICE_PAUSED;
     }
     bool IsUp() const {
         return IsActive() && status.dwCurrentState != SERVICE_START_PENDING &&

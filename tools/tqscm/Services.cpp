@@ -82,7 +82,10 @@ void Services::OnAllBack() {
     m_haveBegun = true;
     for (const auto& [key, service] : m_table.All()) {
         Changed(*service);
-        if (service->isRunOwed && !service->process) {
+        // A start that a damaged journal tells of may have been done, and undone since.
+        const bool isOwed = service->isRunOwed && !m_journal.WasDamaged();
+        if (!service->process) service->isRunOwed = false;
+        if (isOwed && !service->process) {
             StartAgain(*service);
         } else if (service->IsActive() && !service->process) {
             SetCrashed(*service, ERROR_PROCESS_ABORTED);
@@ -90,6 +93,7 @@ void Services::OnAllBack() {
             SetAction(*service);
         }
     }
+    m_journal.Trust();
     AutoStart(false);
     m_delayedStart.Set(m_settings.autoStartDelay, [this] { AutoStart(true); });
     GoOn();
@@ -100,7 +104,6 @@ void Services::OnAllBack() {
 void Services::StartAgain(Service& service) {
     std::vector<std::string> arguments = std::move(service.arguments);
     if (service.IsActive()) SetStopped(service, ERROR_PROCESS_ABORTED);
-    service.isRunOwed = service.isStarting;
     if (const DWORD code = Start(service, std::move(arguments), nullptr); code && !service.isStarting) {
         Print("%s was not started: error %u", service.name.c_str(), code);
         Journalise(service);
@@ -152,8 +155,9 @@ void Services::GoOnStarting(Service& service) {
         const Service* const dependency = m_table.Find(key);
         if (!dependency) return EndStart(service, ERROR_SERVICE_DEPENDENCY_DELETED);
         if (!dependency->IsUp()) {
-            const bool mayComeUp = dependency->isStarting ||
-                                   (dependency->status.dwCurrentState == SERVICE_START_PENDING && !dependency->isHung);
+            const bool mayComeUp =
+                dependency->isStarting ||
+                (dependency->status.dwCurrentState == SERVICE_START_PENDING && !dependency->isHung);
             if (!mayComeUp) return EndStart(service, ERROR_SERVICE_DEPENDENCY_FAIL);
             m_waiting[key].insert(service.key);
             return;
@@ -213,7 +217,8 @@ DWORD Services::RunService(Service& service) {
 // Nobody is there to be told that there are no resources for it.
 void Services::TryLater(Service& service) {
     if (!std::exchange(service.wasToldLate, true))
-        Print("%s is started later: there is not enough memory or too many processes or descriptors", service.name.c_str());
+        Print("%s is started later: there is not enough memory or too many processes or descriptors",
+              service.name.c_str());
     service.action.Set(ResourcePause, [this, &service] { Changed(service); });
 }
 
@@ -246,7 +251,8 @@ void Services::SetStatus(Service& service, const SERVICE_STATUS& status) {
     if (isProgress && m_tell) m_tell(service);
 }
 
-// A service that reports no progress for too long is hung: one that is pending, or that took a control to stop.
+// A service that reports no progress for too long is hung: one that is pending, or that took a control to
+// stop.
 void Services::WatchPending(Service& service) {
     service.isHung = false;
     if (!service.IsPending() && !(service.IsActive() && service.isStopping)) return service.hang.Cancel();
@@ -416,46 +422,50 @@ std::vector<Service*> Services::ServicesOf(const std::vector<NamedStatus>& repor
     std::vector<Service*> services;
     for (const NamedStatus& status : reported) {
         Service* const service = m_table.Find(KeyOf(status.name));
-        if (service && !service->process && !service->isStarting && status.status.dwCurrentState != SERVICE_STOPPED)
+        if (service && !service->process && !service->isStarting &&
+            status.status.dwCurrentState != SERVICE_STOPPED)
             services.push_back(service);
     }
     return services;
 }
 
-// A process that was started for services, though the journal has lost it. It is what it says to be if the kernel
-// says so too, and if nothing else runs in its place.
+// A process that was started for services, though the journal has lost it. It is what it says to be if the
+// kernel says so too, and if nothing else runs in its place.
 void Services::OnStranger(Process& process, const std::vector<NamedStatus>& reported) {
     const std::vector<Service*> services = ServicesOf(reported);
-    const auto isActive = [](const NamedStatus& status) { return status.status.dwCurrentState != SERVICE_STOPPED; };
+    const auto isActive = [](const NamedStatus& status) {
+        return status.status.dwCurrentState != SERVICE_STOPPED;
+    };
     if (services.empty() && std::ranges::none_of(reported, isActive)) return process.Know(nullptr, reported);
     const auto identify = [id = process.id.pid, user = process.User(),
                            config = services.empty() ? ServiceConfig() : services[0]->config]() -> DWORD {
-        return IsProcessOf(id, user, config.commandLine, config.account) ? ERROR_SUCCESS : ERROR_ACCESS_DENIED;
+        return IsProcessOf(id, user, config.commandLine, config.account) ? ERROR_SUCCESS
+                                                                         : ERROR_ACCESS_DENIED;
     };
-    m_worker.Post(identify, [this, id = process.id, connections = process.Connections(), reported](DWORD code) {
-        Process* const stranger = m_processes.Find(id);
-        if (!stranger || stranger->Connections() != connections) return;
-        const std::vector<Service*> found = ServicesOf(reported);
-        if (code || found.empty()) {
-            Print("process %d runs services that it may not, and is ended", static_cast<int>(id.pid));
-            return stranger->Kill();
-        }
-        for (Service* const service : found) {
-            Print("%s is found again in process %d", service->name.c_str(), static_cast<int>(id.pid));
-            service->process = stranger;
-            stranger->services.push_back(service);
-        }
-        stranger->Know(&found[0]->config, reported);
-    });
+    m_worker.Post(
+        identify, [this, id = process.id, connections = process.Connections(), reported](DWORD code) {
+            Process* const stranger = m_processes.Find(id);
+            if (!stranger || stranger->Connections() != connections) return;
+            const std::vector<Service*> found = ServicesOf(reported);
+            if (code || found.empty()) {
+                Print("process %d runs services that it may not, and is ended", static_cast<int>(id.pid));
+                return stranger->Kill();
+            }
+            for (Service* const service : found) {
+                Print("%s is found again in process %d", service->name.c_str(), static_cast<int>(id.pid));
+                service->process = stranger;
+                stranger->services.push_back(service);
+            }
+            stranger->Know(&found[0]->config, reported);
+        });
 }
 
 void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported) {
     for (const NamedStatus& status : reported)
         OnReport(process, status);
     for (Service* const service : std::vector(process.services)) {
-        const bool isThere = std::ranges::any_of(reported, [&](const NamedStatus& status) {
-            return KeyOf(status.name) == service->key;
-        });
+        const bool isThere = std::ranges::any_of(
+            reported, [&](const NamedStatus& status) { return KeyOf(status.name) == service->key; });
         if (isThere) {
             service->isRunOwed = false;
         } else if (service->isRunOwed) {
@@ -473,11 +483,12 @@ void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported
 
 void Services::OnEnded(Process& process, DWORD code) {
     for (Service* const service : std::vector(process.services)) {
-        const bool wasStopping = service->isStopping || service->status.dwCurrentState == SERVICE_STOP_PENDING;
+        const bool wasStopping =
+            service->isStopping || service->status.dwCurrentState == SERVICE_STOP_PENDING;
         if (!process.WasConnected()) {
             Print("%s was not started: error %u", service->name.c_str(), code);
             SetStopped(*service, code);
-        } else if (process.IsExpected() && service->isRunOwed) {
+        } else if (process.IsExpected() && service->isRunOwed && !m_journal.WasDamaged()) {
             StartAgain(*service);
         } else if (service->isHung && wasStopping) {
             SetStopped(*service, code);
@@ -568,7 +579,8 @@ void Services::StopNext() {
         service->wasToldToEnd = true;
         const DWORD control =
             accepted & SERVICE_ACCEPT_SHUTDOWN ? SERVICE_CONTROL_SHUTDOWN : SERVICE_CONTROL_STOP;
-        service->process->Tell({.key = key, .name = service->name, .control = control, .arguments = {}, .done = nullptr});
+        service->process->Tell(
+            {.key = key, .name = service->name, .control = control, .arguments = {}, .done = nullptr});
     }
 }
 

@@ -1,6 +1,7 @@
 // The services: their states, and what is owed to them (starts, restarts after failures, their deletion).
 //
-// What is owed and what runs is in the journal before anybody hears of it, for the next manager to go on with.
+// What is owed and what runs is in the journal before anybody hears of it, for the next manager to go on
+// with.
 #pragma once
 
 #include "Processes.h"
@@ -13,10 +14,11 @@ class Services : private ProcessOwner {
   public:
     using Done = std::function<void(DWORD code)>;
 
-    Services(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal, Worker& worker);
+    Services(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal,
+             Worker& worker);
 
-    // Finds the processes of an earlier manager again, and begins with what is to be done without being asked:
-    // once all of them are back.
+    // Finds the processes of an earlier manager again, and begins with what is to be done without being
+    // asked: once all of them are back.
     void Begin();
     bool HaveBegun() const { return m_haveBegun; }
     // Called when they have.
