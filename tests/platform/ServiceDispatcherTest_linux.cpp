@@ -172,6 +172,18 @@ TEST_F(ScriptedManager, IsLeftWhenItTalksNonsense) {
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_INTERROGATE), 0u);
 }
 
+TEST_F(ScriptedManager, CannotEndTheDispatcherBeforeItsServices) {
+    StartAndAccept();
+    EXPECT_EQ(Run("one"), 0u);
+    WaitForState("one", SERVICE_RUNNING);
+    Say(FinishMessage());
+    EXPECT_EQ(Accept().services.at(0).status.dwCurrentState, SERVICE_RUNNING);
+    EXPECT_EQ(Tell("one", SERVICE_CONTROL_STOP), 0u);
+    WaitForState("one", SERVICE_STOPPED);
+    Say(FinishMessage());
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
 // Reports more than any socket holds, then says so on its standard output.
 constexpr DWORD ManyReports = 20'000;
 void Chatter(DWORD, wchar_t** arguments) {
@@ -233,6 +245,20 @@ int RunStatusCalls(const RoleArguments&) {
     return StartServiceCtrlDispatcherW(table) && CodeOf(StartServiceCtrlDispatcherW(table)) == 1056 ? 0 : 1;
 }
 const Role g_statusCalls("status-calls", RunStatusCalls);
+
+// Its main function returns, and nobody can report any more.
+TEST_F(ScriptedManager, HearsOfAServiceThatNeverSaidAnything) {
+    StartProcess("leaving", {});
+    Accept();
+    for (int run = 0; run < 2; ++run) {
+        m_reported.clear();
+        EXPECT_EQ(Run("one"), 0u);
+        WaitForState("one", SERVICE_STOPPED);
+        EXPECT_EQ(m_reported["one"].dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    }
+    Say(FinishMessage());
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
 
 TEST_F(ScriptedManager, HearsNothingThatIsNoStatus) {
     StartProcess("status-calls", {});

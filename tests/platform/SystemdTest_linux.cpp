@@ -16,6 +16,7 @@ namespace {
 
 using Platform::Descriptor;
 using testing::HasSubstr;
+using testing::Not;
 
 class Systemd : public testing::Test {
   protected:
@@ -30,7 +31,7 @@ class Systemd : public testing::Test {
                   0);
         m_variable.emplace(L"NOTIFY_SOCKET", std::filesystem::path(name).wstring().c_str());
     }
-    void Start(const char* role = "service", const RoleArguments& services = {"one", "two"}) {
+    void Start(const char* role, const RoleArguments& services = {}) {
         m_process.emplace(role, services, ChildProcess::Files::Piped);
     }
     // The next message; none within the time.
@@ -63,23 +64,10 @@ class Systemd : public testing::Test {
     std::optional<RoleProcess> m_process;
 };
 
-TEST_F(Systemd, IsToldWhatTheServicesAreAt) {
-    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
-    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
-    Start();
-    EXPECT_THAT(ReadTo("READY=1"), HasSubstr("MAINPID=" + std::to_string(m_process->Id()) + '\n'));
-    Signal(SIGHUP);
-    EXPECT_THAT(ReadTo("READY=1"), HasSubstr("RELOADING=1\nMONOTONIC_USEC="));
-    Signal(SIGTERM);
-    const std::string end = ReadTo("STATUS=one stopped, two stopped");
-    EXPECT_THAT(end, HasSubstr("\nSTOPPING=1\n"));
-    EXPECT_EQ(m_process->ExitCode(), 0);
-}
-
 TEST_F(Systemd, IsReachedByAnAbstractName) {
     if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
     Listen("@tqlib-test-" + std::to_string(GetCurrentProcessId()));
-    Start("service", {});
+    Start("service");
     ReadTo("READY=1");
     Signal(SIGINT);
     EXPECT_EQ(m_process->ExitCode(), 0);
@@ -138,6 +126,60 @@ TEST_F(Systemd, GivesTheTimeThatAServiceAsksFor) {
     Signal(SIGTERM);
     ReadTo("EXTEND_TIMEOUT_USEC=7000000");
     m_process->CloseInput();
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+// One service hangs in its start, until its input ends; the other has much to say meanwhile.
+constexpr int ManyReports = 20;
+void Hang(DWORD, wchar_t** arguments) {
+    g_handle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
+    Report(SERVICE_START_PENDING, 7000);
+    SetEvent(g_stop);
+    getchar();  // until its input ends
+    Report(SERVICE_STOPPED, 0);
+}
+void Chatter(DWORD, wchar_t** arguments) {
+    const SERVICE_STATUS_HANDLE handle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
+    SERVICE_STATUS status{SERVICE_WIN32_SHARE_PROCESS, SERVICE_RUNNING, 0, 0, 0, 0, 0};
+    WaitForSingleObject(g_stop, INFINITE);
+    for (int i = 0; i < ManyReports; ++i) {
+        Sleep(1);
+        status.dwCurrentState = i % 2 ? SERVICE_RUNNING : SERVICE_PAUSED;
+        SetServiceStatus(handle, &status);
+    }
+    status.dwCurrentState = SERVICE_STOPPED;
+    SetServiceStatus(handle, &status);
+}
+int RunNeighbours(const RoleArguments&) {
+    wchar_t hung[] = L"hung", chatty[] = L"chatty";
+    g_stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    const SERVICE_TABLE_ENTRYW table[] = {{hung, Hang}, {chatty, Chatter}, {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
+}
+const Role g_neighbours("neighbours", RunNeighbours);
+
+TEST_F(Systemd, GivesNoTimeToWhoHangsForWhatOthersReport) {
+    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
+    Start("neighbours");
+    ReadTo("EXTEND_TIMEOUT_USEC=7000000");
+    EXPECT_THAT(ReadTo("STATUS=hung starting, chatty stopped"), Not(HasSubstr("EXTEND")));
+    m_process->CloseInput();
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+// It has no way to say anything more.
+void Leave(DWORD, wchar_t**) {}
+int RunLeaving(const RoleArguments&) {
+    wchar_t name[] = L"one";
+    const SERVICE_TABLE_ENTRYW table[] = {{name, Leave}, {nullptr, nullptr}};
+    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
+}
+const Role g_leaving("leaving", RunLeaving);
+
+TEST_F(Systemd, IsToldOfAServiceThatNeverSaidAnything) {
+    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
+    Start("leaving");
+    EXPECT_THAT(ReadTo("STATUS=one stopped (error 1067)"), HasSubstr("\nSTOPPING=1\n"));
     EXPECT_EQ(m_process->ExitCode(), 0);
 }
 

@@ -34,6 +34,7 @@ int ReadFile(const std::string& path, std::string& bytes) {
     return size < 0 ? errno : 0;
 }
 
+// Empty where it cannot be read now.
 std::string BootId() {
     std::string boot;
     ReadFile("/proc/sys/kernel/random/boot_id", boot);
@@ -118,7 +119,7 @@ Finding Parse(std::string_view bytes, Journal::Entries& entries) {
     Header header;
     const Header now;
     Finding finding = Finding::Whole;
-    if (!Take(bytes, header))
+    if (!Take(bytes, header) || header.boot.empty() || now.boot.empty())
         finding = Finding::Damaged;
     else if (header.version != now.version || header.boot != now.boot)
         return Finding::OfAnotherBoot;
@@ -215,16 +216,19 @@ Journal::Journal(std::string path, int lock) : m_path(std::move(path)), m_lock(l
     if (m_wasTold) Print("the journal cannot be written: %s", std::strerror(failed ? failed : errno));
 }
 
-// Each as long as the others, so that it takes no room of a full disk.
+// Each as long as the others, so that it takes no room of a full disk. Empty where the boot id is not known.
 std::string Journal::MarkOf(State state) {
     std::string mark = BootId();
-    if (state == State::Behind) mark.front() = '!';
+    if (state == State::Behind && !mark.empty()) mark.front() = '!';
     if (state == State::Ended) mark.assign(mark.size(), '-');
     return mark;
 }
 
 void Journal::Mark(State state) {
-    m_isMarked = m_lock < 0 || m_mark == state || WriteAll(m_lock, MarkOf(state), 0) == 0;
+    m_isMarked = m_lock < 0 || m_mark == state;
+    if (m_isMarked) return;
+    const std::string mark = MarkOf(state);
+    m_isMarked = !mark.empty() && WriteAll(m_lock, mark, 0) == 0;
     if (m_isMarked) m_mark = state;
 }
 

@@ -130,8 +130,9 @@ void BecomeAndRun(const Plan& plan) {
     setsid();
     const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (input < 0 || dup2(input, STDIN_FILENO) < 0 || chdir("/") != 0) return;
-    // Also those that the manager was started with.
-    if (close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC) != 0) return;
+    // Also those that the manager was started with. Where the kernel is too old for it these stay.
+    const bool isClean = close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC) == 0;
+    if (!isClean && errno != ENOSYS && errno != EINVAL) return;
     if (g_limitBefore && setrlimit(RLIMIT_NOFILE, &*g_limitBefore) != 0) return;
     const Account& account = plan.account;
     if (!account.isOwn && (setgroups(account.groups.size(), account.groups.data()) != 0 ||

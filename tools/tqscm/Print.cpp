@@ -33,7 +33,7 @@ class Output {
         va_end(arguments);
         return isWritten;
     }
-    bool Write(const char* format, std::va_list arguments) const {
+    [[gnu::format(printf, 2, 0)]] bool Write(const char* format, std::va_list arguments) const {
         char line[1024] = "tqscm: ";
         const std::size_t begin = std::strlen(line);
         const int size = std::vsnprintf(line + begin, sizeof line - begin - 1, format, arguments);
