@@ -135,6 +135,11 @@ void Process::Tell(Command command) {
     SendNext();
 }
 
+bool Process::WillRun(const std::string& key) const {
+    return std::ranges::any_of(
+        m_commands, [&](const Command& command) { return !command.control && command.key == key; });
+}
+
 // One at a time, as the process serves them.
 void Process::SendNext() {
     if (!m_link || m_isBusy || m_isFinishing) return;

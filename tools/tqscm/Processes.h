@@ -79,6 +79,8 @@ class Process : public LinkOwner {
     void Know(const ServiceConfig* config, const std::vector<NamedStatus>& reported);
 
     void Tell(Command command);
+    // Whether it is to be told to run the service.
+    bool WillRun(const std::string& key) const;
     // A service has stopped and is no longer this one's. What was not told yet is not told any more.
     void Release(Service& service);
     // With all that it has started and that stays in its group. 1053 is said to be its services' exit code.

@@ -83,15 +83,17 @@ void Services::OnAllBack() {
     for (const auto& [key, service] : m_table.All()) {
         Changed(*service);
         // A start that a damaged journal tells of may have been done, and undone since.
-        const bool isOwed = service->isRunOwed && !m_journal.WasDamaged();
-        if (!service->process) service->isRunOwed = false;
-        if (isOwed && !service->process) {
+        const bool isOwed = service->isRunOwed && !service->process;
+        if (isOwed && !m_journal.WasDamaged()) {
             StartAgain(*service);
         } else if (service->IsActive() && !service->process) {
             SetCrashed(*service, ERROR_PROCESS_ABORTED);
         } else if (service->dueAction) {
             SetAction(*service);
         }
+        if (!isOwed || service->isStarting) continue;
+        service->isRunOwed = false;
+        Journalise(*service);
     }
     m_journal.Trust();
     AutoStart(false);
@@ -387,7 +389,10 @@ void Services::OnReport(Process& process, const NamedStatus& reported) {
         process.services.push_back(service);
     }
     const bool wasActive = service->IsActive();
+    const bool hasBegun = std::exchange(service->isRunOwed, false);
+    if (hasBegun) service->arguments.clear();
     SetStatus(*service, reported.status);
+    if (hasBegun && state == SERVICE_START_PENDING) Journalise(*service);
     const bool hasFailed =
         wasActive && !service->IsActive() && reported.status.dwWin32ExitCode != ERROR_SUCCESS;
     if (hasFailed && service->config.failsWithoutCrash) OnFailure(*service);
@@ -405,8 +410,8 @@ void Services::OnAnswer(Process& process, const Command& command, DWORD code) {
     if (!service || service->process != &process) return;
     if (!command.control) {
         if (code) return SetStopped(*service, code);
-        service->isRunOwed = false;
         service->gaveUpIn = {};
+        if (!std::exchange(service->isRunOwed, false)) return;
         service->arguments.clear();
         return Journalise(*service);
     }
@@ -466,9 +471,8 @@ void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported
     for (Service* const service : std::vector(process.services)) {
         const bool isThere = std::ranges::any_of(
             reported, [&](const NamedStatus& status) { return KeyOf(status.name) == service->key; });
-        if (isThere) {
-            service->isRunOwed = false;
-        } else if (service->isRunOwed) {
+        if (isThere || process.WillRun(service->key)) continue;
+        if (service->isRunOwed) {
             // What an earlier manager did not come to tell it.
             process.Tell({.key = service->key,
                           .name = service->name,
