@@ -312,25 +312,6 @@ TEST_F(ServiceManagement, GivesTheHandlersAnswerToWhoAsked) {
     EXPECT_EQ(Control(service, 200), ERROR_CALL_NOT_IMPLEMENTED);
 }
 
-TEST_F(ImpatientManagement, DoesNotWaitLongerForAHandlerThanTheLimit) {
-    const OwnedService service = Add(L"A");
-    EXPECT_EQ(StartAndWait(service), 0u);
-    EXPECT_EQ(Control(service, SlowControl), ERROR_SERVICE_REQUEST_TIMEOUT);
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), ERROR_SERVICE_REQUEST_TIMEOUT)
-        << "it still hangs";
-    EXPECT_TRUE(Eventually([&] { return Control(service, SERVICE_CONTROL_INTERROGATE) == 0; }));
-}
-
-TEST_F(ServiceManagement, AnswersOthersWhileAHandlerHangs) {
-    const OwnedService slow = Add(L"A"), other = Add(L"B");
-    EXPECT_EQ(StartAndWait(slow), 0u);
-    EXPECT_EQ(StartAndWait(other), 0u);
-    RoleProcess asker("ask-slowly", {}, ChildProcess::Files::Piped);
-    asker.ReadTo("asking");
-    EXPECT_EQ(Control(other, SERVICE_CONTROL_INTERROGATE), 0u);
-    EXPECT_EQ(StateOf(slow), SERVICE_RUNNING);
-}
-
 // Failures.
 
 TEST_F(ServiceManagement, SaysThatAServiceEndedWithoutAReport) {
@@ -580,6 +561,22 @@ TEST_F(ServiceManagement, FindsServicesAgainThatTheJournalHasLost) {
     EXPECT_EQ(ProcessOf(service), second);
 }
 
+TEST_F(ServiceManagement, TriesAgainWhatItHasNoDescriptorsFor) {
+    const OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    const auto manager = static_cast<pid_t>(m_manager.Id());
+    rlimit before{};
+    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit none{.rlim_cur = 3, .rlim_max = before.rlim_max};
+    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &none, nullptr), 0);
+    Crash(service);
+    EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
+    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &before, nullptr), 0);
+    WaitFor(service, SERVICE_RUNNING);
+    EXPECT_TRUE(OpenManager());
+}
+
 // A service that crashes at once is restarted ever later.
 TEST_F(ServiceManagement, RestartsAServiceEverLaterThatAlwaysFails) {
     const std::string file = m_manager.Folder() + "starts";
@@ -658,14 +655,6 @@ TEST_F(ServiceManagement, BelievesOnlyTheProcessesThatItHasStarted) {
     RoleProcess process("service");
     EXPECT_EQ(process.ExitCode(), 63);
 }
-
-int AskSlowly(const RoleArguments&) {
-    const OwnedService service = OpenNamed(L"A");
-    puts("asking");
-    fflush(stdout);
-    return static_cast<int>(Control(service, SlowControl) & 0x7F);
-}
-const Role g_askSlowly("ask-slowly", AskSlowly);
 
 }  // namespace
 }  // namespace Quellan::Corvel::Test

@@ -111,6 +111,7 @@ void Process::OnMessage(Link&, const std::string& packet) {
     } else {
         // Nothing that it says can be believed.
         Print("process %d said what makes no sense and is ended", static_cast<int>(id.pid));
+        m_link->Hold();
         Kill();
     }
 }

@@ -3,7 +3,7 @@
 #include "Rights.h"
 
 #include <algorithm>
-#include <new>
+#include <exception>
 
 namespace tqscm {
 
@@ -146,7 +146,7 @@ void Requests::OnMessage(Client& client, const std::string& packet) {
         if (KindOfMessage(packet) == ServiceMessage::AwaitChange) return;
         client.limit.Set(MostLimits * m_settings.requestLimit,
                          [&client] { client.AnswerCode(ERROR_SERVICE_REQUEST_TIMEOUT); });
-    } catch (const std::bad_alloc&) {
+    } catch (const std::exception&) {
         // It hears that it has no manager, rather than nothing.
         End(client);
     }

@@ -243,12 +243,14 @@ void Services::SetStatus(Service& service, const SERVICE_STATUS& status) {
     if (isProgress) WatchPending(service);
     if (!isSame || before.dwControlsAccepted != status.dwControlsAccepted || !service.IsActive()) {
         Changed(service);
+        // A service that has stopped is no longer its process's.
+        Process* const left = service.IsActive() ? nullptr : std::exchange(service.process, nullptr);
         if (!service.IsActive()) {
             service.isRunOwed = service.isStopping = false;
             service.arguments.clear();
-            Leave(service);
         }
         Journalise(service);
+        if (left) left->Release(service);
     }
     if (isProgress && m_tell) m_tell(service);
 }
@@ -284,11 +286,6 @@ void Services::SetCrashed(Service& service, DWORD code) {
     Print("%s ended without a report", service.name.c_str());
     SetStopped(service, code);
     if (!std::exchange(service.wasKilled, false)) OnFailure(service);
-}
-
-// A service that has stopped is no longer its process's.
-void Services::Leave(Service& service) {
-    if (Process* const process = std::exchange(service.process, nullptr)) process->Release(service);
 }
 
 void Services::Journalise(const Service& service) {
@@ -442,27 +439,33 @@ void Services::OnStranger(Process& process, const std::vector<NamedStatus>& repo
         return status.status.dwCurrentState != SERVICE_STOPPED;
     };
     if (services.empty() && std::ranges::none_of(reported, isActive)) return process.Know(nullptr, reported);
-    const auto identify = [id = process.id.pid, user = process.User(),
-                           config = services.empty() ? ServiceConfig() : services[0]->config]() -> DWORD {
+    const ServiceConfig config = services.empty() ? ServiceConfig() : services[0]->config;
+    const auto identify = [id = process.id.pid, user = process.User(), config]() -> DWORD {
         return IsProcessOf(id, user, config.commandLine, config.account) ? ERROR_SUCCESS
                                                                          : ERROR_ACCESS_DENIED;
     };
-    m_worker.Post(
-        identify, [this, id = process.id, connections = process.Connections(), reported](DWORD code) {
-            Process* const stranger = m_processes.Find(id);
-            if (!stranger || stranger->Connections() != connections) return;
-            const std::vector<Service*> found = ServicesOf(reported);
-            if (code || found.empty()) {
-                Print("process %d runs services that it may not, and is ended", static_cast<int>(id.pid));
-                return stranger->Kill();
-            }
-            for (Service* const service : found) {
-                Print("%s is found again in process %d", service->name.c_str(), static_cast<int>(id.pid));
-                service->process = stranger;
-                stranger->services.push_back(service);
-            }
-            stranger->Know(&found[0]->config, reported);
+    const auto know = [this, id = process.id, connections = process.Connections(), config,
+                       reported](DWORD code) {
+        Process* const stranger = m_processes.Find(id);
+        if (!stranger || stranger->Connections() != connections) return;
+        std::vector<Service*> found = ServicesOf(reported);
+        std::erase_if(found, [&](const Service* service) {
+            return service->config.commandLine != config.commandLine ||
+                   service->config.account != config.account;
         });
+        if (code || found.empty()) {
+            Print("process %d runs services that it may not, and is ended", static_cast<int>(id.pid));
+            return stranger->Kill();
+        }
+        for (Service* const service : found) {
+            Print("%s is found again in process %d", service->name.c_str(), static_cast<int>(id.pid));
+            service->process = stranger;
+            stranger->services.push_back(service);
+            Journalise(*service);
+        }
+        stranger->Know(&config, reported);
+    };
+    m_worker.Post(identify, know);
 }
 
 void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported) {

@@ -67,7 +67,6 @@ class Services : private ProcessOwner {
     void SetCrashed(Service& service, DWORD code);
     void WatchPending(Service& service);
     void OnHung(Service& service);
-    void Leave(Service& service);
 
     // Failures.
     void OnFailure(Service& service);
