@@ -5,7 +5,7 @@
 #include "../../tools/tqscm/Worker.h"
 #include "platform/PlatformTest.h"
 #include "support/Role.h"
-#if TQ_KERNEL_FAULTS
+#ifdef TQ_KERNEL_FAULTS
 #include "support/FailKernelCall_linux.h"
 #include "support/PrivateManager_linux.h"
 #endif
@@ -175,7 +175,7 @@ TEST_F(TqscmJournal, IsMissedUnlessTheManagerEndedInOrder) {
     EXPECT_FALSE(Journal(path, file.Get()).WasDamaged());
 }
 
-#if TQ_KERNEL_FAULTS
+#ifdef TQ_KERNEL_FAULTS
 TEST_F(TqscmJournal, SurvivesEachCallThatFails) {
     for (const int error : {ENOSPC, EMFILE, EIO}) {
         std::optional<Journal> journal;
@@ -229,7 +229,7 @@ TEST(TqscmWorker, WorksBesideTheLoopInOrder) {
     EXPECT_EQ(works, 23);
 }
 
-#if TQ_KERNEL_FAULTS
+#ifdef TQ_KERNEL_FAULTS
 TEST(TqscmWorker, WorksWithoutAThread) {
     tqscm::EventLoop loop;
     tqscm::Worker worker(loop);
@@ -242,7 +242,7 @@ TEST(TqscmWorker, WorksWithoutAThread) {
 }
 #endif
 
-#if TQ_KERNEL_FAULTS
+#ifdef TQ_KERNEL_FAULTS
 TEST(TqscmClient, GivesUpAManagerThatSaysNothing) {
     const PrivateManager manager;
     const SC_HANDLE handle = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
