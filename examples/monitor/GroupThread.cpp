@@ -4,6 +4,7 @@
 #include "platform/Win32.h"
 
 #include <algorithm>
+#include <cwchar>
 #include <utility>
 
 using namespace Quellan::Corvel;
@@ -22,8 +23,8 @@ GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, std::
       m_targetNames(targets.Count() <= MostNamed ? targets.Join(L" ")
                                                  : TQString::Format(L"%zu targets", targets.Count())) {
     for (const TQString& path : targets) {
-        if (path == Fault)
-            m_raisesFault = true;
+        if (path.StartsWith(Fault) && path != Target::FaultyCheck)
+            m_faultFile = path.Mid(std::wcslen(Fault));
         else
             m_targets.push_back({std::make_unique<Target>(
                                      path, [this] { return Stopped(); }, [this] { OnCheckEnd(); }),
@@ -74,7 +75,7 @@ TQString GroupThread::Report() const {
 }
 
 unsigned int GroupThread::RunWork(BYTEBuf&) {
-    if (m_raisesFault) RaiseFault();
+    if (IsFaultDue()) RaiseFault();
     TQWaitList signals;
     for (const TQEvent* event : {&StopEvent(), &m_pauseChanged, &m_allChecked})
         signals.Add(event->Handle());
@@ -93,8 +94,15 @@ unsigned int GroupThread::RunWork(BYTEBuf&) {
             Tell(TQLogLevel::State, Name(),
                  TQString::Format(L"%s %s\n", Name(), isPaused ? L"paused" : L"resumed"));
         }
-        if (!isPaused && signal != m_allChecked.Handle()) CheckAll();
+        if (isPaused || signal == m_allChecked.Handle()) continue;
+        if (IsFaultDue()) RaiseFault();
+        CheckAll();
     }
+}
+
+bool GroupThread::IsFaultDue() const {
+    if (!m_faultFile) return false;
+    return m_faultFile->IsEmpty() || GetFileAttributesW(m_faultFile->c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 void GroupThread::CheckAll() {

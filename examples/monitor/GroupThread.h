@@ -15,7 +15,8 @@
 // called by several threads at once.
 class GroupThread : public Quellan::Corvel::TQThread {
   public:
-    // The target that raises an access violation in this thread.
+    // The target that raises an access violation in this thread, behind it the file that has to be there for
+    // that; without one it does so at once.
     static constexpr const wchar_t* Fault = L"fault:";
 
     // The pool must outlive it.
@@ -45,13 +46,14 @@ class GroupThread : public Quellan::Corvel::TQThread {
         DWORD requestorID;
     };
 
+    bool IsFaultDue() const;
     void CheckAll();
     void OnCheckEnd();
 
     const std::size_t m_number;
     const std::optional<DWORD> m_intervalMs;
     CheckPool& m_pool;
-    bool m_raisesFault = false;
+    std::optional<Quellan::Corvel::TQString> m_faultFile;
     Quellan::Corvel::TQString m_targetNames;
     std::vector<Watched> m_targets;
     std::atomic<std::size_t> m_underWay{0};  // checks, and one more while some are posted

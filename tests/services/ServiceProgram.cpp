@@ -40,9 +40,9 @@ class Processor : public TQSvcProcessor {
     }
 };
 
-class Service : public TQService {
+class TestService : public TQService {
   public:
-    explicit Service(const wchar_t* name) : TQService(name, false) {}
+    explicit TestService(const wchar_t* name) : TQService(name, false) {}
     TQSvcProcessor& Processor() override { return m_processor; }
     TQString DisplayName() const override { return L"Test of " + ServiceName(); }
     TQServiceOptions Options() const override {
@@ -75,7 +75,7 @@ class Service : public TQService {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Service first(FirstName), second(SecondName);
+    TestService first(FirstName), second(SecondName);
     TQServiceMgr::RegisterService(&first);
     TQServiceMgr::RegisterService(&second);
     return static_cast<int>(TQServiceApp::Run(argv[argc - 1] != std::string_view("none")));

@@ -16,6 +16,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <deque>
+#include <fcntl.h>
 #include <fstream>
 #include <map>
 #include <optional>
@@ -227,6 +228,7 @@ void Manager::Spawn() {
     m_process = fork();
     if (m_process == 0) {
         setsid();
+        dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
         prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (getppid() != parent) _exit(203);
         if (watchdog.count()) setenv("WATCHDOG_PID", std::to_string(getpid()).c_str(), 1);

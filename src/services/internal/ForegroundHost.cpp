@@ -7,11 +7,15 @@
 
 #include <algorithm>
 #include <atomic>
+#include <exception>
 #include <utility>
 
 namespace Quellan::Corvel {
 
 namespace {
+
+// Between two tries where the platform cannot wait.
+constexpr DWORD RetryMs = 10;
 
 std::atomic<HANDLE> g_stopEvent{nullptr};
 
@@ -47,6 +51,8 @@ class ConsoleStop {
 
 struct ForegroundHost::Entry {
     TQString name;
+    std::vector<TCHARBuf> texts;
+    std::vector<wchar_t*> argv;
     std::unique_ptr<MainThread> thread;
     // Below: guarded by the host's lock.
     LPHANDLER_FUNCTION_EX handler = nullptr;
@@ -64,14 +70,7 @@ class ForegroundHost::MainThread : public TQThread {
 
   protected:
     unsigned int RunWork(BYTEBuf&) override {
-        std::vector<TCHARBuf> texts;
-        texts.emplace_back(m_entry.name.c_str(), m_entry.name.Length() + 1);
-        for (const TQString& argument : m_host.m_arguments)
-            texts.emplace_back(argument.c_str(), argument.Length() + 1);
-        std::vector<wchar_t*> argv;
-        for (TCHARBuf& text : texts)
-            argv.push_back(text.Data());
-        m_main(static_cast<DWORD>(argv.size()), argv.data());
+        m_main(static_cast<DWORD>(m_entry.argv.size()), m_entry.argv.data());
         return 0;
     }
     unsigned int OnStop(const BYTEBuf&, const unsigned int& result) override {
@@ -101,16 +100,31 @@ BOOL ForegroundHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
     for (; table->lpServiceName; ++table) {
         Entry& entry = *m_entries.emplace_back(std::make_unique<Entry>());
         entry.name = table->lpServiceName;
+        entry.texts.emplace_back(entry.name.c_str(), entry.name.Length() + 1);
+        for (const TQString& argument : m_arguments)
+            entry.texts.emplace_back(argument.c_str(), argument.Length() + 1);
+        for (TCHARBuf& text : entry.texts)
+            entry.argv.push_back(text.Data());
         entry.thread = std::make_unique<MainThread>(*this, entry, table->lpServiceProc);
     }
     ConsoleStop console(m_stopEvent);
-    for (const auto& entry : m_entries)
-        entry->thread->Start();
+    std::exception_ptr failure;
+    for (const auto& entry : m_entries) {
+        try {
+            if (!failure) entry->thread->Start();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (failure) entry->hasEnded = true;
+    }
     const HANDLE events[] = {m_changedEvent.Handle(), m_stopEvent.Handle()};
-    bool isStopping = false;
+    // Those that run already do not go on without the others.
+    bool isStopping = failure != nullptr;
+    if (isStopping) SendStops();
     while (!AllEnded()) {
         const DWORD result = WaitForMultipleObjects(isStopping ? 1 : 2, events, FALSE, INFINITE);
-        if (result == WAIT_FAILED) return FALSE;
+        if (result == WAIT_FAILED) Sleep(RetryMs);  // the services run, and somebody has to be there for them
         if (result == WAIT_OBJECT_0 + 1) {
             isStopping = true;
             console.Release();
@@ -119,6 +133,7 @@ BOOL ForegroundHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
     }
     for (const auto& entry : m_entries)
         entry->thread->WaitForComplete(INFINITE);
+    if (failure) std::rethrow_exception(failure);
     return TRUE;
 }
 
