@@ -78,12 +78,19 @@ Site::~Site() {
     std::filesystem::remove_all(m_folder);
 }
 
-long Site::ManagerKiB() const {
+long Site::ManagerStatus(const std::string& key) const {
     std::ifstream status("/proc/" + std::to_string(m_manager) + "/status");
-    const std::string key = "VmRSS:";
     for (std::string line; std::getline(status, line);)
         if (line.compare(0, key.size(), key) == 0) return std::strtol(line.c_str() + key.size(), nullptr, 10);
     return -1;
+}
+
+long Site::ManagerKiB() const {
+    return ManagerStatus("VmRSS:");
+}
+
+long Site::ManagerWakeUps() const {
+    return ManagerStatus("voluntary_ctxt_switches:");
 }
 
 TQSvcHandle Site::Install(const wchar_t* name) {

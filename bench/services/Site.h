@@ -20,11 +20,16 @@ class Site {
 
     // Resident memory of the manager, in KiB.
     long ManagerKiB() const;
+    // How often it went to sleep, which is as often as something woke it up.
+    long ManagerWakeUps() const;
+    const std::string& Folder() const { return m_folder; }
 
     // Installs this program as a service on demand.
     static TQSvcHandle Install(const wchar_t* name);
 
   private:
+    long ManagerStatus(const std::string& key) const;
+
     std::string m_folder;
     pid_t m_manager = -1;
 };

@@ -1,17 +1,21 @@
-// The service framework with its manager beside a bare socket and a bare process: controls, status, starts;
-// and how long the list of many services takes.
+// The service framework with its manager beside a bare socket, a bare process and a bare file: controls, status,
+// starts, installing; and what many services cost.
 #include "platform/Win32.h"
 #include "services/Site.h"
 #include "support/Bench.h"
 
+#include <algorithm>
 #include <array>
+#include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
-#include <optional>
+#include <fcntl.h>
 #include <sched.h>
 #include <string_view>
 #include <sys/socket.h>
 #include <sys/wait.h>
+#include <thread>
 #include <unistd.h>
 
 namespace Quellan::Corvel::Bench {
@@ -178,26 +182,78 @@ class BareStart {
     pid_t m_child = -1;
 };
 
+class Installing {
+  public:
+    Installing() { TheSite(); }
+    Installing(const Installing&) = delete;
+    Installing& operator=(const Installing&) = delete;
+    ~Installing() {
+        for (const TQSvcHandle& service : m_services)
+            DeleteService(service.Get());
+    }
+    void operator()() {
+        m_services.push_back(Site::Install(TQString::Format(L"Bench%zu", m_services.size()).c_str()));
+    }
+
+  private:
+    std::vector<TQSvcHandle> m_services;
+};
+
+// What one change needs that is to last.
+class LastingFile {
+  public:
+    LastingFile() : m_folder(open(TheSite().Folder().c_str(), O_RDONLY | O_DIRECTORY)) {}
+    LastingFile(const LastingFile&) = delete;
+    LastingFile& operator=(const LastingFile&) = delete;
+    ~LastingFile() { close(m_folder); }
+    void operator()() {
+        const int file = openat(m_folder, "new", O_WRONLY | O_CREAT, 0600);
+        Check(write(file, FirstLine, 10) == 10 && fsync(file) == 0 && close(file) == 0);
+        const std::string name = "file" + std::to_string(m_count++);
+        Check(renameat(m_folder, "new", m_folder, name.c_str()) == 0 && fsync(m_folder) == 0);
+    }
+
+  private:
+    const int m_folder;
+    unsigned m_count = 0;
+};
+
 class Listing {
   public:
     Listing() {
-        TheSite();
-        for (unsigned i = 0; i < ManyServices; ++i)
-            m_services.push_back(Site::Install(TQString::Format(L"Bench%u", i).c_str()));
-        std::printf("tqscm has %ld KiB of memory with %u services\n", TheSite().ManagerKiB(), ManyServices);
-    }
-    Listing(const Listing&) = delete;
-    Listing& operator=(const Listing&) = delete;
-    ~Listing() {
-        for (const TQSvcHandle& service : m_services)
-            DeleteService(service.Get());
+        const RunningService other;
+        std::atomic<bool> isOver = false;
+        const auto begin = std::chrono::steady_clock::now();
+        std::jthread installs([&] {
+            for (unsigned i = 0; i < ManyServices; ++i)
+                m_installing();
+            isOver = true;
+        });
+        double longest = 0;
+        while (!isOver) {
+            SERVICE_STATUS status;
+            const auto asked = std::chrono::steady_clock::now();
+            Check(ControlService(other.Get(), SERVICE_CONTROL_PARAMCHANGE, &status));
+            longest = std::max(longest, SecondsSince(asked));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        std::printf("%u services installed in %.2f s; a control meanwhile took %.1f ms at most\n", ManyServices,
+                    SecondsSince(begin), longest * 1000);
+        const long before = TheSite().ManagerWakeUps();
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        std::printf("tqscm has %ld KiB of memory with them, and woke up %ld times in 2 s\n",
+                    TheSite().ManagerKiB(), TheSite().ManagerWakeUps() - before);
     }
     void operator()() {
         Check(TQServiceCtrl::ServiceList(ServiceListType::Services).Count() >= ManyServices);
     }
 
   private:
-    std::vector<TQSvcHandle> m_services;
+    static double SecondsSince(std::chrono::steady_clock::time_point begin) {
+        return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    }
+
+    Installing m_installing;
 };
 
 }  // namespace
@@ -219,6 +275,8 @@ int main(int argc, char** argv) {
     contest.AddMade<PingPong>(Setting::OneCore, "ask for a status", "socket ping-pong");
     contest.AddMade<ServiceStart>(Setting::OneCore, "start until it runs", "library");
     contest.AddMade<BareStart>(Setting::OneCore, "start until it runs", "posix_spawn, first line");
+    contest.AddMade<Installing>(Setting::OneCore, "install a service", "library");
+    contest.AddMade<LastingFile>(Setting::OneCore, "install a service", "one synced file");
     contest.AddMade<Listing>(Setting::OneCore, "list 1,000 services", "library");
     return contest.Run(argc, argv);
 }

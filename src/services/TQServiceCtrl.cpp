@@ -2,12 +2,12 @@
 
 #include "core/TQException.h"
 #include "log/TQTimer.h"
+#include "platform/ServiceControl.h"
 #include "platform/Win32.h"
 #include "services/internal/InstalledService.h"
 #include "services/internal/ServiceFailure.h"
 #include "text/TQDataBuf.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace Quellan::Corvel {
@@ -16,10 +16,6 @@ namespace {
 
 constexpr DWORD DriverTypes = 0x0B;
 constexpr DWORD ListBytes = 64 * 1024;
-
-// Between two looks at a service that somebody waits for.
-constexpr DWORD FirstPollMs = 5;
-constexpr DWORD LastPollMs = 200;
 
 constexpr bool Has(ServiceListType types, ServiceListType type) noexcept {
     return (static_cast<DWORD>(types) & static_cast<DWORD>(type)) != 0;
@@ -32,7 +28,7 @@ bool Watch(const TQSvcHandle& service, const wchar_t* name, DWORD ms, bool exten
            const TQServiceCtrl::Progress& progress, IsOver isOver) {
     TQCountdownTimer left(ms);
     TQServiceRecord last;
-    for (DWORD pollMs = FirstPollMs;; pollMs = std::min(2 * pollMs, LastPollMs)) {
+    for (;;) {
         const TQServiceRecord record = QueryRecord(service, name);
         if (progress) progress(record);
         if (isOver(record)) return true;
@@ -41,7 +37,7 @@ bool Watch(const TQSvcHandle& service, const wchar_t* name, DWORD ms, bool exten
         if (extends && isMoving) left.Restart();
         last = record;
         if (left.IsExpired()) return false;
-        Sleep(std::min(pollMs, left.Remaining()));
+        Platform::AwaitServiceChange(service.Get(), record.currentState, record.checkPoint, left.Remaining());
     }
 }
 
@@ -143,6 +139,11 @@ void TQServiceCtrl::StopAndWait(DWORD ms, const Progress& progress) const {
     if (!Watch(service, m_name.c_str(), ms, true, progress,
                [](const TQServiceRecord& record) { return record.currentState == TQSvcState::Stopped; }))
         ThrowServiceFailure(ERROR_SERVICE_REQUEST_TIMEOUT, m_name.c_str());
+}
+
+void TQServiceCtrl::Kill() const {
+    const TQSvcHandle service = Open(SERVICE_STOP | SERVICE_QUERY_STATUS);
+    if (const DWORD code = Platform::KillService(service.Get())) ThrowServiceFailure(code, m_name.c_str());
 }
 
 bool TQServiceCtrl::WaitForState(DWORD state, DWORD ms, const Progress& progress) const {

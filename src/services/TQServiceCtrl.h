@@ -58,6 +58,10 @@ class TQLIB_API TQServiceCtrl : public TQObject {
     // Throws 1053 as `StartAndWait`.
     void StopAndWait(DWORD ms, const Progress& progress = {}) const;
 
+    // Ends the process of the service, and with it all services in it, without asking them. On Linux no failure
+    // actions follow; on Windows they do. Returns while that is under way. 1062 (ERROR_SERVICE_NOT_ACTIVE).
+    void Kill() const;
+
     // Waits up to `ms` milliseconds for the state; false when the time is up.
     bool WaitForState(DWORD state, DWORD ms, const Progress& progress = {}) const;
 

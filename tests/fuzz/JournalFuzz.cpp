@@ -1,5 +1,5 @@
-// What a killed service manager left behind the header of this boot. What could be read is written anew, and
-// is then read as it was written.
+// What a killed service manager left behind the header of this boot: as it is, and as what a record with its
+// checksum holds. What could be read is written anew, and is then whole.
 #include "../../tools/tqscm/Journal.h"
 
 #include <cstdint>
@@ -31,6 +31,7 @@ class JournalFile {
         tqscm::Journal{m_path};
         return Bytes(m_path);
     }
+    bool IsWhole() const { return !tqscm::Journal(m_path).WasDamaged(); }
 
   private:
     const std::filesystem::path m_folder =
@@ -39,12 +40,30 @@ class JournalFile {
     std::string m_header;
 };
 
+std::string Number(std::uint32_t number) {
+    return {static_cast<char>(number), static_cast<char>(number >> 8), static_cast<char>(number >> 16),
+            static_cast<char>(number >> 24)};
+}
+
+std::string Framed(std::string_view bytes) {
+    std::uint32_t sum = ~0u;
+    for (const char byte : bytes) {
+        sum ^= static_cast<unsigned char>(byte);
+        for (int bit = 0; bit < 8; ++bit)
+            sum = sum >> 1 ^ (sum & 1 ? 0xEDB88320u : 0u);
+    }
+    return "TQJ2" + Number(static_cast<std::uint32_t>(bytes.size())) + Number(~sum) + std::string(bytes);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const JournalFile file;
-    file.WriteBehindHeader({reinterpret_cast<const char*>(data), size});
-    const std::string once = file.WrittenAnew();
-    if (file.WrittenAnew() != once) std::abort();
+    const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+    for (const std::string& left : {std::string(bytes), Framed(bytes)}) {
+        file.WriteBehindHeader(left);
+        const std::string once = file.WrittenAnew();
+        if (!file.IsWhole() || file.WrittenAnew() != once) std::abort();
+    }
     return 0;
 }

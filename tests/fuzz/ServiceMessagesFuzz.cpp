@@ -28,8 +28,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KindOfMessage(packet);
     TryAll<OpenManagerMessage, OpenServiceMessage, CreateServiceMessage, DeleteServiceMessage,
            ChangeServiceMessage, QueryConfigMessage, QueryStatusMessage, StartServiceMessage,
-           ControlServiceMessage, EnumServicesMessage, EnumDependentsMessage, FindNameMessage, ReplyMessage,
-           OpenReplyMessage, ConfigReplyMessage, StatusReplyMessage, EnumReplyMessage, NameReplyMessage,
-           AttachMessage, StatusMessage, DoneMessage, RunMessage, ControlMessage, FinishMessage>(packet);
+           ControlServiceMessage, KillServiceMessage, AwaitChangeMessage, EnumServicesMessage,
+           EnumDependentsMessage, FindNameMessage, ReplyMessage, OpenReplyMessage, ConfigReplyMessage,
+           StatusReplyMessage, EnumReplyMessage, NameReplyMessage, AttachMessage, StatusMessage,
+           DoneMessage, RunMessage, ControlMessage, FinishMessage>(packet);
     return 0;
 }

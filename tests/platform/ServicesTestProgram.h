@@ -17,6 +17,9 @@ constexpr DWORD FailureCode = 1234;
 constexpr DWORD SlowControlMs = 5500;
 constexpr DWORD StopSoonMs = 300;
 
+// The wait hint of services that misbehave.
+constexpr DWORD ShortHintMs = 100;
+
 // The first start argument.
 constexpr const wchar_t* CountArguments = L"count";  // stops with their number as its own exit code
 constexpr const wchar_t* StartSlowly = L"slowly";    // four check points on the way

@@ -1,3 +1,4 @@
+#include "RawServiceHandle_linux.h"
 #include "ServicesTest.h"
 #include "ServicesTestProgram.h"
 #include "support/PrivateManager_linux.h"
@@ -6,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <iterator>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,6 +15,7 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
+using namespace Quellan::Corvel::Platform;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -59,6 +62,7 @@ class ServiceManagement : public testing::Test {
     // Ends the service's process and waits until the manager has seen it.
     static void Crash(const OwnedService& service) {
         const DWORD process = ProcessOf(service);
+        ASSERT_NE(process, 0u);  // which would be this one and all of its group
         kill(static_cast<pid_t>(process), SIGKILL);
         WaitUntil(service, [&](const SERVICE_STATUS_PROCESS& now) { return now.dwProcessId != process; });
     }
@@ -66,11 +70,12 @@ class ServiceManagement : public testing::Test {
     PrivateManager m_manager;
 };
 
-// A manager with a short limit for programs and handlers, which must be long enough for a loaded machine to
-// start one.
+// A short limit for programs and handlers, which must be long enough for a loaded machine to start one.
+constexpr DWORD ImpatientMs = SlowControlMs / 3;
+
 class ImpatientManagement : public ServiceManagement {
   protected:
-    ImpatientManagement() : ServiceManagement({"--request-limit", std::to_string(SlowControlMs / 3)}) {}
+    ImpatientManagement() : ServiceManagement({"--request-limit", std::to_string(ImpatientMs)}) {}
 };
 
 class FailingStart : public ImpatientManagement,
@@ -95,6 +100,111 @@ INSTANTIATE_TEST_SUITE_P(ServiceManagement, FailingStart,
                                          std::pair(L"/bin/true", ERROR_SERVICE_REQUEST_TIMEOUT),
                                          std::pair(L"/bin/sleep 100", ERROR_SERVICE_REQUEST_TIMEOUT)),
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
+
+// Programs that misbehave. Whatever they do, each service comes to a state that stays, and not before its
+// time.
+
+struct Misbehaviour {
+    const char* does;
+    DWORD startCode;  // ERROR_IO_PENDING where it depends on what is quicker
+    DWORD stopCode;   // of a stop once it runs; ERROR_IO_PENDING for none
+    DWORD state;
+    DWORD exitCode;
+    DWORD limit;  // in milliseconds: not sooner than this
+};
+
+TEST_F(ImpatientManagement, EndsWhatMisbehaves) {
+    constexpr DWORD Either = ERROR_IO_PENDING, Hung = ERROR_SERVICE_REQUEST_TIMEOUT;
+    const Misbehaviour rows[] = {
+        {"never-registers", 0, Either, SERVICE_STOPPED, Hung, ImpatientMs},
+        {"exits-in-start", Either, Either, SERVICE_STOPPED, ERROR_PROCESS_ABORTED, 0},
+        {"hangs-in-start", 0, Either, SERVICE_STOPPED, Hung, ImpatientMs + ShortHintMs},
+        {"repeats-its-start", 0, Either, SERVICE_STOPPED, Hung, ImpatientMs + ShortHintMs},
+        {"hangs-in-stop", 0, 0, SERVICE_STOPPED, Hung, ImpatientMs + ShortHintMs},
+        {"says-nothing-in-stop", 0, 0, SERVICE_STOPPED, Hung, ImpatientMs},
+        {"hangs-in-handler", 0, Hung, SERVICE_RUNNING, 0, ImpatientMs},
+        {"floods", 0, Either, SERVICE_STOPPED, FailureCode, 0},
+    };
+    std::vector<OwnedService> services;
+    std::vector<ULONGLONG> begun;
+    std::vector<DWORD> processes;
+    for (const Misbehaviour& row : rows) {
+        SCOPED_TRACE(row.does);
+        ServiceRecord record{.name = WideOf(row.does)};
+        record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving ") + WideOf(row.does);
+        services.push_back(Create(record));
+        begun.push_back(GetTickCount64());
+        const DWORD code = Start(services.back());
+        EXPECT_TRUE(code == row.startCode || row.startCode == Either) << code;
+        if (row.stopCode != Either) {
+            WaitFor(services.back(), SERVICE_RUNNING);
+            processes.push_back(ProcessOf(services.back()));
+            begun.back() = GetTickCount64();
+            EXPECT_EQ(Control(services.back(), SERVICE_CONTROL_STOP), row.stopCode);
+        } else {
+            processes.push_back(ProcessOf(services.back()));
+        }
+    }
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(rows[i].does);
+        const SERVICE_STATUS_PROCESS status = WaitFor(services[i], rows[i].state);
+        EXPECT_EQ(status.dwWin32ExitCode, rows[i].exitCode);
+        EXPECT_GE(GetTickCount64() - begun[i], rows[i].limit);
+        if (rows[i].state != SERVICE_STOPPED) continue;
+        EXPECT_EQ(status.dwProcessId, 0u);
+        EXPECT_TRUE(Eventually([&] { return !processes[i] || !IsAlive(processes[i]); }));
+    }
+    EXPECT_EQ(RawServiceHandle(m_manager.Socket(), std::string("hangs-in-handler")).Ask(KillServiceMessage()),
+              0u);
+    EXPECT_EQ(WaitFor(OpenNamed(L"hangs-in-handler"), SERVICE_STOPPED).dwWin32ExitCode,
+              ERROR_PROCESS_ABORTED);
+}
+
+// A service that hangs in a process which others use is given up alone, and known again when it does
+// something.
+TEST_F(ImpatientManagement, SparesTheNeighboursOfAServiceThatHangs) {
+    ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
+    record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving starts-late well late");
+    const OwnedService well = Create(record);
+    record.name = L"late";
+    const OwnedService late = Create(record), dependent = Add(L"dependent", L"late");
+    EXPECT_EQ(StartAndWait(well), 0u);
+    EXPECT_EQ(Start(dependent), ERROR_SERVICE_DEPENDENCY_FAIL);
+    EXPECT_EQ(WaitFor(late, SERVICE_STOPPED).dwWin32ExitCode, ERROR_SERVICE_REQUEST_TIMEOUT);
+    EXPECT_EQ(Start(late), ERROR_SERVICE_ALREADY_RUNNING) << "says its process";
+    EXPECT_EQ(Control(well, SERVICE_CONTROL_PARAMCHANGE), 0u) << "which goes on, and tells it to";
+    EXPECT_EQ(WaitFor(late, SERVICE_RUNNING).dwProcessId, ProcessOf(well));
+    EXPECT_EQ(StopAndWait(late), 0u);
+    EXPECT_EQ(StopAndWait(well), 0u);
+}
+
+TEST_F(ImpatientManagement, WaitsForASlowHandlerInItsProcessAlone) {
+    ServiceRecord record{.name = L"slow", .type = SERVICE_WIN32_SHARE_PROCESS};
+    record.commandLine += L" slow other";
+    const OwnedService slow = Create(record);
+    record.name = L"other";
+    const OwnedService other = Create(record), elsewhere = Add(L"elsewhere");
+    EXPECT_EQ(StartAndWait(slow), 0u);
+    EXPECT_EQ(Control(slow, SlowControl), ERROR_SERVICE_REQUEST_TIMEOUT);
+    EXPECT_EQ(StartAndWait(elsewhere), 0u);
+    EXPECT_EQ(Start(other), ERROR_SERVICE_REQUEST_TIMEOUT) << "it was not told";
+    EXPECT_EQ(StatusOf(other).dwWin32ExitCode, ERROR_SERVICE_REQUEST_TIMEOUT);
+    EXPECT_EQ(StateOf(other), SERVICE_STOPPED);
+    EXPECT_TRUE(Eventually([&] { return Control(slow, SERVICE_CONTROL_INTERROGATE) == 0; }));
+    EXPECT_EQ(StartAndWait(other), 0u);
+}
+
+// One that asks and takes no answers.
+TEST_F(ImpatientManagement, DropsAClientThatStopsReading) {
+    for (int i = 0; i < 40; ++i)
+        Create({.name = L"filler-" + std::to_wstring(i) + std::wstring(200, L'x')});
+    const RawServiceHandle client(m_manager.Socket());
+    EXPECT_TRUE(Eventually([&] {
+        client.Say(EnumServicesMessage{SERVICE_WIN32, SERVICE_STATE_ALL, {}, {}});
+        EXPECT_TRUE(OpenManager()) << "others are served";
+        return client.HasEnded();
+    }));
+}
 
 TEST_F(ServiceManagement, NoManagerIsNoServer) {
     SetLastError(77);
@@ -202,25 +312,6 @@ TEST_F(ServiceManagement, GivesTheHandlersAnswerToWhoAsked) {
     EXPECT_EQ(Control(service, 200), ERROR_CALL_NOT_IMPLEMENTED);
 }
 
-TEST_F(ImpatientManagement, DoesNotWaitLongerForAHandlerThanTheLimit) {
-    const OwnedService service = Add(L"A");
-    EXPECT_EQ(StartAndWait(service), 0u);
-    EXPECT_EQ(Control(service, SlowControl), ERROR_SERVICE_REQUEST_TIMEOUT);
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), ERROR_SERVICE_REQUEST_TIMEOUT)
-        << "it still hangs";
-    EXPECT_TRUE(Eventually([&] { return Control(service, SERVICE_CONTROL_INTERROGATE) == 0; }));
-}
-
-TEST_F(ServiceManagement, AnswersOthersWhileAHandlerHangs) {
-    const OwnedService slow = Add(L"A"), other = Add(L"B");
-    EXPECT_EQ(StartAndWait(slow), 0u);
-    EXPECT_EQ(StartAndWait(other), 0u);
-    RoleProcess asker("ask-slowly", {}, ChildProcess::Files::Piped);
-    asker.ReadTo("asking");
-    EXPECT_EQ(Control(other, SERVICE_CONTROL_INTERROGATE), 0u);
-    EXPECT_EQ(StateOf(slow), SERVICE_RUNNING);
-}
-
 // Failures.
 
 TEST_F(ServiceManagement, SaysThatAServiceEndedWithoutAReport) {
@@ -243,6 +334,19 @@ TEST_F(ServiceManagement, RestartsAServiceThatFailedAsOftenAsItIsTold) {
     EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
 }
 
+TEST_F(ServiceManagement, DoesNothingForAServiceThatIsKilledByRequest) {
+    const OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}, {SC_ACTION_NONE, 0}}));
+    const RawServiceHandle handle(m_manager.Socket(), std::string("A"));
+    EXPECT_EQ(handle.Ask(KillServiceMessage()), ERROR_SERVICE_NOT_ACTIVE);
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(handle.Ask(KillServiceMessage()), 0u);
+    EXPECT_EQ(WaitFor(service, SERVICE_STOPPED).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(StartAndWait(service), 0u);
+    Crash(service);
+    WaitFor(service, SERVICE_RUNNING);  // as after a first failure
+}
+
 TEST_F(ServiceManagement, ForgetsFailuresAfterTheResetPeriod) {
     const OwnedService service = Add(L"A");
     ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}, {SC_ACTION_NONE, 0}}, {}, 0));
@@ -263,7 +367,7 @@ TEST_F(ServiceManagement, RunsACommandAfterAFailureAsTheServicesAccount) {
         SetActions(service, {{SC_ACTION_RUN_COMMAND, 0}}, L"/usr/bin/touch " + WideOf(file) + L"%1%"));
     EXPECT_EQ(StartAndWait(service), 0u);
     Crash(service);
-    struct stat made{};
+    struct stat made {};
     EXPECT_TRUE(Eventually([&] { return stat((file + "1").c_str(), &made) == 0; }));
     EXPECT_EQ(made.st_uid, geteuid() == 0 ? 65'534u : geteuid());
 }
@@ -355,15 +459,141 @@ TEST_F(ServiceManagement, HearsHowAServiceEndedMeanwhile) {
 }
 
 TEST_F(ServiceManagement, GoesOnWithADeletionThatAnEarlierManagerBegan) {
+    OwnedService running = Add(L"A"), stopped = Add(L"B");
+    EXPECT_EQ(StartAndWait(running), 0u);
+    EXPECT_TRUE(DeleteService(running.get()));
+    EXPECT_TRUE(DeleteService(stopped.get()));
+    m_manager.Kill();
+    m_manager.Start();
+    EXPECT_EQ(CodeOf(OpenNamed(L"B").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+    running = OpenNamed(L"A");
+    EXPECT_EQ(StopAndWait(running), 0u);
+    running.reset();
+    EXPECT_EQ(CodeOf(OpenNamed(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+}
+
+TEST_F(ServiceManagement, RestartsWhatAnEarlierManagerWasToRestart) {
     OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 2000}, {SC_ACTION_NONE, 0}}));
     EXPECT_EQ(StartAndWait(service), 0u);
-    EXPECT_TRUE(DeleteService(service.get()));
+    Crash(service);
+    const ULONGLONG begin = GetTickCount64();
     m_manager.Kill();
     m_manager.Start();
     service = OpenNamed(L"A");
-    EXPECT_EQ(StopAndWait(service), 0u);
-    service.reset();
-    EXPECT_EQ(CodeOf(OpenNamed(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+    EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
+    WaitFor(service, SERVICE_RUNNING);
+    EXPECT_GE(GetTickCount64() - begin, 1950u) << "no sooner than it is told to";
+    Crash(service);
+    EXPECT_EQ(StateOf(service), SERVICE_STOPPED) << "the first failure counts";
+    m_manager.Kill();
+    m_manager.Start();
+    EXPECT_EQ(StateOf(OpenNamed(L"A")), SERVICE_STOPPED);
+}
+
+int StartSlowlyNeeding(const RoleArguments&) {
+    puts("asking");
+    fflush(stdout);
+    return Start(OpenNamed(L"A"), {CountArguments, L"x"}) == RPC_S_SERVER_UNAVAILABLE ? 0 : 1;
+}
+const Role g_startSlowlyNeeding("start-needing", StartSlowlyNeeding);
+
+TEST_F(ServiceManagement, StartsWhatAnEarlierManagerWasToStart) {
+    ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
+    record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving starts-late well late");
+    OwnedService well = Create(record);
+    record.name = L"late";
+    const OwnedService late = Create(record), service = Add(L"A", L"late");
+    EXPECT_EQ(StartAndWait(well), 0u);
+    RoleProcess asker("start-needing");
+    WaitFor(late, SERVICE_START_PENDING);
+    m_manager.Kill();
+    EXPECT_EQ(asker.ExitCode(), 0);
+    m_manager.Start();
+    well = OpenNamed(L"well");
+    EXPECT_EQ(Control(well, SERVICE_CONTROL_PARAMCHANGE), 0u);
+    EXPECT_EQ(
+        WaitUntil(OpenNamed(L"A"),
+                  [](const SERVICE_STATUS_PROCESS& status) { return status.dwServiceSpecificExitCode != 0; })
+            .dwServiceSpecificExitCode,
+        3u)
+        << "with its arguments";
+}
+
+// Whatever becomes of the journal, services that run are found again, and none runs twice.
+TEST_F(ServiceManagement, FindsServicesAgainThatTheJournalHasLost) {
+    ServiceRecord record{.name = L"A", .start = SERVICE_AUTO_START};
+    record.commandLine += L" A";
+    OwnedService service = Create(record);
+    const std::string path = m_manager.Socket() + ".journal";
+    std::filesystem::copy(path, path + ".old");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
+    const DWORD process = ProcessOf(service);
+    struct Damage {
+        const char* name;
+        void (*how)(const std::string& path);
+    };
+    const Damage damages[] = {
+        {"one that is older", [](const std::string& file) { std::filesystem::rename(file + ".old", file); }},
+        {"a byte of its beginning", [](const std::string& file) { std::fstream(file).seekp(4).put('\xFF'); }},
+        {"all after its beginning", [](const std::string& file) { std::filesystem::resize_file(file, 60); }},
+        {"none of it", [](const std::string& file) { std::filesystem::remove(file); }}};
+    for (const Damage& damage : damages) {
+        SCOPED_TRACE(damage.name);
+        m_manager.Kill();
+        damage.how(path);
+        m_manager.Start();
+        service = OpenNamed(L"A");
+        EXPECT_EQ(StateOf(service), SERVICE_PAUSED);
+        EXPECT_EQ(ProcessOf(service), process);
+    }
+    // One that does not answer is not waited for. It is the one to end when it does.
+    m_manager.Kill();
+    std::filesystem::remove(path);
+    kill(static_cast<pid_t>(process), SIGSTOP);
+    m_manager.Start();
+    service = OpenNamed(L"A");
+    const DWORD second = WaitFor(service, SERVICE_RUNNING).dwProcessId;
+    EXPECT_NE(second, process);
+    kill(static_cast<pid_t>(process), SIGCONT);
+    EXPECT_TRUE(Eventually([&] { return !IsAlive(process); }));
+    EXPECT_EQ(ProcessOf(service), second);
+}
+
+TEST_F(ServiceManagement, TriesAgainWhatItHasNoDescriptorsFor) {
+    const OwnedService service = Add(L"A");
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    const auto manager = static_cast<pid_t>(m_manager.Id());
+    rlimit before{};
+    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, nullptr, &before), 0);
+    const rlimit none{.rlim_cur = 3, .rlim_max = before.rlim_max};
+    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &none, nullptr), 0);
+    Crash(service);
+    EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
+    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &before, nullptr), 0);
+    WaitFor(service, SERVICE_RUNNING);
+    EXPECT_TRUE(OpenManager());
+}
+
+// A service that crashes at once is restarted ever later.
+TEST_F(ServiceManagement, RestartsAServiceEverLaterThatAlwaysFails) {
+    const std::string file = m_manager.Folder() + "starts";
+    ServiceRecord record{.name = L"A"};
+    record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving counts-and-exits ") + WideOf(file);
+    const OwnedService service = Create(record);
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
+    Start(service);
+    std::vector<ULONGLONG> times;
+    EXPECT_TRUE(Eventually([&] {
+        std::ifstream stream(file);
+        times.assign(std::istream_iterator<ULONGLONG>(stream), {});
+        return times.size() >= 9;
+    }));
+    // After five failures: 200 ms, 400 ms and 800 ms.
+    ASSERT_GE(times.size(), 9u);
+    EXPECT_GE(times[8] - times[5], 1390u);
 }
 
 // Who may do what.
@@ -425,14 +655,6 @@ TEST_F(ServiceManagement, BelievesOnlyTheProcessesThatItHasStarted) {
     RoleProcess process("service");
     EXPECT_EQ(process.ExitCode(), 63);
 }
-
-int AskSlowly(const RoleArguments&) {
-    const OwnedService service = OpenNamed(L"A");
-    puts("asking");
-    fflush(stdout);
-    return static_cast<int>(Control(service, SlowControl) & 0x7F);
-}
-const Role g_askSlowly("ask-slowly", AskSlowly);
 
 }  // namespace
 }  // namespace Quellan::Corvel::Test

@@ -68,6 +68,12 @@ std::vector<SweptOperation> ServiceRows() {
         Swept("service configuration", Service,
               [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, Name); }),
         Swept(
+            "service kill", Service,
+            [](TQServiceCtrl& service) {
+                PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Kill(); });
+            },
+            Promise::Works, ForThrowing),
+        Swept(
             "service control", Service,
             [](TQServiceCtrl& service) {
                 PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });

@@ -52,6 +52,39 @@ TEST_F(TqService, CreatesRunsAndDeletesAService) {
     EXPECT_TRUE(ServiceManager::IsGone(FirstName));
 }
 
+TEST_F(TqService, ChangesWhatWasCreated) {
+    Tq({"create", "TQTestFirst", "--depends", "TQTestSecond", "--", Program()}, 0);
+    const std::string changed = "TQTestFirst: changed; tq service query TQTestFirst shows it\n";
+    EXPECT_EQ(Tq({"config", "TQTestFirst", "--display", "Shown", "--start", "delayed", "--description", "What for",
+                  "--no-depends", "--", Program(), "a b"},
+                 0),
+              changed);
+    EXPECT_EQ(Tq({"failure", "TQTestFirst", "--restart-after", "1", "--run-after", "2", "--command", "program %1%",
+                  "--reset-after", "60", "--exit-codes", "yes"},
+                 0),
+              changed);
+    EXPECT_EQ(Tq({"failure", "TQTestFirst", "--reset-after", "70"}, 0), changed);
+    const std::string found = Tq({"query", "TQTestFirst", "--json"}, 0);
+    for (const char* const part :
+         {"\"displayName\": \"Shown\"", "\"start\": \"auto\", \"delayed\": true", "\\\"a b\\\"\"",
+          "\"dependencies\": []", "\"description\": \"What for\"",
+          "[{\"action\": \"restart\", \"delay\": 1000}, {\"action\": \"run command\", \"delay\": 2000}]",
+          "\"failureCommand\": \"program %1%\"", "\"failureReset\": 70"})
+        EXPECT_THAT(found, HasSubstr(part));
+    Tq({"config", "TQTestFirst", "--start", "disabled"}, 0);
+    Tq({"failure", "TQTestFirst", "--none"}, 0);
+    EXPECT_THAT(Tq({"start", "TQTestFirst"}, 3), HasSubstr("tq service config --start gives it another start"));
+    EXPECT_THAT(Tq({"query", "TQTestFirst", "--json"}, 0), HasSubstr("\"failureActions\": [], "));
+}
+
+TEST_F(TqService, KillsWhatRuns) {
+    InstallProgram();
+    EXPECT_THAT(Tq({"kill", "TQTestFirst"}, 3), HasSubstr("tq service start starts it\n"));
+    Tq({"start", "TQTestFirst"}, 0);
+    EXPECT_THAT(Tq({"kill", "TQTestFirst"}, 0), HasSubstr("TQTestFirst: stopped\n"));
+    EXPECT_THAT(Tq({"query", "TQTestFirst"}, 0), HasSubstr("Exit code     1067"));
+}
+
 TEST_F(TqService, PrintsJson) {
     InstallProgram();
     EXPECT_THAT(Tq({"list", "--json"}, 0),
@@ -80,7 +113,11 @@ TEST_F(TqService, AnswersAWrongCommandLineInOneLine) {
                                               {"control", "one", "256"},
                                               {"create", "one"},
                                               {"create", "--", "program"},
-                                              {"create", "one", "--start", "never", "--", "program"}};
+                                              {"create", "one", "--start", "never", "--", "program"},
+                                              {"config", "--start", "auto"},
+                                              {"config", "one", "--restart-after", "1"},
+                                              {"failure", "one", "two", "--none"},
+                                              {"failure", "one", "--exit-codes", "maybe"}};
     for (const std::vector<std::string>& line : lines)
         EXPECT_THAT(Tq(line, 2), IsOneLine());
 }

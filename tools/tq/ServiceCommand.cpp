@@ -1,6 +1,7 @@
 // tq service: services, listed, installed and controlled.
 #include "Command.h"
 #include "ServiceText.h"
+#include "ServiceWords.h"
 #include "platform/Win32.h"
 
 #include <cwchar>
@@ -17,9 +18,12 @@ constexpr const wchar_t* Help =
     L"usage: tq service list [--json] [--active | --inactive]\n"
     L"       tq service query [--json] NAME\n"
     L"       tq service create NAME [OPTION...] -- PROGRAM [ARGUMENT...]\n"
+    L"       tq service config NAME [OPTION...] [-- PROGRAM [ARGUMENT...]]\n"
+    L"       tq service failure NAME [OPTION...]\n"
     L"       tq service delete NAME\n"
     L"       tq service start [--timeout SECONDS] [--no-wait] NAME [ARGUMENT...]\n"
     L"       tq service stop | pause | continue [--timeout SECONDS] [--no-wait] NAME\n"
+    L"       tq service kill [--timeout SECONDS] [--no-wait] NAME\n"
     L"       tq service interrogate [--json] NAME\n"
     L"       tq service control [--json] NAME CODE\n"
     L"       tq service wait [--timeout SECONDS] NAME STATE\n"
@@ -32,30 +36,30 @@ constexpr const wchar_t* Help =
     L"system's controls. What waits gives up after SECONDS, 30 if not said otherwise, without progress.\n"
     L"\n"
     L"  --json                 print JSON in place of a table\n"
-    L"  --display TEXT         of create: the name for people\n"
+    L"\n"
+    L"Of create, and of config for what is to be changed:\n"
+    L"  --display TEXT         the name for people\n"
     L"  --description TEXT     what the service is for\n"
     L"  --start WHEN           auto, delayed, demand or disabled; on demand if not said otherwise\n"
     L"  --account NAME         as whom it runs, and --password TEXT\n"
-    L"  --depends NAME         a service that has to run before it; may be repeated\n"
-    L"  --restart-after SECONDS   start it again after a failure; repeated for the second failure and so on\n"
-    L"  --shared               its program has several services\n"
+    L"  --depends NAME         a service that has to run before it; may be repeated. --no-depends: none\n"
+    L"  --shared               of create: its program has several services\n"
+    L"\n"
+    L"Of create and failure: what is done after the first failure, the second and so on, the last for all that "
+    L"follow:\n"
+    L"  --restart-after SECONDS   start it again\n"
+    L"Of failure alone; what is not given stays, but actions replace all that there were:\n"
+    L"  --run-after SECONDS    run the command\n"
+    L"  --command TEXT         what is run; %1% in it is how often the service has failed\n"
+    L"  --none                 do nothing\n"
+    L"  --reset-after SECONDS  without a failure, after which the next one is the first again\n"
+    L"  --exit-codes WHETHER   yes or no: whether a stop with an exit code is a failure\n"
+    L"\n"
+    L"kill ends the process, with all services in it, and asks nobody. On Linux no failure actions follow.\n"
     L"\n"
     L"Ends with 1 when there is no such service or the state was not reached.\n";
 
 constexpr DWORD DefaultTimeoutMs = 30'000;
-constexpr DWORD MaxSeconds = 24 * 60 * 60;
-
-DWORD ParseNumber(const TQString& text, const wchar_t* what, DWORD last) {
-    wchar_t* end = nullptr;
-    const unsigned long long number = wcstoull(text.c_str(), &end, 10);
-    if (text.IsEmpty() || text[0] < L'0' || text[0] > L'9' || *end != 0 || number > last)
-        throw UsageError(TQString::Format(L"'%s' is no %s from 0 to %u", text.c_str(), what, last));
-    return static_cast<DWORD>(number);
-}
-
-DWORD ParseSeconds(const TQString& text) {
-    return 1000 * ParseNumber(text, L"number of seconds", MaxSeconds);
-}
 
 DWORD ParseState(const TQString& text) {
     for (DWORD state = TQSvcState::Stopped; state <= TQSvcState::Paused; ++state) {
@@ -74,11 +78,6 @@ struct Options {
     DWORD timeoutMs = DefaultTimeoutMs;
     std::vector<TQString> names;  // what is no option
 };
-
-[[noreturn]] void ThrowUnknownOption(const TQString& option) {
-    throw UsageError(
-        TQString::Format(L"'%s' is no option here; tq service --help tells how", option.c_str()));
-}
 
 bool ReadJson(Options& options, const TQString& argument) {
     if (argument != L"--json") return false;
@@ -162,84 +161,6 @@ int List(Arguments& arguments, TQConsole& out) {
 int Query(Arguments& arguments, TQConsole& out) {
     const Options options = ReadOptions(arguments, 1, L"the name of one service", ReadJson);
     PrintService(TQServiceCtrl(options.names[0]), options.isJson, out);
-    return ExitOk;
-}
-
-TQString QuotedCommandLine(Arguments& arguments) {
-    if (arguments.AtEnd()) throw UsageError(L"say which program, behind --");
-    TQString line = TQString::Format(L"\"%s\"", arguments.Next().c_str());
-    while (!arguments.AtEnd()) {
-        TQString argument = arguments.Next();
-        const bool isPlain =
-            !argument.IsEmpty() && argument.View().find_first_of(L" \t\"") == std::wstring_view::npos;
-        argument.Replace(L"\"", L"\\\"");
-        if (isPlain)
-            line.AppendFormat(L" %s", argument.c_str());
-        else
-            line.AppendFormat(L" \"%s\"", argument.c_str());
-    }
-    return line;
-}
-
-struct Creation {
-    TQString name, display, account, password;
-    bool isShared = false;
-    TQSvcStart start = TQSvcStart::Demand;
-    TQServiceOptions options;
-};
-
-void ReadStart(Creation& creation, const TQString& when) {
-    creation.options.isStartDelayed = when == L"delayed";
-    if (when == L"auto" || when == L"delayed")
-        creation.start = TQSvcStart::Auto;
-    else if (when == L"demand")
-        creation.start = TQSvcStart::Demand;
-    else if (when == L"disabled")
-        creation.start = TQSvcStart::Disabled;
-    else
-        throw UsageError(
-            TQString::Format(L"'%s' is neither auto, delayed, demand nor disabled", when.c_str()));
-}
-
-int Create(Arguments& arguments, TQConsole& out) {
-    Creation creation;
-    for (;;) {
-        if (arguments.AtEnd()) throw UsageError(L"say which program, behind --");
-        const TQString argument = arguments.Next();
-        if (argument == L"--") break;
-        if (argument == L"--shared") {
-            creation.isShared = true;
-        } else if (!argument.StartsWith(L"--")) {
-            if (!creation.name.IsEmpty()) throw UsageError(L"give the name of one service");
-            creation.name = argument;
-        } else if (argument == L"--display") {
-            creation.display = arguments.ValueOf(argument);
-        } else if (argument == L"--description") {
-            creation.options.description = arguments.ValueOf(argument);
-        } else if (argument == L"--start") {
-            ReadStart(creation, arguments.ValueOf(argument));
-        } else if (argument == L"--account") {
-            creation.account = arguments.ValueOf(argument);
-        } else if (argument == L"--password") {
-            creation.password = arguments.ValueOf(argument);
-        } else if (argument == L"--depends") {
-            creation.options.dependencies.Add(arguments.ValueOf(argument));
-        } else if (argument == L"--restart-after") {
-            creation.options.failureActions.push_back(
-                {TQSvcFailureAction::Kind::Restart, ParseSeconds(arguments.ValueOf(argument))});
-        } else {
-            ThrowUnknownOption(argument);
-        }
-    }
-    if (creation.name.IsEmpty()) throw UsageError(L"give the name of one service");
-    const TQString commandLine = QuotedCommandLine(arguments);
-    TQSvcHandle service;
-    TQServiceMgr::InstallService(service, creation.name.c_str(), creation.display.c_str(),
-                                 commandLine.c_str(), creation.account.c_str(), creation.password.c_str(),
-                                 creation.isShared ? SERVICE_WIN32_SHARE_PROCESS : SERVICE_WIN32_OWN_PROCESS,
-                                 creation.start, creation.options);
-    out.Show(TQString::Format(L"%s: created; tq service start %s starts it\n", creation.name.c_str(),
-                              creation.name.c_str()));
     return ExitOk;
 }
 
@@ -342,6 +263,13 @@ int Control(Arguments& arguments, TQConsole& out) {
     return ExitOk;
 }
 
+int Kill(Arguments& arguments, TQConsole& out) {
+    const Options options = ReadWaitOptions(arguments, 1, L"the name of one service");
+    const TQServiceCtrl service(options.names[0]);
+    service.Kill();
+    return options.isWaiting ? AwaitState(service, TQSvcState::Stopped, options.timeoutMs, out) : ExitOk;
+}
+
 int Wait(Arguments& arguments, TQConsole& out) {
     const Options options = ReadWaitOptions(arguments, 2, L"the name of one service and a state");
     return AwaitState(TQServiceCtrl(options.names[0]), ParseState(options.names[1]), options.timeoutMs, out);
@@ -356,9 +284,12 @@ constexpr Word Words[] = {
     {L"list", &List},
     {L"query", &Query},
     {L"create", &Create},
+    {L"config", &Config},
+    {L"failure", &Failure},
     {L"delete", &Delete},
     {L"start", &Start},
     {L"stop", &Stop},
+    {L"kill", &Kill},
     {L"pause", &Pause},
     {L"continue", &Continue},
     {L"wait", &Wait},
@@ -387,7 +318,7 @@ const wchar_t* Advice(DWORD code) {
         case ERROR_DEPENDENT_SERVICES_RUNNING:
             return L"stop these first";
         case ERROR_SERVICE_DISABLED:
-            return L"create it anew with another --start";
+            return L"tq service config --start gives it another start";
         case ERROR_SERVICE_REQUEST_TIMEOUT:
         case ERROR_PROCESS_ABORTED:
             return L"the event log may tell why";

@@ -128,9 +128,11 @@ void PrintServiceJson(const TQServiceStatus& status, DWORD process, const TQServ
                       JsonString(config.commandLine).c_str(), JsonString(config.account).c_str(),
                       JsonString(NameOf(config.start)).c_str(),
                       config.options.isStartDelayed ? L"true" : L"false");
-    json.AppendFormat(L"\"dependencies\": %s, \"description\": %s, \"failureActions\": %s}\n",
+    json.AppendFormat(L"\"dependencies\": %s, \"description\": %s, \"failureActions\": %s, ",
                       JsonList(config.options.dependencies).c_str(),
                       JsonString(config.options.description).c_str(), JsonActions(config.options).c_str());
+    json.AppendFormat(L"\"failureReset\": %u, \"failureCommand\": %s}\n", config.options.failureResetSeconds,
+                      JsonString(config.options.failureCommand).c_str());
     out.Write(json);
 }
 
@@ -171,6 +173,7 @@ void PrintService(const TQServiceCtrl& service, bool isJson, TQConsole& out) {
     for (const TQSvcFailureAction& action : config.options.failureActions)
         actions.push_back(TQString::Format(L"%s after %u ms", NameOf(action.kind), action.delayMs));
     AddRows(table, L"On failure", actions);
+    if (!config.options.failureCommand.IsEmpty()) table.Add({L"Command then", config.options.failureCommand});
     table.Print(out);
 }
 

@@ -1,18 +1,35 @@
 #include "ChildEnd.h"
 
+#include <csignal>
 #include <sys/epoll.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
 namespace tqscm {
 
+namespace {
+
+// Between looking whether a process has ended for which there is no descriptor.
+constexpr std::chrono::milliseconds PollPause{200};
+
+// Whether there is no such process any more. `error` is that of pidfd_open.
+bool HasEnded(pid_t pid, int error) {
+    siginfo_t info{};
+    if (error == ESRCH) return true;
+    if (waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED | WNOHANG) == 0) return info.si_pid == pid;
+    return kill(pid, 0) != 0 && errno == ESRCH;  // somebody else's child
+}
+
+}  // namespace
+
 void ChildEnd::Watch(EventLoop& loop, pid_t pid, std::function<void()> atEnd) {
     Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, pid, 0)));
+    if (!process) {
+        if (HasEnded(pid, errno)) return loop.After({}, std::move(atEnd));
+        return loop.After(PollPause, [&loop, pid, atEnd = std::move(atEnd)] { Watch(loop, pid, atEnd); });
+    }
     const int fd = process.Get();
-    std::unique_ptr<ChildEnd> watch(new ChildEnd(loop, std::move(process), std::move(atEnd)));
-    if (fd >= 0) return loop.Watch(fd, EPOLLIN, std::move(watch));
-    const auto later = std::make_shared<Timer>(loop);
-    later->Set({}, [later, end = watch->m_atEnd] { end(); });
+    loop.Watch(fd, EPOLLIN, std::unique_ptr<ChildEnd>(new ChildEnd(loop, std::move(process), std::move(atEnd))));
 }
 
 void ChildEnd::OnReady(unsigned) {

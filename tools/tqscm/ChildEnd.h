@@ -9,7 +9,8 @@ namespace tqscm {
 
 class ChildEnd : public Source {
   public:
-    // Calls `atEnd` once, also where the process has ended already.
+    // Calls `atEnd` once, later, also where the process has ended already. Where there is no descriptor for it the
+    // process is looked at from time to time.
     static void Watch(EventLoop& loop, pid_t pid, std::function<void()> atEnd);
 
     void OnReady(unsigned events) override;

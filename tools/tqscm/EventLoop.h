@@ -27,13 +27,16 @@ class EventLoop {
   public:
     EventLoop();
 
-    // The source is the loop's from now on. Throws std::system_error.
+    // The source is the loop's from now on. Throws std::system_error; the source is gone then.
     void Watch(int fd, unsigned events, std::unique_ptr<Source> source);
     void Change(int fd, unsigned events, Source& source);
     // The source hears nothing any more. It is deleted once nobody can be in the middle of it.
     void Forget(int fd, Source& source);
 
-    // Waits for something and serves it.
+    // Does something once, later, unless the loop ends before.
+    void After(std::chrono::milliseconds delay, std::function<void()> action);
+
+    // Waits for something and serves it. An exception of a source or a timer is said and goes no further.
     void RunOnce();
 
   private:
@@ -47,6 +50,7 @@ class EventLoop {
     Timers m_timers;
     std::map<const Source*, std::unique_ptr<Source>> m_sources;
     std::map<const Source*, std::unique_ptr<Source>> m_forgotten;
+    bool m_hasFailed = false;  // was said
 };
 
 // Does something once, later. Ends with its owner.

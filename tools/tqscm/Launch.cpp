@@ -11,9 +11,8 @@
 #include <grp.h>
 #include <optional>
 #include <pwd.h>
-#include <spawn.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
-#include <vector>
 
 namespace tqscm {
 
@@ -21,14 +20,8 @@ using namespace Quellan::Corvel::Platform;
 
 namespace {
 
-struct Account {
-    bool isOwn = true;
-    std::string name;
-    std::string home;
-    uid_t user = 0;
-    gid_t group = 0;
-    std::vector<gid_t> groups;
-};
+// Of descriptors, before the manager took more.
+std::optional<rlimit> g_limitBefore;
 
 // Only ASCII letters are folded: names may have bytes of UTF-8, which are negative as characters.
 bool EqualsWithoutCase(std::string_view left, std::string_view right) {
@@ -37,39 +30,51 @@ bool EqualsWithoutCase(std::string_view left, std::string_view right) {
     });
 }
 
-std::optional<Account> FindUser(const std::string& name) {
+// Without a domain.
+std::string_view UserIn(std::string_view name) {
+    return name.substr(name.rfind('\\') + 1);
+}
+
+DWORD CodeOf(int error) {
+    switch (error) {
+        case ENOENT:
+            return ERROR_FILE_NOT_FOUND;
+        case ENOTDIR:
+            return ERROR_PATH_NOT_FOUND;
+        case EACCES:
+        case EPERM:
+            return ERROR_ACCESS_DENIED;
+        case ENOEXEC:
+            return ERROR_BAD_EXE_FORMAT;
+        case E2BIG:
+            return ERROR_INVALID_PARAMETER;
+        case EAGAIN:
+        case ENOMEM:
+            return ERROR_NOT_ENOUGH_MEMORY;
+        case EMFILE:
+        case ENFILE:
+            return ERROR_TOO_MANY_OPEN_FILES;
+        default:
+            return ERROR_GEN_FAILURE;
+    }
+}
+
+DWORD FindUser(const std::string& name, Account& account) {
     passwd entry{};
     passwd* found = nullptr;
-    std::vector<char> buffer(16'384);
-    if (getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found) != 0 || !found)
-        return std::nullopt;
-    Account account{false, entry.pw_name, entry.pw_dir, entry.pw_uid, entry.pw_gid, {}};
-    int count = 256;
-    account.groups.resize(static_cast<std::size_t>(count));
-    if (getgrouplist(entry.pw_name, entry.pw_gid, account.groups.data(), &count) < 0) return std::nullopt;
+    std::vector<char> buffer(1024);
+    int error = ERANGE;
+    while ((error = getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE)
+        buffer.resize(buffer.size() * 2);
+    const bool isMissing = error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
+    if (!found) return isMissing ? ERROR_INVALID_SERVICE_ACCOUNT : CodeOf(error);
+    account = {false, entry.pw_name, entry.pw_dir, entry.pw_uid, entry.pw_gid, std::vector<gid_t>(16)};
+    auto count = static_cast<int>(account.groups.size());
+    while (getgrouplist(entry.pw_name, entry.pw_gid, account.groups.data(), &count) < 0)
+        account.groups.resize(static_cast<std::size_t>(count = std::max(count, 2 * count)));
     account.groups.resize(static_cast<std::size_t>(count));
     account.isOwn = account.user == geteuid();
-    return account;
-}
-
-// Nothing where there is no such account, or it is not for this manager to take.
-std::optional<Account> FindAccount(const std::string& text) {
-    const std::string name = text.substr(text.rfind('\\') + 1);  // without a domain
-    if (text.empty() || EqualsWithoutCase(name, "LocalSystem")) return Account();
-    const bool isNobody =
-        EqualsWithoutCase(name, "LocalService") || EqualsWithoutCase(name, "NetworkService");
-    const auto account = FindUser(isNobody ? "nobody" : name);
-    return account && (account->isOwn || geteuid() == 0) ? account : std::nullopt;
-}
-
-std::vector<std::string> ReadWords(const std::string& commandLine) {
-    std::vector<std::string> words;
-    int count = 0;
-    wchar_t** const block = CommandLineToArgvW(ToWide(commandLine).c_str(), &count);
-    for (int i = 0; block && i < count; ++i)
-        words.push_back(ToUtf8(block[i]));
-    LocalFree(block);
-    return words;
+    return account.isOwn || geteuid() == 0 ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
 }
 
 bool IsInherited(std::string_view variable) {
@@ -108,50 +113,15 @@ std::vector<char*> PointersTo(std::vector<std::string>& texts) {
     return pointers;
 }
 
-DWORD CodeOf(int error) {
-    switch (error) {
-        case ENOENT:
-            return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR:
-            return ERROR_PATH_NOT_FOUND;
-        case EACCES:
-        case EPERM:
-            return ERROR_ACCESS_DENIED;
-        case ENOEXEC:
-            return ERROR_BAD_EXE_FORMAT;
-        case E2BIG:
-            return ERROR_INVALID_PARAMETER;
-        case EAGAIN:
-        case ENOMEM:
-            return ERROR_NOT_ENOUGH_MEMORY;
-        default:
-            return ERROR_GEN_FAILURE;
-    }
-}
+// What the child is to do, all made before it is: it may neither allocate nor lock.
+struct Plan {
+    const Account& account;
+    char* const* words;
+    char* const* variables;
+};
 
-// As the manager's own user: the quick way.
-int Spawn(char* const* words, char* const* variables, pid_t& pid) {
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawnattr_init(&attributes);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_addchdir_np(&actions, "/");
-    sigset_t none, all;
-    sigemptyset(&none);
-    sigfillset(&all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setflags(&attributes,
-                             POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
-    const int error = posix_spawn(&pid, words[0], &actions, &attributes, words, variables);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    return error;
-}
-
-// In the child of a fork. Returns only where it fails.
-void BecomeAndRun(const Account& account, char* const* words, char* const* variables) {
+// In the child. Returns where the program was not run.
+void BecomeAndRun(const Plan& plan) {
     for (int signal = 1; signal < NSIG; ++signal)
         std::signal(signal, SIG_DFL);
     sigset_t none;
@@ -160,22 +130,28 @@ void BecomeAndRun(const Account& account, char* const* words, char* const* varia
     setsid();
     const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
     if (input < 0 || dup2(input, STDIN_FILENO) < 0 || chdir("/") != 0) return;
-    if (setgroups(account.groups.size(), account.groups.data()) != 0 || setgid(account.group) != 0 ||
-        setuid(account.user) != 0)
+    // Also those that the manager was started with. Where the kernel is too old for it these stay.
+    const bool isClean = close_range(STDERR_FILENO + 1, ~0u, CLOSE_RANGE_CLOEXEC) == 0;
+    if (!isClean && errno != ENOSYS && errno != EINVAL) return;
+    if (g_limitBefore && setrlimit(RLIMIT_NOFILE, &*g_limitBefore) != 0) return;
+    const Account& account = plan.account;
+    if (!account.isOwn && (setgroups(account.groups.size(), account.groups.data()) != 0 ||
+                           setgid(account.group) != 0 || setuid(account.user) != 0))
         return;
-    execve(words[0], words, variables);
+    execve(plan.words[0], plan.words, plan.variables);
 }
 
-// As somebody else. The child says through a pipe what kept it from running the program.
-int ForkAs(const Account& account, char* const* words, char* const* variables, pid_t& pid) {
+// The child says through a pipe what kept it from running the program. An errno.
+int Start(const Plan& plan, pid_t& pid) {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return errno;
     const Descriptor from(ends[0]);
     Descriptor to(ends[1]);
-    pid = fork();
+    // Without what other forks have to mend: nothing of the library runs in this child.
+    pid = _Fork();
     if (pid < 0) return errno;
     if (pid == 0) {
-        BecomeAndRun(account, words, variables);
+        BecomeAndRun(plan);
         const int error = errno;
         static_cast<void>(!write(to.Get(), &error, sizeof error));
         _exit(127);
@@ -190,21 +166,43 @@ int ForkAs(const Account& account, char* const* words, char* const* variables, p
 
 }  // namespace
 
-DWORD CheckAccount(const std::string& account) {
-    return FindAccount(account) ? ERROR_SUCCESS : ERROR_INVALID_SERVICE_ACCOUNT;
+bool IsOwnAccount(const std::string& name) {
+    return name.empty() || EqualsWithoutCase(UserIn(name), "LocalSystem");
 }
 
-DWORD Launch(const std::string& commandLine, const std::string& accountName, const std::string& socket,
-             pid_t& pid) {
-    const auto account = FindAccount(accountName);
-    if (!account) return ERROR_SERVICE_LOGON_FAILED;
+DWORD FindAccount(const std::string& name, Account& account) {
+    account = {};
+    if (IsOwnAccount(name)) return ERROR_SUCCESS;
+    const std::string_view user = UserIn(name);
+    const bool isNobody = EqualsWithoutCase(user, "LocalService") || EqualsWithoutCase(user, "NetworkService");
+    return FindUser(isNobody ? "nobody" : std::string(user), account);
+}
+
+std::vector<std::string> ReadWords(const std::string& commandLine) {
+    std::vector<std::string> words;
+    int count = 0;
+    wchar_t** const block = CommandLineToArgvW(ToWide(commandLine).c_str(), &count);
+    for (int i = 0; block && i < count; ++i)
+        words.push_back(ToUtf8(block[i]));
+    LocalFree(block);
+    return words;
+}
+
+void AllowManyDescriptors() {
+    rlimit limit;
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    g_limitBefore = limit;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+DWORD Launch(const std::string& commandLine, const Account& account, const std::string& socket, pid_t& pid) {
     std::vector<std::string> words = ReadWords(commandLine);
     if (words.empty() || words[0].empty()) return ERROR_FILE_NOT_FOUND;
-    std::vector<std::string> variables = MakeEnvironment(*account, socket);
+    std::vector<std::string> variables = MakeEnvironment(account, socket);
     const std::vector<char*> wordPointers = PointersTo(words);
     const std::vector<char*> variablePointers = PointersTo(variables);
-    const int error = account->isOwn ? Spawn(wordPointers.data(), variablePointers.data(), pid)
-                                     : ForkAs(*account, wordPointers.data(), variablePointers.data(), pid);
+    const int error = Start({account, wordPointers.data(), variablePointers.data()}, pid);
     return error ? CodeOf(error) : ERROR_SUCCESS;
 }
 

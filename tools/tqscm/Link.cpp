@@ -11,17 +11,28 @@ using namespace Quellan::Corvel::Platform;
 // So that nobody keeps the others waiting.
 constexpr int MostMessagesAtOnce = 16;
 
-Link::Link(EventLoop& loop, LinkOwner& owner, Descriptor socket)
-    : m_loop(loop), m_owner(owner), m_socket(std::move(socket)), m_events(EPOLLIN) {
+Link::Link(EventLoop& loop, LinkOwner& owner, Descriptor socket, std::chrono::milliseconds limit)
+    : m_loop(loop),
+      m_owner(&owner),
+      m_socket(std::move(socket)),
+      m_limit(limit),
+      m_full(loop),
+      m_events(EPOLLIN) {
     socklen_t size = sizeof m_peer;
     getsockopt(m_socket.Get(), SOL_SOCKET, SO_PEERCRED, &m_peer, &size);
 }
 
-Link& Link::Watch(EventLoop& loop, LinkOwner& owner, Descriptor socket) {
-    std::unique_ptr<Link> link(new Link(loop, owner, std::move(socket)));
+Link& Link::Watch(EventLoop& loop, LinkOwner& owner, Descriptor socket, std::chrono::milliseconds limit) {
+    std::unique_ptr<Link> link(new Link(loop, owner, std::move(socket), limit));
     Link& watched = *link;
-    loop.Watch(watched.Fd(), watched.m_events, std::move(link));
+    loop.Watch(watched.m_socket.Get(), watched.m_events, std::move(link));
     return watched;
+}
+
+void Link::Close() {
+    m_hasEnded = true;
+    m_full.Cancel();
+    m_loop.Forget(m_socket.Get(), *this);
 }
 
 void Link::Send(std::string packet) {
@@ -38,23 +49,27 @@ void Link::SendWaiting() {
         // Where the other end has gone the loop says so.
         m_unsent.pop_front();
     }
+    if (m_unsent.empty())
+        m_full.Cancel();
+    else if (!m_full.IsSet())
+        m_full.Set(m_limit, [this] { m_owner->OnEnd(*this); });
     UpdateEvents();
 }
 
 void Link::Hold() {
     m_isHeld = true;
-    UpdateEvents();
 }
 
 void Link::GoOn() {
-    m_isHeld = false;
+    m_isHeld = m_isMuted = false;
     UpdateEvents();
 }
 
 void Link::UpdateEvents() {
+    if (m_hasEnded) return;
     const bool isFull = !m_unsent.empty();
     const unsigned events =
-        (isFull ? unsigned{EPOLLOUT} : 0u) | (isFull || m_isHeld ? 0u : unsigned{EPOLLIN});
+        (isFull ? unsigned{EPOLLOUT} : 0u) | (isFull || m_isMuted ? 0u : unsigned{EPOLLIN});
     if (events != m_events) m_loop.Change(m_socket.Get(), m_events = events, *this);
 }
 
@@ -71,18 +86,25 @@ bool Link::ReadOne(std::string& packet) {
 void Link::ReadRest() {
     std::string packet;
     while (!m_hasEnded && ReadOne(packet))
-        m_owner.OnMessage(*this, packet);
+        m_owner->OnMessage(*this, packet);
 }
 
 void Link::OnReady(unsigned events) {
     if (events & EPOLLOUT) SendWaiting();
+    if ((events & EPOLLIN) && m_isHeld) {
+        m_isMuted = true;
+        UpdateEvents();
+    }
     std::string packet;
     for (int i = 0; i < MostMessagesAtOnce && !m_isHeld && !m_hasEnded && m_unsent.empty(); ++i) {
-        if (!ReadOne(packet)) break;
-        m_owner.OnMessage(*this, packet);
+        if (!ReadOne(packet)) {
+            if (m_hasEnded) return m_owner->OnEnd(*this);
+            break;
+        }
+        m_owner->OnMessage(*this, packet);
     }
     const bool isGone = m_isHeld && (events & (EPOLLHUP | EPOLLERR));
-    if (m_hasEnded || isGone) m_owner.OnEnd(*this);
+    if (isGone && !m_hasEnded) m_owner->OnEnd(*this);
 }
 
 }  // namespace tqscm

@@ -1,14 +1,13 @@
 #include "Manager.h"
 
+#include "Launch.h"
 #include "Print.h"
 #include "platform/linux/internal/ServiceSocket.h"
 
 #include <algorithm>
 #include <csignal>
-#include <cstdarg>
-#include <cstdio>
+#include <cstring>
 #include <sys/epoll.h>
-#include <sys/resource.h>
 #include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <system_error>
@@ -17,10 +16,10 @@ namespace tqscm {
 
 namespace {
 
-// In which the services stop when the manager ends.
-constexpr std::chrono::seconds EndLimit{20};
 // After which connections are taken again when there were no descriptors for them.
 constexpr std::chrono::milliseconds FullPause{100};
+// After which the journal is tried again when it could not be written.
+constexpr std::chrono::seconds JournalPause{1};
 
 [[noreturn]] void Refuse(int error, const std::string& what) {
     throw std::system_error(error, std::generic_category(), what);
@@ -49,24 +48,9 @@ Descriptor TakeLock(const std::string& socket) {
     return file;
 }
 
-void AllowManyDescriptors() {
-    rlimit limit;
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-    limit.rlim_cur = limit.rlim_max;
-    setrlimit(RLIMIT_NOFILE, &limit);
-}
-
 }  // namespace
 
-void Print(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    char line[1024];
-    const int size = std::vsnprintf(line, sizeof line - 1, format, arguments);
-    va_end(arguments);
-    if (size > 0) std::fprintf(stderr, "tqscm: %s\n", line);
-}
-
+// Those who connect. Where there are no descriptors or memory for them they wait.
 class Manager::Listener : public Source {
   public:
     explicit Listener(Manager& manager) : m_manager(manager), m_pause(manager.m_loop) {
@@ -76,16 +60,27 @@ class Manager::Listener : public Source {
     int Fd() const { return m_socket.Get(); }
     void OnReady(unsigned) override {
         Descriptor connection(accept4(m_socket.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-        if (connection) return m_manager.OnConnection(std::move(connection));
-        if (errno == EAGAIN || errno == ECONNABORTED || errno == EINTR) return;
+        if (!connection && (errno == EAGAIN || errno == ECONNABORTED || errno == EINTR)) return;
+        if (!connection) return Pause(errno);
+        try {
+            m_manager.m_requests.OnConnection(std::move(connection));
+            m_wasTold = false;
+        } catch (const std::system_error& failure) {
+            Pause(failure.code().value());
+        }
+    }
+
+  private:
+    void Pause(int error) {
+        if (!std::exchange(m_wasTold, true)) Print("who connects has to wait: %s", std::strerror(error));
         m_manager.m_loop.Change(m_socket.Get(), 0, *this);
         m_pause.Set(FullPause, [this] { m_manager.m_loop.Change(m_socket.Get(), EPOLLIN, *this); });
     }
 
-  private:
     Manager& m_manager;
     Descriptor m_socket;
     Timer m_pause;
+    bool m_wasTold = false;
 };
 
 class Manager::Signals : public Source {
@@ -97,11 +92,12 @@ class Manager::Signals : public Source {
         sigaddset(&signals, SIGINT);
         sigprocmask(SIG_BLOCK, &signals, nullptr);
         m_signals = Descriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+        if (!m_signals) Refuse(errno, "signalfd");
     }
     int Fd() const { return m_signals.Get(); }
     void OnReady(unsigned) override {
         signalfd_siginfo info;
-        if (read(m_signals.Get(), &info, sizeof info) == sizeof info) m_manager.BeginEnd();
+        if (read(m_signals.Get(), &info, sizeof info) == sizeof info) m_manager.m_services.BeginEnd();
     }
 
   private:
@@ -112,10 +108,12 @@ class Manager::Signals : public Source {
 Manager::Manager(Settings settings)
     : m_settings(std::move(settings)),
       m_lock(TakeLock(m_settings.socket)),
-      m_journal(m_settings.socket + ".journal") {
+      m_journal(m_settings.socket + ".journal", m_lock.Get()) {
     AllowManyDescriptors();
-    LoadServices();
-    AdoptProcesses();
+    m_records.Load();
+    m_services.WhenBegun([this] { m_requests.OnBegun(); });
+    m_services.WhenSeen([this](const Service& service) { m_requests.OnSeen(service); });
+    m_services.WhenUnused([this](Service& service) { m_records.Delete(service); });
     auto signals = std::make_unique<Signals>(*this);
     auto listener = std::make_unique<Listener>(*this);
     const int signalsFd = signals->Fd(), listenerFd = listener->Fd();
@@ -124,33 +122,19 @@ Manager::Manager(Settings settings)
 }
 
 void Manager::Run() {
-    const bool areAllHere =
-        std::ranges::none_of(m_processes, [](const auto& process) { return process.second->isExpected; });
-    if (areAllHere) AutoStart(false);
-    m_delayedStart.Set(m_settings.autoStartDelay, [this] { AutoStart(true); });
-    const auto isAnyActive = [&] {
-        return std::ranges::any_of(m_services, [](const auto& entry) { return entry.second->IsActive(); });
-    };
-    GoOn();
-    while (!m_isEnding || isAnyActive()) {
+    m_services.Begin();
+    for (GoOn(); !m_services.HaveEnded(); GoOn())
         m_loop.RunOnce();
-        GoOn();
-    }
     unlink(m_settings.socket.c_str());
-    m_journal.Delete();
+    // What could not be ended is left to the next one.
+    if (m_services.AreAllStopped()) m_journal.Delete();
 }
 
-// The services are told to stop. What runs on is ended when the time is over.
-void Manager::BeginEnd() {
-    if (std::exchange(m_isEnding, true)) return;
-    m_hasNews = true;
-    m_delayedStart.Cancel();
-    for (const auto& [key, service] : m_services)
-        service->action.Cancel();
-    m_endLimit.Set(EndLimit, [this] {
-        for (const auto& [pid, process] : m_processes)
-            if (!process->services.empty()) kill(-pid, SIGKILL);
-    });
+// Between two turns of the loop.
+void Manager::GoOn() {
+    m_services.GoOn();
+    if (m_journal.IsBehind() && !m_journalAgain.IsSet())
+        m_journalAgain.Set(JournalPause, [this] { m_journal.TryAgain(); });
 }
 
 }  // namespace tqscm

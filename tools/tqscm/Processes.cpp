@@ -1,11 +1,13 @@
-// The processes of services, and what they are told and say.
+#include "Processes.h"
+
 #include "ChildEnd.h"
-#include "Launch.h"
-#include "Manager.h"
+#include "Identity.h"
 #include "Print.h"
+#include "ServiceTable.h"
 
 #include <algorithm>
 #include <csignal>
+#include <system_error>
 
 namespace tqscm {
 
@@ -13,249 +15,307 @@ namespace {
 
 // In which the processes of an earlier manager are back, unless they hang.
 constexpr std::chrono::seconds ExpectLimit{5};
+// After which a process's end is watched that could not be before.
+constexpr std::chrono::milliseconds WatchPause{200};
 
 }  // namespace
 
-Manager::Process* Manager::ProcessOf(const Link& link) const {
-    const auto found = m_processes.find(link.Process());
-    const bool isIts = found != m_processes.end() && found->second->link == link.Fd();
-    return isIts ? found->second.get() : nullptr;
+// A process.
+
+Process::Process(EventLoop& loop, const Settings& settings, Processes& all, ProcessId ownId,
+                 std::string commandLineOf, std::string accountOf, bool isAloneIn)
+    : id(ownId),
+      commandLine(std::move(commandLineOf)),
+      account(std::move(accountOf)),
+      isAlone(isAloneIn),
+      m_settings(settings),
+      m_all(all),
+      m_limit(loop),
+      m_commandLimit(loop) {}
+
+Process::~Process() {
+    if (m_link) m_link->Close();
 }
 
-Manager::Process& Manager::AddProcess(pid_t pid, const std::string& commandLine, const std::string& account,
-                                      bool isAlone) {
-    auto process = std::make_unique<Process>(m_loop);
-    process->id = IdOf(pid);
-    process->commandLine = commandLine;
-    process->account = account;
-    process->isAlone = isAlone;
-    Process& added = *process;
-    m_processes.insert_or_assign(pid, std::move(process));
-    ChildEnd::Watch(m_loop, pid, [this, &added] { OnProcessEnd(added); });
-    return added;
+void Process::Kill() const {
+    kill(-id.pid, SIGKILL);
 }
 
-// One that services with this command line share; none that is about to end.
-Manager::Process* Manager::FindShared(const Service& service) const {
-    if (service.config.type != SERVICE_WIN32_SHARE_PROCESS) return nullptr;
-    for (const auto& [pid, process] : m_processes)
-        if (!process->isAlone && !process->isFinishing && process->commandLine == service.config.commandLine)
-            return process.get();
-    return nullptr;
+void Process::EndHung() {
+    m_endCode = ERROR_SERVICE_REQUEST_TIMEOUT;
+    Kill();
 }
 
-DWORD Manager::StartProcess(Service& service) {
-    Process* process = FindShared(service);
-    if (process && KeyOf(process->account) != KeyOf(service.config.account))
-        return ERROR_DIFFERENT_SERVICE_ACCOUNT;
-    if (!process) {
-        pid_t pid = 0;
-        const ServiceConfig& config = service.config;
-        if (DWORD code = Launch(config.commandLine, config.account, m_settings.socket, pid)) return code;
-        process =
-            &AddProcess(pid, config.commandLine, config.account, config.type == SERVICE_WIN32_OWN_PROCESS);
-        // It has not called its dispatcher in time. Its end is what is answered.
-        process->limit.Set(m_settings.requestLimit, [pid] { kill(-pid, SIGKILL); });
+// It has not called its dispatcher in time. Its end is what is answered.
+void Process::WaitToConnect() {
+    m_limit.Set(m_settings.requestLimit, [this] { Kill(); });
+}
+
+void Process::Expect() {
+    m_isExpected = m_wasConnected = true;
+    m_limit.Set(ExpectLimit, [this] { EndExpecting(); });
+}
+
+void Process::EndExpecting() {
+    if (std::exchange(m_isExpected, false)) m_all.OnNoLongerExpected();
+}
+
+void Process::Connect(Link& link, const AttachMessage& message) {
+    m_link = &link;
+    ++m_connections;
+    link.SetOwner(*this);
+    link.ComeFirst();
+    link.Send(FormatMessage(ReplyMessage{ERROR_SUCCESS}));
+    if (m_isStranger) {
+        link.Hold();
+        return m_all.m_owner.OnStranger(*this, message.services);
     }
-    service.process = process;
-    process->services.push_back(&service);
-    return ERROR_SUCCESS;
-}
-
-// Those of an earlier manager that still run. Services that were in others have ended without a report.
-void Manager::AdoptProcesses() {
-    for (const auto& [name, entry] : Journal::Entries(m_journal.All())) {
-        Service* const service = Find(KeyOf(name));
-        if (!service) continue;
-        service->status = entry.status;
-        if (!service->IsActive()) continue;
-        const pid_t pid = entry.process.pid;
-        const auto known = m_processes.find(pid);
-        const bool isThere = known != m_processes.end();
-        if (!isThere && !(entry.process.startTime && IdOf(pid) == entry.process)) {
-            SetCrashed(*service, ERROR_PROCESS_ABORTED);
-            continue;
-        }
-        Process& process =
-            isThere ? *known->second : AddProcess(pid, entry.commandLine, entry.account, entry.isAlone != 0);
-        process.isExpected = true;
-        process.wasAttached = true;
-        process.limit.Set(ExpectLimit, [this, &process] { EndExpecting(process); });
-        process.services.push_back(service);
-        service->process = &process;
+    m_limit.Cancel();
+    if (std::exchange(m_wasConnected, true)) {
+        m_all.m_owner.OnBack(*this, message.services);
+    } else {
+        for (const NamedStatus& reported : message.services)
+            m_all.m_owner.OnReport(*this, reported);
+        for (Command& command : m_commands)
+            command.deadline = Clock::now() + m_settings.requestLimit;
+        SetCommandLimit();
     }
+    Begin();
 }
 
-void Manager::EndExpecting(Process& process) {
-    if (!std::exchange(process.isExpected, false)) return;
-    process.limit.Cancel();
-    const bool mustWait =
-        std::ranges::any_of(m_processes, [](const auto& other) { return other.second->isExpected; });
-    if (mustWait) return;
-    std::vector<Link*> held;
-    for (const auto& [fd, link] : m_links)
-        if (!link->held.empty()) held.push_back(link);
-    for (Link* const link : held) {
-        link->GoOn();
-        OnMessage(*link, std::exchange(link->held, {}));
+void Process::Know(const ServiceConfig* config, const std::vector<NamedStatus>& reported) {
+    m_isStranger = false;
+    m_limit.Cancel();
+    if (config) {
+        commandLine = config->commandLine;
+        account = config->account;
+        isAlone = config->type == SERVICE_WIN32_OWN_PROCESS;
     }
-    AutoStart(false);
+    m_link->GoOn();
+    m_all.m_owner.OnBack(*this, reported);
+    Begin();
 }
 
-// A process says that it is there. Only those that were started for services are believed.
-DWORD Manager::Attach(Link& link, const AttachMessage& message) {
-    const auto found = m_processes.find(link.Process());
-    if (message.version != ServiceProtocolVersion || found == m_processes.end())
-        return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
-    Process& process = *found->second;
-    if (process.link >= 0 || process.isFinishing) return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
-    process.limit.Cancel();
-    process.link = link.Fd();
-    process.isBusy = false;
-    link.role = Link::Role::Process;
-    Answer(link.Fd(), FormatMessage(ReplyMessage{ERROR_SUCCESS}));
-    const bool isBack = std::exchange(process.wasAttached, true);
-    for (const NamedStatus& reported : message.services)
-        ServeStatus(process, reported);
-    if (isBack) {
-        // What an earlier manager did not come to tell it.
-        for (Service* const service : std::vector(process.services)) {
-            const bool isKnown = std::ranges::any_of(message.services, [&](const NamedStatus& reported) {
-                return KeyOf(reported.name) == service->key;
-            });
-            if (!isKnown) SetStopped(*service, ERROR_PROCESS_ABORTED);
-        }
-        EndExpecting(process);
-    }
-    SendNext(process);
-    return ERROR_SUCCESS;
+void Process::Begin() {
+    EndExpecting();
+    SendNext();
 }
 
-void Manager::ServeStatus(Process& process, const NamedStatus& reported) {
-    Service* const service = Find(KeyOf(reported.name));
-    const DWORD state = reported.status.dwCurrentState;
-    if (!service || service->process != &process || state < SERVICE_STOPPED || state > SERVICE_PAUSED) return;
-    const bool wasActive = service->IsActive();
-    SetStatus(*service, reported.status);
-    const bool hasFailed =
-        wasActive && !service->IsActive() && reported.status.dwWin32ExitCode != ERROR_SUCCESS;
-    if (hasFailed && service->config.failsWithoutCrash) OnFailure(*service);
-}
-
-void Manager::ServeProcess(Process& process, const std::string& packet) {
+void Process::OnMessage(Link&, const std::string& packet) {
     StatusMessage status;
     DoneMessage done;
     if (ParseMessage(packet, status)) {
-        ServeStatus(process, status.service);
-    } else if (ParseMessage(packet, done) && process.isBusy) {
-        OnDone(process, done.code);
+        m_all.m_owner.OnReport(*this, status.service);
+    } else if (ParseMessage(packet, done) && m_isBusy) {
+        OnDone(done.code);
     } else {
         // Nothing that it says can be believed.
-        Print("process %d said what makes no sense and is ended", static_cast<int>(process.id.pid));
-        kill(process.id.pid, SIGKILL);
+        Print("process %d said what makes no sense and is ended", static_cast<int>(id.pid));
+        m_link->Hold();
+        Kill();
     }
-}
-
-void Manager::Tell(Process& process, Command command) {
-    process.commands.push_back(std::move(command));
-    if (!process.isBusy) return SendNext(process);
-    // What it is at has taken too long already.
-    if (!process.limit.IsSet()) SetCommandLimit(process);
-}
-
-void Manager::SetCommandLimit(Process& process) {
-    process.limit.Set(m_settings.requestLimit, [this, &process] { OnCommandLate(process); });
 }
 
 // It has gone, or will be back as after another manager: it does not know any more what it was told.
-void Manager::Detach(Process& process) {
-    process.link = -1;
-    if (!std::exchange(process.isBusy, false)) return;
-    process.limit.Cancel();
-    Command command = std::move(process.commands.front());
-    process.commands.pop_front();
-    EndCommand(command, ERROR_PROCESS_ABORTED);
+void Process::OnEnd(Link& link) {
+    link.Close();
+    m_link = nullptr;
+    ++m_connections;
+    if (!std::exchange(m_isBusy, false)) return;
+    Command command = std::move(m_commands.front());
+    m_commands.pop_front();
+    SetCommandLimit();
+    if (command.done) command.done(ERROR_PROCESS_ABORTED);
+}
+
+// Before it connects for the first time, the limit is that for connecting.
+void Process::Tell(Command command) {
+    command.deadline = Clock::now() + m_settings.requestLimit;
+    m_commands.push_back(std::move(command));
+    if (m_wasConnected) SetCommandLimit();
+    SendNext();
+}
+
+bool Process::WillRun(const std::string& key) const {
+    return std::ranges::any_of(
+        m_commands, [&](const Command& command) { return !command.control && command.key == key; });
 }
 
 // One at a time, as the process serves them.
-void Manager::SendNext(Process& process) {
-    const auto found = m_links.find(process.link);
-    if (found == m_links.end() || process.isBusy || process.isFinishing) return;
-    if (process.commands.empty()) {
-        if (!process.services.empty()) return;
-        process.isFinishing = true;
-        return found->second->Send(FormatMessage(FinishMessage()));
+void Process::SendNext() {
+    if (!m_link || m_isBusy || m_isFinishing) return;
+    if (m_commands.empty()) {
+        if (!services.empty()) return;
+        m_isFinishing = true;
+        m_limit.Set(m_settings.requestLimit, [this] {
+            Print("process %d does not end though its services have stopped, and is ended",
+                  static_cast<int>(id.pid));
+            Kill();
+        });
+        return m_link->Send(FormatMessage(FinishMessage()));
     }
-    const Command& command = process.commands.front();
-    const Service* const service = Find(command.service);
-    const std::string name = service ? service->name : command.service;
-    process.isBusy = true;
-    found->second->Send(command.control ? FormatMessage(ControlMessage{name, *command.control})
-                                        : FormatMessage(RunMessage{name, static_cast<DWORD>(process.isAlone),
-                                                                   command.arguments}));
-    SetCommandLimit(process);
+    const Command& command = m_commands.front();
+    m_isBusy = true;
+    m_all.m_owner.OnTold(*this, command);
+    m_link->Send(command.control ? FormatMessage(ControlMessage{command.name, *command.control})
+                                 : FormatMessage(RunMessage{command.name, static_cast<DWORD>(isAlone),
+                                                            command.arguments}));
 }
 
-// Who asked hears of it. What the process is at now it may still end.
-void Manager::OnCommandLate(Process& process) {
-    for (Command& command : process.commands)
-        EndCommand(command, ERROR_SERVICE_REQUEST_TIMEOUT);
-    // Those that it has not been told are not told any more.
-    process.commands.resize(1);
+void Process::SetCommandLimit() {
+    const auto next = std::ranges::find(m_commands, false, &Command::isLate);
+    if (next == m_commands.end()) return m_commandLimit.Cancel();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next->deadline - Clock::now());
+    m_commandLimit.Set(std::max(left, std::chrono::milliseconds(0)), [this] { OnCommandsLate(); });
 }
 
-void Manager::EndCommand(Command& command, DWORD code) {
-    const int asker = std::exchange(command.asker, -1);
-    Service* const service = Find(command.service);
-    if (command.control && service) AnswerStatus(asker, code, *service);
-    if (!command.control || !service) Answer(asker, FormatMessage(ReplyMessage{code}));
-}
-
-void Manager::OnDone(Process& process, DWORD code) {
-    process.limit.Cancel();
-    process.isBusy = false;
-    Command command = std::move(process.commands.front());
-    process.commands.pop_front();
-    EndCommand(command, code);
-    Service* const service = Find(command.service);
-    // The service's own report that it has stopped may come before the answer.
-    if (!command.control && code && service && service->process == &process) SetStopped(*service, code);
-    SendNext(process);
-}
-
-// A service that has stopped is no longer its process's.
-void Manager::Leave(Service& service) {
-    Process* const process = std::exchange(service.process, nullptr);
-    if (!process) return;
-    std::erase(process->services, &service);
-    const std::size_t sent = process->isBusy ? 1 : 0;
-    for (std::size_t i = process->commands.size(); i-- > sent;) {
-        Command& command = process->commands[i];
-        if (command.service != service.key) continue;
-        EndCommand(command, ERROR_SERVICE_NOT_ACTIVE);
-        process->commands.erase(process->commands.begin() + static_cast<std::ptrdiff_t>(i));
+// Who asked hears of it. What the process is at now it may still end; what it was not told it is not told any
+// more.
+void Process::OnCommandsLate() {
+    const auto now = Clock::now();
+    std::function<void(DWORD)> waiting;
+    if (m_isBusy && m_commands.front().deadline <= now) {
+        m_commands.front().isLate = true;
+        waiting = std::exchange(m_commands.front().done, nullptr);
     }
-    SendNext(*process);
+    std::deque<Command> late;
+    const auto first = m_commands.begin() + (m_isBusy ? 1 : 0);
+    const auto end =
+        std::find_if(first, m_commands.end(), [&](const Command& command) { return command.deadline > now; });
+    std::move(first, end, std::back_inserter(late));
+    m_commands.erase(first, end);
+    SetCommandLimit();
+    if (waiting) waiting(ERROR_SERVICE_REQUEST_TIMEOUT);
+    for (Command& command : late)
+        Finish(std::move(command), ERROR_SERVICE_REQUEST_TIMEOUT);
 }
 
-void Manager::OnProcessEnd(Process& process) {
+void Process::Finish(Command command, DWORD code) {
+    m_all.m_owner.OnAnswer(*this, command, code);
+    if (command.done) command.done(code);
+}
+
+void Process::OnDone(DWORD code) {
+    m_isBusy = false;
+    Command command = std::move(m_commands.front());
+    m_commands.pop_front();
+    SetCommandLimit();
+    Finish(std::move(command), code);
+    SendNext();
+}
+
+void Process::Release(Service& service) {
+    std::erase(services, &service);
+    std::vector<Command> dropped;
+    for (auto it = m_commands.begin() + (m_isBusy ? 1 : 0); it != m_commands.end();) {
+        if (it->key != service.key) {
+            ++it;
+            continue;
+        }
+        dropped.push_back(std::move(*it));
+        it = m_commands.erase(it);
+    }
+    if (!dropped.empty()) SetCommandLimit();
+    for (const Command& command : dropped)
+        if (command.done) command.done(ERROR_SERVICE_NOT_ACTIVE);
+    SendNext();
+}
+
+// All of them.
+
+Process* Processes::FindShared(const std::string& commandLine) const {
+    const auto found = std::ranges::find_if(m_processes, [&](const auto& process) {
+        return !process->isAlone && !process->m_isFinishing && process->commandLine == commandLine;
+    });
+    return found == m_processes.end() ? nullptr : found->get();
+}
+
+Process* Processes::Find(ProcessId id) const {
+    const auto found =
+        std::ranges::find_if(m_processes, [&](const auto& process) { return process->id == id; });
+    return found == m_processes.end() ? nullptr : found->get();
+}
+
+Process& Processes::Add(ProcessId id, const std::string& commandLine, const std::string& account,
+                        bool isAlone) {
+    Process& added = *m_processes.emplace_back(
+        std::make_unique<Process>(m_loop, m_settings, *this, id, commandLine, account, isAlone));
+    WatchEnd(added);
+    return added;
+}
+
+void Processes::WatchEnd(Process& process) {
+    try {
+        ChildEnd::Watch(m_loop, process.id.pid, [this, &process] { OnEnded(process); });
+    } catch (const std::system_error&) {
+        m_loop.After(WatchPause, [this, &process] { WatchEnd(process); });
+    }
+}
+
+DWORD Processes::Start(const ServiceConfig& config, const Account& account, Process*& process) {
+    pid_t pid = 0;
+    if (DWORD code = Launch(config.commandLine, account, m_settings.socket, pid)) return code;
+    process = &Add(IdOf(pid), config.commandLine, config.account, config.type == SERVICE_WIN32_OWN_PROCESS);
+    process->WaitToConnect();
+    return ERROR_SUCCESS;
+}
+
+DWORD Processes::RunCommand(const std::string& commandLine, const Account& account) {
+    pid_t pid = 0;
+    if (DWORD code = Launch(commandLine, account, {}, pid)) return code;
+    Add(IdOf(pid), commandLine, account.name, true).m_isFinishing = true;
+    return ERROR_SUCCESS;
+}
+
+Process& Processes::Adopt(const JournalEntry& entry) {
+    Process& adopted = Add(entry.process, entry.commandLine, entry.account, entry.isAlone != 0);
+    adopted.Expect();
+    return adopted;
+}
+
+void Processes::AdoptStrangers() {
+    for (const ProcessId& id : FindServiceProcesses(m_settings.socket)) {
+        if (Find(id)) continue;
+        Process& stranger = Add(id, {}, {}, true);
+        stranger.m_isStranger = true;
+        stranger.Expect();
+    }
+}
+
+bool Processes::AreAllBack() const {
+    return std::ranges::none_of(m_processes, [](const auto& process) { return process->m_isExpected; });
+}
+
+void Processes::OnNoLongerExpected() {
+    if (AreAllBack() && m_whenAllBack) std::exchange(m_whenAllBack, nullptr)();
+}
+
+DWORD Processes::Attach(Link& link, const AttachMessage& message) {
+    const auto found = std::ranges::find_if(m_processes, [&](const auto& process) {
+        return process->id.pid == link.Process() && !process->m_link && !process->m_isFinishing;
+    });
+    if (message.version != ServiceProtocolVersion || found == m_processes.end())
+        return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
+    (*found)->Connect(link, message);
+    return ERROR_SUCCESS;
+}
+
+void Processes::KillAll() const {
+    for (const auto& process : m_processes)
+        if (!process->services.empty()) process->Kill();
+}
+
+void Processes::OnEnded(Process& process) {
     // What it said last counts.
-    if (const auto link = m_links.find(process.link); link != m_links.end()) link->second->ReadRest();
-    const std::unique_ptr<Process> ended = std::move(m_processes.extract(process.id.pid).mapped());
-    const bool wasExpected = process.isExpected;
-    process.link = -1;
-    process.isFinishing = true;
-    const DWORD code = process.wasAttached ? ERROR_PROCESS_ABORTED : ERROR_SERVICE_REQUEST_TIMEOUT;
-    for (Command& command : process.commands)
-        EndCommand(command, code);
-    process.commands.clear();
-    for (Service* const service : std::vector(process.services)) {
-        if (process.wasAttached)
-            SetCrashed(*service, code);
-        else
-            EndStart(*service, code);
-    }
-    if (wasExpected) EndExpecting(process);
+    if (process.m_link) process.m_link->ReadRest();
+    process.m_isFinishing = true;
+    const DWORD code = process.m_wasConnected ? process.m_endCode : ERROR_SERVICE_REQUEST_TIMEOUT;
+    for (const Command& command : std::exchange(process.m_commands, {}))
+        if (command.done) command.done(code);
+    m_owner.OnEnded(process, code);
+    const bool wasExpected = process.m_isExpected;
+    std::erase_if(m_processes, [&](const auto& other) { return other.get() == &process; });
+    if (wasExpected) OnNoLongerExpected();
 }
 
 }  // namespace tqscm

@@ -1,7 +1,9 @@
-// Those who ask, and what they are answered.
-#include "Manager.h"
+#include "Requests.h"
+
+#include "Rights.h"
 
 #include <algorithm>
+#include <exception>
 
 namespace tqscm {
 
@@ -11,81 +13,10 @@ namespace {
 constexpr std::size_t MostLinksOfAStranger = 128;
 // Room for what is beside the list.
 constexpr std::size_t MostListBytes = MostServiceMessageBytes - 4096;
-
-// What everybody may ask for, and what the generic rights stand for: to read, write, execute, all.
-struct Rights {
-    DWORD all;
-    DWORD everybodys;
-    DWORD generic[4];
-};
-constexpr Rights ManagerRights = {
-    .all = SC_MANAGER_ALL_ACCESS,
-    .everybodys =
-        SC_MANAGER_CONNECT | SC_MANAGER_ENUMERATE_SERVICE | SC_MANAGER_QUERY_LOCK_STATUS | READ_CONTROL,
-    .generic = {SC_MANAGER_ENUMERATE_SERVICE | SC_MANAGER_QUERY_LOCK_STATUS | READ_CONTROL,
-                SC_MANAGER_CREATE_SERVICE | SC_MANAGER_MODIFY_BOOT_CONFIG | READ_CONTROL,
-                SC_MANAGER_CONNECT | SC_MANAGER_LOCK | READ_CONTROL, SC_MANAGER_ALL_ACCESS}};
-constexpr Rights ServiceRights = {
-    .all = SERVICE_ALL_ACCESS,
-    .everybodys = SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS | SERVICE_ENUMERATE_DEPENDENTS |
-                  SERVICE_INTERROGATE | READ_CONTROL,
-    .generic = {
-        SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS | SERVICE_ENUMERATE_DEPENDENTS | SERVICE_INTERROGATE |
-            READ_CONTROL,
-        SERVICE_CHANGE_CONFIG | READ_CONTROL,
-        SERVICE_START | SERVICE_STOP | SERVICE_PAUSE_CONTINUE | SERVICE_USER_DEFINED_CONTROL | READ_CONTROL,
-        SERVICE_ALL_ACCESS}};
-
-DWORD Grant(const Rights& rights, bool isTrusted, DWORD wanted, DWORD& granted) {
-    constexpr DWORD Generic[] = {GENERIC_READ, GENERIC_WRITE, GENERIC_EXECUTE, GENERIC_ALL};
-    const DWORD allowed = isTrusted ? rights.all : rights.everybodys;
-    granted = wanted & ~(MAXIMUM_ALLOWED | GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL);
-    for (std::size_t i = 0; i < std::size(Generic); ++i)
-        if (wanted & Generic[i]) granted |= rights.generic[i];
-    if (granted & ~allowed) return ERROR_ACCESS_DENIED;
-    if (wanted & MAXIMUM_ALLOWED) granted = allowed;
-    return ERROR_SUCCESS;
-}
-
-// The right that a control needs; none for one that cannot be sent.
-DWORD AccessFor(DWORD control) {
-    switch (control) {
-        case SERVICE_CONTROL_STOP:
-            return SERVICE_STOP;
-        case SERVICE_CONTROL_INTERROGATE:
-            return SERVICE_INTERROGATE;
-        case SERVICE_CONTROL_PAUSE:
-        case SERVICE_CONTROL_CONTINUE:
-        case SERVICE_CONTROL_PARAMCHANGE:
-        case SERVICE_CONTROL_NETBINDADD:
-        case SERVICE_CONTROL_NETBINDREMOVE:
-        case SERVICE_CONTROL_NETBINDENABLE:
-        case SERVICE_CONTROL_NETBINDDISABLE:
-            return SERVICE_PAUSE_CONTINUE;
-        default:
-            return control >= 128 && control <= 255 ? SERVICE_USER_DEFINED_CONTROL : 0;
-    }
-}
-
-// What the service must accept for it; nothing for those that always are.
-DWORD AcceptanceOf(DWORD control) {
-    switch (control) {
-        case SERVICE_CONTROL_STOP:
-            return SERVICE_ACCEPT_STOP;
-        case SERVICE_CONTROL_PAUSE:
-        case SERVICE_CONTROL_CONTINUE:
-            return SERVICE_ACCEPT_PAUSE_CONTINUE;
-        case SERVICE_CONTROL_PARAMCHANGE:
-            return SERVICE_ACCEPT_PARAMCHANGE;
-        case SERVICE_CONTROL_NETBINDADD:
-        case SERVICE_CONTROL_NETBINDREMOVE:
-        case SERVICE_CONTROL_NETBINDENABLE:
-        case SERVICE_CONTROL_NETBINDDISABLE:
-            return SERVICE_ACCEPT_NETBINDCHANGE;
-        default:
-            return 0;
-    }
-}
+// How many times the limit of a handler a question may wait for its answer: a start waits for dependencies,
+// for its own program and for its own handler. After that it goes on, but who asked is told that it takes too
+// long.
+constexpr int MostLimits = 3;
 
 // A list that one message can hold; what does not fit is asked for anew.
 class Part {
@@ -110,123 +41,194 @@ bool Restarts(const ServiceChange& change) {
            });
 }
 
+DWORD ProcessIdOf(const Service& service) {
+    return service.process ? static_cast<DWORD>(service.process->id.pid) : 0;
+}
+
+std::string StatusReply(DWORD code, const Service& service) {
+    return FormatMessage(StatusReplyMessage{code, service.status, ProcessIdOf(service)});
+}
+
 }  // namespace
 
+// Somebody's connection: a handle, once it has said of what.
+class Requests::Client : public LinkOwner, public std::enable_shared_from_this<Client> {
+  public:
+    enum class Role { New, Manager, Service };
+
+    Client(Requests& requests, EventLoop& loop, Descriptor socket)
+        : link(&Link::Watch(loop, *this, std::move(socket), requests.m_settings.requestLimit)),
+          limit(loop),
+          m_requests(requests) {}
+    ~Client() override {
+        if (link) link->Close();
+    }
+
+    void OnMessage(Link&, const std::string& packet) override { m_requests.OnMessage(*this, packet); }
+    void OnEnd(Link&) override { m_requests.End(*this); }
+
+    bool May(DWORD rights) const { return (access & rights) == rights; }
+    void Answer(std::string packet) {
+        isWaiting = false;
+        limit.Cancel();
+        link->Send(std::move(packet));
+        link->GoOn();
+    }
+    void AnswerCode(DWORD code) { Answer(FormatMessage(ReplyMessage{code})); }
+
+    Link* link;  // null once it is somebody else's
+    Role role = Role::New;
+    DWORD access = 0;
+    std::string service;    // the key of the handle's service
+    unsigned question = 0;  // counted
+    bool isWaiting = false;
+    std::string held;  // a message that is served later
+    Timer limit;
+
+  private:
+    Requests& m_requests;
+};
+
+Requests::Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Services& services,
+                   Records& records)
+    : m_loop(loop), m_settings(settings), m_table(table), m_services(services), m_records(records) {}
+
+Requests::~Requests() = default;
+
 // Root and the manager's own user.
-bool Manager::IsTrusted(const Link& link) const {
-    return link.User() == 0 || link.User() == geteuid();
+bool Requests::IsTrusted(const Client& client) {
+    return client.link->User() == 0 || client.link->User() == geteuid();
 }
 
-void Manager::OnConnection(Descriptor socket) {
-    const int fd = socket.Get();
-    Link& link = Link::Watch(m_loop, *this, std::move(socket));
+void Requests::OnConnection(Descriptor socket) {
+    const auto client = std::make_shared<Client>(*this, m_loop, std::move(socket));
     const auto ofUser = std::ranges::count_if(
-        m_links, [&](const auto& other) { return other.second->User() == link.User(); });
-    if (!IsTrusted(link) && static_cast<std::size_t>(ofUser) >= MostLinksOfAStranger)
-        return m_loop.Forget(fd, link);
-    m_links.emplace(fd, &link);
+        m_clients, [&](const auto& other) { return other.first->link->User() == client->link->User(); });
+    if (IsTrusted(*client) || static_cast<std::size_t>(ofUser) < MostLinksOfAStranger)
+        m_clients.emplace(client.get(), client);
 }
 
-void Manager::OnEnd(Link& link) {
-    m_links.erase(link.Fd());
-    if (Process* const process = ProcessOf(link)) Detach(*process);
-    for (auto& [pid, process] : m_processes)
-        for (Command& command : process->commands)
-            if (command.asker == link.Fd()) command.asker = -1;
-    for (auto& [key, service] : m_services)
-        if (service->starter == link.Fd()) service->starter = -1;
-    Service* const service = link.role == Link::Role::Service ? Find(link.service) : nullptr;
-    m_loop.Forget(link.Fd(), link);
+void Requests::End(Client& client) {
+    const auto ended = m_clients.extract(&client);
+    if (const auto watching = m_watching.find(client.service); watching != m_watching.end())
+        if (watching->second.erase(&client); watching->second.empty()) m_watching.erase(watching);
+    Service* const service = client.role == Client::Role::Service ? m_table.Find(client.service) : nullptr;
     if (!service) return;
     --service->handles;
-    DeleteIfUnused(*service);
+    m_records.Delete(*service);
 }
 
-void Manager::OnMessage(Link& link, const std::string& packet) {
-    if (link.role == Link::Role::Process) {
-        if (Process* const process = ProcessOf(link)) ServeProcess(*process, packet);
-        return;
+void Requests::OnBegun() {
+    std::vector<std::shared_ptr<Client>> held;
+    for (const auto& [key, client] : m_clients)
+        if (!client->held.empty()) held.push_back(client);
+    for (const auto& client : held) {
+        client->link->GoOn();
+        OnMessage(*client, std::exchange(client->held, {}));
     }
-    // Until the processes of an earlier manager are back, nobody could be told the truth.
-    const bool mustWait =
-        std::ranges::any_of(m_processes, [](const auto& process) { return process.second->isExpected; });
-    if (mustWait && KindOfMessage(packet) != ServiceMessage::Attach) {
-        link.held = packet;
-        return link.Hold();
+}
+
+void Requests::OnMessage(Client& client, const std::string& packet) {
+    const auto kept = client.shared_from_this();
+    try {
+        // Until the processes of an earlier manager are back, nobody could be told the truth.
+        if (!m_services.HaveBegun() && KindOfMessage(packet) != ServiceMessage::Attach) {
+            client.held = packet;
+            return client.link->Hold();
+        }
+        client.isWaiting = true;
+        ++client.question;
+        const DWORD code = Serve(client, packet);
+        if (!client.isWaiting) return;
+        if (code != ERROR_IO_PENDING) return client.AnswerCode(code);
+        client.link->Hold();
+        // A change may come at any time, or never.
+        if (KindOfMessage(packet) == ServiceMessage::AwaitChange) return;
+        client.limit.Set(MostLimits * m_settings.requestLimit,
+                         [&client] { client.AnswerCode(ERROR_SERVICE_REQUEST_TIMEOUT); });
+    } catch (const std::exception&) {
+        // It hears that it has no manager, rather than nothing.
+        End(client);
     }
-    link.isWaiting = true;
-    DWORD code = ERROR_SUCCESS;
-    if (link.role == Link::Role::New) {
-        code = ServeNew(link, packet);
-    } else if (link.role == Link::Role::Manager) {
-        code = ServeManagerHandle(link, packet);
-    } else {
-        code = ServeServiceHandle(link, *Find(link.service), packet);
-    }
-    if (code != ERROR_IO_PENDING && link.isWaiting) Answer(link.Fd(), FormatMessage(ReplyMessage{code}));
-    if (link.isWaiting) link.Hold();
 }
 
-void Manager::Answer(int asker, std::string packet) {
-    const auto found = m_links.find(asker);
-    if (found == m_links.end()) return;
-    found->second->isWaiting = false;
-    found->second->Send(std::move(packet));
-    found->second->GoOn();
+// Null where nobody waits for this answer any more.
+std::shared_ptr<Requests::Client> Requests::Asker::Get() const {
+    auto waiting = client.lock();
+    return waiting && waiting->isWaiting && waiting->question == question ? waiting : nullptr;
 }
 
-void Manager::AnswerStatus(int asker, DWORD code, const Service& service) {
-    const DWORD pid = service.process ? static_cast<DWORD>(service.process->id.pid) : 0;
-    Answer(asker, FormatMessage(StatusReplyMessage{code, service.status, pid}));
+Requests::Asker Requests::AskerOf(Client& client) {
+    return {client.weak_from_this(), client.question};
 }
 
-void Manager::BecomeHandle(Link& link, Service& service, DWORD access) {
-    link.role = Link::Role::Service;
-    link.access = access;
-    link.service = service.key;
+std::function<void(DWORD)> Requests::AnswerTo(Client& client) {
+    return [asker = AskerOf(client)](DWORD code) {
+        if (const auto waiting = asker.Get()) waiting->AnswerCode(code);
+    };
+}
+
+void Requests::BecomeHandle(Client& client, Service& service, DWORD access) {
+    client.role = Client::Role::Service;
+    client.access = access;
+    client.service = service.key;
     ++service.handles;
-    Answer(link.Fd(), FormatMessage(OpenReplyMessage{access}));
+    client.Answer(FormatMessage(OpenReplyMessage{access}));
 }
 
-// The functions that serve return the code to answer, unless they have answered.
+DWORD Requests::Serve(Client& client, const std::string& packet) {
+    if (client.role == Client::Role::New) return ServeNew(client, packet);
+    if (client.role == Client::Role::Manager) return ServeManagerHandle(client, packet);
+    Service* const service = m_table.Find(client.service);
+    return service ? ServeServiceHandle(client, *service, packet) : ERROR_SERVICE_DOES_NOT_EXIST;
+}
 
-DWORD Manager::ServeNew(Link& link, const std::string& packet) {
+DWORD Requests::ServeNew(Client& client, const std::string& packet) {
     OpenManagerMessage openManager;
     OpenServiceMessage openService;
     CreateServiceMessage create;
     AttachMessage attach;
     DWORD granted = 0;
-    if (ParseMessage(packet, attach)) return Attach(link, attach);
+    if (ParseMessage(packet, attach)) return Attach(client, attach);
     if (ParseMessage(packet, openManager) && openManager.version == ServiceProtocolVersion) {
         const DWORD wanted = openManager.access | SC_MANAGER_CONNECT;
-        if (DWORD code = Grant(ManagerRights, IsTrusted(link), wanted, granted)) return code;
-        link.role = Link::Role::Manager;
-        link.access = granted;
-        Answer(link.Fd(), FormatMessage(OpenReplyMessage{granted}));
+        if (DWORD code = Grant(ManagerRights, IsTrusted(client), wanted, granted)) return code;
+        client.role = Client::Role::Manager;
+        client.access = granted;
+        client.Answer(FormatMessage(OpenReplyMessage{granted}));
         return ERROR_SUCCESS;
     }
     if (ParseMessage(packet, openService) && openService.version == ServiceProtocolVersion) {
         if (!IsServiceName(openService.name)) return ERROR_INVALID_NAME;
-        Service* const service = Find(KeyOf(openService.name));
+        Service* const service = m_table.Find(KeyOf(openService.name));
         if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
-        if (DWORD code = Grant(ServiceRights, IsTrusted(link), openService.access, granted)) return code;
-        BecomeHandle(link, *service, granted);
+        if (DWORD code = Grant(ServiceRights, IsTrusted(client), openService.access, granted)) return code;
+        BecomeHandle(client, *service, granted);
         return ERROR_SUCCESS;
     }
     if (ParseMessage(packet, create) && create.version == ServiceProtocolVersion)
-        return IsTrusted(link) ? Create(link, create) : ERROR_ACCESS_DENIED;
+        return IsTrusted(client) ? Create(client, create) : ERROR_ACCESS_DENIED;
     return RPC_S_PROTOCOL_ERROR;
 }
 
-DWORD Manager::ServeManagerHandle(Link& link, const std::string& packet) {
+// The connection becomes the process's.
+DWORD Requests::Attach(Client& client, const AttachMessage& message) {
+    if (const DWORD code = m_services.Attach(*client.link, message)) return code;
+    client.isWaiting = false;
+    client.link = nullptr;
+    m_clients.erase(&client);
+    return ERROR_SUCCESS;
+}
+
+DWORD Requests::ServeManagerHandle(Client& client, const std::string& packet) {
     EnumServicesMessage list;
     FindNameMessage find;
-    if (ParseMessage(packet, list)) return List(link, list);
-    if (ParseMessage(packet, find)) return AnswerName(link, find);
+    if (ParseMessage(packet, list)) return List(client, list);
+    if (ParseMessage(packet, find)) return AnswerName(client, find);
     return RPC_S_PROTOCOL_ERROR;
 }
 
-DWORD Manager::ServeServiceHandle(Link& link, Service& service, const std::string& packet) {
+DWORD Requests::ServeServiceHandle(Client& client, Service& service, const std::string& packet) {
     QueryStatusMessage queryStatus;
     ControlServiceMessage control;
     StartServiceMessage start;
@@ -234,138 +236,144 @@ DWORD Manager::ServeServiceHandle(Link& link, Service& service, const std::strin
     ChangeServiceMessage change;
     DeleteServiceMessage deletion;
     EnumDependentsMessage dependents;
-    const auto mayNot = [&](DWORD access) { return (link.access & access) != access; };
+    KillServiceMessage killing;
+    AwaitChangeMessage awaiting;
     if (ParseMessage(packet, queryStatus)) {
-        if (mayNot(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
-        AnswerStatus(link.Fd(), ERROR_SUCCESS, service);
+        if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
+        client.Answer(StatusReply(ERROR_SUCCESS, service));
         return ERROR_SUCCESS;
     }
-    if (ParseMessage(packet, control)) return ControlFor(link, service, control.control);
+    if (ParseMessage(packet, awaiting)) return Await(client, service, awaiting);
+    if (ParseMessage(packet, control)) return Control(client, service, control.control);
     if (ParseMessage(packet, start)) {
-        if (mayNot(SERVICE_START)) return ERROR_ACCESS_DENIED;
-        const DWORD code = BeginStart(service, std::move(start.arguments), link.Fd());
+        if (!client.May(SERVICE_START)) return ERROR_ACCESS_DENIED;
+        const DWORD code = m_services.Start(service, std::move(start.arguments), AnswerTo(client));
         return code ? code : ERROR_IO_PENDING;
     }
+    if (ParseMessage(packet, killing))
+        return client.May(SERVICE_STOP) ? m_services.Kill(service) : ERROR_ACCESS_DENIED;
     if (ParseMessage(packet, queryConfig)) {
-        if (mayNot(SERVICE_QUERY_CONFIG)) return ERROR_ACCESS_DENIED;
+        if (!client.May(SERVICE_QUERY_CONFIG)) return ERROR_ACCESS_DENIED;
         ConfigReplyMessage reply{service.config};
         if (reply.config.account.empty()) reply.config.account = "LocalSystem";
-        Answer(link.Fd(), FormatMessage(reply));
+        client.Answer(FormatMessage(reply));
         return ERROR_SUCCESS;
     }
-    if (ParseMessage(packet, change)) return Change(link, service, change.change);
-    if (ParseMessage(packet, deletion)) return mayNot(DELETE) ? ERROR_ACCESS_DENIED : Delete(service);
-    if (ParseMessage(packet, dependents)) {
-        if (mayNot(SERVICE_ENUMERATE_DEPENDENTS)) return ERROR_ACCESS_DENIED;
-        return ListDependents(link, service, dependents);
-    }
+    if (ParseMessage(packet, change)) return Change(client, service, change.change);
+    if (ParseMessage(packet, deletion)) return Delete(client, service);
+    if (ParseMessage(packet, dependents)) return ListDependents(client, service, dependents);
     return RPC_S_PROTOCOL_ERROR;
 }
 
-DWORD Manager::Create(Link& link, const CreateServiceMessage& request) {
-    if (!IsServiceName(request.name)) return ERROR_INVALID_NAME;
-    const std::string key = KeyOf(request.name);
-    if (const Service* const there = Find(key))
-        return there->isMarked ? ERROR_SERVICE_MARKED_FOR_DELETE : ERROR_SERVICE_EXISTS;
+DWORD Requests::Create(Client& client, const CreateServiceMessage& request) {
     DWORD granted = 0;
     if (DWORD code = Grant(ServiceRights, true, request.access, granted)) return code;
-    ServiceConfig config = request.config;
-    if (config.displayName.empty()) config.displayName = request.name;
-    if (DWORD code = CheckConfig(key, config)) return code;
-    if (DWORD code = CreateRecord(request.name, config)) return code;
-    auto service = std::make_unique<Service>(m_loop);
-    service->key = key;
-    service->name = request.name;
-    service->config = std::move(config);
-    service->status = {service->config.type, SERVICE_STOPPED, 0, ERROR_SERVICE_NEVER_STARTED, 0, 0, 0};
-    BecomeHandle(link, *m_services.emplace(key, std::move(service)).first->second, granted);
-    return ERROR_SUCCESS;
+    m_records.Create(request.name, request.config,
+                     [this, asker = AskerOf(client), key = KeyOf(request.name), granted](DWORD code) {
+                         const auto waiting = asker.Get();
+                         Service* const service = code ? nullptr : m_table.Find(key);
+                         if (waiting && service)
+                             BecomeHandle(*waiting, *service, granted);
+                         else if (waiting)
+                             waiting->AnswerCode(code);
+                     });
+    return ERROR_IO_PENDING;
 }
 
-DWORD Manager::Change(Link& link, Service& service, const ServiceChange& change) {
-    const DWORD access = SERVICE_CHANGE_CONFIG | (Restarts(change) ? SERVICE_START : 0);
-    if ((link.access & access) != access) return ERROR_ACCESS_DENIED;
-    if (service.isMarked) return ERROR_SERVICE_MARKED_FOR_DELETE;
-    ServiceConfig config = service.config;
-    change.ApplyTo(config);
-    if (config.displayName.empty()) config.displayName = service.name;
-    if (change.delayed.value_or(0) && config.start != SERVICE_AUTO_START) return ERROR_INVALID_PARAMETER;
-    if (DWORD code = CheckConfig(service.key, config)) return code;
-    if (DWORD code = ChangeRecord(service.name, service.config, config)) return code;
-    service.config = std::move(config);
-    return ERROR_SUCCESS;
+DWORD Requests::Change(Client& client, const Service& service, const ServiceChange& change) {
+    if (!client.May(SERVICE_CHANGE_CONFIG | (Restarts(change) ? SERVICE_START : 0)))
+        return ERROR_ACCESS_DENIED;
+    m_records.Change(service.key, change, AnswerTo(client));
+    return ERROR_IO_PENDING;
 }
 
-DWORD Manager::Delete(Service& service) {
-    if (service.isMarked) return ERROR_SERVICE_MARKED_FOR_DELETE;
-    if (DWORD code = MarkRecord(service.name)) return code;
-    service.isMarked = true;
-    service.action.Cancel();
-    return ERROR_SUCCESS;
+DWORD Requests::Delete(Client& client, const Service& service) {
+    if (!client.May(DELETE)) return ERROR_ACCESS_DENIED;
+    m_records.Mark(service.key, [this, key = service.key, answer = AnswerTo(client)](DWORD code) {
+        Service* const marked = code ? nullptr : m_table.Find(key);
+        if (marked) m_services.Mark(*marked);
+        answer(code);
+    });
+    return ERROR_IO_PENDING;
 }
 
-DWORD Manager::List(Link& link, const EnumServicesMessage& request) {
-    if (!(link.access & SC_MANAGER_ENUMERATE_SERVICE)) return ERROR_ACCESS_DENIED;
+DWORD Requests::List(Client& client, const EnumServicesMessage& request) const {
+    if (!client.May(SC_MANAGER_ENUMERATE_SERVICE)) return ERROR_ACCESS_DENIED;
     if (!request.type || !request.state || (request.state & ~SERVICE_STATE_ALL))
         return ERROR_INVALID_PARAMETER;
     Part part;
-    for (auto it = m_services.upper_bound(KeyOf(request.after)); it != m_services.end(); ++it) {
+    const auto& all = m_table.All();
+    for (auto it = all.upper_bound(KeyOf(request.after)); it != all.end(); ++it) {
         const Service& service = *it->second;
         const DWORD state = service.IsActive() ? SERVICE_ACTIVE : SERVICE_INACTIVE;
-        if (!(service.config.type & request.type) || !(state & request.state)) continue;
+        if (service.isGoing || !(service.config.type & request.type) || !(state & request.state)) continue;
         if (request.group && KeyOf(*request.group) != KeyOf(service.config.group)) continue;
-        const DWORD pid = service.process ? static_cast<DWORD>(service.process->id.pid) : 0;
-        if (!part.Add({service.name, service.config.displayName, service.status, pid})) break;
+        if (!part.Add({service.name, service.config.displayName, service.status, ProcessIdOf(service)}))
+            break;
     }
-    Answer(link.Fd(), FormatMessage(part.Reply()));
+    client.Answer(FormatMessage(part.Reply()));
     return ERROR_SUCCESS;
 }
 
-DWORD Manager::ListDependents(Link& link, const Service& service, const EnumDependentsMessage& request) {
+DWORD Requests::ListDependents(Client& client, const Service& service,
+                               const EnumDependentsMessage& request) const {
+    if (!client.May(SERVICE_ENUMERATE_DEPENDENTS)) return ERROR_ACCESS_DENIED;
     if (!request.state || (request.state & ~SERVICE_STATE_ALL)) return ERROR_INVALID_PARAMETER;
     Part part;
     DWORD index = 0;
-    for (const Service* const dependent : DependentsOf(service)) {
+    for (const Service* const dependent : m_table.DependentsOf(service)) {
         const DWORD state = dependent->IsActive() ? SERVICE_ACTIVE : SERVICE_INACTIVE;
         if (!(state & request.state) || index++ < request.skipped) continue;
         if (!part.Add({dependent->name, dependent->config.displayName, dependent->status, 0})) break;
     }
-    Answer(link.Fd(), FormatMessage(part.Reply()));
+    client.Answer(FormatMessage(part.Reply()));
     return ERROR_SUCCESS;
 }
 
-DWORD Manager::AnswerName(Link& link, const FindNameMessage& request) {
+DWORD Requests::AnswerName(Client& client, const FindNameMessage& request) const {
     const std::string key = KeyOf(request.name);
-    for (const auto& [serviceKey, service] : m_services) {
-        if ((request.byDisplayName ? KeyOf(service->config.displayName) : serviceKey) != key) continue;
-        const std::string& name = request.byDisplayName ? service->name : service->config.displayName;
-        Answer(link.Fd(), FormatMessage(NameReplyMessage{name}));
-        return ERROR_SUCCESS;
-    }
-    return ERROR_SERVICE_DOES_NOT_EXIST;
+    const auto found = std::ranges::find_if(m_table.All(), [&](const auto& entry) {
+        return !entry.second->isGoing &&
+               (request.byDisplayName ? entry.second->displayKey : entry.first) == key;
+    });
+    if (found == m_table.All().end()) return ERROR_SERVICE_DOES_NOT_EXIST;
+    const Service& service = *found->second;
+    client.Answer(
+        FormatMessage(NameReplyMessage{request.byDisplayName ? service.name : service.config.displayName}));
+    return ERROR_SUCCESS;
 }
 
-DWORD Manager::ControlFor(Link& link, Service& service, DWORD control) {
+DWORD Requests::Await(Client& client, const Service& service, const AwaitChangeMessage& request) {
+    if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
+    if (service.status.dwCurrentState == request.state && service.status.dwCheckPoint == request.checkPoint) {
+        m_watching[service.key].insert(&client);
+        return ERROR_IO_PENDING;
+    }
+    client.Answer(StatusReply(ERROR_SUCCESS, service));
+    return ERROR_SUCCESS;
+}
+
+void Requests::OnSeen(const Service& service) {
+    const auto watching = m_watching.extract(service.key);
+    if (watching.empty()) return;
+    for (Client* const client : watching.mapped())
+        client->Answer(StatusReply(ERROR_SUCCESS, service));
+}
+
+// Answered with the status it has then, whatever the code.
+DWORD Requests::Control(Client& client, Service& service, DWORD control) {
     const DWORD access = AccessFor(control);
     if (!access) return ERROR_INVALID_PARAMETER;
-    if (!(link.access & access)) return ERROR_ACCESS_DENIED;
-    DWORD code = ERROR_SUCCESS;
-    const DWORD acceptance = AcceptanceOf(control);
-    if (!service.IsActive() || !service.process) {
-        code = ERROR_SERVICE_NOT_ACTIVE;
-    } else if (!service.IsUp()) {
-        code = ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
-    } else if ((service.status.dwControlsAccepted & acceptance) != acceptance) {
-        code = ERROR_INVALID_SERVICE_CONTROL;
-    } else if (control == SERVICE_CONTROL_STOP && HasActiveDependents(service)) {
-        code = ERROR_DEPENDENT_SERVICES_RUNNING;
-    }
-    if (code) {
-        AnswerStatus(link.Fd(), code, service);
-        return code;
-    }
-    Tell(*service.process, {.service = service.key, .control = control, .arguments = {}, .asker = link.Fd()});
-    return ERROR_IO_PENDING;
+    if (!client.May(access)) return ERROR_ACCESS_DENIED;
+    const DWORD code = m_services.Control(
+        service, control, [this, asker = AskerOf(client), key = service.key](DWORD answer) {
+            const auto waiting = asker.Get();
+            const Service* const asked = waiting ? m_table.Find(key) : nullptr;
+            if (asked) waiting->Answer(StatusReply(answer, *asked));
+        });
+    if (!code) return ERROR_IO_PENDING;
+    client.Answer(StatusReply(code, service));
+    return ERROR_SUCCESS;
 }
 
 }  // namespace tqscm

@@ -1,234 +1,307 @@
-// Services: their records, how they are started in order, and what is done when they fail.
-#include "Launch.h"
-#include "Manager.h"
+#include "Services.h"
+
+#include "Identity.h"
 #include "Print.h"
-#include "platform/linux/internal/Wide.h"
+#include "Rights.h"
 
 #include <algorithm>
-#include <set>
 
 namespace tqscm {
 
 namespace {
 
 constexpr DWORD FirstWaitHintMs = 2000;
-constexpr std::size_t DeepestDependencies = 100;
+// In which the services stop when the manager ends, and their processes once they are killed.
+constexpr std::chrono::seconds EndLimit{20};
+// After which a start that is owed and had no memory, process or descriptor is tried again.
+constexpr std::chrono::seconds ResourcePause{1};
 
-bool IsKnown(DWORD value, DWORD first, DWORD last) {
-    return value >= first && value <= last;
+// A service that fails this often, each time within this time after its start, is restarted ever later: each
+// time after twice the pause before, which is the configured delay at first, or this.
+constexpr DWORD MostQuickFailures = 5;
+constexpr std::uint64_t QuickMs = 10'000;
+constexpr std::uint64_t FirstPauseMs = 100;
+constexpr std::uint64_t LongestPauseMs = 60'000;
+
+std::uint64_t PauseAfter(DWORD quickFailures, std::uint64_t delay) {
+    if (quickFailures <= MostQuickFailures) return delay;
+    const DWORD doublings = std::min<DWORD>(quickFailures - MostQuickFailures, 16);
+    const std::uint64_t pause = std::max(delay, FirstPauseMs) << doublings;
+    return std::max(delay, std::min(pause, LongestPauseMs));
 }
 
-bool IsTooLong(const std::string& text) {
-    return WideLength(text) > MostServiceNameCharacters;
+bool IsShortOfResources(DWORD code) {
+    return code == ERROR_NOT_ENOUGH_MEMORY || code == ERROR_TOO_MANY_OPEN_FILES ||
+           code == ERROR_NO_SYSTEM_RESOURCES || code == ERROR_OUTOFMEMORY;
 }
 
 }  // namespace
 
-std::string KeyOf(const std::string& name) {
-    std::wstring wide = ToWide(name);
-    CharUpperBuffW(wide.data(), static_cast<DWORD>(wide.size()));
-    return ToUtf8(wide);
+Services::Services(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal,
+                   Worker& worker)
+    : m_settings(settings),
+      m_table(table),
+      m_journal(journal),
+      m_worker(worker),
+      m_processes(loop, settings, *this),
+      m_delayedStart(loop),
+      m_endLimit(loop) {}
+
+// What an earlier manager left.
+
+void Services::Begin() {
+    for (const auto& [name, entry] : m_journal.All())
+        if (Service* const service = m_table.Find(KeyOf(name))) TakeOver(*service, entry);
+    m_processes.AdoptStrangers();
+    if (m_processes.AreAllBack()) return OnAllBack();
+    m_processes.WhenAllBack([this] { OnAllBack(); });
 }
 
-// What a registry key may be called, which takes a character less than a service.
-bool IsServiceName(const std::string& name) {
-    const bool isGood = std::ranges::none_of(
-        name, [](char c) { return c == '/' || c == '\\' || (c >= 0 && c < ' ') || c == 0x7F; });
-    return isGood && !name.empty() && WideLength(name) < MostServiceNameCharacters;
+void Services::TakeOver(Service& service, const JournalEntry& entry) {
+    service.status = entry.status;
+    service.failures = entry.failures;
+    service.quickFailures = entry.quickFailures;
+    service.started = entry.started;
+    service.lastFailure = entry.lastFailure;
+    service.dueAction = entry.dueAction;
+    service.dueTime = entry.dueTime;
+    service.isRunOwed = entry.isStartOwed != 0;
+    service.arguments = entry.arguments;
+    if (!service.IsActive()) return;
+    Process* process = m_processes.Find(entry.process);
+    const bool isThere = process || (entry.process.startTime && IdOf(entry.process.pid) == entry.process);
+    if (!isThere) return;
+    if (!process) process = &m_processes.Adopt(entry);
+    process->services.push_back(&service);
+    service.process = process;
+    WatchPending(service);
 }
 
-Manager::Service* Manager::Find(const std::string& key) const {
-    const auto found = m_services.find(key);
-    return found == m_services.end() ? nullptr : found->second.get();
+// Only now is it known what has ended meanwhile, and what nobody has begun.
+void Services::OnAllBack() {
+    m_haveBegun = true;
+    for (const auto& [key, service] : m_table.All()) {
+        Changed(*service);
+        // A start that a damaged journal tells of may have been done, and undone since.
+        const bool isOwed = service->isRunOwed && !service->process;
+        if (isOwed && !m_journal.WasDamaged()) {
+            StartAgain(*service);
+        } else if (service->IsActive() && !service->process) {
+            SetCrashed(*service, ERROR_PROCESS_ABORTED);
+        } else if (service->dueAction) {
+            SetAction(*service);
+        }
+        if (!isOwed || service->isStarting) continue;
+        service->isRunOwed = false;
+        Journalise(*service);
+    }
+    m_journal.Trust();
+    AutoStart(false);
+    m_delayedStart.Set(m_settings.autoStartDelay, [this] { AutoStart(true); });
+    GoOn();
+    if (m_whenBegun) m_whenBegun();
 }
 
-// Services that were marked for deletion under an earlier manager go once they are seen to be stopped.
-void Manager::LoadServices() {
-    for (StoredService& stored : ReadServices()) {
-        auto service = std::make_unique<Service>(m_loop);
-        service->key = KeyOf(stored.name);
-        service->name = stored.name;
-        service->config = std::move(stored.config);
-        service->isMarked = stored.isMarked;
-        service->status = {service->config.type, SERVICE_STOPPED, 0, ERROR_SERVICE_NEVER_STARTED, 0, 0, 0};
-        m_services.emplace(service->key, std::move(service));
+// A start that an earlier manager owed.
+void Services::StartAgain(Service& service) {
+    std::vector<std::string> arguments = std::move(service.arguments);
+    if (service.IsActive()) SetStopped(service, ERROR_PROCESS_ABORTED);
+    if (const DWORD code = Start(service, std::move(arguments), nullptr); code && !service.isStarting) {
+        Print("%s was not started: error %u", service.name.c_str(), code);
+        Journalise(service);
     }
 }
 
-DWORD Manager::CheckConfig(const std::string& key, const ServiceConfig& config) const {
-    if (config.type != SERVICE_WIN32_OWN_PROCESS && config.type != SERVICE_WIN32_SHARE_PROCESS)
-        return ERROR_INVALID_PARAMETER;
-    if (!IsKnown(config.start, SERVICE_AUTO_START, SERVICE_DISABLED) ||
-        !IsKnown(config.errorControl, SERVICE_ERROR_IGNORE, SERVICE_ERROR_CRITICAL))
-        return ERROR_INVALID_PARAMETER;
-    if (config.commandLine.empty()) return ERROR_INVALID_PARAMETER;
-    if (IsTooLong(config.displayName)) return ERROR_INVALID_NAME;
-    for (const FailureAction& action : config.failure.actions)
-        if (action.type > SC_ACTION_RUN_COMMAND || action.type == SC_ACTION_REBOOT)
-            return ERROR_INVALID_PARAMETER;
-    // What could not be said to anybody in one message.
-    if (FormatMessage(ConfigReplyMessage{config}).size() > MostServiceMessageBytes)
-        return ERROR_INVALID_PARAMETER;
-    if (IsNameTaken(key, config.displayName)) return ERROR_DUPLICATE_SERVICE_NAME;
-    if (DWORD code = CheckAccount(config.account)) return code;
-    return CheckDependencies(key, config);
-}
+// Starting.
 
-bool Manager::IsNameTaken(const std::string& key, const std::string& displayName) const {
-    const std::string displayKey = KeyOf(displayName);
-    return std::ranges::any_of(m_services, [&](const auto& entry) {
-        const std::string otherDisplayKey = KeyOf(entry.second->config.displayName);
-        return entry.first != key &&
-               (entry.first == displayKey || otherDisplayKey == displayKey || otherDisplayKey == key);
-    });
-}
-
-DWORD Manager::CheckDependencies(const std::string& key, const ServiceConfig& config) const {
-    for (const std::string& name : config.dependencies)
-        if (!IsServiceName(name)) return ERROR_INVALID_NAME;
-    return DependsOn(config, key, 0) ? ERROR_CIRCULAR_DEPENDENCY : ERROR_SUCCESS;
-}
-
-// What is deeper than any that make sense counts as a circle.
-bool Manager::DependsOn(const ServiceConfig& config, const std::string& key, std::size_t depth) const {
-    if (depth > DeepestDependencies) return true;
-    return std::ranges::any_of(config.dependencies, [&](const std::string& name) {
-        const std::string dependency = KeyOf(name);
-        const Service* const service = Find(dependency);
-        return dependency == key || (service && DependsOn(service->config, key, depth + 1));
-    });
-}
-
-// In the order in which they can be stopped.
-std::vector<const Manager::Service*> Manager::DependentsOf(const Service& service) const {
-    std::vector<const Service*> dependents;
-    const auto visit = [&](const auto& again, const Service& of) -> void {
-        for (const auto& [key, other] : m_services) {
-            const bool depends = std::ranges::any_of(
-                other->config.dependencies, [&](const std::string& name) { return KeyOf(name) == of.key; });
-            if (!depends || std::ranges::count(dependents, other.get())) continue;
-            again(again, *other);
-            dependents.push_back(other.get());
-        }
-    };
-    visit(visit, service);
-    return dependents;
-}
-
-bool Manager::HasActiveDependents(const Service& service) const {
-    return std::ranges::any_of(DependentsOf(service),
-                               [](const Service* dependent) { return dependent->IsActive(); });
-}
-
-void Manager::DeleteIfUnused(Service& service) {
-    if (!service.isMarked || service.handles || service.IsActive() || service.isStarting) return;
-    DeleteRecord(service.name);
-    m_journal.Remove(service.name);
-    m_services.erase(service.key);
-}
-
-void Manager::AutoStart(bool delayed) {
-    for (const auto& [key, service] : m_services) {
+void Services::AutoStart(bool delayed) {
+    for (const auto& [key, service] : m_table.All()) {
         const bool isDelayed = service->config.delayed != 0;
         const bool wasNeverStarted = service->status.dwWin32ExitCode == ERROR_SERVICE_NEVER_STARTED;
         if (service->config.start != SERVICE_AUTO_START || isDelayed != delayed || !wasNeverStarted) continue;
-        if (const DWORD code = BeginStart(*service, {}, -1); code && code != ERROR_SERVICE_ALREADY_RUNNING)
+        if (const DWORD code = Start(*service, {}, nullptr); code && code != ERROR_SERVICE_ALREADY_RUNNING)
             Print("%s was not started: error %u", service->name.c_str(), code);
     }
 }
 
-// `asker` hears of the end of it, unless this fails at once.
-DWORD Manager::BeginStart(Service& service, std::vector<std::string> arguments, int asker) {
+DWORD Services::Start(Service& service, std::vector<std::string> arguments, Done done) {
     if (service.isMarked) return ERROR_SERVICE_MARKED_FOR_DELETE;
     if (service.config.start == SERVICE_DISABLED) return ERROR_SERVICE_DISABLED;
     if (service.IsActive() || service.isStarting) return ERROR_SERVICE_ALREADY_RUNNING;
     if (m_isEnding) return ERROR_SHUTDOWN_IN_PROGRESS;
-    if (DependsOn(service.config, service.key, 0)) return ERROR_CIRCULAR_DEPENDENCY;
-    for (const std::string& name : service.config.dependencies) {
-        const Service* const dependency = Find(KeyOf(name));
+    std::vector<Service*> order;
+    if (!m_table.StartOrder(service, order)) return ERROR_CIRCULAR_DEPENDENCY;
+    for (const std::string& key : service.dependencies) {
+        const Service* const dependency = m_table.Find(key);
         if (!dependency || dependency->isMarked) return ERROR_SERVICE_DEPENDENCY_DELETED;
     }
-    service.action.Cancel();
-    service.isStarting = true;
     service.arguments = std::move(arguments);
-    service.starter = asker;
-    // One that fails at once is found stopped later on.
-    for (const std::string& name : service.config.dependencies)
-        BeginStart(*Find(KeyOf(name)), {}, -1);
-    m_hasNews = true;
-    return ERROR_SUCCESS;
-}
-
-// Runs it once its dependencies do.
-void Manager::GoOnStarting(Service& service) {
-    for (const std::string& name : service.config.dependencies) {
-        const Service* const dependency = Find(KeyOf(name));
-        if (!dependency) return EndStart(service, ERROR_SERVICE_DEPENDENCY_DELETED);
-        if (dependency->IsUp()) continue;
-        const bool mayComeUp =
-            dependency->isStarting ||
-            (dependency->status.dwCurrentState == SERVICE_START_PENDING && !dependency->isHung);
-        return mayComeUp ? void() : EndStart(service, ERROR_SERVICE_DEPENDENCY_FAIL);
+    service.starter = std::move(done);
+    // What it needs and cannot be started is found stopped later on.
+    for (Service* const started : order) {
+        DropAction(*started);
+        started->isStarting = started->isRunOwed = true;
+        started->nextDependency = 0;
+        Journalise(*started);
+        Changed(*started);
     }
-    if (DWORD code = RunService(service)) EndStart(service, code);
+    return ERROR_SUCCESS;
 }
 
-DWORD Manager::RunService(Service& service) {
-    if (DWORD code = StartProcess(service)) return code;
-    service.isStarting = false;
-    SetStatus(service, {service.config.type, SERVICE_START_PENDING, 0, 0, 0, 0, FirstWaitHintMs});
-    Tell(*service.process, {.service = service.key,
-                            .control = {},
-                            .arguments = std::move(service.arguments),
-                            .asker = std::exchange(service.starter, -1)});
+// Runs it once its dependencies do. Those that were up are looked at once more in the end.
+void Services::GoOnStarting(Service& service) {
+    if (m_isEnding) return EndStart(service, ERROR_SHUTDOWN_IN_PROGRESS);
+    const std::size_t count = service.dependencies.size();
+    for (std::size_t looked = 0; looked < count; ++looked) {
+        const std::string& key = service.dependencies[service.nextDependency % count];
+        const Service* const dependency = m_table.Find(key);
+        if (!dependency) return EndStart(service, ERROR_SERVICE_DEPENDENCY_DELETED);
+        if (!dependency->IsUp()) {
+            const bool mayComeUp =
+                dependency->isStarting ||
+                (dependency->status.dwCurrentState == SERVICE_START_PENDING && !dependency->isHung);
+            if (!mayComeUp) return EndStart(service, ERROR_SERVICE_DEPENDENCY_FAIL);
+            m_waiting[key].insert(service.key);
+            return;
+        }
+        service.nextDependency = (service.nextDependency + 1) % count;
+    }
+    if (service.action.IsSet() || !HasAccount(service)) return;  // later
+    const DWORD code = RunService(service);
+    if (code && IsShortOfResources(code) && !service.starter) return TryLater(service);
+    if (code) EndStart(service, code);
+}
+
+// Looks it up where that is needed, and goes on then.
+bool Services::HasAccount(Service& service) {
+    if (service.isLookedUp) return false;
+    if (!service.account) service.account = std::make_shared<Account>();
+    if (IsOwnAccount(service.config.account) || !service.account->name.empty()) return true;
+    service.isLookedUp = true;
+    const auto account = std::make_shared<Account>();
+    const std::string name = service.config.account;
+    const auto lookUp = [account, name] { return FindAccount(name, *account); };
+    m_worker.Post(lookUp, [this, account, name, key = service.key](DWORD code) {
+        Service* const started = m_table.Find(key);
+        if (!started) return;
+        started->isLookedUp = false;
+        if (!started->isStarting) return;
+        if (started->config.account != name) return Changed(*started);
+        if (code && IsShortOfResources(code) && !started->starter) return TryLater(*started);
+        if (code) return EndStart(*started, ERROR_SERVICE_LOGON_FAILED);
+        started->account = account;
+        Changed(*started);
+    });
+    return false;
+}
+
+DWORD Services::RunService(Service& service) {
+    const ServiceConfig& config = service.config;
+    const std::shared_ptr<Account> account = std::move(service.account);
+    Process* process =
+        config.type == SERVICE_WIN32_SHARE_PROCESS ? m_processes.FindShared(config.commandLine) : nullptr;
+    if (process && KeyOf(process->account) != KeyOf(config.account)) return ERROR_DIFFERENT_SERVICE_ACCOUNT;
+    if (!process)
+        if (DWORD code = m_processes.Start(config, *account, process)) return code;
+    service.process = process;
+    process->services.push_back(&service);
+    service.isStarting = service.wasToldLate = service.wasKilled = false;
+    service.started = BootMs();
+    SetStatus(service, {config.type, SERVICE_START_PENDING, 0, 0, 0, 0, FirstWaitHintMs});
+    process->Tell({.key = service.key,
+                   .name = service.name,
+                   .control = {},
+                   .arguments = service.arguments,
+                   .done = std::exchange(service.starter, nullptr)});
     return ERROR_SUCCESS;
+}
+
+// Nobody is there to be told that there are no resources for it.
+void Services::TryLater(Service& service) {
+    if (!std::exchange(service.wasToldLate, true))
+        Print("%s is started later: there is not enough memory or too many processes or descriptors",
+              service.name.c_str());
+    service.action.Set(ResourcePause, [this, &service] { Changed(service); });
 }
 
 // What did not come as far as its main function.
-void Manager::EndStart(Service& service, DWORD code) {
-    service.isStarting = false;
-    m_hasNews = true;
-    Answer(std::exchange(service.starter, -1), FormatMessage(ReplyMessage{code}));
-    if (code) {
-        Print("%s was not started: error %u", service.name.c_str(), code);
-        SetStopped(service, code);
-    }
+void Services::EndStart(Service& service, DWORD code) {
+    service.isStarting = service.isRunOwed = service.wasToldLate = false;
+    service.arguments.clear();
+    Print("%s was not started: error %u", service.name.c_str(), code);
+    SetStopped(service, code);
+    if (const Done done = std::exchange(service.starter, nullptr)) done(code);
 }
 
-void Manager::SetStatus(Service& service, const SERVICE_STATUS& status) {
+// States.
+
+void Services::SetStatus(Service& service, const SERVICE_STATUS& status) {
     const SERVICE_STATUS before = std::exchange(service.status, status);
     service.status.dwServiceType = service.config.type;
-    const bool isPending = service.IsActive() && status.dwCurrentState != SERVICE_RUNNING &&
-                           status.dwCurrentState != SERVICE_PAUSED;
-    service.isHung = false;
-    if (isPending) {
-        const auto limit = std::max(std::chrono::milliseconds(status.dwWaitHint), m_settings.requestLimit);
-        service.hang.Set(limit, [this, &service] { service.isHung = m_hasNews = true; });
-    } else {
-        service.hang.Cancel();
+    const bool isSame = before.dwCurrentState == status.dwCurrentState;
+    const bool isProgress = !isSame || before.dwCheckPoint != status.dwCheckPoint;
+    if (isProgress) WatchPending(service);
+    if (!isSame || before.dwControlsAccepted != status.dwControlsAccepted || !service.IsActive()) {
+        Changed(service);
+        // A service that has stopped is no longer its process's.
+        Process* const left = service.IsActive() ? nullptr : std::exchange(service.process, nullptr);
+        if (!service.IsActive()) {
+            service.isRunOwed = service.isStopping = false;
+            service.arguments.clear();
+        }
+        Journalise(service);
+        if (left) left->Release(service);
     }
-    if (before.dwCurrentState == status.dwCurrentState &&
-        before.dwControlsAccepted == status.dwControlsAccepted && service.IsActive())
-        return;
-    m_hasNews = true;
-    if (!service.IsActive()) Leave(service);
-    Journalise(service);
+    if (isProgress && m_tell) m_tell(service);
 }
 
-void Manager::SetStopped(Service& service, DWORD code) {
+// A service that reports no progress for too long is hung: one that is pending, or that took a control to
+// stop.
+void Services::WatchPending(Service& service) {
+    service.isHung = false;
+    if (!service.IsPending() && !(service.IsActive() && service.isStopping)) return service.hang.Cancel();
+    const auto hint = std::chrono::milliseconds(service.IsPending() ? service.status.dwWaitHint : 0);
+    service.hang.Set(hint + m_settings.requestLimit, [this, &service] { OnHung(service); });
+}
+
+// Its process is ended, unless services in it do well: those are not to suffer, so that it is given up alone.
+void Services::OnHung(Service& service) {
+    service.isHung = true;
+    Changed(service);
+    Process* const process = service.process;
+    const bool mayEnd = process && std::ranges::all_of(process->services, &Service::isHung);
+    Print("%s reports nothing in state %u and is %s", service.name.c_str(), service.status.dwCurrentState,
+          mayEnd ? "ended with its process" : "given up");
+    if (mayEnd) return process->EndHung();
+    SetStopped(service, ERROR_SERVICE_REQUEST_TIMEOUT);
+    if (process) service.gaveUpIn = process->id;
+}
+
+void Services::SetStopped(Service& service, DWORD code) {
     SetStatus(service, {service.config.type, SERVICE_STOPPED, 0, code, 0, 0, 0});
 }
 
 // Without a report of its own.
-void Manager::SetCrashed(Service& service, DWORD code) {
+void Services::SetCrashed(Service& service, DWORD code) {
     Print("%s ended without a report", service.name.c_str());
     SetStopped(service, code);
-    OnFailure(service);
+    if (!std::exchange(service.wasKilled, false)) OnFailure(service);
 }
 
-void Manager::Journalise(const Service& service) {
-    JournalEntry entry{
-        .status = service.status, .process = {}, .commandLine = {}, .account = {}, .isAlone = 0};
+void Services::Journalise(const Service& service) {
+    JournalEntry entry{.status = service.status,
+                       .process = {},
+                       .commandLine = {},
+                       .account = {},
+                       .isAlone = 0,
+                       .failures = service.failures,
+                       .quickFailures = service.quickFailures,
+                       .started = service.started,
+                       .lastFailure = service.lastFailure,
+                       .dueAction = service.dueAction,
+                       .dueTime = service.dueTime,
+                       .isStartOwed = service.isRunOwed,
+                       .arguments = service.arguments};
     if (const Process* const process = service.process) {
         entry.process = process->id;
         entry.commandLine = process->commandLine;
@@ -238,68 +311,283 @@ void Manager::Journalise(const Service& service) {
     m_journal.Put(service.name, entry);
 }
 
-void Manager::OnFailure(Service& service) {
+// Failures.
+
+void Services::OnFailure(Service& service) {
     const FailureActions& failure = service.config.failure;
-    const auto now = Clock::now();
+    const std::uint64_t now = BootMs();
     const bool isLongAgo = failure.resetPeriod != INFINITE &&
-                           now - service.lastFailure >= std::chrono::seconds(failure.resetPeriod);
+                           now - service.lastFailure >= std::uint64_t{failure.resetPeriod} * 1000;
     if (isLongAgo) service.failures = 0;
     const std::size_t index = service.failures++;
+    service.quickFailures = now - service.started < QuickMs ? service.quickFailures + 1 : 0;
     service.lastFailure = now;
-    if (failure.actions.empty() || m_isEnding || service.isMarked) return;
-    const FailureAction& action = failure.actions[std::min(index, failure.actions.size() - 1)];
-    if (action.type == SC_ACTION_NONE) return;
-    service.action.Set(std::chrono::milliseconds(action.delay), [this, &service, type = action.type, index] {
-        if (type == SC_ACTION_RESTART) {
-            BeginStart(service, {}, -1);
-        } else {
-            RunFailureCommand(service, index + 1);
-        }
-    });
+    if (!failure.actions.empty() && !m_isEnding && !service.isMarked) {
+        const FailureAction& action = failure.actions[std::min(index, failure.actions.size() - 1)];
+        const bool isRestart = action.type == SC_ACTION_RESTART;
+        if (isRestart && service.quickFailures == MostQuickFailures + 1)
+            Print("%s fails again and again and is restarted ever later", service.name.c_str());
+        service.dueAction = action.type;
+        service.dueTime = now + (isRestart ? PauseAfter(service.quickFailures, action.delay) : action.delay);
+        SetAction(service);
+    }
+    Journalise(service);
+}
+
+void Services::SetAction(Service& service) {
+    if (service.dueAction == SC_ACTION_NONE) return;
+    const std::uint64_t now = BootMs();
+    const std::chrono::milliseconds left(service.dueTime > now ? service.dueTime - now : 0);
+    service.action.Set(left, [this, &service] { DoAction(service); });
+}
+
+void Services::DropAction(Service& service) {
+    service.action.Cancel();
+    service.dueAction = SC_ACTION_NONE;
+}
+
+void Services::DoAction(Service& service) {
+    if (std::exchange(service.dueAction, SC_ACTION_NONE) == SC_ACTION_RESTART) {
+        const DWORD code = Start(service, {}, nullptr);
+        if (code && code != ERROR_SERVICE_ALREADY_RUNNING)
+            Print("%s was not started: error %u", service.name.c_str(), code);
+    } else {
+        RunFailureCommand(service);
+    }
+    Journalise(service);
 }
 
 // As the service's own account. "%1%" in the command stands for how often the service has failed.
-void Manager::RunFailureCommand(const Service& service, std::size_t failures) {
+void Services::RunFailureCommand(const Service& service) {
     std::string command = service.config.failureCommand;
     const std::string_view place = "%1%";
     if (const std::size_t at = command.find(place); at != command.npos)
-        command.replace(at, place.size(), std::to_string(failures));
-    pid_t pid = 0;
-    if (const DWORD code = Launch(command, service.config.account, {}, pid)) {
-        Print("%s: the command after its failure was not run: error %u", service.name.c_str(), code);
-    } else {
-        AddProcess(pid, command, service.config.account, true).isFinishing = true;
+        command.replace(at, place.size(), std::to_string(service.failures));
+    const auto account = std::make_shared<Account>();
+    const auto lookUp = [account, name = service.config.account] { return FindAccount(name, *account); };
+    m_worker.Post(lookUp, [this, account, command, name = service.name](DWORD code) {
+        if (!code) code = m_processes.RunCommand(command, *account);
+        if (code) Print("%s: the command after its failure was not run: error %u", name.c_str(), code);
+    });
+}
+
+// Processes.
+
+void Services::OnReport(Process& process, const NamedStatus& reported) {
+    const DWORD state = reported.status.dwCurrentState;
+    Service* const service = m_table.Find(KeyOf(reported.name));
+    if (!service || state < SERVICE_STOPPED || state > SERVICE_PAUSED) return;
+    if (service->process != &process) {
+        // One that was given up does something after all.
+        const bool isBack = service->gaveUpIn == process.id && !service->process && !service->isStarting;
+        if (!isBack || state == SERVICE_STOPPED) return;
+        service->gaveUpIn = {};
+        service->process = &process;
+        process.services.push_back(service);
     }
+    const bool wasActive = service->IsActive();
+    const bool hasBegun = std::exchange(service->isRunOwed, false);
+    if (hasBegun) service->arguments.clear();
+    SetStatus(*service, reported.status);
+    if (hasBegun && state == SERVICE_START_PENDING) Journalise(*service);
+    const bool hasFailed =
+        wasActive && !service->IsActive() && reported.status.dwWin32ExitCode != ERROR_SUCCESS;
+    if (hasFailed && service->config.failsWithoutCrash) OnFailure(*service);
+}
+
+// A service has its time from when its process is told of it.
+void Services::OnTold(Process& process, const Command& command) {
+    Service* const service = command.control ? nullptr : m_table.Find(command.key);
+    if (service && service->process == &process) WatchPending(*service);
+}
+
+void Services::OnAnswer(Process& process, const Command& command, DWORD code) {
+    Service* const service = m_table.Find(command.key);
+    // Its report that it has stopped may come before the answer.
+    if (!service || service->process != &process) return;
+    if (!command.control) {
+        if (code) return SetStopped(*service, code);
+        service->gaveUpIn = {};
+        if (!std::exchange(service->isRunOwed, false)) return;
+        service->arguments.clear();
+        return Journalise(*service);
+    }
+    const bool isStop =
+        *command.control == SERVICE_CONTROL_STOP || *command.control == SERVICE_CONTROL_SHUTDOWN;
+    if (!isStop || code || service->isStopping) return;
+    service->isStopping = true;
+    if (!service->IsPending()) WatchPending(*service);
+}
+
+// Those that run there and nowhere else.
+std::vector<Service*> Services::ServicesOf(const std::vector<NamedStatus>& reported) const {
+    std::vector<Service*> services;
+    for (const NamedStatus& status : reported) {
+        Service* const service = m_table.Find(KeyOf(status.name));
+        if (service && !service->process && !service->isStarting &&
+            status.status.dwCurrentState != SERVICE_STOPPED)
+            services.push_back(service);
+    }
+    return services;
+}
+
+// A process that was started for services, though the journal has lost it. It is what it says to be if the
+// kernel says so too, and if nothing else runs in its place.
+void Services::OnStranger(Process& process, const std::vector<NamedStatus>& reported) {
+    const std::vector<Service*> services = ServicesOf(reported);
+    const auto isActive = [](const NamedStatus& status) {
+        return status.status.dwCurrentState != SERVICE_STOPPED;
+    };
+    if (services.empty() && std::ranges::none_of(reported, isActive)) return process.Know(nullptr, reported);
+    const ServiceConfig config = services.empty() ? ServiceConfig() : services[0]->config;
+    const auto identify = [id = process.id.pid, user = process.User(), config]() -> DWORD {
+        return IsProcessOf(id, user, config.commandLine, config.account) ? ERROR_SUCCESS
+                                                                         : ERROR_ACCESS_DENIED;
+    };
+    const auto know = [this, id = process.id, connections = process.Connections(), config,
+                       reported](DWORD code) {
+        Process* const stranger = m_processes.Find(id);
+        if (!stranger || stranger->Connections() != connections) return;
+        std::vector<Service*> found = ServicesOf(reported);
+        std::erase_if(found, [&](const Service* service) {
+            return service->config.commandLine != config.commandLine ||
+                   service->config.account != config.account;
+        });
+        if (code || found.empty()) {
+            Print("process %d runs services that it may not, and is ended", static_cast<int>(id.pid));
+            return stranger->Kill();
+        }
+        for (Service* const service : found) {
+            Print("%s is found again in process %d", service->name.c_str(), static_cast<int>(id.pid));
+            service->process = stranger;
+            stranger->services.push_back(service);
+            Journalise(*service);
+        }
+        stranger->Know(&config, reported);
+    };
+    m_worker.Post(identify, know);
+}
+
+void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported) {
+    for (const NamedStatus& status : reported)
+        OnReport(process, status);
+    for (Service* const service : std::vector(process.services)) {
+        const bool isThere = std::ranges::any_of(
+            reported, [&](const NamedStatus& status) { return KeyOf(status.name) == service->key; });
+        if (isThere || process.WillRun(service->key)) continue;
+        if (service->isRunOwed) {
+            // What an earlier manager did not come to tell it.
+            process.Tell({.key = service->key,
+                          .name = service->name,
+                          .control = {},
+                          .arguments = service->arguments,
+                          .done = nullptr});
+        } else {
+            SetStopped(*service, ERROR_PROCESS_ABORTED);
+        }
+    }
+}
+
+void Services::OnEnded(Process& process, DWORD code) {
+    for (Service* const service : std::vector(process.services)) {
+        const bool wasStopping =
+            service->isStopping || service->status.dwCurrentState == SERVICE_STOP_PENDING;
+        if (!process.WasConnected()) {
+            Print("%s was not started: error %u", service->name.c_str(), code);
+            SetStopped(*service, code);
+        } else if (process.IsExpected() && service->isRunOwed && !m_journal.WasDamaged()) {
+            StartAgain(*service);
+        } else if (service->isHung && wasStopping) {
+            SetStopped(*service, code);
+        } else {
+            SetCrashed(*service, code);
+        }
+    }
+    for (const auto& [key, service] : m_table.All())
+        if (service->gaveUpIn == process.id) service->gaveUpIn = {};
+}
+
+// Controls.
+
+DWORD Services::Control(Service& service, DWORD control, Done done) {
+    const DWORD acceptance = AcceptanceOf(control);
+    if (!service.IsActive() || !service.process) return ERROR_SERVICE_NOT_ACTIVE;
+    if (!service.IsUp()) return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
+    if ((service.status.dwControlsAccepted & acceptance) != acceptance) return ERROR_INVALID_SERVICE_CONTROL;
+    if (control == SERVICE_CONTROL_STOP &&
+        std::ranges::any_of(m_table.DependentsOf(service), &Service::IsActive))
+        return ERROR_DEPENDENT_SERVICES_RUNNING;
+    service.process->Tell({.key = service.key,
+                           .name = service.name,
+                           .control = control,
+                           .arguments = {},
+                           .done = std::move(done)});
+    return ERROR_SUCCESS;
+}
+
+DWORD Services::Kill(Service& service) {
+    if (!service.IsActive() || !service.process) return ERROR_SERVICE_NOT_ACTIVE;
+    service.wasKilled = true;
+    service.process->Kill();
+    return ERROR_SUCCESS;
+}
+
+void Services::Mark(Service& service) {
+    service.isMarked = true;
+    DropAction(service);
+    Changed(service);
 }
 
 // After every change, for those who wait for one.
-void Manager::GoOn() {
-    while (std::exchange(m_hasNews, false)) {
-        std::vector<std::string> keys;
-        for (const auto& [key, service] : m_services)
-            if (service->isMarked || (service->isStarting && !service->process)) keys.push_back(key);
-        for (const std::string& key : keys) {
-            Service* const service = Find(key);
-            if (service->isStarting && !service->process)
-                GoOnStarting(*service);
-            else
-                DeleteIfUnused(*service);
-        }
-        if (m_isEnding) StopNext();
+void Services::GoOn() {
+    const bool hasNews = !m_news.empty();
+    while (!m_news.empty()) {
+        const std::string key = std::move(m_news.extract(m_news.begin()).value());
+        if (const auto waiting = m_waiting.extract(key))
+            for (const std::string& other : waiting.mapped())
+                if (Service* const service = m_table.Find(other); service && service->isStarting)
+                    GoOnStarting(*service);
+        Service* const service = m_table.Find(key);
+        if (service && service->isStarting)
+            GoOnStarting(*service);
+        else if (service && service->isMarked && !service->IsActive() && m_remove)
+            m_remove(*service);
     }
+    if (m_isEnding && hasNews) StopNext();
+}
+
+// The end.
+
+bool Services::AreAllStopped() const {
+    return std::ranges::none_of(m_table.All(), [](const auto& entry) { return entry.second->IsActive(); });
+}
+
+void Services::BeginEnd() {
+    if (std::exchange(m_isEnding, true)) return;
+    m_delayedStart.Cancel();
+    for (const auto& [key, service] : m_table.All()) {
+        DropAction(*service);
+        Changed(*service);
+    }
+    m_endLimit.Set(EndLimit, [this] {
+        m_processes.KillAll();
+        m_endLimit.Set(EndLimit, [this] { m_hasGivenUp = true; });
+    });
 }
 
 // From the services on which no other depends to those that they need.
-void Manager::StopNext() {
-    for (const auto& [key, service] : m_services) {
-        if (!service->process || service->wasToldToStop || !service->IsUp() || HasActiveDependents(*service))
+void Services::StopNext() {
+    const std::set<const Service*> needed = m_table.NeededNow();
+    for (const auto& [key, service] : m_table.All()) {
+        if (!service->process || service->wasToldToEnd || !service->IsUp() || needed.contains(service.get()))
             continue;
         const DWORD accepted = service->status.dwControlsAccepted;
         if (!(accepted & (SERVICE_ACCEPT_SHUTDOWN | SERVICE_ACCEPT_STOP))) continue;
-        service->wasToldToStop = true;
+        service->wasToldToEnd = true;
         const DWORD control =
             accepted & SERVICE_ACCEPT_SHUTDOWN ? SERVICE_CONTROL_SHUTDOWN : SERVICE_CONTROL_STOP;
-        Tell(*service->process, {.service = key, .control = control, .arguments = {}});
+        service->process->Tell(
+            {.key = key, .name = service->name, .control = control, .arguments = {}, .done = nullptr});
     }
 }
 

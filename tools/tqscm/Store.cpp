@@ -1,5 +1,6 @@
 #include "Store.h"
 
+#include "platform/linux/internal/RegistryRecord.h"
 #include "platform/linux/internal/Wide.h"
 
 #include <array>
@@ -15,7 +16,7 @@ namespace {
 
 constexpr const wchar_t* ServicesPath = L"SYSTEM\\CurrentControlSet\\Services";
 constexpr const wchar_t* MarkName = L"DeleteFlag";
-// The last one to be written: a key without it is none of a service.
+// A key without it is none of a service.
 constexpr const wchar_t* TypeName = L"Type";
 // A subkey with the values that a change gives to the record. It counts once it is marked as whole.
 constexpr const wchar_t* ChangeName = L"Change";
@@ -144,6 +145,10 @@ DWORD WriteValue(HKEY key, const wchar_t* name, const Data& data) {
                                              static_cast<DWORD>(data.bytes.size())));
 }
 
+void Add(std::vector<RegistryValue>& values, const wchar_t* name, Data data) {
+    values.push_back({name, data.type, std::move(data.bytes)});
+}
+
 DWORD OpenRecord(const std::string& name, Key& key) {
     return static_cast<DWORD>(RegOpenKeyExW(HKEY_LOCAL_MACHINE, PathOf(name).c_str(), 0,
                                             KEY_READ | KEY_SET_VALUE | DELETE, key.Place()));
@@ -204,33 +209,30 @@ std::vector<StoredService> ReadServices() {
 }
 
 DWORD CreateRecord(const std::string& name, const ServiceConfig& config) {
-    Key key;
-    RegDeleteTreeW(HKEY_LOCAL_MACHINE, PathOf(name).c_str());
-    auto code = static_cast<DWORD>(RegCreateKeyExW(HKEY_LOCAL_MACHINE, PathOf(name).c_str(), 0, nullptr, 0,
-                                                   KEY_SET_VALUE, nullptr, key.Place(), nullptr));
+    std::vector<RegistryValue> values;
     ForEachValue(
         [&](const wchar_t* valueName, const auto& field, const auto& none) {
-            const bool isNeeded = field != none || valueName == TypeName;
-            if (!code && isNeeded) code = WriteValue(key, valueName, ToData(field));
+            if (field != none || valueName == TypeName) Add(values, valueName, ToData(field));
         },
         config, ServiceConfig());
-    if (code) DeleteRecord(name);
-    return code;
+    return PutRegistryKey(HKEY_LOCAL_MACHINE, PathOf(name), values);
 }
 
 DWORD ChangeRecord(const std::string& name, const ServiceConfig& before, const ServiceConfig& after) {
-    Key key, change;
-    DWORD code = OpenRecord(name, key);
-    if (!code) code = FinishChange(key);
-    if (!code)
-        code = static_cast<DWORD>(
-            RegCreateKeyExW(key, ChangeName, 0, nullptr, 0, KEY_SET_VALUE, nullptr, change.Place(), nullptr));
+    std::vector<RegistryValue> values;
     ForEachValue(
         [&](const wchar_t* valueName, const auto& old, const auto& changed) {
-            if (!code && changed != old) code = WriteValue(change, valueName, ToData(changed));
+            if (changed != old) Add(values, valueName, ToData(changed));
         },
         before, after);
-    if (!code) code = WriteValue(change, WholeName, ToData(DWORD{1}));
+    Key key;
+    DWORD code = OpenRecord(name, key);
+    if (!code) code = FinishChange(key);
+    if (code || values.empty()) return code;
+    // One value is changed in one step anyway.
+    if (values.size() == 1) return WriteValue(key, values[0].name.c_str(), {values[0].type, values[0].data});
+    Add(values, WholeName, ToData(DWORD{1}));
+    code = PutRegistryKey(HKEY_LOCAL_MACHINE, PathOf(name) + L'\\' + ChangeName, values);
     if (!code) FinishChange(key);  // otherwise at the next change
     return code;
 }

@@ -19,8 +19,8 @@ struct StoredService {
 
 // Keys that are no whole record of a service are passed over.
 std::vector<StoredService> ReadServices();
-// Writes a new record, in place of what may lie there without being one. These return 0 or the registry's
-// code.
+// Writes a new record in one step, in place of what may lie there without being one. These return 0 or the
+// registry's code.
 DWORD CreateRecord(const std::string& name, const ServiceConfig& config);
 // Writes what differs, in one step.
 DWORD ChangeRecord(const std::string& name, const ServiceConfig& before, const ServiceConfig& after);

@@ -3,9 +3,12 @@
 #include "platform/linux/internal/ServiceSocket.h"
 
 #include <charconv>
+#include <csignal>
 #include <cstdio>
 #include <exception>
+#include <fcntl.h>
 #include <string_view>
+#include <unistd.h>
 
 namespace {
 
@@ -28,9 +31,20 @@ bool ReadMs(std::string_view text, std::chrono::milliseconds& ms) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
+// What was closed must not become something that others print to.
+void OpenStandardDescriptors() {
+    int fd = 0;
+    while ((fd = open("/dev/null", O_RDWR)) >= 0 && fd <= STDERR_FILENO) {
+    }
+    if (fd >= 0) close(fd);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+    OpenStandardDescriptors();
+    // Whoever reads what is printed may end before this does.
+    std::signal(SIGPIPE, SIG_IGN);
     tqscm::Settings settings;
     settings.socket = Quellan::Corvel::Platform::ServiceManagerSocket();
     for (int i = 1; i < argc; i += 2) {

@@ -7,6 +7,7 @@
 #include "platform/linux/internal/Fail.h"
 #include "platform/linux/internal/FaultPoint.h"
 #include "platform/linux/internal/HandleTable.h"
+#include "platform/linux/internal/RegistryRecord.h"
 #include "platform/linux/internal/RegistryStore.h"
 #include "platform/linux/internal/Wide.h"
 
@@ -199,6 +200,18 @@ DWORD ReadInfo(Key& key, KeyInfo& info) {
 }
 
 }  // namespace
+
+DWORD Quellan::Corvel::Platform::PutRegistryKey(HKEY root, std::wstring_view path,
+                                                const std::vector<RegistryValue>& values) noexcept {
+    if (DWORD code = FaultDue("RegCreateKeyExW")) return code;
+    return WithKey(root, KEY_CREATE_SUB_KEY, true, [&](Key& key) {
+        const std::size_t end = std::min(path.rfind(L'\\'), path.size());
+        RegistryKey parent;
+        bool created = false;
+        const DWORD code = CreateRegistryKey(key.Get(), path.substr(0, end), parent, created);
+        return code ? code : PutRegistryKey(parent, path.substr(end + 1), values);
+    });
+}
 
 LSTATUS RegOpenKeyExW(HKEY key, const wchar_t* path, DWORD options, REGSAM access, HKEY* opened) noexcept {
     if (DWORD code = FaultDue("RegOpenKeyExW")) return Status(code);

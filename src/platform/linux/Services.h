@@ -197,6 +197,9 @@ struct SERVICE_TABLE_ENTRYW {
 
 // Handles.
 
+// A manager that has ended, or says nothing to anybody for half a minute, is 1722 (RPC_S_SERVER_UNAVAILABLE) for
+// every call, and the handle is of no more use then. Whether it did what was asked is not known.
+
 // Of this machine only: null or its name; others are 1722 (RPC_S_SERVER_UNAVAILABLE). The database is null or
 // SERVICES_ACTIVE_DATABASEW, 1065 (ERROR_DATABASE_DOES_NOT_EXIST) otherwise. SC_MANAGER_CONNECT is granted
 // always. Generic rights and MAXIMUM_ALLOWED may be asked for, here and with services.

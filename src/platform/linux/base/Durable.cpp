@@ -75,6 +75,10 @@ int Truncate(int file, off_t size) noexcept {
                 [&] { return Step{.kind = Step::Kind::Truncate, .file = IdentityOf(file), .offset = size}; });
 }
 
+int Reserve(int file, off_t offset, off_t size) noexcept {
+    return Retry([&] { return fallocate(file, FALLOC_FL_KEEP_SIZE, offset, size); });
+}
+
 int MakeFolder(int folder, const char* path, mode_t mode) noexcept {
     return Told(mkdirat(folder, path, mode), [&] {
         return Step{.kind = Step::Kind::MakeFolder,
@@ -108,6 +112,10 @@ int Unlink(int folder, const char* path, int flags) noexcept {
 int Sync(int file) noexcept {
     return Told(Retry([&] { return fsync(file); }),
                 [&] { return Step{.kind = Step::Kind::Sync, .file = IdentityOf(file)}; });
+}
+
+void BeginSync(int file) noexcept {
+    sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE);
 }
 
 int SyncFolderOf(std::string_view path) {

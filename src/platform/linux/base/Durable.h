@@ -24,6 +24,8 @@ Descriptor Open(int folder, const char* path, int flags, mode_t mode = 0) noexce
 ssize_t Write(int file, const void* bytes, std::size_t size) noexcept;
 ssize_t WriteAt(int file, const void* bytes, std::size_t size, off_t offset) noexcept;
 int Truncate(int file, off_t size) noexcept;
+// Takes room beyond the end of the file, which does not move, for what is written there later.
+int Reserve(int file, off_t offset, off_t size) noexcept;
 int MakeFolder(int folder, const char* path, mode_t mode) noexcept;
 // `flags` as of renameat2.
 int Rename(int fromFolder, const char* from, int toFolder, const char* to, unsigned flags = 0) noexcept;
@@ -32,6 +34,8 @@ int Unlink(int folder, const char* path, int flags = 0) noexcept;
 // A file or a folder. One that failed has lost what it was for: a second one would find nothing left to do
 // and succeed.
 int Sync(int file) noexcept;
+// Has the disk begin with what Sync will wait for; several files that are to be synced take less time so.
+void BeginSync(int file) noexcept;
 // Of the folder in which `path` stands. May throw std::bad_alloc.
 int SyncFolderOf(std::string_view path);
 // All of the file system that holds the file.

@@ -130,10 +130,13 @@ DWORD RemoveFolder(const Descriptor& in, const char* name) noexcept {
 }
 
 // Removes the folder of a key that was not put in place.
-DWORD RemoveStagedKey(const Hive& hive) noexcept {
+DWORD RemoveStagedKey(const Hive& hive) {
     const Descriptor staged(openat(hive.folder.Get(), StagedKey, FolderFlags));
     if (!staged) return errno == ENOENT ? ERROR_SUCCESS : CodeFromErrno(errno);
-    Durable::Unlink(staged.Get(), NameFile);
+    std::vector<std::string> names;
+    if (DWORD code = ListFolder(staged, names)) return code;
+    for (const std::string& name : names)
+        Durable::Unlink(staged.Get(), name.c_str());
     return RemoveFolder(hive.folder, StagedKey);
 }
 
@@ -212,13 +215,30 @@ DWORD DeleteSubfolder(const Hive& hive, const Descriptor& folder, const std::str
     return ERROR_SUCCESS;
 }
 
-DWORD MakeSubfolder(const Hive& hive, const Descriptor& folder, std::wstring_view name, Descriptor& made) {
+// Writes the files of a key that is not in place yet. They wait for the disk together.
+DWORD FillStagedKey(const Hive& hive, const Descriptor& staged, std::wstring_view name,
+                    const std::vector<RegistryValue>& values) {
+    std::vector<Descriptor> files(values.size() + 1);
+    DWORD code = WriteNewStateFile(staged, NameFile, hive.fileMode, ToUtf8(name), files.back());
+    for (std::size_t i = 0; !code && i < values.size(); ++i)
+        code = WriteNewStateFile(staged, RegistryFileName(RegistryEntry::Value, values[i].name).c_str(),
+                                 hive.fileMode, FormatRegistryValue(values[i]), files[i]);
+    if (code) return code;
+    for (const Descriptor& file : files)
+        Durable::BeginSync(file.Get());
+    const bool isDone =
+        std::ranges::all_of(files, [](const Descriptor& file) { return Durable::Sync(file.Get()) == 0; }) &&
+        Durable::Sync(staged.Get()) == 0;
+    return isDone ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
+DWORD MakeSubfolder(const Hive& hive, const Descriptor& folder, std::wstring_view name,
+                    const std::vector<RegistryValue>& values, Descriptor& made) {
     const std::string file = RegistryFileName(RegistryEntry::Key, name);
     Descriptor staged;
     DWORD code = RemoveStagedKey(hive);
     if (!code) code = OpenTrustedFolder(hive.folder, StagedKey, Make::Passing, hive.folderMode, staged);
-    if (!code)
-        code = ReplaceStateFile(hive.folder, StagedFile, staged, NameFile, hive.fileMode, ToUtf8(name));
+    if (!code) code = FillStagedKey(hive, staged, name, values);
     if (code) return code;
     const auto put = [&] {
         return Durable::Rename(hive.folder.Get(), StagedKey, folder.Get(), file.c_str()) == 0;
@@ -314,7 +334,7 @@ DWORD CreateRegistryKey(const RegistryKey& key, std::wstring_view path, Registry
                 Descriptor next;
                 step = OpenSubfolder(at.folder, name, next);
                 created = step == ERROR_FILE_NOT_FOUND;
-                if (created) step = MakeSubfolder(*at.hive, at.folder, name, next);
+                if (created) step = MakeSubfolder(*at.hive, at.folder, name, {}, next);
                 at.folder = std::move(next);
                 at.isRoot = false;
             }
@@ -323,6 +343,14 @@ DWORD CreateRegistryKey(const RegistryKey& key, std::wstring_view path, Registry
     if (code) return code;
     found = std::move(at);
     return ERROR_SUCCESS;
+}
+
+DWORD PutRegistryKey(const RegistryKey& key, std::wstring_view name, const std::vector<RegistryValue>& values) {
+    if (name.size() > MostKeyNameCharacters) return ERROR_INVALID_PARAMETER;
+    return ChangeKey(key, [&] {
+        Descriptor made;
+        return MakeSubfolder(*key.hive, key.folder, name, values, made);
+    });
 }
 
 DWORD DeleteRegistryKey(const RegistryKey& key, bool withSubkeys) {

@@ -11,8 +11,9 @@
 
 namespace Quellan::Corvel::Platform {
 
-// Answers are waited for as long as the manager lives. A call that finds the connection taken by another
-// thread's makes one of its own. All of it may throw std::bad_alloc.
+// Answers are waited for as long as the manager answers others: one that says nothing for 15 seconds, and then
+// nothing on a new connection for as long again, counts as gone. A call that finds the connection taken by
+// another thread's makes one of its own. All of it may throw std::bad_alloc.
 class ServiceClient {
   public:
     // Connects, and says with `opening` what the handle is for. 1722 (RPC_S_SERVER_UNAVAILABLE), or what the
@@ -25,16 +26,13 @@ class ServiceClient {
     // What the manager has granted.
     DWORD Access() const noexcept { return m_access; }
 
-    // 1722 where the manager that the handle was opened at has ended, 1728 (RPC_S_PROTOCOL_ERROR) for an
+    // 1722 where the manager that the handle was opened at has ended or says nothing, 1728 (RPC_S_PROTOCOL_ERROR) for an
     // answer that is none, 87 (ERROR_INVALID_PARAMETER) for a question that is too long.
     template <class Request, class Answer>
     DWORD Ask(const Request& request, Answer& answer) {
         std::string packet = FormatMessage(request);
-        if (DWORD code = Exchange(packet)) return code;
-        if (ParseMessage(packet, answer)) return ERROR_SUCCESS;
-        ReplyMessage reply;
-        const bool isFailure = ParseMessage(packet, reply) && reply.code != ERROR_SUCCESS;
-        return isFailure ? reply.code : RPC_S_PROTOCOL_ERROR;
+        const DWORD code = Exchange(packet);
+        return code ? code : Read(packet, answer);
     }
     // Where nothing but a code is answered.
     template <class Request>
@@ -42,6 +40,15 @@ class ServiceClient {
         ReplyMessage reply;
         const DWORD code = Ask(request, reply);
         return code ? code : reply.code;
+    }
+
+    // On a connection of its own, which is closed after `ms` milliseconds: 258 (WAIT_TIMEOUT) then. The question
+    // must be one that can be dropped.
+    template <class Request, class Answer>
+    DWORD AskAside(const Request& request, Answer& answer, DWORD ms) {
+        std::string packet = FormatMessage(request);
+        const DWORD code = ExchangeAside(packet, ms);
+        return code ? code : Read(packet, answer);
     }
 
     // From now on another thread's connection is opened with this.
@@ -56,6 +63,14 @@ class ServiceClient {
     static DWORD Open(std::string opening, std::unique_ptr<ServiceClient>& client);
     // The packet becomes the answer.
     DWORD Exchange(std::string& packet);
+    DWORD ExchangeAside(std::string& packet, DWORD ms);
+    template <class Answer>
+    static DWORD Read(const std::string& packet, Answer& answer) {
+        if (ParseMessage(packet, answer)) return ERROR_SUCCESS;
+        ReplyMessage reply;
+        const bool isFailure = ParseMessage(packet, reply) && reply.code != ERROR_SUCCESS;
+        return isFailure ? reply.code : RPC_S_PROTOCOL_ERROR;
+    }
 
     const Descriptor m_connection;
     std::string m_opening;

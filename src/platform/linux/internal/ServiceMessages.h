@@ -8,6 +8,7 @@
 #include "platform/Utf.h"
 #include "platform/linux/Services.h"
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -34,6 +35,8 @@ enum class ServiceMessage : DWORD {
     EnumServices = 10,
     EnumDependents = 11,
     FindName = 12,
+    KillService = 13,
+    AwaitChange = 14,
     Attach = 32,
     Status = 33,
     Done = 34,
@@ -50,12 +53,16 @@ enum class ServiceMessage : DWORD {
 
 namespace ServiceFields {
 
-// Numbers least significant byte first, texts and lists with their length before them.
+// Numbers of 32 and of 64 bits least significant byte first, texts and lists with their length before them.
 class Writer {
   public:
     void operator()(DWORD number) {
         for (int shift = 0; shift < 32; shift += 8)
             m_bytes += static_cast<char>(number >> shift);
+    }
+    void operator()(std::uint64_t number) {
+        (*this)(static_cast<DWORD>(number));
+        (*this)(static_cast<DWORD>(number >> 32));
     }
     void operator()(const std::string& text) {
         (*this)(static_cast<DWORD>(text.size()));
@@ -92,6 +99,12 @@ class Reader {
         number = 0;
         for (std::size_t i = bytes.size(); i-- > 0;)
             number = number << 8 | static_cast<unsigned char>(bytes[i]);
+    }
+    void operator()(std::uint64_t& number) {
+        DWORD low = 0, high = 0;
+        (*this)(low);
+        (*this)(high);
+        number = std::uint64_t{high} << 32 | low;
     }
     void operator()(std::string& text) {
         DWORD size = 0;
@@ -358,6 +371,7 @@ struct CreateServiceMessage {
 };
 
 using DeleteServiceMessage = EmptyMessage<ServiceMessage::DeleteService>;
+using KillServiceMessage = EmptyMessage<ServiceMessage::KillService>;
 using QueryConfigMessage = EmptyMessage<ServiceMessage::QueryConfig>;
 using QueryStatusMessage = EmptyMessage<ServiceMessage::QueryStatus>;
 
@@ -428,6 +442,19 @@ struct FindNameMessage {
     static void Visit(Fields& fields, Visitor& visit) {
         visit(fields.byDisplayName);
         visit(fields.name);
+    }
+};
+
+// Answered when the service's state or check point is another one.
+struct AwaitChangeMessage {
+    static constexpr ServiceMessage Kind = ServiceMessage::AwaitChange;
+    DWORD state = 0;
+    DWORD checkPoint = 0;
+
+    template <class Fields, class Visitor>
+    static void Visit(Fields& fields, Visitor& visit) {
+        visit(fields.state);
+        visit(fields.checkPoint);
     }
 };
 

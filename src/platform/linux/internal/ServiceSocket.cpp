@@ -78,6 +78,7 @@ DWORD ConnectToServiceManager(const std::string& path, Descriptor& connection) {
     if (!address.Set(path) ||
         Retry([&] { return connect(made.Get(), address.Get(), sizeof address.name); }) != 0) {
         if (IsOfDescriptors(errno)) return ERROR_TOO_MANY_OPEN_FILES;
+        if (errno == EAGAIN) return WAIT_TIMEOUT;
         return errno == EACCES ? ERROR_ACCESS_DENIED : RPC_S_SERVER_UNAVAILABLE;
     }
     connection = std::move(made);
@@ -106,6 +107,7 @@ DWORD SendPacket(int connection, std::string_view packet) noexcept {
 DWORD ReceivePacket(int connection, std::string& packet) {
     char buffer[MostServiceMessageBytes];
     const ssize_t size = Retry([&] { return recv(connection, buffer, sizeof buffer, MSG_TRUNC); });
+    if (size < 0 && errno == EAGAIN) return WAIT_TIMEOUT;
     if (size <= 0) return RPC_S_SERVER_UNAVAILABLE;
     if (static_cast<std::size_t>(size) > sizeof buffer) return ERROR_INVALID_DATA;
     packet.assign(buffer, static_cast<std::size_t>(size));

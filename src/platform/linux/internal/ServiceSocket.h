@@ -19,14 +19,15 @@ constexpr const wchar_t* ServiceProcessVariable = L"TQLIB_SERVICE_PROCESS";
 // What the environment says, or the default.
 std::string ServiceManagerSocket();
 
-// A connection, blocking. 1722 (RPC_S_SERVER_UNAVAILABLE) where nobody listens.
+// A connection, blocking. 1722 (RPC_S_SERVER_UNAVAILABLE) where nobody listens, 258 (WAIT_TIMEOUT) where it was
+// not taken in 30 seconds.
 DWORD ConnectToServiceManager(const std::string& path, Descriptor& connection);
 
 // The manager's own side: a socket that is bound and listens, in place of whatever lies there.
 DWORD ListenAsServiceManager(const std::string& path, Descriptor& listener);
 
 // One packet. 1722 where the other end has gone away, 13 (ERROR_INVALID_DATA) for one longer than a message
-// can be.
+// can be, 258 (WAIT_TIMEOUT) where the connection has a limit for receiving.
 DWORD SendPacket(int connection, std::string_view packet) noexcept;
 DWORD ReceivePacket(int connection, std::string& packet);
 

@@ -51,14 +51,22 @@ DWORD ReadStateFile(const Descriptor& folder, const char* name, std::size_t most
     return ERROR_SUCCESS;
 }
 
+DWORD WriteNewStateFile(const Descriptor& folder, const char* name, unsigned mode, std::string_view text,
+                        Descriptor& file) noexcept {
+    constexpr int Flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
+    Descriptor made = Durable::Open(folder.Get(), name, Flags, mode);
+    if (!made || fchmod(made.Get(), mode) != 0) return CodeFromErrno(errno);
+    const DWORD code = WriteAll(made, text);
+    file = std::move(made);
+    return code;
+}
+
 DWORD ReplaceStateFile(const Descriptor& staging, const char* stagedName, const Descriptor& folder,
                        const char* name, unsigned mode, std::string_view text) noexcept {
     // What is there may be the file itself under a name that a loss of power has brought back.
     Durable::Unlink(staging.Get(), stagedName);
-    constexpr int Flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC;
-    const Descriptor file = Durable::Open(staging.Get(), stagedName, Flags, mode);
-    if (!file) return CodeFromErrno(errno);
-    DWORD code = fchmod(file.Get(), mode) == 0 ? WriteAll(file, text) : CodeFromErrno(errno);
+    Descriptor file;
+    DWORD code = WriteNewStateFile(staging, stagedName, mode, text, file);
     const auto put = [&] {
         return Durable::Sync(file.Get()) == 0 &&
                Durable::Rename(staging.Get(), stagedName, folder.Get(), name) == 0;

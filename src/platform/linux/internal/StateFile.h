@@ -26,6 +26,10 @@ class StateLock {
 // (ERROR_FILE_CORRUPT) for one of more than `most` bytes. May throw std::bad_alloc.
 DWORD ReadStateFile(const Descriptor& folder, const char* name, std::size_t most, std::string& text);
 
+// Writes a new file, which does not last before it and its folder are synced. 80 (ERROR_FILE_EXISTS).
+DWORD WriteNewStateFile(const Descriptor& folder, const char* name, unsigned mode, std::string_view text,
+                        Descriptor& file) noexcept;
+
 // Puts a file in place in one step, so that readers see the old one or the new one, and so does whoever comes
 // after a crash. It is written as `stagedName` in `staging`, of the same file system, for which the caller
 // holds a lock; what a killed process has left there is overwritten.
