@@ -5,6 +5,7 @@
 #include "RawServiceHandle_linux.h"
 #include "ServicesTest.h"
 #include "ServicesTestProgram.h"
+#include "SmallDisk_linux.h"
 #include "support/PrivateManager_linux.h"
 #include "support/Worker.h"
 
@@ -14,8 +15,6 @@
 #include <mutex>
 #include <optional>
 #include <random>
-#include <sys/mount.h>
-#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -44,35 +43,6 @@ DWORD InTime(Question question) {
     return code;
 }
 
-// A small disk of the test's own, where it may have one.
-class Disk {
-  public:
-    Disk() {
-        m_isMounted = geteuid() == 0 && mount("none", m_path.c_str(), "tmpfs", 0, "size=4m,mode=755") == 0;
-        if (m_isMounted) m_temporary.emplace(L"TMPDIR", (m_folder.Path() + L"/").c_str());
-    }
-    ~Disk() {
-        if (m_isMounted) umount2(m_path.c_str(), MNT_DETACH);
-    }
-    Disk(const Disk&) = delete;
-    Disk& operator=(const Disk&) = delete;
-
-    bool IsThere() const { return m_isMounted; }
-    void Fill() const {
-        std::ofstream file(m_path + "/fill", std::ios::binary);
-        const std::string block(4096, 'x');
-        while (file.write(block.data(), 4096).flush()) {
-        }
-    }
-    void Empty() const { std::filesystem::remove(m_path + "/fill"); }
-
-  private:
-    const TemporaryFolder m_folder;
-    const std::string m_path = std::filesystem::path(m_folder.Path()).string();
-    bool m_isMounted = false;
-    std::optional<EnvironmentVariable> m_temporary;
-};
-
 // As a disk that fails or somebody who clears up may.
 void Damage(const std::string& journal, std::mt19937& random) {
     g_areCodesLost = true;
@@ -85,6 +55,17 @@ void Damage(const std::string& journal, std::mt19937& random) {
     std::fstream file(journal, std::ios::binary | std::ios::in | std::ios::out);
     for (unsigned i = 0; i <= random() % 8; ++i)
         file.seekp(static_cast<std::streamoff>(random() % size)).put(static_cast<char>(random()));
+}
+
+// Of this test's services.
+std::size_t CountProcesses(const std::string& argument) {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "cmdline", std::ios::binary);
+        const std::string line{std::istreambuf_iterator<char>(file), {}};
+        count += line.find(argument) != line.npos;
+    }
+    return count;
 }
 
 // A service as the one client knows it that starts and stops it.
@@ -116,6 +97,16 @@ class Watched {
             Toggle();
         Check();
         EXPECT_FALSE(m_isRunning);
+    }
+    // Whether the system has the processes of it that it should have, once those that end have ended.
+    bool RunsOnceOrNot() {
+        Check();
+        const std::string argument(m_name.begin(), m_name.end());
+        const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
+        const std::size_t right = m_isRunning ? 1 : 0;
+        while (CountProcesses(argument + '\0') != right && GetTickCount64() < end)
+            Sleep(10);
+        return CountProcesses(argument + '\0') == right;
     }
     // By another thread. It runs on unless there is a process now.
     void Kill() {
@@ -208,20 +199,9 @@ std::size_t DescriptorsOf(DWORD process) {
     return static_cast<std::size_t>(std::distance(begin(files), end(files)));
 }
 
-// Of this test's services.
-std::size_t CountProcesses(const std::string& argument) {
-    std::size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        std::ifstream file(entry.path() / "cmdline", std::ios::binary);
-        const std::string line{std::istreambuf_iterator<char>(file), {}};
-        count += line.find(argument) != line.npos;
-    }
-    return count;
-}
-
 TEST(ServicesStress, SeesOnlyWhatIsTrueAndLeavesNothing) {
     const unsigned count = NumberIn("TQ_STRESS_SERVICES", 24), rounds = NumberIn("TQ_STRESS_ROUNDS", 4);
-    const Disk disk;
+    const SmallDisk disk;
     PrivateManager manager({"--request-limit", std::to_string(RequestLimitMs)});
     const std::wstring mark = L"stress-" + std::to_wstring(GetCurrentProcessId());
     std::vector<std::unique_ptr<Watched>> services;
@@ -266,6 +246,9 @@ TEST(ServicesStress, SeesOnlyWhatIsTrueAndLeavesNothing) {
         for (const auto& worker : workers)
             worker->Join();
     }
+    // None runs twice, and none that is not known.
+    for (const auto& service : services)
+        EXPECT_TRUE(service->RunsOnceOrNot());
     for (const auto& service : services)
         service->Stop();
     services.clear();

@@ -8,6 +8,7 @@
 #include <fstream>
 #include <gmock/gmock.h>
 #include <iterator>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -575,6 +576,31 @@ TEST_F(ServiceManagement, TriesAgainWhatItHasNoDescriptorsFor) {
     ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &before, nullptr), 0);
     WaitFor(service, SERVICE_RUNNING);
     EXPECT_TRUE(OpenManager());
+}
+
+TEST_F(ServiceManagement, DeletesLaterWhatTheRegistryKeeps) {
+    const std::string registry = m_manager.Folder() + "root";
+    const auto remount = [&](unsigned long flags) {
+        return mount("none", registry.c_str(), "tmpfs", flags, nullptr) == 0;
+    };
+    EXPECT_EQ(m_manager.Stop(), 0);
+    if (!remount(0)) GTEST_SKIP() << "only root has a disk of its own";
+    m_manager.Start();
+    OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_TRUE(DeleteService(service.get()));
+    EXPECT_TRUE(remount(MS_REMOUNT | MS_RDONLY));
+    EXPECT_EQ(StopAndWait(service), 0u);
+    service.reset();
+    // It is looked for while its deletion is tried, and is there again.
+    EXPECT_TRUE(Eventually([] { return CodeOf(OpenNamed(L"A").get()) == ERROR_SERVICE_DOES_NOT_EXIST; }));
+    EXPECT_TRUE(Eventually([] { return CodeOf(OpenNamed(L"A").get()) == 0; }));
+    EXPECT_TRUE(remount(MS_REMOUNT));
+    EXPECT_TRUE(Eventually([] { return CodeOf(OpenNamed(L"A").get()) == ERROR_SERVICE_DOES_NOT_EXIST; }));
+    m_manager.Kill();
+    m_manager.Start();
+    EXPECT_EQ(CodeOf(OpenNamed(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+    umount2(registry.c_str(), MNT_DETACH);
 }
 
 // A service that crashes at once is restarted ever later.
