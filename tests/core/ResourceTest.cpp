@@ -200,7 +200,7 @@ TEST_F(Resource, DestinationsHaveLocalesOfTheirOwn) {
 }
 
 TEST_F(Resource, TheLibrarysOwnEventsHaveTheirTexts) {
-    for (const DWORD event : {0xCFFF4001u, 0xCFFF4002u, 0xCFFF4003u, 0xCFFF400Du}) {
+    for (const DWORD event : {0xCFFF4001u, 0xCFFF4002u, 0xCFFF4003u, 0xCFFF400Du, 0xCFFF4010u}) {
         const std::wstring text = TQMsgRes(TQLib::ResourceStoreID, event)
                                       .Text(TQStrResDestination::Log, L"application", L"details")
                                       .Std();
