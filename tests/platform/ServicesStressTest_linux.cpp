@@ -5,6 +5,7 @@
 #include "RawServiceHandle_linux.h"
 #include "ServicesTest.h"
 #include "ServicesTestProgram.h"
+#include "SmallDisk_linux.h"
 #include "support/PrivateManager_linux.h"
 #include "support/Worker.h"
 
@@ -14,8 +15,6 @@
 #include <mutex>
 #include <optional>
 #include <random>
-#include <sys/mount.h>
-#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -34,6 +33,8 @@ constexpr ULONGLONG LongestQuestionMs = 4 * RequestLimitMs + ServiceLimitMs;
 
 // Exit codes may be lost with the journal; states may not.
 std::atomic<bool> g_areCodesLost{false};
+// Without some of them from each manager, a slow machine would come to nothing.
+std::atomic<unsigned> g_answers{0};
 
 // Asks, and sees to it that the answer comes in time.
 template <class Question>
@@ -43,35 +44,6 @@ DWORD InTime(Question question) {
     EXPECT_LT(GetTickCount64() - begin, LongestQuestionMs);
     return code;
 }
-
-// A small disk of the test's own, where it may have one.
-class Disk {
-  public:
-    Disk() {
-        m_isMounted = geteuid() == 0 && mount("none", m_path.c_str(), "tmpfs", 0, "size=4m,mode=755") == 0;
-        if (m_isMounted) m_temporary.emplace(L"TMPDIR", (m_folder.Path() + L"/").c_str());
-    }
-    ~Disk() {
-        if (m_isMounted) umount2(m_path.c_str(), MNT_DETACH);
-    }
-    Disk(const Disk&) = delete;
-    Disk& operator=(const Disk&) = delete;
-
-    bool IsThere() const { return m_isMounted; }
-    void Fill() const {
-        std::ofstream file(m_path + "/fill", std::ios::binary);
-        const std::string block(4096, 'x');
-        while (file.write(block.data(), 4096).flush()) {
-        }
-    }
-    void Empty() const { std::filesystem::remove(m_path + "/fill"); }
-
-  private:
-    const TemporaryFolder m_folder;
-    const std::string m_path = std::filesystem::path(m_folder.Path()).string();
-    bool m_isMounted = false;
-    std::optional<EnvironmentVariable> m_temporary;
-};
 
 // As a disk that fails or somebody who clears up may.
 void Damage(const std::string& journal, std::mt19937& random) {
@@ -85,6 +57,17 @@ void Damage(const std::string& journal, std::mt19937& random) {
     std::fstream file(journal, std::ios::binary | std::ios::in | std::ios::out);
     for (unsigned i = 0; i <= random() % 8; ++i)
         file.seekp(static_cast<std::streamoff>(random() % size)).put(static_cast<char>(random()));
+}
+
+// Of this test's services.
+std::size_t CountProcesses(const std::string& argument) {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
+        std::ifstream file(entry.path() / "cmdline", std::ios::binary);
+        const std::string line{std::istreambuf_iterator<char>(file), {}};
+        count += line.find(argument) != line.npos;
+    }
+    return count;
 }
 
 // A service as the one client knows it that starts and stops it.
@@ -117,6 +100,16 @@ class Watched {
         Check();
         EXPECT_FALSE(m_isRunning);
     }
+    // Whether the system has the processes of it that it should have, once those that end have ended.
+    bool RunsOnceOrNot() {
+        Check();
+        const std::string argument(m_name.begin(), m_name.end());
+        const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
+        const std::size_t right = m_isRunning ? 1 : 0;
+        while (CountProcesses(argument + '\0') != right && GetTickCount64() < end)
+            Sleep(10);
+        return CountProcesses(argument + '\0') == right;
+    }
     // By another thread. It runs on unless there is a process now.
     void Kill() {
         const std::scoped_lock lock(m_lock);
@@ -144,7 +137,10 @@ class Watched {
                 return CodeOf(QueryServiceStatusEx(m_service.get(), SC_STATUS_PROCESS_INFO,
                                                    reinterpret_cast<BYTE*>(&status), sizeof status, &needed));
             });
-            if (!code) return status;
+            if (!code) {
+                ++g_answers;
+                return status;
+            }
             EXPECT_EQ(code, RPC_S_SERVER_UNAVAILABLE);
             Reopen();
         }
@@ -208,20 +204,9 @@ std::size_t DescriptorsOf(DWORD process) {
     return static_cast<std::size_t>(std::distance(begin(files), end(files)));
 }
 
-// Of this test's services.
-std::size_t CountProcesses(const std::string& argument) {
-    std::size_t count = 0;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        std::ifstream file(entry.path() / "cmdline", std::ios::binary);
-        const std::string line{std::istreambuf_iterator<char>(file), {}};
-        count += line.find(argument) != line.npos;
-    }
-    return count;
-}
-
 TEST(ServicesStress, SeesOnlyWhatIsTrueAndLeavesNothing) {
     const unsigned count = NumberIn("TQ_STRESS_SERVICES", 24), rounds = NumberIn("TQ_STRESS_ROUNDS", 4);
-    const Disk disk;
+    const SmallDisk disk;
     PrivateManager manager({"--request-limit", std::to_string(RequestLimitMs)});
     const std::wstring mark = L"stress-" + std::to_wstring(GetCurrentProcessId());
     std::vector<std::unique_ptr<Watched>> services;
@@ -244,28 +229,35 @@ TEST(ServicesStress, SeesOnlyWhatIsTrueAndLeavesNothing) {
             }));
         std::mt19937 random(Clients);
         std::optional<RawServiceHandle> deaf;
-        for (unsigned i = 1; working > 0; ++i) {
+        unsigned steps = 0, answers = 0;
+        for (unsigned lives = 0; working > 0;) {
             Sleep(20);
             services[random() % count]->Kill();
             if (deaf)
                 for (int asked = 0; asked < 50; ++asked)
                     deaf->Say(Platform::EnumServicesMessage{SERVICE_WIN32, SERVICE_STATE_ALL, {}, {}});
-            if (i % 8 != 0) continue;
-            if (disk.IsThere() && i % 24 == 0) {
+            if (++steps < 8 || g_answers - answers < Clients) continue;
+            ++lives;
+            if (disk.IsThere() && lives % 3 == 0) {
                 g_areCodesLost = true;  // where the manager is killed before there is room again
                 disk.Fill();
-            } else if (disk.IsThere() && i % 24 == 16) {
+            } else if (disk.IsThere() && lives % 3 == 2) {
                 disk.Empty();
             }
             manager.Kill();
-            if (i % 32 == 0) Damage(manager.Socket() + ".journal", random);
+            if (lives % 4 == 0) Damage(manager.Socket() + ".journal", random);
             manager.Start();
             deaf.emplace(manager.Socket());
+            steps = 0;
+            answers = g_answers;
         }
         if (disk.IsThere()) disk.Empty();
         for (const auto& worker : workers)
             worker->Join();
     }
+    // None runs twice, and none that is not known.
+    for (const auto& service : services)
+        EXPECT_TRUE(service->RunsOnceOrNot());
     for (const auto& service : services)
         service->Stop();
     services.clear();

@@ -175,7 +175,8 @@ int Config(Arguments& arguments, TQConsole& out) {
                                settings.dependencies ? dependencies.c_str() : nullptr,
                                TextOf(settings.account), TextOf(settings.password), TextOf(settings.display)),
           settings.name);
-    if (settings.start) {
+    const bool wasDelayed = TQServiceCtrl(settings.name).Config().options.isStartDelayed;
+    if (settings.start && settings.isDelayed != wasDelayed) {
         SERVICE_DELAYED_AUTO_START_INFO delayed{settings.isDelayed};
         Check(ChangeServiceConfig2W(service.Get(), SERVICE_CONFIG_DELAYED_AUTO_START_INFO, &delayed),
               settings.name);

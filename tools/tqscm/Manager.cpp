@@ -132,7 +132,11 @@ void Manager::Run() {
 
 // Between two turns of the loop.
 void Manager::GoOn() {
-    m_services.GoOn();
+    try {
+        m_services.GoOn();
+    } catch (const std::exception& failure) {
+        Print("something was not done: %s", failure.what());
+    }
     if (m_journal.IsBehind() && !m_journalAgain.IsSet())
         m_journalAgain.Set(JournalPause, [this] { m_journal.TryAgain(); });
 }

@@ -101,7 +101,15 @@ void Process::Begin() {
     SendNext();
 }
 
-void Process::OnMessage(Link&, const std::string& packet) {
+void Process::OnMessage(Link& link, const std::string& packet) {
+    try {
+        Serve(link, packet);
+    } catch (const std::exception&) {
+        OnEnd(link);  // on the next connection it says all of it again
+    }
+}
+
+void Process::Serve(Link& link, const std::string& packet) {
     StatusMessage status;
     DoneMessage done;
     if (ParseMessage(packet, status)) {
@@ -111,7 +119,7 @@ void Process::OnMessage(Link&, const std::string& packet) {
     } else {
         // Nothing that it says can be believed.
         Print("process %d said what makes no sense and is ended", static_cast<int>(id.pid));
-        m_link->Hold();
+        link.Hold();
         Kill();
     }
 }

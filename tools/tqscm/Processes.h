@@ -93,6 +93,7 @@ class Process : public LinkOwner {
   private:
     friend class Processes;
 
+    void Serve(Link& link, const std::string& packet);
     void WaitToConnect();
     void Expect();
     void EndExpecting();

@@ -173,10 +173,7 @@ class SystemdLink : public ServiceListener {
     SystemdLink& operator=(const SystemdLink&) = delete;
 
     DWORD Run();
-    void OnReport(const NamedStatus&) noexcept override {
-        m_hasReports = true;
-        m_wake.Set();
-    }
+    void OnReport(const NamedStatus&) noexcept override { m_wake.Set(); }
 
   private:
     enum class Phase { Starting, Ready, Stopping };
@@ -204,7 +201,6 @@ class SystemdLink : public ServiceListener {
     DWORD m_startCode = ERROR_SUCCESS;
     std::string m_notStarted;
     bool m_isEnding = false;  // all services are to stop
-    std::atomic<bool> m_hasReports{true};
     std::deque<std::string> m_unsaid;
     std::string m_lastText;
     std::map<std::string, Seen> m_seen;  // of services that were told of
@@ -264,19 +260,19 @@ void SystemdLink::TellStates(const std::vector<NamedStatus>& services) {
             services, [&](const NamedStatus& service) { return condition(service.status.dwCurrentState); });
     };
     m_isEnding = m_isEnding || areAll([](DWORD s) { return s == SERVICE_STOP_PENDING || s == SERVICE_STOPPED; });
-    if (m_isEnding && m_phase != Phase::Stopping) {
-        text += "\nSTOPPING=1";
-        m_phase = Phase::Stopping;
-    } else if (m_phase == Phase::Starting && areAll([](DWORD s) { return s != SERVICE_START_PENDING; })) {
-        text += "\nREADY=1";
-        m_phase = Phase::Ready;
-    }
-    const DWORD waitHint = NewWaitHint(services);
-    const bool isNew = std::exchange(m_lastText, text) != text;
-    if (waitHint && m_phase != Phase::Ready)
-        Say(text + "\nEXTEND_TIMEOUT_USEC=" + std::to_string(std::uint64_t{waitHint} * 1000));
-    else if (isNew)
-        Say(std::move(text));
+    Phase phase = m_phase;
+    if (m_isEnding)
+        phase = Phase::Stopping;
+    else if (phase == Phase::Starting && areAll([](DWORD s) { return s != SERVICE_START_PENDING; }))
+        phase = Phase::Ready;
+    const DWORD waitHint = phase == Phase::Ready ? 0 : NewWaitHint(services);
+    if (phase == m_phase && text == m_lastText && !waitHint) return;
+    std::string message = text;
+    if (phase != m_phase) message += phase == Phase::Ready ? "\nREADY=1" : "\nSTOPPING=1";
+    if (waitHint) message += "\nEXTEND_TIMEOUT_USEC=" + std::to_string(std::uint64_t{waitHint} * 1000);
+    Say(std::move(message));
+    m_phase = phase;
+    m_lastText = std::move(text);
 }
 
 // Each as soon as it takes controls.
@@ -293,11 +289,12 @@ void SystemdLink::Stop(const std::vector<NamedStatus>& services) {
 void SystemdLink::Reload(const std::vector<NamedStatus>& services) {
     const std::uint64_t now = StepsOf(ReadClock(CLOCK_MONOTONIC)) / 10;
     Say("RELOADING=1\nMONOTONIC_USEC=" + std::to_string(now));
+    m_phase = Phase::Starting;
     for (const NamedStatus& service : services)
         if (IsUp(service.status.dwCurrentState) &&
             (service.status.dwControlsAccepted & SERVICE_ACCEPT_PARAMCHANGE))
             m_host.Control(service.name, SERVICE_CONTROL_PARAMCHANGE);
-    Say("READY=1");
+    TellStates(m_host.Statuses());
 }
 
 // The sign is given when all handlers have answered: one that hangs keeps it from systemd.
@@ -318,7 +315,6 @@ int SystemdLink::MsToNext() const {
 
 // False when all services have stopped, and systemd knows it or does not listen.
 bool SystemdLink::GoOn() {
-    const bool isNews = m_hasReports.exchange(false);
     const bool areAllStopped = m_host.AreAllStopped();
     const std::vector<NamedStatus> services = m_host.Statuses();
     const auto hasFailed = [](const NamedStatus& service) { return FailureOf(service.status) != 0; };
@@ -326,10 +322,7 @@ bool SystemdLink::GoOn() {
     // and systemd acts on it.
     m_isEnding = m_isEnding || g_isStopAsked || m_startCode || std::ranges::any_of(services, hasFailed);
     const bool isHeard = HasSaidAll();
-    if (!isHeard)
-        m_hasReports = true;
-    else if (isNews || (m_isEnding && m_phase != Phase::Stopping))
-        TellStates(services);
+    if (isHeard) TellStates(services);
     if (areAllStopped) return !m_unsaid.empty() && ++m_lastTries < MostLastTries;
     if (m_isEnding) Stop(services);
     if (!isHeard) return true;
@@ -350,7 +343,6 @@ DWORD SystemdLink::Run() {
             goesOn = GoOn();
             return DWORD{ERROR_SUCCESS};
         });
-        if (code) m_hasReports = true;
         if (goesOn) m_wake.Wait(code ? RetryMs : MsToNext());
     }
     return m_startCode;
