@@ -89,6 +89,7 @@ const std::set<std::string> UnsweptCalls = {
     // What ends something: nothing is left to be done about a failure.
     "CloseHandle",
     "CloseServiceHandle",
+    "DeleteFileW",
     "DeregisterEventSource",
     "FindClose",
     "FreeLibrary",
