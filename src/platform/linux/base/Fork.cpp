@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <atomic>
 #include <charconv>
+#include <csignal>
 #include <iterator>
 #include <linux/membarrier.h>
 #include <mutex>
@@ -84,37 +85,29 @@ ForkPart::ForkPart(ForkOrder order, Prepare prepare, Resume resume) noexcept
 
 struct ForksOfObjects {
     using Line = WithoutFork::Line;
-    using Place = WithoutFork::Place;
 
-    // With it a thread gives its line back at its end. It is made before whatever else the library has.
-    struct LineKey {
-        LineKey() noexcept : isGood(RegisterBarrier() && pthread_key_create(&key, &GiveBack) == 0) {}
-
-        pthread_key_t key{};
-        const bool isGood;
-    };
-    static const LineKey s_key;
     static constinit inline Line s_lines[256]{};
+    struct Barrier {
+        const bool isThere = syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
+    };
+    static const Barrier s_barrier;  // made before whatever else the library has
 
-    static bool RegisterBarrier() noexcept {
-        return syscall(SYS_membarrier, MEMBARRIER_CMD_REGISTER_PRIVATE_EXPEDITED, 0, 0) == 0;
-    }
-
-    static void GiveBack(void* line) noexcept {
-        static_cast<Line*>(line)->isTaken.store(false, std::memory_order_release);
-        WithoutFork::t_place = {};
-    }
-
+    // Lines are few and threads come and go, so a thread takes the line of one that has ended.
     static Line* FindLine() noexcept {
+        constexpr std::size_t MostTries = 16;
         TellOwnMemory(s_lines, sizeof s_lines);
-        if (!s_key.isGood) return nullptr;
-        for (Line& line : s_lines) {
-            if (line.isTaken.load(std::memory_order_relaxed) || line.isTaken.exchange(true)) continue;
-            if (pthread_setspecific(s_key.key, &line) == 0) return &line;
-            line.isTaken = false;
-            break;
+        if (!s_barrier.isThere) return nullptr;
+        const int saved = errno;
+        const pid_t self = gettid();
+        Line* found = nullptr;
+        for (std::size_t i = 0; i < MostTries && !found; ++i) {
+            Line& line = s_lines[(static_cast<std::size_t>(self) + i) % std::size(s_lines)];
+            pid_t thread = line.thread.load(std::memory_order_relaxed);
+            const bool isFree = thread == 0 || thread == self || tgkill(getpid(), thread, 0) != 0;
+            if (isFree && line.thread.compare_exchange_strong(thread, self)) found = &line;
         }
-        return nullptr;
+        errno = saved;
+        return found;
     }
 
     // Whoever was not inside yet sees that a fork has begun, or is seen.
@@ -132,12 +125,12 @@ struct ForksOfObjects {
     static void Resume(bool isChild) noexcept {
         if (isChild)
             for (Line& line : s_lines)
-                line.isTaken.store(&line == WithoutFork::t_place.line, std::memory_order_relaxed);
+                line.thread.store(&line == WithoutFork::t_place.line ? gettid() : 0, std::memory_order_relaxed);
         WithoutFork::s_isForking = false;
     }
 };
 
-[[gnu::init_priority(101)]] const ForksOfObjects::LineKey ForksOfObjects::s_key;
+[[gnu::init_priority(101)]] const ForksOfObjects::Barrier ForksOfObjects::s_barrier;
 
 namespace {
 

@@ -109,7 +109,7 @@ class WithoutFork {
     // Where a thread tells that it is inside. It is the only one to write there.
     struct alignas(64) Line {
         std::atomic<std::uint32_t> inside;
-        std::atomic<bool> isTaken;
+        std::atomic<pid_t> thread;  // which may have ended
     };
     struct Place {
         unsigned depth;
