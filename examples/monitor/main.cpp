@@ -14,8 +14,8 @@
 // are for that service.
 //
 // The target "fault:" raises an access violation in the thread of its group, which ends with that code, as
-// the report tells; "fault:FILE" does so once the file is there; "fault:check" does so in its check, which ends the checks of this target. All others go
-// on.
+// the report tells; "fault:FILE" does so once the file is there; "fault:check" does so in its check, which
+// ends the checks of this target. All others go on.
 //
 // Ends with 0 when nothing failed, 1 when something did, 2 for a wrong command line.
 #include "MonitorService.h"
