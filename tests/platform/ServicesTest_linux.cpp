@@ -562,6 +562,9 @@ TEST_F(ServiceManagement, FindsServicesAgainThatTheJournalHasLost) {
 }
 
 TEST_F(ServiceManagement, TriesAgainWhatItHasNoDescriptorsFor) {
+#if defined(__SANITIZE_ADDRESS__)
+    GTEST_SKIP() << "the manager's sanitizer needs descriptors to look at an object";
+#endif
     const OwnedService service = Add(L"A");
     ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
     EXPECT_EQ(StartAndWait(service), 0u);
