@@ -290,20 +290,32 @@ TEST_P(ForkBesideThreads, LeavesTheChildAbleToDoTheSame) {
     GTEST_SKIP() << "the sanitizer's own locks may be held";
 #endif
     const auto use = GetParam().use;
-    std::atomic<bool> goOn = true;
-    std::atomic<int> failed = use();
+    // They rest while a child does it, which might not get between them where the lock of a file is not fair.
+    std::atomic<bool> goOn = true, isResting = false;
+    std::atomic<int> begun = 0, failed = use();
     const auto keepUsing = [&] {
-        while (goOn)
+        while (goOn) {
+            if (isResting) {
+                Sleep(1);
+                continue;
+            }
+            ++begun;
             if (const int code = use()) failed = code;
+        }
         return DWORD{0};
     };
     {
         const Worker first(keepUsing), second(keepUsing);
         for (int i = 0; i < 100 && failed == 0; ++i) {
+            const int before = begun;
+            isResting = false;
+            while (begun < before + 3)
+                Sleep(0);
             Forked child([&] {
                 alarm(20);
                 return use();
             });
+            isResting = true;
             const int code = child.Code();
             if (code != 0) failed = code;
         }
