@@ -1,15 +1,12 @@
 #include "services/internal/InsideService.h"
 
 #include "core/TQThreadSynch.h"
-#include "platform/Win32.h"
+#include "core/internal/Insist.h"
 #include "threads/TQEvent.h"
 
 namespace Quellan::Corvel {
 
 namespace {
-
-// Between two tries where the platform cannot wait.
-constexpr DWORD RetryMs = 10;
 
 struct Threads {
     TQThreadSynch lock;
@@ -38,7 +35,7 @@ InsideService::~InsideService() {
         const TQThreadSynch::TQSynchLock guard(threads.lock);
         isLast = --threads.inside == 0;
     }
-    if (isLast) SetEvent(threads.left.Handle());
+    if (isLast) SetSurely(threads.left.Handle());
 }
 
 void InsideService::WaitForNone() {
@@ -48,7 +45,7 @@ void InsideService::WaitForNone() {
             const TQThreadSynch::TQSynchLock guard(threads.lock);
             if (threads.inside == 0) return;
         }
-        if (WaitForSingleObject(threads.left.Handle(), INFINITE) == WAIT_FAILED) Sleep(RetryMs);
+        AwaitSurely({threads.left.Handle()});
     }
 }
 
