@@ -1,6 +1,7 @@
 #include "services/TQSvcProcessor.h"
 
 #include "core/TQException.h"
+#include "core/internal/Insist.h"
 #include "log/TQTimer.h"
 #include "platform/Win32.h"
 #include "services/TQService.h"
@@ -269,7 +270,7 @@ bool TQSvcProcessor::RequestState(ProcState state) {
     }
     TellService();
     if (isStop) Stop();
-    m_requestEvent.Set();
+    SetSurely(m_requestEvent.Handle());
     // Who has sent a control finds the service on its way when the handler returns.
     WaitUntilTold();
     return !isOver;
@@ -301,7 +302,7 @@ void TQSvcProcessor::RunMain(_TQService* service) {
         if (result == WAIT_FAILED) Sleep(_TQService::ProgressMs);
     }
     // Somebody may still be telling of a state that is over by now.
-    m_toldEvent.Wait(INFINITE);
+    AwaitSurely({m_toldEvent.Handle()});
 }
 
 bool TQSvcProcessor::StartProcessing() {
@@ -336,7 +337,7 @@ void TQSvcProcessor::ChangeTo(ProcState state) {
 
 // Unless it is this thread that tells.
 void TQSvcProcessor::WaitUntilTold() {
-    if (!TellService()) m_toldEvent.Wait(INFINITE);
+    if (!TellService()) AwaitSurely({m_toldEvent.Handle()});
 }
 
 // Changes reach the service in their order, and one at a time: whoever finds another thread at it leaves the
