@@ -15,6 +15,7 @@
 #include <mutex>
 #include <optional>
 #include <random>
+#include <sstream>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -59,13 +60,13 @@ void Damage(const std::string& journal, std::mt19937& random) {
         file.seekp(static_cast<std::streamoff>(random() % size)).put(static_cast<char>(random()));
 }
 
-// Of this test's services.
+// Of this test's services. A process may end while it is looked at.
 std::size_t CountProcesses(const std::string& argument) {
     std::size_t count = 0;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
-        std::ifstream file(entry.path() / "cmdline", std::ios::binary);
-        const std::string line{std::istreambuf_iterator<char>(file), {}};
-        count += line.find(argument) != line.npos;
+        std::ostringstream line;
+        line << std::ifstream(entry.path() / "cmdline", std::ios::binary).rdbuf();
+        count += line.str().find(argument) != std::string::npos;
     }
     return count;
 }
