@@ -12,16 +12,7 @@ install(TARGETS TQLib EXPORT TQLib
     RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
     LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/TQLib)
-# Installed headers name each other from the folder above their own: they are found as <TQLib.h> and as <TQLib/TQLib.h>,
-# and not mistaken for headers of the project that includes them.
-install(CODE "file(GLOB_RECURSE headers \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_INCLUDEDIR}/TQLib/*.h\")"
-    CODE [[
-    foreach(header IN LISTS headers)
-        file(READ ${header} text)
-        string(REGEX REPLACE "(\n#include \")(TQLib/)?" "\\1TQLib/" text "${text}")
-        file(WRITE ${header} "${text}")
-    endforeach()]])
+    FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 install(TARGETS TQRes_en LIBRARY DESTINATION ${TQ_MODULE_DIR})
 if(WIN32)
     install(FILES ${TQ_RUNTIME_DLLS} DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -1,5 +1,5 @@
+#include "TQLib/core/TQException.h"
 #include "core/Cases.h"
-#include "core/TQException.h"
 
 #include <Poco/Error.h>
 #include <Poco/Exception.h>

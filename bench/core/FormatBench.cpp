@@ -1,5 +1,5 @@
+#include "TQLib/text/TQFormat.h"
 #include "core/Cases.h"
-#include "text/TQFormat.h"
 
 #include <cwchar>
 #include <string>

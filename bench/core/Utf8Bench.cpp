@@ -1,5 +1,5 @@
+#include "TQLib/platform/Utf.h"
 #include "core/Cases.h"
-#include "platform/Utf.h"
 
 #include <iconv.h>
 #include <memory>

@@ -1,6 +1,6 @@
 #include "log/Writers.h"
 
-#include "log/TQLog.h"
+#include "TQLib/log/TQLog.h"
 
 #include <cstdio>
 #include <fcntl.h>

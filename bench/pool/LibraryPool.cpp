@@ -1,5 +1,5 @@
+#include "TQLib/threads/TQThreadPool.h"
 #include "pool/Pools.h"
-#include "threads/TQThreadPool.h"
 
 #include <cstring>
 #include <stdexcept>

@@ -1,7 +1,7 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/security/SecID.h"
+#include "TQLib/system/TQSysProc.h"
 #include "security/Cases.h"
-#include "security/SecID.h"
-#include "system/TQSysProc.h"
 
 #include <algorithm>
 #include <cstdio>

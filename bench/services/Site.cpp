@@ -1,9 +1,9 @@
 #include "services/Site.h"
 
-#include "platform/Win32.h"
-#include "services/TQServiceApp.h"
-#include "services/TQServiceMgr.h"
-#include "system/TQSysProc.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/services/TQServiceApp.h"
+#include "TQLib/services/TQServiceMgr.h"
+#include "TQLib/system/TQSysProc.h"
 
 #include <array>
 #include <csignal>

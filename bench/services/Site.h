@@ -1,7 +1,7 @@
 // What is measured: a service manager of the program's own, and this program as a service.
 #pragma once
 
-#include "services/TQServiceCtrl.h"
+#include "TQLib/services/TQServiceCtrl.h"
 
 #include <string>
 #include <sys/types.h>

@@ -1,6 +1,6 @@
 // The service framework with its manager beside a bare socket, a bare process and a bare file: controls, status,
 // starts, installing; and what many services cost.
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 #include "services/Site.h"
 #include "support/Bench.h"
 

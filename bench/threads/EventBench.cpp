@@ -1,7 +1,7 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQEvent.h"
 #include "threads/Cases.h"
 #include "threads/Peers.h"
-#include "threads/TQEvent.h"
 #include "threads/Turns.h"
 
 #include <Poco/Event.h>

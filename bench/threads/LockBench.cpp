@@ -1,8 +1,8 @@
-#include "core/TQThreadSynch.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQMutex.h"
+#include "TQLib/threads/TQThreadReadSynch.h"
 #include "threads/Cases.h"
-#include "threads/TQMutex.h"
-#include "threads/TQThreadReadSynch.h"
 #include "threads/Turns.h"
 
 #include <array>

@@ -1,7 +1,7 @@
 // What events are compared to: the raw mechanisms, and an event as one writes it first.
 #pragma once
 
-#include "platform/linux/internal/Futex.h"
+#include "TQLib/platform/linux/base/Futex.h"
 
 #include <condition_variable>
 #include <cstdint>

@@ -1,7 +1,7 @@
-#include "platform/Win32.h"
-#include "text/TQHandle.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/threads/TQThread.h"
 #include "threads/Cases.h"
-#include "threads/TQThread.h"
 
 #include <optional>
 #include <sched.h>

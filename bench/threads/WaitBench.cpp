@@ -1,5 +1,5 @@
-#include "platform/Win32.h"
-#include "text/TQHandle.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "threads/Cases.h"
 #include "threads/Peers.h"
 #include "threads/Turns.h"

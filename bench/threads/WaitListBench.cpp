@@ -1,7 +1,7 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQWaitList.h"
 #include "threads/Cases.h"
 #include "threads/Peers.h"
-#include "threads/TQWaitList.h"
 
 #include <algorithm>
 #include <optional>

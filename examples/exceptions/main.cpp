@@ -1,5 +1,5 @@
 // Shows what an exception tells: one around another, and one that stands for a fault of the processor.
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
 
 using namespace Quellan::Corvel;
 

@@ -1,6 +1,6 @@
 #include "CommandThread.h"
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <iterator>

@@ -1,7 +1,7 @@
 #include "GroupThread.h"
 
 #include "Fault.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <cwchar>

@@ -1,7 +1,7 @@
 // What monitor has to tell.
 #pragma once
 
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
 
 // Writes lines to the console and a record of `source` to the application's log. Either is done without where
 // it can't be had. For any thread.

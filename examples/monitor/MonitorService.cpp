@@ -1,6 +1,6 @@
 #include "MonitorService.h"
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 using namespace Quellan::Corvel;
 

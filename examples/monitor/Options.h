@@ -1,7 +1,7 @@
 // What monitor is told to do.
 #pragma once
 
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
 
 #include <optional>
 #include <vector>

@@ -1,7 +1,7 @@
 #include "Target.h"
 
 #include "Fault.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 using namespace Quellan::Corvel;
 using Quellan::Sarvek::SecDesc;

@@ -1,6 +1,6 @@
 #include "Watch.h"
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 using namespace Quellan::Corvel;
 

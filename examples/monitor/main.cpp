@@ -19,7 +19,7 @@
 //
 // Ends with 0 when nothing failed, 1 when something did, 2 for a wrong command line.
 #include "MonitorService.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 

@@ -1,5 +1,5 @@
-#include "core/TQEventLog.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQEventLog.h"
+#include "TQLib/platform/Win32.h"
 #include "support/RecordingSink.h"
 #include "support/ThrownCode.h"
 

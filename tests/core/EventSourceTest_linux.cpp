@@ -1,8 +1,8 @@
-#include "core/TQEventLog.h"
-#include "core/TQException.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQEventLog.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "support/ThrownCode.h"
-#include "text/TQHandle.h"
 
 #include <array>
 #include <gtest/gtest.h>

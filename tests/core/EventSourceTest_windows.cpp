@@ -1,8 +1,8 @@
-#include "core/TQEventLog.h"
-#include "core/TQException.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQEventLog.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQSysProc.h"
 #include "support/ThrownCode.h"
-#include "system/TQSysProc.h"
 
 #include <gtest/gtest.h>
 

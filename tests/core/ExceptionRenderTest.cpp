@@ -1,9 +1,9 @@
-#include "core/TQException.h"
-#include "core/TQLib.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/core/TQLib.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQSysProc.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
-#include "system/TQSysProc.h"
 
 #include <gmock/gmock.h>
 #include <string>

@@ -1,8 +1,8 @@
-#include "core/TQException.h"
-#include "core/TQStdExceptions.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQSysProc.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 #include "support/FailCall.h"
-#include "system/TQSysProc.h"
 
 #include <array>
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
-#include "core/TQEventLog.h"
-#include "core/TQLib.h"
+#include "TQLib/core/TQEventLog.h"
+#include "TQLib/core/TQLib.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

@@ -1,10 +1,10 @@
-#include "core/TQException.h"
-#include "core/TQLib.h"
-#include "core/TQStdExceptions.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/core/TQLib.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQSysProc.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
-#include "system/TQSysProc.h"
 
 #include <atomic>
 #include <functional>

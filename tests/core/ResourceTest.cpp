@@ -1,11 +1,11 @@
+#include "TQLib/core/TQException.h"
+#include "TQLib/core/TQLib.h"
+#include "TQLib/core/TQStrRes.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQSysProc.h"
 #include "TQTest.h"
-#include "core/TQException.h"
-#include "core/TQLib.h"
-#include "core/TQStrRes.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
 #include "support/FailCall.h"
-#include "system/TQSysProc.h"
 
 #include <gmock/gmock.h>
 #include <string>

@@ -1,5 +1,5 @@
-#include "core/TQException.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
 
 #include <gtest/gtest.h>
 #include <string>

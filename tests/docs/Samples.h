@@ -1,7 +1,7 @@
 // What the samples of the documents take for granted.
 #pragma once
 
-#include <TQLib.h>
+#include <TQLib/TQLib.h>
 
 using namespace Quellan::Corvel;
 

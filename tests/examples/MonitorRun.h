@@ -1,7 +1,7 @@
 // monitor as a process, with a folder to watch.
 #pragma once
 
-#include "files/TQRegValue.h"
+#include "TQLib/files/registry/TQRegValue.h"
 #include "platform/PlatformTest.h"
 #include "support/ChildProcess.h"
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include "MonitorRun.h"
-#include "files/TQFileName.h"
-#include "services/TQServiceCtrl.h"
+#include "TQLib/files/TQFileName.h"
+#include "TQLib/services/TQServiceCtrl.h"
+#include "TQLib/system/TQSysProc.h"
 #include "support/ServiceManager.h"
-#include "system/TQSysProc.h"
 
 namespace Quellan::Corvel::Test {
 

@@ -1,7 +1,7 @@
 #include "MonitorServiceRun.h"
-#include "core/TQException.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/system/TQSysProc.h"
 #include "support/ThrownCode.h"
-#include "system/TQSysProc.h"
 
 namespace Quellan::Corvel::Test {
 namespace {

@@ -1,5 +1,5 @@
 #include "MonitorRun.h"
-#include "system/TQSysProc.h"
+#include "TQLib/system/TQSysProc.h"
 
 namespace Quellan::Corvel::Test {
 namespace {

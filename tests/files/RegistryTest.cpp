@@ -1,6 +1,6 @@
-#include "files/TQRegKey.h"
-#include "files/TQRegValue.h"
-#include "platform/Win32.h"
+#include "TQLib/files/registry/TQRegKey.h"
+#include "TQLib/files/registry/TQRegValue.h"
+#include "TQLib/platform/Win32.h"
 #include "support/FailCall.h"
 
 #include <gmock/gmock.h>

@@ -1,8 +1,8 @@
-#include "files/TQTextFile.h"
+#include "TQLib/files/TQTextFile.h"
 
+#include "TQLib/security/SecAttr.h"
 #include "platform/SleepingThreads_linux.h"
 #include "platform/WaitObjects.h"
-#include "security/SecAttr.h"
 #include "support/FailCall.h"
 
 #include <filesystem>

@@ -1,6 +1,6 @@
 // Security descriptors as they are kept with files: what can be read is made anew and read as the same.
-#include "platform/linux/SecurityDescriptors.h"
-#include "platform/linux/internal/FileSecurity.h"
+#include "TQLib/platform/linux/files/FileSecurity.h"
+#include "TQLib/platform/linux/files/SecurityDescriptors.h"
 
 #include <cstdint>
 #include <cstdlib>

@@ -1,7 +1,7 @@
 // Formats from outside. The first byte chooses the arguments, the second the size of the buffer, the rest is
 // the format.
-#include "core/TQStdExceptions.h"
-#include "text/TQFormat.h"
+#include "TQLib/text/TQFormat.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <algorithm>
 #include <array>

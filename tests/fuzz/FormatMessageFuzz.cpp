@@ -1,7 +1,7 @@
 // Message texts from outside: the first byte is the width, the second chooses the limit, the rest is the text
 // in UTF-8.
-#include "platform/Utf.h"
-#include "platform/linux/internal/MessageFormat.h"
+#include "TQLib/platform/Utf.h"
+#include "TQLib/platform/linux/texts/MessageFormat.h"
 
 #include <cstdlib>
 #include <string>

@@ -1,6 +1,6 @@
 // Message tables and module files from outside: the bytes are taken for each of them in turn.
-#include "platform/linux/internal/MessageTable.h"
-#include "platform/linux/internal/ModuleImage.h"
+#include "TQLib/platform/linux/process/ModuleImage.h"
+#include "TQLib/platform/linux/texts/MessageTable.h"
 
 #include <string>
 

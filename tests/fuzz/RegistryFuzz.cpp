@@ -1,6 +1,6 @@
 // The file of a registry value. What could be read is the same when it is written and read again.
-#include "platform/linux/Errors.h"
-#include "platform/linux/internal/RegistryValue.h"
+#include "TQLib/platform/linux/base/Errors.h"
+#include "TQLib/platform/linux/registry/RegistryValue.h"
 
 #include <cstdlib>
 

@@ -1,6 +1,6 @@
 // The file of account rights. What was read and changed can be read again.
-#include "platform/linux/Errors.h"
-#include "platform/linux/internal/RightsText.h"
+#include "TQLib/platform/linux/accounts/RightsText.h"
+#include "TQLib/platform/linux/base/Errors.h"
 
 #include <cstdlib>
 

@@ -1,6 +1,6 @@
 // Every message of the service manager's protocol, as either end reads it. What could be read is the same when
 // it is written and read again.
-#include "platform/linux/internal/ServiceMessages.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <cstdlib>
 

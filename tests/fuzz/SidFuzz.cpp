@@ -1,8 +1,8 @@
 // Security identifiers from outside, each input once as the bytes of a block and once as a text in UTF-8.
-#include "platform/Utf.h"
-#include "platform/linux/Errors.h"
-#include "platform/linux/Memory.h"
-#include "platform/linux/Sids.h"
+#include "TQLib/platform/Utf.h"
+#include "TQLib/platform/linux/accounts/Sids.h"
+#include "TQLib/platform/linux/base/Errors.h"
+#include "TQLib/platform/linux/base/Memory.h"
 
 #include <cstdlib>
 #include <cstring>

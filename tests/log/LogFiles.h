@@ -1,8 +1,8 @@
 // What tests of logs share.
 #pragma once
 
-#include "log/TQLog.h"
-#include "platform/Win32.h"
+#include "TQLib/log/TQLog.h"
+#include "TQLib/platform/Win32.h"
 
 #include <atomic>
 #include <filesystem>

@@ -1,14 +1,14 @@
 #include "LogFiles.h"
-#include "core/TQLib.h"
-#include "files/TQFile.h"
-#include "files/TQRegValue.h"
-#include "log/TQLog.h"
+#include "TQLib/core/TQLib.h"
+#include "TQLib/files/TQFile.h"
+#include "TQLib/files/registry/TQRegValue.h"
+#include "TQLib/log/TQLog.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQSysProc.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"
-#include "system/TQSysProc.h"
 
 #include <gmock/gmock.h>
 #include <regex>

@@ -1,9 +1,9 @@
 #include "LogFiles.h"
-#include "files/TQFile.h"
-#include "platform/Win32.h"
+#include "TQLib/files/TQFile.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"
-#include "text/TQHandle.h"
 
 #include <atomic>
 #include <csignal>

@@ -1,4 +1,4 @@
-#include "log/internal/LogRecord.h"
+#include "TQLib/log/internal/LogRecord.h"
 
 #include <gtest/gtest.h>
 

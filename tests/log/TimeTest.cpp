@@ -1,6 +1,6 @@
-#include "log/TQTime.h"
-#include "log/TQTimer.h"
-#include "platform/Win32.h"
+#include "TQLib/log/time/TQTime.h"
+#include "TQLib/log/time/TQTimer.h"
+#include "TQLib/platform/Win32.h"
 #include "support/FailCall.h"
 
 #include <array>

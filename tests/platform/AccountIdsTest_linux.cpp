@@ -1,5 +1,5 @@
+#include "TQLib/platform/linux/base/Sha256.h"
 #include "platform/SidTexts.h"
-#include "platform/linux/internal/Sha256.h"
 
 #include <fstream>
 #include <string>

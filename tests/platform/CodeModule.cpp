@@ -1,5 +1,5 @@
 // A module with code that leaves a trace while it is loaded as such.
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 
 #include <new>
 

@@ -2,7 +2,7 @@
 // environment variable TQ_STRESS_SECONDS says.
 #include "Ports.h"
 #include "Stress.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <array>
 #include <chrono>

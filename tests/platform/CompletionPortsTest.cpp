@@ -1,5 +1,5 @@
 #include "Ports.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <array>
 #include <numeric>

@@ -1,5 +1,5 @@
 #include "PlatformTest.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Role.h"
 #include "support/Worker.h"

@@ -1,5 +1,5 @@
 #include "PlatformTest.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 // What the platform's event log does with an event is tested on Linux alone: under Wine events go nowhere.
 namespace Quellan::Corvel::Test {

@@ -1,6 +1,6 @@
 #include "PlatformTest.h"
-#include "platform/Win32.h"
-#include "platform/linux/internal/Descriptor.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
 
 #include <csignal>
 #include <cstring>

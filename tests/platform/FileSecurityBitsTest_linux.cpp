@@ -1,8 +1,8 @@
 #include "PlatformTest.h"
-#include "platform/OpenFiles.h"
-#include "platform/linux/internal/FileSecurity.h"
+#include "TQLib/platform/OpenFiles.h"
+#include "TQLib/platform/linux/files/FileSecurity.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "support/Worker.h"
-#include "text/TQHandle.h"
 
 #include <atomic>
 #include <filesystem>

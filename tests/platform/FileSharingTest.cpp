@@ -1,9 +1,9 @@
 #include "PlatformTest.h"
-#include "platform/OpenFiles.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/OpenFiles.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "support/Role.h"
 #include "support/Worker.h"
-#include "text/TQHandle.h"
 
 #include <atomic>
 

@@ -1,9 +1,9 @@
 // What the child of a fork has, and what it leaves to its parent.
 #include "Forked_linux.h"
 #include "RegistryTest.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/linux/base/Durable.h"
 #include "WaitObjects.h"
-#include "core/TQException.h"
-#include "platform/linux/base/Durable.h"
 #include "support/Role.h"
 
 #include <algorithm>

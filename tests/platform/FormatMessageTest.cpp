@@ -1,5 +1,5 @@
 #include "PlatformMessages.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <array>

@@ -1,9 +1,9 @@
 // What the layer's FormatMessageW does by the documentation where Wine does otherwise, its system texts, and
 // the expansion's limits.
 #include "PlatformMessages.h"
-#include "platform/SystemCodes.h"
-#include "platform/Win32.h"
-#include "platform/linux/internal/MessageFormat.h"
+#include "TQLib/platform/SystemCodes.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/texts/MessageFormat.h"
 #include "support/FailCall.h"
 
 #include <array>

@@ -1,7 +1,7 @@
 #include "PlatformTest.h"
-#include "platform/Win32.h"
-#include "platform/linux/internal/Descriptor.h"
-#include "platform/linux/internal/RangeLocks.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/files/RangeLocks.h"
 #include "support/FailKernelCall_linux.h"
 
 #include <cerrno>

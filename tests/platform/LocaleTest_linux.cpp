@@ -1,5 +1,5 @@
 #include "PlatformTest.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 namespace Quellan::Corvel::Test {
 namespace {

@@ -1,7 +1,7 @@
 #include "ModuleBytes.h"
-#include "platform/Win32.h"
-#include "platform/linux/internal/MessageTable.h"
-#include "platform/linux/internal/ModuleImage.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/process/ModuleImage.h"
+#include "TQLib/platform/linux/texts/MessageTable.h"
 
 #include <cstring>
 #include <filesystem>

@@ -1,7 +1,7 @@
 // Message tables and module files put together byte by byte, so that a test can have them right or wrong.
 #pragma once
 
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 
 #include <cstdint>
 #include <string>

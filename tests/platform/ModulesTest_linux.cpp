@@ -1,6 +1,6 @@
 // What the layer does beyond the platform's documented behaviour, or where Wine does otherwise.
 #include "PlatformMessages.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <array>
 #include <atomic>

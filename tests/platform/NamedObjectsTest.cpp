@@ -1,5 +1,5 @@
+#include "TQLib/platform/Win32.h"
 #include "WaitObjects.h"
-#include "platform/Win32.h"
 #include "support/Role.h"
 
 #include <memory>

@@ -1,7 +1,7 @@
 // What only the layer promises: where names live, what survives a kill, whom it trusts.
 #include "SleepingThreads_linux.h"
+#include "TQLib/platform/Win32.h"
 #include "WaitObjects.h"
-#include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Role.h"
 

@@ -1,7 +1,7 @@
 // What tests of the platform's calls share.
 #pragma once
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <atomic>
 #include <gtest/gtest.h>

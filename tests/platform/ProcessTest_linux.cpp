@@ -1,6 +1,6 @@
 #include "Forked_linux.h"
 #include "PlatformTest.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <fstream>
 #include <iterator>

@@ -1,9 +1,9 @@
 // A handle of the service manager whose holder says what it likes, when it likes.
 #pragma once
 
-#include "platform/Win32.h"
-#include "platform/linux/internal/ServiceMessages.h"
-#include "platform/linux/internal/ServiceSocket.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
+#include "TQLib/platform/linux/services/ServiceSocket.h"
 
 #include <gtest/gtest.h>
 #include <poll.h>

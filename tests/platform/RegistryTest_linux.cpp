@@ -1,6 +1,6 @@
 // The registry's files, and processes that are killed while they change it.
 #include "RegistryTest.h"
-#include "platform/linux/internal/Case.h"
+#include "TQLib/platform/linux/base/Case.h"
 #include "support/Role.h"
 
 #include <cstdlib>

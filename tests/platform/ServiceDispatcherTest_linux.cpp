@@ -1,8 +1,8 @@
 // The dispatcher of a process, told what to do by a manager that the test plays.
 #include "ServicesTest.h"
 #include "ServicesTestProgram.h"
-#include "platform/linux/internal/ServiceMessages.h"
-#include "platform/linux/internal/ServiceSocket.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
+#include "TQLib/platform/linux/services/ServiceSocket.h"
 #include "support/ChildProcess.h"
 
 #include <filesystem>

@@ -1,7 +1,7 @@
 // The service program of the tests: what its controls and start arguments mean.
 #pragma once
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 namespace Quellan::Corvel::Test {
 

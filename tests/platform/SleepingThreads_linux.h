@@ -1,7 +1,7 @@
 // Seeing from outside that a thread sleeps.
 #pragma once
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <fstream>
 #include <string>

@@ -1,8 +1,8 @@
 // Faults to order, and translating them into one exception class.
 #pragma once
 
-#include "platform/StructuredExceptions.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/StructuredExceptions.h"
+#include "TQLib/platform/Win32.h"
 
 #include <cstdint>
 #include <gmock/gmock.h>

@@ -1,4 +1,4 @@
-#include "platform/StructuredExceptions.h"
+#include "TQLib/platform/StructuredExceptions.h"
 #include "platform/StructuredExceptionsFaults.h"
 
 #include <array>

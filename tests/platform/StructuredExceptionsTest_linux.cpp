@@ -1,5 +1,5 @@
+#include "TQLib/platform/linux/process/StructuredExceptions.h"
 #include "platform/StructuredExceptionsFaults.h"
-#include "platform/linux/StructuredExceptions.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,4 @@
-#include "platform/SystemCodes.h"
+#include "TQLib/platform/SystemCodes.h"
 
 #include <gtest/gtest.h>
 #include <set>

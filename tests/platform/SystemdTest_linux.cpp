@@ -1,6 +1,6 @@
 // Services that systemd has started, which the test plays.
 #include "ServicesTest.h"
-#include "platform/linux/internal/Descriptor.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
 #include "support/ChildProcess.h"
 
 #include <csignal>

@@ -1,7 +1,7 @@
 // What only the layer promises.
 #include "Forked_linux.h"
+#include "TQLib/platform/Win32.h"
 #include "WaitObjects.h"
-#include "platform/Win32.h"
 
 #include <cstdlib>
 #include <pthread.h>

@@ -1,8 +1,8 @@
 // Locks that are waited for.
 #include "PlatformTest.h"
-#include "platform/linux/Files.h"
-#include "platform/linux/internal/Descriptor.h"
-#include "platform/linux/internal/RangeLocks.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/files/Files.h"
+#include "TQLib/platform/linux/files/RangeLocks.h"
 #include "support/Role.h"
 #include "support/Worker.h"
 

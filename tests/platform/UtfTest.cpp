@@ -1,4 +1,4 @@
-#include "platform/Utf.h"
+#include "TQLib/platform/Utf.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

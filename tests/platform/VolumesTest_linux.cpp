@@ -1,5 +1,5 @@
 #include "PlatformTest.h"
-#include "platform/linux/internal/Mounts.h"
+#include "TQLib/platform/linux/files/Mounts.h"
 
 #include <filesystem>
 

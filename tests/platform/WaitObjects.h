@@ -2,7 +2,7 @@
 #pragma once
 
 #include "PlatformTest.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <functional>
 #include <utility>

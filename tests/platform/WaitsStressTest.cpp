@@ -1,7 +1,7 @@
 // Invariants of waits under load. Each case runs for half a second, or for as many seconds as the environment
 // variable TQ_STRESS_SECONDS says; what it went through stands in the report of --gtest_output=xml.
 #include "Stress.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 #include "support/Role.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 // What only the layer promises, or what can only be seen by looking at a thread from outside.
 #include "Ports.h"
 #include "SleepingThreads_linux.h"
-#include "platform/linux/internal/LockWatch.h"
+#include "TQLib/platform/linux/base/LockWatch.h"
 
 #include <sys/wait.h>
 #include <unistd.h>

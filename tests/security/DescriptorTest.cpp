@@ -1,6 +1,6 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/security/SecAttr.h"
 #include "security/Identifiers.h"
-#include "security/SecAttr.h"
 #include "support/FailCall.h"
 
 #include <cstring>

@@ -1,7 +1,7 @@
 // Users and groups that exist in this test program alone, as if a directory had them.
 #pragma once
 
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 
 namespace Quellan::Corvel::Test {
 

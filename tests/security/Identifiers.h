@@ -1,9 +1,9 @@
 // Identifiers by their texts, so that tests can be read.
 #pragma once
 
-#include "core/TQException.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/security/SecID.h"
 #include "platform/SidTexts.h"
-#include "security/SecID.h"
 
 #include <gtest/gtest.h>
 #include <ostream>

@@ -1,8 +1,8 @@
 // What the platform says of an identifier's account, and under whose identity it is asked.
+#include "TQLib/system/TQSysProc.h"
+#include "TQLib/threads/TQThread.h"
 #include "security/Identifiers.h"
 #include "support/FailCall.h"
-#include "system/TQSysProc.h"
-#include "threads/TQThread.h"
 
 #include <cstdio>
 #include <cwchar>

@@ -1,6 +1,6 @@
+#include "TQLib/security/SecIDAttrArray.h"
+#include "TQLib/security/SecPrivilegeSet.h"
 #include "security/Identifiers.h"
-#include "security/SecIDAttrArray.h"
-#include "security/SecPrivilegeSet.h"
 #include "support/FailCall.h"
 
 namespace Quellan::Corvel::Test {

@@ -1,6 +1,6 @@
-#include "files/TQRegValue.h"
+#include "TQLib/files/registry/TQRegValue.h"
+#include "TQLib/security/SecIDArray.h"
 #include "security/Identifiers.h"
-#include "security/SecIDArray.h"
 #include "support/FailCall.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
 // The groups and rights of an identifier, as far as both platforms show them.
+#include "TQLib/security/SecIDArray.h"
+#include "TQLib/security/SecPrivilegeSet.h"
+#include "TQLib/system/TQSysProc.h"
 #include "security/Identifiers.h"
-#include "security/SecIDArray.h"
-#include "security/SecPrivilegeSet.h"
 #include "support/FailCall.h"
-#include "system/TQSysProc.h"
 
 namespace Quellan::Corvel::Test {
 namespace {

@@ -1,8 +1,8 @@
 // Groups and rights as the layer has them; Wine shows neither.
+#include "TQLib/security/SecIDArray.h"
+#include "TQLib/security/SecPrivilegeSet.h"
 #include "security/Directory_linux.h"
 #include "security/Identifiers.h"
-#include "security/SecIDArray.h"
-#include "security/SecPrivilegeSet.h"
 #include "support/FailCall.h"
 #include "support/ThrownCode.h"
 

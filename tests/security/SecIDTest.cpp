@@ -1,6 +1,6 @@
+#include "TQLib/security/SecID.h"
+#include "TQLib/security/SecPrivilegeSet.h"
 #include "security/Identifiers.h"
-#include "security/SecID.h"
-#include "security/SecPrivilegeSet.h"
 #include "support/FailCall.h"
 
 #include <set>

@@ -1,8 +1,8 @@
+#include "TQLib/security/TQSecThreadToken.h"
+#include "TQLib/system/TQSysProc.h"
+#include "TQLib/threads/TQThread.h"
 #include "security/Identifiers.h"
-#include "security/TQSecThreadToken.h"
 #include "support/FailCall.h"
-#include "system/TQSysProc.h"
-#include "threads/TQThread.h"
 
 #include <exception>
 

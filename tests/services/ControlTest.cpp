@@ -1,8 +1,8 @@
 // Controls on their way to a service, and what it does then.
 #include "ScriptedManager.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/services/TQServiceMgr.h"
 #include "TestService.h"
-#include "core/TQException.h"
-#include "services/TQServiceMgr.h"
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;

@@ -1,9 +1,9 @@
 // Services of one process from their start to their end.
 #include "ScriptedManager.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/services/TQServiceApp.h"
+#include "TQLib/services/TQServiceMgr.h"
 #include "TestService.h"
-#include "core/TQException.h"
-#include "services/TQServiceApp.h"
-#include "services/TQServiceMgr.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
 #include "support/ThrownCode.h"

@@ -1,7 +1,7 @@
 // Installing, asking, removing: what it does, and what it says where it can't.
 #include "InstalledServices.h"
+#include "TQLib/services/TQServiceMgr.h"
 #include "TestService.h"
-#include "services/TQServiceMgr.h"
 #include "support/FailCall.h"
 
 using namespace Quellan::Corvel;

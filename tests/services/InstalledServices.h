@@ -1,15 +1,15 @@
 // Services that tests install.
 #pragma once
 
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/services/TQServiceCtrl.h"
+#include "TQLib/services/TQServiceMgr.h"
+#include "TQLib/system/TQSysProc.h"
 #include "TestNames.h"
-#include "core/TQException.h"
-#include "platform/Win32.h"
-#include "services/TQServiceCtrl.h"
-#include "services/TQServiceMgr.h"
 #include "support/ChildProcess.h"
 #include "support/ServiceManager.h"
 #include "support/ThrownCode.h"
-#include "system/TQSysProc.h"
 
 #include <gmock/gmock.h>
 

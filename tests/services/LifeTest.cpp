@@ -1,6 +1,6 @@
 // The service program, run by the platform's manager and without one.
 #include "InstalledServices.h"
-#include "services/TQServiceCtrl.h"
+#include "TQLib/services/TQServiceCtrl.h"
 #include "support/FailCall.h"
 
 using namespace Quellan::Corvel;

@@ -1,6 +1,6 @@
 // The worker of a service on its own.
+#include "TQLib/services/TQSvcProcessor.h"
 #include "TestService.h"
-#include "services/TQSvcProcessor.h"
 #include "support/Worker.h"
 
 using namespace Quellan::Corvel;

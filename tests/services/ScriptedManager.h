@@ -1,8 +1,8 @@
 // A service manager inside the test process, which does what the test says.
 #pragma once
 
-#include "platform/Win32.h"
-#include "services/internal/ServiceHost.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/services/internal/ServiceHost.h"
 #include "support/Worker.h"
 
 #include <atomic>

@@ -2,9 +2,9 @@
 // the program's: "fail" makes the work throw 1234, "denied" 5, "fail-on-reload" that of the first one 1234 when
 // parameters have changed; "slow" makes the start take some seconds, "hang" the stop for ever. Where the last
 // argument of the program is "none", they say that they take no arguments.
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
+#include "TQLib/platform/Win32.h"
 #include "TestNames.h"
-#include "platform/Win32.h"
 
 #include <string_view>
 

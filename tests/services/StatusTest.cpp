@@ -1,8 +1,8 @@
 // What a service records and reports of its state.
 #include "ScriptedManager.h"
+#include "TQLib/log/time/TQTimer.h"
+#include "TQLib/services/TQService.h"
 #include "TestService.h"
-#include "log/TQTimer.h"
-#include "services/TQService.h"
 #include "support/ThrownCode.h"
 
 #include <cstring>

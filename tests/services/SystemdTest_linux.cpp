@@ -1,12 +1,12 @@
 // The service program as a unit of systemd, whose place a program takes that follows its rules.
+#include "TQLib/services/internal/SystemdUnit.h"
+#include "TQLib/text/TQStringArray.h"
 #include "TestNames.h"
 #include "TestService.h"
 #include "platform/PlatformTest.h"
-#include "services/internal/SystemdUnit.h"
 #include "support/ChildProcess.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
-#include "text/TQStringArray.h"
 
 #include <cstdio>
 #include <filesystem>

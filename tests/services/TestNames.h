@@ -1,7 +1,7 @@
 // What the service program and its tests agree upon.
 #pragma once
 
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 
 namespace Quellan::Corvel::Test {
 

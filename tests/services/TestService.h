@@ -1,8 +1,8 @@
 // A service whose steps the test gives.
 #pragma once
 
-#include "platform/Win32.h"
-#include "services/TQServiceMgr.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/services/TQServiceMgr.h"
 
 #include <atomic>
 #include <functional>

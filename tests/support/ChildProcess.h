@@ -1,7 +1,7 @@
 // Processes that a test starts, talks to and ends.
 #pragma once
 
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 
 #include <memory>
 #include <string>

@@ -1,7 +1,7 @@
 // Platform calls and allocations that fail on demand.
 #pragma once
 
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 #include "support/ThrownCode.h"
 
 #include <cstdint>

@@ -1,4 +1,4 @@
-#include "platform/linux/internal/FaultPoint.h"
+#include "TQLib/platform/linux/base/FaultPoint.h"
 #include "support/Allocations_linux.h"
 #include "support/FailCall.h"
 #include "support/StackedPlan_linux.h"

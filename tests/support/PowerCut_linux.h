@@ -6,7 +6,7 @@
 // may have its old name as well.
 #pragma once
 
-#include "platform/linux/base/Durable.h"
+#include "TQLib/platform/linux/base/Durable.h"
 
 #include <filesystem>
 #include <functional>

@@ -1,8 +1,8 @@
 // An event log that a test can read.
 #pragma once
 
-#include "core/TQEventLog.h"
-#include "core/TQException.h"
+#include "TQLib/core/TQEventLog.h"
+#include "TQLib/core/TQException.h"
 
 #include <mutex>
 #include <string>

@@ -1,6 +1,6 @@
 #include "support/ServiceManager.h"
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 namespace Quellan::Corvel::Test {
 

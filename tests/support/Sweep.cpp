@@ -1,6 +1,6 @@
 #include "support/Sweep.h"
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Resources.h"
 

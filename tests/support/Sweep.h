@@ -2,8 +2,8 @@
 // once.
 #pragma once
 
-#include "core/TQException.h"
-#include "platform/Types.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Types.h"
 
 #include <concepts>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 #include "support/Sweep.h"
 
 namespace Quellan::Corvel::Test {

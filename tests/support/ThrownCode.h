@@ -1,7 +1,7 @@
 // The code that an operation throws, so that a test reads EXPECT_EQ(ThrownCode([&] { buffer.At(3); }), 1413).
 #pragma once
 
-#include "core/TQException.h"
+#include "TQLib/core/TQException.h"
 
 #include <utility>
 

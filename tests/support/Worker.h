@@ -1,8 +1,8 @@
 // Threads for tests.
 #pragma once
 
-#include "platform/Win32.h"
-#include "threads/TQThread.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQThread.h"
 
 #include <functional>
 #include <utility>

@@ -1,9 +1,9 @@
-#include "core/TQException.h"
-#include "core/TQLib.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/core/TQLib.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQLocale.h"
+#include "TQLib/system/TQSysProc.h"
 #include "sweep/Rows.h"
-#include "system/TQLocale.h"
-#include "system/TQSysProc.h"
 
 #include <memory>
 #include <stdexcept>

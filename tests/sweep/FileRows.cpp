@@ -1,13 +1,13 @@
-#include "files/TQFile.h"
-#include "files/TQFileName.h"
-#include "files/TQRegKey.h"
-#include "files/TQRegValue.h"
-#include "files/TQTextFile.h"
+#include "TQLib/files/TQFile.h"
+#include "TQLib/files/TQFileName.h"
+#include "TQLib/files/TQTextFile.h"
+#include "TQLib/files/registry/TQRegKey.h"
+#include "TQLib/files/registry/TQRegValue.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/security/SecAttr.h"
+#include "TQLib/text/STLString.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
-#include "security/SecAttr.h"
 #include "sweep/Rows.h"
-#include "text/STLString.h"
 
 namespace Quellan::Corvel::Test {
 

@@ -1,9 +1,9 @@
-#include "log/TQLog.h"
+#include "TQLib/log/TQLog.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/STLString.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
 #include "support/RecordingSink.h"
 #include "sweep/Rows.h"
-#include "text/STLString.h"
 
 #include <algorithm>
 #include <filesystem>

@@ -1,13 +1,13 @@
+#include "TQLib/platform/Win32.h"
+#include "TQLib/security/SecACL.h"
+#include "TQLib/security/SecAttr.h"
+#include "TQLib/security/SecDesc.h"
+#include "TQLib/security/SecID.h"
+#include "TQLib/security/SecPrivilegeSet.h"
+#include "TQLib/security/TQSecThreadToken.h"
+#include "TQLib/system/TQSysProc.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
-#include "security/SecACL.h"
-#include "security/SecAttr.h"
-#include "security/SecDesc.h"
-#include "security/SecID.h"
-#include "security/SecPrivilegeSet.h"
-#include "security/TQSecThreadToken.h"
 #include "sweep/Rows.h"
-#include "system/TQSysProc.h"
 
 #include <cstdio>
 #include <memory>

@@ -1,6 +1,6 @@
-#include "platform/Win32.h"
-#include "services/TQServiceCtrl.h"
-#include "services/TQServiceMgr.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/services/TQServiceCtrl.h"
+#include "TQLib/services/TQServiceMgr.h"
 #include "support/ServiceManager.h"
 #include "sweep/Rows.h"
 

@@ -1,8 +1,8 @@
+#include "TQLib/text/TQString.h"
+#include "TQLib/text/TQStringArray.h"
+#include "TQLib/text/memory/TQDataBuf.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "sweep/Rows.h"
-#include "text/TQDataBuf.h"
-#include "text/TQHandle.h"
-#include "text/TQString.h"
-#include "text/TQStringArray.h"
 
 namespace Quellan::Corvel::Test {
 

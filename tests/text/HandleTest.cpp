@@ -1,7 +1,7 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "support/FailCall.h"
 #include "support/ThrownCode.h"
-#include "text/TQHandle.h"
 
 #include <gmock/gmock.h>
 #include <thread>

@@ -1,4 +1,4 @@
-#include "text/TQDataBuf.h"
+#include "TQLib/text/memory/TQDataBuf.h"
 
 #include <cstdint>
 #include <fstream>

@@ -1,5 +1,5 @@
+#include "TQLib/text/TQStringArray.h"
 #include "support/ThrownCode.h"
-#include "text/TQStringArray.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/STLString.h"
+#include "TQLib/text/TQString.h"
 #include "support/ThrownCode.h"
-#include "text/STLString.h"
-#include "text/TQString.h"
 
 #include <algorithm>
 #include <gtest/gtest.h>

@@ -1,11 +1,11 @@
+#include "TQLib/threads/TQProcessLock.h"
+#include "TQLib/threads/TQSignalLockSynch.h"
+#include "TQLib/threads/TQThreadCPUTimer.h"
+#include "TQLib/threads/TQThreadPriority.h"
+#include "TQLib/threads/TQThreadReadSynch.h"
 #include "platform/PlatformTest.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
-#include "threads/TQProcessLock.h"
-#include "threads/TQSignalLockSynch.h"
-#include "threads/TQThreadCPUTimer.h"
-#include "threads/TQThreadPriority.h"
-#include "threads/TQThreadReadSynch.h"
 
 #include <array>
 #include <atomic>

@@ -1,5 +1,5 @@
 // Linked into a test program: ends it where a thread waits for a kernel object while it holds a lock.
-#include "platform/linux/internal/LockWatch.h"
+#include "TQLib/platform/linux/base/LockWatch.h"
 
 #include <gtest/gtest.h>
 

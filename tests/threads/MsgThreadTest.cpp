@@ -1,10 +1,10 @@
-#include "core/TQException.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQMsgThread.h"
+#include "TQLib/threads/TQMutex.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
 #include "support/Worker.h"
-#include "threads/TQMsgThread.h"
-#include "threads/TQMutex.h"
 
 #include <atomic>
 #include <gmock/gmock.h>

@@ -1,7 +1,7 @@
 // A program that locks and waits rightly, against the library as it is: built for the thread sanitizer, and
 // to run on helgrind. Both end it with a failure where they see a race. With the argument "race" there is
 // one.
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
 
 #include <string_view>
 

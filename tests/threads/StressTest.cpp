@@ -1,10 +1,10 @@
-#include "core/TQException.h"
-#include "log/TQTimer.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/log/time/TQTimer.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQMsgThread.h"
+#include "TQLib/threads/TQThreadReadSynch.h"
+#include "TQLib/threads/TQWaitList.h"
 #include "support/Worker.h"
-#include "threads/TQMsgThread.h"
-#include "threads/TQThreadReadSynch.h"
-#include "threads/TQWaitList.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,9 +1,9 @@
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQEvent.h"
+#include "TQLib/threads/TQMutex.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
-#include "threads/TQEvent.h"
-#include "threads/TQMutex.h"
 
 #include <gtest/gtest.h>
 #include <optional>

@@ -1,11 +1,11 @@
 // A pool whose handlers are functions that a test gives it.
 #pragma once
 
-#include "core/TQException.h"
-#include "platform/Win32.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQThreadPool.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
-#include "threads/TQThreadPool.h"
 
 #include <atomic>
 #include <cstring>

@@ -1,7 +1,7 @@
+#include "TQLib/threads/TQThreadPool.h"
+#include "TQLib/threads/TQWorkPool.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"
-#include "threads/TQThreadPool.h"
-#include "threads/TQWorkPool.h"
 #include "threads/TestPool.h"
 
 #include <gmock/gmock.h>

@@ -1,5 +1,5 @@
 // What of a pool only the layer's fault points and the system's own files show.
-#include "threads/TQWorkPool.h"
+#include "TQLib/threads/TQWorkPool.h"
 #include "threads/TestPool.h"
 
 #include <fstream>

@@ -1,11 +1,11 @@
-#include "core/TQException.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQThread.h"
+#include "TQLib/threads/TQThreadCPUTimer.h"
 #include "platform/PlatformTest.h"
-#include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/RecordingSink.h"
 #include "support/Worker.h"
-#include "threads/TQThread.h"
-#include "threads/TQThreadCPUTimer.h"
 
 #include <atomic>
 #include <gmock/gmock.h>

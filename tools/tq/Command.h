@@ -1,7 +1,7 @@
 // What the words of `tq` have in common: how they read their arguments, how they fail and how they print.
 #pragma once
 
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
 
 #include <string_view>
 #include <vector>

@@ -1,7 +1,7 @@
 // tq error: what an error code means.
 #include "Command.h"
-#include "platform/SystemCodes.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/SystemCodes.h"
+#include "TQLib/platform/Win32.h"
 
 #include <cerrno>
 #include <cwchar>

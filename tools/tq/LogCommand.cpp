@@ -2,7 +2,7 @@
 #include "Command.h"
 #include "LogHead.h"
 #include "LogReader.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <chrono>

@@ -1,7 +1,7 @@
 // The first line of a log's record.
 #pragma once
 
-#include "platform/Types.h"
+#include "TQLib/platform/Types.h"
 
 #include <optional>
 #include <string_view>

@@ -1,7 +1,7 @@
 #include "LogReader.h"
 
 #include "LogHead.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <utility>

@@ -1,7 +1,7 @@
 // Reading of log files, record by record. docs/formats/log-file.md describes them.
 #pragma once
 
-#include "TQLib.h"
+#include "TQLib/TQLib.h"
 
 #include <optional>
 #include <string>

@@ -2,7 +2,7 @@
 #include "Command.h"
 #include "ServiceText.h"
 #include "ServiceWords.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <cwchar>
 #include <optional>

@@ -1,6 +1,6 @@
 #include "ServiceText.h"
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <utility>
 

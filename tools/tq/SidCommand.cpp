@@ -1,6 +1,6 @@
 // tq sid: who is behind an account's name or a security identifier.
 #include "Command.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <functional>
 #include <utility>

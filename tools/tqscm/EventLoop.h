@@ -1,7 +1,7 @@
 // The one thread of the manager: what is ready is served, what is due is done.
 #pragma once
 
-#include "platform/linux/internal/Descriptor.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
 
 #include <chrono>
 #include <functional>

@@ -1,7 +1,7 @@
 #include "Journal.h"
 
 #include "Print.h"
-#include "platform/linux/base/Durable.h"
+#include "TQLib/platform/linux/base/Durable.h"
 
 #include <array>
 #include <cstring>

@@ -3,8 +3,8 @@
 // nothing waits for the disk.
 #pragma once
 
-#include "platform/linux/internal/Descriptor.h"
-#include "platform/linux/internal/ServiceMessages.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <cstdint>
 #include <map>

@@ -1,8 +1,8 @@
 #include "Launch.h"
 
-#include "platform/Win32.h"
-#include "platform/linux/internal/Descriptor.h"
-#include "platform/linux/internal/Wide.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/base/Wide.h"
 
 #include <algorithm>
 #include <array>

@@ -1,7 +1,7 @@
 // Starting the programs of services.
 #pragma once
 
-#include "platform/linux/Base.h"
+#include "TQLib/platform/linux/base/Base.h"
 
 #include <string>
 #include <sys/types.h>

@@ -1,6 +1,6 @@
 #include "Link.h"
 
-#include "platform/linux/internal/ServiceMessages.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <sys/epoll.h>
 

@@ -2,7 +2,7 @@
 
 #include "Launch.h"
 #include "Print.h"
-#include "platform/linux/internal/ServiceSocket.h"
+#include "TQLib/platform/linux/services/ServiceSocket.h"
 
 #include <algorithm>
 #include <csignal>

@@ -1,6 +1,6 @@
 #include "Print.h"
 
-#include "platform/linux/internal/Descriptor.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
 
 #include <algorithm>
 #include <cstdarg>

@@ -5,7 +5,7 @@
 #include "Launch.h"
 #include "Link.h"
 #include "Settings.h"
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 #include <deque>
 #include <functional>

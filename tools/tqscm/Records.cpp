@@ -3,7 +3,7 @@
 #include "Launch.h"
 #include "Print.h"
 #include "Store.h"
-#include "platform/linux/internal/Wide.h"
+#include "TQLib/platform/linux/base/Wide.h"
 
 #include <algorithm>
 

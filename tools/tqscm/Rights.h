@@ -1,7 +1,7 @@
 // Who may do what: rights of handles, and what controls need.
 #pragma once
 
-#include "platform/Win32.h"
+#include "TQLib/platform/Win32.h"
 
 namespace tqscm {
 

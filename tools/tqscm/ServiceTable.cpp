@@ -1,6 +1,6 @@
 #include "ServiceTable.h"
 
-#include "platform/linux/internal/Wide.h"
+#include "TQLib/platform/linux/base/Wide.h"
 
 #include <algorithm>
 

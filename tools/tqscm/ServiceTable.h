@@ -4,8 +4,8 @@
 #include "EventLoop.h"
 #include "Journal.h"
 #include "Launch.h"
-#include "platform/Win32.h"
-#include "platform/linux/internal/ServiceMessages.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <map>
 #include <set>

@@ -1,7 +1,7 @@
 #include "Store.h"
 
-#include "platform/linux/internal/RegistryRecord.h"
-#include "platform/linux/internal/Wide.h"
+#include "TQLib/platform/linux/base/Wide.h"
+#include "TQLib/platform/linux/registry/RegistryRecord.h"
 
 #include <array>
 #include <cstring>

@@ -1,8 +1,8 @@
 // The records of services in the registry (docs/formats/service-manager.md).
 #pragma once
 
-#include "platform/Win32.h"
-#include "platform/linux/internal/ServiceMessages.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <string>
 #include <vector>

@@ -1,7 +1,7 @@
 #include "Worker.h"
 
 #include "Print.h"
-#include "platform/linux/Errors.h"
+#include "TQLib/platform/linux/base/Errors.h"
 
 #include <csignal>
 #include <sys/epoll.h>

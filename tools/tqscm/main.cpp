@@ -1,6 +1,6 @@
 // tqscm: the service manager.
 #include "Manager.h"
-#include "platform/linux/internal/ServiceSocket.h"
+#include "TQLib/platform/linux/services/ServiceSocket.h"
 
 #include <charconv>
 #include <csignal>

@@ -1,0 +1,58 @@
+#include "TQLib/core/TQEventLog.h"
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQHandle.h"
+
+#include <string>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+// The event log service reads its sources here; the values' names are its own.
+constexpr const wchar_t* SourcesKey = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\";
+
+struct RegistryKeyClose : _TQNullHandle<HKEY> {
+    static void Close(HKEY key) noexcept { RegCloseKey(key); }
+};
+
+void Check(LSTATUS code, const wchar_t* where) {
+    if (code != ERROR_SUCCESS) throw TQSysException(static_cast<unsigned int>(code), where);
+}
+
+TQString SourceKey(const wchar_t* source) {
+    if (!source || !*source) throw TQException(ERROR_INVALID_PARAMETER, L"TQEventLog::InstallSource");
+    return TQString(SourcesKey) + source;
+}
+
+void SetText(HKEY key, const wchar_t* name, const TQString& text) {
+    Check(RegSetValueExW(key, name, 0, REG_EXPAND_SZ, reinterpret_cast<const BYTE*>(text.c_str()),
+                         static_cast<DWORD>((text.Length() + 1) * sizeof(wchar_t))),
+          L"TQEventLog::InstallSource");
+}
+
+void SetNumber(HKEY key, const wchar_t* name, DWORD number) {
+    Check(RegSetValueExW(key, name, 0, REG_DWORD, reinterpret_cast<const BYTE*>(&number), sizeof number),
+          L"TQEventLog::InstallSource");
+}
+
+}  // namespace
+
+void TQEventLog::InstallSource(const wchar_t* source, const wchar_t* messageFile, DWORD categoryCount) {
+    HKEY raw = nullptr;
+    Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str(), 0, nullptr, 0, KEY_SET_VALUE,
+                          nullptr, &raw, nullptr),
+          L"TQEventLog::InstallSource");
+    const TQHandle<RegistryKeyClose> key(raw);
+    SetText(raw, L"EventMessageFile", TQString(messageFile));
+    SetText(raw, L"CategoryMessageFile", TQString(messageFile));
+    SetNumber(raw, L"CategoryCount", categoryCount);
+    SetNumber(raw, L"TypesSupported",
+              EVENTLOG_ERROR_TYPE | EVENTLOG_WARNING_TYPE | EVENTLOG_INFORMATION_TYPE);
+}
+
+void TQEventLog::RemoveSource(const wchar_t* source) {
+    Check(RegDeleteKeyW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str()), L"TQEventLog::RemoveSource");
+}
+
+}  // namespace Quellan::Corvel

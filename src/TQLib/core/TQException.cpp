@@ -1,0 +1,230 @@
+#include "TQLib/core/TQException.h"
+
+#include "TQLib/core/TQLib.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
+
+#include <exception>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+TQEventType EventType(_TQExceptionRoot::Level level) {
+    switch (level) {
+        case _TQExceptionRoot::Level::Success:
+        case _TQExceptionRoot::Level::Information:
+            return TQEventType::Information;
+        case _TQExceptionRoot::Level::Warning:
+            return TQEventType::Warning;
+        default:
+            return TQEventType::Error;
+    }
+}
+
+// Describes the exception being handled.
+STLString DescribeCurrent(const wchar_t* where) {
+    STLString text;
+    try {
+        throw;
+    } catch (const _TQWin32Exception& e) {
+        e.AssembleLogOutput(where, text);
+    } catch (const std::exception& e) {
+        text = TQCoreException::Unknown(where, TQString::FromUtf8(e.what()).c_str())
+                   .ExcMsg(TQStrResDestination::Log);
+    } catch (...) {
+        text = TQCoreException::Unknown(where).ExcMsg(TQStrResDestination::Log);
+    }
+    return text;
+}
+
+}  // namespace
+
+TQCoreException::TQCoreException(const _TQWin32Exception& other)
+    : _TQWin32Exception(other), m_isCopied(true) {}
+
+TQCoreException::TQCoreException(const TQCoreException& other)
+    : _TQWin32Exception(other),
+      TQObject(other),
+      m_isLogged(other.HasLogged()),
+      m_isEventLogged(other.HasEventLogged()),
+      m_isDontLog(other.DontLog()),
+      m_isCopied(true) {}
+
+TQCoreException& TQCoreException::operator=(const TQCoreException& other) {
+    _TQWin32Exception::operator=(other);
+    m_isLogged = other.HasLogged();
+    m_isEventLogged = other.HasEventLogged();
+    m_isDontLog = other.DontLog();
+    m_isCopied = true;
+    return *this;
+}
+
+TQCoreException::~TQCoreException() = default;
+
+TQCoreException* TQCoreException::AllocCopy() const {
+    try {
+        return new TQCoreException(*this);
+    } catch (const std::bad_alloc&) {
+        TQException::ThrowReserved();
+    }
+}
+
+void TQCoreException::LogEvent(const wchar_t* where, const wchar_t* source, DWORD eventId,
+                               WORD category) const noexcept {
+    if (m_isEventLogged || m_isDontLog) return;
+    try {
+        STLString block;
+        AssembleLogOutput(where, block);
+        TQEventLog::LogStringEvent(source, eventId, category, EventType(ExcLevel()),
+                                   TQEventLog::CurrentAppName().c_str(), block.c_str());
+        m_isEventLogged = true;
+    } catch (...) {
+        DebugReport();
+    }
+}
+
+void TQCoreException::LogUnhandled(const wchar_t* source, DWORD eventId, WORD category,
+                                   const wchar_t* text) noexcept {
+    if (!source || eventId == 0 || category == 0) {
+        source = TQEventLog::LibrarySource;
+        eventId = TQEventLog::UnhandledExceptionEvent;
+        category = TQEventLog::UnhandledExceptionCategory;
+    }
+    if (!text) text = L"unknown";
+    try {
+        TQEventLog::LogStringEvent(source, eventId, category, TQEventType::Error,
+                                   TQEventLog::CurrentAppName().c_str(), text);
+    } catch (...) {
+        OutputDebugStringW(text);
+    }
+}
+
+void TQCoreException::LogUnhandledCurrent(const wchar_t* where) noexcept {
+    try {
+        LogUnhandled(nullptr, 0, 0, DescribeCurrent(where).c_str());
+    } catch (...) {
+        // The description could not be made, for want of memory; where it happened can still be told.
+        LogUnhandled(nullptr, 0, 0, where);
+    }
+}
+
+TQCoreException TQCoreException::Unknown(const wchar_t* where, const wchar_t* text) {
+    constexpr auto code = static_cast<unsigned int>(E_UNEXPECTED);
+    const bool hasText = text && *text;
+    if (!where && !hasText) return TQCoreException(code, L"Unknown exception.");
+    if (!where) where = L"unknown";
+    if (!hasText)
+        return TQCoreException(
+            code,
+            STLString::Format(L"Unknown exception occurred in %s with no detail message.", where).c_str());
+    return TQCoreException(
+        code, STLString::Format(L"Unknown exception occurred in %s with message '%s'.", where, text).c_str());
+}
+
+void TQCoreException::ThrowLastError(const wchar_t* where) {
+    throw TQCoreException(LastError(), where);
+}
+
+void TQCoreException::ThrowLastError(const _TQWin32Exception& inner, const wchar_t* where) {
+    throw TQCoreException(inner, LastError(), where);
+}
+
+void TQCoreException::ThrowLastError(unsigned int msgId, const TQBaseStrRes& store) {
+    throw TQCoreException(LastError(), msgId, store);
+}
+
+void TQCoreException::ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId,
+                                     const TQBaseStrRes& store) {
+    throw TQCoreException(inner, LastError(), msgId, store);
+}
+
+TQException::~TQException() = default;
+
+const TQException& TQException::Reserved() {
+    // Never destroyed: static objects may run out of memory when they end.
+    static const TQException& instance = *new TQException(Content{.code = ERROR_OUTOFMEMORY}, true);
+    return instance;
+}
+
+// Later there may be no memory for it.
+const bool TQException::s_isMadeEarly = (static_cast<void>(Reserved()), true);
+
+void TQException::ThrowReserved() {
+    TQLib::CallLowMemoryHandlers();
+    TQException thrown(Reserved());
+    thrown.SetArisen();
+    throw thrown;
+}
+
+TQSysException::~TQSysException() = default;
+bool TQSysException::IsSysException() const {
+    return true;
+}
+
+TQAppException::~TQAppException() = default;
+void TQAppException::ThrowLastError(DWORD code, const wchar_t* where) {
+    throw TQAppException(code, where);
+}
+
+TQCriticalException::~TQCriticalException() = default;
+
+void _TQWin32Exception::ThrowLastError(const wchar_t* where) {
+    throw TQCoreException(LastError(), where);
+}
+void _TQWin32Exception::ThrowOverflowError(const wchar_t* where) {
+    throw TQCoreException(ERROR_BUFFER_OVERFLOW, where);
+}
+void _TQWin32Exception::ThrowDataInvalidError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_DATA, where);
+}
+void _TQWin32Exception::ThrowIndexError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_INDEX, where);
+}
+void _TQWin32Exception::ThrowAccessError(const wchar_t* where) {
+    throw TQCoreException(ERROR_ACCESS_DENIED, where);
+}
+void _TQWin32Exception::ThrowBadFuncError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_FUNCTION, where);
+}
+void _TQWin32Exception::ThrowParameterInvalidError(const wchar_t* where) {
+    throw TQCoreException(ERROR_INVALID_PARAMETER, where);
+}
+void _TQWin32Exception::ThrowUnknown(const wchar_t* where) {
+    throw TQCoreException::Unknown(where);
+}
+
+void _TQWin32Exception::ThrowMemAllocError(const wchar_t* where) {
+    TQLib::CallLowMemoryHandlers();
+    throw TQException(ERROR_OUTOFMEMORY, where);
+}
+
+void TQStdExceptions::ThrowLastError(const wchar_t* where) {
+    _TQWin32Exception::ThrowLastError(where);
+}
+void TQStdExceptions::ThrowOverflowError(const wchar_t* where) {
+    _TQWin32Exception::ThrowOverflowError(where);
+}
+void TQStdExceptions::ThrowDataInvalidError(const wchar_t* where) {
+    _TQWin32Exception::ThrowDataInvalidError(where);
+}
+void TQStdExceptions::ThrowIndexError(const wchar_t* where) {
+    _TQWin32Exception::ThrowIndexError(where);
+}
+void TQStdExceptions::ThrowAccessError(const wchar_t* where) {
+    _TQWin32Exception::ThrowAccessError(where);
+}
+void TQStdExceptions::ThrowBadFuncError(const wchar_t* where) {
+    _TQWin32Exception::ThrowBadFuncError(where);
+}
+void TQStdExceptions::ThrowMemAllocError(const wchar_t* where) {
+    _TQWin32Exception::ThrowMemAllocError(where);
+}
+void TQStdExceptions::ThrowParameterInvalidError(const wchar_t* where) {
+    _TQWin32Exception::ThrowParameterInvalidError(where);
+}
+void TQStdExceptions::ThrowUnknown(const wchar_t* where) {
+    _TQWin32Exception::ThrowUnknown(where);
+}
+
+}  // namespace Quellan::Corvel

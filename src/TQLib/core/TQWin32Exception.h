@@ -1,0 +1,323 @@
+// The base of the exception family: codes in the Windows convention, their level, source and text, and
+// structured exceptions as C++ exceptions.
+#pragma once
+
+#include "TQLib/core/TQStrRes.h"
+#include "TQLib/core/internal/ExceptionText.h"
+#include "TQLib/core/internal/MessageCache.h"
+#include "TQLib/platform/StructuredExceptions.h"
+#include "TQLib/platform/Types.h"
+#include "TQLib/text/STLString.h"
+#include "TQLib/text/TQStringArray.h"
+
+#include <memory>
+#include <optional>
+#include <span>
+
+namespace Quellan::Corvel {
+
+// The two enumerations of the family and what a code says of itself.
+class TQLIB_API _TQExceptionRoot {
+  public:
+    enum class Level : unsigned int { Success = 0, Information = 1, Warning = 2, Error = 3, Unknown = 4 };
+    // `Facility` is what the facilities of the platform's subsystems give; it has no entry in the table of
+    // names.
+    enum class Source : unsigned int { Unknown = 0, App = 1, OS = 2, SubSystem = 3, Facility = 4 };
+
+    // A plain Win32 error number (below 0x1000000) is an error; any other code carries its level in its top
+    // two bits.
+    [[nodiscard]] static constexpr Level CodeLevel(unsigned int code) noexcept {
+        return code < 0x1000000 ? Level::Error : static_cast<Level>(code >> 30);
+    }
+    // The 13 bits from bit 16 on.
+    [[nodiscard]] static constexpr unsigned short CodeFacility(unsigned int code) noexcept {
+        return static_cast<unsigned short>((code >> 16) & 0x1FFF);
+    }
+    [[nodiscard]] static Source CodeSource(unsigned int code) noexcept;
+
+    // "Success", "Information", "Warning", "Error", "Unknown"; the last for every other value too.
+    [[nodiscard]] static const wchar_t* LevelName(Level level) noexcept;
+    // "Unknown", "App", "OS", "SubSystem", and "Facility" for the value past them; "Unknown" for every other
+    // value.
+    [[nodiscard]] static const wchar_t* SourceName(Source source) noexcept;
+    // The name of one of the platform's facilities, such as "Storage" for 3; "Unknown" for one that has none.
+    [[nodiscard]] static const wchar_t* FacilityName(unsigned short facility) noexcept;
+};
+
+// The record of an operating-system exception.
+struct TQOSExceptionRecord {
+    DWORD code;
+    DWORD flags;
+    const void* address;    // of the faulting instruction
+    DWORD parameterCount;   // of the parameters that follow; an exception may have had more
+    std::uintptr_t access;  // 0 read, 1 write, 8 execute
+    std::uintptr_t target;  // the accessed address
+    std::uintptr_t status;  // an in-page error's cause, an NTSTATUS
+
+    bool operator==(const TQOSExceptionRecord&) const noexcept = default;
+};
+
+// What every exception carries, over its concrete class `T`. An exception is a value that belongs to one
+// thread: it is built where it is thrown and copied into an inner slot or to another thread by `AllocCopy`.
+// One that several threads hold (by a `std::exception_ptr`, say) may be read and rendered by all of them.
+// What is assigned may be an inner exception of the target.
+template <class T>
+class _TQExceptionBase : public _TQExceptionRoot {
+  public:
+    virtual ~_TQExceptionBase();
+
+    // True for a failure that the operating system reported.
+    [[nodiscard]] virtual bool IsSysException() const;
+    // The system's text for the code followed by the code, as in "Access is denied. [0x00000005]"; "unknown"
+    // stands for a text that the system does not have. Empty for a code without a message number. Throws
+    // nothing.
+    [[nodiscard]] virtual STLString ExcCodeString() const;
+    // The name of the subsystem; see `FacilityName`.
+    [[nodiscard]] virtual const wchar_t* ExcSubSysName() const;
+    // Says what was being done. The first action empties the cached messages, so that they show it; a later
+    // one replaces the action, but messages rendered in between keep the first.
+    virtual void SetAction(const wchar_t* action);
+    // A copy of the same kind, owned by the caller, with its inner exceptions and marked as copied.
+    [[nodiscard]] virtual T* AllocCopy() const = 0;
+
+    [[nodiscard]] unsigned int ErrCode() const noexcept;
+    [[nodiscard]] LONG COMErrCode() const noexcept;
+    [[nodiscard]] Level ExcLevel() const noexcept;
+    [[nodiscard]] Source ExcSource() const noexcept;
+    [[nodiscard]] const wchar_t* ExcLevelName() const noexcept;
+    [[nodiscard]] const wchar_t* ExcSourceName() const noexcept;
+    [[nodiscard]] unsigned short ExcSubSys() const noexcept;
+    [[nodiscard]] DWORD ExcProcess() const noexcept;  // the process and the thread that built it
+    [[nodiscard]] DWORD ExcThread() const noexcept;
+    [[nodiscard]] const wchar_t* Action() const noexcept;  // empty until it is set
+    // Whether the message is a resource rather than literal text.
+    [[nodiscard]] bool HasResMsg() const noexcept;
+    // The exception that this one was built around, owned by this one; null without one.
+    [[nodiscard]] const T* Inner() const noexcept;
+    // The operating-system exception that this one stands for; null for all others.
+    [[nodiscard]] const TQOSExceptionRecord* OSException() const noexcept;
+
+    // The files that the failed operation was about, in the order in which they were added. Adding is for the
+    // one thread that has the exception; throws 14 (ERROR_OUTOFMEMORY) with nothing changed.
+    [[nodiscard]] TQStringArray ErrFileList() const;
+    void AddErrFile(const wchar_t* file) const;
+
+  protected:
+    struct Content {
+        unsigned int code = 0;
+        const wchar_t* text = nullptr;
+        std::optional<TQBaseStrRes> resource = {};
+        std::optional<Level> level = {};
+        std::optional<Source> source = {};
+        std::optional<unsigned short> subsystem = {};
+        const TQOSExceptionRecord* record = nullptr;
+    };
+
+    _TQExceptionBase(const T* inner, const Content& content);
+    _TQExceptionBase(const _TQExceptionBase& other);
+    _TQExceptionBase& operator=(const _TQExceptionBase& other);
+    // The exception arises here and now, in this process and on this thread.
+    void SetArisen() noexcept;
+
+    // The message alone for a destination: the literal text, or the resource with its inserts expanded;
+    // throws what the lookup throws.
+    STLString MessageFor(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
+    // The whole line, from the cache once it has been rendered.
+    const STLString& FullLine(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
+    // Whether both say the same: code, level, source, subsystem, message, action, record and inner
+    // exceptions.
+    bool SaysTheSame(const _TQExceptionBase& other) const noexcept;
+
+  private:
+    unsigned int m_code;
+    Level m_level;
+    Source m_source;
+    unsigned short m_subsystem;
+    DWORD m_process;
+    DWORD m_thread;
+    ExceptionText m_text;
+    std::optional<TQBaseStrRes> m_resource;
+    STLString m_action;
+    std::optional<TQOSExceptionRecord> m_record;
+    mutable MessageCache m_cache;
+    mutable std::unique_ptr<TQStringArray> m_files;
+    std::unique_ptr<T> m_inner;
+    // The former inner exception, where the source of an assignment lies in it: subclasses still read it
+    // then.
+    std::unique_ptr<T> m_formerInner;
+};
+
+class _TQWin32Exception;
+extern template class TQLIB_API _TQExceptionBase<_TQWin32Exception>;
+
+// An exception with a code in the Windows convention: a Win32 error number, an HRESULT or an NTSTATUS. The
+// library throws its subclasses (core/TQException.h); this class itself is thrown for a structured exception
+// on a thread with a `Trap_SEH`.
+//
+// Every class of the family has the constructors below, which all its subclasses inherit: a code, a message
+// (a literal text, or a message identifier with the store that resolves it when it is rendered), and
+// optionally level, source and subsystem, which otherwise follow from the code. A null text is an empty one.
+// An inner exception is copied. Texts of up to 63 characters are kept in place, longer ones are allocated;
+// where that fails, `TQException` 14 is thrown instead.
+class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
+  public:
+    using Base = _TQExceptionBase<_TQWin32Exception>;
+
+    explicit _TQWin32Exception(unsigned int code);
+    explicit _TQWin32Exception(const wchar_t* msg);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Source source);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source);
+    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
+                      unsigned short subsys);
+
+    _TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
+                      Source source);
+    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
+                      Source source, unsigned short subsys);
+
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code);
+    _TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
+                      Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
+                      Source source, unsigned short subsys);
+
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level, Source source);
+    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
+                      const TQBaseStrRes& store, Level level, Source source, unsigned short subsys);
+
+    // For an operating-system exception: the code is the record's, the message "A System Exception
+    // Occurred.".
+    explicit _TQWin32Exception(const TQOSExceptionRecord& record);
+
+    _TQWin32Exception(const _TQWin32Exception& other);
+    _TQWin32Exception& operator=(const _TQWin32Exception& other);
+    ~_TQWin32Exception() override;
+
+    [[nodiscard]] _TQWin32Exception* AllocCopy() const override;
+
+    // Equal when both say the same: code, level, source, subsystem, message, action, structured-exception
+    // record and inner exceptions. Where and when they arose, and what has been done with them, does not
+    // count.
+    bool operator==(const _TQWin32Exception& other) const noexcept { return SaysTheSame(other); }
+
+    // The message for a destination without code and action. Arguments fill the inserts of a resource
+    // message. Throws what the lookup of the resource throws (`TQBaseStrRes::Text`).
+    template <class... Args>
+    [[nodiscard]] STLString ExcMsg(TQStrResDestination destination, const Args&... args) const {
+        if constexpr (sizeof...(Args) == 0)
+            return MessageFor(destination, {});
+        else {
+            const TQMsgArg array[] = {TQMsgArg(args)...};
+            return MessageFor(destination, array);
+        }
+    }
+
+    // The one-line message: the message, " (", the code string, ")", " Action=" and the action, leaving out
+    // what is empty. Rendered once for each destination and then read from the cache, whatever the arguments;
+    // valid until the exception is changed or destroyed. Where the resource is not found, the line begins
+    // with the text of that failure. Throws `TQException` 87 (ERROR_INVALID_PARAMETER) for a destination that
+    // is none of the four.
+    template <class... Args>
+    const wchar_t* FullMsg(TQStrResDestination destination, const Args&... args) const {
+        if constexpr (sizeof...(Args) == 0)
+            return FullLine(destination, {}).c_str();
+        else {
+            const TQMsgArg array[] = {TQMsgArg(args)...};
+            return FullLine(destination, array).c_str();
+        }
+    }
+
+    // The log block: "Exception[Prc:PROCESS:Thr:THREAD]{APPLICATION} ", the message for the log, " in " and
+    // `where` unless that is null, empty or unreadable, and a line break; for an operating-system exception a
+    // second line that tells what happened at which address in which module. Replaces what `out` held.
+    void AssembleLogOutput(const wchar_t* where, STLString& out) const;
+
+    // Writes the log block to the debugger output. Throws nothing.
+    void DebugReport() const noexcept;
+
+    // Says that the process is not to be ended because of this exception.
+    void SetDontExit(bool dontExit = true) const noexcept { m_isDontExit = dontExit; }
+    [[nodiscard]] bool DontExit() const noexcept { return m_isDontExit; }
+    // True for the instance that is kept in reserve for reporting that memory is exhausted, and for its
+    // copies.
+    [[nodiscard]] bool PreAllocatedException() const noexcept { return m_isPreAllocated; }
+
+    // As `TQStdExceptions`: each throws a `TQCoreException` (`ThrowMemAllocError` a `TQException`) with its
+    // code and `where` as the message.
+    [[noreturn]] static void ThrowLastError(const wchar_t* where);
+    [[noreturn]] static void ThrowOverflowError(const wchar_t* where);
+    [[noreturn]] static void ThrowDataInvalidError(const wchar_t* where);
+    [[noreturn]] static void ThrowIndexError(const wchar_t* where);
+    [[noreturn]] static void ThrowAccessError(const wchar_t* where);
+    [[noreturn]] static void ThrowBadFuncError(const wchar_t* where);
+    [[noreturn]] static void ThrowMemAllocError(const wchar_t* where);
+    [[noreturn]] static void ThrowParameterInvalidError(const wchar_t* where);
+    [[noreturn]] static void ThrowUnknown(const wchar_t* where);
+
+    // While it lives, operating-system exceptions on the thread that created it (an access violation, an
+    // in-page error, a division by zero, an illegal instruction, whatever `RaiseException` raises) are thrown
+    // as `_TQWin32Exception` from where they arose; destructors between there and the catch run in code
+    // compiled with the options that the library hands on. Traps nest, last in first out; each belongs on the
+    // stack of its thread. A thread without a trap is left alone. A stack overflow and a fault inside the
+    // memory allocator end the process as without a trap. Throws 14 (ERROR_OUTOFMEMORY) where there is no
+    // memory for a thread's first trap.
+    class TQLIB_API Trap_SEH {
+      public:
+        // `name` tells the trap in a debugger; it must outlive the trap.
+        explicit Trap_SEH(const wchar_t* name = nullptr);
+        ~Trap_SEH();
+        Trap_SEH(const Trap_SEH&) = delete;
+        Trap_SEH& operator=(const Trap_SEH&) = delete;
+
+        const wchar_t* Name() const noexcept { return m_name; }
+        DWORD ThreadID() const noexcept { return m_thread; }
+
+      private:
+        friend class _TQWin32Exception;
+        const wchar_t* m_name;
+        DWORD m_thread;
+        Platform::StructuredExceptionTranslator m_previousTranslator = nullptr;
+        Trap_SEH* m_outer = nullptr;  // the thread's trap before this one
+        Trap_SEH* m_next = nullptr;   // of the innermost traps, another thread's
+    };
+
+    // The innermost trap of a thread, null without one. The trap may end at any time unless the caller is its
+    // thread.
+    static Trap_SEH* ThreadHandler(DWORD threadId) noexcept;
+
+  protected:
+    _TQWin32Exception(const Content& content, bool isPreAllocated);
+    // The calling thread's last error.
+    static unsigned int LastError() noexcept;
+
+  private:
+    static void RegisterHandler(Trap_SEH& trap);
+    static void UnregisterHandler(Trap_SEH& trap) noexcept;
+    // Where the thread's innermost trap stands in the list, or the list's end.
+    static Trap_SEH** EntryOf(DWORD thread, Trap_SEH*& first) noexcept;
+    static void _SEH_Trap(unsigned int code, _EXCEPTION_POINTERS* pointers);
+    void AppendOSExceptionLine(STLString& out) const;
+
+    bool m_isPreAllocated = false;
+    mutable bool m_isDontExit = false;
+};
+
+}  // namespace Quellan::Corvel

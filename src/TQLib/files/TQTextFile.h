@@ -1,0 +1,78 @@
+// Text files that many write to at once.
+#pragma once
+
+#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/files/TQFile.h"
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace Quellan::Corvel {
+
+class TQCountdownTimer;
+
+// A file of lines in the system's ANSI code page (UTF-8 on Linux), to which records are appended whole: those
+// of several threads, objects and processes follow each other and never mix. A writer that is killed in the
+// middle leaves at most its own record unfinished, and the next one begins on a new line.
+//
+// Threads that append to one object at the same time share the work: one of them writes the records of all
+// who have come meanwhile, in one write, and returns theirs as well. Each returns when its own record has
+// been written and flushed. Threads are served in the order in which they came. Among objects and processes
+// one waits next to the lock, and while it does nobody else can take it; who of the others follows is a
+// matter of chance, in which the one who has waited longest has most lots.
+class TQLIB_API TQTextFile : public _TQFile {
+  public:
+    // As `_TQFile`. Appending takes the rights to read and to write data.
+    TQTextFile(const TQFileName& name, DWORD access, DWORD disposition, DWORD flags, FileShare share,
+               const Sarvek::SecAttr& security);
+    ~TQTextFile() override;
+
+    // Appends `record` and a line feed, with each line break in it as CR-LF, and flushes the file. Waits up
+    // to `ms` milliseconds for the file's append lock, and throws 33 (ERROR_LOCK_VIOLATION) when the time is
+    // up. Throws 1006 (ERROR_FILE_INVALID) when the file is no longer at its name: the record belongs into
+    // another one. What can't be written whole is taken back, and the platform's code thrown.
+    void Append(std::wstring_view record, DWORD ms);
+
+  private:
+    struct Pending;
+    struct Turn;
+    struct Queue {
+        DWORD process;  // whose threads they are
+        Pending* first = nullptr;
+        Pending* last = nullptr;
+        bool hasWriter = false;
+        std::unique_ptr<Turn> turns{};  // not in use, each owns the next
+    };
+
+    // In the child of a fork: none of the threads in the queue are there, and what they were changing may be
+    // half changed.
+    void LeaveQueueToParent(DWORD process) noexcept TQ_REQUIRES(m_lock);
+    // False where it would have to wait and has no turn to wait for.
+    bool Enter(Pending& own) noexcept;
+    void PutBack(std::unique_ptr<Turn> turn) noexcept TQ_REQUIRES(m_lock);
+    // The first ones of the queue, together not more than `most` bytes unless it is one alone.
+    Pending* TakeBatch(std::size_t most) noexcept TQ_REQUIRES(m_lock);
+    // The writer from now on, null where nobody is left.
+    Pending* HandOver() noexcept TQ_REQUIRES(m_lock);
+
+    // These give codes in the place of exceptions, which could not be shared by the threads that they are
+    // for.
+    void WriteQueue(Pending& own) noexcept;
+    void WriteBatch(Pending* batch) noexcept;
+    DWORD WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcept;
+
+    void LockForAppending(const TQCountdownTimer& timer);
+    void Leave(ULONGLONG offset) noexcept;
+    bool EndsInsideLine(ULONGLONG end);
+    bool TakeBack(ULONGLONG end) noexcept;
+
+    TQThreadSynch m_lock;
+    Queue m_queue TQ_GUARDED_BY(m_lock);
+
+    // Of whoever writes.
+    ULONGLONG m_knownEnd = 0;  // where the last write here ended
+    std::string m_joined;
+};
+
+}  // namespace Quellan::Corvel

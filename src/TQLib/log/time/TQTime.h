@@ -1,0 +1,68 @@
+// Points in time.
+#pragma once
+
+#include "TQLib/log/time/TQTimeSpan.h"
+#include "TQLib/platform/Types.h"
+#include "TQLib/text/TQString.h"
+
+#include <span>
+
+namespace Quellan::Corvel {
+
+// A point in time with a precision of one millisecond, as a clock on the wall shows it: it does not know
+// whether it is local time or UTC, and comparing and subtracting make sense among times of one kind. A value.
+class TQLIB_API TQTime {
+  public:
+    // The reading of the calendar and the clock. `dayOfWeek` is 0 on Sundays.
+    struct Fields {
+        int year, month, day;
+        int hour = 0, minute = 0, second = 0, millisecond = 0;
+        int dayOfWeek = 0;
+    };
+
+    // No time: the beginning of the year 1601, before all others.
+    constexpr TQTime() noexcept = default;
+    // `dayOfWeek` is ignored. Throws 87 (ERROR_INVALID_PARAMETER) for a reading that no calendar or clock
+    // shows, and for years outside of 1601 to 30827.
+    explicit TQTime(const Fields& fields);
+
+    // Now, by the local clock and in UTC.
+    static TQTime CurrentTime() noexcept;
+    static TQTime CurrentUTCTime() noexcept;
+
+    constexpr bool IsNull() const noexcept { return m_ms == 0; }
+    Fields ToFields() const noexcept;
+
+    // How a time of day is written: the platform's flags (TIME_FORCE24HOURFORMAT and its like), which can be
+    // combined.
+    using TimeFormat = DWORD;
+    static constexpr TimeFormat DefaultTimeFormat = 0;
+    static constexpr TimeFormat NoMarkerTimeFormat = 4;
+    static constexpr TimeFormat Hour24TimeFormat = 8;
+    // 24 hours, and nothing that tells the halves of the day apart.
+    static constexpr TimeFormat Hour24NoMarkerTimeFormat = Hour24TimeFormat | NoMarkerTimeFormat;
+
+    // The time of day as `locale` writes it. Throws `TQSysException` with the platform's code.
+    TQString FormatTime(TimeFormat format, LCID locale) const;
+    // The same into `out`, which then holds a terminated text; returns its length. Throws 122
+    // (ERROR_INSUFFICIENT_BUFFER) too.
+    std::size_t FormatTimeTo(std::span<wchar_t> out, TimeFormat format, LCID locale) const;
+
+    friend constexpr auto operator<=>(TQTime a, TQTime b) noexcept = default;
+    friend constexpr TQTimeSpan operator-(TQTime a, TQTime b) noexcept {
+        return TQTimeSpan::FromMilliseconds(a.m_ms - b.m_ms);
+    }
+    // What is below a millisecond in the span is cut off.
+    constexpr TQTime& operator+=(TQTimeSpan span) noexcept {
+        m_ms += span.Milliseconds();
+        return *this;
+    }
+    constexpr TQTime& operator-=(TQTimeSpan span) noexcept { return *this += -span; }
+    friend constexpr TQTime operator+(TQTime time, TQTimeSpan span) noexcept { return time += span; }
+    friend constexpr TQTime operator-(TQTime time, TQTimeSpan span) noexcept { return time -= span; }
+
+  private:
+    LONGLONG m_ms = 0;
+};
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,277 @@
+#include "TQLib/platform/linux/base/HandleTable.h"
+
+#include "TQLib/platform/RaceTools.h"
+#include "TQLib/platform/linux/base/Fork.h"
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <optional>
+
+namespace Quellan::Corvel::Platform {
+
+// Bits of a slot's state: generation in the upper half, below it one for "not closed" and the number of
+// users. An open handle counts as one user.
+struct alignas(64) HandleSlot {
+    std::atomic<std::uint64_t> state{0};
+    std::atomic<const SignalWord*> look{nullptr};  // null: only a use of the object tells
+    std::shared_ptr<Object> object;
+    DWORD access = 0;
+    std::uint32_t nextFree = 0;
+};
+
+namespace {
+
+constexpr std::uint64_t Open = 1u << 31;
+constexpr std::uint64_t Users = Open - 1;
+
+// Bits of a handle: 0 and 1 are zero, then the index, then the generation. Pseudo handles, null and addresses
+// of the upper half never look like one.
+constexpr unsigned IndexShift = 2;
+constexpr unsigned IndexBits = 24;
+constexpr unsigned GenerationShift = IndexShift + IndexBits;
+constexpr unsigned HandleBits = GenerationShift + 32;
+
+constexpr std::uint32_t SlotsInChunk = 1024;
+constexpr std::uint32_t MostChunks = (1u << IndexBits) / SlotsInChunk;
+constexpr std::uint32_t Shards = 16;
+// A slot waits behind at least so many others before it is used again.
+constexpr std::uint32_t LeastFree = 64;
+
+// A first-in, first-out list of free slots; each thread uses one of the shards. Slot 0 is never used: it ends
+// lists. A slot goes to the list of the thread that closed it, and a list that runs short takes over slots of
+// another.
+struct alignas(64) FreeList {
+    std::mutex lock;
+    std::uint32_t first = 0;
+    std::uint32_t last = 0;
+    std::uint32_t size = 0;
+};
+
+constinit std::atomic<HandleSlot*> g_chunks[MostChunks];
+constinit FreeList g_free[Shards];
+constinit std::mutex g_growth;
+constinit std::uint32_t g_chunkCount = 0;  // guarded by g_growth
+
+const ForkPart g_forkPart(
+    ForkOrder::Handles,
+    []() noexcept {
+        for (FreeList& list : g_free)
+            list.lock.lock();
+        g_growth.lock();
+    },
+    [](bool) noexcept {
+        g_growth.unlock();
+        for (FreeList& list : g_free)
+            list.lock.unlock();
+    });
+
+FreeList& ThreadFreeList() noexcept {
+    static constinit std::atomic<std::uint32_t> threads{0};
+    thread_local const std::uint32_t shard = threads.fetch_add(1, std::memory_order_relaxed) % Shards;
+    return g_free[shard];
+}
+
+HandleSlot* SlotAt(std::uint32_t index) noexcept {
+    HandleSlot* chunk = g_chunks[index / SlotsInChunk].load(std::memory_order_acquire);
+    return chunk ? chunk + index % SlotsInChunk : nullptr;
+}
+
+void PushFree(FreeList& list, std::uint32_t index) noexcept {
+    SlotAt(index)->nextFree = 0;
+    if (list.last)
+        SlotAt(list.last)->nextFree = index;
+    else
+        list.first = index;
+    list.last = index;
+    ++list.size;
+}
+
+// Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at
+// once.
+bool TakeOver(FreeList& list) noexcept {
+    for (FreeList& other : g_free) {
+        if (&other == &list) continue;
+        FreeList taken;
+        {
+            const std::scoped_lock lock(other.lock);
+            if (other.size < 2 * LeastFree) continue;
+            taken.size = std::min(other.size / 2, SlotsInChunk);
+            taken.first = taken.last = other.first;
+            for (std::uint32_t i = 1; i < taken.size; ++i)
+                taken.last = SlotAt(taken.last)->nextFree;
+            other.first = SlotAt(taken.last)->nextFree;
+            other.size -= taken.size;
+        }
+        SlotAt(taken.last)->nextFree = 0;
+        const std::scoped_lock lock(list.lock);
+        (list.last ? SlotAt(list.last)->nextFree : list.first) = taken.first;
+        list.last = taken.last;
+        list.size += taken.size;
+        return true;
+    }
+    return false;
+}
+
+bool AddChunk(FreeList& list) noexcept {
+    std::uint32_t number;
+    {
+        const std::scoped_lock growth(g_growth);
+        if (g_chunkCount == MostChunks) return false;
+        auto* chunk = new (std::nothrow) HandleSlot[SlotsInChunk];
+        if (!chunk) return false;
+        TellOwnMemory(chunk, SlotsInChunk * sizeof(HandleSlot));
+        number = g_chunkCount++;
+        g_chunks[number].store(chunk, std::memory_order_release);
+    }
+    const std::scoped_lock lock(list.lock);
+    for (std::uint32_t i = number == 0 ? 1 : 0; i < SlotsInChunk; ++i)
+        PushFree(list, number * SlotsInChunk + i);
+    return true;
+}
+
+// 0 when there is no free slot.
+std::uint32_t PopFree() noexcept {
+    FreeList& list = ThreadFreeList();
+    for (bool mayGrow = true;;) {
+        {
+            const std::scoped_lock lock(list.lock);
+            if (list.size >= LeastFree || !mayGrow) {
+                const std::uint32_t index = list.first;
+                if (index == 0) return 0;
+                list.first = SlotAt(index)->nextFree;
+                if (list.first == 0) list.last = 0;
+                --list.size;
+                return index;
+            }
+        }
+        mayGrow = TakeOver(list) || AddChunk(list);
+    }
+}
+
+struct Name {
+    std::uint32_t index;
+    std::uint32_t generation;
+};
+
+HANDLE Encode(Name name) noexcept {
+    return reinterpret_cast<HANDLE>(std::uint64_t{name.index} << IndexShift | std::uint64_t{name.generation}
+                                                                                  << GenerationShift);
+}
+
+std::optional<Name> Decode(HANDLE handle) noexcept {
+    const auto bits = reinterpret_cast<std::uint64_t>(handle);
+    const Name name{static_cast<std::uint32_t>(bits >> IndexShift) & ((1u << IndexBits) - 1),
+                    static_cast<std::uint32_t>(bits >> GenerationShift)};
+    if (bits >> HandleBits != 0 || bits % (1u << IndexShift) != 0 || name.generation == 0)
+        return std::nullopt;
+    return name;
+}
+
+bool Names(Name name, std::uint64_t state) noexcept {
+    return state >> 32 == name.generation && state & Open;
+}
+
+void Leave(HandleSlot& slot, HANDLE handle) noexcept {
+    const std::uint64_t before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
+    if ((before & (Open | Users)) != 1) return;
+    slot.object.reset();
+    FreeList& list = ThreadFreeList();
+    const std::scoped_lock lock(list.lock);
+    PushFree(list, Decode(handle)->index);
+}
+
+}  // namespace
+
+Object::~Object() = default;
+
+DWORD InsertHandle(std::shared_ptr<Object> object, DWORD access, HANDLE& handle) noexcept {
+    const std::uint32_t index = PopFree();
+    if (index == 0) return ERROR_NO_SYSTEM_RESOURCES;
+    HandleSlot& slot = *SlotAt(index);
+    auto generation = static_cast<std::uint32_t>(slot.state.load(std::memory_order_relaxed) >> 32) + 1;
+    if (generation == 0) generation = 1;
+    slot.object = std::move(object);
+    slot.access = access;
+    slot.look.store(access & SYNCHRONIZE ? slot.object->WordToLookAt() : nullptr, std::memory_order_relaxed);
+    slot.state.store(std::uint64_t{generation} << 32 | Open | 1, std::memory_order_release);
+    handle = Encode({index, generation});
+    return ERROR_SUCCESS;
+}
+
+HandleUse::HandleUse(HANDLE handle) noexcept {
+    const std::optional<Name> name = Decode(handle);
+    HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+    if (!slot) return;
+    std::uint64_t state = slot->state.load(std::memory_order_relaxed);
+    do {
+        if (!Names(*name, state)) return;
+    } while (!slot->state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
+                                                std::memory_order_relaxed));
+    m_slot = slot;
+    m_handle = handle;
+}
+
+HandleUse::~HandleUse() {
+    if (m_slot) Leave(*m_slot, m_handle);
+}
+
+Object* HandleUse::Get() const noexcept {
+    return m_slot ? m_slot->object.get() : nullptr;
+}
+
+std::shared_ptr<Object> HandleUse::Share() const noexcept {
+    return m_slot ? m_slot->object : nullptr;
+}
+
+DWORD HandleUse::Access() const noexcept {
+    return m_slot->access;
+}
+
+KnownHandle::KnownHandle(HANDLE handle) noexcept {
+    static_assert(Open == std::uint64_t{1} << StateShift);
+    const std::optional<Name> name = Decode(handle);
+    const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+    if (!slot) return;
+    m_handle = handle;
+    m_state = &slot->state;
+    m_open = std::uint64_t{name->generation} << 1 | 1;
+}
+
+// Words belong to no particular handle, and a slot may be closed and opened anew between its look and its
+// state: what is seen is a hint then, as whatever is seen of an object that others use.
+Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept {
+    std::array<const SignalWord*, MostLooks> words;
+    const std::size_t count = handles.size();
+    std::size_t found = count;
+    for (std::size_t i = 0; i < count; ++i) {
+        const std::optional<Name> name = Decode(handles[i]);
+        const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+        if (!slot || !Names(*name, slot->state.load(std::memory_order_acquire))) return Sight::Unclear;
+        words[i] = slot->look.load(std::memory_order_relaxed);
+        if (!words[i]) return Sight::Unclear;
+        if (found == count && SignalValue(words[i]->load(std::memory_order_acquire)) != 0) found = i;
+    }
+    if (found == count) return Sight::Nothing;
+    // Whoever signalled this one may have signalled an earlier one before, after that was looked at.
+    index = 0;
+    while (index != found && SignalValue(words[index]->load(std::memory_order_relaxed)) == 0)
+        ++index;
+    return Sight::Signalled;
+}
+
+DWORD CloseHandleOf(HANDLE handle, const ObjectKind* kind) noexcept {
+    const HandleUse use(handle);
+    const Object* object = use.Get();
+    if (!object) return ERROR_INVALID_HANDLE;
+    const ObjectKind& found = object->KindOf();
+    if (kind ? &found != kind : !found.closedByCloseHandle) return ERROR_INVALID_HANDLE;
+    // While used the slot keeps its generation, so only another closer can be first.
+    HandleSlot& slot = *SlotAt(Decode(handle)->index);
+    if (!(slot.state.fetch_and(~Open, std::memory_order_acq_rel) & Open)) return ERROR_INVALID_HANDLE;
+    Leave(slot, handle);
+    return ERROR_SUCCESS;
+}
+
+}  // namespace Quellan::Corvel::Platform

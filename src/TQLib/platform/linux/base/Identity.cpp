@@ -1,0 +1,162 @@
+#include "TQLib/platform/linux/base/Identity.h"
+
+#include "TQLib/platform/linux/base/Errno.h"
+#include "TQLib/platform/linux/base/Errors.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <linux/capability.h>
+#include <optional>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace Quellan::Corvel::Platform {
+
+namespace {
+
+struct Impersonation {
+    Identity identity;
+    std::shared_ptr<const OwnIdentity> own;
+};
+
+// A thread ends as the process itself, whatever its last destructors do.
+struct ThreadImpersonation : std::optional<Impersonation> {
+    using std::optional<Impersonation>::operator=;
+    ~ThreadImpersonation() {
+        if (has_value()) (*this)->own->PutOn();
+    }
+};
+
+thread_local ThreadImpersonation t_impersonation;
+
+constexpr DWORD Unchanged = ~DWORD{0};
+
+struct Ids {
+    DWORD effective;
+    DWORD saved;
+};
+
+Ids UserIds() noexcept {
+    DWORD real, effective, saved;
+    syscall(SYS_getresuid, &real, &effective, &saved);
+    return {effective, saved};
+}
+
+Ids GroupIds() noexcept {
+    DWORD real, effective, saved;
+    syscall(SYS_getresgid, &real, &effective, &saved);
+    return {effective, saved};
+}
+
+std::vector<DWORD> SupplementaryGroups() {
+    std::vector<DWORD> groups;
+    long count;
+    do {
+        groups.resize(static_cast<std::size_t>(syscall(SYS_getgroups, 0, nullptr)));
+        count = syscall(SYS_getgroups, groups.size(), groups.data());
+    } while (count < 0);
+    groups.resize(static_cast<std::size_t>(count));
+    return groups;
+}
+
+// Each changes the calling thread alone, which is why none is the C library's.
+bool SetUser(DWORD user) noexcept {
+    return UserIds().effective == user || syscall(SYS_setresuid, Unchanged, user, Unchanged) == 0;
+}
+
+bool SetGroup(DWORD group) noexcept {
+    return GroupIds().effective == group || syscall(SYS_setresgid, Unchanged, group, Unchanged) == 0;
+}
+
+bool SetGroups(const std::vector<DWORD>& groups) noexcept {
+    return syscall(SYS_setgroups, groups.size(), groups.data()) == 0;
+}
+
+struct CapabilityData {
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct words[_LINUX_CAPABILITY_U32S_3] = {};
+
+    CapabilityData() noexcept { syscall(SYS_capget, &header, words); }
+
+    std::uint64_t Effective() const noexcept {
+        return words[0].effective | std::uint64_t{words[1].effective} << 32;
+    }
+    std::uint64_t Permitted() const noexcept {
+        return words[0].permitted | std::uint64_t{words[1].permitted} << 32;
+    }
+};
+
+bool SetEffectiveCapabilities(std::uint64_t capabilities) noexcept {
+    CapabilityData data;
+    if (data.Effective() == capabilities) return true;
+    data.words[0].effective = static_cast<std::uint32_t>(capabilities);
+    data.words[1].effective = static_cast<std::uint32_t>(capabilities >> 32);
+    return syscall(SYS_capset, &data.header, data.words) == 0;
+}
+
+// The kernel stops dumps and debuggers of a process whose ids change, for good.
+bool WasDumpable() noexcept {
+    static const bool dumpable = prctl(PR_GET_DUMPABLE) == 1;
+    return dumpable;
+}
+
+DWORD PutOn(const Identity& identity, const OwnIdentity& own) noexcept {
+    // The kernel drops the capabilities of user 0 with him, but nobody else's.
+    const bool keepsCapabilities = identity.user == UserIds().saved || identity.user == 0;
+    WasDumpable();
+    if (own.GroupsAreOthers() && !SetGroups(identity.groups)) return CodeFromErrno(errno);
+    if (SetGroup(identity.group) && SetUser(identity.user) &&
+        (keepsCapabilities || SetEffectiveCapabilities(0)))
+        return ERROR_SUCCESS;
+    const DWORD code = CodeFromErrno(errno);
+    own.PutOn();
+    return code;
+}
+
+}  // namespace
+
+void OwnIdentity::PutOn() const noexcept {
+    const bool done = SetUser(UserIds().saved) && SetEffectiveCapabilities(m_capabilities) &&
+                      SetGroup(GroupIds().saved) && (!m_groupsAreOthers || SetGroups(m_groups));
+    if (!done) std::abort();
+    if (WasDumpable()) prctl(PR_SET_DUMPABLE, 1);
+}
+
+Identity ProcessIdentity() {
+    return {UserIds().saved, GroupIds().saved,
+            t_impersonation ? t_impersonation->own->Groups() : SupplementaryGroups()};
+}
+
+DWORD ProcessUser() noexcept {
+    return UserIds().saved;
+}
+
+Capabilities ProcessCapabilities() noexcept {
+    const CapabilityData data;
+    return {t_impersonation ? t_impersonation->own->EffectiveCapabilities() : data.Effective(),
+            data.Permitted()};
+}
+
+DWORD ActAs(const Identity* identity) {
+    std::optional<Impersonation> next;
+    if (identity) {
+        std::vector<DWORD> groups = ProcessIdentity().groups;
+        const bool groupsAreOthers = groups != identity->groups;
+        next = {*identity, std::make_shared<const OwnIdentity>(
+                               std::move(groups), ProcessCapabilities().effective, groupsAreOthers)};
+    }
+    if (t_impersonation) t_impersonation->own->PutOn();
+    const DWORD code = next ? PutOn(next->identity, *next->own) : ERROR_SUCCESS;
+    if (code == ERROR_SUCCESS)
+        t_impersonation = std::move(next);
+    else if (t_impersonation && PutOn(t_impersonation->identity, *t_impersonation->own) != ERROR_SUCCESS)
+        std::abort();
+    return code == ERROR_ACCESS_DENIED ? ERROR_PRIVILEGE_NOT_HELD : code;
+}
+
+std::shared_ptr<const OwnIdentity> OwnIdentityForNewThread() noexcept {
+    return t_impersonation ? t_impersonation->own : nullptr;
+}
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,65 @@
+// Who a thread acts as. The kernel knows that thread by thread; impersonation changes the effective ids, the
+// groups and the effective capabilities of the calling thread and leaves its real and saved ids alone, which
+// remain the process's own.
+//
+// The C library's own calls (setuid, seteuid, setgroups and their kin) change every thread of the process:
+// made while a thread impersonates they give that thread away or end the process, so nobody may.
+#pragma once
+
+#include "TQLib/platform/linux/base/Base.h"
+
+#include <memory>
+#include <vector>
+
+namespace Quellan::Corvel::Platform {
+
+struct Identity {
+    DWORD user = 0;
+    DWORD group = 0;
+    std::vector<DWORD> groups;  // the supplementary ones
+
+    bool operator==(const Identity&) const = default;
+};
+
+// What a thread that impersonates somebody gets back. Immutable.
+class OwnIdentity {
+  public:
+    OwnIdentity(std::vector<DWORD> groups, std::uint64_t capabilities, bool groupsAreOthers)
+        : m_groups(std::move(groups)), m_capabilities(capabilities), m_groupsAreOthers(groupsAreOthers) {}
+
+    // Gives it back to the calling thread. A thread that cannot leave somebody else's identity must not go
+    // on: ends the process.
+    void PutOn() const noexcept;
+
+    const std::vector<DWORD>& Groups() const noexcept { return m_groups; }
+    std::uint64_t EffectiveCapabilities() const noexcept { return m_capabilities; }
+    bool GroupsAreOthers() const noexcept { return m_groupsAreOthers; }
+
+  private:
+    const std::vector<DWORD> m_groups;
+    const std::uint64_t m_capabilities;
+    const bool m_groupsAreOthers;  // while the thread impersonates
+};
+
+// The process's own, whomever the calling thread impersonates. May throw std::bad_alloc.
+Identity ProcessIdentity();
+
+// Its user alone.
+DWORD ProcessUser() noexcept;
+
+struct Capabilities {
+    std::uint64_t effective;
+    std::uint64_t permitted;
+};
+// The process's own too.
+Capabilities ProcessCapabilities() noexcept;
+
+// Makes the calling thread act as somebody, or with null as the process itself. 1314
+// (ERROR_PRIVILEGE_NOT_HELD) without the capabilities for it, with nothing changed. May throw
+// std::bad_alloc, with nothing changed.
+DWORD ActAs(const Identity* identity);
+
+// What a thread that the caller makes has to put on before it does anything; null where it has that already.
+std::shared_ptr<const OwnIdentity> OwnIdentityForNewThread() noexcept;
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,16 @@
+#include "TQLib/platform/SecretPages.h"
+
+#include <cerrno>
+#include <sys/mman.h>
+
+namespace Quellan::Corvel::Platform {
+
+void KeepPagesPrivate(void* pages, std::size_t bytes) noexcept {
+    const int saved = errno;
+    madvise(pages, bytes, MADV_DONTDUMP);
+    // A kernel that can't wipe them leaves them out of the child, who may not touch them then.
+    if (madvise(pages, bytes, MADV_WIPEONFORK) != 0) madvise(pages, bytes, MADV_DONTFORK);
+    errno = saved;
+}
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,184 @@
+#include "TQLib/platform/linux/objects/NamedObjects.h"
+
+#include "TQLib/platform/linux/base/Errno.h"
+#include "TQLib/platform/linux/base/State.h"
+#include "TQLib/platform/linux/base/Wide.h"
+#include "TQLib/platform/linux/files/FileSecurity.h"
+#include "TQLib/platform/linux/files/Files.h"
+#include "TQLib/platform/linux/objects/Events.h"
+#include "TQLib/platform/linux/objects/Mutexes.h"
+#include "TQLib/platform/linux/objects/Semaphores.h"
+
+#include <map>
+#include <mutex>
+#include <sys/stat.h>
+
+namespace Quellan::Corvel::Platform {
+
+namespace {
+
+constexpr DWORD BusyMs = 5'000;
+
+// Threads may use objects while the process ends: nothing here is ever destroyed.
+struct Registry {
+    std::mutex lock;
+    std::map<FileId, SharedFolder> folders;
+    std::map<std::pair<const SharedFolder*, std::string>, std::weak_ptr<Waitable>> objects;
+
+    std::size_t pruneAt = 16;
+
+    // Forgets what is closed, each time the number has doubled.
+    void Prune() noexcept {
+        if (objects.size() < pruneAt) return;
+        std::erase_if(objects, [](const auto& entry) { return entry.second.expired(); });
+        pruneAt = 2 * objects.size() + 16;
+    }
+
+    static Registry& Instance() {
+        alignas(Registry) static std::byte memory[sizeof(Registry)];
+        static Registry& instance = *new (memory) Registry;
+        return instance;
+    }
+};
+
+struct Name {
+    bool global = false;
+    std::string text;  // UTF-8, without the prefix
+};
+
+DWORD Parse(std::wstring_view given, Name& name) {
+    constexpr std::wstring_view Global = L"Global\\";
+    constexpr std::wstring_view Local = L"Local\\";
+    if (given.empty()) return ERROR_INVALID_HANDLE;
+    if (given.size() > MAX_PATH) return ERROR_FILENAME_EXCED_RANGE;
+    name.global = given.starts_with(Global);
+    const bool prefixed = name.global || given.starts_with(Local);
+    if (prefixed) given.remove_prefix(name.global ? Global.size() : Local.size());
+    if (given.empty()) return ERROR_INVALID_NAME;
+    if (given.starts_with(L'\\')) return prefixed ? ERROR_PATH_NOT_FOUND : ERROR_BAD_PATHNAME;
+    if (given.find(L'\\') != given.npos) return ERROR_PATH_NOT_FOUND;
+    name.text = ToUtf8(given);
+    return ERROR_SUCCESS;
+}
+
+// Names may be longer than the system's file names and hold any character: the file is named by a hash
+// (FNV-1a), and the whole name stands inside.
+std::string FileOf(std::string_view name) {
+    std::uint64_t hash = 0xCBF29CE484222325;
+    for (const char byte : name)
+        hash = (hash ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    constexpr std::string_view Digits = "0123456789abcdef";
+    std::string file;
+    for (int shift = 60; shift >= 0; shift -= 4)
+        file += Digits[hash >> shift & 0xF];
+    return file;
+}
+
+DWORD OpenFolder(bool global, Descriptor& folder, struct stat& info) {
+    const DWORD code = global ? OpenFolderForAll("objects-global", folder)
+                              : OpenStateFolder(StateKind::Runtime, "objects-local", folder);
+    if (code) return code;
+    return fstat(folder.Get(), &info) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
+}
+
+DWORD OpenDoor(const Descriptor& folder, bool everybody, Door*& door) noexcept {
+    Descriptor file;
+    const mode_t mode = everybody ? 0666 : 0600;
+    if (DWORD code = OpenSharedFile(folder, everybody, ".door", &mode, file)) return code;
+    struct stat info;
+    if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
+    if (!S_ISREG(info.st_mode)) return ERROR_ACCESS_DENIED;
+    if (const int error = AllocateSharedPage(file)) return CodeFromErrno(error);
+    door = static_cast<Door*>(MapSharedPage(file, info));
+    if (!door) return CodeFromErrno(errno);
+    return ERROR_SUCCESS;
+}
+
+// The caller holds the registry's lock.
+DWORD FindFolder(Registry& registry, bool global, const SharedFolder*& folder) {
+    Descriptor opened;
+    struct stat info;
+    if (DWORD code = OpenFolder(global, opened, info)) return code;
+    const FileId id{info.st_dev, info.st_ino};
+    auto found = registry.folders.find(id);
+    if (found == registry.folders.end()) {
+        Door* door = nullptr;
+        if (DWORD code = OpenDoor(opened, global, door)) return code;
+        SharedObject::Sweep(opened);
+        found = registry.folders.try_emplace(id, SharedFolder{std::move(opened), door, global}).first;
+    }
+    folder = &found->second;
+    return ERROR_SUCCESS;
+}
+
+DWORD TryToOpen(const Name& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
+                MakeWaitable make, std::shared_ptr<Waitable>& object) {
+    Registry& registry = Registry::Instance();
+    const std::scoped_lock lock(registry.lock);
+    const SharedFolder* folder = nullptr;
+    if (DWORD code = FindFolder(registry, name.global, folder)) return code;
+    registry.Prune();
+    auto& known = registry.objects[{folder, file}];
+    object = known.lock();
+    if (object) {
+        if (object->Shared()->Kind() == kind) return ERROR_ALREADY_EXISTS;
+        object.reset();
+        return ERROR_INVALID_HANDLE;
+    }
+    std::unique_ptr<SharedObject> shared;
+    const DWORD code = SharedObject::Open(*folder, file, name.text, kind, setup, shared);
+    if (!shared) return code;
+    object = make(std::move(shared));
+    if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
+    known = object;
+    return code;
+}
+
+// In the child of a fork the owners of mutexes are those of its parent.
+const ForkPart g_forkPart(
+    ForkOrder::NamedObjects, []() noexcept { Registry::Instance().lock.lock(); },
+    [](bool isChild) noexcept {
+        Registry& registry = Registry::Instance();
+        for (auto entry = registry.objects.begin(); isChild && entry != registry.objects.end(); ++entry) {
+            const std::shared_ptr<Waitable> object = entry->second.lock();
+            if (object && object->Rule().takesOwnership) object->BelongsInFork(0);
+        }
+        registry.lock.unlock();
+    });
+
+}  // namespace
+
+DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode) {
+    // Whoever waits for an object changes it, and memory that is written is read: there is one right.
+    constexpr DWORD AnyRight = SYNCHRONIZE | EVENT_MODIFY_STATE | MUTEX_MODIFY_STATE |
+                               SEMAPHORE_MODIFY_STATE | GENERIC_ALL | GENERIC_EXECUTE | GENERIC_WRITE;
+    mode = 0600;
+    if (!attributes || !attributes->lpSecurityDescriptor) return ERROR_SUCCESS;
+    FileSecurity given;
+    if (DWORD code = ReadDescriptor(attributes->lpSecurityDescriptor, given)) return code;
+    if (!given.hasList) return ERROR_SUCCESS;
+    if (given.list)
+        for (AccessEntry& entry : *given.list)
+            entry.mask = entry.mask & AnyRight ? GENERIC_READ | GENERIC_WRITE : 0;
+    mode_t bits;
+    if (DWORD code = ModeOf(given, geteuid(), getegid(), bits)) return code;
+    for (const mode_t both : {mode_t{S_IRGRP | S_IWGRP}, mode_t{S_IROTH | S_IWOTH}})
+        if ((bits & both) == both) mode |= both;
+    return ERROR_SUCCESS;
+}
+
+DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
+                std::shared_ptr<Waitable>& object) {
+    Name name;
+    if (DWORD code = Parse(given, name)) return code;
+    if (setup && setup->owned && !CurrentWaiter()) return ERROR_NOT_ENOUGH_MEMORY;
+    if (setup && setup->owned && !CurrentWaiter()->MakeRoom(1)) return ERROR_NOT_ENOUGH_MEMORY;
+    const std::string file = FileOf(name.text);
+    const Deadline deadline = DeadlineAfter(BusyMs);
+    for (Backoff backoff;; backoff.Pause()) {
+        const DWORD code = TryToOpen(name, file, kind, setup, make, object);
+        if (code != ERROR_BUSY || Now() > deadline) return code;
+    }
+}
+
+}  // namespace Quellan::Corvel::Platform

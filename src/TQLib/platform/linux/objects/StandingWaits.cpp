@@ -1,0 +1,92 @@
+#include "TQLib/platform/StandingWaits.h"
+
+#include "TQLib/platform/linux/objects/WaitTargets.h"
+
+#include <mutex>
+
+namespace Quellan::Corvel::Platform {
+
+struct StandingWaits::Watch {
+    Watch(HANDLE watched, Impl& owner, std::shared_ptr<Waitable> waitable);
+
+    const HANDLE handle;
+    Impl& impl;
+    const std::shared_ptr<Waitable> object;
+    ReadyBlock block;
+};
+
+// What is ready, in its order, and the event that tells of it.
+struct StandingWaits::Impl final : ReadyList {
+    explicit Impl(HANDLE handle) noexcept : event(handle) {}
+
+    void Push(ReadyBlock& block, WakeList& wakes) noexcept override {
+        {
+            const std::scoped_lock guard(lock);
+            block.previous = last;
+            block.next = nullptr;
+            (last ? last->next : first) = &block;
+            last = &block;
+            block.isReady = true;
+        }
+        static_cast<Waitable*>(event.Get())->Signal(wakes);
+    }
+
+    // The caller holds the lock.
+    void Unlink(WaitBlock& block) noexcept {
+        (block.previous ? block.previous->next : first) = block.next;
+        (block.next ? block.next->previous : last) = block.previous;
+        static_cast<ReadyBlock&>(block).isReady = false;
+    }
+
+    const HandleUse event;
+    ObjectLock<ShortLock> lock;
+    WaitBlock* first = nullptr;  // guarded by lock, as are the blocks in the list
+    WaitBlock* last = nullptr;
+};
+
+StandingWaits::Watch::Watch(HANDLE watched, Impl& owner, std::shared_ptr<Waitable> waitable)
+    : handle(watched), impl(owner), object(std::move(waitable)) {
+    block.list = &owner;
+    block.watch = this;
+}
+
+StandingWaits::StandingWaits(HANDLE event) : m_impl(std::make_unique<Impl>(event)) {}
+
+StandingWaits::~StandingWaits() = default;
+
+bool StandingWaits::Begin(HANDLE handle, WatchPtr& watch) {
+    if (!m_impl->event.Get()) return false;
+    WaitTarget target;
+    if (target.Open(handle) != ERROR_SUCCESS) return false;
+    Waitable* const object = target.Get();
+    // A mutex needs a thread to own it; shared objects are taken by those who wait, not handed over.
+    if (object->Shared() || object->Rule().takesOwnership) return false;
+    if (!watch || watch->object.get() != object)
+        watch = WatchPtr(
+            new Watch(handle, *m_impl, std::static_pointer_cast<Waitable>(object->shared_from_this())));
+    watch->object->BeginWatch(watch->block);
+    return true;
+}
+
+HANDLE StandingWaits::TakeReady() noexcept {
+    const std::scoped_lock guard(m_impl->lock);
+    WaitBlock* const block = m_impl->first;
+    if (!block) return nullptr;
+    m_impl->Unlink(*block);
+    return static_cast<const Watch*>(static_cast<ReadyBlock*>(block)->watch)->handle;
+}
+
+bool StandingWaits::End(Watch& watch) noexcept {
+    watch.object->EndWatch(watch.block);
+    const std::scoped_lock guard(watch.impl.lock);
+    const bool wasReady = watch.block.isReady;
+    if (wasReady) watch.impl.Unlink(watch.block);
+    return wasReady;
+}
+
+void StandingWaits::Delete::operator()(Watch* watch) const noexcept {
+    End(*watch);
+    delete watch;
+}
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,15 @@
+#include "TQLib/platform/ProcessEnd.h"
+
+#include <cstdlib>
+
+namespace Quellan::Corvel::Platform {
+
+bool CallAtExit(void (*function)()) noexcept {
+    return std::atexit(function) == 0;
+}
+
+bool AreOtherThreadsGone() noexcept {
+    return false;
+}
+
+}  // namespace Quellan::Corvel::Platform

@@ -1,0 +1,76 @@
+// The services of this process, as whoever has started it sees them: it runs them, controls them and hears
+// what they report.
+//
+// Main functions and handlers are called without locks. For several threads.
+#pragma once
+
+#include "TQLib/platform/linux/services/ServiceMessages.h"
+
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace Quellan::Corvel::Platform {
+
+// Who hears of reports. Called under the host's lock, so it must neither wait nor call the host.
+class ServiceListener {
+  public:
+    virtual ~ServiceListener() = default;
+    virtual void OnReport(const NamedStatus& service) noexcept = 0;
+};
+
+// All of it may throw std::bad_alloc.
+class ServiceHost {
+  public:
+    // Never destroyed: service threads may outlive the dispatcher.
+    static ServiceHost& Instance();
+
+    // Once: 1056 (ERROR_SERVICE_ALREADY_RUNNING) afterwards. 87 (ERROR_INVALID_PARAMETER), 13
+    // (ERROR_INVALID_DATA).
+    DWORD SetTable(const SERVICE_TABLE_ENTRYW* table);
+    std::vector<std::string> Names();
+    // Null for nobody.
+    void SetListener(ServiceListener* listener);
+
+    // Begins the service's main function; where the process is for this service alone it may have another
+    // name in the table. One that returns without a handler has stopped, with 1067 (ERROR_PROCESS_ABORTED).
+    // 1083 (ERROR_SERVICE_NOT_IN_EXE), 1056 (ERROR_SERVICE_ALREADY_RUNNING), 1054
+    // (ERROR_SERVICE_NO_THREAD).
+    DWORD Run(const RunMessage& run);
+    // What the handler returns: 1062 (ERROR_SERVICE_NOT_ACTIVE), 1061 (ERROR_SERVICE_CANNOT_ACCEPT_CTRL)
+    // before there is one.
+    DWORD Control(const std::string& name, DWORD control);
+
+    // The services that were ever started here.
+    std::vector<NamedStatus> Statuses();
+    // The same, handed to `use` before any other report.
+    template <class Use>
+    auto WithStatuses(Use use) {
+        const std::scoped_lock lock(m_lock);
+        return use(StatusesLocked());
+    }
+    bool AreAllStopped();
+
+    // What the platform's calls do.
+    DWORD Register(const wchar_t* name, LPHANDLER_FUNCTION_EX handler, void* context,
+                   SERVICE_STATUS_HANDLE& handle);
+    DWORD Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS& status);
+
+  private:
+    struct Hosted;
+    struct MainCall;
+    struct StatusTarget;
+
+    ServiceHost() = default;
+    Hosted* FindInTable(const RunMessage& run);
+    Hosted* FindRunning(const wchar_t* name);
+    std::vector<NamedStatus> StatusesLocked();
+    void OnMainReturned(Hosted& service, unsigned run) noexcept;
+
+    std::mutex m_lock;
+    std::vector<std::unique_ptr<Hosted>> m_services;  // guarded by m_lock; complete once the table is set
+    ServiceListener* m_listener = nullptr;            // guarded by m_lock
+};
+
+}  // namespace Quellan::Corvel::Platform

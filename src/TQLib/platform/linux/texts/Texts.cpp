@@ -1,0 +1,242 @@
+#include "TQLib/platform/linux/texts/Texts.h"
+
+#include "TQLib/platform/Utf.h"
+#include "TQLib/platform/linux/base/ErrorCodes.h"
+#include "TQLib/platform/linux/base/Fail.h"
+#include "TQLib/platform/linux/base/FaultPoint.h"
+#include "TQLib/platform/linux/base/Memory.h"
+#include "TQLib/platform/linux/process/ModuleTables.h"
+#include "TQLib/platform/linux/texts/Locale.h"
+#include "TQLib/platform/linux/texts/MessageFormat.h"
+#include "TQLib/platform/linux/texts/MessageTable.h"
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <iterator>
+#include <new>
+#include <string>
+#include <vector>
+
+using namespace Quellan::Corvel::Platform;
+
+namespace {
+
+constexpr DWORD Sources =
+    FORMAT_MESSAGE_FROM_STRING | FORMAT_MESSAGE_FROM_HMODULE | FORMAT_MESSAGE_FROM_SYSTEM;
+constexpr DWORD KnownFlags = Sources | FORMAT_MESSAGE_ALLOCATE_BUFFER | FORMAT_MESSAGE_IGNORE_INSERTS |
+                             FORMAT_MESSAGE_ARGUMENT_ARRAY | FORMAT_MESSAGE_MAX_WIDTH_MASK;
+constexpr std::size_t MaxMessageSize = 65536;  // characters, the terminator included
+
+constexpr LANGID NeutralLanguage = 0;
+constexpr LANGID UserDefaultLanguage = 0x0400;
+constexpr LANGID SystemDefaultLanguage = 0x0800;
+constexpr LANGID EnglishLanguage = 0x0009;
+constexpr LANGID UsEnglishLanguage = 0x0409;
+
+struct SystemText {
+    DWORD code;
+    const char* text;
+};
+
+constexpr SystemText Win32Texts[] = {
+#define TQ_WIN32(code, name, text) {code, text},
+#define TQ_HRESULT(code, name, text)
+#define TQ_NTSTATUS(code, name, text)
+#include "TQLib/platform/SystemCodes.def"
+#undef TQ_WIN32
+#undef TQ_HRESULT
+#undef TQ_NTSTATUS
+};
+
+constexpr SystemText ResultTexts[] = {
+#define TQ_WIN32(code, name, text)
+#define TQ_HRESULT(code, name, text) {code, text},
+#define TQ_NTSTATUS(code, name, text)
+#include "TQLib/platform/SystemCodes.def"
+#undef TQ_WIN32
+#undef TQ_HRESULT
+#undef TQ_NTSTATUS
+};
+
+constexpr SystemText StatusTexts[] = {
+#define TQ_WIN32(code, name, text)
+#define TQ_HRESULT(code, name, text)
+#define TQ_NTSTATUS(code, name, text) {code, text},
+#include "TQLib/platform/SystemCodes.def"
+#undef TQ_WIN32
+#undef TQ_HRESULT
+#undef TQ_NTSTATUS
+};
+
+const char* TextOf(std::span<const SystemText> texts, DWORD code) noexcept {
+    const auto found = std::ranges::lower_bound(texts, code, {}, &SystemText::code);
+    return found != texts.end() && found->code == code ? found->text : nullptr;
+}
+
+const char* FindSystemText(DWORD code) noexcept {
+    if (const char* text = TextOf(Win32Texts, code)) return text;
+    if (HRESULT_FACILITY(static_cast<HRESULT>(code)) == FACILITY_WIN32 && FAILED(static_cast<HRESULT>(code)))
+        if (const char* text = TextOf(Win32Texts, code & 0xFFFF)) return text;
+    if (const char* text = TextOf(ResultTexts, code)) return text;
+    return TextOf(StatusTexts, code);
+}
+
+bool IsDefaultLanguage(DWORD language) noexcept {
+    return language == NeutralLanguage || language == UserDefaultLanguage ||
+           language == SystemDefaultLanguage;
+}
+
+DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
+    if (!IsDefaultLanguage(language) && language != EnglishLanguage && language != UsEnglishLanguage)
+        return ERROR_RESOURCE_LANG_NOT_FOUND;
+    const char* const found = FindSystemText(code);
+    if (!found) return ERROR_MR_MID_NOT_FOUND;
+    constexpr std::wstring_view End = L"\r\n";
+    const std::string_view bytes(found);
+    text.reserve(bytes.size() + End.size());
+    text.resize(bytes.size());
+    text.resize(Utf8ToWide(bytes, text));
+    text += End;
+    return ERROR_SUCCESS;
+}
+
+// The text in the first language of an order that has it; in a default language any other will do as well.
+DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, std::wstring& text) {
+    const bool any = IsDefaultLanguage(language);
+    const std::vector<DWORD> order =
+        any ? std::vector<DWORD>{NeutralLanguage, LANGIDFROMLCID(GetUserDefaultLCID()),
+                                 LANGIDFROMLCID(GetSystemDefaultLCID()), UsEnglishLanguage}
+            : std::vector<DWORD>{language};
+    // A language's rank is its place in the order, behind all of them for any other.
+    const std::ptrdiff_t ranks = std::ssize(order) + (any ? 1 : 0);
+    std::ptrdiff_t best = ranks;
+    bool hasTables = false;
+    DWORD code = ERROR_RESOURCE_LANG_NOT_FOUND;
+    const DWORD visited = VisitModuleTables(
+        module,
+        [&](LANGID offered, std::span<const std::byte> table) {
+            hasTables = true;
+            const std::ptrdiff_t rank = std::ranges::find(order, offered) - order.begin();
+            if (rank >= best) return;
+            if (const DWORD failure = FindMessage(table, id, text))
+                code = failure;
+            else
+                best = rank;
+        },
+        kind);
+    if (best != ranks) return ERROR_SUCCESS;
+    if (visited) return visited;
+    return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;
+}
+
+DWORD ReadText(DWORD flags, const void* source, DWORD id, DWORD language, std::wstring& text) {
+    if (flags & FORMAT_MESSAGE_FROM_STRING) {
+        text = static_cast<const wchar_t*>(source);
+        return ERROR_SUCCESS;
+    }
+    DWORD code = ERROR_SUCCESS;
+    if (flags & FORMAT_MESSAGE_FROM_HMODULE) {
+        const HMODULE module = static_cast<HMODULE>(const_cast<void*>(source));
+        code = ReadModuleText(module, TableKind::Messages, id, language, text);
+        if (!code) return code;
+    }
+    return flags & FORMAT_MESSAGE_FROM_SYSTEM ? ReadSystemText(id, language, text) : code;
+}
+
+class ArrayArguments : public MessageArguments {
+  public:
+    explicit ArrayArguments(const ULONG_PTR* values) noexcept : m_values(values) {}
+    std::optional<std::uint64_t> Get(unsigned number) override { return m_values[number - 1]; }
+
+  private:
+    const ULONG_PTR* m_values;
+};
+
+// Variable arguments can be read forwards only, so each one is kept once it has been reached.
+class VariableArguments : public MessageArguments {
+  public:
+    explicit VariableArguments(va_list* list) noexcept : m_list(list) {}
+    std::optional<std::uint64_t> Get(unsigned number) override {
+        while (m_read < number)
+            m_values[m_read++] = va_arg(*m_list, ULONG_PTR);
+        return m_values[number - 1];
+    }
+
+  private:
+    va_list* m_list;
+    std::array<ULONG_PTR, MaxMessageInserts> m_values{};
+    unsigned m_read = 0;
+};
+
+DWORD Expand(DWORD flags, const std::wstring& text, std::size_t limit, va_list* list, std::wstring& out) {
+    const MessageLayout layout{.width = flags & FORMAT_MESSAGE_MAX_WIDTH_MASK,
+                               .keepInserts = (flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0,
+                               .limit = limit};
+    if (!list) return FormatMessageText(text, layout, nullptr, out);
+    if (flags & FORMAT_MESSAGE_ARGUMENT_ARRAY) {
+        ArrayArguments arguments(reinterpret_cast<const ULONG_PTR*>(list));
+        return FormatMessageText(text, layout, &arguments, out);
+    }
+    VariableArguments arguments(list);
+    return FormatMessageText(text, layout, &arguments, out);
+}
+
+DWORD Format(DWORD flags, const void* source, DWORD id, DWORD language, wchar_t*& buffer, DWORD size,
+             va_list* list, DWORD& length) {
+    const bool allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
+    const DWORD sources = flags & Sources;
+    if (flags & ~KnownFlags || sources == 0) return ERROR_INVALID_PARAMETER;
+    if (sources & FORMAT_MESSAGE_FROM_STRING && (sources != FORMAT_MESSAGE_FROM_STRING || !source))
+        return ERROR_INVALID_PARAMETER;
+    std::wstring text;
+    if (const DWORD code = ReadText(flags, source, id, language, text)) return code;
+    const std::size_t room = allocate ? MaxMessageSize : std::min<std::size_t>(size, MaxMessageSize);
+    if (room == 0) return ERROR_INSUFFICIENT_BUFFER;
+    std::wstring out;
+    if (const DWORD code = Expand(flags, text, room - 1, list, out))
+        return allocate && code == ERROR_INSUFFICIENT_BUFFER ? ERROR_MORE_DATA : code;
+    if (out.empty()) return ERROR_NO_WORK_DONE;
+    if (allocate) {
+        const std::size_t characters = std::max<std::size_t>(out.size() + 1, size);
+        buffer = static_cast<wchar_t*>(LocalAlloc(LMEM_FIXED, characters * sizeof(wchar_t)));
+        if (!buffer) return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    std::copy_n(out.c_str(), out.size() + 1, buffer);
+    length = static_cast<DWORD>(out.size());
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD languageId, wchar_t* buffer,
+                     DWORD size, va_list* arguments) noexcept try {
+    if (!buffer) return Fail(ERROR_INVALID_PARAMETER, DWORD{0});
+    // With an allocated buffer the argument is in truth the address of the pointer to set.
+    wchar_t** const allocated =
+        flags & FORMAT_MESSAGE_ALLOCATE_BUFFER ? reinterpret_cast<wchar_t**>(buffer) : nullptr;
+    if (allocated) *allocated = nullptr;
+    if (const DWORD code = FaultDue("FormatMessageW")) return Fail(code, DWORD{0});
+    DWORD length = 0;
+    wchar_t*& target = allocated ? *allocated : buffer;
+    if (const DWORD code = Format(flags, source, messageId, languageId, target, size, arguments, length))
+        return Fail(code, DWORD{0});
+    return length;
+} catch (const std::bad_alloc&) {
+    return Fail(ERROR_NOT_ENOUGH_MEMORY, DWORD{0});
+}
+
+int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept try {
+    if (const DWORD code = FaultDue("LoadStringW")) return Fail(code, 0);
+    if (!buffer || size < 0) return Fail(ERROR_INVALID_PARAMETER, 0);
+    if (size == 0) return Fail(ERROR_NOT_SUPPORTED, 0);
+    std::wstring text;
+    if (const DWORD code = ReadModuleText(module, TableKind::Strings, id, NeutralLanguage, text))
+        return Fail(code == ERROR_MR_MID_NOT_FOUND ? ERROR_RESOURCE_NAME_NOT_FOUND : code, 0);
+    const std::size_t length = std::min(text.size(), static_cast<std::size_t>(size) - 1);
+    std::copy_n(text.c_str(), length, buffer);
+    buffer[length] = L'\0';
+    return static_cast<int>(length);
+} catch (const std::bad_alloc&) {
+    return Fail(ERROR_NOT_ENOUGH_MEMORY, 0);
+}

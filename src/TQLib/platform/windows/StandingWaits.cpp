@@ -1,0 +1,28 @@
+#include "TQLib/platform/StandingWaits.h"
+
+namespace Quellan::Corvel::Platform {
+
+struct StandingWaits::Watch {};
+struct StandingWaits::Impl {};
+
+bool StandingWaits::End(Watch&) noexcept {
+    return false;
+}
+
+void StandingWaits::Delete::operator()(Watch* watch) const noexcept {
+    delete watch;
+}
+
+StandingWaits::StandingWaits(HANDLE) {}
+
+StandingWaits::~StandingWaits() = default;
+
+bool StandingWaits::Begin(HANDLE, WatchPtr&) {
+    return false;
+}
+
+HANDLE StandingWaits::TakeReady() noexcept {
+    return nullptr;
+}
+
+}  // namespace Quellan::Corvel::Platform

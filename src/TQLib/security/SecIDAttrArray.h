@@ -1,0 +1,24 @@
+// Sequences of security identifiers with attributes.
+#pragma once
+
+#include "TQLib/security/SecIDArray.h"
+#include "TQLib/security/SecIDAttr.h"
+
+namespace Quellan::Sarvek {
+
+extern template class TQLIB_API _SecArray<SecIDAttr>;
+
+// A sequence of identifiers with attributes, such as the groups of a token.
+class TQLIB_API SecIDAttrArray : public _SecArray<SecIDAttr> {
+  public:
+    using _SecArray::_SecArray;
+    ~SecIDAttrArray() override;
+
+    // Whether one of the elements has this identifier; the position of the first such element goes to
+    // `index`, if there are both.
+    bool IsIDInList(const SecID& id, DWORD* index = nullptr) const noexcept;
+    // The identifiers alone, in their order.
+    SecIDArray IDsArray() const;
+};
+
+}  // namespace Quellan::Sarvek

@@ -1,0 +1,11 @@
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/security/internal/DirectoryGroups.h"
+
+namespace Quellan::Sarvek {
+
+SecIDArray DirectoryGroups(const SecID&) {
+    throw Corvel::TQSysException(ERROR_NOT_SUPPORTED, L"SecID::MemberOfList");
+}
+
+}  // namespace Quellan::Sarvek

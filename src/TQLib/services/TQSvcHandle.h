@@ -1,0 +1,17 @@
+// Handles of the service manager.
+#pragma once
+
+#include "TQLib/text/memory/TQHandle.h"
+
+struct SC_HANDLE__;
+
+namespace Quellan::Corvel {
+
+// The service manager and services: CloseServiceHandle.
+struct TQLIB_API _TQSvcHandleClose : _TQNullHandle<SC_HANDLE__*> {
+    static void Close(SC_HANDLE__* handle) noexcept;
+};
+
+using TQSvcHandle = TQHandle<_TQSvcHandleClose>;
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,11 @@
+#include "TQLib/core/TQException.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/services/internal/SystemdUnit.h"
+
+namespace Quellan::Corvel {
+
+TQString WriteSystemdUnit(const _TQService&, const TQStringArray&, const TQString&) {
+    throw TQSysException(ERROR_NOT_SUPPORTED, L"There is no systemd on Windows.");
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,246 @@
+// The library's string classes: wide text for its interfaces, narrow text (UTF-8) for the outside.
+#pragma once
+
+#include "TQLib/platform/Types.h"
+#include "TQLib/text/TQFormat.h"
+
+#include <array>
+#include <compare>
+#include <cstddef>
+#include <functional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+
+namespace Quellan::Corvel {
+
+template <class T, class C>
+concept _TQShowsView =
+    std::is_convertible_v<const T&, std::basic_string_view<C>> && !std::is_convertible_v<const T&, const C*>;
+
+// Text that is passed to a string's members: anything that shows a view, or a pointer to terminated text, of
+// which a null stands for the empty text. Borrowed for the call.
+template <class C>
+class _TQTextT {
+  public:
+    _TQTextT(const C* text) noexcept {
+        if (text) m_view = text;
+    }
+    template <_TQShowsView<C> T>
+    _TQTextT(const T& text) noexcept : m_view(text) {}
+
+    [[nodiscard]] std::basic_string_view<C> View() const noexcept { return m_view; }
+
+  private:
+    std::basic_string_view<C> m_view;
+};
+
+template <class C>
+class _TQStringT;
+
+// Text that is not one of the string classes itself.
+template <class T, class C>
+concept _TQOtherText = std::is_convertible_v<const T&, _TQTextT<C>> && !std::is_base_of_v<_TQStringT<C>, T>;
+
+// A string with value semantics that owns its characters. It may hold any characters, zeros included; members
+// that take positions count units of `C`. A null pointer given as text is the empty text; any other pointer
+// is trusted.
+//
+// Failures: exhausted memory throws by `TQStdExceptions::ThrowMemAllocError`, a length past the largest by
+// `ThrowOverflowError`, a position outside of the string by `ThrowIndexError`; the string is unchanged then.
+//
+// Threads: different strings at will; one string from several threads as long as none changes it.
+//
+// Case is mapped character by character, the same for every locale: wide text by the platform's upper- and
+// lower-case tables, narrow text in its ASCII letters alone.
+template <class C>
+class _TQStringT {
+  public:
+    // What searches return for "not found", and as a count "up to the end".
+    static constexpr std::size_t NotFound = std::basic_string_view<C>::npos;
+
+    _TQStringT() noexcept;
+    _TQStringT(const C* text);
+    // The first `length` characters behind `text`, which may be null if there are none; throws 87
+    // (ERROR_INVALID_PARAMETER) for a null text of more.
+    _TQStringT(const C* text, std::size_t length);
+    _TQStringT(std::basic_string_view<C> text);
+    _TQStringT(const std::basic_string<C>& text);
+    // Takes over the standard library's string.
+    _TQStringT(std::basic_string<C>&& text) noexcept;
+    _TQStringT(const _TQStringT& other);
+    _TQStringT(_TQStringT&& other) noexcept;
+    _TQStringT& operator=(const _TQStringT& other);
+    _TQStringT& operator=(_TQStringT&& other) noexcept;
+    virtual ~_TQStringT();
+
+    // Terminated; valid until the string changes.
+    [[nodiscard]] const C* c_str() const noexcept;
+    [[nodiscard]] std::size_t Length() const noexcept;
+    [[nodiscard]] bool IsEmpty() const noexcept;
+    [[nodiscard]] std::basic_string_view<C> View() const noexcept;
+    operator std::basic_string_view<C>() const noexcept;
+
+    // The character at `position`, which must be below `Length()`.
+    C At(std::size_t position) const;
+    C operator[](std::size_t position) const;
+    void SetAt(std::size_t position, C character);
+
+    _TQStringT& Assign(_TQTextT<C> text);
+    _TQStringT& Append(_TQTextT<C> text);
+    _TQStringT& operator+=(_TQTextT<C> text);
+    _TQStringT& operator+=(C character);
+    // `position` is at most `Length()`.
+    _TQStringT& Insert(std::size_t position, _TQTextT<C> text);
+    // Removes up to `count` characters from `position`, at most `Length()`.
+    _TQStringT& Remove(std::size_t position, std::size_t count = NotFound);
+    void Clear() noexcept;
+    // Makes room for `length` characters in all, so that strings up to it need no memory.
+    void Reserve(std::size_t length);
+
+    // The first or last `count` characters, or all if there are fewer.
+    [[nodiscard]] _TQStringT Left(std::size_t count) const;
+    [[nodiscard]] _TQStringT Right(std::size_t count) const;
+    // Up to `count` characters from `position`, at most `Length()`.
+    [[nodiscard]] _TQStringT Mid(std::size_t position, std::size_t count = NotFound) const;
+
+    // The position of the first occurrence at or behind `from`; `ReverseFind` of the last one that begins at
+    // or before it; `NotFound` if there is none. The empty text occurs everywhere.
+    [[nodiscard]] std::size_t Find(_TQTextT<C> text, std::size_t from = 0) const noexcept;
+    [[nodiscard]] std::size_t FindNoCase(_TQTextT<C> text, std::size_t from = 0) const;
+    [[nodiscard]] std::size_t ReverseFind(_TQTextT<C> text, std::size_t from = NotFound) const noexcept;
+    // Replaces every occurrence of `what` from left to right and returns their number; an empty `what` has
+    // none.
+    std::size_t Replace(_TQTextT<C> what, _TQTextT<C> with);
+
+    // Removes the characters of `set` from one end or both; by default blank, tab, line feed, vertical tab,
+    // form feed and carriage return.
+    _TQStringT& TrimLeft();
+    _TQStringT& TrimLeft(_TQTextT<C> set);
+    _TQStringT& TrimRight();
+    _TQStringT& TrimRight(_TQTextT<C> set);
+    _TQStringT& Trim();
+    _TQStringT& Trim(_TQTextT<C> set);
+
+    [[nodiscard]] _TQStringT ToUpper() const;
+    [[nodiscard]] _TQStringT ToLower() const;
+
+    // Below, equal to or above 0, by the values of the characters, without regard to locale.
+    [[nodiscard]] int Compare(_TQTextT<C> text) const noexcept;
+    [[nodiscard]] int CompareNoCase(_TQTextT<C> text) const;
+    [[nodiscard]] bool StartsWith(_TQTextT<C> text) const noexcept;
+    [[nodiscard]] bool StartsWithNoCase(_TQTextT<C> text) const;
+    [[nodiscard]] bool EndsWith(_TQTextT<C> text) const noexcept;
+    [[nodiscard]] bool EndsWithNoCase(_TQTextT<C> text) const;
+
+    // Formatting as text/TQFormat.h says; `FormatRuntime` for formats that are no constants, of which null is
+    // empty. The arguments may refer to this string.
+    template <class... Args>
+    [[nodiscard]] static _TQStringT Format(TQFormatText<C, std::type_identity_t<Args>...> format,
+                                           const Args&... args);
+    template <class... Args>
+    [[nodiscard]] static _TQStringT FormatRuntime(const C* format, const Args&... args);
+    template <class... Args>
+    _TQStringT& AppendFormat(TQFormatText<C, std::type_identity_t<Args>...> format, const Args&... args);
+
+    // Wide text to and from UTF-8; what is no character becomes U+FFFD.
+    [[nodiscard]] _TQStringT<char> ToUtf8() const requires std::is_same_v<C, wchar_t>;
+    [[nodiscard]] static _TQStringT FromUtf8(_TQTextT<char> text) requires std::is_same_v<C, wchar_t>;
+    // Wide text to and from the system's ANSI code page, which is UTF-8 on Linux. A failure of the system
+    // throws by `TQStdExceptions::ThrowLastError`.
+    [[nodiscard]] _TQStringT<char> ToAnsi() const requires std::is_same_v<C, wchar_t>;
+    [[nodiscard]] static _TQStringT FromAnsi(_TQTextT<char> text) requires std::is_same_v<C, wchar_t>;
+
+    // With text of any kind on one side.
+    friend _TQStringT operator+(_TQStringT a, const _TQStringT& b) { return std::move(a += b); }
+    template <_TQOtherText<C> T>
+    friend _TQStringT operator+(_TQStringT a, const T& b) {
+        return std::move(a += b);
+    }
+    template <_TQOtherText<C> T>
+    friend _TQStringT operator+(const T& a, const _TQStringT& b) {
+        return std::move(_TQStringT(_TQTextT<C>(a).View()) += b);
+    }
+    friend bool operator==(const _TQStringT& a, const _TQStringT& b) noexcept { return a.View() == b.View(); }
+    template <_TQOtherText<C> T>
+    friend bool operator==(const _TQStringT& a, const T& b) noexcept {
+        return a.View() == _TQTextT<C>(b).View();
+    }
+    friend std::strong_ordering operator<=>(const _TQStringT& a, const _TQStringT& b) noexcept {
+        return a.View() <=> b.View();
+    }
+    template <_TQOtherText<C> T>
+    friend std::strong_ordering operator<=>(const _TQStringT& a, const T& b) noexcept {
+        return a.View() <=> _TQTextT<C>(b).View();
+    }
+
+  protected:
+    const std::basic_string<C>& Storage() const noexcept;
+
+  private:
+    void AppendArgs(const C* format, std::span<const TQFormatArg> args,
+                    std::span<const _TQFormatPiece> pieces = {});
+
+    std::basic_string<C> m_text;
+};
+
+template <class C>
+template <class... Args>
+_TQStringT<C> _TQStringT<C>::Format(TQFormatText<C, std::type_identity_t<Args>...> format,
+                                    const Args&... args) {
+    _TQStringT result;
+    result.AppendFormat<Args...>(format, args...);
+    return result;
+}
+
+template <class C>
+template <class... Args>
+_TQStringT<C> _TQStringT<C>::FormatRuntime(const C* format, const Args&... args) {
+    const std::array<TQFormatArg, sizeof...(Args)> list{TQFormatArg::From(args)...};
+    _TQStringT result;
+    result.AppendArgs(format, list);
+    return result;
+}
+
+template <class C>
+template <class... Args>
+_TQStringT<C>& _TQStringT<C>::AppendFormat(TQFormatText<C, std::type_identity_t<Args>...> format,
+                                           const Args&... args) {
+    const std::array<TQFormatArg, sizeof...(Args)> list{TQFormatArg::From(args)...};
+    AppendArgs(format.Text(), list, format.Pieces());
+    return *this;
+}
+
+extern template class TQLIB_API _TQStringT<wchar_t>;
+extern template class TQLIB_API _TQStringT<char>;
+
+using _TQwString = _TQStringT<wchar_t>;
+using _TQaString = _TQStringT<char>;
+
+// The wide string that most interfaces take and return. Members that make a string return the base, which
+// converts.
+class TQLIB_API TQString : public _TQwString {
+  public:
+    using _TQwString::_TQwString;
+    TQString() noexcept;
+    TQString(const _TQwString& text);
+    TQString(_TQwString&& text) noexcept;
+    TQString(const TQString& other);
+    TQString(TQString&& other) noexcept;
+    TQString& operator=(const TQString& other);
+    TQString& operator=(TQString&& other) noexcept;
+    ~TQString() override;
+};
+
+}  // namespace Quellan::Corvel
+
+template <class C>
+struct std::hash<Quellan::Corvel::_TQStringT<C>> {
+    std::size_t operator()(const Quellan::Corvel::_TQStringT<C>& text) const noexcept {
+        return std::hash<std::basic_string_view<C>>{}(text.View());
+    }
+};
+
+template <>
+struct std::hash<Quellan::Corvel::TQString> : std::hash<Quellan::Corvel::_TQwString> {};

@@ -1,0 +1,190 @@
+#include "TQLib/text/memory/TQDataBuf.h"
+
+#include "TQLib/platform/Win32.h"
+#include "TQLib/text/memory/internal/SecretArena.h"
+
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <utility>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+constexpr std::size_t MaxBytes = std::numeric_limits<std::ptrdiff_t>::max();
+constexpr std::size_t PageBytes = 4096;  // what a capacity in whole pages is rounded up to
+
+void CopyBytes(BYTE* to, const void* from, std::size_t bytes) noexcept {
+    if (bytes) std::memcpy(to, from, bytes);
+}
+
+void Wipe(BYTE* from, std::size_t bytes) noexcept {
+    if (!bytes) return;
+    std::memset(from, 0, bytes);
+    // Tells the compiler that somebody looks at the zeros; it would leave them unwritten before a release.
+    asm volatile("" : : "r"(from) : "memory");
+}
+
+}  // namespace
+
+_TQDataBufRoot::_TQDataBufRoot(const TQAllocator& allocator, _SecureLevel level) noexcept
+    : m_allocator(&allocator), m_level(level) {}
+
+_TQDataBufRoot::_TQDataBufRoot(const _TQDataBufRoot& other)
+    : _TQDataBufRoot(*other.m_allocator, other.m_level) {
+    Splice(0, 0, other.m_block, other.m_bytes, L"TQDataBuf::TQDataBuf");
+}
+
+_TQDataBufRoot::_TQDataBufRoot(_TQDataBufRoot&& other) noexcept
+    : _TQDataBufRoot(*other.m_allocator, other.m_level) {
+    Swap(other);
+}
+
+_TQDataBufRoot::~_TQDataBufRoot() {
+    Clear();
+}
+
+_TQDataBufRoot& _TQDataBufRoot::operator=(const _TQDataBufRoot& other) {
+    if (this == &other) return *this;
+    constexpr const wchar_t* where = L"TQDataBuf::operator=";
+    if (m_level >= other.m_level) {
+        Splice(0, m_bytes, other.m_block, other.m_bytes, where);
+    } else {
+        _TQDataBufRoot copy(other);
+        Swap(copy);
+    }
+    return *this;
+}
+
+_TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) {
+    if (this == &other) return *this;
+    const _SecureLevel sourceLevel = other.m_level;
+    if (m_level == _SecureLevel::WipeAndLock && sourceLevel != _SecureLevel::WipeAndLock) {
+        *this = std::as_const(other);  // the other's memory can't take this buffer's protection
+    } else {
+        Clear();
+        Swap(other);
+        m_level = std::max(sourceLevel, other.m_level);
+        other.m_level = sourceLevel;
+    }
+    other.Clear();
+    return *this;
+}
+
+void _TQDataBufRoot::Swap(_TQDataBufRoot& other) noexcept {
+    std::swap(m_block, other.m_block);
+    std::swap(m_bytes, other.m_bytes);
+    std::swap(m_capacity, other.m_capacity);
+    std::swap(m_level, other.m_level);
+}
+
+void _TQDataBufRoot::Clear() noexcept {
+    ReplaceBlock(nullptr, 0);
+    m_bytes = 0;
+}
+
+void _TQDataBufRoot::Splice(std::size_t at, std::size_t removed, const void* source, std::size_t added,
+                            const wchar_t* where) {
+    const std::size_t kept = m_bytes - removed;
+    if (added > MaxBytes - kept) TQStdExceptions::ThrowOverflowError(where);
+    const std::size_t bytes = kept + added;
+    const std::size_t tail = kept - at;
+
+    const auto* from = static_cast<const BYTE*>(source);
+    const bool fromHere =
+        added && source && std::less_equal<>()(m_block, from) && std::less<>()(from, m_block + m_capacity);
+    BYTE* to = m_block;
+    std::size_t capacity = m_capacity;
+    if (bytes > m_capacity || fromHere) {
+        if (bytes > m_capacity)
+            capacity = Rounded(std::max(bytes, std::min(m_capacity + m_capacity / 2, MaxBytes)));
+        to = NewBlock(capacity, where);
+        CopyBytes(to, m_block, at);
+        CopyBytes(to + at + added, m_block + at + removed, tail);
+    } else if (tail && added != removed) {
+        std::memmove(to + at + added, to + at + removed, tail);
+    }
+    if (source)
+        CopyBytes(to + at, source, added);
+    else if (added)
+        std::memset(to + at, 0, added);
+
+    if (to != m_block)
+        ReplaceBlock(to, capacity);
+    else if (bytes < m_bytes && m_level != _SecureLevel::None)
+        Wipe(m_block + bytes, m_bytes - bytes);
+    m_bytes = bytes;
+    if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
+}
+
+void _TQDataBufRoot::ReserveBytes(std::size_t bytes, const wchar_t* where) {
+    if (bytes <= m_capacity) return;
+    const std::size_t capacity = Rounded(bytes);
+    BYTE* block = NewBlock(capacity, where);
+    CopyBytes(block, m_block, m_bytes);
+    ReplaceBlock(block, capacity);
+    if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
+}
+
+std::size_t _TQDataBufRoot::ByteCount(ULONGLONG count, std::size_t elementSize, const wchar_t* where) {
+    if (count > MaxBytes / elementSize) TQStdExceptions::ThrowOverflowError(where);
+    return static_cast<std::size_t>(count) * elementSize;
+}
+
+void _TQDataBufRoot::CheckRange(ULONGLONG first, ULONGLONG count, ULONGLONG size, const wchar_t* where) {
+    if (first > size || count > size - first) TQStdExceptions::ThrowIndexError(where);
+}
+
+void _TQDataBufRoot::CheckSource(const void* source, ULONGLONG count, const wchar_t* where) {
+    if (!source && count) TQStdExceptions::ThrowParameterInvalidError(where);
+}
+
+bool _TQDataBufRoot::EqualsSecret(const _TQDataBufRoot& other) const noexcept {
+    if (m_bytes != other.m_bytes) return false;
+    BYTE difference = 0;
+    for (std::size_t i = 0; i < m_bytes; ++i) {
+        difference |= static_cast<BYTE>(m_block[i] ^ other.m_block[i]);
+        // The compiler may not know the value so far: it would stop at the first difference.
+        asm volatile("" : "+r"(difference));
+    }
+    return difference == 0;
+}
+
+const TQAllocator& _TQDataBufRoot::Memory() const noexcept {
+    return m_level == _SecureLevel::WipeAndLock ? SecretMemory() : *m_allocator;
+}
+
+std::size_t _TQDataBufRoot::Rounded(std::size_t bytes) const noexcept {
+    if (bytes == 0 || bytes > MaxBytes - PageBytes) return bytes;
+    if (m_level == _SecureLevel::WipeAndLock) return SecretBlockSize(bytes);
+    if (!m_allocator->wholePages) return bytes;
+    return (bytes + PageBytes - 1) / PageBytes * PageBytes;
+}
+
+BYTE* _TQDataBufRoot::NewBlock(std::size_t capacity, const wchar_t* where) const {
+    void* block = Memory().Allocate(capacity);
+    if (!block && m_level == _SecureLevel::WipeAndLock && GetLastError() != ERROR_NOT_ENOUGH_MEMORY)
+        TQStdExceptions::ThrowLastError(where);
+    if (!block) TQStdExceptions::ThrowMemAllocError(where);
+    return static_cast<BYTE*>(block);
+}
+
+// Gives the present block back as the level asks and leaves the last error as it was.
+void _TQDataBufRoot::ReplaceBlock(BYTE* block, std::size_t capacity) noexcept {
+    if (m_block) {
+        const DWORD lastError = GetLastError();
+        if (m_level != _SecureLevel::None) Wipe(m_block, m_capacity);
+        Memory().Release(m_block, m_capacity);
+        SetLastError(lastError);
+    }
+    m_block = block;
+    m_capacity = capacity;
+}
+
+template class TQDataBuf<BYTE, TQMemory::Heap>;
+template class TQDataBuf<BYTE, TQMemory::Local>;
+template class TQDataBuf<BYTE, TQMemory::Pages>;
+template class TQDataBuf<wchar_t, TQMemory::Heap>;
+
+}  // namespace Quellan::Corvel

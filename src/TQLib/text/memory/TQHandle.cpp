@@ -1,0 +1,34 @@
+#include "TQLib/text/memory/TQHandle.h"
+
+#include "TQLib/platform/Win32.h"
+
+namespace Quellan::Corvel {
+
+_TQLastErrorKeeper::_TQLastErrorKeeper() noexcept : m_code(GetLastError()) {}
+_TQLastErrorKeeper::~_TQLastErrorKeeper() {
+    SetLastError(m_code);
+}
+
+void _TQKernelHandleClose::Close(HANDLE handle) noexcept {
+    CloseHandle(handle);
+}
+void _TQFileHandleClose::Close(HANDLE handle) noexcept {
+    CloseHandle(handle);
+}
+void _TQFindHandleClose::Close(HANDLE handle) noexcept {
+    FindClose(handle);
+}
+void _TQModuleClose::Close(HMODULE handle) noexcept {
+    FreeLibrary(handle);
+}
+void _TQLocalMemClose::Close(void* handle) noexcept {
+    LocalFree(handle);
+}
+void _TQEventSourceClose::Close(HANDLE handle) noexcept {
+    DeregisterEventSource(handle);
+}
+void _TQRegKeyClose::Close(HKEY handle) noexcept {
+    RegCloseKey(handle);
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,150 @@
+// Owners of platform handles.
+#pragma once
+
+#include "TQLib/platform/Types.h"
+#include "TQLib/text/memory/TQSmartPtr.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
+
+#include <new>
+#include <utility>
+
+namespace Quellan::Corvel {
+
+// Puts the calling thread's last error back at the end of its scope: for closers and destructors, which must
+// not change what their caller is about to read.
+class TQLIB_API _TQLastErrorKeeper {
+  public:
+    [[nodiscard]] _TQLastErrorKeeper() noexcept;
+    _TQLastErrorKeeper(const _TQLastErrorKeeper&) = delete;
+    _TQLastErrorKeeper& operator=(const _TQLastErrorKeeper&) = delete;
+    ~_TQLastErrorKeeper();
+
+  private:
+    DWORD m_code;
+};
+
+// What the policies of `TQHandle` have in common: the type of the handle, and null as the value for none.
+template <class H>
+struct _TQNullHandle {
+    using Handle = H;
+    static H Empty() noexcept { return H(); }
+    static bool IsEmpty(H handle) noexcept { return handle == H(); }
+};
+
+// Files and searches: INVALID_HANDLE_VALUE stands for none, and null is taken for none as well.
+struct _TQInvalidHandle {
+    using Handle = HANDLE;
+    static HANDLE Empty() noexcept { return reinterpret_cast<HANDLE>(~std::uintptr_t{0}); }
+    static bool IsEmpty(HANDLE handle) noexcept { return handle == nullptr || handle == Empty(); }
+};
+
+// The policies, one for each kind of handle. `Close` ends a handle that isn't empty; a failure is ignored.
+
+// Events, mutexes, threads, processes, tokens, completion ports: CloseHandle.
+struct TQLIB_API _TQKernelHandleClose : _TQNullHandle<HANDLE> {
+    static void Close(HANDLE handle) noexcept;
+};
+
+// Files: CloseHandle.
+struct TQLIB_API _TQFileHandleClose : _TQInvalidHandle {
+    static void Close(HANDLE handle) noexcept;
+};
+
+// Searches for files: FindClose.
+struct TQLIB_API _TQFindHandleClose : _TQInvalidHandle {
+    static void Close(HANDLE handle) noexcept;
+};
+
+// Loaded modules: FreeLibrary.
+struct TQLIB_API _TQModuleClose : _TQNullHandle<HMODULE> {
+    static void Close(HMODULE handle) noexcept;
+};
+
+// Memory that a platform call handed out: LocalFree.
+struct TQLIB_API _TQLocalMemClose : _TQNullHandle<void*> {
+    static void Close(void* handle) noexcept;
+};
+
+// Registered event sources: DeregisterEventSource.
+struct TQLIB_API _TQEventSourceClose : _TQNullHandle<HANDLE> {
+    static void Close(HANDLE handle) noexcept;
+};
+
+// Registry keys: RegCloseKey.
+struct TQLIB_API _TQRegKeyClose : _TQNullHandle<HKEY> {
+    static void Close(HKEY handle) noexcept;
+};
+
+// A reference-counted owner of one platform handle of the kind that the policy `C` tells: copies share the
+// handle, which is closed when the last of them goes. The count is safe between threads; one holder belongs
+// to one thread at a time. Whatever a holder does leaves the last error alone.
+//
+// Failures: 14 (ERROR_OUTOFMEMORY) where there is no memory for the count; the raw handle given is closed
+// then.
+template <class C>
+class TQHandle {
+  public:
+    using RawHandle = typename C::Handle;
+
+    TQHandle() noexcept = default;
+    // Takes the handle over; an empty value, as failed calls return it, makes an empty holder.
+    explicit TQHandle(RawHandle handle) : m_holder(C::IsEmpty(handle) ? nullptr : NewShare(handle)) {}
+
+    // The handle, owned by this holder and its copies; the kind's value for none when empty.
+    [[nodiscard]] RawHandle Get() const noexcept { return IsValid() ? Shared()->handle : C::Empty(); }
+    [[nodiscard]] RawHandle Handle() const noexcept { return Get(); }
+    [[nodiscard]] bool IsValid() const noexcept { return m_holder.Record() != nullptr; }
+    explicit operator bool() const noexcept { return IsValid(); }
+    // How many holders share the handle, 0 for an empty one.
+    [[nodiscard]] ULONG UseCount() const noexcept { return m_holder.Holders(); }
+
+    // Gives this holder's share up.
+    void Close() noexcept { m_holder = {}; }
+    // Gives the share up and takes `handle` over, as the constructor does; unchanged where that throws.
+    void Attach(RawHandle handle) { *this = TQHandle(handle); }
+    // Hands the handle over to the caller and leaves the holder empty. Throws 1 (ERROR_INVALID_FUNCTION)
+    // where the handle is shared: the others would go on using it.
+    [[nodiscard]] RawHandle Detach() {
+        if (!IsValid()) return C::Empty();
+        if (UseCount() != 1) TQStdExceptions::ThrowBadFuncError(L"TQHandle::Detach");
+        const RawHandle handle = std::exchange(Shared()->handle, C::Empty());
+        Close();
+        return handle;
+    }
+    void Swap(TQHandle& other) noexcept { std::swap(m_holder, other.m_holder); }
+
+    // Two holders are equal when their raw handles are.
+    friend bool operator==(const TQHandle& left, const TQHandle& right) noexcept {
+        return left.Get() == right.Get();
+    }
+    friend auto operator<=>(const TQHandle& left, const TQHandle& right) noexcept {
+        return std::compare_three_way()(left.Get(), right.Get());
+    }
+
+  private:
+    struct Share : _TQRefRecord<_TQRefThrCount> {
+        explicit Share(RawHandle owned) noexcept : handle(owned) {}
+        ~Share() override { Closed(handle); }
+        RawHandle handle;
+    };
+
+    static void Closed(RawHandle handle) noexcept {
+        const _TQLastErrorKeeper keeper;
+        if (!C::IsEmpty(handle)) C::Close(handle);
+    }
+
+    static Share* NewShare(RawHandle handle) {
+        auto* share = new (std::nothrow) Share(handle);
+        if (!share) {
+            Closed(handle);
+            TQStdExceptions::ThrowMemAllocError(L"TQHandle::TQHandle");
+        }
+        return share;
+    }
+
+    Share* Shared() const noexcept { return static_cast<Share*>(m_holder.Record()); }
+
+    _TQRefHolder<_TQRefThrCount> m_holder;
+};
+
+}  // namespace Quellan::Corvel

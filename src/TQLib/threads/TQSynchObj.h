@@ -1,0 +1,55 @@
+// The base of events and mutexes.
+#pragma once
+
+#include "TQLib/core/TQObject.h"
+#include "TQLib/platform/Types.h"
+#include "TQLib/text/TQString.h"
+#include "TQLib/text/memory/TQHandle.h"
+
+namespace Quellan::Corvel {
+
+// A kernel object that threads wait for. Copies share one object, which is closed when the last of them goes;
+// an object may be used by several threads at once as long as none assigns to it.
+//
+// Failures of the platform are thrown as `TQSysException` with its code.
+class TQLIB_API TQSynchObj : public TQObject {
+  public:
+    // What the platform says of itself, as far as names of kernel objects depend on it. The values are those
+    // of the platform's extended version record.
+    struct PlatformVersion {
+        DWORD platform;
+        DWORD major;
+        WORD suites;
+        BYTE product;
+    };
+
+    ~TQSynchObj() override;
+
+    // Borrowed: closed with the last copy of this object.
+    [[nodiscard]] virtual HANDLE Handle() const noexcept;
+
+    // Waits up to `ms` milliseconds (INFINITE: without end; 0: only looks) until the object is signalled:
+    // true, also for a mutex whose owner ended without releasing it. False when the time is up. Throws "Wait
+    // on synch object failed.".
+    bool Wait(DWORD ms) const;
+
+    // The name under which an object is opened: behind "Global\" or "Local\" where the platform tells the
+    // name spaces of sessions apart, else `name` as it is. A null name is an empty one.
+    [[nodiscard]] static TQString KernelObjectName(const wchar_t* name, bool global);
+    // What goes before the name on a platform of that version: "Global\", "Local\" or nothing.
+    [[nodiscard]] static const wchar_t* KernelObjectPrefix(const PlatformVersion& version,
+                                                           bool global) noexcept;
+
+  protected:
+    // Takes the handle over.
+    explicit TQSynchObj(HANDLE handle) : m_handle(handle) {}
+    TQSynchObj(const TQSynchObj&) = default;
+    TQSynchObj& operator=(const TQSynchObj&) = default;
+
+    const TQHandle<_TQKernelHandleClose>& Holder() const noexcept { return m_handle; }
+
+  private:
+    TQHandle<_TQKernelHandleClose> m_handle;
+};
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,414 @@
+#include "TQLib/threads/TQWaitList.h"
+
+#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/Insist.h"
+#include "TQLib/log/time/TQTimer.h"
+#include "TQLib/platform/Win32.h"
+#include "TQLib/threads/TQThread.h"
+
+#include <algorithm>
+#include <array>
+#include <new>
+
+namespace Quellan::Corvel {
+
+namespace {
+
+constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
+
+// One place in each wait is for an event of the list itself.
+constexpr std::size_t BatchSize = MAXIMUM_WAIT_OBJECTS - 1;
+
+// An event and the objects that are waited for together with it.
+class Batch {
+  public:
+    Batch(const TQEvent& event, const HANDLE* handles, std::size_t count) : m_count(count) {
+        m_handles[0] = event.Handle();
+        std::copy_n(handles, count, m_handles.begin() + 1);
+    }
+
+    std::size_t Size() const noexcept { return m_count; }
+
+    // What was signalled: the event's place is 0, the objects' places count from 1. WAIT_TIMEOUT or
+    // WAIT_FAILED otherwise. A mutex whose owner ended counts as signalled.
+    DWORD Wait(DWORD ms) const noexcept {
+        const auto count = static_cast<DWORD>(m_count + 1);
+        const DWORD result = WaitForMultipleObjects(count, m_handles.data(), FALSE, ms);
+        return result >= WAIT_ABANDONED_0 && result < WAIT_ABANDONED_0 + count ? result - WAIT_ABANDONED_0
+                                                                               : result;
+    }
+    HANDLE operator[](DWORD place) const noexcept { return m_handles[place]; }
+
+  private:
+    std::size_t m_count;
+    std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> m_handles;
+};
+
+}  // namespace
+
+// Waits for the objects beyond the owner's own. As long as they fit into one batch that is one wait. More of
+// them are looked at batch after batch, and when a round finds nothing the thread rests, in a wait for the
+// next batch, so that it spends a twentieth of its time looking at most.
+class TQWaitList::TQWaitThread : public TQThread {
+  public:
+    explicit TQWaitThread(TQWaitList& list) : m_list(list) {}
+    ~TQWaitThread() override {
+        Stop();
+        EndThread();
+    }
+
+    void Stop() override {
+        TQThread::Stop();
+        SetSurely(m_list.m_wake.Handle());
+    }
+
+  protected:
+    unsigned int RunWork(BYTEBuf&) override {
+        while (!Stopped()) {
+            AnswerPause();
+            const Batch batch = NextBatch();
+            const DWORD result = batch.Wait(WaitTime(batch.Size()));
+            if (result == WAIT_FAILED)
+                Fail(GetLastError());
+            else if (result == WAIT_TIMEOUT)
+                Passed(batch.Size());
+            else if (result == 0)
+                m_quiet = 0;
+            else
+                Found(batch[result], result);
+        }
+        return 0;
+    }
+
+  private:
+    static constexpr LONGLONG RestFactor = 19;
+    static constexpr LONGLONG LongestRestMs = 50;
+
+    void AnswerPause() {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
+            if (m_list.m_phase != Phase::PauseAsked) return;
+            m_list.m_phase = Phase::Paused;
+        }
+        SetSurely(m_list.m_paused.Handle());
+    }
+
+    // None while the thread is to pause.
+    Batch NextBatch() {
+        const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
+        m_size = m_list.m_phase == Phase::Watching ? m_list.m_rest.size() : 0;
+        if (m_position >= m_size) m_position = 0;
+        return Batch(m_list.m_wake, m_list.m_rest.data() + m_position,
+                     std::min(m_size - m_position, BatchSize));
+    }
+
+    DWORD WaitTime(std::size_t batchSize) {
+        if (batchSize == m_size) return INFINITE;
+        if (m_quiet == 0) m_round.Restart();
+        if (m_quiet < m_size) return 0;
+        const LONGLONG rest = m_round.Elapsed().Steps() * RestFactor / TQTimeSpan::StepsInMillisecond;
+        return static_cast<DWORD>(std::clamp<LONGLONG>(rest, 1, LongestRestMs));
+    }
+
+    void Passed(std::size_t batchSize) {
+        // The rest at the end of a round was a wait too.
+        m_quiet = m_quiet < m_size ? m_quiet + batchSize : 0;
+        m_position += batchSize;
+    }
+
+    // Goes on behind the object, so that one that is always signalled does not hide the others.
+    void Found(HANDLE handle, DWORD place) {
+        m_list.SetFound(handle);
+        SetSurely(m_list.m_changed.Handle());
+        m_position += place - 1;
+        m_quiet = 0;
+    }
+
+    // Tells the owner and pauses until the owner waits again.
+    void Fail(DWORD code) {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_list.m_lock);
+            if (m_list.m_phase == Phase::Watching) m_list.m_phase = Phase::Paused;
+            m_list.m_failure = code;
+        }
+        SetSurely(m_list.m_changed.Handle());
+    }
+
+    TQWaitList& m_list;
+
+    // The thread's alone.
+    std::size_t m_size = 0;      // of what there is to wait for
+    std::size_t m_position = 0;  // of the next batch in it
+    std::size_t m_quiet = 0;     // how many objects in a row were not signalled
+    TQTimer m_round;
+};
+
+TQWaitList::TQWaitList() try
+    : m_owner(GetCurrentThreadId()),
+      m_changed(false),
+      m_standing(m_changed.Handle()),
+      m_wake(false),
+      m_paused(false) {
+    m_first.reserve(BatchSize);
+} catch (const std::bad_alloc&) {
+    TQStdExceptions::ThrowMemAllocError(L"TQWaitList::TQWaitList");
+}
+
+TQWaitList::TQWaitList(const TQWaitList& other) : TQWaitList() {
+    for (const HANDLE handle : other.Handles())
+        Insert(handle);
+}
+
+TQWaitList& TQWaitList::operator=(const TQWaitList& other) {
+    if (this == &other) return *this;
+    CheckOwner();
+    const std::vector<HANDLE> wanted = other.Handles();
+    const std::vector<HANDLE> held = Handles();
+    const auto isIn = [](const std::vector<HANDLE>& sorted, HANDLE handle) {
+        return std::ranges::binary_search(sorted, handle);
+    };
+    try {
+        for (const HANDLE handle : wanted)
+            Insert(handle);
+    } catch (...) {
+        for (const HANDLE handle : wanted)
+            if (!isIn(held, handle)) Remove(handle);
+        throw;
+    }
+    for (const HANDLE handle : held)
+        if (!isIn(wanted, handle)) Remove(handle);
+    return *this;
+}
+
+TQWaitList::~TQWaitList() = default;
+
+void TQWaitList::Add(HANDLE handle) {
+    CheckOwner();
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_handles.contains(handle)) return;
+        if (m_handles.size() == MaxSize)
+            TQStdExceptions::ThrowOverflowError(L"Too many elements in the wait list.");
+    }
+    Insert(handle);
+}
+
+void TQWaitList::Remove(HANDLE handle) {
+    CheckOwner();
+    bool isTakenAway;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        const auto found = m_handles.find(handle);
+        if (found == m_handles.end()) return;
+        Watch& watch = found->second;
+        isTakenAway = Disarm(watch);
+        (watch.isFound ? m_found : m_quiet).erase(watch.place);
+        m_handles.erase(found);
+
+        const auto own = std::ranges::lower_bound(m_first, handle);
+        if (own != m_first.end() && *own == handle) {
+            m_first.erase(own);
+            // The lowest of the others takes the place.
+            const auto next = m_first.empty() ? m_handles.begin() : m_handles.upper_bound(m_first.back());
+            if (next != m_handles.end()) {
+                m_first.push_back(next->first);
+                const bool isReady = next->second.isStanding && m_standing.End(*next->second.standing);
+                isTakenAway = Disarm(next->second);
+                if (isReady) MarkFound(next->first);
+            }
+        }
+        isTakenAway = isTakenAway && m_waitThread && m_phase == Phase::Watching;
+        if (isTakenAway) m_phase = Phase::PauseAsked;
+    }
+    if (isTakenAway) AwaitPause();
+}
+
+HANDLE TQWaitList::Wait(DWORD ms) {
+    CheckOwner();
+    const TQCountdownTimer timer(ms);
+    LookAgainAtReturned();
+    for (;;) {
+        if (const HANDLE found = NextSignal()) return found;
+        PrepareWaitThread();
+        const Batch batch(m_changed, m_first.data(), m_first.size());
+        const DWORD result = batch.Wait(timer.Remaining());
+        if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
+        if (result == WAIT_TIMEOUT) return NextSignal();
+        if (result != 0) SetFound(batch[result]);
+    }
+}
+
+DWORD TQWaitList::Size() const {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    return static_cast<DWORD>(m_handles.size());
+}
+
+void TQWaitList::CheckOwner() const {
+    if (GetCurrentThreadId() != m_owner)
+        TQStdExceptions::ThrowBadFuncError(L"Only the owning thread can call this method on the wait list.");
+}
+
+std::vector<HANDLE> TQWaitList::Handles() const try {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    std::vector<HANDLE> handles;
+    handles.reserve(m_handles.size());
+    for (const auto& [handle, watch] : m_handles)
+        handles.push_back(handle);
+    return handles;
+} catch (const std::bad_alloc&) {
+    TQStdExceptions::ThrowMemAllocError(L"TQWaitList::Handles");
+}
+
+void TQWaitList::Insert(HANDLE handle) {
+    bool isForThread = false;
+    try {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_handles.contains(handle)) return;
+        // All that needs memory is done before anything changes; from then on neither thread needs any.
+        if (m_rest.capacity() <= m_handles.size()) m_rest.reserve(2 * m_handles.size() + BatchSize);
+        std::list<HANDLE> node(1, handle);
+        m_handles.emplace(handle, Watch{node.begin()});
+        m_quiet.splice(m_quiet.end(), node);
+
+        const auto place = std::ranges::upper_bound(m_first, handle);
+        HANDLE forThread = handle;
+        if (m_first.size() < BatchSize) {
+            m_first.insert(place, handle);
+        } else {
+            isForThread = true;
+            if (place != m_first.end()) {
+                forThread = m_first.back();
+                m_first.pop_back();
+                m_first.insert(place, handle);
+            }
+            Arm(forThread);
+        }
+        isForThread = isForThread && m_phase == Phase::Watching;
+    } catch (const std::bad_alloc&) {
+        TQStdExceptions::ThrowMemAllocError(L"TQWaitList::Add");
+    }
+    if (isForThread) SetSurely(m_wake.Handle());
+}
+
+HANDLE TQWaitList::NextSignal() {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    CollectReady();
+    if (m_found.empty()) {
+        if (const DWORD code = std::exchange(m_failure, 0)) throw TQSysException(code, WaitFailed);
+        return nullptr;
+    }
+    m_returned = m_found.front();
+    m_handles.find(m_returned)->second.isFound = false;
+    m_quiet.splice(m_quiet.end(), m_found, m_found.begin());
+    return m_returned;
+}
+
+// Only now, when the owner has dealt with it and reset it maybe, is the object returned last watched again.
+void TQWaitList::LookAgainAtReturned() {
+    bool wake;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        const HANDLE handle = std::exchange(m_returned, nullptr);
+        wake = m_handles.contains(handle) && !std::ranges::binary_search(m_first, handle);
+        if (wake) Arm(handle);
+    }
+    if (wake) SetSurely(m_wake.Handle());
+}
+
+void TQWaitList::SetFound(HANDLE handle) {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    CollectReady();
+    MarkFound(handle);
+}
+
+void TQWaitList::CollectReady() {
+    while (const HANDLE handle = m_standing.TakeReady()) {
+        m_handles.find(handle)->second.isStanding = false;
+        MarkFound(handle);
+    }
+}
+
+void TQWaitList::MarkFound(HANDLE handle) {
+    const auto found = m_handles.find(handle);
+    if (found == m_handles.end() || found->second.isFound) return;
+    Watch& watch = found->second;
+    Disarm(watch);
+    watch.isFound = true;
+    m_found.splice(m_found.end(), m_quiet, watch.place);
+}
+
+void TQWaitList::PrepareWaitThread() {
+    if (Size() <= BatchSize) {
+        m_waitThread.reset();
+        return;
+    }
+    if (!m_waitThread) {
+        std::unique_ptr<TQWaitThread> thread(new (std::nothrow) TQWaitThread(*this));
+        if (!thread) TQStdExceptions::ThrowMemAllocError(L"Unable to allocate wait list thread.");
+        thread->Start(false);
+        m_waitThread = std::move(thread);
+    }
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        if (m_phase != Phase::Paused) return;
+        m_phase = Phase::Watching;
+        ArmStanding();
+    }
+    SetSurely(m_wake.Handle());
+}
+
+// The thread answers at the end of its wait; should it have ended, there is nothing to wait for.
+void TQWaitList::AwaitPause() {
+    SetSurely(m_wake.Handle());
+    AwaitSurely({m_paused.Handle(), m_waitThread->ThreadHandle()});
+}
+
+bool TQWaitList::BeginStanding(HANDLE handle, Watch& watch) noexcept {
+    try {
+        return m_standing.Begin(handle, watch.standing);
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
+}
+
+// What can be watched without the auxiliary thread need not wait for it. What lacks the memory for that is
+// left to the thread.
+void TQWaitList::ArmStanding() {
+    std::size_t kept = 0;
+    for (const HANDLE handle : m_rest) {
+        Watch& watch = m_handles.find(handle)->second;
+        watch.isStanding = BeginStanding(handle, watch);
+        watch.slot = watch.isStanding ? NoSlot : kept;
+        if (!watch.isStanding) m_rest[kept++] = handle;
+    }
+    m_rest.resize(kept);
+}
+
+// Hands a handle that is neither found nor just returned to the auxiliary thread.
+void TQWaitList::Arm(HANDLE handle) {
+    Watch& watch = m_handles.find(handle)->second;
+    if (watch.isFound || watch.isStanding || watch.slot != NoSlot || handle == m_returned) return;
+    if (m_phase == Phase::Watching && BeginStanding(handle, watch)) {
+        watch.isStanding = true;
+        return;
+    }
+    watch.slot = m_rest.size();
+    m_rest.push_back(handle);
+}
+
+// Takes a handle back; false where the auxiliary thread did not have it.
+bool TQWaitList::Disarm(Watch& watch) {
+    if (watch.isStanding) {
+        watch.standing.reset();
+        watch.isStanding = false;
+    }
+    if (watch.slot == NoSlot) return false;
+    const HANDLE last = m_rest.back();
+    m_rest[watch.slot] = last;
+    m_handles.find(last)->second.slot = watch.slot;
+    m_rest.pop_back();
+    watch.slot = NoSlot;
+    return true;
+}
+
+}  // namespace Quellan::Corvel

@@ -1,0 +1,26 @@
+// The guard around what a thread or a service runs.
+#pragma once
+
+#include "TQLib/core/TQException.h"
+#include "TQLib/text/TQString.h"
+
+namespace Quellan::Corvel {
+
+constexpr unsigned int UnknownExceptionCode = static_cast<unsigned int>(0x8000FFFF);  // E_UNEXPECTED
+
+// Inside a catch clause: logs the exception being handled, a library exception as 0xCFFF4001, anything else
+// as 0xCFFF4002, with the context; its text becomes the message. Returns its code.
+unsigned int LogGuarded(const wchar_t* context, TQString& message) noexcept;
+
+// Runs one step. An exception ends the step alone: it is logged, its text becomes the message and its code
+// the step's value.
+template <class Step>
+unsigned int Guarded(const wchar_t* context, TQString& message, Step step) noexcept {
+    try {
+        return step();
+    } catch (...) {
+        return LogGuarded(context, message);
+    }
+}
+
+}  // namespace Quellan::Corvel
