@@ -1,4 +1,4 @@
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/threads/TQMutex.h"
 #include "TQLib/threads/TQThreadReadSynch.h"

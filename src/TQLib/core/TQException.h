@@ -2,8 +2,8 @@
 #pragma once
 
 #include "TQLib/core/TQEventLog.h"
-#include "TQLib/core/TQObject.h"
 #include "TQLib/core/TQWin32Exception.h"
+#include "TQLib/core/base/TQObject.h"
 
 #include <atomic>
 #include <new>

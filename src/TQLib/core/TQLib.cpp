@@ -1,11 +1,11 @@
 #include "TQLib/core/TQLib.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/CallsUnderWay.h"
+#include "TQLib/core/internal/Modules.h"
 #include "TQLib/platform/ProcessEnd.h"
 #include "TQLib/platform/Win32.h"
-#include "TQLib/system/TQSysProc.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <algorithm>
@@ -181,7 +181,7 @@ std::shared_ptr<const TQString> BaseNameOf(unsigned int storeId) {
 
 // A loaded module of that name, which stays loaded by this; empty where there is none.
 TQModule KeepLoaded(const TQString& name) {
-    const HMODULE found = TQSysProc::FindLoadedModule(name);
+    const HMODULE found = FindLoadedModule(name);
     HMODULE kept = nullptr;
     // It may have been unloaded since.
     if (found)
@@ -196,7 +196,7 @@ TQString TQLib::GetAppName() {
     TQString name = TheState().appName.Get(L"TQLib::GetAppName");
     if (!name.IsEmpty()) return name;
     try {
-        return TQSysProc::ModuleBaseName(nullptr);
+        return ModuleBaseName(nullptr);
     } catch (const TQCoreException& e) {
         // Whoever reports a failure must not fail for want of a name.
         if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;
@@ -306,7 +306,7 @@ HMODULE TQLib::GetResourceLanguageModule(unsigned int storeId, const TQString& l
     TQModule module = KeepLoaded(name);
     if (!module.IsValid()) {
         try {
-            module = TQSysProc::LoadModule(TQString::Format(L"%s.dll", name.c_str()));
+            module = LoadModule(TQString::Format(L"%s.dll", name.c_str()));
         } catch (const TQSysException& e) {
             // That there is no such module is an answer and is kept; any other failure may pass.
             if (e.ErrCode() != ERROR_MOD_NOT_FOUND) throw;

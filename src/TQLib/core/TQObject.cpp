@@ -1,4 +1,4 @@
-#include "TQLib/core/TQObject.h"
+#include "TQLib/core/base/TQObject.h"
 
 #include "TQLib/text/STLString.h"
 

@@ -3,8 +3,8 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/TQLib.h"
 #include "TQLib/core/internal/CallFailure.h"
+#include "TQLib/core/internal/LanguageNames.h"
 #include "TQLib/platform/Win32.h"
-#include "TQLib/system/TQLocale.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
@@ -171,8 +171,7 @@ HMODULE ModuleOf(unsigned int storeId, const TQString& language, std::unique_ptr
 bool FindResource(const TQBaseStrRes& resource, TQStrResDestination destination, STLString& text,
                   std::unique_ptr<TQCoreException>& failure) {
     for (const LCID locale : TQLib::DestinationLocaleIDs(destination)) {
-        for (const TQString& name :
-             {TQLocale(locale).LanguageString(), TQLocale(locale).LanguageBaseString()}) {
+        for (const TQString& name : {LanguageName(locale), LanguageBaseName(locale)}) {
             const HMODULE module = ModuleOf(resource.StoreID(), name, failure);
             if (module && ReadResource(resource, module, static_cast<LANGID>(locale & 0xFFFF), text))
                 return true;

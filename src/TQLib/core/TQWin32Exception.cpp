@@ -2,9 +2,9 @@
 
 #include "TQLib/core/TQEventLog.h"
 #include "TQLib/core/TQException.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
+#include "TQLib/core/internal/Modules.h"
 #include "TQLib/platform/Win32.h"
-#include "TQLib/system/TQSysProc.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
@@ -106,7 +106,7 @@ const wchar_t* InPageErrorKind(std::uintptr_t access) {
 // The module that holds an address. Where its name can't be had, a failure is reported without it.
 TQString OwnerOf(const void* address) {
     try {
-        if (TQString owner = TQSysProc::ModuleAt(address); !owner.IsEmpty()) return owner;
+        if (TQString owner = ModuleAt(address); !owner.IsEmpty()) return owner;
     } catch (const TQCoreException& e) {
         if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;
     }

@@ -1,7 +1,7 @@
 // Open files.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
+#include "TQLib/core/base/TQObject.h"
 #include "TQLib/files/TQFileName.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/security/SecAttr.h"

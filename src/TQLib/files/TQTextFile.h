@@ -1,7 +1,7 @@
 // Text files that many write to at once.
 #pragma once
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/files/TQFile.h"
 
 #include <memory>

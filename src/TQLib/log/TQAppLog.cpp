@@ -1,7 +1,7 @@
 // The parts of `TQLib` that are about the application's log.
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/TQLib.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/files/TQFileName.h"
 #include "TQLib/files/registry/TQRegKey.h"
 #include "TQLib/files/registry/TQRegValue.h"

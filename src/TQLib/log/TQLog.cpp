@@ -3,7 +3,7 @@
 #include "TQLib/core/TQEventLog.h"
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/TQLib.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/log/internal/LogFile.h"
 #include "TQLib/log/internal/LogRecord.h"
 #include "TQLib/log/internal/LogUsers.h"

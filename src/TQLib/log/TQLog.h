@@ -1,7 +1,7 @@
 // The diagnostic log.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
+#include "TQLib/core/base/TQObject.h"
 #include "TQLib/files/TQFileName.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/security/SecAttr.h"

@@ -1,7 +1,7 @@
 // Services that this process hosts.
 #pragma once
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/log/time/TQTimer.h"
 #include "TQLib/services/TQServiceStatus.h"
 #include "TQLib/services/TQSvcProcessor.h"

@@ -1,7 +1,7 @@
 // What is known of a service: the record of its status, and how it is installed.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
+#include "TQLib/core/base/TQObject.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"

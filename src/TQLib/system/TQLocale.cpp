@@ -1,31 +1,18 @@
 #include "TQLib/system/TQLocale.h"
 
-#include "TQLib/core/internal/CallFailure.h"
+#include "TQLib/core/internal/LanguageNames.h"
 #include "TQLib/platform/Win32.h"
 
 namespace Quellan::Corvel {
 
-namespace {
-
-TQString LocaleInfo(LCID locale, LCTYPE type) {
-    wchar_t text[LOCALE_NAME_MAX_LENGTH];
-    const int length = GetLocaleInfoW(locale, type, text, LOCALE_NAME_MAX_LENGTH);
-    // An identifier that the platform does not know.
-    if (length == 0 && GetLastError() == ERROR_INVALID_PARAMETER) return {};
-    if (length == 0) ThrowCallFailure(L"TQLocale::LanguageString");
-    return {text, static_cast<std::size_t>(length - 1)};
-}
-
-}  // namespace
-
 TQLocale::TQLocale() noexcept : m_id(GetUserDefaultLCID()) {}
 
 TQString TQLocale::LanguageString() const {
-    return LocaleInfo(m_id, LOCALE_SNAME);
+    return LanguageName(m_id);
 }
 
 TQString TQLocale::LanguageBaseString() const {
-    return LocaleInfo(m_id, LOCALE_SISO639LANGNAME);
+    return LanguageBaseName(m_id);
 }
 
 }  // namespace Quellan::Corvel

@@ -2,10 +2,13 @@
 #pragma once
 
 #include "TQLib/platform/Types.h"
-#include "TQLib/security/SecID.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"
 #include "TQLib/text/memory/TQHandle.h"
+
+namespace Quellan::Sarvek {
+class SecID;
+}
 
 namespace Quellan::Corvel {
 

@@ -1,6 +1,6 @@
 #include "TQLib/threads/TQProcessLock.h"
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/Win32.h"
 
 #include <cstddef>

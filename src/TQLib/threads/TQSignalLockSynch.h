@@ -1,8 +1,8 @@
 // A lock that is to be had only while a signal is set.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQObject.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/text/memory/TQSmartPtr.h"
 #include "TQLib/threads/TQEvent.h"
 

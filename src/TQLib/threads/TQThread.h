@@ -1,8 +1,8 @@
 // Threads.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQObject.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/log/time/TQTime.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"

@@ -1,7 +1,7 @@
 // Changing the priority of a thread for a while.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
+#include "TQLib/core/base/TQObject.h"
 #include "TQLib/platform/Types.h"
 
 namespace Quellan::Corvel {

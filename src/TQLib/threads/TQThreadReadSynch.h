@@ -1,7 +1,7 @@
 // The lock that many readers or one writer hold.
 #pragma once
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/threads/TQEvent.h"
 
 #include <atomic>

@@ -1,8 +1,8 @@
 // Waiting for any of many objects.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQObject.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/StandingWaits.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/threads/TQEvent.h"

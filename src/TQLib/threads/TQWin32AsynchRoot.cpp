@@ -1,6 +1,6 @@
 #include "TQLib/threads/TQWin32AsynchRoot.h"
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/FreeMemory.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/TQStdExceptions.h"

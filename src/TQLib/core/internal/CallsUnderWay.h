@@ -1,7 +1,7 @@
 // Callbacks that may be taken away while other threads call them.
 #pragma once
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/Win32.h"
 
 #include <atomic>

@@ -1,7 +1,7 @@
 // Keys of the registry.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
+#include "TQLib/core/base/TQObject.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"

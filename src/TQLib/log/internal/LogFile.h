@@ -1,7 +1,7 @@
 // The file of a log, as all copies of the log share it.
 #pragma once
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/files/TQTextFile.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/text/memory/TQSmartPtr.h"

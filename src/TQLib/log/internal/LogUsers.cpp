@@ -1,6 +1,6 @@
 #include "TQLib/log/internal/LogUsers.h"
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/security/SecID.h"
 #include "TQLib/system/internal/CurrentUser.h"
 

@@ -1,7 +1,7 @@
 #include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/Modules.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/security/internal/DirectoryGroups.h"
-#include "TQLib/system/TQSysProc.h"
 
 #include <iads.h>
 #include <memory>
@@ -11,7 +11,6 @@ namespace Quellan::Sarvek {
 
 using Corvel::TQString;
 using Corvel::TQSysException;
-using Corvel::TQSysProc;
 
 namespace {
 
@@ -63,7 +62,7 @@ class ArrayData {
 
 SecIDArray DirectoryGroups(const SecID& id) {
     wchar_t attribute[] = L"tokenGroups";
-    const Corvel::TQModule services = TQSysProc::LoadModule(L"activeds.dll");
+    const Corvel::TQModule services = Corvel::LoadModule(L"activeds.dll");
     const TQString account = TQString::Format(L"<SID=%s>", id.String().View());
     void* found = nullptr;
     Check(Find<GetObject>(services, "ADsGetObject")(TQString::Format(L"LDAP://%s", account.View()).c_str(),

@@ -1,7 +1,7 @@
 // The manager of services that run in the foreground.
 #pragma once
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/services/internal/ServiceHost.h"
 #include "TQLib/system/TQConsole.h"
 #include "TQLib/text/TQStringArray.h"

@@ -1,6 +1,6 @@
 #include "TQLib/services/internal/InsideService.h"
 
-#include "TQLib/core/TQThreadSynch.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/threads/TQEvent.h"
 

@@ -1,10 +1,10 @@
 #include "TQLib/platform/linux/accounts/AccountNames.h"
 
+#include "TQLib/platform/linux/accounts/ServiceSids.h"
 #include "TQLib/platform/linux/accounts/WellKnownSids.h"
 #include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/ComputerName.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/services/ServiceSids.h"
 
 namespace Quellan::Corvel::Platform {
 

@@ -10,7 +10,6 @@
 #include "TQLib/platform/linux/base/Memory.h"
 #include "TQLib/platform/linux/base/Version.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/process/Tokens.h"
 
 #include <set>
 #include <span>

@@ -9,7 +9,6 @@
 #include "TQLib/platform/linux/base/HandleTable.h"
 #include "TQLib/platform/linux/base/Memory.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/process/Tokens.h"
 
 using namespace Quellan::Corvel::Platform;
 

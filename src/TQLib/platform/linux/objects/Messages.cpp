@@ -1,11 +1,11 @@
 #include "TQLib/platform/linux/objects/Messages.h"
 
+#include "TQLib/platform/linux/base/Environment.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
 #include "TQLib/platform/linux/objects/ThreadObject.h"
 #include "TQLib/platform/linux/objects/WaitTargets.h"
-#include "TQLib/platform/linux/process/Environment.h"
 
 #include <algorithm>
 

@@ -1,8 +1,8 @@
 // The program's side of a service, where the service manager has started it.
+#include "TQLib/platform/linux/base/Environment.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/process/Environment.h"
 #include "TQLib/platform/linux/services/ManagedHost.h"
 #include "TQLib/platform/linux/services/ServiceSocket.h"
 #include "TQLib/platform/linux/services/ServiceWake.h"

@@ -1,4 +1,4 @@
-#include "TQLib/platform/linux/services/ServiceSids.h"
+#include "TQLib/platform/linux/accounts/ServiceSids.h"
 
 #include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/Errors.h"

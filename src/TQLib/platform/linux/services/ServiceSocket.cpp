@@ -1,8 +1,8 @@
 #include "TQLib/platform/linux/services/ServiceSocket.h"
 
+#include "TQLib/platform/linux/base/Environment.h"
 #include "TQLib/platform/linux/base/Errors.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/process/Environment.h"
 #include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <cstring>

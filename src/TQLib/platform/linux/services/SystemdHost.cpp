@@ -1,10 +1,10 @@
 #include "TQLib/platform/linux/services/SystemdHost.h"
 
 #include "TQLib/platform/linux/base/Clock.h"
+#include "TQLib/platform/linux/base/Environment.h"
 #include "TQLib/platform/linux/base/Errno.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/process/Environment.h"
 #include "TQLib/platform/linux/services/ServiceWake.h"
 
 #include <algorithm>

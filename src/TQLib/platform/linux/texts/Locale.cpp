@@ -2,11 +2,11 @@
 
 #include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/base/Environment.h"
 #include "TQLib/platform/linux/base/EnvironmentBlock.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/process/Environment.h"
 #include "TQLib/platform/linux/texts/LocaleTable.h"
 
 #include <climits>

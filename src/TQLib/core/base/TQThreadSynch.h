@@ -1,8 +1,8 @@
 // The lock of the library, and the guard through which every lock is taken.
 #pragma once
 
-#include "TQLib/core/TQObject.h"
-#include "TQLib/core/TQThreadSafety.h"
+#include "TQLib/core/base/TQObject.h"
+#include "TQLib/core/base/TQThreadSafety.h"
 #include "TQLib/platform/Types.h"
 
 namespace Quellan::Corvel {

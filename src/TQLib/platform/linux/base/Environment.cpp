@@ -1,4 +1,4 @@
-#include "TQLib/platform/linux/process/Environment.h"
+#include "TQLib/platform/linux/base/Environment.h"
 
 #include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/Clock.h"
