@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     FileSecurity first, second;

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <string>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <cstdlib>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

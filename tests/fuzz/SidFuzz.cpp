@@ -8,7 +8,7 @@
 #include <cstring>
 #include <string>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <vector>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 using namespace Quellan::Corvel::Test;
 
 namespace {

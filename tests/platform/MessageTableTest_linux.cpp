@@ -11,7 +11,7 @@
 #include <memory>
 #include <string>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 using namespace Quellan::Corvel::Test;
 
 namespace {

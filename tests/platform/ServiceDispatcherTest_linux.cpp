@@ -15,7 +15,7 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 using testing::ElementsAre;
 
 class ScriptedManager : public testing::Test {

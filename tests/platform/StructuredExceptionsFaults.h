@@ -35,14 +35,14 @@ inline void ThrowFault(unsigned int code, EXCEPTION_POINTERS* pointers) {
 // The calling thread translates while this lives.
 class Translated {
   public:
-    explicit Translated(Quellan::Corvel::Platform::StructuredExceptionTranslator translator = ThrowFault)
-        : m_previous(Quellan::Corvel::Platform::SetStructuredExceptionTranslator(translator)) {}
-    ~Translated() { Quellan::Corvel::Platform::SetStructuredExceptionTranslator(m_previous); }
+    explicit Translated(Quellan::Platform::StructuredExceptionTranslator translator = ThrowFault)
+        : m_previous(Quellan::Platform::SetStructuredExceptionTranslator(translator)) {}
+    ~Translated() { Quellan::Platform::SetStructuredExceptionTranslator(m_previous); }
     Translated(const Translated&) = delete;
     Translated& operator=(const Translated&) = delete;
 
   private:
-    Quellan::Corvel::Platform::StructuredExceptionTranslator m_previous;
+    Quellan::Platform::StructuredExceptionTranslator m_previous;
 };
 
 // The fault that `action` ends with, if any. Its translator must be ThrowFault.

@@ -9,7 +9,7 @@
 #include <thread>
 
 using namespace Faults;
-using Quellan::Corvel::Platform::SetStructuredExceptionTranslator;
+using Quellan::Platform::SetStructuredExceptionTranslator;
 using testing::Field;
 using testing::Optional;
 

@@ -46,7 +46,7 @@ bool DiedOfRaised(DWORD, int status) {
 
 namespace {
 
-using Quellan::Corvel::Platform::SetStructuredExceptionTranslator;
+using Quellan::Platform::SetStructuredExceptionTranslator;
 using testing::ExitedWithCode;
 using testing::KilledBySignal;
 

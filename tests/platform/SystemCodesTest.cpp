@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

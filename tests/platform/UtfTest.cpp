@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 namespace {
 
 // A code point in the platform's wide form.
@@ -113,4 +113,4 @@ TEST(Utf, ConvertsOtherCharactersAtEveryPlaceOfLongText) {
 }
 
 }  // namespace
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 namespace {
 
 class LockWatch : public testing::Environment {
-    void SetUp() override { Quellan::Corvel::Platform::AbortOnWaitUnderLock(true); }
+    void SetUp() override { Quellan::Platform::AbortOnWaitUnderLock(true); }
 };
 
 testing::Environment* const g_watch = testing::AddGlobalTestEnvironment(new LockWatch);

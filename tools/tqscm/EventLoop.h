@@ -11,7 +11,7 @@
 namespace tqscm {
 
 using Clock = std::chrono::steady_clock;
-using Quellan::Corvel::Platform::Descriptor;
+using Quellan::Platform::Descriptor;
 
 // What has a descriptor to be watched.
 class Source {

@@ -12,7 +12,7 @@
 
 namespace tqscm {
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

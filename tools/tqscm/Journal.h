@@ -83,7 +83,7 @@ class Journal {
 
     const std::string m_path;
     const int m_lock;
-    Quellan::Corvel::Platform::Descriptor m_file;
+    Quellan::Platform::Descriptor m_file;
     std::size_t m_size = 0;
     std::size_t m_reserved = 0;  // for a file as large as this there is room
     std::size_t m_limit = 0;     // from here on it is written anew, with what counts

@@ -16,7 +16,7 @@
 
 namespace tqscm {
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

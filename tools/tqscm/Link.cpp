@@ -6,7 +6,7 @@
 
 namespace tqscm {
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 // So that nobody keeps the others waiting.
 constexpr int MostMessagesAtOnce = 16;

@@ -11,7 +11,7 @@
 
 namespace tqscm {
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 namespace {
 

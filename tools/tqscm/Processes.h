@@ -15,7 +15,7 @@
 
 namespace tqscm {
 
-using namespace Quellan::Corvel::Platform;
+using namespace Quellan::Platform;
 
 class Process;
 struct Service;

@@ -9,7 +9,7 @@
 
 namespace tqscm {
 
-using Quellan::Corvel::Platform::ServiceConfig;
+using Quellan::Platform::ServiceConfig;
 
 struct StoredService {
     std::string name;

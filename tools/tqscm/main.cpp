@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     // Whoever reads what is printed may end before this does.
     std::signal(SIGPIPE, SIG_IGN);
     tqscm::Settings settings;
-    settings.socket = Quellan::Corvel::Platform::ServiceManagerSocket();
+    settings.socket = Quellan::Platform::ServiceManagerSocket();
     for (int i = 1; i < argc; i += 2) {
         const std::string_view word = argv[i];
         const std::string_view value = i + 1 < argc ? argv[i + 1] : "";

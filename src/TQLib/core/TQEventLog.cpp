@@ -4,7 +4,7 @@
 #include "TQLib/core/TQLib.h"
 #include "TQLib/core/internal/CallFailure.h"
 #include "TQLib/core/internal/CallsUnderWay.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 
 #include <utility>

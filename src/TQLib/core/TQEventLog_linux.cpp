@@ -1,6 +1,6 @@
 #include "TQLib/core/TQEventLog.h"
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Corvel {
 

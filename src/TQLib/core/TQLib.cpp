@@ -4,8 +4,8 @@
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/CallsUnderWay.h"
 #include "TQLib/core/internal/Modules.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/platform/ProcessEnd.h"
-#include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <algorithm>

@@ -4,7 +4,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/Modules.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 

@@ -2,7 +2,7 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/OpenFiles.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/STLString.h"
 
 #include <limits>

@@ -3,7 +3,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/CallFailure.h"
 #include "TQLib/platform/PathNames.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/STLString.h"
 #include "TQLib/text/memory/internal/Translated.h"
 

@@ -7,7 +7,7 @@
 #include "TQLib/files/registry/TQRegValue.h"
 #include "TQLib/log/TQLog.h"
 #include "TQLib/platform/LogFolder.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/system/TQSysProc.h"
 

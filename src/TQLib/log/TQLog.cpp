@@ -8,7 +8,7 @@
 #include "TQLib/log/internal/LogRecord.h"
 #include "TQLib/log/internal/LogUsers.h"
 #include "TQLib/log/time/TQTimer.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/SecACL.h"
 #include "TQLib/security/SecDesc.h"
 #include "TQLib/security/SecID.h"

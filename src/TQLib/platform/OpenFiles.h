@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/Types.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // As LockFile, but waits up to `ms` milliseconds: 33 (ERROR_LOCK_VIOLATION) when the time is up. UnlockFile
 // ends the lock. Neither platform has such a wait (Linux has one without an end, which only a signal cuts
@@ -25,4 +25,4 @@ DWORD SetFileSize(HANDLE file, ULONGLONG size) noexcept;
 // and isn't asked for others; Linux does it to any. What can't be found out counts as not done.
 DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared, ULONGLONG& size) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // What stands between the folders of a path, the usual one first.
 #if defined(_WIN32)
@@ -12,4 +12,4 @@ inline constexpr std::wstring_view PathSeparators = L"\\/";
 inline constexpr std::wstring_view PathSeparators = L"/";
 #endif
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

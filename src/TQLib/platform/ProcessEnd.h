@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/Types.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Has `function` called when the process ends by `exit` or by returning from main, while its other threads
 // still run. False where the system has no room for it.
@@ -16,4 +16,4 @@ bool CallAtExit(void (*function)()) noexcept;
 // The system has ended all other threads of the process, wherever they were. Never so on Linux.
 bool AreOtherThreadsGone() noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 #if defined(_WIN32)
 
@@ -39,4 +39,4 @@ inline void TellOwnMemory(const void* what, std::size_t size) noexcept {
 
 #endif
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -1,9 +1,9 @@
 // What the service managers of the two systems offer in ways of their own.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Types.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Ends the process of a service, with all services in it, without asking them: 0 when that is under way, or the
 // platform's code, 1062 (ERROR_SERVICE_NOT_ACTIVE) where there is none. On Linux no failure actions follow.
@@ -15,4 +15,4 @@ DWORD KillService(SC_HANDLE service) noexcept;
 // Needs SERVICE_QUERY_STATUS.
 void AwaitServiceChange(SC_HANDLE service, DWORD state, DWORD checkPoint, DWORD ms) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

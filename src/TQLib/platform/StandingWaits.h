@@ -5,7 +5,7 @@
 
 #include <memory>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Objects that are watched for one owner. Whoever signals one of them hands it over at once: the object is
 // taken as a wait takes it, its handle stands in the list of what is ready, and the owner's event is set.
@@ -44,4 +44,4 @@ class StandingWaits {
     std::unique_ptr<Impl> m_impl;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

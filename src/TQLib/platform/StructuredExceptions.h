@@ -17,9 +17,7 @@
 
 #include "TQLib/platform/Types.h"
 
-struct _EXCEPTION_POINTERS;
-
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Called on the faulting thread, outside of any signal or exception handler, as if by the faulting
 // instruction: it throws the C++ exception that stands for the fault. `code` is the exception code; the
@@ -47,4 +45,4 @@ constexpr bool ReachesTranslator(unsigned int code, unsigned int flags) noexcept
            code != OldManaged;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 namespace {
 
 // The names stand beside the number sign alone: where they are macros of the platform they must not be
@@ -56,4 +56,4 @@ std::vector<SystemCode> SystemCodesOf(DWORD code) {
     return found;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 enum class SystemCodeFamily { Win32, HResult, NtStatus };
 
@@ -28,4 +28,4 @@ TQLIB_API const SystemCode* FindSystemCode(std::wstring_view name) noexcept;
 // (0x8007....) is also found under its own number, as the last one.
 TQLIB_API std::vector<SystemCode> SystemCodesOf(DWORD code);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -1,7 +1,8 @@
 // The platform's basic types and the export mark, without the platform's headers: all that a public header
 // needs. On Windows these are the system's own types, repeated word for word, so that <windows.h> may be
-// included before or after; on Linux the same names stand for types of the same width. A DWORD has 32 bits on
-// both, wchar_t has 16 on Windows (UTF-16) and 32 on Linux (UTF-32).
+// included before or after; on Linux the same names stand for types of the same width, inside of `Quellan`
+// alone, so that other headers with such names get in nobody's way. A DWORD has 32 bits on both, wchar_t has
+// 16 on Windows (UTF-16) and 32 on Linux (UTF-32).
 #pragma once
 
 #include <cstddef>
@@ -31,6 +32,12 @@ using SECURITY_ATTRIBUTES = _SECURITY_ATTRIBUTES;
 using SID_AND_ATTRIBUTES = _SID_AND_ATTRIBUTES;
 using SID_IDENTIFIER_AUTHORITY = _SID_IDENTIFIER_AUTHORITY;
 #else
+static_assert(sizeof(wchar_t) == 4, "The library is built without -fshort-wchar, and so must its users be");
+#if defined(_GLIBCXX_USE_CXX11_ABI)
+static_assert(_GLIBCXX_USE_CXX11_ABI,
+              "The library is built with the strings of C++11, and so must its users be");
+#endif
+namespace Quellan::Platform {
 using DWORD = std::uint32_t;
 using LONG = std::int32_t;
 struct ACE_HEADER;
@@ -39,15 +46,10 @@ struct SECURITY_ATTRIBUTES;
 struct SID_AND_ATTRIBUTES;
 struct SID_IDENTIFIER_AUTHORITY;
 #endif
-#if !defined(_WIN32)
-static_assert(sizeof(wchar_t) == 4, "The library is built without -fshort-wchar, and so must its users be");
-#if defined(_GLIBCXX_USE_CXX11_ABI)
-static_assert(_GLIBCXX_USE_CXX11_ABI,
-              "The library is built with the strings of C++11, and so must its users be");
-#endif
-#endif
+struct _EXCEPTION_POINTERS;
 struct HINSTANCE__;
 struct HKEY__;
+struct SC_HANDLE__;
 
 using ULONG = DWORD;
 using HRESULT = LONG;
@@ -62,5 +64,12 @@ using DWORD64 = unsigned long long;
 using HMODULE = HINSTANCE__*;
 using HANDLE = void*;
 using HKEY = HKEY__*;
+using SC_HANDLE = SC_HANDLE__*;
 using LCID = DWORD;
 using LANGID = unsigned short;
+#if !defined(_WIN32)
+}  // namespace Quellan::Platform
+namespace Quellan {
+using namespace Platform;
+}
+#endif

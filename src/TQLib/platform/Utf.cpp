@@ -7,7 +7,7 @@
 #include <emmintrin.h>
 #endif
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -285,4 +285,4 @@ std::size_t WideToUtf8(std::wstring_view text, std::span<char> out) noexcept {
     return static_cast<std::size_t>(Convert(text, out.data()) - out.data());
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

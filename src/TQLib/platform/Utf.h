@@ -8,7 +8,7 @@
 #include <span>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The number of wide characters that `text` has once converted.
 TQLIB_API std::size_t WideLength(std::string_view text) noexcept;
@@ -28,4 +28,4 @@ TQLIB_API std::size_t Utf8ToWide(std::string_view text, std::span<wchar_t> out) 
 // returns the number of bytes written. No terminator is added.
 TQLIB_API std::size_t WideToUtf8(std::wstring_view text, std::span<char> out) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -1,61 +1,9 @@
-// The one door to the platform: library sources, tools and tests include this and call the platform by its
-// own names. On Windows these are the system's calls; on Linux they are the layer's, with the same documented
-// behaviour. Only what the layer implements is declared there.
+// The platform's calls by their own names in the global namespace, for programs that ask for it: on Windows
+// the system's, on Linux those of the layer, which without this header are known inside of `Quellan` alone.
 #pragma once
 
-#include "TQLib/platform/Types.h"
+#include "TQLib/platform/Platform.h"
 
-#if defined(_WIN32)
-#ifndef WIN32_LEAN_AND_MEAN
-#define WIN32_LEAN_AND_MEAN
-#endif
-#ifndef NOMINMAX
-#define NOMINMAX
-#endif
-#ifndef _WIN32_WINNT
-#define _WIN32_WINNT 0x0A00
-#endif
-#include <windows.h>
-// These need <windows.h> before them.
-#include <combaseapi.h>
-#include <lm.h>
-#include <ntsecapi.h>
-#include <psapi.h>
-#include <sddl.h>
-#include <shellapi.h>
-#include <winsvc.h>
-#else
-#include "TQLib/platform/linux/accounts/Accounts.h"
-#include "TQLib/platform/linux/accounts/NetAccounts.h"
-#include "TQLib/platform/linux/accounts/Policy.h"
-#include "TQLib/platform/linux/accounts/Privileges.h"
-#include "TQLib/platform/linux/accounts/Sids.h"
-#include "TQLib/platform/linux/base/CriticalSections.h"
-#include "TQLib/platform/linux/base/Environment.h"
-#include "TQLib/platform/linux/base/Errors.h"
-#include "TQLib/platform/linux/base/Memory.h"
-#include "TQLib/platform/linux/base/Process.h"
-#include "TQLib/platform/linux/base/Version.h"
-#include "TQLib/platform/linux/eventlog/EventLog.h"
-#include "TQLib/platform/linux/files/Files.h"
-#include "TQLib/platform/linux/files/SecurityDescriptors.h"
-#include "TQLib/platform/linux/files/Volumes.h"
-#include "TQLib/platform/linux/objects/CompletionPorts.h"
-#include "TQLib/platform/linux/objects/Events.h"
-#include "TQLib/platform/linux/objects/Handles.h"
-#include "TQLib/platform/linux/objects/Messages.h"
-#include "TQLib/platform/linux/objects/Mutexes.h"
-#include "TQLib/platform/linux/objects/Semaphores.h"
-#include "TQLib/platform/linux/objects/Threads.h"
-#include "TQLib/platform/linux/objects/Waits.h"
-#include "TQLib/platform/linux/process/Com.h"
-#include "TQLib/platform/linux/process/CommandLine.h"
-#include "TQLib/platform/linux/process/ConsoleControl.h"
-#include "TQLib/platform/linux/process/Modules.h"
-#include "TQLib/platform/linux/process/StructuredExceptions.h"
-#include "TQLib/platform/linux/process/Tokens.h"
-#include "TQLib/platform/linux/registry/Registry.h"
-#include "TQLib/platform/linux/services/Services.h"
-#include "TQLib/platform/linux/texts/Locale.h"
-#include "TQLib/platform/linux/texts/Texts.h"
+#if !defined(_WIN32)
+using namespace Quellan::Platform;
 #endif

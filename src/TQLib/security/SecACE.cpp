@@ -1,7 +1,7 @@
 #include "TQLib/security/SecACE.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <cstddef>
 #include <cstring>

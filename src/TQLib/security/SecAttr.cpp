@@ -1,6 +1,6 @@
 #include "TQLib/security/SecAttr.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <new>
 #include <utility>

@@ -1,7 +1,7 @@
 #include "TQLib/security/SecID.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/security/internal/NetBuffer.h"
 #include "TQLib/security/internal/TokenInformation.h"
@@ -243,7 +243,7 @@ SecID SecID::MachDomainSID() {
 bool SecID::UserIsAdmin(bool withDenied) {
     bool isAdmin = false;
     TQSecThreadToken::ProcImpersonate([&] {
-        const TokenInformation information(OpenProcessToken(), TokenGroups);
+        const TokenInformation information(OpenOwnToken(), TokenGroups);
         const auto& token = information.As<TOKEN_GROUPS>();
         const SecID administrators(WinBuiltinAdministratorsSid);
         const DWORD wanted = SE_GROUP_ENABLED | (withDenied ? SE_GROUP_USE_FOR_DENY_ONLY : 0);

@@ -1,6 +1,6 @@
 #include "TQLib/security/SecIDAttr.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Sarvek {
 

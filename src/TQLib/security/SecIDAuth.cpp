@@ -1,6 +1,6 @@
 #include "TQLib/security/SecIDAuth.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
 namespace Quellan::Sarvek {

@@ -48,6 +48,6 @@ class TQLIB_API SecIDAuth {
 template <>
 struct std::hash<Quellan::Sarvek::SecIDAuth> {
     std::size_t operator()(const Quellan::Sarvek::SecIDAuth& authority) const noexcept {
-        return std::hash<ULONGLONG>{}(authority.Value());
+        return std::hash<unsigned long long>{}(authority.Value());
     }
 };

@@ -1,6 +1,6 @@
 // What is known of the account behind an identifier: its groups, its rights, whether it is disabled.
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/SecIDArray.h"
 #include "TQLib/security/SecPrivilegeSet.h"
 #include "TQLib/security/internal/DirectoryGroups.h"

@@ -1,6 +1,6 @@
 #include "TQLib/security/SecPrivilegeSet.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 

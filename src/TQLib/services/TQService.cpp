@@ -2,7 +2,7 @@
 
 #include "TQLib/core/TQEventLog.h"
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/TQServiceMgr.h"
 #include "TQLib/services/internal/InsideService.h"
 #include "TQLib/services/internal/ServiceHost.h"

@@ -2,8 +2,8 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/log/time/TQTimer.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/platform/ServiceControl.h"
-#include "TQLib/platform/Win32.h"
 #include "TQLib/services/internal/InstalledService.h"
 #include "TQLib/services/internal/ServiceFailure.h"
 #include "TQLib/text/memory/TQDataBuf.h"
@@ -45,7 +45,7 @@ void RequestStart(const TQSvcHandle& service, const TQString& name, const TQStri
     std::vector<const wchar_t*> texts;
     for (const TQString& argument : arguments)
         texts.push_back(argument.c_str());
-    if (!::StartServiceW(service.Get(), static_cast<DWORD>(texts.size()), texts.data()))
+    if (!StartServiceW(service.Get(), static_cast<DWORD>(texts.size()), texts.data()))
         ThrowServiceFailure(name.c_str());
 }
 

@@ -1,7 +1,7 @@
 #include "TQLib/services/TQServiceList.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <utility>

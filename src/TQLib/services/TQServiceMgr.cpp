@@ -1,7 +1,7 @@
 #include "TQLib/services/TQServiceMgr.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/TQServiceCtrl.h"
 #include "TQLib/services/internal/CommandLineText.h"
 #include "TQLib/services/internal/InsideService.h"
@@ -216,7 +216,7 @@ void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, con
         TQStdExceptions::ThrowParameterInvalidError(L"TQServiceMgr::InstallService");
     const TQString dependencies = TextList(options.dependencies);
     const TQSvcHandle manager = OpenManager(nullptr, SC_MANAGER_CREATE_SERVICE);
-    TQSvcHandle created(::CreateServiceW(manager.Get(), name, orNull(displayName) ? displayName : name,
+    TQSvcHandle created(CreateServiceW(manager.Get(), name, orNull(displayName) ? displayName : name,
                                          SERVICE_ALL_ACCESS, type, static_cast<DWORD>(start),
                                          SERVICE_ERROR_NORMAL, commandLine, nullptr, nullptr,
                                          dependencies.IsEmpty() ? nullptr : dependencies.c_str(),

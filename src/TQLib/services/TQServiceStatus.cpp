@@ -1,6 +1,6 @@
 #include "TQLib/services/TQServiceStatus.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/TQSvcHandle.h"
 
 #include <iterator>

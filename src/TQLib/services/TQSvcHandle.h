@@ -3,13 +3,11 @@
 
 #include "TQLib/text/memory/TQHandle.h"
 
-struct SC_HANDLE__;
-
 namespace Quellan::Corvel {
 
 // The service manager and services: CloseServiceHandle.
-struct TQLIB_API _TQSvcHandleClose : _TQNullHandle<SC_HANDLE__*> {
-    static void Close(SC_HANDLE__* handle) noexcept;
+struct TQLIB_API _TQSvcHandleClose : _TQNullHandle<SC_HANDLE> {
+    static void Close(SC_HANDLE handle) noexcept;
 };
 
 using TQSvcHandle = TQHandle<_TQSvcHandleClose>;

@@ -1,7 +1,7 @@
 #include "TQLib/system/TQConsole.h"
 
 #include "TQLib/core/internal/CallFailure.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 
 #include <algorithm>

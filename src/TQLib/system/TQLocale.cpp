@@ -1,7 +1,7 @@
 #include "TQLib/system/TQLocale.h"
 
 #include "TQLib/core/internal/LanguageNames.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Corvel {
 

@@ -2,7 +2,7 @@
 
 #include "TQLib/core/internal/CallFailure.h"
 #include "TQLib/core/internal/Modules.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/SecID.h"
 #include "TQLib/system/internal/CurrentUser.h"
 

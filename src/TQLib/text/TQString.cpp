@@ -1,7 +1,7 @@
 #include "TQLib/text/TQString.h"
 
+#include "TQLib/platform/Platform.h"
 #include "TQLib/platform/Utf.h"
-#include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 #include "TQLib/text/memory/internal/Translated.h"
 

@@ -2,7 +2,7 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Insist.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <algorithm>
 #include <array>

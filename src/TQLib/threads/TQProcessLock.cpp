@@ -1,7 +1,7 @@
 #include "TQLib/threads/TQProcessLock.h"
 
 #include "TQLib/core/base/TQThreadSynch.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <cstddef>
 #include <new>

@@ -2,8 +2,8 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Insist.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/platform/ProcessEnd.h"
-#include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/internal/Translated.h"
 #include "TQLib/threads/internal/ExceptionMessage.h"
 

@@ -1,7 +1,7 @@
 #include "TQLib/threads/TQThreadPriority.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 
 namespace Quellan::Corvel {

@@ -1,8 +1,8 @@
 #include "TQLib/threads/TQThreadReadSynch.h"
 
 #include "TQLib/core/internal/Insist.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/platform/RaceTools.h"
-#include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/log/time/TQTimer.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/threads/TQThread.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/FreeMemory.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <atomic>

@@ -1,7 +1,7 @@
 #include "TQLib/core/internal/CallFailure.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
 namespace Quellan::Corvel {

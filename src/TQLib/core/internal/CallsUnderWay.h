@@ -2,7 +2,7 @@
 #pragma once
 
 #include "TQLib/core/base/TQThreadSynch.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <atomic>
 #include <thread>

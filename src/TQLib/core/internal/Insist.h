@@ -1,7 +1,7 @@
 // What must be done where nothing can be thrown: in closers, and in what wakes a thread that waits.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <initializer_list>
 

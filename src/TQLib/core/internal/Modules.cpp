@@ -2,6 +2,7 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/CallFailure.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <vector>

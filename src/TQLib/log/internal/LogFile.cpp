@@ -3,7 +3,7 @@
 #include "TQLib/core/TQEventLog.h"
 #include "TQLib/core/TQException.h"
 #include "TQLib/log/time/TQTimer.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/TQSecThreadToken.h"
 
 #include <exception>

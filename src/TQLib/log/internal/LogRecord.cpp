@@ -1,6 +1,6 @@
 #include "TQLib/log/internal/LogRecord.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/TQFormat.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "TQLib/log/time/TQTimer.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Corvel {
 

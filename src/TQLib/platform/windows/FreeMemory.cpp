@@ -2,10 +2,10 @@
 
 #include <malloc.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 void ReturnFreeMemory() noexcept {
     _heapmin();
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -1,12 +1,12 @@
 #include "TQLib/platform/LogFolder.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 std::wstring FolderForLogs() {
     wchar_t folder[MAX_PATH + 1];
     return std::wstring(folder, GetTempPathW(MAX_PATH + 1, folder));
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

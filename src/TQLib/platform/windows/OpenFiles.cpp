@@ -1,8 +1,8 @@
 #include "TQLib/platform/OpenFiles.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -76,4 +76,4 @@ DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool isDeletionShared, ULON
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

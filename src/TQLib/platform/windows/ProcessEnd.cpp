@@ -1,8 +1,8 @@
 #include "TQLib/platform/ProcessEnd.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -28,4 +28,4 @@ bool AreOtherThreadsGone() noexcept {
     return isShutdown && isShutdown();
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

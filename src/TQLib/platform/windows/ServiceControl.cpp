@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -37,4 +37,4 @@ void AwaitServiceChange(SC_HANDLE service, DWORD state, DWORD checkPoint, DWORD 
     }
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

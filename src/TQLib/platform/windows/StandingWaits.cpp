@@ -1,6 +1,6 @@
 #include "TQLib/platform/StandingWaits.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct StandingWaits::Watch {};
 struct StandingWaits::Impl {};
@@ -25,4 +25,4 @@ HANDLE StandingWaits::TakeReady() noexcept {
     return nullptr;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

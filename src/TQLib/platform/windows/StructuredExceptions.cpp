@@ -1,6 +1,6 @@
 #include "TQLib/platform/StructuredExceptions.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <algorithm>
 #include <array>
@@ -42,7 +42,7 @@ TQTrapTrampoline:
 extern "C" void TQTrapTrampoline();
 extern "C" [[noreturn]] void TQCallTranslator(void* threadTrap);
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 namespace {
 
 struct ThreadTrap {
@@ -185,11 +185,11 @@ StructuredExceptionTranslator SetStructuredExceptionTranslator(StructuredExcepti
     return std::exchange(thread->translator, translator);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform
 
 extern "C" void TQCallTranslator(void* threadTrap) {
     // The next fault of the thread, perhaps within the translator, is recorded in the same place.
-    const auto& trap = *static_cast<const Quellan::Corvel::Platform::ThreadTrap*>(threadTrap);
+    const auto& trap = *static_cast<const Quellan::Platform::ThreadTrap*>(threadTrap);
     EXCEPTION_RECORD record = trap.record;
     CONTEXT context = trap.context;
     EXCEPTION_POINTERS pointers{&record, &context};

@@ -1,5 +1,5 @@
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/internal/DirectoryGroups.h"
 
 namespace Quellan::Sarvek {

@@ -1,6 +1,6 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Modules.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/security/internal/DirectoryGroups.h"
 
 #include <iads.h>

@@ -1,7 +1,7 @@
 // What the calls of the network management hand out.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Sarvek {
 

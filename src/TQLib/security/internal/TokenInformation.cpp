@@ -7,9 +7,9 @@ namespace Quellan::Sarvek {
 
 using Corvel::TQSysException;
 
-TokenHandle OpenProcessToken() {
+TokenHandle OpenOwnToken() {
     HANDLE handle = nullptr;
-    if (!::OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &handle))
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &handle))
         TQSysException::ThrowLastError(L"OpenProcessToken");
     return TokenHandle(handle);
 }

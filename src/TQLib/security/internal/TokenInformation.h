@@ -1,7 +1,7 @@
 // What tokens tell.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace Quellan::Sarvek {
 using TokenHandle = Corvel::TQHandle<Corvel::_TQKernelHandleClose>;
 
 // Of the calling process, to be queried. Throws `TQSysException` with the platform's code, as the class does.
-TokenHandle OpenProcessToken();
+TokenHandle OpenOwnToken();
 
 // Information of variable size, in memory that is aligned for every structure of it.
 class TokenInformation {

@@ -1,7 +1,7 @@
 #include "TQLib/services/internal/AppWords.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/TQServiceCtrl.h"
 #include "TQLib/services/TQServiceMgr.h"
 #include "TQLib/services/internal/SystemdUnit.h"

@@ -1,7 +1,7 @@
 // Opening the service manager and services.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/TQServiceStatus.h"
 #include "TQLib/services/TQSvcHandle.h"
 

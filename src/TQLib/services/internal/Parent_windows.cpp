@@ -1,4 +1,4 @@
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/internal/Parent.h"
 
 #include <cwchar>

@@ -1,7 +1,7 @@
 #include "TQLib/services/internal/ServiceFailure.h"
 
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/TQString.h"
 
 namespace Quellan::Corvel {

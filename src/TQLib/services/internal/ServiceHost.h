@@ -1,7 +1,7 @@
 // The dispatcher's side of a service manager: the three calls through which hosted services reach theirs.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Corvel {
 

@@ -1,5 +1,5 @@
 #include "TQLib/core/TQException.h"
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/services/internal/SystemdUnit.h"
 
 namespace Quellan::Corvel {

@@ -1,7 +1,7 @@
 // The user as whom a thread acts.
 #pragma once
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 namespace Quellan::Corvel {
 

@@ -1,6 +1,6 @@
 #include "TQLib/text/memory/TQAllocators.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 
 #include <new>
 

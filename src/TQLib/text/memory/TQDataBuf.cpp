@@ -1,6 +1,6 @@
 #include "TQLib/text/memory/TQDataBuf.h"
 
-#include "TQLib/platform/Win32.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/internal/SecretArena.h"
 
 #include <cstring>

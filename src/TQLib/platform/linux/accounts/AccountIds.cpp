@@ -5,7 +5,7 @@
 
 #include <limits.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -67,4 +67,4 @@ bool IsOfMachineDomain(const void* sid) noexcept {
     return true;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

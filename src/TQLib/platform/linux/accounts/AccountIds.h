@@ -10,7 +10,7 @@
 
 #include <optional>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 constexpr DWORD MostAccountId = 0x7FFFFE0B;
 
@@ -29,4 +29,4 @@ std::optional<AccountId> AccountOfSid(const void* sid) noexcept;
 // The machine's domain or an identifier of it.
 bool IsOfMachineDomain(const void* sid) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include "TQLib/platform/linux/base/ComputerName.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -257,4 +257,4 @@ DWORD FindIsAdministrator(DWORD user, const std::vector<DWORD>& groups, bool& is
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -4,7 +4,7 @@
 #include "TQLib/platform/linux/accounts/AccountIds.h"
 #include "TQLib/platform/linux/accounts/Directory.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct AccountName {
     std::wstring name;
@@ -35,4 +35,4 @@ DWORD ReadIsLocalGroup(DWORD id, bool& isLocal);
 DWORD FindAdministrativeGroups(std::vector<DWORD>& ids, Deadline deadline);
 DWORD FindIsAdministrator(DWORD user, const std::vector<DWORD>& groups, bool& isOne, Deadline deadline);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 
 #include <unistd.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -90,3 +90,5 @@ BOOL GetUserNameW(wchar_t* name, DWORD* size) noexcept {
     const DWORD code = WithMemory([&] { return ReadUserName(name, *size); });
     return code ? Fail(ReportedCode(code), FALSE) : TRUE;
 }
+
+}  // namespace Quellan::Platform

@@ -15,6 +15,8 @@
 
 #include "TQLib/platform/linux/accounts/Sids.h"
 
+namespace Quellan::Platform {
+
 // Sizes count characters, terminators included where a buffer is too small, on success without them. 1332
 // (ERROR_NONE_MAPPED) where there is no name, 122 (ERROR_INSUFFICIENT_BUFFER) with both sizes where one is
 // too small, 1337 (ERROR_INVALID_SID), 87 (ERROR_INVALID_PARAMETER) without a size or `use`, 1722
@@ -28,3 +30,5 @@ TQLIB_API BOOL LookupAccountNameW(const wchar_t* system, const wchar_t* account,
 // Of the user as whom the thread acts. The size includes the terminator, on success too. 122
 // (ERROR_INSUFFICIENT_BUFFER) with the size needed, 1332 (ERROR_NONE_MAPPED) for a user without a name.
 TQLIB_API BOOL GetUserNameW(wchar_t* name, DWORD* size) noexcept;
+
+}  // namespace Quellan::Platform

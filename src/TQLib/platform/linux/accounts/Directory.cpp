@@ -21,7 +21,7 @@
 #include <system_error>
 #include <thread>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -323,4 +323,4 @@ DWORD ReadIsDisabled(const UserRecord& user, bool& disabled, Deadline deadline) 
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 constexpr DWORD DirectoryLimitMs = 5000;
 
@@ -50,4 +50,4 @@ DWORD ReadLocalGroups(std::vector<GroupRecord>& groups);
 // machine has nothing about it. 5 (ERROR_ACCESS_DENIED) for callers that may not know.
 DWORD ReadIsDisabled(const UserRecord& user, bool& disabled, Deadline deadline);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

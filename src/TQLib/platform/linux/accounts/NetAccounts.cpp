@@ -15,7 +15,7 @@
 #include <span>
 #include <unistd.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -447,3 +447,5 @@ NET_API_STATUS NetWkstaUserGetInfo(wchar_t* reserved, DWORD level, BYTE** buffer
     if (DWORD code = Check(nullptr, level <= 1, !reserved && buffer)) return code;
     return WithMemory([&] { return GiveWorkstationUser(level, *buffer); });
 }
+
+}  // namespace Quellan::Platform

@@ -12,6 +12,8 @@
 
 #include "TQLib/platform/linux/accounts/Sids.h"
 
+namespace Quellan::Platform {
+
 using NET_API_STATUS = DWORD;
 
 inline constexpr NET_API_STATUS NERR_Success = 0;
@@ -165,3 +167,5 @@ struct WKSTA_USER_INFO_1 {
 // The user as whom the thread acts. Levels 0 and 1; `reserved` must be null. 2221 (NERR_UserNotFound) for one
 // without a name.
 TQLIB_API NET_API_STATUS NetWkstaUserGetInfo(wchar_t* reserved, DWORD level, BYTE** buffer) noexcept;
+
+}  // namespace Quellan::Platform

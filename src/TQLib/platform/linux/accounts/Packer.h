@@ -5,7 +5,7 @@
 
 #include <type_traits>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Places things one after the other. Without memory it only counts, so that one function fills a block of the
 // size it has found out before: `Fill(packer)` is called twice and must place the same things in the same
@@ -49,4 +49,4 @@ class Packer {
     std::size_t m_size = 0;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

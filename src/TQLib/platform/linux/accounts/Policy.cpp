@@ -10,7 +10,7 @@
 #include "TQLib/platform/linux/base/Memory.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -175,3 +175,5 @@ ULONG LsaNtStatusToWinError(NTSTATUS status) noexcept {
         std::ranges::find(Translations, static_cast<DWORD>(status), &Translation::status);
     return found == std::end(Translations) ? ERROR_MR_MID_NOT_FOUND : found->code;
 }
+
+}  // namespace Quellan::Platform

@@ -10,6 +10,8 @@
 
 #include "TQLib/platform/linux/accounts/Sids.h"
 
+namespace Quellan::Platform {
+
 using NTSTATUS = LONG;
 using BOOLEAN = BYTE;
 using ACCESS_MASK = DWORD;
@@ -65,3 +67,5 @@ TQLIB_API NTSTATUS LsaFreeMemory(void* buffer) noexcept;
 
 // 317 (ERROR_MR_MID_NOT_FOUND) for a status that has no code here.
 TQLIB_API ULONG LsaNtStatusToWinError(NTSTATUS status) noexcept;
+
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <functional>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -78,4 +78,4 @@ DWORD RemoveAllRights(const SidValue& account) {
     });
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/linux/accounts/RightsText.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Where there is no file, the defaults hold (DefaultAccountRights), and the first change writes them down.
 // These may throw std::bad_alloc.
@@ -13,4 +13,4 @@ DWORD AddRights(const SidValue& account, const RightNames& rights);
 DWORD RemoveRights(const SidValue& account, const RightNames& rights);
 DWORD RemoveAllRights(const SidValue& account);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

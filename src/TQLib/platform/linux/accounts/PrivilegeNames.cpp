@@ -6,7 +6,7 @@
 #include <array>
 #include <linux/capability.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -128,4 +128,4 @@ std::uint64_t PrivilegesOf(std::uint64_t capabilities) noexcept {
     return held;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <span>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct Privilege {
     DWORD number;
@@ -28,4 +28,4 @@ std::string_view DefaultAccountRights() noexcept;
 // Bit n stands for privilege n.
 std::uint64_t PrivilegesOf(std::uint64_t capabilities) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

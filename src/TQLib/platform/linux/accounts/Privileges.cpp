@@ -6,7 +6,7 @@
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 BOOL LookupPrivilegeValueW(const wchar_t* system, const wchar_t* name, LUID* privilege) noexcept {
     if (DWORD code = FaultDue("LookupPrivilegeValueW")) return Fail(code, FALSE);
@@ -31,3 +31,5 @@ BOOL LookupPrivilegeNameW(const wchar_t* system, LUID* privilege, wchar_t* name,
     }
     return Fail(ERROR_NO_SUCH_PRIVILEGE, FALSE);
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 struct LUID {
     DWORD LowPart;
     LONG HighPart;
@@ -24,3 +26,5 @@ TQLIB_API BOOL LookupPrivilegeValueW(const wchar_t* system, const wchar_t* name,
 // (ERROR_INSUFFICIENT_BUFFER) with the size needed when it is too small.
 TQLIB_API BOOL LookupPrivilegeNameW(const wchar_t* system, LUID* privilege, wchar_t* name,
                                     DWORD* size) noexcept;
+
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -89,4 +89,4 @@ void RightsText::SetRightsOf(const SidValue& account, const RightNames& rights) 
     if (!rights.empty()) m_lines.insert(m_lines.begin() + place, std::move(line));
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 using RightNames = std::vector<std::string>;
 
@@ -40,4 +40,4 @@ class RightsText {
     std::vector<Line> m_lines;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

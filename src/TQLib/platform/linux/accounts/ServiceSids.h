@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/linux/accounts/SidValue.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Of any name, without regard to its case. May throw std::bad_alloc.
 SidValue SidOfService(std::wstring_view name);
@@ -11,4 +11,4 @@ SidValue SidOfService(std::wstring_view name);
 // registry can't be read. May throw std::bad_alloc.
 std::wstring FindInstalledService(const SidValue& sid);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

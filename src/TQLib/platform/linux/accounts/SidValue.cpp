@@ -4,7 +4,7 @@
 #include <limits>
 #include <optional>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -90,4 +90,4 @@ bool ParseSid(std::wstring_view text, SidValue& sid) noexcept {
     return true;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 constexpr DWORD SidHeaderSize = 8;
 
@@ -88,4 +88,4 @@ std::string SidText(const void* sid);  // may throw std::bad_alloc
 // Reads that form, 1 to 15 sub-authorities. False, with `sid` unchanged, for everything else.
 bool ParseSid(std::wstring_view text, SidValue& sid) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -9,7 +9,7 @@
 
 #include <optional>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -206,3 +206,5 @@ BOOL ConvertStringSidToSidW(const wchar_t* text, PSID* sid) noexcept {
     const DWORD code = NewSid(value, *sid);
     return code ? Fail(code, FALSE) : TRUE;
 }
+
+}  // namespace Quellan::Platform

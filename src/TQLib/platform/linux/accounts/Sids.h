@@ -8,6 +8,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 using PSID = void*;
 
 struct SID_IDENTIFIER_AUTHORITY {
@@ -25,6 +27,17 @@ struct SID_AND_ATTRIBUTES {
     PSID Sid;
     DWORD Attributes;
 };
+
+// What a group may be to a token, in `Attributes`.
+inline constexpr DWORD SE_GROUP_MANDATORY = 0x00000001;
+inline constexpr DWORD SE_GROUP_ENABLED_BY_DEFAULT = 0x00000002;
+inline constexpr DWORD SE_GROUP_ENABLED = 0x00000004;
+inline constexpr DWORD SE_GROUP_OWNER = 0x00000008;
+inline constexpr DWORD SE_GROUP_USE_FOR_DENY_ONLY = 0x00000010;
+inline constexpr DWORD SE_GROUP_INTEGRITY = 0x00000020;
+inline constexpr DWORD SE_GROUP_INTEGRITY_ENABLED = 0x00000040;
+inline constexpr DWORD SE_GROUP_RESOURCE = 0x20000000;
+inline constexpr DWORD SE_GROUP_LOGON_ID = 0xC0000000;
 
 inline constexpr BYTE SID_REVISION = 1;
 inline constexpr BYTE SID_MAX_SUB_AUTHORITIES = 15;
@@ -333,3 +346,5 @@ TQLIB_API BOOL ConvertSidToStringSidW(PSID sid, wchar_t** text) noexcept;
 // letters in any case (BA, SY, WD); the aliases of a domain's accounts mean the machine's own. 1337
 // (ERROR_INVALID_SID) for every other text and for numbers out of range.
 TQLIB_API BOOL ConvertStringSidToSidW(const wchar_t* text, PSID* sid) noexcept;
+
+}  // namespace Quellan::Platform

@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -229,4 +229,4 @@ const WellKnownSid* FindWellKnownSid(WELL_KNOWN_SID_TYPE type) noexcept {
     return index < TypeCount && Table[index].place != SidPlace::Nowhere ? &Table[index] : nullptr;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <span>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 enum class SidPlace {
     Fixed,    // the same everywhere
@@ -34,4 +34,4 @@ std::span<const WellKnownSid> WellKnownSids() noexcept;
 // Null for what is no type, and for one that is refused.
 const WellKnownSid* FindWellKnownSid(WELL_KNOWN_SID_TYPE type) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

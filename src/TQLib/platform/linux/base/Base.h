@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/Types.h"
 
+namespace Quellan::Platform {
+
 using SIZE_T = std::size_t;
 using ULONG_PTR = std::uintptr_t;
 using DWORD_PTR = ULONG_PTR;
@@ -72,3 +74,5 @@ struct SECURITY_ATTRIBUTES {
 };
 
 struct OVERLAPPED;
+
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <optional>
 #include <span>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The number of type `T` at `offset`; none when it does not lie wholly within `bytes`.
 template <class T>
@@ -25,4 +25,4 @@ inline std::optional<std::span<const std::byte>> Part(std::span<const std::byte>
     return bytes.subspan(static_cast<std::size_t>(offset), static_cast<std::size_t>(size));
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 #include <iterator>
 #include <span>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -69,4 +69,4 @@ int CompareOrdinal(std::wstring_view left, std::wstring_view right, bool ignoreC
     return left.size() == right.size() ? 0 : left.size() < right.size() ? -1 : 1;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -3,7 +3,7 @@
 
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 wchar_t ToUpper(wchar_t character) noexcept;
 wchar_t ToLower(wchar_t character) noexcept;
@@ -12,4 +12,4 @@ wchar_t ToLower(wchar_t character) noexcept;
 // ignored.
 int CompareOrdinal(std::wstring_view left, std::wstring_view right, bool ignoreCase) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <ctime>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 constexpr std::uint64_t FileTimeStepsInSecond = 10'000'000;
 
@@ -38,4 +38,4 @@ inline tm FieldsOf(std::time_t seconds) noexcept {
     return fields;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -3,9 +3,9 @@
 
 #include <string>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Without the domain, in upper case, at most 15 characters. May throw std::bad_alloc.
 std::wstring ComputerName();
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

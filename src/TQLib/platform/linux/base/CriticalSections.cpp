@@ -9,7 +9,7 @@
 
 #include <unistd.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -141,3 +141,5 @@ void LeaveCriticalSection(CRITICAL_SECTION* section) noexcept {
     Word& state = State(*section);
     if (state.exchange(Free, std::memory_order_release) & Contended) FutexWake(&state, 1, Reach::Process);
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 // Belongs to the functions below; it must not be copied or moved. A thread may enter it again and again. A
 // free one is entered and left without the kernel. There is no order among those who wait: a running thread
 // may overtake a sleeping one, so that the lock never stands still until a sleeper has woken up. A thread
@@ -30,3 +32,5 @@ TQLIB_API void EnterCriticalSection(CRITICAL_SECTION* section) noexcept;
 TQLIB_API BOOL TryEnterCriticalSection(CRITICAL_SECTION* section) noexcept;
 // Once for each time it was entered, by the thread that is inside.
 TQLIB_API void LeaveCriticalSection(CRITICAL_SECTION* section) noexcept;
+
+}  // namespace Quellan::Platform

@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Closes its descriptor; movable, empty when -1. The closing never disturbs errno.
 class Descriptor {
@@ -58,4 +58,4 @@ std::string_view ReadStart(const char* path, char (&buffer)[N]) noexcept {
     return {buffer, size};
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

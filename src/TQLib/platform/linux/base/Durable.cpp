@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform::Durable {
+namespace Quellan::Platform::Durable {
 
 Identity IdentityOf(int file) noexcept {
     struct stat info;
@@ -130,4 +130,4 @@ int SyncFileSystem(int file) noexcept {
                 [&] { return Step{.kind = Step::Kind::SyncFileSystem, .file = IdentityOf(file)}; });
 }
 
-}  // namespace Quellan::Corvel::Platform::Durable
+}  // namespace Quellan::Platform::Durable

@@ -13,7 +13,7 @@
 #include <string_view>
 #include <sys/types.h>
 
-namespace Quellan::Corvel::Platform::Durable {
+namespace Quellan::Platform::Durable {
 
 // For Open: each write is on the disk when it returns.
 constexpr int WriteThrough = O_DSYNC;
@@ -77,4 +77,4 @@ constexpr Observer TheObserver() noexcept {
 }
 #endif
 
-}  // namespace Quellan::Corvel::Platform::Durable
+}  // namespace Quellan::Platform::Durable

@@ -13,9 +13,7 @@
 #include <sys/auxv.h>
 #include <unistd.h>
 
-using namespace Quellan::Corvel::Platform;
-
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -100,8 +98,6 @@ std::optional<std::string> TrustedEnvironmentVariable(std::string_view name) {
     return EnvironmentVariable(name);
 }
 
-}  // namespace Quellan::Corvel::Platform
-
 DWORD GetEnvironmentVariableW(const wchar_t* name, wchar_t* buffer, DWORD size) noexcept {
     if (DWORD code = FaultDue("GetEnvironmentVariableW")) return Fail(code, DWORD{0});
     try {
@@ -170,3 +166,5 @@ BOOL QueryPerformanceFrequency(LARGE_INTEGER* stepsInSecond) noexcept {
     stepsInSecond->QuadPart = FileTimeStepsInSecond;
     return TRUE;
 }
+
+}  // namespace Quellan::Platform

@@ -7,6 +7,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 // The length of the value without its terminator, or where `size` is too small the size needed with it. 0
 // with 203 (ERROR_ENVVAR_NOT_FOUND) when there is none.
 TQLIB_API DWORD GetEnvironmentVariableW(const wchar_t* name, wchar_t* buffer, DWORD size) noexcept;
@@ -29,3 +31,5 @@ TQLIB_API DWORD GetTickCount() noexcept;
 // Steps of 100 nanoseconds of a clock that is never set.
 TQLIB_API BOOL QueryPerformanceCounter(LARGE_INTEGER* count) noexcept;
 TQLIB_API BOOL QueryPerformanceFrequency(LARGE_INTEGER* stepsInSecond) noexcept;
+
+}  // namespace Quellan::Platform

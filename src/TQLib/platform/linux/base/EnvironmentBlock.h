@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The variable's value. May throw std::bad_alloc.
 std::optional<std::string> EnvironmentVariable(std::string_view name);
@@ -14,4 +14,4 @@ std::optional<std::string> EnvironmentVariable(std::string_view name);
 // folders.
 std::optional<std::string> TrustedEnvironmentVariable(std::string_view name);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 #include <string_view>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -88,4 +88,4 @@ DWORD CodeFromErrno(int error, const char* path) noexcept {
     return CodeFromErrno(error);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

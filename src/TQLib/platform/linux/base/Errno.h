@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/Types.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // 31 (ERROR_GEN_FAILURE) for a value without an entry, 0 for 0.
 DWORD CodeFromErrno(int error) noexcept;
@@ -12,4 +12,4 @@ DWORD CodeFromErrno(int error) noexcept;
 // folder on the way to it (3). Keeps errno.
 DWORD CodeFromErrno(int error, const char* path) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

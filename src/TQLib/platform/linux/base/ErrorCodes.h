@@ -4,6 +4,8 @@
 
 #include "TQLib/platform/Types.h"
 
+namespace Quellan::Platform {
+
 #define TQ_WIN32(code, name, text) inline constexpr DWORD name = code;
 #define TQ_HRESULT(code, name, text) inline constexpr HRESULT name = static_cast<HRESULT>(code);
 #define TQ_NTSTATUS(code, name, text) inline constexpr DWORD name = code;
@@ -65,3 +67,5 @@ constexpr HRESULT HRESULT_FROM_WIN32(DWORD code) noexcept {
     const HRESULT result = static_cast<HRESULT>(code);
     return result <= 0 ? result : static_cast<HRESULT>((code & 0xFFFF) | 0x80070000);
 }
+
+}  // namespace Quellan::Platform

@@ -1,5 +1,7 @@
 #include "TQLib/platform/linux/base/Errors.h"
 
+namespace Quellan::Platform {
+
 namespace {
 thread_local DWORD g_lastError = 0;
 }
@@ -10,3 +12,5 @@ DWORD GetLastError() noexcept {
 void SetLastError(DWORD code) noexcept {
     g_lastError = code;
 }
+
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <new>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Sets the last error and returns the caller's failure value.
 template <class T>
@@ -24,4 +24,4 @@ DWORD WithMemory(Call call) noexcept {
     }
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 
 #include <cstring>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 FaultPlan*& ThreadFaultPlans() noexcept {
     thread_local FaultPlan* plans = nullptr;
@@ -28,6 +28,12 @@ Durable::Observer& Durable::TheObserver() noexcept {
     return observer;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform
 
 #endif
+
+namespace Quellan::Platform {
+
+
+
+}  // namespace Quellan::Platform

@@ -4,7 +4,7 @@
 
 #include "TQLib/platform/Types.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 #if defined(TQ_FAULT_POINTS)
 
@@ -33,4 +33,4 @@ constexpr DWORD FaultDue(const char*) noexcept {
 
 #endif
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

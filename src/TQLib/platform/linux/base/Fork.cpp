@@ -15,7 +15,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -246,4 +246,4 @@ ProcessDescriptor::~ProcessDescriptor() {
 
 void ProcessDescriptor::OpenAnew(const Descriptor&) noexcept {}
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

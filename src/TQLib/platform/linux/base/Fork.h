@@ -12,7 +12,7 @@
 #include <cstdint>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 inline constinit std::atomic<std::uint32_t> g_forkGeneration = 0;  // changed in the child of a fork
 
@@ -201,4 +201,4 @@ class ProcessDescriptor {
     ProcessDescriptor* m_next = nullptr;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

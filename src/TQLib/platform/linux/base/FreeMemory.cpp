@@ -2,7 +2,7 @@
 
 #include <malloc.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // By itself the allocator returns only the top of its heap, on which one small block that is still in use
 // holds down everything.
@@ -12,4 +12,4 @@ void ReturnFreeMemory() noexcept {
 #endif
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -12,7 +12,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 using Word = std::atomic<std::uint32_t>;
 
@@ -107,4 +107,4 @@ class ShortLock {
     std::atomic<bool> m_held{false};
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <optional>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Bits of a slot's state: generation in the upper half, below it one for "not closed" and the number of
 // users. An open handle counts as one user.
@@ -274,4 +274,4 @@ DWORD CloseHandleOf(HANDLE handle, const ObjectKind* kind) noexcept {
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

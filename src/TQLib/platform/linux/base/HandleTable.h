@@ -18,7 +18,7 @@
 #include <span>
 #include <utility>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // What generic rights stand for. `all` are the rights there are.
 struct GenericRights {
@@ -166,4 +166,4 @@ inline bool IsPseudoHandle(HANDLE handle) noexcept {
     return reinterpret_cast<ULONG_PTR>(handle) >= ~ULONG_PTR{1};
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -11,7 +11,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -159,4 +159,4 @@ std::shared_ptr<const OwnIdentity> OwnIdentityForNewThread() noexcept {
     return t_impersonation ? t_impersonation->own : nullptr;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -11,7 +11,7 @@
 #include <memory>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct Identity {
     DWORD user = 0;
@@ -62,4 +62,4 @@ DWORD ActAs(const Identity* identity);
 // What a thread that the caller makes has to put on before it does anything; null where it has that already.
 std::shared_ptr<const OwnIdentity> OwnIdentityForNewThread() noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

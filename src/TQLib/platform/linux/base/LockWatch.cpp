@@ -5,7 +5,7 @@
 #include <atomic>
 #include <cstdlib>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -55,6 +55,12 @@ void BeforeWake() noexcept {
     if (t_heldObjects != 0) ++g_wakes;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform
 
 #endif
+
+namespace Quellan::Platform {
+
+
+
+}  // namespace Quellan::Platform

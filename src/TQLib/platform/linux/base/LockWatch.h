@@ -4,7 +4,7 @@
 
 #include "TQLib/platform/linux/base/CriticalSections.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 #if defined(TQ_FAULT_POINTS)
 
@@ -36,4 +36,4 @@ inline void BeforeWake() noexcept {}
 
 #endif
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -16,7 +16,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -207,3 +207,5 @@ BOOL IsBadStringPtrW(const wchar_t* text, ULONG_PTR most) noexcept {
     }
     return FALSE;
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 using HLOCAL = void*;
 
 inline constexpr UINT LMEM_FIXED = 0x0000;
@@ -90,3 +92,5 @@ TQLIB_API void* SecureZeroMemory(void* memory, SIZE_T size) noexcept;
 TQLIB_API BOOL IsBadReadPtr(const void* memory, ULONG_PTR size) noexcept;
 TQLIB_API BOOL IsBadWritePtr(void* memory, ULONG_PTR size) noexcept;
 TQLIB_API BOOL IsBadStringPtrW(const wchar_t* text, ULONG_PTR most) noexcept;
+
+}  // namespace Quellan::Platform

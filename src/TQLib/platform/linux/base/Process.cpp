@@ -17,9 +17,7 @@
 #include <cstdlib>
 #include <unistd.h>
 
-using namespace Quellan::Corvel::Platform;
-
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -60,8 +58,6 @@ std::wstring ComputerName() {
     std::ranges::transform(wide, wide.begin(), ToUpper);
     return wide;
 }
-
-}  // namespace Quellan::Corvel::Platform
 
 DWORD GetCurrentProcessId() noexcept {
     DWORD id = g_processId.load(std::memory_order_relaxed);
@@ -125,3 +121,5 @@ void OutputDebugStringW(const wchar_t* text) noexcept {
     }
     errno = saved;
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD MAX_COMPUTERNAME_LENGTH = 15;
 
 TQLIB_API DWORD GetCurrentProcessId() noexcept;
@@ -27,3 +29,5 @@ TQLIB_API BOOL IsDebuggerPresent() noexcept;
 // TQLIB_DEBUG_OUTPUT names ("-" for standard error), created where it is missing and written in one piece;
 // otherwise nowhere. The last error stays.
 TQLIB_API void OutputDebugStringW(const wchar_t* text) noexcept;
+
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <csignal>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // write(2), which fails with EPIPE for a pipe or socket without a reader and sends the process no SIGPIPE.
 inline ssize_t WriteQuietly(int fd, const void* data, std::size_t size) noexcept {
@@ -26,4 +26,4 @@ inline ssize_t WriteQuietly(int fd, const void* data, std::size_t size) noexcept
     return written;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -2,13 +2,13 @@
 
 #include <cstdint>
 
+namespace Quellan::Platform {
+
 // A program that was built for the thread sanitizer has these.
 extern "C" {
 [[gnu::weak]] void __tsan_acquire(void* what);
 [[gnu::weak]] void __tsan_release(void* what);
 }
-
-namespace Quellan::Corvel::Platform {
 
 namespace {
 
@@ -67,4 +67,4 @@ void TellToolOwnMemory(const void* what, std::size_t size) noexcept {
     if (g_onValgrind) Ask(Request::Untracked, what, size);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -15,7 +15,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -288,4 +288,4 @@ DWORD Reservations::Unlock(void* address, SIZE_T size) {
     return allLocked ? ERROR_SUCCESS : ERROR_NOT_LOCKED;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

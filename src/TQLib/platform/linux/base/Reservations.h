@@ -7,7 +7,7 @@
 #include <map>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // A value for every address: 0 where nothing was assigned.
 class AddressMap {
@@ -108,4 +108,4 @@ class Reservations {
     AddressMap m_locked;                        // 1 for locked pages
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

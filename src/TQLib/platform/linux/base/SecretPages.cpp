@@ -3,7 +3,7 @@
 #include <cerrno>
 #include <sys/mman.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 void KeepPagesPrivate(void* pages, std::size_t bytes) noexcept {
     const int saved = errno;
@@ -13,4 +13,4 @@ void KeepPagesPrivate(void* pages, std::size_t bytes) noexcept {
     errno = saved;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

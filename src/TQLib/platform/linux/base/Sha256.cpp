@@ -3,7 +3,7 @@
 #include <bit>
 #include <cstddef>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -78,4 +78,4 @@ std::array<std::uint32_t, 8> Sha256(std::string_view bytes) noexcept {
     return state;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

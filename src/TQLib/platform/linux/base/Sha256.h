@@ -5,9 +5,9 @@
 #include <cstdint>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The hash value as eight numbers, most significant first.
 std::array<std::uint32_t, 8> Sha256(std::string_view bytes) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

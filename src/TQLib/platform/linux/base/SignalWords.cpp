@@ -6,7 +6,7 @@
 
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -57,4 +57,4 @@ void SignalWordRecycle::operator()(SignalWord* word) const noexcept {
     Free(*reinterpret_cast<Line*>(word));
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <memory>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 using SignalWord = std::atomic<std::uint64_t>;
 
@@ -23,4 +23,4 @@ using SignalWordOwner = std::unique_ptr<SignalWord, SignalWordRecycle>;
 // A word on a cache line of its own. May throw std::bad_alloc.
 SignalWordOwner NewSignalWord(std::uint64_t state);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -13,7 +13,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -190,4 +190,4 @@ DWORD OpenExistingStateFile(const Descriptor& folder, const char* name, Descript
     return OpenTrustedFile(folder, name, O_RDONLY, 0, file);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

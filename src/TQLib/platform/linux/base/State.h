@@ -14,7 +14,7 @@
 
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Machine is the lasting state of root for everybody, who can only read it as a rule.
 enum class StateKind { Lasting, Runtime, Machine };
@@ -48,4 +48,4 @@ DWORD OpenStateFile(const Descriptor& folder, const char* name, unsigned mode, D
 // The same for a file that is there already, for reading: 2 (ERROR_FILE_NOT_FOUND) otherwise.
 DWORD OpenExistingStateFile(const Descriptor& folder, const char* name, Descriptor& file) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

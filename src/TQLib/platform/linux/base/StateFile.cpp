@@ -7,7 +7,7 @@
 #include <cstdio>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -77,4 +77,4 @@ DWORD ReplaceStateFile(const Descriptor& staging, const char* stagedName, const 
     return code;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The exclusive right to change what stands in a folder, among all processes and threads that ask for it
 // here. It ends with the process, however that ends and whomever it has forked meanwhile.
@@ -36,4 +36,4 @@ DWORD WriteNewStateFile(const Descriptor& folder, const char* name, unsigned mod
 DWORD ReplaceStateFile(const Descriptor& staging, const char* stagedName, const Descriptor& folder,
                        const char* name, unsigned mode, std::string_view text) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

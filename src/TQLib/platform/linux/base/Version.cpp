@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 BOOL GetVersionExW(OSVERSIONINFOW* version) noexcept {
     if (DWORD code = FaultDue("GetVersionExW")) return Fail(code, FALSE);
@@ -22,3 +22,5 @@ BOOL GetVersionExW(OSVERSIONINFOW* version) noexcept {
     std::memcpy(version, &presented, size);
     return TRUE;
 }
+
+}  // namespace Quellan::Platform

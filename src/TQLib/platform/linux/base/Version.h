@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD VER_PLATFORM_WIN32_NT = 2;
 inline constexpr BYTE VER_NT_WORKSTATION = 1;
 inline constexpr BYTE VER_NT_DOMAIN_CONTROLLER = 2;
@@ -38,3 +40,5 @@ struct OSVERSIONINFOEXW {
 // machine serves any number of users at once: objects known to all of them need the prefix "Global\". FALSE
 // with 122 (ERROR_INSUFFICIENT_BUFFER) for another size.
 TQLIB_API BOOL GetVersionExW(OSVERSIONINFOW* version) noexcept;
+
+}  // namespace Quellan::Platform

@@ -10,7 +10,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // May throw std::bad_alloc.
 inline std::string ToUtf8(std::wstring_view text) {
@@ -106,4 +106,4 @@ inline bool CopyOut(std::wstring_view text, wchar_t* buffer, std::size_t size) n
     return true;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -16,7 +16,7 @@
 #include <mutex>
 #include <optional>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -267,3 +267,5 @@ BOOL ClearEventLogW(HANDLE log, const wchar_t* backup) noexcept {
     const DWORD code = WithMemory([&] { return object->Clear(path ? path->c_str() : nullptr); });
     return code ? Fail(code, FALSE) : TRUE;
 }
+
+}  // namespace Quellan::Platform

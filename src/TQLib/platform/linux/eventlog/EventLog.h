@@ -8,6 +8,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr WORD EVENTLOG_SUCCESS = 0x0000;
 inline constexpr WORD EVENTLOG_ERROR_TYPE = 0x0001;
 inline constexpr WORD EVENTLOG_WARNING_TYPE = 0x0002;
@@ -70,3 +72,5 @@ TQLIB_API BOOL ReadEventLogW(HANDLE log, DWORD flags, DWORD number, void* buffer
 // Removes all records; the next one has number 1. With a file name they are copied there first, 183
 // (ERROR_ALREADY_EXISTS) when there is such a file, and nothing was removed then.
 TQLIB_API BOOL ClearEventLogW(HANDLE log, const wchar_t* backup) noexcept;
+
+}  // namespace Quellan::Platform

@@ -14,7 +14,7 @@
 #include <cstring>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -338,4 +338,4 @@ std::size_t EventLogReader::Find(DWORD number) const noexcept {
     return exact ? static_cast<std::size_t>(found - m_index.begin()) : m_index.size();
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The log's name, which is the file's too, of what OpenEventLogW or RegisterEventSourceW were asked for.
 std::string_view EventLogNamed(std::wstring_view name) noexcept;
@@ -89,4 +89,4 @@ class EventLogReader : public EventLogFile {
     std::string m_firstBytes;  // of the file, by which a cleared and refilled one is told
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

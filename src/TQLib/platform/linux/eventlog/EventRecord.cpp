@@ -11,7 +11,7 @@
 #include <ctime>
 #include <limits>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -291,4 +291,4 @@ std::optional<EventRecord> ParseEvent(std::string_view line) {
     return whole ? std::optional(std::move(record)) : std::nullopt;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

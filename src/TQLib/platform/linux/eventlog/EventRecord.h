@@ -8,7 +8,7 @@
 #include <string_view>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Text is UTF-8.
 struct EventRecord {
@@ -35,4 +35,4 @@ std::string FormatEvent(const EventRecord& record);
 // std::bad_alloc.
 std::optional<EventRecord> ParseEvent(std::string_view line);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -13,7 +13,7 @@
 #include <sys/un.h>
 #include <syslog.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -81,4 +81,4 @@ void SendToSyslog(const EventRecord& record) {
            reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

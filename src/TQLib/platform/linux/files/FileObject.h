@@ -7,7 +7,7 @@
 #include "TQLib/platform/linux/files/RangeLocks.h"
 #include "TQLib/platform/linux/files/SecurityDescriptors.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 class FileObject : public Object {
   public:
@@ -56,4 +56,4 @@ class FileObject : public Object {
     const bool m_writesThrough;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -12,7 +12,7 @@
 #include <string>
 #include <sys/xattr.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -365,4 +365,4 @@ DWORD SecurityOf(int fd, FileSecurity& security) {
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

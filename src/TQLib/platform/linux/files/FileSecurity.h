@@ -8,7 +8,7 @@
 #include <sys/stat.h>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // One entry of an access-control list; of types with another layout than that of the simple ones the
 // identifier is empty.
@@ -48,4 +48,4 @@ DWORD ApplySecurity(int fd, const FileSecurity& security);
 // The descriptor that was kept, if it grants nobody more than the bits do, or one made from the bits.
 DWORD SecurityOf(int fd, FileSecurity& security);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

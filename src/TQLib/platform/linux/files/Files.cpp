@@ -28,7 +28,7 @@
 #include <sys/stat.h>
 #include <termios.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -751,8 +751,6 @@ BOOL UnlockFile(HANDLE file, DWORD offsetLow, DWORD offsetHigh, DWORD sizeLow, D
     return code ? Fail(code, FALSE) : TRUE;
 }
 
-namespace Quellan::Corvel::Platform {
-
 DWORD LockFileRange(HANDLE file, ULONGLONG offset, ULONGLONG size, DWORD ms) noexcept {
     if (DWORD code = FaultDue("LockFile")) return code;
     return LockRange(file, offset, size, ms == 0 ? 0 : DeadlineAfter(ms));
@@ -804,8 +802,6 @@ DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool, ULONGLONG& size) noex
     size = static_cast<ULONGLONG>(info.st_size);
     return ERROR_SUCCESS;
 }
-
-}  // namespace Quellan::Corvel::Platform
 
 BOOL FlushFileBuffers(HANDLE file) noexcept {
     if (DWORD code = FaultDue("FlushFileBuffers")) return Fail(code, FALSE);
@@ -965,3 +961,5 @@ BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* writte
     if (written) *written = length;
     return TRUE;
 }
+
+}  // namespace Quellan::Platform

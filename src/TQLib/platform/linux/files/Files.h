@@ -12,6 +12,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD FILE_READ_DATA = 0x0001;
 inline constexpr DWORD FILE_WRITE_DATA = 0x0002;
 inline constexpr DWORD FILE_APPEND_DATA = 0x0004;
@@ -192,3 +194,5 @@ TQLIB_API BOOL GetConsoleMode(HANDLE console, DWORD* mode) noexcept;
 // terminal, 87 for a reserved argument that is not null.
 TQLIB_API BOOL WriteConsoleW(HANDLE console, const void* text, DWORD length, DWORD* written,
                              void* reserved) noexcept;
+
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <climits>
 #include <unistd.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 std::wstring FolderForLogs() {
     Descriptor folder;
@@ -17,4 +17,4 @@ std::wstring FolderForLogs() {
     return size < 0 ? std::wstring() : ToWide({path, static_cast<std::size_t>(size)});
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -9,7 +9,7 @@
 #include <charconv>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -120,4 +120,4 @@ UINT DriveTypeOf(const Mount& mount) {
     return IsRemovable(mount) ? DRIVE_REMOVABLE : DRIVE_FIXED;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct Mount {
     std::string folder;
@@ -25,4 +25,4 @@ DWORD FindMountOf(const char* path, Mount& mount);
 // throw std::bad_alloc.
 UINT DriveTypeOf(const Mount& mount);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

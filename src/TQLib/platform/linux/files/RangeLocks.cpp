@@ -10,7 +10,7 @@
 #include <ctime>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -116,4 +116,4 @@ DWORD RangeLocks::Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexce
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -10,7 +10,7 @@
 #include <cstdint>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The locks taken through one handle. For several threads.
 class RangeLocks {
@@ -48,4 +48,4 @@ class RangeLocks {
     unsigned m_waiting = 0;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/files/FileSecurity.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -90,3 +90,5 @@ BOOL GetSecurityDescriptorGroup(PSECURITY_DESCRIPTOR descriptor, PSID* group, BO
     return GetPart(descriptor, &SECURITY_DESCRIPTOR::Group, &SECURITY_DESCRIPTOR_RELATIVE::Group,
                    SE_GROUP_DEFAULTED, group, isDefaulted);
 }
+
+}  // namespace Quellan::Platform

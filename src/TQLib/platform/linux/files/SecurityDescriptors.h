@@ -12,6 +12,8 @@
 
 #include "TQLib/platform/linux/accounts/Sids.h"
 
+namespace Quellan::Platform {
+
 struct ACL {
     BYTE AclRevision;
     BYTE Sbz1;
@@ -112,3 +114,5 @@ TQLIB_API BOOL GetSecurityDescriptorOwner(PSECURITY_DESCRIPTOR descriptor, PSID*
                                           BOOL* isDefaulted) noexcept;
 TQLIB_API BOOL GetSecurityDescriptorGroup(PSECURITY_DESCRIPTOR descriptor, PSID* group,
                                           BOOL* isDefaulted) noexcept;
+
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 #include <ctime>
 #include <sched.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -129,4 +129,4 @@ DWORD EnterShareMode(int fd, DWORD rights, DWORD share) noexcept {
     return ERROR_SHARING_VIOLATION;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

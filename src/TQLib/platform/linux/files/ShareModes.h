@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // The first of the layer's own bytes of a file, behind all that others may lock.
 constexpr std::int64_t OwnLockBytes = std::int64_t{1} << 62;
@@ -23,4 +23,4 @@ constexpr std::int64_t OwnLockBytes = std::int64_t{1} << 62;
 // descriptor that cannot be read: it only heeds others. Where the system has no lock left, its code.
 DWORD EnterShareMode(int fd, DWORD rights, DWORD share) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 
 #include <sys/stat.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -57,3 +57,5 @@ UINT GetDriveTypeW(const wchar_t* root) noexcept {
     });
     return type;
 }
+
+}  // namespace Quellan::Platform

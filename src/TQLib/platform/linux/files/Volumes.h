@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr UINT DRIVE_UNKNOWN = 0;
 inline constexpr UINT DRIVE_NO_ROOT_DIR = 1;
 inline constexpr UINT DRIVE_REMOVABLE = 2;
@@ -20,3 +22,5 @@ TQLIB_API BOOL GetVolumePathNameW(const wchar_t* name, wchar_t* volume, DWORD si
 // on a medium that the kernel says can be removed, on an optical one, and fixed for all others.
 // DRIVE_NO_ROOT_DIR where there is no such folder.
 TQLIB_API UINT GetDriveTypeW(const wchar_t* root) noexcept;
+
+}  // namespace Quellan::Platform

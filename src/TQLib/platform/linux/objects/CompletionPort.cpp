@@ -5,7 +5,7 @@
 
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -143,4 +143,4 @@ void PortSeat::Leave() noexcept {
     t_seat = nullptr;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -9,7 +9,7 @@
 #include "TQLib/platform/linux/objects/PacketQueue.h"
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 class PortSeat;
 
@@ -107,4 +107,4 @@ class PortObject : public Object {
     const std::shared_ptr<CompletionPort> m_port;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include "TQLib/platform/linux/files/FileObject.h"
 #include "TQLib/platform/linux/objects/CompletionPort.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -77,3 +77,5 @@ BOOL GetQueuedCompletionStatusEx(HANDLE port, OVERLAPPED_ENTRY* entries, ULONG c
     while (*removed < count && PortSeat::Current()->TryGetNext(packet));
     return TRUE;
 }
+
+}  // namespace Quellan::Platform

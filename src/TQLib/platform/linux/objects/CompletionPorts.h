@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/Waits.h"
 
+namespace Quellan::Platform {
+
 // The platform's layout has a struct without a name.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wpedantic"
@@ -70,3 +72,5 @@ TQLIB_API BOOL GetQueuedCompletionStatus(HANDLE port, DWORD* bytes, ULONG_PTR* k
 // wait is a wait.
 TQLIB_API BOOL GetQueuedCompletionStatusEx(HANDLE port, OVERLAPPED_ENTRY* entries, ULONG count,
                                            ULONG* removed, DWORD ms, BOOL alertable) noexcept;
+
+}  // namespace Quellan::Platform

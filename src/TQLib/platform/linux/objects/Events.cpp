@@ -2,7 +2,7 @@
 
 #include "TQLib/platform/linux/objects/ObjectCalls.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -53,3 +53,5 @@ BOOL ResetEvent(HANDLE event) noexcept {
     if (DWORD code = FaultDue("ResetEvent")) return Fail(code, FALSE);
     return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) { return object.Reset(); });
 }
+
+}  // namespace Quellan::Platform

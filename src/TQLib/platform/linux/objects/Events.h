@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/Waits.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD EVENT_MODIFY_STATE = 0x0002;
 inline constexpr DWORD EVENT_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0x3;
 
@@ -38,3 +40,5 @@ TQLIB_API HANDLE OpenEventW(DWORD access, BOOL inherit, const wchar_t* name) noe
 // is reset, and those that went on before are ended for good.
 TQLIB_API BOOL SetEvent(HANDLE event) noexcept;
 TQLIB_API BOOL ResetEvent(HANDLE event) noexcept;
+
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include "TQLib/platform/linux/files/Files.h"
 #include "TQLib/platform/linux/objects/ThreadObject.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -69,3 +69,5 @@ BOOL CompareObjectHandles(HANDLE first, HANDLE second) noexcept {
     if (!firstUse.Get() || !secondUse.Get()) return Fail(ERROR_INVALID_HANDLE, FALSE);
     return firstUse.Get() == secondUse.Get();
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD HANDLE_FLAG_INHERIT = 1;
 inline constexpr DWORD HANDLE_FLAG_PROTECT_FROM_CLOSE = 2;
 
@@ -30,3 +32,5 @@ TQLIB_API BOOL DuplicateHandle(HANDLE fromProcess, HANDLE source, HANDLE toProce
 // Whether both are handles of one object. The last error is set only where one of them is invalid: 6
 // (ERROR_INVALID_HANDLE), and FALSE. A pseudo handle equals itself alone.
 TQLIB_API BOOL CompareObjectHandles(HANDLE first, HANDLE second) noexcept;
+
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include <deque>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Exists for other threads once its owner has opened it, and until it closes it. Its owner alone takes
 // messages.
@@ -56,4 +56,4 @@ class MessageQueue {
     Input m_newInput;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -9,9 +9,7 @@
 
 #include <algorithm>
 
-using namespace Quellan::Corvel::Platform;
-
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 static MSG NewMessage(UINT message, WPARAM wParam, LPARAM lParam) noexcept {
     return {nullptr, message, wParam, lParam, GetTickCount(), {}};
@@ -75,8 +73,6 @@ bool MessageQueue::HasInput() const noexcept {
     const std::scoped_lock lock(m_lock);
     return !m_messages.empty() || m_quit;
 }
-
-}  // namespace Quellan::Corvel::Platform
 
 namespace {
 
@@ -175,3 +171,5 @@ DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWORD ms, 
         return Fail(code, WAIT_FAILED);
     return status;
 }
+
+}  // namespace Quellan::Platform

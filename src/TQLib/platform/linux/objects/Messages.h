@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/Waits.h"
 
+namespace Quellan::Platform {
+
 struct HWND__;
 using HWND = HWND__*;
 using WPARAM = std::uintptr_t;
@@ -68,3 +70,5 @@ TQLIB_API LRESULT DispatchMessageW(const MSG* message) noexcept;
 // procedure calls. WAIT_FAILED with 87 (ERROR_INVALID_PARAMETER) for other flags or more handles.
 TQLIB_API DWORD MsgWaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, DWORD ms, DWORD wakeMask,
                                             DWORD flags) noexcept;
+
+}  // namespace Quellan::Platform

@@ -2,7 +2,7 @@
 
 #include "TQLib/platform/linux/objects/ObjectCalls.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -49,3 +49,5 @@ BOOL ReleaseMutex(HANDLE mutex) noexcept {
     if (DWORD code = FaultDue("ReleaseMutex")) return Fail(code, FALSE);
     return ChangeObject<Mutex>(mutex, 0, [](Mutex& object) { return object.Release(); });
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/Waits.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD MUTEX_MODIFY_STATE = 0x0001;
 inline constexpr DWORD MUTEX_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0x1;
 
@@ -15,3 +17,5 @@ TQLIB_API HANDLE OpenMutexW(DWORD access, BOOL inherit, const wchar_t* name) noe
 // Gives back one acquisition; with the last one the mutex is free. 288 (ERROR_NOT_OWNER) when the calling
 // thread does not own it, 6 (ERROR_INVALID_HANDLE) for what is no mutex.
 TQLIB_API BOOL ReleaseMutex(HANDLE mutex) noexcept;
+
+}  // namespace Quellan::Platform

@@ -13,7 +13,7 @@
 #include <mutex>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -181,4 +181,4 @@ DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* set
     }
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 #include "TQLib/platform/linux/objects/SharedObject.h"
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Who may open a new object: its user, and whoever the access-control list of the attributes gives any of the
 // rights to wait for it or to change it. 50 (ERROR_NOT_SUPPORTED) for a list that bits cannot express. May
@@ -47,4 +47,4 @@ DWORD NamedHandle(const wchar_t* name, const SharedSetup* setup, DWORD access, H
     }
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/objects/NamedObjects.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 inline bool HasText(const wchar_t* name) noexcept {
     return name && *name;
@@ -51,4 +51,4 @@ BOOL ChangeObject(HANDLE handle, DWORD access, Change change) noexcept {
     return TRUE;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 #include <memory>
 #include <utility>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct Packet {
     ULONG_PTR key;
@@ -80,4 +80,4 @@ class PacketQueue {
     BlockPtr m_spare;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

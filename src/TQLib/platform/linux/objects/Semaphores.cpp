@@ -2,7 +2,7 @@
 
 #include "TQLib/platform/linux/objects/ObjectCalls.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -57,3 +57,5 @@ BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount) noexcep
         return object.Add(static_cast<std::uint32_t>(count), object.Maximum(), previousCount);
     });
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/Waits.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD SEMAPHORE_MODIFY_STATE = 0x0002;
 inline constexpr DWORD SEMAPHORE_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE | 0x3;
 
@@ -16,3 +18,5 @@ TQLIB_API HANDLE OpenSemaphoreW(DWORD access, BOOL inherit, const wchar_t* name)
 // nothing changed, where it would go over the maximum; 87 (ERROR_INVALID_PARAMETER) for a count below 1; 5
 // (ERROR_ACCESS_DENIED) without SEMAPHORE_MODIFY_STATE; 6 (ERROR_INVALID_HANDLE) for what is no semaphore.
 TQLIB_API BOOL ReleaseSemaphore(HANDLE semaphore, LONG count, LONG* previousCount) noexcept;
+
+}  // namespace Quellan::Platform

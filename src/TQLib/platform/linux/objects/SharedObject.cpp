@@ -15,7 +15,7 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct SharedObject::Page {
     Word magic;  // written last
@@ -485,4 +485,4 @@ void SharedObject::CheckOwner() noexcept {
     Changed();
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

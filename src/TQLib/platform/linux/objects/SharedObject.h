@@ -15,7 +15,7 @@
 #include <string_view>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Of a file or folder, while it is open.
 struct FileId {
@@ -158,4 +158,4 @@ class SharedObject : ProcessDescriptor {
     const std::uint32_t m_maximum;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -268,4 +268,4 @@ DWORD Waiter::WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noe
     return outcome;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

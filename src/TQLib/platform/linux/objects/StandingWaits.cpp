@@ -4,7 +4,7 @@
 
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct StandingWaits::Watch {
     Watch(HANDLE watched, Impl& owner, std::shared_ptr<Waitable> waitable);
@@ -89,4 +89,4 @@ void StandingWaits::Delete::operator()(Watch* watch) const noexcept {
     delete watch;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

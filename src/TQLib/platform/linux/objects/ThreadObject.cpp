@@ -12,7 +12,7 @@
 #include <linux/capability.h>
 #include <sys/resource.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -350,4 +350,4 @@ void Thread::Exit(DWORD exitCode) {
     pthread_exit(nullptr);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

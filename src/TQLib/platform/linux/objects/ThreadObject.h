@@ -12,7 +12,7 @@
 #include <mutex>
 #include <pthread.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Made by CreateThread, or by the thread itself when it first needs one. Lives until the thread has ended and
 // the last handle is closed. For several threads, except where it says "own thread".
@@ -102,4 +102,4 @@ class Thread : public Waitable {
     DWORD m_result = 0;  // own thread: the exit code to be
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

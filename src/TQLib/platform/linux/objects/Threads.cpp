@@ -6,7 +6,7 @@
 #include "TQLib/platform/linux/base/Process.h"
 #include "TQLib/platform/linux/objects/ThreadObject.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -149,3 +149,5 @@ void Sleep(DWORD ms) noexcept {
     while (ms == INFINITE || clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &until, nullptr) == EINTR)
         if (ms == INFINITE) pause();
 }
+
+}  // namespace Quellan::Platform

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/Waits.h"
 
+namespace Quellan::Platform {
+
 using LPTHREAD_START_ROUTINE = DWORD (*)(void*);
 
 inline constexpr DWORD CREATE_SUSPENDED = 0x00000004;
@@ -76,3 +78,5 @@ TQLIB_API int GetThreadPriority(HANDLE thread) noexcept;
 TQLIB_API BOOL SwitchToThread() noexcept;
 // On the monotonic clock; 0 yields, INFINITE never returns.
 TQLIB_API void Sleep(DWORD ms) noexcept;
+
+}  // namespace Quellan::Platform

@@ -9,7 +9,7 @@
 #include <climits>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -620,4 +620,4 @@ DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status
     return objects[status % WaitRefused]->Shared()->Refusal();
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -27,7 +27,7 @@
 #include <span>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 class SharedObject;
 class Waiter;
@@ -314,4 +314,4 @@ Waiter* CurrentWaiter() noexcept;
 // or why an object that processes share cannot be looked at.
 DWORD Wait(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD& status) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

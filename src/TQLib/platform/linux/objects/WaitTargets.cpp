@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 DWORD WaitTarget::Open(HANDLE handle) noexcept {
     if (handle == GetCurrentThread()) {
@@ -33,4 +33,4 @@ DWORD WaitTargets::Open(DWORD count, const HANDLE* handles, bool all) noexcept {
     return std::adjacent_find(sorted.begin(), end) == end ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

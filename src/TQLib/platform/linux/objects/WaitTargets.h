@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 class WaitTarget {
   public:
@@ -32,4 +32,4 @@ class WaitTargets {
     std::array<WaitTarget, MAXIMUM_WAIT_OBJECTS> m_targets;
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 #include "TQLib/platform/linux/objects/WaitTargets.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -72,3 +72,5 @@ DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll,
     if (DWORD code = FaultDue("WaitForMultipleObjectsEx")) return Fail(code, WAIT_FAILED);
     return WaitForSeveral(count, handles, waitAll != FALSE, ms);
 }
+
+}  // namespace Quellan::Platform

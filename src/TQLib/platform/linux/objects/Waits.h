@@ -4,6 +4,8 @@
 #include "TQLib/platform/linux/base/Base.h"
 #include "TQLib/platform/linux/base/Errors.h"  // WAIT_TIMEOUT
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD INFINITE = 0xFFFFFFFF;
 inline constexpr DWORD MAXIMUM_WAIT_OBJECTS = 64;
 
@@ -30,3 +32,5 @@ TQLIB_API DWORD WaitForSingleObjectEx(HANDLE handle, DWORD ms, BOOL alertable) n
 TQLIB_API DWORD WaitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD ms) noexcept;
 TQLIB_API DWORD WaitForMultipleObjectsEx(DWORD count, const HANDLE* handles, BOOL waitAll, DWORD ms,
                                          BOOL alertable) noexcept;
+
+}  // namespace Quellan::Platform

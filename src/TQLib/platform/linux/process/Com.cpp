@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+namespace Quellan::Platform {
+
 namespace {
 
 constinit std::atomic<ULONG> g_serverReferences{0};
@@ -18,3 +20,5 @@ ULONG CoReleaseServerProcess() noexcept {
         if (g_serverReferences.compare_exchange_weak(count, count - 1)) return count - 1;
     return 0;
 }
+
+}  // namespace Quellan::Platform

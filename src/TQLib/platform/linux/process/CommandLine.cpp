@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -108,10 +108,6 @@ wchar_t** ToBlock(const std::vector<std::wstring>& words) {
 
 }  // namespace
 
-}  // namespace Quellan::Corvel::Platform
-
-using namespace Quellan::Corvel::Platform;
-
 const wchar_t* GetCommandLineW() noexcept try {
     static const std::wstring& line = *new std::wstring(QuotedArguments());
     return line.c_str();
@@ -147,3 +143,5 @@ wchar_t** CommandLineToArgvW(const wchar_t* commandLine, int* argumentCount) noe
         return Fail<wchar_t**>(ERROR_OUTOFMEMORY, nullptr);
     }
 }
+
+}  // namespace Quellan::Platform

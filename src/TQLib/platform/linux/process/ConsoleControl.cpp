@@ -19,7 +19,7 @@
 #include <semaphore.h>
 #include <vector>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -192,3 +192,5 @@ BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add) noexcept {
     const DWORD code = WithMemory([&] { return ControlHandlers::Instance().Change(handler, add != FALSE); });
     return code ? Fail(code, FALSE) : TRUE;
 }
+
+}  // namespace Quellan::Platform

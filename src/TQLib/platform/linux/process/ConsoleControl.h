@@ -10,6 +10,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD CTRL_C_EVENT = 0;
 inline constexpr DWORD CTRL_BREAK_EVENT = 1;
 inline constexpr DWORD CTRL_CLOSE_EVENT = 2;
@@ -30,3 +32,5 @@ using PHANDLER_ROUTINE = BOOL (*)(DWORD event);
 // A handler taken away while an event is under way may still be called for it. The child of a fork has no
 // handlers. 8 (ERROR_NOT_ENOUGH_MEMORY).
 TQLIB_API BOOL SetConsoleCtrlHandler(PHANDLER_ROUTINE handler, BOOL add) noexcept;
+
+}  // namespace Quellan::Platform

@@ -8,7 +8,8 @@
 #include <elf.h>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
+
 namespace {
 
 using Bytes = std::span<const std::byte>;
@@ -226,4 +227,4 @@ bool IsLoadableModule(Bytes file) noexcept {
            *ReadNumber<WORD>(file, offsetof(Elf64_Ehdr, e_machine)) == ThisMachine;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

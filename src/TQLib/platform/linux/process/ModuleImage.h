@@ -7,7 +7,7 @@
 #include <functional>
 #include <span>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Which of a module's tables: its messages, or its strings, which lie in tables of the same form. Windows
 // modules keep their strings in another form, which is not read.
@@ -29,4 +29,4 @@ TQLIB_API DWORD VisitModuleFile(std::span<const std::byte> file, const MessageTa
 // Whether the file is an ELF module that this process could load.
 bool IsLoadableModule(std::span<const std::byte> file) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -3,10 +3,10 @@
 
 #include "TQLib/platform/linux/process/ModuleImage.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // A null module is the executable. Returns 0, 1812 (ERROR_RESOURCE_DATA_NOT_FOUND) when `module` is none of
 // this process, or what `VisitModuleFile` returns for a data file. The visitor must not load or free modules.
 DWORD VisitModuleTables(HMODULE module, const MessageTableVisitor& visit, TableKind kind);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

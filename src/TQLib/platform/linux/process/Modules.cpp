@@ -34,7 +34,8 @@
 #include <utility>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
+
 namespace {
 
 constexpr DWORD DataFileFlags =
@@ -503,10 +504,6 @@ DWORD VisitModuleTables(HMODULE module, const MessageTableVisitor& visit, TableK
     return found ? ERROR_SUCCESS : ERROR_RESOURCE_DATA_NOT_FOUND;
 }
 
-}  // namespace Quellan::Corvel::Platform
-
-using namespace Quellan::Corvel::Platform;
-
 HMODULE LoadLibraryW(const wchar_t* name) noexcept {
     return LoadLibraryExW(name, nullptr, 0);
 }
@@ -564,3 +561,5 @@ DWORD GetModuleBaseNameW(HANDLE process, HMODULE module, wchar_t* buffer, DWORD 
     const DWORD code = Guarded([&] { return CopyBaseName(process, module, buffer, size, length); });
     return code ? Fail(code, DWORD{0}) : length;
 }
+
+}  // namespace Quellan::Platform

@@ -13,6 +13,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 using FARPROC = std::intptr_t (*)();
 
 inline constexpr DWORD DONT_RESOLVE_DLL_REFERENCES = 0x00000001;
@@ -62,3 +64,5 @@ TQLIB_API BOOL EnumProcessModules(HANDLE process, HMODULE* modules, DWORD size, 
 // The file name of a loaded module, cut to the buffer; null is the executable. Returns its number of
 // characters, 0 with 6 for an unknown module or process.
 TQLIB_API DWORD GetModuleBaseNameW(HANDLE process, HMODULE module, wchar_t* buffer, DWORD size) noexcept;
+
+}  // namespace Quellan::Platform

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 bool CallAtExit(void (*function)()) noexcept {
     return std::atexit(function) == 0;
@@ -12,4 +12,4 @@ bool AreOtherThreadsGone() noexcept {
     return false;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

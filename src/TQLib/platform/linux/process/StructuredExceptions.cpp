@@ -29,12 +29,13 @@
 #include <unistd.h>
 #include <utility>
 
+namespace Quellan::Platform {
+
 // TrapTrampoline.S
 extern "C" void TQTrapTrampoline();
 // Called by the trampoline, on the faulting stack.
 extern "C" [[noreturn, gnu::visibility("hidden")]] void TQCallTranslator(void* trapFrame);
 
-namespace Quellan::Corvel::Platform {
 namespace {
 
 // What a fault leaves on the faulting stack. The trampoline is entered with the stack pointer at it and has
@@ -608,10 +609,8 @@ StructuredExceptionTranslator SetStructuredExceptionTranslator(StructuredExcepti
     return std::exchange(t_trap.translator, translator);
 }
 
-}  // namespace Quellan::Corvel::Platform
-
 extern "C" void TQCallTranslator(void* trapFrame) {
-    using namespace Quellan::Corvel::Platform;
+    using namespace Quellan::Platform;
     auto& frame = *static_cast<TrapFrame*>(trapFrame);
     frame.pointers = {&frame.record, &frame.context};
     t_trap.translator(frame.record.ExceptionCode, &frame.pointers);
@@ -619,7 +618,7 @@ extern "C" void TQCallTranslator(void* trapFrame) {
 }
 
 void RaiseException(DWORD code, DWORD flags, DWORD count, const ULONG_PTR* arguments) {
-    using namespace Quellan::Corvel::Platform;
+    using namespace Quellan::Platform;
     constexpr DWORD SystemBit = 0x10000000;
     EXCEPTION_RECORD record{};
     record.ExceptionCode = code & ~SystemBit;
@@ -638,3 +637,5 @@ void RaiseException(DWORD code, DWORD flags, DWORD count, const ULONG_PTR* argum
     Report(record, " was raised and nobody translates it\n");
     std::abort();
 }
+
+}  // namespace Quellan::Platform

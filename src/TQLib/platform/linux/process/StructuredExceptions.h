@@ -17,6 +17,8 @@
 
 #include "TQLib/platform/Types.h"
 
+namespace Quellan::Platform {
+
 using ULONG_PTR = std::uintptr_t;
 
 constexpr DWORD EXCEPTION_GUARD_PAGE = 0x80000001;
@@ -93,3 +95,5 @@ using EXCEPTION_POINTERS = _EXCEPTION_POINTERS;
 // the 15th are dropped. Without a translator, or where the exception may not reach it (`ReachesTranslator`),
 // one line goes to the standard error and the process ends by SIGABRT. Never returns.
 TQLIB_API void RaiseException(DWORD code, DWORD flags, DWORD count, const ULONG_PTR* arguments);
+
+}  // namespace Quellan::Platform

@@ -11,9 +11,7 @@
 
 #include <linux/capability.h>
 
-using namespace Quellan::Corvel::Platform;
-
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -293,8 +291,6 @@ DWORD CheckMembership(const TokenContent& content, const void* sid, BOOL& isMemb
 
 }  // namespace
 
-}  // namespace Quellan::Corvel::Platform
-
 BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) noexcept {
     if (DWORD code = FaultDue("OpenProcessToken")) return Fail(code, FALSE);
     if (process != GetCurrentProcess()) return Fail(ERROR_NOT_SUPPORTED, FALSE);
@@ -417,3 +413,5 @@ BOOL CheckTokenMembership(HANDLE token, PSID sid, BOOL* isMember) noexcept {
     }
     return code ? Fail(code, FALSE) : TRUE;
 }
+
+}  // namespace Quellan::Platform

@@ -19,6 +19,8 @@
 #include "TQLib/platform/linux/accounts/Privileges.h"
 #include "TQLib/platform/linux/accounts/Sids.h"
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD TOKEN_ASSIGN_PRIMARY = 0x0001;
 inline constexpr DWORD TOKEN_DUPLICATE = 0x0002;
 inline constexpr DWORD TOKEN_IMPERSONATE = 0x0004;
@@ -29,16 +31,6 @@ inline constexpr DWORD TOKEN_ADJUST_GROUPS = 0x0040;
 inline constexpr DWORD TOKEN_ADJUST_DEFAULT = 0x0080;
 inline constexpr DWORD TOKEN_ADJUST_SESSIONID = 0x0100;
 inline constexpr DWORD TOKEN_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | 0x01FF;
-
-inline constexpr DWORD SE_GROUP_MANDATORY = 0x00000001;
-inline constexpr DWORD SE_GROUP_ENABLED_BY_DEFAULT = 0x00000002;
-inline constexpr DWORD SE_GROUP_ENABLED = 0x00000004;
-inline constexpr DWORD SE_GROUP_OWNER = 0x00000008;
-inline constexpr DWORD SE_GROUP_USE_FOR_DENY_ONLY = 0x00000010;
-inline constexpr DWORD SE_GROUP_INTEGRITY = 0x00000020;
-inline constexpr DWORD SE_GROUP_INTEGRITY_ENABLED = 0x00000040;
-inline constexpr DWORD SE_GROUP_RESOURCE = 0x20000000;
-inline constexpr DWORD SE_GROUP_LOGON_ID = 0xC0000000;
 
 enum TOKEN_TYPE : int { TokenPrimary = 1, TokenImpersonation };
 
@@ -149,3 +141,5 @@ TQLIB_API BOOL ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL level) noexcept;
 // thread, or of the process where the thread has none. 1309 (ERROR_NO_IMPERSONATION_TOKEN) for a primary
 // token, 1337 (ERROR_INVALID_SID), 1460 (ERROR_TIMEOUT), 5 (ERROR_ACCESS_DENIED) without TOKEN_QUERY.
 TQLIB_API BOOL CheckTokenMembership(HANDLE token, PSID sid, BOOL* isMember) noexcept;
+
+}  // namespace Quellan::Platform

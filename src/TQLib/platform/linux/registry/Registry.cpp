@@ -15,7 +15,7 @@
 #include <mutex>
 #include <optional>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -201,7 +201,7 @@ DWORD ReadInfo(Key& key, KeyInfo& info) {
 
 }  // namespace
 
-DWORD Quellan::Corvel::Platform::PutRegistryKey(HKEY root, std::wstring_view path,
+DWORD PutRegistryKey(HKEY root, std::wstring_view path,
                                                 const std::vector<RegistryValue>& values) noexcept {
     if (DWORD code = FaultDue("RegCreateKeyExW")) return code;
     return WithKey(root, KEY_CREATE_SUB_KEY, true, [&](Key& key) {
@@ -378,3 +378,5 @@ LSTATUS RegQueryInfoKeyW(HKEY key, wchar_t* className, DWORD* classSize, DWORD* 
     if (lastWrite) *lastWrite = info.lastWrite;
     return ERROR_SUCCESS;
 }
+
+}  // namespace Quellan::Platform

@@ -18,6 +18,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 using LSTATUS = LONG;
 using REGSAM = DWORD;
 
@@ -111,3 +113,5 @@ TQLIB_API LSTATUS RegQueryInfoKeyW(HKEY key, wchar_t* className, DWORD* classSiz
                                    DWORD* subkeys, DWORD* longestSubkey, DWORD* longestClass, DWORD* values,
                                    DWORD* longestValueName, DWORD* largestData, DWORD* securityDescriptor,
                                    FILETIME* lastWrite) noexcept;
+
+}  // namespace Quellan::Platform

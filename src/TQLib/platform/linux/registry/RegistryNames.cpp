@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -54,4 +54,4 @@ bool IsRegistryEntry(RegistryEntry kind, std::string_view fileName) noexcept {
            (fileName[1] == Readable || fileName[1] == Hashed);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 enum class RegistryEntry : char { Key = 'k', Value = 'v' };
 
@@ -18,4 +18,4 @@ std::string RegistryFileName(RegistryEntry kind, std::wstring_view name);
 // Whether a file in a key's folder is an entry of that kind.
 bool IsRegistryEntry(RegistryEntry kind, std::string_view fileName) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -10,7 +10,7 @@
 #include <dirent.h>
 #include <sys/stat.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // A tree of keys and what its changes need.
 struct Hive {
@@ -469,4 +469,4 @@ bool MayChangeRegistryKey(const RegistryKey& key) noexcept {
     return faccessat(key.folder.Get(), ".", W_OK, AT_EACCESS) == 0;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

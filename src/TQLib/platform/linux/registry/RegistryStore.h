@@ -20,7 +20,7 @@
 #include <memory>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Machine is the same for everybody, and root's to change.
 enum class RegistryRoot { Machine, User };
@@ -71,4 +71,4 @@ DWORD ReadRegistryKeyTime(const RegistryKey& key, timespec& time);
 // Whether the calling thread may change the key.
 bool MayChangeRegistryKey(const RegistryKey& key) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -104,4 +104,4 @@ DWORD ParseRegistryValue(std::string_view file, RegistryValue& value) {
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

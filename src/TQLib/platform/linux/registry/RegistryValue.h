@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct RegistryValue {
     std::wstring name;  // as it was spelt
@@ -27,4 +27,4 @@ std::string FormatRegistryValue(const RegistryValue& value);
 // 1015 (ERROR_REGISTRY_CORRUPT), with nothing changed.
 DWORD ParseRegistryValue(std::string_view file, RegistryValue& value);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -8,7 +8,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -218,4 +218,4 @@ void ServiceHost::OnMainReturned(Hosted& service, unsigned run) noexcept {
     if (m_listener) m_listener->OnReport(service.now);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

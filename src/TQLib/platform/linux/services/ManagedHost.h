@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Who hears of reports. Called under the host's lock, so it must neither wait nor call the host.
 class ServiceListener {
@@ -73,4 +73,4 @@ class ServiceHost {
     ServiceListener* m_listener = nullptr;            // guarded by m_lock
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

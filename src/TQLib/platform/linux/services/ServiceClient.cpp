@@ -5,7 +5,7 @@
 
 #include <sys/socket.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -92,4 +92,4 @@ DWORD ServiceClient::ExchangeAside(std::string& packet, DWORD ms) {
     return code ? code : ReceivePacket(connection.Get(), packet);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

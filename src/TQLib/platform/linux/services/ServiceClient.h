@@ -9,7 +9,7 @@
 #include <memory>
 #include <mutex>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Answers are waited for as long as the manager answers others: one that says nothing for 15 seconds, and then
 // nothing on a new connection for as long again, counts as gone. A call that finds the connection taken by
@@ -106,4 +106,4 @@ BOOL WithServiceHandle(SC_HANDLE handle, Use use) noexcept {
     return code ? Fail(code, FALSE) : TRUE;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 DWORD KillService(SC_HANDLE service) noexcept {
     return WithServiceHandle<ServiceHandle>(
@@ -24,4 +24,4 @@ void AwaitServiceChange(SC_HANDLE service, DWORD state, DWORD checkPoint, DWORD 
     if (!isAnswered && GetLastError() != WAIT_TIMEOUT) Sleep(std::min(ms, PauseMs));
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -12,7 +12,7 @@
 #include <chrono>
 #include <sys/socket.h>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -233,3 +233,5 @@ BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) noex
     const DWORD code = WithMemory([&] { return ServiceHost::Instance().Report(handle, *status); });
     return code ? Fail(code, FALSE) : TRUE;
 }
+
+}  // namespace Quellan::Platform

@@ -15,7 +15,7 @@
 #include <type_traits>
 #include <vector>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 constexpr DWORD ServiceProtocolVersion = 1;
 constexpr std::size_t MostServiceMessageBytes = std::size_t{64} << 10;
@@ -595,4 +595,4 @@ struct ControlMessage {
 // All its services have stopped, it is to end.
 using FinishMessage = EmptyMessage<ServiceMessage::Finish>;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

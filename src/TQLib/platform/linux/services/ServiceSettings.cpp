@@ -5,7 +5,7 @@
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/services/ServiceClient.h"
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -168,3 +168,5 @@ BOOL QueryServiceConfig2W(SC_HANDLE service, DWORD level, BYTE* buffer, DWORD si
         return PutLevel(packer, level, found);
     });
 }
+
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include <array>
 #include <bit>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -96,4 +96,4 @@ std::wstring FindInstalledService(const SidValue& sid) {
     return found;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

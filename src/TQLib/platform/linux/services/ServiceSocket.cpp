@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -114,4 +114,4 @@ DWORD ReceivePacket(int connection, std::string& packet) {
     return ERROR_SUCCESS;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

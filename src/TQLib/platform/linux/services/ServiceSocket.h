@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Names the manager's socket, to everybody who asks for services.
 constexpr const wchar_t* ServiceManagerVariable = L"TQLIB_SERVICE_MANAGER";
@@ -31,4 +31,4 @@ DWORD ListenAsServiceManager(const std::string& path, Descriptor& listener);
 DWORD SendPacket(int connection, std::string_view packet) noexcept;
 DWORD ReceivePacket(int connection, std::string& packet);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -6,7 +6,7 @@
 #include <poll.h>
 #include <sys/eventfd.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 class ServiceWake {
   public:
@@ -30,4 +30,4 @@ class ServiceWake {
     const Descriptor m_event{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
 };
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -12,7 +12,7 @@
 #include <cwchar>
 #include <iterator>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -313,3 +313,5 @@ BOOL EnumDependentServicesW(SC_HANDLE service, DWORD state, ENUM_SERVICE_STATUSW
         return PutServices<ENUM_SERVICE_STATUSW>(dependents, 0, services, size, *needed, *count);
     });
 }
+
+}  // namespace Quellan::Platform

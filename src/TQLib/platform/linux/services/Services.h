@@ -19,6 +19,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 struct SC_HANDLE__;
 struct SERVICE_STATUS_HANDLE__;
 using SC_HANDLE = SC_HANDLE__*;
@@ -322,3 +324,5 @@ TQLIB_API SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(const wchar_t* name,
 // with a state, a type or controls that there are not. After SERVICE_STOPPED the handle serves no more, until
 // the service is started again.
 TQLIB_API BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) noexcept;
+
+}  // namespace Quellan::Platform

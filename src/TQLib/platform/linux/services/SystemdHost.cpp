@@ -20,7 +20,7 @@
 #include <sys/socket.h>
 #include <sys/un.h>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -354,4 +354,4 @@ DWORD RunUnderSystemd(ServiceHost& host, const std::string& socket) {
     return SystemdLink(host, socket).Run();
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -4,10 +4,10 @@
 
 #include "TQLib/platform/linux/services/ManagedHost.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 // Runs all services of the table and returns when they have stopped. `socket` is what NOTIFY_SOCKET says. May
 // throw std::bad_alloc.
 DWORD RunUnderSystemd(ServiceHost& host, const std::string& socket);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -14,7 +14,7 @@
 #include <cwchar>
 #include <string>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -239,3 +239,5 @@ DWORD CharLowerBuffW(wchar_t* text, DWORD size) noexcept {
         text[i] = ToLower(text[i]);
     return size;
 }
+
+}  // namespace Quellan::Platform

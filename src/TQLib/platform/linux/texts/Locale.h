@@ -7,6 +7,8 @@
 
 #include "TQLib/platform/linux/base/Base.h"
 
+namespace Quellan::Platform {
+
 using LCTYPE = DWORD;
 
 // The longest name of a locale, terminator included.
@@ -96,3 +98,5 @@ TQLIB_API int CompareStringOrdinal(const wchar_t* left, int leftSize, const wcha
 // Change the characters in place, each on its own, and return their number.
 TQLIB_API DWORD CharUpperBuffW(wchar_t* text, DWORD size) noexcept;
 TQLIB_API DWORD CharLowerBuffW(wchar_t* text, DWORD size) noexcept;
+
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 namespace {
 
@@ -193,4 +193,4 @@ const LocaleEntry* FindSystemLocale(std::string_view name) noexcept {
     return found ? found : FindLocale(wanted);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 struct LocaleEntry {
     LCID id;
@@ -21,4 +21,4 @@ const LocaleEntry* FindLocale(std::wstring_view name) noexcept;
 // For a name as the system spells it, like de_AT.UTF-8 or sr_RS@latin.
 const LocaleEntry* FindSystemLocale(std::string_view name) noexcept;
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

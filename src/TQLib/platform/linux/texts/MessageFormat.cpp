@@ -8,7 +8,8 @@
 #include <cstring>
 #include <limits>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
+
 namespace {
 
 constexpr std::size_t None = std::wstring::npos;
@@ -409,4 +410,4 @@ DWORD FormatMessageText(std::wstring_view text, const MessageLayout& layout, Mes
     return Expansion(text, layout, arguments).Run(out);
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
 
 inline constexpr unsigned MaxMessageInserts = 99;
 
@@ -42,4 +42,4 @@ struct MessageLayout {
 TQLIB_API DWORD FormatMessageText(std::wstring_view text, const MessageLayout& layout,
                                   MessageArguments* arguments, std::wstring& out);
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

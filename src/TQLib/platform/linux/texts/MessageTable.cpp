@@ -4,7 +4,8 @@
 #include "TQLib/platform/linux/base/Bytes.h"
 #include "TQLib/platform/linux/base/ErrorCodes.h"
 
-namespace Quellan::Corvel::Platform {
+namespace Quellan::Platform {
+
 namespace {
 
 constexpr std::size_t BlockSize = 12;       // first id, last id, offset of the first entry
@@ -69,4 +70,4 @@ DWORD FindMessage(std::span<const std::byte> table, DWORD id, std::wstring& text
     return ERROR_MR_MID_NOT_FOUND;
 }
 
-}  // namespace Quellan::Corvel::Platform
+}  // namespace Quellan::Platform

@@ -18,7 +18,7 @@
 #include <string>
 #include <vector>
 
-using namespace Quellan::Corvel::Platform;
+namespace Quellan::Platform {
 
 namespace {
 
@@ -240,3 +240,5 @@ int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept try
 } catch (const std::bad_alloc&) {
     return Fail(ERROR_NOT_ENOUGH_MEMORY, 0);
 }
+
+}  // namespace Quellan::Platform

@@ -5,6 +5,8 @@
 
 #include <cstdarg>
 
+namespace Quellan::Platform {
+
 inline constexpr DWORD FORMAT_MESSAGE_ALLOCATE_BUFFER = 0x00000100;
 inline constexpr DWORD FORMAT_MESSAGE_IGNORE_INSERTS = 0x00000200;
 inline constexpr DWORD FORMAT_MESSAGE_FROM_STRING = 0x00000400;
@@ -40,3 +42,5 @@ TQLIB_API DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId,
 // the platform shows its own memory, gives 50 (ERROR_NOT_SUPPORTED). The strings of Windows modules are not
 // read.
 TQLIB_API int LoadStringW(HMODULE module, UINT id, wchar_t* buffer, int size) noexcept;
+
+}  // namespace Quellan::Platform

@@ -1,8 +1,8 @@
 #include "TQLib/text/memory/internal/SecretArena.h"
 
 #include "TQLib/core/base/TQThreadSynch.h"
+#include "TQLib/platform/Platform.h"
 #include "TQLib/platform/SecretPages.h"
-#include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/TQHandle.h"
 
 #include <algorithm>
