@@ -1,6 +1,7 @@
 // The threads that check targets.
 #pragma once
 
+#include "TQLib/platform/Win32.h"
 #include "Target.h"
 
 // An item is a pointer to the target, whose check has begun and which outlives its end.

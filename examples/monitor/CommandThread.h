@@ -1,6 +1,7 @@
 // A thread that takes commands from the standard input.
 #pragma once
 
+#include "TQLib/platform/Win32.h"
 #include "Watch.h"
 
 // Takes one command a line: `pause`, `resume` and `stop` are requests to the processor of the service,

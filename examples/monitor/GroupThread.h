@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CheckPool.h"
+#include "TQLib/platform/Win32.h"
 
 #include <atomic>
 #include <memory>

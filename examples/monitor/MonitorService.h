@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CommandThread.h"
+#include "TQLib/platform/Win32.h"
 
 #include <memory>
 

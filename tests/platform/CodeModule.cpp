@@ -1,5 +1,5 @@
 // A module with code that leaves a trace while it is loaded as such.
-#include "TQLib/platform/Types.h"
+#include "TQLib/platform/Win32.h"
 
 #include <new>
 

@@ -1,4 +1,5 @@
 #include "TQLib/platform/StructuredExceptions.h"
+#include "TQLib/platform/Win32.h"
 #include "platform/StructuredExceptionsFaults.h"
 
 #include <array>

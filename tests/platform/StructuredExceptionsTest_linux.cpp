@@ -1,3 +1,4 @@
+#include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/process/StructuredExceptions.h"
 #include "platform/StructuredExceptionsFaults.h"
 

@@ -1,3 +1,4 @@
+#include "TQLib/platform/Win32.h"
 #include "platform/StructuredExceptionsFaults.h"
 
 #include <debugapi.h>

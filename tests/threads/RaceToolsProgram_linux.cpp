@@ -2,6 +2,7 @@
 // to run on helgrind. Both end it with a failure where they see a race. With the argument "race" there is
 // one.
 #include "TQLib/TQLib.h"
+#include "TQLib/platform/Win32.h"
 
 #include <string_view>
 

@@ -166,7 +166,7 @@ TEST_F(TqscmJournal, ComesBackWithItsFolder) {
 
 TEST_F(TqscmJournal, IsMissedUnlessTheManagerEndedInOrder) {
     const std::string lock = path + ".lock";
-    const Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    const Quellan::Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     EXPECT_FALSE(Journal(path, file.Get()).WasDamaged());
     fs::remove(path);
     Journal journal(path, file.Get());
@@ -268,8 +268,8 @@ TEST(TqscmChildEnd, IsSeenWithoutADescriptor) {
     tqscm::EventLoop loop;
     int ends[2];
     ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
-    const Platform::Descriptor from(ends[0]);
-    Platform::Descriptor to(ends[1]);
+    const Quellan::Platform::Descriptor from(ends[0]);
+    Quellan::Platform::Descriptor to(ends[1]);
     const pid_t pid = fork();
     if (pid == 0) {
         close(to.Release());
@@ -281,7 +281,7 @@ TEST(TqscmChildEnd, IsSeenWithoutADescriptor) {
     tqscm::ChildEnd::Watch(loop, pid, [&] { hasEnded = true; });
     loop.RunOnce();
     EXPECT_FALSE(hasEnded);
-    to = Platform::Descriptor();
+    to = Quellan::Platform::Descriptor();
     while (!hasEnded)
         loop.RunOnce();
     EXPECT_NE(waitpid(pid, nullptr, WNOHANG), pid) << "it was fetched";

@@ -55,7 +55,7 @@ unsigned int ParseNumber(const TQString& text) {
 
 unsigned int ParseCode(const TQString& text) {
     if (IsNumber(text)) return ParseNumber(text);
-    const Platform::SystemCode* const known = Platform::FindSystemCode(text.View());
+    const Quellan::Platform::SystemCode* const known = Quellan::Platform::FindSystemCode(text.View());
     if (!known)
         throw UsageError(
             TQString::Format(L"'%s' is neither a number nor the name of an error code", text.c_str()));
@@ -79,7 +79,7 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
 
 Description Describe(HMODULE module, unsigned int code) {
     Description description{code, {}, ReadText(module, code)};
-    for (const Platform::SystemCode& known : Platform::SystemCodesOf(code))
+    for (const Quellan::Platform::SystemCode& known : Quellan::Platform::SystemCodesOf(code))
         description.names.push_back(known.name);
     return description;
 }

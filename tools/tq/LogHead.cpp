@@ -1,5 +1,7 @@
 #include "LogHead.h"
 
+#include "TQLib/platform/Win32.h"
+
 #include <algorithm>
 #include <charconv>
 

@@ -1,7 +1,7 @@
 // The first line of a log's record.
 #pragma once
 
-#include "TQLib/platform/Types.h"
+#include "TQLib/platform/Win32.h"
 
 #include <optional>
 #include <string_view>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TQLib/TQLib.h"
+#include "TQLib/platform/Win32.h"
 
 #include <optional>
 #include <string>

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "Command.h"
+#include "TQLib/platform/Win32.h"
 
 namespace tq {
 

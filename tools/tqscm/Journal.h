@@ -3,6 +3,7 @@
 // nothing waits for the disk.
 #pragma once
 
+#include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "TQLib/platform/linux/services/ServiceMessages.h"
 

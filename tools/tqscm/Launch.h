@@ -1,6 +1,7 @@
 // Starting the programs of services.
 #pragma once
 
+#include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Base.h"
 
 #include <string>

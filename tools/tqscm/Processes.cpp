@@ -4,6 +4,7 @@
 #include "Identity.h"
 #include "Print.h"
 #include "ServiceTable.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <csignal>

@@ -3,6 +3,7 @@
 #include "Launch.h"
 #include "Print.h"
 #include "Store.h"
+#include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
 #include <algorithm>

@@ -3,6 +3,7 @@
 
 #include "Journal.h"
 #include "ServiceTable.h"
+#include "TQLib/platform/Win32.h"
 #include "Worker.h"
 
 #include <deque>

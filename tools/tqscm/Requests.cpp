@@ -1,6 +1,7 @@
 #include "Requests.h"
 
 #include "Rights.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <exception>

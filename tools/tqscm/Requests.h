@@ -3,6 +3,7 @@
 
 #include "Records.h"
 #include "Services.h"
+#include "TQLib/platform/Win32.h"
 
 namespace tqscm {
 

@@ -1,5 +1,7 @@
 #include "Rights.h"
 
+#include "TQLib/platform/Win32.h"
+
 #include <iterator>
 
 namespace tqscm {

@@ -1,5 +1,6 @@
 #include "ServiceTable.h"
 
+#include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
 #include <algorithm>

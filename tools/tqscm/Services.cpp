@@ -3,6 +3,7 @@
 #include "Identity.h"
 #include "Print.h"
 #include "Rights.h"
+#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 

@@ -6,6 +6,7 @@
 
 #include "Processes.h"
 #include "ServiceTable.h"
+#include "TQLib/platform/Win32.h"
 #include "Worker.h"
 
 namespace tqscm {

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "EventLoop.h"
-#include "TQLib/platform/Types.h"
+#include "TQLib/platform/Win32.h"
 
 #include <condition_variable>
 #include <list>
