@@ -1,13 +1,17 @@
 #!/usr/bin/env bash
-# library-calls.sh OUTPUT OBJECT...: of the library's objects, writes the names of the platform calls that those outside
-# the layer make, as C++ texts, a line each.
+# library-calls.sh SOURCES OUTPUT OBJECT...: the names of the platform calls, those of the headers that platform/Platform.h
+# shows, that the library's objects outside the layer make, as C++ texts, a line each.
 set -eu
-output=$1
-shift
-layer=() users=()
+sources=$1 output=$2
+shift 2
+users=()
 for object in "$@"; do
-    case $object in */platform/*) layer+=("$object") ;; *) users+=("$object") ;; esac
+    case $object in */platform/*) ;; *) users+=("$object") ;; esac
 done
-names() { nm -C "$@" | sed -nE 's/^[0-9a-f ]* [TWU] ([A-Za-z0-9_]+)\(.*/\1/p' | sort -u; }
-comm -12 <(names --defined-only "${layer[@]}") <(names --undefined-only "${users[@]}") | sed 's/.*/"&",/' >"$output"
+declared() {
+    sed -nE 's/^#include "(TQLib\/platform\/linux\/.*)"/\1/p' "$sources/TQLib/platform/Platform.h" |
+        (cd "$sources" && xargs cat) | sed -nE 's/.*TQLIB_API [^(]*\b([A-Za-z0-9_]+)\(.*/\1/p' | sort -u
+}
+made() { nm -C --undefined-only "${users[@]}" | sed -nE 's/^ *U Quellan::Platform::([A-Za-z0-9_]+)\(.*/\1/p' | sort -u; }
+comm -12 <(declared) <(made) | sed 's/.*/"&",/' >"$output"
 [ -s "$output" ]
