@@ -63,8 +63,8 @@ class BusyCallback {
   public:
     void Run() {
         m_isEntered = true;
-        for (int i = 0; i < 20000 && !m_isTaken; ++i)
-            std::this_thread::yield();
+        for (const ULONGLONG end = GetTickCount64() + 100; !m_isTaken && GetTickCount64() < end;)
+            Sleep(1);
         m_isEnded = true;
     }
 

@@ -1,5 +1,7 @@
 #include "TQLib/platform/ServiceControl.h"
 
+#include "TQLib/platform/Platform.h"
+
 #include <algorithm>
 
 namespace Quellan::Platform {
