@@ -1,11 +1,11 @@
 #include "PlatformTest.h"
 #include "platform/Win32.h"
 #include "platform/linux/internal/Descriptor.h"
+#include "support/ReadBytes.h"
 
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -63,10 +63,7 @@ class EventLogFile : public testing::Test {
 
     std::string LogPath() const { return Native(m_folder / L"state/eventlog/Application.jsonl"); }
 
-    std::string Bytes() const {
-        std::ifstream file(LogPath(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string Bytes() const { return ReadBytes(LogPath()); }
 
     void AppendBytes(std::string_view text) const { std::ofstream(LogPath(), std::ios::app) << text; }
 
@@ -227,8 +224,7 @@ TEST_F(EventLogFile, IsClearedAfterItWasCopied) {
     const std::wstring backup = m_folder / L"backup";
     EXPECT_EQ(CodeOf(ClearEventLogW(m_log, backup.c_str())), 0u);
     EXPECT_EQ(CodeOf(ClearEventLogW(m_log, backup.c_str())), ERROR_ALREADY_EXISTS);
-    std::ifstream copy(Native(backup), std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copy), {}), before);
+    EXPECT_EQ(ReadBytes(backup), before);
     EXPECT_EQ(Count(), 0u);
     DWORD oldest = 77;
     EXPECT_EQ(CodeOf(GetOldestEventLogRecord(m_log, &oldest)), 0u);

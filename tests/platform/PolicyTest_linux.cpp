@@ -1,11 +1,11 @@
 // The file behind the rights of accounts.
 #include "platform/SidTexts.h"
+#include "support/ReadBytes.h"
 #include "support/Role.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 
 namespace Quellan::Corvel::Test {
@@ -25,11 +25,7 @@ class RightsFile : public testing::Test {
 
     void Write(const std::string& text) { std::ofstream(m_path) << text; }
 
-    std::string Read() {
-        std::stringstream text;
-        text << std::ifstream(m_path).rdbuf();
-        return text.str();
-    }
+    std::string Read() const { return ReadBytes(m_path); }
 
     // Gives the right to shut down, or takes it away.
     DWORD Change(const wchar_t* account, bool remove) {

@@ -7,6 +7,7 @@
 #include "platform/SidTexts.h"
 #include "support/FailCall.h"
 #include "support/PowerCut_linux.h"
+#include "support/ReadBytes.h"
 
 #include <fstream>
 #include <iterator>
@@ -19,11 +20,6 @@ namespace {
 namespace fs = std::filesystem;
 namespace Durable = Platform::Durable;
 using Path = fs::path;
-
-std::string ReadBytes(const Path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Of several pieces, and known as whole by its end.
 std::string Record(int number) {

@@ -74,9 +74,8 @@ std::vector<SweptOperation> FileRows() {
                   name.Name(), name.Path(), name.Extension();
               }),
         Swept("file name made", Name, [](TQFileName&) { TQFileName(L"relative"); }),
-        Swept(
-            "file name drive", Name, [](TQFileName& name) { (void)name.DriveType(); }, Promise::Works,
-            "new GetVolumePathNameW"),
+        Swept("file name drive", Name, "new GetVolumePathNameW",
+              [](TQFileName& name) { (void)name.DriveType(); }),
         Swept("file open", FileInFolder::Make,
               [](FileInFolder& in) {
                   _TQFile(in.name, GENERIC_READ, OPEN_EXISTING, 0,
@@ -100,13 +99,11 @@ std::vector<SweptOperation> FileRows() {
               [](FileInFolder& in) {
                   if (in.file.Lock(0, 1, 0)) in.file.Unlock(0, 1);
               }),
-        Swept(
-            "text file append", TextInFolder::Make,
-            [](TextInFolder& in) {
-                in.file.Append(L"one\ntwo", 0);
-                in.file.Append(L"three", 0);
-            },
-            Promise::Works, "UnlockFile"),
+        Swept("text file append", TextInFolder::Make, "UnlockFile",
+              [](TextInFolder& in) {
+                  in.file.Append(L"one\ntwo", 0);
+                  in.file.Append(L"three", 0);
+              }),
         Swept("registry open", Key::Make,
               [](Key& in) {
                   in.user.Create(L"Software\\TQLib sweep\\below").SetValue(L"", REG_BINARY, nullptr, 0);

@@ -18,16 +18,6 @@ namespace {
 
 constexpr unsigned Stopped = 0x80000015;
 
-template <class Operation>
-std::wstring MessageFrom(Operation operation) {
-    try {
-        operation();
-    } catch (const TQCoreException& e) {
-        return e.ExcMsg(TQStrResDestination::Log).Std();
-    }
-    return L"";
-}
-
 // Each allocation fails in turn, those of the platform among them, which has a code of its own for it.
 template <class Operation, class Check>
 void SweepMemory(Operation operation, Check check) {
@@ -234,7 +224,7 @@ TEST(ThreadPool, TakesNoWorkOnceItIsStopped) {
     pool.StopThreads();
     ExpectEnded(pool, script);
     EXPECT_EQ(ThrownCode([&] { pool.Post("b"); }), Stopped);
-    EXPECT_EQ(MessageFrom([&] { pool.Post("b", 1); }),
+    EXPECT_EQ(ThrownText([&] { pool.Post("b", 1); }),
               L"Thread pool has been stopped - no further work can be done on the pool.");
     pool.StopThreads();
     ExpectEnded(pool, script);
@@ -319,17 +309,17 @@ TEST(ThreadPool, IsNotMadeWithoutWhatItNeeds) {
     const auto make = [&] { TestPool<2> pool(script); };
     {
         const FailCall fail("CreateIoCompletionPort", ERROR_NO_SYSTEM_RESOURCES);
-        EXPECT_EQ(MessageFrom(make), L"Completion port could not be created for thread pool.");
+        EXPECT_EQ(ThrownText(make), L"Completion port could not be created for thread pool.");
     }
     {
         // The first event is the one by which every thread is stopped.
         const FailCall fail("CreateEventW", ERROR_NOT_ENOUGH_MEMORY, 2);
-        EXPECT_EQ(MessageFrom(make), L"Wakeup event could not be created for thread pool.");
+        EXPECT_EQ(ThrownText(make), L"Wakeup event could not be created for thread pool.");
     }
     std::set<std::wstring> messages;
     for (unsigned nth = 1;; ++nth) {
         const FailAllocation fail(nth);
-        const std::wstring message = MessageFrom(make);
+        const std::wstring message = ThrownText(make);
         if (!fail.Fired()) break;
         messages.insert(message);
     }
@@ -346,7 +336,7 @@ TEST(ThreadPool, RefusesAnItemThatThePortRefuses) {
         const auto post = [&] { pool.Post("refused", id); };
         {
             const FailCall fail("PostQueuedCompletionStatus", ERROR_NO_SYSTEM_RESOURCES);
-            EXPECT_EQ(MessageFrom(post), L"Posting of the thread pool work failed.");
+            EXPECT_EQ(ThrownText(post), L"Posting of the thread pool work failed.");
         }
         EXPECT_EQ(pool.WorkCount(), 0u);
         pool.Post("after", id);
@@ -617,7 +607,7 @@ TEST(PoolThread, WorksOnlyOnItsOwnThread) {
     pool.Post("");
     pool.AwaitQuiet();
     BYTEBuf none;
-    EXPECT_EQ(MessageFrom([&] { (*thread).RunWork(none); }),
+    EXPECT_EQ(ThrownText([&] { (*thread).RunWork(none); }),
               L"Pool thread can only call RunPoolThread from it's running thread.");
 }
 
