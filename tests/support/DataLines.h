@@ -8,7 +8,8 @@
 
 namespace Quellan::Corvel::Test {
 
-// The lines of the file, without empty ones and those that begin with '#'. Fails the test when there are none.
+// The lines of the file, without empty ones and those that begin with '#'. Fails the test when there are
+// none.
 inline std::vector<std::string> DataLines(const char* name) {
     std::vector<std::string> lines;
     std::ifstream file(std::string(TQ_TEST_DATA "/") + name);

@@ -20,7 +20,8 @@ DWORD ThrownCode(Operation&& operation) {
     return 0;
 }
 
-// The message of the library exception that `operation` throws, in the log's language; empty when it throws nothing.
+// The message of the library exception that `operation` throws, in the log's language; empty when it throws
+// nothing.
 template <class Operation>
 std::wstring ThrownText(Operation&& operation) {
     try {

@@ -192,8 +192,7 @@ TEST(Mutex, ThrowsAndHoldsNothingWhereSomethingFails) {
     }
     {
         const FailCall fail("WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-        EXPECT_EQ(ThrownText([&] { static_cast<void>(mutex.Acquire(0)); }),
-                  L"Wait on synch object failed.");
+        EXPECT_EQ(ThrownText([&] { static_cast<void>(mutex.Acquire(0)); }), L"Wait on synch object failed.");
     }
     SweepAllocations([&] { TQMutex::TQMutexLock acquired(mutex, 0); }, [&] { EXPECT_TRUE(IsFree(mutex)); });
 }
