@@ -102,15 +102,6 @@ TEST_F(Registry, LimitsTheLengthOfNames) {
     EXPECT_EQ(Set(m_key, (longest + L'v').c_str(), {REG_BINARY, "1"}), DWORD{ERROR_INVALID_PARAMETER});
 }
 
-TEST_F(Registry, HasAnUnnamedValueInEachKey) {
-    EXPECT_EQ(Get(m_key, nullptr).code, DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(Set(m_key, nullptr, {REG_BINARY, "1"}), 0u);
-    EXPECT_EQ(Get(m_key, L"").data, "1");
-    EXPECT_THAT(ValueNames(m_key), ElementsAre(L""));
-    EXPECT_EQ(Status(RegDeleteValueW(m_key, L"")), 0u);
-    EXPECT_EQ(Get(m_key, nullptr).code, DWORD{ERROR_FILE_NOT_FOUND});
-}
-
 TEST_F(Registry, TellsTypeAndSizeWhereTheDataDoesNotFit) {
     Set(m_key, L"value", {REG_BINARY, "12345"});
     DWORD type = 0, size = 4;
