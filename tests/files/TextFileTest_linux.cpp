@@ -1,5 +1,4 @@
 #include "files/TQTextFile.h"
-
 #include "platform/SleepingThreads_linux.h"
 #include "platform/WaitObjects.h"
 #include "security/SecAttr.h"

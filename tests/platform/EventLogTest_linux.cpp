@@ -186,6 +186,9 @@ TEST_F(EventLogFile, RefusesWhatCannotBeReported) {
         CodeOf(ReportEventW(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 0, 61'441, nullptr, data.data())),
         RPC_S_INVALID_BOUND);
     DeregisterEventSource(source);
+    EXPECT_EQ(CodeOf(DeregisterEventSource(source)), ERROR_INVALID_HANDLE) << "once more";
+    EXPECT_EQ(CodeOf(RegisterEventSourceW(nullptr, nullptr)), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CodeOf(OpenEventLogW(nullptr, nullptr)), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(CodeOf(OpenEventLogW(L"\\\\elsewhere", L"Application")), RPC_S_SERVER_UNAVAILABLE);
     EXPECT_EQ(Count(), 1u);
 }
@@ -312,6 +315,7 @@ TEST_F(EventLogFile, IsTheReadersUnderItsOwnName) {
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(CodeOf(CloseHandle(system)), ERROR_INVALID_HANDLE);
     EXPECT_EQ(CodeOf(CloseEventLog(system)), 0u);
+    EXPECT_EQ(CodeOf(CloseEventLog(system)), ERROR_INVALID_HANDLE);
     EXPECT_EQ(Count(), 1u);
 }
 

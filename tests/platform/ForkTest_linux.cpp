@@ -94,9 +94,11 @@ TEST(ForkedMutex, IsAbandonedByItsOwnerThoughAChildLives) {
 }
 
 TEST(ForkedMutex, IsOfAnyUseToParentAndChild) {
-    const Owned mutex = Mutex(true, L"forked.shared"), mine = Mutex(true);
+    const Owned mutex = Mutex(true, L"forked.shared"), mine = Mutex(true), anybodys = Mutex();
     Forked child([&] {
         if (Await(mutex) != WAIT_OBJECT_0 || !ReleaseMutex(mutex)) return 1;
+        if (Poll(anybodys) != WAIT_OBJECT_0 || !ReleaseMutex(anybodys)) return 3;
+        if (Poll(mine) != WAIT_OBJECT_0 || !ReleaseMutex(mine)) return 4;
         return ReleaseMutex(mine) && Owned(OpenMutexW(SYNCHRONIZE, FALSE, L"forked.shared")) ? 0 : 2;
     });
     ReleaseMutex(mutex);

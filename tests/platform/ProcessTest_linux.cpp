@@ -3,7 +3,6 @@
 #include "platform/Win32.h"
 #include "support/ReadBytes.h"
 
-
 namespace Quellan::Corvel::Test {
 namespace {
 

@@ -48,7 +48,8 @@ TEST_F(RegistryFiles, AreAsDocumented) {
     EXPECT_EQ(ReadBytes(Folder() / "v.GR\u00D6\u00DFE"),
               std::string("TQRV\1\0\0\0\1\0\0\0\1\0\0\0\7\0\0\0\3\0\0\0", 24) + "Gr\u00F6\u00DFe" +
                   std::string("\u00FC\0", 3));
-    EXPECT_EQ(ReadBytes(Folder() / "v."), std::string("TQRV\1\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\0\0\1\0\0\0", 28));
+    EXPECT_EQ(ReadBytes(Folder() / "v."),
+              std::string("TQRV\1\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\0\0\1\0\0\0", 28));
     // printf 'N%.0s' {1..300} | sha256sum
     EXPECT_TRUE(fs::exists(Folder() / "v#227343bd5f28b19e924ca194037dec1b62523d861a0680675ab10666319695bc"));
     struct stat info {};

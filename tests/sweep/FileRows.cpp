@@ -14,31 +14,20 @@ namespace Quellan::Corvel::Test {
 namespace {
 
 // A file in a folder of its own, which goes with it.
-struct FileInFolder {
+template <class File>
+struct InFolder {
+    static constexpr auto Share = _TQFile::FileShare::Read | _TQFile::FileShare::Write;
     TemporaryFolder folder;
     TQFileName name{TQString(folder.Path().c_str()), L"file"};
-    _TQFile file{name,
-                 GENERIC_READ | GENERIC_WRITE,
-                 OPEN_ALWAYS,
-                 0,
-                 _TQFile::FileShare::Read | _TQFile::FileShare::Write,
-                 Sarvek::SecAttr()};
+    File file{name, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS, 0, Share, Sarvek::SecAttr()};
 
+    static InFolder Make() { return InFolder(); }
+};
+using TextInFolder = InFolder<TQTextFile>;
+
+struct FileInFolder : InFolder<_TQFile> {
     FileInFolder() { file.Write("abcdef", 6); }
     static FileInFolder Make() { return FileInFolder(); }
-};
-
-struct TextInFolder {
-    TemporaryFolder folder;
-    TQFileName name{TQString(folder.Path().c_str()), L"file"};
-    TQTextFile file{name,
-                    GENERIC_READ | GENERIC_WRITE,
-                    OPEN_ALWAYS,
-                    0,
-                    _TQFile::FileShare::Read | _TQFile::FileShare::Write,
-                    Sarvek::SecAttr()};
-
-    static TextInFolder Make() { return TextInFolder(); }
 };
 
 const wchar_t KeyPath[] = L"Software\\TQLib sweep";

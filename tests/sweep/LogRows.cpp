@@ -18,9 +18,7 @@ struct SharedLog {
     std::wstring name = folder / L"log.tlg";
     TQLogPtr log = TQLog::GetLog(name.c_str(), 0);
 
-    std::size_t Lines() const {
-        return static_cast<std::size_t>(std::ranges::count(ReadBytes(name), '\n'));
-    }
+    std::size_t Lines() const { return static_cast<std::size_t>(std::ranges::count(ReadBytes(name), '\n')); }
 };
 
 const std::string& EveryFailure() {
