@@ -9,6 +9,7 @@
 #include <string>
 
 using namespace Quellan::Corvel;
+using Quellan::Corvel::Test::Forked;
 
 namespace {
 
@@ -38,7 +39,7 @@ TEST(SecretPages, AreLockedAndLeftOutOfDumpsAndChildren) {
         const auto secret = Secret(bytes);
         for (const char* flag : {" lo ", " dd ", " wf "})
             EXPECT_THAT(FlagsOf(secret.Data()), testing::HasSubstr(flag));
-        EXPECT_EQ(Test::Forked([&] {
+        EXPECT_EQ(Forked([&] {
                       const bool isGone = std::ranges::all_of(secret, [](char c) { return c == 0; });
                       // What the child keeps itself is locked anew.
                       const auto own = Secret(bytes);

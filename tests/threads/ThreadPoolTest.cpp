@@ -594,7 +594,7 @@ TEST_F(ThreadOfAPool, LeavesThePoolWhenItIsStopped) {
 
 TEST(WorkPool, LivesFromItsFirstClientToItsLast) {
     _TQWorkPoolBase& pool = _TQWorkPoolBase::AddClient();
-    EXPECT_EQ(_TQWorkPoolBase::GetInstance(), &pool);
+    EXPECT_EQ(&_TQWorkPoolBase::AddClient(), &pool);
     _TQWorkPoolBase::DelClient();
     EXPECT_EQ(_TQWorkPoolBase::GetInstance(), &pool);
     _TQWorkPoolBase::DelClient();
