@@ -82,6 +82,11 @@ TEST_F(Handles, OfASearchAreClosedByTheirOwnCallAlone) {
     const HANDLE file = Open();
     EXPECT_EQ(CodeOf(CloseHandle(find)), DWORD{ERROR_INVALID_HANDLE});
     EXPECT_EQ(CodeOf(FindClose(file)), DWORD{ERROR_INVALID_HANDLE});
+    if (!OnWine()) {  // which takes the handle of a search for an address
+        LARGE_INTEGER size;
+        EXPECT_EQ(CodeOf(FindNextFileW(file, &data)), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_EQ(CodeOf(GetFileSizeEx(find, &size)), DWORD{ERROR_INVALID_HANDLE});
+    }
     EXPECT_EQ(CodeOf(FindClose(find)), 0u);
     EXPECT_EQ(CodeOf(CloseHandle(file)), 0u);
     DWORD flags;

@@ -478,12 +478,11 @@ TEST_F(ServiceManagement, RestartsWhatAnEarlierManagerWasToRestart) {
     EXPECT_EQ(StateOf(OpenNamed(L"A")), SERVICE_STOPPED);
 }
 
-int StartSlowlyNeeding(const RoleArguments&) {
+const Role g_startSlowlyNeeding("start-needing", [](const RoleArguments&) {
     puts("asking");
     fflush(stdout);
     return Start(OpenNamed(L"A"), {CountArguments, L"x"}) == RPC_S_SERVER_UNAVAILABLE ? 0 : 1;
-}
-const Role g_startSlowlyNeeding("start-needing", StartSlowlyNeeding);
+});
 
 TEST_F(ServiceManagement, StartsWhatAnEarlierManagerWasToStart) {
     ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
@@ -588,7 +587,7 @@ TEST_F(ServiceManagement, RestartsAServiceEverLaterThatAlwaysFails) {
 
 // Who may do what.
 
-int BeAStranger(const RoleArguments&) {
+const Role g_stranger("stranger", [](const RoleArguments&) {
     if (setgid(65'534) != 0 || setuid(65'534) != 0) return 1;
     if (OpenManager(SC_MANAGER_CREATE_SERVICE) || GetLastError() != ERROR_ACCESS_DENIED) return 2;
     for (const DWORD right : {SERVICE_START, SERVICE_STOP, SERVICE_PAUSE_CONTINUE, SERVICE_CHANGE_CONFIG,
@@ -602,8 +601,7 @@ int BeAStranger(const RoleArguments&) {
     EnumServicesStatusW(OpenManager(SC_MANAGER_ENUMERATE_SERVICE).get(), SERVICE_WIN32, SERVICE_STATE_ALL,
                         nullptr, 0, &needed, &count, &resume);
     return GetLastError() == ERROR_MORE_DATA && needed > 0 ? 0 : 7;
-}
-const Role g_stranger("stranger", BeAStranger);
+});
 
 TEST_F(ServiceManagement, LetsStrangersLookOnly) {
     if (geteuid() != 0) GTEST_SKIP() << "only root has other users' processes";

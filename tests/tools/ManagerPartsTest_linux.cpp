@@ -236,9 +236,7 @@ TEST(TqscmWorker, WorksWithoutAThread) {
     loop.RunOnce();
     EXPECT_EQ(code, 5u);
 }
-#endif
 
-#ifdef TQ_KERNEL_FAULTS
 TEST(TqscmClient, GivesUpAManagerThatSaysNothing) {
     const PrivateManager manager;
     const SC_HANDLE handle = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
