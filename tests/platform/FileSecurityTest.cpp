@@ -43,17 +43,6 @@ TEST_F(FileSecurity, TellsTheOwnerOfWhatOneMakes) {
     EXPECT_EQ(group, nullptr) << "not asked for";
 }
 
-TEST_F(FileSecurity, TellsTheGroupBesideTheOwner) {
-    std::vector<BYTE> descriptor;
-    ASSERT_EQ(Read(m_folder.Path(), OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION, descriptor), 0u);
-    PSID group = nullptr;
-    BOOL isDefaulted;
-    ASSERT_TRUE(GetSecurityDescriptorGroup(descriptor.data(), &group, &isDefaulted));
-    ASSERT_TRUE(IsValidSid(group));
-    const BYTE* const end = descriptor.data() + descriptor.size();
-    EXPECT_LE(static_cast<const BYTE*>(group) + GetLengthSid(group), end);
-}
-
 TEST_F(FileSecurity, SaysWhyItCannotTell) {
     std::vector<BYTE> descriptor;
     EXPECT_EQ(Read(m_folder / L"missing", OWNER_SECURITY_INFORMATION, descriptor),

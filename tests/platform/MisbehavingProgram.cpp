@@ -74,17 +74,9 @@ void Main(DWORD, wchar_t** arguments) {
 
 int RunMisbehaving(const RoleArguments& arguments) {
     g_behaviour = arguments.at(0);
-    std::vector<std::wstring> names;
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        g_file = arguments[i];
-        names.emplace_back(arguments[i].begin(), arguments[i].end());
-    }
-    if (names.empty()) names.emplace_back(L"any");
-    std::vector<SERVICE_TABLE_ENTRYW> table;
-    for (std::wstring& name : names)
-        table.push_back({name.data(), Main});
-    table.push_back({nullptr, nullptr});
-    return StartServiceCtrlDispatcherW(table.data()) ? 0 : 1;
+    if (arguments.size() == 1) return ServeAll({"any"}, Main) ? 0 : 1;
+    g_file = arguments.back();
+    return ServeAll({arguments.begin() + 1, arguments.end()}, Main) ? 0 : 1;
 }
 
 const Role g_misbehaving("misbehaving", RunMisbehaving);

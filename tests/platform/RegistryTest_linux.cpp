@@ -1,6 +1,7 @@
 // The registry's files, and processes that are killed while they change it.
 #include "RegistryTest.h"
 #include "platform/linux/internal/Case.h"
+#include "support/ReadBytes.h"
 #include "support/Role.h"
 
 #include <cstdlib>
@@ -23,10 +24,6 @@ class RegistryFiles : public RegistryTest {
     }
     static fs::path Hive() { return fs::path(std::getenv("TQLIB_ROOT")) / "state/registry/user"; }
 
-    static std::string Read(const fs::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
     // The names in the test's key, by one of the calls that list.
     template <class Call>
     std::wstring Listed(Call call) const {
@@ -47,11 +44,12 @@ TEST_F(RegistryFiles, AreAsDocumented) {
     Set(m_key, L"Gr\u00F6\u00DFe", {REG_SZ, Bytes(std::wstring(L"\u00FC\0", 2))});
     Set(m_key, nullptr, {REG_DWORD, std::string("\1\0\0\0", 4)});
     Set(m_key, std::wstring(300, L'n').c_str(), {REG_BINARY, ""});
-    EXPECT_EQ(Read(Folder() / "k.A%2fB%25/name"), "a/B%");
-    EXPECT_EQ(Read(Folder() / "v.GR\u00D6\u00DFE"),
+    EXPECT_EQ(ReadBytes(Folder() / "k.A%2fB%25/name"), "a/B%");
+    EXPECT_EQ(ReadBytes(Folder() / "v.GR\u00D6\u00DFE"),
               std::string("TQRV\1\0\0\0\1\0\0\0\1\0\0\0\7\0\0\0\3\0\0\0", 24) + "Gr\u00F6\u00DFe" +
                   std::string("\u00FC\0", 3));
-    EXPECT_EQ(Read(Folder() / "v."), std::string("TQRV\1\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\0\0\1\0\0\0", 28));
+    EXPECT_EQ(ReadBytes(Folder() / "v."),
+              std::string("TQRV\1\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\0\0\1\0\0\0", 28));
     // printf 'N%.0s' {1..300} | sha256sum
     EXPECT_TRUE(fs::exists(Folder() / "v#227343bd5f28b19e924ca194037dec1b62523d861a0680675ab10666319695bc"));
     struct stat info {};
@@ -71,7 +69,7 @@ TEST(RegistryNames, AreMadeWithATableThatNeverChanges) {
 TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
     Set(m_key, L"good", {REG_BINARY, "1"});
     Set(m_key, L"bad", {REG_SZ, Bytes(L"abc")});
-    const std::string whole = Read(Folder() / "v.BAD");
+    const std::string whole = ReadBytes(Folder() / "v.BAD");
     std::string otherVersion = whole, otherText = whole;
     otherVersion[4] = 2;
     otherText[25] = '\xFF';

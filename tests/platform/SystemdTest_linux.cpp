@@ -1,5 +1,6 @@
 // Services that systemd has started, which the test plays.
 #include "ServicesTest.h"
+#include "ServicesTestProgram.h"
 #include "platform/linux/internal/Descriptor.h"
 #include "support/ChildProcess.h"
 
@@ -98,12 +99,7 @@ void StopSlowly(DWORD, wchar_t** arguments) {
     getchar();  // until its input ends
     Report(SERVICE_STOPPED, 0);
 }
-int RunSlowly(const RoleArguments&) {
-    wchar_t name[] = L"slow";
-    const SERVICE_TABLE_ENTRYW table[] = {{name, StopSlowly}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
-}
-const Role g_slow("slow", RunSlowly);
+const Role g_slow("slow", [](const RoleArguments&) { return ServeAll({"slow"}, StopSlowly) ? 0 : 1; });
 
 TEST_F(Systemd, HearsFromTheWatchdogOnlyWhileHandlersAnswer) {
     constexpr int LimitMs = 100;
@@ -169,12 +165,7 @@ TEST_F(Systemd, GivesNoTimeToWhoHangsForWhatOthersReport) {
 
 // It has no way to say anything more.
 void Leave(DWORD, wchar_t**) {}
-int RunLeaving(const RoleArguments&) {
-    wchar_t name[] = L"one";
-    const SERVICE_TABLE_ENTRYW table[] = {{name, Leave}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
-}
-const Role g_leaving("leaving", RunLeaving);
+const Role g_leaving("leaving", [](const RoleArguments&) { return ServeAll({"one"}, Leave) ? 0 : 1; });
 
 TEST_F(Systemd, IsToldOfAServiceThatNeverSaidAnything) {
     Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");

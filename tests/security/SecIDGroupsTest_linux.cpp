@@ -1,8 +1,9 @@
 // Groups and rights as the layer has them; Wine shows neither.
-#include "security/Directory_linux.h"
+#include "platform/Policy.h"
 #include "security/Identifiers.h"
 #include "security/SecIDArray.h"
 #include "security/SecPrivilegeSet.h"
+#include "support/Directory_linux.h"
 #include "support/FailCall.h"
 #include "support/ThrownCode.h"
 
@@ -47,25 +48,18 @@ TEST(GlobalGroups, OfAUserAreThoseOfTheDirectory) {
 
 class GivenRights : public testing::Test {
   protected:
-    GivenRights() {
-        LSA_OBJECT_ATTRIBUTES attributes{};
-        EXPECT_EQ(LsaOpenPolicy(nullptr, &attributes, POLICY_ALL_ACCESS, &m_policy), 0);
-    }
     ~GivenRights() override {
         for (const SecID& id : m_given)
-            LsaRemoveAccountRights(m_policy, id.Address(), TRUE, nullptr, 0);
-        LsaClose(m_policy);
+            m_policy.RemoveAll(id.Address());
     }
 
-    void Give(const SecID& id, std::wstring right) {
-        const auto size = static_cast<WORD>(right.size() * sizeof(wchar_t));
-        LSA_UNICODE_STRING name{size, size, right.data()};
+    void Give(const SecID& id, const wchar_t* right) {
         m_given.Add(id);
-        EXPECT_EQ(LsaAddAccountRights(m_policy, id.Address(), &name, 1), 0);
+        EXPECT_EQ(m_policy.Add(id.Address(), right), 0u);
     }
 
   private:
-    LSA_HANDLE m_policy = nullptr;
+    const Policy m_policy;
     SecIDArray m_given;
 };
 
@@ -84,7 +78,7 @@ TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
 }
 
 TEST(DisabledUsers, AreThoseWithALockedPassword) {
-    EXPECT_TRUE(SecID(LockedUser).IsAccountDisabled());
+    EXPECT_TRUE(SecID(L"twin").IsAccountDisabled());
     EXPECT_FALSE(SecID(DirectoryUsers[1]).IsAccountDisabled());
     EXPECT_EQ(ThrownCode([] { SecID(L"group:twin").IsAccountDisabled(); }), DWORD{NERR_UserNotFound});
 }

@@ -208,13 +208,6 @@ TEST_F(Status, ThrowsWhatTheManagerRefusesAndKeepsTheState) {
     EXPECT_EQ(service.CurrentState(), S::Running);
 }
 
-TEST_F(Status, AcceptsTheControlsThatItsProcessorDoes) {
-    Enter(S::Running);
-    service.processor.SetCtrlAllow(ProcControlAccept::PauseContinue, false);
-    service.UpdateStatus(S::Running, 0);
-    EXPECT_EQ(Last().dwControlsAccepted, Accepted & ~DWORD{SERVICE_ACCEPT_PAUSE_CONTINUE});
-}
-
 TEST(SharedService, SaysThatItSharesItsProcess) {
     EXPECT_EQ(TestService(L"Shared", false).Status().serviceType,
               static_cast<DWORD>(SERVICE_WIN32_SHARE_PROCESS));

@@ -5,6 +5,7 @@
 #include "services/internal/SystemdUnit.h"
 #include "support/ChildProcess.h"
 #include "support/FailCall.h"
+#include "support/ReadBytes.h"
 #include "support/Worker.h"
 #include "text/TQStringArray.h"
 
@@ -12,7 +13,6 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
 #include <optional>
 
 using namespace Quellan::Corvel;
@@ -21,11 +21,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-std::string TextOf(const std::filesystem::path& file) {
-    std::ifstream stream(file);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 // What a command prints, and whether it ends with 0.
 bool Succeeds(const std::string& command, std::string& output) {
@@ -127,7 +122,7 @@ std::size_t CountSleeps(const std::string& process) {
     std::size_t sleeps = 0;
     const std::string word = "\nvoluntary_ctxt_switches:\t";
     for (const auto& thread : std::filesystem::directory_iterator("/proc/" + process + "/task")) {
-        const std::string text = TextOf(thread.path() / "status");
+        const std::string text = ReadBytes(thread.path() / "status");
         sleeps += std::stoul(text.substr(text.find(word) + word.size()));
     }
     return sleeps;
@@ -154,7 +149,7 @@ class Unit : public testing::Test {
     std::string Write(const TQStringArray& arguments = {}) {
         WriteSystemdUnit(service, arguments, TQString(m_file.wstring().c_str()));
         EXPECT_FALSE(std::filesystem::exists(m_file.string() + ".new"));
-        return TextOf(m_file);
+        return ReadBytes(m_file);
     }
 
     struct Described : TestService {
@@ -214,7 +209,7 @@ TEST_F(Unit, StaysAsItIsWhereTheNewOneCannotBeWritten) {
     EXPECT_THROW(WriteSystemdUnit(service, {}, TQString(missing.wstring().c_str())), TQSysException);
     const FailCall fail("WriteFile", ERROR_DISK_FULL);
     EXPECT_THROW(Write({L"other"}), TQSysException);
-    EXPECT_EQ(TextOf(m_file), before);
+    EXPECT_EQ(ReadBytes(m_file), before);
     EXPECT_FALSE(std::filesystem::exists(m_file.string() + ".new"));
 }
 

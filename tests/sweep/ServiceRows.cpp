@@ -67,28 +67,20 @@ std::vector<SweptOperation> ServiceRows() {
               }),
         Swept("service configuration", Service,
               [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, Name); }),
+        Swept("service kill", Service, ForThrowing,
+              [](TQServiceCtrl& service) { PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Kill(); }); }),
+        Swept("service control", Service, ForThrowing,
+              [](TQServiceCtrl& service) {
+                  PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });
+              }),
+        Swept("service start", Service, ForThrowing,
+              [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); }),
         Swept(
-            "service kill", Service,
-            [](TQServiceCtrl& service) {
-                PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Kill(); });
-            },
-            Promise::Works, ForThrowing),
+            "service install", [] { return Service(), OtherService(); }, Promise::Ended,
+            [](OtherService&) { Install(OtherName); }),
         Swept(
-            "service control", Service,
-            [](TQServiceCtrl& service) {
-                PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });
-            },
-            Promise::Works, ForThrowing),
-        Swept(
-            "service start", Service,
-            [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); },
-            Promise::Works, ForThrowing),
-        Swept(
-            "service install", [] { return Service(), OtherService(); },
-            [](OtherService&) { Install(OtherName); }, Promise::Ended),
-        Swept(
-            "service remove", [] { return Service(), OtherInstalled(); },
-            [](OtherService&) { Remove(OtherName); }, Promise::Ended),
+            "service remove", [] { return Service(), OtherInstalled(); }, Promise::Ended,
+            [](OtherService&) { Remove(OtherName); }),
     };
 }
 
