@@ -44,23 +44,23 @@ Reply<LOCALGROUP_USERS_INFO_0> LocalGroupsOf(const wchar_t* user, DWORD level = 
     });
 }
 
-std::wstring UserName() {
+std::wstring OwnName() {
     wchar_t name[300];
     DWORD size = 300;
     return GetUserNameW(name, &size) ? std::wstring(name) : std::wstring();
 }
 
 TEST(NetUsers, TellTheirNames) {
-    const auto names = UserInfo<USER_INFO_0>(UserName().c_str(), 0);
+    const auto names = UserInfo<USER_INFO_0>(OwnName().c_str(), 0);
     ASSERT_EQ(names.code, DWORD{NERR_Success});
-    EXPECT_EQ(std::wstring(names[0].usri0_name), UserName());
-    const auto texts = UserInfo<USER_INFO_10>(UserName().c_str(), 10);
+    EXPECT_EQ(std::wstring(names[0].usri0_name), OwnName());
+    const auto texts = UserInfo<USER_INFO_10>(OwnName().c_str(), 10);
     ASSERT_EQ(texts.code, DWORD{NERR_Success});
-    EXPECT_EQ(std::wstring(texts[0].usri10_name), UserName());
+    EXPECT_EQ(std::wstring(texts[0].usri10_name), OwnName());
 }
 
 TEST(NetUsers, AreNormalAccounts) {
-    const auto info = UserInfo<USER_INFO_1>(UserName().c_str(), 1);
+    const auto info = UserInfo<USER_INFO_1>(OwnName().c_str(), 1);
     if (OnWine()) GTEST_SKIP() << "Wine has no flags";
     if (info.code == ERROR_ACCESS_DENIED) GTEST_SKIP() << "only root may read the list of passwords";
     ASSERT_EQ(info.code, DWORD{NERR_Success});
@@ -70,16 +70,16 @@ TEST(NetUsers, AreNormalAccounts) {
 
 TEST(NetUsers, AreRefusedWithTheCodesDocumented) {
     EXPECT_EQ(UserInfo<USER_INFO_0>(L"nobody-is-called-so", 0).code, DWORD{NERR_UserNotFound});
-    EXPECT_EQ(UserInfo<USER_INFO_0>(UserName().c_str(), 12345).code, DWORD{ERROR_INVALID_LEVEL});
+    EXPECT_EQ(UserInfo<USER_INFO_0>(OwnName().c_str(), 12345).code, DWORD{ERROR_INVALID_LEVEL});
     if (OnWine()) return;  // Wine gives everybody the same groups, from any server
     EXPECT_EQ(LocalGroupsOf(L"nobody-is-called-so").code, DWORD{NERR_UserNotFound});
-    EXPECT_EQ(LocalGroupsOf(UserName().c_str(), 7).code, DWORD{ERROR_INVALID_LEVEL});
-    EXPECT_EQ(UserInfo<USER_INFO_0>(UserName().c_str(), 0, L"no-such-machine").code,
+    EXPECT_EQ(LocalGroupsOf(OwnName().c_str(), 7).code, DWORD{ERROR_INVALID_LEVEL});
+    EXPECT_EQ(UserInfo<USER_INFO_0>(OwnName().c_str(), 0, L"no-such-machine").code,
               DWORD{ERROR_BAD_NETPATH});
 }
 
 TEST(NetUsers, BelongToLocalGroups) {
-    const auto groups = LocalGroupsOf(UserName().c_str());
+    const auto groups = LocalGroupsOf(OwnName().c_str());
     ASSERT_EQ(groups.code, DWORD{NERR_Success});
     EXPECT_GE(groups.count, 1u);
     EXPECT_EQ(groups.total, groups.count);
@@ -100,7 +100,7 @@ TEST(NetWorkstation, TellsTheMachineAndTheUser) {
     const Reply<WKSTA_USER_INFO_1> user(
         [](BYTE** buffer, DWORD*, DWORD*) { return NetWkstaUserGetInfo(nullptr, 1, buffer); });
     ASSERT_EQ(user.code, DWORD{NERR_Success});
-    EXPECT_EQ(std::wstring(user[0].wkui1_username), UserName());
+    EXPECT_EQ(std::wstring(user[0].wkui1_username), OwnName());
     EXPECT_EQ(std::wstring(user[0].wkui1_logon_domain), name);
 }
 
@@ -162,7 +162,7 @@ TEST_F(NetGroups, ThatDoNotExistHaveACodeOfTheirOwn) {
 
 TEST_F(NetGroups, OfTheMachineAreNotGlobal) {
     const Reply<GROUP_USERS_INFO_0> global([](BYTE** buffer, DWORD* read, DWORD* total) {
-        return NetUserGetGroups(nullptr, UserName().c_str(), 0, buffer, MAX_PREFERRED_LENGTH, read, total);
+        return NetUserGetGroups(nullptr, OwnName().c_str(), 0, buffer, MAX_PREFERRED_LENGTH, read, total);
     });
     ASSERT_EQ(global.code, DWORD{NERR_Success});
     const auto local = Groups(MAX_PREFERRED_LENGTH);

@@ -8,10 +8,10 @@ namespace Quellan::Corvel::Test {
 
 namespace {
 
-const wchar_t Long[] = L"a text that no string keeps within itself, whatever its class";
+const wchar_t LongText[] = L"a text that no string keeps within itself, whatever its class";
 
 TQString Text() {
-    return TQString(Long);
+    return TQString(LongText);
 }
 
 TQStringArray Texts() {
@@ -26,21 +26,19 @@ BYTEBuf Secret() {
     return BYTEBuf(8, BYTEBuf::_SecureLevel::WipeAndLock);
 }
 
-constexpr Promise Unchanged = Promise::Unchanged;
-
 }  // namespace
 
 std::vector<SweptOperation> TextRows() {
     return {
         Swept("string copy", Text, [](TQString& text) { TQString{text}; }),
         Swept(
-            "string assign", Text, [](TQString& text) { text = TQString(Long) + Long; }, Unchanged),
+            "string assign", Text, [](TQString& text) { text = TQString(LongText) + LongText; }, Unchanged),
         Swept(
-            "string append", Text, [](TQString& text) { text += Long; }, Unchanged),
+            "string append", Text, [](TQString& text) { text += LongText; }, Unchanged),
         Swept(
-            "string insert", Text, [](TQString& text) { text.Insert(3, Long); }, Unchanged),
+            "string insert", Text, [](TQString& text) { text.Insert(3, LongText); }, Unchanged),
         Swept(
-            "string replace", Text, [](TQString& text) { text.Replace(L"a", Long); }, Unchanged),
+            "string replace", Text, [](TQString& text) { text.Replace(L"a", LongText); }, Unchanged),
         Swept(
             "string reserve", Text, [](TQString& text) { text.Reserve(4 * text.Length()); }, Unchanged),
         Swept(
@@ -49,12 +47,12 @@ std::vector<SweptOperation> TextRows() {
         Swept("string case", Text, [](TQString& text) { TQString{text.ToUpper().ToLower()}; }),
         Swept("string no case", Text,
               [](TQString& text) {
-                  EXPECT_EQ(text.FindNoCase(Long), 0u);
-                  EXPECT_TRUE(text.CompareNoCase(Long) == 0 && text.StartsWithNoCase(Long) &&
-                              text.EndsWithNoCase(Long));
+                  EXPECT_EQ(text.FindNoCase(LongText), 0u);
+                  EXPECT_TRUE(text.CompareNoCase(LongText) == 0 && text.StartsWithNoCase(LongText) &&
+                              text.EndsWithNoCase(LongText));
               }),
         Swept(
-            "string format", Text, [](TQString& text) { text.AppendFormat(L"%s %80u", Long, 3u); },
+            "string format", Text, [](TQString& text) { text.AppendFormat(L"%s %80u", LongText, 3u); },
             Unchanged),
         Swept("string UTF-8", Text,
               [](TQString& text) { EXPECT_EQ(TQString::FromUtf8(text.ToUtf8()), text); }),
