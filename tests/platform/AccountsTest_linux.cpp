@@ -79,14 +79,14 @@ TEST(DirectoryAccounts, OfOneNameAreToldApartByTheirKind) {
     EXPECT_EQ(Account(L"group:dir.user"), NotMapped);
 }
 
-struct FreeNetBuffer {
+struct FreeGroupBuffer {
     void operator()(void* buffer) const { NetApiBufferFree(buffer); }
 };
 
 bool IsDisabled(const wchar_t* user) {
     BYTE* buffer = nullptr;
     EXPECT_EQ(NetUserGetInfo(nullptr, user, 20, &buffer), DWORD{NERR_Success});
-    const std::unique_ptr<void, FreeNetBuffer> owner(buffer);
+    const std::unique_ptr<void, FreeGroupBuffer> owner(buffer);
     return reinterpret_cast<USER_INFO_20*>(buffer)->usri20_flags & UF_ACCOUNTDISABLE;
 }
 
@@ -103,7 +103,7 @@ std::wstring Names(Call call, wchar_t* Entry::*name) {
     BYTE* buffer = nullptr;
     DWORD read = 0, total = 0;
     const DWORD code = call(&buffer, &read, &total);
-    const std::unique_ptr<void, FreeNetBuffer> owner(buffer);
+    const std::unique_ptr<void, FreeGroupBuffer> owner(buffer);
     if (code != NERR_Success) return L"error " + std::to_wstring(code);
     std::wstring names;
     for (DWORD i = 0; i < read; ++i)

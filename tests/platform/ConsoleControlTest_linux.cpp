@@ -2,7 +2,6 @@
 #include "platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Role.h"
-#include "support/Worker.h"
 
 #include <csignal>
 #include <sys/wait.h>
@@ -12,6 +11,7 @@ namespace Quellan::Corvel::Test {
 namespace {
 
 constexpr DWORD NoEvent = ~DWORD{0};
+constexpr DWORD QuietMs = 40;  // in which a signal that is not ignored would have ended the process
 std::atomic<DWORD> g_event{NoEvent};
 BOOL NoteEvent(DWORD event) {
     g_event = event;
@@ -50,7 +50,7 @@ const Role g_signalled("signalled", [](const RoleArguments& arguments) {
     if (arguments.back() == "event")
         g_event.wait(NoEvent);
     else
-        Sleep(arguments.back() == "nothing" ? NeverMs : INFINITE);
+        Sleep(arguments.back() == "nothing" ? QuietMs : INFINITE);
     return static_cast<int>(g_event.load() & 0x7F);
 });
 constexpr int ExitWithoutEvent = NoEvent & 0x7F;

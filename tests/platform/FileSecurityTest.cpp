@@ -6,7 +6,7 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
-class FileSecurity : public testing::Test {
+class SecurityOfFiles : public testing::Test {
   protected:
     static DWORD Read(const std::wstring& path, SECURITY_INFORMATION wanted, std::vector<BYTE>& descriptor) {
         DWORD needed = 0;
@@ -29,7 +29,7 @@ class FileSecurity : public testing::Test {
     const TemporaryFolder m_folder;
 };
 
-TEST_F(FileSecurity, TellsTheOwnerOfWhatOneMakes) {
+TEST_F(SecurityOfFiles, TellsTheOwnerOfWhatOneMakes) {
     std::vector<BYTE> descriptor;
     ASSERT_EQ(Read(m_folder.Path(), OWNER_SECURITY_INFORMATION, descriptor), 0u);
     PSID owner = nullptr;
@@ -43,7 +43,7 @@ TEST_F(FileSecurity, TellsTheOwnerOfWhatOneMakes) {
     EXPECT_EQ(group, nullptr) << "not asked for";
 }
 
-TEST_F(FileSecurity, SaysWhyItCannotTell) {
+TEST_F(SecurityOfFiles, SaysWhyItCannotTell) {
     std::vector<BYTE> descriptor;
     EXPECT_EQ(Read(m_folder / L"missing", OWNER_SECURITY_INFORMATION, descriptor),
               DWORD{ERROR_FILE_NOT_FOUND});

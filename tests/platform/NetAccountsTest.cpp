@@ -44,28 +44,28 @@ Reply<LOCALGROUP_USERS_INFO_0> LocalGroupsOf(const wchar_t* user, DWORD level = 
     });
 }
 
-std::wstring UserName() {
+std::wstring OwnName() {
     wchar_t name[300];
     DWORD size = 300;
     return GetUserNameW(name, &size) ? std::wstring(name) : std::wstring();
 }
 
 TEST(NetUsers, TellTheirNames) {
-    const auto names = UserInfo<USER_INFO_0>(UserName().c_str(), 0);
+    const auto names = UserInfo<USER_INFO_0>(OwnName().c_str(), 0);
     ASSERT_EQ(names.code, DWORD{NERR_Success});
-    EXPECT_EQ(std::wstring(names[0].usri0_name), UserName());
-    const auto texts = UserInfo<USER_INFO_10>(UserName().c_str(), 10);
+    EXPECT_EQ(std::wstring(names[0].usri0_name), OwnName());
+    const auto texts = UserInfo<USER_INFO_10>(OwnName().c_str(), 10);
     ASSERT_EQ(texts.code, DWORD{NERR_Success});
-    EXPECT_EQ(std::wstring(texts[0].usri10_name), UserName());
+    EXPECT_EQ(std::wstring(texts[0].usri10_name), OwnName());
 }
 
 TEST(NetUsers, AreRefusedWithTheCodesDocumented) {
     EXPECT_EQ(UserInfo<USER_INFO_0>(L"nobody-is-called-so", 0).code, DWORD{NERR_UserNotFound});
-    EXPECT_EQ(UserInfo<USER_INFO_0>(UserName().c_str(), 12345).code, DWORD{ERROR_INVALID_LEVEL});
+    EXPECT_EQ(UserInfo<USER_INFO_0>(OwnName().c_str(), 12345).code, DWORD{ERROR_INVALID_LEVEL});
     if (OnWine()) return;  // Wine gives everybody the same groups, from any server
     EXPECT_EQ(LocalGroupsOf(L"nobody-is-called-so").code, DWORD{NERR_UserNotFound});
-    EXPECT_EQ(LocalGroupsOf(UserName().c_str(), 7).code, DWORD{ERROR_INVALID_LEVEL});
-    EXPECT_EQ(UserInfo<USER_INFO_0>(UserName().c_str(), 0, L"no-such-machine").code,
+    EXPECT_EQ(LocalGroupsOf(OwnName().c_str(), 7).code, DWORD{ERROR_INVALID_LEVEL});
+    EXPECT_EQ(UserInfo<USER_INFO_0>(OwnName().c_str(), 0, L"no-such-machine").code,
               DWORD{ERROR_BAD_NETPATH});
 }
 

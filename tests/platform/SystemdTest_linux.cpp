@@ -126,7 +126,7 @@ TEST_F(Systemd, GivesTheTimeThatAServiceAsksFor) {
 }
 
 // One service hangs in its start, until its input ends; the other has much to say meanwhile.
-constexpr int ManyReports = 20;
+constexpr int SystemdReports = 20;
 void Hang(DWORD, wchar_t** arguments) {
     g_handle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
     Report(SERVICE_START_PENDING, 7000);
@@ -134,11 +134,11 @@ void Hang(DWORD, wchar_t** arguments) {
     getchar();  // until its input ends
     Report(SERVICE_STOPPED, 0);
 }
-void Chatter(DWORD, wchar_t** arguments) {
+void ReportOften(DWORD, wchar_t** arguments) {
     const SERVICE_STATUS_HANDLE handle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
     SERVICE_STATUS status{SERVICE_WIN32_SHARE_PROCESS, SERVICE_RUNNING, 0, 0, 0, 0, 0};
     WaitForSingleObject(g_stop, INFINITE);
-    for (int i = 0; i < ManyReports; ++i) {
+    for (int i = 0; i < SystemdReports; ++i) {
         Sleep(1);
         status.dwCurrentState = i % 2 ? SERVICE_RUNNING : SERVICE_PAUSED;
         SetServiceStatus(handle, &status);
@@ -149,7 +149,7 @@ void Chatter(DWORD, wchar_t** arguments) {
 int RunNeighbours(const RoleArguments&) {
     wchar_t hung[] = L"hung", chatty[] = L"chatty";
     g_stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const SERVICE_TABLE_ENTRYW table[] = {{hung, Hang}, {chatty, Chatter}, {nullptr, nullptr}};
+    const SERVICE_TABLE_ENTRYW table[] = {{hung, Hang}, {chatty, ReportOften}, {nullptr, nullptr}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
 }
 const Role g_neighbours("neighbours", RunNeighbours);

@@ -12,14 +12,14 @@ namespace {
 
 using Sarvek::SecIDArray;
 
-const wchar_t* const Administrators = L"S-1-5-32-544";
-const wchar_t* const Users = L"S-1-5-32-545";
+const wchar_t* const AdministratorsText = L"S-1-5-32-544";
+const wchar_t* const UsersText = L"S-1-5-32-545";
 
 TEST(LocalGroups, OfRootAreThoseOfTheMachine) {
     const SecID root(L"root");
     const SecIDArray groups = root.MemberOfList();
-    EXPECT_TRUE(groups.Contains(Id(Administrators)));
-    EXPECT_TRUE(groups.Contains(Id(Users)));
+    EXPECT_TRUE(groups.Contains(Id(AdministratorsText)));
+    EXPECT_TRUE(groups.Contains(Id(UsersText)));
     EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001))) << "the group of that name";
     EXPECT_FALSE(groups.Contains(root));
 }
@@ -28,7 +28,7 @@ TEST(LocalGroups, AreWalkedWhereTheUserIsNotFoundByName) {
     const SecID root(L"root");
     const FailCall fail("NetUserGetLocalGroups", NERR_UserNotFound);
     const SecIDArray groups = root.MemberOfList(true, false);
-    EXPECT_TRUE(groups.Contains(Id(Administrators)));
+    EXPECT_TRUE(groups.Contains(Id(AdministratorsText)));
     EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001)));
     const FailCall noMembers("NetLocalGroupGetMembers", ERROR_ACCESS_DENIED);
     const FailCall again("NetUserGetLocalGroups", NERR_UserNotFound);
@@ -66,7 +66,7 @@ class GivenRights : public testing::Test {
 TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
     const SecID user(DirectoryUsers[0]);
     Give(user, L"SeServiceLogonRight");
-    Give(Id(Users), L"SeBackupPrivilege");
+    Give(Id(UsersText), L"SeBackupPrivilege");
     const auto own = user.PrivilegesHeld();
     EXPECT_EQ(own.Count(), 1u);
     EXPECT_TRUE(own.Contains(L"SeServiceLogonRight"));
@@ -74,7 +74,7 @@ TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
     EXPECT_TRUE(all.Contains(L"SeServiceLogonRight"));
     EXPECT_TRUE(all.Contains(L"SeBackupPrivilege"));
     EXPECT_TRUE(SecID(L"root").PrivilegesHeld(true).Contains(L"SeDebugPrivilege"))
-        << "by default, by Administrators";
+        << "by default, by AdministratorsText";
 }
 
 TEST(DisabledUsers, AreThoseWithALockedPassword) {

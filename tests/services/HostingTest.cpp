@@ -15,7 +15,6 @@ using C = TQSvcControl;
 
 namespace {
 
-constexpr const wchar_t* Name = L"TestService";
 constexpr DWORD OwnCode = 0xE0000001;
 constexpr LONG Failed = static_cast<LONG>(0x8000FFFF);
 

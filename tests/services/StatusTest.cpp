@@ -13,7 +13,6 @@ using S = TQSvcState;
 
 namespace {
 
-constexpr const wchar_t* Name = L"TestService";
 constexpr DWORD Accepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE | SERVICE_ACCEPT_SHUTDOWN;
 
 // A registered service in a state.

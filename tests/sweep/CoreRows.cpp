@@ -43,8 +43,6 @@ int Nothing() {
 void Handler(void*) {}
 void LowMemoryHandler(void*) noexcept {}
 
-constexpr Promise Unchanged = Promise::Unchanged;
-
 // The text of a code is left out of a message, and a language passed over, where it can't be had.
 constexpr std::string_view Message = "new FormatMessageW GetLocaleInfoW LocalAlloc";
 constexpr std::string_view Event =

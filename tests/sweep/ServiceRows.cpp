@@ -8,7 +8,7 @@ namespace Quellan::Corvel::Test {
 
 namespace {
 
-const wchar_t Name[] = L"TQLibSweep", OtherName[] = L"TQLibSweepOther";
+const wchar_t ServiceName[] = L"TQLibSweep", OtherServiceName[] = L"TQLibSweepOther";
 
 void Install(const wchar_t* name) {
     TQSvcHandle service;
@@ -27,25 +27,26 @@ void Remove(const wchar_t* name) {
 struct OtherService {
     ~OtherService() {
         TQSvcHandle service;
-        if (TQServiceMgr::ServiceInstalled(OtherName, service, SERVICE_QUERY_STATUS)) Remove(OtherName);
+        if (TQServiceMgr::ServiceInstalled(OtherServiceName, service, SERVICE_QUERY_STATUS))
+            Remove(OtherServiceName);
     }
 };
 
 struct OtherInstalled : OtherService {
-    OtherInstalled() { Install(OtherName); }
+    OtherInstalled() { Install(OtherServiceName); }
 };
 
 // The manager of all rows, and a service that has never run.
 struct InstalledService {
     ServiceManager manager;
 
-    InstalledService() { Install(Name); }
-    ~InstalledService() { Remove(Name); }
+    InstalledService() { Install(ServiceName); }
+    ~InstalledService() { Remove(ServiceName); }
 };
 
 TQServiceCtrl Service() {
     static const InstalledService installed;
-    return TQServiceCtrl(Name);
+    return TQServiceCtrl(ServiceName);
 }
 
 }  // namespace
@@ -56,7 +57,7 @@ std::vector<SweptOperation> ServiceRows() {
               [](TQServiceCtrl&) {
                   const auto all =
                       ServiceListType::Services | ServiceListType::Active | ServiceListType::Inactive;
-                  EXPECT_NE(TQServiceCtrl::ServiceList(all).Find(Name), nullptr);
+                  EXPECT_NE(TQServiceCtrl::ServiceList(all).Find(ServiceName), nullptr);
               }),
         Swept("service copy", Service, [](TQServiceCtrl& service) { TQServiceCtrl{service}; }),
         Swept("service state", Service,
@@ -66,7 +67,7 @@ std::vector<SweptOperation> ServiceRows() {
                   EXPECT_TRUE(service.WaitForState(TQSvcState::Stopped, 0));
               }),
         Swept("service configuration", Service,
-              [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, Name); }),
+              [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, ServiceName); }),
         Swept("service kill", Service, ForThrowing,
               [](TQServiceCtrl& service) { PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Kill(); }); }),
         Swept("service control", Service, ForThrowing,
@@ -77,10 +78,10 @@ std::vector<SweptOperation> ServiceRows() {
               [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); }),
         Swept(
             "service install", [] { return Service(), OtherService(); }, Promise::Ended,
-            [](OtherService&) { Install(OtherName); }),
+            [](OtherService&) { Install(OtherServiceName); }),
         Swept(
             "service remove", [] { return Service(), OtherInstalled(); }, Promise::Ended,
-            [](OtherService&) { Remove(OtherName); }),
+            [](OtherService&) { Remove(OtherServiceName); }),
     };
 }
 

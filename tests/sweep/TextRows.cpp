@@ -8,10 +8,10 @@ namespace Quellan::Corvel::Test {
 
 namespace {
 
-const wchar_t Long[] = L"a text that no string keeps within itself, whatever its class";
+const wchar_t LongText[] = L"a text that no string keeps within itself, whatever its class";
 
 TQString Text() {
-    return TQString(Long);
+    return TQString(LongText);
 }
 
 TQStringArray Texts() {
@@ -26,29 +26,27 @@ BYTEBuf Secret() {
     return BYTEBuf(8, BYTEBuf::_SecureLevel::WipeAndLock);
 }
 
-constexpr Promise Unchanged = Promise::Unchanged;
-
 }  // namespace
 
 std::vector<SweptOperation> TextRows() {
     return {
         Swept("string copy", Text, [](TQString& text) { TQString{text}; }),
-        Swept("string assign", Text, Unchanged, [](TQString& text) { text = TQString(Long) + Long; }),
-        Swept("string append", Text, Unchanged, [](TQString& text) { text += Long; }),
-        Swept("string insert", Text, Unchanged, [](TQString& text) { text.Insert(3, Long); }),
-        Swept("string replace", Text, Unchanged, [](TQString& text) { text.Replace(L"a", Long); }),
+        Swept("string assign", Text, Unchanged, [](TQString& text) { text = TQString(LongText) + LongText; }),
+        Swept("string append", Text, Unchanged, [](TQString& text) { text += LongText; }),
+        Swept("string insert", Text, Unchanged, [](TQString& text) { text.Insert(3, LongText); }),
+        Swept("string replace", Text, Unchanged, [](TQString& text) { text.Replace(L"a", LongText); }),
         Swept("string reserve", Text, Unchanged, [](TQString& text) { text.Reserve(4 * text.Length()); }),
         Swept("string trim", Text, Unchanged, [](TQString& text) { text.Trim(L"aw "); }),
         Swept("string parts", Text, [](TQString& text) { text.Left(40) + text.Mid(9) + text.Right(40); }),
         Swept("string case", Text, [](TQString& text) { TQString{text.ToUpper().ToLower()}; }),
         Swept("string no case", Text,
               [](TQString& text) {
-                  EXPECT_EQ(text.FindNoCase(Long), 0u);
-                  EXPECT_TRUE(text.CompareNoCase(Long) == 0 && text.StartsWithNoCase(Long) &&
-                              text.EndsWithNoCase(Long));
+                  EXPECT_EQ(text.FindNoCase(LongText), 0u);
+                  EXPECT_TRUE(text.CompareNoCase(LongText) == 0 && text.StartsWithNoCase(LongText) &&
+                              text.EndsWithNoCase(LongText));
               }),
         Swept("string format", Text, Unchanged,
-              [](TQString& text) { text.AppendFormat(L"%s %80u", Long, 3u); }),
+              [](TQString& text) { text.AppendFormat(L"%s %80u", LongText, 3u); }),
         Swept("string UTF-8", Text,
               [](TQString& text) { EXPECT_EQ(TQString::FromUtf8(text.ToUtf8()), text); }),
         Swept("string ANSI", Text,

@@ -6,7 +6,7 @@ output=$1
 shift
 layer=() users=()
 for object in "$@"; do
-    case $object in */platform/*) layer+=("$object") ;; *) users+=("$object") ;; esac
+    case $object in */platform/* | */unity_platform_*) layer+=("$object") ;; *) users+=("$object") ;; esac
 done
 names() { nm -C "$@" | sed -nE 's/^[0-9a-f ]* [TWU] ([A-Za-z0-9_]+)\(.*/\1/p' | sort -u; }
 comm -12 <(names --defined-only "${layer[@]}") <(names --undefined-only "${users[@]}") | sed 's/.*/"&",/' >"$output"

@@ -20,7 +20,7 @@ namespace Quellan::Corvel::Platform {
 namespace {
 
 constinit std::mutex g_environmentLock;
-const ForkLock<g_environmentLock> g_forkLock(ForkOrder::Environment);
+const ForkLock<g_environmentLock> g_environmentForkLock(ForkOrder::Environment);
 
 std::string_view NameOf(std::string_view entry) {
     return entry.substr(0, entry.find('='));

@@ -24,7 +24,7 @@ namespace {
 constexpr char RegistryFolder[] = "registry";
 // In a hive's folder.
 constexpr char RootName[] = "root";
-constexpr char LockName[] = "lock";
+constexpr char HiveLockName[] = "lock";
 constexpr char StagedFile[] = "new";
 constexpr char StagedKey[] = "newkey";
 constexpr char DeletedName[] = "deleted";
@@ -257,7 +257,7 @@ DWORD MakeSubfolder(const Hive& hive, const Descriptor& folder, std::wstring_vie
 template <class Change>
 DWORD ChangeKey(const RegistryKey& key, Change change) {
     StateLock lock;
-    DWORD code = lock.Take(key.hive->folder, LockName);
+    DWORD code = lock.Take(key.hive->folder, HiveLockName);
     if (!code) code = RemoveLeftovers(*key.hive);
     if (!code) code = CheckRegistryKey(key);
     return code ? code : change();
