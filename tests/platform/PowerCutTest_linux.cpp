@@ -5,6 +5,7 @@
 #include "files/TQTextFile.h"
 #include "log/TQLog.h"
 #include "platform/SidTexts.h"
+#include "platform/linux/internal/RegistryRecord.h"
 #include "support/FailCall.h"
 #include "support/PowerCut_linux.h"
 
@@ -123,9 +124,29 @@ void ChangeRegistry(const Path& folder, int number) {
             Durable::MakeFolder(AT_FDCWD, (hive / "deleted").c_str(), 0700);
             Durable::Rename(AT_FDCWD, (hive / "root/k.A/k.K").c_str(), AT_FDCWD,
                             (hive / "deleted/killed").c_str());
-            [[fallthrough]];
-        default:
             set(L"A", L"v", 10, '5');
+            break;
+        case 16:
+            EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, L"A\\m",
+                                               {{L"p", REG_BINARY, std::string(700, '6')},
+                                                {L"q", REG_BINARY, "7"},
+                                                {L"r", REG_BINARY, "8"}}),
+                      0u);
+            break;
+        case 17:
+            set(L"A\\m", L"P", 10, '9');
+            break;
+        case 18:
+            EXPECT_EQ(Status(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A\\m"), L"p")), 0u);
+            break;
+        case 19:
+            EXPECT_EQ(Status(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A\\m"), L"Q")), 0u);
+            break;
+        case 20:
+            set(L"A\\m", L"r", 10, '0');
+            break;
+        default:
+            EXPECT_EQ(Status(RegDeleteTreeW(Open(HKEY_CURRENT_USER, L"A\\m"), nullptr)), 0u);
             break;
     }
 }
@@ -345,7 +366,7 @@ void ChangeJournal(const Path& folder, int number) {
 }
 
 constexpr Subject Subjects[] = {
-    {"Registry", 15, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
+    {"Registry", 21, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
     {"Rights", 4, ChangeRights, ReadRights},
     {"EventLog", 4, ChangeEvents, ReadEvents, OnlyBackedUp},
     {"FullEventLog", 7, ChangeFullLog, ReadEvents, OnlyWithRoom, true},
