@@ -1,6 +1,7 @@
 #include "platform/Win32.h"
 #include "services/TQServiceCtrl.h"
 #include "services/TQServiceMgr.h"
+#include "services/TQSvcProcessor.h"
 #include "support/ServiceManager.h"
 #include "sweep/Rows.h"
 
@@ -48,6 +49,19 @@ TQServiceCtrl Service() {
     return TQServiceCtrl(Name);
 }
 
+// Runs, and does nothing that it is asked for but to stop.
+struct Unending : TQSvcProcessor {
+    const TQEvent changed{false};
+
+    Unending() {
+        StartProcessor();
+        WaitForState(ProcState::Run, INFINITE);
+        AddChangedEvent(changed.Handle());
+    }
+    ~Unending() override { EndThread(); }
+    unsigned int Process(BYTEBuf&) override { return StopEvent().Wait(INFINITE) ? 0u : 1u; }
+};
+
 }  // namespace
 
 std::vector<SweptOperation> ServiceRows() {
@@ -83,6 +97,14 @@ std::vector<SweptOperation> ServiceRows() {
             "service start", Service,
             [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); },
             Promise::Works, ForThrowing),
+        Swept(
+            "service work", [] { return Unending(); },
+            [](Unending& work) {
+                EXPECT_TRUE(work.Pause());
+                EXPECT_TRUE(work.WaitForState(ProcState::Pausing, 0));
+                EXPECT_TRUE(work.changed.Wait(0));
+            },
+            Promise::Ended, "SetEvent"),
         Swept(
             "service install", [] { return Service(), OtherService(); },
             [](OtherService&) { Install(OtherName); }, Promise::Ended),
