@@ -152,15 +152,16 @@ TEST_F(UnderSystemd, SleepsWhileItHasNothingToDo) {
 class Unit : public testing::Test {
   protected:
     std::string Write(const TQStringArray& arguments = {}) {
-        WriteSystemdUnit(service, arguments, TQString(m_file.wstring().c_str()));
+        WriteSystemdUnit({&service, &second}, arguments, TQString(m_file.wstring().c_str()));
         EXPECT_FALSE(std::filesystem::exists(m_file.string() + ".new"));
         return TextOf(m_file);
     }
 
     struct Described : TestService {
         TQServiceOptions options;
+        using TestService::TestService;
         TQServiceOptions Options() const override { return options; }
-    } service;
+    } service, second{L"Second"};
     const TemporaryFolder m_folder;
     const std::filesystem::path m_file = std::filesystem::path(m_folder.Path()) / "test.service";
 };
@@ -183,7 +184,10 @@ TEST_F(Unit, NamesOthersAsSystemdDoes) {
         service.options.dependencies.Add(name.service);
         expected += std::string("Requires=") + name.unit + "\nAfter=" + name.unit + '\n';
     }
-    EXPECT_THAT(Write(), HasSubstr(expected));
+    service.options.dependencies.Add(L"second");
+    second.options.dependencies.Add(L"a-b");
+    second.options.dependencies.Add(L"Last");
+    EXPECT_THAT(Write(), HasSubstr(expected + "Requires=Last.service\nAfter=Last.service\n\n[Service]"));
     if (!IsThere("systemd-escape")) GTEST_SKIP() << "systemd-escape is not installed: not compared with it";
     for (const Name& name : Names) {
         const bool hasHyphen = std::wstring_view(name.service).find(L'-') != std::wstring_view::npos;
@@ -211,7 +215,7 @@ TEST_F(Unit, HandsTheProgramItsArgumentsAsTheyAre) {
 TEST_F(Unit, StaysAsItIsWhereTheNewOneCannotBeWritten) {
     const std::string before = Write();
     const std::filesystem::path missing = std::filesystem::path(m_folder.Path()) / "no" / "folder";
-    EXPECT_THROW(WriteSystemdUnit(service, {}, TQString(missing.wstring().c_str())), TQSysException);
+    EXPECT_THROW(WriteSystemdUnit({&service}, {}, TQString(missing.wstring().c_str())), TQSysException);
     const FailCall fail("WriteFile", ERROR_DISK_FULL);
     EXPECT_THROW(Write({L"other"}), TQSysException);
     EXPECT_EQ(TextOf(m_file), before);
