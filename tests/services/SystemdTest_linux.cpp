@@ -14,6 +14,7 @@
 #include <gmock/gmock.h>
 #include <iterator>
 #include <optional>
+#include <unistd.h>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -105,6 +106,28 @@ TEST_F(UnderSystemd, EndsAsFailedWhereOneOfItsServicesFails) {
     ReadTo("unit: running");
     Tell("stop");
     EXPECT_THAT(End(0), HasSubstr("process: ended with status 0\nunit: dead\n"));
+}
+
+// The stand-in understands the words as they are said there.
+TEST_F(UnderSystemd, UnderstandsSystemdNotify) {
+    if (!IsThere("systemd-notify")) GTEST_SKIP() << "systemd-notify is not installed: not compared with it";
+    if (geteuid() != 0) GTEST_SKIP() << "only root may speak for another process";
+    const std::filesystem::path folder(m_folder.Path()), script = folder / "script", file = folder / "test.service";
+    std::ofstream(script) << "trap 'systemd-notify STOPPING=1 ERRNO=5; exit 0' TERM\n"
+                             "systemd-notify --ready --pid=$$ --status='works, as it says' WATCHDOG=1\n"
+                             "sleep 1000 & wait\n";
+    std::ofstream(file) << "[Service]\nType=notify\nNotifyAccess=main\nKillMode=mixed\nExecStart=/bin/sh "
+                        << script.string() << '\n'
+                        << Generous;
+    m_systemd.emplace("systemd_standin", std::vector<std::string>{file.string(), "20"},
+                      ChildProcess::Files::Piped);
+    std::string all = ReadTo("status: works, as it says");
+    EXPECT_THAT(all, HasSubstr("unit: running\n"));
+    Tell("stop");
+    all += End(0);
+    EXPECT_THAT(all, HasSubstr("errno: 5\nprocess: ended with status 0\nunit: dead\n"));
+    for (const char* complaint : {"wrong:", "unknown:", "ignored:"})
+        EXPECT_THAT(all, Not(HasSubstr(complaint)));
 }
 
 // It would run into the time-out again and again.
