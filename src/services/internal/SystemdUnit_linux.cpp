@@ -130,7 +130,7 @@ void WriteLasting(const TQString& path, const TQString& text) {
 }  // namespace
 
 TQString WriteSystemdUnit(const std::vector<_TQService*>& services, const TQStringArray& arguments,
-                         const TQString& file) {
+                          const TQString& file) {
     const TQString path =
         file.IsEmpty() ? TQString(L"/etc/systemd/system/" + UnitName(services.front()->ServiceName())) : file;
     const TQString text = UnitText(services, arguments);

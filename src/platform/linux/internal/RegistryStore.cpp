@@ -345,8 +345,7 @@ DWORD ReadSpelling(const Descriptor& folder, std::wstring& name) {
     text.resize(std::min(text.find('\0'), text.size()));
     const std::wstring spelling = ToWide(text);
     const bool isName = IsValidText(std::string_view(text)) && !spelling.empty() &&
-                        spelling.size() <= MostKeyNameCharacters &&
-                        spelling.find(Separator) == spelling.npos;
+                        spelling.size() <= MostKeyNameCharacters && spelling.find(Separator) == spelling.npos;
     if (!isName) return ERROR_REGISTRY_CORRUPT;
     name = spelling;
     return ERROR_SUCCESS;
