@@ -113,6 +113,20 @@ TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
     EXPECT_EQ(Get(m_key, L"better").code, DWORD{ERROR_REGISTRY_CORRUPT});
 }
 
+TEST_F(RegistryFiles, LetGoOfTheValuesThatAKeyWasMadeWith) {
+    EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, Wide(Path()) + L"\\made",
+                                       {{L"a", REG_BINARY, "1"}, {L"b", REG_BINARY, "2"}}),
+              0u);
+    const OwnedKey made = Open(m_key, L"made");
+    EXPECT_EQ(Set(made, L"A", {REG_BINARY, "3"}), 0u);
+    EXPECT_EQ(Status(RegDeleteValueW(made, L"a")), 0u);
+    EXPECT_EQ(Get(made, L"a").code, DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(Status(RegDeleteValueW(made, L"a")), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(Get(made, L"b").data, "2");
+    EXPECT_EQ(Status(RegDeleteTreeW(made, nullptr)), 0u);
+    EXPECT_EQ(Get(made, L"b").code, DWORD{ERROR_FILE_NOT_FOUND});
+}
+
 // As it is left where a folder cannot be moved and the deletion ended in the middle.
 TEST_F(RegistryFiles, WithoutANameAreNoKey) {
     const OwnedKey key = Make(m_key, L"key");
