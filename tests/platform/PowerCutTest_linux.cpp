@@ -5,6 +5,7 @@
 #include "RegistryTest.h"
 #include "files/TQTextFile.h"
 #include "log/TQLog.h"
+#include "platform/linux/internal/RegistryRecord.h"
 #include "support/FailCall.h"
 #include "support/PowerCut_linux.h"
 #include "support/ReadBytes.h"
@@ -95,7 +96,18 @@ constexpr void (*RegistryChanges[])(const Path& hive) = {
                         (hive / "deleted/killed").c_str());
         SetValue(L"A", L"v", 10, '5');
     },
-    [](const Path&) { SetValue(L"A", L"v", 10, '5'); }};
+    [](const Path&) {
+        EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, L"A\\m",
+                                           {{L"p", REG_BINARY, std::string(700, '6')},
+                                            {L"q", REG_BINARY, "7"},
+                                            {L"r", REG_BINARY, "8"}}),
+                  0u);
+    },
+    [](const Path&) { SetValue(L"A\\m", L"P", 10, '9'); },
+    [](const Path&) { EXPECT_EQ(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A\\m"), L"p"), 0); },
+    [](const Path&) { EXPECT_EQ(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A\\m"), L"Q"), 0); },
+    [](const Path&) { SetValue(L"A\\m", L"r", 10, '0'); },
+    [](const Path&) { EXPECT_EQ(RegDeleteTreeW(Open(HKEY_CURRENT_USER, L"A\\m"), nullptr), 0); }};
 
 void ChangeRegistry(const Path& folder, int number) {
     const int last = static_cast<int>(std::size(RegistryChanges));
@@ -298,7 +310,7 @@ void ChangeJournal(const Path& folder, int number) {
 }
 
 constexpr Subject Subjects[] = {
-    {"Registry", 15, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
+    {"Registry", 21, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
     {"Rights", 4, ChangeRights, ReadRights},
     {"EventLog", 4, ChangeEvents, ReadEvents, OnlyBackedUp},
     {"FullEventLog", 7, ChangeFullLog, ReadEvents, OnlyWithRoom, true},

@@ -144,6 +144,19 @@ TEST_F(ScriptedManager, IsToldAllStatesWhenItComesBack) {
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_CONTINUE), 0u);
 }
 
+TEST_F(ScriptedManager, IsAskedEverLaterByAProcessThatItRefuses) {
+    constexpr int Refusals = 8, LongerThanFromADeadOneMs = 1500;
+    StartAndAccept();
+    EXPECT_EQ(Run("one"), 0u);
+    Die();
+    for (int i = 0; i < Refusals; ++i)
+        Accept(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    pollfd waiting{.fd = m_listener.Get(), .events = POLLIN, .revents = 0};
+    EXPECT_EQ(poll(&waiting, 1, LongerThanFromADeadOneMs), 0);
+    Die();
+    EXPECT_EQ(Accept().services.at(0).name, "one");
+}
+
 TEST_F(ScriptedManager, HearsOfAnEndThatCameWithoutIt) {
     StartOne();
     EXPECT_EQ(Tell("one", StopSoonControl), 0u);

@@ -3,13 +3,16 @@
 #include "ServicesTestProgram.h"
 #include "support/PrivateManager_linux.h"
 
+#include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <iterator>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace Quellan::Corvel::Test {
@@ -45,6 +48,8 @@ class ServiceManagement : public testing::Test {
         return service;
     }
     static DWORD ProcessOf(const OwnedService& service) { return StatusOf(service).dwProcessId; }
+    // Which whoever changes the records holds.
+    std::string HiveLock() const { return m_manager.Folder() + "root/state/registry/machine/lock"; }
 
     static bool SetActions(const OwnedService& service, std::vector<SC_ACTION> actions,
                            std::wstring command = {}, DWORD resetPeriod = INFINITE) {
@@ -457,6 +462,47 @@ TEST_F(ServiceManagement, GoesOnWithADeletionThatAnEarlierManagerBegan) {
     EXPECT_EQ(StopAndWait(running), 0u);
     running.reset();
     EXPECT_EQ(CodeOf(OpenNamed(L"A").get()), ERROR_SERVICE_DOES_NOT_EXIST);
+}
+
+// Nobody changes a hive whose lock others could have made.
+TEST_F(ServiceManagement, TriesAgainWhatItCouldNotDelete) {
+    OwnedService service = Add(L"A");
+    EXPECT_TRUE(DeleteService(service.get()));
+    std::filesystem::permissions(HiveLock(), std::filesystem::perms::others_write,
+                                 std::filesystem::perm_options::add);
+    service.reset();
+    m_manager.ReadTo("A cannot be deleted yet: error 5");
+    EXPECT_FALSE(Create({.name = L"A"}));
+    EXPECT_EQ(GetLastError(), ERROR_SERVICE_MARKED_FOR_DELETE);
+    std::filesystem::permissions(HiveLock(), std::filesystem::perms::others_write,
+                                 std::filesystem::perm_options::remove);
+    EXPECT_TRUE(Eventually([&] { return service || (service = Create({.name = L"A"})); }));
+}
+
+TEST_F(ServiceManagement, AnswersOthersWhileItWaitsForTheRegistry) {
+    const OwnedService service = Add(L"A");
+    EXPECT_EQ(StartAndWait(service), 0u);
+    Descriptor held(open(HiveLock().c_str(), O_RDWR | O_CLOEXEC));
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    ASSERT_EQ(fcntl(held.Get(), F_OFD_SETLKW, &whole), 0);
+    std::atomic<bool> isMade = false;
+    std::jthread other([&] { isMade = Create({.name = L"B"}) != nullptr; });
+    // Somebody stands in the lock's line.
+    struct stat info {};
+    fstat(held.Get(), &info);
+    const std::string waits = ':' + std::to_string(info.st_ino) + ' ';
+    EXPECT_TRUE(Eventually([&] {
+        std::ifstream locks("/proc/locks");
+        for (std::string line; std::getline(locks, line);)
+            if (line.find("->") != line.npos && line.find(waits) != line.npos) return true;
+        return false;
+    }));
+    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
+    EXPECT_FALSE(isMade);
+    held = Descriptor();
+    other.join();
+    EXPECT_TRUE(isMade);
 }
 
 TEST_F(ServiceManagement, RestartsWhatAnEarlierManagerWasToRestart) {

@@ -155,9 +155,11 @@ TEST_F(Hosted, NeitherWorksNorFinishesWhereItCannotPrepare) {
 }
 
 TEST_F(Hosted, AdvancesTheCheckPointOfALongStart) {
+    service.budget = 10'000;
     service.processor.Hold(ProcState::Starting);
     Worker dispatcher([] { TQServiceMgr::RunServices(); });
     manager.AwaitReport(Name, [](const auto& last) { return last.dwCheckPoint >= 2; });
+    EXPECT_LE(manager.Reports(Name).back().dwWaitHint, service.budget);
     EXPECT_EQ(manager.States(Name), (States{S::StartPending}));
     service.processor.Release();
     manager.Await(Name, S::Running);

@@ -1,6 +1,7 @@
 #include "platform/Win32.h"
 #include "services/TQServiceCtrl.h"
 #include "services/TQServiceMgr.h"
+#include "services/TQSvcProcessor.h"
 #include "support/ServiceManager.h"
 #include "sweep/Rows.h"
 
@@ -49,6 +50,19 @@ TQServiceCtrl Service() {
     return TQServiceCtrl(ServiceName);
 }
 
+// Runs, and does nothing that it is asked for but to stop.
+struct Unending : TQSvcProcessor {
+    const TQEvent changed{false};
+
+    Unending() {
+        StartProcessor();
+        WaitForState(ProcState::Run, INFINITE);
+        AddChangedEvent(changed.Handle());
+    }
+    ~Unending() override { EndThread(); }
+    unsigned int Process(BYTEBuf&) override { return StopEvent().Wait(INFINITE) ? 0u : 1u; }
+};
+
 }  // namespace
 
 std::vector<SweptOperation> ServiceRows() {
@@ -76,6 +90,12 @@ std::vector<SweptOperation> ServiceRows() {
               }),
         Swept("service start", Service, ForThrowing,
               [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); }),
+        Swept("service work", [] { return Unending(); }, {Promise::Ended, "SetEvent"},
+              [](Unending& work) {
+                  EXPECT_TRUE(work.Pause());
+                  EXPECT_TRUE(work.WaitForState(ProcState::Pausing, 0));
+                  EXPECT_TRUE(work.changed.Wait(0));
+              }),
         Swept(
             "service install", [] { return Service(), OtherService(); }, Promise::Ended,
             [](OtherService&) { Install(OtherServiceName); }),

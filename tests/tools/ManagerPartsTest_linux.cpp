@@ -172,6 +172,18 @@ TEST_F(TqscmJournal, IsMissedUnlessTheManagerEndedInOrder) {
 }
 
 #ifdef TQ_KERNEL_FAULTS
+TEST_F(TqscmJournal, IsMissedAlsoWhereThereWasNeverRoomForIt) {
+    const std::string lock = path + ".lock";
+    const Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    {
+        const FailKernelCall full("pwrite", ENOSPC, FailKernelCall::EveryCall);
+        Journal journal(path, file.Get());
+        journal.Put("A", Running(1));
+        EXPECT_TRUE(journal.IsBehind());
+    }
+    EXPECT_TRUE(Journal(path, file.Get()).WasDamaged());
+}
+
 TEST_F(TqscmJournal, SurvivesEachCallThatFails) {
     for (const int error : {ENOSPC, EMFILE, EIO}) {
         std::optional<Journal> journal;

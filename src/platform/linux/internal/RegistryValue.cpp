@@ -85,21 +85,29 @@ std::string FormatRegistryValue(const RegistryValue& value) {
     return file.append(name).append(data);
 }
 
-DWORD ParseRegistryValue(std::string_view file, RegistryValue& value) {
-    const std::span<const std::byte> bytes = std::as_bytes(std::span(file));
-    if (file.size() < HeaderSize || !file.starts_with(ValueMagic) ||
+DWORD TakeRegistryValue(std::string_view& rest, RegistryValue& value) {
+    const std::span<const std::byte> bytes = std::as_bytes(std::span(rest));
+    if (rest.size() < HeaderSize || !rest.starts_with(ValueMagic) ||
         ReadNumber<std::uint32_t>(bytes, VersionAt) != Version)
         return ERROR_REGISTRY_CORRUPT;
     const std::uint32_t form = *ReadNumber<std::uint32_t>(bytes, FormAt);
     const std::uint64_t nameSize = *ReadNumber<std::uint32_t>(bytes, NameSizeAt);
     const std::uint64_t dataSize = *ReadNumber<std::uint32_t>(bytes, DataSizeAt);
-    if (form > static_cast<std::uint32_t>(Form::Text) || HeaderSize + nameSize + dataSize != file.size())
+    if (form > static_cast<std::uint32_t>(Form::Text) || HeaderSize + nameSize + dataSize > rest.size())
         return ERROR_REGISTRY_CORRUPT;
     RegistryValue parsed;
     parsed.type = *ReadNumber<DWORD>(bytes, TypeAt);
     const auto name = AsText(*Part(bytes, HeaderSize, nameSize));
     const auto data = AsText(*Part(bytes, HeaderSize + nameSize, dataSize));
     if (!ParseParts(name, static_cast<Form>(form), data, parsed)) return ERROR_REGISTRY_CORRUPT;
+    value = std::move(parsed);
+    rest.remove_prefix(static_cast<std::size_t>(HeaderSize + nameSize + dataSize));
+    return ERROR_SUCCESS;
+}
+
+DWORD ParseRegistryValue(std::string_view file, RegistryValue& value) {
+    RegistryValue parsed;
+    if (TakeRegistryValue(file, parsed) || !file.empty()) return ERROR_REGISTRY_CORRUPT;
     value = std::move(parsed);
     return ERROR_SUCCESS;
 }
