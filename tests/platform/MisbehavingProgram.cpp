@@ -74,9 +74,9 @@ void MisbehavingMain(DWORD, wchar_t** arguments) {
 
 int RunMisbehaving(const RoleArguments& arguments) {
     g_behaviour = arguments.at(0);
-    if (arguments.size() == 1) return ServeAll({"any"}, Main) ? 0 : 1;
+    if (arguments.size() == 1) return ServeAll({"any"}, MisbehavingMain) ? 0 : 1;
     g_file = arguments.back();
-    return ServeAll({arguments.begin() + 1, arguments.end()}, Main) ? 0 : 1;
+    return ServeAll({arguments.begin() + 1, arguments.end()}, MisbehavingMain) ? 0 : 1;
 }
 
 const Role g_misbehaving("misbehaving", RunMisbehaving);

@@ -90,7 +90,7 @@ TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
                                        {{L"a", REG_BINARY, "1"}, {L"b", REG_BINARY, "2"}}),
               0u);
     const OwnedKey made = Open(m_key, L"made");
-    const std::string content = Read(Folder() / "k.MADE/name");
+    const std::string content = ReadBytes(Folder() / "k.MADE/name");
     Write(Folder() / "k.MADE/name", content.substr(0, content.size() - 1));
     EXPECT_EQ(Get(made, L"a").data, "1");
     EXPECT_EQ(Get(made, L"b").code, DWORD{ERROR_REGISTRY_CORRUPT});
