@@ -6,6 +6,10 @@ target_compile_options(tq_compile INTERFACE
     $<$<CXX_COMPILER_ID:GNU>:-Wduplicated-cond -Wlogical-op>
     $<$<CXX_COMPILER_ID:Clang>:-Wthread-safety>
     $<$<BOOL:${TQ_WERROR}>:-Werror>)
+# Where sources are compiled together each looks like a header, in which a class should have no parts without linkage.
+if(CMAKE_UNITY_BUILD AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(tq_compile INTERFACE -Wno-subobject-linkage)
+endif()
 
 # Destructors between a translated structured exception and its catch run only in code compiled so; users of the
 # library get the same two options through TQLib::TQLib.

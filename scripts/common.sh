@@ -38,9 +38,12 @@ step() {
     printf '%-28s ok, %d s\n' "$name" $((SECONDS - start))
 }
 
-# build PRESET: configures and builds.
+# The compiler's cache lies in the home folder, or where that cannot be written, in the build folder.
+[ -w "${HOME:-/nowhere}" ] || export CCACHE_DIR="${CCACHE_DIR:-$PWD/build/ccache}"
+
+# build PRESET: configures and builds, and gives way to what runs beside it.
 export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
 build() {
     step "configure-$1" cmake --preset "$1"
-    step "build-$1" cmake --build --preset "$1"
+    step "build-$1" nice cmake --build --preset "$1"
 }

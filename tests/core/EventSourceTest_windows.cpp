@@ -11,7 +11,7 @@ using namespace Quellan::Corvel::Test;
 
 namespace {
 
-constexpr const wchar_t* Source = L"TQTestSource";
+constexpr const wchar_t* SourceName = L"TQTestSource";
 constexpr const wchar_t* Key = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\TQTestSource";
 
 // A text value of the source's key, as the event log service reads it.
@@ -25,7 +25,7 @@ std::wstring Value(const wchar_t* name) {
 
 TEST(EventSource, OnceInstalledFindsItsTextsInItsMessageFile) {
     const TQString file = TQSysProc::ModuleFileName(TQSysProc::LoadModule(L"TQRes_en.dll").Get());
-    TQEventLog::InstallSource(Source, file.c_str(), 9);
+    TQEventLog::InstallSource(SourceName, file.c_str(), 9);
     EXPECT_EQ(Value(L"CategoryMessageFile"), file.View());
     DWORD categories = 0;
     DWORD size = sizeof categories;
@@ -45,9 +45,9 @@ TEST(EventSource, OnceInstalledFindsItsTextsInItsMessageFile) {
               DWORD{0});
     EXPECT_NE(std::wstring(text).find(L"details"), std::wstring::npos);
 
-    TQEventLog::RemoveSource(Source);
+    TQEventLog::RemoveSource(SourceName);
     EXPECT_EQ(Value(L"EventMessageFile"), L"(none)");
-    EXPECT_EQ(ThrownCode([] { TQEventLog::RemoveSource(Source); }), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(ThrownCode([] { TQEventLog::RemoveSource(SourceName); }), DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(ThrownCode([] { TQEventLog::InstallSource(L"", L"file", 0); }), DWORD{ERROR_INVALID_PARAMETER});
 }
 

@@ -132,14 +132,6 @@ TEST(ExceptionCopy, DiffersInEveryPartThatIsCompared) {
     EXPECT_NE(TQException(TQException(1u), 5u), TQException(TQException(2u), 5u));
 }
 
-TEST(ExceptionCopy, ByItsBaseKeepsItsKind) {
-    const TQCriticalException critical(5u, L"text");
-    const _TQWin32Exception& base = critical;
-    const std::unique_ptr<_TQWin32Exception> copy(base.AllocCopy());
-    EXPECT_EQ(typeid(*copy), typeid(TQCriticalException));
-    EXPECT_EQ(*copy, critical);
-}
-
 // A program's own kind, which tells when it is read after its end.
 class OrderRefused : public _TQExceptionKind<OrderRefused, TQAppException> {
   public:

@@ -1,11 +1,10 @@
 #include "TQLib/core/TQEventLog.h"
 #include "TQLib/core/TQLib.h"
+#include "platform/Forked_linux.h"
 
 #include <atomic>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 
 using namespace Quellan::Corvel;
 
@@ -30,15 +29,12 @@ void ExpectToEndInChild(Call call, Operation operation) {
     std::jthread caller(call);
     while (!g_isEntered)
         std::this_thread::yield();
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20);
-        g_isLeft = true;
-        _exit(operation() ? 0 : 1);
-    }
-    int status = -1;
-    EXPECT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    EXPECT_EQ(Test::Forked([&] {
+                  alarm(20);
+                  g_isLeft = true;
+                  return operation() ? 0 : 1;
+              }).Code(),
+              0);
     g_isLeft = true;
 }
 

@@ -40,6 +40,17 @@ TEST(Library, KnowsTheApplication) {
     EXPECT_EQ(TQLib::GetAppName(), L"core_test");
 }
 
+TEST(Library, HandsEventsToTheSinkInPlace) {
+    {
+        RecordingSink sink;
+        TQEventLog::LogStringEvent(L"Source", 0x1234, 7, TQEventType::Warning, L"first", nullptr);
+        ASSERT_EQ(sink.Entries().size(), 1u);
+        EXPECT_EQ(sink.Entries()[0].strings, (std::vector<std::wstring>{L"first", L""}));
+    }
+    EXPECT_EQ(TQEventLog::SetSink(nullptr), nullptr) << "the library's own is back";
+    EXPECT_EQ(ThrownCode([] { TQEventLog::LogStringEvent(nullptr, 1, 1, TQEventType::Error, L"", L""); }), 87u);
+}
+
 TEST(Library, RunsExitHandlersInReverseOrderOnce) {
     RecordingSink sink;
     g_trace.clear();

@@ -1,6 +1,6 @@
 #include "MonitorRun.h"
-#include "TQLib/security/SecID.h"
 #include "TQLib/system/TQSysProc.h"
+#include "support/ReadBytes.h"
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -51,8 +51,7 @@ TEST_F(Monitor, KeepsALogOfWhatItTells) {
     WriteFile("new", "");
     ReadTo("added");
     EXPECT_EQ(Stop(), 1);
-    std::ifstream file{std::filesystem::path(m_logFile), std::ios::binary};
-    const std::string log(std::istreambuf_iterator<char>(file), {});
+    const std::string log = ReadBytes(m_logFile);
     EXPECT_THAT(log, testing::StartsWith("S "));
     EXPECT_THAT(log, HasSubstr("] -- [monitor] -- ["));
     EXPECT_THAT(log, HasSubstr(" -- [" + Folder() + "] -- ["));

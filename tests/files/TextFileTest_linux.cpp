@@ -1,13 +1,10 @@
 #include "TQLib/files/TQTextFile.h"
-
 #include "TQLib/security/SecAttr.h"
 #include "platform/SleepingThreads_linux.h"
 #include "platform/WaitObjects.h"
 #include "support/FailCall.h"
+#include "support/ReadBytes.h"
 
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
 
 namespace Quellan::Corvel::Test {
@@ -23,10 +20,7 @@ class TextFile : public testing::Test {
         return File(m_name, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS, 0,
                     _TQFile::FileShare::Read | _TQFile::FileShare::Write, Sarvek::SecAttr());
     }
-    std::string Contents() const {
-        std::ifstream file(std::filesystem::path(m_name.FullName().c_str()), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string Contents() const { return ReadBytes(m_name.FullName().c_str()); }
 
     const TemporaryFolder m_folder;
     const TQFileName m_name{TQString(m_folder.Path().c_str()), L"file"};

@@ -12,17 +12,17 @@ using namespace Quellan::Platform;
 
 namespace {
 
-constexpr std::size_t PageSize = 4096;
+constexpr std::size_t GuardedBytes = 4096;
 
 // The bytes right before a page that cannot be read.
 std::uint8_t* BeforeTheEnd(const std::uint8_t* data, std::size_t size) {
     static auto* const pages = [] {
         auto* const made =
-            static_cast<std::uint8_t*>(VirtualAlloc(nullptr, 2 * PageSize, MEM_RESERVE, PAGE_NOACCESS));
-        VirtualAlloc(made, PageSize, MEM_COMMIT, PAGE_READWRITE);
+            static_cast<std::uint8_t*>(VirtualAlloc(nullptr, 2 * GuardedBytes, MEM_RESERVE, PAGE_NOACCESS));
+        VirtualAlloc(made, GuardedBytes, MEM_COMMIT, PAGE_READWRITE);
         return made;
     }();
-    std::uint8_t* const begin = pages + PageSize - size;
+    std::uint8_t* const begin = pages + GuardedBytes - size;
     if (size != 0) std::memcpy(begin, data, size);
     return begin;
 }
@@ -59,7 +59,7 @@ void CheckBlock(std::uint8_t* data, std::size_t size) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    if (size > PageSize) return 0;
+    if (size > GuardedBytes) return 0;
     CheckBlock(BeforeTheEnd(data, size), size);
     const std::string_view bytes(reinterpret_cast<const char*>(data), size);
     std::wstring text(WideLength(bytes), L'\0');

@@ -3,11 +3,11 @@
 
 #include "TQLib/log/TQLog.h"
 #include "TQLib/platform/Win32.h"
+#include "support/ReadBytes.h"
 
 #include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -15,11 +15,6 @@
 namespace Quellan::Corvel::Test {
 
 namespace fs = std::filesystem;
-
-inline std::string ReadBytes(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
 
 inline void WriteBytes(const fs::path& path, std::string_view bytes) {
     std::ofstream(path, std::ios::binary) << bytes;

@@ -1,50 +1,7 @@
-#include "platform/SidTexts.h"
+#include "platform/FoundAccounts.h"
 
 namespace Quellan::Corvel::Test {
 namespace {
-
-struct Found {
-    std::wstring name;
-    std::wstring domain;
-    int use = 0;
-    DWORD code = 0;
-
-    bool operator==(const Found&) const = default;
-    friend void PrintTo(const Found& found, std::ostream* out) {
-        *out << testing::PrintToString(found.domain) << " " << testing::PrintToString(found.name) << " use "
-             << found.use << " code " << found.code;
-    }
-};
-
-Found NameOf(PSID sid, const wchar_t* system = nullptr) {
-    wchar_t name[300] = {}, domain[300] = {};
-    DWORD nameSize = 300, domainSize = 300;
-    SID_NAME_USE use{};
-    if (!LookupAccountSidW(system, sid, name, &nameSize, domain, &domainSize, &use))
-        return {.name = {}, .domain = {}, .use = 0, .code = GetLastError()};
-    return {std::wstring(name, nameSize), std::wstring(domain, domainSize), use, 0};
-}
-
-Found NameOf(const wchar_t* sid, const wchar_t* system = nullptr) {
-    return NameOf(Sid(sid).Get(), system);
-}
-
-struct FoundSid {
-    std::wstring text;
-    std::wstring domain;
-    int use = 0;
-    DWORD code = 0;
-};
-
-FoundSid SidOf(const std::wstring& name, const wchar_t* system = nullptr) {
-    std::byte sid[SECURITY_MAX_SID_SIZE];
-    wchar_t domain[300] = {};
-    DWORD sidSize = sizeof sid, domainSize = 300;
-    SID_NAME_USE use{};
-    if (!LookupAccountNameW(system, name.c_str(), sid, &sidSize, domain, &domainSize, &use))
-        return {.text = {}, .domain = {}, .use = 0, .code = GetLastError()};
-    return {TextOf(sid), std::wstring(domain, domainSize), use, 0};
-}
 
 std::wstring UserName() {
     wchar_t name[300];
@@ -123,40 +80,16 @@ TEST(Accounts, OfServicesAreNamedAsTheServices) {
     EXPECT_EQ(RegDeleteKeyExW(HKEY_LOCAL_MACHINE, Key, 0, 0), 0);
 }
 
-TEST(Accounts, OfTheUserAreTheMachinesOwn) {
-    const FoundSid found = SidOf(UserName());
-    EXPECT_EQ(found.code, 0u);
-    EXPECT_EQ(found.domain, MachineName());
-    EXPECT_EQ(found.use, SidTypeUser);
-    EXPECT_EQ(NameOf(found.text.c_str()), (Found{UserName(), MachineName(), SidTypeUser, 0}));
-}
-
 TEST(Accounts, AreFoundInBothSpellingsWithADomain) {
     EXPECT_EQ(NameOf(L"S-1-5-18", MachineName().c_str()).name, L"SYSTEM");
     const FoundSid found = SidOf(UserName());
     EXPECT_EQ(SidOf(MachineName() + L"\\" + UserName()).text, found.text);
     EXPECT_EQ(SidOf(L".\\" + UserName()).text, found.text);
     EXPECT_EQ(SidOf(UserName() + L"@no-such-domain").code, DWORD{ERROR_NONE_MAPPED});
+    EXPECT_EQ(NameOf(L"S-1-9-9").code, DWORD{ERROR_NONE_MAPPED});
     if (OnWine()) return;  // Wine takes any domain in the first spelling and none in the other one
     EXPECT_EQ(SidOf(L"no-such-domain\\" + UserName()).code, DWORD{ERROR_NONE_MAPPED});
     EXPECT_EQ(SidOf(UserName() + L"@" + MachineName()).text, found.text);
-}
-
-TEST(Accounts, BelongToADomainNamedAsTheMachine) {
-    const FoundSid domain = SidOf(MachineName());
-    EXPECT_EQ(domain.use, SidTypeDomain);
-    EXPECT_EQ(domain.domain, MachineName());
-    EXPECT_EQ(SidOf(UserName()).text.substr(0, domain.text.size()), domain.text);
-    if (OnWine()) return;  // Wine has no name for it
-    EXPECT_EQ(NameOf(domain.text.c_str()), (Found{L"", MachineName(), SidTypeDomain, 0}));
-}
-
-TEST(Accounts, NobodyKnowsAreNotMapped) {
-    EXPECT_EQ(NameOf(L"S-1-5-21-1-2-3-1234").code, DWORD{ERROR_NONE_MAPPED});
-    EXPECT_EQ(NameOf(L"S-1-9-9").code, DWORD{ERROR_NONE_MAPPED});
-    EXPECT_EQ(SidOf(L"nobody-is-called-so").code, DWORD{ERROR_NONE_MAPPED});
-    EXPECT_EQ(SidOf(L"name with blanks \x4E2D\x6587").code, DWORD{ERROR_NONE_MAPPED});
-    EXPECT_EQ(SidOf(std::wstring(256, L'x')).code, DWORD{ERROR_NONE_MAPPED});
 }
 
 TEST(Accounts, TellTheSizesTheirNamesNeed) {

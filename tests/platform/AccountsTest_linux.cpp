@@ -1,150 +1,48 @@
-// The test program takes the place of the system's directory: some accounts exist here alone, and one
-// question is not answered before the test wants it.
-#include "platform/SidTexts.h"
+#include "TQLib/platform/linux/base/Sha256.h"
+#include "platform/FoundAccounts.h"
+#include "support/Directory_linux.h"
 
-#include <atomic>
-#include <cerrno>
 #include <chrono>
-#include <dlfcn.h>
-#include <grp.h>
-#include <pwd.h>
-#include <shadow.h>
-#include <span>
-#include <string_view>
+#include <fstream>
 
 namespace Quellan::Corvel::Test {
 namespace {
 
-struct DirectoryEntry {
-    const char* name;
-    unsigned id;
-};
+using Platform::Sha256;
+using Hash = std::array<std::uint32_t, 8>;
 
-constexpr unsigned DirectoryGroup = 70002;
-constexpr DirectoryEntry DirectoryUsers[] = {
-    {"dir.user", 70001},      {"everyone", 70003},     {"twin", 70004}, {"\xE7\x94\xA8\xE6\x88\xB7", 70005},
-    {"too.high", 0x7FFFFE0C}, {"highest", 0x7FFFFE0B},
-};
-constexpr unsigned AdministratorsGroup = 70007;
-constexpr DirectoryEntry DirectoryGroups[] = {
-    {"dir group", DirectoryGroup}, {"twin", 70006}, {"wheel", AdministratorsGroup}};
-constexpr char Administrator[] = "dir.user";
-constexpr char SilentName[] = "silent";
-
-std::atomic<bool> g_silent{false};
-std::atomic<unsigned> g_silentQuestions{0};
-
-template <class Function>
-Function* Real(const char* name) {
-    return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+TEST(Sha256, GivesThePublishedValues) {
+    EXPECT_EQ(Sha256("abc"), (Hash{0xba7816bf, 0x8f01cfea, 0x414140de, 0x5dae2223, 0xb00361a3, 0x96177a9c,
+                                   0xb410ff61, 0xf20015ad}));
+    EXPECT_EQ(Sha256("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),
+              (Hash{0x248d6a61, 0xd20638b8, 0xe5c02693, 0x0c3e6039, 0xa33ce459, 0x64ff2167, 0xf6ecedd4,
+                    0x19db06c1}));
 }
 
-const DirectoryEntry* Find(std::span<const DirectoryEntry> entries, std::string_view name) {
-    for (const DirectoryEntry& entry : entries)
-        if (name == entry.name) return &entry;
-    return nullptr;
+// Changing the derivation would give every file another owner.
+TEST(MachineDomain, IsAHashOfTheMachineId) {
+    std::string id;
+    if (!std::getline(std::ifstream("/etc/machine-id"), id) || id.size() != 32)
+        GTEST_SKIP() << "the machine has no id";
+    const Hash hash = Sha256("TQLib machine domain " + id);
+    EXPECT_EQ(TextOf(Sid(L"LA").Get()), L"S-1-5-21-" + std::to_wstring(hash[0]) + L"-" +
+                                            std::to_wstring(hash[1]) + L"-" + std::to_wstring(hash[2]) +
+                                            L"-500");
 }
-
-const DirectoryEntry* Find(std::span<const DirectoryEntry> entries, unsigned id) {
-    for (const DirectoryEntry& entry : entries)
-        if (id == entry.id) return &entry;
-    return nullptr;
-}
-
-char* Keep(const char* text) {
-    return const_cast<char*>(text);
-}
-
-int Give(const DirectoryEntry& entry, passwd* user, passwd** found) {
-    *user = {Keep(entry.name), Keep("x"), entry.id, DirectoryGroup, Keep("A User,,,"), Keep("/"), Keep("")};
-    *found = user;
-    return 0;
-}
-
-int Give(const DirectoryEntry& entry, group* made, group** found) {
-    static char* members[] = {Keep(Administrator), nullptr};
-    *made = {Keep(entry.name), Keep("x"), entry.id, entry.id == AdministratorsGroup ? members : members + 1};
-    *found = made;
-    return 0;
-}
-
-}  // namespace
-}  // namespace Quellan::Corvel::Test
-
-using namespace Quellan::Corvel::Test;
-
-extern "C" TQLIB_API int getpwnam_r(const char* name, passwd* user, char* buffer, size_t size,
-                                    passwd** found) {
-    if (std::string_view(name) == SilentName) {
-        ++g_silentQuestions;
-        g_silentQuestions.notify_all();
-        g_silent.wait(true);
-    }
-    if (const auto* entry = Find(DirectoryUsers, name)) return Give(*entry, user, found);
-    return Real<decltype(getpwnam_r)>("getpwnam_r")(name, user, buffer, size, found);
-}
-
-extern "C" TQLIB_API int getpwuid_r(uid_t id, passwd* user, char* buffer, size_t size, passwd** found) {
-    if (const auto* entry = Find(DirectoryUsers, id)) return Give(*entry, user, found);
-    return Real<decltype(getpwuid_r)>("getpwuid_r")(id, user, buffer, size, found);
-}
-
-extern "C" TQLIB_API int getgrnam_r(const char* name, group* made, char* buffer, size_t size, group** found) {
-    if (const auto* entry = Find(DirectoryGroups, name)) return Give(*entry, made, found);
-    return Real<decltype(getgrnam_r)>("getgrnam_r")(name, made, buffer, size, found);
-}
-
-extern "C" TQLIB_API int getgrgid_r(gid_t id, group* made, char* buffer, size_t size, group** found) {
-    if (const auto* entry = Find(DirectoryGroups, id)) return Give(*entry, made, found);
-    return Real<decltype(getgrgid_r)>("getgrgid_r")(id, made, buffer, size, found);
-}
-
-extern "C" TQLIB_API int getgrouplist(const char* name, gid_t own, gid_t* groups, int* size) {
-    if (!Find(DirectoryUsers, name))
-        return Real<decltype(getgrouplist)>("getgrouplist")(name, own, groups, size);
-    const int given = *size;
-    *size = std::string_view(name) == Administrator ? 2 : 1;
-    if (given < *size) return -1;
-    groups[0] = own;
-    if (*size == 2) groups[1] = AdministratorsGroup;
-    return *size;
-}
-
-// The password of "dir.user" is open, that of "twin" locked; "highest" has expired, "everyone" has not yet.
-extern "C" TQLIB_API int getspnam_r(const char* name, spwd* entry, char*, size_t, spwd** found) {
-    const std::string_view user = name;
-    *entry = {};
-    entry->sp_namp = Keep(name);
-    entry->sp_pwdp = Keep(user == "twin" ? "!$y$" : "*");
-    entry->sp_expire = user == "highest" ? 1 : user == "everyone" ? 1'000'000 : -1;
-    *found = entry;
-    return 0;
-}
-
-namespace Quellan::Corvel::Test {
-namespace {
 
 // The number in the machine's domain and the use, or the code: "141002 1".
 std::wstring Account(const wchar_t* name) {
-    std::byte sid[SECURITY_MAX_SID_SIZE];
-    wchar_t domain[300] = {};
-    DWORD sidSize = sizeof sid, domainSize = 300;
-    SID_NAME_USE use{};
-    if (!LookupAccountNameW(nullptr, name, sid, &sidSize, domain, &domainSize, &use))
-        return L"error " + std::to_wstring(GetLastError());
-    const std::wstring text = TextOf(sid);
-    return text.substr(text.rfind(L'-') + 1) + L" " + std::to_wstring(use);
+    const FoundSid found = SidOf(name);
+    if (found.code) return L"error " + std::to_wstring(found.code);
+    return found.text.substr(found.text.rfind(L'-') + 1) + L" " + std::to_wstring(found.use);
 }
 
 std::wstring NameOfNumber(DWORD rid) {
     Sid administrator(L"LA");
     *GetSidSubAuthority(administrator.Get(), 4) = rid;
-    wchar_t name[300] = {}, domain[300] = {};
-    DWORD nameSize = 300, domainSize = 300;
-    SID_NAME_USE use{};
-    if (!LookupAccountSidW(nullptr, administrator.Get(), name, &nameSize, domain, &domainSize, &use))
-        return L"error " + std::to_wstring(GetLastError());
-    return std::wstring(name) + L" " + std::to_wstring(use);
+    const Found found = NameOf(administrator.Get());
+    return found.code ? L"error " + std::to_wstring(found.code)
+                      : found.name + L" " + std::to_wstring(found.use);
 }
 
 const std::wstring NotMapped = L"error 1332";
@@ -181,14 +79,14 @@ TEST(DirectoryAccounts, OfOneNameAreToldApartByTheirKind) {
     EXPECT_EQ(Account(L"group:dir.user"), NotMapped);
 }
 
-struct FreeNetBuffer {
+struct FreeGroupBuffer {
     void operator()(void* buffer) const { NetApiBufferFree(buffer); }
 };
 
 bool IsDisabled(const wchar_t* user) {
     BYTE* buffer = nullptr;
     EXPECT_EQ(NetUserGetInfo(nullptr, user, 20, &buffer), DWORD{NERR_Success});
-    const std::unique_ptr<void, FreeNetBuffer> owner(buffer);
+    const std::unique_ptr<void, FreeGroupBuffer> owner(buffer);
     return reinterpret_cast<USER_INFO_20*>(buffer)->usri20_flags & UF_ACCOUNTDISABLE;
 }
 
@@ -205,7 +103,7 @@ std::wstring Names(Call call, wchar_t* Entry::*name) {
     BYTE* buffer = nullptr;
     DWORD read = 0, total = 0;
     const DWORD code = call(&buffer, &read, &total);
-    const std::unique_ptr<void, FreeNetBuffer> owner(buffer);
+    const std::unique_ptr<void, FreeGroupBuffer> owner(buffer);
     if (code != NERR_Success) return L"error " + std::to_wstring(code);
     std::wstring names;
     for (DWORD i = 0; i < read; ++i)
@@ -236,11 +134,8 @@ TEST(DirectoryGroups, MakeAdministrators) {
 
 class SilentDirectory : public testing::Test {
   protected:
-    SilentDirectory() { g_silent = true; }
-    ~SilentDirectory() override {
-        g_silent = false;
-        g_silent.notify_all();
-    }
+    SilentDirectory() { SilenceDirectory(true); }
+    ~SilentDirectory() override { SilenceDirectory(false); }
 
     EnvironmentVariable m_limit{L"TQLIB_DIRECTORY_LIMIT_MS", L"50"};
 };
@@ -258,15 +153,14 @@ TEST_F(SilentDirectory, IsReportedAsATimeOutByTheNetworkCalls) {
 
 TEST_F(SilentDirectory, KeepsALimitedNumberOfThreads) {
     constexpr unsigned MostThreads = 8;
-    g_silentQuestions = 0;
+    const unsigned before = SilentQuestions();
     for (unsigned i = 0; i < MostThreads + 2; ++i)
         EXPECT_EQ(Account(L"silent"), NotMapped);
-    EXPECT_LE(g_silentQuestions, MostThreads);
-    g_silent = false;
-    g_silent.notify_all();
+    EXPECT_LE(SilentQuestions() - before, MostThreads);
+    SilenceDirectory(false);
     EnvironmentVariable patient(L"TQLIB_DIRECTORY_LIMIT_MS", L"60000");
     EXPECT_EQ(Account(L"dir.user"), L"141002 1");
-    EXPECT_LE(g_silentQuestions, MostThreads) << "nobody waits for the others any more";
+    EXPECT_LE(SilentQuestions() - before, MostThreads) << "nobody waits for the others any more";
 }
 
 }  // namespace

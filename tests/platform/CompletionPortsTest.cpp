@@ -50,14 +50,6 @@ TEST_F(CompletionPort, TellsOfNoPacketAfterTheTime) {
     }
 }
 
-TEST_F(CompletionPort, EndsAWaitWithAPacket) {
-    for (const DWORD ms : {Patience, DWORD{INFINITE}}) {
-        const Taker taker(m_port, ms);
-        Post(m_port, 5);
-        EXPECT_EQ(taker.Result(), 5u);
-    }
-}
-
 TEST_F(CompletionPort, HandsOutSeveralPacketsAtOnce) {
     OVERLAPPED overlapped{};
     for (ULONG_PTR key = 1; key <= 5; ++key)
@@ -122,22 +114,6 @@ TEST_F(CompletionPort, IsMadeWithAFileOrAlone) {
     EXPECT_EQ(CodeOf(CreateIoCompletionPort(INVALID_HANDLE_VALUE, m_port, 0, 0)), ERROR_INVALID_PARAMETER);
     const Owned event = ManualEvent();
     EXPECT_EQ(CodeOf(CreateIoCompletionPort(nullptr, m_port, 0, 0)), ERROR_INVALID_HANDLE);
-}
-
-// The one thread that may run waits for what another one does once it has a packet.
-TEST_F(CompletionPort, LetsAnotherThreadRunWhileOneWaits) {
-    const Owned port = Port(1);
-    Post(port, 1);
-    ASSERT_EQ(Key(port), 1u);
-    const Owned done = ManualEvent();
-    const Worker other([&] {
-        const ULONG_PTR key = Key(port);
-        SetEvent(done);
-        return static_cast<DWORD>(key);
-    });
-    Post(port, 2);
-    EXPECT_EQ(Await(done), WAIT_OBJECT_0);
-    EXPECT_EQ(other.Result(), 2u);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include "TQLib/platform/Win32.h"
 #include "support/FailCall.h"
 #include "support/Role.h"
-#include "support/Worker.h"
 
 #include <csignal>
 #include <sys/wait.h>
@@ -12,6 +11,7 @@ namespace Quellan::Corvel::Test {
 namespace {
 
 constexpr DWORD NoEvent = ~DWORD{0};
+constexpr DWORD QuietMs = 40;  // in which a signal that is not ignored would have ended the process
 std::atomic<DWORD> g_event{NoEvent};
 BOOL NoteEvent(DWORD event) {
     g_event = event;
@@ -50,7 +50,7 @@ const Role g_signalled("signalled", [](const RoleArguments& arguments) {
     if (arguments.back() == "event")
         g_event.wait(NoEvent);
     else
-        Sleep(arguments.back() == "nothing" ? NeverMs : INFINITE);
+        Sleep(arguments.back() == "nothing" ? QuietMs : INFINITE);
     return static_cast<int>(g_event.load() & 0x7F);
 });
 constexpr int ExitWithoutEvent = NoEvent & 0x7F;
@@ -61,28 +61,25 @@ int EndAfter(int signal, RoleArguments words) {
 }
 
 TEST(ConsoleControlOnLinux, MakesEventsOfSignals) {
-    EXPECT_EQ(EndAfter(SIGINT, {"note", "event"}), static_cast<int>(CTRL_C_EVENT));
-    EXPECT_EQ(EndAfter(SIGQUIT, {"note", "event"}), static_cast<int>(CTRL_BREAK_EVENT));
-    EXPECT_EQ(EndAfter(SIGTERM, {"exit", "forever"}), 10 + static_cast<int>(CTRL_CLOSE_EVENT));
-    EXPECT_EQ(EndAfter(SIGHUP, {"exit", "forever"}), 10 + static_cast<int>(CTRL_CLOSE_EVENT));
-}
-
-TEST(ConsoleControlOnLinux, EndsTheProcessAfterACloseThatWasHandled) {
-    for (const int signal : {SIGTERM, SIGHUP})
-        EXPECT_EQ(EndAfter(signal, {"note", "forever"}), 128 + signal);
-}
-
-TEST(ConsoleControlOnLinux, EndsTheProcessByTheSignalThatNobodyHandles) {
+    constexpr int CtrlC = CTRL_C_EVENT;
+    const struct {
+        const char* what;
+        int signal;
+        RoleArguments words;
+        int code;
+    } rows[] = {{"interrupt", SIGINT, {"note", "event"}, CtrlC},
+                {"quit", SIGQUIT, {"note", "event"}, CTRL_BREAK_EVENT},
+                {"termination", SIGTERM, {"exit", "forever"}, 10 + CTRL_CLOSE_EVENT},
+                {"hang-up", SIGHUP, {"exit", "forever"}, 10 + CTRL_CLOSE_EVENT},
+                {"a close that was handled ends the process", SIGTERM, {"note", "forever"}, 128 + SIGTERM},
+                {"a close that was handled ends the process", SIGHUP, {"note", "forever"}, 128 + SIGHUP},
+                {"the handler before", SIGINT, {"own", "note", "remove", "forever"}, 20},
+                {"a signal that the caller blocks", SIGINT, {"block", "note", "event"}, CtrlC},
+                {"the child of a fork has none", SIGINT, {"note", "fork", "forever"}, 128 + SIGINT}};
+    for (const auto& [what, signal, words, code] : rows)
+        EXPECT_EQ(EndAfter(signal, words), code) << what;
     for (const int signal : {SIGINT, SIGQUIT, SIGTERM, SIGHUP})
-        EXPECT_EQ(EndAfter(signal, {"note", "remove", "forever"}), 128 + signal);
-}
-
-TEST(ConsoleControlOnLinux, CallsTheSignalHandlerThatWasThereBefore) {
-    EXPECT_EQ(EndAfter(SIGINT, {"own", "note", "remove", "forever"}), 20);
-}
-
-TEST(ConsoleControlOnLinux, HearsSignalsThatTheCallerBlocks) {
-    EXPECT_EQ(EndAfter(SIGINT, {"block", "note", "event"}), static_cast<int>(CTRL_C_EVENT));
+        EXPECT_EQ(EndAfter(signal, {"note", "remove", "forever"}), 128 + signal) << "nobody handles it";
 }
 
 // Ignoring is handed on from the process that starts another.
@@ -95,10 +92,6 @@ TEST(ConsoleControlOnLinux, IgnoresWhatItWasStartedToIgnoreUntilItIsToldOtherwis
     EXPECT_EQ(EndAfter(SIGINT, {"heed", "forever"}), 128 + SIGINT);
     std::signal(SIGINT, oldInterrupt);
     std::signal(SIGHUP, oldHangUp);
-}
-
-TEST(ConsoleControlOnLinux, HasNoHandlersInTheChildOfAFork) {
-    EXPECT_EQ(EndAfter(SIGINT, {"note", "fork", "forever"}), 128 + SIGINT);
 }
 
 TEST(ConsoleControlOnLinux, CallsHandlersThatTheChildOfAForkAdds) {

@@ -1,11 +1,11 @@
 #include "PlatformTest.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
+#include "support/ReadBytes.h"
 
 #include <csignal>
 #include <cstring>
 #include <fstream>
-#include <iterator>
 #include <map>
 #include <sys/mman.h>
 #include <sys/socket.h>
@@ -63,10 +63,7 @@ class EventLogFile : public testing::Test {
 
     std::string LogPath() const { return Native(m_folder / L"state/eventlog/Application.jsonl"); }
 
-    std::string Bytes() const {
-        std::ifstream file(LogPath(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    std::string Bytes() const { return ReadBytes(LogPath()); }
 
     void AppendBytes(std::string_view text) const { std::ofstream(LogPath(), std::ios::app) << text; }
 
@@ -189,6 +186,9 @@ TEST_F(EventLogFile, RefusesWhatCannotBeReported) {
         CodeOf(ReportEventW(source, EVENTLOG_ERROR_TYPE, 0, 1, nullptr, 0, 61'441, nullptr, data.data())),
         RPC_S_INVALID_BOUND);
     DeregisterEventSource(source);
+    EXPECT_EQ(CodeOf(DeregisterEventSource(source)), ERROR_INVALID_HANDLE) << "once more";
+    EXPECT_EQ(CodeOf(RegisterEventSourceW(nullptr, nullptr)), ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CodeOf(OpenEventLogW(nullptr, nullptr)), ERROR_INVALID_PARAMETER);
     EXPECT_EQ(CodeOf(OpenEventLogW(L"\\\\elsewhere", L"Application")), RPC_S_SERVER_UNAVAILABLE);
     EXPECT_EQ(Count(), 1u);
 }
@@ -227,8 +227,7 @@ TEST_F(EventLogFile, IsClearedAfterItWasCopied) {
     const std::wstring backup = m_folder / L"backup";
     EXPECT_EQ(CodeOf(ClearEventLogW(m_log, backup.c_str())), 0u);
     EXPECT_EQ(CodeOf(ClearEventLogW(m_log, backup.c_str())), ERROR_ALREADY_EXISTS);
-    std::ifstream copy(Native(backup), std::ios::binary);
-    EXPECT_EQ(std::string(std::istreambuf_iterator<char>(copy), {}), before);
+    EXPECT_EQ(ReadBytes(backup), before);
     EXPECT_EQ(Count(), 0u);
     DWORD oldest = 77;
     EXPECT_EQ(CodeOf(GetOldestEventLogRecord(m_log, &oldest)), 0u);
@@ -316,6 +315,7 @@ TEST_F(EventLogFile, IsTheReadersUnderItsOwnName) {
     EXPECT_EQ(count, 0u);
     EXPECT_EQ(CodeOf(CloseHandle(system)), ERROR_INVALID_HANDLE);
     EXPECT_EQ(CodeOf(CloseEventLog(system)), 0u);
+    EXPECT_EQ(CodeOf(CloseEventLog(system)), ERROR_INVALID_HANDLE);
     EXPECT_EQ(Count(), 1u);
 }
 

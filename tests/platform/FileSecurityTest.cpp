@@ -6,7 +6,7 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
-class FileSecurity : public testing::Test {
+class SecurityOfFiles : public testing::Test {
   protected:
     static DWORD Read(const std::wstring& path, SECURITY_INFORMATION wanted, std::vector<BYTE>& descriptor) {
         DWORD needed = 0;
@@ -29,7 +29,7 @@ class FileSecurity : public testing::Test {
     const TemporaryFolder m_folder;
 };
 
-TEST_F(FileSecurity, TellsTheOwnerOfWhatOneMakes) {
+TEST_F(SecurityOfFiles, TellsTheOwnerOfWhatOneMakes) {
     std::vector<BYTE> descriptor;
     ASSERT_EQ(Read(m_folder.Path(), OWNER_SECURITY_INFORMATION, descriptor), 0u);
     PSID owner = nullptr;
@@ -43,18 +43,7 @@ TEST_F(FileSecurity, TellsTheOwnerOfWhatOneMakes) {
     EXPECT_EQ(group, nullptr) << "not asked for";
 }
 
-TEST_F(FileSecurity, TellsTheGroupBesideTheOwner) {
-    std::vector<BYTE> descriptor;
-    ASSERT_EQ(Read(m_folder.Path(), OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION, descriptor), 0u);
-    PSID group = nullptr;
-    BOOL isDefaulted;
-    ASSERT_TRUE(GetSecurityDescriptorGroup(descriptor.data(), &group, &isDefaulted));
-    ASSERT_TRUE(IsValidSid(group));
-    const BYTE* const end = descriptor.data() + descriptor.size();
-    EXPECT_LE(static_cast<const BYTE*>(group) + GetLengthSid(group), end);
-}
-
-TEST_F(FileSecurity, SaysWhyItCannotTell) {
+TEST_F(SecurityOfFiles, SaysWhyItCannotTell) {
     std::vector<BYTE> descriptor;
     EXPECT_EQ(Read(m_folder / L"missing", OWNER_SECURITY_INFORMATION, descriptor),
               DWORD{ERROR_FILE_NOT_FOUND});

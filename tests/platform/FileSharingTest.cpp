@@ -63,13 +63,6 @@ TEST_F(FileSharing, GoesByWhatEachHandleDoesAndGrants) {
     }
 }
 
-TEST_F(FileSharing, EndsWithTheHandle) {
-    Handle first(Open(GENERIC_READ | GENERIC_WRITE, 0));
-    EXPECT_EQ(CodeOfOpening(GENERIC_READ, All), Violation);
-    first.Close();
-    EXPECT_EQ(CodeOfOpening(GENERIC_READ, All), 0u);
-}
-
 TEST_F(FileSharing, KeepsContentsFromBeingTruncatedByWhoeverIsKeptOut) {
     const Handle writer(Open(GENERIC_WRITE, Read));
     DWORD written;

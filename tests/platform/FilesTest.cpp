@@ -154,6 +154,8 @@ TEST_F(Files, ReadWhatWasWrittenFromWhereTheyStand) {
     EXPECT_TRUE(GetFileSizeEx(file.Handle(), &size));
     EXPECT_EQ(size.QuadPart, 10);
     EXPECT_EQ(CodeOf(FlushFileBuffers(file.Handle())), 0u);
+    DWORD mode;
+    EXPECT_EQ(CodeOf(GetConsoleMode(file.Handle(), &mode)), DWORD{ERROR_INVALID_HANDLE}) << "no console";
 }
 
 TEST_F(Files, GrantNoMoreThanWasAskedFor) {
@@ -296,12 +298,6 @@ TEST(StandardHandles, AreTheSameOnEveryCall) {
     EXPECT_NE(output, nullptr);
     EXPECT_EQ(output, GetStdHandle(STD_OUTPUT_HANDLE));
     EXPECT_EQ(CodeOf(GetStdHandle(5)), DWORD{ERROR_INVALID_HANDLE});
-}
-
-TEST_F(Files, AreNoConsole) {
-    const File file(m_folder / L"file", GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
-    DWORD mode;
-    EXPECT_EQ(CodeOf(GetConsoleMode(file.Handle(), &mode)), DWORD{ERROR_INVALID_HANDLE});
 }
 
 }  // namespace

@@ -94,9 +94,11 @@ TEST(ForkedMutex, IsAbandonedByItsOwnerThoughAChildLives) {
 }
 
 TEST(ForkedMutex, IsOfAnyUseToParentAndChild) {
-    const Owned mutex = Mutex(true, L"forked.shared"), mine = Mutex(true);
+    const Owned mutex = Mutex(true, L"forked.shared"), mine = Mutex(true), anybodys = Mutex();
     Forked child([&] {
         if (Await(mutex) != WAIT_OBJECT_0 || !ReleaseMutex(mutex)) return 1;
+        if (Poll(anybodys) != WAIT_OBJECT_0 || !ReleaseMutex(anybodys)) return 3;
+        if (Poll(mine) != WAIT_OBJECT_0 || !ReleaseMutex(mine)) return 4;
         return ReleaseMutex(mine) && Owned(OpenMutexW(SYNCHRONIZE, FALSE, L"forked.shared")) ? 0 : 2;
     });
     ReleaseMutex(mutex);
@@ -123,6 +125,25 @@ std::wstring NameInTemp(const wchar_t* name) {
     static const TemporaryFolder folder;
     return folder / name;
 }
+
+constexpr Habit TheRegistry{
+    "the registry", [] {
+        static const OwnedKey key = Make(HKEY_CURRENT_USER, L"Software\\TQLibTest\\Fork");
+        const DWORD one = 1;
+        wchar_t name[16];
+        DWORD size = 16, type = 0;
+        if (RegSetValueExW(key, L"value", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one))
+            return 1;
+        return RegEnumValueW(key, 0, name, &size, nullptr, &type, nullptr, nullptr) == 0 ? 0 : 2;
+    }};
+constexpr Habit TheEventLog{
+    "the event log", [] {
+        static const HANDLE source = RegisterEventSourceW(nullptr, L"TQLibForkTest");
+        static const HANDLE log = OpenEventLogW(nullptr, L"Application");
+        DWORD count = 0;
+        if (!ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr)) return 1;
+        return GetNumberOfEventLogRecords(log, &count) && count > 0 ? 0 : 2;
+    }};
 
 constexpr Habit Habits[] = {
     {"objects of their own",
@@ -184,25 +205,8 @@ constexpr Habit Habits[] = {
          static const HANDLE find = FindFirstFileW(L"/usr/lib/*", &data);
          return FindNextFileW(find, &data) || GetLastError() == ERROR_NO_MORE_FILES ? 0 : 1;
      }},
-    {"the registry",
-     [] {
-         static const OwnedKey key = Make(HKEY_CURRENT_USER, L"Software\\TQLibTest\\Fork");
-         const DWORD one = 1;
-         wchar_t name[16];
-         DWORD size = 16, type = 0;
-         if (RegSetValueExW(key, L"value", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&one), sizeof one))
-             return 1;
-         return RegEnumValueW(key, 0, name, &size, nullptr, &type, nullptr, nullptr) == 0 ? 0 : 2;
-     }},
-    {"the event log",
-     [] {
-         static const HANDLE source = RegisterEventSourceW(nullptr, L"TQLibForkTest");
-         static const HANDLE log = OpenEventLogW(nullptr, L"Application");
-         DWORD count = 0;
-         if (!ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr))
-             return 1;
-         return GetNumberOfEventLogRecords(log, &count) && count > 0 ? 0 : 2;
-     }},
+    TheRegistry,
+    TheEventLog,
     {"local time",
      [] {
          SYSTEMTIME time{};
@@ -235,17 +239,7 @@ constexpr Habit Habits[] = {
 
 #if defined(TQ_FAULT_POINTS)
 
-int WriteToRegistry() {
-    const OwnedKey key = Make(HKEY_CURRENT_USER, L"Software\\TQLibTest\\Fork");
-    return static_cast<int>(RegSetValueExW(key, L"value", 0, REG_BINARY, nullptr, 0));
-}
-
-int WriteToEventLog() {
-    const HANDLE source = RegisterEventSourceW(nullptr, L"TQLibForkTest");
-    return ReportEventW(source, EVENTLOG_INFORMATION_TYPE, 0, 1, nullptr, 0, 0, nullptr, nullptr) ? 0 : 1;
-}
-
-constexpr Habit Changes[] = {{"registry", &WriteToRegistry}, {"event log", &WriteToEventLog}};
+constexpr Habit Changes[] = {TheRegistry, TheEventLog};
 
 // Stays in the midst of a change, on one thread, and forks on another.
 const Role g_changing("change-and-fork", [](const RoleArguments& arguments) -> int {

@@ -236,14 +236,6 @@ TEST_F(ModuleMessages, GiveWayToTheSystemsOwnWhenUnknown) {
     EXPECT_EQ(Text(UnknownMessage, AnyLanguage, FORMAT_MESSAGE_FROM_SYSTEM), Failed(ERROR_MR_MID_NOT_FOUND));
 }
 
-TEST_F(ModuleMessages, AreFoundInAModuleLoadedAsCode) {
-    const HMODULE module = LoadLibraryW(L"platform_messages.dll");
-    ASSERT_NE(module, nullptr) << GetLastError();
-    EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, module, MSG_ENGLISH_ONLY, English, nullptr),
-              L"In English alone.\r\n");
-    EXPECT_TRUE(FreeLibrary(module));
-}
-
 TEST(MessageText, AModuleWithoutMessagesHasNone) {
     EXPECT_EQ(Format(FORMAT_MESSAGE_FROM_HMODULE, nullptr, 1, 0, nullptr),
               Failed(ERROR_RESOURCE_DATA_NOT_FOUND));

@@ -17,19 +17,19 @@ using namespace Quellan::Corvel::Test;
 
 namespace {
 
-struct Result {
+struct Expanded {
     DWORD code;
     std::wstring text;
 };
 
-Result Format(DWORD flags, const void* source, DWORD id, DWORD language) {
+Expanded Format(DWORD flags, const void* source, DWORD id, DWORD language) {
     std::array<wchar_t, 1000> buffer;
     SetLastError(ERROR_SUCCESS);
     const DWORD length = FormatMessageW(flags, source, id, language, buffer.data(), buffer.size(), nullptr);
     return {GetLastError(), {buffer.data(), length}};
 }
 
-Result SystemText(DWORD code, DWORD language = 0) {
+Expanded SystemText(DWORD code, DWORD language = 0) {
     return Format(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, language);
 }
 
@@ -46,23 +46,23 @@ class FewArguments : public MessageArguments {
     std::vector<std::uint64_t> m_values;
 };
 
-Result Expand(std::wstring_view text, std::vector<std::uint64_t> values,
+Expanded ExpandDirectly(std::wstring_view text, std::vector<std::uint64_t> values,
               MessageLayout layout = {.limit = 100}) {
     FewArguments arguments(std::move(values));
-    Result result{};
+    Expanded result{};
     result.code = FormatMessageText(text, layout, &arguments, result.text);
     return result;
 }
 
-Result Wrapped(std::wstring_view text, DWORD width) {
-    return Expand(text, {}, {.width = width, .limit = 100});
+Expanded Wrapped(std::wstring_view text, DWORD width) {
+    return ExpandDirectly(text, {}, {.width = width, .limit = 100});
 }
 
 }  // namespace
 
 TEST(MessageText, IsExpandedAsDocumented) {
-    EXPECT_EQ(Expand(L"a%bc", {}).text, L"a c");          // Wine gives the letter.
-    EXPECT_EQ(Expand(L"%1!05.3d!", {7}).text, L"  007");  // Wine gives 00007.
+    EXPECT_EQ(ExpandDirectly(L"a%bc", {}).text, L"a c");          // Wine gives the letter.
+    EXPECT_EQ(ExpandDirectly(L"%1!05.3d!", {7}).text, L"  007");  // Wine gives 00007.
 }
 
 TEST(MessageText, ALineMayHaveAllOfItsWidthAndItsWordsAreNeverBroken) {
@@ -75,28 +75,28 @@ TEST(MessageText, ALineMayHaveAllOfItsWidthAndItsWordsAreNeverBroken) {
 }
 
 TEST(MessageText, InsertsWithoutArgumentOrOfUnknownFormatAreRefused) {
-    EXPECT_EQ(Expand(L"%1!d! %2!d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(Expand(L"%1!*d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(Expand(L"%99!*d!", std::vector<std::uint64_t>(200)).code, DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ExpandDirectly(L"%1!d! %2!d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ExpandDirectly(L"%1!*d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ExpandDirectly(L"%99!*d!", std::vector<std::uint64_t>(200)).code, DWORD{ERROR_INVALID_PARAMETER});
     for (const wchar_t* format : {L"%1!f!", L"%1!q!", L"%1!!", L"%1!", L"%1!5", L"%1!n!", L"%1!dd!"})
-        EXPECT_EQ(Expand(format, {1}).code, DWORD{ERROR_INVALID_PARAMETER})
+        EXPECT_EQ(ExpandDirectly(format, {1}).code, DWORD{ERROR_INVALID_PARAMETER})
             << std::wstring_view(format).size();
 }
 
 TEST(MessageText, HugeWidthsEndAtTheLimit) {
     for (const wchar_t* format :
          {L"%1!2000000000d!", L"%1!.2000000000d!", L"%1!-99999999999d!", L"%2!*d!", L"%2!.*d!"})
-        EXPECT_EQ(Expand(format, {7, 0x7FFFFFFF, 7}).code, DWORD{ERROR_INSUFFICIENT_BUFFER})
+        EXPECT_EQ(ExpandDirectly(format, {7, 0x7FFFFFFF, 7}).code, DWORD{ERROR_INSUFFICIENT_BUFFER})
             << std::wstring_view(format).size();
-    EXPECT_EQ(Expand(L"12345", {}, {.limit = 5}).text, L"12345");
-    EXPECT_EQ(Expand(L"12345 ", {}, {.limit = 5}).code, DWORD{ERROR_INSUFFICIENT_BUFFER});
-    EXPECT_EQ(Expand(L"12 45", {}, {.width = 3, .limit = 5}).code, DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ExpandDirectly(L"12345", {}, {.limit = 5}).text, L"12345");
+    EXPECT_EQ(ExpandDirectly(L"12345 ", {}, {.limit = 5}).code, DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(ExpandDirectly(L"12 45", {}, {.width = 3, .limit = 5}).code, DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
 TEST(MessageText, NarrowTextIsUtf8AndItsPrecisionCountsBytes) {
     const auto text = reinterpret_cast<std::uintptr_t>("\xC3\xB6\xFFz");
-    EXPECT_EQ(Expand(L"%1!hs!", {text}).text, L"\u00F6\uFFFDz");
-    EXPECT_EQ(Expand(L"%1!.2hs!", {text}).text, L"\u00F6");
+    EXPECT_EQ(ExpandDirectly(L"%1!hs!", {text}).text, L"\u00F6\uFFFDz");
+    EXPECT_EQ(ExpandDirectly(L"%1!.2hs!", {text}).text, L"\u00F6");
 }
 
 TEST(MessageText, AnAllocatedTextHasItsGreatestSize) {
@@ -121,7 +121,7 @@ TEST(MessageText, AStringIsNoSourceBesideOthers) {
 
 TEST(MessageText, EveryKnownCodeHasASentence) {
     for (const SystemCode& known : SystemCodes()) {
-        const Result found = SystemText(known.code);
+        const Expanded found = SystemText(known.code);
         EXPECT_TRUE(found.text.ends_with(L".\r\n")) << known.code << " failed with " << found.code;
         EXPECT_EQ(found.text.find_first_of(L"\r\n"), found.text.size() - 2) << known.code;
     }

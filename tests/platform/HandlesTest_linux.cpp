@@ -70,19 +70,6 @@ TEST(HandleTable, TakesNoGarbageForAHandle) {
     EXPECT_EQ(CodeOf(CloseHandle(open)), 0u);
 }
 
-// The platform itself takes the handle of a search for an address and may crash.
-TEST(HandleTable, TakesNoHandleOfAnotherKind) {
-    WIN32_FIND_DATAW data;
-    LARGE_INTEGER size;
-    const HANDLE file = OpenRoot();
-    const HANDLE find = FindFirstFileW(L"/*", &data);
-    EXPECT_EQ(CodeOf(FindNextFileW(file, &data)), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(CodeOf(GetFileSizeEx(find, &size)), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(CodeOf(DeregisterEventSource(file)), ERROR_INVALID_HANDLE);
-    EXPECT_EQ(CodeOf(FindClose(find)), 0u);
-    EXPECT_EQ(CodeOf(CloseHandle(file)), 0u);
-}
-
 // Three threads use and close each handle at the same instant: one of them closes it, and no use meets what
 // was freed.
 TEST(HandleTable, ClosesAHandleOnceForThreadsThatRace) {

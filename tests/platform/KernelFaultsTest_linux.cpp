@@ -3,22 +3,17 @@
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "TQLib/platform/linux/files/RangeLocks.h"
 #include "support/FailKernelCall_linux.h"
+#include "support/ReadBytes.h"
 
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
 
 using Path = std::filesystem::path;
-
-std::string Contents(const Path& path) {
-    std::ifstream file(path);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 HANDLE Open(const Path& path, DWORD access, DWORD disposition) {
     return CreateFileW(path.wstring().c_str(), access, 0, nullptr, disposition, 0, nullptr);
@@ -45,8 +40,8 @@ TEST(KernelFaults, TakeNoFileFromItsHolder) {
                     << (done ? "done" : "refused with ") << refused;
             },
             [&](unsigned) {
-                EXPECT_EQ(Contents(held), "held");
-                EXPECT_EQ(Contents(other), "other");
+                EXPECT_EQ(ReadBytes(held), "held");
+                EXPECT_EQ(ReadBytes(other), "other");
             });
     };
     for (const auto& [error, code] : {std::pair<int, DWORD>{EMFILE, ERROR_TOO_MANY_OPEN_FILES},
@@ -91,7 +86,7 @@ TEST(KernelFaults, LoseNoContentsForWantOfMemory) {
             }
             if (handle != INVALID_HANDLE_VALUE && CloseHandle(handle)) continue;
             ++failures;
-            EXPECT_EQ(Contents(kept), "kept");
+            EXPECT_EQ(ReadBytes(kept), "kept");
             EXPECT_FALSE(std::filesystem::exists(made));
         }
     }

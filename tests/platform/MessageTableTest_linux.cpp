@@ -1,7 +1,7 @@
-#include "ModuleBytes.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/process/ModuleImage.h"
 #include "TQLib/platform/linux/texts/MessageTable.h"
+#include "support/ReadBytes.h"
 
 #include <cstring>
 #include <filesystem>
@@ -10,11 +10,66 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 using namespace Quellan::Platform;
 using namespace Quellan::Corvel::Test;
 
 namespace {
+
+// A growing run of bytes, numbers least significant byte first.
+class Bytes {
+  public:
+    Bytes& Number(std::uint64_t value, std::size_t size) {
+        for (std::size_t i = 0; i < size; ++i)
+            m_bytes.push_back(std::byte(value >> (8 * i) & 0xFF));
+        return *this;
+    }
+    Bytes& Dwords(std::initializer_list<std::uint32_t> values) {
+        for (const std::uint32_t value : values)
+            Number(value, 4);
+        return *this;
+    }
+    Bytes& Chars(std::string_view text) {
+        for (const char c : text)
+            m_bytes.push_back(std::byte(c));
+        return *this;
+    }
+    Bytes& Append(const std::vector<std::byte>& bytes) {
+        m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
+        return *this;
+    }
+    Bytes& PadTo(std::size_t size) {
+        m_bytes.resize(size);
+        return *this;
+    }
+    std::vector<std::byte> Take() { return std::move(m_bytes); }
+
+  private:
+    std::vector<std::byte> m_bytes;
+};
+
+// One entry of a message table in UTF-16.
+std::vector<std::byte> TableEntry(std::u16string_view text) {
+    Bytes entry;
+    const std::size_t size = (4 + 2 * (text.size() + 1) + 3) / 4 * 4;
+    entry.Number(size, 2).Number(1, 2);
+    for (const char16_t unit : text)
+        entry.Number(unit, 2);
+    return entry.PadTo(size).Take();
+}
+
+// What the fuzzers begin with, and so of these bytes: a table with the messages 5 and 6 in one block and
+// 0xCFFF4001 in another, and a module of either format with that table in two languages.
+std::vector<std::byte> Seed(const char* name) {
+    const std::string bytes =
+        ReadBytes(std::filesystem::path(TQ_TEST_DATA "/../fuzz/corpus/message_table_fuzz") / name);
+    const auto* const begin = reinterpret_cast<const std::byte*>(bytes.data());
+    return {begin, begin + bytes.size()};
+}
+std::vector<std::byte> SmallTable() {
+    return Seed("table");
+}
 
 constexpr DWORD Five = 5;
 constexpr DWORD Six = 6;
@@ -53,11 +108,6 @@ std::map<LANGID, std::wstring> FiveIn(std::span<const std::byte> file) {
         FindMessage(table, Five, texts[language]);
     });
     return texts;
-}
-
-const std::vector<LanguageBytes>& TwoLanguages() {
-    static const std::vector<LanguageBytes> tables = {{0x409, SmallTable()}, {0x407, SmallTable()}};
-    return tables;
 }
 
 const std::map<LANGID, std::wstring> FiveInTwoLanguages = {{0x409, L"five\r\n"}, {0x407, L"five\r\n"}};
@@ -112,8 +162,8 @@ TEST(MessageTable, NumbersThatLeadOutOfItAreInvalid) {
 }
 
 TEST(ModuleImage, HasATableForEachLanguageInEitherFormat) {
-    EXPECT_EQ(FiveIn(Exact(ElfModule(TwoLanguages())).Span()), FiveInTwoLanguages);
-    EXPECT_EQ(FiveIn(Exact(PeModule(TwoLanguages())).Span()), FiveInTwoLanguages);
+    EXPECT_EQ(FiveIn(Exact(Seed("elf")).Span()), FiveInTwoLanguages);
+    EXPECT_EQ(FiveIn(Exact(Seed("pe")).Span()), FiveInTwoLanguages);
 }
 
 TEST(ModuleImage, OtherFilesAreNoModules) {
@@ -121,23 +171,18 @@ TEST(ModuleImage, OtherFilesAreNoModules) {
     EXPECT_EQ(VisitModuleFile({}, ignore), DWORD{ERROR_BAD_EXE_FORMAT});
     EXPECT_EQ(VisitModuleFile(Exact(Bytes().Chars("MZ and nothing more").Take()).Span(), ignore),
               DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(VisitModuleFile(Exact(Bytes()
-                                        .Chars("\x7F"
-                                               "ELF")
-                                        .Take())
-                                  .Span(),
-                              ignore),
+    EXPECT_EQ(VisitModuleFile(Exact(Bytes().Chars("\177ELF").Take()).Span(), ignore),
               DWORD{ERROR_BAD_EXE_FORMAT});
 }
 
 TEST(ModuleImage, CutAnywhereIsNeverReadBeside) {
-    for (const auto& whole : {ElfModule(TwoLanguages()), PeModule(TwoLanguages())})
+    for (const auto& whole : {Seed("elf"), Seed("pe")})
         for (std::size_t size = 0; size < whole.size(); ++size)
             EXPECT_LE(FiveIn(Exact(whole, size).Span()).size(), 2u);
 }
 
 TEST(ModuleImage, AnyNumberInItMayBeHuge) {
-    for (const auto& whole : {ElfModule(TwoLanguages()), PeModule(TwoLanguages())})
+    for (const auto& whole : {Seed("elf"), Seed("pe")})
         for (std::size_t at = 0; at + 4 <= whole.size(); ++at)
             for (const int byte : {0x00, 0x7F, 0x80, 0xFF}) {
                 auto changed = whole;
@@ -156,7 +201,7 @@ TEST(ModuleImage, AnyNumberInItMayBeHuge) {
 TEST(ModuleImage, AWindowsModuleServesAsADataFile) {
     const auto path =
         std::filesystem::temp_directory_path() / ("tq_pe_" + std::to_string(GetCurrentProcessId()) + ".dll");
-    const auto bytes = PeModule(TwoLanguages());
+    const auto bytes = Seed("pe");
     std::ofstream(path, std::ios::binary)
         .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
     const HMODULE module = LoadLibraryExW(path.wstring().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);

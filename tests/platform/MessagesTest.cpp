@@ -34,23 +34,6 @@ class Messages : public testing::Test {
     }
 };
 
-TEST_F(Messages, ArriveInTheirOrderWithWhatTheyCarry) {
-    OnThread([] {
-        EXPECT_EQ(Post(First, 11, -22), 0u);
-        EXPECT_EQ(Post(Second), 0u);
-        MSG message{};
-        ASSERT_TRUE(Peek(message, 0, 0, PM_NOREMOVE));
-        ASSERT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
-        EXPECT_EQ(message.hwnd, nullptr);
-        EXPECT_EQ(message.message, First);
-        EXPECT_EQ(message.wParam, 11u);
-        EXPECT_EQ(message.lParam, -22);
-        EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
-        EXPECT_EQ(message.message, Second);
-        EXPECT_FALSE(Peek(message));
-    });
-}
-
 TEST_F(Messages, AreTakenByRange) {
     OnThread([] {
         Post(First);

@@ -29,7 +29,7 @@ struct Misbehaving {
 // Of the service that starts late, which another one in its process tells to go on.
 std::atomic<Misbehaving*> g_late{nullptr};
 
-DWORD Handle(DWORD control, DWORD, void*, void* context) {
+DWORD HandleBadly(DWORD control, DWORD, void*, void* context) {
     const auto& service = *static_cast<const Misbehaving*>(context);
     if (control == SERVICE_CONTROL_PARAMCHANGE) {
         if (const Misbehaving* const late = g_late) SetEvent(late->nudge);
@@ -43,7 +43,7 @@ DWORD Handle(DWORD control, DWORD, void*, void* context) {
     return 0;
 }
 
-void Main(DWORD, wchar_t** arguments) {
+void MisbehavingMain(DWORD, wchar_t** arguments) {
     auto& service = *new Misbehaving;  // handlers are called until the process ends
     if (g_behaviour == "never-registers") Sleep(INFINITE);
     if (g_behaviour == "exits-in-start") std::_Exit(3);
@@ -53,7 +53,7 @@ void Main(DWORD, wchar_t** arguments) {
         std::fclose(file);
         std::_Exit(3);
     }
-    service.handle = RegisterServiceCtrlHandlerExW(arguments[0], Handle, &service);
+    service.handle = RegisterServiceCtrlHandlerExW(arguments[0], HandleBadly, &service);
     service.Report(SERVICE_START_PENDING, ShortHintMs);
     if (g_behaviour == "hangs-in-start") Sleep(INFINITE);
     // The same report again and again is no progress.
@@ -74,17 +74,9 @@ void Main(DWORD, wchar_t** arguments) {
 
 int RunMisbehaving(const RoleArguments& arguments) {
     g_behaviour = arguments.at(0);
-    std::vector<std::wstring> names;
-    for (std::size_t i = 1; i < arguments.size(); ++i) {
-        g_file = arguments[i];
-        names.emplace_back(arguments[i].begin(), arguments[i].end());
-    }
-    if (names.empty()) names.emplace_back(L"any");
-    std::vector<SERVICE_TABLE_ENTRYW> table;
-    for (std::wstring& name : names)
-        table.push_back({name.data(), Main});
-    table.push_back({nullptr, nullptr});
-    return StartServiceCtrlDispatcherW(table.data()) ? 0 : 1;
+    if (arguments.size() == 1) return ServeAll({"any"}, MisbehavingMain) ? 0 : 1;
+    g_file = arguments.back();
+    return ServeAll({arguments.begin() + 1, arguments.end()}, MisbehavingMain) ? 0 : 1;
 }
 
 const Role g_misbehaving("misbehaving", RunMisbehaving);

@@ -1,13 +1,15 @@
+#include "PlatformTest.h"
 #include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <array>
 #include <filesystem>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <new>
 #include <string>
 #include <vector>
+
+using namespace Quellan::Corvel::Test;
 
 namespace {
 
@@ -30,13 +32,6 @@ bool IsLoaded(const wchar_t* name) {
     return GetModuleHandleW(name) != nullptr;
 }
 
-// The code with which a call failed, 0 when it succeeded.
-template <class Call>
-DWORD FailureOf(Call call) {
-    SetLastError(ERROR_SUCCESS);
-    return call() ? 0 : GetLastError();
-}
-
 // The handle of a module that was and is no more.
 HMODULE FreedModule() {
     const HMODULE module = LoadLibraryW(CodeModule);
@@ -44,25 +39,11 @@ HMODULE FreedModule() {
     return module;
 }
 
-// A file in the folder of temporary files that is no module, whatever its name.
-class TextFile {
-  public:
-    explicit TextFile(std::string_view contents) {
-        const std::string name = "tq_modules_" + std::to_string(GetCurrentProcessId()) + ".dll";
-        m_path = std::filesystem::temp_directory_path() / name;
-        std::ofstream(m_path, std::ios::binary) << contents;
-    }
-    TextFile(const TextFile&) = delete;
-    TextFile& operator=(const TextFile&) = delete;
-    ~TextFile() {
-        std::error_code ignored;
-        std::filesystem::remove(m_path, ignored);
-    }
-    std::wstring Name() const { return m_path.wstring(); }
-
-  private:
-    std::filesystem::path m_path;
-};
+// A file that is no module, whatever its name.
+std::wstring TextFile(const TemporaryFolder& folder, const wchar_t* name, std::string_view contents) {
+    std::ofstream(std::filesystem::path(folder / name), std::ios::binary) << contents;
+    return folder / name;
+}
 
 }  // namespace
 
@@ -70,19 +51,13 @@ TEST(Modules, AreFoundBesideTheExecutableAndStayUntilTheyAreFreedAsOftenAsLoaded
     const HMODULE first = LoadLibraryW(CodeModule);
     ASSERT_NE(first, nullptr) << GetLastError();
     EXPECT_EQ(LoadLibraryW(L"platform_code_module"), first);
+    EXPECT_EQ(LoadLibraryW(FileName(first).c_str()), first);
+    EXPECT_TRUE(FreeLibrary(first));
     EXPECT_TRUE(FreeLibrary(first));
     EXPECT_EQ(GetModuleHandleW(L"PLATFORM_CODE_MODULE.DLL"), first);
     EXPECT_TRUE(FreeLibrary(first));
     EXPECT_FALSE(IsLoaded(CodeModule));
-    EXPECT_EQ(FailureOf([&] { return FreeLibrary(first); }), DWORD{ERROR_MOD_NOT_FOUND});
-}
-
-TEST(Modules, AreLoadedByFullPath) {
-    const HMODULE module = LoadLibraryW(CodeModule);
-    ASSERT_NE(module, nullptr);
-    EXPECT_EQ(LoadLibraryW(FileName(module).c_str()), module);
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_TRUE(FreeLibrary(module));
+    EXPECT_EQ(CodeOf(FreeLibrary(first)), DWORD{ERROR_MOD_NOT_FOUND});
 }
 
 TEST(Modules, TheirExportsAreFoundByNameAndNobodyElsesAre) {
@@ -92,26 +67,25 @@ TEST(Modules, TheirExportsAreFoundByNameAndNobodyElsesAre) {
         reinterpret_cast<int (*)()>(reinterpret_cast<void*>(GetProcAddress(module, "CodeModuleAnswer")));
     ASSERT_NE(answer, nullptr);
     EXPECT_EQ(answer(), 42);
-    EXPECT_EQ(FailureOf([&] { return GetProcAddress(module, "malloc"); }), DWORD{ERROR_PROC_NOT_FOUND});
-    EXPECT_EQ(FailureOf([&] { return GetProcAddress(GetModuleHandleW(nullptr), "CodeModuleAnswer"); }),
+    EXPECT_EQ(CodeOf(GetProcAddress(module, "malloc")), DWORD{ERROR_PROC_NOT_FOUND});
+    EXPECT_EQ(CodeOf(GetProcAddress(GetModuleHandleW(nullptr), "CodeModuleAnswer")),
               DWORD{ERROR_PROC_NOT_FOUND});
     EXPECT_TRUE(FreeLibrary(module));
 }
 
 TEST(Modules, AMissingOneIsToldFromOneOfAWrongFormat) {
-    const TextFile text("This is no module at all, though it is long enough to have a header of some kind.");
-    EXPECT_EQ(FailureOf([] { return LoadLibraryW(MissingModule); }), DWORD{ERROR_MOD_NOT_FOUND});
-    EXPECT_EQ(FailureOf([&] { return LoadLibraryW(text.Name().c_str()); }), DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(FailureOf([] { return LoadLibraryExW(MissingModule, nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
+    const TemporaryFolder folder;
+    const std::wstring text = TextFile(folder, L"text.dll", std::string(80, 'x')),
+                       empty = TextFile(folder, L"empty.dll", "");
+    EXPECT_EQ(CodeOf(LoadLibraryW(MissingModule)), DWORD{ERROR_MOD_NOT_FOUND});
+    EXPECT_EQ(CodeOf(LoadLibraryW(text.c_str())), DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(CodeOf(LoadLibraryExW(MissingModule, nullptr, LOAD_LIBRARY_AS_DATAFILE)),
               DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(
-        FailureOf([&] { return LoadLibraryExW(text.Name().c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
-        DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(FailureOf([] { return LoadLibraryW(nullptr); }), DWORD{ERROR_INVALID_PARAMETER});
-    const TextFile empty("");
-    const std::wstring path = empty.Name();
-    EXPECT_EQ(FailureOf([&] { return LoadLibraryW(path.c_str()); }), DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(FailureOf([&] { return LoadLibraryExW(path.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE); }),
+    EXPECT_EQ(CodeOf(LoadLibraryExW(text.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE)),
+              DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(CodeOf(LoadLibraryW(nullptr)), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(CodeOf(LoadLibraryW(empty.c_str())), DWORD{ERROR_BAD_EXE_FORMAT});
+    EXPECT_EQ(CodeOf(LoadLibraryExW(empty.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE)),
               DWORD{ERROR_FILE_INVALID});
 }
 
@@ -122,8 +96,7 @@ TEST(Modules, OnlyTheCodeOfModulesLoadedAsCodeRuns) {
         ASSERT_NE(data, nullptr) << GetLastError() << " with flags " << flags;
         EXPECT_EQ(std::get_new_handler(), nullptr);
         EXPECT_FALSE(IsLoaded(CodeModule));
-        EXPECT_EQ(FailureOf([&] { return GetProcAddress(data, "CodeModuleAnswer"); }),
-                  DWORD{ERROR_MOD_NOT_FOUND});
+        EXPECT_EQ(CodeOf(GetProcAddress(data, "CodeModuleAnswer")), DWORD{ERROR_MOD_NOT_FOUND});
         EXPECT_TRUE(FreeLibrary(data));
     }
     const HMODULE code = LoadLibraryW(CodeModule);
@@ -134,17 +107,14 @@ TEST(Modules, OnlyTheCodeOfModulesLoadedAsCodeRuns) {
 TEST(Modules, AWrongHandleIsRecognised) {
     std::array<wchar_t, 10> buffer;
     for (const HMODULE wrong : {FreedModule(), reinterpret_cast<HMODULE>(&buffer)}) {
-        EXPECT_EQ(FailureOf([&] { return FreeLibrary(wrong); }), DWORD{ERROR_MOD_NOT_FOUND});
-        EXPECT_EQ(FailureOf([&] { return GetModuleFileNameW(wrong, buffer.data(), buffer.size()); }),
+        EXPECT_EQ(CodeOf(FreeLibrary(wrong)), DWORD{ERROR_MOD_NOT_FOUND});
+        EXPECT_EQ(CodeOf(GetModuleFileNameW(wrong, buffer.data(), buffer.size())),
                   DWORD{ERROR_MOD_NOT_FOUND});
-        EXPECT_EQ(FailureOf([&] { return GetProcAddress(wrong, "CodeModuleAnswer"); }),
-                  DWORD{ERROR_MOD_NOT_FOUND});
-        EXPECT_EQ(FailureOf([&] {
-                      return GetModuleBaseNameW(GetCurrentProcess(), wrong, buffer.data(), buffer.size());
-                  }),
+        EXPECT_EQ(CodeOf(GetProcAddress(wrong, "CodeModuleAnswer")), DWORD{ERROR_MOD_NOT_FOUND});
+        EXPECT_EQ(CodeOf(GetModuleBaseNameW(GetCurrentProcess(), wrong, buffer.data(), buffer.size())),
                   DWORD{ERROR_INVALID_HANDLE});
     }
-    EXPECT_EQ(FailureOf([] { return FreeLibrary(nullptr); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_EQ(CodeOf(FreeLibrary(nullptr)), DWORD{ERROR_INVALID_HANDLE});
 }
 
 TEST(Modules, AHandleFoundWithoutChangeKeepsNothingLoaded) {
@@ -152,16 +122,9 @@ TEST(Modules, AHandleFoundWithoutChangeKeepsNothingLoaded) {
     HMODULE found = nullptr;
     EXPECT_TRUE(GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT, CodeModule, &found));
     EXPECT_EQ(found, module);
-    EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_FALSE(IsLoaded(CodeModule));
-}
-
-TEST(Modules, AHandleFoundOtherwiseKeepsTheModuleLoaded) {
-    const HMODULE module = LoadLibraryW(CodeModule);
-    HMODULE found = nullptr;
     EXPECT_TRUE(GetModuleHandleExW(0, CodeModule, &found));
     EXPECT_TRUE(FreeLibrary(module));
-    EXPECT_TRUE(IsLoaded(CodeModule));
+    EXPECT_TRUE(IsLoaded(CodeModule)) << "by the handle that was found with a change";
     EXPECT_TRUE(FreeLibrary(found));
     EXPECT_FALSE(IsLoaded(CodeModule));
 }
@@ -193,8 +156,7 @@ TEST(Modules, AFileNameIsCutToItsBuffer) {
     EXPECT_EQ(GetModuleFileNameW(nullptr, buffer.data(), size), size);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
     EXPECT_EQ(std::wstring(buffer.data(), size - 1), whole.substr(0, size - 1));
-    EXPECT_EQ(FailureOf([&] { return GetModuleFileNameW(nullptr, buffer.data(), 0); }),
-              DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(CodeOf(GetModuleFileNameW(nullptr, buffer.data(), 0)), DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
 TEST(Modules, AreEnumeratedWithTheExecutableFirst) {
@@ -207,14 +169,5 @@ TEST(Modules, AreEnumeratedWithTheExecutableFirst) {
     EXPECT_EQ(std::count(modules.begin(), end, module), 1);
     EXPECT_TRUE(std::any_of(modules.begin(), end,
                             [](HMODULE m) { return BaseName(m).find(L"TQLib") != std::wstring::npos; }));
-    EXPECT_TRUE(FreeLibrary(module));
-}
-
-TEST(Modules, ABaseNameIsThatOfTheFile) {
-    const HMODULE module = LoadLibraryW(CodeModule);
-    const std::wstring path = FileName(module);
-    const std::wstring name = BaseName(module);
-    EXPECT_TRUE(name.starts_with(L"platform_code_module."));
-    EXPECT_TRUE(path.ends_with(name));
     EXPECT_TRUE(FreeLibrary(module));
 }

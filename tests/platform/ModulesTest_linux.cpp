@@ -13,7 +13,7 @@
 
 namespace {
 
-constexpr const wchar_t* CodeModule = L"platform_code_module.dll";
+constexpr const wchar_t* ModuleWithCode = L"platform_code_module.dll";
 constexpr const wchar_t* MessageModule = L"platform_messages.dll";
 
 DWORD LoadFailure(const wchar_t* name, DWORD flags) {
@@ -49,15 +49,15 @@ TEST(LinuxModules, TheSystemsOwnAreFoundByTheLoaderUnlessTheSearchIsLimited) {
     EXPECT_EQ(LoadFailure(L"libm.so.6", 0), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(LoadFailure(L"libm.so.6", LOAD_LIBRARY_SEARCH_SYSTEM32), DWORD{ERROR_SUCCESS});
     EXPECT_EQ(LoadFailure(L"libm.so.6", LOAD_LIBRARY_SEARCH_APPLICATION_DIR), DWORD{ERROR_MOD_NOT_FOUND});
-    EXPECT_EQ(LoadFailure(CodeModule, LOAD_LIBRARY_SEARCH_APPLICATION_DIR), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(LoadFailure(CodeModule, LOAD_LIBRARY_SEARCH_SYSTEM32), DWORD{ERROR_MOD_NOT_FOUND});
+    EXPECT_EQ(LoadFailure(ModuleWithCode, LOAD_LIBRARY_SEARCH_APPLICATION_DIR), DWORD{ERROR_SUCCESS});
+    EXPECT_EQ(LoadFailure(ModuleWithCode, LOAD_LIBRARY_SEARCH_SYSTEM32), DWORD{ERROR_MOD_NOT_FOUND});
 }
 
 TEST(LinuxModules, UnknownFlagsAndFileHandlesAreRefused) {
-    EXPECT_EQ(LoadFailure(CodeModule, 0x00000008), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(LoadFailure(CodeModule, 0x00000040), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(LoadFailure(ModuleWithCode, 0x00000008), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(LoadFailure(ModuleWithCode, 0x00000040), DWORD{ERROR_INVALID_PARAMETER});
     SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(LoadLibraryExW(CodeModule, INVALID_HANDLE_VALUE, 0), nullptr);
+    EXPECT_EQ(LoadLibraryExW(ModuleWithCode, INVALID_HANDLE_VALUE, 0), nullptr);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
 }
 

@@ -7,10 +7,6 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
-std::wstring Wide(const std::string& text) {
-    return std::wstring(text.begin(), text.end());
-}
-
 // A name that no other test and no other run uses.
 std::string NewName() {
     static int count = 0;
@@ -197,14 +193,6 @@ class HeldMutex : public NamedObjects {
     Owned m_never = AutoEvent();
 };
 
-TEST_F(HeldMutex, KeepsOtherProcessesOut) {
-    const auto holder = Hold();
-    EXPECT_EQ(Poll(m_mutex), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(WaitForSingleObject(m_mutex, 5), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(WaitAny({m_never, m_mutex}, 5), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(CodeOf(ReleaseMutex(m_mutex)), DWORD{ERROR_NOT_OWNER});
-}
-
 TEST_F(HeldMutex, IsAbandonedWhenItsProcessIsKilled) {
     for (int i = 0; i < 5; ++i) {
         Hold()->Kill();
@@ -263,30 +251,8 @@ TEST_F(NamedObjects, AreAwaitedTogetherWithThoseOfTheProcess) {
     EXPECT_EQ(WaitAny({named, mine}), DWORD{WAIT_TIMEOUT});
 }
 
-// A thread waits, another signals this or that: each signal ends one wait, whichever side is faster.
 TEST_F(NamedObjects, EndMixedWaitsFromEitherSide) {
-    constexpr int Rounds = 2'000;
-    const Owned named = AutoEvent(false, Name());
-    const Owned mine = AutoEvent();
-    const Owned both = AutoEvent();
-    const Owned answer = AutoEvent();
-    const Worker waiter([&] {
-        for (int i = 0; i < Rounds; ++i) {
-            const DWORD status =
-                i % 3 == 2 ? WaitAll({named, both, mine}, Patience) : WaitAny({named, both, mine}, Patience);
-            const DWORD expected = i % 3 == 0 ? 0 : i % 3 == 1 ? 2 : 0;
-            if (status != expected) return static_cast<DWORD>(i + 1);
-            SetEvent(answer);
-        }
-        return DWORD{0};
-    });
-    for (int i = 0; i < Rounds; ++i) {
-        if (i % 3 != 0) SetEvent(mine);
-        if (i % 3 == 2) SetEvent(both);
-        if (i % 3 != 1) SetEvent(named);
-        ASSERT_EQ(WaitAny({answer, waiter.Thread()}, Patience), WAIT_OBJECT_0) << i;
-    }
-    EXPECT_EQ(waiter.Result(), 0u);
+    ExchangeMixedSignals(Name(), 2'000, [] { return 0; });
 }
 
 }  // namespace

@@ -312,26 +312,9 @@ TEST_F(NameSpace, HearsAtOnceOfAnOwnerThatClosesItsHandle) {
 
 // As on kernels that cannot wait on several words at once.
 TEST_F(NameSpace, EndsMixedWaitsOnOlderKernelsToo) {
-    constexpr int Rounds = 500;
-    const Owned named = AutoEvent(false, L"older.named");
-    const Owned mine = AutoEvent();
-    const Owned answer = AutoEvent();
-    const Worker waiter([&] {
-        const FailCall old("futex_waitv", ERROR_CALL_NOT_IMPLEMENTED, FailCall::EveryCall);
-        for (int i = 0; i < Rounds; ++i) {
-            const DWORD status =
-                i % 3 == 2 ? WaitAll({named, mine}, Patience) : WaitAny({named, mine}, Patience);
-            if (status != (i % 3 == 1 ? 1u : 0u)) return static_cast<DWORD>(i + 1);
-            SetEvent(answer);
-        }
-        return DWORD{0};
+    ExchangeMixedSignals(L"older.named", 500, [] {
+        return FailCall("futex_waitv", ERROR_CALL_NOT_IMPLEMENTED, FailCall::EveryCall);
     });
-    for (int i = 0; i < Rounds; ++i) {
-        if (i % 3 != 0) SetEvent(mine);
-        if (i % 3 != 1) SetEvent(named);
-        ASSERT_EQ(WaitAny({answer, waiter.Thread()}, Patience), WAIT_OBJECT_0) << i;
-    }
-    EXPECT_EQ(waiter.Result(), 0u);
 }
 
 }  // namespace

@@ -20,6 +20,10 @@ inline DWORD CodeOf(HANDLE handle) {
     return handle != nullptr && handle != INVALID_HANDLE_VALUE ? 0 : GetLastError();
 }
 
+inline std::wstring Wide(const std::string& text) {
+    return std::wstring(text.begin(), text.end());
+}
+
 // Whether the calls are Wine's, which does not do everything as documented: each use says what it leaves out.
 inline bool OnWine() {
     wchar_t temp[MAX_PATH];

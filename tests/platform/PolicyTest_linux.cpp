@@ -1,56 +1,45 @@
 // The file behind the rights of accounts.
-#include "platform/SidTexts.h"
+#include "Policy.h"
+#include "support/ReadBytes.h"
 #include "support/Role.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <fstream>
-#include <sstream>
 #include <sys/stat.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
 
+constexpr const wchar_t* Right = L"SeShutdownPrivilege";
+
 class RightsFile : public testing::Test {
   protected:
-    RightsFile() {
-        LSA_OBJECT_ATTRIBUTES attributes{};
-        LsaOpenPolicy(nullptr, &attributes, MAXIMUM_ALLOWED, &m_policy);
-        Change(L"S-1-5-9", false);  // makes the folder
-    }
-    ~RightsFile() override {
-        Write("");
-        LsaClose(m_policy);
-    }
+    RightsFile() { Change(L"S-1-5-9", false); }  // makes the folder
+    ~RightsFile() override { Write(""); }
 
     void Write(const std::string& text) { std::ofstream(m_path) << text; }
 
-    std::string Read() {
-        std::stringstream text;
-        text << std::ifstream(m_path).rdbuf();
-        return text.str();
-    }
+    std::string Read() const { return ReadBytes(m_path); }
 
     // Gives the right to shut down, or takes it away.
     DWORD Change(const wchar_t* account, bool remove) {
-        std::wstring right = L"SeShutdownPrivilege";
-        const auto size = static_cast<WORD>(right.size() * sizeof(wchar_t));
-        LSA_UNICODE_STRING name{size, size, right.data()};
         Sid sid(account);
-        return LsaNtStatusToWinError(remove ? LsaRemoveAccountRights(m_policy, sid.Get(), FALSE, &name, 1)
-                                            : LsaAddAccountRights(m_policy, sid.Get(), &name, 1));
+        const DWORD status = remove ? m_policy.Remove(sid.Get(), Right) : m_policy.Add(sid.Get(), Right);
+        return LsaNtStatusToWinError(static_cast<NTSTATUS>(status));
     }
 
     DWORD CodeOfReading(const wchar_t* account) {
         LSA_UNICODE_STRING* rights = nullptr;
         ULONG count = 0;
-        const NTSTATUS status = LsaEnumerateAccountRights(m_policy, Sid(account).Get(), &rights, &count);
+        const NTSTATUS status =
+            LsaEnumerateAccountRights(m_policy.Get(), Sid(account).Get(), &rights, &count);
         if (status == 0) LsaFreeMemory(rights);
         return LsaNtStatusToWinError(status);
     }
 
     const std::string m_path = std::string(std::getenv("TQLIB_ROOT")) + "/state/security/rights";
-    LSA_HANDLE m_policy = nullptr;
+    const Policy m_policy;
 };
 
 TEST_F(RightsFile, KeepsTheAdministratorsLines) {
@@ -101,17 +90,11 @@ TEST_F(RightsFile, HasTheDefaultsUntilItIsThere) {
 
 // Gives the right to accounts of its own, one after the other.
 const Role giver("rights_giver", [](const RoleArguments& arguments) {
-    LSA_OBJECT_ATTRIBUTES attributes{};
-    LSA_HANDLE policy = nullptr;
-    LsaOpenPolicy(nullptr, &attributes, MAXIMUM_ALLOWED, &policy);
-    std::wstring right = L"SeShutdownPrivilege";
-    const auto size = static_cast<WORD>(right.size() * sizeof(wchar_t));
-    LSA_UNICODE_STRING name{size, size, right.data()};
+    const Policy policy;
     for (int i = 0; i < std::stoi(arguments[1]); ++i) {
         const std::wstring account = L"S-1-5-" + std::to_wstring(std::stoi(arguments[0]) + i);
-        if (LsaAddAccountRights(policy, Sid(account.c_str()).Get(), &name, 1) != 0) return 1;
+        if (policy.Add(Sid(account.c_str()).Get(), Right) != 0) return 1;
     }
-    LsaClose(policy);
     return 0;
 });
 

@@ -1,12 +1,14 @@
 // What is left when power is lost at any instant: each acknowledged change, whole and once, and nothing else.
 #include "../../tools/tqscm/Journal.h"
 #include "../../tools/tqscm/Store.h"
+#include "Policy.h"
 #include "RegistryTest.h"
 #include "TQLib/files/TQTextFile.h"
 #include "TQLib/log/TQLog.h"
-#include "platform/SidTexts.h"
+#include "TQLib/platform/linux/registry/RegistryRecord.h"
 #include "support/FailCall.h"
 #include "support/PowerCut_linux.h"
+#include "support/ReadBytes.h"
 
 #include <fstream>
 #include <iterator>
@@ -19,11 +21,6 @@ namespace {
 namespace fs = std::filesystem;
 namespace Durable = Platform::Durable;
 using Path = fs::path;
-
-std::string ReadBytes(const Path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // Of several pieces, and known as whole by its end.
 std::string Record(int number) {
@@ -68,66 +65,53 @@ std::string Dump(HKEY key) {
     return text;
 }
 
+void MakeKey(const wchar_t* path) {
+    EXPECT_EQ(Make(HKEY_CURRENT_USER, path).Code(), 0u);
+}
+void SetValue(const wchar_t* path, const wchar_t* name, std::size_t size, char character) {
+    EXPECT_EQ(Set(Open(HKEY_CURRENT_USER, path), name, {REG_BINARY, std::string(size, character)}), 0u);
+}
+
+constexpr void (*RegistryChanges[])(const Path& hive) = {
+    [](const Path&) { MakeKey(L"A"); },
+    [](const Path&) { MakeKey(L"A\\b"); },
+    [](const Path&) { SetValue(L"A", L"v", 1500, '1'); },
+    [](const Path&) { SetValue(L"A", L"v", 700, '2'); },
+    [](const Path&) { SetValue(L"A\\b", L"w", 10, '3'); },
+    [](const Path&) { EXPECT_EQ(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A"), L"v"), 0); },
+    [](const Path&) { EXPECT_EQ(RegDeleteTreeW(Open(HKEY_CURRENT_USER, L"A\\b"), nullptr), 0); },
+    [](const Path&) { MakeKey(L"A\\b\\c"); },
+    [](const Path&) { EXPECT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\b"), 0); },
+    [](const Path&) { MakeKey(L"A\\d"); },
+    [](const Path&) { MakeKey(L"A\\d\\e"); },
+    [](const Path&) {  // as in the lower layer of a container
+        const FailCall noMove("renameat2", EXDEV, FailCall::EveryCall);
+        EXPECT_EQ(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\d"), 0);
+    },
+    [](const Path&) { MakeKey(L"A\\k"); },
+    [](const Path&) { SetValue(L"A\\k", L"v", 10, '4'); },
+    [](const Path& hive) {  // after somebody was killed who was deleting a key
+        Durable::MakeFolder(AT_FDCWD, (hive / "deleted").c_str(), 0700);
+        Durable::Rename(AT_FDCWD, (hive / "root/k.A/k.K").c_str(), AT_FDCWD,
+                        (hive / "deleted/killed").c_str());
+        SetValue(L"A", L"v", 10, '5');
+    },
+    [](const Path&) {
+        EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, L"A\\m",
+                                           {{L"p", REG_BINARY, std::string(700, '6')},
+                                            {L"q", REG_BINARY, "7"},
+                                            {L"r", REG_BINARY, "8"}}),
+                  0u);
+    },
+    [](const Path&) { SetValue(L"A\\m", L"P", 10, '9'); },
+    [](const Path&) { EXPECT_EQ(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A\\m"), L"p"), 0); },
+    [](const Path&) { EXPECT_EQ(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A\\m"), L"Q"), 0); },
+    [](const Path&) { SetValue(L"A\\m", L"r", 10, '0'); },
+    [](const Path&) { EXPECT_EQ(RegDeleteTreeW(Open(HKEY_CURRENT_USER, L"A\\m"), nullptr), 0); }};
+
 void ChangeRegistry(const Path& folder, int number) {
-    const auto set = [](const wchar_t* path, const wchar_t* name, std::size_t size, char character) {
-        EXPECT_EQ(Set(Open(HKEY_CURRENT_USER, path), name, {REG_BINARY, std::string(size, character)}), 0u);
-    };
-    const Path hive = folder / "a/b/state/registry/user";
-    const auto make = [](const wchar_t* path) { EXPECT_EQ(Make(HKEY_CURRENT_USER, path).Code(), 0u); };
-    switch (number) {
-        case 1:
-            make(L"A");
-            break;
-        case 2:
-            make(L"A\\b");
-            break;
-        case 3:
-            set(L"A", L"v", 1500, '1');
-            break;
-        case 4:
-            set(L"A", L"v", 700, '2');
-            break;
-        case 5:
-            set(L"A\\b", L"w", 10, '3');
-            break;
-        case 6:
-            EXPECT_EQ(Status(RegDeleteValueW(Open(HKEY_CURRENT_USER, L"A"), L"v")), 0u);
-            break;
-        case 7:
-            EXPECT_EQ(Status(RegDeleteTreeW(Open(HKEY_CURRENT_USER, L"A\\b"), nullptr)), 0u);
-            break;
-        case 8:
-            make(L"A\\b\\c");
-            break;
-        case 9:
-            EXPECT_EQ(Status(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\b")), 0u);
-            break;
-        case 10:
-            make(L"A\\d");
-            break;
-        case 11:
-            make(L"A\\d\\e");
-            break;
-        case 12: {  // as in the lower layer of a container
-            const FailCall noMove("renameat2", EXDEV, FailCall::EveryCall);
-            EXPECT_EQ(Status(RegDeleteTreeW(HKEY_CURRENT_USER, L"A\\d")), 0u);
-            break;
-        }
-        case 13:
-            make(L"A\\k");
-            break;
-        case 14:
-            set(L"A\\k", L"v", 10, '4');
-            break;
-        case 15:  // after somebody was killed who was deleting a key
-            Durable::MakeFolder(AT_FDCWD, (hive / "deleted").c_str(), 0700);
-            Durable::Rename(AT_FDCWD, (hive / "root/k.A/k.K").c_str(), AT_FDCWD,
-                            (hive / "deleted/killed").c_str());
-            [[fallthrough]];
-        default:
-            set(L"A", L"v", 10, '5');
-            break;
-    }
+    const int last = static_cast<int>(std::size(RegistryChanges));
+    RegistryChanges[std::min(number, last) - 1](folder / "a/b/state/registry/user");
 }
 
 std::string OnlyDeleted(const std::string&, const std::string& after) {
@@ -137,17 +121,11 @@ std::string OnlyDeleted(const std::string&, const std::string& after) {
 // The rights of accounts.
 
 void ChangeRights(const Path&, int number) {
-    LSA_OBJECT_ATTRIBUTES attributes{};
-    LSA_HANDLE policy = nullptr;
-    LsaOpenPolicy(nullptr, &attributes, POLICY_LOOKUP_NAMES | POLICY_CREATE_ACCOUNT, &policy);
-    std::wstring name = number % 2 ? L"SeBackupPrivilege" : L"SeRestorePrivilege";
-    const auto size = static_cast<WORD>(name.size() * sizeof(wchar_t));
-    LSA_UNICODE_STRING right{size, size, name.data()};
+    const Policy policy(POLICY_LOOKUP_NAMES | POLICY_CREATE_ACCOUNT);
+    const wchar_t* const right = number % 2 ? L"SeBackupPrivilege" : L"SeRestorePrivilege";
     Sid account(L"S-1-5-32-544");
-    EXPECT_EQ((number - 1) % 4 < 2 ? LsaAddAccountRights(policy, account.Get(), &right, 1)
-                                   : LsaRemoveAccountRights(policy, account.Get(), FALSE, &right, 1),
-              0);
-    LsaClose(policy);
+    EXPECT_EQ((number - 1) % 4 < 2 ? policy.Add(account.Get(), right) : policy.Remove(account.Get(), right),
+              0u);
 }
 
 std::string ReadRights(const Path& folder) {
@@ -307,25 +285,12 @@ void ChangeServices(const Path&, int number) {
     first.displayName = "First";
     second.commandLine = "/bin/second";
     second.displayName = "Second";
-    DWORD code = 0;
-    switch (number) {
-        case 1:
-            code = tqscm::CreateRecord("service", first);
-            break;
-        case 2:
-            code = tqscm::ChangeRecord("service", first, second);
-            break;
-        case 3:
-            code = tqscm::MarkRecord("service");
-            break;
-        case 4:
-            code = tqscm::DeleteRecord("service");
-            break;
-        default:
-            code = tqscm::CreateRecord("service", second);
-            break;
-    }
-    EXPECT_EQ(code, 0u);
+    EXPECT_EQ(number == 1   ? tqscm::CreateRecord("service", first)
+              : number == 2 ? tqscm::ChangeRecord("service", first, second)
+              : number == 3 ? tqscm::MarkRecord("service")
+              : number == 4 ? tqscm::DeleteRecord("service")
+                            : tqscm::CreateRecord("service", second),
+              0u);
 }
 
 std::string ReadServices(const Path&) {
@@ -345,7 +310,7 @@ void ChangeJournal(const Path& folder, int number) {
 }
 
 constexpr Subject Subjects[] = {
-    {"Registry", 15, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
+    {"Registry", 21, ChangeRegistry, [](const Path&) { return Dump(HKEY_CURRENT_USER); }, OnlyDeleted},
     {"Rights", 4, ChangeRights, ReadRights},
     {"EventLog", 4, ChangeEvents, ReadEvents, OnlyBackedUp},
     {"FullEventLog", 7, ChangeFullLog, ReadEvents, OnlyWithRoom, true},

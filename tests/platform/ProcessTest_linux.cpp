@@ -1,9 +1,7 @@
 #include "Forked_linux.h"
 #include "PlatformTest.h"
 #include "TQLib/platform/Win32.h"
-
-#include <fstream>
-#include <iterator>
+#include "support/ReadBytes.h"
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -15,24 +13,18 @@ TEST(ProcessOnLinux, KnowsItsThreadAfterAFork) {
 
 class DebugOutput : public testing::Test {
   protected:
-    std::string Written() const {
-        std::ifstream file(m_path.c_str(), std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-
     TemporaryFolder m_folder;
-    const std::wstring m_wide = m_folder / L"debug.txt";
-    const std::string m_path = std::string(m_wide.begin(), m_wide.end());
+    const std::wstring m_path = m_folder / L"debug.txt";
 };
 
 TEST_F(DebugOutput, GoesToTheFileOfTheVariableInOrder) {
     if (IsDebuggerPresent()) GTEST_SKIP() << "a traced process writes to standard error";
-    const EnvironmentVariable variable(L"TQLIB_DEBUG_OUTPUT", m_wide.c_str());
+    const EnvironmentVariable variable(L"TQLIB_DEBUG_OUTPUT", m_path.c_str());
     SetLastError(77);
     OutputDebugStringW(L"first\n");
     OutputDebugStringW(L"s\u00E9cond\n");
     EXPECT_EQ(GetLastError(), 77u);
-    EXPECT_EQ(Written(),
+    EXPECT_EQ(ReadBytes(m_path),
               "first\ns\xC3\xA9"
               "cond\n");
 }

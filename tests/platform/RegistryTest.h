@@ -11,10 +11,6 @@ inline std::string Bytes(std::wstring_view text) {
     return {reinterpret_cast<const char*>(text.data()), text.size() * sizeof(wchar_t)};
 }
 
-inline std::wstring Wide(const std::string& text) {
-    return std::wstring(text.begin(), text.end());
-}
-
 // A registry call's result, comparable with the names of codes.
 inline DWORD Status(LSTATUS code) {
     return static_cast<DWORD>(code);

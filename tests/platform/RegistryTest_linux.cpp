@@ -1,6 +1,8 @@
 // The registry's files, and processes that are killed while they change it.
 #include "RegistryTest.h"
 #include "TQLib/platform/linux/base/Case.h"
+#include "TQLib/platform/linux/registry/RegistryRecord.h"
+#include "support/ReadBytes.h"
 #include "support/Role.h"
 
 #include <cstdlib>
@@ -23,10 +25,6 @@ class RegistryFiles : public RegistryTest {
     }
     static fs::path Hive() { return fs::path(std::getenv("TQLIB_ROOT")) / "state/registry/user"; }
 
-    static std::string Read(const fs::path& path) {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
     // The names in the test's key, by one of the calls that list.
     template <class Call>
     std::wstring Listed(Call call) const {
@@ -47,11 +45,15 @@ TEST_F(RegistryFiles, AreAsDocumented) {
     Set(m_key, L"Gr\u00F6\u00DFe", {REG_SZ, Bytes(std::wstring(L"\u00FC\0", 2))});
     Set(m_key, nullptr, {REG_DWORD, std::string("\1\0\0\0", 4)});
     Set(m_key, std::wstring(300, L'n').c_str(), {REG_BINARY, ""});
-    EXPECT_EQ(Read(Folder() / "k.A%2fB%25/name"), "a/B%");
-    EXPECT_EQ(Read(Folder() / "v.GR\u00D6\u00DFE"),
+    EXPECT_EQ(ReadBytes(Folder() / "k.A%2fB%25/name"), "a/B%");
+    EXPECT_EQ(ReadBytes(Folder() / "v.GR\u00D6\u00DFE"),
               std::string("TQRV\1\0\0\0\1\0\0\0\1\0\0\0\7\0\0\0\3\0\0\0", 24) + "Gr\u00F6\u00DFe" +
                   std::string("\u00FC\0", 3));
-    EXPECT_EQ(Read(Folder() / "v."), std::string("TQRV\1\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\0\0\1\0\0\0", 28));
+    const std::string number("TQRV\1\0\0\0\4\0\0\0\0\0\0\0\0\0\0\0\4\0\0\0\1\0\0\0", 28);
+    EXPECT_EQ(ReadBytes(Folder() / "v."), number);
+    const Platform::RegistryValue unnamed{L"", REG_DWORD, std::string("\1\0\0\0", 4)};
+    EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, Wide(Path()) + L"\\Made", {unnamed, unnamed}), 0u);
+    EXPECT_EQ(ReadBytes(Folder() / "k.MADE/name"), std::string("Made\0", 5) + number + number);
     // printf 'N%.0s' {1..300} | sha256sum
     EXPECT_TRUE(fs::exists(Folder() / "v#227343bd5f28b19e924ca194037dec1b62523d861a0680675ab10666319695bc"));
     struct stat info {};
@@ -71,7 +73,7 @@ TEST(RegistryNames, AreMadeWithATableThatNeverChanges) {
 TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
     Set(m_key, L"good", {REG_BINARY, "1"});
     Set(m_key, L"bad", {REG_SZ, Bytes(L"abc")});
-    const std::string whole = Read(Folder() / "v.BAD");
+    const std::string whole = ReadBytes(Folder() / "v.BAD");
     std::string otherVersion = whole, otherText = whole;
     otherVersion[4] = 2;
     otherText[25] = '\xFF';
@@ -84,6 +86,17 @@ TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
     EXPECT_EQ(Get(m_key, L"good").data, "1");
     EXPECT_EQ(Set(m_key, L"bad", {REG_BINARY, "2"}), 0u);
     EXPECT_EQ(Get(m_key, L"bad").data, "2");
+    EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, Wide(Path()) + L"\\made",
+                                       {{L"a", REG_BINARY, "1"}, {L"b", REG_BINARY, "2"}}),
+              0u);
+    const OwnedKey made = Open(m_key, L"made");
+    const std::string content = ReadBytes(Folder() / "k.MADE/name");
+    Write(Folder() / "k.MADE/name", content.substr(0, content.size() - 1));
+    EXPECT_EQ(Get(made, L"a").data, "1");
+    EXPECT_EQ(Get(made, L"b").code, DWORD{ERROR_REGISTRY_CORRUPT});
+    EXPECT_EQ(Set(made, L"b", {REG_BINARY, "3"}), 0u);
+    EXPECT_EQ(Get(made, L"b").data, "3");
+    EXPECT_EQ(Status(RegDeleteTreeW(m_key, L"made")), 0u);
     Make(m_key, L"key");
     for (const char* spelling : {"", "k\\y", "other"}) {
         Write(Folder() / "k.KEY/name", spelling);
@@ -95,6 +108,20 @@ TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
     EXPECT_EQ(Listed(RegEnumKeyExW), L"other ");
     fs::rename(Folder() / "v.GOOD", Folder() / "v.BETTER");
     EXPECT_EQ(Get(m_key, L"better").code, DWORD{ERROR_REGISTRY_CORRUPT});
+}
+
+TEST_F(RegistryFiles, LetGoOfTheValuesThatAKeyWasMadeWith) {
+    EXPECT_EQ(Platform::PutRegistryKey(HKEY_CURRENT_USER, Wide(Path()) + L"\\made",
+                                       {{L"a", REG_BINARY, "1"}, {L"b", REG_BINARY, "2"}}),
+              0u);
+    const OwnedKey made = Open(m_key, L"made");
+    EXPECT_EQ(Set(made, L"A", {REG_BINARY, "3"}), 0u);
+    EXPECT_EQ(Status(RegDeleteValueW(made, L"a")), 0u);
+    EXPECT_EQ(Get(made, L"a").code, DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(Status(RegDeleteValueW(made, L"a")), DWORD{ERROR_FILE_NOT_FOUND});
+    EXPECT_EQ(Get(made, L"b").data, "2");
+    EXPECT_EQ(Status(RegDeleteTreeW(made, nullptr)), 0u);
+    EXPECT_EQ(Get(made, L"b").code, DWORD{ERROR_FILE_NOT_FOUND});
 }
 
 // As it is left where a folder cannot be moved and the deletion ended in the middle.

@@ -62,6 +62,15 @@ class ScriptedManager : public testing::Test {
         Say(RunMessage{name, FALSE, std::move(arguments)});
         return ReadDone();
     }
+    void StartOne() {
+        StartAndAccept();
+        EXPECT_EQ(Run("one"), 0u);
+        WaitForState("one", SERVICE_RUNNING);
+    }
+    void Finish() {
+        Say(FinishMessage());
+        EXPECT_EQ(m_process->ExitCode(), 0);
+    }
     void WaitForState(const std::string& name, DWORD state) {
         for (std::string packet; m_reported[name].dwCurrentState != state;)
             if (!ReadOne(packet)) return;
@@ -88,9 +97,7 @@ class ScriptedManager : public testing::Test {
 };
 
 TEST_F(ScriptedManager, HasControlsServedInTheirOrder) {
-    StartAndAccept();
-    EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    StartOne();
     for (const DWORD control : {DWORD{RefuseControl}, SERVICE_CONTROL_INTERROGATE, DWORD{200}})
         Say(ControlMessage{"one", control});
     EXPECT_EQ(ReadDone(), RefusalCode);
@@ -99,9 +106,7 @@ TEST_F(ScriptedManager, HasControlsServedInTheirOrder) {
 }
 
 TEST_F(ScriptedManager, HearsReportsBeforeTheAnswerThatCausedThem) {
-    StartAndAccept();
-    EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    StartOne();
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_PAUSE), 0u);
     EXPECT_EQ(m_reported["one"].dwCurrentState, SERVICE_PAUSED);
 }
@@ -115,13 +120,10 @@ TEST_F(ScriptedManager, IsToldWhatCannotBeDone) {
 }
 
 TEST_F(ScriptedManager, EndsTheDispatcher) {
-    StartAndAccept();
-    EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    StartOne();
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_STOP), 0u);
     WaitForState("one", SERVICE_STOPPED);
-    Say(FinishMessage());
-    EXPECT_EQ(m_process->ExitCode(), 0);
+    Finish();
 }
 
 TEST_F(ScriptedManager, MayRefuseAProcess) {
@@ -131,9 +133,7 @@ TEST_F(ScriptedManager, MayRefuseAProcess) {
 }
 
 TEST_F(ScriptedManager, IsToldAllStatesWhenItComesBack) {
-    StartAndAccept();
-    EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    StartOne();
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_PAUSE), 0u);
     Die();
     Accept(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);  // the dispatcher tries again
@@ -144,10 +144,21 @@ TEST_F(ScriptedManager, IsToldAllStatesWhenItComesBack) {
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_CONTINUE), 0u);
 }
 
-TEST_F(ScriptedManager, HearsOfAnEndThatCameWithoutIt) {
+TEST_F(ScriptedManager, IsAskedEverLaterByAProcessThatItRefuses) {
+    constexpr int Refusals = 8, LongerThanFromADeadOneMs = 1500;
     StartAndAccept();
     EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    Die();
+    for (int i = 0; i < Refusals; ++i)
+        Accept(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
+    pollfd waiting{.fd = m_listener.Get(), .events = POLLIN, .revents = 0};
+    EXPECT_EQ(poll(&waiting, 1, LongerThanFromADeadOneMs), 0);
+    Die();
+    EXPECT_EQ(Accept().services.at(0).name, "one");
+}
+
+TEST_F(ScriptedManager, HearsOfAnEndThatCameWithoutIt) {
+    StartOne();
     EXPECT_EQ(Tell("one", StopSoonControl), 0u);
     Die();
     Sleep(2 * StopSoonMs);  // until it has stopped
@@ -155,14 +166,11 @@ TEST_F(ScriptedManager, HearsOfAnEndThatCameWithoutIt) {
     while (again.services.at(0).status.dwCurrentState != SERVICE_STOPPED)
         again.services.at(0).status = (WaitForState("one", SERVICE_STOPPED), m_reported["one"]);
     EXPECT_EQ(again.services[0].status.dwWin32ExitCode, FailureCode);
-    Say(FinishMessage());
-    EXPECT_EQ(m_process->ExitCode(), 0);
+    Finish();
 }
 
 TEST_F(ScriptedManager, IsLeftWhenItTalksNonsense) {
-    StartAndAccept();
-    EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    StartOne();
     for (const std::string& nonsense :
          {std::string("x"), std::string("\x61\0\0\0\xFF\xFF\xFF\xFF", 8), FormatMessage(QueryStatusMessage()),
           std::string(1000, '\xFF'), FormatMessage(ControlMessage{"one", 1}) + "more"}) {
@@ -173,15 +181,12 @@ TEST_F(ScriptedManager, IsLeftWhenItTalksNonsense) {
 }
 
 TEST_F(ScriptedManager, CannotEndTheDispatcherBeforeItsServices) {
-    StartAndAccept();
-    EXPECT_EQ(Run("one"), 0u);
-    WaitForState("one", SERVICE_RUNNING);
+    StartOne();
     Say(FinishMessage());
     EXPECT_EQ(Accept().services.at(0).status.dwCurrentState, SERVICE_RUNNING);
     EXPECT_EQ(Tell("one", SERVICE_CONTROL_STOP), 0u);
     WaitForState("one", SERVICE_STOPPED);
-    Say(FinishMessage());
-    EXPECT_EQ(m_process->ExitCode(), 0);
+    Finish();
 }
 
 // Reports more than any socket holds, then says so on its standard output.
@@ -196,12 +201,7 @@ void Chatter(DWORD, wchar_t** arguments) {
     puts("reported");
     fflush(stdout);
 }
-int RunChatter(const RoleArguments&) {
-    wchar_t name[] = L"one";
-    const SERVICE_TABLE_ENTRYW table[] = {{name, Chatter}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
-}
-const Role g_chatter("chatter", RunChatter);
+const Role g_chatter("chatter", [](const RoleArguments&) { return ServeAll({"one"}, Chatter) ? 0 : 1; });
 
 TEST_F(ScriptedManager, KeepsNoServiceWaitingThatReports) {
     StartProcess("chatter", {});
@@ -239,12 +239,11 @@ void TryStatusCalls(DWORD, wchar_t** arguments) {
     EXPECT_EQ(codeOf(handle), 0u);
     if (codeOf(handle) != ERROR_INVALID_HANDLE) std::abort();
 }
-int RunStatusCalls(const RoleArguments&) {
-    wchar_t name[] = L"one";
-    const SERVICE_TABLE_ENTRYW table[] = {{name, TryStatusCalls}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) && CodeOf(StartServiceCtrlDispatcherW(table)) == 1056 ? 0 : 1;
-}
-const Role g_statusCalls("status-calls", RunStatusCalls);
+const Role g_statusCalls("status-calls", [](const RoleArguments&) {
+    return ServeAll({"one"}, TryStatusCalls) && !ServeAll({"one"}, TryStatusCalls) && GetLastError() == 1056
+               ? 0
+               : 1;
+});
 
 // Its main function returns, and nobody can report any more.
 TEST_F(ScriptedManager, HearsOfAServiceThatNeverSaidAnything) {
@@ -256,8 +255,7 @@ TEST_F(ScriptedManager, HearsOfAServiceThatNeverSaidAnything) {
         WaitForState("one", SERVICE_STOPPED);
         EXPECT_EQ(m_reported["one"].dwWin32ExitCode, ERROR_PROCESS_ABORTED);
     }
-    Say(FinishMessage());
-    EXPECT_EQ(m_process->ExitCode(), 0);
+    Finish();
 }
 
 TEST_F(ScriptedManager, HearsNothingThatIsNoStatus) {
@@ -266,8 +264,7 @@ TEST_F(ScriptedManager, HearsNothingThatIsNoStatus) {
     EXPECT_EQ(Run("one"), 0u);
     WaitForState("one", SERVICE_STOPPED);
     EXPECT_EQ(m_reported["one"].dwWin32ExitCode, 0u);
-    Say(FinishMessage());
-    EXPECT_EQ(m_process->ExitCode(), 0);
+    Finish();
 }
 
 }  // namespace

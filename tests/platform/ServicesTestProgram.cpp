@@ -97,15 +97,7 @@ void Main(DWORD count, wchar_t** arguments) {
 
 // The services are those that the role's arguments name, or one of any name.
 int RunServices(const RoleArguments& names) {
-    std::vector<std::wstring> texts;
-    for (const std::string& name : names)
-        texts.emplace_back(name.begin(), name.end());
-    if (texts.empty()) texts.emplace_back(L"service");
-    std::vector<SERVICE_TABLE_ENTRYW> table;
-    for (std::wstring& text : texts)
-        table.push_back({text.data(), Main});
-    table.push_back({nullptr, nullptr});
-    if (StartServiceCtrlDispatcherW(table.data())) return 0;
+    if (ServeAll(names.empty() ? RoleArguments{"service"} : names, Main)) return 0;
     return GetLastError() == ERROR_FAILED_SERVICE_CONTROLLER_CONNECT ? 63 : 1;
 }
 

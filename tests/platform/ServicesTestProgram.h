@@ -3,6 +3,9 @@
 
 #include "TQLib/platform/Win32.h"
 
+#include <string>
+#include <vector>
+
 namespace Quellan::Corvel::Test {
 
 // Controls.
@@ -26,5 +29,17 @@ constexpr const wchar_t* StartSlowly = L"slowly";    // four check points on the
 constexpr const wchar_t* CrashAtOnce = L"crash";
 constexpr DWORD SlowSteps = 4;
 constexpr DWORD SlowStepMs = 40;
+
+// Serves the services of these names in one process until they have ended; whether it could.
+inline bool ServeAll(const std::vector<std::string>& names, LPSERVICE_MAIN_FUNCTIONW main) {
+    std::vector<std::wstring> texts;
+    for (const std::string& name : names)
+        texts.emplace_back(name.begin(), name.end());
+    std::vector<SERVICE_TABLE_ENTRYW> table;
+    for (std::wstring& text : texts)
+        table.push_back({text.data(), main});
+    table.push_back({nullptr, nullptr});
+    return StartServiceCtrlDispatcherW(table.data());
+}
 
 }  // namespace Quellan::Corvel::Test

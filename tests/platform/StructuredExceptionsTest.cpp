@@ -22,10 +22,6 @@ void Raise(DWORD code, std::vector<ULONG_PTR> parameters, DWORD flags = 0) {
     RaiseException(code, flags, static_cast<DWORD>(parameters.size()), parameters.data());
 }
 
-int ReadNearNull() {
-    return Read(reinterpret_cast<const int*>(64));
-}
-
 class StructuredExceptions : public testing::Test {
   protected:
     const Translated translated;
@@ -52,16 +48,10 @@ TEST_F(StructuredExceptions, CallOfDataIsToldWithItsAddress) {
     const auto fault = FaultOf([&] { Call(function); });
     EXPECT_THAT(fault, IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_EXECUTE_FAULT, NumberOf(data.data())));
     EXPECT_THAT(fault, Optional(Field(&Fault::address, data.data())));
-}
-
-TEST_F(StructuredExceptions, CallOfNullIsToldAsAddressZero) {
     EXPECT_THAT(FaultOf([] { Call(nullptr); }),
                 IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_EXECUTE_FAULT, 0));
-}
-
-TEST_F(StructuredExceptions, CallOfWhatCannotBeAnAddressIsTranslated) {
-    const auto function = reinterpret_cast<int (*)()>(0x4141414141414141);
-    EXPECT_THAT(FaultOf([&] { Call(function); }), Optional(Field(&Fault::code, EXCEPTION_ACCESS_VIOLATION)));
+    const auto noAddress = reinterpret_cast<int (*)()>(0x4141414141414141);
+    EXPECT_THAT(FaultOf([&] { Call(noAddress); }), Optional(Field(&Fault::code, EXCEPTION_ACCESS_VIOLATION)));
 }
 
 TEST_F(StructuredExceptions, DivisionByZeroIsTranslated) {
@@ -93,13 +83,10 @@ TEST_F(StructuredExceptions, RaisedExceptionKeepsItsParameters) {
                 }),
                 IsFault(EXCEPTION_IN_PAGE_ERROR, EXCEPTION_WRITE_FAULT, 4096, 0xC000009A));
     EXPECT_THAT(FaultOf([] { Raise(EXCEPTION_ACCESS_VIOLATION, {}); }), IsFault(EXCEPTION_ACCESS_VIOLATION));
-}
-
-TEST_F(StructuredExceptions, RaisedExceptionHasAtMostFifteenParameters) {
     std::vector<ULONG_PTR> twenty(20);
     std::iota(twenty.begin(), twenty.end(), ULONG_PTR{0});
     const auto fault = FaultOf([&] { Raise(OwnCode, twenty); });
-    ASSERT_TRUE(fault);
+    ASSERT_TRUE(fault) << "at most fifteen";
     EXPECT_EQ(fault->parameters, std::vector<ULONG_PTR>(twenty.begin(), twenty.begin() + 15));
 }
 
@@ -157,17 +144,6 @@ TEST_F(StructuredExceptions, FaultInATranslatorIsTranslated) {
     });
     EXPECT_THAT(FaultOf([] { ExecuteIllegalInstruction(); }),
                 IsFault(EXCEPTION_ACCESS_VIOLATION, EXCEPTION_READ_FAULT, 64));
-}
-
-TEST_F(StructuredExceptions, InnerTranslatorServesUntilTheOuterIsRestored) {
-    const auto throwNumber = [](unsigned int, EXCEPTION_POINTERS*) { throw 5; };
-    {
-        const Translated inner(throwNumber);
-        EXPECT_THROW(ReadNearNull(), int);
-    }
-    EXPECT_EQ(SetStructuredExceptionTranslator(nullptr), &ThrowFault);
-    EXPECT_EQ(SetStructuredExceptionTranslator(ThrowFault), nullptr);
-    EXPECT_THROW(ReadNearNull(), Fault);
 }
 
 TEST_F(StructuredExceptions, ThreadsFaultAtTheSameTime) {

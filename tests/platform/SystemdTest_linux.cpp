@@ -1,5 +1,6 @@
 // Services that systemd has started, which the test plays.
 #include "ServicesTest.h"
+#include "ServicesTestProgram.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "support/ChildProcess.h"
 
@@ -98,12 +99,7 @@ void StopSlowly(DWORD, wchar_t** arguments) {
     getchar();  // until its input ends
     Report(SERVICE_STOPPED, 0);
 }
-int RunSlowly(const RoleArguments&) {
-    wchar_t name[] = L"slow";
-    const SERVICE_TABLE_ENTRYW table[] = {{name, StopSlowly}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
-}
-const Role g_slow("slow", RunSlowly);
+const Role g_slow("slow", [](const RoleArguments&) { return ServeAll({"slow"}, StopSlowly) ? 0 : 1; });
 
 TEST_F(Systemd, HearsFromTheWatchdogOnlyWhileHandlersAnswer) {
     constexpr int LimitMs = 100;
@@ -130,7 +126,7 @@ TEST_F(Systemd, GivesTheTimeThatAServiceAsksFor) {
 }
 
 // One service hangs in its start, until its input ends; the other has much to say meanwhile.
-constexpr int ManyReports = 20;
+constexpr int SystemdReports = 20;
 void Hang(DWORD, wchar_t** arguments) {
     g_handle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
     Report(SERVICE_START_PENDING, 7000);
@@ -138,11 +134,11 @@ void Hang(DWORD, wchar_t** arguments) {
     getchar();  // until its input ends
     Report(SERVICE_STOPPED, 0);
 }
-void Chatter(DWORD, wchar_t** arguments) {
+void ReportOften(DWORD, wchar_t** arguments) {
     const SERVICE_STATUS_HANDLE handle = RegisterServiceCtrlHandlerW(arguments[0], [](DWORD) {});
     SERVICE_STATUS status{SERVICE_WIN32_SHARE_PROCESS, SERVICE_RUNNING, 0, 0, 0, 0, 0};
     WaitForSingleObject(g_stop, INFINITE);
-    for (int i = 0; i < ManyReports; ++i) {
+    for (int i = 0; i < SystemdReports; ++i) {
         Sleep(1);
         status.dwCurrentState = i % 2 ? SERVICE_RUNNING : SERVICE_PAUSED;
         SetServiceStatus(handle, &status);
@@ -153,7 +149,7 @@ void Chatter(DWORD, wchar_t** arguments) {
 int RunNeighbours(const RoleArguments&) {
     wchar_t hung[] = L"hung", chatty[] = L"chatty";
     g_stop = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    const SERVICE_TABLE_ENTRYW table[] = {{hung, Hang}, {chatty, Chatter}, {nullptr, nullptr}};
+    const SERVICE_TABLE_ENTRYW table[] = {{hung, Hang}, {chatty, ReportOften}, {nullptr, nullptr}};
     return StartServiceCtrlDispatcherW(table) ? 0 : 1;
 }
 const Role g_neighbours("neighbours", RunNeighbours);
@@ -169,12 +165,7 @@ TEST_F(Systemd, GivesNoTimeToWhoHangsForWhatOthersReport) {
 
 // It has no way to say anything more.
 void Leave(DWORD, wchar_t**) {}
-int RunLeaving(const RoleArguments&) {
-    wchar_t name[] = L"one";
-    const SERVICE_TABLE_ENTRYW table[] = {{name, Leave}, {nullptr, nullptr}};
-    return StartServiceCtrlDispatcherW(table) ? 0 : 1;
-}
-const Role g_leaving("leaving", RunLeaving);
+const Role g_leaving("leaving", [](const RoleArguments&) { return ServeAll({"one"}, Leave) ? 0 : 1; });
 
 TEST_F(Systemd, IsToldOfAServiceThatNeverSaidAnything) {
     Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");

@@ -16,16 +16,6 @@ DWORD ReturnParameter(void* parameter) {
     return *static_cast<const DWORD*>(parameter);
 }
 
-TEST(Threads, EndWithTheValueOfTheirFunction) {
-    DWORD parameter = 42;
-    DWORD id = 0;
-    const Owned thread(CreateThread(nullptr, 0, &ReturnParameter, &parameter, 0, &id));
-    EXPECT_EQ(Await(thread), WAIT_OBJECT_0);
-    EXPECT_EQ(ExitCodeOf(thread), 42u);
-    EXPECT_EQ(GetThreadId(thread), id);
-    EXPECT_NE(id, GetCurrentThreadId());
-}
-
 TEST(Threads, WaitForResumeWhenTheyAreCreatedSuspended) {
     DWORD parameter = 7;
     const Owned thread(CreateThread(nullptr, 0, &ReturnParameter, &parameter, CREATE_SUSPENDED, nullptr));
@@ -117,6 +107,16 @@ TEST(Threads, RefuseHandlesOfOtherObjects) {
     EXPECT_EQ(ResumeThread(GetCurrentThread()), 0u) << "one that runs has no suspend count";
     EXPECT_EQ(ResumeThread(event), 0xFFFFFFFF);
     EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_HANDLE});
+}
+
+TEST(Version, FillsNoRecordOfAnotherSize) {
+    OSVERSIONINFOEXW version{};
+    version.dwOSVersionInfoSize = sizeof(OSVERSIONINFOW);
+    version.wProductType = 77;
+    EXPECT_TRUE(GetVersionExW(reinterpret_cast<OSVERSIONINFOW*>(&version)));
+    EXPECT_EQ(version.wProductType, 77);
+    version.dwOSVersionInfoSize = sizeof version - 1;
+    EXPECT_FALSE(GetVersionExW(reinterpret_cast<OSVERSIONINFOW*>(&version)));
 }
 
 TEST(Handles, AreClosedByDuplicationOnDemand) {

@@ -1,5 +1,4 @@
 // What only the layer promises.
-#include "Forked_linux.h"
 #include "TQLib/platform/Win32.h"
 #include "WaitObjects.h"
 
@@ -74,17 +73,6 @@ TEST(Threads, TakeTheirPriorityFromTheSystemsNiceValues) {
         EXPECT_EQ(getpriority(PRIO_PROCESS, GetCurrentThreadId()), normal);
         return 0u;
     });
-}
-
-TEST(Threads, OwnAndReleaseMutexesInAForkedChild) {
-    const Owned mutex = Mutex(), held = Mutex(true);
-    Await(mutex);
-    ReleaseMutex(mutex);
-    EXPECT_EQ(Forked([&] {
-                  const bool isHeld = Poll(held) == WAIT_OBJECT_0 && ReleaseMutex(held) && ReleaseMutex(held);
-                  return isHeld && Poll(mutex) == WAIT_OBJECT_0 && ReleaseMutex(mutex) ? 0 : 1;
-              }).Code(),
-              0);
 }
 
 TEST(Version, IsTheSameOnEveryMachine) {

@@ -62,7 +62,7 @@ TEST_F(TimedFileLocks, AreGrantedWhenTheHolderLeaves) {
     }
 }
 
-const Role g_holder("hold-lock", [](const RoleArguments& arguments) {
+const Role g_lockHolder("hold-lock", [](const RoleArguments& arguments) {
     LockedFile file(arguments.at(0));
     if (file.Lock(0)) return 1;
     std::puts("held");

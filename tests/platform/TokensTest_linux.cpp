@@ -15,8 +15,8 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
-constexpr wchar_t UserName[] = L"nobody";
-constexpr char NativeUserName[] = "nobody";
+constexpr wchar_t OtherUser[] = L"nobody";
+constexpr char NativeOtherUser[] = "nobody";
 
 class Token {
   public:
@@ -58,14 +58,14 @@ class Impersonation : public testing::Test {
   protected:
     void SetUp() override {
         if (geteuid() != 0) GTEST_SKIP() << "only root can act as somebody else";
-        const passwd* const user = getpwnam(NativeUserName);
-        if (!user) GTEST_SKIP() << "there is no user " << NativeUserName;
+        const passwd* const user = getpwnam(NativeOtherUser);
+        if (!user) GTEST_SKIP() << "there is no user " << NativeOtherUser;
         m_user = user->pw_uid;
     }
     void TearDown() override { RevertToSelf(); }
 
     void Begin() {
-        const Token token(UserName);
+        const Token token(OtherUser);
         ASSERT_EQ(token.Code(), 0u);
         ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
     }
@@ -78,7 +78,7 @@ TEST_F(Impersonation, IsTheUserToTheKernelUntilItIsReverted) {
     Begin();
     EXPECT_EQ(geteuid(), m_user);
     EXPECT_NE(Ids().groups, own.groups);
-    EXPECT_EQ(CurrentUserName(), UserName);
+    EXPECT_EQ(CurrentUserName(), OtherUser);
     EXPECT_EQ(access("/etc/shadow", R_OK), 0) << "the real user is the process's own";
     EXPECT_EQ(open("/etc/shadow", O_RDONLY | O_CLOEXEC), -1);
     ASSERT_TRUE(RevertToSelf());
@@ -180,8 +180,8 @@ TEST_F(Impersonation, NeedsAUserOfThisMachineAndNoPassword) {
             LogonUserW(user, domain, password, LOGON32_LOGON_BATCH, LOGON32_PROVIDER_DEFAULT, &token));
     };
     EXPECT_EQ(logOn(L"nobody-is-called-so", nullptr, nullptr), DWORD{ERROR_LOGON_FAILURE});
-    EXPECT_EQ(logOn(UserName, L"no-such-domain", nullptr), DWORD{ERROR_LOGON_FAILURE});
-    EXPECT_EQ(logOn(UserName, nullptr, L"secret"), DWORD{ERROR_NOT_SUPPORTED});
+    EXPECT_EQ(logOn(OtherUser, L"no-such-domain", nullptr), DWORD{ERROR_LOGON_FAILURE});
+    EXPECT_EQ(logOn(OtherUser, nullptr, L"secret"), DWORD{ERROR_NOT_SUPPORTED});
     EXPECT_EQ(token, nullptr);
 }
 
@@ -190,7 +190,7 @@ const Role unprivileged("unprivileged", [](const RoleArguments&) {
     enum { Done, NoToken, LoggedOn, Became, BecameNobodyElse, NotItself };
     const Token token(L"daemon", LOGON32_LOGON_NETWORK);
     if (token.Code() != 0) return static_cast<int>(NoToken);
-    const passwd* const user = getpwnam(NativeUserName);
+    const passwd* const user = getpwnam(NativeOtherUser);
     if (setgroups(0, nullptr) != 0 || setgid(user->pw_gid) != 0 || setuid(user->pw_uid) != 0)
         return static_cast<int>(NoToken);
     if (Token(L"daemon").Code() != ERROR_PRIVILEGE_NOT_HELD) return static_cast<int>(LoggedOn);

@@ -23,6 +23,8 @@ class Owned {
     ~Owned() { Close(); }
 
     operator HANDLE() const { return m_handle; }
+    // For a call that gives a handle.
+    HANDLE* Receive() { return &m_handle; }
     // Once somebody else has closed it.
     void Forget() { m_handle = nullptr; }
     void Close() {
@@ -101,5 +103,29 @@ class Worker {
     DWORD m_id = 0;
     Owned m_thread;
 };
+
+// A thread waits, this one signals this or that of an event with a name and two without: each signal ends one
+// wait, whichever side is faster. What `prepare` gives lives on the thread that waits.
+template <class Prepare>
+void ExchangeMixedSignals(const wchar_t* name, int rounds, Prepare prepare) {
+    const Owned named = AutoEvent(false, name), mine = AutoEvent(), both = AutoEvent(), answer = AutoEvent();
+    const Worker waiter([&] {
+        [[maybe_unused]] const auto prepared = prepare();
+        for (int i = 0; i < rounds; ++i) {
+            const std::vector<HANDLE> all{named, both, mine};
+            const DWORD status = i % 3 == 2 ? WaitAll(all, Patience) : WaitAny(all, Patience);
+            if (status != (i % 3 == 1 ? 2u : 0u)) return static_cast<DWORD>(i + 1);
+            SetEvent(answer);
+        }
+        return DWORD{0};
+    });
+    for (int i = 0; i < rounds; ++i) {
+        if (i % 3 != 0) SetEvent(mine);
+        if (i % 3 == 2) SetEvent(both);
+        if (i % 3 != 1) SetEvent(named);
+        ASSERT_EQ(WaitAny({answer, waiter.Thread()}, Patience), WAIT_OBJECT_0) << i;
+    }
+    EXPECT_EQ(waiter.Result(), 0u);
+}
 
 }  // namespace Quellan::Corvel::Test

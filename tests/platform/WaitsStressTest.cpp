@@ -92,12 +92,8 @@ TEST_F(WaitsStress, LeavesNoTokenStanding) {
     for (const auto& token : places)
         SetEvent(token[0]);
     while (Running())
-        for (auto& count : hops) {
-            const long before = count;
-            for (ULONGLONG until = GetTickCount64() + Patience; count == before && GetTickCount64() < until;)
-                SwitchToThread();
-            EXPECT_NE(count, before) << "a token stands still";
-        }
+        for (auto& count : hops)
+            AwaitChange(count, count);
     SetEvent(stop);
     workers.clear();
     for (const auto& token : places)
@@ -214,10 +210,9 @@ enum RoleExit { Done = 0, NotThere = 10, TwoOwners = 11 };
 // Takes the mutex again and again until it is killed or told to stop. Whoever is inside puts one into a
 // semaphore that holds one at most, and takes it out again.
 const Role g_visitor("visit", [](const RoleArguments& arguments) -> int {
-    const auto wide = [](const std::string& text) { return std::wstring(text.begin(), text.end()); };
-    const Owned mutex(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, wide(arguments.at(0)).c_str()));
-    const Owned inside(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, wide(arguments.at(1)).c_str()));
-    const Owned stop(OpenEventW(EVENT_ALL_ACCESS, FALSE, wide(arguments.at(2)).c_str()));
+    const Owned mutex(OpenMutexW(MUTEX_ALL_ACCESS, FALSE, Wide(arguments.at(0)).c_str()));
+    const Owned inside(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, Wide(arguments.at(1)).c_str()));
+    const Owned stop(OpenEventW(EVENT_ALL_ACCESS, FALSE, Wide(arguments.at(2)).c_str()));
     if (!mutex || !inside || !stop) return NotThere;
     for (;;) {
         const DWORD status = WaitAny({stop, mutex}, INFINITE);
@@ -232,13 +227,9 @@ const Role g_visitor("visit", [](const RoleArguments& arguments) -> int {
 TEST_F(WaitsStress, KeepsANamedMutexWholeWhenItsOwnersAreKilled) {
     const std::string prefix = "Visit." + std::to_string(GetCurrentProcessId());
     const auto name = [&](const char* what) { return prefix + what; };
-    const auto wide = [&](const char* what) {
-        const std::string text = name(what);
-        return std::wstring(text.begin(), text.end());
-    };
-    const Owned mutex = Mutex(false, wide("mutex").c_str());
-    const Owned inside = Semaphore(0, 1, wide("inside").c_str());
-    const Owned stop = ManualEvent(false, wide("stop").c_str());
+    const Owned mutex = Mutex(false, Wide(name("mutex")).c_str());
+    const Owned inside = Semaphore(0, 1, Wide(name("inside")).c_str());
+    const Owned stop = ManualEvent(false, Wide(name("stop")).c_str());
     Numbers random(1);
     std::array<std::unique_ptr<RoleProcess>, 3> visitors;
     const auto visit = [&] {

@@ -55,18 +55,6 @@ TEST(Waits, RefuseWrongCountsAndHandles) {
     }
 }
 
-TEST(Handles, DoWhatTheyGrant) {
-    const wchar_t* const name = L"Handles.DoWhatTheyGrant";
-    const Owned event = AutoEvent(false, name);
-    const Owned waitOnly(OpenEventW(SYNCHRONIZE, FALSE, name));
-    const Owned setOnly(OpenEventW(EVENT_MODIFY_STATE, FALSE, name));
-    EXPECT_EQ(CodeOf(SetEvent(waitOnly)), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(Poll(waitOnly), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(WaitCode(Poll(setOnly)), DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(CodeOf(SetEvent(Mutex())), DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_EQ(CodeOf(ResetEvent(nullptr)), DWORD{ERROR_INVALID_HANDLE});
-}
-
 TEST(Waits, EndNoSoonerThanTheirTime) {
     const Owned never = AutoEvent();
     const Owned neither = AutoEvent();
@@ -78,23 +66,6 @@ TEST(Waits, EndNoSoonerThanTheirTime) {
         EXPECT_EQ(WaitAll({never, neither}, ms), DWORD{WAIT_TIMEOUT});
         EXPECT_GE(GetTickCount64() - begin + TickMs, 3 * ms);
     }
-}
-
-TEST(Waits, GoOnWhenTheirHandleIsClosed) {
-    Owned closed = AutoEvent();
-    const Owned open = Duplicate(closed);
-    const Owned started = ManualEvent();
-    const Worker waiter([&] {
-        const HANDLE handle = closed;
-        SetEvent(started);
-        return WaitForSingleObject(handle, Patience);
-    });
-    // Either the wait has begun, and outlives the handle; or it has not, and the handle is invalid.
-    Await(started);
-    closed.Close();
-    SetEvent(open);
-    const DWORD status = waiter.Result();
-    EXPECT_TRUE(status == WAIT_OBJECT_0 || status == WAIT_FAILED) << status;
 }
 
 TEST(Events, StayAsTheirKindSays) {

@@ -1,10 +1,8 @@
 // What only the layer promises, or what can only be seen by looking at a thread from outside.
+#include "Forked_linux.h"
 #include "Ports.h"
 #include "SleepingThreads_linux.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
-
-#include <sys/wait.h>
-#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -114,25 +112,16 @@ TEST(CriticalSections, InAForkedChildBelongToItsOwnThread) {
         return Await(go);
     });
     Await(inside);
-    const pid_t child = fork();
-    if (child == 0) {
-        // Twice: the second time as the child of a child, where the section is still its thread's own.
-        const pid_t grandchild = fork();
-        if (grandchild == 0) {
-            const bool isOurs = !canEnter(ours) && TryEnterCriticalSection(&ours);
-            LeaveCriticalSection(&ours);
-            LeaveCriticalSection(&ours);
-            enter(theirs);
-            const bool isFree = canEnter(ours) && !canEnter(theirs) && TryEnterCriticalSection(&orphaned);
-            _exit(isOurs && isFree ? 0 : 1);
-        }
-        int status = 1;
-        waitpid(grandchild, &status, 0);
-        _exit(status == 0 ? 0 : 1);
-    }
-    int status = 1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    // Twice: the second time as the child of a child, where the section is still its thread's own.
+    const auto check = [&] {
+        const bool isOurs = !canEnter(ours) && TryEnterCriticalSection(&ours);
+        LeaveCriticalSection(&ours);
+        LeaveCriticalSection(&ours);
+        enter(theirs);
+        const bool isFree = canEnter(ours) && !canEnter(theirs) && TryEnterCriticalSection(&orphaned);
+        return isOurs && isFree ? 0 : 1;
+    };
+    EXPECT_EQ(Forked([&] { return Forked(check).Code(); }).Code(), 0);
     LeaveCriticalSection(&ours);
     SetEvent(go);
 }

@@ -4,6 +4,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/security/SecID.h"
 #include "platform/SidTexts.h"
+#include "support/ThrownCode.h"
 
 #include <gtest/gtest.h>
 #include <ostream>
@@ -23,17 +24,6 @@ using Sarvek::SecID;
 
 inline SecID Id(const wchar_t* text) {
     return SecID(Sid(text).Get());
-}
-
-// The message of the library's exception that `operation` throws, as it was thrown.
-template <class Operation>
-std::wstring ThrownText(Operation operation) {
-    try {
-        operation();
-    } catch (const TQCoreException& failure) {
-        return failure.ExcMsg(TQStrResDestination::Log).Std();
-    }
-    return L"nothing";
 }
 
 }  // namespace Quellan::Corvel::Test

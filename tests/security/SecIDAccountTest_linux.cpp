@@ -1,6 +1,6 @@
 // Accounts of a directory with unusual names.
-#include "security/Directory_linux.h"
 #include "security/Identifiers.h"
+#include "support/Directory_linux.h"
 
 #include <cstdio>
 #include <memory>

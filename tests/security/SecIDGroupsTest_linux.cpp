@@ -1,8 +1,9 @@
 // Groups and rights as the layer has them; Wine shows neither.
 #include "TQLib/security/SecIDArray.h"
 #include "TQLib/security/SecPrivilegeSet.h"
-#include "security/Directory_linux.h"
+#include "platform/Policy.h"
 #include "security/Identifiers.h"
+#include "support/Directory_linux.h"
 #include "support/FailCall.h"
 #include "support/ThrownCode.h"
 
@@ -11,14 +12,14 @@ namespace {
 
 using Sarvek::SecIDArray;
 
-const wchar_t* const Administrators = L"S-1-5-32-544";
-const wchar_t* const Users = L"S-1-5-32-545";
+const wchar_t* const AdministratorsText = L"S-1-5-32-544";
+const wchar_t* const UsersText = L"S-1-5-32-545";
 
 TEST(LocalGroups, OfRootAreThoseOfTheMachine) {
     const SecID root(L"root");
     const SecIDArray groups = root.MemberOfList();
-    EXPECT_TRUE(groups.Contains(Id(Administrators)));
-    EXPECT_TRUE(groups.Contains(Id(Users)));
+    EXPECT_TRUE(groups.Contains(Id(AdministratorsText)));
+    EXPECT_TRUE(groups.Contains(Id(UsersText)));
     EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001))) << "the group of that name";
     EXPECT_FALSE(groups.Contains(root));
 }
@@ -27,7 +28,7 @@ TEST(LocalGroups, AreWalkedWhereTheUserIsNotFoundByName) {
     const SecID root(L"root");
     const FailCall fail("NetUserGetLocalGroups", NERR_UserNotFound);
     const SecIDArray groups = root.MemberOfList(true, false);
-    EXPECT_TRUE(groups.Contains(Id(Administrators)));
+    EXPECT_TRUE(groups.Contains(Id(AdministratorsText)));
     EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001)));
     const FailCall noMembers("NetLocalGroupGetMembers", ERROR_ACCESS_DENIED);
     const FailCall again("NetUserGetLocalGroups", NERR_UserNotFound);
@@ -47,32 +48,25 @@ TEST(GlobalGroups, OfAUserAreThoseOfTheDirectory) {
 
 class GivenRights : public testing::Test {
   protected:
-    GivenRights() {
-        LSA_OBJECT_ATTRIBUTES attributes{};
-        EXPECT_EQ(LsaOpenPolicy(nullptr, &attributes, POLICY_ALL_ACCESS, &m_policy), 0);
-    }
     ~GivenRights() override {
         for (const SecID& id : m_given)
-            LsaRemoveAccountRights(m_policy, id.Address(), TRUE, nullptr, 0);
-        LsaClose(m_policy);
+            m_policy.RemoveAll(id.Address());
     }
 
-    void Give(const SecID& id, std::wstring right) {
-        const auto size = static_cast<WORD>(right.size() * sizeof(wchar_t));
-        LSA_UNICODE_STRING name{size, size, right.data()};
+    void Give(const SecID& id, const wchar_t* right) {
         m_given.Add(id);
-        EXPECT_EQ(LsaAddAccountRights(m_policy, id.Address(), &name, 1), 0);
+        EXPECT_EQ(m_policy.Add(id.Address(), right), 0u);
     }
 
   private:
-    LSA_HANDLE m_policy = nullptr;
+    const Policy m_policy;
     SecIDArray m_given;
 };
 
 TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
     const SecID user(DirectoryUsers[0]);
     Give(user, L"SeServiceLogonRight");
-    Give(Id(Users), L"SeBackupPrivilege");
+    Give(Id(UsersText), L"SeBackupPrivilege");
     const auto own = user.PrivilegesHeld();
     EXPECT_EQ(own.Count(), 1u);
     EXPECT_TRUE(own.Contains(L"SeServiceLogonRight"));
@@ -80,11 +74,11 @@ TEST_F(GivenRights, AreHeldAlsoByWayOfGroups) {
     EXPECT_TRUE(all.Contains(L"SeServiceLogonRight"));
     EXPECT_TRUE(all.Contains(L"SeBackupPrivilege"));
     EXPECT_TRUE(SecID(L"root").PrivilegesHeld(true).Contains(L"SeDebugPrivilege"))
-        << "by default, by Administrators";
+        << "by default, by AdministratorsText";
 }
 
 TEST(DisabledUsers, AreThoseWithALockedPassword) {
-    EXPECT_TRUE(SecID(LockedUser).IsAccountDisabled());
+    EXPECT_TRUE(SecID(L"twin").IsAccountDisabled());
     EXPECT_FALSE(SecID(DirectoryUsers[1]).IsAccountDisabled());
     EXPECT_EQ(ThrownCode([] { SecID(L"group:twin").IsAccountDisabled(); }), DWORD{NERR_UserNotFound});
 }

@@ -11,7 +11,6 @@ using C = TQSvcControl;
 
 namespace {
 
-constexpr const wchar_t* Name = L"TestService";
 constexpr DWORD Done = ERROR_SUCCESS;
 constexpr DWORD NotDone = ERROR_CALL_NOT_IMPLEMENTED;
 

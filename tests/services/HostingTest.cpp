@@ -15,7 +15,6 @@ using C = TQSvcControl;
 
 namespace {
 
-constexpr const wchar_t* Name = L"TestService";
 constexpr DWORD OwnCode = 0xE0000001;
 constexpr LONG Failed = static_cast<LONG>(0x8000FFFF);
 
@@ -131,12 +130,9 @@ TEST_F(Hosted, ReportsTheResultOfItsWorkAsExitCode) {
     service.processor.process = [](TestProcessor&) { return 42u; };
     EXPECT_EQ(TQServiceMgr::RunServices(), 1);
     EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, 42u);
-}
-
-TEST_F(Hosted, FailsWithACodeWhateverItsExceptionSays) {
     service.processor.process = [](TestProcessor&) -> unsigned int { throw TQException(0u, L"no code"); };
     EXPECT_EQ(TQServiceMgr::RunServices(), 1);
-    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, static_cast<DWORD>(Failed));
+    EXPECT_EQ(manager.Reports(Name).back().dwWin32ExitCode, static_cast<DWORD>(Failed)) << "whatever it says";
 }
 
 TEST_F(Hosted, FinishesWorkThatAnExceptionEnded) {
@@ -159,9 +155,11 @@ TEST_F(Hosted, NeitherWorksNorFinishesWhereItCannotPrepare) {
 }
 
 TEST_F(Hosted, AdvancesTheCheckPointOfALongStart) {
+    service.budget = 10'000;
     service.processor.Hold(ProcState::Starting);
     Worker dispatcher([] { TQServiceMgr::RunServices(); });
     manager.AwaitReport(Name, [](const auto& last) { return last.dwCheckPoint >= 2; });
+    EXPECT_LE(manager.Reports(Name).back().dwWaitHint, service.budget);
     EXPECT_EQ(manager.States(Name), (States{S::StartPending}));
     service.processor.Release();
     manager.Await(Name, S::Running);

@@ -1,10 +1,9 @@
 // What Wine's manager does not know (124 for a delayed start), keep or tell, and systemd.
 #include "InstalledServices.h"
 #include "platform/PlatformTest.h"
+#include "support/ReadBytes.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -49,11 +48,9 @@ TEST_F(InstallLinux, WritesAUnitForSystemd) {
     const TemporaryFolder folder;
     const std::filesystem::path file = std::filesystem::path(folder.Path()) / "test.service";
     Run({"install", "--systemd=" + file.string()}, 0);
-    std::ifstream stream(file);
-    const std::string unit(std::istreambuf_iterator<char>(stream), {});
     const std::string program =
         (std::filesystem::read_symlink("/proc/self/exe").parent_path() / "services_test_program").string();
-    EXPECT_EQ(unit,
+    EXPECT_EQ(ReadBytes(file),
               "[Unit]\nDescription=Is there for a test.\nStartLimitIntervalSec=0\n"
               "\n[Service]\nType=notify\nNotifyAccess=main\nExecStart=\"" +
                   program +

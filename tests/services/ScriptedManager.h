@@ -18,6 +18,8 @@
 
 namespace Quellan::Corvel::Test {
 
+constexpr const wchar_t* Name = L"TestService";  // of the service in these tests
+
 // Takes the place of the platform's manager while it lives. Keeps every report, and fails the test where one
 // breaks what holds for all of them: none from two threads at once, none after stopped, no check point below
 // the last one of the same pending state.

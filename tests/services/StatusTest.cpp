@@ -13,7 +13,6 @@ using S = TQSvcState;
 
 namespace {
 
-constexpr const wchar_t* Name = L"TestService";
 constexpr DWORD Accepted = SERVICE_ACCEPT_STOP | SERVICE_ACCEPT_PAUSE_CONTINUE | SERVICE_ACCEPT_SHUTDOWN;
 
 // A registered service in a state.
@@ -206,13 +205,6 @@ TEST_F(Status, ThrowsWhatTheManagerRefusesAndKeepsTheState) {
     manager.statusCode = ERROR_INVALID_HANDLE;
     EXPECT_EQ(ThrownCode([&] { service.SetState(S::Running); }), static_cast<DWORD>(ERROR_INVALID_HANDLE));
     EXPECT_EQ(service.CurrentState(), S::Running);
-}
-
-TEST_F(Status, AcceptsTheControlsThatItsProcessorDoes) {
-    Enter(S::Running);
-    service.processor.SetCtrlAllow(ProcControlAccept::PauseContinue, false);
-    service.UpdateStatus(S::Running, 0);
-    EXPECT_EQ(Last().dwControlsAccepted, Accepted & ~DWORD{SERVICE_ACCEPT_PAUSE_CONTINUE});
 }
 
 TEST(SharedService, SaysThatItSharesItsProcess) {

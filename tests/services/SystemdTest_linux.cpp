@@ -6,14 +6,15 @@
 #include "platform/PlatformTest.h"
 #include "support/ChildProcess.h"
 #include "support/FailCall.h"
+#include "support/ReadBytes.h"
 #include "support/Worker.h"
 
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
-#include <iterator>
 #include <optional>
+#include <unistd.h>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -21,11 +22,6 @@ using testing::HasSubstr;
 using testing::Not;
 
 namespace {
-
-std::string TextOf(const std::filesystem::path& file) {
-    std::ifstream stream(file);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
 
 // What a command prints, and whether it ends with 0.
 bool Succeeds(const std::string& command, std::string& output) {
@@ -107,6 +103,28 @@ TEST_F(UnderSystemd, EndsAsFailedWhereOneOfItsServicesFails) {
     EXPECT_THAT(End(0), HasSubstr("process: ended with status 0\nunit: dead\n"));
 }
 
+// The stand-in understands the words as they are said there.
+TEST_F(UnderSystemd, UnderstandsSystemdNotify) {
+    if (!IsThere("systemd-notify")) GTEST_SKIP() << "systemd-notify is not installed: not compared with it";
+    if (geteuid() != 0) GTEST_SKIP() << "only root may speak for another process";
+    const std::filesystem::path folder(m_folder.Path()), script = folder / "script", file = folder / "test.service";
+    std::ofstream(script) << "trap 'systemd-notify STOPPING=1 ERRNO=5; exit 0' TERM\n"
+                             "systemd-notify --ready --pid=$$ --status='works, as it says' WATCHDOG=1\n"
+                             "sleep 1000 & wait\n";
+    std::ofstream(file) << "[Service]\nType=notify\nNotifyAccess=main\nKillMode=mixed\nExecStart=/bin/sh "
+                        << script.string() << '\n'
+                        << Generous;
+    m_systemd.emplace("systemd_standin", std::vector<std::string>{file.string(), "20"},
+                      ChildProcess::Files::Piped);
+    std::string all = ReadTo("status: works, as it says");
+    EXPECT_THAT(all, HasSubstr("unit: running\n"));
+    Tell("stop");
+    all += End(0);
+    EXPECT_THAT(all, HasSubstr("errno: 5\nprocess: ended with status 0\nunit: dead\n"));
+    for (const char* complaint : {"wrong:", "unknown:", "ignored:"})
+        EXPECT_THAT(all, Not(HasSubstr(complaint)));
+}
+
 // It would run into the time-out again and again.
 TEST_F(UnderSystemd, GetsTheTimeForALongStart) {
     Run("slow", "WatchdogSec=0\nTimeoutStartSec=20\n");
@@ -127,7 +145,7 @@ std::size_t CountSleeps(const std::string& process) {
     std::size_t sleeps = 0;
     const std::string word = "\nvoluntary_ctxt_switches:\t";
     for (const auto& thread : std::filesystem::directory_iterator("/proc/" + process + "/task")) {
-        const std::string text = TextOf(thread.path() / "status");
+        const std::string text = ReadBytes(thread.path() / "status");
         sleeps += std::stoul(text.substr(text.find(word) + word.size()));
     }
     return sleeps;
@@ -152,15 +170,16 @@ TEST_F(UnderSystemd, SleepsWhileItHasNothingToDo) {
 class Unit : public testing::Test {
   protected:
     std::string Write(const TQStringArray& arguments = {}) {
-        WriteSystemdUnit(service, arguments, TQString(m_file.wstring().c_str()));
+        WriteSystemdUnit({&service, &second}, arguments, TQString(m_file.wstring().c_str()));
         EXPECT_FALSE(std::filesystem::exists(m_file.string() + ".new"));
-        return TextOf(m_file);
+        return ReadBytes(m_file);
     }
 
     struct Described : TestService {
         TQServiceOptions options;
+        using TestService::TestService;
         TQServiceOptions Options() const override { return options; }
-    } service;
+    } service, second{L"Second"};
     const TemporaryFolder m_folder;
     const std::filesystem::path m_file = std::filesystem::path(m_folder.Path()) / "test.service";
 };
@@ -183,7 +202,10 @@ TEST_F(Unit, NamesOthersAsSystemdDoes) {
         service.options.dependencies.Add(name.service);
         expected += std::string("Requires=") + name.unit + "\nAfter=" + name.unit + '\n';
     }
-    EXPECT_THAT(Write(), HasSubstr(expected));
+    service.options.dependencies.Add(L"second");
+    second.options.dependencies.Add(L"a-b");
+    second.options.dependencies.Add(L"Last");
+    EXPECT_THAT(Write(), HasSubstr(expected + "Requires=Last.service\nAfter=Last.service\n\n[Service]"));
     if (!IsThere("systemd-escape")) GTEST_SKIP() << "systemd-escape is not installed: not compared with it";
     for (const Name& name : Names) {
         const bool hasHyphen = std::wstring_view(name.service).find(L'-') != std::wstring_view::npos;
@@ -211,10 +233,10 @@ TEST_F(Unit, HandsTheProgramItsArgumentsAsTheyAre) {
 TEST_F(Unit, StaysAsItIsWhereTheNewOneCannotBeWritten) {
     const std::string before = Write();
     const std::filesystem::path missing = std::filesystem::path(m_folder.Path()) / "no" / "folder";
-    EXPECT_THROW(WriteSystemdUnit(service, {}, TQString(missing.wstring().c_str())), TQSysException);
+    EXPECT_THROW(WriteSystemdUnit({&service}, {}, TQString(missing.wstring().c_str())), TQSysException);
     const FailCall fail("WriteFile", ERROR_DISK_FULL);
     EXPECT_THROW(Write({L"other"}), TQSysException);
-    EXPECT_EQ(TextOf(m_file), before);
+    EXPECT_EQ(ReadBytes(m_file), before);
     EXPECT_FALSE(std::filesystem::exists(m_file.string() + ".new"));
 }
 

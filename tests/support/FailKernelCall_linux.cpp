@@ -74,59 +74,25 @@ long ItsError(int error) noexcept {
 
 }  // namespace
 
-TQ_KERNEL_CALL(access, MinusOne)
-TQ_KERNEL_CALL(bind, MinusOne)
-TQ_KERNEL_CALL(chmod, MinusOne)
-TQ_KERNEL_CALL(connect, MinusOne)
-TQ_KERNEL_CALL(dup3, MinusOne)
-TQ_KERNEL_CALL(eventfd, MinusOne)
-TQ_KERNEL_CALL(faccessat, MinusOne)
-TQ_KERNEL_CALL(fchmod, MinusOne)
-TQ_KERNEL_CALL(fcntl, MinusOne)
-TQ_KERNEL_CALL(fdatasync, MinusOne)
+// clang-format off
+#define TQ_CALLS_THAT_GIVE_MINUS_ONE(call) \
+    call(access) call(bind) call(chmod) call(connect) call(dup3) call(eventfd) call(faccessat) call(fchmod) \
+    call(fcntl) call(fdatasync) call(fgetxattr) call(fsetxattr) call(fstat) call(fstatat) call(fsync) \
+    call(ftruncate) call(linkat) call(listen) call(lseek) call(lstat) call(mkdir) call(mkdirat) call(mlock) \
+    call(mmap) call(mprotect) call(open) call(openat) call(pread) call(pwrite) call(read) call(readlink) \
+    call(recv) call(rename) call(renameat) call(renameat2) call(rmdir) call(sched_getaffinity) call(send) \
+    call(sendto) call(setxattr) call(socket) call(stat) call(statx) call(timer_create) call(unlink) \
+    call(unlinkat) call(write)
+// clang-format on
+#define TQ_GIVES_MINUS_ONE(name) TQ_KERNEL_CALL(name, MinusOne)
+
+TQ_CALLS_THAT_GIVE_MINUS_ONE(TQ_GIVES_MINUS_ONE)
 TQ_KERNEL_CALL(fdopendir, Null)
-TQ_KERNEL_CALL(fgetxattr, MinusOne)
 TQ_KERNEL_CALL(fopen, Null)
-TQ_KERNEL_CALL(fsetxattr, MinusOne)
-TQ_KERNEL_CALL(fstat, MinusOne)
-TQ_KERNEL_CALL(fstatat, MinusOne)
-TQ_KERNEL_CALL(fsync, MinusOne)
-TQ_KERNEL_CALL(ftruncate, MinusOne)
 TQ_KERNEL_CALL(getcwd, Null)
-TQ_KERNEL_CALL(linkat, MinusOne)
-TQ_KERNEL_CALL(listen, MinusOne)
-TQ_KERNEL_CALL(lseek, MinusOne)
-TQ_KERNEL_CALL(lstat, MinusOne)
-TQ_KERNEL_CALL(mkdir, MinusOne)
-TQ_KERNEL_CALL(mkdirat, MinusOne)
-TQ_KERNEL_CALL(mlock, MinusOne)
-TQ_KERNEL_CALL(mmap, MinusOne)
-TQ_KERNEL_CALL(mprotect, MinusOne)
-TQ_KERNEL_CALL(open, MinusOne)
-TQ_KERNEL_CALL(openat, MinusOne)
-TQ_KERNEL_CALL(posix_fallocate, ItsError)
-TQ_KERNEL_CALL(pread, MinusOne)
-TQ_KERNEL_CALL(pthread_create, ItsError)
-TQ_KERNEL_CALL(pwrite, MinusOne)
-TQ_KERNEL_CALL(read, MinusOne)
 TQ_KERNEL_CALL(readdir, Null)
-TQ_KERNEL_CALL(readlink, MinusOne)
 TQ_KERNEL_CALL(realpath, Null)
-TQ_KERNEL_CALL(recv, MinusOne)
-TQ_KERNEL_CALL(rename, MinusOne)
-TQ_KERNEL_CALL(renameat, MinusOne)
-TQ_KERNEL_CALL(renameat2, MinusOne)
-TQ_KERNEL_CALL(rmdir, MinusOne)
-TQ_KERNEL_CALL(sched_getaffinity, MinusOne)
-TQ_KERNEL_CALL(send, MinusOne)
-TQ_KERNEL_CALL(sendto, MinusOne)
-TQ_KERNEL_CALL(setxattr, MinusOne)
-TQ_KERNEL_CALL(socket, MinusOne)
-TQ_KERNEL_CALL(stat, MinusOne)
-TQ_KERNEL_CALL(statx, MinusOne)
-TQ_KERNEL_CALL(timer_create, MinusOne)
-TQ_KERNEL_CALL(unlink, MinusOne)
-TQ_KERNEL_CALL(unlinkat, MinusOne)
-TQ_KERNEL_CALL(write, MinusOne)
+TQ_KERNEL_CALL(posix_fallocate, ItsError)
+TQ_KERNEL_CALL(pthread_create, ItsError)
 
 }  // namespace Quellan::Corvel::Test

@@ -25,6 +25,9 @@ class PrivateManager {
     // Asks it to end and returns its exit code, once the services have stopped.
     int Stop();
 
+    // What it says, up to a text.
+    void ReadTo(const std::string& text) { m_process->ReadTo(text); }
+
     DWORD Id() const { return m_process->Id(); }
     std::string Socket() const { return m_socket; }
     // Ends with a slash; readable for everybody.

@@ -9,7 +9,6 @@ namespace Quellan::Corvel::Test {
 class ServiceManager {
   public:
     ServiceManager();
-    ~ServiceManager();
     ServiceManager(const ServiceManager&) = delete;
     ServiceManager& operator=(const ServiceManager&) = delete;
 
@@ -18,8 +17,7 @@ class ServiceManager {
     static bool IsGone(const wchar_t* name);
 
   private:
-    struct Native;
-    const std::unique_ptr<Native> m_native;
+    const std::shared_ptr<void> m_manager;
 };
 
 }  // namespace Quellan::Corvel::Test

@@ -3,11 +3,6 @@
 
 namespace Quellan::Corvel::Test {
 
-struct ServiceManager::Native {
-    PrivateManager manager;
-};
-
-ServiceManager::ServiceManager() : m_native(std::make_unique<Native>()) {}
-ServiceManager::~ServiceManager() = default;
+ServiceManager::ServiceManager() : m_manager(std::make_shared<PrivateManager>()) {}
 
 }  // namespace Quellan::Corvel::Test

@@ -1,11 +1,14 @@
 #include "support/Sweep.h"
 
+#include "TQLib/platform/SystemCodes.h"
 #include "TQLib/platform/Win32.h"
+#include "support/DataLines.h"
 #include "support/FailCall.h"
 #include "support/Resources.h"
 
 #include <algorithm>
 #include <optional>
+#include <sstream>
 
 namespace Quellan::Corvel::Test {
 
@@ -87,7 +90,8 @@ std::vector<unsigned> CountCalls(const SweptOperation& operation) {
     const SweptRun run = operation.prepare();
     std::vector<std::optional<FailCall>> counters(calls.size());
     for (std::size_t i = 0; i < calls.size(); ++i)
-        if (FailCall::CanWatch(calls[i].name)) counters[i].emplace(calls[i].name, DWORD{0}, 0u);
+        if (FailCall::CanWatch(calls[i].name.c_str()))
+            counters[i].emplace(calls[i].name.c_str(), DWORD{0}, 0u);
     run.call();
     std::vector<unsigned> counts(calls.size());
     // They end in the reverse order.
@@ -125,13 +129,32 @@ void SweepCallsOf(const SweptOperation& operation) {
         if (counts[i] > 0) g_swept.push_back(call.name);
         for (const DWORD code : call.codes)
             for (unsigned nth = 1; nth <= counts[i]; nth = After(nth, 8)) {
-                SCOPED_TRACE(std::string(call.name) + " number " + std::to_string(nth) + " failing with " +
+                SCOPED_TRACE(call.name + " number " + std::to_string(nth) + " failing with " +
                              std::to_string(code));
                 RunOnce(operation, call.name, code,
-                        [&] { return FailCall(call.name, code, nth, call.failure); });
+                        [&] { return FailCall(call.name.c_str(), code, nth, call.failure); });
                 if (testing::Test::HasFailure()) return;
             }
     }
+}
+
+const std::vector<PlatformCall>& FailingCalls() {
+    static const std::vector<PlatformCall> calls = [] {
+        std::vector<PlatformCall> read;
+        for (const std::string& line : DataLines("FailingCalls.txt")) {
+            std::istringstream cells(line);
+            std::string failure, code;
+            PlatformCall& call = read.emplace_back();
+            for (cells >> call.name >> failure; cells >> code;) {
+                const auto* const known = Platform::FindSystemCode(std::wstring(code.begin(), code.end()));
+                EXPECT_TRUE(known) << line;
+                call.codes.push_back(known ? known->code : 0);
+            }
+            call.failure = failure == "code" ? call.codes.at(0) : std::stoull(failure, nullptr, 0);
+        }
+        return read;
+    }();
+    return calls;
 }
 
 const std::vector<std::string>& SweptCalls() {

@@ -41,11 +41,20 @@ struct SweptOperation {
 };
 void PrintTo(const SweptOperation& operation, std::ostream* out);
 
+// What a row promises, and tolerates.
+struct Terms {
+    Terms(Promise p, std::string_view t = "") : promise(p), tolerated(t) {}
+    Terms(std::string_view t) : tolerated(t) {}
+    Terms(const char* t) : tolerated(t) {}
+
+    Promise promise = Promise::Works;
+    std::string_view tolerated = "";
+};
+
 template <class Make, class Call>
-SweptOperation Swept(std::string name, Make make, Call call, Promise promise = Promise::Works,
-                     std::string_view tolerated = "") {
+SweptOperation Swept(std::string name, Make make, Terms terms, Call call) {
     return {std::move(name),
-            [make, call, promise] {
+            [make, call, promise = terms.promise] {
                 using Object = std::invoke_result_t<Make>;
                 // Made in place: an object need not be movable.
                 const std::shared_ptr<Object> object(new Object(make()));
@@ -59,7 +68,11 @@ SweptOperation Swept(std::string name, Make make, Call call, Promise promise = P
                                     if (thrown && promise != Promise::Ended) call(*object);
                                 }};
             },
-            tolerated};
+            terms.tolerated};
+}
+template <class Make, class Call>
+SweptOperation Swept(std::string name, Make make, Call call) {
+    return Swept(std::move(name), make, Promise::Works, call);
 }
 
 // What a row tolerates whose call throws in any case: where the memory of what is thrown is counted, the
@@ -87,7 +100,7 @@ void SweepCallsOf(const SweptOperation& operation);
 // A platform call that can fail: what it returns then (for Windows, where the test takes its place) and with
 // which codes of those that the platform documents it is made to fail.
 struct PlatformCall {
-    const char* name;
+    std::string name;
     std::uintptr_t failure;
     std::vector<DWORD> codes;
 };

@@ -1,8 +1,9 @@
-// The code that an operation throws, so that a test reads EXPECT_EQ(ThrownCode([&] { buffer.At(3); }), 1413).
+// What an operation throws, so that a test reads EXPECT_EQ(ThrownCode([&] { buffer.At(3); }), 1413).
 #pragma once
 
 #include "TQLib/core/TQException.h"
 
+#include <string>
 #include <utility>
 
 namespace Quellan::Corvel::Test {
@@ -17,6 +18,18 @@ DWORD ThrownCode(Operation&& operation) {
         return static_cast<DWORD>(failure.COMErrCode());
     }
     return 0;
+}
+
+// The message of the library exception that `operation` throws, in the log's language; empty when it throws
+// nothing.
+template <class Operation>
+std::wstring ThrownText(Operation&& operation) {
+    try {
+        std::forward<Operation>(operation)();
+    } catch (const TQCoreException& failure) {
+        return failure.ExcMsg(TQStrResDestination::Log).Std();
+    }
+    return {};
 }
 
 }  // namespace Quellan::Corvel::Test

@@ -43,8 +43,6 @@ int Nothing() {
 void Handler(void*) {}
 void LowMemoryHandler(void*) noexcept {}
 
-constexpr Promise Unchanged = Promise::Unchanged;
-
 // The text of a code is left out of a message, and a language passed over, where it can't be had.
 constexpr std::string_view Message = "new FormatMessageW GetLocaleInfoW LocalAlloc";
 constexpr std::string_view Event =
@@ -57,84 +55,65 @@ std::vector<SweptOperation> CoreRows() {
         Swept("exception", Plain, [](TQException& e) { TQException(e, 7u, Long.c_str()); }),
         Swept("exception copy", Nested,
               [](TQException& e) { const std::unique_ptr<TQCoreException> copy(e.AllocCopy()); }),
-        Swept(
-            "exception assign", Plain, [](TQException& e) { e = Nested(); }, Unchanged, Message),
-        Swept(
-            "exception action", Plain, [](TQException& e) { e.SetAction(Long.c_str()); }, Unchanged),
-        Swept(
-            "exception files", Plain, [](TQException& e) { e.AddErrFile(Long.c_str()); }, Unchanged),
+        Swept("exception assign", Plain, {Unchanged, Message}, [](TQException& e) { e = Nested(); }),
+        Swept("exception action", Plain, Unchanged, [](TQException& e) { e.SetAction(Long.c_str()); }),
+        Swept("exception files", Plain, Unchanged, [](TQException& e) { e.AddErrFile(Long.c_str()); }),
         Swept("unknown exception", Nothing,
               [](int&) { std::ignore = TQCoreException::Unknown(Long.c_str(), L"text"); }),
-        Swept(
-            "message", Plain, [](TQException& e) { std::ignore = TQException(e).FullMsg(User); }, Unchanged,
-            Message),
-        Swept(
-            "message of a resource", OfResource,
-            [](TQException& e) { std::ignore = TQException(e).FullMsg(User, L"a", L"b"); }, Unchanged,
-            Message),
-        Swept(
-            "text of a resource", Nothing,
-            [](int&) {
-                PutUpWith(ERROR_MR_MID_NOT_FOUND, [] {
-                    std::ignore = TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001)
-                                      .Text(User, Long, std::wstring_view(L"b"));
-                });
-            },
-            Promise::Works, Message),
-        Swept(
-            "string of a resource", Nothing,
-            [](int&) {
-                PutUpWith(ERROR_RESOURCE_NAME_NOT_FOUND,
-                          [] { std::ignore = TQStrRes(TQLib::ResourceStoreID, 1).Text(User); });
-            },
-            Promise::Works, "new LoadStringW GetLocaleInfoW"),
-        Swept(
-            "log block", Plain,
-            [](TQException& e) {
-                STLString block;
-                TQException(e).AssembleLogOutput(L"where", block);
-                const auto address = reinterpret_cast<const void*>(&Handler);
-                const TQOSExceptionRecord record{0xC0000094, 0, address, 0, 0, 0, 0};
-                _TQWin32Exception(record).AssembleLogOutput(nullptr, block);
-            },
-            Unchanged, "new FormatMessageW LocalAlloc GetModuleHandleExW"),
+        Swept("message", Plain, {Unchanged, Message},
+              [](TQException& e) { std::ignore = TQException(e).FullMsg(User); }),
+        Swept("message of a resource", OfResource, {Unchanged, Message},
+              [](TQException& e) { std::ignore = TQException(e).FullMsg(User, L"a", L"b"); }),
+        Swept("text of a resource", Nothing, Message,
+              [](int&) {
+                  PutUpWith(ERROR_MR_MID_NOT_FOUND, [] {
+                      std::ignore = TQMsgRes(TQLib::ResourceStoreID, 0xCFFF4001)
+                                        .Text(User, Long, std::wstring_view(L"b"));
+                  });
+              }),
+        Swept("string of a resource", Nothing, "new LoadStringW GetLocaleInfoW",
+              [](int&) {
+                  PutUpWith(ERROR_RESOURCE_NAME_NOT_FOUND,
+                            [] { std::ignore = TQStrRes(TQLib::ResourceStoreID, 1).Text(User); });
+              }),
+        Swept("log block", Plain, {Unchanged, "new FormatMessageW LocalAlloc GetModuleHandleExW"},
+              [](TQException& e) {
+                  STLString block;
+                  TQException(e).AssembleLogOutput(L"where", block);
+                  const auto address = reinterpret_cast<const void*>(&Handler);
+                  const TQOSExceptionRecord record{0xC0000094, 0, address, 0, 0, 0, 0};
+                  _TQWin32Exception(record).AssembleLogOutput(nullptr, block);
+              }),
         Swept("event", Nothing,
               [](int&) { TQEventLog::LogStringEvent(L"TQTest", 1, 1, TQEventType::Error, L"", L""); }),
-        Swept(
-            "event of an exception", Plain, [](TQException& e) { TQException(e).LogEvent(); }, Unchanged,
-            Event),
-        Swept(
-            "event of an unhandled exception", Nothing,
-            [](int&) {
-                try {
-                    throw std::runtime_error("text");
-                } catch (...) {
-                    TQCoreException::LogUnhandledCurrent(L"where");
-                }
-            },
-            Promise::Works, Event),
+        Swept("event of an exception", Plain, {Unchanged, Event},
+              [](TQException& e) { TQException(e).LogEvent(); }),
+        Swept("event of an unhandled exception", Nothing, Event,
+              [](int&) {
+                  try {
+                      throw std::runtime_error("text");
+                  } catch (...) {
+                      TQCoreException::LogUnhandledCurrent(L"where");
+                  }
+              }),
         Swept("application", Nothing,
               [](int&) {
                   TQLib::SetAppVersion(Long);
                   TQLib::SetProductName(Long);
                   std::ignore = TQLib::GetAppName() + TQLib::AppVersion() + TQLib::ProductName();
               }),
-        Swept(
-            "registered store", Nothing,
-            [](int&) {
-                PutUpWith(ERROR_ALREADY_EXISTS,
-                          [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); });
-            },
-            Promise::Works, ForThrowing),
+        Swept("registered store", Nothing, ForThrowing,
+              [](int&) {
+                  PutUpWith(ERROR_ALREADY_EXISTS,
+                            [] { TQLib::RegisterResourceStore(TQLib::ResourceStoreID, Long); });
+              }),
         // The platform's own locale is the neutral one where it can't be found out.
-        Swept(
-            "locales", Nothing,
-            [](int&) {
-                std::ignore = TQLib::DestinationLocaleIDs(User);
-                TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
-                std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
-            },
-            Promise::Works, "new"),
+        Swept("locales", Nothing, "new",
+              [](int&) {
+                  std::ignore = TQLib::DestinationLocaleIDs(User);
+                  TQLib::SetDestinationLocaleIDs(TQStrResDestination::Log, English);
+                  std::ignore = TQLib::DestinationLocaleIDs(TQStrResDestination::Log);
+              }),
         Swept("exit handler", Nothing,
               [](int&) {
                   TQLib::AddExitHandler(Handler, nullptr);
@@ -146,15 +125,13 @@ std::vector<SweptOperation> CoreRows() {
                   TQLib::RemoveLowMemoryHandler(LowMemoryHandler, nullptr);
               }),
         Swept("object", Plain, [](TQException& e) { std::ignore = e.Description(); }),
-        Swept(
-            "modules", Nothing,
-            [](int&) {
-                std::ignore = TQSysProc::ModuleBaseName(nullptr);
-                std::ignore = TQSysProc::ModuleAt(reinterpret_cast<const void*>(&Handler));
-                std::ignore = TQSysProc::FindLoadedModule(L"no-such-module");
-                std::ignore = TQSysProc::LoadModule(L"TQRes_en.dll");
-            },
-            Promise::Works, "GetModuleHandleExW GetModuleBaseNameW"),
+        Swept("modules", Nothing, "GetModuleHandleExW GetModuleBaseNameW",
+              [](int&) {
+                  std::ignore = TQSysProc::ModuleBaseName(nullptr);
+                  std::ignore = TQSysProc::ModuleAt(reinterpret_cast<const void*>(&Handler));
+                  std::ignore = TQSysProc::FindLoadedModule(L"no-such-module");
+                  std::ignore = TQSysProc::LoadModule(L"TQRes_en.dll");
+              }),
         Swept("command line", Nothing, [](int&) { std::ignore = TQSysProc::CommandLine(); }),
         Swept("locale", Nothing,
               [](int&) {

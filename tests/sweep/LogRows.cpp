@@ -2,13 +2,11 @@
 #include "TQLib/platform/Win32.h"
 #include "TQLib/text/STLString.h"
 #include "platform/PlatformTest.h"
+#include "support/ReadBytes.h"
 #include "support/RecordingSink.h"
 #include "sweep/Rows.h"
 
 #include <algorithm>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 
 namespace Quellan::Corvel::Test {
 
@@ -20,10 +18,7 @@ struct SharedLog {
     std::wstring name = folder / L"log.tlg";
     TQLogPtr log = TQLog::GetLog(name.c_str(), 0);
 
-    std::size_t Lines() const {
-        std::ifstream in(std::filesystem::path(name), std::ios::binary);
-        return static_cast<std::size_t>(std::count(std::istreambuf_iterator<char>(in), {}, '\n'));
-    }
+    std::size_t Lines() const { return static_cast<std::size_t>(std::ranges::count(ReadBytes(name), '\n')); }
 };
 
 const std::string& EveryFailure() {

@@ -5,6 +5,8 @@
 
 namespace Quellan::Corvel::Test {
 
+constexpr Promise Unchanged = Promise::Unchanged;
+
 std::vector<SweptOperation> CoreRows();
 std::vector<SweptOperation> TextRows();
 std::vector<SweptOperation> FileRows();

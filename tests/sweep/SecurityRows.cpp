@@ -41,36 +41,25 @@ constexpr std::string_view NoAccount = "LookupAccountSidW GetVersionExW";
 std::vector<SweptOperation> SecurityRows() {
     std::vector<SweptOperation> rows = {
         Swept("identifier copy", World, [](SecID& id) { SecID{id}; }),
-        Swept(
-            "identifier assign", World, [](SecID& id) { id = Administrators(); }, Promise::Unchanged),
+        Swept("identifier assign", World, Promise::Unchanged, [](SecID& id) { id = Administrators(); }),
         Swept("identifier made", World, [](SecID& id) { SecID(id.IDAuthority(), 0u); }),
         Swept("identifier text", World, [](SecID& id) { EXPECT_EQ(id.String(), L"S-1-1-0"); }),
-        Swept(
-            "identifier names", Administrators,
-            [](SecID& id) { id.Name(), id.Domain(), id.FullName(true), id.UseDesc(); }, Promise::Works,
-            NoAccount),
+        Swept("identifier names", Administrators, NoAccount,
+              [](SecID& id) { id.Name(), id.Domain(), id.FullName(true), id.UseDesc(); }),
         Swept("identifier account", World, [](SecID&) { SecID(L"Everyone"); }),
-        Swept(
-            "identifier domain", World, [](SecID&) { EXPECT_TRUE(SecID::MachDomainSID().IsMachineDomain()); },
-            Promise::Works, NoAccount),
+        Swept("identifier domain", World, NoAccount,
+              [](SecID&) { EXPECT_TRUE(SecID::MachDomainSID().IsMachineDomain()); }),
         Swept("identifier of the user", World, [](SecID&) { SecID::UserIsAdmin(), SecID::UserDomainSID(); }),
-        Swept(
-            "identifier groups", Administrators, [](SecID& id) { id.MemberOfList(); }, Promise::Works,
-            NoAccount),
-        Swept(
-            "identifier dump", World,
-            [](SecID& id) {
-                const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
-                id.DumpToFile(L"caption", file.get());
-            },
-            Promise::Works, NoAccount),
-        Swept(
-            "identifier rights", Administrators, [](SecID& id) { id.PrivilegesHeld(); }, Promise::Works,
-            NoAccount),
+        Swept("identifier groups", Administrators, NoAccount, [](SecID& id) { id.MemberOfList(); }),
+        Swept("identifier dump", World, NoAccount,
+              [](SecID& id) {
+                  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), &std::fclose);
+                  id.DumpToFile(L"caption", file.get());
+              }),
+        Swept("identifier rights", Administrators, NoAccount, [](SecID& id) { id.PrivilegesHeld(); }),
         Swept("domain of an identifier", SecID::MachDomainSID, [](SecID& id) { (void)id.DomainSID(); }),
-        Swept(
-            "account groups", TQSysProc::CurrentUser,
-            [](SecID& id) { id.MemberOfList(), id.IsAccountDisabled(nullptr); }, Promise::Ended, NoAccount),
+        Swept("account groups", TQSysProc::CurrentUser, {Promise::Ended, NoAccount},
+              [](SecID& id) { id.MemberOfList(), id.IsAccountDisabled(nullptr); }),
         Swept("list", Descriptor,
               [](SecDesc& descriptor) {
                   EXPECT_TRUE(*descriptor.DACL() ==

@@ -1,6 +1,7 @@
 #include "TQLib/platform/Win32.h"
 #include "TQLib/services/TQServiceCtrl.h"
 #include "TQLib/services/TQServiceMgr.h"
+#include "TQLib/services/TQSvcProcessor.h"
 #include "support/ServiceManager.h"
 #include "sweep/Rows.h"
 
@@ -8,7 +9,7 @@ namespace Quellan::Corvel::Test {
 
 namespace {
 
-const wchar_t Name[] = L"TQLibSweep", OtherName[] = L"TQLibSweepOther";
+const wchar_t ServiceName[] = L"TQLibSweep", OtherServiceName[] = L"TQLibSweepOther";
 
 void Install(const wchar_t* name) {
     TQSvcHandle service;
@@ -27,26 +28,40 @@ void Remove(const wchar_t* name) {
 struct OtherService {
     ~OtherService() {
         TQSvcHandle service;
-        if (TQServiceMgr::ServiceInstalled(OtherName, service, SERVICE_QUERY_STATUS)) Remove(OtherName);
+        if (TQServiceMgr::ServiceInstalled(OtherServiceName, service, SERVICE_QUERY_STATUS))
+            Remove(OtherServiceName);
     }
 };
 
 struct OtherInstalled : OtherService {
-    OtherInstalled() { Install(OtherName); }
+    OtherInstalled() { Install(OtherServiceName); }
 };
 
 // The manager of all rows, and a service that has never run.
 struct InstalledService {
     ServiceManager manager;
 
-    InstalledService() { Install(Name); }
-    ~InstalledService() { Remove(Name); }
+    InstalledService() { Install(ServiceName); }
+    ~InstalledService() { Remove(ServiceName); }
 };
 
 TQServiceCtrl Service() {
     static const InstalledService installed;
-    return TQServiceCtrl(Name);
+    return TQServiceCtrl(ServiceName);
 }
+
+// Runs, and does nothing that it is asked for but to stop.
+struct Unending : TQSvcProcessor {
+    const TQEvent changed{false};
+
+    Unending() {
+        StartProcessor();
+        WaitForState(ProcState::Run, INFINITE);
+        AddChangedEvent(changed.Handle());
+    }
+    ~Unending() override { EndThread(); }
+    unsigned int Process(BYTEBuf&) override { return StopEvent().Wait(INFINITE) ? 0u : 1u; }
+};
 
 }  // namespace
 
@@ -56,7 +71,7 @@ std::vector<SweptOperation> ServiceRows() {
               [](TQServiceCtrl&) {
                   const auto all =
                       ServiceListType::Services | ServiceListType::Active | ServiceListType::Inactive;
-                  EXPECT_NE(TQServiceCtrl::ServiceList(all).Find(Name), nullptr);
+                  EXPECT_NE(TQServiceCtrl::ServiceList(all).Find(ServiceName), nullptr);
               }),
         Swept("service copy", Service, [](TQServiceCtrl& service) { TQServiceCtrl{service}; }),
         Swept("service state", Service,
@@ -66,29 +81,27 @@ std::vector<SweptOperation> ServiceRows() {
                   EXPECT_TRUE(service.WaitForState(TQSvcState::Stopped, 0));
               }),
         Swept("service configuration", Service,
-              [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, Name); }),
+              [](TQServiceCtrl& service) { EXPECT_EQ(service.Config().displayName, ServiceName); }),
+        Swept("service kill", Service, ForThrowing,
+              [](TQServiceCtrl& service) { PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Kill(); }); }),
+        Swept("service control", Service, ForThrowing,
+              [](TQServiceCtrl& service) {
+                  PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });
+              }),
+        Swept("service start", Service, ForThrowing,
+              [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); }),
+        Swept("service work", [] { return Unending(); }, {Promise::Ended, "SetEvent"},
+              [](Unending& work) {
+                  EXPECT_TRUE(work.Pause());
+                  EXPECT_TRUE(work.WaitForState(ProcState::Pausing, 0));
+                  EXPECT_TRUE(work.changed.Wait(0));
+              }),
         Swept(
-            "service kill", Service,
-            [](TQServiceCtrl& service) {
-                PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Kill(); });
-            },
-            Promise::Works, ForThrowing),
+            "service install", [] { return Service(), OtherService(); }, Promise::Ended,
+            [](OtherService&) { Install(OtherServiceName); }),
         Swept(
-            "service control", Service,
-            [](TQServiceCtrl& service) {
-                PutUpWith(ERROR_SERVICE_NOT_ACTIVE, [&] { service.Interrogate(); });
-            },
-            Promise::Works, ForThrowing),
-        Swept(
-            "service start", Service,
-            [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); },
-            Promise::Works, ForThrowing),
-        Swept(
-            "service install", [] { return Service(), OtherService(); },
-            [](OtherService&) { Install(OtherName); }, Promise::Ended),
-        Swept(
-            "service remove", [] { return Service(), OtherInstalled(); },
-            [](OtherService&) { Remove(OtherName); }, Promise::Ended),
+            "service remove", [] { return Service(), OtherInstalled(); }, Promise::Ended,
+            [](OtherService&) { Remove(OtherServiceName); }),
     };
 }
 

@@ -8,10 +8,10 @@ namespace Quellan::Corvel::Test {
 
 namespace {
 
-const wchar_t Long[] = L"a text that no string keeps within itself, whatever its class";
+const wchar_t LongText[] = L"a text that no string keeps within itself, whatever its class";
 
 TQString Text() {
-    return TQString(Long);
+    return TQString(LongText);
 }
 
 TQStringArray Texts() {
@@ -26,68 +26,48 @@ BYTEBuf Secret() {
     return BYTEBuf(8, BYTEBuf::_SecureLevel::WipeAndLock);
 }
 
-constexpr Promise Unchanged = Promise::Unchanged;
-
 }  // namespace
 
 std::vector<SweptOperation> TextRows() {
     return {
         Swept("string copy", Text, [](TQString& text) { TQString{text}; }),
-        Swept(
-            "string assign", Text, [](TQString& text) { text = TQString(Long) + Long; }, Unchanged),
-        Swept(
-            "string append", Text, [](TQString& text) { text += Long; }, Unchanged),
-        Swept(
-            "string insert", Text, [](TQString& text) { text.Insert(3, Long); }, Unchanged),
-        Swept(
-            "string replace", Text, [](TQString& text) { text.Replace(L"a", Long); }, Unchanged),
-        Swept(
-            "string reserve", Text, [](TQString& text) { text.Reserve(4 * text.Length()); }, Unchanged),
-        Swept(
-            "string trim", Text, [](TQString& text) { text.Trim(L"aw "); }, Unchanged),
+        Swept("string assign", Text, Unchanged, [](TQString& text) { text = TQString(LongText) + LongText; }),
+        Swept("string append", Text, Unchanged, [](TQString& text) { text += LongText; }),
+        Swept("string insert", Text, Unchanged, [](TQString& text) { text.Insert(3, LongText); }),
+        Swept("string replace", Text, Unchanged, [](TQString& text) { text.Replace(L"a", LongText); }),
+        Swept("string reserve", Text, Unchanged, [](TQString& text) { text.Reserve(4 * text.Length()); }),
+        Swept("string trim", Text, Unchanged, [](TQString& text) { text.Trim(L"aw "); }),
         Swept("string parts", Text, [](TQString& text) { text.Left(40) + text.Mid(9) + text.Right(40); }),
         Swept("string case", Text, [](TQString& text) { TQString{text.ToUpper().ToLower()}; }),
         Swept("string no case", Text,
               [](TQString& text) {
-                  EXPECT_EQ(text.FindNoCase(Long), 0u);
-                  EXPECT_TRUE(text.CompareNoCase(Long) == 0 && text.StartsWithNoCase(Long) &&
-                              text.EndsWithNoCase(Long));
+                  EXPECT_EQ(text.FindNoCase(LongText), 0u);
+                  EXPECT_TRUE(text.CompareNoCase(LongText) == 0 && text.StartsWithNoCase(LongText) &&
+                              text.EndsWithNoCase(LongText));
               }),
-        Swept(
-            "string format", Text, [](TQString& text) { text.AppendFormat(L"%s %80u", Long, 3u); },
-            Unchanged),
+        Swept("string format", Text, Unchanged,
+              [](TQString& text) { text.AppendFormat(L"%s %80u", LongText, 3u); }),
         Swept("string UTF-8", Text,
               [](TQString& text) { EXPECT_EQ(TQString::FromUtf8(text.ToUtf8()), text); }),
         Swept("string ANSI", Text,
               [](TQString& text) { EXPECT_EQ(TQString::FromAnsi(text.ToAnsi()), text); }),
         Swept("array copy", Texts, [](TQStringArray& texts) { TQStringArray{texts}; }),
-        Swept(
-            "array assign", Texts,
-            [](TQStringArray& texts) {
-                texts = TQStringArray{Text(), Text()};
-            },
-            Unchanged),
-        Swept(
-            "array add", Texts, [](TQStringArray& texts) { texts.Add(Text()); }, Unchanged),
-        Swept(
-            "array insert", Texts, [](TQStringArray& texts) { texts.Insert(1, Text()); }, Unchanged),
-        Swept(
-            "array set", Texts, [](TQStringArray& texts) { texts.SetAt(1, Text()); }, Unchanged),
-        Swept(
-            "array join and split", Texts,
-            [](TQStringArray& texts) { return TQStringArray::Split(texts.Join(Text()), TQString(L" ,")); },
-            Unchanged),
+        Swept("array assign", Texts, Unchanged,
+              [](TQStringArray& texts) {
+                  texts = TQStringArray{Text(), Text()};
+              }),
+        Swept("array add", Texts, Unchanged, [](TQStringArray& texts) { texts.Add(Text()); }),
+        Swept("array insert", Texts, Unchanged, [](TQStringArray& texts) { texts.Insert(1, Text()); }),
+        Swept("array set", Texts, Unchanged, [](TQStringArray& texts) { texts.SetAt(1, Text()); }),
+        Swept("array join and split", Texts, Unchanged,
+              [](TQStringArray& texts) { return TQStringArray::Split(texts.Join(Text()), TQString(L" ,")); }),
         Swept("buffer copy", Bytes, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
-        Swept(
-            "buffer assign", Bytes, [](BYTEBuf& bytes) { bytes = BYTEBuf(100); }, Unchanged),
-        Swept(
-            "buffer resize", Bytes, [](BYTEBuf& bytes) { bytes.Resize(5000); }, Unchanged),
-        Swept(
-            "buffer insert", Bytes, [](BYTEBuf& bytes) { bytes.Insert(4, Bytes().Data(), 8); }, Unchanged),
+        Swept("buffer assign", Bytes, Unchanged, [](BYTEBuf& bytes) { bytes = BYTEBuf(100); }),
+        Swept("buffer resize", Bytes, Unchanged, [](BYTEBuf& bytes) { bytes.Resize(5000); }),
+        Swept("buffer insert", Bytes, Unchanged, [](BYTEBuf& bytes) { bytes.Insert(4, Bytes().Data(), 8); }),
         Swept("secret", Bytes, [](BYTEBuf&) { Secret(); }),
         Swept("secret copy", Secret, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
-        Swept(
-            "secret resize", Secret, [](BYTEBuf& bytes) { bytes.Resize(5000); }, Unchanged),
+        Swept("secret resize", Secret, Unchanged, [](BYTEBuf& bytes) { bytes.Resize(5000); }),
     };
 }
 

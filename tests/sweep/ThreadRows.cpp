@@ -117,88 +117,73 @@ std::vector<SweptOperation> ThreadRows() {
                   e.Reset();
               }),
         Swept("named event", quiet, [](TQEvent&) { TQEvent(L"TQLib sweep event", false, true, false); }),
-        Swept(
-            "mutex", mutex,
-            [](TQMutex& m) {
-                const TQMutex::TQMutexLock lock(m, 0);
-                EXPECT_TRUE(lock.IsLocked());
-            },
-            Promise::Works, "ReleaseMutex"),
-        Swept(
-            "mutex and others", mutex,
-            [](TQMutex& m) {
-                const TQEvent set(L"TQLib sweep event", false, true, true);
-                const HANDLE others[] = {set.Handle()};
-                TQMutex::TQMutexLock lock;
-                std::ignore = m.Acquire(lock, true, 0, others, 1);
-                EXPECT_TRUE(lock.IsLocked());
-            },
-            Promise::Works, "ReleaseMutex"),
+        Swept("mutex", mutex, "ReleaseMutex",
+              [](TQMutex& m) {
+                  const TQMutex::TQMutexLock lock(m, 0);
+                  EXPECT_TRUE(lock.IsLocked());
+              }),
+        Swept("mutex and others", mutex, "ReleaseMutex",
+              [](TQMutex& m) {
+                  const TQEvent set(L"TQLib sweep event", false, true, true);
+                  const HANDLE others[] = {set.Handle()};
+                  TQMutex::TQMutexLock lock;
+                  std::ignore = m.Acquire(lock, true, 0, others, 1);
+                  EXPECT_TRUE(lock.IsLocked());
+              }),
         Swept(
             "mutex release", [] { return TQMutex(); },
             [](TQMutex& m) { EXPECT_TRUE(m.Wait(0)), m.Release(); }),
         Swept("named mutex", mutex, [](TQMutex&) { TQMutex(L"TQLib sweep mutex", true); }),
         Swept(
-            "read and write lock", [] { return TQThreadReadSynch(); },
+            "read and write lock", [] { return TQThreadReadSynch(); }, Insisted,
             [](TQThreadReadSynch& lock) {
                 { const TQThreadReadSynch::TQSynchLock reader(lock); }
                 lock = TQThreadReadSynch();
                 TQThreadWriteSynch write(lock);
                 const TQThreadSynch::TQSynchLock writer(write);
-            },
-            Promise::Works, Insisted),
+            }),
         Swept(
-            "signal lock", [] { return SignalLock(); },
+            "signal lock", [] { return SignalLock(); }, "SetEvent",
             [](SignalLock& in) {
                 in.signal.Set();
                 EXPECT_TRUE(in.signal.GetLock(0));
                 in.signal.Clear();
                 EXPECT_FALSE(in.signal.GetLock(0));
-            },
-            Promise::Works, "SetEvent"),
+            }),
+        Swept("thread start", patient, Insisted,
+              [](Patient& thread) {
+                  try {
+                      thread.Start();
+                  } catch (...) {
+                      EXPECT_EQ(thread.WaitForComplete(0), 0u);
+                      throw;
+                  }
+              }),
         Swept(
-            "thread start", patient,
-            [](Patient& thread) {
-                try {
-                    thread.Start();
-                } catch (...) {
-                    EXPECT_EQ(thread.WaitForComplete(0), 0u);
-                    throw;
-                }
-            },
-            Promise::Works, Insisted),
-        Swept(
-            "thread resume", [] { return Started<Patient>(true); }, [](Patient& thread) { thread.Resume(); },
-            Promise::Works, Insisted),
-        Swept(
-            "thread end", patient, [](Patient&) { Started<Patient>(), Started<Patient>(true); },
-            Promise::Works, "SetEvent ResumeThread WaitForSingleObject WaitForMultipleObjects"),
+            "thread resume", [] { return Started<Patient>(true); }, Insisted,
+            [](Patient& thread) { thread.Resume(); }),
+        Swept("thread end", patient, "SetEvent ResumeThread WaitForSingleObject WaitForMultipleObjects",
+              [](Patient&) { Started<Patient>(), Started<Patient>(true); }),
         Swept("thread times", atWork,
               [](Patient& thread) { std::ignore = thread.CPUTime(), thread.RunningTime(); }),
-        Swept(
-            "thread stop", atWork, [](Patient& thread) { thread.StopAndWait(INFINITE); }, Promise::Works,
-            Insisted),
-        Swept(
-            "thread restart", atWork, [](Patient& thread) { thread.Restart(); }, Promise::Works, Insisted),
-        Swept(
-            "thread priority", patient,
-            [](Patient&) { const TQThreadPriority lowest(THREAD_PRIORITY_LOWEST); }, Promise::Works,
-            "SetThreadPriority"),
+        Swept("thread stop", atWork, Insisted, [](Patient& thread) { thread.StopAndWait(INFINITE); }),
+        Swept("thread restart", atWork, Insisted, [](Patient& thread) { thread.Restart(); }),
+        Swept("thread priority", patient, "SetThreadPriority",
+              [](Patient&) { const TQThreadPriority lowest(THREAD_PRIORITY_LOWEST); }),
         Swept("thread timer", patient, [](Patient&) { std::ignore = TQThreadCPUTimer().Elapsed(); }),
         Swept(
-            "message thread start", [] { return TQMsgThread(); }, [](TQMsgThread& thread) { thread.Start(); },
-            Promise::Ended, Insisted),
+            "message thread start", [] { return TQMsgThread(); }, {Promise::Ended, Insisted},
+            [](TQMsgThread& thread) { thread.Start(); }),
         Swept(
             "message post", [] { return Started<TQMsgThread>(); },
             [](TQMsgThread& thread) { thread.PostMsg(WM_USER, 1, 2); }),
         Swept(
-            "message thread handles", [] { return Started<TQMsgThread>(); },
+            "message thread handles", [] { return Started<TQMsgThread>(); }, Insisted,
             [](TQMsgThread& thread) {
                 const TQEvent event(true);
                 thread.AddWaitHandle(event.Handle());
                 thread.RemoveWaitHandle(event.Handle());
-            },
-            Promise::Works, Insisted),
+            }),
         Swept(
             "wait list add", [] { return Watched(1); },
             [](Watched& in) {
@@ -211,11 +196,10 @@ std::vector<SweptOperation> ThreadRows() {
             "wait list", [] { return Watched(2); },
             [](Watched& in) { EXPECT_EQ(in.list.Wait(0), in.events.back().Handle()); }),
         Swept(
-            "long wait list", [] { return Watched(70); },
-            [](Watched& in) { EXPECT_EQ(in.list.Wait(INFINITE), in.events.back().Handle()); }, Promise::Works,
-            "new SetEvent WaitForMultipleObjects"),
+            "long wait list", [] { return Watched(70); }, "new SetEvent WaitForMultipleObjects",
+            [](Watched& in) { EXPECT_EQ(in.list.Wait(INFINITE), in.events.back().Handle()); }),
         Swept(
-            "long wait list emptied", [] { return TQWaitList(); },
+            "long wait list emptied", [] { return TQWaitList(); }, "new SetEvent WaitForMultipleObjects",
             [](TQWaitList& list) {
                 for (const TQEvent& event : NamedEvents())
                     list.Add(event.Handle());
@@ -225,25 +209,21 @@ std::vector<SweptOperation> ThreadRows() {
                     list.Remove(event.Handle());
                 EXPECT_EQ(list.Wait(0), nullptr);
                 EXPECT_FALSE(list.HasWaitThread());
-            },
-            Promise::Works, "new SetEvent WaitForMultipleObjects"),
+            }),
+        Swept("pool", patient, Emptied, [](Patient&) { Pool(); }),
+        Swept("pool first work", pool, Insisted,
+              [](Pool& in) {
+                  const DWORD before = in.WorkCount();
+                  try {
+                      in.AddWork(Item, sizeof Item);
+                  } catch (...) {
+                      EXPECT_EQ(in.WorkCount(), before);
+                      throw;
+                  }
+              }),
         Swept(
-            "pool", patient, [](Patient&) { Pool(); }, Promise::Works, Emptied),
-        Swept(
-            "pool first work", pool,
-            [](Pool& in) {
-                const DWORD before = in.WorkCount();
-                try {
-                    in.AddWork(Item, sizeof Item);
-                } catch (...) {
-                    EXPECT_EQ(in.WorkCount(), before);
-                    throw;
-                }
-            },
-            Promise::Works, Insisted),
-        Swept(
-            "pool work", [] { return BusyPool(); },
-            [](BusyPool& in) { in.AddWork(Item, sizeof Item, in.requestor); }, Promise::Works, OneThreadMore),
+            "pool work", [] { return BusyPool(); }, OneThreadMore,
+            [](BusyPool& in) { in.AddWork(Item, sizeof Item, in.requestor); }),
         Swept(
             "pool requestors", [] { return BusyPool(); },
             [](BusyPool& in) {
@@ -253,15 +233,12 @@ std::vector<SweptOperation> ThreadRows() {
                 in.ClearAll();
             }),
         Swept(
-            "pool stop", [] { return BusyPool(); }, [](BusyPool& in) { in.StopThreads(); }, Promise::Works,
-            Insisted),
-        Swept(
-            "work pool", patient,
-            [](Patient&) {
-                _TQWorkPoolBase::AddClient();
-                _TQWorkPoolBase::DelClient();
-            },
-            Promise::Works, Emptied),
+            "pool stop", [] { return BusyPool(); }, Insisted, [](BusyPool& in) { in.StopThreads(); }),
+        Swept("work pool", patient, Emptied,
+              [](Patient&) {
+                  _TQWorkPoolBase::AddClient();
+                  _TQWorkPoolBase::DelClient();
+              }),
         Swept("process lock", patient,
               [](Patient&) {
                   TQProcessLock::Lock();

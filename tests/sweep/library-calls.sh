@@ -6,7 +6,7 @@ sources=$1 output=$2
 shift 2
 users=()
 for object in "$@"; do
-    case $object in */platform/*) ;; *) users+=("$object") ;; esac
+    case $object in */platform/* | */unity_TQLib_platform_*) ;; *) users+=("$object") ;; esac
 done
 declared() {
     sed -nE 's/^#include "(TQLib\/platform\/linux\/.*)"/\1/p' "$sources/TQLib/platform/Platform.h" |

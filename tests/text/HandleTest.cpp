@@ -120,20 +120,6 @@ TEST_F(Handle, ClosesOnceWhateverThreadComesLast) {
     }
 }
 
-TEST(HandleKinds, CloseAFile) {
-    wchar_t program[1024];
-    ASSERT_NE(GetModuleFileNameW(nullptr, program, 1024), 0u);
-    TQHandle<_TQFileHandleClose> file(
-        CreateFileW(program, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, 0, nullptr));
-    ASSERT_TRUE(file);
-    const HANDLE raw = file.Get();
-    DWORD flags = 0;
-    EXPECT_TRUE(GetHandleInformation(raw, &flags));
-    file.Close();
-    EXPECT_FALSE(GetHandleInformation(raw, &flags));
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_HANDLE);
-}
-
 TEST(HandleKinds, KnowTheirValuesForNone) {
     const TQHandle<_TQFileHandleClose> failedFile(INVALID_HANDLE_VALUE);
     EXPECT_FALSE(failedFile);

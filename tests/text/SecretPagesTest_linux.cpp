@@ -1,14 +1,15 @@
 #include "TQLib/text/memory/TQDataBuf.h"
+#include "platform/Forked_linux.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <fstream>
 #include <gmock/gmock.h>
 #include <sstream>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 
 using namespace Quellan::Corvel;
+using Quellan::Corvel::Test::Forked;
 
 namespace {
 
@@ -38,16 +39,13 @@ TEST(SecretPages, AreLockedAndLeftOutOfDumpsAndChildren) {
         const auto secret = Secret(bytes);
         for (const char* flag : {" lo ", " dd ", " wf "})
             EXPECT_THAT(FlagsOf(secret.Data()), testing::HasSubstr(flag));
-        const pid_t child = fork();
-        if (child == 0) {
-            const bool isGone = std::all_of(secret.begin(), secret.end(), [](char c) { return c == 0; });
-            // What the child keeps itself is locked anew.
-            const auto own = Secret(bytes);
-            _exit(isGone && FlagsOf(own.Data()).find(" lo ") != std::string::npos ? 0 : 1);
-        }
-        int status = -1;
-        ASSERT_EQ(waitpid(child, &status, 0), child);
-        EXPECT_EQ(status, 0);
+        EXPECT_EQ(Forked([&] {
+                      const bool isGone = std::ranges::all_of(secret, [](char c) { return c == 0; });
+                      // What the child keeps itself is locked anew.
+                      const auto own = Secret(bytes);
+                      return isGone && FlagsOf(own.Data()).find(" lo ") != std::string::npos ? 0 : 1;
+                  }).Code(),
+                  0);
     }
 }
 

@@ -22,8 +22,8 @@ namespace {
 
 using Test::ThrownCode;
 
-constexpr DWORD OverflowCode = 111;
-constexpr DWORD IndexCode = 1413;
+constexpr DWORD LengthCode = 111;
+constexpr DWORD PositionCode = 1413;
 
 // ASCII text in the tested width.
 template <class C>
@@ -73,12 +73,12 @@ TYPED_TEST(StringOf, RefusesPositionsOutside) {
     EXPECT_EQ(text.At(2), TypeParam{'c'});
     text.SetAt(2, TypeParam{'d'});
     EXPECT_EQ(text[2], TypeParam{'d'});
-    EXPECT_EQ(ThrownCode([&] { text.At(3); }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { text[text.NotFound]; }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { text.SetAt(3, TypeParam{'x'}); }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { text.Insert(4, T("x")); }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { text.Remove(4); }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { return text.Mid(4); }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { text.At(3); }), PositionCode);
+    EXPECT_EQ(ThrownCode([&] { text[text.NotFound]; }), PositionCode);
+    EXPECT_EQ(ThrownCode([&] { text.SetAt(3, TypeParam{'x'}); }), PositionCode);
+    EXPECT_EQ(ThrownCode([&] { text.Insert(4, T("x")); }), PositionCode);
+    EXPECT_EQ(ThrownCode([&] { text.Remove(4); }), PositionCode);
+    EXPECT_EQ(ThrownCode([&] { return text.Mid(4); }), PositionCode);
     EXPECT_EQ(text, T("abd"));
 }
 
@@ -224,7 +224,7 @@ TYPED_TEST(StringOf, RefusesALengthPastTheLargest) {
     using String = _TQStringT<TypeParam>;
     const Text<TypeParam> T;
     String text = T("abc");
-    EXPECT_EQ(ThrownCode([&] { text.Reserve(std::numeric_limits<std::size_t>::max()); }), OverflowCode);
+    EXPECT_EQ(ThrownCode([&] { text.Reserve(std::numeric_limits<std::size_t>::max()); }), LengthCode);
     EXPECT_EQ(text, T("abc"));
 }
 

@@ -76,9 +76,14 @@ TEST(ThreadSynch, StaysHeldWhenItIsAssignedTo) {
     EXPECT_TRUE(taker.HasTaken(INFINITE));
 }
 
-TEST(ReadSynch, KeepsReadersAndWritersApart) {
+class ReadSynch : public testing::Test {
+  protected:
     TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock), otherWrite(lock);
+    TQThreadWriteSynch write{lock};
+};
+
+TEST_F(ReadSynch, KeepsReadersAndWritersApart) {
+    TQThreadWriteSynch otherWrite(lock);
     std::optional<Guard> guard(std::in_place, lock);
     Taker writer(write);
     EXPECT_FALSE(writer.HasTaken(NeverMs));
@@ -96,9 +101,7 @@ TEST(ReadSynch, KeepsReadersAndWritersApart) {
     EXPECT_TRUE(otherWriter.HasTaken(INFINITE));
 }
 
-TEST(ReadSynch, LetsReadersPassByAWaitingWriter) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, LetsReadersPassByAWaitingWriter) {
     std::optional<Guard> guard(std::in_place, lock);
     Taker writer(write);
     EXPECT_FALSE(writer.HasTaken(NeverMs));
@@ -108,15 +111,14 @@ TEST(ReadSynch, LetsReadersPassByAWaitingWriter) {
     EXPECT_TRUE(writer.HasTaken(INFINITE));
 }
 
-TEST(ReadSynch, MustBeReleasedAsOftenAsItWasTaken) {
-    for (const bool write : {false, true}) {
-        TQThreadReadSynch lock;
-        TQThreadWriteSynch writeLock(lock), otherWriteLock(lock);
+TEST_F(ReadSynch, MustBeReleasedAsOftenAsItWasTaken) {
+    for (const bool isWriter : {false, true}) {
+        TQThreadWriteSynch otherWrite(lock);
         std::vector<std::unique_ptr<Guard>> guards;
         for (int i = 0; i < 3; ++i)
-            guards.push_back(write ? std::make_unique<Guard>(i == 1 ? otherWriteLock : writeLock)
-                                   : std::make_unique<Guard>(lock));
-        Taker taker(writeLock);
+            guards.push_back(isWriter ? std::make_unique<Guard>(i == 1 ? otherWrite : write)
+                                      : std::make_unique<Guard>(lock));
+        Taker taker(write);
         while (!guards.empty()) {
             EXPECT_FALSE(taker.HasTaken(NeverMs)) << guards.size() << " are left";
             guards.pop_back();
@@ -127,16 +129,14 @@ TEST(ReadSynch, MustBeReleasedAsOftenAsItWasTaken) {
 }
 
 // Both wait for themselves; assigning to the lock, which forgets who holds it, is the only way out.
-TEST(ReadSynch, HasNoUpgradeAndNoDowngrade) {
-    for (const bool write : {false, true}) {
-        TQThreadReadSynch lock;
-        TQThreadWriteSynch writeLock(lock);
+TEST_F(ReadSynch, HasNoUpgradeAndNoDowngrade) {
+    for (const bool isWriter : {false, true}) {
         const TQEvent holds(true), hasBoth(true);
         Worker thread([&] {
             std::optional<Guard> reader, writer;
-            write ? writer.emplace(writeLock) : reader.emplace(lock);
+            isWriter ? writer.emplace(write) : reader.emplace(lock);
             holds.Set();
-            write ? reader.emplace(lock) : writer.emplace(writeLock);
+            isWriter ? reader.emplace(lock) : writer.emplace(write);
             hasBoth.Set();
         });
         holds.Wait(INFINITE);
@@ -144,14 +144,12 @@ TEST(ReadSynch, HasNoUpgradeAndNoDowngrade) {
         lock = TQThreadReadSynch();
         EXPECT_TRUE(hasBoth.Wait(INFINITE));
         thread.Join();
-        EXPECT_TRUE(CanBeTaken(writeLock)) << "nothing is left of what was held before";
+        EXPECT_TRUE(CanBeTaken(write)) << "nothing is left of what was held before";
         EXPECT_TRUE(CanBeTaken(lock));
     }
 }
 
-TEST(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
     for (int i = 0; i < 2; ++i) {
         auto guard = i == 0 ? std::make_unique<Guard>(lock) : std::make_unique<Guard>(write);
         Worker([&] { guard.reset(); }).Join();
@@ -162,9 +160,7 @@ TEST(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
     }
 }
 
-TEST(ReadSynch, IsNotReleasedByWhoHeldItBeforeAnAssignment) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, IsNotReleasedByWhoHeldItBeforeAnAssignment) {
     for (const bool wasWriter : {false, true}) {
         auto before = wasWriter ? std::make_unique<Guard>(write) : std::make_unique<Guard>(lock);
         lock = TQThreadReadSynch();
@@ -183,9 +179,7 @@ TEST(ReadSynch, IsNotReleasedByWhoHeldItBeforeAnAssignment) {
     }
 }
 
-TEST(ReadSynch, IsNotTakenOverFromAThreadThatEndedInside) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, IsNotTakenOverFromAThreadThatEndedInside) {
     for (const bool isWriter : {false, true}) {
         Guard* left = nullptr;
         Worker([&] { left = isWriter ? new Guard(write) : new Guard(lock); }).Join();
@@ -197,9 +191,7 @@ TEST(ReadSynch, IsNotTakenOverFromAThreadThatEndedInside) {
     }
 }
 
-TEST(ReadSynch, IsUsableAfterAnAssignmentUnderReaders) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, IsUsableAfterAnAssignmentUnderReaders) {
     std::atomic<bool> stop = false;
     const auto read = [&] {
         while (!stop)
@@ -216,25 +208,23 @@ TEST(ReadSynch, IsUsableAfterAnAssignmentUnderReaders) {
     lock = TQThreadReadSynch();
 }
 
-TEST(ReadSynch, IsFreeInACopy) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, IsFreeInACopy) {
     const Guard guard(write);
     TQThreadReadSynch copy(lock);
     EXPECT_TRUE(CanBeTaken(copy));
 }
 
-TEST(ReadSynch, IsToldFromManyOthers) {
+TEST_F(ReadSynch, IsToldFromManyOthers) {
     constexpr std::size_t count = 20;  // more than the thread has places of its own for
     std::vector<TQThreadReadSynch> locks(count);
     std::vector<std::unique_ptr<Guard>> guards;
-    for (TQThreadReadSynch& lock : locks)
-        guards.push_back(std::make_unique<Guard>(lock));
-    for (TQThreadReadSynch& lock : locks)
-        guards.push_back(std::make_unique<Guard>(lock));
+    for (TQThreadReadSynch& each : locks)
+        guards.push_back(std::make_unique<Guard>(each));
+    for (TQThreadReadSynch& each : locks)
+        guards.push_back(std::make_unique<Guard>(each));
     for (std::size_t i = 0; i < count; ++i) {
-        TQThreadWriteSynch write(locks[i]);
-        Taker writer(write);
+        TQThreadWriteSynch itsWrite(locks[i]);
+        Taker writer(itsWrite);
         guards[i].reset();
         EXPECT_FALSE(writer.HasTaken(i % 7 == 0 ? NeverMs : 0));
         guards[count + i].reset();
@@ -242,9 +232,7 @@ TEST(ReadSynch, IsToldFromManyOthers) {
     }
 }
 
-TEST(ReadSynch, IsNotHeldWhereTheWaitFails) {
-    TQThreadReadSynch lock;
-    TQThreadWriteSynch write(lock);
+TEST_F(ReadSynch, IsNotHeldWhereTheWaitFails) {
     auto guard = std::make_unique<Guard>(write);
     Worker([&] {
         for (const bool isWriter : {false, true}) {
@@ -258,7 +246,7 @@ TEST(ReadSynch, IsNotHeldWhereTheWaitFails) {
     EXPECT_TRUE(CanBeTaken(write));
 }
 
-TEST(ReadSynch, NeedsMemoryForAThreadThatReadsUnderMany) {
+TEST_F(ReadSynch, NeedsMemoryForAThreadThatReadsUnderMany) {
     std::array<TQThreadReadSynch, 10> locks;
     const auto readAll = [&] {
         std::array<std::optional<Guard>, locks.size()> guards;
@@ -266,8 +254,8 @@ TEST(ReadSynch, NeedsMemoryForAThreadThatReadsUnderMany) {
             guards[i].emplace(locks[i]);
     };
     const auto checkAll = [&] {
-        for (TQThreadReadSynch& lock : locks)
-            EXPECT_TRUE(CanBeTaken(lock));
+        for (TQThreadReadSynch& each : locks)
+            EXPECT_TRUE(CanBeTaken(each));
     };
     SweepAllocations(readAll, checkAll);
 }
@@ -325,12 +313,10 @@ TEST(SignalLock, HoldsNothingWhereSomethingFails) {
         const FailCall fail("WaitForSingleObject", ERROR_INVALID_HANDLE, 1, WAIT_FAILED);
         EXPECT_EQ(ThrownCode([&] { static_cast<void>(signal.GetLock(0)); }), DWORD{ERROR_INVALID_HANDLE});
     }
-    try {
+    {
         const FailAllocation fail(1);
-        static_cast<void>(signal.GetLock(0));
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const TQException& e) {
-        EXPECT_EQ(e.ExcMsg(TQStrResDestination::Log), L"Allocation of signaled thread lock object failed");
+        EXPECT_EQ(ThrownText([&] { static_cast<void>(signal.GetLock(0)); }),
+                  L"Allocation of signaled thread lock object failed");
     }
     SweepAllocations([&] { static_cast<void>(signal.GetLock(0)); }, [&] { EXPECT_TRUE(CanBeTaken(lock)); });
 }

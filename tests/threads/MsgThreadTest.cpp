@@ -100,13 +100,9 @@ TEST(MsgThread, TakesMessagesOnlyWhileThereIsAThread) {
         SetLastError(0);
         EXPECT_FALSE(thread.PostMsg(WM_APP, 0, 0, false)) << when;
         EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_THREAD_ID}) << when;
-        try {
-            thread.PostMsg(WM_APP, 0, 0, true);
-            ADD_FAILURE() << "nothing was thrown";
-        } catch (const TQSysException& e) {
-            EXPECT_EQ(e.ErrCode(), DWORD{ERROR_INVALID_THREAD_ID});
-            EXPECT_EQ(e.ExcMsg(TQStrResDestination::Log), L"Thread post message failed.");
-        }
+        const auto post = [&] { thread.PostMsg(WM_APP, 0, 0, true); };
+        EXPECT_EQ(ThrownCode(post), DWORD{ERROR_INVALID_THREAD_ID});
+        EXPECT_EQ(ThrownText(post), L"Thread post message failed.");
     };
     check("never started");
     thread.Start();

@@ -177,11 +177,7 @@ class Conservation {
     }
 
     void Run(unsigned number) {
-        struct Running {
-            std::atomic<int>& count;
-            explicit Running(std::atomic<int>& c) : count(c) { ++count; }
-            ~Running() { --count; }
-        } const running(m_running);
+        const Running running(m_running);
         State& state = m_states[number];
         if (state.runs.fetch_add(1) != 0) ++m_wrong;
         if (m_isStopped) ++m_afterStop;

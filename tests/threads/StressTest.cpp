@@ -129,31 +129,13 @@ TEST(StressThread, IsStartedAndStoppedFromAllSides) {
             if (e.ErrCode() != 1247 && e.ErrCode() != ERROR_INVALID_HANDLE && e.ErrCode() != 995) ++surprises;
         }
     };
+    const std::function<void()> steps[] = {[&] { thread.Start(); },  [&] { thread.Start(true); },
+                                           [&] { thread.Resume(); }, [&] { thread.Restart(); },
+                                           [&] { thread.Stop(); },   [&] { thread.WaitForComplete(1); }};
     const auto work = [&](unsigned number, const std::atomic<bool>& isOver) {
         std::minstd_rand random(number + 1);
         while (!isOver)
-            expected([&] {
-                switch (random() % 6) {
-                    case 0:
-                        thread.Start();
-                        break;
-                    case 1:
-                        thread.Start(true);
-                        break;
-                    case 2:
-                        thread.Resume();
-                        break;
-                    case 3:
-                        thread.Restart();
-                        break;
-                    case 4:
-                        thread.Stop();
-                        break;
-                    case 5:
-                        thread.WaitForComplete(1);
-                        break;
-                }
-            });
+            expected(steps[random() % std::size(steps)]);
     };
     // A restart may come to wait for the thread that somebody else has started meanwhile, and suspended.
     OnThreads(6, work, [&] {
@@ -170,21 +152,9 @@ TEST(StressThread, IsDestroyedInEveryState) {
         std::minstd_rand random(number + 1);
         while (!isOver) {
             const auto thread = std::make_unique<CountedThread>();
-            switch (random() % 4) {
-                case 0:
-                    break;
-                case 1:
-                    thread->Start(true);
-                    break;
-                case 2:
-                    thread->Start();
-                    break;
-                case 3: {
-                    thread->Start();
-                    const Worker stopper([&] { thread->Stop(); });
-                    break;
-                }
-            }
+            const auto state = random() % 4;
+            if (state > 0) thread->Start(state == 1);
+            if (state == 3) const Worker stopper([&] { thread->Stop(); });
         }
     });
 }

@@ -16,17 +16,6 @@ namespace {
 
 using Version = TQSynchObj::PlatformVersion;
 
-// The message of the library exception that `operation` throws; empty when it throws nothing.
-template <class Operation>
-std::wstring ThrownMessage(Operation operation) {
-    try {
-        operation();
-    } catch (const TQCoreException& e) {
-        return e.ExcMsg(TQStrResDestination::Log).Std();
-    }
-    return {};
-}
-
 std::wstring UniqueName(const wchar_t* what) {
     return TQString::Format(L"tqlib-test-%u-%s", GetCurrentProcessId(), what).c_str();
 }
@@ -92,7 +81,7 @@ TEST(KernelObjectName, FollowsThePlatformsVersion) {
 TEST(SynchObj, ThrowsWhatTheWaitReports) {
     const TQEvent event(true);
     const FailCall fail("WaitForSingleObject", ERROR_INVALID_HANDLE, 1, WAIT_FAILED);
-    EXPECT_EQ(ThrownMessage([&] { event.Wait(0); }), L"Wait on synch object failed.");
+    EXPECT_EQ(ThrownText([&] { event.Wait(0); }), L"Wait on synch object failed.");
 }
 
 TEST(Event, TakesSecurityAttributes) {
@@ -199,12 +188,11 @@ TEST(Mutex, ThrowsAndHoldsNothingWhereSomethingFails) {
               DWORD{ERROR_INVALID_HANDLE});
     {
         const FailCall fail("CreateMutexW", ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(ThrownMessage([] { TQMutex failing; }), L"Attempt to open mutex object failed.");
+        EXPECT_EQ(ThrownText([] { TQMutex failing; }), L"Attempt to open mutex object failed.");
     }
     {
         const FailCall fail("WaitForMultipleObjects", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-        EXPECT_EQ(ThrownMessage([&] { static_cast<void>(mutex.Acquire(0)); }),
-                  L"Wait on synch object failed.");
+        EXPECT_EQ(ThrownText([&] { static_cast<void>(mutex.Acquire(0)); }), L"Wait on synch object failed.");
     }
     SweepAllocations([&] { TQMutex::TQMutexLock acquired(mutex, 0); }, [&] { EXPECT_TRUE(IsFree(mutex)); });
 }

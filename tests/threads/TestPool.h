@@ -26,6 +26,13 @@ void Until(Condition condition) {
         Sleep(1);
 }
 
+// Counts while it lives.
+struct Running {
+    std::atomic<int>& count;
+    explicit Running(std::atomic<int>& c) : count(c) { ++count; }
+    ~Running() { --count; }
+};
+
 struct PoolError {
     DWORD thread;
     unsigned code;
@@ -102,11 +109,7 @@ class ScriptedThread : public TQPoolThread {
         m_fault.reset();
         const std::string work(data.begin(), data.end());
         m_script->AddItem(work);
-        struct Running {
-            std::atomic<int>& count;
-            explicit Running(std::atomic<int>& c) : count(c) { ++count; }
-            ~Running() { --count; }
-        } const running(m_script->handlers);
+        const Running running(m_script->handlers);
         m_script->onWork(work);
     }
     unsigned int OnStop(const BYTEBuf&, const unsigned int& result) override {

@@ -18,31 +18,6 @@ namespace {
 
 constexpr unsigned Stopped = 0x80000015;
 
-template <class Operation>
-std::wstring MessageFrom(Operation operation) {
-    try {
-        operation();
-    } catch (const TQCoreException& e) {
-        return e.ExcMsg(TQStrResDestination::Log).Std();
-    }
-    return L"";
-}
-
-// Each allocation fails in turn, those of the platform among them, which has a code of its own for it.
-template <class Operation, class Check>
-void SweepMemory(Operation operation, Check check) {
-    SweepAllocations(
-        [&] {
-            try {
-                operation();
-            } catch (const TQCoreException& e) {
-                if (e.ErrCode() == ERROR_NOT_ENOUGH_MEMORY) TQStdExceptions::ThrowMemAllocError(L"platform");
-                throw;
-            }
-        },
-        check);
-}
-
 // What is to be true of a pool that was stopped.
 void ExpectEnded(const _TQThreadPoolBase& pool, const Script& script) {
     EXPECT_EQ(script.handlers, 0);
@@ -53,6 +28,13 @@ void ExpectEnded(const _TQThreadPoolBase& pool, const Script& script) {
     EXPECT_EQ(pool.ThreadsWaiting(), 0u);
     EXPECT_FALSE(pool.ThreadRunning());
 }
+
+class PoolOfTwo : public testing::Test {
+  protected:
+    Script script;
+    TestPool<2> pool{script};
+};
+using ThreadOfAPool = PoolOfTwo;
 
 TEST(ThreadPoolLimits, FollowProcessorsAndRequest) {
     const struct {
@@ -130,32 +112,27 @@ TEST(ThreadPool, MakesNoThreadWhereOneWaits) {
     EXPECT_EQ(script.started, 1);
 }
 
-TEST(ThreadPool, ThreadsPostToTheirOwnPool) {
-    Script script;
+TEST_F(PoolOfTwo, ThreadsPostToTheirOwnPool) {
     script.onWork = [](const std::string& work) {
         if (!work.empty())
             ScriptedThread::Current().PostPoolWork(work.data(), static_cast<DWORD>(work.size() - 1));
     };
-    TestPool<2> pool(script);
     pool.Post("abc");
     pool.AwaitQuiet();
     EXPECT_THAT(script.Items(), ElementsAre("abc", "ab", "a", ""));
 }
 
-TEST(ThreadPool, TakesWhatItsThreadsPostAsTheyStart) {
-    Script script;
+TEST_F(PoolOfTwo, TakesWhatItsThreadsPostAsTheyStart) {
     script.onStart = [] {
         ScriptedThread::Current().PostPoolWork("start", 5);
         return 0u;
     };
-    TestPool<2> pool(script);
     pool.Post("first");
     Until([&] { return script.Items().size() == 1u + static_cast<unsigned>(script.started); });
     EXPECT_THAT(script.Items(), testing::Contains("start"));
 }
 
-TEST(ThreadPool, ReportsWhatLeavesAHandlerAndGoesOn) {
-    Script script;
+TEST_F(PoolOfTwo, ReportsWhatLeavesAHandlerAndGoesOn) {
     std::set<DWORD> ids;
     script.onWork = [&](const std::string& work) {
         ids.insert(GetCurrentThreadId());
@@ -164,7 +141,6 @@ TEST(ThreadPool, ReportsWhatLeavesAHandlerAndGoesOn) {
         if (work == "number") throw 7;
         if (work == "fault") RaiseException(0xC0000005, 0, 0, nullptr);
     };
-    TestPool<2> pool(script);
     for (const char* const work : {"library", "standard", "number", "fault", "last"}) {
         pool.Post(work);
         pool.AwaitQuiet();
@@ -226,26 +202,22 @@ TEST(ThreadPool, SurvivesAPolicyThatThrows) {
     EXPECT_EQ(log.Entries()[0].eventId, 0xCFFF4002u);
 }
 
-TEST(ThreadPool, TakesNoWorkOnceItIsStopped) {
-    Script script;
-    TestPool<2> pool(script);
+TEST_F(PoolOfTwo, TakesNoWorkOnceItIsStopped) {
     pool.Post("a");
     pool.AwaitQuiet();
     pool.StopThreads();
     ExpectEnded(pool, script);
     EXPECT_EQ(ThrownCode([&] { pool.Post("b"); }), Stopped);
-    EXPECT_EQ(MessageFrom([&] { pool.Post("b", 1); }),
+    EXPECT_EQ(ThrownText([&] { pool.Post("b", 1); }),
               L"Thread pool has been stopped - no further work can be done on the pool.");
     pool.StopThreads();
     ExpectEnded(pool, script);
     EXPECT_THAT(script.Items(), ElementsAre("a"));
 }
 
-TEST(ThreadPool, StoppingDropsWhatNoThreadHasTaken) {
-    Script script;
+TEST_F(PoolOfTwo, StoppingDropsWhatNoThreadHasTaken) {
     Gate gate;
     script.onWork = [&](const std::string&) { gate.Pass(); };
-    TestPool<2> pool(script);
     const DWORD requestor = pool.GetNewRequestorID();
     for (int i = 0; i < 2'000; ++i)
         pool.Post(i < 2 ? "taken" : "left", i % 2 ? requestor : 0);
@@ -319,26 +291,24 @@ TEST(ThreadPool, IsNotMadeWithoutWhatItNeeds) {
     const auto make = [&] { TestPool<2> pool(script); };
     {
         const FailCall fail("CreateIoCompletionPort", ERROR_NO_SYSTEM_RESOURCES);
-        EXPECT_EQ(MessageFrom(make), L"Completion port could not be created for thread pool.");
+        EXPECT_EQ(ThrownText(make), L"Completion port could not be created for thread pool.");
     }
     {
         // The first event is the one by which every thread is stopped.
         const FailCall fail("CreateEventW", ERROR_NOT_ENOUGH_MEMORY, 2);
-        EXPECT_EQ(MessageFrom(make), L"Wakeup event could not be created for thread pool.");
+        EXPECT_EQ(ThrownText(make), L"Wakeup event could not be created for thread pool.");
     }
     std::set<std::wstring> messages;
     for (unsigned nth = 1;; ++nth) {
         const FailAllocation fail(nth);
-        const std::wstring message = MessageFrom(make);
+        const std::wstring message = ThrownText(make);
         if (!fail.Fired()) break;
         messages.insert(message);
     }
     EXPECT_EQ(messages.count(L"Allocation of thread pool requestor ID queue failed"), 1u);
 }
 
-TEST(ThreadPool, RefusesAnItemThatThePortRefuses) {
-    Script script;
-    TestPool<2> pool(script);
+TEST_F(PoolOfTwo, RefusesAnItemThatThePortRefuses) {
     pool.Post("before");
     pool.AwaitQuiet();
     const DWORD requestor = pool.GetNewRequestorID();
@@ -346,7 +316,7 @@ TEST(ThreadPool, RefusesAnItemThatThePortRefuses) {
         const auto post = [&] { pool.Post("refused", id); };
         {
             const FailCall fail("PostQueuedCompletionStatus", ERROR_NO_SYSTEM_RESOURCES);
-            EXPECT_EQ(MessageFrom(post), L"Posting of the thread pool work failed.");
+            EXPECT_EQ(ThrownText(post), L"Posting of the thread pool work failed.");
         }
         EXPECT_EQ(pool.WorkCount(), 0u);
         pool.Post("after", id);
@@ -437,11 +407,9 @@ TEST(AsynchRoot, HandsTheRecordsOfEndedThreadsOn) {
     EXPECT_LT(allocations, 3 * count) << "not as many as for each thread anew";
 }
 
-TEST(ThreadPool, DoesWithTheThreadsThatItHas) {
-    Script script;
+TEST_F(PoolOfTwo, DoesWithTheThreadsThatItHas) {
     Gate gate;
     script.onWork = [&](const std::string&) { gate.Pass(); };
-    TestPool<2> pool(script);
     {
         // After the pool's own thread and the first for its items, for either post.
         const FailCall fail("CreateThread", ERROR_NOT_ENOUGH_MEMORY, 3);
@@ -460,13 +428,11 @@ TEST(ThreadPool, DoesWithTheThreadsThatItHas) {
     pool.AwaitQuiet();
 }
 
-TEST(ThreadPool, GoesOnAfterAFailureToTakeWork) {
-    Script script;
+TEST_F(PoolOfTwo, GoesOnAfterAFailureToTakeWork) {
     script.onWork = [](const std::string& work) {
         if (work == "fail")
             ScriptedThread::FailNext<FailCall>("GetQueuedCompletionStatus", DWORD{ERROR_NO_SYSTEM_RESOURCES});
     };
-    TestPool<2> pool(script);
     pool.Post("fail");
     Until([&] { return !script.Errors().empty(); });
     EXPECT_EQ(script.Errors()[0].code, unsigned{ERROR_NO_SYSTEM_RESOURCES});
@@ -478,12 +444,10 @@ TEST(ThreadPool, GoesOnAfterAFailureToTakeWork) {
     EXPECT_THAT(script.Items(), ElementsAre("fail", "after"));
 }
 
-TEST(ThreadPool, LosesNoItemThatThereIsNoMemoryToTake) {
-    Script script;
+TEST_F(PoolOfTwo, LosesNoItemThatThereIsNoMemoryToTake) {
     script.onWork = [](const std::string& work) {
         if (work == "fail") ScriptedThread::FailNext<FailAllocation>();
     };
-    TestPool<2> pool(script);
     const std::string longer(1'000, 'a');
     pool.Post("fail");
     pool.AwaitQuiet();
@@ -598,10 +562,8 @@ TEST_F(IdlePool, KeepsItsThreadsWhilePortObjectsNeedThem) {
     Until([&] { return pool.ThreadsAllocated() == 0; });
 }
 
-TEST(PoolThread, WorksOnlyForThePoolThatMadeIt) {
-    Script script;
+TEST_F(ThreadOfAPool, WorksOnlyForThePoolThatMadeIt) {
     const RecordingSink log;
-    TestPool<2> pool(script);
     ScriptedThread stranger;
     stranger.AssignPool(&pool);
     stranger.Start();
@@ -609,24 +571,20 @@ TEST(PoolThread, WorksOnlyForThePoolThatMadeIt) {
     EXPECT_EQ(stranger.ResultMessage(), L"Thread does not belong to this pool.");
 }
 
-TEST(PoolThread, WorksOnlyOnItsOwnThread) {
-    Script script;
+TEST_F(ThreadOfAPool, WorksOnlyOnItsOwnThread) {
     std::atomic<ScriptedThread*> thread = nullptr;
     script.onWork = [&](const std::string&) { thread = &ScriptedThread::Current(); };
-    TestPool<2> pool(script);
     pool.Post("");
     pool.AwaitQuiet();
     BYTEBuf none;
-    EXPECT_EQ(MessageFrom([&] { (*thread).RunWork(none); }),
+    EXPECT_EQ(ThrownText([&] { (*thread).RunWork(none); }),
               L"Pool thread can only call RunPoolThread from it's running thread.");
 }
 
-TEST(PoolThread, LeavesThePoolWhenItIsStopped) {
-    Script script;
+TEST_F(ThreadOfAPool, LeavesThePoolWhenItIsStopped) {
     script.onWork = [](const std::string& work) {
         if (work == "stop") ScriptedThread::Current().Stop();
     };
-    TestPool<2> pool(script);
     pool.Post("stop");
     Until([&] { return ScriptedThread::Objects() == 0; });
     pool.Post("next");
@@ -635,10 +593,8 @@ TEST(PoolThread, LeavesThePoolWhenItIsStopped) {
 }
 
 TEST(WorkPool, LivesFromItsFirstClientToItsLast) {
-    const auto expectNone = [] { EXPECT_EQ(_TQWorkPoolBase::GetInstance(), nullptr); };
-    SweepMemory([] { _TQWorkPoolBase::AddClient(); }, expectNone);
     _TQWorkPoolBase& pool = _TQWorkPoolBase::AddClient();
-    EXPECT_EQ(_TQWorkPoolBase::GetInstance(), &pool);
+    EXPECT_EQ(&_TQWorkPoolBase::AddClient(), &pool);
     _TQWorkPoolBase::DelClient();
     EXPECT_EQ(_TQWorkPoolBase::GetInstance(), &pool);
     _TQWorkPoolBase::DelClient();

@@ -45,16 +45,6 @@ class Events {
     std::vector<TQEvent> m_events;
 };
 
-template <class Operation>
-std::wstring ThrownMessage(Operation operation) {
-    try {
-        operation();
-    } catch (const TQCoreException& e) {
-        return e.ExcMsg(TQStrResDestination::Log).Std();
-    }
-    return {};
-}
-
 class WaitListOf : public testing::TestWithParam<std::size_t> {};
 
 TEST_P(WaitListOf, ReturnsWhatIsSignalledInTheOrderSeen) {
@@ -184,10 +174,10 @@ TEST(WaitList, BelongsToOneThread) {
     TQWaitList list;
     constexpr const wchar_t* refusal = L"Only the owning thread can call this method on the wait list.";
     Worker([&] {
-        EXPECT_EQ(ThrownMessage([&] { list.Add(event.Handle()); }), refusal);
-        EXPECT_EQ(ThrownMessage([&] { list.Remove(event.Handle()); }), refusal);
-        EXPECT_EQ(ThrownMessage([&] { list.Wait(0); }), refusal);
-        EXPECT_EQ(ThrownMessage([&] { list = TQWaitList(); }), refusal);
+        EXPECT_EQ(ThrownText([&] { list.Add(event.Handle()); }), refusal);
+        EXPECT_EQ(ThrownText([&] { list.Remove(event.Handle()); }), refusal);
+        EXPECT_EQ(ThrownText([&] { list.Wait(0); }), refusal);
+        EXPECT_EQ(ThrownText([&] { list = TQWaitList(); }), refusal);
         EXPECT_EQ(ThrownCode([&] { list.Wait(0); }), DWORD{ERROR_INVALID_FUNCTION});
     }).Join();
     EXPECT_EQ(list.Size(), 0u);
@@ -250,7 +240,7 @@ TEST(WaitList, HoldsSoManyAndNoMore) {
     for (DWORD i = 1; i <= TQWaitList::MaxSize; ++i)
         list.Add(handle(i));
     EXPECT_EQ(ThrownCode([&] { list.Add(handle(TQWaitList::MaxSize + 1)); }), DWORD{ERROR_BUFFER_OVERFLOW});
-    EXPECT_EQ(ThrownMessage([&] { list.Add(handle(TQWaitList::MaxSize + 1)); }),
+    EXPECT_EQ(ThrownText([&] { list.Add(handle(TQWaitList::MaxSize + 1)); }),
               L"Too many elements in the wait list.");
     list.Add(handle(1));
     list.Remove(handle(7));
@@ -268,7 +258,7 @@ TEST(WaitList, ReportsAClosedHandleUntilItIsRemoved) {
             reinterpret_cast<HANDLE>(reinterpret_cast<std::uintptr_t>(events.Handle(count - 1)) + 0x40000);
         list.Add(invalid);
         for (int i = 0; i < 2; ++i)
-            EXPECT_EQ(ThrownMessage([&] { list.Wait(INFINITE); }), L"Wait on synch object failed.") << count;
+            EXPECT_EQ(ThrownText([&] { list.Wait(INFINITE); }), L"Wait on synch object failed.") << count;
         EXPECT_EQ(ThrownCode([&] { list.Wait(INFINITE); }), DWORD{ERROR_INVALID_HANDLE});
         events[count - 1].Set();
         list.Remove(invalid);
@@ -293,11 +283,11 @@ TEST(WaitList, IsAsBeforeWhereSomethingFails) {
     SweepAllocations([&] { list.Add(events.Handle(OwnBatch)); }, [&] { EXPECT_EQ(list.Size(), OwnBatch); });
     {
         const FailAllocation fail(1);
-        EXPECT_EQ(ThrownMessage([&] { list.Wait(0); }), L"Unable to allocate wait list thread.");
+        EXPECT_EQ(ThrownText([&] { list.Wait(0); }), L"Unable to allocate wait list thread.");
     }
     {
         const FailCall fail("CreateThread", ERROR_NOT_ENOUGH_MEMORY);
-        EXPECT_EQ(ThrownMessage([&] { list.Wait(0); }), L"Thread Creation Failed.");
+        EXPECT_EQ(ThrownText([&] { list.Wait(0); }), L"Thread Creation Failed.");
     }
     EXPECT_FALSE(list.HasWaitThread());
     {

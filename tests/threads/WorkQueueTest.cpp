@@ -50,15 +50,6 @@ class WorkQueue : public testing::Test {
     DWORD a = 0, b = 0;
 };
 
-TEST_F(WorkQueue, ServesRequestorsInTheOrderOfTheirItems) {
-    pool.Post("A1", a);
-    pool.Post("B1", b);
-    pool.Post("A2", a);
-    EXPECT_EQ(pool.WorkCount(), 3u);
-    EXPECT_THAT(Run(), ElementsAre("A1", "B1", "A2"));
-    ExpectNothingLeft();
-}
-
 TEST_F(WorkQueue, HandsAnonymousItemsOutInTheirOrder) {
     std::vector<std::string> posted;
     for (int i = 0; i < 5'000; ++i)

@@ -12,31 +12,6 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using tq::ParseLogHead;
 
-TEST(LogHeads, HaveTheirParts) {
-    const auto head = ParseLogHead(
-        R"(W 14:03:27.045 [Monitor : 2316 (monitor.exe){4410}] -- [Worker] -- [HOST\admin {S-1-5-18}])");
-    ASSERT_TRUE(head);
-    EXPECT_EQ(head->mark, 'W');
-    EXPECT_EQ(head->msOfDay, ((14 * 60 + 3) * 60 + 27) * 1000 + 45);
-    EXPECT_EQ(head->application, "Monitor");
-    EXPECT_EQ(head->process, 2316u);
-    EXPECT_EQ(head->module, "monitor.exe");
-    EXPECT_EQ(head->thread, 4410u);
-    EXPECT_EQ(head->source, "Worker");
-    EXPECT_EQ(head->user, "HOST\\admin {S-1-5-18}");
-}
-
-TEST(LogHeads, TellNoSourceAndNoUser) {
-    const std::string head = "# 1.02.03.004 [A : 1 (a){2}]";
-    ASSERT_TRUE(ParseLogHead(head));
-    EXPECT_FALSE(ParseLogHead(head)->source);
-    EXPECT_FALSE(ParseLogHead(head)->user);
-    EXPECT_EQ(ParseLogHead(head + " -- [Worker]")->source, "Worker");
-    EXPECT_FALSE(ParseLogHead(head + " -- [Worker]")->user);
-    EXPECT_FALSE(ParseLogHead(head + " -- [] -- [user]")->source);
-    EXPECT_EQ(ParseLogHead(head + " -- [] -- [user]")->user, "user");
-}
-
 TEST(LogHeads, MayHaveNamesWithBracketsAndColons) {
     const auto head =
         ParseLogHead("E 14:03:27.045 [a : 5 (b){6}] c : 7 (d (e) : f){8}] -- [x] -- [y] -- [z]");

@@ -4,6 +4,7 @@
 #include "../../tools/tqscm/Print.h"
 #include "../../tools/tqscm/Worker.h"
 #include "platform/PlatformTest.h"
+#include "support/ReadBytes.h"
 #include "support/Role.h"
 #ifdef TQ_KERNEL_FAULTS
 #include "support/FailKernelCall_linux.h"
@@ -16,7 +17,6 @@
 #include <csignal>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -47,10 +47,6 @@ class TqscmJournal : public testing::Test {
         for (const auto& [name, entry] : journal.All())
             text += name + '=' + std::to_string(entry.failures) + ' ';
         return text;
-    }
-    std::string Bytes() const {
-        std::ifstream file(path, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
     }
     void Write(const std::string& bytes) const { std::ofstream(path, std::ios::binary) << bytes; }
 
@@ -110,7 +106,7 @@ TEST_F(TqscmJournal, LosesOneRecordOfADamagedByte) {
             journal.Put(std::string(1, static_cast<char>('@' + i)), Running(i));
         EXPECT_FALSE(journal.WasDamaged());
     }
-    const std::string whole = Bytes();
+    const std::string whole = ReadBytes(path);
     for (std::size_t at = 0; at < whole.size(); ++at) {
         SCOPED_TRACE(at);
         std::string damaged = whole;
@@ -176,6 +172,18 @@ TEST_F(TqscmJournal, IsMissedUnlessTheManagerEndedInOrder) {
 }
 
 #ifdef TQ_KERNEL_FAULTS
+TEST_F(TqscmJournal, IsMissedAlsoWhereThereWasNeverRoomForIt) {
+    const std::string lock = path + ".lock";
+    const Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    {
+        const FailKernelCall full("pwrite", ENOSPC, FailKernelCall::EveryCall);
+        Journal journal(path, file.Get());
+        journal.Put("A", Running(1));
+        EXPECT_TRUE(journal.IsBehind());
+    }
+    EXPECT_TRUE(Journal(path, file.Get()).WasDamaged());
+}
+
 TEST_F(TqscmJournal, SurvivesEachCallThatFails) {
     for (const int error : {ENOSPC, EMFILE, EIO}) {
         std::optional<Journal> journal;
@@ -240,9 +248,7 @@ TEST(TqscmWorker, WorksWithoutAThread) {
     loop.RunOnce();
     EXPECT_EQ(code, 5u);
 }
-#endif
 
-#ifdef TQ_KERNEL_FAULTS
 TEST(TqscmClient, GivesUpAManagerThatSaysNothing) {
     const PrivateManager manager;
     const SC_HANDLE handle = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);

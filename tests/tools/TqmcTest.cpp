@@ -1,12 +1,13 @@
 // The message compiler as a build runs it. Its paths come as macros: TQMC, WINDMC (empty where there is
 // none), RESOURCES and MESSAGES, the library's message file and one with two languages.
+#include "support/ReadBytes.h"
+
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
-#include <iterator>
 #include <string>
 #include <sys/wait.h>
 #include <vector>
@@ -15,17 +16,14 @@ namespace {
 
 namespace fs = std::filesystem;
 
-std::string ReadWhole(const fs::path& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 std::string WithCrLf(const std::string& text) {
     std::string result;
     for (const char c : text)
         result += c == '\n' ? std::string("\r\n") : std::string(1, c);
     return result;
 }
+
+using Quellan::Corvel::Test::ReadBytes;
 
 class Tqmc : public testing::Test {
   protected:
@@ -43,7 +41,7 @@ class Tqmc : public testing::Test {
     int Run(const std::string& program, const std::string& arguments) {
         const std::string command = program + " " + arguments + " 2>" + File("said").string();
         const int status = std::system(command.c_str());
-        m_said = ReadWhole(File("said"));
+        m_said = ReadBytes(File("said"));
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     }
 
@@ -54,7 +52,7 @@ class Tqmc : public testing::Test {
         const fs::path out = File("table.bin");
         EXPECT_EQ(Compile(Write("in.mc", text).string() + " --language English --table " + out.string()), 0)
             << m_said;
-        return ReadWhole(out);
+        return ReadBytes(out);
     }
 
     // What is said of a text that must be refused, behind the file's name.
@@ -92,9 +90,9 @@ TEST_F(Tqmc, WritesTheSameTablesAsWindmc) {
         ASSERT_EQ(Compile(each.file + " --language " + each.language + " --table " + File("ours").string()),
                   0)
             << m_said;
-        EXPECT_EQ(ReadWhole(File("ours")), ReadWhole(File(each.table.c_str())))
+        EXPECT_EQ(ReadBytes(File("ours")), ReadBytes(File(each.table.c_str())))
             << each.file << ", " << each.language;
-        EXPECT_FALSE(ReadWhole(File("ours")).empty());
+        EXPECT_FALSE(ReadBytes(File("ours")).empty());
     }
 }
 
@@ -112,7 +110,7 @@ TEST_F(Tqmc, NumbersMessagesBySeverityFacilityAndTheOneBefore) {
     ASSERT_EQ(
         Compile(Write("in.mc", text).string() + " --language English --header " + File("out.h").string()), 0)
         << m_said;
-    const std::string header = ReadWhole(File("out.h"));
+    const std::string header = ReadBytes(File("out.h"));
     for (const char* line :
          {"SEVERITY_BAD = 0x3;", "EVENT = 0xcfff4001;", "NEXT = 0x4002;", "LATER = 0x4012;"})
         EXPECT_NE(header.find(line), std::string::npos) << line;

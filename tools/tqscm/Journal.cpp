@@ -194,7 +194,7 @@ void JournalEntry::Visit(Fields& fields, Visitor& visit) {
 Journal::Journal(std::string path, int lock) : m_path(std::move(path)), m_lock(lock) {
     char mark[64] = {};
     const bool isMarked = m_lock >= 0 && Retry([&] { return pread(m_lock, mark, sizeof mark - 1, 0); }) > 0;
-    const bool wasBehind = isMarked && MarkOf(State::Behind) == mark;
+    const bool wasBehind = isMarked && (mark[0] == '\0' || MarkOf(State::Behind) == mark);
     const bool wasRunning = wasBehind || (isMarked && MarkOf(State::Whole) == mark);
     std::string bytes;
     const int error = ReadFile(m_path, bytes);
@@ -228,6 +228,8 @@ void Journal::Mark(State state) {
     m_isMarked = m_lock < 0 || m_mark == state;
     if (m_isMarked) return;
     const std::string mark = MarkOf(state);
+    // The first one of a full disk: zeros take no room, and say that there was a manager.
+    if (m_mark == State::Unknown && !mark.empty()) Durable::Truncate(m_lock, static_cast<off_t>(mark.size()));
     m_isMarked = !mark.empty() && WriteAll(m_lock, mark, 0) == 0;
     if (m_isMarked) m_mark = state;
 }

@@ -10,6 +10,7 @@
 #include <csignal>
 #include <grp.h>
 #include <optional>
+#include <poll.h>
 #include <pwd.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -19,6 +20,9 @@ namespace tqscm {
 using namespace Quellan::Platform;
 
 namespace {
+
+// In which a program is normally found to run or not.
+constexpr int ExecLimitMs = 1000;
 
 // Of descriptors, before the manager took more.
 std::optional<rlimit> g_limitBefore;
@@ -157,6 +161,9 @@ int Start(const Plan& plan, pid_t& pid) {
         _exit(127);
     }
     to = Descriptor();
+    // One on a disk that does not answer keeps nobody waiting: if it cannot be run, that is seen by its end.
+    pollfd outcome{.fd = from.Get(), .events = POLLIN, .revents = 0};
+    if (Retry([&] { return poll(&outcome, 1, ExecLimitMs); }) == 0) return 0;
     int error = 0;
     if (Retry([&] { return read(from.Get(), &error, sizeof error); }) <= 0) return 0;
     siginfo_t info;

@@ -35,7 +35,8 @@ void AllowManyDescriptors();
 
 // A process in a session of its own, with the account's identity, in the root folder, its standard input
 // empty, no other descriptors but the standard ones and all signals as usual. With `socket` it is told where
-// the manager is and that this has started it. 2, 3, 5 or what else keeps the program from being run.
+// the manager is and that this has started it. 2, 3, 5 or what else keeps the program from being run; what does
+// so later than after a second ends the process.
 DWORD Launch(const std::string& commandLine, const Account& account, const std::string& socket, pid_t& pid);
 
 }  // namespace tqscm

@@ -55,7 +55,7 @@ Sinks& TheSinks() {
 }
 
 // Made while the library is loaded: later there may be no memory for it.
-[[maybe_unused]] const Sinks& g_madeEarly = TheSinks();
+[[maybe_unused]] const Sinks& g_sinksMadeEarly = TheSinks();
 
 // One call of the sink in place, from its choice to its end.
 class SinkCall {

@@ -150,7 +150,7 @@ State& TheState() {
 }
 
 // Made while the library is loaded: later there may be no memory for it.
-[[maybe_unused]] const State& g_madeEarly = TheState();
+[[maybe_unused]] const State& g_stateMadeEarly = TheState();
 
 std::size_t DestinationIndex(TQStrResDestination destination) {
     const auto index = static_cast<std::size_t>(destination);

@@ -136,7 +136,7 @@ ThreadTraps& TrapsOf(DWORD thread) {
 }
 
 // Made while the library is loaded: later there may be no memory for it.
-[[maybe_unused]] const ThreadTraps& g_madeEarly = TrapsOf(0);
+[[maybe_unused]] const ThreadTraps& g_trapsMadeEarly = TrapsOf(0);
 
 }  // namespace
 

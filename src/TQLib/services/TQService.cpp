@@ -139,7 +139,8 @@ void _TQService::UpdateStatus(DWORD state, DWORD waitHint) {
 }
 
 bool _TQService::UpdateStatus(DWORD state, DWORD waitHint, TransitionRule isAllowed) {
-    return Report(state, waitHint, isAllowed, PendingBudget());
+    const DWORD asked = waitHint > DefaultWaitHintMs ? waitHint : 0;
+    return Report(state, waitHint, isAllowed, std::max(PendingBudget(), asked));
 }
 
 CtrlAcceptSet _TQService::AcceptedIn(DWORD state) {
@@ -199,6 +200,8 @@ void _TQService::Record(DWORD state, DWORD waitHint, CtrlAcceptSet accepted, DWO
         } else {
             m_record.waitHint = m_countdown.Remaining();
         }
+        // A sign promises no more than there will be signs for.
+        if (budgetMs == 0) m_record.waitHint = std::min(m_record.waitHint, m_budget.Remaining());
     } else {
         m_record.checkPoint = 0;
         m_record.waitHint = 0;

@@ -37,8 +37,9 @@ class TQLIB_API _TQService : public TQObject {
     bool IsRegistered() const;
 
     // While a pending state lasts and its processor runs, it is reported once more every `ProgressMs`, but for
-    // no longer than a budget: a service that hangs is not to look alive for ever. The budget begins with the
-    // state, and anew with each report that the service itself makes of it.
+    // no longer than a budget, its wait hints counted: a service that hangs is not to look alive for ever. The
+    // budget begins with the state, and anew with each report that the service itself makes of it; a wait hint
+    // of more than 30 s in that is budget too.
     static constexpr DWORD ProgressMs = 1000;
     // In milliseconds; INFINITE: no limit. By default `BudgetMs`.
     virtual DWORD PendingBudget() const;

@@ -9,6 +9,7 @@
 #include "TQLib/threads/internal/GuardedStep.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace Quellan::Corvel {
 
@@ -36,9 +37,7 @@ bool IsOwnWay(ProcState from, ProcState to) noexcept {
 
 }  // namespace
 
-TQSvcProcessor::TQSvcProcessor() : m_accepted(FirstAccepted), m_toldEvent(true), m_requestEvent(false) {
-    m_toldEvent.Set();
-}
+TQSvcProcessor::TQSvcProcessor() : m_accepted(FirstAccepted), m_toldEvent(false), m_requestEvent(false) {}
 
 TQSvcProcessor::~TQSvcProcessor() {
     EndThread();
@@ -88,10 +87,9 @@ bool TQSvcProcessor::WaitUntil(bool (*isReached)(ProcState, ProcState), ProcStat
         ~Removal() { processor.RemoveChangedEvent(event); }
     };
     const Removal removal{*this, changed.Handle()};
-    bool isDone;
-    while (!(isDone = isReached(CurrentState(), states)) && changed.Wait(left.Remaining())) {
-    }
-    return isDone;
+    while (!isReached(CurrentState(), states))
+        if (!changed.Wait(left.Remaining())) return isReached(CurrentState(), states);
+    return true;
 }
 
 CtrlAcceptSet TQSvcProcessor::CtrlsAccepted() const {
@@ -107,13 +105,19 @@ DWORD TQSvcProcessor::ErrorCode() const {
 void TQSvcProcessor::AddChangedEvent(HANDLE event) {
     const TQThreadSynch::TQSynchLock guard(m_procLock);
     Translated(L"TQSvcProcessor::AddChangedEvent",
-               [&]() TQ_NOT_ANALYSED { m_changedEvents.push_back(event); });
+               [&]() TQ_NOT_ANALYSED { m_changedEvents.push_back({event, false}); });
 }
 
 void TQSvcProcessor::RemoveChangedEvent(HANDLE event) {
-    const TQThreadSynch::TQSynchLock guard(m_procLock);
-    const auto found = std::ranges::find(m_changedEvents, event);
-    if (found != m_changedEvents.end()) m_changedEvents.erase(found);
+    for (bool isSetting = true; isSetting;) {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_procLock);
+            const auto found = std::ranges::find(m_changedEvents, event, &ChangedEvent::event);
+            if (found != m_changedEvents.end()) m_changedEvents.erase(found);
+            isSetting = event && m_setting == event;
+        }
+        if (isSetting) Sleep(InsistAgainMs);
+    }
 }
 
 void TQSvcProcessor::Prepare() {}
@@ -160,7 +164,7 @@ void TQSvcProcessor::SetState(ProcState state, DWORD errorCode) {
         if (!IsOwnWay(m_procState, state)) return;
         ChangeTo(state);
     }
-    TellService();
+    TellOfChange();
 }
 
 void TQSvcProcessor::SetCtrlAllow(ProcControlAccept control, bool allow) {
@@ -268,7 +272,7 @@ bool TQSvcProcessor::RequestState(ProcState state) {
                 return false;
         }
     }
-    TellService();
+    TellOfChange();
     if (isStop) Stop();
     SetSurely(m_requestEvent.Handle());
     // Who has sent a control finds the service on its way when the handler returns.
@@ -302,7 +306,7 @@ void TQSvcProcessor::RunMain(_TQService* service) {
         if (result == WAIT_FAILED) Sleep(_TQService::ProgressMs);
     }
     // Somebody may still be telling of a state that is over by now.
-    AwaitSurely({m_toldEvent.Handle()});
+    AwaitTeller();
 }
 
 bool TQSvcProcessor::StartProcessing() {
@@ -313,7 +317,7 @@ bool TQSvcProcessor::StartProcessing() {
         m_hasThrown = false;
         ChangeTo(ProcState::Starting);
     }
-    TellService();
+    TellOfChange();
     try {
         // The thread of the last work may still be on its way to its end.
         WaitForComplete(INFINITE);
@@ -331,13 +335,51 @@ void TQSvcProcessor::ChangeTo(ProcState state) {
         m_untold.Push(state);
     }
     m_procState = state;
-    for (const HANDLE event : m_changedEvents)
-        SetEvent(event);
+    for (ChangedEvent& changed : m_changedEvents)
+        changed.isDue = true;
+}
+
+// Who has changed the state does it next, without the lock.
+void TQSvcProcessor::TellOfChange() {
+    SetChangedEvents();
+    TellService();
+}
+
+// By one thread at a time: another one leaves what is due to it.
+void TQSvcProcessor::SetChangedEvents() noexcept {
+    for (HANDLE event = nullptr;;) {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_procLock);
+            if (m_setting != event) return;
+            const auto due = std::ranges::find(m_changedEvents, true, &ChangedEvent::isDue);
+            const bool isDone = due == m_changedEvents.end();
+            m_setting = event = isDone ? nullptr : due->event;
+            if (isDone) return;
+            due->isDue = false;
+        }
+        SetSurely(event);
+    }
 }
 
 // Unless it is this thread that tells.
 void TQSvcProcessor::WaitUntilTold() {
-    if (!TellService()) AwaitSurely({m_toldEvent.Handle()});
+    if (!TellService()) AwaitTeller();
+}
+
+void TQSvcProcessor::AwaitTeller() {
+    for (bool isWaiting = false;;) {
+        {
+            const TQThreadSynch::TQSynchLock guard(m_procLock);
+            if (m_teller == 0) {
+                if (isWaiting) --m_waiting;
+                if (m_waiting == 0) return;
+                break;
+            }
+            if (!std::exchange(isWaiting, true)) ++m_waiting;
+        }
+        AwaitSurely({m_toldEvent.Handle()});
+    }
+    SetSurely(m_toldEvent.Handle());
 }
 
 // Changes reach the service in their order, and one at a time: whoever finds another thread at it leaves the
@@ -351,11 +393,10 @@ bool TQSvcProcessor::TellService() {
             if (isFirst && m_teller != 0) return m_teller == GetCurrentThreadId();
             if (m_untold.IsEmpty()) {
                 m_teller = 0;
-                m_toldEvent.Set();
-                return true;
+                if (m_waiting == 0) return true;
+                break;
             }
             m_teller = GetCurrentThreadId();
-            m_toldEvent.Reset();
             service = m_service;
             state = m_untold.Pop();
         }
@@ -365,6 +406,8 @@ bool TQSvcProcessor::TellService() {
             return 0u;
         });
     }
+    SetSurely(m_toldEvent.Handle());
+    return true;
 }
 
 }  // namespace Quellan::Corvel

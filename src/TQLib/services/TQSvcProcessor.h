@@ -86,9 +86,9 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     // work unless `SetState` has set it.
     DWORD ErrorCode() const;
 
-    // An event that is set at each change of the state. Borrowed: remove it before closing it.
+    // An event that is set after each change of the state. Borrowed: remove it before closing it.
     void AddChangedEvent(HANDLE event);
-    // Does nothing for one that was not added.
+    // Does nothing for one that was not added. Nobody sets it any more when this returns.
     void RemoveChangedEvent(HANDLE event);
 
   protected:
@@ -132,9 +132,17 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     bool StartProcessing();
 
     bool WaitUntil(bool (*isReached)(ProcState state, ProcState states), ProcState states, DWORD ms);
+    struct ChangedEvent {
+        HANDLE event;
+        bool isDue;  // to be set
+    };
+
     void ChangeTo(ProcState state) TQ_REQUIRES(m_procLock);
+    void TellOfChange();
+    void SetChangedEvents() noexcept;
     bool TellService();
     void WaitUntilTold();
+    void AwaitTeller();
     void SetAccepted(CtrlAcceptSet kept, CtrlAcceptSet added);
     template <class Report>
     void ReportBy(Report report);
@@ -144,13 +152,15 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     CtrlAcceptSet m_accepted TQ_GUARDED_BY(m_procLock);
     DWORD m_errorCode TQ_GUARDED_BY(m_procLock) = 0;
     bool m_hasThrown TQ_GUARDED_BY(m_procLock) = false;
-    std::vector<HANDLE> m_changedEvents TQ_GUARDED_BY(m_procLock);
+    std::vector<ChangedEvent> m_changedEvents TQ_GUARDED_BY(m_procLock);
+    HANDLE m_setting TQ_GUARDED_BY(m_procLock) = nullptr;  // of them, by the one thread that sets them
     _TQService* m_service TQ_GUARDED_BY(m_procLock) = nullptr;
     // Changes that the service has yet to be told of, in their order, by one thread at a time.
     Ring<ProcState> m_untold TQ_GUARDED_BY(m_procLock);
-    DWORD m_teller TQ_GUARDED_BY(m_procLock) = 0;  // thread; 0: nobody
+    DWORD m_teller TQ_GUARDED_BY(m_procLock) = 0;   // thread; 0: nobody
+    DWORD m_waiting TQ_GUARDED_BY(m_procLock) = 0;  // threads that wait for its end
 
-    const TQEvent m_toldEvent;     // signalled while nobody tells
+    const TQEvent m_toldEvent;     // for one of those that wait, who wakes the next
     const TQEvent m_requestEvent;  // wakes `WaitForTurn`
 };
 

@@ -11,7 +11,7 @@ namespace Quellan::Corvel {
 
 namespace {
 
-constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
+constexpr const wchar_t* MutexWaitFailed = L"Wait on synch object failed.";
 
 HANDLE Opened(const wchar_t* name) {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, name);
@@ -58,7 +58,7 @@ DWORD TQMutex::Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* e
                        DWORD extraCount) const {
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles;
     if (extraCount >= handles.size() || (extraCount != 0 && !extraHandles))
-        throw TQException(ERROR_INVALID_PARAMETER, WaitFailed);
+        throw TQException(ERROR_INVALID_PARAMETER, MutexWaitFailed);
     handles[0] = Handle();
     std::copy_n(extraHandles, extraCount, handles.begin() + 1);
 
@@ -68,7 +68,7 @@ DWORD TQMutex::Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* e
 
     const DWORD count = extraCount + 1;
     DWORD result = WaitForMultipleObjects(count, handles.data(), waitAll, ms);
-    if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
+    if (result == WAIT_FAILED) TQSysException::ThrowLastError(MutexWaitFailed);
     if (result >= WAIT_ABANDONED_0 && result < WAIT_ABANDONED_0 + count) result -= WAIT_ABANDONED_0;
     // A wait for all tells one index where a mutex was abandoned, which says nothing of the others.
     if (waitAll && result != WAIT_TIMEOUT) result = 0;

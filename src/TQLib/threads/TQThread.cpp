@@ -13,7 +13,7 @@ namespace Quellan::Corvel {
 
 namespace {
 
-constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
+constexpr const wchar_t* ThreadWaitFailed = L"Wait on synch object failed.";
 
 // The object whose work the thread runs; null once it is destroyed, by its own thread.
 thread_local const TQThread* t_ownObject = nullptr;
@@ -166,7 +166,7 @@ DWORD TQThread::WaitForComplete(DWORD ms) {
     }
     if (thread) {
         const DWORD result = WaitForSingleObject(thread.Get(), ms);
-        if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
+        if (result == WAIT_FAILED) TQSysException::ThrowLastError(ThreadWaitFailed);
         if (result == WAIT_TIMEOUT) return WAIT_TIMEOUT;
     }
     return ResultCode();

@@ -6,6 +6,7 @@
 #include "TQLib/platform/ProcessEnd.h"
 #include "TQLib/text/memory/internal/Translated.h"
 #include "TQLib/threads/internal/ExceptionMessage.h"
+#include "TQLib/threads/internal/GuardedStep.h"
 
 #include <algorithm>
 #include <cstring>
@@ -28,8 +29,6 @@ constexpr DWORD PortPassMs = 50;      // until what is missing in the port is lo
 constexpr DWORD GrowAgainMs = 1'000;  // after a failure to make a thread
 
 constexpr unsigned int StoppedCode = 0x80000015;
-constexpr unsigned int UnknownExceptionCode = static_cast<unsigned int>(E_UNEXPECTED);
-constexpr WORD CaughtExceptionCategory = 2;
 constexpr unsigned int FirstStructuredCode = 0xC0000000;
 
 constexpr const wchar_t* HandlerContext = L"Processing thread pool work";

@@ -27,7 +27,7 @@ constexpr unsigned ClassCount = 1 + _TQWin32AsynchRoot::RecycledBytes / ClassByt
 constexpr BYTE NotRecycled = ClassCount;
 constexpr unsigned ChainLength = 32;
 constexpr DWORD ShardCount = 16;
-constexpr std::size_t KeptBytes = 16 * 1024 * 1024;  // of a class in the depot; the rest goes to the heap
+constexpr std::size_t DepotBytes = 16 * 1024 * 1024;  // of a class in the depot; the rest goes to the heap
 
 constexpr std::size_t BytesOf(std::size_t sizeClass) noexcept {
     return sizeof(Record) + sizeClass * ClassBytes;
@@ -164,7 +164,7 @@ bool Recycle(void* memory, unsigned sizeClass) noexcept {
     if (used.length == ChainLength) {
         std::swap(used, spare);
         if (used.length == ChainLength)
-            recycler.depots[sizeClass].Put(std::exchange(used, {}), KeptBytes / BytesOf(sizeClass));
+            recycler.depots[sizeClass].Put(std::exchange(used, {}), DepotBytes / BytesOf(sizeClass));
     }
     used.Push(memory);
     return true;

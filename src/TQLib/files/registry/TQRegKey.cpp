@@ -16,14 +16,14 @@ constexpr DWORD MostKeyNameCharacters = 255;
 constexpr DWORD MostValueNameCharacters = 16'383;
 constexpr DWORD FirstDataBytes = 256;
 
-void Check(LSTATUS status, const wchar_t* where) {
+void CheckStatus(LSTATUS status, const wchar_t* where) {
     if (status != ERROR_SUCCESS) throw TQSysException(static_cast<unsigned int>(status), where);
 }
 
 // The same for what need not be there: whether it is.
 bool IsFound(LSTATUS status, const wchar_t* where) {
     const bool isMissing = static_cast<DWORD>(status) == DWORD{ERROR_FILE_NOT_FOUND};
-    if (!isMissing) Check(status, where);
+    if (!isMissing) CheckStatus(status, where);
     return !isMissing;
 }
 
@@ -36,7 +36,7 @@ TQStringArray Names(DWORD mostCharacters, const wchar_t* where, Next next) {
         auto size = static_cast<DWORD>(buffer.Size());
         const LSTATUS status = next(index, buffer.Data(), size);
         if (static_cast<DWORD>(status) == DWORD{ERROR_NO_MORE_ITEMS}) return names;
-        Check(status, where);
+        CheckStatus(status, where);
         names.Add(TQString(buffer.Data(), size));
     }
 }
@@ -51,7 +51,7 @@ TQRegKey::~TQRegKey() = default;
 
 TQRegKey::TQRegKey(const TQRegKey& parent, const wchar_t* path, DWORD access) {
     HKEY opened = nullptr;
-    Check(RegOpenKeyExW(parent.Handle(), path, 0, access, &opened), L"TQRegKey::TQRegKey");
+    CheckStatus(RegOpenKeyExW(parent.Handle(), path, 0, access, &opened), L"TQRegKey::TQRegKey");
     m_key.Attach(opened);
 }
 
@@ -63,7 +63,7 @@ TQRegKey TQRegKey::Find(const wchar_t* path, DWORD access) const {
 
 TQRegKey TQRegKey::Create(const wchar_t* path, DWORD access) const {
     HKEY opened = nullptr;
-    Check(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr,
+    CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr,
                           &opened, nullptr),
           L"TQRegKey::Create");
     return TQRegKey(opened);
@@ -100,7 +100,7 @@ std::optional<TQRegKey::Value> TQRegKey::FindValue(const wchar_t* name) const {
 void TQRegKey::SetValue(const wchar_t* name, DWORD type, const void* data, std::size_t bytes) const {
     constexpr const wchar_t* where = L"TQRegKey::SetValue";
     if (bytes > std::numeric_limits<DWORD>::max()) TQStdExceptions::ThrowOverflowError(where);
-    Check(RegSetValueExW(Handle(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes)),
+    CheckStatus(RegSetValueExW(Handle(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes)),
           where);
 }
 
@@ -116,7 +116,7 @@ TQStringArray TQRegKey::ValueNames() const {
 }
 
 void TQRegKey::Flush() const {
-    Check(RegFlushKey(Handle()), L"TQRegKey::Flush");
+    CheckStatus(RegFlushKey(Handle()), L"TQRegKey::Flush");
 }
 
 TQRegKey TQRegistry::MachineKey() {
@@ -129,7 +129,7 @@ TQRegKey TQRegistry::UserKey() {
 
 TQRegKey TQRegistry::Connect(const wchar_t* machine) {
     HKEY connected = nullptr;
-    Check(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, &connected), L"TQRegistry::Connect");
+    CheckStatus(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, &connected), L"TQRegistry::Connect");
     return TQRegKey(connected);
 }
 

@@ -59,7 +59,7 @@ void Install(Context& context) {
         arguments.Remove(0);
         RequireFitting(context);
         const TQString file = hasFile ? TQString(first.Mid(option.size() + 1)) : TQString();
-        const TQString path = WriteSystemdUnit(*context.services.front(), arguments, file);
+        const TQString path = WriteSystemdUnit(context.services, arguments, file);
         context.Say(TQString::Format(L"%s is written; systemctl daemon-reload makes it known", path.c_str()));
         return;
     }

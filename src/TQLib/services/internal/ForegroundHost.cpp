@@ -1,6 +1,7 @@
 #include "TQLib/services/internal/ForegroundHost.h"
 
 #include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/Insist.h"
 #include "TQLib/services/TQServiceStatus.h"
 #include "TQLib/text/memory/TQDataBuf.h"
 #include "TQLib/threads/TQThread.h"
@@ -14,13 +15,10 @@ namespace Quellan::Corvel {
 
 namespace {
 
-// Between two tries where the platform cannot wait.
-constexpr DWORD RetryMs = 10;
-
 std::atomic<HANDLE> g_stopEvent{nullptr};
 
 BOOL OnConsoleControl(DWORD event) {
-    SetEvent(g_stopEvent);
+    SetSurely(g_stopEvent);
     // The process ends when this returns from any other event, and it is to end in order.
     if (event != CTRL_C_EVENT && event != CTRL_BREAK_EVENT) Sleep(INFINITE);
     return TRUE;
@@ -78,7 +76,7 @@ class ForegroundHost::MainThread : public TQThread {
             const TQThreadSynch::TQSynchLock guard(m_host.m_lock);
             m_entry.hasEnded = true;
         }
-        m_host.m_changedEvent.Set();
+        SetSurely(m_host.m_changedEvent.Handle());
         return result;
     }
 
@@ -118,21 +116,20 @@ BOOL ForegroundHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         if (failure) entry->hasEnded = true;
     }
-    const HANDLE events[] = {m_changedEvent.Handle(), m_stopEvent.Handle()};
+    const HANDLE changed = m_changedEvent.Handle(), stop = m_stopEvent.Handle();
     // Those that run already do not go on without the others.
     bool isStopping = failure != nullptr;
     if (isStopping) SendStops();
     while (!AllEnded()) {
-        const DWORD result = WaitForMultipleObjects(isStopping ? 1 : 2, events, FALSE, INFINITE);
-        if (result == WAIT_FAILED) Sleep(RetryMs);  // the services run, and somebody has to be there for them
-        if (result == WAIT_OBJECT_0 + 1) {
+        const bool isAsked = (isStopping ? AwaitSurely({changed}) : AwaitSurely({changed, stop})) == 1;
+        if (isAsked) {
             isStopping = true;
             console.Release();
         }
         if (isStopping) SendStops();
     }
     for (const auto& entry : m_entries)
-        entry->thread->WaitForComplete(INFINITE);
+        entry->thread.reset();  // at the thread's end
     if (failure) std::rethrow_exception(failure);
     return TRUE;
 }
@@ -158,7 +155,7 @@ BOOL ForegroundHost::SetStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* sta
         entry.status = *status;
         if (isNew) Print(entry);
     }
-    m_changedEvent.Set();
+    SetSurely(m_changedEvent.Handle());
     return TRUE;
 }
 

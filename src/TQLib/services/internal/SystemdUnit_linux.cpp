@@ -3,6 +3,8 @@
 #include "TQLib/services/internal/SystemdUnit.h"
 #include "TQLib/system/TQSysProc.h"
 
+#include <algorithm>
+
 namespace Quellan::Corvel {
 
 namespace {
@@ -65,7 +67,24 @@ TQString UserOf(TQString account) {
     return isNobody ? TQString(L"nobody") : account;
 }
 
-TQString UnitText(const _TQService& service, const TQStringArray& arguments) {
+// The units that others of these services are in, each once.
+std::vector<TQString> RequiredUnits(const std::vector<_TQService*>& services) {
+    std::vector<TQString> units;
+    const auto isOwn = [&](const TQString& name) {
+        return std::ranges::any_of(services, [&](const _TQService* own) {
+            return own->ServiceName().CompareNoCase(name.c_str()) == 0;
+        });
+    };
+    for (const _TQService* service : services)
+        for (const TQString& name : service->Options().dependencies) {
+            TQString unit = UnitName(name);
+            if (!isOwn(name) && std::ranges::find(units, unit) == units.end()) units.push_back(std::move(unit));
+        }
+    return units;
+}
+
+TQString UnitText(const std::vector<_TQService*>& services, const TQStringArray& arguments) {
+    const _TQService& service = *services.front();
     const TQServiceOptions options = service.Options();
     const auto& actions = options.failureActions;
     const bool restarts = !actions.empty() && actions.front().kind == TQSvcFailureAction::Kind::Restart;
@@ -74,10 +93,8 @@ TQString UnitText(const _TQService& service, const TQStringArray& arguments) {
     TQString text =
         TQString::Format(L"[Unit]\nDescription=%s\n",
                          Plain(description.IsEmpty() ? service.DisplayName() : description).c_str());
-    for (const TQString& name : options.dependencies) {
-        const TQString unit = UnitName(name);
+    for (const TQString& unit : RequiredUnits(services))
         text.AppendFormat(L"Requires=%s\nAfter=%s\n", unit.c_str(), unit.c_str());
-    }
     if (restarts) {
         // Each action is for one failure more, and the last is repeated: with one that is no restart, only so
         // many restarts come before it.
@@ -112,10 +129,11 @@ void WriteLasting(const TQString& path, const TQString& text) {
 
 }  // namespace
 
-TQString WriteSystemdUnit(const _TQService& service, const TQStringArray& arguments, const TQString& file) {
+TQString WriteSystemdUnit(const std::vector<_TQService*>& services, const TQStringArray& arguments,
+                          const TQString& file) {
     const TQString path =
-        file.IsEmpty() ? TQString(L"/etc/systemd/system/" + UnitName(service.ServiceName())) : file;
-    const TQString text = UnitText(service, arguments);
+        file.IsEmpty() ? TQString(L"/etc/systemd/system/" + UnitName(services.front()->ServiceName())) : file;
+    const TQString text = UnitText(services, arguments);
     // A unit that there is already stays whole until the new one is.
     const TQString fresh = path + L".new";
     try {

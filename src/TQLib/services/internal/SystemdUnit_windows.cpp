@@ -4,7 +4,7 @@
 
 namespace Quellan::Corvel {
 
-TQString WriteSystemdUnit(const _TQService&, const TQStringArray&, const TQString&) {
+TQString WriteSystemdUnit(const std::vector<_TQService*>&, const TQStringArray&, const TQString&) {
     throw TQSysException(ERROR_NOT_SUPPORTED, L"There is no systemd on Windows.");
 }
 

@@ -13,7 +13,7 @@ namespace Quellan::Corvel {
 namespace {
 
 constexpr std::size_t MaxBytes = std::numeric_limits<std::ptrdiff_t>::max();
-constexpr std::size_t PageBytes = 4096;  // what a capacity in whole pages is rounded up to
+constexpr std::size_t RoundedBytes = 4096;  // what a capacity in whole pages is rounded up to
 
 void CopyBytes(BYTE* to, const void* from, std::size_t bytes) noexcept {
     if (bytes) std::memcpy(to, from, bytes);
@@ -156,10 +156,10 @@ const TQAllocator& _TQDataBufRoot::Memory() const noexcept {
 }
 
 std::size_t _TQDataBufRoot::Rounded(std::size_t bytes) const noexcept {
-    if (bytes == 0 || bytes > MaxBytes - PageBytes) return bytes;
+    if (bytes == 0 || bytes > MaxBytes - RoundedBytes) return bytes;
     if (m_level == _SecureLevel::WipeAndLock) return SecretBlockSize(bytes);
     if (!m_allocator->wholePages) return bytes;
-    return (bytes + PageBytes - 1) / PageBytes * PageBytes;
+    return (bytes + RoundedBytes - 1) / RoundedBytes * RoundedBytes;
 }
 
 BYTE* _TQDataBufRoot::NewBlock(std::size_t capacity, const wchar_t* where) const {

@@ -9,8 +9,6 @@ namespace Quellan::Corvel {
 
 namespace {
 
-constexpr WORD CaughtExceptionCategory = 2;
-
 // An action that the exception already has is not given up for the context, which then stands behind the
 // message.
 void LogCaught(TQCoreException& e, const wchar_t* context) noexcept {

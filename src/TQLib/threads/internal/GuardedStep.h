@@ -7,6 +7,7 @@
 namespace Quellan::Corvel {
 
 constexpr unsigned int UnknownExceptionCode = static_cast<unsigned int>(0x8000FFFF);  // E_UNEXPECTED
+constexpr WORD CaughtExceptionCategory = 2;
 
 // Inside a catch clause: logs the exception being handled, a library exception as 0xCFFF4001, anything else
 // as 0xCFFF4002, with the context; its text becomes the message. Returns its code.

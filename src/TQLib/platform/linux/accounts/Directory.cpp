@@ -168,7 +168,7 @@ class Askers {
     Word m_arrivals{0};
 };
 
-const ForkPart g_forkPart(
+const ForkPart g_directoryForkPart(
     ForkOrder::Directory, []() noexcept { Askers::Instance().Hold(); },
     [](bool isChild) noexcept { Askers::Instance().Resume(isChild); });
 

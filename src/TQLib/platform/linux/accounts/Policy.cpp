@@ -51,13 +51,13 @@ constexpr Translation Translations[] = {
     {RPC_NT_SERVER_UNAVAILABLE, RPC_S_SERVER_UNAVAILABLE},
 };
 
-NTSTATUS Status(DWORD status) noexcept {
+NTSTATUS NtStatus(DWORD status) noexcept {
     return static_cast<NTSTATUS>(status);
 }
 
 NTSTATUS StatusOf(DWORD code) noexcept {
     const auto* const found = std::ranges::find(Translations, code, &Translation::code);
-    return Status(found == std::end(Translations) ? STATUS_UNSUCCESSFUL : found->status);
+    return NtStatus(found == std::end(Translations) ? STATUS_UNSUCCESSFUL : found->status);
 }
 
 std::wstring_view TextOf(const LSA_UNICODE_STRING& text) noexcept {
@@ -106,7 +106,7 @@ DWORD PackRights(const RightNames& names, LSA_UNICODE_STRING*& rights) {
 
 // What a caller gets for an account without rights, which here is not an account that is unknown.
 NTSTATUS StatusOfRights(DWORD code) noexcept {
-    return code == ERROR_NONE_MAPPED ? Status(STATUS_OBJECT_NAME_NOT_FOUND) : StatusOf(code);
+    return code == ERROR_NONE_MAPPED ? NtStatus(STATUS_OBJECT_NAME_NOT_FOUND) : StatusOf(code);
 }
 
 }  // namespace
@@ -114,7 +114,7 @@ NTSTATUS StatusOfRights(DWORD code) noexcept {
 NTSTATUS LsaOpenPolicy(LSA_UNICODE_STRING* system, LSA_OBJECT_ATTRIBUTES* attributes, ACCESS_MASK access,
                        LSA_HANDLE* policy) noexcept {
     if (DWORD code = FaultDue("LsaOpenPolicy")) return StatusOf(code);
-    if (!attributes || !policy) return Status(STATUS_INVALID_PARAMETER);
+    if (!attributes || !policy) return NtStatus(STATUS_INVALID_PARAMETER);
     const DWORD code = WithMemory([&] {
         const std::wstring name(system && system->Buffer ? TextOf(*system) : std::wstring_view());
         if (!IsThisMachine(name.c_str())) return DWORD{RPC_S_SERVER_UNAVAILABLE};
@@ -130,7 +130,7 @@ NTSTATUS LsaClose(LSA_HANDLE policy) noexcept {
 NTSTATUS LsaEnumerateAccountRights(LSA_HANDLE policy, PSID account, LSA_UNICODE_STRING** rights,
                                    ULONG* count) noexcept {
     if (DWORD code = FaultDue("LsaEnumerateAccountRights")) return StatusOf(code);
-    if (!rights || !count) return Status(STATUS_INVALID_PARAMETER);
+    if (!rights || !count) return NtStatus(STATUS_INVALID_PARAMETER);
     return StatusOfRights(WithMemory([&] {
         RightNames names;
         DWORD code = CheckAccount(policy, account, POLICY_LOOKUP_NAMES);
@@ -167,7 +167,7 @@ NTSTATUS LsaRemoveAccountRights(LSA_HANDLE policy, PSID account, BOOLEAN all, LS
 
 NTSTATUS LsaFreeMemory(void* buffer) noexcept {
     LocalFree(buffer);
-    return Status(STATUS_SUCCESS);
+    return NtStatus(STATUS_SUCCESS);
 }
 
 ULONG LsaNtStatusToWinError(NTSTATUS status) noexcept {

@@ -14,7 +14,7 @@ namespace {
 constexpr char FolderName[] = "security";
 constexpr char FileName[] = "rights";
 constexpr char NewFileName[] = "rights.new";
-constexpr char LockName[] = "rights.lock";
+constexpr char RightsLockName[] = "rights.lock";
 constexpr unsigned ReadableForAll = 0644;
 constexpr std::size_t MostBytes = std::size_t{16} << 20;
 
@@ -31,7 +31,7 @@ DWORD ChangeRights(const SidValue& account, const std::function<DWORD(RightNames
     Descriptor folder;
     StateLock lock;
     DWORD code = OpenStateFolder(StateKind::Machine, FolderName, folder);
-    if (!code) code = lock.Take(folder, LockName);
+    if (!code) code = lock.Take(folder, RightsLockName);
     if (code) return code;
     RightsText text;
     if ((code = ReadFile(folder, text))) return code;

@@ -10,7 +10,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr auto Table = std::to_array<Privilege>({
+constexpr auto KnownPrivileges = std::to_array<Privilege>({
     {2, L"SeCreateTokenPrivilege", Privilege::Nobody},
     {3, L"SeAssignPrimaryTokenPrivilege", CAP_SETUID},
     {4, L"SeLockMemoryPrivilege", CAP_IPC_LOCK},
@@ -98,13 +98,13 @@ constexpr std::string_view Defaults =
 }  // namespace
 
 std::span<const Privilege> Privileges() noexcept {
-    return Table;
+    return KnownPrivileges;
 }
 
 const Privilege* FindPrivilege(std::wstring_view name) noexcept {
     const auto found = std::ranges::find_if(
-        Table, [&](const Privilege& known) { return CompareOrdinal(known.name, name, true) == 0; });
-    return found == Table.end() ? nullptr : &*found;
+        KnownPrivileges, [&](const Privilege& known) { return CompareOrdinal(known.name, name, true) == 0; });
+    return found == KnownPrivileges.end() ? nullptr : &*found;
 }
 
 const wchar_t* FindAccountRight(std::wstring_view name) noexcept {
@@ -120,7 +120,7 @@ std::string_view DefaultAccountRights() noexcept {
 
 std::uint64_t PrivilegesOf(std::uint64_t capabilities) noexcept {
     std::uint64_t held = 0;
-    for (const Privilege& known : Table) {
+    for (const Privilege& known : KnownPrivileges) {
         const bool isHeld = known.capability == Privilege::Everybody ||
                             (known.capability >= 0 && capabilities >> known.capability & 1);
         if (isHeld) held |= std::uint64_t{1} << known.number;

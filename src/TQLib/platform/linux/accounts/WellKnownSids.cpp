@@ -61,7 +61,7 @@ constexpr WellKnownSid Refused() {
 }
 
 // clang-format off
-constexpr auto Table = std::to_array<WellKnownSid>({
+constexpr auto KnownSids = std::to_array<WellKnownSid>({
     /*   0 */ Fixed(0, {0}, L"NULL SID"),
     /*   1 */ Fixed(1, {0}, L"Everyone", L"WD"),
     /*   2 */ Fixed(2, {0}, L"LOCAL"),
@@ -189,7 +189,7 @@ constexpr auto Table = std::to_array<WellKnownSid>({
 });
 // clang-format on
 constexpr std::size_t TypeCount = WinBuiltinOpenSSHUsersSid + 1;
-static_assert(Table.size() == TypeCount + 2 && Table[TypeCount - 1].subAuthorities[1] == 585);
+static_assert(KnownSids.size() == TypeCount + 2 && KnownSids[TypeCount - 1].subAuthorities[1] == 585);
 
 }  // namespace
 
@@ -221,12 +221,12 @@ bool WellKnownSid::Is(const void* sid) const noexcept {
 }
 
 std::span<const WellKnownSid> WellKnownSids() noexcept {
-    return Table;
+    return KnownSids;
 }
 
 const WellKnownSid* FindWellKnownSid(WELL_KNOWN_SID_TYPE type) noexcept {
     const auto index = static_cast<std::size_t>(type);
-    return index < TypeCount && Table[index].place != SidPlace::Nowhere ? &Table[index] : nullptr;
+    return index < TypeCount && KnownSids[index].place != SidPlace::Nowhere ? &KnownSids[index] : nullptr;
 }
 
 }  // namespace Quellan::Platform

@@ -24,7 +24,7 @@ inline FILETIME FileTimeOf(const timespec& time) noexcept {
 }
 
 inline timespec ReadClock(clockid_t clock) noexcept {
-    timespec time;
+    timespec time{};
     clock_gettime(clock, &time);
     return time;
 }

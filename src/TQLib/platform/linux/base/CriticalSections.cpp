@@ -30,7 +30,7 @@ constexpr std::uint32_t Generations = 1u << (31 - GenerationShift);
 // The name of the thread that made this process by a fork; written before the process has others.
 constinit std::uint32_t g_forker = 0;
 
-const ForkPart g_forkPart(ForkOrder::Ids, nullptr, [](bool isChild) noexcept {
+const ForkPart g_ownerForkPart(ForkOrder::Ids, nullptr, [](bool isChild) noexcept {
     if (isChild) g_forker = t_name;
 });
 

@@ -114,10 +114,6 @@ int Sync(int file) noexcept {
                 [&] { return Step{.kind = Step::Kind::Sync, .file = IdentityOf(file)}; });
 }
 
-void BeginSync(int file) noexcept {
-    sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE);
-}
-
 int SyncFolderOf(std::string_view path) {
     const std::string folder = ParentOf(path);
     const Descriptor opened(

@@ -34,8 +34,6 @@ int Unlink(int folder, const char* path, int flags = 0) noexcept;
 // A file or a folder. One that failed has lost what it was for: a second one would find nothing left to do
 // and succeed.
 int Sync(int file) noexcept;
-// Has the disk begin with what Sync will wait for; several files that are to be synced take less time so.
-void BeginSync(int file) noexcept;
 // Of the folder in which `path` stands. May throw std::bad_alloc.
 int SyncFolderOf(std::string_view path);
 // All of the file system that holds the file.

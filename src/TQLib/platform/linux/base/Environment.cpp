@@ -18,7 +18,7 @@ namespace Quellan::Platform {
 namespace {
 
 constinit std::mutex g_environmentLock;
-const ForkLock<g_environmentLock> g_forkLock(ForkOrder::Environment);
+const ForkLock<g_environmentLock> g_environmentForkLock(ForkOrder::Environment);
 
 std::string_view NameOf(std::string_view entry) {
     return entry.substr(0, entry.find('='));

@@ -23,15 +23,15 @@ struct alignas(64) HandleSlot {
 
 namespace {
 
-constexpr std::uint64_t Open = 1u << 31;
-constexpr std::uint64_t Users = Open - 1;
+constexpr std::uint64_t OpenBit = 1u << 31;
+constexpr std::uint64_t Users = OpenBit - 1;
 
 // Bits of a handle: 0 and 1 are zero, then the index, then the generation. Pseudo handles, null and addresses
 // of the upper half never look like one.
 constexpr unsigned IndexShift = 2;
 constexpr unsigned IndexBits = 24;
-constexpr unsigned GenerationShift = IndexShift + IndexBits;
-constexpr unsigned HandleBits = GenerationShift + 32;
+constexpr unsigned HandleGenerationShift = IndexShift + IndexBits;
+constexpr unsigned HandleBits = HandleGenerationShift + 32;
 
 constexpr std::uint32_t SlotsInChunk = 1024;
 constexpr std::uint32_t MostChunks = (1u << IndexBits) / SlotsInChunk;
@@ -50,27 +50,27 @@ struct alignas(64) FreeList {
 };
 
 constinit std::atomic<HandleSlot*> g_chunks[MostChunks];
-constinit FreeList g_free[Shards];
+constinit FreeList g_freeSlots[Shards];
 constinit std::mutex g_growth;
 constinit std::uint32_t g_chunkCount = 0;  // guarded by g_growth
 
-const ForkPart g_forkPart(
+const ForkPart g_handleForkPart(
     ForkOrder::Handles,
     []() noexcept {
-        for (FreeList& list : g_free)
+        for (FreeList& list : g_freeSlots)
             list.lock.lock();
         g_growth.lock();
     },
     [](bool) noexcept {
         g_growth.unlock();
-        for (FreeList& list : g_free)
+        for (FreeList& list : g_freeSlots)
             list.lock.unlock();
     });
 
 FreeList& ThreadFreeList() noexcept {
     static constinit std::atomic<std::uint32_t> threads{0};
     thread_local const std::uint32_t shard = threads.fetch_add(1, std::memory_order_relaxed) % Shards;
-    return g_free[shard];
+    return g_freeSlots[shard];
 }
 
 HandleSlot* SlotAt(std::uint32_t index) noexcept {
@@ -91,7 +91,7 @@ void PushFree(FreeList& list, std::uint32_t index) noexcept {
 // Takes up to half of another list, but no more than a chunk, from its front. No two lists are locked at
 // once.
 bool TakeOver(FreeList& list) noexcept {
-    for (FreeList& other : g_free) {
+    for (FreeList& other : g_freeSlots) {
         if (&other == &list) continue;
         FreeList taken;
         {
@@ -157,25 +157,25 @@ struct Name {
 
 HANDLE Encode(Name name) noexcept {
     return reinterpret_cast<HANDLE>(std::uint64_t{name.index} << IndexShift | std::uint64_t{name.generation}
-                                                                                  << GenerationShift);
+                                                                                  << HandleGenerationShift);
 }
 
 std::optional<Name> Decode(HANDLE handle) noexcept {
     const auto bits = reinterpret_cast<std::uint64_t>(handle);
     const Name name{static_cast<std::uint32_t>(bits >> IndexShift) & ((1u << IndexBits) - 1),
-                    static_cast<std::uint32_t>(bits >> GenerationShift)};
+                    static_cast<std::uint32_t>(bits >> HandleGenerationShift)};
     if (bits >> HandleBits != 0 || bits % (1u << IndexShift) != 0 || name.generation == 0)
         return std::nullopt;
     return name;
 }
 
 bool Names(Name name, std::uint64_t state) noexcept {
-    return state >> 32 == name.generation && state & Open;
+    return state >> 32 == name.generation && state & OpenBit;
 }
 
 void Leave(HandleSlot& slot, HANDLE handle) noexcept {
     const std::uint64_t before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
-    if ((before & (Open | Users)) != 1) return;
+    if ((before & (OpenBit | Users)) != 1) return;
     slot.object.reset();
     FreeList& list = ThreadFreeList();
     const std::scoped_lock lock(list.lock);
@@ -195,7 +195,7 @@ DWORD InsertHandle(std::shared_ptr<Object> object, DWORD access, HANDLE& handle)
     slot.object = std::move(object);
     slot.access = access;
     slot.look.store(access & SYNCHRONIZE ? slot.object->WordToLookAt() : nullptr, std::memory_order_relaxed);
-    slot.state.store(std::uint64_t{generation} << 32 | Open | 1, std::memory_order_release);
+    slot.state.store(std::uint64_t{generation} << 32 | OpenBit | 1, std::memory_order_release);
     handle = Encode({index, generation});
     return ERROR_SUCCESS;
 }
@@ -230,7 +230,7 @@ DWORD HandleUse::Access() const noexcept {
 }
 
 KnownHandle::KnownHandle(HANDLE handle) noexcept {
-    static_assert(Open == std::uint64_t{1} << StateShift);
+    static_assert(OpenBit == std::uint64_t{1} << StateShift);
     const std::optional<Name> name = Decode(handle);
     const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
     if (!slot) return;
@@ -269,7 +269,7 @@ DWORD CloseHandleOf(HANDLE handle, const ObjectKind* kind) noexcept {
     if (kind ? &found != kind : !found.closedByCloseHandle) return ERROR_INVALID_HANDLE;
     // While used the slot keeps its generation, so only another closer can be first.
     HandleSlot& slot = *SlotAt(Decode(handle)->index);
-    if (!(slot.state.fetch_and(~Open, std::memory_order_acq_rel) & Open)) return ERROR_INVALID_HANDLE;
+    if (!(slot.state.fetch_and(~OpenBit, std::memory_order_acq_rel) & OpenBit)) return ERROR_INVALID_HANDLE;
     Leave(slot, handle);
     return ERROR_SUCCESS;
 }

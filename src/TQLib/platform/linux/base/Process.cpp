@@ -26,7 +26,7 @@ thread_local DWORD t_threadId = 0;
 std::atomic<DWORD> g_processId = 0;
 
 // The child of a fork is another process, and the thread that forked is another one in it.
-const ForkPart g_forkPart(ForkOrder::Ids, nullptr, [](bool isChild) noexcept {
+const ForkPart g_idForkPart(ForkOrder::Ids, nullptr, [](bool isChild) noexcept {
     if (!isChild) return;
     t_threadId = 0;
     g_processId.store(0, std::memory_order_relaxed);

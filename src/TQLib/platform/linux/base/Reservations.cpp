@@ -114,7 +114,7 @@ ULONG_PTR PageSize() noexcept {
 
 namespace {
 
-const ForkPart g_forkPart(
+const ForkPart g_reservationForkPart(
     ForkOrder::Reservations, []() noexcept { Reservations::Instance().Hold(); },
     [](bool) noexcept { Reservations::Instance().Resume(); });
 

@@ -7,7 +7,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr std::size_t BlockSize = 64;
+constexpr std::size_t Sha256BlockSize = 64;
 constexpr std::size_t LengthSize = 8;
 
 using State = std::array<std::uint32_t, 8>;
@@ -25,7 +25,7 @@ constexpr std::uint32_t RoundConstants[64] = {
     0x19a4c116, 0x1e376c08, 0x2748774c, 0x34b0bcb5, 0x391c0cb3, 0x4ed8aa4a, 0x5b9cca4f, 0x682e6ff3,
     0x748f82ee, 0x78a5636f, 0x84c87814, 0x8cc70208, 0x90befffa, 0xa4506ceb, 0xbef9a3f7, 0xc67178f2};
 
-void AddBlock(State& state, const std::array<unsigned char, BlockSize>& block) noexcept {
+void AddBlock(State& state, const std::array<unsigned char, Sha256BlockSize>& block) noexcept {
     std::uint32_t words[64];
     for (std::size_t i = 0; i < 16; ++i)
         words[i] = std::uint32_t{block[4 * i]} << 24 | std::uint32_t{block[4 * i + 1]} << 16 |
@@ -61,9 +61,9 @@ std::array<std::uint32_t, 8> Sha256(std::string_view bytes) noexcept {
     State state = Initial;
     const std::uint64_t bits = std::uint64_t{bytes.size()} * 8;
     // The text, a one bit, zeros, and the length at the end of the last block.
-    const std::size_t blocks = (bytes.size() + 1 + LengthSize + BlockSize - 1) / BlockSize;
-    const std::size_t total = blocks * BlockSize;
-    std::array<unsigned char, BlockSize> block;
+    const std::size_t blocks = (bytes.size() + 1 + LengthSize + Sha256BlockSize - 1) / Sha256BlockSize;
+    const std::size_t total = blocks * Sha256BlockSize;
+    std::array<unsigned char, Sha256BlockSize> block;
     for (std::size_t at = 0; at < total; ++at) {
         unsigned char value = 0;
         if (at < bytes.size())
@@ -72,8 +72,8 @@ std::array<std::uint32_t, 8> Sha256(std::string_view bytes) noexcept {
             value = 0x80;
         else if (at >= total - LengthSize)
             value = static_cast<unsigned char>(bits >> (total - 1 - at) * 8);
-        block[at % BlockSize] = value;
-        if (at % BlockSize == BlockSize - 1) AddBlock(state, block);
+        block[at % Sha256BlockSize] = value;
+        if (at % Sha256BlockSize == Sha256BlockSize - 1) AddBlock(state, block);
     }
     return state;
 }

@@ -18,18 +18,18 @@ struct alignas(64) Line {
 constexpr std::size_t LinesInChunk = 64;
 
 constinit ShortLock g_lock;
-const ForkLock<g_lock> g_forkLock(ForkOrder::SignalWords);
-constinit Line* g_free = nullptr;  // guarded by g_lock
+const ForkLock<g_lock> g_lineForkLock(ForkOrder::SignalWords);
+constinit Line* g_freeLines = nullptr;  // guarded by g_lock
 
-void Free(Line& line) noexcept {
-    line.nextFree = g_free;
-    g_free = &line;
+void FreeLine(Line& line) noexcept {
+    line.nextFree = g_freeLines;
+    g_freeLines = &line;
 }
 
 Line* TakeFree() noexcept {
     const std::scoped_lock lock(g_lock);
-    Line* const line = g_free;
-    if (line) g_free = line->nextFree;
+    Line* const line = g_freeLines;
+    if (line) g_freeLines = line->nextFree;
     return line;
 }
 
@@ -38,7 +38,7 @@ Line* FirstOfNewChunk() {
     TellOwnMemory(chunk, LinesInChunk * sizeof(Line));
     const std::scoped_lock lock(g_lock);
     for (std::size_t i = LinesInChunk; i-- > 1;)
-        Free(chunk[i]);
+        FreeLine(chunk[i]);
     return chunk;
 }
 
@@ -54,7 +54,7 @@ SignalWordOwner NewSignalWord(std::uint64_t state) {
 void SignalWordRecycle::operator()(SignalWord* word) const noexcept {
     static_assert(offsetof(Line, word) == 0);
     const std::scoped_lock lock(g_lock);
-    Free(*reinterpret_cast<Line*>(word));
+    FreeLine(*reinterpret_cast<Line*>(word));
 }
 
 }  // namespace Quellan::Platform

@@ -17,7 +17,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr mode_t Private = 0700;
+constexpr mode_t PrivateFolder = 0700;
 constexpr mode_t SystemWide = 0755;
 
 struct Place {
@@ -59,15 +59,15 @@ std::optional<Place> FindPlace(StateKind kind) {
     if (const auto root = FolderFromEnvironment("TQLIB_ROOT")) {
         const std::size_t slash = root->rfind('/');
         return Place{
-            root->substr(0, slash + 1), {root->substr(slash + 1), lasting ? "state" : "run"}, Private};
+            root->substr(0, slash + 1), {root->substr(slash + 1), lasting ? "state" : "run"}, PrivateFolder};
     }
     if (ProcessUser() == 0 || kind == StateKind::Machine)
         return Place{lasting ? "/var/lib" : "/run", {"tqlib"}, SystemWide};
     if (!lasting)
-        if (const auto runtime = RuntimeFolder()) return Place{*runtime, {"tqlib"}, Private};
+        if (const auto runtime = RuntimeFolder()) return Place{*runtime, {"tqlib"}, PrivateFolder};
     const auto state = HomeStateFolder();
     if (!state) return std::nullopt;
-    return lasting ? Place{*state, {"tqlib"}, Private} : Place{*state, {"tqlib", "run"}, Private};
+    return lasting ? Place{*state, {"tqlib"}, PrivateFolder} : Place{*state, {"tqlib", "run"}, PrivateFolder};
 }
 
 bool IsTrusted(const struct stat& info) noexcept {
@@ -85,7 +85,7 @@ void MakeFolders(const std::string& path) {
     for (std::size_t slash = 0; slash != path.npos;) {
         slash = path.find('/', slash + 1);
         const std::string step = path.substr(0, slash);
-        if (Durable::MakeFolder(AT_FDCWD, step.c_str(), Private) == 0) Durable::SyncFolderOf(step);
+        if (Durable::MakeFolder(AT_FDCWD, step.c_str(), PrivateFolder) == 0) Durable::SyncFolderOf(step);
     }
 }
 
@@ -163,7 +163,7 @@ DWORD OpenFolderForAll(std::string_view given, Descriptor& folder) {
     if (!run) return CodeFromErrno(errno);
     if (OpenTrustedFolder(run, "tqlib", isRoot ? Make::Passing : Make::Nothing, SystemWide, ours) ==
         ERROR_SUCCESS) {
-        if (isRoot && Durable::MakeFolder(ours.Get(), name.c_str(), Private) != 0 && errno != EEXIST)
+        if (isRoot && Durable::MakeFolder(ours.Get(), name.c_str(), PrivateFolder) != 0 && errno != EEXIST)
             return CodeFromErrno(errno);
         Descriptor opened(open(path.c_str(), Flags));
         struct stat info;

@@ -11,7 +11,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr unsigned Private = 0600;
+constexpr unsigned PrivateFile = 0600;
 
 DWORD WriteAll(const Descriptor& file, std::string_view text) noexcept {
     while (!text.empty()) {
@@ -26,7 +26,7 @@ DWORD WriteAll(const Descriptor& file, std::string_view text) noexcept {
 
 DWORD StateLock::Take(const Descriptor& folder, const char* name) noexcept {
     Descriptor opened;
-    if (DWORD code = OpenStateFile(folder, name, Private, opened)) return code;
+    if (DWORD code = OpenStateFile(folder, name, PrivateFile, opened)) return code;
     m_file.emplace(std::move(opened), ProcessDescriptor::Parent::GoesOn, ProcessDescriptor::Child::Closes);
     struct flock whole {};
     whole.l_type = F_WRLCK;

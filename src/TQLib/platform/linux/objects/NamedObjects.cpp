@@ -20,7 +20,7 @@ namespace {
 constexpr DWORD BusyMs = 5'000;
 
 // Threads may use objects while the process ends: nothing here is ever destroyed.
-struct Registry {
+struct KnownObjects {
     std::mutex lock;
     std::map<FileId, SharedFolder> folders;
     std::map<std::pair<const SharedFolder*, std::string>, std::weak_ptr<Waitable>> objects;
@@ -34,19 +34,19 @@ struct Registry {
         pruneAt = 2 * objects.size() + 16;
     }
 
-    static Registry& Instance() {
-        alignas(Registry) static std::byte memory[sizeof(Registry)];
-        static Registry& instance = *new (memory) Registry;
+    static KnownObjects& Instance() {
+        alignas(KnownObjects) static std::byte memory[sizeof(KnownObjects)];
+        static KnownObjects& instance = *new (memory) KnownObjects;
         return instance;
     }
 };
 
-struct Name {
+struct ObjectName {
     bool global = false;
     std::string text;  // UTF-8, without the prefix
 };
 
-DWORD Parse(std::wstring_view given, Name& name) {
+DWORD Parse(std::wstring_view given, ObjectName& name) {
     constexpr std::wstring_view Global = L"Global\\";
     constexpr std::wstring_view Local = L"Local\\";
     if (given.empty()) return ERROR_INVALID_HANDLE;
@@ -95,7 +95,7 @@ DWORD OpenDoor(const Descriptor& folder, bool everybody, Door*& door) noexcept {
 }
 
 // The caller holds the registry's lock.
-DWORD FindFolder(Registry& registry, bool global, const SharedFolder*& folder) {
+DWORD FindFolder(KnownObjects& registry, bool global, const SharedFolder*& folder) {
     Descriptor opened;
     struct stat info;
     if (DWORD code = OpenFolder(global, opened, info)) return code;
@@ -111,9 +111,9 @@ DWORD FindFolder(Registry& registry, bool global, const SharedFolder*& folder) {
     return ERROR_SUCCESS;
 }
 
-DWORD TryToOpen(const Name& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
+DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
                 MakeWaitable make, std::shared_ptr<Waitable>& object) {
-    Registry& registry = Registry::Instance();
+    KnownObjects& registry = KnownObjects::Instance();
     const std::scoped_lock lock(registry.lock);
     const SharedFolder* folder = nullptr;
     if (DWORD code = FindFolder(registry, name.global, folder)) return code;
@@ -135,10 +135,10 @@ DWORD TryToOpen(const Name& name, const std::string& file, SharedKind kind, cons
 }
 
 // In the child of a fork the owners of mutexes are those of its parent.
-const ForkPart g_forkPart(
-    ForkOrder::NamedObjects, []() noexcept { Registry::Instance().lock.lock(); },
+const ForkPart g_nameForkPart(
+    ForkOrder::NamedObjects, []() noexcept { KnownObjects::Instance().lock.lock(); },
     [](bool isChild) noexcept {
-        Registry& registry = Registry::Instance();
+        KnownObjects& registry = KnownObjects::Instance();
         for (auto entry = registry.objects.begin(); isChild && entry != registry.objects.end(); ++entry) {
             const std::shared_ptr<Waitable> object = entry->second.lock();
             if (object && object->Rule().takesOwnership) object->BelongsInFork(0);
@@ -169,7 +169,7 @@ DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode) {
 
 DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
                 std::shared_ptr<Waitable>& object) {
-    Name name;
+    ObjectName name;
     if (DWORD code = Parse(given, name)) return code;
     if (setup && setup->owned && !CurrentWaiter()) return ERROR_NOT_ENOUGH_MEMORY;
     if (setup && setup->owned && !CurrentWaiter()->MakeRoom(1)) return ERROR_NOT_ENOUGH_MEMORY;

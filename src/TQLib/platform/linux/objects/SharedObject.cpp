@@ -37,7 +37,7 @@ using Page = SharedObject::Page;
 constexpr std::size_t PageBytes = 4096;
 static_assert(sizeof(Page) <= PageBytes);
 
-constexpr std::uint32_t Magic = 0x314F5154;  // "TQO1"
+constexpr std::uint32_t PageMagic = 0x314F5154;  // "TQO1"
 constexpr std::uint32_t ManualReset = 1;     // a flag
 constexpr std::uint32_t AbandonedValue = 0x40000000;
 constexpr std::uint32_t LockWanted = 0x80000000;
@@ -53,7 +53,7 @@ constexpr Deadline LockSuspicion = 20 * NanosecondsInMs;
 
 // Locks on bytes belong to the open file: they tell processes apart, not the threads of one.
 constinit std::mutex g_initLock;
-const ForkLock<g_initLock> g_forkLock(ForkOrder::NamedObjectInit);
+const ForkLock<g_initLock> g_initForkLock(ForkOrder::NamedObjectInit);
 
 // Mapped pages that others may cut off; null is a free place. Looked at by a signal handler.
 constinit std::array<std::atomic<void*>, 4096> g_pagesOfOthers;
@@ -123,7 +123,7 @@ bool IsCurrent(const Descriptor& folder, const char* name, const Descriptor& fil
            named.st_dev == info.st_dev;
 }
 
-Descriptor OpenFile(const Descriptor& folder, const char* name, int more = 0) noexcept {
+Descriptor OpenObjectFile(const Descriptor& folder, const char* name, int more = 0) noexcept {
     const int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | more;
     return Descriptor(Retry([&] { return openat(folder.Get(), name, flags, 0600); }));
 }
@@ -136,13 +136,13 @@ void WriteNew(Page& page, std::string_view name, const SharedSetup& setup) noexc
     page.value = setup.owned ? 1 : setup.value;  // a new object's maker has slot 0
     page.nameBytes = static_cast<std::uint32_t>(name.size());
     name.copy(page.name, sizeof page.name);
-    page.magic = Magic;
+    page.magic = PageMagic;
 }
 
 DWORD CheckFound(const Page& page, std::string_view name, SharedKind kind) noexcept {
     const std::size_t bytes = page.nameBytes;
     const std::uint32_t found = page.kind;
-    if (page.magic != Magic || bytes > sizeof page.name || page.maximum == 0) return ERROR_INVALID_DATA;
+    if (page.magic != PageMagic || bytes > sizeof page.name || page.maximum == 0) return ERROR_INVALID_DATA;
     if (std::string_view(page.name, bytes) != name) return ERROR_INVALID_DATA;
     return found == static_cast<std::uint32_t>(kind) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
@@ -197,7 +197,7 @@ DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name,
     const Deadline patience = Now() + 20 * NanosecondsInMs;
     for (;;) {
         // First without creating: where the kernel protects sticky folders that fails for files of others.
-        file = OpenFile(folder, name);
+        file = OpenObjectFile(folder, name);
         if (file) return ERROR_SUCCESS;
         if (errno == EACCES && everybody && Now() < patience) {
             sched_yield();
@@ -206,7 +206,7 @@ DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name,
         if (errno == ELOOP) return ERROR_ACCESS_DENIED;
         if (errno != ENOENT) return CodeFromErrno(errno);
         if (!mode) return ERROR_FILE_NOT_FOUND;
-        file = OpenFile(folder, name, O_CREAT | O_EXCL);
+        file = OpenObjectFile(folder, name, O_CREAT | O_EXCL);
         if (file) {
             if (*mode != 0600) fchmod(file.Get(), *mode);
             return ERROR_SUCCESS;
@@ -279,7 +279,7 @@ void SharedObject::Sweep(const Descriptor& folder) noexcept {
     copy.Release();
     while (const dirent* entry = readdir(entries.get())) {
         if (entry->d_name[0] == '.') continue;
-        const ProcessDescriptor opened(OpenFile(folder, entry->d_name));
+        const ProcessDescriptor opened(OpenObjectFile(folder, entry->d_name));
         const Descriptor& file = opened.File();
         struct stat info;
         if (file && LockByte(file, InitByte) && LockAllSlots(file) &&
@@ -332,7 +332,7 @@ void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
 
 DWORD SharedObject::Check() const noexcept {
     if (m_slot == NoSlot) return ERROR_INVALID_HANDLE;
-    return m_page->magic == Magic ? ERROR_SUCCESS : ERROR_SWAPERROR;
+    return m_page->magic == PageMagic ? ERROR_SUCCESS : ERROR_SWAPERROR;
 }
 
 DWORD SharedObject::Refusal() const noexcept {

@@ -213,7 +213,7 @@ void Thread::AfterFork(bool isChild) noexcept {
     map.lock.unlock();
 }
 
-const ForkPart g_forkPart(
+const ForkPart g_threadForkPart(
     ForkOrder::Threads, []() noexcept { ThreadMap::Instance().lock.lock(); }, &Thread::AfterFork);
 
 pthread_key_t Thread::EndKey() noexcept {

@@ -13,7 +13,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-const ForkLock<JoinedLock> g_forkLock(ForkOrder::JoinedObjects);
+const ForkLock<JoinedLock> g_joinedForkLock(ForkOrder::JoinedObjects);
 
 std::size_t FirstSignalled(std::span<Waitable* const> objects) noexcept {
     std::size_t found = 0;

@@ -181,7 +181,7 @@ class ControlHandlers {
     bool m_areCaught = false;
 };
 
-const ForkPart g_forkPart(
+const ForkPart g_consoleForkPart(
     ForkOrder::ControlHandlers, []() noexcept { ControlHandlers::Instance().Hold(); },
     [](bool isChild) noexcept { ControlHandlers::Instance().Resume(isChild); });
 

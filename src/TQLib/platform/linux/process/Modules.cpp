@@ -211,7 +211,7 @@ Registry& TheRegistry() {
     return registry;
 }
 
-const ForkPart g_forkPart(
+const ForkPart g_moduleForkPart(
     ForkOrder::Modules, []() noexcept { TheRegistry().lock.lock(); },
     [](bool) noexcept { TheRegistry().lock.unlock(); });
 
@@ -384,7 +384,7 @@ DWORD Load(const wchar_t* name, HANDLE file, DWORD flags, HMODULE& module) {
     return code;
 }
 
-DWORD Free(HMODULE module) {
+DWORD FreeLoaded(HMODULE module) {
     if (!module) return ERROR_INVALID_HANDLE;
     std::shared_ptr<const MappedFile> dataFile;
     LoaderReference reference;
@@ -516,7 +516,7 @@ HMODULE LoadLibraryExW(const wchar_t* name, HANDLE file, DWORD flags) noexcept {
 }
 
 BOOL FreeLibrary(HMODULE module) noexcept {
-    const DWORD code = Guarded([&] { return Free(module); });
+    const DWORD code = Guarded([&] { return FreeLoaded(module); });
     return code ? Fail(code, FALSE) : TRUE;
 }
 

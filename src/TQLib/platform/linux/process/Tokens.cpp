@@ -258,7 +258,7 @@ DWORD ReadEffectiveInformation(TOKEN_INFORMATION_CLASS type, void* information, 
     return PackUser(content, packer);
 }
 
-bool IsEmpty(const wchar_t* text) noexcept {
+bool IsEmptyPassword(const wchar_t* text) noexcept {
     return !text || !*text;
 }
 
@@ -347,7 +347,7 @@ BOOL LogonUserW(const wchar_t* user, const wchar_t* domain, const wchar_t* passw
         provider != LOGON32_PROVIDER_DEFAULT)
         return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (!(ProcessCapabilities().effective >> CAP_SETUID & 1)) return Fail(ERROR_PRIVILEGE_NOT_HELD, FALSE);
-    if (!IsEmpty(password)) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    if (!IsEmptyPassword(password)) return Fail(ERROR_NOT_SUPPORTED, FALSE);
     const DWORD code = WithMemory([&] { return LogOn(user, domain, type, *token); });
     return code ? Fail(code, FALSE) : TRUE;
 }

@@ -126,7 +126,7 @@ DWORD NewKeyHandle(RegistryKey key, REGSAM access, HKEY& handle) {
     return ERROR_SUCCESS;
 }
 
-bool IsEmpty(const wchar_t* text) noexcept {
+bool IsEmptyPath(const wchar_t* text) noexcept {
     return !text || !*text;
 }
 
@@ -166,7 +166,7 @@ void PutNumber(DWORD* place, std::size_t number) noexcept {
 }
 
 DWORD PutTime(const RegistryKey& key, FILETIME* place) {
-    timespec time;
+    timespec time{};
     if (!place) return ERROR_SUCCESS;
     if (DWORD code = ReadRegistryKeyTime(key, time)) return code;
     *place = FileTimeOf(time);
@@ -218,7 +218,7 @@ LSTATUS RegOpenKeyExW(HKEY key, const wchar_t* path, DWORD options, REGSAM acces
     if (!opened) return Status(ERROR_INVALID_PARAMETER);
     *opened = nullptr;
     if (options) return Status(ERROR_NOT_SUPPORTED);
-    if (RootOf(key) && IsEmpty(path)) {
+    if (RootOf(key) && IsEmptyPath(path)) {
         *opened = key;
         return ERROR_SUCCESS;
     }
@@ -236,7 +236,7 @@ LSTATUS RegCreateKeyExW(HKEY key, const wchar_t* path, DWORD reserved, wchar_t*,
     if (options != REG_OPTION_NON_VOLATILE ||
         (security && (security->bInheritHandle || security->lpSecurityDescriptor)))
         return Status(ERROR_NOT_SUPPORTED);
-    if (RootOf(key) && IsEmpty(path)) {
+    if (RootOf(key) && IsEmptyPath(path)) {
         *opened = key;
         if (disposition) *disposition = REG_OPENED_EXISTING_KEY;
         return ERROR_SUCCESS;
@@ -268,7 +268,7 @@ LSTATUS RegDeleteKeyExW(HKEY key, const wchar_t* path, REGSAM view, DWORD reserv
 LSTATUS RegDeleteTreeW(HKEY key, const wchar_t* path) noexcept {
     if (DWORD code = FaultDue("RegDeleteTreeW")) return Status(code);
     constexpr DWORD Access = DELETE | KEY_ENUMERATE_SUB_KEYS | KEY_QUERY_VALUE;
-    if (IsEmpty(path)) {
+    if (IsEmptyPath(path)) {
         const DWORD code = WithKey(key, Access | KEY_SET_VALUE, false,
                                    [](Key& cleared) { return ClearRegistryKey(cleared.Get()); });
         // Where nothing was ever written there is nothing to delete.

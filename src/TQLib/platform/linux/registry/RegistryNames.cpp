@@ -13,7 +13,7 @@ namespace {
 constexpr char Readable = '.';
 constexpr char Hashed = '#';
 constexpr std::size_t MostFileNameBytes = 255;
-constexpr char HexDigits[] = "0123456789abcdef";
+constexpr char LowerHexDigits[] = "0123456789abcdef";
 
 std::string ToFolded(std::wstring_view name) {
     std::wstring upper(name);
@@ -27,14 +27,14 @@ void AppendReadable(std::string& text, std::string_view folded) {
         if (byte >= ' ' && byte != 0x7F && byte != '/' && byte != '%')
             text += character;
         else
-            text += {'%', HexDigits[byte >> 4], HexDigits[byte & 0xF]};
+            text += {'%', LowerHexDigits[byte >> 4], LowerHexDigits[byte & 0xF]};
     }
 }
 
 void AppendHash(std::string& text, std::string_view folded) {
     for (const std::uint32_t word : Sha256(folded))
         for (int shift = 28; shift >= 0; shift -= 4)
-            text += HexDigits[word >> shift & 0xF];
+            text += LowerHexDigits[word >> shift & 0xF];
 }
 
 }  // namespace

@@ -24,14 +24,13 @@ namespace {
 constexpr char RegistryFolder[] = "registry";
 // In a hive's folder.
 constexpr char RootName[] = "root";
-constexpr char LockName[] = "lock";
+constexpr char HiveLockName[] = "lock";
 constexpr char StagedFile[] = "new";
 constexpr char StagedKey[] = "newkey";
 constexpr char DeletedName[] = "deleted";
-// In a key's folder, but for the root: how the key is spelt.
+// In a key's folder, but for the root: how the key is spelt, and the values with which it was made.
 constexpr char NameFile[] = "name";
 
-constexpr std::size_t MostNameFileBytes = MostKeyNameCharacters * 4;
 constexpr wchar_t Separator = L'\\';
 
 struct FolderCloser {
@@ -71,6 +70,62 @@ DWORD WithoutDeleted(const RegistryKey& key, DWORD code) noexcept {
     if (code != ERROR_FILE_NOT_FOUND) return code;
     const DWORD deleted = CheckRegistryKey(key);
     return deleted ? deleted : code;
+}
+
+// What stands in a key's `name`. A value that is set later has a file of its own, which counts before the one
+// here.
+struct KeyFile {
+    std::string name;
+    std::vector<RegistryValue> values;
+};
+
+std::string FormatKeyFile(const KeyFile& content) {
+    std::string text = content.name;
+    if (!content.values.empty()) text += '\0';
+    for (const RegistryValue& value : content.values)
+        text += FormatRegistryValue(value);
+    return text;
+}
+
+// What is whole of it, also with 1015 (ERROR_REGISTRY_CORRUPT). Nothing where there is none, as in the root.
+DWORD ReadKeyFile(const Descriptor& folder, KeyFile& content) {
+    std::string text;
+    const DWORD code = ReadFile(folder, NameFile, MostValueFileBytes, text);
+    if (code) return code == ERROR_FILE_NOT_FOUND ? ERROR_SUCCESS : code;
+    const std::size_t end = std::min(text.find('\0'), text.size());
+    content.name = text.substr(0, end);
+    std::string_view rest = std::string_view(text).substr(std::min(end + 1, text.size()));
+    while (!rest.empty()) {
+        RegistryValue value;
+        if (DWORD bad = TakeRegistryValue(rest, value)) return bad;
+        content.values.push_back(std::move(value));
+    }
+    return ERROR_SUCCESS;
+}
+
+std::string FileNameOf(const RegistryValue& value) {
+    return RegistryFileName(RegistryEntry::Value, value.name);
+}
+
+// A value with which the key was made.
+DWORD ReadMadeValue(const Descriptor& folder, const std::string& file, RegistryValue& value) {
+    KeyFile content;
+    const DWORD code = ReadKeyFile(folder, content);
+    const auto found = std::ranges::find(content.values, file, FileNameOf);
+    if (found == content.values.end()) return code ? code : ERROR_FILE_NOT_FOUND;
+    value = std::move(*found);
+    return ERROR_SUCCESS;
+}
+
+DWORD ReadSetValue(const Descriptor& folder, const std::string& file, RegistryValue& value) {
+    std::string content;
+    RegistryValue parsed;
+    DWORD code = ReadFile(folder, file.c_str(), MostValueFileBytes, content);
+    if (!code) code = ParseRegistryValue(content, parsed);
+    if (code) return code;
+    if (FileNameOf(parsed) != file) return ERROR_REGISTRY_CORRUPT;
+    value = std::move(parsed);
+    return ERROR_SUCCESS;
 }
 
 Make Lasting(bool make) noexcept {
@@ -215,20 +270,12 @@ DWORD DeleteSubfolder(const Hive& hive, const Descriptor& folder, const std::str
     return ERROR_SUCCESS;
 }
 
-// Writes the files of a key that is not in place yet. They wait for the disk together.
-DWORD FillStagedKey(const Hive& hive, const Descriptor& staged, std::wstring_view name,
-                    const std::vector<RegistryValue>& values) {
-    std::vector<Descriptor> files(values.size() + 1);
-    DWORD code = WriteNewStateFile(staged, NameFile, hive.fileMode, ToUtf8(name), files.back());
-    for (std::size_t i = 0; !code && i < values.size(); ++i)
-        code = WriteNewStateFile(staged, RegistryFileName(RegistryEntry::Value, values[i].name).c_str(),
-                                 hive.fileMode, FormatRegistryValue(values[i]), files[i]);
-    if (code) return code;
-    for (const Descriptor& file : files)
-        Durable::BeginSync(file.Get());
-    const bool isDone =
-        std::ranges::all_of(files, [](const Descriptor& file) { return Durable::Sync(file.Get()) == 0; }) &&
-        Durable::Sync(staged.Get()) == 0;
+// Writes the file of a key that is not in place yet.
+DWORD FillStagedKey(const Hive& hive, const Descriptor& staged, const KeyFile& content) {
+    Descriptor file;
+    if (DWORD code = WriteNewStateFile(staged, NameFile, hive.fileMode, FormatKeyFile(content), file))
+        return code;
+    const bool isDone = Durable::Sync(file.Get()) == 0 && Durable::Sync(staged.Get()) == 0;
     return isDone ? ERROR_SUCCESS : CodeFromErrno(errno);
 }
 
@@ -238,7 +285,7 @@ DWORD MakeSubfolder(const Hive& hive, const Descriptor& folder, std::wstring_vie
     Descriptor staged;
     DWORD code = RemoveStagedKey(hive);
     if (!code) code = OpenTrustedFolder(hive.folder, StagedKey, Make::Passing, hive.folderMode, staged);
-    if (!code) code = FillStagedKey(hive, staged, name, values);
+    if (!code) code = FillStagedKey(hive, staged, {ToUtf8(name), values});
     if (code) return code;
     const auto put = [&] {
         return Durable::Rename(hive.folder.Get(), StagedKey, folder.Get(), file.c_str()) == 0;
@@ -257,10 +304,21 @@ DWORD MakeSubfolder(const Hive& hive, const Descriptor& folder, std::wstring_vie
 template <class Change>
 DWORD ChangeKey(const RegistryKey& key, Change change) {
     StateLock lock;
-    DWORD code = lock.Take(key.hive->folder, LockName);
+    DWORD code = lock.Take(key.hive->folder, HiveLockName);
     if (!code) code = RemoveLeftovers(*key.hive);
     if (!code) code = CheckRegistryKey(key);
     return code ? code : change();
+}
+
+// Before the files of such values go, or these would come back with what they had at first.
+template <class IsDropped>
+DWORD DropMadeValues(const RegistryKey& key, IsDropped isDropped) {
+    KeyFile content;
+    if (DWORD code = ReadKeyFile(key.folder, content)) return code;
+    if (std::erase_if(content.values, isDropped) == 0) return ERROR_SUCCESS;
+    const Hive& hive = *key.hive;
+    return ReplaceStateFile(hive.folder, StagedFile, key.folder, NameFile, hive.fileMode,
+                            FormatKeyFile(content));
 }
 
 // Whether a file name in a folder is that of another folder.
@@ -283,11 +341,11 @@ DWORD FindFileName(const Descriptor& parent, const Descriptor& key, std::string&
 
 DWORD ReadSpelling(const Descriptor& folder, std::wstring& name) {
     std::string text;
-    if (DWORD code = ReadFile(folder, NameFile, MostNameFileBytes, text)) return code;
+    if (DWORD code = ReadFile(folder, NameFile, MostValueFileBytes, text)) return code;
+    text.resize(std::min(text.find('\0'), text.size()));
     const std::wstring spelling = ToWide(text);
     const bool isName = IsValidText(std::string_view(text)) && !spelling.empty() &&
-                        spelling.size() <= MostKeyNameCharacters &&
-                        spelling.find_first_of({L"\\\0", 2}) == spelling.npos;
+                        spelling.size() <= MostKeyNameCharacters && spelling.find(Separator) == spelling.npos;
     if (!isName) return ERROR_REGISTRY_CORRUPT;
     name = spelling;
     return ERROR_SUCCESS;
@@ -381,6 +439,7 @@ DWORD ClearRegistryKey(const RegistryKey& key) {
     return ChangeKey(key, [&]() -> DWORD {
         std::vector<std::string> subkeys, values;
         DWORD code = ListRegistryEntries(key, RegistryEntry::Key, subkeys);
+        if (!code) code = DropMadeValues(key, [](const RegistryValue&) { return true; });
         if (!code) code = ListRegistryEntries(key, RegistryEntry::Value, values);
         for (auto subkey = subkeys.begin(); !code && subkey != subkeys.end(); ++subkey)
             code = DeleteSubfolder(*key.hive, key.folder, *subkey);
@@ -409,10 +468,15 @@ DWORD WriteRegistryValue(const RegistryKey& key, RegistryValue value) {
 
 DWORD DeleteRegistryValue(const RegistryKey& key, std::wstring_view name) {
     const std::string file = RegistryFileName(RegistryEntry::Value, name);
-    return ChangeKey(key, [&] {
-        const bool done =
-            Durable::Unlink(key.folder.Get(), file.c_str()) == 0 && Durable::Sync(key.folder.Get()) == 0;
-        return done ? ERROR_SUCCESS : CodeFromErrno(errno);
+    return ChangeKey(key, [&]() -> DWORD {
+        bool wasMade = false;
+        if (DWORD code = DropMadeValues(key, [&](const RegistryValue& value) {
+                return FileNameOf(value) == file && (wasMade = true);
+            }))
+            return code;
+        if (Durable::Unlink(key.folder.Get(), file.c_str()) != 0)
+            return wasMade && errno == ENOENT ? ERROR_SUCCESS : CodeFromErrno(errno);
+        return Durable::Sync(key.folder.Get()) == 0 ? ERROR_SUCCESS : CodeFromErrno(errno);
     });
 }
 
@@ -428,7 +492,12 @@ DWORD ListRegistryEntries(const RegistryKey& key, RegistryEntry kind, std::vecto
     if (!code) code = ListFolder(key.folder, names);
     if (code) return code;
     std::erase_if(names, [kind](const std::string& name) { return !IsRegistryEntry(kind, name); });
+    KeyFile content;
+    if (kind == RegistryEntry::Value) ReadKeyFile(key.folder, content);
+    std::ranges::transform(content.values, std::back_inserter(names), FileNameOf);
     std::ranges::sort(names);
+    const auto doubles = std::ranges::unique(names);
+    names.erase(doubles.begin(), doubles.end());
     files = std::move(names);
     return ERROR_SUCCESS;
 }
@@ -448,14 +517,10 @@ DWORD ReadRegistryKeyName(const RegistryKey& key, const std::string& file, std::
 }
 
 DWORD ReadRegistryValueFile(const RegistryKey& key, const std::string& file, RegistryValue& value) {
-    std::string content;
-    RegistryValue parsed;
-    DWORD code = ReadFile(key.folder, file.c_str(), MostValueFileBytes, content);
-    if (!code) code = ParseRegistryValue(content, parsed);
-    if (code) return code;
-    if (RegistryFileName(RegistryEntry::Value, parsed.name) != file) return ERROR_REGISTRY_CORRUPT;
-    value = std::move(parsed);
-    return ERROR_SUCCESS;
+    DWORD code = ReadSetValue(key.folder, file, value);
+    if (code == ERROR_FILE_NOT_FOUND) code = ReadMadeValue(key.folder, file, value);
+    // It may have been set between the two looks, and be about to be deleted.
+    return code == ERROR_FILE_NOT_FOUND ? ReadSetValue(key.folder, file, value) : code;
 }
 
 DWORD ReadRegistryKeyTime(const RegistryKey& key, timespec& time) {

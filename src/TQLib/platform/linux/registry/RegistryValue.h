@@ -26,5 +26,7 @@ constexpr std::size_t MostValueFileBytes = MostValueBytes + (std::size_t{128} <<
 std::string FormatRegistryValue(const RegistryValue& value);
 // 1015 (ERROR_REGISTRY_CORRUPT), with nothing changed.
 DWORD ParseRegistryValue(std::string_view file, RegistryValue& value);
+// The same for one of several that stand one behind the other; the next begins `bytes` then.
+DWORD TakeRegistryValue(std::string_view& bytes, RegistryValue& value);
 
 }  // namespace Quellan::Platform

@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <sys/socket.h>
+#include <utility>
 
 namespace Quellan::Platform {
 
@@ -19,6 +20,8 @@ namespace {
 // How often a manager that has ended is looked for, first and after a while.
 constexpr int FirstRetryMs = 20;
 constexpr int LastRetryMs = 1000;
+// The same for one that lives and does not want to know of this process.
+constexpr int LastRetryMsWhereRefused = 60'000;
 // How long it is looked for when all that is left to do is to say that the services have stopped.
 constexpr std::chrono::seconds LastReportLimit{10};
 
@@ -45,6 +48,7 @@ class ManagerLink : public ServiceListener {
 
     bool Attach();
     bool AttachAgain();
+    void WaitForManager(int ms) const;
     Next ServeOne();
     Next Serve(const std::string& packet);
     bool Answer(DWORD code);
@@ -55,6 +59,7 @@ class ManagerLink : public ServiceListener {
     const std::string m_path = ServiceManagerSocket();
     const ServiceWake m_wake;
     Descriptor m_connection;  // changed by the dispatcher's thread, under the host's lock
+    Descriptor m_refusal;     // to a manager that has refused this process
     bool m_isBehind = false;  // reports were not sent; guarded by the host's lock
 };
 
@@ -100,6 +105,7 @@ bool ManagerLink::CatchUp() {
 // Connects and says what runs here. False where the manager does not want to know of this process.
 bool ManagerLink::Attach() {
     Descriptor connection;
+    m_refusal = Descriptor();
     if (ConnectToServiceManager(m_path, connection)) return false;
     const int fd = connection.Get();
     const DWORD code = m_host.WithStatuses([&](std::vector<NamedStatus> statuses) {
@@ -112,21 +118,35 @@ bool ManagerLink::Attach() {
     SetAnswerLimit(fd, AnswerLimit);
     std::string packet;
     ReplyMessage reply;
-    const bool isGood = !code && !ReceivePacket(fd, packet) && ParseMessage(packet, reply) && !reply.code;
+    const bool isAnswered = !code && !ReceivePacket(fd, packet) && ParseMessage(packet, reply);
     SetAnswerLimit(fd, {});
-    if (!isGood && !code) m_host.WithStatuses([&](const auto&) { m_connection = Descriptor(); });
-    return isGood;
+    if (isAnswered && !reply.code) return true;
+    m_host.WithStatuses([&](const auto&) {
+        Descriptor ended = std::exchange(m_connection, Descriptor());
+        if (isAnswered) m_refusal = std::move(ended);
+    });
+    return false;
+}
+
+// Or for a report, or the end of the one that has refused this process: there may be another one then.
+void ManagerLink::WaitForManager(int ms) const {
+    pollfd sources[] = {{.fd = m_wake.Fd(), .events = POLLIN, .revents = 0},
+                        {.fd = m_refusal.Get(), .events = 0, .revents = 0}};
+    poll(sources, std::size(sources), ms);
+    m_wake.Reset();
+    if (sources[1].revents) m_wake.Wait(FirstRetryMs);
 }
 
 // Waits for a manager. False when there is nothing left to tell it, or none came to be told.
 bool ManagerLink::AttachAgain() {
     m_host.WithStatuses([&](const auto&) { m_connection = Descriptor(); });
     const auto begin = std::chrono::steady_clock::now();
-    for (int pause = FirstRetryMs;; pause = std::min(pause * 2, LastRetryMs)) {
+    for (int pause = FirstRetryMs;; pause *= 2) {
         if (Attach()) return true;
+        pause = std::min(pause, m_refusal ? LastRetryMsWhereRefused : LastRetryMs);
         const bool isLate = std::chrono::steady_clock::now() - begin > LastReportLimit;
         if (isLate && m_host.AreAllStopped()) return false;
-        m_wake.Wait(pause);
+        WaitForManager(pause);
     }
 }
 

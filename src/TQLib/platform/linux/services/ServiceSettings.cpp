@@ -24,19 +24,19 @@ DWORD ReadActions(const SERVICE_FAILURE_ACTIONSW& given, FailureActions& failure
     return ERROR_SUCCESS;
 }
 
-void ReadText(const wchar_t* text, std::optional<std::string>& field) {
+void ReadSetting(const wchar_t* text, std::optional<std::string>& field) {
     if (text) field = ToUtf8(text);
 }
 
 DWORD ReadLevel(DWORD level, const void* info, ServiceChange& change) {
     switch (level) {
         case SERVICE_CONFIG_DESCRIPTION:
-            ReadText(static_cast<const SERVICE_DESCRIPTIONW*>(info)->lpDescription, change.description);
+            ReadSetting(static_cast<const SERVICE_DESCRIPTIONW*>(info)->lpDescription, change.description);
             return ERROR_SUCCESS;
         case SERVICE_CONFIG_FAILURE_ACTIONS: {
             const auto& given = *static_cast<const SERVICE_FAILURE_ACTIONSW*>(info);
-            ReadText(given.lpRebootMsg, change.rebootMessage);
-            ReadText(given.lpCommand, change.failureCommand);
+            ReadSetting(given.lpRebootMsg, change.rebootMessage);
+            ReadSetting(given.lpCommand, change.failureCommand);
             return given.lpsaActions ? ReadActions(given, change.failure.emplace()) : ERROR_SUCCESS;
         }
         case SERVICE_CONFIG_DELAYED_AUTO_START_INFO:

@@ -11,7 +11,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr std::size_t BlockSize = 64;
+constexpr std::size_t Sha1BlockSize = 64;
 constexpr std::size_t MostKeyName = 256;
 
 using Sha1State = std::array<std::uint32_t, 5>;
@@ -48,11 +48,11 @@ Sha1State Sha1(std::string bytes) {
     Sha1State state = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476, 0xc3d2e1f0};
     const std::uint64_t bits = std::uint64_t{bytes.size()} * 8;
     bytes += '\x80';
-    while (bytes.size() % BlockSize != BlockSize - sizeof bits)
+    while (bytes.size() % Sha1BlockSize != Sha1BlockSize - sizeof bits)
         bytes += '\0';
     for (int shift = 56; shift >= 0; shift -= 8)
         bytes += static_cast<char>(bits >> shift);
-    for (std::size_t at = 0; at < bytes.size(); at += BlockSize)
+    for (std::size_t at = 0; at < bytes.size(); at += Sha1BlockSize)
         AddBlock(state, reinterpret_cast<const unsigned char*>(bytes.data()) + at);
     return state;
 }

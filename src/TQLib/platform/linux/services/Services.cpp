@@ -16,7 +16,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-bool IsEmpty(const wchar_t* text) noexcept {
+bool IsEmptyText(const wchar_t* text) noexcept {
     return !text || !*text;
 }
 
@@ -34,14 +34,14 @@ DWORD NewServiceHandle(const Opening& opening, SC_HANDLE& handle) {
 
 // Texts with terminators, one more at the end. 87 (ERROR_INVALID_PARAMETER) for a group's name.
 DWORD ReadDependencies(const wchar_t* texts, std::vector<std::string>& names) {
-    for (; !IsEmpty(texts); texts += std::wcslen(texts) + 1) {
+    for (; !IsEmptyText(texts); texts += std::wcslen(texts) + 1) {
         if (*texts == L'+') return ERROR_INVALID_PARAMETER;
         names.push_back(ToUtf8(texts));
     }
     return ERROR_SUCCESS;
 }
 
-void ReadText(const wchar_t* text, std::optional<std::string>& field) {
+void ReadGiven(const wchar_t* text, std::optional<std::string>& field) {
     if (text) field = ToUtf8(text);
 }
 void ReadNumber(DWORD number, std::optional<DWORD>& field) {
@@ -55,10 +55,10 @@ DWORD ReadChange(const wchar_t* displayName, DWORD type, DWORD start, DWORD erro
     ReadNumber(type, change.type);
     ReadNumber(start, change.start);
     ReadNumber(errorControl, change.errorControl);
-    ReadText(commandLine, change.commandLine);
-    ReadText(group, change.group);
-    ReadText(account, change.account);
-    ReadText(displayName, change.displayName);
+    ReadGiven(commandLine, change.commandLine);
+    ReadGiven(group, change.group);
+    ReadGiven(account, change.account);
+    ReadGiven(displayName, change.displayName);
     return dependencies ? ReadDependencies(dependencies, change.dependencies.emplace()) : ERROR_SUCCESS;
 }
 
@@ -152,7 +152,7 @@ BOOL FindName(SC_HANDLE manager, DWORD byDisplayName, const wchar_t* name, wchar
 SC_HANDLE OpenSCManagerW(const wchar_t* machine, const wchar_t* database, DWORD access) noexcept {
     if (DWORD code = FaultDue("OpenSCManagerW")) return Fail<SC_HANDLE>(code, nullptr);
     if (!IsThisMachine(machine)) return Fail<SC_HANDLE>(RPC_S_SERVER_UNAVAILABLE, nullptr);
-    if (!IsEmpty(database) && std::wstring_view(database) != SERVICES_ACTIVE_DATABASEW)
+    if (!IsEmptyText(database) && std::wstring_view(database) != SERVICES_ACTIVE_DATABASEW)
         return Fail<SC_HANDLE>(ERROR_DATABASE_DOES_NOT_EXIST, nullptr);
     SC_HANDLE handle = nullptr;
     const DWORD code = WithMemory([&] {

@@ -95,14 +95,14 @@ class NotifySocket {
     Descriptor m_socket;
 };
 
-std::string Variable(const wchar_t* name) {
+std::string SystemdVariable(const wchar_t* name) {
     wchar_t value[64];
     const DWORD size = GetEnvironmentVariableW(name, value, 64);
     return ToUtf8({value, size < 64 ? size : 0});
 }
 
 std::optional<std::uint64_t> NumberIn(const wchar_t* name) {
-    const std::string text = Variable(name);
+    const std::string text = SystemdVariable(name);
     std::uint64_t number = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;

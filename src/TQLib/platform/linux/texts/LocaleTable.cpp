@@ -10,7 +10,7 @@ namespace Quellan::Platform {
 namespace {
 
 // Of each language the chief country's entry stands first.
-constexpr LocaleEntry Table[] = {
+constexpr LocaleEntry Locales[] = {
     {0x0436, L"af-ZA", L"Afrikaans", L"South Africa"},
     {0x041C, L"sq-AL", L"Albanian", L"Albania"},
     {0x045E, L"am-ET", L"Amharic", L"Ethiopia"},
@@ -144,8 +144,8 @@ constexpr LCID SubLanguages = 0xFC00;
 
 template <class Matches>
 const LocaleEntry* FindThat(Matches matches) noexcept {
-    const auto* found = std::ranges::find_if(Table, matches);
-    return found == std::end(Table) ? nullptr : found;
+    const auto* found = std::ranges::find_if(Locales, matches);
+    return found == std::end(Locales) ? nullptr : found;
 }
 
 bool SameName(std::wstring_view left, std::wstring_view right) noexcept {

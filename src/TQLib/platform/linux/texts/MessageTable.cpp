@@ -8,10 +8,10 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr std::size_t BlockSize = 12;       // first id, last id, offset of the first entry
+constexpr std::size_t TableBlockSize = 12;  // first id, last id, offset of the first entry
 constexpr std::size_t EntryHeaderSize = 4;  // length of the whole entry, flags
 constexpr WORD EntryIsUtf16 = 0x0001;
-constexpr wchar_t Replacement = 0xFFFD;
+constexpr wchar_t ReplacementUnit = 0xFFFD;
 
 std::wstring FromUtf16(std::span<const std::byte> bytes) {
     std::wstring text;
@@ -23,7 +23,7 @@ std::wstring FromUtf16(std::span<const std::byte> bytes) {
             text += static_cast<wchar_t>(0x10000 + ((unit - 0xD800) << 10) + (next - 0xDC00));
             at += 2;
         } else {
-            text += unit >= 0xD800 && unit < 0xE000 ? Replacement : static_cast<wchar_t>(unit);
+            text += unit >= 0xD800 && unit < 0xE000 ? ReplacementUnit : static_cast<wchar_t>(unit);
         }
     }
     return text;
@@ -59,9 +59,9 @@ DWORD ReadEntry(std::span<const std::byte> table, std::uint64_t at, DWORD skippe
 
 DWORD FindMessage(std::span<const std::byte> table, DWORD id, std::wstring& text) {
     const auto blocks = ReadNumber<DWORD>(table, 0);
-    if (!blocks || (table.size() - sizeof(DWORD)) / BlockSize < *blocks) return ERROR_INVALID_DATA;
+    if (!blocks || (table.size() - sizeof(DWORD)) / TableBlockSize < *blocks) return ERROR_INVALID_DATA;
     for (std::uint64_t i = 0; i < *blocks; ++i) {
-        const std::uint64_t block = sizeof(DWORD) + i * BlockSize;
+        const std::uint64_t block = sizeof(DWORD) + i * TableBlockSize;
         const DWORD first = *ReadNumber<DWORD>(table, block);
         const DWORD last = *ReadNumber<DWORD>(table, block + 4);
         if (id >= first && id <= last)

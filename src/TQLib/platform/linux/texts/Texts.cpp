@@ -182,7 +182,7 @@ DWORD Expand(DWORD flags, const std::wstring& text, std::size_t limit, va_list* 
     return FormatMessageText(text, layout, &arguments, out);
 }
 
-DWORD Format(DWORD flags, const void* source, DWORD id, DWORD language, wchar_t*& buffer, DWORD size,
+DWORD Render(DWORD flags, const void* source, DWORD id, DWORD language, wchar_t*& buffer, DWORD size,
              va_list* list, DWORD& length) {
     const bool allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
     const DWORD sources = flags & Sources;
@@ -219,7 +219,7 @@ DWORD FormatMessageW(DWORD flags, const void* source, DWORD messageId, DWORD lan
     if (const DWORD code = FaultDue("FormatMessageW")) return Fail(code, DWORD{0});
     DWORD length = 0;
     wchar_t*& target = allocated ? *allocated : buffer;
-    if (const DWORD code = Format(flags, source, messageId, languageId, target, size, arguments, length))
+    if (const DWORD code = Render(flags, source, messageId, languageId, target, size, arguments, length))
         return Fail(code, DWORD{0});
     return length;
 } catch (const std::bad_alloc&) {

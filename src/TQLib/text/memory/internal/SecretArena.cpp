@@ -181,7 +181,7 @@ Arena& TheArena() noexcept {
 }
 
 // Made while the library is loaded, never destroyed: static objects may hold secrets.
-[[maybe_unused]] const Arena& g_madeEarly = TheArena();
+[[maybe_unused]] const Arena& g_arenaMadeEarly = TheArena();
 
 constexpr TQAllocator g_secretMemory{
     .Allocate = [](std::size_t bytes) noexcept { return TheArena().Allocate(bytes); },

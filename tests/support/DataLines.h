@@ -1,0 +1,22 @@
+// Tables that tests read from the folder tests/data.
+#pragma once
+
+#include <fstream>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+namespace Quellan::Corvel::Test {
+
+// The lines of the file, without empty ones and those that begin with '#'. Fails the test when there are
+// none.
+inline std::vector<std::string> DataLines(const char* name) {
+    std::vector<std::string> lines;
+    std::ifstream file(std::string(TQ_TEST_DATA "/") + name);
+    for (std::string line; std::getline(file, line);)
+        if (!line.empty() && line[0] != '#') lines.push_back(line);
+    EXPECT_FALSE(lines.empty()) << name;
+    return lines;
+}
+
+}  // namespace Quellan::Corvel::Test
