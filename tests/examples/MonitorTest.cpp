@@ -1,4 +1,5 @@
 #include "MonitorRun.h"
+#include "TQLib/security/SecID.h"
 #include "TQLib/system/TQSysProc.h"
 #include "support/ReadBytes.h"
 

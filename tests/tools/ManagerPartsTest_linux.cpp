@@ -174,7 +174,7 @@ TEST_F(TqscmJournal, IsMissedUnlessTheManagerEndedInOrder) {
 #ifdef TQ_KERNEL_FAULTS
 TEST_F(TqscmJournal, IsMissedAlsoWhereThereWasNeverRoomForIt) {
     const std::string lock = path + ".lock";
-    const Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    const Quellan::Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     {
         const FailKernelCall full("pwrite", ENOSPC, FailKernelCall::EveryCall);
         Journal journal(path, file.Get());
