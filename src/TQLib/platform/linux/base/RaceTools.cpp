@@ -47,11 +47,12 @@ std::uint64_t Ask(Request request, const void* what, std::size_t size = 0) noexc
 #endif
 }
 
-const bool g_onValgrind = Ask(Request::IsThere, nullptr) != 0;
+// Before any lock of the library is made.
+[[gnu::init_priority(101)]] const bool g_onValgrind = Ask(Request::IsThere, nullptr) != 0;
 
 }  // namespace
 
-bool g_hasRaceTool = __tsan_acquire || g_onValgrind;
+[[gnu::init_priority(101)]] bool g_hasRaceTool = __tsan_acquire || g_onValgrind;
 
 void TellToolReleased(const void* what) noexcept {
     if (__tsan_release) __tsan_release(const_cast<void*>(what));
