@@ -124,7 +124,7 @@ class TQLIB_API TQException : public _TQExceptionKind<TQException> {
     [[noreturn]] static void ThrowReserved();
 
   private:
-    static const TQException& Reserved();
+    [[nodiscard]] static const TQException& Reserved();
     static const bool s_isMadeEarly;
 };
 

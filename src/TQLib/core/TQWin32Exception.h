@@ -121,12 +121,13 @@ class _TQExceptionBase : public _TQExceptionRoot {
 
     // The message alone for a destination: the literal text, or the resource with its inserts expanded;
     // throws what the lookup throws.
-    STLString MessageFor(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
+    [[nodiscard]] STLString MessageFor(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
     // The whole line, from the cache once it has been rendered.
-    const STLString& FullLine(TQStrResDestination destination, std::span<const TQMsgArg> args) const;
+    [[nodiscard]] const STLString& FullLine(TQStrResDestination destination,
+                                            std::span<const TQMsgArg> args) const;
     // Whether both say the same: code, level, source, subsystem, message, action, record and inner
     // exceptions.
-    bool SaysTheSame(const _TQExceptionBase& other) const noexcept;
+    [[nodiscard]] bool SaysTheSame(const _TQExceptionBase& other) const noexcept;
 
   private:
     unsigned int m_code;
@@ -236,7 +237,7 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     // with the text of that failure. Throws `TQException` 87 (ERROR_INVALID_PARAMETER) for a destination that
     // is none of the four.
     template <class... Args>
-    const wchar_t* FullMsg(TQStrResDestination destination, const Args&... args) const {
+    [[nodiscard]] const wchar_t* FullMsg(TQStrResDestination destination, const Args&... args) const {
         if constexpr (sizeof...(Args) == 0)
             return FullLine(destination, {}).c_str();
         else {
@@ -301,7 +302,7 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
 
     // The innermost trap of a thread, null without one. The trap may end at any time unless the caller is its
     // thread.
-    static Trap_SEH* ThreadHandler(DWORD threadId) noexcept;
+    [[nodiscard]] static Trap_SEH* ThreadHandler(DWORD threadId) noexcept;
 
   protected:
     _TQWin32Exception(const Content& content, bool isPreAllocated);
@@ -312,7 +313,7 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     static void RegisterHandler(Trap_SEH& trap);
     static void UnregisterHandler(Trap_SEH& trap) noexcept;
     // Where the thread's innermost trap stands in the list, or the list's end.
-    static Trap_SEH** EntryOf(DWORD thread, Trap_SEH*& first) noexcept;
+    [[nodiscard]] static Trap_SEH** EntryOf(DWORD thread, Trap_SEH*& first) noexcept;
     static void _SEH_Trap(unsigned int code, _EXCEPTION_POINTERS* pointers);
     void AppendOSExceptionLine(STLString& out) const;
 

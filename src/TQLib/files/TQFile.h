@@ -34,17 +34,17 @@ class TQLIB_API _TQFile : public TQObject {
     _TQFile& operator=(const _TQFile&) = delete;
     ~_TQFile() override;
 
-    STLString Description() const override;
+    [[nodiscard]] STLString Description() const override;
 
-    const TQFileName& FileName() const noexcept { return m_name; }
-    bool IsOpen() const noexcept { return m_file.IsValid(); }
+    [[nodiscard]] const TQFileName& FileName() const noexcept { return m_name; }
+    [[nodiscard]] bool IsOpen() const noexcept { return m_file.IsValid(); }
     void Close() noexcept { m_file.Close(); }
 
-    ULONGLONG Size() const;
+    [[nodiscard]] ULONGLONG Size() const;
     // Nothing where the file's name does not lead to it. It may have been moved or deleted since it was
     // opened, on Windows only where it is shared for that, on Linux by any program that keeps to no share
     // modes.
-    std::optional<ULONGLONG> SizeAtItsName() const;
+    [[nodiscard]] std::optional<ULONGLONG> SizeAtItsName() const;
     // The new position.
     ULONGLONG Seek(LONGLONG distance, Origin origin);
     // How many bytes there were, fewer than `size` at the end of the file alone.

@@ -33,25 +33,25 @@ class TQLIB_API TQFileName : public TQObject {
     TQFileName& operator=(TQFileName&&) noexcept;
     ~TQFileName() override;
 
-    STLString Description() const override;
+    [[nodiscard]] STLString Description() const override;
 
-    const TQString& FullName() const noexcept { return m_full; }
+    [[nodiscard]] const TQString& FullName() const noexcept { return m_full; }
     // Up to the last separator, with it.
-    TQString Path() const { return TQString(m_full.View().substr(0, NameAt())); }
+    [[nodiscard]] TQString Path() const { return TQString(m_full.View().substr(0, NameAt())); }
     // Without the extension and the dot before it; a dot at the beginning of a name begins no extension.
-    TQString Name() const;
-    TQString Extension() const;
-    bool HasExtension() const noexcept;
+    [[nodiscard]] TQString Name() const;
+    [[nodiscard]] TQString Extension() const;
+    [[nodiscard]] bool HasExtension() const noexcept;
 
     // The same with another part. A null or empty extension means none, without a dot.
-    TQFileName WithName(std::wstring_view name) const;
-    TQFileName WithExtension(const wchar_t* extension) const;
+    [[nodiscard]] TQFileName WithName(std::wstring_view name) const;
+    [[nodiscard]] TQFileName WithExtension(const wchar_t* extension) const;
 
-    TQFileName ToUpper() const;
+    [[nodiscard]] TQFileName ToUpper() const;
 
     // The platform's type of the drive on which the file is or would be (DRIVE_FIXED and its like); 0
     // (DRIVE_UNKNOWN) where it can't be found out.
-    UINT DriveType() const;
+    [[nodiscard]] UINT DriveType() const;
 
     friend bool operator==(const TQFileName& left, const TQFileName& right) {
         return left.m_full.CompareNoCase(right.m_full) == 0;
@@ -64,9 +64,9 @@ class TQLIB_API TQFileName : public TQObject {
     struct Whole {};
     TQFileName(Whole, TQString full) noexcept : m_full(std::move(full)) {}
 
-    std::size_t NameAt() const noexcept;
+    [[nodiscard]] std::size_t NameAt() const noexcept;
     // Where the dot is, or the end.
-    std::size_t ExtensionAt() const noexcept;
+    [[nodiscard]] std::size_t ExtensionAt() const noexcept;
 
     TQString m_full;
 };

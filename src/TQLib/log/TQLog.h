@@ -80,7 +80,7 @@ class TQLIB_API TQLog {
     static TQLogPtr GetLog(const wchar_t* fileName, ULONGLONG maxSize);
 
     // The level's name in English, such as "Warning"; "Unknown" for every other value.
-    static const wchar_t* LevelName(TQLogLevel level) noexcept;
+    [[nodiscard]] static const wchar_t* LevelName(TQLogLevel level) noexcept;
 
     // A null message is an empty one.
     void AddMsg(const wchar_t* message, TQLogLevel level) noexcept;
@@ -91,10 +91,10 @@ class TQLIB_API TQLog {
     // Gives this object's share of the file up: it is a null log from then on.
     void Close() noexcept;
     // Of the file now, in bytes. Throws `TQSysException` with the platform's code.
-    ULONGLONG Size() const;
+    [[nodiscard]] ULONGLONG Size() const;
     // How many records could not be written to the file since this process opened it, by all who share it
     // there. 0 for a null log, which has nothing to lose them from.
-    ULONGLONG Lost() const noexcept;
+    [[nodiscard]] ULONGLONG Lost() const noexcept;
 
   private:
     friend class TQLib;
@@ -104,13 +104,15 @@ class TQLIB_API TQLog {
     TQLog();
     TQLog(const wchar_t* fileName, bool secure);
 
-    static Sarvek::SecAttr GetLogSecurity();
-    static State& TheState();
-    static TQLogPtr NullLog();
-    static TQLogPtr Find(const TQFileName& key);
-    static TQLogPtr OpenInTurn(const TQFileName& name, const TQFileName& key, ULONGLONG maxSize);
+    [[nodiscard]] static Sarvek::SecAttr GetLogSecurity();
+    [[nodiscard]] static State& TheState();
+    [[nodiscard]] static TQLogPtr NullLog();
+    [[nodiscard]] static TQLogPtr Find(const TQFileName& key);
+    [[nodiscard]] static TQLogPtr OpenInTurn(const TQFileName& name, const TQFileName& key,
+                                             ULONGLONG maxSize);
     // Tells what went wrong. Null where a file was there and was moved away.
-    static TQLogPtr Open(const TQFileName& name, ULONGLONG maxSize, std::optional<Failure>& failure);
+    [[nodiscard]] static TQLogPtr Open(const TQFileName& name, ULONGLONG maxSize,
+                                       std::optional<Failure>& failure);
     // `log` is the one that is kept afterwards; a failure that was told before is taken away.
     static void Keep(const TQFileName& key, TQLogPtr& log, std::optional<Failure>& failure);
 

@@ -32,21 +32,22 @@ class TQLIB_API SecACE {
     SecACE& operator=(SecACE&&) noexcept = default;
     virtual ~SecACE();
 
-    static SecACE Allow(SecID id, DWORD rights, BYTE flags = 0) noexcept {
+    [[nodiscard]] static SecACE Allow(SecID id, DWORD rights, BYTE flags = 0) noexcept {
         return SecACE(Kind::Allow, std::move(id), rights, flags);
     }
-    static SecACE Deny(SecID id, DWORD rights, BYTE flags = 0) noexcept {
+    [[nodiscard]] static SecACE Deny(SecID id, DWORD rights, BYTE flags = 0) noexcept {
         return SecACE(Kind::Deny, std::move(id), rights, flags);
     }
     // Has the system write down when rights are used, refused or both.
-    static SecACE Audit(SecID id, DWORD rights, bool successes, bool failures, BYTE flags = 0) noexcept;
+    [[nodiscard]] static SecACE Audit(SecID id, DWORD rights, bool successes, bool failures,
+                                      BYTE flags = 0) noexcept;
 
-    Kind GetKind() const noexcept { return m_kind; }
-    const SecID& SID() const noexcept { return m_id; }
-    DWORD Rights() const noexcept { return m_rights; }
-    BYTE Flags() const noexcept { return m_flags; }
+    [[nodiscard]] Kind GetKind() const noexcept { return m_kind; }
+    [[nodiscard]] const SecID& SID() const noexcept { return m_id; }
+    [[nodiscard]] DWORD Rights() const noexcept { return m_rights; }
+    [[nodiscard]] BYTE Flags() const noexcept { return m_flags; }
     // Whether it came from the object above.
-    bool IsInherited() const noexcept;
+    [[nodiscard]] bool IsInherited() const noexcept;
 
     friend bool operator==(const SecACE& left, const SecACE& right) noexcept { return (left <=> right) == 0; }
     friend TQLIB_API std::strong_ordering operator<=>(const SecACE& left, const SecACE& right) noexcept;

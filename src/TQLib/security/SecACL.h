@@ -32,11 +32,11 @@ class TQLIB_API SecACL : public _SecArray<SecACE> {
 
     // The entries in the order that the platform's own tools keep: those of the object itself before
     // inherited ones, and of each what is denied before what is allowed; otherwise as they stand.
-    SecACL InCanonicalOrder() const;
+    [[nodiscard]] SecACL InCanonicalOrder() const;
 
     // The platform's block. Throws 87 (ERROR_INVALID_PARAMETER) where it would exceed 64 KiB or an entry has
     // no identifier.
-    Corvel::BYTEBuf Block() const;
+    [[nodiscard]] Corvel::BYTEBuf Block() const;
 
     friend bool operator==(const SecACL& left, const SecACL& right) noexcept = default;
     // With the platform's list, which must be a whole one.

@@ -22,10 +22,12 @@ class TQLIB_API SecAttr {
     SecAttr& operator=(SecAttr&& other) noexcept;
     virtual ~SecAttr();
 
-    const SecDesc& Descriptor() const noexcept { return m_descriptor; }
-    bool InheritsHandle() const noexcept { return m_inheritsHandle; }
+    [[nodiscard]] const SecDesc& Descriptor() const noexcept { return m_descriptor; }
+    [[nodiscard]] bool InheritsHandle() const noexcept { return m_inheritsHandle; }
     // For platform calls, which only read there; valid until this object changes.
-    SECURITY_ATTRIBUTES* Get() const noexcept { return reinterpret_cast<SECURITY_ATTRIBUTES*>(m_attributes); }
+    [[nodiscard]] SECURITY_ATTRIBUTES* Get() const noexcept {
+        return reinterpret_cast<SECURITY_ATTRIBUTES*>(m_attributes);
+    }
 
     friend bool operator==(const SecAttr& left, const SecAttr& right) noexcept {
         return left.m_inheritsHandle == right.m_inheritsHandle && left.m_descriptor == right.m_descriptor;

@@ -34,30 +34,30 @@ class TQLIB_API SecDesc {
     virtual ~SecDesc();
 
     // Null identifiers where there is none.
-    const SecID& Owner() const noexcept { return m_owner; }
-    const SecID& Group() const noexcept { return m_group; }
+    [[nodiscard]] const SecID& Owner() const noexcept { return m_owner; }
+    [[nodiscard]] const SecID& Group() const noexcept { return m_group; }
     SecDesc& SetOwner(SecID owner, bool defaulted = false) noexcept;
     SecDesc& SetGroup(SecID group, bool defaulted = false) noexcept;
 
-    bool HasDACL() const noexcept;
+    [[nodiscard]] bool HasDACL() const noexcept;
     // Null where there is none, and for the null list.
-    const SecACL* DACL() const noexcept { return m_dacl ? &*m_dacl : nullptr; }
+    [[nodiscard]] const SecACL* DACL() const noexcept { return m_dacl ? &*m_dacl : nullptr; }
     SecDesc& SetDACL(SecACL list, bool defaulted = false) noexcept;
     SecDesc& SetNullDACL(bool defaulted = false) noexcept;
     SecDesc& RemoveDACL() noexcept;
     // Whether entries of the object above stay away from it.
-    bool IsDACLProtected() const noexcept;
+    [[nodiscard]] bool IsDACLProtected() const noexcept;
     SecDesc& ProtectDACL(bool isProtected = true) noexcept;
 
-    const SecACL* SACL() const noexcept { return m_sacl ? &*m_sacl : nullptr; }
+    [[nodiscard]] const SecACL* SACL() const noexcept { return m_sacl ? &*m_sacl : nullptr; }
     SecDesc& SetSACL(SecACL list, bool defaulted = false) noexcept;
     SecDesc& RemoveSACL() noexcept;
 
     // The platform's marks (SE_DACL_PRESENT and its like), without the one for a block in one piece.
-    WORD Control() const noexcept { return m_control; }
+    [[nodiscard]] WORD Control() const noexcept { return m_control; }
 
     // The platform's block, in one piece (self-relative). Throws as `SecACL::Block`.
-    Corvel::BYTEBuf Block() const;
+    [[nodiscard]] Corvel::BYTEBuf Block() const;
 
     friend bool operator==(const SecDesc& left, const SecDesc& right) noexcept = default;
     // With the platform's descriptor at that address; null and what is none equal no descriptor.

@@ -83,98 +83,101 @@ class TQLIB_API SecID {
     SecID& operator=(const void* sid);
     virtual ~SecID();
 
-    static SecID WellKnownID(int type, bool defaulted = false) { return SecID(type, defaulted); }
+    [[nodiscard]] static SecID WellKnownID(int type, bool defaulted = false) {
+        return SecID(type, defaulted);
+    }
     // `domainSid` is the address of a domain's identifier, for the types that need one.
-    static SecID WellKnownDomainID(int type, const void* domainSid, bool defaulted = false);
+    [[nodiscard]] static SecID WellKnownDomainID(int type, const void* domainSid, bool defaulted = false);
     // A null identifier for all threads. It must not be changed.
-    static const SecID& NullSID() noexcept;
+    [[nodiscard]] static const SecID& NullSID() noexcept;
     // The domain of the user who is logged on, and the one that the machine belongs to.
-    static SecID UserDomainSID();
-    static SecID MachDomainSID();
+    [[nodiscard]] static SecID UserDomainSID();
+    [[nodiscard]] static SecID MachDomainSID();
     // Whether the user of this process, whomever the thread impersonates, counts as a member of the
     // administrators; with `withDenied` also one to whom the membership can only deny something.
-    static bool UserIsAdmin(bool withDenied = false);
+    [[nodiscard]] static bool UserIsAdmin(bool withDenied = false);
 
-    bool IsNull() const noexcept { return !m_block; }
+    [[nodiscard]] bool IsNull() const noexcept { return !m_block; }
     explicit operator bool() const noexcept { return !IsNull(); }
     // For platform calls, which only read there; owned by this identifier. Null for the null identifier.
-    void* Address() const noexcept { return m_block; }
+    [[nodiscard]] void* Address() const noexcept { return m_block; }
     // In bytes; 0 for the null identifier.
-    DWORD Length() const noexcept { return LengthOf(m_block); }
-    BYTE SubAuthorityCount() const noexcept { return CountOf(m_block); }
+    [[nodiscard]] DWORD Length() const noexcept { return LengthOf(m_block); }
+    [[nodiscard]] BYTE SubAuthorityCount() const noexcept { return CountOf(m_block); }
     // Throws 1413 (ERROR_INVALID_INDEX).
-    DWORD SubAuthorityValue(BYTE index) const;
+    [[nodiscard]] DWORD SubAuthorityValue(BYTE index) const;
     // The null authority for the null identifier.
-    SecIDAuth IDAuthority() const noexcept;
+    [[nodiscard]] SecIDAuth IDAuthority() const noexcept;
     void SetDefaulted(bool defaulted) noexcept { m_isDefaulted = defaulted; }
-    bool Defaulted() const noexcept { return m_isDefaulted; }
+    [[nodiscard]] bool Defaulted() const noexcept { return m_isDefaulted; }
 
     // The texts are valid until the identifier changes.
 
     // S-1-... Throws "SID to string conversion failed", for the null identifier with 1337
     // (ERROR_INVALID_SID).
-    const Corvel::_TQwString& String() const;
+    [[nodiscard]] const Corvel::_TQwString& String() const;
 
     // What needs the account. A thread that impersonates somebody looks it up as the process itself; where
     // the impersonation can't be taken up again, that is thrown as `TQSecThreadToken::ProcImpersonate` does.
 
     // The name of the account; for one without, in this order: the text of the identifier if
     // `useStringIfUnnamed` is set, the name of the domain for a domain, nothing.
-    const Corvel::_TQwString& Name(const wchar_t* system = nullptr, bool useStringIfUnnamed = false) const;
-    const Corvel::_TQwString& Domain(const wchar_t* system = nullptr) const;
-    int Use(const wchar_t* system = nullptr) const;
+    [[nodiscard]] const Corvel::_TQwString& Name(const wchar_t* system = nullptr,
+                                                 bool useStringIfUnnamed = false) const;
+    [[nodiscard]] const Corvel::_TQwString& Domain(const wchar_t* system = nullptr) const;
+    [[nodiscard]] int Use(const wchar_t* system = nullptr) const;
     // The name of the use, such as "SidTypeAlias".
-    const wchar_t* UseDesc(const wchar_t* system = nullptr) const;
+    [[nodiscard]] const wchar_t* UseDesc(const wchar_t* system = nullptr) const;
     // DOMAIN\NAME, or with `nameFirst` NAME@DOMAIN; with `userDefinedOnly` the latter only for what is
     // `IsUserDefinedType`, as others are not found by such a name. The name alone where there is no domain;
     // the text of the identifier where there is no name.
-    const Corvel::_TQwString& FullName(bool nameFirst = false, const wchar_t* system = nullptr,
-                                       bool userDefinedOnly = false) const;
+    [[nodiscard]] const Corvel::_TQwString& FullName(bool nameFirst = false, const wchar_t* system = nullptr,
+                                                     bool userDefinedOnly = false) const;
     // A user, a group, or an account that is deleted, invalid or unknown; nothing of the platform's own.
-    bool IsUserDefinedType(const wchar_t* system = nullptr) const;
+    [[nodiscard]] bool IsUserDefinedType(const wchar_t* system = nullptr) const;
     // An integrity level.
-    bool IsLabelID() const;
+    [[nodiscard]] bool IsLabelID() const;
     // Throws the platform's code, 2221 (NERR_UserNotFound) for what is no user of that system, 1332
     // (ERROR_NONE_MAPPED) for an identifier without a name.
-    bool IsAccountDisabled(const wchar_t* system = nullptr) const;
+    [[nodiscard]] bool IsAccountDisabled(const wchar_t* system = nullptr) const;
     // The identifiers of the groups that this one belongs to, each once: the local groups; for a user also
     // the global groups that this machine knows, and those that a directory service tells. With `indirect`
     // also local groups that it belongs to by way of another group. The thrown exceptions have as their
     // action what was being asked for.
-    SecIDArray MemberOfList(bool localGroups = true, bool globalGroups = true, bool directoryGroups = false,
-                            bool indirect = true) const;
+    [[nodiscard]] SecIDArray MemberOfList(bool localGroups = true, bool globalGroups = true,
+                                          bool directoryGroups = false, bool indirect = true) const;
 
     // The account domain of an account. Throws "SID domain could not be determined".
-    SecID DomainSID() const;
+    [[nodiscard]] SecID DomainSID() const;
     // Whether it is of the machine's own account domain, or that domain itself.
-    bool IsMachineDomain() const;
+    [[nodiscard]] bool IsMachineDomain() const;
     // The rights and privileges given to the identifier itself, with `withGroups` also those of its groups
     // (local, global, indirect).
-    SecPrivilegeSet PrivilegesHeld(bool withGroups = false) const;
+    [[nodiscard]] SecPrivilegeSet PrivilegesHeld(bool withGroups = false) const;
 
     // By the platform's own table.
-    bool IsWellKnown(int type) const noexcept;
+    [[nodiscard]] bool IsWellKnown(int type) const noexcept;
     // The built-in administrators, a domain's administrator and a domain's administrators.
-    bool IsAdminID() const noexcept;
+    [[nodiscard]] bool IsAdminID() const noexcept;
     // Whom everybody is who is logged on in one of the ways: dial-up, network, batch, interactive, remote,
     // service.
-    bool IsLogonID() const noexcept;
+    [[nodiscard]] bool IsLogonID() const noexcept;
     // Who has not been authenticated: nobody, everyone, anonymous, a domain's guest.
-    bool IsNonAuthID() const noexcept;
+    [[nodiscard]] bool IsNonAuthID() const noexcept;
     // The accounts of services, the identifiers of single services, and whom all services are.
-    bool IsServiceID() const noexcept;
+    [[nodiscard]] bool IsServiceID() const noexcept;
     // Whether Everyone includes it: for anonymous the machine's setting says so, "everyoneincludesanonymous",
     // and nothing where it can't be read; no identifier of the null or the creator authority, all others.
-    bool IsIncludedWithEveryone() const noexcept;
+    [[nodiscard]] bool IsIncludedWithEveryone() const noexcept;
     // The integrity level that its objects and processes have by default, such as 0x2000 for medium;
     // administrators have a high one unless `ignoreAdmins` is set.
-    DWORD SystemLabelRID(bool ignoreAdmins = false) const noexcept;
+    [[nodiscard]] DWORD SystemLabelRID(bool ignoreAdmins = false) const noexcept;
 
     // "SidTypeUser" for 1, ... "SidTypeLabel" for 10; "UnknownSIDType" for other numbers.
-    static const wchar_t* GetUseDesc(int use) noexcept;
+    [[nodiscard]] static const wchar_t* GetUseDesc(int use) noexcept;
     // The name of an integrity level, such as "High"; other values by their distance from the nearest one
     // that has a name, such as "<High - 0x780>". Half-way between two it is the upper one.
-    static Corvel::TQString MandatoryRIDName(DWORD rid);
+    [[nodiscard]] static Corvel::TQString MandatoryRIDName(DWORD rid);
 
     // Writes the caption on a line of its own, the text of the identifier, its account and use, to a stream
     // of either orientation: as bytes in UTF-8 where bytes were written to it before; else as `fwprintf`
@@ -212,26 +215,27 @@ class TQLIB_API SecID {
         : m_block(block.bytes), m_isPlatforms(block.isPlatforms), m_isDefaulted(defaulted) {}
 
     static constexpr DWORD HeaderSize = 8;
-    static DWORD LengthOf(const BYTE* block) noexcept {
+    [[nodiscard]] static DWORD LengthOf(const BYTE* block) noexcept {
         return block ? HeaderSize + DWORD{sizeof(DWORD)} * block[1] : 0;
     }
-    static BYTE CountOf(const BYTE* block) noexcept { return block ? block[1] : BYTE{0}; }
+    [[nodiscard]] static BYTE CountOf(const BYTE* block) noexcept { return block ? block[1] : BYTE{0}; }
     // Shorter blocks come first; those of one length by their bytes.
-    static std::strong_ordering Order(const BYTE* left, const BYTE* right) noexcept {
+    [[nodiscard]] static std::strong_ordering Order(const BYTE* left, const BYTE* right) noexcept {
         const DWORD length = LengthOf(left);
         const auto order = length <=> LengthOf(right);
         if (order != 0 || length == 0) return order;
         return std::memcmp(left, right, length) <=> 0;
     }
 
-    static bool IsIdentifier(const void* sid) noexcept;
+    [[nodiscard]] static bool IsIdentifier(const void* sid) noexcept;
     // As calls take it.
-    static const wchar_t* SystemName(const wchar_t* system) noexcept;
-    static BYTE* Allocated(DWORD size);
-    static Block Copied(const void* sid);
-    static Block DoAllocation(const SecIDAuth& authority, const std::array<DWORD, MaxParts>& subAuthorities,
-                              std::size_t count);
-    static Block LoadAccountName(const wchar_t* account, const wchar_t* system);
+    [[nodiscard]] static const wchar_t* SystemName(const wchar_t* system) noexcept;
+    [[nodiscard]] static BYTE* Allocated(DWORD size);
+    [[nodiscard]] static Block Copied(const void* sid);
+    [[nodiscard]] static Block DoAllocation(const SecIDAuth& authority,
+                                            const std::array<DWORD, MaxParts>& subAuthorities,
+                                            std::size_t count);
+    [[nodiscard]] static Block LoadAccountName(const wchar_t* account, const wchar_t* system);
     void DeleteSID() noexcept;
     void Swap(SecID& other) noexcept {
         std::swap(m_block, other.m_block);
@@ -239,9 +243,9 @@ class TQLIB_API SecID {
         std::swap(m_isPlatforms, other.m_isPlatforms);
         std::swap(m_isDefaulted, other.m_isDefaulted);
     }
-    Findings& Kept() const;
-    const Findings& LookupName(const wchar_t* system) const;
-    SecIDArray GetMemberOfLocalGroupsByEnum(bool indirect, int use) const;
+    [[nodiscard]] Findings& Kept() const;
+    [[nodiscard]] const Findings& LookupName(const wchar_t* system) const;
+    [[nodiscard]] SecIDArray GetMemberOfLocalGroupsByEnum(bool indirect, int use) const;
     // The record of the user, by the platform's level.
     void GetUserLookupInfo(const wchar_t* system, DWORD level, NetBuffer& user) const;
 

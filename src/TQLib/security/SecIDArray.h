@@ -34,11 +34,11 @@ class _SecArray {
     _SecArray& operator=(_SecArray&& other) noexcept;
     virtual ~_SecArray();
 
-    std::size_t Count() const noexcept;
-    bool IsEmpty() const noexcept;
+    [[nodiscard]] std::size_t Count() const noexcept;
+    [[nodiscard]] bool IsEmpty() const noexcept;
     // The element at `position`, which must be below `Count()`. Valid until the array changes.
     const T& operator[](std::size_t position) const;
-    bool Contains(const T& element) const noexcept;
+    [[nodiscard]] bool Contains(const T& element) const noexcept;
 
     void Add(T element);
     void Clear() noexcept;
@@ -68,8 +68,8 @@ class TQLIB_API SecIDArray : public _SecArray<SecID> {
 
     // The lowest and the highest integrity level among those that the identifiers have by default
     // (`SecID::SystemLabelRID`); 0xFFFFFFFF and 0 for an empty array.
-    DWORD LowestIDLabelRID(bool ignoreAdmins = false) const noexcept;
-    DWORD HighestIDLabelRID(bool ignoreAdmins = false) const noexcept;
+    [[nodiscard]] DWORD LowestIDLabelRID(bool ignoreAdmins = false) const noexcept;
+    [[nodiscard]] DWORD HighestIDLabelRID(bool ignoreAdmins = false) const noexcept;
 };
 
 }  // namespace Quellan::Sarvek

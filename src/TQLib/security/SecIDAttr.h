@@ -26,8 +26,8 @@ class TQLIB_API SecIDAttr {
     SecIDAttr& operator=(SecIDAttr&&) noexcept = default;
     virtual ~SecIDAttr();
 
-    const SecID& SID() const noexcept { return m_id; }
-    DWORD Attributes() const noexcept { return m_attributes; }
+    [[nodiscard]] const SecID& SID() const noexcept { return m_id; }
+    [[nodiscard]] DWORD Attributes() const noexcept { return m_attributes; }
 
     friend bool operator==(const SecIDAttr&, const SecIDAttr&) noexcept = default;
     friend std::strong_ordering operator<=>(const SecIDAttr&, const SecIDAttr&) noexcept = default;

@@ -16,9 +16,9 @@ class TQLIB_API SecIDAttrArray : public _SecArray<SecIDAttr> {
 
     // Whether one of the elements has this identifier; the position of the first such element goes to
     // `index`, if there are both.
-    bool IsIDInList(const SecID& id, DWORD* index = nullptr) const noexcept;
+    [[nodiscard]] bool IsIDInList(const SecID& id, DWORD* index = nullptr) const noexcept;
     // The identifiers alone, in their order.
-    SecIDArray IDsArray() const;
+    [[nodiscard]] SecIDArray IDsArray() const;
 };
 
 }  // namespace Quellan::Sarvek

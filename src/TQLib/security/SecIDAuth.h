@@ -24,16 +24,16 @@ class TQLIB_API SecIDAuth {
     SecIDAuth& operator=(const SecIDAuth&) noexcept = default;
     virtual ~SecIDAuth();
 
-    static SecIDAuth NullSecIDAuth() noexcept;       // 0
-    static SecIDAuth WorldSecIDAuth() noexcept;      // 1
-    static SecIDAuth LocalSecIDAuth() noexcept;      // 2
-    static SecIDAuth CreatorSecIDAuth() noexcept;    // 3
-    static SecIDAuth NonUniqueSecIDAuth() noexcept;  // 4
-    static SecIDAuth NTSecIDAuth() noexcept;         // 5
+    [[nodiscard]] static SecIDAuth NullSecIDAuth() noexcept;       // 0
+    static SecIDAuth WorldSecIDAuth() noexcept;                    // 1
+    [[nodiscard]] static SecIDAuth LocalSecIDAuth() noexcept;      // 2
+    static SecIDAuth CreatorSecIDAuth() noexcept;                  // 3
+    [[nodiscard]] static SecIDAuth NonUniqueSecIDAuth() noexcept;  // 4
+    static SecIDAuth NTSecIDAuth() noexcept;                       // 5
 
-    ULONGLONG Value() const noexcept { return ULONGLONG{m_high} << 16 | m_low; }
+    [[nodiscard]] ULONGLONG Value() const noexcept { return ULONGLONG{m_high} << 16 | m_low; }
     // The highest first.
-    std::array<BYTE, 6> Values() const noexcept;
+    [[nodiscard]] std::array<BYTE, 6> Values() const noexcept;
 
     friend bool operator==(const SecIDAuth&, const SecIDAuth&) noexcept = default;
     friend std::strong_ordering operator<=>(const SecIDAuth&, const SecIDAuth&) noexcept = default;

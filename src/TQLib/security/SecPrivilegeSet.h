@@ -23,17 +23,17 @@ class TQLIB_API SecPrivilegeSet {
     SecPrivilegeSet& operator=(SecPrivilegeSet&& other) noexcept;
     virtual ~SecPrivilegeSet();
 
-    std::size_t Count() const noexcept { return m_names.size(); }
-    bool IsEmpty() const noexcept { return m_names.empty(); }
+    [[nodiscard]] std::size_t Count() const noexcept { return m_names.size(); }
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_names.empty(); }
     const Corvel::TQString& operator[](std::size_t position) const;
-    bool Contains(const Corvel::TQString& name) const;
+    [[nodiscard]] bool Contains(const Corvel::TQString& name) const;
 
     // One that is there already stays as it is.
     void Add(const Corvel::TQString& name);
     void Add(const SecPrivilegeSet& other);
 
     // Whether it is a privilege, which tokens hold, and no right to log on.
-    static bool IsPrivilege(const Corvel::TQString& name) noexcept;
+    [[nodiscard]] static bool IsPrivilege(const Corvel::TQString& name) noexcept;
 
   private:
     std::vector<Corvel::TQString> m_names;

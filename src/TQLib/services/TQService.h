@@ -17,24 +17,24 @@ class TQLIB_API _TQService : public TQObject {
     // Takes the service out of `TQServiceMgr`. It must not be running.
     ~_TQService() override;
 
-    virtual TQString ServiceName() const = 0;
+    [[nodiscard]] virtual TQString ServiceName() const = 0;
     virtual TQSvcProcessor& Processor() = 0;
 
     // What `TQServiceMgr::Install` uses: the name for people (by default the name), the account as which the
     // service runs (empty: the system's own) and its password (by default empty), when it is started (by
     // default on demand), and the rest.
-    virtual TQString DisplayName() const;
-    virtual TQString LogonAccount() const;
+    [[nodiscard]] virtual TQString DisplayName() const;
+    [[nodiscard]] virtual TQString LogonAccount() const;
     virtual TQString LogonPassword();
-    virtual TQSvcStart StartType() const;
-    virtual TQServiceOptions Options() const;
+    [[nodiscard]] virtual TQSvcStart StartType() const;
+    [[nodiscard]] virtual TQServiceOptions Options() const;
 
-    TQServiceRecord Status() const;
-    DWORD CurrentState() const;
+    [[nodiscard]] TQServiceRecord Status() const;
+    [[nodiscard]] DWORD CurrentState() const;
     // Of the countdown that runs while a pending state lasts, in milliseconds.
-    DWORD CountdownLeft() const;
+    [[nodiscard]] DWORD CountdownLeft() const;
     // From `RegisterHandler` to the final report of `Stopped`.
-    bool IsRegistered() const;
+    [[nodiscard]] bool IsRegistered() const;
 
     // While a pending state lasts and its processor runs, it is reported once more every `ProgressMs`, but for
     // no longer than a budget, its wait hints counted: a service that hangs is not to look alive for ever. The
@@ -42,7 +42,7 @@ class TQLIB_API _TQService : public TQObject {
     // of more than 30 s in that is budget too.
     static constexpr DWORD ProgressMs = 1000;
     // In milliseconds; INFINITE: no limit. By default `BudgetMs`.
-    virtual DWORD PendingBudget() const;
+    [[nodiscard]] virtual DWORD PendingBudget() const;
     static constexpr DWORD BudgetMs = 120'000;
     // What takes longer asks for its time (milliseconds, from now on), which is the wait hint of the report
     // too, or says from time to time that it has come further. Both do nothing where no state is pending, and
@@ -86,7 +86,7 @@ class TQLIB_API _TQService : public TQObject {
     // Reports the current state once more.
     void ReportAgain();
 
-    TQThreadSynch& LockObj() const noexcept { return m_lock; }
+    [[nodiscard]] TQThreadSynch& LockObj() const noexcept { return m_lock; }
 
   private:
     friend class TQSvcProcessor;
@@ -98,7 +98,7 @@ class TQLIB_API _TQService : public TQObject {
     void Send();
     // Of the next sign that a pending state lasts; INFINITE where none is due.
     void ReportLasting(DWORD budgetMs);
-    DWORD MsToSign() const;
+    [[nodiscard]] DWORD MsToSign() const;
     void GiveSign() noexcept;
 
     mutable TQThreadSynch m_lock;
@@ -139,7 +139,7 @@ class TQLIB_API TQService : public _TQService {
     explicit TQService(TQString name, bool ownProcess = true);
     ~TQService() override;
 
-    TQString ServiceName() const override;
+    [[nodiscard]] TQString ServiceName() const override;
 
   protected:
     // Reports the state where the table allows it. A pending state without a wait hint (milliseconds) gets

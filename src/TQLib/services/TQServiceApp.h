@@ -40,7 +40,7 @@ class TQLIB_API TQServiceApp {
     static DWORD Run(bool takesArguments = false);
 
     // Whether it is one of the words above.
-    static bool IsWord(const TQString& argument);
+    [[nodiscard]] static bool IsWord(const TQString& argument);
 };
 
 }  // namespace Quellan::Corvel

@@ -31,12 +31,12 @@ class TQLIB_API TQServiceCtrl : public TQObject {
     TQServiceCtrl& operator=(const TQServiceCtrl&);
     ~TQServiceCtrl() override;
 
-    const TQString& Name() const noexcept { return m_name; }
+    [[nodiscard]] const TQString& Name() const noexcept { return m_name; }
 
-    TQServiceStatus Status() const;
+    [[nodiscard]] TQServiceStatus Status() const;
     // Of the process that the service runs in; 0 where it does not run.
-    DWORD ProcessID() const;
-    TQServiceConfig Config() const;
+    [[nodiscard]] DWORD ProcessID() const;
+    [[nodiscard]] TQServiceConfig Config() const;
 
     // Requests the start and returns while it is under way. 1056 (ERROR_SERVICE_ALREADY_RUNNING), 1058
     // (ERROR_SERVICE_DISABLED), 1053 (ERROR_SERVICE_REQUEST_TIMEOUT), 1068 (ERROR_SERVICE_DEPENDENCY_FAIL).
@@ -63,17 +63,17 @@ class TQLIB_API TQServiceCtrl : public TQObject {
     void Kill() const;
 
     // Waits up to `ms` milliseconds for the state; false when the time is up.
-    bool WaitForState(DWORD state, DWORD ms, const Progress& progress = {}) const;
+    [[nodiscard]] bool WaitForState(DWORD state, DWORD ms, const Progress& progress = {}) const;
 
     // Takes the service out; one that runs, or that somebody has open, goes later. 1072
     // (ERROR_SERVICE_MARKED_FOR_DELETE) where that was done already.
     void Delete() const;
 
     // The installed services. Throws as above with a text about the manager.
-    static TQServiceList ServiceList(ServiceListType types, const wchar_t* machine = nullptr);
+    [[nodiscard]] static TQServiceList ServiceList(ServiceListType types, const wchar_t* machine = nullptr);
 
   private:
-    TQSvcHandle Open(DWORD access) const;
+    [[nodiscard]] TQSvcHandle Open(DWORD access) const;
     TQServiceRecord Send(DWORD control, DWORD access) const;
 
     TQString m_name;

@@ -27,14 +27,14 @@ class TQLIB_API TQServiceList : public TQObject {
     TQServiceList& operator=(TQServiceList&&) noexcept;
     ~TQServiceList() override;
 
-    std::size_t Count() const noexcept { return m_items.size(); }
-    bool IsEmpty() const noexcept { return m_items.empty(); }
+    [[nodiscard]] std::size_t Count() const noexcept { return m_items.size(); }
+    [[nodiscard]] bool IsEmpty() const noexcept { return m_items.empty(); }
 
     const TQServiceStatus& operator[](std::size_t position) const;
     // By the service's name, whatever its case.
     const TQServiceStatus& operator[](const wchar_t* name) const;
     // Null where there is none.
-    const TQServiceStatus* Find(const wchar_t* name) const;
+    [[nodiscard]] const TQServiceStatus* Find(const wchar_t* name) const;
 
     void Add(TQServiceStatus status);
 

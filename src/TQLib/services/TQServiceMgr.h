@@ -49,7 +49,7 @@ class TQLIB_API TQServiceMgr {
                                DWORD type, TQSvcStart start, const TQServiceOptions& options = {});
 
     // Opens a service of this machine; false where it is not installed.
-    static bool ServiceInstalled(const wchar_t* name, TQSvcHandle& service, DWORD access);
+    [[nodiscard]] static bool ServiceInstalled(const wchar_t* name, TQSvcHandle& service, DWORD access);
     // Stops the service if it runs, and removes it: it is gone when `service`, which is given open, and all
     // other handles of it are closed. `machine` is null for this one.
     static void RemoveService(const wchar_t* machine, const wchar_t* name, TQSvcHandle& service);
@@ -61,8 +61,8 @@ class TQLIB_API TQServiceMgr {
     static void ExecuteService(const wchar_t* name, const TQStringArray& arguments);
 
     // Opens the service manager; false where this user may not have the rights.
-    static bool OpenSCManagerW(TQSvcHandle& manager, DWORD access);
-    static bool OpenSCManagerW(TQSvcHandle& manager, const wchar_t* machine, DWORD access);
+    [[nodiscard]] static bool OpenSCManagerW(TQSvcHandle& manager, DWORD access);
+    [[nodiscard]] static bool OpenSCManagerW(TQSvcHandle& manager, const wchar_t* machine, DWORD access);
 
     // How long `UnInstall` and `RemoveService` wait for a service that makes no progress on its way to the
     // stop, and `ExecuteService` on its way to the start.
@@ -75,8 +75,8 @@ class TQLIB_API TQServiceMgr {
     static void InstallService(_TQService& service, const TQStringArray& arguments, TQSvcHandle& handle);
     // The registered one of this name. A name that none has is the manager's for a service with a process of
     // its own: the first one, which the platform takes then.
-    static TQService& HostedService(const wchar_t* name);
-    static std::vector<_TQService*> HostedServices();
+    [[nodiscard]] static TQService& HostedService(const wchar_t* name);
+    [[nodiscard]] static std::vector<_TQService*> HostedServices();
     // As `RunServices`; throws.
     static LONG Dispatch();
 };

@@ -21,7 +21,7 @@ struct TQSvcState {
     static constexpr DWORD PausePending = 6;
     static constexpr DWORD Paused = 7;
 
-    static constexpr bool IsPending(DWORD state) noexcept {
+    [[nodiscard]] static constexpr bool IsPending(DWORD state) noexcept {
         return state == StartPending || state == StopPending || state == ContinuePending ||
                state == PausePending;
     }
@@ -68,9 +68,9 @@ class TQLIB_API TQServiceStatus : public TQObject {
     TQServiceStatus& operator=(TQServiceStatus&&) noexcept;
     ~TQServiceStatus() override;
 
-    const TQString& Name() const noexcept { return m_name; }
-    const TQString& DisplayName() const noexcept { return m_displayName; }
-    const TQServiceRecord& Status() const noexcept { return m_record; }
+    [[nodiscard]] const TQString& Name() const noexcept { return m_name; }
+    [[nodiscard]] const TQString& DisplayName() const noexcept { return m_displayName; }
+    [[nodiscard]] const TQServiceRecord& Status() const noexcept { return m_record; }
 
     // Field by field; the case of names counts.
     friend TQLIB_API bool operator==(const TQServiceStatus& left, const TQServiceStatus& right) noexcept;

@@ -74,17 +74,17 @@ class TQLIB_API TQSvcProcessor : public TQThread {
     // `TQThread`'s: not for a processor that a service runs.
     void Restart(bool suspended) override;
 
-    ProcState CurrentState() const;
+    [[nodiscard]] ProcState CurrentState() const;
     // Waits up to `ms` milliseconds for one of the states; false when the time is up. A state that is left
     // again at once may be missed.
     bool WaitForState(ProcState states, DWORD ms);
     // Waits for a state that is none of them.
     bool WaitForNotState(ProcState states, DWORD ms);
 
-    CtrlAcceptSet CtrlsAccepted() const;
+    [[nodiscard]] CtrlAcceptSet CtrlsAccepted() const;
     // What ended the last work: its result where that is not 0, or the code of the exception. 0 during the
     // work unless `SetState` has set it.
-    DWORD ErrorCode() const;
+    [[nodiscard]] DWORD ErrorCode() const;
 
     // An event that is set after each change of the state. Borrowed: remove it before closing it.
     void AddChangedEvent(HANDLE event);

@@ -25,16 +25,16 @@ class TQLIB_API TQConsole {
 
     // Whether colours are welcome: on a terminal, unless the environment says otherwise (TERM is "dumb", or
     // NO_COLOR holds anything); or as `SetStyled` has it.
-    bool IsStyled() const noexcept { return m_isStyled; }
+    [[nodiscard]] bool IsStyled() const noexcept { return m_isStyled; }
     void SetStyled(bool styled) noexcept { m_isStyled = styled; }
 
     // Writes what `Shown` makes of the text.
     void Show(std::wstring_view text) { Write(Shown(text)); }
     // What `Visible` makes of the text for a terminal, and where colours are on for whatever shows them in
     // the end; else the text as it stands.
-    TQString Shown(std::wstring_view text) const;
+    [[nodiscard]] TQString Shown(std::wstring_view text) const;
     // The text with each control character as \xHH, but tabs and ends of lines (LF, CR LF).
-    static TQString Visible(std::wstring_view text);
+    [[nodiscard]] static TQString Visible(std::wstring_view text);
 
     // Writes the text as it stands. Throws `TQSysException` with the platform's code when it cannot be
     // written.

@@ -26,7 +26,7 @@ class TQLIB_API TQSysProc {
     // The user as whom the calling thread acts: the one that it impersonates, else that of the process.
     // Throws `TQSysException` with the platform's code, 1332 (ERROR_NONE_MAPPED) for a user without an
     // identifier.
-    static Sarvek::SecID CurrentUser();
+    [[nodiscard]] static Sarvek::SecID CurrentUser();
 
     // Loads the module in the file `name`. A bare name is searched for beside the executable first; on Linux
     // a name that ends in ".dll" stands for the file with ".so" in its place. Throws `TQSysException` with

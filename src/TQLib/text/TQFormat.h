@@ -38,7 +38,7 @@ struct TQFormatArg {
     template <class T>
     static consteval Kind KindOf();
     template <class T>
-    static TQFormatArg From(const T& value) noexcept;
+    [[nodiscard]] static TQFormatArg From(const T& value) noexcept;
 
     Kind kind;
     union {
@@ -68,13 +68,15 @@ struct _TQFormatSpec {
     template <class C>
     constexpr const C* Parse(const C* at) noexcept;
     // Whether an argument of this kind can be printed by this conversion in wide or narrow text.
-    constexpr bool Takes(TQFormatArg::Kind kind, bool wideFormat) const noexcept;
+    [[nodiscard]] constexpr bool Takes(TQFormatArg::Kind kind, bool wideFormat) const noexcept;
     // Whether %s, %S, %c, %C take wide text here.
-    constexpr bool TakesWide(bool wideFormat) const noexcept;
-    constexpr bool Has(Flag flag) const noexcept { return (flags & flag) != 0; }
-    constexpr bool HasStars() const noexcept { return (flags & (WidthArgument | PrecisionArgument)) != 0; }
+    [[nodiscard]] constexpr bool TakesWide(bool wideFormat) const noexcept;
+    [[nodiscard]] constexpr bool Has(Flag flag) const noexcept { return (flags & flag) != 0; }
+    [[nodiscard]] constexpr bool HasStars() const noexcept {
+        return (flags & (WidthArgument | PrecisionArgument)) != 0;
+    }
     // Left alignment overrules zeros.
-    constexpr bool ZeroFills() const noexcept { return (flags & (Left | Zero)) == Zero; }
+    [[nodiscard]] constexpr bool ZeroFills() const noexcept { return (flags & (Left | Zero)) == Zero; }
 
     BYTE flags = 0;
     char conversion = 0;
@@ -97,9 +99,11 @@ class TQFormatText {
   public:
     consteval TQFormatText(const C* text);
 
-    constexpr const C* Text() const noexcept { return m_text; }
+    [[nodiscard]] constexpr const C* Text() const noexcept { return m_text; }
     // The pieces before the first %%, or all.
-    constexpr std::span<const _TQFormatPiece> Pieces() const noexcept { return {m_pieces.data(), m_count}; }
+    [[nodiscard]] constexpr std::span<const _TQFormatPiece> Pieces() const noexcept {
+        return {m_pieces.data(), m_count};
+    }
 
   private:
     const C* m_text;

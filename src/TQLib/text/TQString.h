@@ -83,7 +83,7 @@ class _TQStringT {
     operator std::basic_string_view<C>() const noexcept;
 
     // The character at `position`, which must be below `Length()`.
-    C At(std::size_t position) const;
+    [[nodiscard]] C At(std::size_t position) const;
     C operator[](std::size_t position) const;
     void SetAt(std::size_t position, C character);
 
@@ -176,7 +176,7 @@ class _TQStringT {
     }
 
   protected:
-    const std::basic_string<C>& Storage() const noexcept;
+    [[nodiscard]] const std::basic_string<C>& Storage() const noexcept;
 
   private:
     void AppendArgs(const C* format, std::span<const TQFormatArg> args,

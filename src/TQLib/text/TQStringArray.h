@@ -37,7 +37,7 @@ class TQLIB_API TQStringArray {
     [[nodiscard]] bool IsEmpty() const noexcept;
 
     // The element at `position`, which must be below `Count()`. Valid until the array changes.
-    const TQString& At(std::size_t position) const;
+    [[nodiscard]] const TQString& At(std::size_t position) const;
     const TQString& operator[](std::size_t position) const;
     void SetAt(std::size_t position, TQString element);
 

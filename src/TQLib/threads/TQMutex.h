@@ -54,7 +54,7 @@ class [[nodiscard]] TQMutex::TQMutexLock {
     TQMutexLock& operator=(const TQMutexLock&) noexcept;
     ~TQMutexLock();
 
-    bool IsLocked() const noexcept { return static_cast<bool>(m_impl); }
+    [[nodiscard]] bool IsLocked() const noexcept { return static_cast<bool>(m_impl); }
     explicit operator bool() const noexcept { return IsLocked(); }
 
   private:

@@ -22,7 +22,7 @@ class TQLIB_API TQPoolThread : public TQThread {
     void AssignPool(_TQThreadPoolBase* pool);
     // Whether the thread takes further items; without it, it leaves its pool after the item at work.
     void SetReadyForWork(bool ready) noexcept { m_isReadyForWork = ready; }
-    bool ReadyForWork() const noexcept { return m_isReadyForWork; }
+    [[nodiscard]] bool ReadyForWork() const noexcept { return m_isReadyForWork; }
     void Stop() override;
 
   protected:

@@ -11,7 +11,7 @@ class TQLIB_API TQProcessLock {
   public:
     TQProcessLock() = delete;
 
-    static DWORD Lock();
+    [[nodiscard]] static DWORD Lock();
     // At 0 it does nothing.
     static DWORD Unlock();
     [[nodiscard]] static DWORD LockCount();

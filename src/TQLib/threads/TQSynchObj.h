@@ -31,7 +31,7 @@ class TQLIB_API TQSynchObj : public TQObject {
     // Waits up to `ms` milliseconds (INFINITE: without end; 0: only looks) until the object is signalled:
     // true, also for a mutex whose owner ended without releasing it. False when the time is up. Throws "Wait
     // on synch object failed.".
-    bool Wait(DWORD ms) const;
+    [[nodiscard]] bool Wait(DWORD ms) const;
 
     // The name under which an object is opened: behind "Global\" or "Local\" where the platform tells the
     // name spaces of sessions apart, else `name` as it is. A null name is an empty one.
@@ -46,7 +46,7 @@ class TQLIB_API TQSynchObj : public TQObject {
     TQSynchObj(const TQSynchObj&) = default;
     TQSynchObj& operator=(const TQSynchObj&) = default;
 
-    const TQHandle<_TQKernelHandleClose>& Holder() const noexcept { return m_handle; }
+    [[nodiscard]] const TQHandle<_TQKernelHandleClose>& Holder() const noexcept { return m_handle; }
 
   private:
     TQHandle<_TQKernelHandleClose> m_handle;

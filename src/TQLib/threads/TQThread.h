@@ -99,13 +99,13 @@ class TQLIB_API TQThread : public TQObject {
     void SetStackSize(DWORD size, bool reservation);
 
     // Whether the calling thread has an impersonation token of its own. Throws the platform's code.
-    static bool ThreadHasToken();
+    [[nodiscard]] static bool ThreadHasToken();
 
   protected:
     // Guards the state of the thread; never held while a step runs.
-    TQThreadSynch& LockObj() const noexcept { return m_lock; }
+    [[nodiscard]] TQThreadSynch& LockObj() const noexcept { return m_lock; }
     // Signalled from `Stop` to the next start.
-    const TQEvent& StopEvent() const noexcept { return m_stopEvent; }
+    [[nodiscard]] const TQEvent& StopEvent() const noexcept { return m_stopEvent; }
     BYTEBuf& ThreadData() noexcept { return m_data; }
 
     // Whether the calling thread is the one whose work this object is.

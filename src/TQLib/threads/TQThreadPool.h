@@ -72,7 +72,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     };
     // How many threads a pool keeps and may have on a machine with so many processors when it is made for
     // `requested`, where 0 and 1 leave it to the pool. A maximum below the minimum is the maximum.
-    static ThreadLimits LimitsFor(DWORD processors, DWORD requested) noexcept;
+    [[nodiscard]] static ThreadLimits LimitsFor(DWORD processors, DWORD requested) noexcept;
 
     ~_TQThreadPoolBase() override;
 
@@ -101,12 +101,12 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void StopThreads();
 
     // Items that no thread has taken.
-    DWORD WorkCount() const;
+    [[nodiscard]] DWORD WorkCount() const;
     // Threads that wait for an item, those that do something else, and both.
-    DWORD ThreadsWaiting() const;
-    DWORD ThreadsBusy() const;
-    DWORD ThreadsAllocated() const;
-    DWORD MaxThreads() const;
+    [[nodiscard]] DWORD ThreadsWaiting() const;
+    [[nodiscard]] DWORD ThreadsBusy() const;
+    [[nodiscard]] DWORD ThreadsAllocated() const;
+    [[nodiscard]] DWORD MaxThreads() const;
 
   protected:
     // With Packet, what came was no item and went to `OnPortPacket`.
@@ -145,7 +145,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     // or one that is there to be read.
     virtual void OnPortPacket(ULONGLONG key, DWORD bytes, void* record, DWORD error);
     // Whether a pool thread may retire as far as the pool's work goes.
-    bool CanStop() const;
+    [[nodiscard]] bool CanStop() const;
     // The calling thread's object where it is a thread of this pool, else null.
     TQPoolThread* CallingPoolThread();
     // Lets the pool's own thread look at the threads.
@@ -154,14 +154,14 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void CloseUp() noexcept;
 
     // How long a pool thread waits for an item before it looks whether it is still needed: 100 seconds.
-    virtual DWORD IdleWaitMs() const;
+    [[nodiscard]] virtual DWORD IdleWaitMs() const;
     // For how long the pool has been idle: since the first thread waited in vain, zero where none has since
     // an item was last taken.
-    virtual TQTimeSpan IdleTime() const;
+    [[nodiscard]] virtual TQTimeSpan IdleTime() const;
 
     BYTEBuf& PoolData() noexcept { return ThreadData(); }
     // Borrowed, until `CloseUp`.
-    HANDLE Port() const noexcept { return m_port.Get(); }
+    [[nodiscard]] HANDLE Port() const noexcept { return m_port.Get(); }
 
   private:
     friend class TQPoolThread;
@@ -190,9 +190,9 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
 
     bool CountAsTaken(const OVERLAPPED_DATA& packet) noexcept;
     GetWorkResult TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting);
-    static DWORD TakePacket(HANDLE port, DWORD ms, Packet& packet) noexcept;
+    [[nodiscard]] static DWORD TakePacket(HANDLE port, DWORD ms, Packet& packet) noexcept;
     void MarkAsOwn(OVERLAPPED_DATA& packet) noexcept;
-    bool IsOwn(const Packet& packet) const noexcept;
+    [[nodiscard]] bool IsOwn(const Packet& packet) const noexcept;
     void HandOn(const Packet& packet) noexcept;
     bool TakeAnonymous(const Packet& packet, BYTEBuf& data);
     bool TakeTurn(BYTEBuf& data) noexcept;
@@ -206,7 +206,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void RequireThread();
     void MakeFirstThread();
     bool IsCallerBeingStarted();
-    bool NeedsThread() const;
+    [[nodiscard]] bool NeedsThread() const;
     bool Grow() noexcept;
     bool AllocPoolThread();
     bool BeginStart();
@@ -225,10 +225,10 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     void DropThreadObject(std::unique_ptr<TQPoolThread> thread) noexcept;
     void TellStoppers() noexcept;
 
-    bool IsStopped() const noexcept;
-    DWORD AnonymousItems() const noexcept;
-    DWORD PostsInFlight() const noexcept;
-    DWORD PortObjectCount() const;
+    [[nodiscard]] bool IsStopped() const noexcept;
+    [[nodiscard]] DWORD AnonymousItems() const noexcept;
+    [[nodiscard]] DWORD PostsInFlight() const noexcept;
+    [[nodiscard]] DWORD PortObjectCount() const;
 
     static void __ProcessOnExit(void* pool);
 

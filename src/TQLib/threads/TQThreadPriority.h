@@ -18,9 +18,9 @@ class TQLIB_API TQThreadPriority : public TQObject {
     // Restores the old priority where the constructor changed it.
     ~TQThreadPriority() override;
 
-    int Priority() const noexcept { return m_priority; }  // as asked for
+    [[nodiscard]] int Priority() const noexcept { return m_priority; }  // as asked for
     int PreviousPriority() const noexcept { return m_previous; }
-    bool HasChanged() const noexcept { return m_hasChanged; }
+    [[nodiscard]] bool HasChanged() const noexcept { return m_hasChanged; }
 
   private:
     int m_priority;

@@ -70,7 +70,7 @@ class TQLIB_API TQThreadWriteSynch : public TQThreadSynch {
     void UnLock() override;
 
   private:
-    bool IsQueued() const noexcept;
+    [[nodiscard]] bool IsQueued() const noexcept;
 
     TQThreadReadSynch& m_lock;
     // The thread that holds the critical section, and the lock as often as is counted here.

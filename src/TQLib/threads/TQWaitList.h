@@ -77,7 +77,7 @@ class TQLIB_API TQWaitList : public TQObject {
     enum class Phase { Watching, PauseAsked, Paused };
 
     void CheckOwner() const;
-    std::vector<HANDLE> Handles() const;
+    [[nodiscard]] std::vector<HANDLE> Handles() const;
     void Insert(HANDLE handle);
     HANDLE NextSignal();
     void LookAgainAtReturned();

@@ -26,7 +26,7 @@ class TQLIB_API _TQWin32AsynchRoot {
     // bytes of memory of its own for the data, which are not initialised; without, the data is the caller's
     // and remains to be set. Records with up to `RecycledBytes` bytes are used again and allocate nothing as
     // long as there are free ones. Throws 14 (ERROR_OUTOFMEMORY).
-    static OVERLAPPED_DATA* AllocOverlapped(DWORD size, bool ownCopy, ULONGLONG offset);
+    [[nodiscard]] static OVERLAPPED_DATA* AllocOverlapped(DWORD size, bool ownCopy, ULONGLONG offset);
     // Takes back a record that no port and no request has any more; null does nothing.
     static void FreeOverlapped(OVERLAPPED_DATA* record) noexcept;
 

@@ -28,7 +28,7 @@ class TQLIB_API _TQWorkPoolBase : public TQThreadPool<_TQWorkPoolThread> {
     // the last client asks for it on a thread of the pool, which can't wait for its own end.
     static void DelClient();
     // The pool; null while it has no clients. Only a client can rely on it.
-    static _TQWorkPoolBase* GetInstance();
+    [[nodiscard]] static _TQWorkPoolBase* GetInstance();
 
     // Queues `work` with a copy of the data; otherwise as `_TQThreadPoolBase::AddWork`.
     bool AddWork(WorkFunction work, const void* data, DWORD size, DWORD requestorID = 0);

@@ -40,33 +40,33 @@ class TQLIB_API TQRegKey : public TQObject {
     TQRegKey& operator=(const TQRegKey&) noexcept;
     ~TQRegKey() override;
 
-    bool IsNull() const noexcept { return !m_key.IsValid(); }
+    [[nodiscard]] bool IsNull() const noexcept { return !m_key.IsValid(); }
     // Borrowed: closed with the last copy of this object.
-    HKEY Handle() const noexcept { return m_key.Get(); }
+    [[nodiscard]] HKEY Handle() const noexcept { return m_key.Get(); }
     // Makes this none; the copies stay open.
     void Close() noexcept { m_key.Close(); }
 
     // The key at `path`, or none where there is no such key.
-    TQRegKey Find(const wchar_t* path, DWORD access = ReadAccess) const;
+    [[nodiscard]] TQRegKey Find(const wchar_t* path, DWORD access = ReadAccess) const;
     // The same, made where it is missing with all keys on the way to it.
     TQRegKey Create(const wchar_t* path, DWORD access = FullAccess) const;
     // Deletes the key with all that is in it. False where there is none.
     bool DeleteKey(const wchar_t* path) const;
     // In no order.
-    TQStringArray KeyNames() const;
+    [[nodiscard]] TQStringArray KeyNames() const;
 
     // None where there is no such value.
     struct Value {
         DWORD type = 0;  // the platform's, such as REG_SZ
         BYTEBuf data;
     };
-    std::optional<Value> FindValue(const wchar_t* name) const;
+    [[nodiscard]] std::optional<Value> FindValue(const wchar_t* name) const;
     // `data` may be null where there are no bytes.
     void SetValue(const wchar_t* name, DWORD type, const void* data, std::size_t bytes) const;
     // False where there is none.
     bool DeleteValue(const wchar_t* name) const;
     // In no order; the unnamed value is the empty name.
-    TQStringArray ValueNames() const;
+    [[nodiscard]] TQStringArray ValueNames() const;
 
     // Returns when all changes of this key's own values and keys are on the disk.
     void Flush() const;
@@ -81,12 +81,12 @@ class TQLIB_API TQRegistry {
     TQRegistry() = delete;
 
     // The machine's keys (HKEY_LOCAL_MACHINE): settings for everybody.
-    static TQRegKey MachineKey();
+    [[nodiscard]] static TQRegKey MachineKey();
     // The keys of the user as whom the process runs (HKEY_CURRENT_USER).
-    static TQRegKey UserKey();
+    [[nodiscard]] static TQRegKey UserKey();
     // The machine's keys of another machine, or of this one with null or its own name. Throws 53
     // (ERROR_BAD_NETPATH) for a machine that cannot be reached, on Linux for any other.
-    static TQRegKey Connect(const wchar_t* machine);
+    [[nodiscard]] static TQRegKey Connect(const wchar_t* machine);
 };
 
 }  // namespace Quellan::Corvel

@@ -21,15 +21,15 @@ class _TQRegValue : public TQObject {
     _TQRegValue& operator=(const _TQRegValue& other);
     ~_TQRegValue() override;
 
-    const TQRegKey& Key() const noexcept;
-    const TQString& Name() const noexcept;
+    [[nodiscard]] const TQRegKey& Key() const noexcept;
+    [[nodiscard]] const TQString& Name() const noexcept;
 
     // Whether there is such a value, of whatever type.
-    bool Exists() const;
+    [[nodiscard]] bool Exists() const;
     // Throws 2 (ERROR_FILE_NOT_FOUND) where there is none.
-    Data Get() const;
+    [[nodiscard]] Data Get() const;
     // The value, or `missing` where there is none.
-    Data GetOr(const Data& missing) const;
+    [[nodiscard]] Data GetOr(const Data& missing) const;
     void Set(const Data& data) const;
     // False where there is none.
     bool Delete() const;
@@ -45,43 +45,43 @@ class _TQRegValue : public TQObject {
 // REG_DWORD: four bytes, the least significant first.
 struct TQLIB_API _TQDWORDRegData {
     using Data = DWORD;
-    static Data Decode(const TQRegKey::Value& value);
-    static TQRegKey::Value Encode(const Data& data);
+    [[nodiscard]] static Data Decode(const TQRegKey::Value& value);
+    [[nodiscard]] static TQRegKey::Value Encode(const Data& data);
 };
 
 // REG_QWORD: eight bytes, the least significant first.
 struct TQLIB_API _TQQWORDRegData {
     using Data = ULONGLONG;
-    static Data Decode(const TQRegKey::Value& value);
-    static TQRegKey::Value Encode(const Data& data);
+    [[nodiscard]] static Data Decode(const TQRegKey::Value& value);
+    [[nodiscard]] static TQRegKey::Value Encode(const Data& data);
 };
 
 // REG_SZ: a text without zeros in it. REG_EXPAND_SZ can be read too, as it stands.
 struct TQLIB_API _TQStringRegData {
     using Data = TQString;
-    static Data Decode(const TQRegKey::Value& value);
-    static TQRegKey::Value Encode(const Data& data);
+    [[nodiscard]] static Data Decode(const TQRegKey::Value& value);
+    [[nodiscard]] static TQRegKey::Value Encode(const Data& data);
 };
 
 // REG_EXPAND_SZ: the same, read with the environment's variables in the place of their names (%NAME%).
 struct TQLIB_API _TQExpandStringRegData {
     using Data = TQString;
-    static Data Decode(const TQRegKey::Value& value);
-    static TQRegKey::Value Encode(const Data& data);
+    [[nodiscard]] static Data Decode(const TQRegKey::Value& value);
+    [[nodiscard]] static TQRegKey::Value Encode(const Data& data);
 };
 
 // REG_MULTI_SZ: texts that are not empty and have no zeros in them.
 struct TQLIB_API _TQMultiStringRegData {
     using Data = TQStringArray;
-    static Data Decode(const TQRegKey::Value& value);
-    static TQRegKey::Value Encode(const Data& data);
+    [[nodiscard]] static Data Decode(const TQRegKey::Value& value);
+    [[nodiscard]] static TQRegKey::Value Encode(const Data& data);
 };
 
 // REG_BINARY: bytes.
 struct TQLIB_API _TQBinaryRegData {
     using Data = BYTEBuf;
-    static Data Decode(const TQRegKey::Value& value);
-    static TQRegKey::Value Encode(const Data& data);
+    [[nodiscard]] static Data Decode(const TQRegKey::Value& value);
+    [[nodiscard]] static TQRegKey::Value Encode(const Data& data);
 };
 
 extern template class TQLIB_API _TQRegValue<_TQDWORDRegData>;

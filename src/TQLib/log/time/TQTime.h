@@ -27,11 +27,11 @@ class TQLIB_API TQTime {
     explicit TQTime(const Fields& fields);
 
     // Now, by the local clock and in UTC.
-    static TQTime CurrentTime() noexcept;
-    static TQTime CurrentUTCTime() noexcept;
+    [[nodiscard]] static TQTime CurrentTime() noexcept;
+    [[nodiscard]] static TQTime CurrentUTCTime() noexcept;
 
-    constexpr bool IsNull() const noexcept { return m_ms == 0; }
-    Fields ToFields() const noexcept;
+    [[nodiscard]] constexpr bool IsNull() const noexcept { return m_ms == 0; }
+    [[nodiscard]] Fields ToFields() const noexcept;
 
     // How a time of day is written: the platform's flags (TIME_FORCE24HOURFORMAT and its like), which can be
     // combined.
@@ -43,10 +43,10 @@ class TQLIB_API TQTime {
     static constexpr TimeFormat Hour24NoMarkerTimeFormat = Hour24TimeFormat | NoMarkerTimeFormat;
 
     // The time of day as `locale` writes it. Throws `TQSysException` with the platform's code.
-    TQString FormatTime(TimeFormat format, LCID locale) const;
+    [[nodiscard]] TQString FormatTime(TimeFormat format, LCID locale) const;
     // The same into `out`, which then holds a terminated text; returns its length. Throws 122
     // (ERROR_INSUFFICIENT_BUFFER) too.
-    std::size_t FormatTimeTo(std::span<wchar_t> out, TimeFormat format, LCID locale) const;
+    [[nodiscard]] std::size_t FormatTimeTo(std::span<wchar_t> out, TimeFormat format, LCID locale) const;
 
     friend constexpr auto operator<=>(TQTime a, TQTime b) noexcept = default;
     friend constexpr TQTimeSpan operator-(TQTime a, TQTime b) noexcept {

@@ -15,18 +15,18 @@ class TQTimeSpan {
     static constexpr LONGLONG StepsInSecond = 1'000 * StepsInMillisecond;
 
     constexpr TQTimeSpan() noexcept = default;
-    static constexpr TQTimeSpan FromSteps(LONGLONG steps) noexcept { return TQTimeSpan(steps); }
-    static constexpr TQTimeSpan FromMilliseconds(LONGLONG ms) noexcept {
+    [[nodiscard]] static constexpr TQTimeSpan FromSteps(LONGLONG steps) noexcept { return TQTimeSpan(steps); }
+    [[nodiscard]] static constexpr TQTimeSpan FromMilliseconds(LONGLONG ms) noexcept {
         return TQTimeSpan(ms * StepsInMillisecond);
     }
-    static constexpr TQTimeSpan FromSeconds(LONGLONG seconds) noexcept {
+    [[nodiscard]] static constexpr TQTimeSpan FromSeconds(LONGLONG seconds) noexcept {
         return TQTimeSpan(seconds * StepsInSecond);
     }
 
     // The whole duration in each unit; what is left over is cut off, towards zero.
-    constexpr LONGLONG Steps() const noexcept { return m_steps; }
-    constexpr LONGLONG Milliseconds() const noexcept { return m_steps / StepsInMillisecond; }
-    constexpr LONGLONG Seconds() const noexcept { return m_steps / StepsInSecond; }
+    [[nodiscard]] constexpr LONGLONG Steps() const noexcept { return m_steps; }
+    [[nodiscard]] constexpr LONGLONG Milliseconds() const noexcept { return m_steps / StepsInMillisecond; }
+    [[nodiscard]] constexpr LONGLONG Seconds() const noexcept { return m_steps / StepsInSecond; }
 
     constexpr TQTimeSpan operator-() const noexcept { return TQTimeSpan(-m_steps); }
     constexpr TQTimeSpan& operator+=(TQTimeSpan other) noexcept {

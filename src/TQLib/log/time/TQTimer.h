@@ -14,12 +14,12 @@ class TQLIB_API TQTimer {
     TQTimer() noexcept;
 
     void Restart() noexcept;
-    TQTimeSpan Elapsed() const noexcept;
+    [[nodiscard]] TQTimeSpan Elapsed() const noexcept;
     // Whether it runs on the high-resolution counter.
-    bool IsHighResolution() const noexcept { return m_frequency != 0; }
+    [[nodiscard]] bool IsHighResolution() const noexcept { return m_frequency != 0; }
 
   private:
-    LONGLONG Count() const noexcept;
+    [[nodiscard]] LONGLONG Count() const noexcept;
 
     LONGLONG m_frequency = 0;  // of the counter in steps a second; 0 for the tick count
     LONGLONG m_start = 0;
@@ -37,8 +37,8 @@ class TQLIB_API TQCountdownTimer {
 
     // What is left in milliseconds, for the next wait: a part of one counts as a whole one, 0 says that the
     // time is up, and INFINITE stays INFINITE.
-    DWORD Remaining() const noexcept;
-    bool IsExpired() const noexcept { return Remaining() == 0; }
+    [[nodiscard]] DWORD Remaining() const noexcept;
+    [[nodiscard]] bool IsExpired() const noexcept { return Remaining() == 0; }
 
   private:
     TQTimer m_timer;

@@ -49,8 +49,8 @@ class TQLIB_API _TQDataBufRoot {
     _TQDataBufRoot& operator=(_TQDataBufRoot&& other);
     void Swap(_TQDataBufRoot& other) noexcept;
 
-    BYTE* Block() const noexcept { return m_block; }
-    std::size_t BlockSize() const noexcept { return m_capacity; }
+    [[nodiscard]] BYTE* Block() const noexcept { return m_block; }
+    [[nodiscard]] std::size_t BlockSize() const noexcept { return m_capacity; }
 
     // Puts `added` bytes from `source` (zeros where it is null), which may lie in this buffer, in the place
     // of `removed` bytes at `at`. Throws as the buffer's own members do, with `where`; the buffer is
@@ -60,16 +60,17 @@ class TQLIB_API _TQDataBufRoot {
     void ReserveBytes(std::size_t bytes, const wchar_t* where);
 
     // The bytes of `count` elements of `elementSize`; throws 111 where no buffer can hold them.
-    static std::size_t ByteCount(ULONGLONG count, std::size_t elementSize, const wchar_t* where);
+    [[nodiscard]] static std::size_t ByteCount(ULONGLONG count, std::size_t elementSize,
+                                               const wchar_t* where);
     // Throws 1413 unless `count` elements from `first` lie within `size`.
     static void CheckRange(ULONGLONG first, ULONGLONG count, ULONGLONG size, const wchar_t* where);
     // Throws 87 for a null `source` of more than nothing.
     static void CheckSource(const void* source, ULONGLONG count, const wchar_t* where);
 
   private:
-    const TQAllocator& Memory() const noexcept;
-    std::size_t Rounded(std::size_t bytes) const noexcept;
-    BYTE* NewBlock(std::size_t capacity, const wchar_t* where) const;
+    [[nodiscard]] const TQAllocator& Memory() const noexcept;
+    [[nodiscard]] std::size_t Rounded(std::size_t bytes) const noexcept;
+    [[nodiscard]] BYTE* NewBlock(std::size_t capacity, const wchar_t* where) const;
     void ReplaceBlock(BYTE* block, std::size_t capacity) noexcept;
 
     const TQAllocator* m_allocator;
@@ -130,7 +131,7 @@ class TQDataBuf : public _TQDataBufRoot {
     const T& operator[](ULONGLONG index) const noexcept;
     // Throws 1413 for an index outside.
     T& At(ULONGLONG index);
-    const T& At(ULONGLONG index) const;
+    [[nodiscard]] const T& At(ULONGLONG index) const;
 
     // Cuts the end off or adds zeros. Memory is kept when the buffer shrinks.
     void Resize(ULONGLONG count);

@@ -27,15 +27,17 @@ class TQLIB_API _TQLastErrorKeeper {
 template <class H>
 struct _TQNullHandle {
     using Handle = H;
-    static H Empty() noexcept { return H(); }
-    static bool IsEmpty(H handle) noexcept { return handle == H(); }
+    [[nodiscard]] static H Empty() noexcept { return H(); }
+    [[nodiscard]] static bool IsEmpty(H handle) noexcept { return handle == H(); }
 };
 
 // Files and searches: INVALID_HANDLE_VALUE stands for none, and null is taken for none as well.
 struct _TQInvalidHandle {
     using Handle = HANDLE;
-    static HANDLE Empty() noexcept { return reinterpret_cast<HANDLE>(~std::uintptr_t{0}); }
-    static bool IsEmpty(HANDLE handle) noexcept { return handle == nullptr || handle == Empty(); }
+    [[nodiscard]] static HANDLE Empty() noexcept { return reinterpret_cast<HANDLE>(~std::uintptr_t{0}); }
+    [[nodiscard]] static bool IsEmpty(HANDLE handle) noexcept {
+        return handle == nullptr || handle == Empty();
+    }
 };
 
 // The policies, one for each kind of handle. `Close` ends a handle that isn't empty; a failure is ignored.
@@ -133,7 +135,7 @@ class TQHandle {
         if (!C::IsEmpty(handle)) C::Close(handle);
     }
 
-    static Share* NewShare(RawHandle handle) {
+    [[nodiscard]] static Share* NewShare(RawHandle handle) {
         auto* share = new (std::nothrow) Share(handle);
         if (!share) {
             Closed(handle);
@@ -142,7 +144,7 @@ class TQHandle {
         return share;
     }
 
-    Share* Shared() const noexcept { return static_cast<Share*>(m_holder.Record()); }
+    [[nodiscard]] Share* Shared() const noexcept { return static_cast<Share*>(m_holder.Record()); }
 
     _TQRefHolder<_TQRefThrCount> m_holder;
 };

@@ -19,7 +19,7 @@ class _TQRefCount {
     void Add() noexcept { ++m_holders; }
     // True for the last holder.
     bool Drop() noexcept { return --m_holders == 0; }
-    ULONG Holders() const noexcept { return m_holders; }
+    [[nodiscard]] ULONG Holders() const noexcept { return m_holders; }
 
   private:
     ULONG m_holders = 1;
@@ -32,7 +32,7 @@ class _TQRefThrCount {
     void Add() noexcept { m_holders.fetch_add(1, std::memory_order_relaxed); }
     // The last holder sees all that the others did before they went.
     bool Drop() noexcept { return m_holders.fetch_sub(1, std::memory_order_acq_rel) == 1; }
-    ULONG Holders() const noexcept { return m_holders.load(std::memory_order_acquire); }
+    [[nodiscard]] ULONG Holders() const noexcept { return m_holders.load(std::memory_order_acquire); }
 
   private:
     std::atomic<ULONG> m_holders = 1;
@@ -66,8 +66,8 @@ class _TQRefHolder {
         if (m_record && m_record->count.Drop()) delete m_record;
     }
 
-    ULONG Holders() const noexcept { return m_record ? m_record->count.Holders() : 0; }
-    _TQRefRecord<Count>* Record() const noexcept { return m_record; }
+    [[nodiscard]] ULONG Holders() const noexcept { return m_record ? m_record->count.Holders() : 0; }
+    [[nodiscard]] _TQRefRecord<Count>* Record() const noexcept { return m_record; }
 
   private:
     _TQRefRecord<Count>* m_record = nullptr;
@@ -148,7 +148,7 @@ class TQSmartPtr {
         T* object;
     };
 
-    static Record* NewRecord(T* object) {
+    [[nodiscard]] static Record* NewRecord(T* object) {
         auto* record = new (std::nothrow) Record(object);
         if (!record) {
             P::End(object);
@@ -157,7 +157,7 @@ class TQSmartPtr {
         return record;
     }
 
-    T* Followed(const wchar_t* where) const {
+    [[nodiscard]] T* Followed(const wchar_t* where) const {
         if (!m_object) TQStdExceptions::ThrowAccessError(where);
         return m_object;
     }
