@@ -47,12 +47,21 @@ std::uint64_t Ask(Request request, const void* what, std::size_t size = 0) noexc
 #endif
 }
 
-// Before any lock of the library is made.
-[[gnu::init_priority(101)]] const bool g_onValgrind = Ask(Request::IsThere, nullptr) != 0;
+bool g_onValgrind = false;
 
 }  // namespace
 
-[[gnu::init_priority(101)]] bool g_hasRaceTool = __tsan_acquire || g_onValgrind;
+bool g_hasRaceTool = false;
+
+namespace {
+
+// Before any lock of the library is made.
+[[gnu::constructor(101)]] void LookForRaceTools() noexcept {
+    g_onValgrind = Ask(Request::IsThere, nullptr) != 0;
+    g_hasRaceTool = __tsan_acquire || g_onValgrind;
+}
+
+}  // namespace
 
 void TellToolReleased(const void* what) noexcept {
     if (__tsan_release) __tsan_release(const_cast<void*>(what));
