@@ -99,7 +99,7 @@ void ReadSettings(TQString& name, Arguments& arguments, Read read) {
 TQSvcHandle OpenToChange(const TQString& name) {
     TQSvcHandle service;
     if (!TQServiceMgr::ServiceInstalled(name.c_str(), service, SERVICE_CHANGE_CONFIG | SERVICE_START))
-        TQServiceCtrl(name).Config();  // which says that there is none
+        static_cast<void>(TQServiceCtrl(name).Config());  // which says that there is none
     return service;
 }
 

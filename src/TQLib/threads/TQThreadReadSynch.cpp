@@ -172,7 +172,7 @@ void TQThreadReadSynch::WaitForNoHolder(bool write) {
         } while (!m_state.compare_exchange_weak(state, state | Waiters, std::memory_order_relaxed));
         m_noHolder.Reset();
     }
-    m_noHolder.Wait(INFINITE);
+    static_cast<void>(m_noHolder.Wait(INFINITE));
 }
 
 void TQThreadReadSynch::UnLock() {
