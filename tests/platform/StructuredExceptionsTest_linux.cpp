@@ -1,5 +1,5 @@
 #include "TQLib/platform/Win32.h"
-#include "TQLib/platform/linux/process/StructuredExceptions.h"
+#include "TQLib/platform/linux/process/ExceptionRecords.h"
 #include "platform/StructuredExceptionsFaults.h"
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/CallsUnderWay.h"
-#include "TQLib/core/internal/Modules.h"
+#include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/ProcessEnd.h"
 #include "TQLib/text/memory/internal/Translated.h"

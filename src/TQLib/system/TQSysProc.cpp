@@ -1,7 +1,7 @@
 #include "TQLib/system/TQSysProc.h"
 
 #include "TQLib/core/internal/CallFailure.h"
-#include "TQLib/core/internal/Modules.h"
+#include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/SecID.h"
 #include "TQLib/system/internal/CurrentUser.h"

@@ -1,5 +1,5 @@
 #include "TQLib/core/TQException.h"
-#include "TQLib/core/internal/Modules.h"
+#include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/internal/DirectoryGroups.h"
 

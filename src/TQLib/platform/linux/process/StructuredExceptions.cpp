@@ -1,4 +1,4 @@
-#include "TQLib/platform/linux/process/StructuredExceptions.h"
+#include "TQLib/platform/linux/process/ExceptionRecords.h"
 
 #include "TQLib/platform/StructuredExceptions.h"
 #include "TQLib/platform/linux/base/FaultHandlers.h"

@@ -1,4 +1,4 @@
-#include "TQLib/core/internal/Modules.h"
+#include "TQLib/core/internal/ModuleLookup.h"
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/CallFailure.h"
