@@ -29,7 +29,7 @@ class TQLIB_API _TQService : public TQObject {
     virtual TQSvcStart StartType() const;
     virtual TQServiceOptions Options() const;
 
-    TQServiceRecord Status() const;
+    TQServiceRecord CurrentRecord() const;
     DWORD CurrentState() const;
     // Of the countdown that runs while a pending state lasts, in milliseconds.
     DWORD CountdownLeft() const;

@@ -33,7 +33,7 @@ class TQLIB_API TQServiceCtrl : public TQObject {
 
     const TQString& Name() const noexcept { return m_name; }
 
-    TQServiceStatus Status() const;
+    TQServiceStatus QueryStatus() const;
     // Of the process that the service runs in; 0 where it does not run.
     DWORD ProcessID() const;
     TQServiceConfig Config() const;

@@ -26,8 +26,11 @@ class TQLIB_API TQTime {
     // shows, and for years outside of 1601 to 30827.
     explicit TQTime(const Fields& fields);
 
-    // Now, by the local clock and in UTC.
+    // Now, by the local clock and in UTC. X11 has a macro with the first name, which stays its own.
+#pragma push_macro("CurrentTime")
+#undef CurrentTime
     static TQTime CurrentTime() noexcept;
+#pragma pop_macro("CurrentTime")
     static TQTime CurrentUTCTime() noexcept;
 
     constexpr bool IsNull() const noexcept { return m_ms == 0; }
