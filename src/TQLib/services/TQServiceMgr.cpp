@@ -205,7 +205,8 @@ void TQServiceMgr::InstallService(_TQService& service, const TQStringArray& argu
                    account = service.LogonAccount(), password = service.LogonPassword();
     const TQString commandLine = CommandLineText(TQSysProc::ModuleFileName(nullptr), arguments);
     InstallService(handle, name.c_str(), displayName.c_str(), commandLine.c_str(), account.c_str(),
-                   password.c_str(), service.CurrentRecord().serviceType, service.StartType(), service.Options());
+                   password.c_str(), service.CurrentRecord().serviceType, service.StartType(),
+                   service.Options());
 }
 
 void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, const wchar_t* displayName,

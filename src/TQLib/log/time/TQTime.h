@@ -7,6 +7,10 @@
 
 #include <span>
 
+// A macro in X11's headers, which stays its own.
+#pragma push_macro("CurrentTime")
+#undef CurrentTime
+
 namespace Quellan::Corvel {
 
 // A point in time with a precision of one millisecond, as a clock on the wall shows it: it does not know
@@ -26,11 +30,8 @@ class TQLIB_API TQTime {
     // shows, and for years outside of 1601 to 30827.
     explicit TQTime(const Fields& fields);
 
-    // Now, by the local clock and in UTC. X11 has a macro with the first name, which stays its own.
-#pragma push_macro("CurrentTime")
-#undef CurrentTime
+    // Now, by the local clock and in UTC.
     static TQTime CurrentTime() noexcept;
-#pragma pop_macro("CurrentTime")
     static TQTime CurrentUTCTime() noexcept;
 
     constexpr bool IsNull() const noexcept { return m_ms == 0; }
@@ -69,3 +70,5 @@ class TQLIB_API TQTime {
 };
 
 }  // namespace Quellan::Corvel
+
+#pragma pop_macro("CurrentTime")
