@@ -177,7 +177,7 @@ TEST_F(ExceptionRender, AnEventLoggedExceptionIsWrittenOnce) {
     silent.LogEvent();
     EXPECT_EQ(sink.Entries().size(), 1u);
     TQException(5u, L"", Level::Warning).LogEvent();
-    TQException(5u, L"", Level::Success).LogEvent();
+    TQException(5u, L"", Level::Succeeded).LogEvent();
     ASSERT_EQ(sink.Entries().size(), 3u);
     EXPECT_EQ(sink.Entries()[1].type, TQEventType::Warning);
     EXPECT_EQ(sink.Entries()[2].type, TQEventType::Information);

@@ -39,7 +39,7 @@ TEST(ExceptionCode, GivesTheLevel) {
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(0), Level::Error);
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(5), Level::Error);
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(0xFFFFFF), Level::Error);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x1000000), Level::Success);
+    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x1000000), Level::Succeeded);
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x40000005), Level::Information);
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x80070005), Level::Warning);
     EXPECT_EQ(_TQExceptionRoot::CodeLevel(0xC0000005), Level::Error);
@@ -55,8 +55,8 @@ TEST(ExceptionCode, NamesWhatHasNoNameToo) {
 
 TEST(ExceptionConstruction, TakesWhatIsGivenInPlaceOfWhatTheCodeSays) {
     const TQMsgRes store(77);
-    const TQException text(5u, L"text", Level::Success, Source::OS, 12), derived(0x80040007u, L"text"),
-        resource(5u, 10u, store, Level::Success, Source::OS, 12);
+    const TQException text(5u, L"text", Level::Succeeded, Source::OS, 12), derived(0x80040007u, L"text"),
+        resource(5u, 10u, store, Level::Succeeded, Source::OS, 12);
     for (const TQException* e : {&text, &resource}) {
         EXPECT_STREQ(e->ExcLevelName(), L"Success");
         EXPECT_STREQ(e->ExcSourceName(), L"OS");
@@ -65,7 +65,7 @@ TEST(ExceptionConstruction, TakesWhatIsGivenInPlaceOfWhatTheCodeSays) {
     }
     EXPECT_EQ(derived.ExcSource(), Source::App);
     EXPECT_EQ(derived.COMErrCode(), static_cast<LONG>(0x80040007));
-    EXPECT_NE(resource, TQException(5u, 11u, store, Level::Success, Source::OS, 12));
+    EXPECT_NE(resource, TQException(5u, 11u, store, Level::Succeeded, Source::OS, 12));
     EXPECT_EQ(Message(TQException(5u, static_cast<const wchar_t*>(nullptr))), L"");
 }
 

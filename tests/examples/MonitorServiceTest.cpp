@@ -74,7 +74,7 @@ TEST_F(MonitorAsAService, IsInstalledStartedControlledAndRemovedByItsWords) {
     AwaitInLog("    removed " + Folder());
 
     EXPECT_EQ(Word({"stop"}), 0);
-    const TQServiceRecord stopped = m_service.Status().Status();
+    const TQServiceRecord stopped = m_service.QueryStatus().Record();
     EXPECT_EQ(stopped.currentState, TQSvcState::Stopped);
     EXPECT_EQ(stopped.exitCode, 0u);
     EXPECT_EQ(Word({"uninstall"}), 0);
@@ -94,7 +94,7 @@ TEST_F(MonitorAsAService, EndsWithACodeWhereItIsNotToldWhatToWatch) {
     ASSERT_EQ(Word({"install"}), 0);
     EXPECT_EQ(Word({"start"}), 1);
     EXPECT_THAT(m_output, HasSubstr("[0x00000057]"));
-    EXPECT_EQ(m_service.Status().Status().exitCode, DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(m_service.QueryStatus().Record().exitCode, DWORD{ERROR_INVALID_PARAMETER});
 }
 
 }  // namespace

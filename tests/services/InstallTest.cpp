@@ -47,8 +47,8 @@ TEST_F(Install, FindsTheServiceInTheList) {
     const TQServiceStatus& found = list[L"tqtestFIRST"];
     EXPECT_EQ(found.Name(), FirstName);
     EXPECT_EQ(found.DisplayName(), L"Test");
-    EXPECT_EQ(found.Status().currentState, TQSvcState::Stopped);
-    EXPECT_EQ(found, TQServiceCtrl(FirstName).Status());
+    EXPECT_EQ(found.Record().currentState, TQSvcState::Stopped);
+    EXPECT_EQ(found, TQServiceCtrl(FirstName).QueryStatus());
     EXPECT_EQ(TQServiceCtrl::ServiceList(ServiceListType::Active).Find(FirstName), nullptr);
 }
 
@@ -103,7 +103,7 @@ TEST_F(Install, HandsTheProgramItsArgumentsAsTheyAre) {
 TEST_F(Install, SaysThatThereIsNoSuchService) {
     const TQServiceCtrl service(FirstName);
     constexpr DWORD code = ERROR_SERVICE_DOES_NOT_EXIST;
-    EXPECT_EQ(ThrownCode([&] { service.Status(); }), code);
+    EXPECT_EQ(ThrownCode([&] { service.QueryStatus(); }), code);
     EXPECT_EQ(ThrownCode([&] { service.Config(); }), code);
     EXPECT_EQ(ThrownCode([&] { service.ProcessID(); }), code);
     EXPECT_EQ(ThrownCode([&] { service.Start(); }), code);

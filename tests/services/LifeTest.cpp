@@ -24,7 +24,7 @@ TEST_F(Life, HasTheCodeOfTheExceptionThatEndedItsWork) {
     InstallProgram();
     service.Start({L"fail"});
     ASSERT_TRUE(service.WaitForState(S::Stopped, PatienceMs));
-    EXPECT_EQ(service.Status().Status().exitCode, FailureCode);
+    EXPECT_EQ(service.QueryStatus().Record().exitCode, FailureCode);
 }
 
 TEST_F(Life, GivesUpOnAStateThatDoesNotCome) {

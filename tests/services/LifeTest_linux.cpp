@@ -39,7 +39,7 @@ TEST_F(InstallLinux, RunsAgainAfterAFailureOfItsWork) {
     const TQServiceCtrl service(FirstName);
     service.Start({L"fail"});
     ASSERT_TRUE(service.WaitForState(TQSvcState::Stopped, PatienceMs));
-    EXPECT_EQ(service.Status().Status().exitCode, FailureCode);
+    EXPECT_EQ(service.QueryStatus().Record().exitCode, FailureCode);
     EXPECT_TRUE(service.WaitForState(TQSvcState::Running, PatienceMs));
     service.StopAndWait(PatienceMs);
 }

@@ -40,13 +40,13 @@ constexpr const char* Allowed[] = {"-yyyyyy", "y------", "-y-yyyy", "yy--y--",
 TEST_P(Transition, IsReportedOrIgnored) {
     const auto [from, to] = GetParam();
     Enter(from);
-    const TQServiceRecord before = service.Status();
+    const TQServiceRecord before = service.CurrentRecord();
     const std::size_t reports = manager.Reports(Name).size();
 
     service.SetState(to);
 
     if (Allowed[to - 1][from - 1] == '-') {
-        EXPECT_EQ(service.Status(), before);
+        EXPECT_EQ(service.CurrentRecord(), before);
         EXPECT_EQ(manager.Reports(Name).size(), reports);
         return;
     }
@@ -55,7 +55,7 @@ TEST_P(Transition, IsReportedOrIgnored) {
                                 .currentState = to,
                                 .controlsAccepted = to >= 4 ? Accepted : 0,
                                 .waitHint = isPending ? 30'000u : 0u};
-    EXPECT_EQ(service.Status(), after);
+    EXPECT_EQ(service.CurrentRecord(), after);
     // Stopped is never the first report.
     const bool isReported = !(from == S::Stopped && to == S::Stopped);
     ASSERT_EQ(manager.Reports(Name).size(), reports + (isReported ? 1 : 0));
@@ -208,6 +208,6 @@ TEST_F(Status, ThrowsWhatTheManagerRefusesAndKeepsTheState) {
 }
 
 TEST(SharedService, SaysThatItSharesItsProcess) {
-    EXPECT_EQ(TestService(L"Shared", false).Status().serviceType,
+    EXPECT_EQ(TestService(L"Shared", false).CurrentRecord().serviceType,
               static_cast<DWORD>(SERVICE_WIN32_SHARE_PROCESS));
 }

@@ -76,7 +76,7 @@ std::vector<SweptOperation> ServiceRows() {
         Swept("service copy", Service, [](TQServiceCtrl& service) { TQServiceCtrl{service}; }),
         Swept("service state", Service,
               [](TQServiceCtrl& service) {
-                  EXPECT_EQ(service.Status().Status().currentState, TQSvcState::Stopped);
+                  EXPECT_EQ(service.QueryStatus().Record().currentState, TQSvcState::Stopped);
                   EXPECT_EQ(service.ProcessID(), 0u);
                   EXPECT_TRUE(service.WaitForState(TQSvcState::Stopped, 0));
               }),

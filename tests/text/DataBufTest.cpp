@@ -59,7 +59,7 @@ using Level = _TQDataBufRoot::_SecureLevel;
 constexpr std::string_view Secret = "the password";
 
 template <unsigned N = TQMemory::Heap>
-TQDataBuf<char, N> Buffer(std::string_view text, Level level = Level::None) {
+TQDataBuf<char, N> Buffer(std::string_view text, Level level = Level::Plain) {
     return {text.data(), text.size(), level};
 }
 
@@ -161,7 +161,7 @@ TEST(DataBuf, ComparesByElements) {
 }
 
 TEST(DataBuf, AssignmentGivesTheStricterLevel) {
-    const Level levels[] = {Level::None, Level::Wipe, Level::WipeAndLock};
+    const Level levels[] = {Level::Plain, Level::Wipe, Level::WipeAndLock};
     for (const Level from : levels)
         for (const Level to : levels) {
             const auto source = Buffer("new", from);
@@ -200,7 +200,7 @@ constexpr auto HasSecret = [](const std::string& block) { return block.find(Secr
 constexpr auto IsWiped = [](const std::string& block) { return block.find_first_not_of('\0') == block.npos; };
 
 TYPED_TEST(DataBufRelease, LeavesTheContentsWithoutALevel) {
-    this->Make(Level::None).Clear();
+    this->Make(Level::Plain).Clear();
     EXPECT_THAT(this->Released(), ElementsAre(testing::Truly(HasSecret)));
 }
 
@@ -219,7 +219,7 @@ TYPED_TEST(DataBufRelease, WipesAtEveryRelease) {
     buffer.Clear();
     EXPECT_THAT(this->Released(), wipedBlock) << "cleared";
 
-    auto unprotected = this->Make(Level::None);
+    auto unprotected = this->Make(Level::Plain);
     unprotected = this->Make(Level::Wipe);
     this->Released();
     unprotected.Clear();

@@ -168,7 +168,7 @@ int Delete(Arguments& arguments, TQConsole& out) {
     const Options options = ReadOptions(arguments, 1, L"the name of one service",
                                         [](Options&, const TQString&) { return false; });
     const TQServiceCtrl service(options.names[0]);
-    const bool isStopped = service.Status().Status().currentState == TQSvcState::Stopped;
+    const bool isStopped = service.QueryStatus().Record().currentState == TQSvcState::Stopped;
     service.Delete();
     const TQString& name = service.Name();
     out.Show(isStopped ? TQString::Format(L"%s: deleted\n", name.c_str())

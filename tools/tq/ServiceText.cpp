@@ -24,7 +24,7 @@ const wchar_t* NameOf(TQSvcStart start) {
 
 const wchar_t* NameOf(TQSvcFailureAction::Kind kind) {
     switch (kind) {
-        case TQSvcFailureAction::Kind::None:
+        case TQSvcFailureAction::Kind::Nothing:
             return L"nothing";
         case TQSvcFailureAction::Kind::Restart:
             return L"restart";
@@ -123,7 +123,7 @@ TQString JsonActions(const TQServiceOptions& options) {
 void PrintServiceJson(const TQServiceStatus& status, DWORD process, const TQServiceConfig& config,
                       TQConsole& out) {
     TQString json = TQString::Format(L"{%s, %s, \"process\": %u, ", JsonName(status).c_str(),
-                                     JsonStatus(status.Status()).c_str(), process);
+                                     JsonStatus(status.Record()).c_str(), process);
     json.AppendFormat(L"\"commandLine\": %s, \"account\": %s, \"start\": %s, \"delayed\": %s, ",
                       JsonString(config.commandLine).c_str(), JsonString(config.account).c_str(),
                       JsonString(NameOf(config.start)).c_str(),
@@ -143,19 +143,19 @@ void PrintList(const TQServiceList& services, bool isJson, TQConsole& out) {
         TQString json = L"[";
         for (const TQServiceStatus& service : services)
             json.AppendFormat(L"%s  {%s, %s}", json.Length() == 1 ? L"\n" : L",\n", JsonName(service).c_str(),
-                              JsonStatus(service.Status()).c_str());
+                              JsonStatus(service.Record()).c_str());
         out.Write(json.Append(L"\n]\n"));
         return;
     }
     Table table;
     table.Add({L"Name", L"State", L"Display name"});
     for (const TQServiceStatus& service : services)
-        table.Add({service.Name(), TQSvcState::Name(service.Status().currentState), service.DisplayName()});
+        table.Add({service.Name(), TQSvcState::Name(service.Record().currentState), service.DisplayName()});
     table.Print(out);
 }
 
 void PrintService(const TQServiceCtrl& service, bool isJson, TQConsole& out) {
-    const TQServiceStatus status = service.Status();
+    const TQServiceStatus status = service.QueryStatus();
     const DWORD process = service.ProcessID();
     const TQServiceConfig config = service.Config();
     if (isJson) return PrintServiceJson(status, process, config, out);
@@ -163,7 +163,7 @@ void PrintService(const TQServiceCtrl& service, bool isJson, TQConsole& out) {
     table.Add({L"Name", status.Name()});
     table.Add({L"Display name", status.DisplayName()});
     table.Add({L"Description", OrDash(config.options.description)});
-    AddStatus(table, status.Status());
+    AddStatus(table, status.Record());
     table.Add({L"Process", process ? TQString::Format(L"%u", process) : TQString(L"-")});
     table.Add({L"Command line", config.commandLine});
     table.Add({L"Account", OrDash(config.account)});

@@ -12,7 +12,7 @@ namespace {
 
 TQEventType EventType(_TQExceptionRoot::Level level) {
     switch (level) {
-        case _TQExceptionRoot::Level::Success:
+        case _TQExceptionRoot::Level::Succeeded:
         case _TQExceptionRoot::Level::Information:
             return TQEventType::Information;
         case _TQExceptionRoot::Level::Warning:

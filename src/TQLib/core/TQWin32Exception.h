@@ -19,7 +19,7 @@ namespace Quellan::Corvel {
 // The two enumerations of the family and what a code says of itself.
 class TQLIB_API _TQExceptionRoot {
   public:
-    enum class Level : unsigned int { Success = 0, Information = 1, Warning = 2, Error = 3, Unknown = 4 };
+    enum class Level : unsigned int { Succeeded = 0, Information = 1, Warning = 2, Error = 3, Unknown = 4 };
     // `Facility` is what the facilities of the platform's subsystems give; it has no entry in the table of
     // names.
     enum class Source : unsigned int { Unknown = 0, App = 1, OS = 2, SubSystem = 3, Facility = 4 };

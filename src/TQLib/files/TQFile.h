@@ -20,7 +20,7 @@ namespace Quellan::Corvel {
 class TQLIB_API _TQFile : public TQObject {
   public:
     // What others may do with the file meanwhile. The values are the platform's and can be combined.
-    enum class FileShare : DWORD { None = 0, Read = 1, Write = 2, Delete = 4 };
+    enum class FileShare : DWORD { Nothing = 0, Read = 1, Write = 2, Delete = 4 };
     friend constexpr FileShare operator|(FileShare left, FileShare right) noexcept {
         return static_cast<FileShare>(static_cast<DWORD>(left) | static_cast<DWORD>(right));
     }

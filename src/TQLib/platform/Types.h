@@ -55,7 +55,11 @@ using ULONG = DWORD;
 using HRESULT = LONG;
 using BYTE = unsigned char;
 using WORD = unsigned short;
+// A macro for the same type in unixODBC's headers, which stays its own.
+#pragma push_macro("BOOL")
+#undef BOOL
 using BOOL = int;
+#pragma pop_macro("BOOL")
 using UINT = unsigned int;
 using WCHAR = wchar_t;
 using ULONGLONG = unsigned long long;

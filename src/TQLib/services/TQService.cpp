@@ -104,13 +104,13 @@ DWORD _TQService::PendingBudget() const {
     return BudgetMs;
 }
 
-TQServiceRecord _TQService::Status() const {
+TQServiceRecord _TQService::CurrentRecord() const {
     const TQThreadSynch::TQSynchLock guard(m_lock);
     return m_record;
 }
 
 DWORD _TQService::CurrentState() const {
-    return Status().currentState;
+    return CurrentRecord().currentState;
 }
 
 DWORD _TQService::CountdownLeft() const {

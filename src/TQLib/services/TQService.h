@@ -29,7 +29,7 @@ class TQLIB_API _TQService : public TQObject {
     [[nodiscard]] virtual TQSvcStart StartType() const;
     [[nodiscard]] virtual TQServiceOptions Options() const;
 
-    [[nodiscard]] TQServiceRecord Status() const;
+    [[nodiscard]] TQServiceRecord CurrentRecord() const;
     [[nodiscard]] DWORD CurrentState() const;
     // Of the countdown that runs while a pending state lasts, in milliseconds.
     [[nodiscard]] DWORD CountdownLeft() const;

@@ -67,7 +67,7 @@ TQSvcHandle TQServiceCtrl::Open(DWORD access) const {
     return OpenInstalled(m_machine.c_str(), m_name.c_str(), access);
 }
 
-TQServiceStatus TQServiceCtrl::Status() const {
+TQServiceStatus TQServiceCtrl::QueryStatus() const {
     const TQSvcHandle service = Open(SERVICE_QUERY_STATUS | SERVICE_QUERY_CONFIG);
     return {m_name, QueryConfig(service, m_name.c_str()).displayName, QueryRecord(service, m_name.c_str())};
 }

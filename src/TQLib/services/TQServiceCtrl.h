@@ -33,7 +33,7 @@ class TQLIB_API TQServiceCtrl : public TQObject {
 
     [[nodiscard]] const TQString& Name() const noexcept { return m_name; }
 
-    [[nodiscard]] TQServiceStatus Status() const;
+    [[nodiscard]] TQServiceStatus QueryStatus() const;
     // Of the process that the service runs in; 0 where it does not run.
     [[nodiscard]] DWORD ProcessID() const;
     [[nodiscard]] TQServiceConfig Config() const;

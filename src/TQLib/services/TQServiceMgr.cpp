@@ -151,7 +151,7 @@ LONG TQServiceMgr::Dispatch() {
     const DWORD code = ServiceHost::Current().Dispatch(table.data()) ? ERROR_SUCCESS : GetLastError();
     InsideService::WaitForNone();
     if (code) throw TQSysException(code, L"TQServiceMgr::RunServices");
-    const auto hasFailed = [](const _TQService* service) { return service->Status().exitCode != 0; };
+    const auto hasFailed = [](const _TQService* service) { return service->CurrentRecord().exitCode != 0; };
     return std::ranges::any_of(HostedServices(), hasFailed) ? 1 : 0;
 }
 
@@ -205,7 +205,8 @@ void TQServiceMgr::InstallService(_TQService& service, const TQStringArray& argu
                    account = service.LogonAccount(), password = service.LogonPassword();
     const TQString commandLine = CommandLineText(TQSysProc::ModuleFileName(nullptr), arguments);
     InstallService(handle, name.c_str(), displayName.c_str(), commandLine.c_str(), account.c_str(),
-                   password.c_str(), service.Status().serviceType, service.StartType(), service.Options());
+                   password.c_str(), service.CurrentRecord().serviceType, service.StartType(),
+                   service.Options());
 }
 
 void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, const wchar_t* displayName,

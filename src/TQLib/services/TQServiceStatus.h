@@ -70,7 +70,7 @@ class TQLIB_API TQServiceStatus : public TQObject {
 
     [[nodiscard]] const TQString& Name() const noexcept { return m_name; }
     [[nodiscard]] const TQString& DisplayName() const noexcept { return m_displayName; }
-    [[nodiscard]] const TQServiceRecord& Status() const noexcept { return m_record; }
+    [[nodiscard]] const TQServiceRecord& Record() const noexcept { return m_record; }
 
     // Field by field; the case of names counts.
     friend TQLIB_API bool operator==(const TQServiceStatus& left, const TQServiceStatus& right) noexcept;
@@ -87,8 +87,8 @@ enum class TQSvcStart : DWORD { Auto = 2, Demand = 3, Disabled = 4 };
 // What the manager does when a service has failed, a first time, a second time and so on; the last action is
 // repeated. The values are the platform's.
 struct TQSvcFailureAction {
-    enum class Kind : DWORD { None = 0, Restart = 1, Reboot = 2, RunCommand = 3 };
-    Kind kind = Kind::None;
+    enum class Kind : DWORD { Nothing = 0, Restart = 1, Reboot = 2, RunCommand = 3 };
+    Kind kind = Kind::Nothing;
     DWORD delayMs = 0;
 
     bool operator==(const TQSvcFailureAction&) const noexcept = default;

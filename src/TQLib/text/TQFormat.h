@@ -61,7 +61,7 @@ struct _TQFormatSpec {
         WidthArgument = 32,
         PrecisionArgument = 64
     };
-    enum class Size : WORD { None, Byte, Short, Long, Int64, Pointer, Wide, LongDouble };
+    enum class Size : WORD { Natural, Byte, Short, Long, Int64, Pointer, Wide, LongDouble };
 
     // Reads what stands behind a %; returns where the format goes on. The conversion is 0
     // where the format ends too early; numbers past `TQFormatMaxField` stay just above it.
@@ -80,7 +80,7 @@ struct _TQFormatSpec {
 
     BYTE flags = 0;
     char conversion = 0;
-    Size size = Size::None;
+    Size size = Size::Natural;
     int width = 0;
     int precision = -1;  // -1: none given
 };
@@ -294,15 +294,15 @@ constexpr bool _TQFormatSpec::Takes(TQFormatArg::Kind kind, bool wideFormat) con
         case 'c':
         case 'C':
             return kind == Kind::Integer &&
-                   (size == Size::None || size == Size::Short || size == Size::Long || size == Size::Wide);
+                   (size == Size::Natural || size == Size::Short || size == Size::Long || size == Size::Wide);
         case 's':
         case 'S':
-            if (size != Size::None && size != Size::Short && size != Size::Long && size != Size::Wide)
+            if (size != Size::Natural && size != Size::Short && size != Size::Long && size != Size::Wide)
                 return false;
             return TakesWide(wideFormat) ? kind == Kind::WidePointer || kind == Kind::WideView
                                          : kind == Kind::NarrowPointer || kind == Kind::NarrowView;
         case 'p':
-            return size == Size::None &&
+            return size == Size::Natural &&
                    (kind == Kind::Pointer || kind == Kind::WidePointer || kind == Kind::NarrowPointer);
         case 'e':
         case 'E':
@@ -313,7 +313,7 @@ constexpr bool _TQFormatSpec::Takes(TQFormatArg::Kind kind, bool wideFormat) con
         case 'a':
         case 'A':
             return kind == Kind::Real &&
-                   (size == Size::None || size == Size::Long || size == Size::LongDouble);
+                   (size == Size::Natural || size == Size::Long || size == Size::LongDouble);
         default:
             return false;
     }

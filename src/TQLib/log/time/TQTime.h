@@ -7,6 +7,10 @@
 
 #include <span>
 
+// A macro in X11's headers, which stays its own.
+#pragma push_macro("CurrentTime")
+#undef CurrentTime
+
 namespace Quellan::Corvel {
 
 // A point in time with a precision of one millisecond, as a clock on the wall shows it: it does not know
@@ -66,3 +70,5 @@ class TQLIB_API TQTime {
 };
 
 }  // namespace Quellan::Corvel
+
+#pragma pop_macro("CurrentTime")

@@ -98,7 +98,7 @@ void Status(Context& context) {
     for (const _TQService* service : context.services) {
         const TQServiceCtrl control(service->ServiceName());
         TQString line = TQString::Format(L"%s: %s", control.Name().c_str(),
-                                         TQSvcState::Name(control.Status().Status().currentState));
+                                         TQSvcState::Name(control.QueryStatus().Record().currentState));
         if (const DWORD process = control.ProcessID()) line.AppendFormat(L", process %u", process);
         context.Say(line);
     }

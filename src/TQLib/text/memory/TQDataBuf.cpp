@@ -112,7 +112,7 @@ void _TQDataBufRoot::Splice(std::size_t at, std::size_t removed, const void* sou
 
     if (to != m_block)
         ReplaceBlock(to, capacity);
-    else if (bytes < m_bytes && m_level != _SecureLevel::None)
+    else if (bytes < m_bytes && m_level != _SecureLevel::Plain)
         Wipe(m_block + bytes, m_bytes - bytes);
     m_bytes = bytes;
     if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
@@ -174,7 +174,7 @@ BYTE* _TQDataBufRoot::NewBlock(std::size_t capacity, const wchar_t* where) const
 void _TQDataBufRoot::ReplaceBlock(BYTE* block, std::size_t capacity) noexcept {
     if (m_block) {
         const DWORD lastError = GetLastError();
-        if (m_level != _SecureLevel::None) Wipe(m_block, m_capacity);
+        if (m_level != _SecureLevel::Plain) Wipe(m_block, m_capacity);
         Memory().Release(m_block, m_capacity);
         SetLastError(lastError);
     }

@@ -17,7 +17,7 @@ class TQLIB_API _TQDataBufRoot {
   public:
     // How the memory of a buffer is protected for as long as the buffer lives.
     enum class _SecureLevel : BYTE {
-        None,
+        Plain,
         // Overwritten with zeros before it is given back, and wherever contents are dropped: by shrinking, by
         // moving to a larger block, by Clear and by the destructor.
         Wipe,
@@ -104,8 +104,8 @@ class TQDataBuf : public _TQDataBufRoot {
 
     TQDataBuf() noexcept;
     explicit TQDataBuf(_SecureLevel level) noexcept;
-    explicit TQDataBuf(ULONGLONG count, _SecureLevel level = _SecureLevel::None);
-    TQDataBuf(const T* source, ULONGLONG count, _SecureLevel level = _SecureLevel::None);
+    explicit TQDataBuf(ULONGLONG count, _SecureLevel level = _SecureLevel::Plain);
+    TQDataBuf(const T* source, ULONGLONG count, _SecureLevel level = _SecureLevel::Plain);
     TQDataBuf(const TQDataBuf& other);
     TQDataBuf(TQDataBuf&& other) noexcept;
     TQDataBuf& operator=(const TQDataBuf& other);
@@ -154,7 +154,7 @@ using DynBYTEBuf = TQDataBuf<BYTE, TQMemory::Local>;
 using TCHARBuf = TQDataBuf<wchar_t, TQMemory::Heap>;
 
 template <class T, unsigned N>
-TQDataBuf<T, N>::TQDataBuf() noexcept : TQDataBuf(_SecureLevel::None) {}
+TQDataBuf<T, N>::TQDataBuf() noexcept : TQDataBuf(_SecureLevel::Plain) {}
 
 template <class T, unsigned N>
 TQDataBuf<T, N>::TQDataBuf(_SecureLevel level) noexcept : _TQDataBufRoot(TQAllocatorFor<N>(), level) {}
@@ -313,7 +313,7 @@ template <class T, unsigned N>
 bool operator==(const TQDataBuf<T, N>& left, const TQDataBuf<T, N>& right) noexcept {
     using Level = _TQDataBufRoot::_SecureLevel;
     if constexpr (std::has_unique_object_representations_v<T>)
-        if (left.SecureLevel() != Level::None || right.SecureLevel() != Level::None)
+        if (left.SecureLevel() != Level::Plain || right.SecureLevel() != Level::Plain)
             return left.EqualsSecret(right);
     return std::equal(left.begin(), left.end(), right.begin(), right.end());
 }

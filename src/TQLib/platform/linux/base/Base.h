@@ -13,8 +13,15 @@ using LPVOID = void*;
 using LPWSTR = wchar_t*;
 using LPCWSTR = const wchar_t*;
 
+// Macros in the headers of curses, GLib and others, which stay their own.
+#pragma push_macro("FALSE")
+#pragma push_macro("TRUE")
+#undef FALSE
+#undef TRUE
 inline constexpr BOOL FALSE = 0;
 inline constexpr BOOL TRUE = 1;
+#pragma pop_macro("TRUE")
+#pragma pop_macro("FALSE")
 inline constexpr DWORD MAX_PATH = 260;
 
 // Rights to objects of every kind.
