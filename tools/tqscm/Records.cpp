@@ -86,6 +86,7 @@ void Records::Create(const std::string& name, const ServiceConfig& config, Done 
         if (const auto there = m_table.All().find(key); there != m_table.All().end())
             return there->second->isMarked ? ERROR_SERVICE_MARKED_FOR_DELETE : ERROR_SERVICE_EXISTS;
         if (made->displayName.empty()) made->displayName = name;
+        if (made->delayed && made->start != SERVICE_AUTO_START) return ERROR_INVALID_PARAMETER;
         work = [name, made] {
             const DWORD code = CheckAccount(made->account);
             return code ? code : CreateRecord(name, *made);

@@ -2,6 +2,7 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/platform/ServiceControl.h"
 #include "TQLib/services/TQServiceCtrl.h"
 #include "TQLib/services/internal/CommandLineText.h"
 #include "TQLib/services/internal/InsideService.h"
@@ -13,7 +14,9 @@
 #include "TQLib/threads/internal/GuardedStep.h"
 
 #include <algorithm>
+#include <array>
 #include <list>
+#include <span>
 
 namespace Quellan::Corvel {
 
@@ -41,45 +44,55 @@ Hosted& TheHosted() {
     return *hosted;
 }
 
-template <class Info>
-void Configure(const TQSvcHandle& service, const wchar_t* name, DWORD level, Info info) {
-    if (!ChangeServiceConfig2W(service.Get(), level, &info)) ThrowServiceFailure(name);
-}
+// What the platform is told of the options of a service, in its own structures.
+class OptionSettings {
+  public:
+    OptionSettings(TQSvcStart start, const TQServiceOptions& options) {
+        m_description.lpDescription = TextOrNull(m_descriptionText, options.description);
+        if (m_description.lpDescription) Add(SERVICE_CONFIG_DESCRIPTION, m_description);
+        if (options.isStartDelayed && start == TQSvcStart::Auto)
+            Add(SERVICE_CONFIG_DELAYED_AUTO_START_INFO, m_delayed);
+        if (!options.failureActions.empty()) AddFailureActions(options);
+    }
+    OptionSettings(const OptionSettings&) = delete;
+    OptionSettings& operator=(const OptionSettings&) = delete;
 
-// An empty text is not there.
-wchar_t* TextOrNull(TCHARBuf& buffer, const TQString& text) {
-    if (text.IsEmpty()) return nullptr;
-    buffer.Assign(text.c_str(), text.Length() + 1);
-    return buffer.Data();
-}
+    std::span<const Platform::ServiceSetting> All() const { return {m_all.data(), m_count}; }
 
-void ApplyOptions(const TQSvcHandle& service, const wchar_t* name, TQSvcStart start,
-                  const TQServiceOptions& options) {
-    TCHARBuf text;
-    if (wchar_t* const description = TextOrNull(text, options.description))
-        Configure(service, name, SERVICE_CONFIG_DESCRIPTION, SERVICE_DESCRIPTIONW{description});
-    if (options.isStartDelayed && start == TQSvcStart::Auto)
-        Configure(service, name, SERVICE_CONFIG_DELAYED_AUTO_START_INFO,
-                  SERVICE_DELAYED_AUTO_START_INFO{TRUE});
-    if (options.failureActions.empty()) return;
-    std::vector<SC_ACTION> actions;
-    Translated(L"TQServiceMgr::InstallService", [&] {
+  private:
+    // An empty text is not there.
+    static wchar_t* TextOrNull(TCHARBuf& buffer, const TQString& text) {
+        if (text.IsEmpty()) return nullptr;
+        buffer.Assign(text.c_str(), text.Length() + 1);
+        return buffer.Data();
+    }
+    template <class Info>
+    void Add(DWORD level, Info& info) {
+        m_all[m_count++] = {level, &info};
+    }
+    void AddFailureActions(const TQServiceOptions& options) {
         for (const TQSvcFailureAction& action : options.failureActions)
-            actions.push_back({static_cast<SC_ACTION_TYPE>(action.kind), action.delayMs});
-    });
-    Configure(service, name, SERVICE_CONFIG_FAILURE_ACTIONS,
-              SERVICE_FAILURE_ACTIONSW{.dwResetPeriod = options.failureResetSeconds,
-                                       .lpRebootMsg = nullptr,
-                                       .lpCommand = TextOrNull(text, options.failureCommand),
-                                       .cActions = static_cast<DWORD>(actions.size()),
-                                       .lpsaActions = actions.data()});
-    // Services of this library report what has failed as an exit code, and do not die of it. A manager that
-    // does not know of that acts on crashes alone.
-    SERVICE_FAILURE_ACTIONS_FLAG onExitCodeToo{TRUE};
-    if (!ChangeServiceConfig2W(service.Get(), SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, &onExitCodeToo) &&
-        GetLastError() != ERROR_INVALID_LEVEL)
-        ThrowServiceFailure(name);
-}
+            m_actions.push_back({static_cast<SC_ACTION_TYPE>(action.kind), action.delayMs});
+        m_failure = {.dwResetPeriod = options.failureResetSeconds,
+                     .lpRebootMsg = nullptr,
+                     .lpCommand = TextOrNull(m_commandText, options.failureCommand),
+                     .cActions = static_cast<DWORD>(m_actions.size()),
+                     .lpsaActions = m_actions.data()};
+        Add(SERVICE_CONFIG_FAILURE_ACTIONS, m_failure);
+        // Services of this library report what has failed as an exit code, and do not die of it. A manager that
+        // does not know of that acts on crashes alone.
+        Add(SERVICE_CONFIG_FAILURE_ACTIONS_FLAG, m_onExitCodeToo);
+    }
+
+    TCHARBuf m_descriptionText, m_commandText;
+    std::vector<SC_ACTION> m_actions;
+    SERVICE_DESCRIPTIONW m_description{};
+    SERVICE_DELAYED_AUTO_START_INFO m_delayed{TRUE};
+    SERVICE_FAILURE_ACTIONSW m_failure{};
+    SERVICE_FAILURE_ACTIONS_FLAG m_onExitCodeToo{TRUE};
+    std::array<Platform::ServiceSetting, 4> m_all{};
+    std::size_t m_count = 0;
+};
 
 }  // namespace
 
@@ -217,20 +230,16 @@ void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, con
         TQStdExceptions::ThrowParameterInvalidError(L"TQServiceMgr::InstallService");
     const TQString dependencies = TextList(options.dependencies);
     const TQSvcHandle manager = OpenManager(nullptr, SC_MANAGER_CREATE_SERVICE);
-    TQSvcHandle created(CreateServiceW(manager.Get(), name, orNull(displayName) ? displayName : name,
-                                         SERVICE_ALL_ACCESS, type, static_cast<DWORD>(start),
-                                         SERVICE_ERROR_NORMAL, commandLine, nullptr, nullptr,
-                                         dependencies.IsEmpty() ? nullptr : dependencies.c_str(),
-                                         orNull(account), orNull(account) ? orNull(password) : nullptr));
-    if (!created) ThrowServiceFailure(name);
-    try {
-        ApplyOptions(created, name, start, options);
-    } catch (...) {
-        const _TQLastErrorKeeper keeper;
-        DeleteService(created.Get());
-        throw;
-    }
-    service = created;
+    Translated(L"TQServiceMgr::InstallService", [&] {
+        const OptionSettings settings(start, options);
+        TQSvcHandle created(Platform::CreateServiceWith(
+            settings.All(), manager.Get(), name, orNull(displayName) ? displayName : name, SERVICE_ALL_ACCESS,
+            type, static_cast<DWORD>(start), SERVICE_ERROR_NORMAL, commandLine,
+            dependencies.IsEmpty() ? nullptr : dependencies.c_str(), orNull(account),
+            orNull(account) ? orNull(password) : nullptr));
+        if (!created) ThrowServiceFailure(name);
+        service = created;
+    });
 }
 
 bool TQServiceMgr::ServiceInstalled(const wchar_t* name, TQSvcHandle& service, DWORD access) {

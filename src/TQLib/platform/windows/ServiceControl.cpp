@@ -12,7 +12,28 @@ namespace {
 constexpr DWORD FirstPollMs = 5;
 constexpr DWORD LastPollMs = 200;
 
+bool Set(SC_HANDLE service, const ServiceSetting& setting) noexcept {
+    return ChangeServiceConfig2W(service, setting.level, setting.info) ||
+           (setting.level == SERVICE_CONFIG_FAILURE_ACTIONS_FLAG && GetLastError() == ERROR_INVALID_LEVEL);
+}
+
 }  // namespace
+
+SC_HANDLE CreateServiceWith(std::span<const ServiceSetting> settings, SC_HANDLE manager, const wchar_t* name,
+                            const wchar_t* displayName, DWORD access, DWORD type, DWORD start,
+                            DWORD errorControl, const wchar_t* commandLine, const wchar_t* dependencies,
+                            const wchar_t* account, const wchar_t* password) noexcept {
+    const SC_HANDLE service =
+        CreateServiceW(manager, name, displayName, access, type, start, errorControl, commandLine, nullptr,
+                       nullptr, dependencies, account, password);
+    if (!service || std::ranges::all_of(settings, [&](const auto& setting) { return Set(service, setting); }))
+        return service;
+    const DWORD code = GetLastError();
+    DeleteService(service);
+    CloseServiceHandle(service);
+    SetLastError(code);
+    return nullptr;
+}
 
 DWORD KillService(SC_HANDLE service) noexcept {
     SERVICE_STATUS_PROCESS status;

@@ -1,4 +1,6 @@
 // What is known and set of a service beside its state.
+#include "TQLib/platform/linux/services/ServiceSettings.h"
+
 #include "TQLib/platform/linux/accounts/Packer.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
@@ -26,31 +28,6 @@ DWORD ReadActions(const SERVICE_FAILURE_ACTIONSW& given, FailureActions& failure
 
 void ReadSetting(const wchar_t* text, std::optional<std::string>& field) {
     if (text) field = ToUtf8(text);
-}
-
-DWORD ReadLevel(DWORD level, const void* info, ServiceChange& change) {
-    switch (level) {
-        case SERVICE_CONFIG_DESCRIPTION:
-            ReadSetting(static_cast<const SERVICE_DESCRIPTIONW*>(info)->lpDescription, change.description);
-            return ERROR_SUCCESS;
-        case SERVICE_CONFIG_FAILURE_ACTIONS: {
-            const auto& given = *static_cast<const SERVICE_FAILURE_ACTIONSW*>(info);
-            ReadSetting(given.lpRebootMsg, change.rebootMessage);
-            ReadSetting(given.lpCommand, change.failureCommand);
-            return given.lpsaActions ? ReadActions(given, change.failure.emplace()) : ERROR_SUCCESS;
-        }
-        case SERVICE_CONFIG_DELAYED_AUTO_START_INFO:
-            change.delayed =
-                static_cast<const SERVICE_DELAYED_AUTO_START_INFO*>(info)->fDelayedAutostart != 0;
-            return ERROR_SUCCESS;
-        case SERVICE_CONFIG_FAILURE_ACTIONS_FLAG:
-            change.failsWithoutCrash =
-                static_cast<const SERVICE_FAILURE_ACTIONS_FLAG*>(info)->fFailureActionsOnNonCrashFailures !=
-                0;
-            return ERROR_SUCCESS;
-        default:
-            return ERROR_INVALID_LEVEL;
-    }
 }
 
 wchar_t* PutTexts(Packer& packer, const std::vector<std::string>& texts) {
@@ -143,12 +120,37 @@ BOOL QueryConfig(SC_HANDLE service, void* buffer, DWORD size, DWORD* needed, Put
 
 }  // namespace
 
+DWORD ReadServiceSetting(DWORD level, const void* info, ServiceChange& change) {
+    if (DWORD code = FaultDue("ChangeServiceConfig2W")) return code;
+    if (!info) return ERROR_INVALID_PARAMETER;
+    switch (level) {
+        case SERVICE_CONFIG_DESCRIPTION:
+            ReadSetting(static_cast<const SERVICE_DESCRIPTIONW*>(info)->lpDescription, change.description);
+            return ERROR_SUCCESS;
+        case SERVICE_CONFIG_FAILURE_ACTIONS: {
+            const auto& given = *static_cast<const SERVICE_FAILURE_ACTIONSW*>(info);
+            ReadSetting(given.lpRebootMsg, change.rebootMessage);
+            ReadSetting(given.lpCommand, change.failureCommand);
+            return given.lpsaActions ? ReadActions(given, change.failure.emplace()) : ERROR_SUCCESS;
+        }
+        case SERVICE_CONFIG_DELAYED_AUTO_START_INFO:
+            change.delayed =
+                static_cast<const SERVICE_DELAYED_AUTO_START_INFO*>(info)->fDelayedAutostart != 0;
+            return ERROR_SUCCESS;
+        case SERVICE_CONFIG_FAILURE_ACTIONS_FLAG:
+            change.failsWithoutCrash =
+                static_cast<const SERVICE_FAILURE_ACTIONS_FLAG*>(info)->fFailureActionsOnNonCrashFailures !=
+                0;
+            return ERROR_SUCCESS;
+        default:
+            return ERROR_INVALID_LEVEL;
+    }
+}
+
 BOOL ChangeServiceConfig2W(SC_HANDLE service, DWORD level, void* info) noexcept {
-    if (DWORD code = FaultDue("ChangeServiceConfig2W")) return Fail(code, FALSE);
-    if (!info) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     return WithServiceHandle<ServiceHandle>(service, [&](ServiceClient& client) {
         ChangeServiceMessage request;
-        const DWORD code = ReadLevel(level, info, request.change);
+        const DWORD code = ReadServiceSetting(level, info, request.change);
         return code ? code : client.Ask(request);
     });
 }

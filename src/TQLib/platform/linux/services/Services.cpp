@@ -1,11 +1,13 @@
 #include "TQLib/platform/linux/services/Services.h"
 
+#include "TQLib/platform/ServiceControl.h"
 #include "TQLib/platform/linux/accounts/AccountNames.h"
 #include "TQLib/platform/linux/accounts/Packer.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/services/ServiceClient.h"
+#include "TQLib/platform/linux/services/ServiceSettings.h"
 
 #include <algorithm>
 #include <cstring>
@@ -147,6 +149,25 @@ BOOL FindName(SC_HANDLE manager, DWORD byDisplayName, const wchar_t* name, wchar
     });
 }
 
+// Creates what `read` says.
+template <class Read>
+SC_HANDLE Create(SC_HANDLE manager, const wchar_t* name, DWORD access, Read read) noexcept {
+    if (DWORD code = FaultDue("CreateServiceW")) return Fail<SC_HANDLE>(code, nullptr);
+    if (!name) return Fail<SC_HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
+    SC_HANDLE handle = nullptr;
+    WithServiceHandle<ManagerHandle>(manager, [&](const ServiceClient& client) {
+        if (!(client.Access() & SC_MANAGER_CREATE_SERVICE)) return DWORD{ERROR_ACCESS_DENIED};
+        ServiceChange given;
+        if (DWORD code = read(given)) return code;
+        // What was not given is nothing, or a number that no service has.
+        CreateServiceMessage request{ServiceProtocolVersion, access, ToUtf8(name), {}};
+        request.config.type = request.config.start = request.config.errorControl = SERVICE_NO_CHANGE;
+        given.ApplyTo(request.config);
+        return NewServiceHandle<ServiceHandle>(request, handle);
+    });
+    return handle;
+}
+
 }  // namespace
 
 SC_HANDLE OpenSCManagerW(const wchar_t* machine, const wchar_t* database, DWORD access) noexcept {
@@ -182,22 +203,23 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, const wchar_t* name, const wchar_t* 
                          DWORD type, DWORD start, DWORD errorControl, const wchar_t* commandLine,
                          const wchar_t* group, DWORD* tag, const wchar_t* dependencies,
                          const wchar_t* account, const wchar_t*) noexcept {
-    if (DWORD code = FaultDue("CreateServiceW")) return Fail<SC_HANDLE>(code, nullptr);
-    if (!name) return Fail<SC_HANDLE>(ERROR_INVALID_PARAMETER, nullptr);
-    SC_HANDLE handle = nullptr;
-    WithServiceHandle<ManagerHandle>(manager, [&](const ServiceClient& client) {
-        if (!(client.Access() & SC_MANAGER_CREATE_SERVICE)) return DWORD{ERROR_ACCESS_DENIED};
-        ServiceChange given;
-        if (DWORD code = ReadChange(displayName, type, start, errorControl, commandLine, group, tag,
-                                    dependencies, account, given))
-            return code;
-        // What was not given is nothing, or a number that no service has.
-        CreateServiceMessage request{ServiceProtocolVersion, access, ToUtf8(name), {}};
-        request.config.type = request.config.start = request.config.errorControl = SERVICE_NO_CHANGE;
-        given.ApplyTo(request.config);
-        return NewServiceHandle<ServiceHandle>(request, handle);
+    return Create(manager, name, access, [&](ServiceChange& given) {
+        return ReadChange(displayName, type, start, errorControl, commandLine, group, tag, dependencies, account,
+                          given);
     });
-    return handle;
+}
+
+SC_HANDLE CreateServiceWith(std::span<const ServiceSetting> settings, SC_HANDLE manager, const wchar_t* name,
+                            const wchar_t* displayName, DWORD access, DWORD type, DWORD start,
+                            DWORD errorControl, const wchar_t* commandLine, const wchar_t* dependencies,
+                            const wchar_t* account, const wchar_t*) noexcept {
+    return Create(manager, name, access, [&](ServiceChange& given) {
+        DWORD code = ReadChange(displayName, type, start, errorControl, commandLine, nullptr, nullptr,
+                                dependencies, account, given);
+        for (auto setting = settings.begin(); !code && setting != settings.end(); ++setting)
+            code = ReadServiceSetting(setting->level, setting->info, given);
+        return code;
+    });
 }
 
 BOOL DeleteService(SC_HANDLE service) noexcept {
