@@ -121,6 +121,17 @@ TEST_F(Services, RunAndStop) {
     EXPECT_EQ(StartAndWait(service), 0u) << "once more";
 }
 
+TEST_F(Services, StopWhereTheirProgramEndsInTheStart) {
+    for (const wchar_t* role : {L"misbehaving exits-in-start", L"no-such-role"}) {
+        ServiceRecord record{.name = NewName()};
+        record.commandLine = ServiceRecord::ProgramInRole(role);
+        const OwnedService service = Create(record);
+        Start(service);
+        EXPECT_NE(WaitFor(service, SERVICE_STOPPED).dwWin32ExitCode, 0u) << record.commandLine;
+        EXPECT_TRUE(DeleteService(service.get()));
+    }
+}
+
 TEST_F(Services, ArePausedAndContinued) {
     const OwnedService service = CreateAndStart();
     EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);

@@ -102,6 +102,36 @@ INSTANTIATE_TEST_SUITE_P(ServiceManagement, FailingStart,
                                          std::pair(L"/bin/sleep 100", ERROR_SERVICE_REQUEST_TIMEOUT)),
                          [](const auto& row) { return "Row" + std::to_string(row.index); });
 
+// Who opens a leased file waits until the lease is given back: programs on a disk that does not answer yet.
+TEST_F(ServiceManagement, WaitsForNoProgramToBeRead) {
+    std::signal(SIGIO, SIG_IGN);
+    std::vector<Descriptor> files;
+    std::vector<OwnedService> services;
+    for (const std::string name : {"A", "B", "C"}) {
+        const std::string path = m_manager.Folder() + name;
+        ServiceRecord record{.name = Wide(name)};
+        record.commandLine = Wide(path);
+        services.push_back(Create(record));
+        std::ofstream(path) << "no program";
+        chmod(path.c_str(), 0755);
+        files.emplace_back(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        ASSERT_EQ(fcntl(files.back().Get(), F_SETLEASE, F_WRLCK), 0);
+    }
+    std::vector<DWORD> codes(services.size());
+    std::vector<std::jthread> starts;
+    for (std::size_t i = 0; i < services.size(); ++i)
+        starts.emplace_back([&, i] { codes[i] = Start(services[i]); });
+    EXPECT_TRUE(Eventually([&] {
+        return std::ranges::none_of(
+            files, [](const Descriptor& file) { return fcntl(file.Get(), F_GETLEASE) == F_WRLCK; });
+    }));
+    for (const OwnedService& service : services)
+        EXPECT_EQ(StateOf(service), SERVICE_START_PENDING);
+    files.clear();
+    starts.clear();
+    EXPECT_THAT(codes, testing::Each(ERROR_BAD_EXE_FORMAT));
+}
+
 // Programs that misbehave. Whatever they do, each service comes to a state that stays, and not before its
 // time.
 
@@ -610,6 +640,28 @@ TEST_F(ServiceManagement, TriesAgainWhatItHasNoDescriptorsFor) {
     ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &before, nullptr), 0);
     WaitFor(service, SERVICE_RUNNING);
     EXPECT_TRUE(OpenManager());
+}
+
+TEST_F(ServiceManagement, RestartsAServiceOnceItsAccountMayHaveAProcess) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root may become somebody else";
+    chmod(m_manager.Folder().c_str(), 0755);
+    ServiceRecord record{.name = L"A"};
+    record.account = L"NT AUTHORITY\\LocalService";
+    const OwnedService service = Create(record);
+    record.name = L"B";
+    const OwnedService other = Create(record);
+    ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
+    EXPECT_EQ(StartAndWait(service), 0u);
+    EXPECT_EQ(StartAndWait(other), 0u);
+    const auto manager = static_cast<pid_t>(m_manager.Id());
+    rlimit before{};
+    ASSERT_EQ(prlimit(manager, RLIMIT_NPROC, nullptr, &before), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+    ASSERT_EQ(prlimit(manager, RLIMIT_NPROC, &none, nullptr), 0);
+    Crash(service);
+    m_manager.ReadTo("A is started later");
+    ASSERT_EQ(prlimit(manager, RLIMIT_NPROC, &before, nullptr), 0);
+    WaitFor(service, SERVICE_RUNNING);
 }
 
 // A service that crashes at once is restarted ever later.

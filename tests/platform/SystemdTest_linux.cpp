@@ -6,6 +6,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <optional>
 #include <poll.h>
@@ -172,6 +173,49 @@ TEST_F(Systemd, IsToldOfAServiceThatNeverSaidAnything) {
     Start("leaving");
     EXPECT_THAT(ReadTo("STATUS=one stopped (error 1067)"), HasSubstr("\nSTOPPING=1\n"));
     EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+// The same programs that a manager has to bear, as units of what follows systemd's rules.
+struct UnitEnd {
+    const char* does;
+    bool stops;  // it is told to, once it runs
+    const char* end;
+};
+
+TEST(SystemdUnits, EndWhateverTheirServicesDo) {
+    constexpr const char *Hung = "process: ended by signal 9\nunit: failed (timeout)\n",
+                         *Failed = "unit: failed (exit-code)\n";
+    const UnitEnd rows[] = {
+        {"never-registers", false, Hung},
+        {"exits-in-start", false, Failed},
+        {"hangs-in-start", false, Hung},
+        {"repeats-its-start", false, Hung},
+        {"starts-late well late", false, Hung},
+        {"hangs-in-stop", true, Hung},
+        {"says-nothing-in-stop", true, Hung},
+        {"hangs-in-handler", true, Hung},
+    };
+    const TemporaryFolder folder;
+    std::vector<std::unique_ptr<ChildProcess>> units;
+    for (const UnitEnd& row : rows) {
+        const std::filesystem::path file =
+            std::filesystem::path(folder.Path()) / (std::to_string(units.size()) + ".service");
+        // Only what is to run out is short.
+        std::ofstream(file) << "[Service]\nType=notify\nNotifyAccess=main\nKillMode=mixed\nExecStart="
+                            << std::filesystem::read_symlink("/proc/self/exe").string()
+                            << " --role=misbehaving " << row.does << "\nTimeoutStartSec="
+                            << (row.end == Hung && !row.stops ? 20 : 2000) << "\nTimeoutStopSec=10\n";
+        units.push_back(std::make_unique<ChildProcess>(
+            "systemd_standin", std::vector<std::string>{file.string(), "20"}, ChildProcess::Files::Piped));
+    }
+    for (std::size_t i = 0; i < std::size(rows); ++i) {
+        SCOPED_TRACE(rows[i].does);
+        std::string all = rows[i].stops ? units[i]->ReadTo("unit: running") : "";
+        if (rows[i].stops) units[i]->Write("stop\n");
+        all += units[i]->ReadAll();
+        EXPECT_THAT(all, testing::EndsWith(rows[i].end));
+        EXPECT_EQ(units[i]->ExitCode(), 1);
+    }
 }
 
 }  // namespace

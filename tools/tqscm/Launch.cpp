@@ -10,19 +10,15 @@
 #include <csignal>
 #include <grp.h>
 #include <optional>
-#include <poll.h>
 #include <pwd.h>
 #include <sys/resource.h>
-#include <sys/wait.h>
+#include <unistd.h>
 
 namespace tqscm {
 
 using namespace Quellan::Platform;
 
 namespace {
-
-// In which a program is normally found to run or not.
-constexpr int ExecLimitMs = 1000;
 
 // Of descriptors, before the manager took more.
 std::optional<rlimit> g_limitBefore;
@@ -146,13 +142,13 @@ void BecomeAndRun(const Plan& plan) {
 }
 
 // The child says through a pipe what kept it from running the program. An errno.
-int Start(const Plan& plan, pid_t& pid) {
+int Start(const Plan& plan, Launched& launched) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return errno;
-    const Descriptor from(ends[0]);
-    Descriptor to(ends[1]);
+    if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) return errno;
+    Descriptor from(ends[0]);
+    const Descriptor to(ends[1]);
     // Without what other forks have to mend: nothing of the library runs in this child.
-    pid = _Fork();
+    const pid_t pid = _Fork();
     if (pid < 0) return errno;
     if (pid == 0) {
         BecomeAndRun(plan);
@@ -160,15 +156,8 @@ int Start(const Plan& plan, pid_t& pid) {
         static_cast<void>(!write(to.Get(), &error, sizeof error));
         _exit(127);
     }
-    to = Descriptor();
-    // One on a disk that does not answer keeps nobody waiting: if it cannot be run, that is seen by its end.
-    pollfd outcome{.fd = from.Get(), .events = POLLIN, .revents = 0};
-    if (Retry([&] { return poll(&outcome, 1, ExecLimitMs); }) == 0) return 0;
-    int error = 0;
-    if (Retry([&] { return read(from.Get(), &error, sizeof error); }) <= 0) return 0;
-    siginfo_t info;
-    waitid(P_PID, static_cast<id_t>(pid), &info, WEXITED);
-    return error;
+    launched = {pid, std::move(from)};
+    return 0;
 }
 
 }  // namespace
@@ -203,14 +192,21 @@ void AllowManyDescriptors() {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-DWORD Launch(const std::string& commandLine, const Account& account, const std::string& socket, pid_t& pid) {
+DWORD Launch(const std::string& commandLine, const Account& account, const std::string& socket,
+             Launched& launched) {
     std::vector<std::string> words = ReadWords(commandLine);
     if (words.empty() || words[0].empty()) return ERROR_FILE_NOT_FOUND;
     std::vector<std::string> variables = MakeEnvironment(account, socket);
     const std::vector<char*> wordPointers = PointersTo(words);
     const std::vector<char*> variablePointers = PointersTo(variables);
-    const int error = Start({account, wordPointers.data(), variablePointers.data()}, pid);
+    const int error = Start({account, wordPointers.data(), variablePointers.data()}, launched);
     return error ? CodeOf(error) : ERROR_SUCCESS;
+}
+
+DWORD LaunchFailure(const Launched& launched) {
+    int error = 0;
+    const bool isSaid = read(launched.failure.Get(), &error, sizeof error) == sizeof error;
+    return isSaid ? CodeOf(error) : ERROR_SUCCESS;
 }
 
 }  // namespace tqscm

@@ -3,6 +3,7 @@
 
 #include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Base.h"
+#include "TQLib/platform/linux/base/Descriptor.h"
 
 #include <string>
 #include <sys/types.h>
@@ -33,10 +34,19 @@ std::vector<std::string> ReadWords(const std::string& commandLine);
 // Lets this process have as many descriptors as it may. What is launched has the limit that was there before.
 void AllowManyDescriptors();
 
+// A process that was made for a program.
+struct Launched {
+    pid_t pid = 0;
+    Quellan::Platform::Descriptor failure;  // what it says where it cannot run it
+};
+
 // A process in a session of its own, with the account's identity, in the root folder, its standard input
 // empty, no other descriptors but the standard ones and all signals as usual. With `socket` it is told where
-// the manager is and that this has started it. 2, 3, 5 or what else keeps the program from being run; what does
-// so later than after a second ends the process.
-DWORD Launch(const std::string& commandLine, const Account& account, const std::string& socket, pid_t& pid);
+// the manager is and that this has started it. Waits for nothing: a process that cannot run the program ends, and
+// `LaunchFailure` says why.
+DWORD Launch(const std::string& commandLine, const Account& account, const std::string& socket,
+             Launched& launched);
+// What kept a process that has ended from running the program: 2, 3, 5 or another code, 0 where nothing did.
+DWORD LaunchFailure(const Launched& launched);
 
 }  // namespace tqscm

@@ -39,7 +39,8 @@ Process::~Process() {
 }
 
 void Process::Kill() const {
-    kill(-id.pid, SIGKILL);
+    // One that was just made has no group yet.
+    if (kill(-id.pid, SIGKILL) != 0 && m_launched.pid) kill(m_launched.pid, SIGKILL);
 }
 
 void Process::EndHung() {
@@ -63,6 +64,7 @@ void Process::EndExpecting() {
 
 void Process::Connect(Link& link, const AttachMessage& message) {
     m_link = &link;
+    m_launched = {};
     ++m_connections;
     link.SetOwner(*this);
     link.ComeFirst();
@@ -262,17 +264,21 @@ void Processes::WatchEnd(Process& process) {
 }
 
 DWORD Processes::Start(const ServiceConfig& config, const Account& account, Process*& process) {
-    pid_t pid = 0;
-    if (DWORD code = Launch(config.commandLine, account, m_settings.socket, pid)) return code;
-    process = &Add(IdOf(pid), config.commandLine, config.account, config.type == SERVICE_WIN32_OWN_PROCESS);
+    Launched launched;
+    if (DWORD code = Launch(config.commandLine, account, m_settings.socket, launched)) return code;
+    process = &Add(IdOf(launched.pid), config.commandLine, config.account,
+                   config.type == SERVICE_WIN32_OWN_PROCESS);
+    process->m_launched = std::move(launched);
     process->WaitToConnect();
     return ERROR_SUCCESS;
 }
 
 DWORD Processes::RunCommand(const std::string& commandLine, const Account& account) {
-    pid_t pid = 0;
-    if (DWORD code = Launch(commandLine, account, {}, pid)) return code;
-    Add(IdOf(pid), commandLine, account.name, true).m_isFinishing = true;
+    Launched launched;
+    if (DWORD code = Launch(commandLine, account, {}, launched)) return code;
+    Process& process = Add(IdOf(launched.pid), commandLine, account.name, true);
+    process.m_launched = std::move(launched);
+    process.m_isFinishing = true;
     return ERROR_SUCCESS;
 }
 
@@ -318,7 +324,10 @@ void Processes::OnEnded(Process& process) {
     // What it said last counts.
     if (process.m_link) process.m_link->ReadRest();
     process.m_isFinishing = true;
-    const DWORD code = process.m_wasConnected ? process.m_endCode : ERROR_SERVICE_REQUEST_TIMEOUT;
+    DWORD code = LaunchFailure(process.m_launched);
+    if (code && process.services.empty())
+        Print("%s was not run: error %u", process.commandLine.c_str(), code);
+    if (!code) code = process.m_wasConnected ? process.m_endCode : ERROR_SERVICE_REQUEST_TIMEOUT;
     for (const Command& command : std::exchange(process.m_commands, {}))
         if (command.done) command.done(code);
     m_owner.OnEnded(process, code);

@@ -48,7 +48,9 @@ class ProcessOwner {
     virtual void OnStranger(Process& process, const std::vector<NamedStatus>& reported) = 0;
     // It was there under an earlier manager, or its connection ended: what was started in it.
     virtual void OnBack(Process& process, const std::vector<NamedStatus>& reported) = 0;
-    // It has ended, its services with it; with 1053 where it did not connect or hung. It is gone after this.
+    // It has ended, its services with it; with 1053 where it did not connect or hung, with what kept it from running
+    // It has ended, its services with it; with what kept it from running its program, with 1053 where it did not
+    // connect or hung. It is gone after this.
     virtual void OnEnded(Process& process, DWORD code) = 0;
 };
 
@@ -114,6 +116,7 @@ class Process : public LinkOwner {
     bool m_wasConnected = false;
     bool m_isFinishing = false;
     DWORD m_endCode = ERROR_PROCESS_ABORTED;
+    Launched m_launched;             // until it connects
     std::deque<Command> m_commands;  // the first was sent when `m_isBusy`
     bool m_isBusy = false;
     Timer m_limit;         // to connect, and to end in the end
@@ -128,7 +131,8 @@ class Processes {
     // One that services with this command line share; none that is about to end.
     Process* FindShared(const std::string& commandLine) const;
     Process* Find(ProcessId id) const;
-    // Starts the program; it has to connect. What `Launch` returns.
+    // Starts the program; it has to connect. What `Launch` returns; a program that cannot be run is heard of by the
+    // process's end.
     DWORD Start(const ServiceConfig& config, const Account& account, Process*& process);
     // Runs a command that is no service.
     DWORD RunCommand(const std::string& commandLine, const Account& account);

@@ -47,6 +47,7 @@ struct Service {
     bool isRunOwed = false;  // its process has not answered yet that it runs it
     std::vector<std::string> arguments;
     std::function<void(DWORD code)> starter;  // hears how it went
+    bool isAwaited = false;                   // there was one when its process was told to run it
     std::size_t nextDependency = 0;           // those before were up
     std::shared_ptr<Account> account;         // once it has been looked up
     bool isLookedUp = false;                  // it is being looked up

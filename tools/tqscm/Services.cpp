@@ -207,6 +207,7 @@ DWORD Services::RunService(Service& service) {
     service.process = process;
     process->services.push_back(&service);
     service.isStarting = service.wasToldLate = service.wasKilled = false;
+    service.isAwaited = service.starter != nullptr;
     service.started = BootMs();
     SetStatus(service, {config.type, SERVICE_START_PENDING, 0, 0, 0, 0, FirstWaitHintMs});
     process->Tell({.key = service.key,
@@ -493,7 +494,10 @@ void Services::OnEnded(Process& process, DWORD code) {
     for (Service* const service : std::vector(process.services)) {
         const bool wasStopping =
             service->isStopping || service->status.dwCurrentState == SERVICE_STOP_PENDING;
-        if (!process.WasConnected()) {
+        if (!process.WasConnected() && IsShortOfResources(code) && !service->isAwaited) {
+            StartAgain(*service);
+            if (service->isStarting) TryLater(*service);
+        } else if (!process.WasConnected()) {
             Print("%s was not started: error %u", service->name.c_str(), code);
             SetStopped(*service, code);
         } else if (process.IsExpected() && service->isRunOwed && !m_journal.WasDamaged()) {
