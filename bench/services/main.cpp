@@ -237,8 +237,8 @@ class Listing {
             longest = std::max(longest, SecondsSince(asked));
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        std::printf("%u services installed in %.2f s; a control meanwhile took %.1f ms at most\n", ManyServices,
-                    SecondsSince(begin), longest * 1000);
+        std::printf("%u services installed in %.2f s; a control meanwhile took %.1f ms at most\n",
+                    ManyServices, SecondsSince(begin), longest * 1000);
         const long before = TheSite().ManagerWakeUps();
         std::this_thread::sleep_for(std::chrono::seconds(2));
         std::printf("tqscm has %ld KiB of memory with them, and woke up %ld times in 2 s\n",

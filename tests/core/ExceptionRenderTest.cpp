@@ -135,8 +135,9 @@ TEST_F(ExceptionRender, OSExceptionLineHasTenForms) {
     for (const auto& [code, parameters, access, what, how] : rows) {
         const std::wstring touched = how ? how + std::wstring(L" 000000ABCDEF0123") : L"";
         EXPECT_EQ(OSLine({code, 1, address, parameters, access, 0xABCDEF0123, 0xC000009A}),
-                  std::wstring(L"OS Exception") + what + L" @ 0x34567890" + touched + L". Flags = 0x00000001" +
-                      (code == InPageError ? L" - Status=0xc000009a" : L"") + L"; Owner=unknown");
+                  std::wstring(L"OS Exception") + what + L" @ 0x34567890" + touched +
+                      L". Flags = 0x00000001" + (code == InPageError ? L" - Status=0xc000009a" : L"") +
+                      L"; Owner=unknown");
     }
 }
 

@@ -48,7 +48,8 @@ TEST(Library, HandsEventsToTheSinkInPlace) {
         EXPECT_EQ(sink.Entries()[0].strings, (std::vector<std::wstring>{L"first", L""}));
     }
     EXPECT_EQ(TQEventLog::SetSink(nullptr), nullptr) << "the library's own is back";
-    EXPECT_EQ(ThrownCode([] { TQEventLog::LogStringEvent(nullptr, 1, 1, TQEventType::Error, L"", L""); }), 87u);
+    EXPECT_EQ(ThrownCode([] { TQEventLog::LogStringEvent(nullptr, 1, 1, TQEventType::Error, L"", L""); }),
+              87u);
 }
 
 TEST(Library, RunsExitHandlersInReverseOrderOnce) {

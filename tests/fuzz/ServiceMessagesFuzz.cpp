@@ -30,7 +30,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
            ChangeServiceMessage, QueryConfigMessage, QueryStatusMessage, StartServiceMessage,
            ControlServiceMessage, KillServiceMessage, AwaitChangeMessage, EnumServicesMessage,
            EnumDependentsMessage, FindNameMessage, ReplyMessage, OpenReplyMessage, ConfigReplyMessage,
-           StatusReplyMessage, EnumReplyMessage, NameReplyMessage, AttachMessage, StatusMessage,
-           DoneMessage, RunMessage, ControlMessage, FinishMessage>(packet);
+           StatusReplyMessage, EnumReplyMessage, NameReplyMessage, AttachMessage, StatusMessage, DoneMessage,
+           RunMessage, ControlMessage, FinishMessage>(packet);
     return 0;
 }

@@ -47,7 +47,7 @@ class FewArguments : public MessageArguments {
 };
 
 Expanded ExpandDirectly(std::wstring_view text, std::vector<std::uint64_t> values,
-              MessageLayout layout = {.limit = 100}) {
+                        MessageLayout layout = {.limit = 100}) {
     FewArguments arguments(std::move(values));
     Expanded result{};
     result.code = FormatMessageText(text, layout, &arguments, result.text);
@@ -77,7 +77,8 @@ TEST(MessageText, ALineMayHaveAllOfItsWidthAndItsWordsAreNeverBroken) {
 TEST(MessageText, InsertsWithoutArgumentOrOfUnknownFormatAreRefused) {
     EXPECT_EQ(ExpandDirectly(L"%1!d! %2!d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(ExpandDirectly(L"%1!*d!", {1}).code, DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(ExpandDirectly(L"%99!*d!", std::vector<std::uint64_t>(200)).code, DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ExpandDirectly(L"%99!*d!", std::vector<std::uint64_t>(200)).code,
+              DWORD{ERROR_INVALID_PARAMETER});
     for (const wchar_t* format : {L"%1!f!", L"%1!q!", L"%1!!", L"%1!", L"%1!5", L"%1!n!", L"%1!dd!"})
         EXPECT_EQ(ExpandDirectly(format, {1}).code, DWORD{ERROR_INVALID_PARAMETER})
             << std::wstring_view(format).size();

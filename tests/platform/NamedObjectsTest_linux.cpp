@@ -280,9 +280,9 @@ TEST_F(NameSpace, RefusesFilesThatAreNotOfTheObject) {
         std::streamoff offset;
         std::uint32_t wrong, right;
         DWORD code;
-    } words[] = {{0, 0, 0x314F5154, ERROR_INVALID_DATA},           // the mark
-                 {4, 2, 1, ERROR_INVALID_HANDLE},                  // the kind
-                 {12, 0, 1, ERROR_INVALID_DATA},                   // the maximum
+    } words[] = {{0, 0, 0x314F5154, ERROR_INVALID_DATA},             // the mark
+                 {4, 2, 1, ERROR_INVALID_HANDLE},                    // the kind
+                 {12, 0, 1, ERROR_INVALID_DATA},                     // the maximum
                  {36, 0x7466656D, 0x7466656C, ERROR_INVALID_DATA}};  // the name
     for (const auto& [offset, wrong, right, code] : words) {
         eachOther([&](const fs::path& each) { WriteWord(each, offset, wrong); });

@@ -65,8 +65,7 @@ TEST(NetUsers, AreRefusedWithTheCodesDocumented) {
     if (OnWine()) return;  // Wine gives everybody the same groups, from any server
     EXPECT_EQ(LocalGroupsOf(L"nobody-is-called-so").code, DWORD{NERR_UserNotFound});
     EXPECT_EQ(LocalGroupsOf(OwnName().c_str(), 7).code, DWORD{ERROR_INVALID_LEVEL});
-    EXPECT_EQ(UserInfo<USER_INFO_0>(OwnName().c_str(), 0, L"no-such-machine").code,
-              DWORD{ERROR_BAD_NETPATH});
+    EXPECT_EQ(UserInfo<USER_INFO_0>(OwnName().c_str(), 0, L"no-such-machine").code, DWORD{ERROR_BAD_NETPATH});
 }
 
 class NetGroups : public testing::Test {

@@ -29,7 +29,8 @@ std::vector<WellKnown> Published(bool ofDomain) {
     for (const std::string& line : DataLines("WellKnownSids.txt")) {
         const std::size_t text = line.find(' ') + 1;
         if ((line[text] == '-') == ofDomain)
-            published.push_back({std::stoi(line), std::wstring(line.begin() + static_cast<int>(text), line.end())});
+            published.push_back(
+                {std::stoi(line), std::wstring(line.begin() + static_cast<int>(text), line.end())});
     }
     return published;
 }
@@ -64,7 +65,8 @@ TEST(Sids, RefuseWhatIsNoIdentifier) {
     std::byte block[100];
     EXPECT_FALSE(InitializeSid(block, &authority, 16));
     PSID made = nullptr;
-    EXPECT_EQ(CodeOf(AllocateAndInitializeSid(&authority, 9, 1, 2, 3, 4, 5, 6, 7, 8, &made)), DWORD{ERROR_INVALID_SID});
+    EXPECT_EQ(CodeOf(AllocateAndInitializeSid(&authority, 9, 1, 2, 3, 4, 5, 6, 7, 8, &made)),
+              DWORD{ERROR_INVALID_SID});
     std::vector<BYTE> wrong = Block({2, 1, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0});
     wchar_t* text = nullptr;
     BOOL equal = FALSE;
@@ -178,9 +180,9 @@ TEST(Sids, AreReadInThePublishedFormAndFromAliases) {
 }
 
 TEST(Sids, AreNotReadFromGarbageOrWithNumbersOutOfRange) {
-    std::vector<const wchar_t*> texts{L"S",        L"S-",        L"S-1",       L"S-1-",       L"S-1-5", L"S-1-5-",
-                                      L"S-2-5-32", L"S-1-5-32x", L"S-1-5-+32", L"S-1-5- 32", L"X-1-5-32",
-                                      L"BAA",      L"B",         L"ZZ"};
+    std::vector<const wchar_t*> texts{L"S",        L"S-",       L"S-1",       L"S-1-",      L"S-1-5",
+                                      L"S-1-5-",   L"S-2-5-32", L"S-1-5-32x", L"S-1-5-+32", L"S-1-5- 32",
+                                      L"X-1-5-32", L"BAA",      L"B",         L"ZZ"};
     if (!OnWine())  // which reads all of these as something
         texts.insert(texts.end(),
                      {L"S-1-5-4294967296", L"S-1-5-00000000032", L"S-1-5--32", L"S-1-4294967296-1",
@@ -214,9 +216,8 @@ TEST(WellKnownSids, AreRecognisedByTheirOwnTypeAlone) {
         DWORD size = sizeof sid;
         if (!CreateWellKnownSid(TypeOf(known), nullptr, sid, &size)) continue;
         for (const WellKnown& other : published)
-            EXPECT_EQ(
-                IsWellKnownSid(sid, TypeOf(other)) != FALSE,
-                known.text == other.text && !IsMissingInWine(WellKnownText(TypeOf(other))))
+            EXPECT_EQ(IsWellKnownSid(sid, TypeOf(other)) != FALSE,
+                      known.text == other.text && !IsMissingInWine(WellKnownText(TypeOf(other))))
                 << known.type << " as " << other.type;
     }
 }

@@ -186,14 +186,10 @@ TEST(SystemdUnits, EndWhateverTheirServicesDo) {
     constexpr const char *Hung = "process: ended by signal 9\nunit: failed (timeout)\n",
                          *Failed = "unit: failed (exit-code)\n";
     const UnitEnd rows[] = {
-        {"never-registers", false, Hung},
-        {"exits-in-start", false, Failed},
-        {"hangs-in-start", false, Hung},
-        {"repeats-its-start", false, Hung},
-        {"starts-late well late", false, Hung},
-        {"hangs-in-stop", true, Hung},
-        {"says-nothing-in-stop", true, Hung},
-        {"hangs-in-handler", true, Hung},
+        {"never-registers", false, Hung},       {"exits-in-start", false, Failed},
+        {"hangs-in-start", false, Hung},        {"repeats-its-start", false, Hung},
+        {"starts-late well late", false, Hung}, {"hangs-in-stop", true, Hung},
+        {"says-nothing-in-stop", true, Hung},   {"hangs-in-handler", true, Hung},
     };
     const TemporaryFolder folder;
     std::vector<std::unique_ptr<ChildProcess>> units;
@@ -203,8 +199,9 @@ TEST(SystemdUnits, EndWhateverTheirServicesDo) {
         // Only what is to run out is short.
         std::ofstream(file) << "[Service]\nType=notify\nNotifyAccess=main\nKillMode=mixed\nExecStart="
                             << std::filesystem::read_symlink("/proc/self/exe").string()
-                            << " --role=misbehaving " << row.does << "\nTimeoutStartSec="
-                            << (row.end == Hung && !row.stops ? 20 : 2000) << "\nTimeoutStopSec=10\n";
+                            << " --role=misbehaving " << row.does
+                            << "\nTimeoutStartSec=" << (row.end == Hung && !row.stops ? 20 : 2000)
+                            << "\nTimeoutStopSec=10\n";
         units.push_back(std::make_unique<ChildProcess>(
             "systemd_standin", std::vector<std::string>{file.string(), "20"}, ChildProcess::Files::Piped));
     }

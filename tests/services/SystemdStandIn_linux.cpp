@@ -57,10 +57,10 @@ class Unit {
   public:
     explicit Unit(const char* path) {
         static constexpr const char* Known[] = {
-            "Description",     "Requires",       "After",     "StartLimitIntervalSec",
-            "Type",            "NotifyAccess",   "ExecStart", "ExecReload",      "KillMode",
-            "TimeoutStartSec", "TimeoutStopSec", "User",      "WatchdogSec",     "Restart",
-            "RestartSec",      "WantedBy"};
+            "Description", "Requires",        "After",          "StartLimitIntervalSec",
+            "Type",        "NotifyAccess",    "ExecStart",      "ExecReload",
+            "KillMode",    "TimeoutStartSec", "TimeoutStopSec", "User",
+            "WatchdogSec", "Restart",         "RestartSec",     "WantedBy"};
         std::ifstream file(path);
         if (!file) throw std::invalid_argument(std::string("no such file: ") + path);
         for (std::string line; std::getline(file, line);) {
@@ -220,7 +220,8 @@ class Manager {
             words.push_back(const_cast<char*>(word.c_str()));
         words.push_back(nullptr);
         setenv("NOTIFY_SOCKET", m_path.c_str(), 1);
-        const auto watchdog = std::chrono::duration_cast<microseconds>(Scaled(m_unit.Time("WatchdogSec", "0")));
+        const auto watchdog =
+            std::chrono::duration_cast<microseconds>(Scaled(m_unit.Time("WatchdogSec", "0")));
         if (watchdog.count()) setenv("WATCHDOG_USEC", std::to_string(watchdog.count()).c_str(), 1);
         m_process = fork();
         if (m_process == 0) {
@@ -294,7 +295,8 @@ class Manager {
             if (m_state == State::Running) Go(State::Reload, "reload", "TimeoutStartSec");
         } else if (key == "MONOTONIC_USEC") {
             const microseconds stamp(static_cast<std::int64_t>(NumberIn(value)));
-            const bool isGood = m_state == State::Reload && m_reloadAsked && stamp <= now.time_since_epoch() &&
+            const bool isGood = m_state == State::Reload && m_reloadAsked &&
+                                stamp <= now.time_since_epoch() &&
                                 stamp >= std::chrono::floor<microseconds>(m_reloadAsked->time_since_epoch());
             if (!isGood) Say("wrong: MONOTONIC_USEC=%s", value.c_str());
         } else if (key == "STOPPING") {
@@ -336,8 +338,9 @@ class Manager {
         close(std::exchange(m_processFd, -1));
         m_watchdog.reset();
         const int signal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
-        const bool isClean = signal ? signal == SIGHUP || signal == SIGINT || signal == SIGTERM || signal == SIGPIPE
-                                    : WEXITSTATUS(status) == 0;
+        const bool isClean =
+            signal ? signal == SIGHUP || signal == SIGINT || signal == SIGTERM || signal == SIGPIPE
+                   : WEXITSTATUS(status) == 0;
         Say(signal ? "process: ended by signal %d" : "process: ended with status %d",
             signal ? signal : WEXITSTATUS(status));
         if (!isClean) Fail(signal ? "signal" : "exit-code");

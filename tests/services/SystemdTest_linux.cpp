@@ -107,7 +107,8 @@ TEST_F(UnderSystemd, EndsAsFailedWhereOneOfItsServicesFails) {
 TEST_F(UnderSystemd, UnderstandsSystemdNotify) {
     if (!IsThere("systemd-notify")) GTEST_SKIP() << "systemd-notify is not installed: not compared with it";
     if (geteuid() != 0) GTEST_SKIP() << "only root may speak for another process";
-    const std::filesystem::path folder(m_folder.Path()), script = folder / "script", file = folder / "test.service";
+    const std::filesystem::path folder(m_folder.Path()), script = folder / "script",
+                                                         file = folder / "test.service";
     std::ofstream(script) << "trap 'systemd-notify STOPPING=1 ERRNO=5; kill $! 2>/dev/null; exit 0' TERM\n"
                              "systemd-notify --ready --pid=$$ --status='works, as it says' WATCHDOG=1\n"
                              "sleep 1000 & wait\n";

@@ -90,12 +90,13 @@ std::vector<SweptOperation> ServiceRows() {
               }),
         Swept("service start", Service, ForThrowing,
               [](TQServiceCtrl& service) { PutUpWith(ERROR_FILE_NOT_FOUND, [&] { service.Start(); }); }),
-        Swept("service work", [] { return Unending(); }, {Promise::Ended, "SetEvent"},
-              [](Unending& work) {
-                  EXPECT_TRUE(work.Pause());
-                  EXPECT_TRUE(work.WaitForState(ProcState::Pausing, 0));
-                  EXPECT_TRUE(work.changed.Wait(0));
-              }),
+        Swept(
+            "service work", [] { return Unending(); }, {Promise::Ended, "SetEvent"},
+            [](Unending& work) {
+                EXPECT_TRUE(work.Pause());
+                EXPECT_TRUE(work.WaitForState(ProcState::Pausing, 0));
+                EXPECT_TRUE(work.changed.Wait(0));
+            }),
         Swept(
             "service install", [] { return Service(), OtherService(); }, Promise::Ended,
             [](OtherService&) { Install(OtherServiceName); }),

@@ -11,12 +11,11 @@
 #include "support/PrivateManager_linux.h"
 #endif
 
-#include <gmock/gmock.h>
-
 #include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
+#include <gmock/gmock.h>
 #include <optional>
 #include <sys/resource.h>
 #include <sys/wait.h>

@@ -33,12 +33,15 @@ TEST_F(TqService, CreatesRunsAndDeletesAService) {
 
 TEST_F(TqService, ChangesWhatWasCreated) {
     Tq({"create", "TQTestFirst", "--", Program()}, 0);
-    EXPECT_EQ(Tq({"config", "TQTestFirst", "--display", "Shown", "--start", "disabled", "--", Program(), "more"}, 0),
-              "TQTestFirst: changed; tq service query TQTestFirst shows it\n");
+    EXPECT_EQ(
+        Tq({"config", "TQTestFirst", "--display", "Shown", "--start", "disabled", "--", Program(), "more"},
+           0),
+        "TQTestFirst: changed; tq service query TQTestFirst shows it\n");
     const std::string found = Tq({"query", "TQTestFirst", "--json"}, 0);
     EXPECT_THAT(found, HasSubstr("\"displayName\": \"Shown\""));
     EXPECT_THAT(found, HasSubstr("\" more\""));
-    EXPECT_THAT(Tq({"start", "TQTestFirst"}, 3), HasSubstr("tq service config --start gives it another start"));
+    EXPECT_THAT(Tq({"start", "TQTestFirst"}, 3),
+                HasSubstr("tq service config --start gives it another start"));
     EXPECT_THAT(Tq({"kill", "TQTestFirst"}, 3), HasSubstr("tq service start starts it\n"));
 }
 

@@ -7,12 +7,12 @@ using testing::HasSubstr;
 TEST_F(TqService, ChangesAllThatCanBeChanged) {
     Tq({"create", "TQTestFirst", "--depends", "TQTestSecond", "--", Program()}, 0);
     const std::string changed = "TQTestFirst: changed; tq service query TQTestFirst shows it\n";
-    EXPECT_EQ(Tq({"config", "TQTestFirst", "--display", "Shown", "--start", "delayed", "--description", "What for",
-                  "--no-depends", "--", Program(), "a b"},
+    EXPECT_EQ(Tq({"config", "TQTestFirst", "--display", "Shown", "--start", "delayed", "--description",
+                  "What for", "--no-depends", "--", Program(), "a b"},
                  0),
               changed);
-    EXPECT_EQ(Tq({"failure", "TQTestFirst", "--restart-after", "1", "--run-after", "2", "--command", "program %1%",
-                  "--reset-after", "60", "--exit-codes", "yes"},
+    EXPECT_EQ(Tq({"failure", "TQTestFirst", "--restart-after", "1", "--run-after", "2", "--command",
+                  "program %1%", "--reset-after", "60", "--exit-codes", "yes"},
                  0),
               changed);
     EXPECT_EQ(Tq({"failure", "TQTestFirst", "--reset-after", "70"}, 0), changed);

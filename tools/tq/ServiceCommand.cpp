@@ -45,7 +45,8 @@ constexpr const wchar_t* Help =
     L"  --depends NAME         a service that has to run before it; may be repeated. --no-depends: none\n"
     L"  --shared               of create: its program has several services\n"
     L"\n"
-    L"Of create and failure: what is done after the first failure, the second and so on, the last for all that "
+    L"Of create and failure: what is done after the first failure, the second and so on, the last for all "
+    L"that "
     L"follow:\n"
     L"  --restart-after SECONDS   start it again\n"
     L"Of failure alone; what is not given stays, but actions replace all that there were:\n"
@@ -281,20 +282,13 @@ struct Word {
 };
 
 constexpr Word Words[] = {
-    {L"list", &List},
-    {L"query", &Query},
-    {L"create", &Create},
-    {L"config", &Config},
-    {L"failure", &Failure},
-    {L"delete", &Delete},
-    {L"start", &Start},
-    {L"stop", &Stop},
-    {L"kill", &Kill},
-    {L"pause", &Pause},
-    {L"continue", &Continue},
-    {L"wait", &Wait},
-    {L"control", &Control},
-    {L"interrogate", &Interrogate},
+    {L"list", &List},         {L"query", &Query},
+    {L"create", &Create},     {L"config", &Config},
+    {L"failure", &Failure},   {L"delete", &Delete},
+    {L"start", &Start},       {L"stop", &Stop},
+    {L"kill", &Kill},         {L"pause", &Pause},
+    {L"continue", &Continue}, {L"wait", &Wait},
+    {L"control", &Control},   {L"interrogate", &Interrogate},
 };
 
 // What to do about a failure.

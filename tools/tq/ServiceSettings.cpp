@@ -152,9 +152,9 @@ int Create(Arguments& arguments, TQConsole& out) {
     options.dependencies = settings.dependencies.value_or(TQStringArray());
     options.isStartDelayed = settings.isDelayed;
     TQSvcHandle service;
-    TQServiceMgr::InstallService(service, settings.name.c_str(), TextOf(settings.display), commandLine.c_str(),
-                                 TextOf(settings.account), TextOf(settings.password), type,
-                                 settings.start.value_or(TQSvcStart::Demand), options);
+    TQServiceMgr::InstallService(service, settings.name.c_str(), TextOf(settings.display),
+                                 commandLine.c_str(), TextOf(settings.account), TextOf(settings.password),
+                                 type, settings.start.value_or(TQSvcStart::Demand), options);
     out.Show(TQString::Format(L"%s: created; tq service start %s starts it\n", settings.name.c_str(),
                               settings.name.c_str()));
     return ExitOk;

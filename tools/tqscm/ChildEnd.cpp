@@ -29,7 +29,8 @@ void ChildEnd::Watch(EventLoop& loop, pid_t pid, std::function<void()> atEnd) {
         return loop.After(PollPause, [&loop, pid, atEnd = std::move(atEnd)] { Watch(loop, pid, atEnd); });
     }
     const int fd = process.Get();
-    loop.Watch(fd, EPOLLIN, std::unique_ptr<ChildEnd>(new ChildEnd(loop, std::move(process), std::move(atEnd))));
+    loop.Watch(fd, EPOLLIN,
+               std::unique_ptr<ChildEnd>(new ChildEnd(loop, std::move(process), std::move(atEnd))));
 }
 
 void ChildEnd::OnReady(unsigned) {

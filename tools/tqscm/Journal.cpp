@@ -168,7 +168,8 @@ ProcessId IdOf(pid_t pid) {
 std::uint64_t BootMs() noexcept {
     timespec now;
     clock_gettime(CLOCK_BOOTTIME, &now);
-    return static_cast<std::uint64_t>(now.tv_sec) * 1000 + static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
+    return static_cast<std::uint64_t>(now.tv_sec) * 1000 +
+           static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
 }
 
 template <class Fields, class Visitor>

@@ -35,13 +35,13 @@ struct JournalEntry {
     DWORD isAlone = 0;        // the process is for this service alone
 
     // What the manager owes.
-    DWORD failures = 0;             // since the reset period began
-    DWORD quickFailures = 0;        // of them, one soon after the other
-    std::uint64_t started = 0;      // BootMs
-    std::uint64_t lastFailure = 0;  // BootMs; 0 where there was none
-    DWORD dueAction = 0;            // SC_ACTION_TYPE: what has not been done for the last failure
-    std::uint64_t dueTime = 0;      // BootMs
-    DWORD isStartOwed = 0;          // a start was asked for and has not begun
+    DWORD failures = 0;                  // since the reset period began
+    DWORD quickFailures = 0;             // of them, one soon after the other
+    std::uint64_t started = 0;           // BootMs
+    std::uint64_t lastFailure = 0;       // BootMs; 0 where there was none
+    DWORD dueAction = 0;                 // SC_ACTION_TYPE: what has not been done for the last failure
+    std::uint64_t dueTime = 0;           // BootMs
+    DWORD isStartOwed = 0;               // a start was asked for and has not begun
     std::vector<std::string> arguments;  // of that start
 
     template <class Fields, class Visitor>

@@ -66,7 +66,8 @@ DWORD FindUser(const std::string& name, Account& account) {
     int error = ERANGE;
     while ((error = getpwnam_r(name.c_str(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE)
         buffer.resize(buffer.size() * 2);
-    const bool isMissing = error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
+    const bool isMissing =
+        error == 0 || error == ENOENT || error == ESRCH || error == EBADF || error == EPERM;
     if (!found) return isMissing ? ERROR_INVALID_SERVICE_ACCOUNT : CodeOf(error);
     account = {false, entry.pw_name, entry.pw_dir, entry.pw_uid, entry.pw_gid, std::vector<gid_t>(16)};
     auto count = static_cast<int>(account.groups.size());
@@ -170,7 +171,8 @@ DWORD FindAccount(const std::string& name, Account& account) {
     account = {};
     if (IsOwnAccount(name)) return ERROR_SUCCESS;
     const std::string_view user = UserIn(name);
-    const bool isNobody = EqualsWithoutCase(user, "LocalService") || EqualsWithoutCase(user, "NetworkService");
+    const bool isNobody =
+        EqualsWithoutCase(user, "LocalService") || EqualsWithoutCase(user, "NetworkService");
     return FindUser(isNobody ? "nobody" : std::string(user), account);
 }
 

@@ -71,7 +71,8 @@ bool Worker::HasThread() {
         m_thread = std::thread([this] { Run(); });
         m_wasTold = false;
     } catch (const std::system_error& failure) {
-        if (!std::exchange(m_wasTold, true)) Print("there is no thread for what takes time: %s", failure.what());
+        if (!std::exchange(m_wasTold, true))
+            Print("there is no thread for what takes time: %s", failure.what());
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
     return m_thread.joinable();

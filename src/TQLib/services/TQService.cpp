@@ -408,7 +408,8 @@ void TQService::RunToEnd(const TQStringArray& arguments) {
     TQString message;
     bool isDone = false;
     const unsigned int code = Guarded(MainContext, message, [&] {
-        if (!RegisterHandler(&ServiceHandler)) TQSysException::ThrowLastError(L"TQService::RunAppServiceMain");
+        if (!RegisterHandler(&ServiceHandler))
+            TQSysException::ThrowLastError(L"TQService::RunAppServiceMain");
         SetState(TQSvcState::StartPending);
         ExecuteServiceMain(arguments);
         isDone = true;

@@ -104,8 +104,9 @@ DWORD TQSvcProcessor::ErrorCode() const {
 
 void TQSvcProcessor::AddChangedEvent(HANDLE event) {
     const TQThreadSynch::TQSynchLock guard(m_procLock);
-    Translated(L"TQSvcProcessor::AddChangedEvent",
-               [&]() TQ_NOT_ANALYSED { m_changedEvents.push_back({event, false}); });
+    Translated(L"TQSvcProcessor::AddChangedEvent", [&]() TQ_NOT_ANALYSED {
+        m_changedEvents.push_back({event, false});
+    });
 }
 
 void TQSvcProcessor::RemoveChangedEvent(HANDLE event) {

@@ -30,7 +30,8 @@ int main() {
     if (Quellan::Platform::GetTickCount64() == 0) return 4;
     if (InC::other_c_calls != 0 || other_calls != 0) return 5;
 
-    if (InC::other_c_sum() != 3 || InC::GetTickCount() != 1 || InC::CloseHandle(&InC::other_c_calls) != 2) return 6;
+    if (InC::other_c_sum() != 3 || InC::GetTickCount() != 1 || InC::CloseHandle(&InC::other_c_calls) != 2)
+        return 6;
     if (other_sum() != 7 || GetTickCount() != 3 || CloseHandle(&other_calls) != 4) return 7;
     return InC::other_c_calls == 4 && other_calls == 4 ? 0 : 8;
 }

@@ -63,9 +63,9 @@ TQRegKey TQRegKey::Find(const wchar_t* path, DWORD access) const {
 
 TQRegKey TQRegKey::Create(const wchar_t* path, DWORD access) const {
     HKEY opened = nullptr;
-    CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access, nullptr,
-                          &opened, nullptr),
-          L"TQRegKey::Create");
+    CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access,
+                                nullptr, &opened, nullptr),
+                L"TQRegKey::Create");
     return TQRegKey(opened);
 }
 
@@ -100,8 +100,9 @@ std::optional<TQRegKey::Value> TQRegKey::FindValue(const wchar_t* name) const {
 void TQRegKey::SetValue(const wchar_t* name, DWORD type, const void* data, std::size_t bytes) const {
     constexpr const wchar_t* where = L"TQRegKey::SetValue";
     if (bytes > std::numeric_limits<DWORD>::max()) TQStdExceptions::ThrowOverflowError(where);
-    CheckStatus(RegSetValueExW(Handle(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes)),
-          where);
+    CheckStatus(
+        RegSetValueExW(Handle(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes)),
+        where);
 }
 
 bool TQRegKey::DeleteValue(const wchar_t* name) const {

@@ -23,9 +23,8 @@ SC_HANDLE CreateServiceWith(std::span<const ServiceSetting> settings, SC_HANDLE 
                             const wchar_t* displayName, DWORD access, DWORD type, DWORD start,
                             DWORD errorControl, const wchar_t* commandLine, const wchar_t* dependencies,
                             const wchar_t* account, const wchar_t* password) noexcept {
-    const SC_HANDLE service =
-        CreateServiceW(manager, name, displayName, access, type, start, errorControl, commandLine, nullptr,
-                       nullptr, dependencies, account, password);
+    const SC_HANDLE service = CreateServiceW(manager, name, displayName, access, type, start, errorControl,
+                                             commandLine, nullptr, nullptr, dependencies, account, password);
     if (!service || std::ranges::all_of(settings, [&](const auto& setting) { return Set(service, setting); }))
         return service;
     const DWORD code = GetLastError();
@@ -38,8 +37,8 @@ SC_HANDLE CreateServiceWith(std::span<const ServiceSetting> settings, SC_HANDLE 
 DWORD KillService(SC_HANDLE service) noexcept {
     SERVICE_STATUS_PROCESS status;
     DWORD needed = 0;
-    if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status), sizeof status,
-                              &needed))
+    if (!QueryServiceStatusEx(service, SC_STATUS_PROCESS_INFO, reinterpret_cast<BYTE*>(&status),
+                              sizeof status, &needed))
         return GetLastError();
     if (status.dwProcessId == 0) return ERROR_SERVICE_NOT_ACTIVE;
     const HANDLE process = OpenProcess(PROCESS_TERMINATE, FALSE, status.dwProcessId);

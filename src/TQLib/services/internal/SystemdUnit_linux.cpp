@@ -78,7 +78,8 @@ std::vector<TQString> RequiredUnits(const std::vector<_TQService*>& services) {
     for (const _TQService* service : services)
         for (const TQString& name : service->Options().dependencies) {
             TQString unit = UnitName(name);
-            if (!isOwn(name) && std::ranges::find(units, unit) == units.end()) units.push_back(std::move(unit));
+            if (!isOwn(name) && std::ranges::find(units, unit) == units.end())
+                units.push_back(std::move(unit));
         }
     return units;
 }
@@ -122,7 +123,8 @@ void WriteLasting(const TQString& path, const TQString& text) {
     const TQHandle<_TQFileHandleClose> file(
         CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
-    if (!file || !WriteFile(file.Get(), bytes.c_str(), static_cast<DWORD>(bytes.Length()), &written, nullptr) ||
+    if (!file ||
+        !WriteFile(file.Get(), bytes.c_str(), static_cast<DWORD>(bytes.Length()), &written, nullptr) ||
         !FlushFileBuffers(file.Get()))
         TQSysException::ThrowLastError(path.c_str());
 }

@@ -32,8 +32,4 @@ Durable::Observer& Durable::TheObserver() noexcept {
 
 #endif
 
-namespace Quellan::Platform {
-
-
-
-}  // namespace Quellan::Platform
+namespace Quellan::Platform {}  // namespace Quellan::Platform

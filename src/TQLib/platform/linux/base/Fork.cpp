@@ -125,7 +125,8 @@ struct ForksOfObjects {
     static void Resume(bool isChild) noexcept {
         if (isChild)
             for (Line& line : s_lines)
-                line.thread.store(&line == WithoutFork::t_place.line ? gettid() : 0, std::memory_order_relaxed);
+                line.thread.store(&line == WithoutFork::t_place.line ? gettid() : 0,
+                                  std::memory_order_relaxed);
         WithoutFork::s_isForking = false;
     }
 };

@@ -59,8 +59,4 @@ void BeforeWake() noexcept {
 
 #endif
 
-namespace Quellan::Platform {
-
-
-
-}  // namespace Quellan::Platform
+namespace Quellan::Platform {}  // namespace Quellan::Platform

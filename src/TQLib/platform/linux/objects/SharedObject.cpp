@@ -38,7 +38,7 @@ constexpr std::size_t PageBytes = 4096;
 static_assert(sizeof(Page) <= PageBytes);
 
 constexpr std::uint32_t PageMagic = 0x314F5154;  // "TQO1"
-constexpr std::uint32_t ManualReset = 1;     // a flag
+constexpr std::uint32_t ManualReset = 1;         // a flag
 constexpr std::uint32_t AbandonedValue = 0x40000000;
 constexpr std::uint32_t LockWanted = 0x80000000;
 

@@ -1,10 +1,10 @@
-#include "TQLib/platform/linux/process/ExceptionRecords.h"
-
 #include "TQLib/platform/StructuredExceptions.h"
+
 #include "TQLib/platform/linux/base/FaultHandlers.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/objects/SharedObject.h"
+#include "TQLib/platform/linux/process/ExceptionRecords.h"
 
 #include <algorithm>
 #include <array>

@@ -201,8 +201,7 @@ DWORD ReadInfo(Key& key, KeyInfo& info) {
 
 }  // namespace
 
-DWORD PutRegistryKey(HKEY root, std::wstring_view path,
-                                                const std::vector<RegistryValue>& values) noexcept {
+DWORD PutRegistryKey(HKEY root, std::wstring_view path, const std::vector<RegistryValue>& values) noexcept {
     if (DWORD code = FaultDue("RegCreateKeyExW")) return code;
     return WithKey(root, KEY_CREATE_SUB_KEY, true, [&](Key& key) {
         const std::size_t end = std::min(path.rfind(L'\\'), path.size());

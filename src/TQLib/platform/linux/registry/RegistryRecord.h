@@ -10,6 +10,7 @@ namespace Quellan::Platform {
 
 // Makes a key with these values alone, in one step, and the keys above it where they are missing; what is there
 // is deleted before. On the disk when it returns. Codes as of RegCreateKeyExW.
-TQLIB_API DWORD PutRegistryKey(HKEY root, std::wstring_view path, const std::vector<RegistryValue>& values) noexcept;
+TQLIB_API DWORD PutRegistryKey(HKEY root, std::wstring_view path,
+                               const std::vector<RegistryValue>& values) noexcept;
 
 }  // namespace Quellan::Platform

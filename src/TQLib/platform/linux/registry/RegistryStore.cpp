@@ -403,7 +403,8 @@ DWORD CreateRegistryKey(const RegistryKey& key, std::wstring_view path, Registry
     return ERROR_SUCCESS;
 }
 
-DWORD PutRegistryKey(const RegistryKey& key, std::wstring_view name, const std::vector<RegistryValue>& values) {
+DWORD PutRegistryKey(const RegistryKey& key, std::wstring_view name,
+                     const std::vector<RegistryValue>& values) {
     if (name.size() > MostKeyNameCharacters) return ERROR_INVALID_PARAMETER;
     return ChangeKey(key, [&] {
         Descriptor made;

@@ -45,7 +45,8 @@ DWORD OpenRegistryKey(const RegistryKey& key, std::wstring_view path, RegistryKe
 // Makes what is missing of the path, key by key.
 DWORD CreateRegistryKey(const RegistryKey& key, std::wstring_view path, RegistryKey& found, bool& created);
 // A subkey with these values alone, made in one step; what is there under the name is deleted before.
-DWORD PutRegistryKey(const RegistryKey& key, std::wstring_view name, const std::vector<RegistryValue>& values);
+DWORD PutRegistryKey(const RegistryKey& key, std::wstring_view name,
+                     const std::vector<RegistryValue>& values);
 // 5 (ERROR_ACCESS_DENIED) for the top of a hive, and for a key with subkeys unless they go `withSubkeys`, all
 // in one step.
 DWORD DeleteRegistryKey(const RegistryKey& key, bool withSubkeys);

@@ -204,8 +204,8 @@ SC_HANDLE CreateServiceW(SC_HANDLE manager, const wchar_t* name, const wchar_t* 
                          const wchar_t* group, DWORD* tag, const wchar_t* dependencies,
                          const wchar_t* account, const wchar_t*) noexcept {
     return Create(manager, name, access, [&](ServiceChange& given) {
-        return ReadChange(displayName, type, start, errorControl, commandLine, group, tag, dependencies, account,
-                          given);
+        return ReadChange(displayName, type, start, errorControl, commandLine, group, tag, dependencies,
+                          account, given);
     });
 }
 

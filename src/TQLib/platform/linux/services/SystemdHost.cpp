@@ -148,7 +148,8 @@ int ErrnoOf(DWORD code) {
 
 // Lines are the protocol's.
 std::string OnOneLine(std::string text) {
-    std::ranges::replace_if(text, [](unsigned char c) { return c < ' '; }, '?');
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return c < ' '; }, '?');
     return text;
 }
 
@@ -259,7 +260,8 @@ void SystemdLink::TellStates(const std::vector<NamedStatus>& services) {
         return std::ranges::all_of(
             services, [&](const NamedStatus& service) { return condition(service.status.dwCurrentState); });
     };
-    m_isEnding = m_isEnding || areAll([](DWORD s) { return s == SERVICE_STOP_PENDING || s == SERVICE_STOPPED; });
+    m_isEnding =
+        m_isEnding || areAll([](DWORD s) { return s == SERVICE_STOP_PENDING || s == SERVICE_STOPPED; });
     Phase phase = m_phase;
     if (m_isEnding)
         phase = Phase::Stopping;
