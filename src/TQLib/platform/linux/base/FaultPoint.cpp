@@ -31,5 +31,3 @@ Durable::Observer& Durable::TheObserver() noexcept {
 }  // namespace Quellan::Platform
 
 #endif
-
-namespace Quellan::Platform {}  // namespace Quellan::Platform

@@ -121,8 +121,8 @@ class WithoutFork {
 
     [[gnu::tls_model("initial-exec")]] static constinit inline thread_local Place t_place{};
     static constinit inline std::atomic<bool> s_isForking = false;
-    static constinit inline std::atomic<std::uint32_t> s_counted =
-        0;  // how many threads without a line are inside
+    // How many threads without a line are inside.
+    static constinit inline std::atomic<std::uint32_t> s_counted = 0;
 };
 
 // The lock of a single object, which nobody holds while the process forks.

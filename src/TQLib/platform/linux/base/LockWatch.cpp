@@ -58,5 +58,3 @@ void BeforeWake() noexcept {
 }  // namespace Quellan::Platform
 
 #endif
-
-namespace Quellan::Platform {}  // namespace Quellan::Platform
