@@ -48,7 +48,6 @@ class ProcessOwner {
     virtual void OnStranger(Process& process, const std::vector<NamedStatus>& reported) = 0;
     // It was there under an earlier manager, or its connection ended: what was started in it.
     virtual void OnBack(Process& process, const std::vector<NamedStatus>& reported) = 0;
-    // It has ended, its services with it; with 1053 where it did not connect or hung, with what kept it from running
     // It has ended, its services with it; with what kept it from running its program, with 1053 where it did not
     // connect or hung. It is gone after this.
     virtual void OnEnded(Process& process, DWORD code) = 0;

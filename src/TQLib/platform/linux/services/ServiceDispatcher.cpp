@@ -3,7 +3,7 @@
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/services/ManagedHost.h"
+#include "TQLib/platform/linux/services/HostedServices.h"
 #include "TQLib/platform/linux/services/ServiceSocket.h"
 #include "TQLib/platform/linux/services/ServiceWake.h"
 #include "TQLib/platform/linux/services/SystemdHost.h"
@@ -35,7 +35,7 @@ void SetAnswerLimit(int connection, const timeval& limit) {
 // The connection to the manager.
 class ManagerLink : public ServiceListener {
   public:
-    explicit ManagerLink(ServiceHost& host) : m_host(host) {}
+    explicit ManagerLink(HostedServices& host) : m_host(host) {}
     ~ManagerLink() override { m_host.SetListener(nullptr); }
     ManagerLink(const ManagerLink&) = delete;
     ManagerLink& operator=(const ManagerLink&) = delete;
@@ -55,7 +55,7 @@ class ManagerLink : public ServiceListener {
     bool TrySend(const NamedStatus& service) const;
     bool CatchUp();
 
-    ServiceHost& m_host;
+    HostedServices& m_host;
     const std::string m_path = ServiceManagerSocket();
     const ServiceWake m_wake;
     Descriptor m_connection;  // changed by the dispatcher's thread, under the host's lock
@@ -204,7 +204,7 @@ std::string TakeVariable(const wchar_t* name) {
 }
 
 DWORD Dispatch(const SERVICE_TABLE_ENTRYW* table) {
-    ServiceHost& host = ServiceHost::Instance();
+    HostedServices& host = HostedServices::Instance();
     if (DWORD code = host.SetTable(table)) return code;
     if (!TakeVariable(ServiceProcessVariable).empty()) return ManagerLink(host).Run();
     const std::string systemd = TakeVariable(L"NOTIFY_SOCKET");
@@ -220,7 +220,7 @@ DWORD CallPlainHandler(DWORD control, DWORD, void*, void* context) {
 SERVICE_STATUS_HANDLE Register(const wchar_t* name, LPHANDLER_FUNCTION_EX handler, void* context) noexcept {
     SERVICE_STATUS_HANDLE handle = nullptr;
     const DWORD code =
-        WithMemory([&] { return ServiceHost::Instance().Register(name, handler, context, handle); });
+        WithMemory([&] { return HostedServices::Instance().Register(name, handler, context, handle); });
     return code ? Fail<SERVICE_STATUS_HANDLE>(code, nullptr) : handle;
 }
 
@@ -250,7 +250,7 @@ SERVICE_STATUS_HANDLE RegisterServiceCtrlHandlerW(const wchar_t* name, LPHANDLER
 BOOL SetServiceStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) noexcept {
     if (DWORD code = FaultDue("SetServiceStatus")) return Fail(code, FALSE);
     if (!status) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    const DWORD code = WithMemory([&] { return ServiceHost::Instance().Report(handle, *status); });
+    const DWORD code = WithMemory([&] { return HostedServices::Instance().Report(handle, *status); });
     return code ? Fail(code, FALSE) : TRUE;
 }
 

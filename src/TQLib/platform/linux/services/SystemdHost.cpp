@@ -168,7 +168,7 @@ std::string Described(const NamedStatus& service) {
 
 class SystemdLink : public ServiceListener {
   public:
-    SystemdLink(ServiceHost& host, const std::string& socket) : m_host(host), m_socket(socket) {}
+    SystemdLink(HostedServices& host, const std::string& socket) : m_host(host), m_socket(socket) {}
     ~SystemdLink() override { m_host.SetListener(nullptr); }
     SystemdLink(const SystemdLink&) = delete;
     SystemdLink& operator=(const SystemdLink&) = delete;
@@ -195,7 +195,7 @@ class SystemdLink : public ServiceListener {
     void FeedWatchdog(const std::vector<NamedStatus>& services);
     int MsToNext() const;
 
-    ServiceHost& m_host;
+    HostedServices& m_host;
     const NotifySocket m_socket;
     const ServiceWake m_wake;
     Phase m_phase = Phase::Starting;
@@ -352,7 +352,7 @@ DWORD SystemdLink::Run() {
 
 }  // namespace
 
-DWORD RunUnderSystemd(ServiceHost& host, const std::string& socket) {
+DWORD RunUnderSystemd(HostedServices& host, const std::string& socket) {
     return SystemdLink(host, socket).Run();
 }
 

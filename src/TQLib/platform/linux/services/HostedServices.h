@@ -21,10 +21,10 @@ class ServiceListener {
 };
 
 // All of it may throw std::bad_alloc.
-class ServiceHost {
+class HostedServices {
   public:
     // Never destroyed: service threads may outlive the dispatcher.
-    static ServiceHost& Instance();
+    static HostedServices& Instance();
 
     // Once: 1056 (ERROR_SERVICE_ALREADY_RUNNING) afterwards. 87 (ERROR_INVALID_PARAMETER), 13
     // (ERROR_INVALID_DATA).
@@ -62,7 +62,7 @@ class ServiceHost {
     struct MainCall;
     struct StatusTarget;
 
-    ServiceHost() = default;
+    HostedServices() = default;
     Hosted* FindInTable(const RunMessage& run);
     Hosted* FindRunning(const wchar_t* name);
     std::vector<NamedStatus> StatusesLocked();

@@ -1,4 +1,4 @@
-#include "TQLib/platform/linux/services/ManagedHost.h"
+#include "TQLib/platform/linux/services/HostedServices.h"
 
 #include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/HandleTable.h"
@@ -24,7 +24,7 @@ bool IsValidStatus(const SERVICE_STATUS& status) noexcept {
 
 }  // namespace
 
-struct ServiceHost::Hosted {
+struct HostedServices::Hosted {
     std::wstring tableName;
     LPSERVICE_MAIN_FUNCTIONW main;
     NamedStatus now;  // with the name as it was started
@@ -37,14 +37,14 @@ struct ServiceHost::Hosted {
 };
 
 // What a status handle names, as long as that run of the service lasts.
-struct ServiceHost::StatusTarget : Object {
+struct HostedServices::StatusTarget : Object {
     static constexpr ObjectKind Kind{.name = "service status", .closedByCloseHandle = false};
 
     explicit StatusTarget(Hosted& reporting) noexcept : Object(Kind), service(reporting) {}
     Hosted& service;
 };
 
-struct ServiceHost::MainCall {
+struct HostedServices::MainCall {
     Hosted* service = nullptr;
     unsigned run = 0;
     std::vector<std::wstring> arguments;
@@ -58,13 +58,13 @@ struct ServiceHost::MainCall {
     }
 };
 
-ServiceHost& ServiceHost::Instance() {
-    alignas(ServiceHost) static std::byte memory[sizeof(ServiceHost)];
-    static ServiceHost& instance = *new (memory) ServiceHost;
+HostedServices& HostedServices::Instance() {
+    alignas(HostedServices) static std::byte memory[sizeof(HostedServices)];
+    static HostedServices& instance = *new (memory) HostedServices;
     return instance;
 }
 
-DWORD ServiceHost::SetTable(const SERVICE_TABLE_ENTRYW* table) {
+DWORD HostedServices::SetTable(const SERVICE_TABLE_ENTRYW* table) {
     std::vector<std::unique_ptr<Hosted>> services;
     for (; table && table->lpServiceName; ++table) {
         if (!table->lpServiceProc) return ERROR_INVALID_DATA;
@@ -79,7 +79,7 @@ DWORD ServiceHost::SetTable(const SERVICE_TABLE_ENTRYW* table) {
     return ERROR_SUCCESS;
 }
 
-std::vector<std::string> ServiceHost::Names() {
+std::vector<std::string> HostedServices::Names() {
     const std::scoped_lock lock(m_lock);
     std::vector<std::string> names;
     for (const auto& service : m_services)
@@ -87,12 +87,12 @@ std::vector<std::string> ServiceHost::Names() {
     return names;
 }
 
-void ServiceHost::SetListener(ServiceListener* listener) {
+void HostedServices::SetListener(ServiceListener* listener) {
     const std::scoped_lock lock(m_lock);
     m_listener = listener;
 }
 
-ServiceHost::Hosted* ServiceHost::FindInTable(const RunMessage& run) {
+HostedServices::Hosted* HostedServices::FindInTable(const RunMessage& run) {
     const std::wstring name = ToWide(run.name);
     const auto found = std::ranges::find_if(
         m_services, [&](const auto& service) { return CompareOrdinal(service->tableName, name, true) == 0; });
@@ -100,7 +100,7 @@ ServiceHost::Hosted* ServiceHost::FindInTable(const RunMessage& run) {
     return run.isAlone ? m_services.front().get() : nullptr;
 }
 
-ServiceHost::Hosted* ServiceHost::FindRunning(const wchar_t* name) {
+HostedServices::Hosted* HostedServices::FindRunning(const wchar_t* name) {
     const auto found = std::ranges::find_if(m_services, [&](const auto& service) {
         return service->isRunning &&
                (service->isAlone || CompareOrdinal(service->tableName, name, true) == 0);
@@ -108,7 +108,7 @@ ServiceHost::Hosted* ServiceHost::FindRunning(const wchar_t* name) {
     return found != m_services.end() ? found->get() : nullptr;
 }
 
-DWORD ServiceHost::Run(const RunMessage& run) {
+DWORD HostedServices::Run(const RunMessage& run) {
     auto call = std::make_unique<MainCall>();
     call->arguments.push_back(ToWide(run.name));
     for (const std::string& argument : run.arguments)
@@ -146,7 +146,7 @@ DWORD ServiceHost::Run(const RunMessage& run) {
     return ERROR_SUCCESS;
 }
 
-DWORD ServiceHost::Control(const std::string& name, DWORD control) {
+DWORD HostedServices::Control(const std::string& name, DWORD control) {
     LPHANDLER_FUNCTION_EX handler = nullptr;
     void* context = nullptr;
     {
@@ -160,24 +160,24 @@ DWORD ServiceHost::Control(const std::string& name, DWORD control) {
     return handler ? handler(control, 0, nullptr, context) : ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
 }
 
-std::vector<NamedStatus> ServiceHost::StatusesLocked() {
+std::vector<NamedStatus> HostedServices::StatusesLocked() {
     std::vector<NamedStatus> statuses;
     for (const auto& service : m_services)
         if (service->runs > 0) statuses.push_back(service->now);
     return statuses;
 }
 
-std::vector<NamedStatus> ServiceHost::Statuses() {
+std::vector<NamedStatus> HostedServices::Statuses() {
     return WithStatuses([](std::vector<NamedStatus> statuses) { return statuses; });
 }
 
-bool ServiceHost::AreAllStopped() {
+bool HostedServices::AreAllStopped() {
     const std::scoped_lock lock(m_lock);
     return std::ranges::none_of(m_services, [](const auto& service) { return service->isRunning; });
 }
 
-DWORD ServiceHost::Register(const wchar_t* name, LPHANDLER_FUNCTION_EX handler, void* context,
-                            SERVICE_STATUS_HANDLE& handle) {
+DWORD HostedServices::Register(const wchar_t* name, LPHANDLER_FUNCTION_EX handler, void* context,
+                               SERVICE_STATUS_HANDLE& handle) {
     const std::scoped_lock lock(m_lock);
     if (!m_listener) return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
     Hosted* const service = FindRunning(name);
@@ -190,7 +190,7 @@ DWORD ServiceHost::Register(const wchar_t* name, LPHANDLER_FUNCTION_EX handler, 
     return ERROR_SUCCESS;
 }
 
-DWORD ServiceHost::Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS& status) {
+DWORD HostedServices::Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS& status) {
     const HandleRef<StatusTarget> target(handle);
     if (!target) return ERROR_INVALID_HANDLE;
     if (!IsValidStatus(status)) return ERROR_INVALID_DATA;
@@ -207,7 +207,7 @@ DWORD ServiceHost::Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS& st
 }
 
 // Who has a handler may report from any thread for as long as it likes. Who has none can report no more.
-void ServiceHost::OnMainReturned(Hosted& service, unsigned run) noexcept {
+void HostedServices::OnMainReturned(Hosted& service, unsigned run) noexcept {
     const std::scoped_lock lock(m_lock);
     if (service.runs != run || !service.isRunning || service.handler) return;
     SERVICE_STATUS& status = service.now.status;
