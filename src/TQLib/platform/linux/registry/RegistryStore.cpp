@@ -497,8 +497,7 @@ DWORD ListRegistryEntries(const RegistryKey& key, RegistryEntry kind, std::vecto
     if (kind == RegistryEntry::Value) ReadKeyFile(key.folder, content);
     std::ranges::transform(content.values, std::back_inserter(names), FileNameOf);
     std::ranges::sort(names);
-    const auto doubles = std::ranges::unique(names);
-    names.erase(doubles.begin(), doubles.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
     files = std::move(names);
     return ERROR_SUCCESS;
 }
