@@ -96,8 +96,12 @@ long Site::ManagerWakeUps() const {
 TQSvcHandle Site::Install(const wchar_t* name) {
     TQSvcHandle service;
     const TQString line = TQString::Format(L"\"%s\" --service", TQSysProc::ModuleFileName(nullptr).c_str());
+    TQServiceOptions options;
+    options.description = L"Does nothing";
+    options.failureActions = {{TQSvcFailureAction::Kind::Restart, 1000}};
+    options.failureCommand = L"/bin/true";
     TQServiceMgr::InstallService(service, name, nullptr, line.c_str(), nullptr, nullptr,
-                                 SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Demand);
+                                 SERVICE_WIN32_OWN_PROCESS, TQSvcStart::Demand, options);
     return service;
 }
 
