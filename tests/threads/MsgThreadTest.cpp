@@ -218,7 +218,7 @@ TEST(MsgThread, EndsWhereAHandleOfItsListIsInvalid) {
     Receiver thread;
     thread.Start();
     thread.AddWaitHandle(reinterpret_cast<HANDLE>(std::uintptr_t{0x7FFFFFF0}));
-    thread.PostMsg(WM_APP, 0, 0);  // so that it comes to its next pass
+    thread.PostMsg(WM_APP, 0, 0, false);  // so that it comes to its next pass, if it is there still
     EXPECT_EQ(thread.WaitForComplete(INFINITE), DWORD{ERROR_INVALID_HANDLE});
     EXPECT_EQ(thread.ResultMessage(), L"Wait on synch object failed.");
     EXPECT_EQ(log.Entries().size(), 1u);
