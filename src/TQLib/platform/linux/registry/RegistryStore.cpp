@@ -494,7 +494,9 @@ DWORD ListRegistryEntries(const RegistryKey& key, RegistryEntry kind, std::vecto
     if (code) return code;
     std::erase_if(names, [kind](const std::string& name) { return !IsRegistryEntry(kind, name); });
     KeyFile content;
-    if (kind == RegistryEntry::Value) ReadKeyFile(key.folder, content);
+    // Of a damaged one those that are whole; what cannot be read now is no shorter list.
+    if (kind == RegistryEntry::Value) code = ReadKeyFile(key.folder, content);
+    if (code && code != ERROR_REGISTRY_CORRUPT) return code;
     std::ranges::transform(content.values, std::back_inserter(names), FileNameOf);
     std::ranges::sort(names);
     names.erase(std::unique(names.begin(), names.end()), names.end());
