@@ -1,0 +1,17 @@
+// The samples of the documents, each whole and checked: a document shows a part of the file of its name.
+#pragma once
+
+void AccessControlSample();
+void ExceptionsSample();
+void FirstProgramSample();
+void FormattingSample();
+void LoggingSample();
+void MessagesSample();
+void RegistrySample();
+void SecurityIdentifiersSample();
+void ServicesSample();
+void ThreadPoolSample();
+void ThreadsSample();
+
+// Throws with `what` unless `isTrue`.
+void Expect(bool isTrue, const wchar_t* what);

@@ -1,0 +1,28 @@
+#include <TQLib/TQLib.h>
+#include <TQLib/platform/Win32.h>
+
+#include "Samples.h"
+
+using namespace Quellan::Corvel;
+using namespace Quellan::Sarvek;
+
+namespace {
+
+void MakeFile(const wchar_t* name) {
+    SecACL list;
+    list.Allow(SecID(WinBuiltinAdministratorsSid), FILE_ALL_ACCESS)
+        .Allow(SecID(WinBuiltinUsersSid), FILE_GENERIC_READ);
+    const SecAttr security(SecDesc().SetDACL(list.InCanonicalOrder()));
+    const TQHandle<_TQFileHandleClose> file(
+        CreateFileW(name, GENERIC_WRITE, 0, security.Get(), CREATE_NEW, 0, nullptr));
+    if (!file.IsValid()) TQSysException::ThrowLastError(L"CreateFileW");
+}
+
+} // namespace
+
+void AccessControlSample() {
+    const wchar_t* const name = L"access-control.sample";
+    DeleteFileW(name);
+    MakeFile(name);
+    Expect(DeleteFileW(name) != 0, L"The file is there.");
+}
