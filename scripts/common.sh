@@ -42,7 +42,7 @@ step() {
 [ -w "${HOME:-/nowhere}" ] || export CCACHE_DIR="${CCACHE_DIR:-$PWD/build/ccache}"
 
 # build PRESET: configures and builds, and gives way to what runs beside it.
-export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache
+export CMAKE_C_COMPILER_LAUNCHER=ccache CMAKE_CXX_COMPILER_LAUNCHER=ccache CCACHE_SLOPPINESS=pch_defines,time_macros
 build() {
     step "configure-$1" cmake --preset "$1"
     step "build-$1" nice cmake --build --preset "$1"
