@@ -90,9 +90,9 @@ class Requests::Client : public LinkOwner, public std::enable_shared_from_this<C
     Requests& m_requests;
 };
 
-Requests::Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Services& services,
+Requests::Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Supervisor& supervisor,
                    Records& records)
-    : m_loop(loop), m_settings(settings), m_table(table), m_services(services), m_records(records) {}
+    : m_loop(loop), m_settings(settings), m_table(table), m_supervisor(supervisor), m_records(records) {}
 
 Requests::~Requests() = default;
 
@@ -133,7 +133,7 @@ void Requests::OnMessage(Client& client, const std::string& packet) {
     const auto kept = client.shared_from_this();
     try {
         // Until the processes of an earlier manager are back, nobody could be told the truth.
-        if (!m_services.HaveBegun() && KindOfMessage(packet) != ServiceMessage::Attach) {
+        if (!m_supervisor.HaveBegun() && KindOfMessage(packet) != ServiceMessage::Attach) {
             client.held = packet;
             return client.link->Hold();
         }
@@ -214,7 +214,7 @@ DWORD Requests::ServeNew(Client& client, const std::string& packet) {
 
 // The connection becomes the process's.
 DWORD Requests::Attach(Client& client, const AttachMessage& message) {
-    if (const DWORD code = m_services.Attach(*client.link, message)) return code;
+    if (const DWORD code = m_supervisor.Attach(*client.link, message)) return code;
     client.isWaiting = false;
     client.link = nullptr;
     m_clients.erase(&client);
@@ -248,11 +248,11 @@ DWORD Requests::ServeServiceHandle(Client& client, Service& service, const std::
     if (ParseMessage(packet, control)) return Control(client, service, control.control);
     if (ParseMessage(packet, start)) {
         if (!client.May(SERVICE_START)) return ERROR_ACCESS_DENIED;
-        const DWORD code = m_services.Start(service, std::move(start.arguments), AnswerTo(client));
+        const DWORD code = m_supervisor.Start(service, std::move(start.arguments), AnswerTo(client));
         return code ? code : ERROR_IO_PENDING;
     }
     if (ParseMessage(packet, killing))
-        return client.May(SERVICE_STOP) ? m_services.Kill(service) : ERROR_ACCESS_DENIED;
+        return client.May(SERVICE_STOP) ? m_supervisor.Kill(service) : ERROR_ACCESS_DENIED;
     if (ParseMessage(packet, queryConfig)) {
         if (!client.May(SERVICE_QUERY_CONFIG)) return ERROR_ACCESS_DENIED;
         ConfigReplyMessage reply{service.config};
@@ -292,7 +292,7 @@ DWORD Requests::Delete(Client& client, const Service& service) {
     if (!client.May(DELETE)) return ERROR_ACCESS_DENIED;
     m_records.Mark(service.key, [this, key = service.key, answer = AnswerTo(client)](DWORD code) {
         Service* const marked = code ? nullptr : m_table.Find(key);
-        if (marked) m_services.Mark(*marked);
+        if (marked) m_supervisor.Mark(*marked);
         answer(code);
     });
     return ERROR_IO_PENDING;
@@ -366,7 +366,7 @@ DWORD Requests::Control(Client& client, Service& service, DWORD control) {
     const DWORD access = AccessFor(control);
     if (!access) return ERROR_INVALID_PARAMETER;
     if (!client.May(access)) return ERROR_ACCESS_DENIED;
-    const DWORD code = m_services.Control(
+    const DWORD code = m_supervisor.Control(
         service, control, [this, asker = AskerOf(client), key = service.key](DWORD answer) {
             const auto waiting = asker.Get();
             const Service* const asked = waiting ? m_table.Find(key) : nullptr;

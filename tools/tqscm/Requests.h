@@ -2,7 +2,7 @@
 #pragma once
 
 #include "Records.h"
-#include "Services.h"
+#include "Supervisor.h"
 #include "TQLib/platform/Win32.h"
 
 namespace tqscm {
@@ -10,7 +10,7 @@ namespace tqscm {
 // Each asks one thing at a time and is answered in a time that has a limit, whoever else does not.
 class Requests {
   public:
-    Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Services& services,
+    Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Supervisor& supervisor,
              Records& records);
     ~Requests();
 
@@ -57,7 +57,7 @@ class Requests {
     EventLoop& m_loop;
     const Settings& m_settings;
     ServiceTable& m_table;
-    Services& m_services;
+    Supervisor& m_supervisor;
     Records& m_records;
     std::map<const Client*, std::shared_ptr<Client>> m_clients;
     std::map<std::string, std::set<Client*>> m_watching;  // by the service's key

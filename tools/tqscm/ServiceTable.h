@@ -22,7 +22,7 @@ class Process;
 std::string KeyOf(const std::string& name);
 bool IsServiceName(const std::string& name);
 
-// A service, as the table knows it and as `Services` keeps it.
+// A service, as the table knows it and as `Supervisor` keeps it.
 struct Service {
     explicit Service(EventLoop& loop) : action(loop), hang(loop) {}
 

@@ -1,6 +1,6 @@
-#include "Services.h"
+#include "Supervisor.h"
 
-#include "Identity.h"
+#include "FoundProcesses.h"
 #include "Print.h"
 #include "Rights.h"
 #include "TQLib/platform/Win32.h"
@@ -38,8 +38,8 @@ bool IsShortOfResources(DWORD code) {
 
 }  // namespace
 
-Services::Services(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal,
-                   Worker& worker)
+Supervisor::Supervisor(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal,
+                       Worker& worker)
     : m_settings(settings),
       m_table(table),
       m_journal(journal),
@@ -50,7 +50,7 @@ Services::Services(EventLoop& loop, const Settings& settings, ServiceTable& tabl
 
 // What an earlier manager left.
 
-void Services::Begin() {
+void Supervisor::Begin() {
     for (const auto& [name, entry] : m_journal.All())
         if (Service* const service = m_table.Find(KeyOf(name))) TakeOver(*service, entry);
     m_processes.AdoptStrangers();
@@ -58,7 +58,7 @@ void Services::Begin() {
     m_processes.WhenAllBack([this] { OnAllBack(); });
 }
 
-void Services::TakeOver(Service& service, const JournalEntry& entry) {
+void Supervisor::TakeOver(Service& service, const JournalEntry& entry) {
     service.status = entry.status;
     service.failures = entry.failures;
     service.quickFailures = entry.quickFailures;
@@ -79,7 +79,7 @@ void Services::TakeOver(Service& service, const JournalEntry& entry) {
 }
 
 // Only now is it known what has ended meanwhile, and what nobody has begun.
-void Services::OnAllBack() {
+void Supervisor::OnAllBack() {
     m_haveBegun = true;
     for (const auto& [key, service] : m_table.All()) {
         Changed(*service);
@@ -104,7 +104,7 @@ void Services::OnAllBack() {
 }
 
 // A start that an earlier manager owed.
-void Services::StartAgain(Service& service) {
+void Supervisor::StartAgain(Service& service) {
     std::vector<std::string> arguments = std::move(service.arguments);
     if (service.IsActive()) SetStopped(service, ERROR_PROCESS_ABORTED);
     if (const DWORD code = Start(service, std::move(arguments), nullptr); code && !service.isStarting) {
@@ -115,7 +115,7 @@ void Services::StartAgain(Service& service) {
 
 // Starting.
 
-void Services::AutoStart(bool delayed) {
+void Supervisor::AutoStart(bool delayed) {
     for (const auto& [key, service] : m_table.All()) {
         const bool isDelayed = service->config.delayed != 0;
         const bool wasNeverStarted = service->status.dwWin32ExitCode == ERROR_SERVICE_NEVER_STARTED;
@@ -125,7 +125,7 @@ void Services::AutoStart(bool delayed) {
     }
 }
 
-DWORD Services::Start(Service& service, std::vector<std::string> arguments, Done done) {
+DWORD Supervisor::Start(Service& service, std::vector<std::string> arguments, Done done) {
     if (service.isMarked) return ERROR_SERVICE_MARKED_FOR_DELETE;
     if (service.config.start == SERVICE_DISABLED) return ERROR_SERVICE_DISABLED;
     if (service.IsActive() || service.isStarting) return ERROR_SERVICE_ALREADY_RUNNING;
@@ -150,7 +150,7 @@ DWORD Services::Start(Service& service, std::vector<std::string> arguments, Done
 }
 
 // Runs it once its dependencies do. Those that were up are looked at once more in the end.
-void Services::GoOnStarting(Service& service) {
+void Supervisor::GoOnStarting(Service& service) {
     if (m_isEnding) return EndStart(service, ERROR_SHUTDOWN_IN_PROGRESS);
     const std::size_t count = service.dependencies.size();
     for (std::size_t looked = 0; looked < count; ++looked) {
@@ -174,7 +174,7 @@ void Services::GoOnStarting(Service& service) {
 }
 
 // Looks it up where that is needed, and goes on then.
-bool Services::HasAccount(Service& service) {
+bool Supervisor::HasAccount(Service& service) {
     if (service.isLookedUp) return false;
     if (!service.account) service.account = std::make_shared<Account>();
     if (IsOwnAccount(service.config.account) || !service.account->name.empty()) return true;
@@ -196,7 +196,7 @@ bool Services::HasAccount(Service& service) {
     return false;
 }
 
-DWORD Services::RunService(Service& service) {
+DWORD Supervisor::RunService(Service& service) {
     const ServiceConfig& config = service.config;
     const std::shared_ptr<Account> account = std::move(service.account);
     Process* process =
@@ -219,7 +219,7 @@ DWORD Services::RunService(Service& service) {
 }
 
 // Nobody is there to be told that there are no resources for it.
-void Services::TryLater(Service& service) {
+void Supervisor::TryLater(Service& service) {
     if (!std::exchange(service.wasToldLate, true))
         Print("%s is started later: there is not enough memory or too many processes or descriptors",
               service.name.c_str());
@@ -227,7 +227,7 @@ void Services::TryLater(Service& service) {
 }
 
 // What did not come as far as its main function.
-void Services::EndStart(Service& service, DWORD code) {
+void Supervisor::EndStart(Service& service, DWORD code) {
     service.isStarting = service.isRunOwed = service.wasToldLate = false;
     service.arguments.clear();
     Print("%s was not started: error %u", service.name.c_str(), code);
@@ -237,7 +237,7 @@ void Services::EndStart(Service& service, DWORD code) {
 
 // States.
 
-void Services::SetStatus(Service& service, const SERVICE_STATUS& status) {
+void Supervisor::SetStatus(Service& service, const SERVICE_STATUS& status) {
     const SERVICE_STATUS before = std::exchange(service.status, status);
     service.status.dwServiceType = service.config.type;
     const bool isSame = before.dwCurrentState == status.dwCurrentState;
@@ -259,7 +259,7 @@ void Services::SetStatus(Service& service, const SERVICE_STATUS& status) {
 
 // A service that reports no progress for too long is hung: one that is pending, or that took a control to
 // stop.
-void Services::WatchPending(Service& service) {
+void Supervisor::WatchPending(Service& service) {
     service.isHung = false;
     if (!service.IsPending() && !(service.IsActive() && service.isStopping)) return service.hang.Cancel();
     const auto hint = std::chrono::milliseconds(service.IsPending() ? service.status.dwWaitHint : 0);
@@ -267,7 +267,7 @@ void Services::WatchPending(Service& service) {
 }
 
 // Its process is ended, unless services in it do well: those are not to suffer, so that it is given up alone.
-void Services::OnHung(Service& service) {
+void Supervisor::OnHung(Service& service) {
     service.isHung = true;
     Changed(service);
     Process* const process = service.process;
@@ -279,18 +279,18 @@ void Services::OnHung(Service& service) {
     if (process) service.gaveUpIn = process->id;
 }
 
-void Services::SetStopped(Service& service, DWORD code) {
+void Supervisor::SetStopped(Service& service, DWORD code) {
     SetStatus(service, {service.config.type, SERVICE_STOPPED, 0, code, 0, 0, 0});
 }
 
 // Without a report of its own.
-void Services::SetCrashed(Service& service, DWORD code) {
+void Supervisor::SetCrashed(Service& service, DWORD code) {
     Print("%s ended without a report", service.name.c_str());
     SetStopped(service, code);
     if (!std::exchange(service.wasKilled, false)) OnFailure(service);
 }
 
-void Services::Journalise(const Service& service) {
+void Supervisor::Journalise(const Service& service) {
     JournalEntry entry{.status = service.status,
                        .process = {},
                        .commandLine = {},
@@ -315,7 +315,7 @@ void Services::Journalise(const Service& service) {
 
 // Failures.
 
-void Services::OnFailure(Service& service) {
+void Supervisor::OnFailure(Service& service) {
     const FailureActions& failure = service.config.failure;
     const std::uint64_t now = BootMs();
     const bool isLongAgo = failure.resetPeriod != INFINITE &&
@@ -336,19 +336,19 @@ void Services::OnFailure(Service& service) {
     Journalise(service);
 }
 
-void Services::SetAction(Service& service) {
+void Supervisor::SetAction(Service& service) {
     if (service.dueAction == SC_ACTION_NONE) return;
     const std::uint64_t now = BootMs();
     const std::chrono::milliseconds left(service.dueTime > now ? service.dueTime - now : 0);
     service.action.Set(left, [this, &service] { DoAction(service); });
 }
 
-void Services::DropAction(Service& service) {
+void Supervisor::DropAction(Service& service) {
     service.action.Cancel();
     service.dueAction = SC_ACTION_NONE;
 }
 
-void Services::DoAction(Service& service) {
+void Supervisor::DoAction(Service& service) {
     if (std::exchange(service.dueAction, SC_ACTION_NONE) == SC_ACTION_RESTART) {
         const DWORD code = Start(service, {}, nullptr);
         if (code && code != ERROR_SERVICE_ALREADY_RUNNING)
@@ -360,7 +360,7 @@ void Services::DoAction(Service& service) {
 }
 
 // As the service's own account. "%1%" in the command stands for how often the service has failed.
-void Services::RunFailureCommand(const Service& service) {
+void Supervisor::RunFailureCommand(const Service& service) {
     std::string command = service.config.failureCommand;
     const std::string_view place = "%1%";
     if (const std::size_t at = command.find(place); at != command.npos)
@@ -375,7 +375,7 @@ void Services::RunFailureCommand(const Service& service) {
 
 // Processes.
 
-void Services::OnReport(Process& process, const NamedStatus& reported) {
+void Supervisor::OnReport(Process& process, const NamedStatus& reported) {
     const DWORD state = reported.status.dwCurrentState;
     Service* const service = m_table.Find(KeyOf(reported.name));
     if (!service || state < SERVICE_STOPPED || state > SERVICE_PAUSED) return;
@@ -398,12 +398,12 @@ void Services::OnReport(Process& process, const NamedStatus& reported) {
 }
 
 // A service has its time from when its process is told of it.
-void Services::OnTold(Process& process, const Command& command) {
+void Supervisor::OnTold(Process& process, const Command& command) {
     Service* const service = command.control ? nullptr : m_table.Find(command.key);
     if (service && service->process == &process) WatchPending(*service);
 }
 
-void Services::OnAnswer(Process& process, const Command& command, DWORD code) {
+void Supervisor::OnAnswer(Process& process, const Command& command, DWORD code) {
     Service* const service = m_table.Find(command.key);
     // Its report that it has stopped may come before the answer.
     if (!service || service->process != &process) return;
@@ -422,7 +422,7 @@ void Services::OnAnswer(Process& process, const Command& command, DWORD code) {
 }
 
 // Those that run there and nowhere else.
-std::vector<Service*> Services::ServicesOf(const std::vector<NamedStatus>& reported) const {
+std::vector<Service*> Supervisor::ServicesOf(const std::vector<NamedStatus>& reported) const {
     std::vector<Service*> services;
     for (const NamedStatus& status : reported) {
         Service* const service = m_table.Find(KeyOf(status.name));
@@ -435,7 +435,7 @@ std::vector<Service*> Services::ServicesOf(const std::vector<NamedStatus>& repor
 
 // A process that was started for services, though the journal has lost it. It is what it says to be if the
 // kernel says so too, and if nothing else runs in its place.
-void Services::OnStranger(Process& process, const std::vector<NamedStatus>& reported) {
+void Supervisor::OnStranger(Process& process, const std::vector<NamedStatus>& reported) {
     const std::vector<Service*> services = ServicesOf(reported);
     const auto isActive = [](const NamedStatus& status) {
         return status.status.dwCurrentState != SERVICE_STOPPED;
@@ -470,7 +470,7 @@ void Services::OnStranger(Process& process, const std::vector<NamedStatus>& repo
     m_worker.Post(identify, know);
 }
 
-void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported) {
+void Supervisor::OnBack(Process& process, const std::vector<NamedStatus>& reported) {
     for (const NamedStatus& status : reported)
         OnReport(process, status);
     for (Service* const service : std::vector(process.services)) {
@@ -490,7 +490,7 @@ void Services::OnBack(Process& process, const std::vector<NamedStatus>& reported
     }
 }
 
-void Services::OnEnded(Process& process, DWORD code) {
+void Supervisor::OnEnded(Process& process, DWORD code) {
     for (Service* const service : std::vector(process.services)) {
         const bool wasStopping =
             service->isStopping || service->status.dwCurrentState == SERVICE_STOP_PENDING;
@@ -514,7 +514,7 @@ void Services::OnEnded(Process& process, DWORD code) {
 
 // Controls.
 
-DWORD Services::Control(Service& service, DWORD control, Done done) {
+DWORD Supervisor::Control(Service& service, DWORD control, Done done) {
     const DWORD acceptance = AcceptanceOf(control);
     if (!service.IsActive() || !service.process) return ERROR_SERVICE_NOT_ACTIVE;
     if (!service.IsUp()) return ERROR_SERVICE_CANNOT_ACCEPT_CTRL;
@@ -530,21 +530,21 @@ DWORD Services::Control(Service& service, DWORD control, Done done) {
     return ERROR_SUCCESS;
 }
 
-DWORD Services::Kill(Service& service) {
+DWORD Supervisor::Kill(Service& service) {
     if (!service.IsActive() || !service.process) return ERROR_SERVICE_NOT_ACTIVE;
     service.wasKilled = true;
     service.process->Kill();
     return ERROR_SUCCESS;
 }
 
-void Services::Mark(Service& service) {
+void Supervisor::Mark(Service& service) {
     service.isMarked = true;
     DropAction(service);
     Changed(service);
 }
 
 // After every change, for those who wait for one.
-void Services::GoOn() {
+void Supervisor::GoOn() {
     const bool hasNews = !m_news.empty();
     while (!m_news.empty()) {
         const std::string key = std::move(m_news.extract(m_news.begin()).value());
@@ -563,11 +563,11 @@ void Services::GoOn() {
 
 // The end.
 
-bool Services::AreAllStopped() const {
+bool Supervisor::AreAllStopped() const {
     return std::ranges::none_of(m_table.All(), [](const auto& entry) { return entry.second->IsActive(); });
 }
 
-void Services::BeginEnd() {
+void Supervisor::BeginEnd() {
     if (std::exchange(m_isEnding, true)) return;
     m_delayedStart.Cancel();
     for (const auto& [key, service] : m_table.All()) {
@@ -581,7 +581,7 @@ void Services::BeginEnd() {
 }
 
 // From the services on which no other depends to those that they need.
-void Services::StopNext() {
+void Supervisor::StopNext() {
     const std::set<const Service*> needed = m_table.NeededNow();
     for (const auto& [key, service] : m_table.All()) {
         if (!service->process || service->wasToldToEnd || !service->IsUp() || needed.contains(service.get()))

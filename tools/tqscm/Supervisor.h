@@ -11,12 +11,12 @@
 
 namespace tqscm {
 
-class Services : private ProcessOwner {
+class Supervisor : private ProcessOwner {
   public:
     using Done = std::function<void(DWORD code)>;
 
-    Services(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal,
-             Worker& worker);
+    Supervisor(EventLoop& loop, const Settings& settings, ServiceTable& table, Journal& journal,
+               Worker& worker);
 
     // Finds the processes of an earlier manager again, and begins with what is to be done without being
     // asked: once all of them are back.
