@@ -34,17 +34,28 @@ class Requests {
     // These return the code to answer unless they have answered, or ERROR_IO_PENDING where that comes later.
     DWORD Serve(Client& client, const std::string& packet);
     DWORD ServeNew(Client& client, const std::string& packet);
-    DWORD Attach(Client& client, const AttachMessage& message);
     DWORD ServeManagerHandle(Client& client, const std::string& packet);
     DWORD ServeServiceHandle(Client& client, Service& service, const std::string& packet);
+    // As the one kind of message that `serve` takes.
+    template <class Message, class... Of>
+    DWORD As(DWORD (Requests::*serve)(Client&, const Message&, Of&...), const std::string& packet,
+             Client& client, Of&... of);
+
+    DWORD Attach(Client& client, const AttachMessage& message);
+    DWORD OpenManager(Client& client, const OpenManagerMessage& request);
+    DWORD OpenService(Client& client, const OpenServiceMessage& request);
     DWORD Create(Client& client, const CreateServiceMessage& request);
-    DWORD Change(Client& client, const Service& service, const ServiceChange& change);
-    DWORD Delete(Client& client, const Service& service);
-    DWORD Control(Client& client, Service& service, DWORD control);
-    DWORD Await(Client& client, const Service& service, const AwaitChangeMessage& request);
-    DWORD List(Client& client, const EnumServicesMessage& request) const;
-    DWORD ListDependents(Client& client, const Service& service, const EnumDependentsMessage& request) const;
-    DWORD AnswerName(Client& client, const FindNameMessage& request) const;
+    DWORD List(Client& client, const EnumServicesMessage& request);
+    DWORD AnswerName(Client& client, const FindNameMessage& request);
+    DWORD AnswerStatus(Client& client, const QueryStatusMessage&, Service& service);
+    DWORD AnswerConfig(Client& client, const QueryConfigMessage&, Service& service);
+    DWORD Await(Client& client, const AwaitChangeMessage& request, Service& service);
+    DWORD Start(Client& client, const StartServiceMessage& request, Service& service);
+    DWORD Control(Client& client, const ControlServiceMessage& request, Service& service);
+    DWORD Kill(Client& client, const KillServiceMessage&, Service& service);
+    DWORD Change(Client& client, const ChangeServiceMessage& request, Service& service);
+    DWORD Delete(Client& client, const DeleteServiceMessage&, Service& service);
+    DWORD ListDependents(Client& client, const EnumDependentsMessage& request, Service& service);
     void BecomeHandle(Client& client, Service& service, DWORD access);
 
     void OnMessage(Client& client, const std::string& packet);
