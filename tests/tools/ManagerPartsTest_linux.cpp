@@ -37,14 +37,14 @@ class TqscmJournal : public testing::Test {
         entry.process = {42, std::uint64_t{1} << 40};
         entry.commandLine = "/bin/program";
         entry.arguments = {"first", "second"};
-        entry.failures = failures;
+        entry.failures.count = failures;
         return entry;
     }
     // Each name with what was put last.
     static std::string Text(const Journal& journal) {
         std::string text;
         for (const auto& [name, entry] : journal.All())
-            text += name + '=' + std::to_string(entry.failures) + ' ';
+            text += name + '=' + std::to_string(entry.failures.count) + ' ';
         return text;
     }
     void Write(const std::string& bytes) const { std::ofstream(path, std::ios::binary) << bytes; }

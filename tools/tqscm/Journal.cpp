@@ -173,6 +173,16 @@ std::uint64_t BootMs() noexcept {
 }
 
 template <class Fields, class Visitor>
+void FailureState::Visit(Fields& fields, Visitor& visit) {
+    visit(fields.count);
+    visit(fields.quick);
+    visit(fields.started);
+    visit(fields.last);
+    visit(fields.dueAction);
+    visit(fields.dueTime);
+}
+
+template <class Fields, class Visitor>
 void JournalEntry::Visit(Fields& fields, Visitor& visit) {
     visit(fields.status);
     auto pid = static_cast<DWORD>(fields.process.pid);
@@ -183,11 +193,6 @@ void JournalEntry::Visit(Fields& fields, Visitor& visit) {
     visit(fields.account);
     visit(fields.isAlone);
     visit(fields.failures);
-    visit(fields.quickFailures);
-    visit(fields.started);
-    visit(fields.lastFailure);
-    visit(fields.dueAction);
-    visit(fields.dueTime);
     visit(fields.isStartOwed);
     visit(fields.arguments);
 }

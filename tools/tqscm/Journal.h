@@ -27,6 +27,19 @@ ProcessId IdOf(pid_t pid);
 // Since the machine was booted, its sleep counted: a later manager goes on with it.
 std::uint64_t BootMs() noexcept;
 
+// How often a service has failed, and what is due for it. Times are those of BootMs.
+struct FailureState {
+    DWORD count = 0;            // since the reset period began
+    DWORD quick = 0;            // of them, one soon after the other
+    std::uint64_t started = 0;  // when the service was last started
+    std::uint64_t last = 0;     // 0 where there was none
+    DWORD dueAction = 0;        // SC_ACTION_TYPE: what has not been done for the last one
+    std::uint64_t dueTime = 0;
+
+    template <class Fields, class Visitor>
+    static void Visit(Fields& fields, Visitor& visit);
+};
+
 struct JournalEntry {
     SERVICE_STATUS status{};
     ProcessId process;        // none where it is stopped
@@ -35,12 +48,7 @@ struct JournalEntry {
     DWORD isAlone = 0;        // the process is for this service alone
 
     // What the manager owes.
-    DWORD failures = 0;                  // since the reset period began
-    DWORD quickFailures = 0;             // of them, one soon after the other
-    std::uint64_t started = 0;           // BootMs
-    std::uint64_t lastFailure = 0;       // BootMs; 0 where there was none
-    DWORD dueAction = 0;                 // SC_ACTION_TYPE: what has not been done for the last failure
-    std::uint64_t dueTime = 0;           // BootMs
+    FailureState failures;
     DWORD isStartOwed = 0;               // a start was asked for and has not begun
     std::vector<std::string> arguments;  // of that start
 

@@ -1,12 +1,13 @@
 #include "Launch.h"
 
 #include "TQLib/platform/Win32.h"
+#include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/base/Errno.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <csignal>
 #include <grp.h>
 #include <optional>
@@ -23,11 +24,8 @@ namespace {
 // Of descriptors, before the manager took more.
 std::optional<rlimit> g_limitBefore;
 
-// Only ASCII letters are folded: names may have bytes of UTF-8, which are negative as characters.
 bool EqualsWithoutCase(std::string_view left, std::string_view right) {
-    return std::ranges::equal(left, right, [](char a, char b) {
-        return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
-    });
+    return CompareOrdinal(ToWide(left), ToWide(right), true) == 0;
 }
 
 // Without a domain.
@@ -35,28 +33,9 @@ std::string_view UserIn(std::string_view name) {
     return name.substr(name.rfind('\\') + 1);
 }
 
+// Of a process that could not be made or run its program: EAGAIN is for want of processes there.
 DWORD CodeOf(int error) {
-    switch (error) {
-        case ENOENT:
-            return ERROR_FILE_NOT_FOUND;
-        case ENOTDIR:
-            return ERROR_PATH_NOT_FOUND;
-        case EACCES:
-        case EPERM:
-            return ERROR_ACCESS_DENIED;
-        case ENOEXEC:
-            return ERROR_BAD_EXE_FORMAT;
-        case E2BIG:
-            return ERROR_INVALID_PARAMETER;
-        case EAGAIN:
-        case ENOMEM:
-            return ERROR_NOT_ENOUGH_MEMORY;
-        case EMFILE:
-        case ENFILE:
-            return ERROR_TOO_MANY_OPEN_FILES;
-        default:
-            return ERROR_GEN_FAILURE;
-    }
+    return error == EAGAIN ? ERROR_NOT_ENOUGH_MEMORY : CodeFromErrno(error);
 }
 
 DWORD FindUser(const std::string& name, Account& account) {

@@ -97,7 +97,7 @@ class Manager::Signals : public Source {
     int Fd() const { return m_signals.Get(); }
     void OnReady(unsigned) override {
         signalfd_siginfo info;
-        if (read(m_signals.Get(), &info, sizeof info) == sizeof info) m_manager.m_services.BeginEnd();
+        if (read(m_signals.Get(), &info, sizeof info) == sizeof info) m_manager.m_supervisor.BeginEnd();
     }
 
   private:
@@ -111,9 +111,9 @@ Manager::Manager(Settings settings)
       m_journal(m_settings.socket + ".journal", m_lock.Get()) {
     AllowManyDescriptors();
     m_records.Load();
-    m_services.WhenBegun([this] { m_requests.OnBegun(); });
-    m_services.WhenSeen([this](const Service& service) { m_requests.OnSeen(service); });
-    m_services.WhenUnused([this](Service& service) { m_records.Delete(service); });
+    m_supervisor.WhenBegun([this] { m_requests.OnBegun(); });
+    m_supervisor.WhenSeen([this](const Service& service) { m_requests.OnSeen(service); });
+    m_supervisor.WhenUnused([this](Service& service) { m_records.Delete(service); });
     auto signals = std::make_unique<Signals>(*this);
     auto listener = std::make_unique<Listener>(*this);
     const int signalsFd = signals->Fd(), listenerFd = listener->Fd();
@@ -122,18 +122,18 @@ Manager::Manager(Settings settings)
 }
 
 void Manager::Run() {
-    m_services.Begin();
-    for (GoOn(); !m_services.HaveEnded(); GoOn())
+    m_supervisor.Begin();
+    for (GoOn(); !m_supervisor.HaveEnded(); GoOn())
         m_loop.RunOnce();
     unlink(m_settings.socket.c_str());
     // What could not be ended is left to the next one.
-    if (m_services.AreAllStopped()) m_journal.Delete();
+    if (m_supervisor.AreAllStopped()) m_journal.Delete();
 }
 
 // Between two turns of the loop.
 void Manager::GoOn() {
     try {
-        m_services.GoOn();
+        m_supervisor.GoOn();
     } catch (const std::exception& failure) {
         Print("something was not done: %s", failure.what());
     }

@@ -29,9 +29,9 @@ class Manager {
     Worker m_worker{m_loop};
     Journal m_journal;
     ServiceTable m_table{m_loop};
-    Services m_services{m_loop, m_settings, m_table, m_journal, m_worker};
+    Supervisor m_supervisor{m_loop, m_settings, m_table, m_journal, m_worker};
     Records m_records{m_loop, m_table, m_journal, m_worker};
-    Requests m_requests{m_loop, m_settings, m_table, m_services, m_records};
+    Requests m_requests{m_loop, m_settings, m_table, m_supervisor, m_records};
     Timer m_journalAgain{m_loop};
 };
 

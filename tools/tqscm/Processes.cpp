@@ -1,7 +1,7 @@
 #include "Processes.h"
 
 #include "ChildEnd.h"
-#include "Identity.h"
+#include "FoundProcesses.h"
 #include "Print.h"
 #include "ServiceTable.h"
 #include "TQLib/platform/Win32.h"

@@ -133,7 +133,8 @@ void Records::Mark(const std::string& key, Done done) {
 }
 
 void Records::Delete(Service& service) {
-    if (!service.isMarked || service.isGoing || service.handles || service.IsActive() || service.isStarting)
+    if (!service.isMarked || service.isGoing || service.handles || service.IsActive() ||
+        service.start.isUnderWay)
         return;
     service.isGoing = true;
     const auto check = [name = service.name](Work& work) -> DWORD {

@@ -90,9 +90,9 @@ class Requests::Client : public LinkOwner, public std::enable_shared_from_this<C
     Requests& m_requests;
 };
 
-Requests::Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Services& services,
+Requests::Requests(EventLoop& loop, const Settings& settings, ServiceTable& table, Supervisor& supervisor,
                    Records& records)
-    : m_loop(loop), m_settings(settings), m_table(table), m_services(services), m_records(records) {}
+    : m_loop(loop), m_settings(settings), m_table(table), m_supervisor(supervisor), m_records(records) {}
 
 Requests::~Requests() = default;
 
@@ -133,7 +133,7 @@ void Requests::OnMessage(Client& client, const std::string& packet) {
     const auto kept = client.shared_from_this();
     try {
         // Until the processes of an earlier manager are back, nobody could be told the truth.
-        if (!m_services.HaveBegun() && KindOfMessage(packet) != ServiceMessage::Attach) {
+        if (!m_supervisor.HaveBegun() && KindOfMessage(packet) != ServiceMessage::Attach) {
             client.held = packet;
             return client.link->Hold();
         }
@@ -184,89 +184,98 @@ DWORD Requests::Serve(Client& client, const std::string& packet) {
     return service ? ServeServiceHandle(client, *service, packet) : ERROR_SERVICE_DOES_NOT_EXIST;
 }
 
+template <class Message, class... Of>
+DWORD Requests::As(DWORD (Requests::*serve)(Client&, const Message&, Of&...), const std::string& packet,
+                   Client& client, Of&... of) {
+    Message message;
+    return ParseMessage(packet, message) ? (this->*serve)(client, message, of...) : RPC_S_PROTOCOL_ERROR;
+}
+
 DWORD Requests::ServeNew(Client& client, const std::string& packet) {
-    OpenManagerMessage openManager;
-    OpenServiceMessage openService;
-    CreateServiceMessage create;
-    AttachMessage attach;
-    DWORD granted = 0;
-    if (ParseMessage(packet, attach)) return Attach(client, attach);
-    if (ParseMessage(packet, openManager) && openManager.version == ServiceProtocolVersion) {
-        const DWORD wanted = openManager.access | SC_MANAGER_CONNECT;
-        if (DWORD code = Grant(ManagerRights, IsTrusted(client), wanted, granted)) return code;
-        client.role = Client::Role::Manager;
-        client.access = granted;
-        client.Answer(FormatMessage(OpenReplyMessage{granted}));
-        return ERROR_SUCCESS;
+    switch (KindOfMessage(packet)) {
+        case ServiceMessage::Attach:
+            return As(&Requests::Attach, packet, client);
+        case ServiceMessage::OpenManager:
+            return As(&Requests::OpenManager, packet, client);
+        case ServiceMessage::OpenService:
+            return As(&Requests::OpenService, packet, client);
+        case ServiceMessage::CreateService:
+            return As(&Requests::Create, packet, client);
+        default:
+            return RPC_S_PROTOCOL_ERROR;
     }
-    if (ParseMessage(packet, openService) && openService.version == ServiceProtocolVersion) {
-        if (!IsServiceName(openService.name)) return ERROR_INVALID_NAME;
-        Service* const service = m_table.Find(KeyOf(openService.name));
-        if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
-        if (DWORD code = Grant(ServiceRights, IsTrusted(client), openService.access, granted)) return code;
-        BecomeHandle(client, *service, granted);
-        return ERROR_SUCCESS;
+}
+
+DWORD Requests::ServeManagerHandle(Client& client, const std::string& packet) {
+    switch (KindOfMessage(packet)) {
+        case ServiceMessage::EnumServices:
+            return As(&Requests::List, packet, client);
+        case ServiceMessage::FindName:
+            return As(&Requests::AnswerName, packet, client);
+        default:
+            return RPC_S_PROTOCOL_ERROR;
     }
-    if (ParseMessage(packet, create) && create.version == ServiceProtocolVersion)
-        return IsTrusted(client) ? Create(client, create) : ERROR_ACCESS_DENIED;
-    return RPC_S_PROTOCOL_ERROR;
+}
+
+DWORD Requests::ServeServiceHandle(Client& client, Service& service, const std::string& packet) {
+    switch (KindOfMessage(packet)) {
+        case ServiceMessage::QueryStatus:
+            return As(&Requests::AnswerStatus, packet, client, service);
+        case ServiceMessage::QueryConfig:
+            return As(&Requests::AnswerConfig, packet, client, service);
+        case ServiceMessage::AwaitChange:
+            return As(&Requests::Await, packet, client, service);
+        case ServiceMessage::StartService:
+            return As(&Requests::Start, packet, client, service);
+        case ServiceMessage::ControlService:
+            return As(&Requests::Control, packet, client, service);
+        case ServiceMessage::KillService:
+            return As(&Requests::Kill, packet, client, service);
+        case ServiceMessage::ChangeService:
+            return As(&Requests::Change, packet, client, service);
+        case ServiceMessage::DeleteService:
+            return As(&Requests::Delete, packet, client, service);
+        case ServiceMessage::EnumDependents:
+            return As(&Requests::ListDependents, packet, client, service);
+        default:
+            return RPC_S_PROTOCOL_ERROR;
+    }
 }
 
 // The connection becomes the process's.
 DWORD Requests::Attach(Client& client, const AttachMessage& message) {
-    if (const DWORD code = m_services.Attach(*client.link, message)) return code;
+    if (const DWORD code = m_supervisor.Attach(*client.link, message)) return code;
     client.isWaiting = false;
     client.link = nullptr;
     m_clients.erase(&client);
     return ERROR_SUCCESS;
 }
 
-DWORD Requests::ServeManagerHandle(Client& client, const std::string& packet) {
-    EnumServicesMessage list;
-    FindNameMessage find;
-    if (ParseMessage(packet, list)) return List(client, list);
-    if (ParseMessage(packet, find)) return AnswerName(client, find);
-    return RPC_S_PROTOCOL_ERROR;
+DWORD Requests::OpenManager(Client& client, const OpenManagerMessage& request) {
+    if (request.version != ServiceProtocolVersion) return RPC_S_PROTOCOL_ERROR;
+    const DWORD wanted = request.access | SC_MANAGER_CONNECT;
+    DWORD granted = 0;
+    if (DWORD code = Grant(ManagerRights, IsTrusted(client), wanted, granted)) return code;
+    client.role = Client::Role::Manager;
+    client.access = granted;
+    client.Answer(FormatMessage(OpenReplyMessage{granted}));
+    return ERROR_SUCCESS;
 }
 
-DWORD Requests::ServeServiceHandle(Client& client, Service& service, const std::string& packet) {
-    QueryStatusMessage queryStatus;
-    ControlServiceMessage control;
-    StartServiceMessage start;
-    QueryConfigMessage queryConfig;
-    ChangeServiceMessage change;
-    DeleteServiceMessage deletion;
-    EnumDependentsMessage dependents;
-    KillServiceMessage killing;
-    AwaitChangeMessage awaiting;
-    if (ParseMessage(packet, queryStatus)) {
-        if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
-        client.Answer(StatusReply(ERROR_SUCCESS, service));
-        return ERROR_SUCCESS;
-    }
-    if (ParseMessage(packet, awaiting)) return Await(client, service, awaiting);
-    if (ParseMessage(packet, control)) return Control(client, service, control.control);
-    if (ParseMessage(packet, start)) {
-        if (!client.May(SERVICE_START)) return ERROR_ACCESS_DENIED;
-        const DWORD code = m_services.Start(service, std::move(start.arguments), AnswerTo(client));
-        return code ? code : ERROR_IO_PENDING;
-    }
-    if (ParseMessage(packet, killing))
-        return client.May(SERVICE_STOP) ? m_services.Kill(service) : ERROR_ACCESS_DENIED;
-    if (ParseMessage(packet, queryConfig)) {
-        if (!client.May(SERVICE_QUERY_CONFIG)) return ERROR_ACCESS_DENIED;
-        ConfigReplyMessage reply{service.config};
-        if (reply.config.account.empty()) reply.config.account = "LocalSystem";
-        client.Answer(FormatMessage(reply));
-        return ERROR_SUCCESS;
-    }
-    if (ParseMessage(packet, change)) return Change(client, service, change.change);
-    if (ParseMessage(packet, deletion)) return Delete(client, service);
-    if (ParseMessage(packet, dependents)) return ListDependents(client, service, dependents);
-    return RPC_S_PROTOCOL_ERROR;
+DWORD Requests::OpenService(Client& client, const OpenServiceMessage& request) {
+    if (request.version != ServiceProtocolVersion) return RPC_S_PROTOCOL_ERROR;
+    if (!IsServiceName(request.name)) return ERROR_INVALID_NAME;
+    Service* const service = m_table.Find(KeyOf(request.name));
+    if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
+    DWORD granted = 0;
+    if (DWORD code = Grant(ServiceRights, IsTrusted(client), request.access, granted)) return code;
+    BecomeHandle(client, *service, granted);
+    return ERROR_SUCCESS;
 }
 
 DWORD Requests::Create(Client& client, const CreateServiceMessage& request) {
+    if (request.version != ServiceProtocolVersion) return RPC_S_PROTOCOL_ERROR;
+    if (!IsTrusted(client)) return ERROR_ACCESS_DENIED;
     DWORD granted = 0;
     if (DWORD code = Grant(ServiceRights, true, request.access, granted)) return code;
     m_records.Create(request.name, request.config,
@@ -281,24 +290,48 @@ DWORD Requests::Create(Client& client, const CreateServiceMessage& request) {
     return ERROR_IO_PENDING;
 }
 
-DWORD Requests::Change(Client& client, const Service& service, const ServiceChange& change) {
-    if (!client.May(SERVICE_CHANGE_CONFIG | (Restarts(change) ? SERVICE_START : 0)))
-        return ERROR_ACCESS_DENIED;
-    m_records.Change(service.key, change, AnswerTo(client));
+DWORD Requests::AnswerStatus(Client& client, const QueryStatusMessage&, Service& service) {
+    if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
+    client.Answer(StatusReply(ERROR_SUCCESS, service));
+    return ERROR_SUCCESS;
+}
+
+DWORD Requests::AnswerConfig(Client& client, const QueryConfigMessage&, Service& service) {
+    if (!client.May(SERVICE_QUERY_CONFIG)) return ERROR_ACCESS_DENIED;
+    ConfigReplyMessage reply{service.config};
+    if (reply.config.account.empty()) reply.config.account = "LocalSystem";
+    client.Answer(FormatMessage(reply));
+    return ERROR_SUCCESS;
+}
+
+DWORD Requests::Start(Client& client, const StartServiceMessage& request, Service& service) {
+    if (!client.May(SERVICE_START)) return ERROR_ACCESS_DENIED;
+    const DWORD code = m_supervisor.Start(service, request.arguments, AnswerTo(client));
+    return code ? code : ERROR_IO_PENDING;
+}
+
+DWORD Requests::Kill(Client& client, const KillServiceMessage&, Service& service) {
+    return client.May(SERVICE_STOP) ? m_supervisor.Kill(service) : ERROR_ACCESS_DENIED;
+}
+
+DWORD Requests::Change(Client& client, const ChangeServiceMessage& request, Service& service) {
+    const DWORD starts = Restarts(request.change) ? SERVICE_START : 0;
+    if (!client.May(SERVICE_CHANGE_CONFIG | starts)) return ERROR_ACCESS_DENIED;
+    m_records.Change(service.key, request.change, AnswerTo(client));
     return ERROR_IO_PENDING;
 }
 
-DWORD Requests::Delete(Client& client, const Service& service) {
+DWORD Requests::Delete(Client& client, const DeleteServiceMessage&, Service& service) {
     if (!client.May(DELETE)) return ERROR_ACCESS_DENIED;
     m_records.Mark(service.key, [this, key = service.key, answer = AnswerTo(client)](DWORD code) {
         Service* const marked = code ? nullptr : m_table.Find(key);
-        if (marked) m_services.Mark(*marked);
+        if (marked) m_supervisor.Mark(*marked);
         answer(code);
     });
     return ERROR_IO_PENDING;
 }
 
-DWORD Requests::List(Client& client, const EnumServicesMessage& request) const {
+DWORD Requests::List(Client& client, const EnumServicesMessage& request) {
     if (!client.May(SC_MANAGER_ENUMERATE_SERVICE)) return ERROR_ACCESS_DENIED;
     if (!request.type || !request.state || (request.state & ~SERVICE_STATE_ALL))
         return ERROR_INVALID_PARAMETER;
@@ -316,8 +349,7 @@ DWORD Requests::List(Client& client, const EnumServicesMessage& request) const {
     return ERROR_SUCCESS;
 }
 
-DWORD Requests::ListDependents(Client& client, const Service& service,
-                               const EnumDependentsMessage& request) const {
+DWORD Requests::ListDependents(Client& client, const EnumDependentsMessage& request, Service& service) {
     if (!client.May(SERVICE_ENUMERATE_DEPENDENTS)) return ERROR_ACCESS_DENIED;
     if (!request.state || (request.state & ~SERVICE_STATE_ALL)) return ERROR_INVALID_PARAMETER;
     Part part;
@@ -331,7 +363,7 @@ DWORD Requests::ListDependents(Client& client, const Service& service,
     return ERROR_SUCCESS;
 }
 
-DWORD Requests::AnswerName(Client& client, const FindNameMessage& request) const {
+DWORD Requests::AnswerName(Client& client, const FindNameMessage& request) {
     const std::string key = KeyOf(request.name);
     const auto found = std::ranges::find_if(m_table.All(), [&](const auto& entry) {
         return !entry.second->isGoing &&
@@ -344,7 +376,7 @@ DWORD Requests::AnswerName(Client& client, const FindNameMessage& request) const
     return ERROR_SUCCESS;
 }
 
-DWORD Requests::Await(Client& client, const Service& service, const AwaitChangeMessage& request) {
+DWORD Requests::Await(Client& client, const AwaitChangeMessage& request, Service& service) {
     if (!client.May(SERVICE_QUERY_STATUS)) return ERROR_ACCESS_DENIED;
     if (service.status.dwCurrentState == request.state && service.status.dwCheckPoint == request.checkPoint) {
         m_watching[service.key].insert(&client);
@@ -362,12 +394,12 @@ void Requests::OnSeen(const Service& service) {
 }
 
 // Answered with the status it has then, whatever the code.
-DWORD Requests::Control(Client& client, Service& service, DWORD control) {
-    const DWORD access = AccessFor(control);
+DWORD Requests::Control(Client& client, const ControlServiceMessage& request, Service& service) {
+    const DWORD access = AccessFor(request.control);
     if (!access) return ERROR_INVALID_PARAMETER;
     if (!client.May(access)) return ERROR_ACCESS_DENIED;
-    const DWORD code = m_services.Control(
-        service, control, [this, asker = AskerOf(client), key = service.key](DWORD answer) {
+    const DWORD code = m_supervisor.Control(
+        service, request.control, [this, asker = AskerOf(client), key = service.key](DWORD answer) {
             const auto waiting = asker.Get();
             const Service* const asked = waiting ? m_table.Find(key) : nullptr;
             if (asked) waiting->Answer(StatusReply(answer, *asked));

@@ -39,8 +39,8 @@ Service& ServiceTable::Add(const std::string& name, ServiceConfig config) {
 void ServiceTable::SetConfig(Service& service, ServiceConfig config) {
     ForgetNames(service);
     service.config = std::move(config);
-    service.nextDependency = 0;
-    service.account.reset();
+    service.start.nextDependency = 0;
+    service.start.account.reset();
     SetNames(service);
 }
 

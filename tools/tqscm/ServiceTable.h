@@ -22,7 +22,20 @@ class Process;
 std::string KeyOf(const std::string& name);
 bool IsServiceName(const std::string& name);
 
-// A service, as the table knows it and as `Services` keeps it.
+// Of a service that is started, as `Starts` keeps it.
+struct StartState {
+    bool isUnderWay = false;  // from the request on until the service has a process, in which it is pending
+    bool isOwed = false;      // its process has not answered yet that it runs it
+    std::vector<std::string> arguments;
+    std::function<void(DWORD code)> done;  // hears how it went
+    bool isAwaited = false;                // there was one when the process was told to run it
+    std::size_t nextDependency = 0;        // those before were up
+    std::shared_ptr<Account> account;      // once it has been looked up
+    bool isLookedUp = false;               // it is being looked up
+    bool wasToldLate = false;              // that the start waits for resources
+};
+
+// A service, as the table knows it and as those keep it who start it, watch it and stop it.
 struct Service {
     explicit Service(EventLoop& loop) : action(loop), hang(loop) {}
 
@@ -40,34 +53,22 @@ struct Service {
 
     SERVICE_STATUS status{};
     Process* process = nullptr;
-    ProcessId gaveUpIn;  // the process in which it hung, which its other services still use
-
-    // From the request on until it has a process, in which it is pending.
-    bool isStarting = false;
-    bool isRunOwed = false;  // its process has not answered yet that it runs it
-    std::vector<std::string> arguments;
-    std::function<void(DWORD code)> starter;  // hears how it went
-    bool isAwaited = false;                   // there was one when its process was told to run it
-    std::size_t nextDependency = 0;           // those before were up
-    std::shared_ptr<Account> account;         // once it has been looked up
-    bool isLookedUp = false;                  // it is being looked up
-
+    ProcessId gaveUpIn;         // the process in which it hung, which its other services still use
     bool isStopping = false;    // its handler took a control to stop
     bool isHung = false;        // pending, and nothing was reported for too long
     bool wasKilled = false;     // by request
     bool wasToldToEnd = false;  // while the manager ends
 
-    // Failures. Times are those of BootMs.
-    DWORD failures = 0;
-    DWORD quickFailures = 0;  // one soon after the other
-    std::uint64_t started = 0;
-    std::uint64_t lastFailure = 0;
-    DWORD dueAction = 0;  // SC_ACTION_TYPE
-    std::uint64_t dueTime = 0;
-    bool wasToldLate = false;  // that its start waits for resources
-    Timer action;
+    StartState start;
+    FailureState failures;
+    Timer action;  // what is due after a failure, or a start that is tried again
     Timer hang;
 
+    // What is due for a failure is not done any more.
+    void DropAction() {
+        action.Cancel();
+        failures.dueAction = SC_ACTION_NONE;
+    }
     bool IsActive() const { return status.dwCurrentState != SERVICE_STOPPED; }
     bool IsPending() const {
         return IsActive() && status.dwCurrentState != SERVICE_RUNNING &&
@@ -79,7 +80,7 @@ struct Service {
     }
     // Whether a start of it can begin.
     bool MayStart() const {
-        return !IsActive() && !isStarting && !isMarked && config.start != SERVICE_DISABLED;
+        return !IsActive() && !start.isUnderWay && !isMarked && config.start != SERVICE_DISABLED;
     }
 };
 

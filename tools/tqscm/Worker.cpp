@@ -11,8 +11,15 @@
 namespace tqscm {
 
 using namespace Quellan::Platform;
+using Quellan::Corvel::TQThreadSynch;
 
 namespace {
+
+Descriptor MakeCounter(int flags) {
+    Descriptor counter(eventfd(0, EFD_CLOEXEC | flags));
+    if (!counter) throw std::system_error(errno, std::generic_category(), "eventfd");
+    return counter;
+}
 
 DWORD CodeOf(const std::function<DWORD()>& work) noexcept {
     try {
@@ -29,9 +36,7 @@ DWORD CodeOf(const std::function<DWORD()>& work) noexcept {
 // By which the loop's thread is told that something is done.
 class Worker::Bell : public Source {
   public:
-    explicit Bell(Worker& worker) : m_worker(worker), m_event(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
-        if (!m_event) throw std::system_error(errno, std::generic_category(), "eventfd");
-    }
+    explicit Bell(Worker& worker) : m_worker(worker), m_event(MakeCounter(EFD_NONBLOCK)) {}
     int Fd() const { return m_event.Get(); }
     void Ring() const { eventfd_write(m_event.Get(), 1); }
     void OnReady(unsigned) override {
@@ -45,18 +50,14 @@ class Worker::Bell : public Source {
     const Descriptor m_event;
 };
 
-Worker::Worker(EventLoop& loop) : m_loop(loop) {
+Worker::Worker(EventLoop& loop) : m_loop(loop), m_toDo(MakeCounter(EFD_SEMAPHORE)) {
     auto bell = std::make_unique<Bell>(*this);
     m_bell = bell.get();
     m_loop.Watch(m_bell->Fd(), EPOLLIN, std::move(bell));
 }
 
 Worker::~Worker() {
-    {
-        const std::lock_guard lock(m_lock);
-        m_isEnding = true;
-    }
-    m_wake.notify_one();
+    eventfd_write(m_toDo.Get(), 1);
     if (m_thread.joinable()) m_thread.join();
     m_loop.Forget(m_bell->Fd(), *m_bell);
 }
@@ -84,41 +85,48 @@ void Worker::Post(std::function<DWORD()> work, std::function<void(DWORD code)> d
     ++m_posted;
     if (!HasThread()) return Finish(task);
     {
-        const std::lock_guard lock(m_lock);
+        const TQThreadSynch::TQSynchLock guard(m_lock);
         m_tasks.splice(m_tasks.end(), task);
     }
-    m_wake.notify_one();
+    eventfd_write(m_toDo.Get(), 1);
 }
 
 void Worker::Finish(Tasks& task) {
     task.front().code = CodeOf(task.front().work);
     task.front().work = nullptr;
-    const std::lock_guard lock(m_lock);
-    m_finished.splice(m_finished.end(), task);
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        m_finished.splice(m_finished.end(), task);
+    }
     m_bell->Ring();
 }
 
+// Until it is woken for nothing: in the end.
 void Worker::Run() {
-    for (std::unique_lock lock(m_lock);;) {
-        m_wake.wait(lock, [this] { return m_isEnding || !m_tasks.empty(); });
-        if (m_tasks.empty()) return;
+    for (;;) {
+        eventfd_t one = 0;
+        Retry([&] { return eventfd_read(m_toDo.Get(), &one); });
         Tasks task;
-        task.splice(task.end(), m_tasks, m_tasks.begin());
-        lock.unlock();
+        {
+            const TQThreadSynch::TQSynchLock guard(m_lock);
+            if (m_tasks.empty()) return;
+            task.splice(task.end(), m_tasks, m_tasks.begin());
+        }
         Finish(task);
-        lock.lock();
     }
 }
 
 void Worker::TellDone() {
     for (;;) {
         Tasks task;
+        bool isLast = false;
         {
-            const std::lock_guard lock(m_lock);
+            const TQThreadSynch::TQSynchLock guard(m_lock);
             if (m_finished.empty()) return;
             task.splice(task.end(), m_finished, m_finished.begin());
-            if (!m_finished.empty()) m_bell->Ring();  // should this one throw
+            isLast = m_finished.empty();
         }
+        if (!isLast) m_bell->Ring();  // should this one throw
         --m_posted;
         task.front().done(task.front().code);
     }

@@ -3,11 +3,10 @@
 #pragma once
 
 #include "EventLoop.h"
+#include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/platform/Win32.h"
 
-#include <condition_variable>
 #include <list>
-#include <mutex>
 #include <thread>
 
 namespace tqscm {
@@ -46,16 +45,15 @@ class Worker {
     void TellDone();
 
     EventLoop& m_loop;
+    const Descriptor m_toDo;   // counts the tasks for the thread, and one more in the end
     Bell* m_bell;              // the loop's
     std::size_t m_posted = 0;  // and not done yet
     std::thread m_thread;      // from the first post on
     bool m_wasTold = false;    // that there is no thread
 
-    std::mutex m_lock;  // of what follows
-    std::condition_variable m_wake;
-    Tasks m_tasks;
-    Tasks m_finished;
-    bool m_isEnding = false;
+    Quellan::Corvel::TQThreadSynch m_lock;
+    Tasks m_tasks TQ_GUARDED_BY(m_lock);
+    Tasks m_finished TQ_GUARDED_BY(m_lock);
 };
 
 }  // namespace tqscm

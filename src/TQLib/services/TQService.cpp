@@ -9,6 +9,8 @@
 #include "TQLib/threads/internal/GuardedStep.h"
 
 #include <algorithm>
+#include <iterator>
+#include <optional>
 #include <utility>
 
 namespace Quellan::Corvel {
@@ -72,6 +74,25 @@ DWORD ServiceStateOf(ProcState state) noexcept {
         default:
             return TQSvcState::StopPending;
     }
+}
+
+// What a service is asked for without being asked for a value.
+struct Request {
+    DWORD control;
+    std::optional<ProcState> state;  // to which it leads; none where there is nothing to do
+    bool isEvent = false;            // it comes with data
+};
+
+constexpr Request Requests[] = {
+    {TQSvcControl::Stop, ProcState::Stop},          {TQSvcControl::Shutdown, ProcState::Stop},
+    {TQSvcControl::Pause, ProcState::Pause},        {TQSvcControl::Continue, ProcState::Run},
+    {TQSvcControl::ParamChange, std::nullopt},      {TQSvcControl::HardwareProfileChange, std::nullopt, true},
+    {TQSvcControl::PowerEvent, std::nullopt, true}, {TQSvcControl::SessionChange, std::nullopt, true},
+};
+
+const Request* RequestOf(DWORD control) noexcept {
+    const auto* const found = std::ranges::find(Requests, control, &Request::control);
+    return found == std::end(Requests) ? nullptr : found;
 }
 
 }  // namespace
@@ -267,15 +288,9 @@ DWORD _TQService::MsToSign() const {
 // The work goes on where the manager takes no sign; this state gets none any more then, so that it is logged
 // once.
 void _TQService::GiveSign() noexcept {
-    TQString message;
-    bool isTaken = false;
-    Guarded(L"Processing Service::GiveSign", message, [&] {
-        ReportLasting(0);
-        isTaken = true;
-        return 0u;
-    });
+    const Outcome sign = Guarded(L"Processing Service::GiveSign", [&] { ReportLasting(0); });
     const TQThreadSynch::TQSynchLock guard(m_lock);
-    if (!isTaken) m_budget.Restart(0);
+    if (!sign.isDone) m_budget.Restart(0);
 }
 
 TQService::TQService(TQString name, bool ownProcess) : _TQService(ownProcess), m_name(std::move(name)) {}
@@ -295,32 +310,13 @@ void TQService::SetState(DWORD state, DWORD waitHint) {
 }
 
 bool TQService::HandleRequest(DWORD control) {
-    bool isDone = false;
-    TQString message;
-    Guarded(L"Processing Service::HandleRequest", message, [&] {
-        switch (control) {
-            case TQSvcControl::Stop:
-            case TQSvcControl::Shutdown:
-                isDone = Processor().RequestState(ProcState::Stop);
-                break;
-            case TQSvcControl::Pause:
-                isDone = Processor().RequestState(ProcState::Pause);
-                break;
-            case TQSvcControl::Continue:
-                isDone = Processor().RequestState(ProcState::Run);
-                break;
-            case TQSvcControl::ParamChange:
-            case TQSvcControl::HardwareProfileChange:
-            case TQSvcControl::PowerEvent:
-            case TQSvcControl::SessionChange:
-                isDone = true;
-                break;
-            default:
-                break;
-        }
-        return 0u;
+    const Request* const request = RequestOf(control);
+    if (!request) return false;
+    bool isDone = true;
+    const Outcome outcome = Guarded(L"Processing Service::HandleRequest", [&] {
+        if (request->state) isDone = Processor().RequestState(*request->state);
     });
-    return isDone;
+    return outcome.isDone && isDone;
 }
 
 bool TQService::HandleEvent(DWORD control, DWORD, const void*) {
@@ -334,32 +330,17 @@ bool TQService::HandleUserControl(DWORD) {
 DWORD TQService::ServiceHandler(DWORD control, DWORD eventType, void* eventData, void* context) {
     auto& service = *static_cast<TQService*>(static_cast<_TQService*>(context));
     bool isDone = false;
-    TQString message;
-    Guarded(L"Running Service::ServiceHandler", message, [&] {
+    Guarded(L"Running Service::ServiceHandler", [&] {
         const InsideService inside;
-        switch (control) {
-            case TQSvcControl::Stop:
-            case TQSvcControl::Pause:
-            case TQSvcControl::Continue:
-            case TQSvcControl::Shutdown:
-            case TQSvcControl::ParamChange:
-                isDone = service.HandleRequest(control);
-                break;
-            case TQSvcControl::HardwareProfileChange:
-            case TQSvcControl::PowerEvent:
-            case TQSvcControl::SessionChange:
-                isDone = service.HandleEvent(control, eventType, eventData);
-                break;
-            case TQSvcControl::Interrogate:
-                service.ReportAgain();
-                isDone = true;
-                break;
-            default:
-                if (control >= TQSvcControl::FirstOwn && control <= TQSvcControl::LastOwn)
-                    isDone = service.HandleUserControl(control);
-                break;
+        if (const Request* const request = RequestOf(control)) {
+            isDone = request->isEvent ? service.HandleEvent(control, eventType, eventData)
+                                      : service.HandleRequest(control);
+        } else if (control == TQSvcControl::Interrogate) {
+            service.ReportAgain();
+            isDone = true;
+        } else if (control >= TQSvcControl::FirstOwn && control <= TQSvcControl::LastOwn) {
+            isDone = service.HandleUserControl(control);
         }
-        return 0u;
     });
     return isDone ? ERROR_SUCCESS : ERROR_CALL_NOT_IMPLEMENTED;
 }
@@ -388,9 +369,8 @@ void ReportNeverRun(const wchar_t* name, DWORD code) noexcept {
 
 void TQService::RunAppServiceMain(DWORD argc, wchar_t** argv) {
     const wchar_t* const name = argc > 0 ? argv[0] : L"";
-    TQString message;
     bool isFound = false;
-    const unsigned int code = Guarded(MainContext, message, [&] {
+    const Outcome run = Guarded(MainContext, [&] {
         const _TQWin32Exception::Trap_SEH trap(L"TQService::RunAppServiceMain");
         const InsideService inside;
         TQStringArray arguments;
@@ -399,26 +379,21 @@ void TQService::RunAppServiceMain(DWORD argc, wchar_t** argv) {
         TQService& service = TQServiceMgr::HostedService(name);
         isFound = true;
         service.RunToEnd(arguments);
-        return 0u;
     });
-    if (!isFound) ReportNeverRun(name, code);
+    if (!isFound) ReportNeverRun(name, run.code);
 }
 
 void TQService::RunToEnd(const TQStringArray& arguments) {
-    TQString message;
-    bool isDone = false;
-    const unsigned int code = Guarded(MainContext, message, [&] {
+    const Outcome run = Guarded(MainContext, [&] {
         if (!RegisterHandler(&ServiceHandler))
             TQSysException::ThrowLastError(L"TQService::RunAppServiceMain");
         SetState(TQSvcState::StartPending);
         ExecuteServiceMain(arguments);
-        isDone = true;
-        return 0u;
     });
     // A service that has failed must not look like one that has ended well.
-    if (!isDone) SetExitCode(code ? code : UnknownExceptionCode);
-    Guarded(MainContext, message, [&] { return LogFailure(), 0u; });
-    if (!isDone || CurrentState() != TQSvcState::Stopped) UpdateStatus(TQSvcState::Stopped, 0);
+    if (!run.isDone) SetExitCode(run.code ? run.code : UnknownExceptionCode);
+    Guarded(MainContext, [&] { LogFailure(); });
+    if (!run.isDone || CurrentState() != TQSvcState::Stopped) UpdateStatus(TQSvcState::Stopped, 0);
 }
 
 }  // namespace Quellan::Corvel

@@ -11,20 +11,19 @@
 namespace Quellan::Corvel {
 
 DWORD TQServiceApp::Run(bool takesArguments) {
-    TQString message;
     DWORD result = UnknownExceptionCode;
-    Guarded(L"Running ServiceApp main()", message, [&] {
+    Guarded(L"Running ServiceApp main()", [&] {
         const _TQWin32Exception::Trap_SEH trap(L"ServiceApp::Run");
         TQStringArray arguments = TQSysProc::CommandLine();
         const std::optional<DWORD> exitCode =
             RunAppWord(arguments, TQServiceMgr::HostedServices(), takesArguments);
         if (exitCode) {
             result = *exitCode;
-            return 0u;
+            return;
         }
         try {
             result = static_cast<DWORD>(TQServiceMgr::Dispatch());
-            return 0u;
+            return;
         } catch (const TQSysException& failure) {
             if (failure.ErrCode() != ERROR_FAILED_SERVICE_CONTROLLER_CONNECT) throw;
         }
@@ -33,7 +32,6 @@ DWORD TQServiceApp::Run(bool takesArguments) {
         ForegroundHost host(arguments);
         const ServiceHostScope scope(host);
         result = static_cast<DWORD>(TQServiceMgr::Dispatch());
-        return 0u;
     });
     return result;
 }

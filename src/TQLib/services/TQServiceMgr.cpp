@@ -169,12 +169,10 @@ LONG TQServiceMgr::Dispatch() {
 }
 
 LONG TQServiceMgr::RunServices() {
-    TQString message;
     auto result = static_cast<LONG>(UnknownExceptionCode);
-    Guarded(L"Processing ServiceMgr RunServices()", message, [&] {
+    Guarded(L"Processing ServiceMgr RunServices()", [&] {
         const _TQWin32Exception::Trap_SEH trap(L"ServiceMgr::RunServices");
         result = Dispatch();
-        return 0u;
     });
     return result;
 }

@@ -204,11 +204,7 @@ void TQSvcProcessor::ReportBy(Report report) {
         const TQThreadSynch::TQSynchLock guard(m_procLock);
         service = m_service;
     }
-    TQString message;
-    Guarded(L"Processing SvcProcessor::Report", message, [&] {
-        if (service) report(*service);
-        return 0u;
-    });
+    if (service) Guarded(L"Processing SvcProcessor::Report", [&] { report(*service); });
 }
 
 unsigned int TQSvcProcessor::RunWork(BYTEBuf& data) {
@@ -225,8 +221,7 @@ unsigned int TQSvcProcessor::RunWork(BYTEBuf& data) {
         result = Process(data);
     } catch (...) {
         SetState(ProcState::Stopping);
-        TQString message;
-        Guarded(L"Processing SvcProcessor::Finish", message, [&] { return Finish(), 0u; });
+        Guarded(L"Processing SvcProcessor::Finish", [&] { Finish(); });
         throw;
     }
     SetState(ProcState::Stopping);
@@ -401,11 +396,8 @@ bool TQSvcProcessor::TellService() {
             service = m_service;
             state = m_untold.Pop();
         }
-        TQString message;
-        Guarded(L"Processing SvcProcessor::SetState", message, [&] {
-            if (service) service->OnProcessorChanged(state);
-            return 0u;
-        });
+        if (service)
+            Guarded(L"Processing SvcProcessor::SetState", [&] { service->OnProcessorChanged(state); });
     }
     SetSurely(m_toldEvent.Handle());
     return true;

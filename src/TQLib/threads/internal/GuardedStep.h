@@ -24,4 +24,23 @@ unsigned int Guarded(const wchar_t* context, TQString& message, Step step) noexc
     }
 }
 
+// How a step without a value went.
+struct Outcome {
+    bool isDone = false;    // nothing was thrown
+    unsigned int code = 0;  // of the exception
+};
+
+// The same for a step without a value, where nobody needs the message.
+template <class Step>
+Outcome Guarded(const wchar_t* context, Step step) noexcept {
+    Outcome outcome;
+    TQString message;
+    outcome.code = Guarded(context, message, [&] {
+        step();
+        outcome.isDone = true;
+        return 0u;
+    });
+    return outcome;
+}
+
 }  // namespace Quellan::Corvel

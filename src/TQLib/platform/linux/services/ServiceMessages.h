@@ -198,8 +198,9 @@ bool ParseMessage(std::string_view bytes, Message& message) {
     DWORD kind = 0;
     ServiceFields::Reader read(bytes);
     read(kind);
+    if (kind != static_cast<DWORD>(Message::Kind)) return false;
     read(message);
-    return read.IsComplete() && kind == static_cast<DWORD>(Message::Kind);
+    return read.IsComplete();
 }
 
 // What several messages have in it.

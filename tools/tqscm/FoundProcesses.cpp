@@ -1,4 +1,4 @@
-#include "Identity.h"
+#include "FoundProcesses.h"
 
 #include "Launch.h"
 

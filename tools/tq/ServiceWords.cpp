@@ -1,5 +1,6 @@
 // tq service create, config and failure.
 #include "ServiceWords.h"
+
 #include "TQLib/platform/Win32.h"
 
 #include <cwchar>
