@@ -63,6 +63,12 @@ TEST(ExceptionConstruction, TakesWhatIsGivenInPlaceOfWhatTheCodeSays) {
         EXPECT_EQ(e->ExcSubSys(), 12);
         EXPECT_EQ(e->HasResMsg(), e == &resource);
     }
+    for (const TQException& e :
+         {TQException(5u, L"text", Source::OS), TQException(derived, 5u, 10u, store, Source::OS)}) {
+        EXPECT_EQ(e.ExcLevel(), Level::Error);
+        EXPECT_EQ(e.ExcSource(), Source::OS);
+        EXPECT_EQ(e.ExcSubSys(), 0);
+    }
     EXPECT_EQ(derived.ExcSource(), Source::App);
     EXPECT_EQ(derived.COMErrCode(), static_cast<LONG>(0x80040007));
     EXPECT_NE(resource, TQException(5u, 11u, store, Level::Succeeded, Source::OS, 12));

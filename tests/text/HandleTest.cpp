@@ -62,6 +62,23 @@ TEST_F(Handle, ClosesWhatAssignmentReplaces) {
     EXPECT_FALSE(first.IsValid());
 }
 
+TEST_F(Handle, OfOneOwnerIsClosedOnceWhereverItIsMoved) {
+    using One = UniqueHandle<NumberClose>;
+    static_assert(sizeof(One) == sizeof(int) && !std::is_copy_constructible_v<One>);
+    {
+        One first(7);
+        One second(8);
+        second = std::move(first);
+        EXPECT_THAT(g_closed, ElementsAre(8));
+        SetLastError(1234);
+        *second.Receive() = 9;
+        EXPECT_EQ(GetLastError(), 1234u);
+        EXPECT_THAT(g_closed, ElementsAre(8, 7));
+        EXPECT_EQ(One(std::move(second)).Detach(), 9);
+    }
+    EXPECT_THAT(g_closed, ElementsAre(8, 7));
+}
+
 TEST_F(Handle, IsEmptyForEachValueThatStandsForNone) {
     {
         const Number zero(0);

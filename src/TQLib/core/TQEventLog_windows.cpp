@@ -2,6 +2,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <string>
 
@@ -11,10 +12,6 @@ namespace {
 
 // The event log service reads its sources here; the values' names are its own.
 constexpr const wchar_t* SourcesKey = L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application\\";
-
-struct RegistryKeyClose : _TQNullHandle<HKEY> {
-    static void Close(HKEY key) noexcept { RegCloseKey(key); }
-};
 
 void Check(LSTATUS code, const wchar_t* where) {
     if (code != ERROR_SUCCESS) throw TQSysException(static_cast<unsigned int>(code), where);
@@ -39,15 +36,14 @@ void SetNumber(HKEY key, const wchar_t* name, DWORD number) {
 }  // namespace
 
 void TQEventLog::InstallSource(const wchar_t* source, const wchar_t* messageFile, DWORD categoryCount) {
-    HKEY raw = nullptr;
+    UniqueHandle<_TQRegKeyClose> key;
     Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str(), 0, nullptr, 0, KEY_SET_VALUE,
-                          nullptr, &raw, nullptr),
+                          nullptr, key.Receive(), nullptr),
           L"TQEventLog::InstallSource");
-    const TQHandle<RegistryKeyClose> key(raw);
-    SetText(raw, L"EventMessageFile", TQString(messageFile));
-    SetText(raw, L"CategoryMessageFile", TQString(messageFile));
-    SetNumber(raw, L"CategoryCount", categoryCount);
-    SetNumber(raw, L"TypesSupported",
+    SetText(key.Get(), L"EventMessageFile", TQString(messageFile));
+    SetText(key.Get(), L"CategoryMessageFile", TQString(messageFile));
+    SetNumber(key.Get(), L"CategoryCount", categoryCount);
+    SetNumber(key.Get(), L"TypesSupported",
               EVENTLOG_ERROR_TYPE | EVENTLOG_WARNING_TYPE | EVENTLOG_INFORMATION_TYPE);
 }
 

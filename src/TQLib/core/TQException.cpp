@@ -63,11 +63,7 @@ TQCoreException& TQCoreException::operator=(const TQCoreException& other) {
 TQCoreException::~TQCoreException() = default;
 
 TQCoreException* TQCoreException::AllocCopy() const {
-    try {
-        return new TQCoreException(*this);
-    } catch (const std::bad_alloc&) {
-        TQException::ThrowReserved();
-    }
+    return NewCopy(*this);
 }
 
 void TQCoreException::LogEvent(const wchar_t* where, const wchar_t* source, DWORD eventId,
@@ -143,16 +139,17 @@ TQException::~TQException() = default;
 
 const TQException& TQException::Reserved() {
     // Never destroyed: static objects may run out of memory when they end.
-    static const TQException& instance = *new TQException(Content{.code = ERROR_OUTOFMEMORY}, true);
+    static const TQException& instance =
+        *new TQException(nullptr, _TQExceptionContent(ERROR_OUTOFMEMORY), true);
     return instance;
 }
 
 // Later there may be no memory for it.
 const bool TQException::s_isMadeEarly = (static_cast<void>(Reserved()), true);
 
-void TQException::ThrowReserved() {
+void TQStdExceptions::ThrowReserved() {
     TQLib::CallLowMemoryHandlers();
-    TQException thrown(Reserved());
+    TQException thrown(TQException::Reserved());
     thrown.SetArisen();
     throw thrown;
 }
@@ -169,62 +166,34 @@ void TQAppException::ThrowLastError(DWORD code, const wchar_t* where) {
 
 TQCriticalException::~TQCriticalException() = default;
 
-void _TQWin32Exception::ThrowLastError(const wchar_t* where) {
-    throw TQCoreException(LastError(), where);
+void TQStdExceptions::ThrowLastError(const wchar_t* where) {
+    throw TQCoreException(GetLastError(), where);
 }
-void _TQWin32Exception::ThrowOverflowError(const wchar_t* where) {
+void TQStdExceptions::ThrowOverflowError(const wchar_t* where) {
     throw TQCoreException(ERROR_BUFFER_OVERFLOW, where);
 }
-void _TQWin32Exception::ThrowDataInvalidError(const wchar_t* where) {
+void TQStdExceptions::ThrowDataInvalidError(const wchar_t* where) {
     throw TQCoreException(ERROR_INVALID_DATA, where);
 }
-void _TQWin32Exception::ThrowIndexError(const wchar_t* where) {
+void TQStdExceptions::ThrowIndexError(const wchar_t* where) {
     throw TQCoreException(ERROR_INVALID_INDEX, where);
 }
-void _TQWin32Exception::ThrowAccessError(const wchar_t* where) {
+void TQStdExceptions::ThrowAccessError(const wchar_t* where) {
     throw TQCoreException(ERROR_ACCESS_DENIED, where);
 }
-void _TQWin32Exception::ThrowBadFuncError(const wchar_t* where) {
+void TQStdExceptions::ThrowBadFuncError(const wchar_t* where) {
     throw TQCoreException(ERROR_INVALID_FUNCTION, where);
 }
-void _TQWin32Exception::ThrowParameterInvalidError(const wchar_t* where) {
+void TQStdExceptions::ThrowParameterInvalidError(const wchar_t* where) {
     throw TQCoreException(ERROR_INVALID_PARAMETER, where);
 }
-void _TQWin32Exception::ThrowUnknown(const wchar_t* where) {
+void TQStdExceptions::ThrowUnknown(const wchar_t* where) {
     throw TQCoreException::Unknown(where);
 }
 
-void _TQWin32Exception::ThrowMemAllocError(const wchar_t* where) {
+void TQStdExceptions::ThrowMemAllocError(const wchar_t* where) {
     TQLib::CallLowMemoryHandlers();
     throw TQException(ERROR_OUTOFMEMORY, where);
-}
-
-void TQStdExceptions::ThrowLastError(const wchar_t* where) {
-    _TQWin32Exception::ThrowLastError(where);
-}
-void TQStdExceptions::ThrowOverflowError(const wchar_t* where) {
-    _TQWin32Exception::ThrowOverflowError(where);
-}
-void TQStdExceptions::ThrowDataInvalidError(const wchar_t* where) {
-    _TQWin32Exception::ThrowDataInvalidError(where);
-}
-void TQStdExceptions::ThrowIndexError(const wchar_t* where) {
-    _TQWin32Exception::ThrowIndexError(where);
-}
-void TQStdExceptions::ThrowAccessError(const wchar_t* where) {
-    _TQWin32Exception::ThrowAccessError(where);
-}
-void TQStdExceptions::ThrowBadFuncError(const wchar_t* where) {
-    _TQWin32Exception::ThrowBadFuncError(where);
-}
-void TQStdExceptions::ThrowMemAllocError(const wchar_t* where) {
-    _TQWin32Exception::ThrowMemAllocError(where);
-}
-void TQStdExceptions::ThrowParameterInvalidError(const wchar_t* where) {
-    _TQWin32Exception::ThrowParameterInvalidError(where);
-}
-void TQStdExceptions::ThrowUnknown(const wchar_t* where) {
-    _TQWin32Exception::ThrowUnknown(where);
 }
 
 }  // namespace Quellan::Corvel

@@ -6,7 +6,6 @@
 #include "TQLib/core/base/TQObject.h"
 
 #include <atomic>
-#include <new>
 
 namespace Quellan::Corvel {
 
@@ -62,10 +61,6 @@ class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
     [[noreturn]] static void ThrowLastError(const _TQWin32Exception& inner, unsigned int msgId,
                                             const TQBaseStrRes& store);
 
-  protected:
-    TQCoreException(const Content& content, bool isPreAllocated)
-        : _TQWin32Exception(content, isPreAllocated) {}
-
   private:
     mutable std::atomic<bool> m_isLogged = false;
     mutable std::atomic<bool> m_isEventLogged = false;
@@ -86,7 +81,9 @@ class _TQExceptionKind : public Refined {
   public:
     using Refined::Refined;
 
-    [[nodiscard]] TQCoreException* AllocCopy() const override;
+    [[nodiscard]] TQCoreException* AllocCopy() const override {
+        return Refined::NewCopy(static_cast<const Kind&>(*this));
+    }
 
     // The inner exception where it is of this kind, else null; `TQCoreException::Inner` gives it whatever it
     // is.
@@ -118,24 +115,11 @@ class TQLIB_API TQException : public _TQExceptionKind<TQException> {
     TQException& operator=(const TQException&) = default;
     ~TQException() override;
 
-    // Throws the instance kept in reserve for the time when memory is exhausted, made when the library was
-    // loaded: code 14 (ERROR_OUTOFMEMORY), no message. What is thrown is a copy that tells this process and
-    // thread; it needs no memory but its own, which the C++ runtime keeps in reserve.
-    [[noreturn]] static void ThrowReserved();
-
   private:
+    friend class TQStdExceptions;
     [[nodiscard]] static const TQException& Reserved();
     static const bool s_isMadeEarly;
 };
-
-template <class Kind, class Refined>
-TQCoreException* _TQExceptionKind<Kind, Refined>::AllocCopy() const {
-    try {
-        return new Kind(static_cast<const Kind&>(*this));
-    } catch (const std::bad_alloc&) {
-        TQException::ThrowReserved();
-    }
-}
 
 // A failure that the operating system reported.
 class TQLIB_API TQSysException : public _TQExceptionKind<TQSysException> {

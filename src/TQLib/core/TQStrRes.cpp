@@ -7,6 +7,7 @@
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <array>
 #include <memory>
@@ -20,7 +21,7 @@ namespace {
 constexpr std::array<const wchar_t*, TQStrResDestinationCount> DestinationNames = {L"User", L"System",
                                                                                    L"EventLog", L"Log"};
 
-using LocalText = TQHandle<_TQLocalMemClose>;
+using LocalText = UniqueHandle<_TQLocalMemClose>;
 
 constexpr const wchar_t* Where = L"TQBaseStrRes::Text";
 

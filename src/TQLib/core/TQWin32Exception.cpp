@@ -1,16 +1,15 @@
 #include "TQLib/core/TQWin32Exception.h"
 
 #include "TQLib/core/TQEventLog.h"
-#include "TQLib/core/TQException.h"
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <array>
 #include <cstring>
-#include <new>
 #include <string_view>
 
 namespace Quellan::Corvel {
@@ -77,12 +76,12 @@ bool AppendSystemText(DWORD number, STLString& out) {
         FormatMessageW(flags, nullptr, number, userDefaultLanguage, buffer.data(), buffer.size(), nullptr);
     const wchar_t* text = buffer.data();
     // Nearly all texts fit into the buffer.
-    TQHandle<_TQLocalMemClose> allocated;
+    UniqueHandle<_TQLocalMemClose> allocated;
     if (length == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
         wchar_t* whole = nullptr;
         length = FormatMessageW(flags | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, number, userDefaultLanguage,
                                 reinterpret_cast<wchar_t*>(&whole), 0, nullptr);
-        allocated.Attach(whole);
+        allocated = UniqueHandle<_TQLocalMemClose>(whole);
         text = whole;
     }
     if (length == 0) return false;
@@ -107,20 +106,10 @@ const wchar_t* InPageErrorKind(std::uintptr_t access) {
 TQString OwnerOf(const void* address) {
     try {
         if (TQString owner = ModuleAt(address); !owner.IsEmpty()) return owner;
-    } catch (const TQCoreException& e) {
+    } catch (const _TQWin32Exception& e) {
         if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;
     }
     return L"unknown";
-}
-
-// A new T, or the exception kept in reserve where memory is exhausted.
-template <class T, class... Args>
-T* New(const Args&... args) {
-    try {
-        return new T(args...);
-    } catch (const std::bad_alloc&) {
-        TQException::ThrowReserved();
-    }
 }
 
 // The innermost traps of the threads whose ids come here. Threads share a list only where their ids collide.
@@ -169,7 +158,7 @@ const wchar_t* _TQExceptionRoot::FacilityName(unsigned short facility) noexcept 
 }
 
 template <class T>
-_TQExceptionBase<T>::_TQExceptionBase(const T* inner, const Content& content)
+_TQExceptionBase<T>::_TQExceptionBase(const T* inner, const _TQExceptionContent& content)
     : m_code(content.code),
       m_level(content.level.value_or(CodeLevel(content.code))),
       m_source(content.source.value_or(CodeSource(content.code))),
@@ -177,8 +166,8 @@ _TQExceptionBase<T>::_TQExceptionBase(const T* inner, const Content& content)
       m_process(GetCurrentProcessId()),
       m_thread(GetCurrentThreadId()),
       m_text(content.text),
-      m_resource(content.resource) {
-    if (content.record) m_record = *content.record;
+      m_resource(content.resource),
+      m_record(content.record) {
     if (inner) m_inner.reset(inner->AllocCopy());
 }
 
@@ -196,7 +185,7 @@ _TQExceptionBase<T>::_TQExceptionBase(const _TQExceptionBase& other)
       m_action(other.m_action),
       m_record(other.m_record),
       m_cache(other.m_cache) {
-    if (other.m_files) m_files.reset(New<TQStringArray>(*other.m_files));
+    if (other.m_files) m_files.reset(NewCopy(*other.m_files));
     if (other.m_inner) m_inner.reset(other.m_inner->AllocCopy());
 }
 
@@ -207,7 +196,7 @@ _TQExceptionBase<T>& _TQExceptionBase<T>::operator=(const _TQExceptionBase& othe
     ExceptionText text(other.m_text);
     STLString action(other.m_action);
     MessageCache cache(other.m_cache);
-    std::unique_ptr<TQStringArray> files(other.m_files ? New<TQStringArray>(*other.m_files) : nullptr);
+    std::unique_ptr<TQStringArray> files(other.m_files ? NewCopy(*other.m_files) : nullptr);
     std::unique_ptr<T> inner(other.m_inner ? other.m_inner->AllocCopy() : nullptr);
     m_code = other.m_code;
     m_level = other.m_level;
@@ -349,7 +338,7 @@ TQStringArray _TQExceptionBase<T>::ErrFileList() const {
 template <class T>
 void _TQExceptionBase<T>::AddErrFile(const wchar_t* file) const {
     TQString added(file);
-    if (!m_files) m_files.reset(New<TQStringArray>());
+    if (!m_files) m_files.reset(NewCopy(TQStringArray()));
     m_files->Add(std::move(added));
 }
 
@@ -363,7 +352,7 @@ template <class T>
 const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
                                                std::span<const TQMsgArg> args) const {
     if (static_cast<std::size_t>(destination) >= TQStrResDestinationCount)
-        throw TQException(ERROR_INVALID_PARAMETER, L"TQCoreException::FullMsg");
+        TQStdExceptions::ThrowParameterInvalidError(L"TQCoreException::FullMsg");
     if (const STLString* kept = m_cache.Find(destination)) return *kept;
 
     const STLString codeString = static_cast<const T*>(this)->ExcCodeString();
@@ -371,7 +360,7 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
     line.Reserve(m_text.Length() + codeString.Length() + m_action.Length() + std::size(L" () Action="));
     try {
         line.Append(m_resource ? MessageFor(destination, args).View() : m_text.View());
-    } catch (const TQCoreException& e) {
+    } catch (const _TQWin32Exception& e) {
         // Whoever reports this failure must not lose it because its text is missing.
         if (!m_resource || e.ErrCode() == ERROR_OUTOFMEMORY) throw;
         line.Append(e.ExcMsg(destination).View());
@@ -393,98 +382,16 @@ bool _TQExceptionBase<T>::SaysTheSame(const _TQExceptionBase& other) const noexc
 
 template class _TQExceptionBase<_TQWin32Exception>;
 
-// Out of line, so that a function that throws stays short: the runtime reads through its table of calls for
-// each exception.
-_TQWin32Exception::_TQWin32Exception(unsigned int code) : Base(nullptr, {.code = code}) {}
-_TQWin32Exception::_TQWin32Exception(const wchar_t* msg) : Base(nullptr, {.text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg)
-    : Base(nullptr, {.code = code, .text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level)
-    : Base(nullptr, {.code = code, .text = msg, .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Source source)
-    : Base(nullptr, {.code = code, .text = msg, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source)
-    : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
-                                     unsigned short subsys)
-    : Base(nullptr, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store)
-    : Base(nullptr, {.resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store)
-    : Base(nullptr, {.code = code, .resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
-                                     Level level)
-    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
-                                     Source source)
-    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
-                                     Level level, Source source)
-    : Base(nullptr, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store,
-                                     Level level, Source source, unsigned short subsys)
-    : Base(nullptr, {.code = code,
-                     .resource = store.WithID(msgId),
-                     .level = level,
-                     .source = source,
-                     .subsystem = subsys}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code)
-    : Base(&inner, {.code = code}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg)
-    : Base(&inner, {.text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg)
-    : Base(&inner, {.code = code, .text = msg}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
-                                     Level level)
-    : Base(&inner, {.code = code, .text = msg, .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
-                                     Source source)
-    : Base(&inner, {.code = code, .text = msg, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
-                                     Level level, Source source)
-    : Base(&inner, {.code = code, .text = msg, .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg,
-                                     Level level, Source source, unsigned short subsys)
-    : Base(&inner, {.code = code, .text = msg, .level = level, .source = source, .subsystem = subsys}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId,
-                                     const TQBaseStrRes& store)
-    : Base(&inner, {.resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                                     const TQBaseStrRes& store)
-    : Base(&inner, {.code = code, .resource = store.WithID(msgId)}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                                     const TQBaseStrRes& store, Level level)
-    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                                     const TQBaseStrRes& store, Source source)
-    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                                     const TQBaseStrRes& store, Level level, Source source)
-    : Base(&inner, {.code = code, .resource = store.WithID(msgId), .level = level, .source = source}) {}
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                                     const TQBaseStrRes& store, Level level, Source source,
-                                     unsigned short subsys)
-    : Base(&inner, {.code = code,
-                    .resource = store.WithID(msgId),
-                    .level = level,
-                    .source = source,
-                    .subsystem = subsys}) {}
-
-_TQWin32Exception::_TQWin32Exception(const TQOSExceptionRecord& record)
-    : Base(nullptr, {.code = static_cast<unsigned int>(record.code),
-                     .text = L"A System Exception Occurred.",
-                     .source = Source::OS,
-                     .record = &record}) {}
-
-_TQWin32Exception::_TQWin32Exception(const Content& content, bool isPreAllocated)
-    : Base(nullptr, content), m_isPreAllocated(isPreAllocated) {}
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception* inner, const _TQExceptionContent& content,
+                                     bool isPreAllocated)
+    : _TQExceptionBase(inner, content), m_isPreAllocated(isPreAllocated) {}
 
 _TQWin32Exception::_TQWin32Exception(const _TQWin32Exception&) = default;
 _TQWin32Exception& _TQWin32Exception::operator=(const _TQWin32Exception&) = default;
 _TQWin32Exception::~_TQWin32Exception() = default;
 
 _TQWin32Exception* _TQWin32Exception::AllocCopy() const {
-    return New<_TQWin32Exception>(*this);
+    return NewCopy(*this);
 }
 
 void _TQWin32Exception::AssembleLogOutput(const wchar_t* where, STLString& out) const {

@@ -9,8 +9,11 @@
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/STLString.h"
 #include "TQLib/text/TQStringArray.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 
+#include <concepts>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 
@@ -55,6 +58,43 @@ struct TQOSExceptionRecord {
     std::uintptr_t status;  // an in-page error's cause, an NTSTATUS
 
     bool operator==(const TQOSExceptionRecord&) const noexcept = default;
+};
+
+// What an exception is made from: each constructor is a way to make one.
+struct _TQExceptionContent {
+    using Level = _TQExceptionRoot::Level;
+    using Source = _TQExceptionRoot::Source;
+
+    _TQExceptionContent(unsigned int number, const wchar_t* message = nullptr,
+                        std::optional<Level> severity = {}, std::optional<Source> origin = {},
+                        std::optional<unsigned short> facility = {})
+        : code(number), text(message), level(severity), source(origin), subsystem(facility) {}
+    _TQExceptionContent(unsigned int number, const wchar_t* message, Source origin)
+        : _TQExceptionContent(number, message, {}, origin) {}
+    _TQExceptionContent(const wchar_t* message) : _TQExceptionContent(0u, message) {}
+
+    _TQExceptionContent(unsigned int number, unsigned int id, const TQBaseStrRes& store,
+                        std::optional<Level> severity = {}, std::optional<Source> origin = {},
+                        std::optional<unsigned short> facility = {})
+        : _TQExceptionContent(number, nullptr, severity, origin, facility) {
+        resource = store.WithID(id);
+    }
+    _TQExceptionContent(unsigned int number, unsigned int id, const TQBaseStrRes& store, Source origin)
+        : _TQExceptionContent(number, id, store, {}, origin) {}
+    _TQExceptionContent(unsigned int id, const TQBaseStrRes& store) : _TQExceptionContent(0u, id, store) {}
+
+    _TQExceptionContent(const TQOSExceptionRecord& raised)
+        : _TQExceptionContent(raised.code, L"A System Exception Occurred.", Source::OS) {
+        record = raised;
+    }
+
+    unsigned int code;
+    const wchar_t* text;
+    std::optional<Level> level;
+    std::optional<Source> source;
+    std::optional<unsigned short> subsystem;
+    std::optional<TQBaseStrRes> resource;
+    std::optional<TQOSExceptionRecord> record;
 };
 
 // What every exception carries, over its concrete class `T`. An exception is a value that belongs to one
@@ -103,19 +143,18 @@ class _TQExceptionBase : public _TQExceptionRoot {
     void AddErrFile(const wchar_t* file) const;
 
   protected:
-    struct Content {
-        unsigned int code = 0;
-        const wchar_t* text = nullptr;
-        std::optional<TQBaseStrRes> resource = {};
-        std::optional<Level> level = {};
-        std::optional<Source> source = {};
-        std::optional<unsigned short> subsystem = {};
-        const TQOSExceptionRecord* record = nullptr;
-    };
-
-    _TQExceptionBase(const T* inner, const Content& content);
+    _TQExceptionBase(const T* inner, const _TQExceptionContent& content);
     _TQExceptionBase(const _TQExceptionBase& other);
     _TQExceptionBase& operator=(const _TQExceptionBase& other);
+    // A copy on the heap, or the exception kept in reserve where memory is exhausted.
+    template <class Value>
+    [[nodiscard]] static Value* NewCopy(const Value& value) {
+        try {
+            return new Value(value);
+        } catch (const std::bad_alloc&) {
+            TQStdExceptions::ThrowReserved();
+        }
+    }
     // The exception arises here and now, in this process and on this thread.
     void SetArisen() noexcept;
 
@@ -155,58 +194,26 @@ extern template class TQLIB_API _TQExceptionBase<_TQWin32Exception>;
 // library throws its subclasses (core/TQException.h); this class itself is thrown for a structured exception
 // on a thread with a `Trap_SEH`.
 //
-// Every class of the family has the constructors below, which all its subclasses inherit: a code, a message
-// (a literal text, or a message identifier with the store that resolves it when it is rendered), and
-// optionally level, source and subsystem, which otherwise follow from the code. A null text is an empty one.
-// An inner exception is copied. Texts of up to 63 characters are kept in place, longer ones are allocated;
-// where that fails, `TQException` 14 is thrown instead.
-class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
+// Every class of the family is made from one of
+//     (code)    (text)    (code, text, ...)    (id, store)    (code, id, store, ...)    (record)
+// and from each of these behind an inner exception, which is copied. The message is a literal text, null being
+// an empty one, or the message that `store` has for `id` when it is rendered. The dots stand for nothing, a
+// level, a source, level and source, or level, source and subsystem; what is not given follows from the code.
+// For an operating-system exception the code is the record's, the message "A System Exception Occurred.".
+// Texts of up to 63 characters are kept in place, longer ones are allocated; where that fails, `TQException`
+// 14 is thrown instead.
+//
+// The throw helpers of `TQStdExceptions` are members of this class too.
+class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception>, public TQStdExceptions {
   public:
-    using Base = _TQExceptionBase<_TQWin32Exception>;
-
-    explicit _TQWin32Exception(unsigned int code);
-    explicit _TQWin32Exception(const wchar_t* msg);
-    _TQWin32Exception(unsigned int code, const wchar_t* msg);
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level);
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Source source);
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source);
-    _TQWin32Exception(unsigned int code, const wchar_t* msg, Level level, Source source,
-                      unsigned short subsys);
-
-    _TQWin32Exception(unsigned int msgId, const TQBaseStrRes& store);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Source source);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
-                      Source source);
-    _TQWin32Exception(unsigned int code, unsigned int msgId, const TQBaseStrRes& store, Level level,
-                      Source source, unsigned short subsys);
-
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code);
-    _TQWin32Exception(const _TQWin32Exception& inner, const wchar_t* msg);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
-                      Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, const wchar_t* msg, Level level,
-                      Source source, unsigned short subsys);
-
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int msgId, const TQBaseStrRes& store);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                      const TQBaseStrRes& store);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                      const TQBaseStrRes& store, Level level);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                      const TQBaseStrRes& store, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                      const TQBaseStrRes& store, Level level, Source source);
-    _TQWin32Exception(const _TQWin32Exception& inner, unsigned int code, unsigned int msgId,
-                      const TQBaseStrRes& store, Level level, Source source, unsigned short subsys);
-
-    // For an operating-system exception: the code is the record's, the message "A System Exception
-    // Occurred.".
-    explicit _TQWin32Exception(const TQOSExceptionRecord& record);
+    template <class... What>
+    requires std::constructible_from<_TQExceptionContent, What...>
+    explicit(sizeof...(What) == 1) _TQWin32Exception(What... what)
+        : _TQWin32Exception(nullptr, _TQExceptionContent(what...)) {}
+    template <class... What>
+    requires std::constructible_from<_TQExceptionContent, What...> _TQWin32Exception(
+        const _TQWin32Exception& inner, What... what)
+        : _TQWin32Exception(&inner, _TQExceptionContent(what...)) {}
 
     _TQWin32Exception(const _TQWin32Exception& other);
     _TQWin32Exception& operator=(const _TQWin32Exception& other);
@@ -234,7 +241,7 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     // The one-line message: the message, " (", the code string, ")", " Action=" and the action, leaving out
     // what is empty. Rendered once for each destination and then read from the cache, whatever the arguments;
     // valid until the exception is changed or destroyed. Where the resource is not found, the line begins
-    // with the text of that failure. Throws `TQException` 87 (ERROR_INVALID_PARAMETER) for a destination that
+    // with the text of that failure. Throws `TQCoreException` 87 (ERROR_INVALID_PARAMETER) for a destination that
     // is none of the four.
     template <class... Args>
     [[nodiscard]] const wchar_t* FullMsg(TQStrResDestination destination, const Args&... args) const {
@@ -260,18 +267,6 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     // True for the instance that is kept in reserve for reporting that memory is exhausted, and for its
     // copies.
     [[nodiscard]] bool PreAllocatedException() const noexcept { return m_isPreAllocated; }
-
-    // As `TQStdExceptions`: each throws a `TQCoreException` (`ThrowMemAllocError` a `TQException`) with its
-    // code and `where` as the message.
-    [[noreturn]] static void ThrowLastError(const wchar_t* where);
-    [[noreturn]] static void ThrowOverflowError(const wchar_t* where);
-    [[noreturn]] static void ThrowDataInvalidError(const wchar_t* where);
-    [[noreturn]] static void ThrowIndexError(const wchar_t* where);
-    [[noreturn]] static void ThrowAccessError(const wchar_t* where);
-    [[noreturn]] static void ThrowBadFuncError(const wchar_t* where);
-    [[noreturn]] static void ThrowMemAllocError(const wchar_t* where);
-    [[noreturn]] static void ThrowParameterInvalidError(const wchar_t* where);
-    [[noreturn]] static void ThrowUnknown(const wchar_t* where);
 
     // While it lives, operating-system exceptions on the thread that created it (an access violation, an
     // in-page error, a division by zero, an illegal instruction, whatever `RaiseException` raises) are thrown
@@ -305,7 +300,10 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception> {
     [[nodiscard]] static Trap_SEH* ThreadHandler(DWORD threadId) noexcept;
 
   protected:
-    _TQWin32Exception(const Content& content, bool isPreAllocated);
+    // Out of line, so that a function that throws stays short: the runtime reads through its table of calls for
+    // each exception.
+    _TQWin32Exception(const _TQWin32Exception* inner, const _TQExceptionContent& content,
+                      bool isPreAllocated = false);
     // The calling thread's last error.
     static unsigned int LastError() noexcept;
 

@@ -6,6 +6,7 @@
 #include "TQLib/platform/Types.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <optional>
 
@@ -70,7 +71,7 @@ class TQLIB_API _TQFile : public TQObject {
   private:
     TQFileName m_name;
     const bool m_isDeletionShared;
-    TQHandle<_TQFileHandleClose> m_file;
+    UniqueHandle<_TQFileHandleClose> m_file;
 };
 
 }  // namespace Quellan::Corvel

@@ -75,7 +75,7 @@ DWORD CodeOf(Work work) noexcept {
 
 // What a thread waits for while another one writes.
 struct TQTextFile::Turn {
-    TQHandle<_TQKernelHandleClose> event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    UniqueHandle<_TQKernelHandleClose> event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     std::unique_ptr<Turn> next;
 };
 

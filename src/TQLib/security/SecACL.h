@@ -8,14 +8,12 @@
 
 namespace Quellan::Sarvek {
 
-extern template class TQLIB_API _SecArray<SecACE>;
-
 // An ordered sequence of entries with value semantics, the counterpart of the platform's ACL. The platform
 // goes through a list from its beginning and stops where everything asked for is allowed or something is
 // denied, so the order counts; entries stay where they were added.
-class TQLIB_API SecACL : public _SecArray<SecACE> {
+class TQLIB_API SecACL : public Corvel::_TQArray<SecACE> {
   public:
-    using _SecArray::_SecArray;
+    using _TQArray::_TQArray;
     SecACL() noexcept;
     // A copy of the platform's list. Throws 1336 (ERROR_INVALID_ACL) for what is none; nothing is read behind
     // its end; 50 (ERROR_NOT_SUPPORTED) where it has an entry that `SecACE` can't hold.

@@ -44,10 +44,6 @@ wchar_t* BufferOf(std::wstring& text) noexcept {
     return text.empty() ? nullptr : text.data();
 }
 
-struct FreeLocal {
-    void operator()(void* memory) const noexcept { LocalFree(memory); }
-};
-
 struct Account {
     std::wstring name;
     std::wstring domain;
@@ -294,7 +290,7 @@ const _TQwString& SecID::String() const {
     Findings& kept = Kept();
     wchar_t* text = nullptr;
     if (!ConvertSidToStringSidW(Address(), &text)) TQSysException::ThrowLastError(Failed);
-    const std::unique_ptr<wchar_t, FreeLocal> owner(text);
+    const Corvel::UniqueHandle<Corvel::_TQLocalMemClose> owner(text);
     return kept.text.Assign(text);
 }
 

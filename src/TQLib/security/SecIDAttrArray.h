@@ -6,12 +6,10 @@
 
 namespace Quellan::Sarvek {
 
-extern template class TQLIB_API _SecArray<SecIDAttr>;
-
 // A sequence of identifiers with attributes, such as the groups of a token.
-class TQLIB_API SecIDAttrArray : public _SecArray<SecIDAttr> {
+class TQLIB_API SecIDAttrArray : public Corvel::_TQArray<SecIDAttr> {
   public:
-    using _SecArray::_SecArray;
+    using _TQArray::_TQArray;
     ~SecIDAttrArray() override;
 
     // Whether one of the elements has this identifier; the position of the first such element goes to

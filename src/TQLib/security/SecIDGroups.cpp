@@ -6,6 +6,7 @@
 #include "TQLib/security/internal/DirectoryGroups.h"
 #include "TQLib/security/internal/NetBuffer.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <algorithm>
 
@@ -20,8 +21,8 @@ struct PolicyClose : Corvel::_TQNullHandle<LSA_HANDLE> {
     static void Close(LSA_HANDLE policy) noexcept { LsaClose(policy); }
 };
 
-struct LsaMemoryClose : Corvel::_TQNullHandle<void*> {
-    static void Close(void* memory) noexcept { LsaFreeMemory(memory); }
+struct RightsClose : Corvel::_TQNullHandle<LSA_UNICODE_STRING*> {
+    static void Close(LSA_UNICODE_STRING* rights) noexcept { LsaFreeMemory(rights); }
 };
 
 // A step of a longer work: its failures say which one it was, if none inside of it has.
@@ -72,14 +73,13 @@ void ThrowStatus(NTSTATUS status) {
 
 void AddRights(SecPrivilegeSet& set, LSA_HANDLE policy, const SecID& id) {
     constexpr auto HasNone = static_cast<NTSTATUS>(0xC0000034);
-    LSA_UNICODE_STRING* rights = nullptr;
+    Corvel::UniqueHandle<RightsClose> rights;
     ULONG count = 0;
-    const NTSTATUS status = LsaEnumerateAccountRights(policy, id.Address(), &rights, &count);
+    const NTSTATUS status = LsaEnumerateAccountRights(policy, id.Address(), rights.Receive(), &count);
     if (status == HasNone) return;
     ThrowStatus(status);
-    const Corvel::TQHandle<LsaMemoryClose> owner(rights);
     for (ULONG i = 0; i < count; ++i)
-        set.Add(TQString(rights[i].Buffer, rights[i].Length / sizeof(wchar_t)));
+        set.Add(TQString(rights.Get()[i].Buffer, rights.Get()[i].Length / sizeof(wchar_t)));
 }
 
 }  // namespace
@@ -171,14 +171,13 @@ SecIDArray SecID::MemberOfList(bool localGroups, bool globalGroups, bool directo
 SecPrivilegeSet SecID::PrivilegesHeld(bool withGroups) const {
     if (IsNull()) throw TQSysException(ERROR_INVALID_SID, L"SecID::PrivilegesHeld");
     LSA_OBJECT_ATTRIBUTES attributes{};
-    LSA_HANDLE handle = nullptr;
-    ThrowStatus(LsaOpenPolicy(nullptr, &attributes, POLICY_LOOKUP_NAMES, &handle));
-    const Corvel::TQHandle<PolicyClose> policy(handle);
+    Corvel::UniqueHandle<PolicyClose> policy;
+    ThrowStatus(LsaOpenPolicy(nullptr, &attributes, POLICY_LOOKUP_NAMES, policy.Receive()));
     SecPrivilegeSet rights;
-    AddRights(rights, handle, *this);
+    AddRights(rights, policy.Get(), *this);
     if (withGroups)
         for (const SecID& group : MemberOfList())
-            AddRights(rights, handle, group);
+            AddRights(rights, policy.Get(), group);
     return rights;
 }
 

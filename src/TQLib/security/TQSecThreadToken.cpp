@@ -8,12 +8,11 @@ using Corvel::TQSysException;
 
 TQSecThreadToken::Token TQSecThreadToken::SetAside() {
     constexpr const wchar_t* Where = L"TQSecThreadToken::ProcImpersonate";
-    HANDLE handle = nullptr;
-    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, &handle)) {
+    Token token;
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, token.Receive())) {
         if (GetLastError() == ERROR_NO_TOKEN) return {};
         TQSysException::ThrowLastError(Where);
     }
-    const Token token(handle);
     if (!RevertToSelf()) TQSysException::ThrowLastError(Where);
     return token;
 }

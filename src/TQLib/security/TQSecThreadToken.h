@@ -4,6 +4,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 namespace Quellan::Sarvek {
 
@@ -21,7 +22,7 @@ class TQLIB_API TQSecThreadToken {
     static void ProcImpersonate(Work work);
 
   private:
-    using Token = Corvel::TQHandle<Corvel::_TQKernelHandleClose>;
+    using Token = Corvel::UniqueHandle<Corvel::_TQKernelHandleClose>;
 
     // Empty for a thread that impersonates nobody.
     static Token SetAside();

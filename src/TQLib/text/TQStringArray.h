@@ -2,50 +2,30 @@
 
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
+#include "TQLib/text/memory/internal/Array.h"
 
-#include <compare>
 #include <cstddef>
-#include <initializer_list>
-#include <vector>
 
 namespace Quellan::Corvel {
 
-// An ordered sequence of strings with value semantics.
-//
-// Failures: exhausted memory throws by `TQStdExceptions::ThrowMemAllocError`, more elements or characters
-// than there can be by `ThrowOverflowError`, a position outside of the array by `ThrowIndexError`; the array
-// is unchanged then.
-//
-// Threads: different arrays at will; one array from several threads as long as none changes it.
-class TQLIB_API TQStringArray {
-  private:
-    using InternalArray = std::vector<TQString>;
-
+// An ordered sequence of strings with value semantics; fails as `_TQArray` does, and as the strings.
+class TQLIB_API TQStringArray : public _TQArray<TQString> {
   public:
-    using value_type = TQString;
-    using const_iterator = InternalArray::const_iterator;
-
+    using _TQArray::_TQArray;
     TQStringArray() noexcept;
-    TQStringArray(std::initializer_list<TQString> elements);
     TQStringArray(const TQStringArray& other);
     TQStringArray(TQStringArray&& other) noexcept;
     TQStringArray& operator=(const TQStringArray& other);
     TQStringArray& operator=(TQStringArray&& other) noexcept;
-    virtual ~TQStringArray();
+    ~TQStringArray() override;
 
-    [[nodiscard]] std::size_t Count() const noexcept;
-    [[nodiscard]] bool IsEmpty() const noexcept;
-
-    // The element at `position`, which must be below `Count()`. Valid until the array changes.
+    // As `operator[]`.
     [[nodiscard]] const TQString& At(std::size_t position) const;
-    const TQString& operator[](std::size_t position) const;
     void SetAt(std::size_t position, TQString element);
 
-    void Add(TQString element);
     // `position` is at most `Count()`.
     void Insert(std::size_t position, TQString element);
     void Remove(std::size_t position);
-    void Clear() noexcept;
 
     // The position of the first such element at or behind `from`, or `TQString::NotFound`.
     [[nodiscard]] std::size_t Find(const TQString& element, std::size_t from = 0) const noexcept;
@@ -58,20 +38,6 @@ class TQLIB_API TQStringArray {
     // The pieces of `text` between its separators, each character of `separators` being one. Neighbouring
     // separators have an empty piece between them; the empty text has no piece.
     [[nodiscard]] static TQStringArray Split(const TQString& text, const TQString& separators);
-
-    // Iterators are valid until the array changes.
-    const_iterator begin() const noexcept;
-    const_iterator end() const noexcept;
-
-    friend bool operator==(const TQStringArray& a, const TQStringArray& b) noexcept {
-        return a.m_items == b.m_items;
-    }
-    friend std::strong_ordering operator<=>(const TQStringArray& a, const TQStringArray& b) noexcept {
-        return a.m_items <=> b.m_items;
-    }
-
-  private:
-    InternalArray m_items;
 };
 
 }  // namespace Quellan::Corvel

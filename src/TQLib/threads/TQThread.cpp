@@ -136,9 +136,8 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
 void TQThread::EndUnowned(DWORD id) noexcept {
     HANDLE thread = nullptr;
     Insist([&] { return thread = OpenThread(SYNCHRONIZE | THREAD_SUSPEND_RESUME, FALSE, id); });
-    if (!thread) return;
-    EndSuspended(thread);
-    CloseHandle(thread);
+    const UniqueHandle<_TQKernelHandleClose> owner(thread);
+    if (owner) EndSuspended(thread);
 }
 
 // Lets a thread go that finds no start to make, and waits for its end.
@@ -253,11 +252,8 @@ void TQThread::SetStackSize(DWORD size, bool reservation) {
 }
 
 bool TQThread::ThreadHasToken() {
-    HANDLE token = nullptr;
-    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token)) {
-        CloseHandle(token);
-        return true;
-    }
+    UniqueHandle<_TQKernelHandleClose> token;
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive())) return true;
     switch (GetLastError()) {
         case ERROR_NO_TOKEN:
             return false;

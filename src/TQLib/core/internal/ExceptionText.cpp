@@ -1,6 +1,6 @@
 #include "TQLib/core/internal/ExceptionText.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <cwchar>
 #include <new>
@@ -35,7 +35,7 @@ void ExceptionText::Init(const wchar_t* text, std::size_t length) {
     wchar_t* target = m_inPlace;
     if (length >= InPlaceCapacity) {
         target = m_allocated = new (std::nothrow) wchar_t[length + 1];
-        if (!target) TQException::ThrowReserved();
+        if (!target) TQStdExceptions::ThrowReserved();
     }
     std::wmemcpy(target, text, length + 1);
     m_length = length;

@@ -10,7 +10,7 @@ namespace Quellan::Corvel {
 
 // A short text is kept in place, so that making, throwing and copying an exception allocates nothing; a
 // longer one is allocated. An allocation that fails throws the exception kept in reserve
-// (`TQException::ThrowReserved`) and changes nothing.
+// (`TQStdExceptions::ThrowReserved`) and changes nothing.
 class TQLIB_API ExceptionText {
   public:
     ExceptionText() noexcept { m_inPlace[0] = L'\0'; }

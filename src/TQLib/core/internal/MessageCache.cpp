@@ -1,6 +1,6 @@
 #include "TQLib/core/internal/MessageCache.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <memory>
 #include <new>
@@ -12,7 +12,7 @@ namespace {
 
 std::unique_ptr<const STLString> Made(STLString&& line) {
     auto* const made = new (std::nothrow) STLString(std::move(line));
-    if (!made) TQException::ThrowReserved();
+    if (!made) TQStdExceptions::ThrowReserved();
     return std::unique_ptr<const STLString>(made);
 }
 

@@ -2,29 +2,22 @@
 #pragma once
 
 #include "TQLib/platform/Platform.h"
+#include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 namespace Quellan::Sarvek {
 
-// Owns the answer of such a call, whose structures begin at its beginning.
-class NetBuffer {
+struct NetBufferClose : Corvel::_TQNullHandle<BYTE*> {
+    static void Close(BYTE* buffer) noexcept { NetApiBufferFree(buffer); }
+};
+
+// The answer of such a call, whose structures begin at its beginning.
+class NetBuffer : public Corvel::UniqueHandle<NetBufferClose> {
   public:
-    NetBuffer() noexcept = default;
-    NetBuffer(const NetBuffer&) = delete;
-    NetBuffer& operator=(const NetBuffer&) = delete;
-    ~NetBuffer() {
-        if (m_buffer) NetApiBufferFree(m_buffer);
-    }
-
-    // For one call.
-    BYTE** Receive() noexcept { return &m_buffer; }
-
     template <class T>
     const T* As() const noexcept {
-        return reinterpret_cast<const T*>(m_buffer);
+        return reinterpret_cast<const T*>(Get());
     }
-
-  private:
-    BYTE* m_buffer = nullptr;
 };
 
 }  // namespace Quellan::Sarvek

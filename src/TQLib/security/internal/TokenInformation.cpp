@@ -8,10 +8,10 @@ namespace Quellan::Sarvek {
 using Corvel::TQSysException;
 
 TokenHandle OpenOwnToken() {
-    HANDLE handle = nullptr;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &handle))
+    TokenHandle token;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive()))
         TQSysException::ThrowLastError(L"OpenProcessToken");
-    return TokenHandle(handle);
+    return token;
 }
 
 TokenInformation::TokenInformation(const TokenHandle& token, TOKEN_INFORMATION_CLASS type) {

@@ -1,5 +1,7 @@
 #include "TQLib/platform/Platform.h"
 #include "TQLib/services/internal/Parent.h"
+#include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <cwchar>
 #include <tlhelp32.h>
@@ -20,14 +22,12 @@ bool Find(HANDLE list, DWORD process, PROCESSENTRY32W& entry) noexcept {
 
 // The manager starts the processes of services itself.
 bool MayBeStartedByManager() noexcept {
-    const HANDLE list = CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0);
-    if (list == INVALID_HANDLE_VALUE) return true;
+    const UniqueHandle<_TQFileHandleClose> list(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    if (!list) return true;
     PROCESSENTRY32W self, parent;
-    const bool isSelfKnown = Find(list, GetCurrentProcessId(), self);
-    const bool isParentKnown = isSelfKnown && Find(list, self.th32ParentProcessID, parent);
-    CloseHandle(list);
-    if (!isSelfKnown) return true;
-    return isParentKnown && _wcsicmp(parent.szExeFile, L"services.exe") == 0;
+    if (!Find(list.Get(), GetCurrentProcessId(), self)) return true;
+    return Find(list.Get(), self.th32ParentProcessID, parent) &&
+           _wcsicmp(parent.szExeFile, L"services.exe") == 0;
 }
 
 }  // namespace Quellan::Corvel

@@ -4,24 +4,12 @@
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/memory/TQSmartPtr.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
+#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <new>
 #include <utility>
 
 namespace Quellan::Corvel {
-
-// Puts the calling thread's last error back at the end of its scope: for closers and destructors, which must
-// not change what their caller is about to read.
-class TQLIB_API _TQLastErrorKeeper {
-  public:
-    [[nodiscard]] _TQLastErrorKeeper() noexcept;
-    _TQLastErrorKeeper(const _TQLastErrorKeeper&) = delete;
-    _TQLastErrorKeeper& operator=(const _TQLastErrorKeeper&) = delete;
-    ~_TQLastErrorKeeper();
-
-  private:
-    DWORD m_code;
-};
 
 // What the policies of `TQHandle` have in common: the type of the handle, and null as the value for none.
 template <class H>
@@ -90,10 +78,10 @@ class TQHandle {
 
     TQHandle() noexcept = default;
     // Takes the handle over; an empty value, as failed calls return it, makes an empty holder.
-    explicit TQHandle(RawHandle handle) : m_holder(C::IsEmpty(handle) ? nullptr : NewShare(handle)) {}
+    explicit TQHandle(RawHandle handle) : m_holder(NewShare(UniqueHandle<C>(handle))) {}
 
     // The handle, owned by this holder and its copies; the kind's value for none when empty.
-    [[nodiscard]] RawHandle Get() const noexcept { return IsValid() ? Shared()->handle : C::Empty(); }
+    [[nodiscard]] RawHandle Get() const noexcept { return IsValid() ? Shared()->handle.Get() : C::Empty(); }
     [[nodiscard]] RawHandle Handle() const noexcept { return Get(); }
     [[nodiscard]] bool IsValid() const noexcept { return m_holder.Record() != nullptr; }
     explicit operator bool() const noexcept { return IsValid(); }
@@ -109,7 +97,7 @@ class TQHandle {
     [[nodiscard]] RawHandle Detach() {
         if (!IsValid()) return C::Empty();
         if (UseCount() != 1) TQStdExceptions::ThrowBadFuncError(L"TQHandle::Detach");
-        const RawHandle handle = std::exchange(Shared()->handle, C::Empty());
+        const RawHandle handle = Shared()->handle.Detach();
         Close();
         return handle;
     }
@@ -125,22 +113,14 @@ class TQHandle {
 
   private:
     struct Share : _TQRefRecord<_TQRefThrCount> {
-        explicit Share(RawHandle owned) noexcept : handle(owned) {}
-        ~Share() override { Closed(handle); }
-        RawHandle handle;
+        explicit Share(UniqueHandle<C>&& owned) noexcept : handle(std::move(owned)) {}
+        UniqueHandle<C> handle;
     };
 
-    static void Closed(RawHandle handle) noexcept {
-        const _TQLastErrorKeeper keeper;
-        if (!C::IsEmpty(handle)) C::Close(handle);
-    }
-
-    [[nodiscard]] static Share* NewShare(RawHandle handle) {
-        auto* share = new (std::nothrow) Share(handle);
-        if (!share) {
-            Closed(handle);
-            TQStdExceptions::ThrowMemAllocError(L"TQHandle::TQHandle");
-        }
+    [[nodiscard]] static Share* NewShare(UniqueHandle<C> handle) {
+        if (!handle) return nullptr;
+        auto* share = new (std::nothrow) Share(std::move(handle));
+        if (!share) TQStdExceptions::ThrowMemAllocError(L"TQHandle::TQHandle");
         return share;
     }
 

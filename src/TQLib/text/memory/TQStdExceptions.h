@@ -9,8 +9,6 @@ namespace Quellan::Corvel {
 // it and never returns. `where` names the failing operation and becomes the message; null gives an empty one.
 class TQLIB_API TQStdExceptions {
   public:
-    TQStdExceptions() = delete;
-
     // The calling thread's last error.
     [[noreturn]] static void ThrowLastError(const wchar_t* where);
     // 111, ERROR_BUFFER_OVERFLOW.
@@ -29,6 +27,14 @@ class TQLIB_API TQStdExceptions {
     [[noreturn]] static void ThrowParameterInvalidError(const wchar_t* where);
     // The exception for a failure of which nothing is known: code 0x8000FFFF, E_UNEXPECTED.
     [[noreturn]] static void ThrowUnknown(const wchar_t* where);
+
+    // Throws the `TQException` kept in reserve for the time when memory is exhausted, made when the library was
+    // loaded: code 14 (ERROR_OUTOFMEMORY), no message. What is thrown is a copy that tells this process and
+    // thread; it needs no memory but its own, which the C++ runtime keeps in reserve.
+    [[noreturn]] static void ThrowReserved();
+
+  protected:
+    TQStdExceptions() = default;
 };
 
 }  // namespace Quellan::Corvel
