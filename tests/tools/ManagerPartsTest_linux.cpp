@@ -1,5 +1,6 @@
 // What the service manager is made of, where memory of it, descriptors, threads or readers are missing.
 #include "../../tools/tqscm/ChildEnd.h"
+#include "../../tools/tqscm/Commands.h"
 #include "../../tools/tqscm/Journal.h"
 #include "../../tools/tqscm/Print.h"
 #include "../../tools/tqscm/Worker.h"
@@ -268,6 +269,34 @@ TEST(TqscmClient, GivesUpAManagerThatSaysNothing) {
     CloseServiceHandle(handle);
 }
 #endif
+
+// A child of the process may keep its connection open: what it was told last has no answer when the process ends.
+TEST(TqscmCommands, EndWithAnAnswerForEachWhoWaits) {
+    tqscm::EventLoop loop;
+    const tqscm::Settings settings;
+    std::string heard;
+    tqscm::Commands commands(loop, settings,
+                             [](const tqscm::Command&, DWORD) { ADD_FAILURE() << "not from the process"; });
+    const auto add = [&](const char* key) {
+        commands.Add(
+            {.key = key, .name = key, .control = {}, .arguments = {}, .done = [&heard, key](DWORD code) {
+                 heard += key + std::to_string(code) + ' ';
+             }});
+    };
+    for (const char* const key : {"A", "A", "B"})
+        add(key);
+    commands.BeginLimits();
+    EXPECT_EQ(commands.Tell().key, "A");
+    commands.Drop("A");
+    EXPECT_EQ(heard, "A1062 ") << "what it is at goes on";
+    commands.End(ERROR_PROCESS_ABORTED);
+    EXPECT_EQ(heard, "A1062 A1067 B1067 ");
+    commands.Drop("A");
+    commands.Drop("B");
+    EXPECT_TRUE(commands.AreEmpty());
+    EXPECT_FALSE(commands.IsBusy());
+    EXPECT_EQ(heard, "A1062 A1067 B1067 ");
+}
 
 TEST(TqscmChildEnd, IsSeenWithoutADescriptor) {
     tqscm::EventLoop loop;

@@ -31,8 +31,12 @@ Process::Process(EventLoop& loop, const Settings& settings, Processes& all, Proc
       isAlone(isAloneIn),
       m_settings(settings),
       m_all(all),
-      m_limit(loop),
-      m_commandLimit(loop) {}
+      m_commands(loop, settings,
+                 [this](const Command& command, DWORD code) {
+                     m_all.m_owner.OnAnswer(*this, command, code);
+                     if (command.done) command.done(code);
+                 }),
+      m_limit(loop) {}
 
 Process::~Process() {
     if (m_link) m_link->Close();
@@ -55,6 +59,7 @@ void Process::WaitToConnect() {
 
 void Process::Expect() {
     m_isExpected = m_wasConnected = true;
+    m_commands.BeginLimits();
     m_limit.Set(ExpectLimit, [this] { EndExpecting(); });
 }
 
@@ -79,9 +84,7 @@ void Process::Connect(Link& link, const AttachMessage& message) {
     } else {
         for (const NamedStatus& reported : message.services)
             m_all.m_owner.OnReport(*this, reported);
-        for (Command& command : m_commands)
-            command.deadline = Clock::now() + m_settings.requestLimit;
-        SetCommandLimit();
+        m_commands.BeginLimits();
     }
     Begin();
 }
@@ -117,8 +120,9 @@ void Process::Serve(Link& link, const std::string& packet) {
     DoneMessage done;
     if (ParseMessage(packet, status)) {
         m_all.m_owner.OnReport(*this, status.service);
-    } else if (ParseMessage(packet, done) && m_isBusy) {
-        OnDone(done.code);
+    } else if (ParseMessage(packet, done) && m_commands.IsBusy()) {
+        m_commands.Answer(done.code);
+        SendNext();
     } else {
         // Nothing that it says can be believed.
         Print("process %d said what makes no sense and is ended", static_cast<int>(id.pid));
@@ -132,30 +136,18 @@ void Process::OnEnd(Link& link) {
     link.Close();
     m_link = nullptr;
     ++m_connections;
-    if (!std::exchange(m_isBusy, false)) return;
-    Command command = std::move(m_commands.front());
-    m_commands.pop_front();
-    SetCommandLimit();
-    if (command.done) command.done(ERROR_PROCESS_ABORTED);
+    m_commands.Forget();
 }
 
-// Before it connects for the first time, the limit is that for connecting.
 void Process::Tell(Command command) {
-    command.deadline = Clock::now() + m_settings.requestLimit;
-    m_commands.push_back(std::move(command));
-    if (m_wasConnected) SetCommandLimit();
+    m_commands.Add(std::move(command));
     SendNext();
-}
-
-bool Process::WillRun(const std::string& key) const {
-    return std::ranges::any_of(
-        m_commands, [&](const Command& command) { return !command.control && command.key == key; });
 }
 
 // One at a time, as the process serves them.
 void Process::SendNext() {
-    if (!m_link || m_isBusy || m_isFinishing) return;
-    if (m_commands.empty()) {
+    if (!m_link || m_commands.IsBusy() || m_isFinishing) return;
+    if (m_commands.AreEmpty()) {
         if (!services.empty()) return;
         m_isFinishing = true;
         m_limit.Set(m_settings.requestLimit, [this] {
@@ -165,70 +157,16 @@ void Process::SendNext() {
         });
         return m_link->Send(FormatMessage(FinishMessage()));
     }
-    const Command& command = m_commands.front();
-    m_isBusy = true;
+    const Command& command = m_commands.Tell();
     m_all.m_owner.OnTold(*this, command);
     m_link->Send(command.control ? FormatMessage(ControlMessage{command.name, *command.control})
                                  : FormatMessage(RunMessage{command.name, static_cast<DWORD>(isAlone),
                                                             command.arguments}));
 }
 
-void Process::SetCommandLimit() {
-    const auto next = std::ranges::find(m_commands, false, &Command::isLate);
-    if (next == m_commands.end()) return m_commandLimit.Cancel();
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(next->deadline - Clock::now());
-    m_commandLimit.Set(std::max(left, std::chrono::milliseconds(0)), [this] { OnCommandsLate(); });
-}
-
-// Who asked hears of it. What the process is at now it may still end; what it was not told it is not told any
-// more.
-void Process::OnCommandsLate() {
-    const auto now = Clock::now();
-    std::function<void(DWORD)> waiting;
-    if (m_isBusy && m_commands.front().deadline <= now) {
-        m_commands.front().isLate = true;
-        waiting = std::exchange(m_commands.front().done, nullptr);
-    }
-    std::deque<Command> late;
-    const auto first = m_commands.begin() + (m_isBusy ? 1 : 0);
-    const auto end =
-        std::find_if(first, m_commands.end(), [&](const Command& command) { return command.deadline > now; });
-    std::move(first, end, std::back_inserter(late));
-    m_commands.erase(first, end);
-    SetCommandLimit();
-    if (waiting) waiting(ERROR_SERVICE_REQUEST_TIMEOUT);
-    for (Command& command : late)
-        Finish(std::move(command), ERROR_SERVICE_REQUEST_TIMEOUT);
-}
-
-void Process::Finish(Command command, DWORD code) {
-    m_all.m_owner.OnAnswer(*this, command, code);
-    if (command.done) command.done(code);
-}
-
-void Process::OnDone(DWORD code) {
-    m_isBusy = false;
-    Command command = std::move(m_commands.front());
-    m_commands.pop_front();
-    SetCommandLimit();
-    Finish(std::move(command), code);
-    SendNext();
-}
-
 void Process::Release(Service& service) {
     std::erase(services, &service);
-    std::vector<Command> dropped;
-    for (auto it = m_commands.begin() + (m_isBusy ? 1 : 0); it != m_commands.end();) {
-        if (it->key != service.key) {
-            ++it;
-            continue;
-        }
-        dropped.push_back(std::move(*it));
-        it = m_commands.erase(it);
-    }
-    if (!dropped.empty()) SetCommandLimit();
-    for (const Command& command : dropped)
-        if (command.done) command.done(ERROR_SERVICE_NOT_ACTIVE);
+    m_commands.Drop(service.key);
     SendNext();
 }
 
@@ -328,8 +266,7 @@ void Processes::OnEnded(Process& process) {
     if (code && process.services.empty())
         Print("%s was not run: error %u", process.commandLine.c_str(), code);
     if (!code) code = process.m_wasConnected ? process.m_endCode : ERROR_SERVICE_REQUEST_TIMEOUT;
-    for (const Command& command : std::exchange(process.m_commands, {}))
-        if (command.done) command.done(code);
+    process.m_commands.End(code);
     m_owner.OnEnded(process, code);
     const bool wasExpected = process.m_isExpected;
     std::erase_if(m_processes, [&](const auto& other) { return other.get() == &process; });

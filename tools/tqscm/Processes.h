@@ -1,16 +1,15 @@
 // The processes of services: what they are told, and what they say.
 #pragma once
 
+#include "Commands.h"
 #include "Journal.h"
 #include "Launch.h"
 #include "Link.h"
 #include "Settings.h"
 #include "TQLib/platform/Win32.h"
 
-#include <deque>
 #include <functional>
 #include <memory>
-#include <optional>
 #include <vector>
 
 namespace tqscm {
@@ -19,19 +18,6 @@ using namespace Quellan::Platform;
 
 class Process;
 struct Service;
-
-// Something that a process is told and answers: to run a service, or to hand it a control.
-struct Command {
-    std::string key;  // of the service
-    std::string name;
-    std::optional<DWORD> control;
-    std::vector<std::string> arguments;
-    // Who waits for the answer: called once at most, with the handler's or 1053
-    // (ERROR_SERVICE_REQUEST_TIMEOUT), 1062 (ERROR_SERVICE_NOT_ACTIVE), 1067 (ERROR_PROCESS_ABORTED).
-    std::function<void(DWORD code)> done;
-    Clock::time_point deadline = {};
-    bool isLate = false;  // who waited has been told so
-};
 
 // Who hears of processes.
 class ProcessOwner {
@@ -81,7 +67,7 @@ class Process : public LinkOwner {
 
     void Tell(Command command);
     // Whether it is to be told to run the service.
-    bool WillRun(const std::string& key) const;
+    bool WillRun(const std::string& key) const { return m_commands.WillRun(key); }
     // A service has stopped and is no longer this one's. What was not told yet is not told any more.
     void Release(Service& service);
     // With all that it has started and that stays in its group. 1053 is said to be its services' exit code.
@@ -101,10 +87,6 @@ class Process : public LinkOwner {
     void Connect(Link& link, const AttachMessage& message);
     void Begin();
     void SendNext();
-    void SetCommandLimit();
-    void OnCommandsLate();
-    void OnDone(DWORD code);
-    void Finish(Command command, DWORD code);
 
     const Settings& m_settings;
     Processes& m_all;
@@ -115,11 +97,9 @@ class Process : public LinkOwner {
     bool m_wasConnected = false;
     bool m_isFinishing = false;
     DWORD m_endCode = ERROR_PROCESS_ABORTED;
-    Launched m_launched;             // until it connects
-    std::deque<Command> m_commands;  // the first was sent when `m_isBusy`
-    bool m_isBusy = false;
-    Timer m_limit;         // to connect, and to end in the end
-    Timer m_commandLimit;  // of the first that was not answered in time
+    Launched m_launched;  // until it connects
+    Commands m_commands;
+    Timer m_limit;  // to connect, and to end in the end
 };
 
 class Processes {
