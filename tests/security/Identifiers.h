@@ -1,7 +1,6 @@
 // Identifiers by their texts, so that tests can be read.
 #pragma once
 
-#include "TQLib/core/TQException.h"
 #include "TQLib/security/SecID.h"
 #include "platform/SidTexts.h"
 #include "support/ThrownCode.h"

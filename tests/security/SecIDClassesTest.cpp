@@ -1,3 +1,4 @@
+#include "TQLib/core/TQException.h"
 #include "TQLib/files/registry/TQRegValue.h"
 #include "TQLib/security/SecIDArray.h"
 #include "security/Identifiers.h"

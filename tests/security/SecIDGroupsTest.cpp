@@ -1,4 +1,5 @@
 // The groups and rights of an identifier, as far as both platforms show them.
+#include "TQLib/core/TQException.h"
 #include "TQLib/security/SecIDArray.h"
 #include "TQLib/security/SecPrivilegeSet.h"
 #include "TQLib/system/TQSysProc.h"

@@ -1,4 +1,5 @@
 // The service program as a unit of systemd, whose place a program takes that follows its rules.
+#include "TQLib/core/TQException.h"
 #include "TQLib/services/internal/SystemdUnit.h"
 #include "TQLib/text/TQStringArray.h"
 #include "TestNames.h"

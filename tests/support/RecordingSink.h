@@ -2,7 +2,6 @@
 #pragma once
 
 #include "TQLib/core/TQEventLog.h"
-#include "TQLib/core/TQException.h"
 
 #include <mutex>
 #include <string>
@@ -28,16 +27,7 @@ class RecordingSink : public TQEventLogSink {
     // From now on every entry is refused.
     void Refuse() { m_isRefusing = true; }
 
-    void Write(const TQEventLogEntry& entry) override {
-        if (m_isRefusing) throw TQSysException(1502u, L"RecordingSink");
-        const std::lock_guard guard(m_lock);
-        m_entries.push_back({entry.source,
-                             entry.eventId,
-                             entry.category,
-                             entry.type,
-                             {entry.strings.begin(), entry.strings.end()},
-                             {entry.data.begin(), entry.data.end()}});
-    }
+    void Write(const TQEventLogEntry& entry) override;
 
     std::vector<Entry> Entries() const {
         const std::lock_guard guard(m_lock);

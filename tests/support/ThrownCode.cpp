@@ -1,0 +1,25 @@
+#include "support/ThrownCode.h"
+
+#include "TQLib/core/TQException.h"
+
+namespace Quellan::Corvel::Test {
+
+DWORD ThrownCodeOf(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const TQCoreException& failure) {
+        return static_cast<DWORD>(failure.COMErrCode());
+    }
+    return 0;
+}
+
+std::wstring ThrownTextOf(const std::function<void()>& operation) {
+    try {
+        operation();
+    } catch (const TQCoreException& failure) {
+        return failure.ExcMsg(TQStrResDestination::Log).Std();
+    }
+    return {};
+}
+
+}  // namespace Quellan::Corvel::Test
