@@ -1,8 +1,10 @@
+#include "TQLib/core/TQLib.h"
 #include "support/Worker.h"
 #include "threads/TestPool.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <random>
 #include <set>
 #include <stdexcept>

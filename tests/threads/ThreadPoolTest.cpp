@@ -1,4 +1,6 @@
+#include "TQLib/core/TQLib.h"
 #include "TQLib/threads/TQThreadPool.h"
+#include "TQLib/threads/TQWin32AsynchRoot.h"
 #include "TQLib/threads/TQWorkPool.h"
 #include "support/RecordingSink.h"
 #include "support/Role.h"

@@ -35,14 +35,10 @@ class TQLIB_API TQPoolThread : public TQThread {
 
   private:
     friend class _TQThreadPoolBase;
+    friend class PoolThreads;
 
     _TQThreadPoolBase* m_pool = nullptr;
     std::atomic<bool> m_isReadyForWork = false;
-
-    // The pool's, under its lock.
-    TQPoolThread* m_nextRetired = nullptr;
-    bool m_isBeingStarted = false;  // somebody is inside `Start`: the object must stay
-    bool m_isStoppingPool = false;  // it is inside the pool's `StopThreads`, or was
 };
 
 }  // namespace Quellan::Corvel

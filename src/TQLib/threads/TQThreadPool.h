@@ -1,18 +1,11 @@
 // Thread pools.
 #pragma once
 
-#include "TQLib/core/TQLib.h"
-#include "TQLib/log/time/TQTimer.h"
+#include "TQLib/log/time/TQTimeSpan.h"
+#include "TQLib/text/memory/TQSmartPtr.h"
 #include "TQLib/threads/TQPoolThread.h"
-#include "TQLib/threads/TQWin32AsynchRoot.h"
-#include "TQLib/threads/internal/Ring.h"
 
-#include <atomic>
-#include <map>
 #include <memory>
-#include <optional>
-#include <set>
-#include <vector>
 
 namespace Quellan::Corvel {
 
@@ -45,18 +38,6 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
         DWORD itemID = 0;
     };
     using WorkItemPtr = TQSmartPtr<PoolWorkItem, _TQRefPtr<PoolWorkItem>>;
-
-    // The items of one requestor, in the order of their posting.
-    struct WorkQueue {
-        Ring<TQSPtrCont<WorkItemPtr>> items;
-        // How many of the requestor's entries in the ID queue, its oldest, stand for items that were dropped.
-        std::size_t dropped = 0;
-    };
-
-    // The requestors of all their items, in the order of posting.
-    struct IDQueue {
-        Ring<DWORD> ids;
-    };
 
     // What a pool tells of a failure.
     struct ThreadErr {
@@ -161,16 +142,12 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
 
     BYTEBuf& PoolData() noexcept { return ThreadData(); }
     // Borrowed, until `CloseUp`.
-    [[nodiscard]] HANDLE Port() const noexcept { return m_port.Get(); }
+    [[nodiscard]] HANDLE Port() const noexcept;
 
   private:
     friend class TQPoolThread;
-    using Handle = TQHandle<_TQKernelHandleClose>;
-    using OVERLAPPED_DATA = _TQWin32AsynchRoot::OVERLAPPED_DATA;
-    static constexpr DWORD RecycledBytes = _TQWin32AsynchRoot::RecycledBytes;
-    class Taking;
-    struct Packet;
-    using QueueMap = std::map<DWORD, WorkQueue>;
+    friend class PoolThreads;
+    class Impl;
 
     // A new object for a pool thread, owned by the pool.
     virtual TQPoolThread* AllocThread() = 0;
@@ -182,99 +159,10 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     unsigned int RunWork(BYTEBuf& data) override;
     void Stop() override;
 
-    void PostAnonymous(const void* data, DWORD size);
-    void PostForRequestor(const void* data, DWORD size, DWORD requestorID);
-    bool TakeBackItem(DWORD requestorID, DWORD itemID) noexcept;
-    bool PostMissingTurns();
-    bool PostThreadStop() const noexcept;
-
-    bool CountAsTaken(const OVERLAPPED_DATA& packet) noexcept;
-    GetWorkResult TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting);
-    [[nodiscard]] static DWORD TakePacket(HANDLE port, DWORD ms, Packet& packet) noexcept;
-    void MarkAsOwn(OVERLAPPED_DATA& packet) noexcept;
-    [[nodiscard]] bool IsOwn(const Packet& packet) const noexcept;
-    void HandOn(const Packet& packet) noexcept;
-    bool TakeAnonymous(const Packet& packet, BYTEBuf& data);
-    bool TakeTurn(BYTEBuf& data) noexcept;
-    bool GetNextRequestorWork(DWORD requestorID, BYTEBuf& data) noexcept TQ_REQUIRES(m_poolLock);
-    WorkQueue* RequestorQueue(DWORD requestorID) noexcept TQ_REQUIRES(m_poolLock);
-    DWORD GetNextItemID() noexcept TQ_REQUIRES(m_poolLock);
-    void DropAnonymous() noexcept TQ_REQUIRES(m_poolLock);
-    void DropItems(WorkQueue& queue) noexcept TQ_REQUIRES(m_poolLock);
-    void KeepSpare(WorkItemPtr&& item) noexcept TQ_REQUIRES(m_poolLock);
-
-    void RequireThread();
-    void MakeFirstThread();
-    bool IsCallerBeingStarted();
-    [[nodiscard]] bool NeedsThread() const;
-    bool Grow() noexcept;
-    bool AllocPoolThread();
-    bool BeginStart();
-    void EndStart() noexcept;
-    void StartPoolThread();
+    // The work of one of its threads.
     void RunPoolThread(TQPoolThread* thread);
-    void RunItem(TQPoolThread& thread, BYTEBuf& data) noexcept;
-    void ReportCaught(TQPoolThread* thread, const BYTEBuf* work) noexcept;
-    bool Retire(TQPoolThread& thread);
-    void Leave(TQPoolThread& thread) noexcept TQ_REQUIRES(m_poolLock);
-    void DeleteRetired();
-    void EndPoolThreads();
-    void _CleanUpPort(void* port);
-    void ReleaseMemory() noexcept;
-    void AwaitOtherPoolThreads(TQPoolThread& self);
-    void DropThreadObject(std::unique_ptr<TQPoolThread> thread) noexcept;
-    void TellStoppers() noexcept;
 
-    [[nodiscard]] bool IsStopped() const noexcept;
-    [[nodiscard]] DWORD AnonymousItems() const noexcept;
-    [[nodiscard]] DWORD PostsInFlight() const noexcept;
-    [[nodiscard]] DWORD PortObjectCount() const;
-
-    static void __ProcessOnExit(void* pool);
-
-    // Written with each item: the anonymous items that were posted, which number them, and as the top bit
-    // that the pool was stopped; and those of them that a thread has taken or that were dropped.
-    alignas(64) mutable std::atomic<ULONGLONG> m_posted = 0;
-    alignas(64) mutable std::atomic<ULONGLONG> m_settled = 0;
-    // Written when a thread begins or ends to wait: busy threads, above 16 bits those of them that have
-    // waited and whose item does not count as taken yet, above 32 bits waiting ones.
-    alignas(64) mutable std::atomic<ULONGLONG> m_threadUse = 0;
-    // Read with each item.
-    alignas(64) mutable std::atomic<DWORD> m_allocated = 0;
-    std::atomic<LONG> m_serving = 0;     // threads that were started and have not left
-    std::atomic<bool> m_isIdle = false;  // the idle timer runs
-    DWORD m_minThreads;
-    DWORD m_maxThreads;
-    Handle m_port;
-    Handle m_wakeEvent;
-    Handle m_startOver;        // signalled while nobody makes a thread
-    Handle m_othersGone;       // signalled once only threads are left that stop the pool
-    OVERLAPPED_DATA m_turn{};  // the packet of every requestor item
-    mutable OVERLAPPED_DATA m_stop{};
-    // Rarely written.
-    std::atomic<ULONGLONG> m_droppedBelow = 0;  // the number before which no item is taken any more
-    std::atomic<DWORD> m_droppedPackets = 0;    // in flight, of items that were dropped
-    std::atomic<DWORD> m_missingTurns = 0;      // entries of the ID queue for which no packet is in flight
-    mutable std::atomic<DWORD> m_portObjects = 0;
-    mutable std::atomic<DWORD> m_stops = 0;  // stop packets in the port
-    std::atomic<ULONGLONG> m_growAgainTick = 0;
-
-    alignas(64) mutable TQThreadSynch m_poolLock;
-    QueueMap m_queues TQ_GUARDED_BY(m_poolLock);
-    TQSmartPtr<IDQueue, _TQRefPtr<IDQueue>> m_ids TQ_GUARDED_BY(m_poolLock);
-    std::vector<TQSPtrCont<WorkItemPtr>> m_spareItems TQ_GUARDED_BY(m_poolLock);
-    mutable std::atomic<DWORD> m_requestorItems = 0;  // that no thread has taken; written under the lock
-    DWORD m_lastRequestorID TQ_GUARDED_BY(m_poolLock) = 0;
-    DWORD m_lastItemID TQ_GUARDED_BY(m_poolLock) = 0;
-    std::set<TQPoolThread*> m_threads TQ_GUARDED_BY(m_poolLock);
-    TQPoolThread* m_retired TQ_GUARDED_BY(m_poolLock) = nullptr;
-    DWORD m_threadObjects TQ_GUARDED_BY(m_poolLock) = 0;
-    DWORD m_stoppers TQ_GUARDED_BY(m_poolLock) = 0;       // of them, those that are stopping the pool
-    bool m_isStarting TQ_GUARDED_BY(m_poolLock) = false;  // somebody makes a thread
-    bool m_hasOwnThread = false;                          // his alone who makes a thread
-    TQTimer m_idleTimer TQ_GUARDED_BY(m_poolLock);
-
-    std::optional<TQLibCallOnExit> m_callOnExit;
+    const std::unique_ptr<Impl> m_impl;
 };
 
 // Writes failures of pools to the system event log under "TQLib": 0xCFFF4001, but 0xCFFF4002 for structured

@@ -2,6 +2,7 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/threads/TQWin32AsynchRoot.h"
 
 #include <cstring>
 #include <limits>

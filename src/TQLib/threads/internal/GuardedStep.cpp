@@ -9,6 +9,8 @@ namespace Quellan::Corvel {
 
 namespace {
 
+constexpr WORD CaughtExceptionCategory = 2;
+
 // An action that the exception already has is not given up for the context, which then stands behind the
 // message.
 void LogCaught(TQCoreException& e, const wchar_t* context) noexcept {
@@ -19,20 +21,15 @@ void LogCaught(TQCoreException& e, const wchar_t* context) noexcept {
     } catch (...) {
         // Without memory the entry does without the context.
     }
-    e.LogEvent(hasAction ? context : nullptr, TQEventLog::LibrarySource, TQEventLog::CaughtExceptionEvent,
-               CaughtExceptionCategory);
+    LogAsCaught(e, hasAction ? context : nullptr);
 }
 
 // The context, and on the next lines what is known of the exception.
 void LogOther(const wchar_t* context, const TQString& details) noexcept {
-    const auto log = [](const wchar_t* text) {
-        TQCoreException::LogUnhandled(TQEventLog::LibrarySource, TQEventLog::UnhandledExceptionEvent,
-                                      TQEventLog::UnhandledExceptionCategory, text);
-    };
     try {
-        log(TQString::Format(L"%s\r\n%s", context, details.c_str()).c_str());
+        LogAsUnhandled(TQString::Format(L"%s\r\n%s", context, details.c_str()).c_str());
     } catch (...) {
-        log(context);
+        LogAsUnhandled(context);
     }
 }
 
@@ -47,6 +44,15 @@ TQString BlockOf(const _TQWin32Exception& e) noexcept {
 }
 
 }  // namespace
+
+void LogAsCaught(const TQCoreException& e, const wchar_t* where) noexcept {
+    e.LogEvent(where, TQEventLog::LibrarySource, TQEventLog::CaughtExceptionEvent, CaughtExceptionCategory);
+}
+
+void LogAsUnhandled(const wchar_t* text) noexcept {
+    TQCoreException::LogUnhandled(TQEventLog::LibrarySource, TQEventLog::UnhandledExceptionEvent,
+                                  TQEventLog::UnhandledExceptionCategory, text);
+}
 
 unsigned int LogGuarded(const wchar_t* context, TQString& message) noexcept {
     try {

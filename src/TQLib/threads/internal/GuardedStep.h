@@ -7,7 +7,11 @@
 namespace Quellan::Corvel {
 
 constexpr unsigned int UnknownExceptionCode = static_cast<unsigned int>(0x8000FFFF);  // E_UNEXPECTED
-constexpr WORD CaughtExceptionCategory = 2;
+
+// Writes an exception that was caught in a thread to the system event log, as 0xCFFF4001.
+void LogAsCaught(const TQCoreException& e, const wchar_t* where) noexcept;
+// Writes what is known of one that is not of the library there, as 0xCFFF4002.
+void LogAsUnhandled(const wchar_t* text) noexcept;
 
 // Inside a catch clause: logs the exception being handled, a library exception as 0xCFFF4001, anything else
 // as 0xCFFF4002, with the context; its text becomes the message. Returns its code.

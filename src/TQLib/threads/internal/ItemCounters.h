@@ -1,0 +1,94 @@
+// The items of a pool, in numbers.
+#pragma once
+
+#include "TQLib/threads/internal/PoolCounters.h"
+
+#include <atomic>
+
+namespace Quellan::Corvel {
+
+// The items that were posted and that no thread has taken, and the packets that are in the port for them.
+// What is dropped is no item any more, but its packet is in flight until somebody takes it out.
+//
+// Anonymous items are numbered in the order of their posting, so that it can be told of each whether it was
+// dropped. For several threads; what is said of requestors' items is counted by whoever changes their queues.
+class ItemCounters {
+  public:
+    // No item is accepted any more.
+    void Stop() noexcept { m_posted.fetch_or(StopMark); }
+    [[nodiscard]] bool IsStopped() const noexcept { return m_posted.load() & StopMark; }
+
+    [[nodiscard]] DWORD Items() const noexcept {
+        // The settled ones first: never less than none.
+        const ULONGLONG settled = ReadCounter(m_settled);
+        return static_cast<DWORD>(ReadCounter(m_posted) - settled) + ReadCounter(m_requestorItems);
+    }
+    // In the order of the counters: what moves from one to the next is counted twice for a moment, never not
+    // at all.
+    [[nodiscard]] DWORD InFlight() const noexcept {
+        const ULONGLONG settled = m_settled.load();
+        const DWORD items = static_cast<DWORD>(m_posted.load() - settled) + m_requestorItems.load();
+        return items + m_droppedPackets.load() - m_missingTurns.load();
+    }
+    // Anonymous items since the pool was made.
+    [[nodiscard]] ULONGLONG Posted() const noexcept { return m_posted.load() & ~StopMark; }
+
+    // Counts an anonymous item, and gives its number.
+    [[nodiscard]] ULONGLONG Post() noexcept { return m_posted.fetch_add(1) & ~StopMark; }
+    [[nodiscard]] bool IsDropped(ULONGLONG number) const noexcept { return number < m_droppedBelow.load(); }
+    // An anonymous item's packet is in flight no more: it counts as taken. False where it was dropped.
+    bool Settle(ULONGLONG number) noexcept {
+        ULONGLONG settled = m_settled.load();
+        do {
+            if (IsDropped(number)) {
+                SettleDropped();
+                return false;
+            }
+        } while (!m_settled.compare_exchange_weak(settled, settled + 1));
+        return true;
+    }
+    // Drops all anonymous items. Those that a thread is just taking are settled by one of the two, here or
+    // there. One caller at a time.
+    void DropAnonymous() noexcept {
+        ULONGLONG settled = m_settled.load();
+        for (;;) {
+            const ULONGLONG posted = Posted();
+            const auto count = static_cast<DWORD>(posted - settled);
+            if (count == 0) return;
+            m_droppedPackets.fetch_add(count);
+            m_droppedBelow = posted;
+            if (m_settled.compare_exchange_strong(settled, posted)) return;
+            m_droppedPackets.fetch_sub(count);
+        }
+    }
+
+    void PostForRequestor() noexcept { m_requestorItems.fetch_add(1); }
+    // Taken, or taken back by who posted it.
+    void SettleForRequestor() noexcept { m_requestorItems.fetch_sub(1); }
+    void DropForRequestors(DWORD count) noexcept {
+        m_droppedPackets.fetch_add(count);
+        m_requestorItems.fetch_sub(count);
+    }
+    // The packet of an item that was dropped is out of the port.
+    void SettleDropped() noexcept { m_droppedPackets.fetch_sub(1); }
+
+    // Items of requestors for which no packet is in flight.
+    [[nodiscard]] DWORD MissingTurns() const noexcept { return m_missingTurns.load(); }
+    void AdjustMissingTurns(bool add) noexcept {
+        add ? m_missingTurns.fetch_add(1) : m_missingTurns.fetch_sub(1);
+    }
+
+  private:
+    static constexpr ULONGLONG StopMark = ULONGLONG{1} << 63;
+
+    // Posters write the one, threads that take the other, with each item.
+    alignas(64) mutable std::atomic<ULONGLONG> m_posted = 0;
+    alignas(64) mutable std::atomic<ULONGLONG> m_settled = 0;
+    // Written with a requestor's item or rarely.
+    alignas(64) mutable std::atomic<DWORD> m_requestorItems = 0;
+    std::atomic<DWORD> m_droppedPackets = 0;
+    std::atomic<DWORD> m_missingTurns = 0;
+    std::atomic<ULONGLONG> m_droppedBelow = 0;  // the number before which no item is taken any more
+};
+
+}  // namespace Quellan::Corvel
