@@ -3,6 +3,7 @@
 #include "TQLib/platform/linux/base/FaultHandlers.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/SharedObject.h"
 #include "TQLib/platform/linux/process/ExceptionRecords.h"
 
@@ -20,7 +21,6 @@
 #include <iterator>
 #include <link.h>
 #include <memory>
-#include <mutex>
 #include <pthread.h>
 #include <span>
 #include <string_view>
@@ -497,7 +497,7 @@ class AlternateStacks {
     // Null without memory.
     static std::byte* Take() noexcept {
         {
-            const std::scoped_lock lock(s_lock);
+            const Guard lock(s_lock);
             if (s_free) {
                 --s_freeCount;
                 return std::exchange(s_free, *reinterpret_cast<std::byte**>(s_free));
@@ -515,7 +515,7 @@ class AlternateStacks {
 
     static void Return(std::byte* stack) noexcept {
         {
-            const std::scoped_lock lock(s_lock);
+            const Guard lock(s_lock);
             if (s_freeCount < MostFree) {
                 ++s_freeCount;
                 *reinterpret_cast<std::byte**>(stack) = std::exchange(s_free, stack);
@@ -542,10 +542,10 @@ class AlternateStacks {
     }
 
     static constinit inline ShortLock s_lock;
-    static inline const ForkPart s_forkPart{ForkOrder::AlternateStacks, []() noexcept { s_lock.lock(); },
-                                            [](bool) noexcept { s_lock.unlock(); }};
-    static constinit inline std::byte* s_free = nullptr;  // guarded by s_lock; each begins with the next one
-    static constinit inline std::size_t s_freeCount = 0;  // guarded by s_lock
+    static inline const ForkLock<s_lock> s_forkLock{ForkOrder::AlternateStacks};
+    static constinit inline std::byte* s_free TQ_GUARDED_BY(s_lock) =
+        nullptr;  // each begins with the next one
+    static constinit inline std::size_t s_freeCount TQ_GUARDED_BY(s_lock) = 0;
 };
 
 // Gives the thread an alternate stack unless it has one, and takes the trap away before the stack goes.
