@@ -131,7 +131,7 @@ struct ForksOfObjects {
     }
 };
 
-[[gnu::init_priority(101)]] const ForksOfObjects::Barrier ForksOfObjects::s_barrier;
+TQ_MADE_AT_LOAD const ForksOfObjects::Barrier ForksOfObjects::s_barrier;
 
 namespace {
 

@@ -120,7 +120,7 @@ class WithoutFork {
 
     static void BeginSlowly() noexcept;
 
-    [[gnu::tls_model("initial-exec")]] static constinit inline thread_local Place t_place{};
+    TQ_THERE_WITH_THREAD static constinit inline thread_local Place t_place{};
     static constinit inline std::atomic<bool> s_isForking = false;
     // How many threads without a line are inside.
     static constinit inline std::atomic<std::uint32_t> s_counted = 0;

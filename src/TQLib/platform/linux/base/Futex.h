@@ -54,20 +54,12 @@ inline void FutexWake(const Word* word, int count, Reach reach) noexcept {
     syscall(SYS_futex, word, FUTEX_WAKE | static_cast<int>(reach), count, nullptr, nullptr, 0);
 }
 
-inline void CpuPause() noexcept {
-#if defined(__x86_64__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
-
 // Waiting for a lock that is held for some nanoseconds, or somewhat longer when its holder lost its core.
 class Backoff {
   public:
     void Pause() noexcept {
         if (m_round < Pauses) {
-            CpuPause();
+            Compiler::Pause();
         } else if (m_round < Pauses + Yields) {
             sched_yield();
         } else {

@@ -8,7 +8,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local PortSeat* t_seat = nullptr;
+TQ_THERE_WITH_THREAD constinit thread_local PortSeat* t_seat = nullptr;
 
 }  // namespace
 

@@ -373,7 +373,7 @@ DWORD SharedObject::Lock() noexcept {
         const std::uint32_t wanted = i < Pauses ? 0 : LockWanted;
         if (word.compare_exchange_strong(held, Self() | wanted, std::memory_order_acquire)) return Check();
         if (i < Pauses) {
-            CpuPause();
+            Compiler::Pause();
             continue;
         }
         if (i == Pauses)

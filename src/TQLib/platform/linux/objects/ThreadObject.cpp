@@ -21,7 +21,7 @@ constexpr SIZE_T DefaultStack = 1 << 20;
 constexpr SIZE_T StackStep = 1 << 16;
 constexpr SIZE_T LeastUsableStack = 1 << 15;  // beside the thread's static data and the kernel's needs
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local Thread* t_current = nullptr;
+TQ_THERE_WITH_THREAD constinit thread_local Thread* t_current = nullptr;
 
 FILETIME FileTimeOfSteps(std::uint64_t steps) noexcept {
     return {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32)};

@@ -491,7 +491,7 @@ bool Waiter::Spin() noexcept {
     bool granted = false;
     while (!granted && now < end) {
         for (unsigned i = 0; i < pauses && !granted; ++i) {
-            CpuPause();
+            Compiler::Pause();
             granted = HasEnded();
         }
         if (granted) break;

@@ -67,7 +67,7 @@ struct Image {
 // program's own word for it, which may be relative, may be worth nothing. Empty where nobody knows it.
 constinit std::array<char, PATH_MAX> g_executablePath{};
 
-[[gnu::constructor(101)]] void FindExecutablePath() noexcept {
+TQ_RUN_AT_LOAD void FindExecutablePath() noexcept {
     const ssize_t size = readlink("/proc/self/exe", g_executablePath.data(), g_executablePath.size() - 1);
     if (size >= 0) return;
     const auto* const executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));

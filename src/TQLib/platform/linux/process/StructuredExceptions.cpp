@@ -53,7 +53,7 @@ struct ThreadTrap {
     StructuredExceptionTranslator translator = nullptr;
     DWORD64 guardBegin = 0, stackBegin = 0;
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadTrap t_trap;
+TQ_THERE_WITH_THREAD constinit thread_local ThreadTrap t_trap;
 
 struct PreviousHandler {
     struct sigaction action {};
@@ -390,7 +390,7 @@ bool IsStackExhausted(DWORD64 sp, const EXCEPTION_RECORD& record) {
 // Below what the interrupted code uses. If the handler runs on the same stack (no alternate stack, or the
 // fault was on it), the kernel's record of the fault lies there, and the place is below the handler instead.
 TrapFrame* PlaceTrapFrame(DWORD64 sp, const stack_t& alternate) {
-    const DWORD64 handler = AddressOf(__builtin_frame_address(0));
+    const DWORD64 handler = AddressOf(TQ_FRAME_ADDRESS);
     const DWORD64 alternateBegin = AddressOf(alternate.ss_sp);
     const CodeRange alternateStack{alternateBegin, alternateBegin + alternate.ss_size};
     const bool sameStack = alternateStack.Holds(handler) == alternateStack.Holds(sp);
@@ -623,12 +623,12 @@ void RaiseException(DWORD code, DWORD flags, DWORD count, const ULONG_PTR* argum
     EXCEPTION_RECORD record{};
     record.ExceptionCode = code & ~SystemBit;
     record.ExceptionFlags = flags & EXCEPTION_NONCONTINUABLE;
-    record.ExceptionAddress = __builtin_return_address(0);
+    record.ExceptionAddress = TQ_RETURN_ADDRESS;
     record.NumberParameters = arguments ? std::min(count, EXCEPTION_MAXIMUM_PARAMETERS) : 0;
     std::copy_n(arguments, record.NumberParameters, record.ExceptionInformation);
     CONTEXT context{};
     ProgramCounter(context) = AddressOf(record.ExceptionAddress);
-    StackPointer(context) = AddressOf(__builtin_dwarf_cfa());
+    StackPointer(context) = AddressOf(TQ_STACK_BEFORE_CALL);
     if (t_trap.translator && ReachesTranslator(record.ExceptionCode, record.ExceptionFlags)) {
         EXCEPTION_POINTERS pointers{&record, &context};
         t_trap.translator(record.ExceptionCode, &pointers);
