@@ -1,9 +1,9 @@
 #include "TQLib/core/base/TQObject.h"
 
+#include "TQLib/platform/Compiler.h"
 #include "TQLib/text/STLString.h"
 
 #include <cstdlib>
-#include <cxxabi.h>
 #include <memory>
 #include <typeinfo>
 
@@ -11,9 +11,7 @@ namespace Quellan::Corvel {
 
 STLString TQObject::Description() const {
     const char* const raw = typeid(*this).name();
-    int status = 0;
-    const std::unique_ptr<char, void (*)(void*)> name(abi::__cxa_demangle(raw, nullptr, nullptr, &status),
-                                                      std::free);
+    const std::unique_ptr<char, void (*)(void*)> name(Compiler::ReadableTypeName(raw), std::free);
     return _TQwString::FromUtf8(name ? name.get() : raw);
 }
 

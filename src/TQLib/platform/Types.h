@@ -1,22 +1,14 @@
-// The platform's basic types and the export mark, without the platform's headers: all that a public header
-// needs. On Windows these are the system's own types, repeated word for word, so that <windows.h> may be
-// included before or after; on Linux the same names stand for types of the same width, inside of `Quellan`
-// alone, so that other headers with such names get in nobody's way. A DWORD has 32 bits on both, wchar_t has
-// 16 on Windows (UTF-16) and 32 on Linux (UTF-32).
+// The platform's basic types, without the platform's headers: all that a public header needs. On Windows
+// these are the system's own types, repeated word for word, so that <windows.h> may be included before or
+// after; on Linux the same names stand for types of the same width, inside of `Quellan` alone, so that other
+// headers with such names get in nobody's way. A DWORD has 32 bits on both, wchar_t has 16 on Windows (UTF-16)
+// and 32 on Linux (UTF-32).
 #pragma once
+
+#include "TQLib/platform/Compiler.h"
 
 #include <cstddef>
 #include <cstdint>
-
-#if defined(_WIN32)
-#if defined(TQ_BUILDING_LIBRARY)
-#define TQLIB_API __declspec(dllexport)
-#else
-#define TQLIB_API __declspec(dllimport)
-#endif
-#else
-#define TQLIB_API __attribute__((visibility("default")))
-#endif
 
 #if defined(_WIN32)
 using DWORD = unsigned long;

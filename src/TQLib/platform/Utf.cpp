@@ -99,7 +99,7 @@ constexpr bool IsCharacter(char32_t code) noexcept {
 
 // The size of what one replacement stands for where no character begins: the longest part that could have
 // begun one, or one byte.
-[[gnu::noinline]] std::size_t MalformedSize(const char* text, std::size_t size) noexcept {
+TQ_NOINLINE std::size_t MalformedSize(const char* text, std::size_t size) noexcept {
     const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
     if (byte(0) < 0xE0 || byte(0) > 0xF4 || size < 2) return 1;
     // The second byte rules out overlong forms, surrogates and values above 0x10FFFF.
@@ -111,7 +111,7 @@ constexpr bool IsCharacter(char32_t code) noexcept {
 
 // Reads one character that does not begin with an ASCII byte. Inlined by force: with a call for each
 // character text beyond ASCII would be slower than in a plain loop.
-[[gnu::always_inline]] inline Decoded Decode(const char* text, std::size_t size) noexcept {
+TQ_ALWAYS_INLINE inline Decoded Decode(const char* text, std::size_t size) noexcept {
     // Continuation bytes lose their mark; any other byte keeps one of the two highest bits.
     const auto bits = [text](std::size_t i) -> char32_t {
         return static_cast<unsigned char>(text[i]) ^ 0x80u;

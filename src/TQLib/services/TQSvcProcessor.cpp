@@ -103,8 +103,8 @@ DWORD TQSvcProcessor::ErrorCode() const {
 }
 
 void TQSvcProcessor::AddChangedEvent(HANDLE event) {
-    const TQThreadSynch::TQSynchLock guard(m_procLock);
-    Translated(L"TQSvcProcessor::AddChangedEvent", [&]() TQ_NOT_ANALYSED {
+    Translated(L"TQSvcProcessor::AddChangedEvent", [&] {
+        const TQThreadSynch::TQSynchLock guard(m_procLock);
         m_changedEvents.push_back({event, false});
     });
 }

@@ -332,7 +332,7 @@ class Formatter {
 
     // Converts by a conversion that the compiler has not seen, or not all of. All its arguments are used
     // up even where one does not fit, so that those behind it keep their places.
-    [[gnu::noinline]] void ConvertUnchecked(Spec spec) {
+    TQ_NOINLINE void ConvertUnchecked(Spec spec) {
         const bool starsFit = ReadStars(spec);
         const TQFormatArg* const arg = spec.conversion != 0 ? Next() : nullptr;
         if (!starsFit || !arg || !spec.Takes(arg->kind, IsWide)) return m_out.PutAscii("<?>");
@@ -344,7 +344,7 @@ class Formatter {
 
     // Part of the loop over checked pieces by force: the call would be a tenth of the instructions. The rarer
     // and larger functions stay out of it.
-    [[gnu::always_inline]] void Convert(const Spec& spec, const TQFormatArg& arg) {
+    TQ_ALWAYS_INLINE void Convert(const Spec& spec, const TQFormatArg& arg) {
         switch (spec.conversion) {
             case 's':
             case 'S':
@@ -580,7 +580,7 @@ class Formatter {
         });
     }
 
-    [[gnu::noinline]] void PutReal(const Spec& spec, double value) {
+    TQ_NOINLINE void PutReal(const Spec& spec, double value) {
         Decimal number;
         const bool negative = std::signbit(value);
         const bool upper = spec.conversion < 'a';

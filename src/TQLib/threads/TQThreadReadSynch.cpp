@@ -56,14 +56,14 @@ struct HeldLocks {
     MoreHeld* more;
     DWORD thread;  // the id under which it was first asked for; a fork leaves it as it is
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local HeldLocks t_held = {};
+TQ_THERE_WITH_THREAD constinit thread_local HeldLocks t_held = {};
 
 DWORD Self() noexcept {
     if (t_held.thread == 0) t_held.thread = GetCurrentThreadId();
     return t_held.thread;
 }
 
-[[gnu::noinline]] LockInstance* FindMoreHeld(ULONGLONG lock) noexcept {
+TQ_NOINLINE LockInstance* FindMoreHeld(ULONGLONG lock) noexcept {
     for (MoreHeld* more = t_held.more; more; more = more->next)
         if (more->held.lock == lock) return &more->held;
     return nullptr;
@@ -76,7 +76,7 @@ LockInstance* FindHeld(ULONGLONG lock) noexcept {
 }
 
 // For a lock that is not found.
-[[gnu::noinline]] LockInstance& NewHeld(ULONGLONG lock) {
+TQ_NOINLINE LockInstance& NewHeld(ULONGLONG lock) {
     const auto free = [](const LockInstance& held) { return held.count == 0; };
     if (const auto found = std::ranges::find_if(t_held.first, free); found != t_held.first.end())
         return *found = {lock, 0, 0, false};
@@ -86,7 +86,7 @@ LockInstance* FindHeld(ULONGLONG lock) noexcept {
     return more->held;
 }
 
-[[gnu::noinline]] void DropUnusedMoreHeld() noexcept {
+TQ_NOINLINE void DropUnusedMoreHeld() noexcept {
     for (MoreHeld** link = &t_held.more; *link;) {
         if ((*link)->held.count == 0)
             delete std::exchange(*link, (*link)->next);

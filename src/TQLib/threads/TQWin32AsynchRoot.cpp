@@ -52,7 +52,7 @@ struct Chain {
         --length;
         FreeRecord* const record = std::exchange(first, first->next);
         // The next one will be asked for soon, and lies where another core has left it.
-        __builtin_prefetch(first, 1);
+        Compiler::PrefetchToWrite(first);
         return record;
     }
 };
@@ -119,7 +119,7 @@ Recycler& TheRecycler() noexcept {
 }
 
 // The number of the thread's shard, from 1; 0 until it has one.
-[[gnu::tls_model("initial-exec")]] constinit thread_local DWORD t_shard = 0;
+TQ_THERE_WITH_THREAD constinit thread_local DWORD t_shard = 0;
 
 // A shard for the time of one operation: the thread's, or where another thread just has it the next free one.
 class ShardUse {

@@ -2,7 +2,6 @@
 #pragma once
 
 #include "TQLib/core/base/TQObject.h"
-#include "TQLib/core/base/TQThreadSafety.h"
 #include "TQLib/platform/Types.h"
 
 namespace Quellan::Corvel {
@@ -50,7 +49,7 @@ class [[nodiscard]] TQ_GUARD_CLASS TQThreadSynch::TQSynchLock {
     [[nodiscard]] explicit TQSynchLock(TQThreadReadSynch& lock) TQ_ACQUIRES_SHARED(lock);
     TQSynchLock(const TQSynchLock&) = delete;
     TQSynchLock& operator=(const TQSynchLock&) = delete;
-    ~TQSynchLock() TQ_RELEASES TQ_NOT_ANALYSED {
+    ~TQSynchLock() TQ_RELEASES() TQ_NOT_ANALYSED {
         if (m_lock)
             m_lock->UnLock();
         else

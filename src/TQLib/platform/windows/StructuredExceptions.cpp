@@ -11,33 +11,8 @@
 #include <utility>
 
 // GCC has no structured exception handling of its own, but its C++ exceptions unwind by the platform's
-// tables. So a vectored handler, the first to see a fault, sends the thread on to the trampoline below, whose
+// tables. So a vectored handler, the first to see a fault, sends the thread on to the trampoline, whose
 // unwind information says that it interrupted the faulting instruction, and the translator throws from there.
-
-// Entered with rcx at the thread's ThreadTrap and the stack pointer below what the faulting code uses. It
-// builds the frame of an interrupt, which also frees the faulting frame from having any particular alignment.
-// The nop keeps the return address apart from anything the unwinder could take for the end of a function.
-asm(R"(
-    .text
-    .p2align 4
-    .globl TQTrapTrampoline
-    .def TQTrapTrampoline; .scl 2; .type 32; .endef
-    .seh_proc TQTrapTrampoline
-TQTrapTrampoline:
-    pushq $0
-    pushq 8(%rcx)
-    pushq $0
-    pushq $0
-    pushq (%rcx)
-    .seh_pushframe
-    subq $40, %rsp
-    .seh_stackalloc 40
-    .seh_endprologue
-    call TQCallTranslator
-    nop
-    ud2
-    .seh_endproc
-)");
 
 extern "C" void TQTrapTrampoline();
 extern "C" [[noreturn]] void TQCallTranslator(void* threadTrap);

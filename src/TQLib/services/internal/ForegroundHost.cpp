@@ -48,16 +48,18 @@ class ConsoleStop {
 }  // namespace
 
 struct ForegroundHost::Entry {
+    explicit Entry(TQThreadSynch& hostLock) noexcept : lock(hostLock) {}
+
     TQString name;
     std::vector<TCHARBuf> texts;
     std::vector<wchar_t*> argv;
     std::unique_ptr<MainThread> thread;
-    // Below: guarded by the host's lock.
-    LPHANDLER_FUNCTION_EX handler = nullptr;
-    void* context = nullptr;
-    SERVICE_STATUS status{};
-    bool isStopSent = false;
-    bool hasEnded = false;
+    TQThreadSynch& lock;  // the host's
+    LPHANDLER_FUNCTION_EX handler TQ_GUARDED_BY(lock) = nullptr;
+    void* context TQ_GUARDED_BY(lock) = nullptr;
+    SERVICE_STATUS status TQ_GUARDED_BY(lock){};
+    bool isStopSent TQ_GUARDED_BY(lock) = false;
+    bool hasEnded TQ_GUARDED_BY(lock) = false;
 };
 
 class ForegroundHost::MainThread : public TQThread {
@@ -73,7 +75,7 @@ class ForegroundHost::MainThread : public TQThread {
     }
     unsigned int OnStop(const BYTEBuf&, const unsigned int& result) override {
         {
-            const TQThreadSynch::TQSynchLock guard(m_host.m_lock);
+            const TQThreadSynch::TQSynchLock guard(m_entry.lock);
             m_entry.hasEnded = true;
         }
         SetSurely(m_host.m_changedEvent.Handle());
@@ -96,7 +98,7 @@ ForegroundHost::~ForegroundHost() = default;
 
 BOOL ForegroundHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
     for (; table->lpServiceName; ++table) {
-        Entry& entry = *m_entries.emplace_back(std::make_unique<Entry>());
+        Entry& entry = *m_entries.emplace_back(std::make_unique<Entry>(m_lock));
         entry.name = table->lpServiceName;
         entry.texts.emplace_back(entry.name.c_str(), entry.name.Length() + 1);
         for (const TQString& argument : m_arguments)
@@ -113,7 +115,7 @@ BOOL ForegroundHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
         } catch (...) {
             failure = std::current_exception();
         }
-        const TQThreadSynch::TQSynchLock guard(m_lock);
+        const TQThreadSynch::TQSynchLock guard(entry->lock);
         if (failure) entry->hasEnded = true;
     }
     const HANDLE changed = m_changedEvent.Handle(), stop = m_stopEvent.Handle();
@@ -136,9 +138,9 @@ BOOL ForegroundHost::Dispatch(const SERVICE_TABLE_ENTRYW* table) {
 
 SERVICE_STATUS_HANDLE ForegroundHost::RegisterHandler(const wchar_t* name, LPHANDLER_FUNCTION_EX handler,
                                                       void* context) {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
     for (const auto& entry : m_entries) {
         if (entry->name.CompareNoCase(name) != 0) continue;
+        const TQThreadSynch::TQSynchLock guard(entry->lock);
         entry->handler = handler;
         entry->context = context;
         return reinterpret_cast<SERVICE_STATUS_HANDLE>(entry.get());
@@ -150,20 +152,19 @@ SERVICE_STATUS_HANDLE ForegroundHost::RegisterHandler(const wchar_t* name, LPHAN
 BOOL ForegroundHost::SetStatus(SERVICE_STATUS_HANDLE handle, SERVICE_STATUS* status) {
     auto& entry = *reinterpret_cast<Entry*>(handle);
     {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
+        const TQThreadSynch::TQSynchLock guard(entry.lock);
         const bool isNew = entry.status.dwCurrentState != status->dwCurrentState;
         entry.status = *status;
-        if (isNew) Print(entry);
+        if (isNew) Print(entry.name, entry.status);
     }
     SetSurely(m_changedEvent.Handle());
     return TRUE;
 }
 
-void ForegroundHost::Print(const Entry& entry) {
-    TQString line =
-        TQString::Format(L"%s: %s", entry.name.c_str(), TQSvcState::Name(entry.status.dwCurrentState));
-    DWORD code = entry.status.dwWin32ExitCode;
-    if (code == ERROR_SERVICE_SPECIFIC_ERROR) code = entry.status.dwServiceSpecificExitCode;
+void ForegroundHost::Print(const TQString& name, const SERVICE_STATUS& status) {
+    TQString line = TQString::Format(L"%s: %s", name.c_str(), TQSvcState::Name(status.dwCurrentState));
+    DWORD code = status.dwWin32ExitCode;
+    if (code == ERROR_SERVICE_SPECIFIC_ERROR) code = status.dwServiceSpecificExitCode;
     if (code) line.AppendFormat(L", %s", TQSysException(code).ExcCodeString().c_str());
     try {
         m_output.Show(line.Append(L"\n"));
@@ -173,21 +174,25 @@ void ForegroundHost::Print(const Entry& entry) {
 }
 
 bool ForegroundHost::AllEnded() const {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    return std::ranges::all_of(m_entries, [](const auto& entry) { return entry->hasEnded; });
+    return std::ranges::all_of(m_entries, [](const auto& entry) {
+        const TQThreadSynch::TQSynchLock guard(entry->lock);
+        return entry->hasEnded;
+    });
 }
 
 void ForegroundHost::SendStops() {
     for (const auto& entry : m_entries) {
         LPHANDLER_FUNCTION_EX handler = nullptr;
+        void* context = nullptr;
         {
-            const TQThreadSynch::TQSynchLock guard(m_lock);
+            const TQThreadSynch::TQSynchLock guard(entry->lock);
             if (!entry->isStopSent && (entry->status.dwControlsAccepted & SERVICE_ACCEPT_STOP)) {
                 entry->isStopSent = true;
                 handler = entry->handler;
+                context = entry->context;
             }
         }
-        if (handler) handler(SERVICE_CONTROL_STOP, 0, nullptr, entry->context);
+        if (handler) handler(SERVICE_CONTROL_STOP, 0, nullptr, context);
     }
 }
 

@@ -29,7 +29,7 @@ class ForegroundHost : public ServiceHost {
     struct Entry;
     class MainThread;
 
-    void Print(const Entry& entry);
+    void Print(const TQString& name, const SERVICE_STATUS& status);
     bool AllEnded() const;
     void SendStops();
 
@@ -38,7 +38,7 @@ class ForegroundHost : public ServiceHost {
     const TQEvent m_stopEvent;
     const TQEvent m_changedEvent;
     std::vector<std::unique_ptr<Entry>> m_entries;
-    mutable TQThreadSynch m_lock;  // guards what the entries hold
+    TQThreadSynch m_lock;  // of the entries
 };
 
 }  // namespace Quellan::Corvel

@@ -22,8 +22,7 @@ void CopyBytes(BYTE* to, const void* from, std::size_t bytes) noexcept {
 void Wipe(BYTE* from, std::size_t bytes) noexcept {
     if (!bytes) return;
     std::memset(from, 0, bytes);
-    // Tells the compiler that somebody looks at the zeros; it would leave them unwritten before a release.
-    asm volatile("" : : "r"(from) : "memory");
+    Compiler::ShowMemory(from);  // or it would leave the zeros unwritten before a release
 }
 
 }  // namespace
@@ -57,7 +56,7 @@ _TQDataBufRoot& _TQDataBufRoot::operator=(const _TQDataBufRoot& other) {
     return *this;
 }
 
-_TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) {
+_TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) noexcept(false) {
     if (this == &other) return *this;
     const _SecureLevel sourceLevel = other.m_level;
     if (m_level == _SecureLevel::WipeAndLock && sourceLevel != _SecureLevel::WipeAndLock) {
@@ -115,7 +114,7 @@ void _TQDataBufRoot::Splice(std::size_t at, std::size_t removed, const void* sou
     else if (bytes < m_bytes && m_level != _SecureLevel::Plain)
         Wipe(m_block + bytes, m_bytes - bytes);
     m_bytes = bytes;
-    if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
+    if (m_level == _SecureLevel::WipeAndLock) Compiler::ClearCopyRegisters();
 }
 
 void _TQDataBufRoot::ReserveBytes(std::size_t bytes, const wchar_t* where) {
@@ -124,7 +123,7 @@ void _TQDataBufRoot::ReserveBytes(std::size_t bytes, const wchar_t* where) {
     BYTE* block = NewBlock(capacity, where);
     CopyBytes(block, m_block, m_bytes);
     ReplaceBlock(block, capacity);
-    if (m_level == _SecureLevel::WipeAndLock) ClearCopyRegisters();
+    if (m_level == _SecureLevel::WipeAndLock) Compiler::ClearCopyRegisters();
 }
 
 std::size_t _TQDataBufRoot::ByteCount(ULONGLONG count, std::size_t elementSize, const wchar_t* where) {
@@ -145,8 +144,7 @@ bool _TQDataBufRoot::EqualsSecret(const _TQDataBufRoot& other) const noexcept {
     BYTE difference = 0;
     for (std::size_t i = 0; i < m_bytes; ++i) {
         difference |= static_cast<BYTE>(m_block[i] ^ other.m_block[i]);
-        // The compiler may not know the value so far: it would stop at the first difference.
-        asm volatile("" : "+r"(difference));
+        Compiler::Forget(difference);  // or it would stop at the first one
     }
     return difference == 0;
 }

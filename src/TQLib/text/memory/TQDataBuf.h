@@ -46,7 +46,7 @@ class TQLIB_API _TQDataBufRoot {
     _TQDataBufRoot(const _TQDataBufRoot& other);
     _TQDataBufRoot(_TQDataBufRoot&& other) noexcept;
     _TQDataBufRoot& operator=(const _TQDataBufRoot& other);
-    _TQDataBufRoot& operator=(_TQDataBufRoot&& other);
+    _TQDataBufRoot& operator=(_TQDataBufRoot&& other) noexcept(false);
     void Swap(_TQDataBufRoot& other) noexcept;
 
     [[nodiscard]] BYTE* Block() const noexcept { return m_block; }
@@ -110,7 +110,7 @@ class TQDataBuf : public _TQDataBufRoot {
     TQDataBuf(TQDataBuf&& other) noexcept;
     TQDataBuf& operator=(const TQDataBuf& other);
     // Throws only where this buffer is locked and the other isn't: the contents are copied then.
-    TQDataBuf& operator=(TQDataBuf&& other);
+    TQDataBuf& operator=(TQDataBuf&& other) noexcept(false);
     ~TQDataBuf() override;
 
     // The first element; null while the buffer has no memory. Valid until the buffer grows, is cleared or is
@@ -179,7 +179,7 @@ template <class T, unsigned N>
 TQDataBuf<T, N>& TQDataBuf<T, N>::operator=(const TQDataBuf& other) = default;
 
 template <class T, unsigned N>
-TQDataBuf<T, N>& TQDataBuf<T, N>::operator=(TQDataBuf&& other) = default;
+TQDataBuf<T, N>& TQDataBuf<T, N>::operator=(TQDataBuf&& other) noexcept(false) = default;
 
 template <class T, unsigned N>
 TQDataBuf<T, N>::~TQDataBuf() = default;

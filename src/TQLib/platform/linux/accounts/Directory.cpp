@@ -6,6 +6,7 @@
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/base/Identity.h"
+#include "TQLib/platform/linux/base/Lock.h"
 
 #include <algorithm>
 #include <charconv>
@@ -14,7 +15,6 @@
 #include <grp.h>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <pwd.h>
 #include <shadow.h>
 #include <signal.h>
@@ -86,14 +86,14 @@ class Askers {
     }
 
     // While the process forks. The child has none of the threads, and nobody there waits for the answers.
-    void Hold() noexcept { m_lock.lock(); }
-    void Resume(bool isChild) noexcept {
-        m_lock.unlock();
-        if (isChild) new (this) Askers;
+    static void Hold() noexcept TQ_ACQUIRES(Instance().m_lock) { Instance().m_lock.lock(); }
+    static void Resume(bool isChild) noexcept TQ_RELEASES(Instance().m_lock) {
+        Instance().m_lock.unlock();
+        if (isChild) new (&Instance()) Askers;
     }
 
     DWORD Add(std::shared_ptr<Question> question) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         m_waiting.push_back(std::move(question));
         ++m_arrivals;
         if (m_idle >= m_waiting.size())
@@ -107,12 +107,12 @@ class Askers {
 
     // Nobody waits for the answer any more.
     void Withdraw(const std::shared_ptr<Question>& question) noexcept {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         m_waiting.remove(question);
     }
 
   private:
-    void StartThread() {
+    void StartThread() TQ_REQUIRES(m_lock) {
         const std::shared_ptr<const OwnIdentity> own = OwnIdentityForNewThread();
         sigset_t all, before;
         sigfillset(&all);
@@ -135,7 +135,7 @@ class Askers {
 
     // Before the answer is told: whoever asks again at once finds the thread idle and needs no other.
     void SetIdle() noexcept {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         ++m_idle;
     }
 
@@ -143,34 +143,34 @@ class Askers {
     // any more then.
     std::shared_ptr<Question> Next() noexcept {
         const Deadline idleUntil = DeadlineAfter(IdleMs);
-        std::unique_lock lock(m_lock);
-        bool isOver = false;
-        while (m_waiting.empty()) {
-            if (isOver) {
-                --m_threads, --m_idle;
-                return nullptr;
+        for (bool isOver = false;;) {
+            std::uint32_t seen;
+            {
+                const Guard lock(m_lock);
+                if (!m_waiting.empty()) {
+                    --m_idle;
+                    std::shared_ptr<Question> question = std::move(m_waiting.front());
+                    m_waiting.pop_front();
+                    return question;
+                }
+                if (isOver) {
+                    --m_threads, --m_idle;
+                    return nullptr;
+                }
+                seen = m_arrivals;
             }
-            const std::uint32_t seen = m_arrivals;
-            lock.unlock();
             isOver = FutexWait(m_arrivals, seen, idleUntil, Reach::Process) == ETIMEDOUT;
-            lock.lock();
         }
-        --m_idle;
-        std::shared_ptr<Question> question = std::move(m_waiting.front());
-        m_waiting.pop_front();
-        return question;
     }
 
-    std::mutex m_lock;
-    std::list<std::shared_ptr<Question>> m_waiting;  // this and the numbers are guarded by m_lock
-    unsigned m_threads = 0;
-    unsigned m_idle = 0;
-    Word m_arrivals{0};
+    PlainLock m_lock;
+    std::list<std::shared_ptr<Question>> m_waiting TQ_GUARDED_BY(m_lock);
+    unsigned m_threads TQ_GUARDED_BY(m_lock) = 0;
+    unsigned m_idle TQ_GUARDED_BY(m_lock) = 0;
+    Word m_arrivals{0};  // changed under m_lock
 };
 
-const ForkPart g_directoryForkPart(
-    ForkOrder::Directory, []() noexcept { Askers::Instance().Hold(); },
-    [](bool isChild) noexcept { Askers::Instance().Resume(isChild); });
+const ForkPart g_directoryForkPart(ForkOrder::Directory, &Askers::Hold, &Askers::Resume);
 
 template <class Answer>
 DWORD AskFor(Answer& answer, Deadline deadline, std::function<DWORD(Answer&)> find) {

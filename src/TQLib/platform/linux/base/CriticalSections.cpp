@@ -25,7 +25,7 @@ constexpr DWORD DefaultSpinCount = 100;
 constexpr unsigned GenerationShift = 22;
 constexpr std::uint32_t Generations = 1u << (31 - GenerationShift);
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local std::uint32_t t_name = 0;  // 0: none yet
+TQ_THERE_WITH_THREAD constinit thread_local std::uint32_t t_name = 0;  // 0: none yet
 
 // The name of the thread that made this process by a fork; written before the process has others.
 constinit std::uint32_t g_forker = 0;
@@ -38,7 +38,7 @@ std::uint32_t Generation() noexcept {
     return ForkGeneration() % Generations;
 }
 
-[[gnu::noinline]] std::uint32_t NewName() noexcept {
+TQ_NOINLINE std::uint32_t NewName() noexcept {
     return t_name = static_cast<std::uint32_t>(gettid()) | Generation() << GenerationShift;
 }
 
@@ -64,12 +64,12 @@ bool TryLock(Word& state, std::uint32_t& seen, std::uint32_t next) noexcept {
 }
 
 // `seen` is what the state was found to be.
-[[gnu::noinline]] void LockContended(CRITICAL_SECTION& section, std::uint32_t seen) noexcept {
+TQ_NOINLINE void LockContended(CRITICAL_SECTION& section, std::uint32_t seen) noexcept {
     Word& state = State(section);
     const std::uint32_t self = Self();
     for (DWORD i = 0; i < section.SpinCount; ++i) {
         if (seen == Free && TryLock(state, seen, self)) return;
-        CpuPause();
+        Compiler::Pause();
         seen = state.load(std::memory_order_relaxed);
     }
     for (;;) {

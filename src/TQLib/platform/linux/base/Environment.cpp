@@ -6,10 +6,10 @@
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Fork.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
 #include <cstdlib>
-#include <mutex>
 #include <sys/auxv.h>
 #include <unistd.h>
 
@@ -17,7 +17,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-constinit std::mutex g_environmentLock;
+constinit PlainLock g_environmentLock;
 const ForkLock<g_environmentLock> g_environmentForkLock(ForkOrder::Environment);
 
 std::string_view NameOf(std::string_view entry) {
@@ -47,7 +47,7 @@ bool IsName(std::string_view name) {
 DWORD SetVariable(const wchar_t* name, const wchar_t* value) {
     const std::string nativeName = ToUtf8(name ? name : L"");
     if (!IsName(nativeName)) return ERROR_INVALID_PARAMETER;
-    const std::scoped_lock lock(g_environmentLock);
+    const Guard lock(g_environmentLock);
     const std::string_view entry = FindEntry(nativeName);
     const std::string spelled = entry.empty() ? nativeName : std::string(NameOf(entry));
     const int failed = value ? setenv(spelled.c_str(), ToUtf8(value).c_str(), 1) : unsetenv(spelled.c_str());
@@ -87,7 +87,7 @@ void Fill(SYSTEMTIME& time, const timespec& now, const tm& fields) noexcept {
 
 std::optional<std::string> EnvironmentVariable(std::string_view name) {
     if (!IsName(name)) return std::nullopt;
-    const std::scoped_lock lock(g_environmentLock);
+    const Guard lock(g_environmentLock);
     const std::string_view entry = FindEntry(name);
     if (entry.empty()) return std::nullopt;
     return std::string(entry.substr(entry.find('=') + 1));

@@ -2,6 +2,7 @@
 
 #include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/linux/base/Futex.h"
+#include "TQLib/platform/linux/base/Lock.h"
 
 #include <algorithm>
 #include <atomic>
@@ -9,7 +10,6 @@
 #include <csignal>
 #include <iterator>
 #include <linux/membarrier.h>
-#include <mutex>
 #include <poll.h>
 #include <pthread.h>
 #include <sys/stat.h>
@@ -131,7 +131,7 @@ struct ForksOfObjects {
     }
 };
 
-[[gnu::init_priority(101)]] const ForksOfObjects::Barrier ForksOfObjects::s_barrier;
+TQ_MADE_AT_LOAD const ForksOfObjects::Barrier ForksOfObjects::s_barrier;
 
 namespace {
 
@@ -151,12 +151,12 @@ void WithoutFork::BeginSlowly() noexcept {
 }
 
 struct ProcessDescriptors {
-    static constinit inline std::mutex s_lock;
-    static constinit inline ProcessDescriptor* s_first = nullptr;  // guarded by s_lock
-    static constinit inline unsigned s_awaiting = 0;               // guarded by s_lock
+    static constinit inline PlainLock s_lock;
+    static constinit inline ProcessDescriptor* s_first TQ_GUARDED_BY(s_lock) = nullptr;
+    static constinit inline unsigned s_awaiting TQ_GUARDED_BY(s_lock) = 0;
 
     static void Add(ProcessDescriptor& descriptor) noexcept {
-        const std::scoped_lock lock(s_lock);
+        const Guard lock(s_lock);
         descriptor.m_next = s_first;
         if (s_first) s_first->m_previous = &descriptor;
         s_first = &descriptor;
@@ -164,22 +164,22 @@ struct ProcessDescriptors {
     }
 
     static void Remove(ProcessDescriptor& descriptor) noexcept {
-        const std::scoped_lock lock(s_lock);
+        const Guard lock(s_lock);
         Unlink(descriptor);
     }
 
-    static void Unlink(ProcessDescriptor& descriptor) noexcept {
+    static void Unlink(ProcessDescriptor& descriptor) noexcept TQ_REQUIRES(s_lock) {
         (descriptor.m_previous ? descriptor.m_previous->m_next : s_first) = descriptor.m_next;
         if (descriptor.m_next) descriptor.m_next->m_previous = descriptor.m_previous;
         s_awaiting -= descriptor.m_parent == ProcessDescriptor::Parent::AwaitsChild;
     }
 
-    static void Hold() noexcept {
+    static void Hold() noexcept TQ_ACQUIRES(s_lock) {
         s_lock.lock();
         if (s_awaiting != 0) PrepareToAwaitChild();
     }
 
-    static void Resume(bool isChild) noexcept {
+    static void Resume(bool isChild) noexcept TQ_RELEASES(s_lock) {
         if (isChild) {
             MendAll();
             CloseEnd(t_childToAwait);
@@ -188,7 +188,7 @@ struct ProcessDescriptors {
         s_lock.unlock();
     }
 
-    static void MendAll() noexcept {
+    static void MendAll() noexcept TQ_REQUIRES(s_lock) {
         for (ProcessDescriptor *descriptor = s_first, *next; descriptor; descriptor = next) {
             next = descriptor->m_next;
             if (descriptor->m_child == ProcessDescriptor::Child::OpensAnew) {

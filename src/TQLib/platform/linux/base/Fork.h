@@ -7,10 +7,10 @@
 
 #include "TQLib/platform/linux/base/CriticalSections.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
+#include "TQLib/platform/linux/base/Lock.h"
 
 #include <atomic>
 #include <cstdint>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -67,11 +67,12 @@ class ForkPart {
 template <auto& Lock>
 class ForkLock {
   public:
-    explicit ForkLock(ForkOrder order) noexcept
-        : m_part(
-              order, []() noexcept { Lock.lock(); }, [](bool) noexcept { Lock.unlock(); }) {}
+    explicit ForkLock(ForkOrder order) noexcept : m_part(order, &ForkLock::Hold, &ForkLock::Resume) {}
 
   private:
+    static void Hold() noexcept TQ_NOT_ANALYSED { Lock.lock(); }
+    static void Resume(bool) noexcept TQ_NOT_ANALYSED { Lock.unlock(); }
+
     const ForkPart m_part;
 };
 
@@ -119,21 +120,21 @@ class WithoutFork {
 
     static void BeginSlowly() noexcept;
 
-    [[gnu::tls_model("initial-exec")]] static constinit inline thread_local Place t_place{};
+    TQ_THERE_WITH_THREAD static constinit inline thread_local Place t_place{};
     static constinit inline std::atomic<bool> s_isForking = false;
     // How many threads without a line are inside.
     static constinit inline std::atomic<std::uint32_t> s_counted = 0;
 };
 
 // The lock of a single object, which nobody holds while the process forks.
-template <class Lock = std::mutex>
-class ObjectLock {
+template <class Lock = PlainLock>
+class TQ_LOCK_CLASS ObjectLock {
   public:
-    void lock() noexcept {
+    void lock() noexcept TQ_ACQUIRES() TQ_NOT_ANALYSED {
         WithoutFork::Begin();
         m_lock.lock();
     }
-    void unlock() noexcept {
+    void unlock() noexcept TQ_RELEASES() TQ_NOT_ANALYSED {
         m_lock.unlock();
         WithoutFork::End();
     }
@@ -144,7 +145,7 @@ class ObjectLock {
 
 // The lock of a single object that is held over waits: a fork does not wait for it, and it is free in the
 // child. What it guards is changed WithoutFork.
-class LongLock {
+class TQ_LOCK_CLASS LongLock {
   public:
     LongLock() noexcept {
         InitializeCriticalSection(&m_section);
@@ -153,8 +154,8 @@ class LongLock {
     LongLock(const LongLock&) = delete;
     LongLock& operator=(const LongLock&) = delete;
 
-    void lock() noexcept { EnterCriticalSection(&m_section); }
-    void unlock() noexcept { LeaveCriticalSection(&m_section); }
+    void lock() noexcept TQ_ACQUIRES() TQ_NOT_ANALYSED { EnterCriticalSection(&m_section); }
+    void unlock() noexcept TQ_RELEASES() TQ_NOT_ANALYSED { LeaveCriticalSection(&m_section); }
 
   private:
     CRITICAL_SECTION m_section;

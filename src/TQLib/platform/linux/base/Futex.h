@@ -1,6 +1,7 @@
 // Sleeping on a word of memory until another thread changes it, with deadlines on the monotonic clock.
 #pragma once
 
+#include "TQLib/platform/Compiler.h"
 #include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/linux/base/Base.h"
 
@@ -53,20 +54,12 @@ inline void FutexWake(const Word* word, int count, Reach reach) noexcept {
     syscall(SYS_futex, word, FUTEX_WAKE | static_cast<int>(reach), count, nullptr, nullptr, 0);
 }
 
-inline void CpuPause() noexcept {
-#if defined(__x86_64__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__)
-    asm volatile("yield");
-#endif
-}
-
 // Waiting for a lock that is held for some nanoseconds, or somewhat longer when its holder lost its core.
 class Backoff {
   public:
     void Pause() noexcept {
         if (m_round < Pauses) {
-            CpuPause();
+            Compiler::Pause();
         } else if (m_round < Pauses + Yields) {
             sched_yield();
         } else {
@@ -86,9 +79,9 @@ class Backoff {
 };
 
 // For sections of some nanoseconds that call nothing. Never slept on, so that unlocking is a plain store.
-class ShortLock {
+class TQ_LOCK_CLASS ShortLock {
   public:
-    void lock() noexcept {
+    void lock() noexcept TQ_ACQUIRES() TQ_NOT_ANALYSED {
         for (Backoff backoff; m_held.exchange(true, std::memory_order_acquire);) {
             // Only looks while it is held: every exchange would take the line from the holder.
             do
@@ -97,7 +90,7 @@ class ShortLock {
         }
         TellAcquired(this);
     }
-    void unlock() noexcept {
+    void unlock() noexcept TQ_RELEASES() TQ_NOT_ANALYSED {
         TellOwnMemory(this, sizeof *this);
         TellReleased(this);
         m_held.store(false, std::memory_order_release);

@@ -2,11 +2,11 @@
 
 #include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/linux/base/Fork.h"
+#include "TQLib/platform/linux/base/Lock.h"
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <mutex>
 #include <optional>
 
 namespace Quellan::Platform {
@@ -43,25 +43,25 @@ constexpr std::uint32_t LeastFree = 64;
 // lists. A slot goes to the list of the thread that closed it, and a list that runs short takes over slots of
 // another.
 struct alignas(64) FreeList {
-    std::mutex lock;
-    std::uint32_t first = 0;
-    std::uint32_t last = 0;
-    std::uint32_t size = 0;
+    PlainLock lock;
+    std::uint32_t first TQ_GUARDED_BY(lock) = 0;
+    std::uint32_t last TQ_GUARDED_BY(lock) = 0;
+    std::uint32_t size TQ_GUARDED_BY(lock) = 0;
 };
 
 constinit std::atomic<HandleSlot*> g_chunks[MostChunks];
 constinit FreeList g_freeSlots[Shards];
-constinit std::mutex g_growth;
-constinit std::uint32_t g_chunkCount = 0;  // guarded by g_growth
+constinit PlainLock g_growth;
+constinit std::uint32_t g_chunkCount TQ_GUARDED_BY(g_growth) = 0;
 
 const ForkPart g_handleForkPart(
     ForkOrder::Handles,
-    []() noexcept {
+    []() TQ_NOT_ANALYSED noexcept {
         for (FreeList& list : g_freeSlots)
             list.lock.lock();
         g_growth.lock();
     },
-    [](bool) noexcept {
+    [](bool) TQ_NOT_ANALYSED noexcept {
         g_growth.unlock();
         for (FreeList& list : g_freeSlots)
             list.lock.unlock();
@@ -78,7 +78,7 @@ HandleSlot* SlotAt(std::uint32_t index) noexcept {
     return chunk ? chunk + index % SlotsInChunk : nullptr;
 }
 
-void PushFree(FreeList& list, std::uint32_t index) noexcept {
+void PushFree(FreeList& list, std::uint32_t index) noexcept TQ_REQUIRES(list.lock) {
     SlotAt(index)->nextFree = 0;
     if (list.last)
         SlotAt(list.last)->nextFree = index;
@@ -93,22 +93,22 @@ void PushFree(FreeList& list, std::uint32_t index) noexcept {
 bool TakeOver(FreeList& list) noexcept {
     for (FreeList& other : g_freeSlots) {
         if (&other == &list) continue;
-        FreeList taken;
+        std::uint32_t first, last, size;
         {
-            const std::scoped_lock lock(other.lock);
+            const Guard lock(other.lock);
             if (other.size < 2 * LeastFree) continue;
-            taken.size = std::min(other.size / 2, SlotsInChunk);
-            taken.first = taken.last = other.first;
-            for (std::uint32_t i = 1; i < taken.size; ++i)
-                taken.last = SlotAt(taken.last)->nextFree;
-            other.first = SlotAt(taken.last)->nextFree;
-            other.size -= taken.size;
+            size = std::min(other.size / 2, SlotsInChunk);
+            first = last = other.first;
+            for (std::uint32_t i = 1; i < size; ++i)
+                last = SlotAt(last)->nextFree;
+            other.first = SlotAt(last)->nextFree;
+            other.size -= size;
         }
-        SlotAt(taken.last)->nextFree = 0;
-        const std::scoped_lock lock(list.lock);
-        (list.last ? SlotAt(list.last)->nextFree : list.first) = taken.first;
-        list.last = taken.last;
-        list.size += taken.size;
+        SlotAt(last)->nextFree = 0;
+        const Guard lock(list.lock);
+        (list.last ? SlotAt(list.last)->nextFree : list.first) = first;
+        list.last = last;
+        list.size += size;
         return true;
     }
     return false;
@@ -117,7 +117,7 @@ bool TakeOver(FreeList& list) noexcept {
 bool AddChunk(FreeList& list) noexcept {
     std::uint32_t number;
     {
-        const std::scoped_lock growth(g_growth);
+        const Guard growth(g_growth);
         if (g_chunkCount == MostChunks) return false;
         auto* chunk = new (std::nothrow) HandleSlot[SlotsInChunk];
         if (!chunk) return false;
@@ -125,7 +125,7 @@ bool AddChunk(FreeList& list) noexcept {
         number = g_chunkCount++;
         g_chunks[number].store(chunk, std::memory_order_release);
     }
-    const std::scoped_lock lock(list.lock);
+    const Guard lock(list.lock);
     for (std::uint32_t i = number == 0 ? 1 : 0; i < SlotsInChunk; ++i)
         PushFree(list, number * SlotsInChunk + i);
     return true;
@@ -136,7 +136,7 @@ std::uint32_t PopFree() noexcept {
     FreeList& list = ThreadFreeList();
     for (bool mayGrow = true;;) {
         {
-            const std::scoped_lock lock(list.lock);
+            const Guard lock(list.lock);
             if (list.size >= LeastFree || !mayGrow) {
                 const std::uint32_t index = list.first;
                 if (index == 0) return 0;
@@ -178,7 +178,7 @@ void Leave(HandleSlot& slot, HANDLE handle) noexcept {
     if ((before & (OpenBit | Users)) != 1) return;
     slot.object.reset();
     FreeList& list = ThreadFreeList();
-    const std::scoped_lock lock(list.lock);
+    const Guard lock(list.lock);
     PushFree(list, Decode(handle)->index);
 }
 

@@ -24,7 +24,7 @@ namespace {
 // about reading without any effect. The set is not the page's first, whose address may be null, which means
 // that there is none. A function of its own also for valgrind, which reports the question unless it knows
 // where it comes from.
-[[gnu::noinline]] bool CanReadPage(ULONG_PTR page) noexcept {
+TQ_NOINLINE bool CanReadPage(ULONG_PTR page) noexcept {
     constexpr ULONG_PTR SetSize = 8;
     constexpr int NothingToDo = ~0;
     void* const noOldSet = nullptr;

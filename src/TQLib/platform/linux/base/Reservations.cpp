@@ -114,9 +114,7 @@ ULONG_PTR PageSize() noexcept {
 
 namespace {
 
-const ForkPart g_reservationForkPart(
-    ForkOrder::Reservations, []() noexcept { Reservations::Instance().Hold(); },
-    [](bool) noexcept { Reservations::Instance().Resume(); });
+const ForkPart g_reservationForkPart(ForkOrder::Reservations, &Reservations::Hold, &Reservations::Resume);
 
 }  // namespace
 
@@ -153,7 +151,7 @@ DWORD Reservations::Reserve(void*& address, SIZE_T size, DWORD protect) {
     const std::optional<int> system = SystemProtection(protect ? protect : PAGE_NOACCESS);
     if (!system) return ERROR_INVALID_PARAMETER;
 
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     constexpr int Flags = MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED_NOREPLACE;
     const SIZE_T bytes = range.end - range.begin;
     void* base = wanted ? mmap(Pointer(wanted), bytes, PROT_NONE, Flags, -1, 0) : MapAligned(bytes);
@@ -183,7 +181,7 @@ DWORD Reservations::Commit(void*& address, SIZE_T size, DWORD protect) {
     if (DWORD code = WholePages(address, size, range)) return code;
     const std::optional<int> system = SystemProtection(protect);
     if (!system) return ERROR_INVALID_PARAMETER;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     if (!EndOfReservation(range)) return ERROR_INVALID_ADDRESS;
     AddressMap::Change protection(m_protection, range.begin, range.end);
     if (mprotect(Pointer(range.begin), range.end - range.begin, *system) != 0) {
@@ -196,7 +194,7 @@ DWORD Reservations::Commit(void*& address, SIZE_T size, DWORD protect) {
 }
 
 DWORD Reservations::Decommit(void* address, SIZE_T size) {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     Range range;
     if (size == 0) {
         const auto found = m_reserved.find(reinterpret_cast<ULONG_PTR>(address));
@@ -217,7 +215,7 @@ DWORD Reservations::Decommit(void* address, SIZE_T size) {
 }
 
 DWORD Reservations::Release(void* address) {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     const auto found = m_reserved.find(reinterpret_cast<ULONG_PTR>(address));
     if (found == m_reserved.end()) return ERROR_INVALID_ADDRESS;
     const auto [begin, end] = *found;
@@ -235,7 +233,7 @@ DWORD Reservations::Protect(void* address, SIZE_T size, DWORD protect, DWORD& ol
     if (DWORD code = WholePages(address, size, range)) return code;
     const std::optional<int> system = SystemProtection(protect);
     if (!system) return ERROR_INVALID_PARAMETER;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     const bool ours = EndOfReservation(range) != 0;
     const DWORD old = !ours ? ProtectionOfMapping(range.begin, range.end)
                       : m_protection.Contains(range.begin, range.end, 0) ? 0
@@ -264,7 +262,7 @@ DWORD Reservations::Lock(void* address, SIZE_T size) {
     if (DWORD code = WholePages(address, size, range)) return code;
     const SIZE_T bytes = range.end - range.begin;
     if (IsBadReadPtr(Pointer(range.begin), bytes)) return ERROR_NOACCESS;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     AddressMap::Change locked(m_locked, range.begin, range.end);
     if (mlock(Pointer(range.begin), bytes) == 0) {
         locked.Make(Locked);
@@ -280,7 +278,7 @@ DWORD Reservations::Lock(void* address, SIZE_T size) {
 DWORD Reservations::Unlock(void* address, SIZE_T size) {
     Range range;
     if (DWORD code = WholePages(address, size, range)) return code;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     const bool allLocked = !m_locked.Contains(range.begin, range.end, 0);
     AddressMap::Change locked(m_locked, range.begin, range.end);
     munlock(Pointer(range.begin), range.end - range.begin);

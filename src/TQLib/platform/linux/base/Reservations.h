@@ -2,10 +2,10 @@
 #pragma once
 
 #include "TQLib/platform/linux/base/Base.h"
+#include "TQLib/platform/linux/base/Lock.h"
 
 #include <iterator>
 #include <map>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -87,8 +87,8 @@ class Reservations {
     DWORD Unlock(void* address, SIZE_T size);
 
     // While the process forks.
-    void Hold() noexcept { m_lock.lock(); }
-    void Resume() noexcept { m_lock.unlock(); }
+    static void Hold() noexcept TQ_ACQUIRES(Instance().m_lock) { Instance().m_lock.lock(); }
+    static void Resume(bool) noexcept TQ_RELEASES(Instance().m_lock) { Instance().m_lock.unlock(); }
 
   private:
     struct Range {
@@ -98,14 +98,14 @@ class Reservations {
 
     static DWORD WholePages(const void* address, SIZE_T size, Range& range) noexcept;
     // The end of the reservation that holds all of the range; 0 when there is none.
-    ULONG_PTR EndOfReservation(Range range) const noexcept;
+    ULONG_PTR EndOfReservation(Range range) const noexcept TQ_REQUIRES(m_lock);
     // Gives pages of ours the protection that is known of them, after a change that failed on its way.
-    void RestoreProtection(Range range) const noexcept;
+    void RestoreProtection(Range range) const noexcept TQ_REQUIRES(m_lock);
 
-    std::mutex m_lock;
-    std::map<ULONG_PTR, ULONG_PTR> m_reserved;  // begin to end
-    AddressMap m_protection;                    // of committed pages
-    AddressMap m_locked;                        // 1 for locked pages
+    PlainLock m_lock;
+    std::map<ULONG_PTR, ULONG_PTR> m_reserved TQ_GUARDED_BY(m_lock);  // begin to end
+    AddressMap m_protection TQ_GUARDED_BY(m_lock);                    // of committed pages
+    AddressMap m_locked TQ_GUARDED_BY(m_lock);                        // 1 for locked pages
 };
 
 }  // namespace Quellan::Platform

@@ -3,8 +3,7 @@
 #include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
-
-#include <mutex>
+#include "TQLib/platform/linux/base/Lock.h"
 
 namespace Quellan::Platform {
 
@@ -19,15 +18,15 @@ constexpr std::size_t LinesInChunk = 64;
 
 constinit ShortLock g_lock;
 const ForkLock<g_lock> g_lineForkLock(ForkOrder::SignalWords);
-constinit Line* g_freeLines = nullptr;  // guarded by g_lock
+constinit Line* g_freeLines TQ_GUARDED_BY(g_lock) = nullptr;
 
-void FreeLine(Line& line) noexcept {
+void FreeLine(Line& line) noexcept TQ_REQUIRES(g_lock) {
     line.nextFree = g_freeLines;
     g_freeLines = &line;
 }
 
 Line* TakeFree() noexcept {
-    const std::scoped_lock lock(g_lock);
+    const Guard lock(g_lock);
     Line* const line = g_freeLines;
     if (line) g_freeLines = line->nextFree;
     return line;
@@ -36,7 +35,7 @@ Line* TakeFree() noexcept {
 Line* FirstOfNewChunk() {
     Line* const chunk = new Line[LinesInChunk];
     TellOwnMemory(chunk, LinesInChunk * sizeof(Line));
-    const std::scoped_lock lock(g_lock);
+    const Guard lock(g_lock);
     for (std::size_t i = LinesInChunk; i-- > 1;)
         FreeLine(chunk[i]);
     return chunk;
@@ -53,7 +52,7 @@ SignalWordOwner NewSignalWord(std::uint64_t state) {
 
 void SignalWordRecycle::operator()(SignalWord* word) const noexcept {
     static_assert(offsetof(Line, word) == 0);
-    const std::scoped_lock lock(g_lock);
+    const Guard lock(g_lock);
     FreeLine(*reinterpret_cast<Line*>(word));
 }
 

@@ -5,6 +5,7 @@
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/HandleTable.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Process.h"
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/eventlog/EventLogFile.h"
@@ -13,7 +14,6 @@
 #include <cstddef>
 #include <cstring>
 #include <cwchar>
-#include <mutex>
 #include <optional>
 
 namespace Quellan::Platform {
@@ -89,21 +89,21 @@ class EventLog : public Object {
     explicit EventLog(EventLogPlace place) : Object(Kind), m_log(std::move(place)) {}
 
     DWORD Count(DWORD& count) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         const DWORD code = Refresh();
         count = static_cast<DWORD>(m_log.Count());
         return code;
     }
 
     DWORD Oldest(DWORD& number) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         const DWORD code = Refresh();
         number = m_log.Count() ? m_log.NumberOf(0) : 0;
         return code;
     }
 
     DWORD Read(DWORD flags, DWORD number, char* buffer, DWORD size, DWORD& got, DWORD& needed) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         const bool forwards = flags & EVENTLOG_FORWARDS_READ;
         if (DWORD code = Refresh()) return code;
         if (flags & EVENTLOG_SEEK_READ) {
@@ -137,7 +137,7 @@ class EventLog : public Object {
     DWORD Clear(const char* backup) { return m_log.Clear(backup); }
 
   private:
-    DWORD Refresh() {
+    DWORD Refresh() TQ_REQUIRES(m_lock) {
         bool changed = false;
         const DWORD code = m_log.Refresh(changed);
         if (changed) {
@@ -149,8 +149,8 @@ class EventLog : public Object {
 
     LongLock m_lock;
     EventLogReader m_log;
-    std::optional<std::size_t> m_place;  // before the first read there is none
-    bool m_clearedSinceRead = false;
+    std::optional<std::size_t> m_place TQ_GUARDED_BY(m_lock);  // before the first read there is none
+    bool m_clearedSinceRead TQ_GUARDED_BY(m_lock) = false;
 };
 
 // The checks and the opening that sources and logs share.

@@ -204,7 +204,7 @@ DWORD EventLogFile::LockChanges(std::optional<ChangeLock>& lock) {
 }
 
 DWORD EventLogFile::Append(EventRecord& record) {
-    const std::scoped_lock threads(m_lock);
+    const Guard threads(m_lock);
     std::optional<ChangeLock> lock;
     for (bool madeRoom = false;; madeRoom = true) {
         if (DWORD code = LockChanges(lock)) return code;
@@ -262,7 +262,7 @@ DWORD EventLogFile::KeepNewest(off_t size, off_t lastBegin) {
 }
 
 DWORD EventLogFile::Clear(const char* backup) {
-    const std::scoped_lock threads(m_lock);
+    const Guard threads(m_lock);
     std::optional<ChangeLock> lock;
     if (DWORD code = LockChanges(lock)) return code;
     off_t size = 0;
@@ -273,7 +273,7 @@ DWORD EventLogFile::Clear(const char* backup) {
 }
 
 DWORD EventLogReader::Refresh(bool& changed) {
-    const std::scoped_lock threads(m_lock);
+    const Guard threads(m_lock);
     bool isReplaced = false;
     if (DWORD code = CompareWithName(isReplaced)) return code;
     if (isReplaced)
@@ -322,7 +322,7 @@ DWORD EventLogReader::Scan(off_t end) {
 }
 
 DWORD EventLogReader::Read(std::size_t place, EventRecord& record) {
-    const std::scoped_lock threads(m_lock);
+    const Guard threads(m_lock);
     const Line& line = m_index[place];
     std::string text(line.size, '\0');
     if (DWORD code = ReadAt(Fd(), line.begin, text)) return code;
@@ -333,6 +333,7 @@ DWORD EventLogReader::Read(std::size_t place, EventRecord& record) {
 }
 
 std::size_t EventLogReader::Find(DWORD number) const noexcept {
+    const Guard lock(m_lock);
     const auto found = std::ranges::lower_bound(m_index, number, {}, &Line::number);
     const bool exact = found != m_index.end() && found->number == number;
     return exact ? static_cast<std::size_t>(found - m_index.begin()) : m_index.size();

@@ -40,24 +40,23 @@ class EventLogFile {
     DWORD Clear(const char* backup);
 
   protected:
-    // With m_lock held.
-    int Fd() const noexcept { return m_file->Get(); }
+    int Fd() const noexcept TQ_REQUIRES(m_lock) { return m_file->Get(); }
     // Tells whether another file has taken this one's place, or none.
-    DWORD CompareWithName(bool& isReplaced) const noexcept;
+    DWORD CompareWithName(bool& isReplaced) const noexcept TQ_REQUIRES(m_lock);
     // Opens the file that has the name now.
-    DWORD FollowName();
+    DWORD FollowName() TQ_REQUIRES(m_lock);
 
-    LongLock m_lock;  // the file's own lock does not keep threads apart that share a descriptor
+    mutable LongLock m_lock;  // the file's own lock does not keep threads apart that share a descriptor
 
   private:
     class ChangeLock;
 
-    DWORD LockChanges(std::optional<ChangeLock>& lock);
-    DWORD KeepNewest(off_t size, off_t lastBegin);
-    DWORD Put(std::string_view text, off_t size) noexcept;
+    DWORD LockChanges(std::optional<ChangeLock>& lock) TQ_REQUIRES(m_lock);
+    DWORD KeepNewest(off_t size, off_t lastBegin) TQ_REQUIRES(m_lock);
+    DWORD Put(std::string_view text, off_t size) noexcept TQ_REQUIRES(m_lock);
 
-    EventLogPlace m_place;                      // without its file
-    std::unique_ptr<ProcessDescriptor> m_file;  // guarded by m_lock
+    EventLogPlace m_place;  // without its file
+    std::unique_ptr<ProcessDescriptor> m_file TQ_GUARDED_BY(m_lock);
 };
 
 // The same for a reader, who meets records in the order of their numbers.
@@ -68,12 +67,18 @@ class EventLogReader : public EventLogFile {
     // Takes note of what was appended. `changed` tells that the log was cleared since, or its oldest records
     // were removed, and everything is new.
     DWORD Refresh(bool& changed);
-    std::size_t Count() const noexcept { return m_index.size(); }
+    std::size_t Count() const noexcept {
+        const Guard lock(m_lock);
+        return m_index.size();
+    }
     // By place, the oldest is 0. 1500 (ERROR_EVENTLOG_FILE_CORRUPT) where there no longer is such a record.
     DWORD Read(std::size_t place, EventRecord& record);
     // The place of a record's number, or Count() when there is none.
     std::size_t Find(DWORD number) const noexcept;
-    DWORD NumberOf(std::size_t place) const noexcept { return m_index[place].number; }
+    DWORD NumberOf(std::size_t place) const noexcept {
+        const Guard lock(m_lock);
+        return m_index[place].number;
+    }
 
   private:
     struct Line {
@@ -82,11 +87,12 @@ class EventLogReader : public EventLogFile {
         std::size_t size;
     };
 
-    DWORD Scan(off_t end);
+    DWORD Scan(off_t end) TQ_REQUIRES(m_lock);
 
-    std::vector<Line> m_index;
-    off_t m_scanned = 0;       // up to here the file's lines are known
-    std::string m_firstBytes;  // of the file, by which a cleared and refilled one is told
+    std::vector<Line> m_index TQ_GUARDED_BY(m_lock);
+    off_t m_scanned TQ_GUARDED_BY(m_lock) = 0;  // up to here the file's lines are known
+    std::string m_firstBytes
+        TQ_GUARDED_BY(m_lock);  // of the file, by which a cleared and refilled one is told
 };
 
 }  // namespace Quellan::Platform

@@ -7,6 +7,7 @@
 #include "TQLib/platform/linux/base/Errno.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Memory.h"
 #include "TQLib/platform/linux/base/QuietWrite.h"
 #include "TQLib/platform/linux/base/Reservations.h"
@@ -22,7 +23,6 @@
 #include <dirent.h>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <sys/mman.h>
 #include <sys/stat.h>
@@ -399,7 +399,7 @@ class FindObject : public Object {
 
     // 18 (ERROR_NO_MORE_FILES) after the last one.
     DWORD Next(WIN32_FIND_DATAW& data) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         if (!m_folder) return ERROR_NOT_ENOUGH_MEMORY;
         for (;;) {
             errno = 0;
@@ -426,7 +426,7 @@ class FindObject : public Object {
   private:
     const std::wstring m_pattern;
     ObjectLock<> m_lock;
-    const std::unique_ptr<DIR, int (*)(DIR*)> m_folder;  // guarded by m_lock
+    const std::unique_ptr<DIR, int (*)(DIR*)> m_folder TQ_GUARDED_BY(m_lock);
 };
 
 DWORD FindFirst(const wchar_t* pattern, WIN32_FIND_DATAW& data, HANDLE& handle) {

@@ -3,12 +3,12 @@
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "TQLib/platform/linux/base/Errno.h"
 #include "TQLib/platform/linux/base/Errors.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/files/ShareModes.h"
 
 #include <algorithm>
 #include <climits>
 #include <ctime>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -62,7 +62,7 @@ bool RangeLocks::Enter(const Range& range, Deadline deadline) {
     for (bool hasWaited = false, isOver = deadline == 0;;) {
         std::uint32_t seen;
         {
-            const std::scoped_lock lock(m_lock);
+            const Guard lock(m_lock);
             m_waiting -= std::exchange(hasWaited, false);
             if (std::ranges::none_of(m_held, [&](const Range& held) { return held.Meets(range); })) {
                 m_held.push_back(range);
@@ -80,7 +80,7 @@ bool RangeLocks::Enter(const Range& range, Deadline deadline) {
 void RangeLocks::Leave(const Range& range) noexcept {
     unsigned waiting;
     {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         m_held.erase(std::ranges::find(m_held, range));
         ++m_left;
         waiting = m_waiting;
@@ -102,7 +102,7 @@ DWORD RangeLocks::Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexce
     const Range range{static_cast<std::int64_t>(begin), static_cast<std::int64_t>(size)};
     unsigned waiting;
     {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         const auto held = std::ranges::find(m_held, range);
         if (held == m_held.end()) return ERROR_NOT_LOCKED;
         // Before another thread may enter: its system lock would be the same one.

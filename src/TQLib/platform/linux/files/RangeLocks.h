@@ -22,7 +22,7 @@ class RangeLocks {
     // 158 (ERROR_NOT_LOCKED) for what is not exactly one of the locked ranges.
     DWORD Unlock(int fd, std::uint64_t begin, std::uint64_t size) noexcept;
     // In the child of a fork, whose file is another open one: the ranges are its parent's.
-    void Forget() noexcept {
+    void Forget() noexcept TQ_NOT_ANALYSED {
         m_held.clear();
         m_waiting = 0;
     }
@@ -43,9 +43,9 @@ class RangeLocks {
     void Leave(const Range& range) noexcept;
 
     ObjectLock<> m_lock;
-    Word m_left{0};             // changes when a range is left
-    std::vector<Range> m_held;  // guarded by m_lock, as is the other
-    unsigned m_waiting = 0;
+    Word m_left{0};  // changes when a range is left
+    std::vector<Range> m_held TQ_GUARDED_BY(m_lock);
+    unsigned m_waiting TQ_GUARDED_BY(m_lock) = 0;
 };
 
 }  // namespace Quellan::Platform

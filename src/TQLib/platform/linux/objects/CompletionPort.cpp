@@ -1,15 +1,14 @@
 #include "TQLib/platform/linux/objects/CompletionPort.h"
 
 #include "TQLib/platform/RaceTools.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/ThreadObject.h"
-
-#include <mutex>
 
 namespace Quellan::Platform {
 
 namespace {
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local PortSeat* t_seat = nullptr;
+TQ_THERE_WITH_THREAD constinit thread_local PortSeat* t_seat = nullptr;
 
 }  // namespace
 
@@ -18,7 +17,7 @@ DWORD CompletionPort::Post(const Packet& packet) noexcept {
     for (PacketQueue::BlockPtr block;;) {
         {
             WakeList wakes;
-            const std::scoped_lock lock(m_lock);
+            const Guard lock(m_lock);
             if (m_closed) return ERROR_INVALID_HANDLE;
             if (PortSeat* const seat = Waiting()) {
                 seat->m_packet = packet;
@@ -35,7 +34,7 @@ DWORD CompletionPort::Post(const Packet& packet) noexcept {
 DWORD CompletionPort::Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept {
     {
         PacketQueue::BlockPtr drained;
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         if (m_closed) return ERROR_ABANDONED_WAIT_0;
         if (!m_packets.IsEmpty()) {
             packet = m_packets.Pop(drained);
@@ -48,7 +47,7 @@ DWORD CompletionPort::Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept {
     }
     Waiter& waiter = seat.m_waiter;
     if (!waiter.Sleep(DeadlineAfter(ms))) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         if (seat.m_isWaiting) {  // not ended at the last moment
             Remove(seat);
             return WAIT_TIMEOUT;
@@ -62,7 +61,7 @@ DWORD CompletionPort::Get(PortSeat& seat, DWORD ms, Packet& packet) noexcept {
 
 bool CompletionPort::TryGetNext(Packet& packet) noexcept {
     PacketQueue::BlockPtr drained;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     if (m_closed || m_packets.IsEmpty()) return false;
     packet = m_packets.Pop(drained);
     TellAcquired(this);
@@ -72,12 +71,12 @@ bool CompletionPort::TryGetNext(Packet& packet) noexcept {
 void CompletionPort::Close() noexcept {
     {
         WakeList wakes;
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         m_closed = true;
         while (Waiting())
             EndWait(Abandoned, wakes);
     }
-    m_packets.Clear();  // nobody looks at them any more
+    DropPackets();
 }
 
 // None of those who waited in the parent: what goes to them is lost.

@@ -30,19 +30,21 @@ class CompletionPort {
     static constexpr DWORD Taken = 0;
     static constexpr DWORD Abandoned = 1;
 
-    PortSeat* Waiting() noexcept;
-    void Add(PortSeat& seat) noexcept;
-    void Remove(PortSeat& seat) noexcept;
-    void EndWait(DWORD outcome, WakeList& wakes) noexcept;
+    PortSeat* Waiting() noexcept TQ_REQUIRES(m_lock);
+    void Add(PortSeat& seat) noexcept TQ_REQUIRES(m_lock);
+    void Remove(PortSeat& seat) noexcept TQ_REQUIRES(m_lock);
+    void EndWait(DWORD outcome, WakeList& wakes) noexcept TQ_REQUIRES(m_lock);
+    // Once closed: nobody looks at them any more.
+    void DropPackets() noexcept TQ_NOT_ANALYSED { m_packets.Clear(); }
 
     // What each call looks at lies in one cache line, as far as it goes.
     alignas(64) ObjectLock<ShortLock> m_lock;
 
-    // Guarded by m_lock.
-    bool m_closed = false;
-    PacketQueue m_packets;                          // not looked at once closed
-    PortSeat* m_waiting = nullptr;                  // the last to come is the first
-    std::uint32_t m_generation = ForkGeneration();  // of the process whose threads wait
+    bool m_closed TQ_GUARDED_BY(m_lock) = false;
+    PacketQueue m_packets TQ_GUARDED_BY(m_lock);
+    PortSeat* m_waiting TQ_GUARDED_BY(m_lock) = nullptr;  // the last to come is the first
+    // Of the process whose threads wait.
+    std::uint32_t m_generation TQ_GUARDED_BY(m_lock) = ForkGeneration();
 };
 
 // A thread's place at the port that it takes packets from. The thread's own, but for what its port changes.

@@ -5,13 +5,10 @@
 
 namespace Quellan::Platform {
 
-// The platform's layout has a struct without a name.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wpedantic"
 struct OVERLAPPED {
     ULONG_PTR Internal;
     ULONG_PTR InternalHigh;
-    union {
+    TQ_UNION_OF_NAMELESS {
         struct {
             DWORD Offset;
             DWORD OffsetHigh;
@@ -20,7 +17,6 @@ struct OVERLAPPED {
     };
     HANDLE hEvent;
 };
-#pragma GCC diagnostic pop
 using LPOVERLAPPED = OVERLAPPED*;
 
 struct OVERLAPPED_ENTRY {

@@ -1,11 +1,11 @@
 // A thread's posted messages.
 #pragma once
 
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/Messages.h"
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 
 #include <deque>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -49,10 +49,10 @@ class MessageQueue {
     };
 
     mutable ObjectLock<> m_lock;
-    bool m_open = false;           // guarded by m_lock
-    bool m_quit = false;           // guarded by m_lock
-    int m_exitCode = 0;            // guarded by m_lock
-    std::deque<MSG> m_messages{};  // guarded by m_lock
+    bool m_open TQ_GUARDED_BY(m_lock) = false;
+    bool m_quit TQ_GUARDED_BY(m_lock) = false;
+    int m_exitCode TQ_GUARDED_BY(m_lock) = 0;
+    std::deque<MSG> m_messages TQ_GUARDED_BY(m_lock){};
     Input m_newInput;
 };
 

@@ -20,12 +20,12 @@ bool MessageQueue::Range::Contains(UINT message) const noexcept {
 }
 
 void MessageQueue::Open() noexcept {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     m_open = true;
 }
 
 void MessageQueue::Close() noexcept {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     m_open = false;
     m_messages.clear();
 }
@@ -34,7 +34,7 @@ void MessageQueue::Close() noexcept {
 // after it.
 DWORD MessageQueue::Post(const MSG& message) noexcept {
     WakeList wakes;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     if (!m_open) return ERROR_INVALID_THREAD_ID;
     if (m_messages.size() >= MostMessages) return ERROR_NOT_ENOUGH_QUOTA;
     try {
@@ -47,14 +47,14 @@ DWORD MessageQueue::Post(const MSG& message) noexcept {
 }
 
 void MessageQueue::PostQuit(int exitCode) noexcept {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     m_quit = true;
     m_exitCode = exitCode;
     m_newInput.Signal();
 }
 
 bool MessageQueue::Peek(Range range, bool remove, MSG& message) noexcept {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     m_newInput.Reset();
     const auto found =
         std::ranges::find_if(m_messages, [&](const MSG& each) { return range.Contains(each.message); });
@@ -70,7 +70,7 @@ bool MessageQueue::Peek(Range range, bool remove, MSG& message) noexcept {
 }
 
 bool MessageQueue::HasInput() const noexcept {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     return !m_messages.empty() || m_quit;
 }
 

@@ -1,6 +1,7 @@
 #include "TQLib/platform/linux/objects/NamedObjects.h"
 
 #include "TQLib/platform/linux/base/Errno.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/State.h"
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/files/FileSecurity.h"
@@ -10,7 +11,6 @@
 #include "TQLib/platform/linux/objects/Semaphores.h"
 
 #include <map>
-#include <mutex>
 #include <sys/stat.h>
 
 namespace Quellan::Platform {
@@ -21,17 +21,33 @@ constexpr DWORD BusyMs = 5'000;
 
 // Threads may use objects while the process ends: nothing here is ever destroyed.
 struct KnownObjects {
-    std::mutex lock;
-    std::map<FileId, SharedFolder> folders;
-    std::map<std::pair<const SharedFolder*, std::string>, std::weak_ptr<Waitable>> objects;
+    PlainLock lock;
+    std::map<FileId, SharedFolder> folders TQ_GUARDED_BY(lock);
+    std::map<std::pair<const SharedFolder*, std::string>, std::weak_ptr<Waitable>> objects
+        TQ_GUARDED_BY(lock);
 
-    std::size_t pruneAt = 16;
+    std::size_t pruneAt TQ_GUARDED_BY(lock) = 16;
 
     // Forgets what is closed, each time the number has doubled.
-    void Prune() noexcept {
+    void Prune() noexcept TQ_REQUIRES(lock) {
         if (objects.size() < pruneAt) return;
         std::erase_if(objects, [](const auto& entry) { return entry.second.expired(); });
         pruneAt = 2 * objects.size() + 16;
+    }
+
+    // While the process forks.
+    static void Hold() noexcept TQ_ACQUIRES(Instance().lock) { Instance().lock.lock(); }
+    static void Resume(bool isChild) noexcept TQ_RELEASES(Instance().lock) {
+        if (isChild) Instance().Disown();
+        Instance().lock.unlock();
+    }
+
+    // In the child of a fork the owners of mutexes are those of its parent.
+    void Disown() noexcept TQ_REQUIRES(lock) {
+        for (const auto& [name, known] : objects) {
+            const std::shared_ptr<Waitable> object = known.lock();
+            if (object && object->Rule().takesOwnership) object->BelongsInFork(0);
+        }
     }
 
     static KnownObjects& Instance() {
@@ -94,8 +110,8 @@ DWORD OpenDoor(const Descriptor& folder, bool everybody, Door*& door) noexcept {
     return ERROR_SUCCESS;
 }
 
-// The caller holds the registry's lock.
-DWORD FindFolder(KnownObjects& registry, bool global, const SharedFolder*& folder) {
+DWORD FindFolder(KnownObjects& registry, bool global, const SharedFolder*& folder)
+    TQ_REQUIRES(registry.lock) {
     Descriptor opened;
     struct stat info;
     if (DWORD code = OpenFolder(global, opened, info)) return code;
@@ -114,7 +130,7 @@ DWORD FindFolder(KnownObjects& registry, bool global, const SharedFolder*& folde
 DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
                 MakeWaitable make, std::shared_ptr<Waitable>& object) {
     KnownObjects& registry = KnownObjects::Instance();
-    const std::scoped_lock lock(registry.lock);
+    const Guard lock(registry.lock);
     const SharedFolder* folder = nullptr;
     if (DWORD code = FindFolder(registry, name.global, folder)) return code;
     registry.Prune();
@@ -134,17 +150,7 @@ DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind
     return code;
 }
 
-// In the child of a fork the owners of mutexes are those of its parent.
-const ForkPart g_nameForkPart(
-    ForkOrder::NamedObjects, []() noexcept { KnownObjects::Instance().lock.lock(); },
-    [](bool isChild) noexcept {
-        KnownObjects& registry = KnownObjects::Instance();
-        for (auto entry = registry.objects.begin(); isChild && entry != registry.objects.end(); ++entry) {
-            const std::shared_ptr<Waitable> object = entry->second.lock();
-            if (object && object->Rule().takesOwnership) object->BelongsInFork(0);
-        }
-        registry.lock.unlock();
-    });
+const ForkPart g_nameForkPart(ForkOrder::NamedObjects, &KnownObjects::Hold, &KnownObjects::Resume);
 
 }  // namespace
 

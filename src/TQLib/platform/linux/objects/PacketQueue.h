@@ -59,7 +59,8 @@ class PacketQueue {
             (m_spare ? drained : m_spare) = std::exchange(m_first, std::move(next));
             m_read = 0;
         }
-        if (!IsEmpty()) __builtin_prefetch(m_first->packets[m_read].overlapped);  // for who takes it next
+        if (!IsEmpty())
+            Compiler::PrefetchToRead(m_first->packets[m_read].overlapped);  // for who takes it next
         return packet;
     }
 

@@ -4,6 +4,7 @@
 #include "TQLib/platform/linux/base/Errors.h"
 #include "TQLib/platform/linux/base/FaultHandlers.h"
 #include "TQLib/platform/linux/base/Identity.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/Waits.h"
 
 #include <algorithm>
@@ -11,7 +12,6 @@
 #include <climits>
 #include <cstring>
 #include <dirent.h>
-#include <mutex>
 #include <sys/mman.h>
 #include <sys/stat.h>
 
@@ -52,7 +52,7 @@ constexpr Deadline InitPatience = 200 * NanosecondsInMs;
 constexpr Deadline LockSuspicion = 20 * NanosecondsInMs;
 
 // Locks on bytes belong to the open file: they tell processes apart, not the threads of one.
-constinit std::mutex g_initLock;
+constinit PlainLock g_initLock;
 const ForkLock<g_initLock> g_initForkLock(ForkOrder::NamedObjectInit);
 
 // Mapped pages that others may cut off; null is a free place. Looked at by a signal handler.
@@ -354,7 +354,7 @@ bool SharedObject::IsAlive(std::uint32_t owner) const noexcept {
 
 // Only with the init byte locked can nobody take over the dead owner's slot meanwhile.
 void SharedObject::Bury(Word& word, std::uint32_t value, std::uint32_t replacement) noexcept {
-    const std::scoped_lock lock(g_initLock);
+    const Guard lock(g_initLock);
     const Descriptor& file = ProcessDescriptor::File();
     if (!LockByte(file, InitByte)) return;
     if (!IsAlive(value & ~LockWanted) && word.compare_exchange_strong(value, replacement))
@@ -373,7 +373,7 @@ DWORD SharedObject::Lock() noexcept {
         const std::uint32_t wanted = i < Pauses ? 0 : LockWanted;
         if (word.compare_exchange_strong(held, Self() | wanted, std::memory_order_acquire)) return Check();
         if (i < Pauses) {
-            CpuPause();
+            Compiler::Pause();
             continue;
         }
         if (i == Pauses)

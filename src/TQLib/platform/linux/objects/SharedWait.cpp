@@ -1,10 +1,10 @@
 // Waits in which objects shared by processes take part. They sleep on the objects' words as well as on the
 // thread's own, and take shared objects themselves; objects of this process are handed over as always.
 #include "TQLib/platform/linux/base/FaultPoint.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/NamedObjects.h"
 
 #include <algorithm>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -204,7 +204,7 @@ DWORD Waiter::TryTakeAllShared(std::span<Waitable* const> objects,
     }
     DWORD outcome = 0;
     {
-        const std::scoped_lock lock(JoinedLock);
+        const Guard lock(JoinedLock);
         if (!std::ranges::all_of(objects, signalled)) {
             outcome = WAIT_TIMEOUT;
         } else {
@@ -238,11 +238,11 @@ DWORD Waiter::WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noe
     Prepare(Mode::Look, objects);
     SharedSleep sleep(*this, objects);
     const auto eachOfOurs = [&](auto change) {
-        const std::scoped_lock lock(JoinedLock);
+        const Guard lock(JoinedLock);
         for (std::size_t i = 0; i < objects.size(); ++i)
             if (!objects[i]->Shared()) change(*objects[i], m_blocks[i]);
     };
-    eachOfOurs([](Waitable& object, WaitBlock& block) {
+    eachOfOurs([](Waitable& object, WaitBlock& block) TQ_REQUIRES(JoinedLock) {
         object.Join();
         object.Enqueue(block);
     });
@@ -261,7 +261,7 @@ DWORD Waiter::WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noe
         if (m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel))
             inTime = sleep.Sleep(deadline);
     }
-    eachOfOurs([](Waitable& object, WaitBlock& block) {
+    eachOfOurs([](Waitable& object, WaitBlock& block) TQ_REQUIRES(JoinedLock) {
         object.Dequeue(block);
         object.Part();
     });

@@ -1,8 +1,7 @@
 #include "TQLib/platform/StandingWaits.h"
 
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/WaitTargets.h"
-
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -21,7 +20,7 @@ struct StandingWaits::Impl final : ReadyList {
 
     void Push(ReadyBlock& block, WakeList& wakes) noexcept override {
         {
-            const std::scoped_lock guard(lock);
+            const Guard guard(lock);
             block.previous = last;
             block.next = nullptr;
             (last ? last->next : first) = &block;
@@ -31,8 +30,7 @@ struct StandingWaits::Impl final : ReadyList {
         static_cast<Waitable*>(event.Get())->Signal(wakes);
     }
 
-    // The caller holds the lock.
-    void Unlink(WaitBlock& block) noexcept {
+    void Unlink(WaitBlock& block) noexcept TQ_REQUIRES(lock) {
         (block.previous ? block.previous->next : first) = block.next;
         (block.next ? block.next->previous : last) = block.previous;
         static_cast<ReadyBlock&>(block).isReady = false;
@@ -40,8 +38,9 @@ struct StandingWaits::Impl final : ReadyList {
 
     const HandleUse event;
     ObjectLock<ShortLock> lock;
-    WaitBlock* first = nullptr;  // guarded by lock, as are the blocks in the list
-    WaitBlock* last = nullptr;
+    // The blocks in the list are guarded with it.
+    WaitBlock* first TQ_GUARDED_BY(lock) = nullptr;
+    WaitBlock* last TQ_GUARDED_BY(lock) = nullptr;
 };
 
 StandingWaits::Watch::Watch(HANDLE watched, Impl& owner, std::shared_ptr<Waitable> waitable)
@@ -69,7 +68,7 @@ bool StandingWaits::Begin(HANDLE handle, WatchPtr& watch) {
 }
 
 HANDLE StandingWaits::TakeReady() noexcept {
-    const std::scoped_lock guard(m_impl->lock);
+    const Guard guard(m_impl->lock);
     WaitBlock* const block = m_impl->first;
     if (!block) return nullptr;
     m_impl->Unlink(*block);
@@ -78,7 +77,7 @@ HANDLE StandingWaits::TakeReady() noexcept {
 
 bool StandingWaits::End(Watch& watch) noexcept {
     watch.object->EndWatch(watch.block);
-    const std::scoped_lock guard(watch.impl.lock);
+    const Guard guard(watch.impl.lock);
     const bool wasReady = watch.block.isReady;
     if (wasReady) watch.impl.Unlink(watch.block);
     return wasReady;

@@ -21,7 +21,7 @@ constexpr SIZE_T DefaultStack = 1 << 20;
 constexpr SIZE_T StackStep = 1 << 16;
 constexpr SIZE_T LeastUsableStack = 1 << 15;  // beside the thread's static data and the kernel's needs
 
-[[gnu::tls_model("initial-exec")]] constinit thread_local Thread* t_current = nullptr;
+TQ_THERE_WITH_THREAD constinit thread_local Thread* t_current = nullptr;
 
 FILETIME FileTimeOfSteps(std::uint64_t steps) noexcept {
     return {static_cast<DWORD>(steps), static_cast<DWORD>(steps >> 32)};
@@ -92,8 +92,7 @@ bool MayRaiseTo(int nice) noexcept {
 
 // Living threads by id. Threads may end while the process does: it is never destroyed.
 struct ThreadMap {
-    std::mutex lock;
-    std::map<DWORD, std::weak_ptr<Thread>> threads;
+    std::map<DWORD, std::weak_ptr<Thread>> threads TQ_GUARDED_BY(Thread::s_mapLock);
 
     static ThreadMap& Instance() noexcept {
         alignas(ThreadMap) static std::byte memory[sizeof(ThreadMap)];
@@ -188,7 +187,7 @@ bool Thread::Adopt() noexcept {
 // By the thread and by its maker, whoever comes first.
 void Thread::Register(DWORD id) noexcept {
     ThreadMap& map = ThreadMap::Instance();
-    const std::scoped_lock lock(map.lock);
+    const Guard lock(s_mapLock);
     if (!m_mapEntry) return;
     m_mapEntry.key() = id;
     m_mapEntry.mapped() = m_self;
@@ -210,11 +209,10 @@ void Thread::AfterFork(bool isChild) noexcept {
             map.threads.insert(std::move(entry));
         }
     }
-    map.lock.unlock();
+    s_mapLock.unlock();
 }
 
-const ForkPart g_threadForkPart(
-    ForkOrder::Threads, []() noexcept { ThreadMap::Instance().lock.lock(); }, &Thread::AfterFork);
+const ForkPart g_threadForkPart(ForkOrder::Threads, &Thread::Hold, &Thread::AfterFork);
 
 pthread_key_t Thread::EndKey() noexcept {
     static const pthread_key_t key = [] {
@@ -239,16 +237,15 @@ void Thread::End() noexcept {
         FutexWait(m_known, 0, Never, Reach::Process);
     const std::shared_ptr<Thread> alive = std::move(m_self);
     {
-        ThreadMap& map = ThreadMap::Instance();
-        const std::scoped_lock lock(map.lock);
-        map.threads.erase(Id());
+        const Guard lock(s_mapLock);
+        ThreadMap::Instance().threads.erase(Id());
     }
     SetToken(nullptr);
     m_seat.Leave();
     m_messages.Close();
     m_waiter.AbandonOwned();
     {
-        const std::scoped_lock lock(m_timesLock);
+        const Guard lock(m_timesLock);
         ReadOwnProcessorTimes(m_times);
         m_times.exit = FileTimeOf(ReadClock(CLOCK_REALTIME));
         m_ended = true;
@@ -273,18 +270,18 @@ void Thread::WaitForStart() noexcept {
 
 std::shared_ptr<Thread> Thread::Find(DWORD id) noexcept {
     ThreadMap& map = ThreadMap::Instance();
-    const std::scoped_lock lock(map.lock);
+    const Guard lock(s_mapLock);
     const auto found = map.threads.find(id);
     return found == map.threads.end() ? nullptr : found->second.lock();
 }
 
 std::shared_ptr<Object> Thread::Token() noexcept {
-    const std::scoped_lock lock(m_tokenLock);
+    const Guard lock(m_tokenLock);
     return m_token;
 }
 
 void Thread::SetToken(std::shared_ptr<Object> token) noexcept {
-    const std::scoped_lock lock(m_tokenLock);
+    const Guard lock(m_tokenLock);
     m_token.swap(token);
 }
 
@@ -315,7 +312,7 @@ DWORD Thread::Suspend(DWORD& previous) noexcept {
 }
 
 Thread::Times Thread::ReadTimes() noexcept {
-    const std::scoped_lock lock(m_timesLock);
+    const Guard lock(m_timesLock);
     if (m_ended) return m_times;
     Times times = m_times;
     // Until it has passed this lock the thread has not ended, and its id is no other's.
@@ -335,7 +332,7 @@ DWORD Thread::SetPriority(int priority) noexcept {
 }
 
 void Thread::ApplyPriority() noexcept {
-    const std::scoped_lock lock(m_timesLock);
+    const Guard lock(m_timesLock);
     if (m_ended) return;
     const auto* const found = std::ranges::find(Priorities, Priority(), &PriorityValue::priority);
     const int nice = std::clamp(ProcessNice() + found->nice, -20, 19);

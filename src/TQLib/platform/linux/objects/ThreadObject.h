@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TQLib/platform/linux/base/Identity.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/CompletionPort.h"
 #include "TQLib/platform/linux/objects/MessageQueue.h"
 #include "TQLib/platform/linux/objects/Threads.h"
@@ -9,7 +10,6 @@
 
 #include <csetjmp>
 #include <map>
-#include <mutex>
 #include <pthread.h>
 
 namespace Quellan::Platform {
@@ -39,8 +39,9 @@ class Thread : public Waitable {
     // Living threads only.
     static std::shared_ptr<Thread> Find(DWORD id) noexcept;
 
-    // After a fork that was prepared by taking the map's lock.
-    static void AfterFork(bool isChild) noexcept;
+    // Before and after a fork.
+    static void Hold() noexcept TQ_ACQUIRES(s_mapLock) { s_mapLock.lock(); }
+    static void AfterFork(bool isChild) noexcept TQ_RELEASES(s_mapLock);
 
     // May throw std::bad_alloc.
     Thread(LPTHREAD_START_ROUTINE function, void* parameter, bool suspended);
@@ -76,6 +77,8 @@ class Thread : public Waitable {
     void WaitForStart() noexcept;
     void End() noexcept;
 
+    static constinit inline PlainLock s_mapLock;
+
     const LPTHREAD_START_ROUTINE m_function;  // null: not started by Start
     const std::shared_ptr<const OwnIdentity> m_ownIdentity = OwnIdentityForNewThread();
     void* const m_parameter;
@@ -88,16 +91,16 @@ class Thread : public Waitable {
     PortSeat m_seat{m_waiter};
     MessageQueue m_messages;
     int m_endRounds = 0;
-    MapEntry m_mapEntry;             // until the thread has its id; guarded by the map's lock
+    MapEntry m_mapEntry TQ_GUARDED_BY(s_mapLock);  // until the thread has its id
     Word m_known{0};                 // once its maker has done with the system's own name for the thread
     std::shared_ptr<Thread> m_self;  // until the thread has ended
 
     ObjectLock<> m_tokenLock;
-    std::shared_ptr<Object> m_token;  // guarded by m_tokenLock
+    std::shared_ptr<Object> m_token TQ_GUARDED_BY(m_tokenLock);
 
     ObjectLock<> m_timesLock;
-    Times m_times{};       // guarded by m_timesLock; complete once the thread has ended
-    bool m_ended = false;  // guarded by m_timesLock
+    Times m_times TQ_GUARDED_BY(m_timesLock){};  // complete once the thread has ended
+    bool m_ended TQ_GUARDED_BY(m_timesLock) = false;
     std::atomic<DWORD> m_exitCode{STILL_ACTIVE};
     DWORD m_result = 0;  // own thread: the exit code to be
 };

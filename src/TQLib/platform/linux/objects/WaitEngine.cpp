@@ -2,12 +2,12 @@
 
 #include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/linux/base/Fork.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Process.h"
 #include "TQLib/platform/linux/objects/SharedObject.h"
 
 #include <algorithm>
 #include <climits>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -431,7 +431,7 @@ DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept 
     std::uint64_t ours = 0;  // mutexes that were owned before, a bit each
     bool waits = false;
     {
-        const std::scoped_lock lock(JoinedLock);
+        const Guard lock(JoinedLock);
         for (std::size_t i = 0; i < objects.size(); ++i) {
             objects[i]->Join();
             if (objects[i]->Value() == m_thread) ours |= std::uint64_t{1} << i;
@@ -455,7 +455,7 @@ DWORD Waiter::WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept 
     }
     if (waits) {
         const bool inTime = Sleep(DeadlineAfter(ms));
-        const std::scoped_lock lock(JoinedLock);
+        const Guard lock(JoinedLock);
         std::uint32_t word = Sleeping;
         const bool isOver =
             !inTime && m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
@@ -491,7 +491,7 @@ bool Waiter::Spin() noexcept {
     bool granted = false;
     while (!granted && now < end) {
         for (unsigned i = 0; i < pauses && !granted; ++i) {
-            CpuPause();
+            Compiler::Pause();
             granted = HasEnded();
         }
         if (granted) break;

@@ -162,9 +162,9 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     DWORD AbandonedFlag() const noexcept;
     std::optional<DWORD> TakeAtOnce(Waiter* waiter) noexcept;
     DWORD TakeFor(DWORD thread) noexcept;
-    // For each wait for all, under JoinedLock.
-    void Join() noexcept;
-    void Part() noexcept;
+    // For each wait for all.
+    void Join() noexcept TQ_REQUIRES(JoinedLock);
+    void Part() noexcept TQ_REQUIRES(JoinedLock);
     // The object is held, or joined under JoinedLock. Threads of the parent may stand in the queue, and what
     // is handed to them is lost.
     void ForgetParents() noexcept;
@@ -181,15 +181,15 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     std::uint32_t m_depth = 0;  // of the owner's acquisitions; touched by the owner, or on its behalf
     WaitBlock* m_first = nullptr;
     WaitBlock* m_last = nullptr;
-    std::uint32_t m_joins = 0;                      // waits for all it takes part in; guarded by JoinedLock
-    std::uint32_t m_generation = ForkGeneration();  // of the process whose threads are in the queue
+    std::uint32_t m_joins TQ_GUARDED_BY(JoinedLock) = 0;  // waits for all it takes part in
+    std::uint32_t m_generation = ForkGeneration();        // of the process whose threads are in the queue
     const std::unique_ptr<SharedObject> m_shared;
 };
 
 // Guards an object for its scope.
 class Waitable::Hold {
   public:
-    explicit Hold(Waitable& object) noexcept : m_object(object) {
+    explicit Hold(Waitable& object) noexcept TQ_NOT_ANALYSED : m_object(object) {
         HeldObject();
         for (Backoff backoff;; backoff.Pause()) {
             std::uint64_t state = object.m_state.load(std::memory_order_relaxed);
@@ -208,7 +208,7 @@ class Waitable::Hold {
     }
     Hold(const Hold&) = delete;
     Hold& operator=(const Hold&) = delete;
-    ~Hold() {
+    ~Hold() TQ_NOT_ANALYSED {
         LeftObject();
         const std::uint64_t state = m_object.m_state.load(std::memory_order_relaxed);
         if (state & Joined)

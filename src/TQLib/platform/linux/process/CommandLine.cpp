@@ -56,7 +56,7 @@ std::vector<std::wstring> Split(const wchar_t* p) {
             words[0] += *p;
         if (*p) ++p;
     } else {
-        while (*p && *p > L' ')
+        while (*p > L' ')
             words[0] += *p++;
     }
     for (;;) {
@@ -118,7 +118,7 @@ const wchar_t* GetCommandLineW() noexcept try {
 namespace {
 
 // While the library is loaded, because programs sort their arguments and take some of them away.
-[[gnu::constructor(101)]] void ReadArguments(int count, char** arguments, char**) noexcept {
+TQ_RUN_AT_LOAD void ReadArguments(int count, char** arguments, char**) noexcept {
     g_arguments = {arguments, static_cast<std::size_t>(count)};
     GetCommandLineW();
 }

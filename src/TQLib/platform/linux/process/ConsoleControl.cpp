@@ -4,6 +4,7 @@
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Fork.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/Handles.h"
 #include "TQLib/platform/linux/objects/Threads.h"
 
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <csignal>
 #include <iterator>
-#include <mutex>
 #include <new>
 #include <pthread.h>
 #include <semaphore.h>
@@ -58,15 +58,15 @@ class ControlHandlers {
     }
 
     // While the process forks.
-    void Hold() noexcept { m_lock.lock(); }
-    void Resume(bool isChild) noexcept {
-        if (isChild) Forget();
-        m_lock.unlock();
+    static void Hold() noexcept TQ_ACQUIRES(Instance().m_lock) { Instance().m_lock.lock(); }
+    static void Resume(bool isChild) noexcept TQ_RELEASES(Instance().m_lock) {
+        if (isChild) Instance().Forget();
+        Instance().m_lock.unlock();
     }
 
     // May throw std::bad_alloc.
     DWORD Change(PHANDLER_ROUTINE handler, bool add) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(m_lock);
         if (!m_areCaught)
             if (DWORD code = Catch()) return code;
         if (!handler) {
@@ -89,7 +89,7 @@ class ControlHandlers {
         sigaction(Controls[index].signal, &installed, nullptr);
     }
 
-    DWORD Catch() noexcept {
+    DWORD Catch() noexcept TQ_REQUIRES(m_lock) {
         sem_init(&g_arrival, 0, 0);
         sem_init(&g_isListening, 0, 0);
         const HANDLE thread = CreateThread(nullptr, 0, &ControlHandlers::Dispatch, nullptr, 0, nullptr);
@@ -109,7 +109,7 @@ class ControlHandlers {
     }
 
     // In the child of a fork, where no thread waits for the signals.
-    void Forget() noexcept {
+    void Forget() noexcept TQ_REQUIRES(m_lock) {
         m_handlers.clear();
         if (!m_areCaught) return;
         for (std::size_t i = 0; i < Controls.size(); ++i) {
@@ -154,7 +154,7 @@ class ControlHandlers {
         for (std::size_t left = SIZE_MAX;;) {
             PHANDLER_ROUTINE handler;
             {
-                const std::scoped_lock lock(m_lock);
+                const Guard lock(m_lock);
                 left = std::min(left, m_handlers.size());
                 if (left == 0) return false;
                 handler = m_handlers[--left];
@@ -166,7 +166,7 @@ class ControlHandlers {
     void DoAsBefore(const Control& control) {
         struct sigaction caught;
         {
-            const std::scoped_lock lock(m_lock);
+            const Guard lock(m_lock);
             sigaction(control.signal, &m_previous[static_cast<std::size_t>(&control - Controls.data())],
                       &caught);
         }
@@ -174,16 +174,15 @@ class ControlHandlers {
         sigaction(control.signal, &caught, nullptr);
     }
 
-    std::mutex m_lock;
-    std::vector<PHANDLER_ROUTINE> m_handlers;  // guarded by m_lock, as are the others
-    std::array<struct sigaction, Controls.size()>
-        m_previous;  // what was there before the signals were caught
-    bool m_areCaught = false;
+    PlainLock m_lock;
+    std::vector<PHANDLER_ROUTINE> m_handlers TQ_GUARDED_BY(m_lock);
+    // What was there before the signals were caught.
+    std::array<struct sigaction, Controls.size()> m_previous TQ_GUARDED_BY(m_lock);
+    bool m_areCaught TQ_GUARDED_BY(m_lock) = false;
 };
 
-const ForkPart g_consoleForkPart(
-    ForkOrder::ControlHandlers, []() noexcept { ControlHandlers::Instance().Hold(); },
-    [](bool isChild) noexcept { ControlHandlers::Instance().Resume(isChild); });
+const ForkPart g_consoleForkPart(ForkOrder::ControlHandlers, &ControlHandlers::Hold,
+                                 &ControlHandlers::Resume);
 
 }  // namespace
 

@@ -7,6 +7,7 @@
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Fork.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Process.h"
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/process/ModuleTables.h"
@@ -23,7 +24,6 @@
 #include <link.h>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 #include <string>
@@ -67,7 +67,7 @@ struct Image {
 // program's own word for it, which may be relative, may be worth nothing. Empty where nobody knows it.
 constinit std::array<char, PATH_MAX> g_executablePath{};
 
-[[gnu::constructor(101)]] void FindExecutablePath() noexcept {
+TQ_RUN_AT_LOAD void FindExecutablePath() noexcept {
     const ssize_t size = readlink("/proc/self/exe", g_executablePath.data(), g_executablePath.size() - 1);
     if (size >= 0) return;
     const auto* const executed = reinterpret_cast<const char*>(getauxval(AT_EXECFN));
@@ -199,9 +199,9 @@ class MappedFile {
 // What the calls of this file hold. The lock is never held while the dynamic loader runs, which may run a
 // module's own start-up code.
 struct Registry {
-    std::mutex lock;
-    std::multimap<HMODULE, LoaderReference> references;
-    std::map<HMODULE, std::shared_ptr<const MappedFile>> dataFiles;
+    PlainLock lock;
+    std::multimap<HMODULE, LoaderReference> references TQ_GUARDED_BY(lock);
+    std::map<HMODULE, std::shared_ptr<const MappedFile>> dataFiles TQ_GUARDED_BY(lock);
 };
 
 // Never destroyed: modules are freed in destructors that run at the very end.
@@ -212,19 +212,19 @@ Registry& TheRegistry() {
 }
 
 const ForkPart g_moduleForkPart(
-    ForkOrder::Modules, []() noexcept { TheRegistry().lock.lock(); },
-    [](bool) noexcept { TheRegistry().lock.unlock(); });
+    ForkOrder::Modules, []() TQ_ACQUIRES(TheRegistry().lock) noexcept { TheRegistry().lock.lock(); },
+    [](bool) TQ_RELEASES(TheRegistry().lock) noexcept { TheRegistry().lock.unlock(); });
 
 std::shared_ptr<const MappedFile> FindDataFile(HMODULE module) {
     Registry& registry = TheRegistry();
-    const std::lock_guard guard(registry.lock);
+    const Guard guard(registry.lock);
     const auto found = registry.dataFiles.find(module);
     return found == registry.dataFiles.end() ? nullptr : found->second;
 }
 
 void Keep(HMODULE module, LoaderReference reference) {
     Registry& registry = TheRegistry();
-    const std::lock_guard guard(registry.lock);
+    const Guard guard(registry.lock);
     registry.references.emplace(module, std::move(reference));
 }
 
@@ -332,7 +332,7 @@ DWORD LoadDataFile(const std::string& path, DWORD flags, HMODULE& module) {
                                                                  : 0;
     const HMODULE loaded = reinterpret_cast<HMODULE>(mapped->Address() | tag);
     Registry& registry = TheRegistry();
-    const std::lock_guard guard(registry.lock);
+    const Guard guard(registry.lock);
     registry.dataFiles.emplace(loaded, mapped);
     module = loaded;
     return ERROR_SUCCESS;
@@ -390,7 +390,7 @@ DWORD FreeLoaded(HMODULE module) {
     LoaderReference reference;
     {
         Registry& registry = TheRegistry();
-        const std::lock_guard guard(registry.lock);
+        const Guard guard(registry.lock);
         if (const auto data = registry.dataFiles.find(module); data != registry.dataFiles.end()) {
             dataFile = std::move(data->second);
             registry.dataFiles.erase(data);

@@ -3,6 +3,7 @@
 #include "TQLib/platform/linux/base/FaultHandlers.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/objects/SharedObject.h"
 #include "TQLib/platform/linux/process/ExceptionRecords.h"
 
@@ -20,7 +21,6 @@
 #include <iterator>
 #include <link.h>
 #include <memory>
-#include <mutex>
 #include <pthread.h>
 #include <span>
 #include <string_view>
@@ -53,7 +53,7 @@ struct ThreadTrap {
     StructuredExceptionTranslator translator = nullptr;
     DWORD64 guardBegin = 0, stackBegin = 0;
 };
-[[gnu::tls_model("initial-exec")]] constinit thread_local ThreadTrap t_trap;
+TQ_THERE_WITH_THREAD constinit thread_local ThreadTrap t_trap;
 
 struct PreviousHandler {
     struct sigaction action {};
@@ -390,7 +390,7 @@ bool IsStackExhausted(DWORD64 sp, const EXCEPTION_RECORD& record) {
 // Below what the interrupted code uses. If the handler runs on the same stack (no alternate stack, or the
 // fault was on it), the kernel's record of the fault lies there, and the place is below the handler instead.
 TrapFrame* PlaceTrapFrame(DWORD64 sp, const stack_t& alternate) {
-    const DWORD64 handler = AddressOf(__builtin_frame_address(0));
+    const DWORD64 handler = AddressOf(TQ_FRAME_ADDRESS);
     const DWORD64 alternateBegin = AddressOf(alternate.ss_sp);
     const CodeRange alternateStack{alternateBegin, alternateBegin + alternate.ss_size};
     const bool sameStack = alternateStack.Holds(handler) == alternateStack.Holds(sp);
@@ -497,7 +497,7 @@ class AlternateStacks {
     // Null without memory.
     static std::byte* Take() noexcept {
         {
-            const std::scoped_lock lock(s_lock);
+            const Guard lock(s_lock);
             if (s_free) {
                 --s_freeCount;
                 return std::exchange(s_free, *reinterpret_cast<std::byte**>(s_free));
@@ -515,7 +515,7 @@ class AlternateStacks {
 
     static void Return(std::byte* stack) noexcept {
         {
-            const std::scoped_lock lock(s_lock);
+            const Guard lock(s_lock);
             if (s_freeCount < MostFree) {
                 ++s_freeCount;
                 *reinterpret_cast<std::byte**>(stack) = std::exchange(s_free, stack);
@@ -542,10 +542,10 @@ class AlternateStacks {
     }
 
     static constinit inline ShortLock s_lock;
-    static inline const ForkPart s_forkPart{ForkOrder::AlternateStacks, []() noexcept { s_lock.lock(); },
-                                            [](bool) noexcept { s_lock.unlock(); }};
-    static constinit inline std::byte* s_free = nullptr;  // guarded by s_lock; each begins with the next one
-    static constinit inline std::size_t s_freeCount = 0;  // guarded by s_lock
+    static inline const ForkLock<s_lock> s_forkLock{ForkOrder::AlternateStacks};
+    static constinit inline std::byte* s_free TQ_GUARDED_BY(s_lock) =
+        nullptr;  // each begins with the next one
+    static constinit inline std::size_t s_freeCount TQ_GUARDED_BY(s_lock) = 0;
 };
 
 // Gives the thread an alternate stack unless it has one, and takes the trap away before the stack goes.
@@ -623,12 +623,12 @@ void RaiseException(DWORD code, DWORD flags, DWORD count, const ULONG_PTR* argum
     EXCEPTION_RECORD record{};
     record.ExceptionCode = code & ~SystemBit;
     record.ExceptionFlags = flags & EXCEPTION_NONCONTINUABLE;
-    record.ExceptionAddress = __builtin_return_address(0);
+    record.ExceptionAddress = TQ_RETURN_ADDRESS;
     record.NumberParameters = arguments ? std::min(count, EXCEPTION_MAXIMUM_PARAMETERS) : 0;
     std::copy_n(arguments, record.NumberParameters, record.ExceptionInformation);
     CONTEXT context{};
     ProgramCounter(context) = AddressOf(record.ExceptionAddress);
-    StackPointer(context) = AddressOf(__builtin_dwarf_cfa());
+    StackPointer(context) = AddressOf(TQ_STACK_BEFORE_CALL);
     if (t_trap.translator && ReachesTranslator(record.ExceptionCode, record.ExceptionFlags)) {
         EXCEPTION_POINTERS pointers{&record, &context};
         t_trap.translator(record.ExceptionCode, &pointers);

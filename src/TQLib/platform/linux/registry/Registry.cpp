@@ -6,13 +6,13 @@
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/HandleTable.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Wide.h"
 #include "TQLib/platform/linux/process/Tokens.h"
 #include "TQLib/platform/linux/registry/RegistryRecord.h"
 #include "TQLib/platform/linux/registry/RegistryStore.h"
 
 #include <cstring>
-#include <mutex>
 #include <optional>
 
 namespace Quellan::Platform {
@@ -48,13 +48,14 @@ class Key : public Object {
   private:
     const RegistryKey m_key;
     LongLock m_lock;
-    Walk m_keys, m_values;  // guarded by m_lock
+    Walk m_keys TQ_GUARDED_BY(m_lock);
+    Walk m_values TQ_GUARDED_BY(m_lock);
 };
 
 template <class Item>
 DWORD Key::ReadEntry(RegistryEntry kind, std::size_t index, Item& item,
                      DWORD (*read)(const RegistryKey& key, const std::string& file, Item& item)) {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(m_lock);
     Walk& walk = kind == RegistryEntry::Key ? m_keys : m_values;
     if (DWORD code = CheckRegistryKey(m_key)) return code;
     if (!walk.GoesOnWith(index)) {

@@ -27,13 +27,13 @@ bool IsValidStatus(const SERVICE_STATUS& status) noexcept {
 struct HostedServices::Hosted {
     std::wstring tableName;
     LPSERVICE_MAIN_FUNCTIONW main;
-    NamedStatus now;  // with the name as it was started
-    unsigned runs = 0;
-    bool isRunning = false;  // started, and not reported as stopped since
-    bool isAlone = false;
-    LPHANDLER_FUNCTION_EX handler = nullptr;
-    void* context = nullptr;
-    HANDLE statusHandle = nullptr;
+    NamedStatus now TQ_GUARDED_BY(Lock);  // with the name as it was started
+    unsigned runs TQ_GUARDED_BY(Lock) = 0;
+    bool isRunning TQ_GUARDED_BY(Lock) = false;  // started, and not reported as stopped since
+    bool isAlone TQ_GUARDED_BY(Lock) = false;
+    LPHANDLER_FUNCTION_EX handler TQ_GUARDED_BY(Lock) = nullptr;
+    void* context TQ_GUARDED_BY(Lock) = nullptr;
+    HANDLE statusHandle TQ_GUARDED_BY(Lock) = nullptr;
 };
 
 // What a status handle names, as long as that run of the service lasts.
@@ -73,14 +73,14 @@ DWORD HostedServices::SetTable(const SERVICE_TABLE_ENTRYW* table) {
         services.back()->main = table->lpServiceProc;
     }
     if (services.empty()) return table ? ERROR_INVALID_DATA : ERROR_INVALID_PARAMETER;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(Lock);
     if (!m_services.empty()) return ERROR_SERVICE_ALREADY_RUNNING;
     m_services = std::move(services);
     return ERROR_SUCCESS;
 }
 
 std::vector<std::string> HostedServices::Names() {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(Lock);
     std::vector<std::string> names;
     for (const auto& service : m_services)
         names.push_back(ToUtf8(service->tableName));
@@ -88,7 +88,7 @@ std::vector<std::string> HostedServices::Names() {
 }
 
 void HostedServices::SetListener(ServiceListener* listener) {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(Lock);
     m_listener = listener;
 }
 
@@ -101,7 +101,7 @@ HostedServices::Hosted* HostedServices::FindInTable(const RunMessage& run) {
 }
 
 HostedServices::Hosted* HostedServices::FindRunning(const wchar_t* name) {
-    const auto found = std::ranges::find_if(m_services, [&](const auto& service) {
+    const auto found = std::ranges::find_if(m_services, [&](const auto& service) TQ_REQUIRES(Lock) {
         return service->isRunning &&
                (service->isAlone || CompareOrdinal(service->tableName, name, true) == 0);
     });
@@ -119,7 +119,7 @@ DWORD HostedServices::Run(const RunMessage& run) {
     std::string name = run.name;
     Hosted* service = nullptr;
     {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(Lock);
         service = FindInTable(run);
         if (!service) return ERROR_SERVICE_NOT_IN_EXE;
         if (service->isRunning) return ERROR_SERVICE_ALREADY_RUNNING;
@@ -136,7 +136,7 @@ DWORD HostedServices::Run(const RunMessage& run) {
     }
     const HANDLE thread = CreateThread(nullptr, 0, &MainCall::Make, call.get(), 0, nullptr);
     if (!thread) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(Lock);
         --service->runs;
         service->isRunning = false;
         return ERROR_SERVICE_NO_THREAD;
@@ -150,9 +150,10 @@ DWORD HostedServices::Control(const std::string& name, DWORD control) {
     LPHANDLER_FUNCTION_EX handler = nullptr;
     void* context = nullptr;
     {
-        const std::scoped_lock lock(m_lock);
-        const auto found = std::ranges::find_if(
-            m_services, [&](const auto& service) { return service->isRunning && service->now.name == name; });
+        const Guard lock(Lock);
+        const auto found = std::ranges::find_if(m_services, [&](const auto& service) TQ_REQUIRES(Lock) {
+            return service->isRunning && service->now.name == name;
+        });
         if (found == m_services.end()) return ERROR_SERVICE_NOT_ACTIVE;
         handler = (*found)->handler;
         context = (*found)->context;
@@ -172,13 +173,14 @@ std::vector<NamedStatus> HostedServices::Statuses() {
 }
 
 bool HostedServices::AreAllStopped() {
-    const std::scoped_lock lock(m_lock);
-    return std::ranges::none_of(m_services, [](const auto& service) { return service->isRunning; });
+    const Guard lock(Lock);
+    return std::ranges::none_of(m_services,
+                                [](const auto& service) TQ_REQUIRES(Lock) { return service->isRunning; });
 }
 
 DWORD HostedServices::Register(const wchar_t* name, LPHANDLER_FUNCTION_EX handler, void* context,
                                SERVICE_STATUS_HANDLE& handle) {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(Lock);
     if (!m_listener) return ERROR_FAILED_SERVICE_CONTROLLER_CONNECT;
     Hosted* const service = FindRunning(name);
     if (!service) return ERROR_SERVICE_DOES_NOT_EXIST;
@@ -194,7 +196,7 @@ DWORD HostedServices::Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS&
     const HandleRef<StatusTarget> target(handle);
     if (!target) return ERROR_INVALID_HANDLE;
     if (!IsValidStatus(status)) return ERROR_INVALID_DATA;
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(Lock);
     Hosted& service = target->service;
     if (service.statusHandle != handle) return ERROR_INVALID_HANDLE;  // stopped by another thread
     service.now.status = status;
@@ -208,7 +210,7 @@ DWORD HostedServices::Report(SERVICE_STATUS_HANDLE handle, const SERVICE_STATUS&
 
 // Who has a handler may report from any thread for as long as it likes. Who has none can report no more.
 void HostedServices::OnMainReturned(Hosted& service, unsigned run) noexcept {
-    const std::scoped_lock lock(m_lock);
+    const Guard lock(Lock);
     if (service.runs != run || !service.isRunning || service.handler) return;
     SERVICE_STATUS& status = service.now.status;
     status.dwCurrentState = SERVICE_STOPPED;

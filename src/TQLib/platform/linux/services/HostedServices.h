@@ -4,25 +4,23 @@
 // Main functions and handlers are called without locks. For several threads.
 #pragma once
 
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 namespace Quellan::Platform {
 
-// Who hears of reports. Called under the host's lock, so it must neither wait nor call the host.
-class ServiceListener {
-  public:
-    virtual ~ServiceListener() = default;
-    virtual void OnReport(const NamedStatus& service) noexcept = 0;
-};
+class ServiceListener;
 
 // All of it may throw std::bad_alloc.
 class HostedServices {
   public:
+    // Guards what is known of the services, and what their listener keeps of their reports.
+    static constinit inline PlainLock Lock;
+
     // Never destroyed: service threads may outlive the dispatcher.
     static HostedServices& Instance();
 
@@ -47,7 +45,7 @@ class HostedServices {
     // The same, handed to `use` before any other report.
     template <class Use>
     auto WithStatuses(Use use) {
-        const std::scoped_lock lock(m_lock);
+        const Guard lock(Lock);
         return use(StatusesLocked());
     }
     bool AreAllStopped();
@@ -63,14 +61,20 @@ class HostedServices {
     struct StatusTarget;
 
     HostedServices() = default;
-    Hosted* FindInTable(const RunMessage& run);
-    Hosted* FindRunning(const wchar_t* name);
-    std::vector<NamedStatus> StatusesLocked();
+    Hosted* FindInTable(const RunMessage& run) TQ_REQUIRES(Lock);
+    Hosted* FindRunning(const wchar_t* name) TQ_REQUIRES(Lock);
+    std::vector<NamedStatus> StatusesLocked() TQ_REQUIRES(Lock);
     void OnMainReturned(Hosted& service, unsigned run) noexcept;
 
-    std::mutex m_lock;
-    std::vector<std::unique_ptr<Hosted>> m_services;  // guarded by m_lock; complete once the table is set
-    ServiceListener* m_listener = nullptr;            // guarded by m_lock
+    std::vector<std::unique_ptr<Hosted>> m_services TQ_GUARDED_BY(Lock);  // complete once the table is set
+    ServiceListener* m_listener TQ_GUARDED_BY(Lock) = nullptr;
+};
+
+// Who hears of reports. It must neither wait nor call the host.
+class ServiceListener {
+  public:
+    virtual ~ServiceListener() = default;
+    virtual void OnReport(const NamedStatus& service) noexcept TQ_REQUIRES(HostedServices::Lock) = 0;
 };
 
 }  // namespace Quellan::Platform

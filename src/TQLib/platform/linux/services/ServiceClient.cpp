@@ -74,8 +74,10 @@ DWORD ServiceClient::Open(std::string opening, std::unique_ptr<ServiceClient>& c
 }
 
 DWORD ServiceClient::Exchange(std::string& packet) {
-    const std::unique_lock lock(m_lock, std::try_to_lock);
-    if (lock) return SendAndReceive(m_connection, packet);
+    if (m_lock.try_lock()) {
+        const Guard lock(m_lock, std::adopt_lock);
+        return SendAndReceive(m_connection, packet);
+    }
     Descriptor connection;
     DWORD access = 0;
     const DWORD code = Connect(m_opening, connection, access);

@@ -4,10 +4,10 @@
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/HandleTable.h"
+#include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/services/ServiceMessages.h"
 
 #include <memory>
-#include <mutex>
 
 namespace Quellan::Platform {
 
@@ -59,7 +59,7 @@ class ServiceClient {
 
   private:
     ServiceClient(Descriptor connection, std::string opening, DWORD access)
-        : m_connection(std::move(connection)), m_opening(std::move(opening)), m_access(access) {}
+        : m_opening(std::move(opening)), m_access(access), m_connection(std::move(connection)) {}
     static DWORD Open(std::string opening, std::unique_ptr<ServiceClient>& client);
     // The packet becomes the answer.
     DWORD Exchange(std::string& packet);
@@ -72,10 +72,10 @@ class ServiceClient {
         return isFailure ? reply.code : RPC_S_PROTOCOL_ERROR;
     }
 
-    const Descriptor m_connection;
     std::string m_opening;
     const DWORD m_access;
-    std::mutex m_lock;  // while a question is asked
+    PlainLock m_lock;  // while a question is asked
+    const Descriptor m_connection TQ_GUARDED_BY(m_lock);
 };
 
 // The two kinds of handles.

@@ -41,7 +41,7 @@ class ManagerLink : public ServiceListener {
     ManagerLink& operator=(const ManagerLink&) = delete;
 
     DWORD Run();
-    void OnReport(const NamedStatus& service) noexcept override;
+    void OnReport(const NamedStatus& service) noexcept override TQ_REQUIRES(HostedServices::Lock);
 
   private:
     enum class Next { GoOn, Reconnect, End };
@@ -58,9 +58,9 @@ class ManagerLink : public ServiceListener {
     HostedServices& m_host;
     const std::string m_path = ServiceManagerSocket();
     const ServiceWake m_wake;
-    Descriptor m_connection;  // changed by the dispatcher's thread, under the host's lock
+    Descriptor m_connection;  // changed by the dispatcher's thread, under HostedServices::Lock
     Descriptor m_refusal;     // to a manager that has refused this process
-    bool m_isBehind = false;  // reports were not sent; guarded by the host's lock
+    bool m_isBehind TQ_GUARDED_BY(HostedServices::Lock) = false;  // reports were not sent
 };
 
 bool ManagerLink::TrySend(const NamedStatus& service) const {
@@ -88,7 +88,7 @@ void ManagerLink::OnReport(const NamedStatus& service) noexcept {
 bool ManagerLink::CatchUp() {
     for (;;) {
         int error = 0;
-        m_host.WithStatuses([&](const std::vector<NamedStatus>& statuses) {
+        m_host.WithStatuses([&](const std::vector<NamedStatus>& statuses) TQ_REQUIRES(HostedServices::Lock) {
             if (m_isBehind && !std::ranges::all_of(statuses, [&](auto& service) { return TrySend(service); }))
                 error = errno;
             else
@@ -108,13 +108,14 @@ bool ManagerLink::Attach() {
     m_refusal = Descriptor();
     if (ConnectToServiceManager(m_path, connection)) return false;
     const int fd = connection.Get();
-    const DWORD code = m_host.WithStatuses([&](std::vector<NamedStatus> statuses) {
-        if (DWORD failed = SendPacket(fd, FormatMessage(AttachMessage{ServiceProtocolVersion, statuses})))
-            return failed;
-        m_connection = std::move(connection);
-        m_isBehind = false;
-        return DWORD{ERROR_SUCCESS};
-    });
+    const DWORD code =
+        m_host.WithStatuses([&](std::vector<NamedStatus> statuses) TQ_REQUIRES(HostedServices::Lock) {
+            if (DWORD failed = SendPacket(fd, FormatMessage(AttachMessage{ServiceProtocolVersion, statuses})))
+                return failed;
+            m_connection = std::move(connection);
+            m_isBehind = false;
+            return DWORD{ERROR_SUCCESS};
+        });
     SetAnswerLimit(fd, AnswerLimit);
     std::string packet;
     ReplyMessage reply;

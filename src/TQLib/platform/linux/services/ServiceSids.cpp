@@ -67,6 +67,10 @@ void AppendUtf16(std::string& bytes, std::uint32_t character) {
     append(0xDC00 + (character & 0x3FF));
 }
 
+constexpr std::uint32_t BytesReversed(std::uint32_t number) noexcept {
+    return number << 24 | (number & 0xFF00) << 8 | (number >> 8 & 0xFF00) | number >> 24;
+}
+
 }  // namespace
 
 SidValue SidOfService(std::wstring_view name) {
@@ -75,7 +79,7 @@ SidValue SidOfService(std::wstring_view name) {
         AppendUtf16(bytes, static_cast<std::uint32_t>(ToUpper(character)));
     SidValue sid(5, {SECURITY_SERVICE_ID_BASE_RID});
     for (const std::uint32_t number : Sha1(std::move(bytes)))
-        sid = sid.With(__builtin_bswap32(number));
+        sid = sid.With(BytesReversed(number));
     return sid;
 }
 

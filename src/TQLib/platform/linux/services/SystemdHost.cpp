@@ -174,7 +174,7 @@ class SystemdLink : public ServiceListener {
     SystemdLink& operator=(const SystemdLink&) = delete;
 
     DWORD Run();
-    void OnReport(const NamedStatus&) noexcept override { m_wake.Set(); }
+    void OnReport(const NamedStatus&) noexcept override TQ_REQUIRES(HostedServices::Lock) { m_wake.Set(); }
 
   private:
     enum class Phase { Starting, Ready, Stopping };

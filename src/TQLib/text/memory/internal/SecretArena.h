@@ -17,8 +17,4 @@ const TQAllocator& SecretMemory() noexcept;
 // The size of the block that a request for so many bytes gets.
 std::size_t SecretBlockSize(std::size_t bytes) noexcept;
 
-// Clears the registers through which memory is copied. A copied secret stays in them, and whoever saves
-// registers on the stack (the dynamic linker at the first call of a function, a signal) would leave it there.
-void ClearCopyRegisters() noexcept;
-
 }  // namespace Quellan::Corvel
