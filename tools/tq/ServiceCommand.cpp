@@ -234,18 +234,21 @@ int Stop(Arguments& arguments, TQConsole& out) {
     return ExitOk;
 }
 
-int Pause(Arguments& arguments, TQConsole& out) {
+// Does with one service what leads to the state.
+template <class Act>
+int Lead(Arguments& arguments, Act act, DWORD state, TQConsole& out) {
     const Options options = ReadWaitOptions(arguments, 1, L"the name of one service");
     const TQServiceCtrl service(options.names[0]);
-    service.Pause();
-    return options.isWaiting ? AwaitState(service, TQSvcState::Paused, options.timeoutMs, out) : ExitOk;
+    (service.*act)();
+    return options.isWaiting ? AwaitState(service, state, options.timeoutMs, out) : ExitOk;
+}
+
+int Pause(Arguments& arguments, TQConsole& out) {
+    return Lead(arguments, &TQServiceCtrl::Pause, TQSvcState::Paused, out);
 }
 
 int Continue(Arguments& arguments, TQConsole& out) {
-    const Options options = ReadWaitOptions(arguments, 1, L"the name of one service");
-    const TQServiceCtrl service(options.names[0]);
-    service.Continue();
-    return options.isWaiting ? AwaitState(service, TQSvcState::Running, options.timeoutMs, out) : ExitOk;
+    return Lead(arguments, &TQServiceCtrl::Continue, TQSvcState::Running, out);
 }
 
 int Interrogate(Arguments& arguments, TQConsole& out) {
@@ -265,10 +268,7 @@ int Control(Arguments& arguments, TQConsole& out) {
 }
 
 int Kill(Arguments& arguments, TQConsole& out) {
-    const Options options = ReadWaitOptions(arguments, 1, L"the name of one service");
-    const TQServiceCtrl service(options.names[0]);
-    service.Kill();
-    return options.isWaiting ? AwaitState(service, TQSvcState::Stopped, options.timeoutMs, out) : ExitOk;
+    return Lead(arguments, &TQServiceCtrl::Kill, TQSvcState::Stopped, out);
 }
 
 int Wait(Arguments& arguments, TQConsole& out) {
