@@ -103,8 +103,11 @@ TEST(Mutex, IsHeldUntilTheLastLockGoes) {
     std::optional<TQMutex::TQMutexLock> copy(lock);
     lock = TQMutex::TQMutexLock();
     EXPECT_FALSE(IsFree(mutex));
+    lock = *std::move(copy);
     copy.reset();
-    EXPECT_TRUE(IsFree(mutex));
+    EXPECT_FALSE(IsFree(mutex));
+    TQMutex::TQMutexLock(std::move(lock)) = TQMutex::TQMutexLock();
+    EXPECT_TRUE(IsFree(mutex)) << "moved on, not copied";
 }
 
 TEST(Mutex, TellsWhichOfSeveralObjectsWasSignalled) {

@@ -3,6 +3,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/threads/internal/WaitFailure.h"
 
 #include <algorithm>
 #include <array>
@@ -100,7 +101,7 @@ void TQMsgThread::WaitForInput() {
             handles[count++] = handle;
     }
     DWORD index = MsgWaitForMultipleObjectsEx(count, handles.data(), TickMs, QS_ALLINPUT, MWMO_ALERTABLE);
-    if (index == WAIT_FAILED) TQSysException::ThrowLastError(L"Wait on synch object failed.");
+    if (index == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
     if (index >= WAIT_ABANDONED_0 && index < WAIT_ABANDONED_0 + count) index -= WAIT_ABANDONED_0;
     if (index >= FirstListIndex && index < count) OnWaitHandle(handles[index]);
 }

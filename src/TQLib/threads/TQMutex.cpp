@@ -3,6 +3,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/threads/internal/WaitFailure.h"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +11,6 @@
 namespace Quellan::Corvel {
 
 namespace {
-
-constexpr const wchar_t* MutexWaitFailed = L"Wait on synch object failed.";
 
 HANDLE Opened(const wchar_t* name) {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, name);
@@ -58,7 +57,7 @@ DWORD TQMutex::Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* e
                        DWORD extraCount) const {
     std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles;
     if (extraCount >= handles.size() || (extraCount != 0 && !extraHandles))
-        throw TQException(ERROR_INVALID_PARAMETER, MutexWaitFailed);
+        throw TQException(ERROR_INVALID_PARAMETER, WaitFailed);
     handles[0] = Handle();
     std::copy_n(extraHandles, extraCount, handles.begin() + 1);
 
@@ -68,7 +67,7 @@ DWORD TQMutex::Acquire(TQMutexLock& lock, bool waitAll, DWORD ms, void* const* e
 
     const DWORD count = extraCount + 1;
     DWORD result = WaitForMultipleObjects(count, handles.data(), waitAll, ms);
-    if (result == WAIT_FAILED) TQSysException::ThrowLastError(MutexWaitFailed);
+    if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
     if (result >= WAIT_ABANDONED_0 && result < WAIT_ABANDONED_0 + count) result -= WAIT_ABANDONED_0;
     // A wait for all tells one index where a mutex was abandoned, which says nothing of the others.
     if (waitAll && result != WAIT_TIMEOUT) result = 0;
@@ -98,7 +97,9 @@ TQMutex::TQMutexLock::TQMutexLock(const TQMutex& mutex, bool waitAll, DWORD ms, 
 }
 
 TQMutex::TQMutexLock::TQMutexLock(const TQMutexLock&) noexcept = default;
+TQMutex::TQMutexLock::TQMutexLock(TQMutexLock&&) noexcept = default;
 TQMutex::TQMutexLock& TQMutex::TQMutexLock::operator=(const TQMutexLock&) noexcept = default;
+TQMutex::TQMutexLock& TQMutex::TQMutexLock::operator=(TQMutexLock&&) noexcept = default;
 TQMutex::TQMutexLock::~TQMutexLock() = default;
 
 }  // namespace Quellan::Corvel

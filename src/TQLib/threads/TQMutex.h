@@ -51,7 +51,9 @@ class [[nodiscard]] TQMutex::TQMutexLock {
     TQMutexLock(const TQMutex& mutex, bool waitAll, DWORD ms, void* const* extraHandles, DWORD extraCount,
                 DWORD& result);
     TQMutexLock(const TQMutexLock&) noexcept;
+    TQMutexLock(TQMutexLock&&) noexcept;
     TQMutexLock& operator=(const TQMutexLock&) noexcept;
+    TQMutexLock& operator=(TQMutexLock&&) noexcept;
     ~TQMutexLock();
 
     [[nodiscard]] bool IsLocked() const noexcept { return static_cast<bool>(m_impl); }

@@ -2,6 +2,7 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/threads/internal/WaitFailure.h"
 
 namespace Quellan::Corvel {
 
@@ -19,7 +20,7 @@ bool TQSynchObj::Wait(DWORD ms) const {
         case WAIT_TIMEOUT:
             return false;
         default:
-            TQSysException::ThrowLastError(L"Wait on synch object failed.");
+            TQSysException::ThrowLastError(WaitFailed);
     }
 }
 

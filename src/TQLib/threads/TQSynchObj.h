@@ -9,7 +9,8 @@
 namespace Quellan::Corvel {
 
 // A kernel object that threads wait for. Copies share one object, which is closed when the last of them goes;
-// an object may be used by several threads at once as long as none assigns to it.
+// what was moved from has none. An object may be used by several threads at once as long as none assigns to
+// it.
 //
 // Failures of the platform are thrown as `TQSysException` with its code.
 class TQLIB_API TQSynchObj : public TQObject {
@@ -44,7 +45,9 @@ class TQLIB_API TQSynchObj : public TQObject {
     // Takes the handle over.
     explicit TQSynchObj(HANDLE handle) : m_handle(handle) {}
     TQSynchObj(const TQSynchObj&) = default;
+    TQSynchObj(TQSynchObj&&) noexcept = default;
     TQSynchObj& operator=(const TQSynchObj&) = default;
+    TQSynchObj& operator=(TQSynchObj&&) noexcept = default;
 
     [[nodiscard]] const TQHandle<_TQKernelHandleClose>& Holder() const noexcept { return m_handle; }
 

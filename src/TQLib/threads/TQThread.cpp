@@ -6,14 +6,13 @@
 #include "TQLib/threads/TQThreadCPUTimer.h"
 #include "TQLib/threads/internal/ExceptionMessage.h"
 #include "TQLib/threads/internal/GuardedStep.h"
+#include "TQLib/threads/internal/WaitFailure.h"
 
 #include <utility>
 
 namespace Quellan::Corvel {
 
 namespace {
-
-constexpr const wchar_t* ThreadWaitFailed = L"Wait on synch object failed.";
 
 // The object whose work the thread runs; null once it is destroyed, by its own thread.
 thread_local const TQThread* t_ownObject = nullptr;
@@ -165,7 +164,7 @@ DWORD TQThread::WaitForComplete(DWORD ms) {
     }
     if (thread) {
         const DWORD result = WaitForSingleObject(thread.Get(), ms);
-        if (result == WAIT_FAILED) TQSysException::ThrowLastError(ThreadWaitFailed);
+        if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
         if (result == WAIT_TIMEOUT) return WAIT_TIMEOUT;
     }
     return ResultCode();

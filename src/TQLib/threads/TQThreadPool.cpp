@@ -39,9 +39,11 @@ constexpr ULONGLONG KeptBytes = 64 * 1024;  // of a thread's buffer from one ite
 
 // What a pool is made of, and what joins the parts: how a thread takes and does an item, and whom failures
 // are told.
-class _TQThreadPoolBase::Impl {
+class _TQThreadPoolImpl {
   public:
-    Impl(_TQThreadPoolBase& owner, DWORD maxThreads)
+    using GetWorkResult = _TQThreadPoolBase::GetWorkResult;
+
+    _TQThreadPoolImpl(_TQThreadPoolBase& owner, DWORD maxThreads)
         : queue(&owner), threads(owner, queue, counters, maxThreads), m_pool(owner) {}
 
     PoolCounters counters;
@@ -57,7 +59,6 @@ class _TQThreadPoolBase::Impl {
 
     // `isWaiting`: the thread counts as waiting already.
     GetWorkResult TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting);
-    void RunItem(TQPoolThread& thread, BYTEBuf& data) noexcept;
     // Inside a catch clause. Null for a thread that could not be made, and where there is no item.
     void ReportCaught(TQPoolThread* thread, const BYTEBuf* work) noexcept;
 
@@ -80,9 +81,9 @@ class _TQThreadPoolBase::Impl {
 // A thread that has waited, from where it counts as busy to where its item counts as taken. A post in this
 // time needs no thread for that item; it relies on this one for its own, which sees to it that there is
 // another one.
-class _TQThreadPoolBase::Impl::Taking {
+class _TQThreadPoolImpl::Taking {
   public:
-    explicit Taking(Impl& pool) noexcept : m_pool(pool) {}
+    explicit Taking(_TQThreadPoolImpl& pool) noexcept : m_pool(pool) {}
     Taking(const Taking&) = delete;
     Taking& operator=(const Taking&) = delete;
     ~Taking() { End(); }
@@ -98,12 +99,12 @@ class _TQThreadPoolBase::Impl::Taking {
     }
 
   private:
-    Impl& m_pool;
+    _TQThreadPoolImpl& m_pool;
     bool m_isTaking = false;
 };
 
 // Puts further threads off for a while where one can't be made: those that there are do the work.
-bool _TQThreadPoolBase::Impl::GrowByOne() noexcept {
+bool _TQThreadPoolImpl::GrowByOne() noexcept {
     if (GetTickCount64() < m_growAgainTick.load()) return false;
     try {
         return threads.AllocPoolThread();
@@ -118,7 +119,7 @@ bool _TQThreadPoolBase::Impl::GrowByOne() noexcept {
 
 // A thread counts as waiting only where there is something to wait for: while work is there the counter is
 // left alone.
-_TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::Impl::TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting) {
+_TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting) {
     for (;;) {
         PoolQueue::Packet packet;
         Taking taking(*this);
@@ -154,7 +155,7 @@ _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::Impl::TakeWork(BYTEBuf& data
 }
 
 // A post that was accepted is not lost for want of memory: it waits for some, or until it is dropped.
-inline bool _TQThreadPoolBase::Impl::TakeItem(const PoolQueue::Packet& packet, BYTEBuf& data) noexcept {
+inline bool _TQThreadPoolImpl::TakeItem(const PoolQueue::Packet& packet, BYTEBuf& data) noexcept {
     for (bool isTold = false;;) {
         try {
             return queue.TakeItem(packet, data);
@@ -165,7 +166,7 @@ inline bool _TQThreadPoolBase::Impl::TakeItem(const PoolQueue::Packet& packet, B
     }
 }
 
-void _TQThreadPoolBase::Impl::HandOn(const PoolQueue::Packet& packet) noexcept {
+void _TQThreadPoolImpl::HandOn(const PoolQueue::Packet& packet) noexcept {
     if (threads.NeedsThread()) threads.Wake();
     try {
         m_pool.OnPortPacket(packet.key, packet.bytes, packet.record, packet.error);
@@ -174,16 +175,7 @@ void _TQThreadPoolBase::Impl::HandOn(const PoolQueue::Packet& packet) noexcept {
     }
 }
 
-void _TQThreadPoolBase::Impl::RunItem(TQPoolThread& thread, BYTEBuf& data) noexcept {
-    try {
-        thread.OnWork(data);
-    } catch (...) {
-        ReportCaught(&thread, &data);
-    }
-    if (data.Capacity() > KeptBytes) data.Clear();
-}
-
-void _TQThreadPoolBase::Impl::ReportCaught(TQPoolThread* thread, const BYTEBuf* work) noexcept {
+void _TQThreadPoolImpl::ReportCaught(TQPoolThread* thread, const BYTEBuf* work) noexcept {
     unsigned int code = UnknownExceptionCode;
     TQString message;
     try {
@@ -203,7 +195,7 @@ void _TQThreadPoolBase::Impl::ReportCaught(TQPoolThread* thread, const BYTEBuf* 
     }
 }
 
-void _TQThreadPoolBase::Impl::_CleanUpPort() {
+void _TQThreadPoolImpl::_CleanUpPort() {
     for (;;) {
         const bool isLast = queue.InFlight() == 0 && queue.Stops() == 0;
         PoolQueue::Packet packet;
@@ -232,10 +224,10 @@ _TQThreadPoolBase::ThreadLimits _TQThreadPoolBase::LimitsFor(DWORD processors, D
 
 _TQThreadPoolBase::_TQThreadPoolBase(const void* data, ULONGLONG size, DWORD maxThreads)
     : TQThread(data, size), m_impl(Translated(L"_TQThreadPoolBase::_TQThreadPoolBase", [&] {
-          return std::make_unique<Impl>(*this, maxThreads);
+          return std::make_unique<_TQThreadPoolImpl>(*this, maxThreads);
       })) {
     Translated(L"_TQThreadPoolBase::_TQThreadPoolBase",
-               [&] { m_impl->callOnExit.emplace(Impl::__ProcessOnExit, this); });
+               [&] { m_impl->callOnExit.emplace(_TQThreadPoolImpl::__ProcessOnExit, this); });
 }
 
 _TQThreadPoolBase::~_TQThreadPoolBase() {
@@ -293,7 +285,7 @@ DWORD _TQThreadPoolBase::MaxThreads() const {
 }
 
 bool _TQThreadPoolBase::_PostWork(const void* data, DWORD size, DWORD requestorID) {
-    Impl& pool = *m_impl;
+    _TQThreadPoolImpl& pool = *m_impl;
     // Without touching the count, which somebody who stops the pool may be waiting for.
     if (pool.queue.IsStopped()) PoolQueue::ThrowStopped();
     if (!data && size != 0) TQStdExceptions::ThrowParameterInvalidError(L"_TQThreadPoolBase::_PostWork");
@@ -426,12 +418,15 @@ void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
             Sleep(TakeAgainMs);
             continue;
         }
-        if (result == GetWorkResult::Work)
-            m_impl->RunItem(*thread, data);
-        else if (result == GetWorkResult::Stop)
-            break;
-        else if (result == GetWorkResult::TimeOut && threads.Retire(*thread, IdleTime()))
-            return;
+        if (result == GetWorkResult::Stop) break;
+        if (result == GetWorkResult::TimeOut && threads.Retire(*thread, IdleTime())) return;
+        if (result != GetWorkResult::Work) continue;
+        try {
+            thread->OnWork(data);
+        } catch (...) {
+            m_impl->ReportCaught(thread, &data);
+        }
+        if (data.Capacity() > KeptBytes) data.Clear();
     }
     if (isWaiting) m_impl->counters.AdjustBusy(true);
     threads.Leave(*thread);

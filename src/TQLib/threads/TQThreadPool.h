@@ -9,6 +9,8 @@
 
 namespace Quellan::Corvel {
 
+class _TQThreadPoolImpl;
+
 // A queue of work and the threads that do it, which come and go with the load. `TQThreadPool` below makes a
 // usable class of it.
 //
@@ -147,7 +149,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
   private:
     friend class TQPoolThread;
     friend class PoolThreads;
-    class Impl;
+    friend class _TQThreadPoolImpl;
 
     // A new object for a pool thread, owned by the pool.
     virtual TQPoolThread* AllocThread() = 0;
@@ -162,7 +164,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     // The work of one of its threads.
     void RunPoolThread(TQPoolThread* thread);
 
-    const std::unique_ptr<Impl> m_impl;
+    const std::unique_ptr<_TQThreadPoolImpl> m_impl;
 };
 
 // Writes failures of pools to the system event log under "TQLib": 0xCFFF4001, but 0xCFFF4002 for structured

@@ -5,6 +5,7 @@
 #include "TQLib/log/time/TQTimer.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/threads/TQThread.h"
+#include "TQLib/threads/internal/WaitFailure.h"
 
 #include <algorithm>
 #include <array>
@@ -13,8 +14,6 @@
 namespace Quellan::Corvel {
 
 namespace {
-
-constexpr const wchar_t* WaitFailed = L"Wait on synch object failed.";
 
 // One place in each wait is for an event of the list itself.
 constexpr std::size_t BatchSize = MAXIMUM_WAIT_OBJECTS - 1;
