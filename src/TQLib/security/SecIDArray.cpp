@@ -83,6 +83,11 @@ template class _SecArray<SecACE>;
 template class _SecArray<SecID>;
 template class _SecArray<SecIDAttr>;
 
+SecIDArray::SecIDArray() noexcept = default;
+SecIDArray::SecIDArray(const SecIDArray& other) = default;
+SecIDArray::SecIDArray(SecIDArray&& other) noexcept = default;
+SecIDArray& SecIDArray::operator=(const SecIDArray& other) = default;
+SecIDArray& SecIDArray::operator=(SecIDArray&& other) noexcept = default;
 SecIDArray::~SecIDArray() = default;
 
 DWORD SecIDArray::LowestIDLabelRID(bool ignoreAdmins) const noexcept {

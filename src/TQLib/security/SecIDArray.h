@@ -64,6 +64,11 @@ extern template class TQLIB_API _SecArray<SecID>;
 class TQLIB_API SecIDArray : public _SecArray<SecID> {
   public:
     using _SecArray::_SecArray;
+    SecIDArray() noexcept;
+    SecIDArray(const SecIDArray& other);
+    SecIDArray(SecIDArray&& other) noexcept;
+    SecIDArray& operator=(const SecIDArray& other);
+    SecIDArray& operator=(SecIDArray&& other) noexcept;
     ~SecIDArray() override;
 
     // The lowest and the highest integrity level among those that the identifiers have by default

@@ -12,6 +12,11 @@ extern template class TQLIB_API _SecArray<SecIDAttr>;
 class TQLIB_API SecIDAttrArray : public _SecArray<SecIDAttr> {
   public:
     using _SecArray::_SecArray;
+    SecIDAttrArray() noexcept;
+    SecIDAttrArray(const SecIDAttrArray& other);
+    SecIDAttrArray(SecIDAttrArray&& other) noexcept;
+    SecIDAttrArray& operator=(const SecIDAttrArray& other);
+    SecIDAttrArray& operator=(SecIDAttrArray&& other) noexcept;
     ~SecIDAttrArray() override;
 
     // Whether one of the elements has this identifier; the position of the first such element goes to
