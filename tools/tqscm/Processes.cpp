@@ -197,11 +197,11 @@ void Process::OnCommandsLate() {
     m_commands.erase(first, end);
     SetCommandLimit();
     if (waiting) waiting(ERROR_SERVICE_REQUEST_TIMEOUT);
-    for (Command& command : late)
-        Finish(std::move(command), ERROR_SERVICE_REQUEST_TIMEOUT);
+    for (const Command& command : late)
+        Finish(command, ERROR_SERVICE_REQUEST_TIMEOUT);
 }
 
-void Process::Finish(Command command, DWORD code) {
+void Process::Finish(const Command& command, DWORD code) {
     m_all.m_owner.OnAnswer(*this, command, code);
     if (command.done) command.done(code);
 }
@@ -211,7 +211,7 @@ void Process::OnDone(DWORD code) {
     Command command = std::move(m_commands.front());
     m_commands.pop_front();
     SetCommandLimit();
-    Finish(std::move(command), code);
+    Finish(command, code);
     SendNext();
 }
 

@@ -104,7 +104,7 @@ class Process : public LinkOwner {
     void SetCommandLimit();
     void OnCommandsLate();
     void OnDone(DWORD code);
-    void Finish(Command command, DWORD code);
+    void Finish(const Command& command, DWORD code);
 
     const Settings& m_settings;
     Processes& m_all;

@@ -13,7 +13,7 @@ TQSecThreadToken::Token TQSecThreadToken::SetAside() {
         if (GetLastError() == ERROR_NO_TOKEN) return {};
         TQSysException::ThrowLastError(Where);
     }
-    const Token token(handle);
+    Token token(handle);
     if (!RevertToSelf()) TQSysException::ThrowLastError(Where);
     return token;
 }
