@@ -210,7 +210,8 @@ class Printer {
 
   private:
     void PrintUnreadable(const TQFileName& file, const LogEntry& entry) {
-        const TQString name = file.FullName(), first = Wide(entry.first);
+        const TQString& name = file.FullName();
+        const TQString first = Wide(entry.first);
         if (m_query.isJson) {
             m_text.AppendFormat(L"{\"file\": %s, \"line\": %zu, ", JsonString(name), entry.line);
             m_text.Append(L"\"unreadable\": ").Append(JsonString(first));

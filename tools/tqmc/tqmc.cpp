@@ -174,7 +174,7 @@ class Parser {
         if (AtLineEnd()) Fail(std::string("expected ") + what);
         const std::size_t end = std::min(m_line.find_first_of(" \t=():+", m_at), m_line.size());
         if (end == m_at) Fail(std::string("expected ") + what);
-        const std::string word(m_line.substr(m_at, end - m_at));
+        std::string word(m_line.substr(m_at, end - m_at));
         m_at = end;
         return word;
     }
@@ -346,7 +346,7 @@ class StringTableParser {
 
     std::string Line() {
         const std::size_t end = std::min(m_text.find('\n', m_at), m_text.size());
-        const std::string line = m_text.substr(m_at, end - m_at);
+        std::string line = m_text.substr(m_at, end - m_at);
         m_at = end;
         return line;
     }
@@ -372,7 +372,7 @@ class StringTableParser {
         }
         if (m_text[m_at] == '"') return Quoted();
         const std::size_t end = std::min(m_text.find_first_of(" \t\r\n,{}\"", m_at), m_text.size());
-        const std::string token = m_text.substr(m_at, std::max<std::size_t>(end - m_at, 1));
+        std::string token = m_text.substr(m_at, std::max<std::size_t>(end - m_at, 1));
         m_at += token.size();
         return token;
     }

@@ -216,7 +216,7 @@ void TQLog::Keep(const TQFileName& key, TQLogPtr& log, std::optional<Failure>& f
 TQLogPtr TQLog::Open(const TQFileName& name, ULONGLONG maxSize, std::optional<Failure>& failure) {
     std::optional<TQFileName> backup;
     try {
-        const TQLogPtr log(new TQLog(name.FullName().c_str(), true));
+        TQLogPtr log(new TQLog(name.FullName().c_str(), true));
         if (log->Size() < maxSize) return log;
         log->Close();
         backup = BackupOf(name);

@@ -17,7 +17,6 @@ namespace Quellan::Sarvek {
 
 using Corvel::_TQwString;
 using Corvel::TQStdExceptions;
-using Corvel::TQString;
 using Corvel::TQSysException;
 using Corvel::Translated;
 

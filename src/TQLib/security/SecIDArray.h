@@ -11,6 +11,11 @@ namespace Quellan::Sarvek {
 class TQLIB_API SecIDArray : public Corvel::_TQArray<SecID> {
   public:
     using _TQArray::_TQArray;
+    SecIDArray() noexcept;
+    SecIDArray(const SecIDArray& other);
+    SecIDArray(SecIDArray&& other) noexcept;
+    SecIDArray& operator=(const SecIDArray& other);
+    SecIDArray& operator=(SecIDArray&& other) noexcept;
     ~SecIDArray() override;
 
     // The lowest and the highest integrity level among those that the identifiers have by default

@@ -109,8 +109,9 @@ bool ManagerLink::Attach() {
     if (ConnectToServiceManager(m_path, connection)) return false;
     const int fd = connection.Get();
     const DWORD code =
-        m_host.WithStatuses([&](std::vector<NamedStatus> statuses) TQ_REQUIRES(HostedServices::Lock) {
-            if (DWORD failed = SendPacket(fd, FormatMessage(AttachMessage{ServiceProtocolVersion, statuses})))
+        m_host.WithStatuses([&](std::vector<NamedStatus>&& statuses) TQ_REQUIRES(HostedServices::Lock) {
+            if (DWORD failed =
+                    SendPacket(fd, FormatMessage(AttachMessage{ServiceProtocolVersion, std::move(statuses)})))
                 return failed;
             m_connection = std::move(connection);
             m_isBehind = false;
