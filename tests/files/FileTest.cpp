@@ -119,6 +119,9 @@ TEST_F(File, OfTextGetsLinesThatEndAsTheyShould) {
         text.Append(record, 0);
         EXPECT_EQ(ReadBytes(m_name.FullName().c_str()), all += bytes);
     }
+    Open().WriteAt(all.size(), "torn", 4);
+    text.Append(L"whole", 0);
+    EXPECT_EQ(ReadBytes(m_name.FullName().c_str()), all += "torn\r\nwhole\r\n") << "by another process";
     Move();
     EXPECT_EQ(ThrownCode([&] { text.Append(L"lost", 0); }), DWORD{ERROR_FILE_INVALID});
     EXPECT_EQ(ReadBytes(m_folder / L"moved"), all);
