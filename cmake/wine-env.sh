@@ -4,3 +4,5 @@
 export WINEPREFIX WINEDEBUG WINEDLLOVERRIDES
 unset DISPLAY WAYLAND_DISPLAY
 W=/usr/lib/wine/wine64
+# What Wine did at the second attempt alone, a line each, for wine-down.sh to count.
+RETRIES=$WINEPREFIX/retries

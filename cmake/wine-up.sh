@@ -3,6 +3,7 @@
 # programs inherit the first program's output and would hold a reader's pipe open for ever.
 . "$(dirname "$0")/wine-env.sh"
 mkdir -p "$WINEPREFIX" || exit 1
+: >"$RETRIES"
 
 boot() {
     wineserver -p </dev/null >/dev/null 2>&1
@@ -13,7 +14,7 @@ boot() {
 }
 # Once in some hundred times the first program ends with an error, and the next server serves well.
 boot || {
-    echo "Wine did not boot ($?): once more with another server"
+    echo "boot" | tee -a "$RETRIES"
     "$(dirname "$0")/wine-down.sh"
     boot || exit 1
 }

@@ -3,6 +3,7 @@
 #include "TQLib/files/TQFileName.h"
 #include "TQLib/services/TQServiceCtrl.h"
 #include "TQLib/system/TQSysProc.h"
+#include "support/Eventually.h"
 #include "support/ReadBytes.h"
 #include "support/ServiceManager.h"
 
@@ -31,12 +32,13 @@ class MonitorAsAService : public Monitor {
 
     // Waits until a record of this test has `part`.
     void AwaitInLog(const std::string& part) const {
-        const ULONGLONG end = GetTickCount64() + LimitMs;
-        for (;; Sleep(10)) {
-            const std::string text = ReadBytes(m_log).substr(m_logBegin);
-            if (text.find(part) != text.npos) return;
-            ASSERT_LT(GetTickCount64(), end) << "not in the log: " << part << "\n" << text;
-        }
+        std::string text;
+        EXPECT_TRUE(Eventually([&] {
+            text = ReadBytes(m_log).substr(m_logBegin);
+            return text.find(part) != text.npos;
+        })) << "not in the log: "
+            << part << "\n"
+            << text;
     }
 
     const ServiceManager m_manager;

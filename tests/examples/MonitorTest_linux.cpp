@@ -18,16 +18,6 @@ TEST_F(Monitor, IsStoppedByTheSignalsThatAskForTheEnd) {
     }
 }
 
-// As scripts start what runs in the background.
-TEST_F(Monitor, IsStoppedByCtrlCThoughItWasStartedToIgnoreIt) {
-    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
-    const auto before = std::signal(SIGINT, SIG_IGN);
-    StartWatching();
-    std::signal(SIGINT, before);
-    m_process->Interrupt();
-    EXPECT_EQ(m_process->ExitCode(), 0);
-}
-
 TEST_F(Monitor, BreaksOffItsOnlyCheckAtCtrlCAndTellsTheResult) {
     if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
     WriteFile("endless", "");

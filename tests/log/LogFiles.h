@@ -2,10 +2,9 @@
 #pragma once
 
 #include "TQLib/log/TQLog.h"
-#include "TQLib/platform/Win32.h"
+#include "platform/PlatformTest.h"
 #include "support/ReadBytes.h"
 
-#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -24,25 +23,12 @@ inline void WriteBytes(const fs::path& path, std::string_view bytes) {
 // behind in the temporary folder.
 class LogFolder {
   public:
-    LogFolder() : LogFolder(fs::temp_directory_path()) {}
-    explicit LogFolder(const fs::path& in) : m_path(in / Name()) { fs::create_directory(m_path); }
-    ~LogFolder() {
-        std::error_code ignored;
-        fs::remove_all(m_path, ignored);
-    }
-    LogFolder(const LogFolder&) = delete;
-    LogFolder& operator=(const LogFolder&) = delete;
-
     fs::path operator/(std::string_view name) const { return m_path / name; }
     const fs::path& Path() const { return m_path; }
 
   private:
-    static std::string Name() {
-        static std::atomic<unsigned> count = 0;
-        return "tqlog-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(count++);
-    }
-
-    const fs::path m_path;
+    const TemporaryFolder m_folder;
+    const fs::path m_path{m_folder.Path()};
 };
 
 inline TQLogPtr Open(const fs::path& path, ULONGLONG maxSize = 0) {

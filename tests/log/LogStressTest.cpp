@@ -2,14 +2,12 @@
 // format's description alone and shares no code with the writer.
 #include "LogFiles.h"
 #include "platform/PlatformTest.h"
-#include "support/RecordingSink.h"
 #include "support/Role.h"
 #include "support/Worker.h"
 
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
-#include <optional>
 #include <set>
 
 namespace Quellan::Corvel::Test {
@@ -170,11 +168,8 @@ class LogStress : public testing::Test {
     }
 
     // In memory where there is such a place: what a killed process leaves behind does not depend on the disk.
-    static fs::path Place() {
-        return fs::exists("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
-    }
-
-    const LogFolder m_folder{Place()};
+    const EnvironmentVariable m_place{L"TMPDIR", fs::exists("/dev/shm") ? L"/dev/shm" : nullptr};
+    const LogFolder m_folder;
     int m_writers = 0;
 };
 

@@ -51,30 +51,6 @@ TEST(LogsOnLinux, TakeBackWhatDidNotFitAndTellOfIt) {
     EXPECT_EQ(lines.back(), "    last");
 }
 
-// Forks while the log is open: parent and children write at the same time. Answers with the number of records
-// that were lost, on a machine with too much to do, or with 100 where a child did not end by itself.
-const Role g_forking("forking", [](const RoleArguments& arguments) {
-    constexpr int Rounds = 100, Children = 3, Records = 5;
-    const TQLogPtr log = Open(arguments.at(0), 1u << 30);
-    const auto write = [&](int count) {
-        const std::wstring message = L"by " + std::to_wstring(getpid());
-        for (int i = 0; i < count; ++i)
-            log->AddMsg(message.c_str(), TQLogLevel::Trace);
-    };
-    int lost = 0;
-    for (int round = 0; round < Rounds; ++round) {
-        for (int i = 0; i < Children; ++i)
-            if (fork() == 0) {
-                write(Records);
-                _exit(static_cast<int>(log->Lost()));
-            }
-        write(Records);
-        for (int status; wait(&status) > 0;)
-            lost += WIFEXITED(status) ? WEXITSTATUS(status) : 100;
-    }
-    return std::min(lost + static_cast<int>(log->Lost()), 100);
-});
-
 // Who wrote the log's records; each tells it in its head, too.
 std::vector<std::string> WritersIn(const fs::path& path) {
     std::vector<std::string> writers;
@@ -87,14 +63,6 @@ std::vector<std::string> WritersIn(const fs::path& path) {
         EXPECT_NE(lines[i].find(" : " + writers.back() + " ("), std::string::npos) << lines[i];
     }
     return writers;
-}
-
-TEST(LogsOnLinux, KeepTheRecordsOfForkedChildrenWholeAndTheirOwn) {
-    const LogFolder folder;
-    const std::size_t records =
-        static_cast<std::size_t>(RoleProcess("forking", {(folder / "App.tlg").string()}).ExitCode());
-    ASSERT_LT(records, 100u);
-    EXPECT_EQ(records + WritersIn(folder / "App.tlg").size(), 100u * 4 * 5);
 }
 
 // Forks while other threads write to the log. Answers with the number of records of children that were lost,

@@ -1,6 +1,7 @@
 #include "TQLib/log/time/TQTime.h"
 #include "TQLib/log/time/TQTimer.h"
 #include "TQLib/platform/Win32.h"
+#include "support/Eventually.h"
 #include "support/FailCall.h"
 
 #include <array>
@@ -78,6 +79,8 @@ TEST(Time, ReadsTheLocalClockAndTheUniversalOne) {
     EXPECT_LE(fromSystem(local), TQTime::CurrentTime());
     EXPECT_LE(firstUniversal, fromSystem(universal));
     EXPECT_LE(fromSystem(universal), TQTime::CurrentUTCTime());
+    EXPECT_GT(firstUniversal, At(2024, 1, 1));
+    EXPECT_EQ(universal.wDayOfWeek, fromSystem(universal).ToFields().dayOfWeek);
 }
 
 TEST(Timer, RunsOnTheCounterOrElseOnTheTickCount) {
@@ -109,15 +112,14 @@ TEST(CountdownTimer, RunsDownToZero) {
     EXPECT_LE(timer.Remaining(), 60'000u);
     EXPECT_GT(timer.Remaining(), 0u);
     timer.Restart(1);
-    while (!timer.IsExpired())
-        Sleep(1);
+    EXPECT_TRUE(Eventually([&] { return timer.IsExpired(); }));
     EXPECT_EQ(timer.Remaining(), 0u);
     EXPECT_TRUE(TQCountdownTimer(0).IsExpired());
 }
 
 TEST(CountdownTimer, NeverRunsDownFromInfinite) {
-    TQCountdownTimer timer(INFINITE);
-    Sleep(2);
+    TQCountdownTimer timer(INFINITE), meanwhile(2);
+    EXPECT_TRUE(Eventually([&] { return meanwhile.IsExpired(); }));
     EXPECT_EQ(timer.Remaining(), DWORD{INFINITE});
     EXPECT_FALSE(timer.IsExpired());
     timer.Restart(INFINITE - 1);

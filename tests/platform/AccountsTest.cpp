@@ -16,39 +16,14 @@ std::wstring MachineName() {
     return std::wstring(name, size);
 }
 
-struct Named {
-    const wchar_t* sid;
-    const wchar_t* domain;
-    const wchar_t* name;
-    int use;
-    bool isInWine = true;
-};
-
-constexpr Named PublishedNames[] = {
-    {L"S-1-0-0", L"", L"NULL SID", SidTypeWellKnownGroup},
-    {L"S-1-1-0", L"", L"Everyone", SidTypeWellKnownGroup},
-    {L"S-1-3-0", L"", L"CREATOR OWNER", SidTypeWellKnownGroup},
-    {L"S-1-5-4", L"NT AUTHORITY", L"INTERACTIVE", SidTypeWellKnownGroup},
-    {L"S-1-5-7", L"NT AUTHORITY", L"ANONYMOUS LOGON", SidTypeWellKnownGroup},
-    {L"S-1-5-11", L"NT AUTHORITY", L"Authenticated Users", SidTypeWellKnownGroup},
-    {L"S-1-5-18", L"NT AUTHORITY", L"SYSTEM", SidTypeWellKnownGroup},
-    {L"S-1-5-32", L"BUILTIN", L"BUILTIN", SidTypeDomain},
-    {L"S-1-5-32-544", L"BUILTIN", L"Administrators", SidTypeAlias},
-    {L"S-1-5-32-551", L"BUILTIN", L"Backup Operators", SidTypeAlias},
-    {L"S-1-5-32-578", L"BUILTIN", L"Hyper-V Administrators", SidTypeAlias, false},
-    {L"S-1-5-64-10", L"NT AUTHORITY", L"NTLM Authentication", SidTypeWellKnownGroup},
-    {L"S-1-5-113", L"NT AUTHORITY", L"Local account", SidTypeWellKnownGroup, false},
-    {L"S-1-15-2-1", L"APPLICATION PACKAGE AUTHORITY", L"ALL APPLICATION PACKAGES", SidTypeWellKnownGroup},
-    {L"S-1-16-8192", L"Mandatory Label", L"Medium Mandatory Level", SidTypeLabel, false},
-    {L"S-1-16-8448", L"Mandatory Label", L"Medium Plus Mandatory Level", SidTypeLabel, false},
-    {L"S-1-16-20480", L"Mandatory Label", L"Protected Process Mandatory Level", SidTypeLabel, false},
-    {L"S-1-5-5-0-1234", L"NT AUTHORITY", L"LogonSessionId_0_1234", 11, false},
-};
-
 TEST(Accounts, HavePublishedNamesWhereTheyAreWellKnown) {
-    for (const Named& known : PublishedNames) {
-        if (OnWine() && !known.isInWine) continue;
-        EXPECT_EQ(NameOf(known.sid), (Found{known.name, known.domain, known.use, 0}));
+    for (const std::string& line : DataLines("AccountNames.txt")) {
+        std::istringstream cells(line);
+        std::string sid, domain, name, use, missing;
+        for (std::string* cell : {&sid, &domain, &name, &use, &missing})
+            std::getline(cells, *cell, ';');
+        if (OnWine() && !missing.empty()) continue;
+        EXPECT_EQ(NameOf(Wide(sid).c_str()), (Found{Wide(name), Wide(domain), std::stoi(use), 0}));
     }
 }
 

@@ -1,9 +1,7 @@
 #include "PlatformTest.h"
 #include "TQLib/platform/Win32.h"
 
-#include <algorithm>
 #include <array>
-#include <iterator>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -62,27 +60,6 @@ TEST(Process, KnowsTheComputersName) {
     DWORD tooSmall = size;
     EXPECT_EQ(CodeOf(GetComputerNameW(name, &tooSmall)), DWORD{ERROR_BUFFER_OVERFLOW});
     EXPECT_EQ(tooSmall, size + 1);
-}
-
-ULONGLONG Steps(const FILETIME& time) {
-    return ULONGLONG{time.dwHighDateTime} << 32 | time.dwLowDateTime;
-}
-
-TEST(Clocks, Agree) {
-    FILETIME before, after;
-    SYSTEMTIME time;
-    GetSystemTimeAsFileTime(&before);
-    GetSystemTime(&time);
-    GetSystemTimeAsFileTime(&after);
-    EXPECT_LE(Steps(before), Steps(after));
-    // Some second in 2024 and the one right now, in days.
-    constexpr ULONGLONG StepsInDay = 864'000'000'000;
-    EXPECT_GT(Steps(before) / StepsInDay, 154'497u);
-    EXPECT_EQ(time.wDayOfWeek, (Steps(before) / StepsInDay + 1) % 7);
-    const auto ofDay =
-        (time.wHour * 3600ull + time.wMinute * 60ull + time.wSecond) * 1000 + time.wMilliseconds;
-    const ULONGLONG expected = Steps(before) % StepsInDay / 10'000;
-    EXPECT_LE(ofDay - expected, (Steps(after) - Steps(before)) / 10'000 + 1);
 }
 
 }  // namespace

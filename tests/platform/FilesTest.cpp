@@ -3,7 +3,6 @@
 
 #include <set>
 #include <string>
-#include <vector>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -217,6 +216,7 @@ TEST_F(Files, ThatAreReadOnlyAreNeitherWrittenNorDeleted) {
     const File made(path, GENERIC_WRITE, CREATE_NEW, FILE_ATTRIBUTE_READONLY);
     EXPECT_EQ(made.Write("through the handle that made it"), 0u);
     EXPECT_TRUE(GetFileAttributesW(path.c_str()) & FILE_ATTRIBUTE_READONLY);
+    SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_NORMAL);  // so that it can go
 }
 
 TEST_F(Files, OfFoldersOpenWithBackupSemanticsAlone) {

@@ -247,11 +247,11 @@ const Role g_changing("change-and-fork", [](const RoleArguments& arguments) -> i
     Platform::Durable::TheObserver() = [](const Platform::Durable::Step& step) {
         if (step.kind != Platform::Durable::Step::Kind::Sync) return;
         isInside = true;
+        isInside.notify_all();
         LiveOn();
     };
     const Worker worker([&] { return static_cast<DWORD>(Changes[std::stoi(arguments.at(0))].use()); });
-    while (!isInside)
-        Sleep(1);
+    isInside.wait(false);
     const Forked child([] {
         const Owned end(OpenEventW(SYNCHRONIZE, FALSE, L"forked.end"));
         return static_cast<int>(Await(end));

@@ -4,6 +4,7 @@
 #include "TQLib/platform/Win32.h"
 
 #include <atomic>
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <string_view>
@@ -64,7 +65,10 @@ class TemporaryFolder {
         } while (code == ERROR_ALREADY_EXISTS);  // a test that was killed had the same identifier
         EXPECT_EQ(code, 0u);
     }
-    ~TemporaryFolder() { RemoveTree(m_path); }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(m_path, ignored);
+    }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
@@ -72,29 +76,6 @@ class TemporaryFolder {
     std::wstring operator/(std::wstring_view name) const { return m_path + L"/" + std::wstring(name); }
 
   private:
-    static void RemoveTree(const std::wstring& path) {
-        WIN32_FIND_DATAW data;
-        const HANDLE find = FindFirstFileW((path + L"/*").c_str(), &data);
-        if (find == INVALID_HANDLE_VALUE) return;
-        do {
-            const std::wstring_view name = data.cFileName;
-            const std::wstring entry = path + L"/" + data.cFileName;
-            if (name == L"." || name == L"..") continue;
-            const bool link = data.dwFileAttributes & FILE_ATTRIBUTE_REPARSE_POINT;
-            if (data.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) {
-                if (link)
-                    RemoveDirectoryW(entry.c_str());
-                else
-                    RemoveTree(entry);
-            } else {
-                SetFileAttributesW(entry.c_str(), FILE_ATTRIBUTE_NORMAL);
-                DeleteFileW(entry.c_str());
-            }
-        } while (FindNextFileW(find, &data));
-        FindClose(find);
-        RemoveDirectoryW(path.c_str());
-    }
-
     std::wstring m_path;
 };
 

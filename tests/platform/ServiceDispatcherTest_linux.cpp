@@ -6,6 +6,7 @@
 #include "support/ChildProcess.h"
 
 #include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 #include <map>
 #include <optional>
@@ -119,13 +120,6 @@ TEST_F(ScriptedManager, IsToldWhatCannotBeDone) {
     EXPECT_EQ(Run("one"), ERROR_SERVICE_ALREADY_RUNNING);
 }
 
-TEST_F(ScriptedManager, EndsTheDispatcher) {
-    StartOne();
-    EXPECT_EQ(Tell("one", SERVICE_CONTROL_STOP), 0u);
-    WaitForState("one", SERVICE_STOPPED);
-    Finish();
-}
-
 TEST_F(ScriptedManager, MayRefuseAProcess) {
     StartProcess();
     Accept(ERROR_FAILED_SERVICE_CONTROLLER_CONNECT);
@@ -158,10 +152,13 @@ TEST_F(ScriptedManager, IsAskedEverLaterByAProcessThatItRefuses) {
 }
 
 TEST_F(ScriptedManager, HearsOfAnEndThatCameWithoutIt) {
+    const EnvironmentVariable root(L"TQLIB_ROOT", m_folder.Path().c_str());
     StartOne();
-    EXPECT_EQ(Tell("one", StopSoonControl), 0u);
+    EXPECT_EQ(Tell("one", StopByFileControl), 0u);
     Die();
-    Sleep(2 * StopSoonMs);  // until it has stopped
+    const std::filesystem::path stop = std::filesystem::path(m_folder.Path()) / StopFile;
+    std::ofstream(stop).put('x');
+    EXPECT_TRUE(Eventually([&] { return !std::filesystem::exists(stop); }));
     AttachMessage again = Accept();
     while (again.services.at(0).status.dwCurrentState != SERVICE_STOPPED)
         again.services.at(0).status = (WaitForState("one", SERVICE_STOPPED), m_reported["one"]);

@@ -135,11 +135,8 @@ class Watched {
     bool RunsOnceOrNot() {
         Check();
         const std::string argument(m_name.begin(), m_name.end());
-        const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
         const std::size_t right = m_isRunning ? 1 : 0;
-        while (CountProcesses(argument + '\0') != right && GetTickCount64() < end)
-            Sleep(10);
-        return CountProcesses(argument + '\0') == right;
+        return Eventually([&] { return CountProcesses(argument + '\0') == right; });
     }
     // By another thread. It runs on unless there is a process now.
     void Kill() {
@@ -180,16 +177,15 @@ class Watched {
     }
     // The end of what is under way. `isOpen`: whether it was done or not is not known.
     void Settle(bool isOpen) {
-        const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
-        SERVICE_STATUS_PROCESS status = Query();
-        for (; status.dwCurrentState != SERVICE_RUNNING && status.dwCurrentState != SERVICE_STOPPED;
-             Sleep(1)) {
-            EXPECT_EQ(status.dwCurrentState,
-                      m_isRunning || isOpen ? status.dwCurrentState : SERVICE_STOP_PENDING);
-            if (GetTickCount64() > end)
-                return ADD_FAILURE() << "it stays at " << status.dwCurrentState, void();
+        SERVICE_STATUS_PROCESS status{};
+        EXPECT_TRUE(Eventually([&] {
             status = Query();
-        }
+            if (status.dwCurrentState == SERVICE_RUNNING || status.dwCurrentState == SERVICE_STOPPED)
+                return true;
+            EXPECT_TRUE(m_isRunning || isOpen || status.dwCurrentState == SERVICE_STOP_PENDING);
+            return false;
+        })) << "it stays at "
+            << status.dwCurrentState;
         if (isOpen) m_isRunning = status.dwCurrentState == SERVICE_RUNNING;
         CheckAgainst(status);
         const std::scoped_lock lock(m_lock);
@@ -293,20 +289,14 @@ TEST(ServicesStress, SeesOnlyWhatIsTrueAndLeavesNothing) {
         service->Stop();
     services.clear();
     // epoll, lock, journal, listener, signals, standard files; what was closed is seen some time.
-    const ULONGLONG closed = GetTickCount64() + ServiceLimitMs;
-    while (DescriptorsOf(manager.Id()) >= 20 && GetTickCount64() < closed)
-        Sleep(10);
-    EXPECT_LT(DescriptorsOf(manager.Id()), 20u);
+    EXPECT_TRUE(Eventually([&] { return DescriptorsOf(manager.Id()) < 20; }));
     for (unsigned i = 0; i < count; ++i)
         EXPECT_TRUE(DeleteService(OpenNamed(mark + L'-' + std::to_wstring(i)).get()));
     DWORD needed = 0, left = 1, resume = 0;
     EXPECT_TRUE(EnumServicesStatusW(OpenManager().get(), SERVICE_WIN32, SERVICE_STATE_ALL, nullptr, 0,
                                     &needed, &left, &resume));
-    const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
     const std::string argument(mark.begin(), mark.end());
-    while (CountProcesses(argument) > 0 && GetTickCount64() < end)
-        Sleep(10);
-    EXPECT_EQ(CountProcesses(argument), 0u);
+    EXPECT_TRUE(Eventually([&] { return CountProcesses(argument) == 0; }));
 }
 
 }  // namespace

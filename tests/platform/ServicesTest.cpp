@@ -42,53 +42,6 @@ class Services : public testing::Test {
     const ServiceRecord m_record = NewRecord();
 };
 
-template <class Config, class Query>
-const Config& Ask(std::vector<BYTE>& buffer, Query query) {
-    DWORD needed = 0;
-    EXPECT_EQ(CodeOf(query(nullptr, 0, &needed)), DWORD{ERROR_INSUFFICIENT_BUFFER});
-    buffer.resize(needed);
-    EXPECT_EQ(CodeOf(query(buffer.data(), needed, &needed)), 0u);
-    return *reinterpret_cast<const Config*>(buffer.data());
-}
-
-std::wstring DescriptionOf(const OwnedService& service) {
-    std::vector<BYTE> buffer;
-    const auto& info = Ask<SERVICE_DESCRIPTIONW>(buffer, [&](BYTE* place, DWORD size, DWORD* needed) {
-        return QueryServiceConfig2W(service.get(), SERVICE_CONFIG_DESCRIPTION, place, size, needed);
-    });
-    return info.lpDescription ? info.lpDescription : L"";
-}
-
-TEST_F(Services, KeepTheirRecord) {
-    wchar_t text[] = L"watches \u00E4\u4E2D";
-    SERVICE_DESCRIPTIONW description{text};
-    const std::wstring shown = m_record.name + L" as it is shown";
-    {
-        const OwnedService service = Create(m_record);
-        ASSERT_TRUE(service);
-        EXPECT_TRUE(ChangeServiceConfig2W(service.get(), SERVICE_CONFIG_DESCRIPTION, &description));
-        EXPECT_TRUE(ChangeServiceConfigW(service.get(), SERVICE_NO_CHANGE, SERVICE_DISABLED,
-                                         SERVICE_NO_CHANGE, nullptr, nullptr, nullptr, nullptr, nullptr,
-                                         nullptr, shown.c_str()))
-            << GetLastError();
-    }
-    const OwnedService service = OpenNamed(m_record.name);
-    ASSERT_TRUE(service) << GetLastError();
-    std::vector<BYTE> buffer;
-    const auto& config = Ask<QUERY_SERVICE_CONFIGW>(buffer, [&](BYTE* place, DWORD size, DWORD* needed) {
-        return QueryServiceConfigW(service.get(), reinterpret_cast<QUERY_SERVICE_CONFIGW*>(place), size,
-                                   needed);
-    });
-    EXPECT_EQ(config.dwServiceType, DWORD{SERVICE_WIN32_OWN_PROCESS});
-    EXPECT_EQ(config.dwStartType, DWORD{SERVICE_DISABLED});
-    EXPECT_EQ(config.dwErrorControl, DWORD{SERVICE_ERROR_NORMAL});
-    EXPECT_EQ(config.lpBinaryPathName, m_record.commandLine);
-    EXPECT_EQ(config.lpDisplayName, shown);
-    EXPECT_STREQ(config.lpServiceStartName, L"LocalSystem");
-    EXPECT_EQ(DescriptionOf(service), text);
-    EXPECT_EQ(Start(service), DWORD{ERROR_SERVICE_DISABLED});
-}
-
 TEST_F(Services, AreFoundByTheirNames) {
     const OwnedService service = Create(m_record);
     const OwnedService manager = OpenManager();
@@ -106,40 +59,6 @@ TEST_F(Services, AreFoundByTheirNames) {
     if (OnWine()) return;  // finds no service by a display name that it was not given
     EXPECT_TRUE(GetServiceKeyNameW(manager.get(), m_record.name.c_str(), name, &size));
     EXPECT_EQ(name, m_record.name);
-}
-
-TEST_F(Services, RunAndStop) {
-    const OwnedService service = CreateAndStart();
-    const SERVICE_STATUS_PROCESS running = StatusOf(service);
-    EXPECT_NE(running.dwProcessId, 0u);
-    EXPECT_NE(running.dwProcessId, GetCurrentProcessId());
-    EXPECT_TRUE(running.dwControlsAccepted & SERVICE_ACCEPT_STOP);
-    EXPECT_EQ(Start(service), DWORD{ERROR_SERVICE_ALREADY_RUNNING});
-    EXPECT_EQ(StopAndWait(service), 0u);
-    EXPECT_EQ(StatusOf(service).dwWin32ExitCode, 0u);
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_STOP), DWORD{ERROR_SERVICE_NOT_ACTIVE});
-    EXPECT_EQ(StartAndWait(service), 0u) << "once more";
-}
-
-TEST_F(Services, StopWhereTheirProgramEndsInTheStart) {
-    for (const wchar_t* role : {L"misbehaving exits-in-start", L"no-such-role"}) {
-        ServiceRecord record{.name = NewName()};
-        record.commandLine = ServiceRecord::ProgramInRole(role);
-        const OwnedService service = Create(record);
-        Start(service);
-        EXPECT_NE(WaitFor(service, SERVICE_STOPPED).dwWin32ExitCode, 0u) << record.commandLine;
-        EXPECT_TRUE(DeleteService(service.get()));
-    }
-}
-
-TEST_F(Services, ArePausedAndContinued) {
-    const OwnedService service = CreateAndStart();
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
-    EXPECT_EQ(StateOf(service), DWORD{SERVICE_PAUSED});
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), 0u);
-    EXPECT_EQ(StateOf(service), DWORD{SERVICE_RUNNING});
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_INTERROGATE), 0u);
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_PARAMCHANGE), 0u);
 }
 
 TEST_F(Services, GetTheArgumentsOfTheirStart) {

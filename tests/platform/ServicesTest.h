@@ -2,6 +2,7 @@
 #pragma once
 
 #include "PlatformTest.h"
+#include "support/Eventually.h"
 #include "support/Role.h"
 
 #include <memory>
@@ -76,11 +77,9 @@ constexpr ULONGLONG ServiceLimitMs = 20'000;
 // Waits until the service's status fulfils a condition, and returns it; the last one when it never does.
 template <class Condition>
 SERVICE_STATUS_PROCESS WaitUntil(const OwnedService& service, Condition condition) {
-    const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
-    for (;; Sleep(2)) {
-        const SERVICE_STATUS_PROCESS status = StatusOf(service);
-        if (condition(status) || GetTickCount64() > end) return status;
-    }
+    SERVICE_STATUS_PROCESS status{};
+    EXPECT_TRUE(Eventually([&] { return condition(status = StatusOf(service)); }));
+    return status;
 }
 inline SERVICE_STATUS_PROCESS WaitFor(const OwnedService& service, DWORD state) {
     const SERVICE_STATUS_PROCESS status =

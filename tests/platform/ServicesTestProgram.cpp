@@ -1,9 +1,11 @@
 #include "ServicesTestProgram.h"
 
+#include "support/Eventually.h"
 #include "support/Role.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <string_view>
 
@@ -32,6 +34,11 @@ struct TestService {
         SetServiceStatus(handle, &status);
     }
 };
+
+std::filesystem::path PathOfStopFile() {
+    const char* const root = std::getenv("TQLIB_ROOT");
+    return std::filesystem::path(root ? root : "") / StopFile;
+}
 
 DWORD Handle(DWORD control, DWORD, void*, void* context) {
     auto& service = *static_cast<TestService*>(context);
@@ -62,14 +69,13 @@ DWORD Handle(DWORD control, DWORD, void*, void* context) {
             service.exitCode = FailureCode;
             SetEvent(service.stop);
             return 0;
-        case StopSoonControl: {
+        case StopByFileControl: {
             service.exitCode = FailureCode;
-            const auto stopSoon = [](void* stopped) -> DWORD {
-                Sleep(StopSoonMs);
-                SetEvent(static_cast<TestService*>(stopped)->stop);
-                return 0;
+            const auto stopByFile = [](void* stopped) -> DWORD {
+                return Eventually([] { return std::filesystem::exists(PathOfStopFile()); }) &&
+                       SetEvent(static_cast<TestService*>(stopped)->stop);
             };
-            CloseHandle(CreateThread(nullptr, 0, stopSoon, &service, 0, nullptr));
+            CloseHandle(CreateThread(nullptr, 0, stopByFile, &service, 0, nullptr));
             return 0;
         }
         default:
@@ -80,7 +86,6 @@ DWORD Handle(DWORD control, DWORD, void*, void* context) {
 void Main(DWORD count, wchar_t** arguments) {
     auto& service = *std::make_unique<TestService>().release();  // handlers are called until the process ends
     const std::wstring_view word = count > 1 ? arguments[1] : L"";
-    if (word == CrashAtOnce) std::_Exit(3);
     service.handle = RegisterServiceCtrlHandlerExW(arguments[0], Handle, &service);
     if (!service.handle) std::_Exit(4);
     if (word == CountArguments) return service.Report(SERVICE_STOPPED, count);
@@ -93,6 +98,7 @@ void Main(DWORD count, wchar_t** arguments) {
     service.Report(SERVICE_RUNNING);
     WaitForSingleObject(service.stop, INFINITE);
     service.Report(SERVICE_STOPPED);
+    if (service.exitCode == FailureCode) std::filesystem::remove(PathOfStopFile());
 }
 
 // The services are those that the role's arguments name, or one of any name.

@@ -9,16 +9,17 @@
 namespace Quellan::Corvel::Test {
 
 // Controls.
-constexpr DWORD CrashControl = 128;     // ends the process
-constexpr DWORD RefuseControl = 129;    // the handler returns RefusalCode
-constexpr DWORD SlowControl = 130;      // the handler takes SlowControlMs
-constexpr DWORD FailControl = 131;      // reports that it stopped, with FailureCode
-constexpr DWORD StopSoonControl = 132;  // stops by itself StopSoonMs later, with FailureCode
+constexpr DWORD CrashControl = 128;   // ends the process
+constexpr DWORD RefuseControl = 129;  // the handler returns RefusalCode
+constexpr DWORD SlowControl = 130;    // the handler takes SlowControlMs
+constexpr DWORD FailControl = 131;    // reports that it stopped, with FailureCode
+// Stops by itself, with FailureCode, when the file is there, which goes when it has reported.
+constexpr DWORD StopByFileControl = 132;
+constexpr const char* StopFile = "stop";  // below TQLIB_ROOT
 
 constexpr DWORD RefusalCode = 4321;
 constexpr DWORD FailureCode = 1234;
 constexpr DWORD SlowControlMs = 5500;
-constexpr DWORD StopSoonMs = 300;
 
 // The wait hint of services that misbehave.
 constexpr DWORD ShortHintMs = 100;
@@ -26,7 +27,6 @@ constexpr DWORD ShortHintMs = 100;
 // The first start argument.
 constexpr const wchar_t* CountArguments = L"count";  // stops with their number as its own exit code
 constexpr const wchar_t* StartSlowly = L"slowly";    // four check points on the way
-constexpr const wchar_t* CrashAtOnce = L"crash";
 constexpr DWORD SlowSteps = 4;
 constexpr DWORD SlowStepMs = 40;
 

@@ -26,15 +26,6 @@ bool IsAlive(DWORD process) {
     return kill(static_cast<pid_t>(process), 0) == 0;
 }
 
-// Waits for something that happens outside of the services' states.
-template <class Condition>
-bool Eventually(Condition condition) {
-    const ULONGLONG end = GetTickCount64() + ServiceLimitMs;
-    while (!condition() && GetTickCount64() < end)
-        Sleep(2);
-    return condition();
-}
-
 class ServiceManagement : public testing::Test {
   protected:
     explicit ServiceManagement(std::vector<std::string> options = {"--delay", "200"})
@@ -265,8 +256,6 @@ TEST_F(ServiceManagement, ChecksRecords) {
     EXPECT_EQ(codeOf({.name = L"SHOWN"}), ERROR_DUPLICATE_SERVICE_NAME);
 }
 
-// Dependencies.
-
 TEST_F(ServiceManagement, StartsDependenciesFirstAndStopsThemLast) {
     const OwnedService a = Add(L"A"), b = Add(L"B", L"a\0"), c = Add(L"C", std::wstring(L"B\0A\0", 4));
     EXPECT_EQ(StartAndWait(c), 0u);
@@ -292,8 +281,6 @@ TEST_F(ServiceManagement, RefusesCirclesOfDependencies) {
     EXPECT_EQ(Start(a), ERROR_SERVICE_DEPENDENCY_FAIL) << "what B needs is missing";
     EXPECT_EQ(Start(b), ERROR_SERVICE_DEPENDENCY_DELETED);
 }
-
-// Several services in one process.
 
 TEST_F(ServiceManagement, RunsServicesOfOneProgramInOneProcess) {
     ServiceRecord record{.name = L"one", .type = SERVICE_WIN32_SHARE_PROCESS};
@@ -326,16 +313,12 @@ TEST_F(ServiceManagement, StartsAServiceOnceThatStopsAtOnce) {
     }
 }
 
-// Controls.
-
 TEST_F(ServiceManagement, GivesTheHandlersAnswerToWhoAsked) {
     const OwnedService service = Add(L"A");
     EXPECT_EQ(StartAndWait(service), 0u);
     EXPECT_EQ(Control(service, RefuseControl), RefusalCode);
     EXPECT_EQ(Control(service, 200), ERROR_CALL_NOT_IMPLEMENTED);
 }
-
-// Failures.
 
 TEST_F(ServiceManagement, SaysThatAServiceEndedWithoutAReport) {
     const OwnedService service = Add(L"A");
@@ -412,8 +395,6 @@ TEST_F(ServiceManagement, ActsOnExitCodesOnlyWhenItIsTold) {
     EXPECT_EQ(StateOf(service), SERVICE_RUNNING);
 }
 
-// The manager's beginning and end.
-
 TEST_F(ServiceManagement, StartsServicesAtItsOwnStart) {
     ServiceRecord record{.name = L"A", .start = SERVICE_AUTO_START};
     record.dependencies = L"B";
@@ -446,34 +427,19 @@ TEST_F(ServiceManagement, IsTheOnlyOneAtItsSocket) {
     EXPECT_TRUE(OpenManager()) << "the first still serves";
 }
 
-// A manager that is killed.
-
-TEST_F(ServiceManagement, FindsServicesAgainThatRanOnWithoutAManager) {
-    OwnedService service = Add(L"A");
-    EXPECT_EQ(StartAndWait(service), 0u);
-    const DWORD process = ProcessOf(service);
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
-    m_manager.Kill();
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), RPC_S_SERVER_UNAVAILABLE);
-    m_manager.Start();
-    service = OpenNamed(L"A");
-    EXPECT_EQ(StateOf(service), SERVICE_PAUSED);
-    EXPECT_EQ(ProcessOf(service), process);
-    EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), 0u);
-    EXPECT_EQ(StopAndWait(service), 0u);
-}
-
 TEST_F(ServiceManagement, HearsHowAServiceEndedMeanwhile) {
     OwnedService reporting = Add(L"A"), killed = Add(L"B"), restarted = Add(L"C");
     ASSERT_TRUE(SetActions(restarted, {{SC_ACTION_RESTART, 0}}));
     for (const OwnedService* service : {&reporting, &killed, &restarted})
         EXPECT_EQ(StartAndWait(*service), 0u);
-    EXPECT_EQ(Control(reporting, StopSoonControl), 0u);
+    EXPECT_EQ(Control(reporting, StopByFileControl), 0u);
     const DWORD processes[] = {ProcessOf(killed), ProcessOf(restarted)};
     m_manager.Kill();
     for (const DWORD process : processes)
         kill(static_cast<pid_t>(process), SIGKILL);
-    Sleep(2 * StopSoonMs);  // until it has reported, to nobody
+    const std::string stop = m_manager.Folder() + "root/" + StopFile;
+    std::ofstream(stop).put('x');
+    EXPECT_TRUE(Eventually([&] { return !std::filesystem::exists(stop); })) << "reported, to nobody";
     m_manager.Start();
     EXPECT_EQ(StatusOf(OpenNamed(L"A")).dwWin32ExitCode, FailureCode);
     EXPECT_EQ(StatusOf(OpenNamed(L"B")).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
@@ -597,6 +563,7 @@ TEST_F(ServiceManagement, FindsServicesAgainThatTheJournalHasLost) {
         void (*how)(const std::string& path);
     };
     const Damage damages[] = {
+        {"nothing", [](const std::string&) {}},
         {"one that is older", [](const std::string& file) { std::filesystem::rename(file + ".old", file); }},
         {"a byte of its beginning", [](const std::string& file) { std::fstream(file).seekp(4).put('\xFF'); }},
         {"all after its beginning", [](const std::string& file) { std::filesystem::resize_file(file, 60); }},
@@ -604,11 +571,14 @@ TEST_F(ServiceManagement, FindsServicesAgainThatTheJournalHasLost) {
     for (const Damage& damage : damages) {
         SCOPED_TRACE(damage.name);
         m_manager.Kill();
+        EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), RPC_S_SERVER_UNAVAILABLE);
         damage.how(path);
         m_manager.Start();
         service = OpenNamed(L"A");
         EXPECT_EQ(StateOf(service), SERVICE_PAUSED);
         EXPECT_EQ(ProcessOf(service), process);
+        EXPECT_EQ(Control(service, SERVICE_CONTROL_CONTINUE), 0u);
+        EXPECT_EQ(Control(service, SERVICE_CONTROL_PAUSE), 0u);
     }
     // One that does not answer is not waited for. It is the one to end when it does.
     m_manager.Kill();
@@ -682,8 +652,6 @@ TEST_F(ServiceManagement, RestartsAServiceEverLaterThatAlwaysFails) {
     ASSERT_GE(times.size(), 9u);
     EXPECT_GE(times[8] - times[5], 1390u);
 }
-
-// Who may do what.
 
 const Role g_stranger("stranger", [](const RoleArguments&) {
     if (setgid(65'534) != 0 || setuid(65'534) != 0) return 1;

@@ -2,9 +2,11 @@
 #pragma once
 
 #include "platform/PlatformTest.h"
+#include "support/DataLines.h"
 
 #include <cstddef>
 #include <cstring>
+#include <sstream>
 #include <vector>
 
 namespace Quellan::Corvel::Test {
@@ -41,6 +43,28 @@ class Sid {
     std::vector<std::byte> m_bytes;
     DWORD m_code = 0;
 };
+
+// A row of WellKnownSids.txt.
+struct PublishedSid {
+    WELL_KNOWN_SID_TYPE type;
+    std::wstring text;    // of one of a domain, what follows that
+    std::string classes;  // each between blanks
+
+    bool Is(const char* name) const { return classes.find(' ' + std::string(name) + ' ') != classes.npos; }
+};
+
+inline std::vector<PublishedSid> PublishedSids(bool ofDomain) {
+    std::vector<PublishedSid> published;
+    for (const std::string& line : DataLines("WellKnownSids.txt")) {
+        std::istringstream words(line);
+        int type;
+        std::string text, classes;
+        std::getline(words >> type >> text, classes);
+        if ((text[0] == '-') == ofDomain)
+            published.push_back({static_cast<WELL_KNOWN_SID_TYPE>(type), Wide(text), classes + ' '});
+    }
+    return published;
+}
 
 inline std::wstring WellKnownText(WELL_KNOWN_SID_TYPE type, PSID domain = nullptr) {
     std::byte sid[SECURITY_MAX_SID_SIZE];

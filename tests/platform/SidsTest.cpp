@@ -1,5 +1,4 @@
 #include "platform/SidTexts.h"
-#include "support/DataLines.h"
 
 #include <array>
 
@@ -16,27 +15,6 @@ std::vector<BYTE> Block(std::initializer_list<int> bytes) {
     for (const int value : bytes)
         block.push_back(static_cast<BYTE>(value));
     return block;
-}
-
-struct WellKnown {
-    int type;
-    std::wstring text;
-};
-
-// The published identifiers, or those of a domain by what follows it.
-std::vector<WellKnown> Published(bool ofDomain) {
-    std::vector<WellKnown> published;
-    for (const std::string& line : DataLines("WellKnownSids.txt")) {
-        const std::size_t text = line.find(' ') + 1;
-        if ((line[text] == '-') == ofDomain)
-            published.push_back(
-                {std::stoi(line), std::wstring(line.begin() + static_cast<int>(text), line.end())});
-    }
-    return published;
-}
-
-WELL_KNOWN_SID_TYPE TypeOf(const WellKnown& known) {
-    return static_cast<WELL_KNOWN_SID_TYPE>(known.type);
 }
 
 // Wine knows fewer than half of the published types and calls the others invalid.
@@ -193,8 +171,8 @@ TEST(Sids, AreNotReadFromGarbageOrWithNumbersOutOfRange) {
 }
 
 TEST(WellKnownSids, AreThePublishedOnes) {
-    for (const WellKnown& known : Published(false)) {
-        const std::wstring made = WellKnownText(TypeOf(known));
+    for (const PublishedSid& known : PublishedSids(false)) {
+        const std::wstring made = WellKnownText(known.type);
         if (IsMissingInWine(made)) continue;
         EXPECT_EQ(made, known.text) << known.type;
     }
@@ -202,22 +180,22 @@ TEST(WellKnownSids, AreThePublishedOnes) {
 
 TEST(WellKnownSids, FollowTheirDomain) {
     Sid domain(SomeDomain.c_str());
-    for (const WellKnown& known : Published(true)) {
-        const std::wstring made = WellKnownText(TypeOf(known), domain.Get());
+    for (const PublishedSid& known : PublishedSids(true)) {
+        const std::wstring made = WellKnownText(known.type, domain.Get());
         if (IsMissingInWine(made)) continue;
         EXPECT_EQ(made, SomeDomain + known.text) << known.type;
     }
 }
 
 TEST(WellKnownSids, AreRecognisedByTheirOwnTypeAlone) {
-    const std::vector<WellKnown> published = Published(false);
-    for (const WellKnown& known : published) {
+    const std::vector<PublishedSid> published = PublishedSids(false);
+    for (const PublishedSid& known : published) {
         std::byte sid[SECURITY_MAX_SID_SIZE];
         DWORD size = sizeof sid;
-        if (!CreateWellKnownSid(TypeOf(known), nullptr, sid, &size)) continue;
-        for (const WellKnown& other : published)
-            EXPECT_EQ(IsWellKnownSid(sid, TypeOf(other)) != FALSE,
-                      known.text == other.text && !IsMissingInWine(WellKnownText(TypeOf(other))))
+        if (!CreateWellKnownSid(known.type, nullptr, sid, &size)) continue;
+        for (const PublishedSid& other : published)
+            EXPECT_EQ(IsWellKnownSid(sid, other.type) != FALSE,
+                      known.text == other.text && !IsMissingInWine(WellKnownText(other.type)))
                 << known.type << " as " << other.type;
     }
 }

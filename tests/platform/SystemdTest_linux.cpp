@@ -115,17 +115,6 @@ TEST_F(Systemd, HearsFromTheWatchdogOnlyWhileHandlersAnswer) {
     EXPECT_FALSE(Read(2 * LimitMs));
 }
 
-TEST_F(Systemd, GivesTheTimeThatAServiceAsksFor) {
-    if (!ChildProcess::CanInterrupt()) GTEST_SKIP() << "signals from outside come late";
-    Listen(std::filesystem::path(m_folder.Path()).string() + "/notify");
-    Start("slow");
-    ReadTo("READY=1");
-    Signal(SIGTERM);
-    ReadTo("EXTEND_TIMEOUT_USEC=7000000");
-    m_process->CloseInput();
-    EXPECT_EQ(m_process->ExitCode(), 0);
-}
-
 // One service hangs in its start, until its input ends; the other has much to say meanwhile.
 constexpr int SystemdReports = 20;
 void Hang(DWORD, wchar_t** arguments) {

@@ -1,19 +1,8 @@
 #include "TQLib/platform/Win32.h"
 #include "WaitObjects.h"
 
-#include <memory>
-
 namespace Quellan::Corvel::Test {
 namespace {
-
-TEST(Waits, TakeTheLowestSignalledObject) {
-    const Owned none = AutoEvent();
-    const Owned first = AutoEvent(true);
-    const Owned second = AutoEvent(true);
-    EXPECT_EQ(WaitAny({none, first, second}), WAIT_OBJECT_0 + 1);
-    EXPECT_EQ(WaitAny({none, first, second}), WAIT_OBJECT_0 + 2);
-    EXPECT_EQ(WaitAny({none, first, second}), DWORD{WAIT_TIMEOUT});
-}
 
 TEST(Waits, ForSixtyFourObjectsFindTheLast) {
     std::vector<Owned> events;
@@ -26,18 +15,6 @@ TEST(Waits, ForSixtyFourObjectsFindTheLast) {
     for (const HANDLE handle : handles)
         SetEvent(handle);
     EXPECT_EQ(WaitAll(handles), WAIT_OBJECT_0);
-}
-
-TEST(Waits, ForAllTakeNothingBeforeAllAreSignalled) {
-    const Owned event = AutoEvent(true);
-    const Owned semaphore = Semaphore(1);
-    const Owned missing = AutoEvent();
-    EXPECT_EQ(WaitAll({event, semaphore, missing}), DWORD{WAIT_TIMEOUT});
-    EXPECT_EQ(WaitAll({event, semaphore, missing}, 1), DWORD{WAIT_TIMEOUT});
-    SetEvent(missing);
-    EXPECT_EQ(WaitAll({event, semaphore, missing}), WAIT_OBJECT_0);
-    for (const HANDLE taken : {HANDLE(event), HANDLE(semaphore), HANDLE(missing)})
-        EXPECT_EQ(Poll(taken), DWORD{WAIT_TIMEOUT});
 }
 
 TEST(Waits, RefuseWrongCountsAndHandles) {
@@ -66,21 +43,6 @@ TEST(Waits, EndNoSoonerThanTheirTime) {
         EXPECT_EQ(WaitAll({never, neither}, ms), DWORD{WAIT_TIMEOUT});
         EXPECT_GE(GetTickCount64() - begin + TickMs, 3 * ms);
     }
-}
-
-TEST(Events, StayAsTheirKindSays) {
-    const Owned manual = ManualEvent(true);
-    EXPECT_EQ(Poll(manual), WAIT_OBJECT_0);
-    EXPECT_EQ(Poll(manual), WAIT_OBJECT_0);
-    ResetEvent(manual);
-    EXPECT_EQ(Poll(manual), DWORD{WAIT_TIMEOUT});
-
-    const Owned automatic = AutoEvent();
-    EXPECT_EQ(Poll(automatic), DWORD{WAIT_TIMEOUT});
-    SetEvent(automatic);
-    SetEvent(automatic);  // once set it cannot be set once more
-    EXPECT_EQ(Poll(automatic), WAIT_OBJECT_0);
-    EXPECT_EQ(Poll(automatic), DWORD{WAIT_TIMEOUT});
 }
 
 TEST(Mutexes, AreTakenAgainByTheirOwner) {

@@ -1,9 +1,6 @@
 #include "TQLib/platform/Win32.h"
 #include "TQLib/security/SecAttr.h"
 #include "security/Identifiers.h"
-#include "support/FailCall.h"
-
-#include <cstring>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -137,12 +134,6 @@ TEST(SecurityDescriptors, ThatAreNoneAreRefused) {
     EXPECT_EQ(ThrownCode([&] { SecDesc(static_cast<const void*>(nonsense)); }),
               DWORD{ERROR_INVALID_SECURITY_DESCR});
     EXPECT_FALSE(SecDesc() == static_cast<const void*>(nonsense));
-}
-
-TEST(SecurityDescriptors, AreUnchangedWhereMemoryIsMissing) {
-    SecDesc descriptor = SecDesc().SetOwner(Users());
-    const SecDesc before = descriptor, other = ExampleDescriptor();
-    SweepAllocations([&] { descriptor = other; }, [&] { EXPECT_EQ(descriptor, before); });
 }
 
 TEST(SecurityAttributes, ShowThePlatformsStructure) {

@@ -1,7 +1,6 @@
 #include "TQLib/security/SecIDAttrArray.h"
 #include "TQLib/security/SecPrivilegeSet.h"
 #include "security/Identifiers.h"
-#include "support/FailCall.h"
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -40,16 +39,6 @@ TEST(SecIDArrays, HoldWhatIsAdded) {
     EXPECT_EQ(ThrownCode([&] { ids[2]; }), DWORD{ERROR_INVALID_INDEX});
     ids.Clear();
     EXPECT_TRUE(ids.IsEmpty());
-}
-
-TEST(SecIDArrays, StayAsTheyWereWithoutMemory) {
-    const SecIDArray other = {Id(L"S-1-1-0"), Id(L"S-1-5-18")};
-    SecIDArray ids = {Id(L"S-1-1-1")};
-    SecID more = Id(L"S-1-5-19");
-    const auto isUnchanged = [&] { EXPECT_EQ(ids, (SecIDArray{Id(L"S-1-1-1")})); };
-    SweepAllocations([&] { ids.Add(more); }, isUnchanged);
-    ids = {Id(L"S-1-1-1")};
-    SweepAllocations([&] { ids = other; }, isUnchanged);
 }
 
 TEST(SecIDAttrArrays, FindIdentifiers) {

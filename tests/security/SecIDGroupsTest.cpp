@@ -64,20 +64,7 @@ TEST(Rights, AreNoneWhereNoneWereGiven) {
     EXPECT_TRUE(Id(L"S-1-5-21-1-2-3-4").PrivilegesHeld().IsEmpty());
 }
 
-TEST(Rights, ThatCannotBeReadAreAFailure) {
-    constexpr DWORD AccessDenied = 0xC0000022;  // the status of the code thrown
-    for (const char* call : {"LsaOpenPolicy", "LsaEnumerateAccountRights"}) {
-        const FailCall fail(call, ERROR_ACCESS_DENIED, 1, AccessDenied);
-        EXPECT_EQ(ThrownCode([] { Id(L"S-1-5-18").PrivilegesHeld(); }), DWORD{ERROR_ACCESS_DENIED}) << call;
-    }
-}
-
 TEST(Disabled, IsAskedOfUsersAlone) {
-    const SecID user = TQSysProc::CurrentUser();
-    {
-        const FailCall fail("NetUserGetInfo", ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
-        EXPECT_EQ(ThrownCode([&] { user.IsAccountDisabled(); }), DWORD{ERROR_ACCESS_DENIED});
-    }
     EXPECT_EQ(ThrownCode([] { Id(L"S-1-5-32-544").IsAccountDisabled(); }), DWORD{NERR_UserNotFound});
     EXPECT_EQ(ThrownCode([] { Id(L"S-1-5-21-1-2-3-4").IsAccountDisabled(); }), DWORD{ERROR_NONE_MAPPED});
 }

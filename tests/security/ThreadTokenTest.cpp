@@ -36,12 +36,6 @@ TEST_F(ThreadTokens, AreTakenUpAgainWhenTheWorkThrows) {
     EXPECT_TRUE(TQThread::ThreadHasToken());
 }
 
-TEST_F(ThreadTokens, ThatCannotBeTakenUpAreAFailure) {
-    const FailCall fail("SetThreadToken", ERROR_ACCESS_DENIED);
-    EXPECT_EQ(ThrownText([&] { m_id.Name(); }), NotTakenUp);
-    EXPECT_FALSE(TQThread::ThreadHasToken());
-}
-
 TEST_F(ThreadTokens, ThatCannotBeTakenUpKeepTheFailureOfTheWork) {
     const FailCall noWork("LookupAccountSidW", RPC_S_SERVER_UNAVAILABLE);
     const FailCall noToken("SetThreadToken", ERROR_ACCESS_DENIED);

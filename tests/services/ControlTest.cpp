@@ -121,22 +121,6 @@ TEST_P(EachState, AnswersEveryOtherControl) {
 INSTANTIATE_TEST_SUITE_P(All, EachState, testing::ValuesIn(Rows),
                          [](const auto& each) { return "State" + std::to_string(each.param.state); });
 
-TEST(ControlHandler, PassesTheEightControlsToTheServiceAlone) {
-    Running running(S::Running);
-    std::vector<DWORD> passed;
-    running.service.request = [&](DWORD control) {
-        passed.push_back(control);
-        return control != C::Pause;
-    };
-    for (DWORD control = 0; control <= 300; ++control) {
-        const DWORD result = running.manager.Call(Name, control);
-        const bool isDone = result == Done;
-        EXPECT_EQ(isDone, control == 4 || (control != C::Pause && passed.size() && passed.back() == control))
-            << control;
-    }
-    EXPECT_EQ(passed, (std::vector<DWORD>{1, 2, 3, 5, 6, 12, 13, 14}));
-}
-
 TEST(ControlHandler, TakesAnExceptionForARequestThatFailed) {
     Running running(S::Running);
     running.service.request = [](DWORD) -> bool { throw TQException(5u, L"request"); };
@@ -144,36 +128,31 @@ TEST(ControlHandler, TakesAnExceptionForARequestThatFailed) {
     EXPECT_EQ(running.service.CurrentState(), S::Running);
 }
 
-TEST(ControlHandler, PassesEventsWithWhatIsSaidOfThem) {
-    Running running(S::Running);
-    std::vector<DWORD> passed;
-    int data = 0;
-    running.service.event = [&](DWORD control, DWORD eventType, const void* eventData) {
-        EXPECT_EQ(eventType, control + 100);
-        EXPECT_EQ(eventData, &data);
-        passed.push_back(control);
-        return control != C::PowerEvent;
-    };
-    for (DWORD control = 0; control <= 300; ++control) {
-        if (control == C::Stop || control == C::Shutdown) continue;
-        const DWORD result = running.manager.Call(Name, control, control + 100, &data);
-        if (!passed.empty() && passed.back() == control) {
-            EXPECT_EQ(result, control == C::PowerEvent ? NotDone : Done);
-        }
+// Events are requests where the service has nothing to say to them.
+TEST(ControlHandler, PassesEachControlToTheFunctionThatItIsFor) {
+    for (const bool hasEvents : {false, true}) {
+        Running running(S::Running);
+        std::vector<DWORD> requests, events, own;
+        int data = 0;
+        running.service.request = [&](DWORD control) {
+            return requests.push_back(control), control != C::Pause;
+        };
+        running.service.own = [&](DWORD control) { return own.push_back(control), control != 200; };
+        if (hasEvents)
+            running.service.event = [&](DWORD control, DWORD eventType, const void* eventData) {
+                EXPECT_EQ(eventType, control + 100);
+                EXPECT_EQ(eventData, &data);
+                return events.push_back(control), control != C::PowerEvent;
+            };
+        std::vector<DWORD> done;
+        for (DWORD control = 0; control <= 300; ++control)
+            if (running.manager.Call(Name, control, control + 100, &data) == Done) done.push_back(control);
+        using Controls = std::vector<DWORD>;
+        EXPECT_EQ(requests, hasEvents ? (Controls{1, 2, 3, 5, 6}) : (Controls{1, 2, 3, 5, 6, 12, 13, 14}));
+        EXPECT_EQ(events, hasEvents ? (Controls{12, 13, 14}) : Controls());
+        EXPECT_EQ(own.size(), 128u);
+        const std::size_t known = std::erase_if(done, [](DWORD control) { return control < 128; });
+        EXPECT_EQ(known, hasEvents ? 7u : 8u) << "with the one that interrogates";
+        EXPECT_EQ(done.size(), 127u);
     }
-    EXPECT_EQ(passed, (std::vector<DWORD>{12, 13, 14}));
-}
-
-TEST(ControlHandler, PassesTheControlsOfTheApplicationAlone) {
-    Running running(S::Running);
-    std::vector<DWORD> passed;
-    running.service.own = [&](DWORD control) { return passed.push_back(control), control != 200; };
-    for (DWORD control = 0; control <= 300; ++control) {
-        if (control == C::Stop || control == C::Shutdown) continue;
-        const DWORD result = running.manager.Call(Name, control);
-        if (control >= 128) {
-            EXPECT_EQ(result, control <= 255 && control != 200 ? Done : NotDone) << control;
-        }
-    }
-    EXPECT_EQ(passed.size(), 128u);
 }

@@ -8,7 +8,6 @@
 // and is not started again, or with its input, at which it stops the unit: 0 where that ended well, else 1; 2
 // for a unit that it does not understand.
 #include <algorithm>
-#include <cctype>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
@@ -17,9 +16,11 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <fstream>
+#include <iomanip>
 #include <map>
 #include <optional>
 #include <poll.h>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <sys/prctl.h>
@@ -88,37 +89,14 @@ class Unit {
         }
         return microseconds(static_cast<std::int64_t>(NumberIn(text) * unit));
     }
-    // The words of the command line, without quotation marks, escapes, specifiers and variables.
+    // The words of the command line, without quotation marks; of escapes and the like the units have none.
     std::vector<std::string> Command() const {
-        const std::string line = Value("ExecStart");
+        std::istringstream line(Value("ExecStart"));
         std::vector<std::string> words;
-        bool isQuoted = false, isWord = false;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            char c = line[i];
-            if (c == ' ' && !isQuoted) {
-                isWord = false;
-                continue;
-            }
-            if (!isWord) words.emplace_back();
-            isWord = true;
-            if (c == '"') {
-                isQuoted = !isQuoted;
-                continue;
-            }
-            if (c == '\\') {
-                c = line.at(++i);
-                if (c == 'x') {
-                    c = static_cast<char>(std::stoi(line.substr(i + 1, 2), nullptr, 16));
-                    i += 2;
-                } else if (c != '"' && c != '\\') {
-                    throw std::invalid_argument("an escape that there is not: " + line);
-                }
-            } else if (c == '%' || (c == '$' && words.size() > 1)) {
-                if (line.at(++i) != c) throw std::invalid_argument("a specifier or variable: " + line);
-            }
-            words.back() += c;
-        }
-        if (isQuoted || words.empty()) throw std::invalid_argument("no command: " + line);
+        for (std::string word; line >> std::quoted(word, '"', '\0');)
+            words.push_back(word);
+        if (words.empty() || Value("ExecStart").find_first_of("\\%$") != std::string::npos)
+            throw std::invalid_argument("no command that is understood: " + Value("ExecStart"));
         return words;
     }
 

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <functional>
 #include <gtest/gtest.h>
-#include <utility>
 
 namespace Quellan::Corvel::Test {
 
@@ -19,7 +18,6 @@ class TestProcessor : public TQSvcProcessor {
     std::function<void()> prepare, pause, resume, finish;
     std::function<unsigned int(TestProcessor&)> process;
 
-    using TQSvcProcessor::ReportProgress;
     using TQSvcProcessor::RequestTime;
     using TQSvcProcessor::SetCtrlAllow;
     using TQSvcProcessor::SetState;

@@ -2,6 +2,8 @@
 #include "support/ChildProcess.h"
 
 #include <array>
+#include <cstdlib>
+#include <fstream>
 #include <gtest/gtest.h>
 #include <utility>
 
@@ -19,6 +21,15 @@ struct Pipe {
         EXPECT_TRUE(SetHandleInformation(this->*own, HANDLE_FLAG_INHERIT, 0)) << GetLastError();
     }
 };
+
+// Wine says so when its new process has died before the program began, which happens now and then. The script
+// that ends it counts how often.
+bool CanRetry(const std::string& program) {
+    const char* const prefix = std::getenv("WINEPREFIX");
+    if (GetLastError() != ERROR_INTERNAL_ERROR || !prefix) return false;
+    std::ofstream("Z:" + std::string(prefix) + "/retries", std::ios::app) << program << '\n';
+    return true;
+}
 
 void Close(HANDLE& handle) {
     if (handle) CloseHandle(std::exchange(handle, nullptr));
@@ -54,8 +65,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
             return CreateProcessA(path.c_str(), line.data(), nullptr, nullptr, inherits, flags, nullptr,
                                   nullptr, &startup, &started);
         };
-        // Wine says that when its new process has died before the program began, which happens now and then.
-        EXPECT_TRUE(create() || (GetLastError() == ERROR_INTERNAL_ERROR && create())) << GetLastError();
+        EXPECT_TRUE(create() || (CanRetry(path) && create())) << GetLastError();
     };
     if (files == Files::Piped) {
         Pipe input(&Pipe::write), output(&Pipe::read);

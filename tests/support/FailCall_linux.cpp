@@ -85,64 +85,29 @@ using Quellan::Corvel::Test::AllocateAligned;
 using Quellan::Corvel::Test::Free;
 using Quellan::Corvel::Test::OrThrow;
 
-void* operator new(std::size_t bytes) {
-    return OrThrow(Allocate(bytes));
-}
-void* operator new[](std::size_t bytes) {
-    return OrThrow(Allocate(bytes));
-}
-void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
-    return Allocate(bytes);
-}
-void* operator new[](std::size_t bytes, const std::nothrow_t&) noexcept {
-    return Allocate(bytes);
-}
-void* operator new(std::size_t bytes, std::align_val_t a) {
-    return OrThrow(AllocateAligned(bytes, a));
-}
-void* operator new[](std::size_t bytes, std::align_val_t a) {
-    return OrThrow(AllocateAligned(bytes, a));
-}
-void* operator new(std::size_t bytes, std::align_val_t a, const std::nothrow_t&) noexcept {
-    return AllocateAligned(bytes, a);
-}
-void* operator new[](std::size_t bytes, std::align_val_t a, const std::nothrow_t&) noexcept {
-    return AllocateAligned(bytes, a);
-}
+// For single objects and for arrays.
+#define TQ_NEW(parameters, qualifier, block)    \
+    void* operator new parameters qualifier {   \
+        return block;                           \
+    }                                           \
+    void* operator new[] parameters qualifier { \
+        return block;                           \
+    }
+TQ_NEW((std::size_t bytes), , OrThrow(Allocate(bytes)))
+TQ_NEW((std::size_t bytes, const std::nothrow_t&), noexcept, Allocate(bytes))
+TQ_NEW((std::size_t bytes, std::align_val_t a), , OrThrow(AllocateAligned(bytes, a)))
+TQ_NEW((std::size_t bytes, std::align_val_t a, const std::nothrow_t&), noexcept, AllocateAligned(bytes, a))
 
-void operator delete(void* block) noexcept {
-    Free(block);
-}
-void operator delete[](void* block) noexcept {
-    Free(block);
-}
-void operator delete(void* block, std::size_t) noexcept {
-    Free(block);
-}
-void operator delete[](void* block, std::size_t) noexcept {
-    Free(block);
-}
-void operator delete(void* block, const std::nothrow_t&) noexcept {
-    Free(block);
-}
-void operator delete[](void* block, const std::nothrow_t&) noexcept {
-    Free(block);
-}
-void operator delete(void* block, std::align_val_t) noexcept {
-    Free(block);
-}
-void operator delete[](void* block, std::align_val_t) noexcept {
-    Free(block);
-}
-void operator delete(void* block, std::size_t, std::align_val_t) noexcept {
-    Free(block);
-}
-void operator delete[](void* block, std::size_t, std::align_val_t) noexcept {
-    Free(block);
-}
-void operator delete(void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-    Free(block);
-}
-void operator delete[](void* block, std::align_val_t, const std::nothrow_t&) noexcept {
-    Free(block);
-}
+#define TQ_DELETE(parameters)                    \
+    void operator delete parameters noexcept {   \
+        Free(block);                             \
+    }                                            \
+    void operator delete[] parameters noexcept { \
+        Free(block);                             \
+    }
+TQ_DELETE((void* block))
+TQ_DELETE((void* block, std::size_t))
+TQ_DELETE((void* block, const std::nothrow_t&))
+TQ_DELETE((void* block, std::align_val_t))
+TQ_DELETE((void* block, std::size_t, std::align_val_t))
+TQ_DELETE((void* block, std::align_val_t, const std::nothrow_t&))

@@ -16,14 +16,4 @@ struct Resources {
     static void ComeBackTo(const Resources& before);
 };
 
-// Ends the process when it lives for more than two minutes: a sweep that hangs must not look slow. Not on
-// Windows, where the test's own limit does that.
-class HangLimit {
-  public:
-    HangLimit();
-    HangLimit(const HangLimit&) = delete;
-    HangLimit& operator=(const HangLimit&) = delete;
-    ~HangLimit();
-};
-
 }  // namespace Quellan::Corvel::Test

@@ -2,7 +2,6 @@
 #include "support/Resources.h"
 
 #include <dirent.h>
-#include <unistd.h>
 
 namespace Quellan::Corvel::Test {
 
@@ -21,14 +20,6 @@ std::size_t Entries(const char* folder) {
 
 Resources Resources::Now() {
     return {LiveBlocks(), Entries("/proc/self/fd"), Entries("/proc/self/task")};
-}
-
-HangLimit::HangLimit() {
-    alarm(120);
-}
-
-HangLimit::~HangLimit() {
-    alarm(0);
 }
 
 }  // namespace Quellan::Corvel::Test

@@ -9,7 +9,4 @@ Resources Resources::Now() {
     return {0, handles, 0};
 }
 
-HangLimit::HangLimit() = default;
-HangLimit::~HangLimit() = default;
-
 }  // namespace Quellan::Corvel::Test

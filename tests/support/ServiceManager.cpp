@@ -1,21 +1,19 @@
 #include "support/ServiceManager.h"
 
-#include "TQLib/platform/Win32.h"
+#include "support/Eventually.h"
 
 namespace Quellan::Corvel::Test {
 
 bool ServiceManager::IsGone(const wchar_t* name) {
-    constexpr DWORD LimitMs = 60'000, LookMs = 5;
     const SC_HANDLE manager = OpenSCManagerW(nullptr, nullptr, SC_MANAGER_CONNECT);
-    DWORD code = ERROR_SUCCESS;
-    for (const ULONGLONG end = GetTickCount64() + LimitMs;; Sleep(LookMs)) {
+    const bool isGone = Eventually([&] {
         const SC_HANDLE service = OpenServiceW(manager, name, SERVICE_QUERY_STATUS);
-        code = service ? ERROR_SUCCESS : GetLastError();
+        const DWORD code = service ? ERROR_SUCCESS : GetLastError();
         CloseServiceHandle(service);
-        if (code != ERROR_SUCCESS || GetTickCount64() >= end) break;
-    }
+        return code == ERROR_SERVICE_DOES_NOT_EXIST;
+    });
     CloseServiceHandle(manager);
-    return code == ERROR_SERVICE_DOES_NOT_EXIST;
+    return isGone;
 }
 
 }  // namespace Quellan::Corvel::Test

@@ -111,7 +111,6 @@ void PrintTo(const SweptOperation& operation, std::ostream* out) {
 }
 
 void SweepAllocationsOf(const SweptOperation& operation) {
-    const HangLimit limit;
     Warm(operation);
     if (CountAllocations(operation) == 0) return;
     for (unsigned nth = 1;; nth = After(nth, 64)) {
@@ -121,7 +120,6 @@ void SweepAllocationsOf(const SweptOperation& operation) {
 }
 
 void SweepCallsOf(const SweptOperation& operation) {
-    const HangLimit limit;
     Warm(operation);
     const std::vector<unsigned> counts = CountCalls(operation);
     for (std::size_t i = 0; i < counts.size(); ++i) {

@@ -2,7 +2,7 @@
 #include "TQLib/security/SecACL.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/security/SecDesc.h"
-#include "TQLib/security/SecID.h"
+#include "TQLib/security/SecIDArray.h"
 #include "TQLib/security/SecPrivilegeSet.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/system/TQSysProc.h"
@@ -24,6 +24,10 @@ SecID World() {
 
 SecID Administrators() {
     return SecID(WinBuiltinAdministratorsSid);
+}
+
+SecIDArray Identifiers() {
+    return SecIDArray{World(), Administrators()};
 }
 
 SecDesc Descriptor() {
@@ -65,6 +69,12 @@ std::vector<SweptOperation> SecurityRows() {
                   EXPECT_TRUE(*descriptor.DACL() ==
                               SecACL(*reinterpret_cast<const ACL*>(descriptor.DACL()->Block().Data())));
               }),
+        Swept("descriptor assign", Descriptor, Promise::Unchanged,
+              [](SecDesc& descriptor) { descriptor = SecDesc().SetOwner(Administrators()).SetNullDACL(); }),
+        Swept("identifiers add", Identifiers, Promise::Unchanged,
+              [](SecIDArray& ids) { ids.Add(Administrators()); }),
+        Swept("identifiers assign", Identifiers, Promise::Unchanged,
+              [](SecIDArray& ids) { ids = SecIDArray{Administrators()}; }),
         Swept("descriptor copy", Descriptor, [](SecDesc& descriptor) { SecDesc{descriptor}; }),
         Swept("descriptor bytes", Descriptor,
               [](SecDesc& descriptor) { EXPECT_TRUE(SecDesc(descriptor.Block().Data()) == descriptor); }),

@@ -1,8 +1,8 @@
 #include "TQLib/text/TQFormat.h"
 #include "TQLib/text/TQString.h"
 #include "support/FailCall.h"
+#include "support/FormatRows.h"
 #include "support/ThrownCode.h"
-#include "text/FormatRows.h"
 
 #include <algorithm>
 #include <array>

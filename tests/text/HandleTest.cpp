@@ -4,7 +4,6 @@
 #include "support/ThrownCode.h"
 
 #include <gmock/gmock.h>
-#include <thread>
 #include <vector>
 
 namespace Quellan::Corvel {
@@ -121,20 +120,6 @@ TEST_F(Handle, KeepsTheLastErrorWhenItCloses) {
     { const Number destroyed(8); }
     EXPECT_THAT(g_closed, ElementsAre(7, 8));
     EXPECT_EQ(GetLastError(), 1234u);
-}
-
-TEST_F(Handle, ClosesOnceWhateverThreadComesLast) {
-    for (int round = 1; round <= 200; ++round) {
-        Number holder(round);
-        std::vector<std::thread> threads;
-        for (int i = 0; i < 4; ++i)
-            threads.emplace_back([share = holder]() mutable { share.Close(); });
-        holder.Close();
-        for (auto& thread : threads)
-            thread.join();
-        ASSERT_THAT(g_closed, ElementsAre(round));
-        g_closed.clear();
-    }
 }
 
 TEST(HandleKinds, KnowTheirValuesForNone) {

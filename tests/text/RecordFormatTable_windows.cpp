@@ -1,5 +1,5 @@
 // Prints FormatTable.txt, its argument, with what the Windows runtime prints in the last column.
-#include "text/FormatRows.h"
+#include "support/FormatRows.h"
 
 #include <array>
 #include <cstdarg>

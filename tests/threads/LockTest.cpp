@@ -42,21 +42,6 @@ bool CanBeTaken(Lock& lock) {
     return Taker(lock).HasTaken(INFINITE);
 }
 
-TEST(ThreadSynch, LetsOneThreadInAtATime) {
-    TQThreadSynch lock;
-    unsigned long count = 0;
-    constexpr unsigned rounds = 20'000;
-    const auto increment = [&] {
-        for (unsigned i = 0; i < rounds; ++i) {
-            const Guard guard(lock);
-            const Guard again(lock);
-            ++count;
-        }
-    };
-    { Worker first(increment), second(increment); }
-    EXPECT_EQ(count, 2 * rounds);
-}
-
 TEST(ThreadSynch, IsNotSharedByCopying) {
     TQThreadSynch lock;
     const Guard guard(lock);

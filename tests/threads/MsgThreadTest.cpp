@@ -153,19 +153,6 @@ TEST(MsgThread, TakesAnAbandonedMutexForSignalled) {
     EXPECT_FALSE(mutex.Acquire(0)) << "the thread owns it";
 }
 
-TEST(MsgThread, SeesAStopAndMessagesBesideABusyObject) {
-    Receiver thread;
-    const TQEvent busy(true);
-    busy.Set();
-    thread.AddWaitHandle(busy.Handle());
-    const TQEvent got(true);
-    thread.onMessage = [&](const Receiver::Message&) { got.Set(); };
-    thread.Start();
-    thread.PostMsg(WM_APP, 0, 0);
-    EXPECT_TRUE(got.Wait(INFINITE));
-    EXPECT_EQ(thread.StopAndWait(INFINITE), 0u);
-}
-
 TEST(MsgThread, HasItsTickWhenNothingHappens) {
     // A class that ends by itself is asked at each tick.
     class Impatient : public TQMsgThread {

@@ -4,6 +4,7 @@
 #include "TQLib/threads/TQMsgThread.h"
 #include "TQLib/threads/TQThreadReadSynch.h"
 #include "TQLib/threads/TQWaitList.h"
+#include "support/Eventually.h"
 #include "support/Worker.h"
 
 #include <algorithm>
@@ -42,8 +43,10 @@ void OnThreads(unsigned count, Work work, Release release) {
     while (timer.Elapsed() < Duration())
         Sleep(10);
     isOver = true;
-    for (; left != 0; Sleep(1))
+    EXPECT_TRUE(Eventually([&] {
         release();
+        return left == 0;
+    }));
 }
 
 template <class Work>
@@ -189,8 +192,11 @@ TEST(StressMsgThread, HandlesEveryMessageAndEverySignal) {
         }
     });
     // While messages come the loop may have no time for objects; afterwards it has.
-    for (const unsigned long before = thread.signals; thread.signals == before; Sleep(1))
+    const unsigned long before = thread.signals;
+    EXPECT_TRUE(Eventually([&] {
         event.Set();
+        return thread.signals != before;
+    }));
     EXPECT_EQ(thread.StopAndWait(INFINITE), 0u);
     EXPECT_EQ(thread.messages, posted);
 }

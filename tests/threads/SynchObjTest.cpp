@@ -2,11 +2,14 @@
 #include "TQLib/threads/TQEvent.h"
 #include "TQLib/threads/TQMutex.h"
 #include "platform/PlatformTest.h"
+#include "support/DataLines.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
 
 #include <gtest/gtest.h>
+#include <iomanip>
 #include <optional>
+#include <sstream>
 #include <string>
 
 using namespace Quellan::Corvel;
@@ -28,39 +31,16 @@ bool IsFree(const TQMutex& mutex) {
 }
 
 TEST(KernelObjectName, HasAPrefixWhereSessionsAreTold) {
-    struct Row {
-        Version version;
-        bool hasPrefix;
-    };
-    constexpr DWORD nt = VER_PLATFORM_WIN32_NT;
-    constexpr WORD terminal = VER_SUITE_TERMINAL, single = VER_SUITE_SINGLEUSERTS,
-                   others = 0xFFFF & ~(terminal | single);
-    constexpr BYTE workstation = VER_NT_WORKSTATION, server = VER_NT_SERVER,
-                   controller = VER_NT_DOMAIN_CONTROLLER;
-    const Row rows[] = {
-        {{nt, 10, 0, workstation}, false},
-        {{nt, 10, others, workstation}, false},
-        {{nt, 10, terminal, workstation}, true},
-        {{nt, 10, single, workstation}, true},
-        {{nt, 10, 0, server}, true},
-        {{nt, 10, 0, controller}, true},
-        {{nt, 5, 0, workstation}, false},
-        {{nt, 5, single, workstation}, true},
-        {{nt, 5, 0, server}, true},
-        {{nt, 5, 0, controller}, true},
-        {{nt, 4, 0, server}, false},
-        {{nt, 4, 0, controller}, false},
-        {{nt, 4, terminal, server}, true},
-        {{nt, 4, single, 0}, true},
-        {{nt, 3, terminal, server}, false},
-        {{1, 10, terminal, server}, false},
-        {{3, 10, single, controller}, false},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(testing::Message() << row.version.platform << ' ' << row.version.major << ' '
-                                        << row.version.suites << ' ' << int{row.version.product});
-        EXPECT_STREQ(TQSynchObj::KernelObjectPrefix(row.version, true), row.hasPrefix ? L"Global\\" : L"");
-        EXPECT_STREQ(TQSynchObj::KernelObjectPrefix(row.version, false), row.hasPrefix ? L"Local\\" : L"");
+    for (const std::string& line : DataLines("KernelObjectPrefixes.txt")) {
+        SCOPED_TRACE(line);
+        std::istringstream words(line);
+        unsigned platform, major, suites, product;
+        std::string prefix;
+        words >> std::setbase(0) >> platform >> major >> suites >> product >> prefix;
+        const Version version{platform, major, static_cast<WORD>(suites), static_cast<BYTE>(product)};
+        const bool hasPrefix = prefix == "prefix";
+        EXPECT_STREQ(TQSynchObj::KernelObjectPrefix(version, true), hasPrefix ? L"Global\\" : L"");
+        EXPECT_STREQ(TQSynchObj::KernelObjectPrefix(version, false), hasPrefix ? L"Local\\" : L"");
     }
 }
 
@@ -76,12 +56,6 @@ TEST(KernelObjectName, FollowsThePlatformsVersion) {
     const FailCall fail("GetVersionExW", ERROR_GEN_FAILURE);
     EXPECT_EQ(ThrownCode([] { static_cast<void>(TQSynchObj::KernelObjectName(L"name", true)); }),
               DWORD{ERROR_GEN_FAILURE});
-}
-
-TEST(SynchObj, ThrowsWhatTheWaitReports) {
-    const TQEvent event(true);
-    const FailCall fail("WaitForSingleObject", ERROR_INVALID_HANDLE, 1, WAIT_FAILED);
-    EXPECT_EQ(ThrownText([&] { event.Wait(0); }), L"Wait on synch object failed.");
 }
 
 TEST(Event, TakesSecurityAttributes) {

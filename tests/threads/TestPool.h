@@ -4,10 +4,13 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/threads/TQThreadPool.h"
+#include "support/Eventually.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
 
 #include <atomic>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
@@ -19,11 +22,12 @@
 
 namespace Quellan::Corvel::Test {
 
-// Returns when `condition` holds; a test in which it never does ends by ctest's time-out.
+// Waits for `condition`. A test in which it never holds has failed and ends: its pool might not.
 template <class Condition>
 void Until(Condition condition) {
-    while (!condition())
-        Sleep(1);
+    if (Eventually(condition)) return;
+    std::fputs("a condition that a test waits for never holds\n", stderr);
+    std::abort();
 }
 
 // Counts while it lives.

@@ -9,7 +9,6 @@
 
 #include <atomic>
 #include <gmock/gmock.h>
-#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -204,28 +203,6 @@ TEST(Thread, IsNotStartedWhileAStartIsUnderWay) {
     EXPECT_THAT(thread.Steps(), ElementsAre("OnStart", "RunWork", "OnStop"));
 }
 
-TEST(Thread, GoesOnAfterALibraryExceptionInItsWork) {
-    const RecordingSink log;
-    TestThread thread;
-    unsigned stopSaw = 0;
-    thread.runWork = [](BYTEBuf&) -> unsigned { throw TQAppException(1234u, L"It went wrong."); };
-    thread.onStop = [&](unsigned result) {
-        stopSaw = result;
-        return 3u;
-    };
-    EXPECT_EQ(thread.Run(), 3u);
-    EXPECT_EQ(stopSaw, 1234u);
-    EXPECT_EQ(thread.ResultMessage(), L"It went wrong.");
-    ASSERT_EQ(log.Entries().size(), 1u);
-    const auto entry = log.Entries()[0];
-    EXPECT_EQ(entry.source, L"TQLib");
-    EXPECT_EQ(entry.eventId, 0xCFFF4001u);
-    EXPECT_EQ(entry.category, 2);
-    EXPECT_EQ(entry.type, TQEventType::Error);
-    EXPECT_THAT(entry.strings[1], HasSubstr(L"It went wrong. ("));
-    EXPECT_THAT(entry.strings[1], HasSubstr(L" Action=Processing Thread::RunWork"));
-}
-
 TEST(Thread, GoesOnAfterAnExceptionInAnyStep) {
     const RecordingSink log;
     TestThread thread;
@@ -239,6 +216,10 @@ TEST(Thread, GoesOnAfterAnExceptionInAnyStep) {
     EXPECT_THAT(thread.Steps(), ElementsAre("OnStart", "RunWork", "OnStop"));
     EXPECT_EQ(thread.ResultMessage(), L"stop");
     ASSERT_EQ(log.Entries().size(), 2u);
+    EXPECT_EQ(log.Entries()[0].eventId, 0xCFFF4001u);
+    EXPECT_EQ(log.Entries()[0].category, 2);
+    EXPECT_EQ(log.Entries()[0].type, TQEventType::Error);
+    EXPECT_THAT(log.Entries()[0].strings[1], HasSubstr(L"start ("));
     EXPECT_THAT(log.Entries()[0].strings[1], HasSubstr(L"Processing Thread::OnStart"));
     EXPECT_THAT(log.Entries()[1].strings[1], HasSubstr(L" Action=Open in Processing Thread::OnStop"));
 

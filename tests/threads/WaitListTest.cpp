@@ -8,8 +8,6 @@
 
 #include <algorithm>
 #include <gmock/gmock.h>
-#include <memory>
-#include <optional>
 #include <random>
 #include <set>
 #include <vector>
@@ -60,22 +58,6 @@ TEST_P(WaitListOf, ReturnsWhatIsSignalledInTheOrderSeen) {
         ASSERT_EQ(list.Wait(INFINITE), events.Handle(which));
     }
     EXPECT_EQ(list.HasWaitThread(), GetParam() > OwnBatch);
-}
-
-TEST_P(WaitListOf, LosesNothingAndReportsNothingTwice) {
-    const Events events(GetParam());
-    TQWaitList list;
-    events.AddTo(list);
-    for (int round = 0; round < 2; ++round) {
-        for (const TQEvent& event : events)
-            event.Set();
-        std::set<HANDLE> seen;
-        while (seen.size() < events.Size())
-            ASSERT_TRUE(seen.insert(list.Wait(INFINITE)).second);
-        EXPECT_EQ(list.Wait(0), nullptr);
-        for (const TQEvent& event : events)
-            ASSERT_FALSE(event.Wait(0));
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Sizes, WaitListOf, testing::Values(1, 63, 64, 65, 100, 126, 127, 1'000, 10'000));
@@ -210,7 +192,6 @@ TEST(WaitList, IsAssignedTheObjectsOfAnother) {
     for (std::size_t i = 70; i < 100; ++i)
         events[i].Set();
     ASSERT_NE(list.Wait(INFINITE), nullptr);
-    Sleep(1);
     const auto assign = [&] { list = other; };
     // All of the objects or none; what only makes waiting faster may lack memory.
     DWORD code = ERROR_OUTOFMEMORY;

@@ -1,4 +1,4 @@
-// The rows of FormatTable.txt, which says what they are made of.
+// Tables of formats, arguments and what is to be printed: FormatTable.txt says what they are made of.
 #pragma once
 
 #include <bit>
@@ -19,8 +19,8 @@ struct FormatArgument {
 
 struct FormatRow {
     std::string line;
+    std::string kind, format;
     bool isWide = false;
-    std::string format;
     std::vector<FormatArgument> arguments;
     std::string printed;
     std::deque<std::string> narrowTexts;
@@ -28,7 +28,7 @@ struct FormatRow {
 
     explicit FormatRow(std::string text) : line(std::move(text)) {
         std::istringstream cells(line);
-        std::string kind, all, argument;
+        std::string all, argument;
         std::getline(cells, kind, '\t');
         std::getline(cells, format, '\t');
         std::getline(cells, all, '\t');
@@ -40,12 +40,12 @@ struct FormatRow {
     }
 
   private:
-    std::uint64_t ValueOf(char kind, const std::string& text) {
-        if (kind == 'w')
+    std::uint64_t ValueOf(char type, const std::string& text) {
+        if (type == 'w')
             return std::bit_cast<std::uint64_t>(wideTexts.emplace_back(text.begin(), text.end()).c_str());
-        if (kind == 'n') return std::bit_cast<std::uint64_t>(narrowTexts.emplace_back(text).c_str());
-        if (kind == 'W' || kind == 'N') return 0;
-        if (kind == 'r' && !text.starts_with("0x")) {
+        if (type == 'n') return std::bit_cast<std::uint64_t>(narrowTexts.emplace_back(text).c_str());
+        if (type == 'W' || type == 'N') return 0;
+        if (type == 'r' && !text.starts_with("0x")) {
             double value = 0;
             std::from_chars(text.data(), text.data() + text.size(), value);
             return std::bit_cast<std::uint64_t>(value);

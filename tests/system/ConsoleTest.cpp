@@ -1,0 +1,38 @@
+#include "TQLib/platform/Win32.h"
+#include "TQLib/system/TQConsole.h"
+#include "support/FailCall.h"
+#include "support/Role.h"
+
+namespace Quellan::Corvel::Test {
+namespace {
+
+TEST(Console, MakesControlCharactersVisible) {
+    const std::pair<std::wstring_view, const wchar_t*> rows[] = {
+        {L"a\tb\nc\r\n", L"a\tb\nc\r\n"}, {L"a\rb\r", L"a\\x0db\\x0d"},
+        {L"\x1B[2J", L"\\x1b[2J"},        {L"~\x7F\x80\x9F\xA0", L"~\\x7f\\x80\\x9f\xA0"},
+        {{L"a\0b", 3}, L"a\\x00b"},       {L"", L""}};
+    for (const auto& [text, visible] : rows)
+        EXPECT_EQ(TQConsole::Visible(text), visible);
+}
+
+// Writes to files in place of a terminal, on both streams.
+const Role g_writer("write-console", [](const RoleArguments&) {
+    TQConsole output(TQConsole::Stream::Output), error(TQConsole::Stream::Error);
+    if (output.IsTerminal() || output.IsStyled()) return 1;
+    output.Write(L"\u00E4\u65E5\n");
+    error.Show(L"plain \x1B\n");
+    error.SetStyled(true);
+    error.Show(L"styled \x1B\n");
+    error.Write(L"written \x1B\n");
+    const FailCall fail("WriteFile", ERROR_DISK_FULL);
+    return ThrownCode([&] { output.Write(L"x"); }) == ERROR_DISK_FULL ? 0 : 2;
+});
+
+TEST(Console, WritesUtf8ToWhatIsNoTerminal) {
+    RoleProcess writer("write-console", {}, ChildProcess::Files::Piped);
+    EXPECT_EQ(writer.ReadAll(), "\xC3\xA4\xE6\x97\xA5\nplain \x1B\nstyled \\x1b\nwritten \x1B\n");
+    EXPECT_EQ(writer.ExitCode(), 0);
+}
+
+}  // namespace
+}  // namespace Quellan::Corvel::Test
