@@ -15,14 +15,6 @@ class CompletionPort : public Test {
     const Owned m_port = Port();
 };
 
-TEST_F(CompletionPort, HandsOutWhatWasPosted) {
-    OVERLAPPED overlapped{};
-    ASSERT_TRUE(PostQueuedCompletionStatus(m_port, 0xFFFFFFFF, ~ULONG_PTR{0}, &overlapped));
-    Packet packet;
-    ASSERT_EQ(Get(m_port, packet, INFINITE), 0u);
-    EXPECT_EQ(packet, (Packet{0xFFFFFFFF, ~ULONG_PTR{0}, &overlapped}));
-}
-
 // In portions that fall on all sides of the steps in which memory for packets grows and shrinks.
 TEST_F(CompletionPort, KeepsTheOrderOfItsPackets) {
     ULONG_PTR posted = 0;

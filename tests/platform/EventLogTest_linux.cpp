@@ -3,15 +3,12 @@
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "support/ReadBytes.h"
 
-#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <map>
-#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
-#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -341,55 +338,6 @@ TEST_F(EventLogFile, KeepsRecordsWholeUnderManyThreads) {
         ASSERT_EQ(events[i].number, i + 1);
         ASSERT_EQ(events[i].id % Each, next[events[i].id / Each]++);
     }
-}
-
-// Writers are killed at any instant. What a writer was told is written must be found, whole and in its order.
-TEST_F(EventLogFile, KeepsEveryReportedRecordWhenWritersAreKilled) {
-    constexpr DWORD Rounds = 40, Writers = 2;
-    struct Progress {
-        volatile DWORD reported[Rounds][Writers];
-    };
-    void* const page =
-        mmap(nullptr, sizeof(Progress), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    auto* const progress = static_cast<Progress*>(page);
-    // Of several pages in the file, so that a kill can come in between.
-    const std::wstring text(20'000, L'x');
-    for (DWORD round = 0; round < Rounds; ++round) {
-        pid_t writers[Writers];
-        for (DWORD w = 0; w < Writers; ++w) {
-            writers[w] = fork();
-            if (writers[w] != 0) continue;
-            const HANDLE source = RegisterEventSourceW(nullptr, L"killed");
-            for (DWORD i = 0; Report(source, (round * Writers + w) << 16 | i, text) == 0; ++i)
-                progress->reported[round][w] = i + 1;
-            _exit(1);
-        }
-        // Not before each has written, and then at an instant that differs from round to round.
-        for (DWORD w = 0; w < Writers; ++w)
-            while (progress->reported[round][w] < 1 && waitpid(writers[w], nullptr, WNOHANG) == 0)
-                usleep(10 + round * 7);
-        for (const pid_t writer : writers)
-            kill(writer, SIGKILL);
-        for (const pid_t writer : writers)
-            waitpid(writer, nullptr, 0);
-    }
-    ASSERT_EQ(ReportOnce(0xFFFF'FFFF), 0u);
-    const std::vector<Event> events = All();
-    std::map<DWORD, DWORD> found;  // the number of a writer's events
-    for (DWORD i = 0; i < events.size(); ++i) {
-        ASSERT_EQ(events[i].number, i + 1);
-        if (events[i].id == 0xFFFF'FFFF) continue;
-        ASSERT_EQ(events[i].strings.at(0), text);
-        ASSERT_EQ(events[i].id & 0xFFFF, found[events[i].id >> 16]++);
-    }
-    for (DWORD round = 0; round < Rounds; ++round)
-        for (DWORD w = 0; w < Writers; ++w) {
-            const DWORD reported = progress->reported[round][w];
-            ASSERT_GE(reported, 1u);
-            ASSERT_GE(found[round * Writers + w], reported);
-            ASSERT_LE(found[round * Writers + w], reported + 1);
-        }
-    munmap(page, sizeof(Progress));
 }
 
 TEST_F(EventLogFile, GoesToTheSyslogSocketToo) {

@@ -2,7 +2,6 @@
 #include "TQLib/platform/OpenFiles.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "support/Role.h"
 #include "support/Worker.h"
 
 #include <atomic>
@@ -63,14 +62,6 @@ TEST_F(FileSharing, GoesByWhatEachHandleDoesAndGrants) {
     }
 }
 
-TEST_F(FileSharing, KeepsContentsFromBeingTruncatedByWhoeverIsKeptOut) {
-    const Handle writer(Open(GENERIC_WRITE, Read));
-    DWORD written;
-    ASSERT_TRUE(WriteFile(writer.Get(), "text", 4, &written, nullptr));
-    EXPECT_EQ(CodeOfOpening(GENERIC_WRITE, All, CREATE_ALWAYS), Violation);
-    EXPECT_EQ(Size(), 4);
-}
-
 TEST_F(FileSharing, KeepsFilesFromBeingMovedAndDeleted) {
     const std::wstring other = m_folder / L"other";
     Handle holder(Open(GENERIC_READ, Read | Write));
@@ -104,26 +95,6 @@ TEST_F(FileSharing, KeepsAFileWhereItWasOpenedWhoeverMovesItMeanwhile) {
         EXPECT_EQ(CodeOf(MoveFileExW(m_path.c_str(), third.c_str(), 0)), Violation) << "opening " << opened;
     }
     isOver = true;
-}
-
-// Opens a file for itself alone, says so, and waits to be killed.
-const Role g_holder("hold-file", [](const RoleArguments& arguments) {
-    const std::wstring path(arguments.at(0).begin(), arguments.at(0).end());
-    const Handle file(
-        CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr));
-    if (!file || !LockFile(file.Get(), 10, 0, 5, 0)) return 1;
-    std::puts("held");
-    std::fflush(stdout);
-    Sleep(INFINITE);
-    return 2;
-});
-
-TEST_F(FileSharing, HoldsBetweenProcessesUntilTheyEnd) {
-    RoleProcess holder("hold-file", {std::string(m_path.begin(), m_path.end())}, ChildProcess::Files::Piped);
-    holder.ReadTo("held");
-    EXPECT_EQ(CodeOfOpening(GENERIC_READ, All), Violation);
-    holder.Kill();
-    EXPECT_EQ(CodeOfOpening(GENERIC_READ, All), 0u);
 }
 
 class FileLocks : public FileSharing {
@@ -162,14 +133,6 @@ TEST_F(FileLocks, EndAsTheyBegan) {
     EXPECT_EQ(Unlock(m_second, 10, 5), notLocked);
     EXPECT_EQ(Unlock(m_first, 10, 5), 0u);
     EXPECT_EQ(Unlock(m_first, 10, 5), notLocked);
-}
-
-TEST_F(FileLocks, EndWithTheHandleAndWithTheProcess) {
-    {
-        const Handle third(Opened());
-        ASSERT_EQ(Lock(third, 10, 5), 0u);
-    }
-    EXPECT_EQ(Lock(m_first, 10, 5), 0u);
 }
 
 }  // namespace

@@ -156,12 +156,6 @@ TEST(BadPointers, OfTextEndWithItsTerminator) {
     EXPECT_FALSE(IsBadStringPtrW(text, 1000));
 }
 
-TEST(Memory, IsWiped) {
-    char secret[] = "secret";
-    SecureZeroMemory(secret, sizeof secret);
-    EXPECT_TRUE(IsZero(secret, sizeof secret));
-}
-
 TEST(Memory, HasAStatus) {
     MEMORYSTATUSEX status{};
     EXPECT_EQ(CodeOf(GlobalMemoryStatusEx(&status)), DWORD{ERROR_INVALID_PARAMETER});

@@ -151,17 +151,6 @@ TEST_F(Messages, EndNoWaitThatDoesNotAskForThem) {
     });
 }
 
-TEST_F(Messages, AreAwaitedTogetherWithAllHandles) {
-    OnThread([] {
-        const Owned event = AutoEvent();
-        Post(First);
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_WAITALL), DWORD{WAIT_TIMEOUT});
-        SetEvent(event);
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_WAITALL), WAIT_OBJECT_0);
-        EXPECT_EQ(Poll(event), DWORD{WAIT_TIMEOUT});
-    });
-}
-
 TEST_F(Messages, AreAwaitedWithSixtyThreeHandlesAtMost) {
     OnThread([] {
         std::vector<Owned> events;

@@ -193,14 +193,6 @@ class HeldMutex : public NamedObjects {
     Owned m_never = AutoEvent();
 };
 
-TEST_F(HeldMutex, IsAbandonedWhenItsProcessIsKilled) {
-    for (int i = 0; i < 5; ++i) {
-        Hold()->Kill();
-        ASSERT_EQ(Poll(m_mutex), DWORD{WAIT_ABANDONED_0}) << i;
-        ExpectOwned();
-    }
-}
-
 TEST_F(HeldMutex, IsGivenToAWaiterWhenItsProcessIsKilled) {
     const auto holder = Hold();
     const Owned waiting = ManualEvent();

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <grp.h>
 #include <random>
 #include <sched.h>
@@ -164,13 +163,6 @@ TEST(Neighbours, HaveTheirOwnPlaces) {
     const int code = geteuid() == 0 ? RoleProcess("neighbours").ExitCode() : 77;
     if (code == 77) GTEST_SKIP() << "only root may mount a file system and be somebody else";
     EXPECT_EQ(code, 0);
-}
-
-TEST_F(NameSpace, HoldsNothingOnceAllIsClosed) {
-    m_local.Close();
-    m_global.Close();
-    EXPECT_TRUE(ObjectFiles("local").empty());
-    EXPECT_TRUE(ObjectFiles("global").empty());
 }
 
 TEST_F(NameSpace, IsNotTrustedWhereOthersMayHaveMadeIt) {

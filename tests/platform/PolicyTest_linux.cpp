@@ -109,19 +109,5 @@ TEST_F(RightsFile, LosesNothingToSeveralWriters) {
     EXPECT_EQ(std::ranges::count(text, '\n'), 2 * Each);
 }
 
-TEST_F(RightsFile, IsWholeWhenItsWriterIsKilled) {
-    for (int round = 0; round < 20; ++round) {
-        Write("");
-        {
-            RoleProcess writer("rights_giver", {"1000", "100000"});
-            while (Read().size() < static_cast<std::size_t>(round) * 40) {
-            }
-            writer.Kill();
-        }
-        EXPECT_EQ(CodeOfReading(L"S-1-5-9"), DWORD{ERROR_FILE_NOT_FOUND});
-        EXPECT_TRUE(Read().empty() || Read().back() == '\n');
-    }
-}
-
 }  // namespace
 }  // namespace Quellan::Corvel::Test

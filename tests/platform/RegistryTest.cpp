@@ -3,7 +3,6 @@
 #include "support/Role.h"
 
 #include <gmock/gmock.h>
-#include <thread>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -297,23 +296,6 @@ TEST_F(Registry, LosesNothingToSeveralWriters) {
     EXPECT_EQ(second.ExitCode(), 0u);
     EXPECT_EQ(ValueNames(m_key).size(), 2u * Each);
     EXPECT_EQ(KeyNames(m_key).size(), 1u * Each);
-}
-
-TEST_F(Registry, LetsThreadsShareAHandle) {
-    constexpr std::size_t Threads = 3;
-    constexpr std::size_t Each = 10;
-    std::vector<std::thread> threads;
-    for (std::size_t thread = 0; thread < Threads; ++thread)
-        threads.emplace_back([this, thread] {
-            for (std::size_t i = 0; i < Each; ++i) {
-                const std::wstring name = std::to_wstring(thread) + L"-" + std::to_wstring(i);
-                EXPECT_EQ(Set(m_key, name.c_str(), {REG_BINARY, "1"}), 0u);
-                EXPECT_GT(ValueNames(m_key).size(), i);
-            }
-        });
-    for (std::thread& thread : threads)
-        thread.join();
-    EXPECT_EQ(ValueNames(m_key).size(), Threads * Each);
 }
 
 }  // namespace

@@ -231,42 +231,5 @@ TEST_F(RegistryFiles, AreSeenOnceByAWalkWhileEntriesGo) {
     EXPECT_EQ(seen, L"abd");
 }
 
-// Sets one value again and again, all of it the same character, and makes and deletes a tree.
-const Role g_changer("registry-changer", [](const RoleArguments& arguments) {
-    const OwnedKey key = Open(HKEY_CURRENT_USER, Wide(arguments.at(0)).c_str());
-    for (char character = 'a';; character = character == 'z' ? 'a' : static_cast<char>(character + 1)) {
-        const bool done = Set(key, L"value", {REG_BINARY, std::string(100'000, character)}) == 0 &&
-                          Make(key, L"tree\\a\\b").Code() == 0 && Make(key, L"tree\\c").Code() == 0 &&
-                          RegDeleteTreeW(key, L"tree") == 0;
-        if (!done) return 1;
-    }
-});
-
-TEST_F(RegistryFiles, AreWholeWhenTheirWriterIsKilled) {
-    constexpr int Rounds = 25;
-    for (int round = 0; round < Rounds; ++round) {
-        {
-            RoleProcess writer("registry-changer", {Path()});
-            std::string last = Get(m_key, L"value").data;
-            for (int changes = 0; changes <= round % 5;) {
-                const RegData now = Get(m_key, L"value");
-                if (now.code == ERROR_FILE_NOT_FOUND) continue;
-                ASSERT_EQ(now.code, 0u);
-                ASSERT_EQ(now.data, std::string(100'000, now.data.front()));
-                changes += now.data != last;
-                last = now.data;
-            }
-            for (int spin = 0; spin < round * 20'000; ++spin)
-                asm volatile("");
-            writer.Kill();
-        }
-        const RegData left = Get(m_key, L"value");
-        EXPECT_EQ(left.data, std::string(100'000, left.data.front()));
-        EXPECT_EQ(Make(m_key, L"tree").Code(), 0u);
-        EXPECT_EQ(Status(RegDeleteTreeW(m_key, L"tree")), 0u);
-        EXPECT_EQ(std::distance(fs::directory_iterator(Folder()), {}), 2) << "the value and the name";
-    }
-}
-
 }  // namespace
 }  // namespace Quellan::Corvel::Test

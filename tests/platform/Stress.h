@@ -6,22 +6,12 @@
 #include <atomic>
 #include <cstdlib>
 #include <memory>
-#include <random>
 
 namespace Quellan::Corvel::Test {
 
 // A case runs for half a second, or for as many seconds as the environment variable TQ_STRESS_SECONDS says.
 class Stress : public testing::Test {
   protected:
-    class Random {
-      public:
-        explicit Random(unsigned seed) : m_numbers(seed) {}
-        unsigned Below(unsigned bound) { return static_cast<unsigned>(m_numbers()) % bound; }
-
-      private:
-        std::mt19937 m_numbers;
-    };
-
     Stress() {
         const char* const seconds = std::getenv("TQ_STRESS_SECONDS");
         m_length = seconds ? 1000 * std::strtoull(seconds, nullptr, 10) : DefaultMs;

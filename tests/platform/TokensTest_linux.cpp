@@ -2,13 +2,10 @@
 #include "platform/PlatformTest.h"
 #include "support/Role.h"
 
-#include <atomic>
 #include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/prctl.h>
-#include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -87,39 +84,6 @@ TEST_F(Impersonation, IsTheUserToTheKernelUntilItIsReverted) {
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
 }
 
-TEST_F(Impersonation, MakesFilesThatBelongToTheUser) {
-    const TemporaryFolder folder;
-    const std::string path = "/tmp" + [&] {
-        const std::wstring name = folder.Path().substr(folder.Path().rfind(L'/'));
-        return std::string(name.begin(), name.end());
-    }() + "/made";
-    Begin();
-    EXPECT_EQ(open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600), -1) << "root's folder";
-    RevertToSelf();
-    ASSERT_EQ(chmod(path.substr(0, path.rfind('/')).c_str(), 0777), 0);
-    Begin();
-    const int file = open(path.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-    RevertToSelf();
-    struct stat info {};
-    EXPECT_EQ(fstat(file, &info), 0);
-    EXPECT_EQ(info.st_uid, m_user);
-    close(file);
-}
-
-TEST_F(Impersonation, IsTheThreadsAlone) {
-    std::atomic<int> step{0};
-    uid_t seen = ~0u;
-    std::thread other([&] {
-        step.wait(0);
-        seen = geteuid();
-    });
-    Begin();
-    step = 1;
-    step.notify_all();
-    other.join();
-    EXPECT_EQ(seen, 0u);
-}
-
 DWORD SeeUser(void* user) {
     *static_cast<uid_t*>(user) = geteuid();
     HANDLE token = nullptr;
@@ -152,16 +116,6 @@ TEST_F(Impersonation, ShowsTheUserInTheThreadsToken) {
     EXPECT_EQ(ofProcess.TokenIsElevated, 1u);
     CloseHandle(token);
     CloseHandle(process);
-}
-
-TEST_F(Impersonation, ChangesFromOneUserToAnother) {
-    Begin();
-    const Token other(L"daemon");
-    ASSERT_EQ(other.Code(), 0u);
-    ASSERT_TRUE(ImpersonateLoggedOnUser(other.Get()));
-    EXPECT_EQ(CurrentUserName(), L"daemon");
-    RevertToSelf();
-    EXPECT_EQ(geteuid(), 0u);
 }
 
 TEST_F(Impersonation, LeavesTheThreadAsItWasWhenItIsRefused) {

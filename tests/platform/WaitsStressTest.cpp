@@ -1,12 +1,15 @@
 // Invariants of waits under load. Each case runs for half a second, or for as many seconds as the environment
 // variable TQ_STRESS_SECONDS says; what it went through stands in the report of --gtest_output=xml.
+#include "Ports.h"
 #include "Stress.h"
 #include "TQLib/platform/Win32.h"
 #include "support/Role.h"
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <numeric>
+#include <random>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -203,6 +206,65 @@ TEST_F(WaitsStress, StandsHandlesThatAreClosedMeanwhile) {
     });
     for (const auto& handle : handles)
         CloseHandle(handle);
+}
+
+// A packet that comes at the moment when a wait's time is over ends the wait, or is there afterwards. Which
+// of the two it was moves the next packet to the other side, so that all come close to that moment.
+TEST_F(WaitsStress, LosesNoPacketThatComesWithTheTimeout) {
+    using Clock = std::chrono::steady_clock;
+    const Owned port = Port(2);
+    std::atomic<Clock::time_point> begin{};
+    std::atomic<bool> timedOut{false};
+    std::atomic<bool> stop{false};
+    const Worker taker([&] {
+        for (Packet packet; !stop;) {
+            begin = Clock::now();
+            timedOut = Get(port, packet, 1) == WAIT_TIMEOUT;
+            if (timedOut && !stop) {
+                EXPECT_EQ(Get(port, packet, Patience), 0u);
+            }
+        }
+        return 0u;
+    });
+    auto after = std::chrono::microseconds(1'000);
+    for (Clock::time_point before{}, now; Running(); before = now) {
+        while ((now = begin) == before)
+            SwitchToThread();
+        after += std::chrono::microseconds(timedOut ? -2 : 2);
+        while (Clock::now() < now + after) {
+        }
+        Post(port, 1);
+    }
+    stop = true;
+    Post(port, 1);
+}
+
+// Every packet posted before the closing was taken or is dropped, every wait ends.
+TEST_F(WaitsStress, EndsAllWaitsWithThePort) {
+    if (OnWine()) GTEST_SKIP() << "Wine leaves the threads waiting";
+    Numbers random(1);
+    while (Running()) {
+        Owned port = Port(random() % 3);
+        std::vector<std::unique_ptr<Worker>> workers;
+        for (int i = 0; i < 4; ++i)
+            workers.push_back(std::make_unique<Worker>([handle = HANDLE(port)] {
+                Packet packet;
+                DWORD code = 0;
+                while (code == 0) {
+                    Post(handle, 1);
+                    code = Get(handle, packet, INFINITE);
+                    if (code == 0) code = Get(handle, packet, INFINITE);
+                }
+                return code;
+            }));
+        for (unsigned i = random() % 2'000; i != 0; --i)
+            SwitchToThread();
+        port.Close();
+        for (const auto& worker : workers) {
+            const DWORD code = worker->Result();
+            EXPECT_TRUE(code == ERROR_ABANDONED_WAIT_0 || code == ERROR_INVALID_HANDLE) << code;
+        }
+    }
 }
 
 enum RoleExit { Done = 0, NotThere = 10, TwoOwners = 11 };

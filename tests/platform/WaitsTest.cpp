@@ -1,8 +1,6 @@
 #include "TQLib/platform/Win32.h"
 #include "WaitObjects.h"
 
-#include <memory>
-
 namespace Quellan::Corvel::Test {
 namespace {
 
@@ -66,21 +64,6 @@ TEST(Waits, EndNoSoonerThanTheirTime) {
         EXPECT_EQ(WaitAll({never, neither}, ms), DWORD{WAIT_TIMEOUT});
         EXPECT_GE(GetTickCount64() - begin + TickMs, 3 * ms);
     }
-}
-
-TEST(Events, StayAsTheirKindSays) {
-    const Owned manual = ManualEvent(true);
-    EXPECT_EQ(Poll(manual), WAIT_OBJECT_0);
-    EXPECT_EQ(Poll(manual), WAIT_OBJECT_0);
-    ResetEvent(manual);
-    EXPECT_EQ(Poll(manual), DWORD{WAIT_TIMEOUT});
-
-    const Owned automatic = AutoEvent();
-    EXPECT_EQ(Poll(automatic), DWORD{WAIT_TIMEOUT});
-    SetEvent(automatic);
-    SetEvent(automatic);  // once set it cannot be set once more
-    EXPECT_EQ(Poll(automatic), WAIT_OBJECT_0);
-    EXPECT_EQ(Poll(automatic), DWORD{WAIT_TIMEOUT});
 }
 
 TEST(Mutexes, AreTakenAgainByTheirOwner) {
