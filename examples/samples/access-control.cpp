@@ -1,7 +1,7 @@
+#include "Samples.h"
+
 #include <TQLib/TQLib.h>
 #include <TQLib/platform/Win32.h>
-
-#include "Samples.h"
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Sarvek;
@@ -18,7 +18,7 @@ void MakeFile(const wchar_t* name) {
     if (!file.IsValid()) TQSysException::ThrowLastError(L"CreateFileW");
 }
 
-} // namespace
+}  // namespace
 
 void AccessControlSample() {
     const wchar_t* const name = L"access-control.sample";

@@ -1,12 +1,14 @@
-#include <TQLib/TQLib.h>
-
 #include "Samples.h"
+
+#include <TQLib/TQLib.h>
 
 using namespace Quellan::Corvel;
 
 namespace {
 
-void OpenSettings() { const TQRegKey key(TQRegistry::MachineKey(), L"No Such Key"); }
+void OpenSettings() {
+    const TQRegKey key(TQRegistry::MachineKey(), L"No Such Key");
+}
 
 void ReadSettings() {
     try {
@@ -37,7 +39,7 @@ void RunWorker() {
     }
 }
 
-} // namespace
+}  // namespace
 
 void ExceptionsSample() {
     try {
@@ -49,7 +51,8 @@ void ExceptionsSample() {
         throw OrderRefused(0xE0045002, L"No more orders.");
     } catch (const TQAppException& e) {
         const TQCoreException outer(e, 0xE0045003, L"The day is over.");
-        Expect(dynamic_cast<const OrderRefused*>(outer.Inner()) != nullptr, L"A kind of one's own stays what it is.");
+        Expect(dynamic_cast<const OrderRefused*>(outer.Inner()) != nullptr,
+               L"A kind of one's own stays what it is.");
     }
     RunWorker();
     Expect(!hasReturned, L"A fault becomes an exception.");

@@ -1,6 +1,6 @@
-#include <TQLib/TQLib.h>
-
 #include "Samples.h"
+
+#include <TQLib/TQLib.h>
 
 namespace FirstProgram {
 
@@ -16,6 +16,8 @@ int main() {
     return 0;
 }
 
-} // namespace FirstProgram
+}  // namespace FirstProgram
 
-void FirstProgramSample() { Expect(FirstProgram::main() == 0, L"The first program ends with 0."); }
+void FirstProgramSample() {
+    Expect(FirstProgram::main() == 0, L"The first program ends with 0.");
+}

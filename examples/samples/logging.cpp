@@ -1,7 +1,7 @@
+#include "Samples.h"
+
 #include <TQLib/TQLib.h>
 #include <TQLib/platform/Win32.h>
-
-#include "Samples.h"
 
 using namespace Quellan::Corvel;
 
@@ -11,7 +11,8 @@ void WriteTo(const wchar_t* name, const TQTextFile& file) {
     const TQLogPtr log = TQLog::GetLog(name, 0);
     log->AddMsg(L"The disk is nearly full.", TQLogLevel::Warning);
     log->AddMsg(L"Begins.", TQLogLevel::State, L"Worker");
-    log->AddMsg(L"Could not be read.", TQLogLevel::Error, &file);   // any TQObject: its description and address
+    log->AddMsg(L"Could not be read.", TQLogLevel::Error,
+                &file);  // any TQObject: its description and address
     Expect(log->Size() > 0 && log->Lost() == 0, L"The records are on the disk.");
 }
 
@@ -20,10 +21,11 @@ void WriteToTheApplicationsLog() {
     TQLib::GetAppLog(false)->AddMsg(L"Started.", TQLogLevel::Information);
 }
 
-} // namespace
+}  // namespace
 
 void LoggingSample() {
-    const TQTextFile file(TQFileName(L"logging-sample.txt"), GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS, 0, TQTextFile::FileShare::Read, {});
+    const TQTextFile file(TQFileName(L"logging-sample.txt"), GENERIC_READ | GENERIC_WRITE, CREATE_ALWAYS, 0,
+                          TQTextFile::FileShare::Read, {});
     WriteTo(L"logging-sample", file);
     WriteToTheApplicationsLog();
 }

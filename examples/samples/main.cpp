@@ -1,7 +1,7 @@
 // Runs all samples and says which did not do what its document says of it: 1 then, 0 otherwise.
-#include <TQLib/TQLib.h>
-
 #include "Samples.h"
+
+#include <TQLib/TQLib.h>
 
 using namespace Quellan::Corvel;
 
@@ -16,20 +16,15 @@ struct Sample {
     void (*run)();
 };
 constexpr Sample Samples[] = {
-    {L"README", FirstProgramSample},
-    {L"access-control", AccessControlSample},
-    {L"exceptions", ExceptionsSample},
-    {L"formatting", FormattingSample},
-    {L"logging", LoggingSample},
-    {L"messages", MessagesSample},
-    {L"registry", RegistrySample},
-    {L"security-identifiers", SecurityIdentifiersSample},
-    {L"thread-pool", ThreadPoolSample},
-    {L"threads", ThreadsSample},
+    {L"README", FirstProgramSample},    {L"access-control", AccessControlSample},
+    {L"exceptions", ExceptionsSample},  {L"formatting", FormattingSample},
+    {L"logging", LoggingSample},        {L"messages", MessagesSample},
+    {L"registry", RegistrySample},      {L"security-identifiers", SecurityIdentifiersSample},
+    {L"thread-pool", ThreadPoolSample}, {L"threads", ThreadsSample},
     {L"services", ServicesSample},
 };
 
-} // namespace
+}  // namespace
 
 int main() {
     TQConsole console(TQConsole::Stream::Output);
@@ -39,7 +34,8 @@ int main() {
             sample.run();
             console.Write(TQString::Format(L"%s: ok\n", sample.document));
         } catch (const TQCoreException& e) {
-            console.Write(TQString::Format(L"%s: %s\n", sample.document, e.FullMsg(TQStrResDestination::User)));
+            console.Write(
+                TQString::Format(L"%s: %s\n", sample.document, e.FullMsg(TQStrResDestination::User)));
             result = 1;
         }
     }

@@ -1,7 +1,7 @@
-#include <TQLib/TQLib.h>
-
 #include "Samples.h"
 #include "shop.h"
+
+#include <TQLib/TQLib.h>
 
 using namespace Quellan::Corvel;
 
@@ -17,14 +17,16 @@ void Sell() {
     throw TQAppException(SHOP_CLOSED, messages);  // its text is looked up when it is read
 }
 
-} // namespace
+}  // namespace
 
 void MessagesSample() {
     try {
         Sell();
     } catch (const TQAppException& e) {
-        Expect(e.ExcMsg(TQStrResDestination::Log) == L"The shop is closed.", e.FullMsg(TQStrResDestination::User));
+        Expect(e.ExcMsg(TQStrResDestination::Log) == L"The shop is closed.",
+               e.FullMsg(TQStrResDestination::User));
     }
-    const STLString text = TQMsgRes(ShopStore).WithID(SHOP_SOLD_OUT).Text(TQStrResDestination::Log, L"Tea", 5);
+    const STLString text =
+        TQMsgRes(ShopStore).WithID(SHOP_SOLD_OUT).Text(TQStrResDestination::Log, L"Tea", 5);
     Expect(text == L"Tea is sold out, 5 are on order.", text.c_str());
 }

@@ -1,6 +1,6 @@
-#include <TQLib/TQLib.h>
-
 #include "Samples.h"
+
+#include <TQLib/TQLib.h>
 
 using namespace Quellan::Corvel;
 

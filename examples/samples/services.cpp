@@ -1,6 +1,6 @@
-#include <TQLib/TQLib.h>
-
 #include "Samples.h"
+
+#include <TQLib/TQLib.h>
 
 namespace Services {
 
@@ -9,8 +9,12 @@ using namespace Quellan::Corvel;
 bool isOpen = false;
 int looks = 0;
 
-void OpenFiles() { isOpen = true; }
-void CloseFiles() { isOpen = false; }
+void OpenFiles() {
+    isOpen = true;
+}
+void CloseFiles() {
+    isOpen = false;
+}
 // Once is enough for a sample: what leaves a service's work ends it.
 void LookAround() {
     ++looks;
@@ -24,7 +28,8 @@ class Watcher : public TQSvcProcessor {
   protected:
     void Prepare() override { OpenFiles(); }
     unsigned int Process(BYTEBuf&) override {
-        while (WaitForTurn(1000)) LookAround();
+        while (WaitForTurn(1000))
+            LookAround();
         return 0;
     }
     void Finish() override { CloseFiles(); }
@@ -45,7 +50,7 @@ int main() {
     return static_cast<int>(TQServiceApp::Run());
 }
 
-} // namespace Services
+}  // namespace Services
 
 void ServicesSample() {
     Expect(Services::main() == 1, L"The program of a service that failed ends with 1.");

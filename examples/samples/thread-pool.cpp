@@ -1,9 +1,8 @@
-#include <TQLib/TQLib.h>
+#include "Samples.h"
 
+#include <TQLib/TQLib.h>
 #include <atomic>
 #include <cstring>
-
-#include "Samples.h"
 
 using namespace Quellan::Corvel;
 
@@ -16,9 +15,11 @@ int TargetIn(const BYTEBuf& data) {
     std::memcpy(&target, data.Data(), sizeof target);
     return target;
 }
-void Check(int target) { checked += target; }
+void Check(int target) {
+    checked += target;
+}
 
-} // namespace
+}  // namespace
 
 void ThreadPoolSample() {
     const int target = 1;
@@ -31,11 +32,11 @@ void ThreadPoolSample() {
         void OnWork(BYTEBuf& data) override { Check(TargetIn(data)); }
     };
 
-    TQThreadPool<Checker, TQThreadPoolExceptionHandler, 4> pool;   // up to 4 threads
+    TQThreadPool<Checker, TQThreadPoolExceptionHandler, 4> pool;  // up to 4 threads
     const auto group = pool.GetNewRequestorID();
-    pool.AddWork(&target, sizeof target);           // anonymous
-    pool.AddWork(&target, sizeof target, group);    // for a requestor
-    pool.ClearRequestorItems(group);                // what no thread has taken of it
+    pool.AddWork(&target, sizeof target);         // anonymous
+    pool.AddWork(&target, sizeof target, group);  // for a requestor
+    pool.ClearRequestorItems(group);              // what no thread has taken of it
     pool.StopThreads();
 
     Expect(pool.WorkCount() == 0 && checked <= 2, L"A pool that has stopped has no work.");

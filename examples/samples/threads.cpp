@@ -1,7 +1,7 @@
-#include <TQLib/TQLib.h>
-#include <TQLib/platform/Win32.h>    // for INFINITE
-
 #include "Samples.h"
+
+#include <TQLib/TQLib.h>
+#include <TQLib/platform/Win32.h>  // for INFINITE
 
 using namespace Quellan::Corvel;
 
@@ -9,7 +9,7 @@ namespace {
 
 void LookAround() {}
 
-} // namespace
+}  // namespace
 
 void ThreadsSample() {
     class Watcher : public TQThread {
@@ -18,7 +18,8 @@ void ThreadsSample() {
 
       protected:
         unsigned int RunWork(BYTEBuf&) override {
-            while (!StopEvent().Wait(1000)) LookAround();
+            while (!StopEvent().Wait(1000))
+                LookAround();
             return 0;
         }
     };

@@ -4,8 +4,6 @@
 
 #include "TQLib/platform/Win32.h"
 
-#include <gmock/gmock.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
@@ -15,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <gmock/gmock.h>
 #include <map>
 #include <memory>
 #include <mutex>
