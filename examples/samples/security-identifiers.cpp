@@ -10,8 +10,8 @@ void SecurityIdentifiersSample() {
     const Quellan::Corvel::TQString text = user.String();    // S-1-5-21-...
     const Quellan::Corvel::TQString name = user.FullName();  // MACHINE\name
     const bool isAdministrators = group.IsAdminID();         // true
-    const bool isIn = user.MemberOfList().Contains(group);
+    const bool isIn = user.MemberOfList(true, false).Contains(group);
 
     Expect(text.Length() > 4 && !name.IsEmpty() && isAdministrators, text.c_str());
-    Expect(isIn == user.MemberOfList().Contains(group), L"The groups are the same again.");
+    Expect(isIn == user.MemberOfList(true, false).Contains(group), L"The groups are the same again.");
 }
