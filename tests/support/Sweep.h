@@ -51,11 +51,10 @@ struct Terms {
     std::string_view tolerated = "";
 };
 
-template <class Make, class Call>
-SweptOperation Swept(std::string name, Make make, Terms terms, Call call) {
+template <class Object>
+SweptOperation SweptOn(std::string name, Object (*make)(), Terms terms, void (*call)(Object&)) {
     return {std::move(name),
             [make, call, promise = terms.promise] {
-                using Object = std::invoke_result_t<Make>;
                 // Made in place: an object need not be movable.
                 const std::shared_ptr<Object> object(new Object(make()));
                 std::function<bool()> isUnchanged = [] { return true; };
@@ -69,6 +68,12 @@ SweptOperation Swept(std::string name, Make make, Terms terms, Call call) {
                                 }};
             },
             terms.tolerated};
+}
+// The functions capture nothing, so that the compiler makes the above once for a class and not once for a row.
+template <class Make, class Call>
+SweptOperation Swept(std::string name, Make make, Terms terms, Call) {
+    using Object = std::invoke_result_t<Make>;
+    return SweptOn<Object>(std::move(name), make, terms, [](Object& object) { Call{}(object); });
 }
 template <class Make, class Call>
 SweptOperation Swept(std::string name, Make make, Call call) {

@@ -13,5 +13,7 @@ declared() {
         (cd "$sources" && xargs cat) | sed -nE 's/.*TQLIB_API [^(]*\b([A-Za-z0-9_]+)\(.*/\1/p' | sort -u
 }
 made() { nm -C --undefined-only "${users[@]}" | sed -nE 's/^ *U Quellan::Platform::([A-Za-z0-9_]+)\(.*/\1/p' | sort -u; }
-comm -12 <(declared) <(made) | sed 's/.*/"&",/' >"$output"
-[ -s "$output" ]
+calls=$(comm -12 <(declared) <(made) | sed 's/.*/"&",/')
+[ -n "$calls" ]
+# What includes it is compiled anew only where it has changed.
+[ "$calls" = "$(cat "$output" 2>/dev/null)" ] || echo "$calls" >"$output"
