@@ -129,20 +129,15 @@ TEST(BadPointers, AreFoundAtBothEndsOfARange) {
     const Pages pages(3);
     Protect(pages.At(0), 1, PAGE_NOACCESS);
     Protect(pages.At(2), 1, PAGE_NOACCESS);
-    EXPECT_FALSE(IsBadReadPtr(pages.At(1), PageSize));
+    std::memset(pages.At(1), 0x5A, PageSize);
+    EXPECT_FALSE(IsBadReadPtr(pages.At(1), PageSize) || IsBadWritePtr(pages.At(1), PageSize));
+    EXPECT_EQ(std::count(pages.At(1), pages.At(2), 0x5A), std::ptrdiff_t{PageSize}) << "left as they are";
     EXPECT_TRUE(IsBadReadPtr(pages.At(1) - 1, PageSize));
     EXPECT_TRUE(IsBadReadPtr(pages.At(1) + 1, PageSize));
     EXPECT_TRUE(IsBadReadPtr(nullptr, 1));
     EXPECT_FALSE(IsBadReadPtr(nullptr, 0));
     EXPECT_TRUE(IsBadReadPtr(pages.At(1), SIZE_MAX));
     EXPECT_TRUE(IsBadWritePtr(nullptr, 1));
-}
-
-TEST(BadPointers, LeaveWhatTheyAskAbout) {
-    const Pages pages(1);
-    std::memset(pages.At(0), 0x5A, PageSize);
-    EXPECT_FALSE(IsBadWritePtr(pages.At(0), PageSize));
-    EXPECT_EQ(std::count(pages.At(0), pages.At(1), 0x5A), std::ptrdiff_t{PageSize});
 }
 
 TEST(BadPointers, OfTextEndWithItsTerminator) {

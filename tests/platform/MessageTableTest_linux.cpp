@@ -17,55 +17,24 @@ using namespace Quellan::Corvel::Test;
 
 namespace {
 
-// A growing run of bytes, numbers least significant byte first.
-class Bytes {
-  public:
-    Bytes& Number(std::uint64_t value, std::size_t size) {
-        for (std::size_t i = 0; i < size; ++i)
-            m_bytes.push_back(std::byte(value >> (8 * i) & 0xFF));
-        return *this;
-    }
-    Bytes& Dwords(std::initializer_list<std::uint32_t> values) {
-        for (const std::uint32_t value : values)
-            Number(value, 4);
-        return *this;
-    }
-    Bytes& Chars(std::string_view text) {
-        for (const char c : text)
-            m_bytes.push_back(std::byte(c));
-        return *this;
-    }
-    Bytes& Append(const std::vector<std::byte>& bytes) {
-        m_bytes.insert(m_bytes.end(), bytes.begin(), bytes.end());
-        return *this;
-    }
-    Bytes& PadTo(std::size_t size) {
-        m_bytes.resize(size);
-        return *this;
-    }
-    std::vector<std::byte> Take() { return std::move(m_bytes); }
-
-  private:
-    std::vector<std::byte> m_bytes;
-};
-
-// One entry of a message table in UTF-16.
-std::vector<std::byte> TableEntry(std::u16string_view text) {
-    Bytes entry;
-    const std::size_t size = (4 + 2 * (text.size() + 1) + 3) / 4 * 4;
-    entry.Number(size, 2).Number(1, 2);
-    for (const char16_t unit : text)
-        entry.Number(unit, 2);
-    return entry.PadTo(size).Take();
+std::vector<std::byte> BytesOf(std::string_view text) {
+    const auto* const begin = reinterpret_cast<const std::byte*>(text.data());
+    return {begin, begin + text.size()};
 }
+
+// A table of one block, from its numbers of four bytes: the number of blocks, the first and the last message
+// of the block and where its entries are. An entry begins with its size in two bytes, and two that are 1
+// where its text is in UTF-16.
+std::vector<std::byte> Table(const std::vector<std::uint32_t>& numbers) {
+    return BytesOf({reinterpret_cast<const char*>(numbers.data()), 4 * numbers.size()});
+}
+constexpr std::uint32_t Utf16Entry = 1 << 16;
 
 // What the fuzzers begin with, and so of these bytes: a table with the messages 5 and 6 in one block and
 // 0xCFFF4001 in another, and a module of either format with that table in two languages.
 std::vector<std::byte> Seed(const char* name) {
-    const std::string bytes =
-        ReadBytes(std::filesystem::path(TQ_TEST_DATA "/../fuzz/corpus/message_table_fuzz") / name);
-    const auto* const begin = reinterpret_cast<const std::byte*>(bytes.data());
-    return {begin, begin + bytes.size()};
+    return BytesOf(
+        ReadBytes(std::filesystem::path(TQ_TEST_DATA "/../fuzz/corpus/message_table_fuzz") / name));
 }
 std::vector<std::byte> SmallTable() {
     return Seed("table");
@@ -123,15 +92,12 @@ TEST(MessageTable, HasTheTextOfEachOfItsMessages) {
 }
 
 TEST(MessageTable, ReadsTextsInBytesAsUtf8) {
-    Bytes table;
-    table.Dwords({1, Five, Five, 16}).Number(12, 2).Number(0, 2).Chars("\xC3\xB6x\xFF").PadTo(28);
-    EXPECT_EQ(Find(table.Take(), Five).text, L"\u00F6x\uFFFD");
+    EXPECT_EQ(Find(Table({1, Five, Five, 16, 12, 0xFF78B6C3, 0}), Five).text, L"\u00F6x\uFFFD");
 }
 
 TEST(MessageTable, LetsNoUnpairedSurrogateThrough) {
-    Bytes table;
-    table.Dwords({1, Five, Five, 16}).Append(TableEntry(std::u16string{0xD800, u'a', 0xDC00, 0xD83D}));
-    EXPECT_EQ(Find(table.Take(), Five).text, L"\uFFFDa\uFFFD\uFFFD");
+    EXPECT_EQ(Find(Table({1, Five, Five, 16, 16 | Utf16Entry, 0x0061D800, 0xD83DDC00, 0}), Five).text,
+              L"\uFFFDa\uFFFD\uFFFD");
 }
 
 TEST(MessageTable, CutAnywhereIsInvalidOrLacksTheMessageButNeverReadBeside) {
@@ -146,19 +112,15 @@ TEST(MessageTable, CutAnywhereIsInvalidOrLacksTheMessageButNeverReadBeside) {
 
 TEST(MessageTable, NumbersThatLeadOutOfItAreInvalid) {
     constexpr std::uint32_t Huge = 0xFFFFFFFF;
-    Bytes tooManyBlocks, offsetOutside, rangeTooLong, entryTooLong;
-    EXPECT_EQ(Find(tooManyBlocks.Dwords({Huge, Five, Five, 16}).Take(), Five).code,
-              DWORD{ERROR_INVALID_DATA});
-    EXPECT_EQ(Find(offsetOutside.Dwords({1, Five, Five, Huge}).Take(), Five).code, DWORD{ERROR_INVALID_DATA});
-    rangeTooLong.Dwords({1, 0, Huge, 16}).Append(TableEntry(u"only one"));
-    EXPECT_EQ(Find(rangeTooLong.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
-    for (const std::uint64_t length : {0, 2, 3}) {
-        Bytes entryTooShort;
-        entryTooShort.Dwords({1, Five, Five, 16}).Number(length, 2).Number(1, 2);
-        EXPECT_EQ(Find(entryTooShort.Take(), Five).code, DWORD{ERROR_INVALID_DATA}) << length;
-    }
-    entryTooLong.Dwords({1, Five, Five, 16}).Number(0xFFFC, 2).Number(1, 2).Dwords({0, 0});
-    EXPECT_EQ(Find(entryTooLong.Take(), Five).code, DWORD{ERROR_INVALID_DATA});
+    for (const auto& numbers : {std::vector{Huge, Five, Five, 16u},     // blocks
+                                {1, Five, Five, Huge},                  // where the entries are
+                                {1, 0, Huge, 16, 8 | Utf16Entry, 'x'},  // messages
+                                {1, Five, Five, 16, 0 | Utf16Entry},    // the entry's size
+                                {1, Five, Five, 16, 2 | Utf16Entry},
+                                {1, Five, Five, 16, 3 | Utf16Entry},
+                                {1, Five, Five, 16, 0xFFFC | Utf16Entry, 0, 0}})
+        EXPECT_EQ(Find(Table(numbers), Five).code, DWORD{ERROR_INVALID_DATA})
+            << testing::PrintToString(numbers);
 }
 
 TEST(ModuleImage, HasATableForEachLanguageInEitherFormat) {
@@ -168,11 +130,8 @@ TEST(ModuleImage, HasATableForEachLanguageInEitherFormat) {
 
 TEST(ModuleImage, OtherFilesAreNoModules) {
     const auto ignore = [](LANGID, std::span<const std::byte>) {};
-    EXPECT_EQ(VisitModuleFile({}, ignore), DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(VisitModuleFile(Exact(Bytes().Chars("MZ and nothing more").Take()).Span(), ignore),
-              DWORD{ERROR_BAD_EXE_FORMAT});
-    EXPECT_EQ(VisitModuleFile(Exact(Bytes().Chars("\177ELF").Take()).Span(), ignore),
-              DWORD{ERROR_BAD_EXE_FORMAT});
+    for (const char* bytes : {"", "MZ and nothing more", "\177ELF"})
+        EXPECT_EQ(VisitModuleFile(Exact(BytesOf(bytes)).Span(), ignore), DWORD{ERROR_BAD_EXE_FORMAT});
 }
 
 TEST(ModuleImage, CutAnywhereIsNeverReadBeside) {

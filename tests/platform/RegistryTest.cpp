@@ -12,27 +12,11 @@ using testing::UnorderedElementsAre;
 
 using Registry = RegistryTest;
 
-constexpr DWORD KeyNameLimit = 255;
-constexpr DWORD ValueNameLimit = 16'383;
-
 std::vector<std::wstring> KeyNames(HKEY key) {
-    std::vector<std::wstring> names;
-    wchar_t name[KeyNameLimit + 1];
-    for (DWORD size = KeyNameLimit + 1; RegEnumKeyExW(key, static_cast<DWORD>(names.size()), name, &size,
-                                                      nullptr, nullptr, nullptr, nullptr) == 0;
-         size = KeyNameLimit + 1)
-        names.emplace_back(name, size);
-    return names;
+    return Listed(key, RegEnumKeyExW);
 }
-
 std::vector<std::wstring> ValueNames(HKEY key) {
-    std::vector<std::wstring> names;
-    std::vector<wchar_t> name(ValueNameLimit + 1);
-    for (DWORD size = ValueNameLimit + 1; RegEnumValueW(key, static_cast<DWORD>(names.size()), name.data(),
-                                                        &size, nullptr, nullptr, nullptr, nullptr) == 0;
-         size = ValueNameLimit + 1)
-        names.emplace_back(name.data(), size);
-    return names;
+    return Listed(key, RegEnumValueW);
 }
 
 TEST_F(Registry, KeepsTypesAndBytesAsTheyWereSet) {

@@ -4,6 +4,7 @@
 #include "PlatformTest.h"
 
 #include <utility>
+#include <vector>
 
 namespace Quellan::Corvel::Test {
 
@@ -82,6 +83,21 @@ inline RegData Get(HKEY key, const wchar_t* name) {
         RegQueryValueExW(key, name, nullptr, &value.type, reinterpret_cast<BYTE*>(value.data.data()), &size));
     value.data.resize(value.code == 0 ? size : 0);
     return value;
+}
+
+constexpr DWORD KeyNameLimit = 255;
+constexpr DWORD ValueNameLimit = 16'383;
+
+// The names in a key, by RegEnumKeyExW or RegEnumValueW.
+template <class Call>
+std::vector<std::wstring> Listed(HKEY key, Call call) {
+    std::vector<std::wstring> names;
+    std::vector<wchar_t> name(ValueNameLimit + 1);
+    for (DWORD size = ValueNameLimit + 1; call(key, static_cast<DWORD>(names.size()), name.data(), &size,
+                                               nullptr, nullptr, nullptr, nullptr) == 0;
+         size = ValueNameLimit + 1)
+        names.emplace_back(name.data(), size);
+    return names;
 }
 
 // A key of its own, below the user's, which goes with the test.

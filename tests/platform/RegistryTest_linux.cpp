@@ -16,6 +16,7 @@ namespace Quellan::Corvel::Test {
 namespace {
 
 namespace fs = std::filesystem;
+using Names = std::vector<std::wstring>;
 
 class RegistryFiles : public RegistryTest {
   protected:
@@ -25,16 +26,6 @@ class RegistryFiles : public RegistryTest {
     }
     static fs::path Hive() { return fs::path(std::getenv("TQLIB_ROOT")) / "state/registry/user"; }
 
-    // The names in the test's key, by one of the calls that list.
-    template <class Call>
-    std::wstring Listed(Call call) const {
-        std::wstring names;
-        wchar_t name[8];
-        for (DWORD i = 0, size = 8; call(m_key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
-             ++i, size = 8)
-            names += name + std::wstring(L" ");
-        return names;
-    }
     static void Write(const fs::path& path, const std::string& text) {
         std::ofstream(path, std::ios::binary) << text;
     }
@@ -81,7 +72,7 @@ TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
          {std::string(), whole.substr(0, whole.size() - 1), whole + "x", otherVersion, otherText}) {
         Write(Folder() / "v.BAD", text);
         EXPECT_EQ(Get(m_key, L"bad").code, DWORD{ERROR_REGISTRY_CORRUPT}) << testing::PrintToString(text);
-        EXPECT_EQ(Listed(RegEnumValueW), L"good ");
+        EXPECT_EQ(Listed(m_key, RegEnumValueW), Names{L"good"});
     }
     EXPECT_EQ(Get(m_key, L"good").data, "1");
     EXPECT_EQ(Set(m_key, L"bad", {REG_BINARY, "2"}), 0u);
@@ -100,12 +91,12 @@ TEST_F(RegistryFiles, ThatAreDamagedSpoilNothingElse) {
     Make(m_key, L"key");
     for (const char* spelling : {"", "k\\y", "other"}) {
         Write(Folder() / "k.KEY/name", spelling);
-        EXPECT_EQ(Listed(RegEnumKeyExW), L"") << spelling;
+        EXPECT_EQ(Listed(m_key, RegEnumKeyExW), Names()) << spelling;
     }
     Make(m_key, L"other");
     EXPECT_EQ(Status(RegDeleteKeyExW(m_key, L"key", 0, 0)), 0u);
     EXPECT_EQ(Open(m_key, L"key").Code(), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(Listed(RegEnumKeyExW), L"other ");
+    EXPECT_EQ(Listed(m_key, RegEnumKeyExW), Names{L"other"});
     fs::rename(Folder() / "v.GOOD", Folder() / "v.BETTER");
     EXPECT_EQ(Get(m_key, L"better").code, DWORD{ERROR_REGISTRY_CORRUPT});
 }
@@ -132,7 +123,7 @@ TEST_F(RegistryFiles, WithoutANameAreNoKey) {
     fs::remove(Folder() / "k.KEY/name");
     EXPECT_EQ(Set(key, L"value", {REG_BINARY, "2"}), DWORD{ERROR_KEY_DELETED});
     EXPECT_EQ(Open(m_key, L"key").Code(), DWORD{ERROR_FILE_NOT_FOUND});
-    EXPECT_EQ(Listed(RegEnumKeyExW), L"");
+    EXPECT_EQ(Listed(m_key, RegEnumKeyExW), Names());
     EXPECT_EQ(Get(Make(m_key, L"key"), L"value").code, DWORD{ERROR_FILE_NOT_FOUND});
     EXPECT_EQ(Open(m_key, L"key\\below").Code(), DWORD{ERROR_FILE_NOT_FOUND});
     fs::remove(Folder() / "k.KEY/name");

@@ -38,6 +38,18 @@ class ServiceManagement : public testing::Test {
         EXPECT_TRUE(service) << GetLastError();
         return service;
     }
+    // Of the test program in a role, with its arguments.
+    static OwnedService AddRole(const std::wstring& name, const std::wstring& role,
+                                DWORD type = SERVICE_WIN32_SHARE_PROCESS) {
+        ServiceRecord record{.name = name, .type = type};
+        record.commandLine = ServiceRecord::ProgramInRole(role);
+        return Create(record);
+    }
+    // Another manager in the place of one that was killed.
+    void Replace() {
+        m_manager.Kill();
+        m_manager.Start();
+    }
     static DWORD ProcessOf(const OwnedService& service) { return StatusOf(service).dwProcessId; }
     // Which whoever changes the records holds.
     std::string HiveLock() const { return m_manager.Folder() + "root/state/registry/machine/lock"; }
@@ -57,6 +69,18 @@ class ServiceManagement : public testing::Test {
         ASSERT_NE(process, 0u);  // which would be this one and all of its group
         kill(static_cast<pid_t>(process), SIGKILL);
         WaitUntil(service, [&](const SERVICE_STATUS_PROCESS& now) { return now.dwProcessId != process; });
+    }
+
+    // A limit of the manager that is `now` while `action` runs.
+    template <class Action>
+    void WithLimit(decltype(RLIMIT_NOFILE) what, rlim_t now, Action action) const {
+        const auto manager = static_cast<pid_t>(m_manager.Id());
+        rlimit before{};
+        ASSERT_EQ(prlimit(manager, what, nullptr, &before), 0);
+        const rlimit limit{.rlim_cur = now, .rlim_max = before.rlim_max};
+        ASSERT_EQ(prlimit(manager, what, &limit, nullptr), 0);
+        action();
+        ASSERT_EQ(prlimit(manager, what, &before, nullptr), 0);
     }
 
     PrivateManager m_manager;
@@ -152,9 +176,8 @@ TEST_F(ImpatientManagement, EndsWhatMisbehaves) {
     std::vector<DWORD> processes;
     for (const Misbehaviour& row : rows) {
         SCOPED_TRACE(row.does);
-        ServiceRecord record{.name = Wide(row.does)};
-        record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving ") + Wide(row.does);
-        services.push_back(Create(record));
+        services.push_back(
+            AddRole(Wide(row.does), L"misbehaving " + Wide(row.does), SERVICE_WIN32_OWN_PROCESS));
         begun.push_back(GetTickCount64());
         const DWORD code = Start(services.back());
         EXPECT_TRUE(code == row.startCode || row.startCode == Either) << code;
@@ -185,11 +208,9 @@ TEST_F(ImpatientManagement, EndsWhatMisbehaves) {
 // A service that hangs in a process which others use is given up alone, and known again when it does
 // something.
 TEST_F(ImpatientManagement, SparesTheNeighboursOfAServiceThatHangs) {
-    ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
-    record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving starts-late well late");
-    const OwnedService well = Create(record);
-    record.name = L"late";
-    const OwnedService late = Create(record), dependent = Add(L"dependent", L"late");
+    const std::wstring role = L"misbehaving starts-late well late";
+    const OwnedService well = AddRole(L"well", role), late = AddRole(L"late", role),
+                       dependent = Add(L"dependent", L"late");
     EXPECT_EQ(StartAndWait(well), 0u);
     EXPECT_EQ(Start(dependent), ERROR_SERVICE_DEPENDENCY_FAIL);
     EXPECT_EQ(WaitFor(late, SERVICE_STOPPED).dwWin32ExitCode, ERROR_SERVICE_REQUEST_TIMEOUT);
@@ -201,11 +222,8 @@ TEST_F(ImpatientManagement, SparesTheNeighboursOfAServiceThatHangs) {
 }
 
 TEST_F(ImpatientManagement, WaitsForASlowHandlerInItsProcessAlone) {
-    ServiceRecord record{.name = L"slow", .type = SERVICE_WIN32_SHARE_PROCESS};
-    record.commandLine += L" slow other";
-    const OwnedService slow = Create(record);
-    record.name = L"other";
-    const OwnedService other = Create(record), elsewhere = Add(L"elsewhere");
+    const OwnedService slow = AddRole(L"slow", L"service slow other"),
+                       other = AddRole(L"other", L"service slow other"), elsewhere = Add(L"elsewhere");
     EXPECT_EQ(StartAndWait(slow), 0u);
     EXPECT_EQ(Control(slow, SlowControl), ERROR_SERVICE_REQUEST_TIMEOUT);
     EXPECT_EQ(StartAndWait(elsewhere), 0u);
@@ -283,13 +301,9 @@ TEST_F(ServiceManagement, RefusesCirclesOfDependencies) {
 }
 
 TEST_F(ServiceManagement, RunsServicesOfOneProgramInOneProcess) {
-    ServiceRecord record{.name = L"one", .type = SERVICE_WIN32_SHARE_PROCESS};
-    record.commandLine += L" one two";
-    const OwnedService one = Create(record);
-    record.name = L"two";
-    const OwnedService two = Create(record);
-    record.name = L"three";
-    const OwnedService three = Create(record);
+    const std::wstring role = L"service one two";
+    const OwnedService one = AddRole(L"one", role), two = AddRole(L"two", role),
+                       three = AddRole(L"three", role);
     EXPECT_EQ(StartAndWait(one), 0u);
     EXPECT_EQ(StartAndWait(two), 0u);
     const DWORD process = ProcessOf(one);
@@ -313,16 +327,11 @@ TEST_F(ServiceManagement, StartsAServiceOnceThatStopsAtOnce) {
     }
 }
 
-TEST_F(ServiceManagement, GivesTheHandlersAnswerToWhoAsked) {
+TEST_F(ServiceManagement, GivesTheHandlersAnswerAndSaysWhereItEndedWithoutOne) {
     const OwnedService service = Add(L"A");
     EXPECT_EQ(StartAndWait(service), 0u);
     EXPECT_EQ(Control(service, RefuseControl), RefusalCode);
     EXPECT_EQ(Control(service, 200), ERROR_CALL_NOT_IMPLEMENTED);
-}
-
-TEST_F(ServiceManagement, SaysThatAServiceEndedWithoutAReport) {
-    const OwnedService service = Add(L"A");
-    EXPECT_EQ(StartAndWait(service), 0u);
     EXPECT_EQ(Control(service, CrashControl), ERROR_PROCESS_ABORTED);
     EXPECT_EQ(WaitFor(service, SERVICE_STOPPED).dwWin32ExitCode, ERROR_PROCESS_ABORTED);
     EXPECT_EQ(StartAndWait(service), 0u);
@@ -451,8 +460,7 @@ TEST_F(ServiceManagement, GoesOnWithADeletionThatAnEarlierManagerBegan) {
     EXPECT_EQ(StartAndWait(running), 0u);
     EXPECT_TRUE(DeleteService(running.get()));
     EXPECT_TRUE(DeleteService(stopped.get()));
-    m_manager.Kill();
-    m_manager.Start();
+    Replace();
     EXPECT_EQ(CodeOf(OpenNamed(L"B").get()), ERROR_SERVICE_DOES_NOT_EXIST);
     running = OpenNamed(L"A");
     EXPECT_EQ(StopAndWait(running), 0u);
@@ -507,16 +515,14 @@ TEST_F(ServiceManagement, RestartsWhatAnEarlierManagerWasToRestart) {
     EXPECT_EQ(StartAndWait(service), 0u);
     Crash(service);
     const ULONGLONG begin = GetTickCount64();
-    m_manager.Kill();
-    m_manager.Start();
+    Replace();
     service = OpenNamed(L"A");
     EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
     WaitFor(service, SERVICE_RUNNING);
     EXPECT_GE(GetTickCount64() - begin, 1950u) << "no sooner than it is told to";
     Crash(service);
     EXPECT_EQ(StateOf(service), SERVICE_STOPPED) << "the first failure counts";
-    m_manager.Kill();
-    m_manager.Start();
+    Replace();
     EXPECT_EQ(StateOf(OpenNamed(L"A")), SERVICE_STOPPED);
 }
 
@@ -527,11 +533,9 @@ const Role g_startSlowlyNeeding("start-needing", [](const RoleArguments&) {
 });
 
 TEST_F(ServiceManagement, StartsWhatAnEarlierManagerWasToStart) {
-    ServiceRecord record{.name = L"well", .type = SERVICE_WIN32_SHARE_PROCESS};
-    record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving starts-late well late");
-    OwnedService well = Create(record);
-    record.name = L"late";
-    const OwnedService late = Create(record), service = Add(L"A", L"late");
+    const std::wstring role = L"misbehaving starts-late well late";
+    OwnedService well = AddRole(L"well", role);
+    const OwnedService late = AddRole(L"late", role), service = Add(L"A", L"late");
     EXPECT_EQ(StartAndWait(well), 0u);
     RoleProcess asker("start-needing");
     WaitFor(late, SERVICE_START_PENDING);
@@ -600,14 +604,10 @@ TEST_F(ServiceManagement, TriesAgainWhatItHasNoDescriptorsFor) {
     const OwnedService service = Add(L"A");
     ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
     EXPECT_EQ(StartAndWait(service), 0u);
-    const auto manager = static_cast<pid_t>(m_manager.Id());
-    rlimit before{};
-    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, nullptr, &before), 0);
-    const rlimit none{.rlim_cur = 3, .rlim_max = before.rlim_max};
-    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &none, nullptr), 0);
-    Crash(service);
-    EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
-    ASSERT_EQ(prlimit(manager, RLIMIT_NOFILE, &before, nullptr), 0);
+    WithLimit(RLIMIT_NOFILE, 3, [&] {
+        Crash(service);
+        EXPECT_EQ(StateOf(service), SERVICE_STOPPED);
+    });
     WaitFor(service, SERVICE_RUNNING);
     EXPECT_TRUE(OpenManager());
 }
@@ -623,23 +623,18 @@ TEST_F(ServiceManagement, RestartsAServiceOnceItsAccountMayHaveAProcess) {
     ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
     EXPECT_EQ(StartAndWait(service), 0u);
     EXPECT_EQ(StartAndWait(other), 0u);
-    const auto manager = static_cast<pid_t>(m_manager.Id());
-    rlimit before{};
-    ASSERT_EQ(prlimit(manager, RLIMIT_NPROC, nullptr, &before), 0);
-    const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
-    ASSERT_EQ(prlimit(manager, RLIMIT_NPROC, &none, nullptr), 0);
-    Crash(service);
-    m_manager.ReadTo("A is started later");
-    ASSERT_EQ(prlimit(manager, RLIMIT_NPROC, &before, nullptr), 0);
+    WithLimit(RLIMIT_NPROC, 0, [&] {
+        Crash(service);
+        m_manager.ReadTo("A is started later");
+    });
     WaitFor(service, SERVICE_RUNNING);
 }
 
 // A service that crashes at once is restarted ever later.
 TEST_F(ServiceManagement, RestartsAServiceEverLaterThatAlwaysFails) {
     const std::string file = m_manager.Folder() + "starts";
-    ServiceRecord record{.name = L"A"};
-    record.commandLine = ServiceRecord::ProgramInRole(L"misbehaving counts-and-exits ") + Wide(file);
-    const OwnedService service = Create(record);
+    const OwnedService service =
+        AddRole(L"A", L"misbehaving counts-and-exits " + Wide(file), SERVICE_WIN32_OWN_PROCESS);
     ASSERT_TRUE(SetActions(service, {{SC_ACTION_RESTART, 0}}));
     Start(service);
     std::vector<ULONGLONG> times;

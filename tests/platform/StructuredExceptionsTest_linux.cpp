@@ -240,19 +240,24 @@ class EarlierHandlersDeathTest : public testing::Test {
     EarlierHandlersDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
 
     // Installs the handler, then has the library install its own.
+    static void Install(struct sigaction action) {
+        sigaction(SIGSEGV, &action, nullptr);
+        const Translated first;
+    }
     static void Install(void (*handler)(int), int flags = 0) {
         struct sigaction action {};
         action.sa_handler = handler;
         action.sa_flags = flags;
-        sigaction(SIGSEGV, &action, nullptr);
-        const Translated first;
+        Install(action);
     }
     static void Install(void (*handler)(int, siginfo_t*, void*)) {
         struct sigaction action {};
         action.sa_sigaction = handler;
         action.sa_flags = SA_SIGINFO;
-        sigaction(SIGSEGV, &action, nullptr);
-        const Translated first;
+        Install(action);
+    }
+    static void Say(const char* word) {
+        [[maybe_unused]] const auto written = write(STDERR_FILENO, word, std::strlen(word));
     }
     static bool IsBlocked(int signal) {
         sigset_t blocked;
@@ -266,8 +271,8 @@ class EarlierHandlersDeathTest : public testing::Test {
     static inline void* volatile address = nullptr;
 };
 
-TEST_F(EarlierHandlersDeathTest, TakesTheFaultOfAThreadWithoutTranslatorAndMayJumpOut) {
-    const auto run = [&] {
+TEST_F(EarlierHandlersDeathTest, TakeTheFaultOfAThreadWithoutTranslatorAndMayJumpOutOrRepairIt) {
+    const auto jump = [&] {
         Install([](int, siginfo_t* info, void*) {
             address = info->si_addr;
             siglongjmp(back, 1);
@@ -275,18 +280,15 @@ TEST_F(EarlierHandlersDeathTest, TakesTheFaultOfAThreadWithoutTranslatorAndMayJu
         if (sigsetjmp(back, 0) == 0) Read(noAccess.At(1));
         std::_Exit(address == noAccess.At(1) && IsBlocked(SIGSEGV) && !IsBlocked(SIGUSR1) ? 0 : 1);
     };
-    EXPECT_EXIT(run(), ExitedWithCode(0), "");
-}
-
-TEST_F(EarlierHandlersDeathTest, MayRepairTheFaultAndReturn) {
-    const auto run = [&] {
+    const auto repair = [&] {
         Install([](int, siginfo_t* info, void*) { mprotect(info->si_addr, 4096, PROT_READ); });
         std::_Exit(Read(noAccess.At(0)));
     };
-    EXPECT_EXIT(run(), ExitedWithCode(0), "");
+    EXPECT_EXIT(jump(), ExitedWithCode(0), "");
+    EXPECT_EXIT(repair(), ExitedWithCode(0), "");
 }
 
-TEST_F(EarlierHandlersDeathTest, TakesASentSignalThoughTheThreadHasATranslator) {
+TEST_F(EarlierHandlersDeathTest, TakeASentSignalThoughTheThreadHasATranslator) {
     const auto run = [] {
         Install([](int) { calls = calls + 1; });
         const Translated translated;
@@ -306,37 +308,28 @@ TEST_F(EarlierHandlersDeathTest, TakesASentSignalThoughTheThreadHasATranslator) 
     EXPECT_EXIT(run(), ExitedWithCode(0), "");
 }
 
-TEST_F(EarlierHandlersDeathTest, ThatAskedForOneCallGetsOne) {
-    const auto run = [&] {
-        Install([](int) { [[maybe_unused]] const auto written = write(STDERR_FILENO, "called;", 7); },
-                static_cast<int>(SA_RESETHAND));
+TEST_F(EarlierHandlersDeathTest, AreCalledOnceOrIgnoreSentSignalsOrKillAsTheyAsked) {
+    const auto once = [&] {
+        Install([](int) { Say("called;"); }, static_cast<int>(SA_RESETHAND));
         Read(noAccess.At(0));
     };
-    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "^called;$");
-}
-
-TEST_F(EarlierHandlersDeathTest, ThatIgnoresTheSignalIgnoresSentOnesOnly) {
-    const auto run = [&] {
+    const auto ignore = [&] {
         Install(SIG_IGN);
         kill(getpid(), SIGSEGV);
-        [[maybe_unused]] const auto written = write(STDERR_FILENO, "alive;", 6);
+        Say("alive;");
         Read(noAccess.At(0));
     };
-    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "^alive;$");
-}
-
-TEST_F(EarlierHandlersDeathTest, BeingTheDefaultASentSignalKills) {
-    const auto run = [] {
+    const auto byDefault = [] {
         const Translated translated;
         kill(getpid(), SIGSEGV);
+        Say("alive;");
     };
-    EXPECT_EXIT(run(), KilledBySignal(SIGSEGV), "");
+    EXPECT_EXIT(once(), KilledBySignal(SIGSEGV), "^called;$");
+    EXPECT_EXIT(ignore(), KilledBySignal(SIGSEGV), "^alive;$");
+    EXPECT_EXIT(byDefault(), KilledBySignal(SIGSEGV), "^$");
 }
 
-class UntranslatedDeathTest : public testing::Test {
-  protected:
-    UntranslatedDeathTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
-};
+using UntranslatedDeathTest = EarlierHandlersDeathTest;
 
 TEST_F(UntranslatedDeathTest, FaultInTheAllocatorEndsTheProcessWithAReport) {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
