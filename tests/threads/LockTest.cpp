@@ -63,6 +63,19 @@ TEST(ThreadSynch, StaysHeldWhenItIsAssignedTo) {
 
 class ReadSynch : public testing::Test {
   protected:
+    std::unique_ptr<Guard> Hold(bool isWriter) {
+        return isWriter ? std::make_unique<Guard>(write) : std::make_unique<Guard>(lock);
+    }
+    // Nobody is let in to write until something is done.
+    template <class Action>
+    void ExpectHeldUntil(Action action) {
+        Taker taker(write);
+        EXPECT_FALSE(taker.HasTaken(NeverMs));
+        action();
+        EXPECT_TRUE(taker.HasTaken(INFINITE));
+    }
+    void ForgetHolders() { lock = TQThreadReadSynch(); }
+
     TQThreadReadSynch lock;
     TQThreadWriteSynch write{lock};
 };
@@ -88,12 +101,11 @@ TEST_F(ReadSynch, KeepsReadersAndWritersApart) {
 
 TEST_F(ReadSynch, LetsReadersPassByAWaitingWriter) {
     std::optional<Guard> guard(std::in_place, lock);
-    Taker writer(write);
-    EXPECT_FALSE(writer.HasTaken(NeverMs));
-    EXPECT_TRUE(CanBeTaken(lock));
-    { const Guard again(lock); }
-    guard.reset();
-    EXPECT_TRUE(writer.HasTaken(INFINITE));
+    ExpectHeldUntil([&] {
+        EXPECT_TRUE(CanBeTaken(lock));
+        { const Guard again(lock); }
+        guard.reset();
+    });
 }
 
 TEST_F(ReadSynch, MustBeReleasedAsOftenAsItWasTaken) {
@@ -101,8 +113,7 @@ TEST_F(ReadSynch, MustBeReleasedAsOftenAsItWasTaken) {
         TQThreadWriteSynch otherWrite(lock);
         std::vector<std::unique_ptr<Guard>> guards;
         for (int i = 0; i < 3; ++i)
-            guards.push_back(isWriter ? std::make_unique<Guard>(i == 1 ? otherWrite : write)
-                                      : std::make_unique<Guard>(lock));
+            guards.push_back(isWriter && i == 1 ? std::make_unique<Guard>(otherWrite) : Hold(isWriter));
         Taker taker(write);
         while (!guards.empty()) {
             EXPECT_FALSE(taker.HasTaken(NeverMs)) << guards.size() << " are left";
@@ -118,15 +129,14 @@ TEST_F(ReadSynch, HasNoUpgradeAndNoDowngrade) {
     for (const bool isWriter : {false, true}) {
         const TQEvent holds(true), hasBoth(true);
         Worker thread([&] {
-            std::optional<Guard> reader, writer;
-            isWriter ? writer.emplace(write) : reader.emplace(lock);
+            const auto first = Hold(isWriter);
             holds.Set();
-            isWriter ? reader.emplace(lock) : writer.emplace(write);
+            const auto second = Hold(!isWriter);
             hasBoth.Set();
         });
         holds.Wait(INFINITE);
         EXPECT_FALSE(hasBoth.Wait(NeverMs));
-        lock = TQThreadReadSynch();
+        ForgetHolders();
         EXPECT_TRUE(hasBoth.Wait(INFINITE));
         thread.Join();
         EXPECT_TRUE(CanBeTaken(write)) << "nothing is left of what was held before";
@@ -135,20 +145,17 @@ TEST_F(ReadSynch, HasNoUpgradeAndNoDowngrade) {
 }
 
 TEST_F(ReadSynch, IsNotReleasedByWhoHoldsNothing) {
-    for (int i = 0; i < 2; ++i) {
-        auto guard = i == 0 ? std::make_unique<Guard>(lock) : std::make_unique<Guard>(write);
+    for (const bool isWriter : {false, true}) {
+        auto guard = Hold(isWriter);
         Worker([&] { guard.reset(); }).Join();
-        Taker taker(write);
-        EXPECT_FALSE(taker.HasTaken(NeverMs));
-        lock = TQThreadReadSynch();
-        EXPECT_TRUE(taker.HasTaken(INFINITE));
+        ExpectHeldUntil([&] { ForgetHolders(); });
     }
 }
 
 TEST_F(ReadSynch, IsNotReleasedByWhoHeldItBeforeAnAssignment) {
     for (const bool wasWriter : {false, true}) {
-        auto before = wasWriter ? std::make_unique<Guard>(write) : std::make_unique<Guard>(lock);
-        lock = TQThreadReadSynch();
+        auto before = Hold(wasWriter);
+        ForgetHolders();
         const TQEvent reads(true), end(true);
         Worker reader([&] {
             const Guard guard(lock);
@@ -157,21 +164,15 @@ TEST_F(ReadSynch, IsNotReleasedByWhoHeldItBeforeAnAssignment) {
         });
         reads.Wait(INFINITE);
         before.reset();
-        Taker writer(write);
-        EXPECT_FALSE(writer.HasTaken(NeverMs));
-        end.Set();
-        EXPECT_TRUE(writer.HasTaken(INFINITE));
+        ExpectHeldUntil([&] { end.Set(); });
     }
 }
 
 TEST_F(ReadSynch, IsNotTakenOverFromAThreadThatEndedInside) {
     for (const bool isWriter : {false, true}) {
         Guard* left = nullptr;
-        Worker([&] { left = isWriter ? new Guard(write) : new Guard(lock); }).Join();
-        Taker taker(write);
-        EXPECT_FALSE(taker.HasTaken(NeverMs));
-        lock = TQThreadReadSynch();
-        EXPECT_TRUE(taker.HasTaken(INFINITE));
+        Worker([&] { left = Hold(isWriter).release(); }).Join();
+        ExpectHeldUntil([&] { ForgetHolders(); });
         ::operator delete(left);
     }
 }
@@ -222,8 +223,7 @@ TEST_F(ReadSynch, IsNotHeldWhereTheWaitFails) {
     Worker([&] {
         for (const bool isWriter : {false, true}) {
             const FailCall fail("WaitForSingleObject", ERROR_NOT_ENOUGH_MEMORY, 1, WAIT_FAILED);
-            EXPECT_EQ(ThrownCode([&] { const Guard held = isWriter ? Guard(write) : Guard(lock); }),
-                      DWORD{ERROR_NOT_ENOUGH_MEMORY});
+            EXPECT_EQ(ThrownCode([&] { const auto held = Hold(isWriter); }), DWORD{ERROR_NOT_ENOUGH_MEMORY});
         }
     }).Join();
     guard.reset();
