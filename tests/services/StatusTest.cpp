@@ -130,20 +130,17 @@ TEST_F(Status, ReportsTheTimeLeftWhereItIsReportedAgainWithoutAHint) {
 }
 
 TEST_F(Status, TellsItsExitCodeWithTheLastReportAlone) {
-    service.SetState(S::StartPending);
-    service.SetExitCode(5);
-    service.SetState(S::Running);
-    EXPECT_EQ(Last().dwWin32ExitCode, 0u);
-    service.SetState(S::Stopped);
-    EXPECT_EQ(Last().dwWin32ExitCode, 5u);
-}
-
-TEST_F(Status, TellsACodeOfItsOwnBehindTheOneThatSaysSo) {
-    service.SetState(S::StartPending);
-    service.SetExitCode(0, 77);
-    service.SetState(S::Stopped);
-    EXPECT_EQ(Last().dwWin32ExitCode, static_cast<DWORD>(ERROR_SERVICE_SPECIFIC_ERROR));
-    EXPECT_EQ(Last().dwServiceSpecificExitCode, 77u);
+    const std::pair<DWORD, DWORD> rows[] = {{5, 0}, {0, 77}};
+    for (const auto& [code, own] : rows) {
+        service.Register();
+        service.SetState(S::StartPending);
+        service.SetExitCode(code, own);
+        service.SetState(S::Running);
+        EXPECT_EQ(Last().dwWin32ExitCode, 0u);
+        service.SetState(S::Stopped);
+        EXPECT_EQ(Last().dwWin32ExitCode, own ? DWORD{ERROR_SERVICE_SPECIFIC_ERROR} : code);
+        EXPECT_EQ(Last().dwServiceSpecificExitCode, own);
+    }
 }
 
 TEST_F(Status, SaysNothingAfterItHasStopped) {
