@@ -88,18 +88,13 @@ TEST_F(ExceptionRender, OnlyTheFirstActionEmptiesTheCache) {
     EXPECT_STREQ(e.Action(), L"Second");
 }
 
-TEST_F(ExceptionRender, ACachedMessageIsReadWithoutAllocation) {
-    const TQException e(5u, L"Message");
-    const wchar_t* const first = e.FullMsg(Log);
+TEST_F(ExceptionRender, ShortTextsAndCachedMessagesNeedNoAllocation) {
+    const TQException cached(5u, L"Message");
+    const wchar_t* const first = cached.FullMsg(Log);
     FailAllocation count(0);
-    EXPECT_EQ(e.FullMsg(Log), first);
-    EXPECT_EQ(count.Calls(), 0u);
-}
-
-TEST_F(ExceptionRender, ShortTextsAreThrownWithoutAllocationByTheLibrary) {
-    FailAllocation count(0);
-    const TQException e(5u, L"Thread Start Failed - Already started.");
-    const TQException copy(e);
+    EXPECT_EQ(cached.FullMsg(Log), first);
+    const TQException thrown(5u, L"Thread Start Failed - Already started.");
+    const TQException copy(thrown);
     EXPECT_EQ(count.Calls(), 0u);
 }
 

@@ -36,13 +36,13 @@ std::wstring Message(const _TQWin32Exception& e) {
 }
 
 TEST(ExceptionCode, GivesTheLevel) {
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0), Level::Error);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(5), Level::Error);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0xFFFFFF), Level::Error);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x1000000), Level::Succeeded);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x40000005), Level::Information);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0x80070005), Level::Warning);
-    EXPECT_EQ(_TQExceptionRoot::CodeLevel(0xC0000005), Level::Error);
+    for (const auto& [code, level] : {std::pair(0u, Level::Error),
+                                      {0xFFFFFF, Level::Error},
+                                      {0x1000000, Level::Succeeded},
+                                      {0x40000005, Level::Information},
+                                      {0x80070005, Level::Warning},
+                                      {0xC0000005, Level::Error}})
+        EXPECT_EQ(_TQExceptionRoot::CodeLevel(code), level) << code;
 }
 
 TEST(ExceptionCode, NamesWhatHasNoNameToo) {

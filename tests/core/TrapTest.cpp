@@ -42,11 +42,9 @@ TEST(Trap, ThrowsAFaultWithItsRecord) {
         EXPECT_EQ(e.OSException()->target, 16u);
         STLString block;
         e.AssembleLogOutput(L"here", block);
-        EXPECT_NE(block.Std().find(L"OS Exception-Read Access Violation @ "), std::wstring::npos)
-            << block.ToUtf8().c_str();
-        EXPECT_NE(block.Std().find(L" reading 0000000000000010. "), std::wstring::npos);
-        EXPECT_NE(block.Std().find(L"Owner=core_traps_test"), std::wstring::npos);
-        EXPECT_NE(block.Std().find(L"A System Exception Occurred."), std::wstring::npos);
+        for (const wchar_t* part : {L"OS Exception-Read Access Violation @ ", L" reading 0000000000000010. ",
+                                    L"Owner=core_traps_test", L"A System Exception Occurred."})
+            EXPECT_NE(block.Std().find(part), std::wstring::npos) << block.ToUtf8().c_str();
     }
     EXPECT_EQ(destroyed, 1);
 }
