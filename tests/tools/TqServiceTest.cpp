@@ -1,6 +1,9 @@
 // tq service as its users run it: arguments in, output and exit code out.
 #include "TqServiceTest.h"
 
+#include <iterator>
+#include <sstream>
+
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
 using testing::HasSubstr;
@@ -63,21 +66,12 @@ TEST_F(TqService, SaysWhatToDoNext) {
 }
 
 TEST_F(TqService, AnswersAWrongCommandLineInOneLine) {
-    const std::vector<std::string> lines[] = {{},
-                                              {"lst"},
-                                              {"query"},
-                                              {"query", "one", "two"},
-                                              {"query", "--colour", "one"},
-                                              {"wait", "one", "tired"},
-                                              {"wait", "--timeout", "soon", "one", "running"},
-                                              {"control", "one", "256"},
-                                              {"create", "one"},
-                                              {"create", "--", "program"},
-                                              {"create", "one", "--start", "never", "--", "program"},
-                                              {"config", "--start", "auto"},
-                                              {"config", "one", "--restart-after", "1"},
-                                              {"failure", "one", "two", "--none"},
-                                              {"failure", "one", "--exit-codes", "maybe"}};
-    for (const std::vector<std::string>& line : lines)
-        EXPECT_THAT(Tq(line, 2), IsOneLine());
+    for (const std::string line :
+         {"", "lst", "query", "query one two", "query --colour one", "wait one tired",
+          "wait --timeout soon one running", "control one 256", "create one", "create -- program",
+          "create one --start never -- program", "config --start auto", "config one --restart-after 1",
+          "failure one two --none", "failure one --exit-codes maybe"}) {
+        std::istringstream words(line);
+        EXPECT_THAT(Tq({std::istream_iterator<std::string>(words), {}}, 2), IsOneLine()) << line;
+    }
 }

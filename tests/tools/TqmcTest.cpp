@@ -1,7 +1,9 @@
 // The message compiler as a build runs it. Its paths come as macros: TQMC, WINDMC (empty where there is
 // none), RESOURCES and MESSAGES, the library's message file and one with two languages.
+#include "support/DataLines.h"
 #include "support/ReadBytes.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +18,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// A text of a table: | stands for the end of a line.
+std::string WithBreaks(std::string text) {
+    std::ranges::replace(text, '|', '\n');
+    return text;
+}
+
 std::string WithCrLf(const std::string& text) {
     std::string result;
     for (const char c : text)
@@ -23,6 +31,7 @@ std::string WithCrLf(const std::string& text) {
     return result;
 }
 
+using Quellan::Corvel::Test::DataLines;
 using Quellan::Corvel::Test::ReadBytes;
 
 class Tqmc : public testing::Test {
@@ -71,8 +80,8 @@ class Tqmc : public testing::Test {
 
 constexpr const char* Minimal = "MessageId=1\nSymbolicName=ONE\nLanguage=English\nFirst.\n.\n";
 
-std::string Message(const std::string& head, const std::string& tail = "Language=English\nText.\n.\n") {
-    return "MessageId=1\n" + head + tail;
+std::string Message(const std::string& text) {
+    return "MessageId=1\n" + text;
 }
 
 }  // namespace
@@ -117,26 +126,15 @@ TEST_F(Tqmc, NumbersMessagesBySeverityFacilityAndTheOneBefore) {
 }
 
 TEST_F(Tqmc, SaysWhatIsWrongAndInWhichLine) {
-    EXPECT_EQ(Complaint("Nonsense=1\n"), ":1: unknown keyword Nonsense\n");
-    EXPECT_EQ(Complaint("MessageId\n"), ":1: expected = after MessageId\n");
-    EXPECT_EQ(Complaint("; only a comment\n"), ":1: there are no messages\n");
-    EXPECT_EQ(Complaint("SeverityNames=(Bad=4)\n"), ":1: 4 is too large\n");
-    EXPECT_EQ(Complaint("FacilityNames=(Shop=x)\n"), ":1: x is not a number\n");
-    EXPECT_EQ(Complaint("\nFacilityNames=(Shop=1\n"), ":2: FacilityNames lacks its )\n");
-    EXPECT_EQ(Complaint("MessageId=0x10000\n"), ":1: 0x10000 is too large\n");
-    EXPECT_EQ(Complaint(Message("Severity=Awful\n")), ":2: unknown severity Awful\n");
-    EXPECT_EQ(Complaint(Message("Facility=Nowhere\n")), ":2: unknown facility Nowhere\n");
-    EXPECT_EQ(Complaint(Message("", "Language=Klingon\n")), ":2: unknown language Klingon\n");
-    EXPECT_EQ(Complaint(Message("", "Language=English\n.\n")), ":3: the message's text is empty\n");
-    EXPECT_EQ(Complaint(Message("", "Language=English\nText.\n")),
-              ":3: the message lacks the line with a single dot at its end\n");
-    EXPECT_EQ(Complaint(Message("", "Language=English\n\xC3(\n.\n")), ":3: the text is not UTF-8\n");
-    EXPECT_EQ(Complaint(Message("", "Language=English\n\xED\xA0\x80\n.\n")), ":3: the text is not UTF-8\n");
-    EXPECT_EQ(Complaint(Message("", "Language=English\n" + std::string(40000, 'x') + "\n.\n")),
+    for (const std::string& line : DataLines("WrongMessages.txt")) {
+        const std::size_t tab = line.find('\t');
+        EXPECT_EQ(Complaint(WithBreaks(line.substr(tab + 1))), line.substr(0, tab) + '\n');
+    }
+    EXPECT_EQ(Complaint(Message("Language=English\n\xC3(\n.\n")), ":3: the text is not UTF-8\n");
+    EXPECT_EQ(Complaint(Message("Language=English\n\xED\xA0\x80\n.\n")), ":3: the text is not UTF-8\n");
+    EXPECT_EQ(Complaint(Message("Language=English\n" + std::string(40000, 'x') + "\n.\n")),
               ":4: the message's text is too long\n");
     EXPECT_EQ(Complaint(std::string(Minimal) + Minimal), ":10: the message's number is used twice\n");
-    EXPECT_EQ(Complaint(Message("", "Language=English\nA.\n.\nLanguage=English\nB.\n.\n")),
-              ":5: the message has two texts in English\n");
 }
 
 TEST_F(Tqmc, RefusesCallsThatMakeNoSense) {
