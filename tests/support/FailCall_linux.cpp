@@ -1,10 +1,11 @@
 #include "TQLib/platform/linux/base/FaultPoint.h"
-#include "support/Allocations_linux.h"
 #include "support/FailCall.h"
+#include "support/Resources.h"
 #include "support/StackedPlan_linux.h"
 
 #include <atomic>
 #include <cstdlib>
+#include <dirent.h>
 #include <new>
 
 namespace Quellan::Corvel::Test {
@@ -56,10 +57,19 @@ void* OrThrow(void* block) {
     return block;
 }
 
+std::size_t Entries(const char* folder) {
+    DIR* const open = opendir(folder);
+    std::size_t entries = 0;
+    while (open && readdir(open))
+        ++entries;
+    if (open) closedir(open);
+    return entries;
+}
+
 }  // namespace
 
-std::size_t LiveBlocks() noexcept {
-    return g_blocks.load(std::memory_order_relaxed);
+Resources Resources::Now() {
+    return {g_blocks.load(std::memory_order_relaxed), Entries("/proc/self/fd"), Entries("/proc/self/task")};
 }
 
 bool FailCall::CanWatch(const char*) {

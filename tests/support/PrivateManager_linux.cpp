@@ -1,5 +1,7 @@
 #include "support/PrivateManager_linux.h"
 
+#include "support/ServiceManager.h"
+
 #include <csignal>
 #include <filesystem>
 
@@ -36,5 +38,7 @@ int PrivateManager::Stop() {
     m_process.reset();
     return code;
 }
+
+ServiceManager::ServiceManager() : m_manager(std::make_shared<PrivateManager>()) {}
 
 }  // namespace Quellan::Corvel::Test

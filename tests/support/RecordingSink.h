@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TQLib/core/TQEventLog.h"
+#include "TQLib/core/TQException.h"
 
 #include <mutex>
 #include <string>
@@ -27,7 +28,16 @@ class RecordingSink : public TQEventLogSink {
     // From now on every entry is refused.
     void Refuse() { m_isRefusing = true; }
 
-    void Write(const TQEventLogEntry& entry) override;
+    void Write(const TQEventLogEntry& entry) override {
+        if (m_isRefusing) throw TQSysException(1502u, L"RecordingSink");
+        const std::lock_guard guard(m_lock);
+        m_entries.push_back({entry.source,
+                             entry.eventId,
+                             entry.category,
+                             entry.type,
+                             {entry.strings.begin(), entry.strings.end()},
+                             {entry.data.begin(), entry.data.end()}});
+    }
 
     std::vector<Entry> Entries() const {
         const std::lock_guard guard(m_lock);
