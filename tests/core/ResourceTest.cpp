@@ -20,10 +20,6 @@ constexpr unsigned int TestStore = 77;
 constexpr TQStrResDestination Destinations[] = {TQStrResDestination::User, TQStrResDestination::System,
                                                 TQStrResDestination::EventLog, TQStrResDestination::Log};
 
-std::wstring MessageOf(const _TQWin32Exception& e) {
-    return e.ExcMsg(TQStrResDestination::User).Std();
-}
-
 // An argument that would outlive its text does not compile.
 static_assert(std::is_constructible_v<TQMsgArg, const TQString&>);
 static_assert(std::is_constructible_v<TQMsgArg, std::wstring_view>);
@@ -121,29 +117,20 @@ TEST_F(Resource, IsAlsoAStringOfAModulesStringTable) {
 }
 
 TEST_F(Resource, TellsWhatItDidNotFind) {
-    const auto failure = [](auto action) -> std::pair<unsigned, std::wstring> {
-        try {
-            action();
-        } catch (const TQException& e) {
-            return {e.ErrCode(), MessageOf(e)};
-        }
-        return {0, L""};
-    };
-    using Failure = std::pair<unsigned, std::wstring>;
-    EXPECT_EQ(failure([&] { return m_store.WithID(4711).Text(TQStrResDestination::Log); }),
+    EXPECT_EQ(Thrown([&] { return m_store.WithID(4711).Text(TQStrResDestination::Log); }),
               Failure(317,
                       L"The message resource (ID=4711) could not be found in the specified store destination "
                       L"(3 - Log)."));
-    EXPECT_EQ(failure([&] { return TQStrRes(TestStore, 4711).Text(TQStrResDestination::User); }),
+    EXPECT_EQ(Thrown([&] { return TQStrRes(TestStore, 4711).Text(TQStrResDestination::User); }),
               Failure(1814,
                       L"The string resource (ID=4711) could not be found in the specified store destination "
                       L"(0 - User)."));
-    EXPECT_EQ(failure([&] { return TQMsgRes(4711, 1).Text(TQStrResDestination::Log); }),
+    EXPECT_EQ(Thrown([&] { return TQMsgRes(4711, 1).Text(TQStrResDestination::Log); }),
               Failure(1168, L"The given resource store ID was not found."));
-    EXPECT_EQ(failure([] { return TQLib::ResourceBaseName(4711); }),
+    EXPECT_EQ(Thrown([] { return TQLib::ResourceBaseName(4711); }),
               Failure(1168, L"The given resource store ID was not found."));
     EXPECT_EQ(
-        failure([] { TQLib::RegisterResourceStore(TestStore, L"Other"); }),
+        Thrown([] { TQLib::RegisterResourceStore(TestStore, L"Other"); }),
         Failure(183, L"The passed resource store ID is already registered and can not be registered again."));
     EXPECT_EQ(TQLib::ResourceBaseName(TestStore), L"TQTest");
 }

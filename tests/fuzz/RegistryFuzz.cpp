@@ -1,18 +1,9 @@
 // The file of a registry value. What could be read is the same when it is written and read again.
+#include "Require.h"
 #include "TQLib/platform/linux/base/Errors.h"
 #include "TQLib/platform/linux/registry/RegistryValue.h"
 
-#include <cstdlib>
-
 using namespace Quellan::Platform;
-
-namespace {
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     const std::string_view file(reinterpret_cast<const char*>(data), size);

@@ -1,18 +1,9 @@
 // The file of account rights. What was read and changed can be read again.
+#include "Require.h"
 #include "TQLib/platform/linux/accounts/RightsText.h"
 #include "TQLib/platform/linux/base/Errors.h"
 
-#include <cstdlib>
-
 using namespace Quellan::Platform;
-
-namespace {
-
-void Require(bool condition) {
-    if (!condition) std::abort();
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     RightsText text;

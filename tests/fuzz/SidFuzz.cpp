@@ -1,10 +1,10 @@
 // Security identifiers from outside, each input once as the bytes of a block and once as a text in UTF-8.
+#include "Require.h"
 #include "TQLib/platform/Utf.h"
 #include "TQLib/platform/linux/accounts/Sids.h"
 #include "TQLib/platform/linux/base/Errors.h"
 #include "TQLib/platform/linux/base/Memory.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -25,10 +25,6 @@ std::uint8_t* BeforeTheEnd(const std::uint8_t* data, std::size_t size) {
     std::uint8_t* const begin = pages + GuardedBytes - size;
     if (size != 0) std::memcpy(begin, data, size);
     return begin;
-}
-
-void Require(bool condition) {
-    if (!condition) std::abort();
 }
 
 // What is written can be read, and is the same. Without sub-authorities it cannot.

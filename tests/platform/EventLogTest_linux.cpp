@@ -1,4 +1,4 @@
-#include "PlatformTest.h"
+#include "RegistryTest.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "support/ReadBytes.h"
@@ -246,14 +246,10 @@ TEST_F(EventLogFile, IsReadAnewWhenItWasClearedAndHasGrownSince) {
 }
 
 TEST_F(EventLogFile, LosesItsOldestRecordsWhereItWouldBecomeTooLarge) {
-    HKEY key = nullptr;
-    const DWORD least = 0, mostBytes = 64 * 1024;
-    ASSERT_EQ(
-        RegCreateKeyExW(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application", 0,
-                        nullptr, 0, KEY_SET_VALUE, nullptr, &key, nullptr),
-        0);
-    RegSetValueExW(key, L"MaxSize", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&least), sizeof least);
-    RegCloseKey(key);
+    constexpr DWORD mostBytes = 64 * 1024;
+    ASSERT_EQ(Set(Make(HKEY_LOCAL_MACHINE, L"SYSTEM\\CurrentControlSet\\Services\\EventLog\\Application"),
+                  L"MaxSize", {REG_DWORD, std::string(4, '\0')}),
+              0u);
     const HANDLE before = RegisterEventSourceW(nullptr, L"test");
     ASSERT_EQ(Report(before, 1), 0u);
     EXPECT_EQ(Numbers(Forwards), Sequence{1});

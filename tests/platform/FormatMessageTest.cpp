@@ -139,17 +139,16 @@ TEST(MessageText, MalformedTextsInsertsWithoutArgumentsAndWrongCallsAreRefused) 
     EXPECT_EQ(Plain(L"%1"), Failed(ERROR_INVALID_PARAMETER));
     EXPECT_EQ(Plain(L""), Failed(NothingToFormat));
     EXPECT_EQ(Format(0, L"text", 0, 0, nullptr), Failed(ERROR_INVALID_PARAMETER));
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"text", 0, 0, nullptr, buffer.size(), nullptr), 0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(
+        CodeOf(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"text", 0, 0, nullptr, buffer.size(), nullptr)),
+        DWORD{ERROR_INVALID_PARAMETER});
 }
 
 TEST(MessageText, ABufferHoldsTheTextAndItsTerminatorOrNothing) {
     std::array<wchar_t, 4> buffer;
     EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"abc", 0, 0, buffer.data(), 4, nullptr), 3u);
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"abcd", 0, 0, buffer.data(), 4, nullptr), 0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_INSUFFICIENT_BUFFER});
+    EXPECT_EQ(CodeOf(FormatMessageW(FORMAT_MESSAGE_FROM_STRING, L"abcd", 0, 0, buffer.data(), 4, nullptr)),
+              DWORD{ERROR_INSUFFICIENT_BUFFER});
 }
 
 TEST(MessageText, AnAllocatedBufferHasTheLeastSizeAskedFor) {
@@ -166,11 +165,9 @@ TEST(MessageText, AnAllocatedBufferHasTheLeastSizeAskedFor) {
 TEST(MessageText, AFailureLeavesNoAllocatedBuffer) {
     wchar_t placeholder = 0;
     wchar_t* buffer = &placeholder;
-    SetLastError(ERROR_SUCCESS);
-    EXPECT_EQ(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr,
-                             UnknownMessage, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr),
-              0u);
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_MR_MID_NOT_FOUND});
+    EXPECT_EQ(CodeOf(FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr,
+                                    UnknownMessage, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr)),
+              DWORD{ERROR_MR_MID_NOT_FOUND});
     EXPECT_EQ(buffer, nullptr);
 }
 

@@ -15,50 +15,42 @@ DWORD WaitForInput(const std::vector<HANDLE>& handles, DWORD ms, DWORD flags = 0
     return MsgWaitForMultipleObjectsEx(static_cast<DWORD>(handles.size()), handles.data(), ms, mask, flags);
 }
 
-// Each test has a queue of its own: it runs on a thread of its own.
+// Each test begins with an open queue without messages, and leaves none.
 class Messages : public testing::Test {
   protected:
-    // Runs `body` on a thread with an open queue.
-    template <class Body>
-    static void OnThread(Body body) {
-        Worker([&] {
-            MSG message;
-            Peek(message, 0, 0, PM_NOREMOVE);
-            body();
-            return 0u;
-        });
-    }
+    Messages() { Clear(); }
+    ~Messages() override { Clear(); }
 
+    static void Clear() {
+        for (MSG message; Peek(message);) {
+        }
+    }
     static DWORD Post(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) {
         return CodeOf(PostThreadMessageW(GetCurrentThreadId(), message, wParam, lParam));
     }
 };
 
 TEST_F(Messages, AreTakenByRange) {
-    OnThread([] {
-        Post(First);
-        Post(Second);
-        MSG message{};
-        EXPECT_FALSE(Peek(message, WM_USER, WM_USER));
-        ASSERT_TRUE(Peek(message, Second, Second));
-        EXPECT_EQ(message.message, Second);
-        ASSERT_TRUE(Peek(message));
-        EXPECT_EQ(message.message, First);
-    });
+    Post(First);
+    Post(Second);
+    MSG message{};
+    EXPECT_FALSE(Peek(message, WM_USER, WM_USER));
+    ASSERT_TRUE(Peek(message, Second, Second));
+    EXPECT_EQ(message.message, Second);
+    ASSERT_TRUE(Peek(message));
+    EXPECT_EQ(message.message, First);
 }
 
 TEST_F(Messages, EndWithTheQuitMessage) {
-    OnThread([] {
-        PostQuitMessage(17);
-        Post(First);
-        MSG message{};
-        EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
-        EXPECT_EQ(message.message, First);
-        EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 0);
-        EXPECT_EQ(message.message, UINT{WM_QUIT});
-        EXPECT_EQ(message.wParam, 17u);
-        EXPECT_FALSE(Peek(message));
-    });
+    PostQuitMessage(17);
+    Post(First);
+    MSG message{};
+    EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 1);
+    EXPECT_EQ(message.message, First);
+    EXPECT_EQ(GetMessageW(&message, nullptr, 0, 0), 0);
+    EXPECT_EQ(message.message, UINT{WM_QUIT});
+    EXPECT_EQ(message.wParam, 17u);
+    EXPECT_FALSE(Peek(message));
 }
 
 TEST_F(Messages, ReachNoThreadWithoutAQueue) {
@@ -86,82 +78,70 @@ TEST_F(Messages, ReachNoThreadWithoutAQueue) {
 
 TEST_F(Messages, FillAQueueOfTenThousand) {
     if (OnWine()) GTEST_SKIP() << "Wine has no limit";
-    OnThread([] {
-        for (int i = 0; i < 10'000; ++i)
-            ASSERT_EQ(Post(First), 0u) << i;
-        EXPECT_EQ(Post(First), DWORD{ERROR_NOT_ENOUGH_QUOTA});
-        MSG message;
-        EXPECT_TRUE(Peek(message));
-        EXPECT_EQ(Post(Second), 0u);
-    });
+    for (int i = 0; i < 10'000; ++i)
+        ASSERT_EQ(Post(First), 0u) << i;
+    EXPECT_EQ(Post(First), DWORD{ERROR_NOT_ENOUGH_QUOTA});
+    MSG message;
+    EXPECT_TRUE(Peek(message));
+    EXPECT_EQ(Post(Second), 0u);
 }
 
 TEST_F(Messages, OfWindowsThereAreNone) {
-    OnThread([] {
-        MSG message{};
-        const auto window = reinterpret_cast<HWND>(std::uintptr_t{0x1234});
-        EXPECT_FALSE(PeekMessageW(&message, window, 0, 0, PM_REMOVE));
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
-        EXPECT_EQ(GetMessageW(&message, window, 0, 0), -1);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
-        message.message = First;
-        EXPECT_FALSE(TranslateMessage(&message));
-        EXPECT_EQ(DispatchMessageW(&message), 0);
-    });
+    MSG message{};
+    const auto window = reinterpret_cast<HWND>(std::uintptr_t{0x1234});
+    EXPECT_FALSE(PeekMessageW(&message, window, 0, 0, PM_REMOVE));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+    EXPECT_EQ(GetMessageW(&message, window, 0, 0), -1);
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_WINDOW_HANDLE});
+    message.message = First;
+    EXPECT_FALSE(TranslateMessage(&message));
+    EXPECT_EQ(DispatchMessageW(&message), 0);
 }
 
 TEST_F(Messages, EndAWaitAfterTheHandlesBeforeThem) {
-    OnThread([] {
-        const Owned event = AutoEvent();
-        EXPECT_EQ(WaitForInput({event}, 0), DWORD{WAIT_TIMEOUT});
-        Post(First);
-        SetEvent(event);
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_ALERTABLE), WAIT_OBJECT_0);
-        EXPECT_EQ(WaitForInput({event}, 0), WAIT_OBJECT_0 + 1);
-        Post(First);
-        EXPECT_EQ(WaitForInput({}, INFINITE), WAIT_OBJECT_0);
-    });
+    const Owned event = AutoEvent();
+    EXPECT_EQ(WaitForInput({event}, 0), DWORD{WAIT_TIMEOUT});
+    Post(First);
+    SetEvent(event);
+    EXPECT_EQ(WaitForInput({event}, 0, MWMO_ALERTABLE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForInput({event}, 0), WAIT_OBJECT_0 + 1);
+    Post(First);
+    EXPECT_EQ(WaitForInput({}, INFINITE), WAIT_OBJECT_0);
 }
 
 TEST_F(Messages, LookedAtAndLeftAreNotNew) {
-    OnThread([] {
-        MSG message;
-        Post(First);
-        ASSERT_TRUE(Peek(message, 0, 0, PM_NOREMOVE));
-        EXPECT_EQ(WaitForInput({}, 0), DWORD{WAIT_TIMEOUT});
-        const Owned event = AutoEvent(true);
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
-        EXPECT_EQ(WaitForInput({event}, 0), DWORD{WAIT_TIMEOUT}) << "what counted for one wait alone";
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0 + 1);
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE | MWMO_WAITALL), DWORD{WAIT_TIMEOUT});
-        SetEvent(event);
-        EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE | MWMO_WAITALL), WAIT_OBJECT_0);
-        EXPECT_EQ(WaitForInput({}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
-        Post(First);
-        EXPECT_EQ(WaitForInput({}, 0), WAIT_OBJECT_0);
-    });
+    MSG message;
+    Post(First);
+    ASSERT_TRUE(Peek(message, 0, 0, PM_NOREMOVE));
+    EXPECT_EQ(WaitForInput({}, 0), DWORD{WAIT_TIMEOUT});
+    const Owned event = AutoEvent(true);
+    EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForInput({event}, 0), DWORD{WAIT_TIMEOUT}) << "what counted for one wait alone";
+    EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0 + 1);
+    EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE | MWMO_WAITALL), DWORD{WAIT_TIMEOUT});
+    SetEvent(event);
+    EXPECT_EQ(WaitForInput({event}, 0, MWMO_INPUTAVAILABLE | MWMO_WAITALL), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForInput({}, 0, MWMO_INPUTAVAILABLE), WAIT_OBJECT_0);
+    Post(First);
+    EXPECT_EQ(WaitForInput({}, 0), WAIT_OBJECT_0);
 }
 
 TEST_F(Messages, EndNoWaitThatDoesNotAskForThem) {
-    OnThread([] {
-        constexpr DWORD NoPostedMessages = QS_ALLINPUT & ~DWORD{QS_POSTMESSAGE};
-        const Owned event = AutoEvent();
-        Post(First);
-        EXPECT_EQ(WaitForInput({event}, 0, 0, NoPostedMessages), DWORD{WAIT_TIMEOUT});
-    });
+    constexpr DWORD NoPostedMessages = QS_ALLINPUT & ~DWORD{QS_POSTMESSAGE};
+    const Owned event = AutoEvent();
+    Post(First);
+    EXPECT_EQ(WaitForInput({event}, 0, 0, NoPostedMessages), DWORD{WAIT_TIMEOUT});
 }
 
 TEST_F(Messages, AreAwaitedWithSixtyThreeHandlesAtMost) {
-    OnThread([] {
-        std::vector<Owned> events;
-        std::vector<HANDLE> handles;
-        for (unsigned i = 0; i < MAXIMUM_WAIT_OBJECTS - 1; ++i)
-            handles.push_back(events.emplace_back(AutoEvent()));
-        Post(First);
-        EXPECT_EQ(WaitForInput(handles, 0), WAIT_OBJECT_0 + 63);
+    std::vector<Owned> events;
+    std::vector<HANDLE> handles;
+    for (unsigned i = 0; i < MAXIMUM_WAIT_OBJECTS - 1; ++i)
         handles.push_back(events.emplace_back(AutoEvent()));
-        EXPECT_EQ(WaitCode(WaitForInput(handles, 0)), DWORD{ERROR_INVALID_PARAMETER});
-    });
+    Post(First);
+    EXPECT_EQ(WaitForInput(handles, 0), WAIT_OBJECT_0 + 63);
+    handles.push_back(events.emplace_back(AutoEvent()));
+    EXPECT_EQ(WaitCode(WaitForInput(handles, 0)), DWORD{ERROR_INVALID_PARAMETER});
 }
 
 }  // namespace

@@ -52,16 +52,10 @@ struct Subject {
 
 std::string Dump(HKEY key) {
     std::string text;
-    wchar_t name[32];
-    DWORD size = 32, type = 0, dataSize = 2000;
-    BYTE data[2000];
-    for (DWORD i = 0; RegEnumValueW(key, i, name, &size, nullptr, &type, data, &dataSize) == 0;
-         ++i, size = 32, dataSize = 2000)
-        text += std::string(name, name + size) + '=' + std::string(data, data + dataSize) + ' ';
-    size = 32;
-    for (DWORD i = 0; RegEnumKeyExW(key, i, name, &size, nullptr, nullptr, nullptr, nullptr) == 0;
-         ++i, size = 32)
-        text += std::string(name, name + size) + '{' + Dump(Open(key, name)) + '}';
+    for (const std::wstring& name : Listed(key, RegEnumValueW))
+        text += std::string(name.begin(), name.end()) + '=' + Get(key, name.c_str()).data + ' ';
+    for (const std::wstring& name : Listed(key, RegEnumKeyExW))
+        text += std::string(name.begin(), name.end()) + '{' + Dump(Open(key, name.c_str())) + '}';
     return text;
 }
 

@@ -1,5 +1,5 @@
 // Acting as somebody else, which only a process with root's rights can do.
-#include "platform/PlatformTest.h"
+#include "platform/WaitObjects.h"
 #include "support/Role.h"
 
 #include <fcntl.h>
@@ -15,21 +15,14 @@ namespace {
 constexpr wchar_t OtherUser[] = L"nobody";
 constexpr char NativeOtherUser[] = "nobody";
 
-class Token {
+class Token : public Owned {
   public:
     explicit Token(const wchar_t* user, DWORD type = LOGON32_LOGON_INTERACTIVE)
-        : m_code(CodeOf(LogonUserW(user, nullptr, nullptr, type, LOGON32_PROVIDER_DEFAULT, &m_handle))) {}
-    ~Token() {
-        if (m_handle) CloseHandle(m_handle);
-    }
-    Token(const Token&) = delete;
-    Token& operator=(const Token&) = delete;
+        : m_code(CodeOf(LogonUserW(user, nullptr, nullptr, type, LOGON32_PROVIDER_DEFAULT, Receive()))) {}
 
-    HANDLE Get() const { return m_handle; }
     DWORD Code() const { return m_code; }
 
   private:
-    HANDLE m_handle = nullptr;
     DWORD m_code;
 };
 
@@ -64,7 +57,7 @@ class Impersonation : public testing::Test {
     void Begin() {
         const Token token(OtherUser);
         ASSERT_EQ(token.Code(), 0u);
-        ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
+        ASSERT_TRUE(ImpersonateLoggedOnUser(token));
     }
 
     uid_t m_user = 0;
@@ -84,46 +77,38 @@ TEST_F(Impersonation, IsTheUserToTheKernelUntilItIsReverted) {
     EXPECT_EQ(prctl(PR_GET_DUMPABLE), 1);
 }
 
-DWORD SeeUser(void* user) {
-    *static_cast<uid_t*>(user) = geteuid();
-    HANDLE token = nullptr;
-    return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, &token));
-}
-
 TEST_F(Impersonation, IsNotHandedOnToNewThreads) {
     Begin();
     uid_t seen = ~0u;
-    const HANDLE thread = CreateThread(nullptr, 0, SeeUser, &seen, 0, nullptr);
-    WaitForSingleObject(thread, INFINITE);
-    DWORD code = 0;
-    GetExitCodeThread(thread, &code);
-    CloseHandle(thread);
+    const Worker thread([&] {
+        Owned token;
+        seen = geteuid();
+        return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive()));
+    });
+    EXPECT_EQ(thread.Result(), DWORD{ERROR_NO_TOKEN});
     EXPECT_EQ(seen, 0u);
-    EXPECT_EQ(code, DWORD{ERROR_NO_TOKEN});
     EXPECT_EQ(geteuid(), m_user);
 }
 
 TEST_F(Impersonation, ShowsTheUserInTheThreadsToken) {
     Begin();
-    HANDLE token = nullptr, process = nullptr;
-    ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, &token));
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &process));
+    Owned token, process;
+    ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.Receive()));
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, process.Receive()));
     TOKEN_ELEVATION ofThread{9}, ofProcess{9};
     DWORD needed = 0;
     EXPECT_TRUE(GetTokenInformation(token, TokenElevation, &ofThread, sizeof ofThread, &needed));
     EXPECT_TRUE(GetTokenInformation(process, TokenElevation, &ofProcess, sizeof ofProcess, &needed));
     EXPECT_EQ(ofThread.TokenIsElevated, 0u);
     EXPECT_EQ(ofProcess.TokenIsElevated, 1u);
-    CloseHandle(token);
-    CloseHandle(process);
 }
 
 TEST_F(Impersonation, LeavesTheThreadAsItWasWhenItIsRefused) {
     Begin();
     const Token network(L"daemon", LOGON32_LOGON_NETWORK), primary(L"daemon");
-    EXPECT_EQ(CodeOf(SetThreadToken(nullptr, primary.Get())), DWORD{ERROR_BAD_TOKEN_TYPE});
+    EXPECT_EQ(CodeOf(SetThreadToken(nullptr, primary)), DWORD{ERROR_BAD_TOKEN_TYPE});
     EXPECT_EQ(geteuid(), m_user);
-    EXPECT_TRUE(SetThreadToken(nullptr, network.Get()));
+    EXPECT_TRUE(SetThreadToken(nullptr, network));
     EXPECT_EQ(CurrentUserName(), L"daemon");
 }
 
@@ -148,8 +133,7 @@ const Role unprivileged("unprivileged", [](const RoleArguments&) {
     if (setgroups(0, nullptr) != 0 || setgid(user->pw_gid) != 0 || setuid(user->pw_uid) != 0)
         return static_cast<int>(NoToken);
     if (Token(L"daemon").Code() != ERROR_PRIVILEGE_NOT_HELD) return static_cast<int>(LoggedOn);
-    if (CodeOf(SetThreadToken(nullptr, token.Get())) != ERROR_PRIVILEGE_NOT_HELD)
-        return static_cast<int>(Became);
+    if (CodeOf(SetThreadToken(nullptr, token)) != ERROR_PRIVILEGE_NOT_HELD) return static_cast<int>(Became);
     if (geteuid() != user->pw_uid) return static_cast<int>(BecameNobodyElse);
     return static_cast<int>(ImpersonateSelf(SecurityImpersonation) && RevertToSelf() ? Done : NotItself);
 });

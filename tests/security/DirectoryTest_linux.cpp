@@ -35,12 +35,7 @@ TEST(LocalGroups, AreWalkedWhereTheUserIsNotFoundByName) {
     EXPECT_TRUE(groups.Contains(SecID(root.DomainSID(), 1001)));
     const FailCall noMembers("NetLocalGroupGetMembers", ERROR_ACCESS_DENIED);
     const FailCall again("NetUserGetLocalGroups", NERR_UserNotFound);
-    try {
-        root.MemberOfList();
-        ADD_FAILURE() << "nothing was thrown";
-    } catch (const TQSysException& failure) {
-        EXPECT_EQ(std::wstring(failure.Action()), L"Enumerating Local Group Members");
-    }
+    EXPECT_EQ(ThrownAction([&] { root.MemberOfList(); }), L"Enumerating Local Group Members");
 }
 
 TEST(GlobalGroups, OfAUserAreThoseOfTheDirectory) {

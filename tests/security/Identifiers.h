@@ -1,6 +1,7 @@
 // Identifiers by their texts, so that tests can be read.
 #pragma once
 
+#include "TQLib/core/TQException.h"
 #include "TQLib/security/SecID.h"
 #include "platform/SidTexts.h"
 #include "support/ThrownCode.h"
@@ -23,6 +24,17 @@ using Sarvek::SecID;
 
 inline SecID Id(const wchar_t* text) {
     return SecID(Sid(text).Get());
+}
+
+// The action of the library's exception that `operation` throws.
+template <class Operation>
+std::wstring ThrownAction(Operation operation) {
+    try {
+        operation();
+    } catch (const TQCoreException& failure) {
+        return failure.Action();
+    }
+    return L"nothing";
 }
 
 }  // namespace Quellan::Corvel::Test

@@ -11,17 +11,6 @@ namespace {
 
 using Sarvek::SecIDArray;
 
-// The action of the library's exception that `operation` throws.
-template <class Operation>
-std::wstring ThrownAction(Operation operation) {
-    try {
-        operation();
-    } catch (const TQCoreException& failure) {
-        return failure.Action();
-    }
-    return L"nothing";
-}
-
 TEST(Groups, AreTakenFromTheSourcesAskedFor) {
     const SecID user = TQSysProc::CurrentUser();
     FailCall local("NetUserGetLocalGroups", 0, 0), global("NetUserGetGroups", 0, 0);
@@ -33,21 +22,18 @@ TEST(Groups, AreTakenFromTheSourcesAskedFor) {
 }
 
 TEST(Groups, NameTheSourceThatFails) {
-    const SecID user = TQSysProc::CurrentUser();
-    const auto fails = [](const char* call) {
-        return std::make_unique<FailCall>(call, ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
-    };
-    {
-        const auto fault = fails("NetUserGetLocalGroups");
-        EXPECT_EQ(ThrownAction([&] { user.MemberOfList(); }), L"Getting security ID Local Groups");
-    }
-    {
-        const auto fault = fails("NetUserGetGroups");
-        EXPECT_EQ(ThrownAction([&] { user.MemberOfList(false); }), L"Getting security ID Global Groups");
-    }
-    {
-        const auto fault = fails("NetLocalGroupEnum");
-        EXPECT_EQ(ThrownAction([&] { Id(L"S-1-1-0").MemberOfList(); }), L"Enumerating Local Groups");
+    const SecID user = TQSysProc::CurrentUser(), everyone = Id(L"S-1-1-0");
+    const struct {
+        const char* call;
+        const SecID& id;
+        bool local;
+        const wchar_t* action;
+    } rows[] = {{"NetUserGetLocalGroups", user, true, L"Getting security ID Local Groups"},
+                {"NetUserGetGroups", user, false, L"Getting security ID Global Groups"},
+                {"NetLocalGroupEnum", everyone, true, L"Enumerating Local Groups"}};
+    for (const auto& row : rows) {
+        const FailCall fail(row.call, ERROR_ACCESS_DENIED, 1, ERROR_ACCESS_DENIED);
+        EXPECT_EQ(ThrownAction([&] { row.id.MemberOfList(row.local); }), row.action);
     }
     EXPECT_EQ(ThrownAction([&] { user.MemberOfList(false, false, true); }),
               L"Getting security ID Directory Services Groups");

@@ -267,12 +267,7 @@ TEST(Registering, GivesANameOnce) {
         TQServiceMgr::RegisterService(&twin);
         isTwinRegistered = true;
     };
-    bool isOneRegistered = true;
-    try {
-        TQServiceMgr::RegisterService(&one);
-    } catch (const TQException&) {
-        isOneRegistered = false;
-    }
+    const bool isOneRegistered = ThrownCode([&] { TQServiceMgr::RegisterService(&one); }) == 0;
     EXPECT_NE(isOneRegistered, isTwinRegistered);
 }
 

@@ -247,12 +247,10 @@ class Manager {
         // Anybody's: it waits for the end of the descriptor that came with it, for which there is no room here.
         if (text == "BARRIER=1") return;
         if (sender.pid != m_process) return Say("ignored: of process %d", sender.pid);
-        for (std::size_t begin = 0; begin < text.size();) {
-            const std::size_t end = std::min(text.find('\n', begin), text.size());
-            const std::string line = text.substr(begin, end - begin);
+        std::istringstream lines(text);
+        for (std::string line; std::getline(lines, line);) {
             const std::size_t equals = std::min(line.find('='), line.size());
             if (!line.empty()) OnWord(line.substr(0, equals), line.substr(std::min(equals + 1, line.size())));
-            begin = end + 1;
         }
     }
 

@@ -13,11 +13,11 @@ DWORD ThrownCodeOf(const std::function<void()>& operation) {
     return 0;
 }
 
-std::wstring ThrownTextOf(const std::function<void()>& operation) {
+Failure FailureOf(const std::function<void()>& operation) {
     try {
         operation();
     } catch (const TQCoreException& failure) {
-        return failure.ExcMsg(TQStrResDestination::Log).Std();
+        return {static_cast<DWORD>(failure.COMErrCode()), failure.ExcMsg(TQStrResDestination::Log).Std()};
     }
     return {};
 }

@@ -5,11 +5,14 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 
 namespace Quellan::Corvel::Test {
 
+using Failure = std::pair<DWORD, std::wstring>;  // a code and a message
+
 DWORD ThrownCodeOf(const std::function<void()>& operation);
-std::wstring ThrownTextOf(const std::function<void()>& operation);
+Failure FailureOf(const std::function<void()>& operation);
 
 // The error code of the library exception that `operation` throws, 0 when it throws nothing. Any other
 // exception is let through and fails the test. Allocates nothing.
@@ -18,11 +21,14 @@ DWORD ThrownCode(Operation&& operation) {
     return ThrownCodeOf(std::ref(operation));
 }
 
-// The message of the library exception that `operation` throws, in the log's language; empty when it throws
-// nothing.
+// That code and the message in the log's language, which is empty when `operation` throws nothing.
+template <class Operation>
+Failure Thrown(Operation&& operation) {
+    return FailureOf(std::ref(operation));
+}
 template <class Operation>
 std::wstring ThrownText(Operation&& operation) {
-    return ThrownTextOf(std::ref(operation));
+    return Thrown(operation).second;
 }
 
 }  // namespace Quellan::Corvel::Test

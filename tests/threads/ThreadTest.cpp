@@ -94,22 +94,6 @@ class PatientThread : public TestThread {
     const TQEvent m_atWork{false};
 };
 
-// The code and the message of the exception that `operation` throws.
-template <class Operation>
-std::pair<DWORD, std::wstring> Thrown(Operation operation) {
-    std::wstring text;
-    const DWORD code = ThrownCode([&] {
-        try {
-            operation();
-        } catch (const TQCoreException& e) {
-            text = e.ExcMsg(TQStrResDestination::Log).Std();
-            throw;
-        }
-    });
-    return {code, text};
-}
-using Failure = std::pair<DWORD, std::wstring>;
-
 TEST(Thread, RunsItsStepsInOrder) {
     TestThread thread("data", 4);
     DWORD idInside = 0;

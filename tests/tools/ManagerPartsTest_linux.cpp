@@ -52,6 +52,8 @@ class TqscmJournal : public testing::Test {
 
     const TemporaryFolder folder;
     const std::string path = fs::path(folder / L"journal").string();
+    const Quellan::Platform::Descriptor lock{
+        open((path + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600)};
 };
 
 // A limit of this process while it lives.
@@ -161,27 +163,23 @@ TEST_F(TqscmJournal, ComesBackWithItsFolder) {
 }
 
 TEST_F(TqscmJournal, IsMissedUnlessTheManagerEndedInOrder) {
-    const std::string lock = path + ".lock";
-    const Quellan::Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    EXPECT_FALSE(Journal(path, file.Get()).WasDamaged());
+    EXPECT_FALSE(Journal(path, lock.Get()).WasDamaged());
     fs::remove(path);
-    Journal journal(path, file.Get());
+    Journal journal(path, lock.Get());
     EXPECT_TRUE(journal.WasDamaged());
     journal.Delete();
-    EXPECT_FALSE(Journal(path, file.Get()).WasDamaged());
+    EXPECT_FALSE(Journal(path, lock.Get()).WasDamaged());
 }
 
 #ifdef TQ_KERNEL_FAULTS
 TEST_F(TqscmJournal, IsMissedAlsoWhereThereWasNeverRoomForIt) {
-    const std::string lock = path + ".lock";
-    const Quellan::Platform::Descriptor file(open(lock.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     {
         const FailKernelCall full("pwrite", ENOSPC, FailKernelCall::EveryCall);
-        Journal journal(path, file.Get());
+        Journal journal(path, lock.Get());
         journal.Put("A", Running(1));
         EXPECT_TRUE(journal.IsBehind());
     }
-    EXPECT_TRUE(Journal(path, file.Get()).WasDamaged());
+    EXPECT_TRUE(Journal(path, lock.Get()).WasDamaged());
 }
 
 TEST_F(TqscmJournal, SurvivesEachCallThatFails) {
