@@ -127,7 +127,7 @@ TEST(KernelFaults, AreNoLocks) {
     CloseHandle(file);
 }
 
-// Each call costs about what all else does that a handle takes. Closing a descriptor is not counted.
+// Calls of the kernel are what opening a file costs. The closing of its descriptor comes on top.
 TEST(KernelCalls, OfFilesAreFew) {
     const TemporaryFolder folder;
     const std::wstring path = folder / L"file";

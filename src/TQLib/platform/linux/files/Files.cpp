@@ -285,8 +285,7 @@ DWORD OpenWhatever(const char* path, const Opening& opening, Opened& opened, Mad
         if (found && !opened.isFolder && opening.Writes() && opening.disposition != CREATE_NEW &&
             !(info.st_mode & AllMayWrite))
             return ERROR_ACCESS_DENIED;  // also for root, whom the system would let through
-        if (!opened.isFolder)
-            return OpenPlain(path, opening, !found || S_ISREG(info.st_mode), opened, made);
+        if (!opened.isFolder) return OpenPlain(path, opening, !found || S_ISREG(info.st_mode), opened, made);
     }
     if (!opened.isFolder) return ERROR_SUCCESS;
     opened.existed = true;
