@@ -95,8 +95,8 @@ bool IsHeldByOthers(int fd, unsigned bytes) noexcept {
                                                                   : KeepsNoLocks(errno);
     };
     // As a rule nobody holds those between them either.
-    const int first = std::countr_zero(bytes);
-    return !isFree(first, std::bit_width(bytes) - first) && !ForEachRun(bytes, isFree);
+    const int first = std::countr_zero(bytes), end = static_cast<int>(std::bit_width(bytes));
+    return !isFree(first, end - first) && !ForEachRun(bytes, isFree);
 }
 
 // A while that differs from thread to thread: whoever meets again has to come apart.
