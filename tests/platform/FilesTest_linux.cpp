@@ -57,6 +57,24 @@ TEST(FilesOnLinux, WriteNothingOfABufferThatCannotBeReadToItsEnd) {
     VirtualFree(pages, 0, MEM_RELEASE);
 }
 
+TEST(FilesOnLinux, AreReadToTheEndThatTheyHaveThen) {
+    const TemporaryFolder folder;
+    const Path path(folder / L"file");
+    std::ofstream(path) << "text";
+    const HANDLE file = Open(path, GENERIC_READ, OPEN_EXISTING);
+    std::ofstream(path, std::ios::app) << " and more";
+    std::string text(1 << 20, '\0');
+    const auto read = [&](HANDLE from) {
+        DWORD got = 0;
+        EXPECT_EQ(CodeOf(ReadFile(from, text.data(), static_cast<DWORD>(text.size()), &got, nullptr)), 0u);
+        CloseHandle(from);
+        return text.substr(0, got);
+    };
+    EXPECT_EQ(read(file), "text and more");
+    // Such a file comes in pieces, and has no size.
+    EXPECT_GT(read(Open("/proc/self/smaps", GENERIC_READ, OPEN_EXISTING)).size(), 0x1000u);
+}
+
 // Names that are no UTF-8 can be told apart, and lead back to their files.
 TEST(FilesOnLinux, GoByNamesOfAnyBytes) {
     for (const std::string_view name :

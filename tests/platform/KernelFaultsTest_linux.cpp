@@ -127,6 +127,47 @@ TEST(KernelFaults, AreNoLocks) {
     CloseHandle(file);
 }
 
+// Calls of the kernel are what opening a file costs. The closing of its descriptor comes on top.
+TEST(KernelCalls, OfFilesAreFew) {
+    const TemporaryFolder folder;
+    const std::wstring path = folder / L"file";
+    std::ofstream{Path(path)} << "text";
+    const auto calls = [](auto operation) {
+        const FailKernelCall counter(nullptr, 0, 0);
+        operation();
+        return counter.Calls();
+    };
+    struct Case {
+        DWORD access, share;
+        unsigned calls;
+    };
+    for (const Case& each : {Case{GENERIC_READ, FILE_SHARE_READ, 8},
+                             {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, 9},
+                             {GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, 8},
+                             {GENERIC_READ, 0, 9},
+                             {GENERIC_READ | GENERIC_WRITE, 0, 11},
+                             {GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, 11}}) {
+        SCOPED_TRACE(each.share);
+        char text[100];
+        DWORD got = 0;
+        EXPECT_LE(calls([&] {
+                      const HANDLE file = CreateFileW(path.c_str(), each.access, each.share, nullptr,
+                                                      OPEN_EXISTING, 0, nullptr);
+                      ReadFile(file, text, sizeof text, &got, nullptr);
+                      CloseHandle(file);
+                  }),
+                  each.calls);
+        EXPECT_EQ(got, 4u);
+    }
+    WIN32_FILE_ATTRIBUTE_DATA data;
+    LARGE_INTEGER size;
+    const HANDLE file = Open(path, GENERIC_READ, OPEN_EXISTING);
+    EXPECT_EQ(calls([&] { GetFileAttributesW(path.c_str()); }), 1u);
+    EXPECT_EQ(calls([&] { GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data); }), 1u);
+    EXPECT_EQ(calls([&] { GetFileSizeEx(file, &size); }), 1u);
+    CloseHandle(file);
+}
+
 TEST(KernelFaults, ChangeNoPages) {
     SYSTEM_INFO info;
     GetSystemInfo(&info);

@@ -9,6 +9,13 @@
 
 namespace Quellan::Platform {
 
+struct OpenedFile {
+    Descriptor file;
+    Durable::Identity id{};
+    std::uint64_t fixedSize = 0;  // of a plain file that nobody may write as long as it is open, or 0
+    bool isPlain = false;         // no device, pipe or folder
+};
+
 class FileObject : public Object {
   public:
     static constexpr ObjectKind Kind{.name = "file",
@@ -19,17 +26,18 @@ class FileObject : public Object {
                                                 .all = FILE_ALL_ACCESS},
                                      .grantsNoMore = true};
 
-    FileObject(Descriptor descriptor, bool isPlain, bool writesThrough) noexcept
+    FileObject(OpenedFile opened, bool writesThrough) noexcept
         : Object(Kind),
-          m_file(std::move(descriptor)),
+          m_file(std::move(opened.file)),
           m_fd(m_file.Get()),
-          m_id(Durable::IdentityOf(m_fd)),
-          m_isPlain(isPlain),
+          m_id(opened.id),
+          m_fixedSize(opened.fixedSize),
+          m_isPlain(opened.isPlain),
           m_writesThrough(writesThrough) {}
 
     int Fd() const noexcept { return m_fd; }
     Durable::Identity Id() const noexcept { return m_id; }
-    // Whether it is a file and no device, pipe or folder.
+    std::uint64_t FixedSize() const noexcept { return m_fixedSize; }
     bool IsPlain() const noexcept { return m_isPlain; }
     bool WritesThrough() const noexcept { return m_writesThrough; }
     // Whether locks on its ranges exclude all others.
@@ -52,6 +60,7 @@ class FileObject : public Object {
     File m_file;
     const int m_fd;
     const Durable::Identity m_id{};
+    const std::uint64_t m_fixedSize = 0;
     const bool m_isPlain;
     const bool m_writesThrough;
 };

@@ -55,6 +55,8 @@ struct Opening {
         return disposition == CREATE_ALWAYS || disposition == TRUNCATE_EXISTING;
     }
     bool Writes() const noexcept { return rights & AllWriteRights || Truncates(); }
+    // Whether it leaves everything as it is.
+    bool OnlyReads() const noexcept { return !Creates() && !Writes() && !security; }
 };
 
 DWORD ReadOpening(DWORD access, DWORD share, const SECURITY_ATTRIBUTES* security, DWORD disposition,
@@ -172,9 +174,9 @@ DWORD SetSize(int fd, off_t size, bool writesThrough) noexcept {
 }
 
 // Whether a file that was opened by this path still has it: somebody may have moved it before its share mode
-// could keep it there. `flags` are AT_SYMLINK_NOFOLLOW or 0.
-DWORD AskWhetherAt(const char* path, const struct stat& opened, int flags, bool& isThere) noexcept {
-    struct stat named;
+// could keep it there. `flags` are AT_SYMLINK_NOFOLLOW or 0. What is there now is in `named`.
+DWORD AskWhetherAt(const char* path, const struct stat& opened, int flags, struct stat& named,
+                   bool& isThere) noexcept {
     const bool found = fstatat(AT_FDCWD, path, &named, flags) == 0;
     isThere = found && opened.st_ino == named.st_ino && opened.st_dev == named.st_dev;
     return found || errno == ENOENT ? ERROR_SUCCESS : CodeFromErrno(errno);
@@ -185,10 +187,10 @@ class MadeFile {
   public:
     explicit MadeFile(const char* path) noexcept : m_path(path) {}
     ~MadeFile() {
-        struct stat info;
+        struct stat info, named;
         bool isThere = false;
         if (m_fd < 0 || fstat(m_fd, &info) != 0) return;
-        if (!AskWhetherAt(m_path, info, AT_SYMLINK_NOFOLLOW, isThere) && isThere)
+        if (!AskWhetherAt(m_path, info, AT_SYMLINK_NOFOLLOW, named, isThere) && isThere)
             Durable::Unlink(AT_FDCWD, m_path);
     }
     MadeFile(const MadeFile&) = delete;
@@ -203,10 +205,9 @@ class MadeFile {
     int m_fd = -1;
 };
 
-struct Opened {
-    Descriptor file;
+struct Opened : OpenedFile {
     bool existed = false;
-    bool isPlain = false;
+    bool isFolder = false;
 };
 
 DWORD OpenAndEnter(const char* path, const Opening& opening, bool readsToo, mode_t mode, Opened& opened,
@@ -223,9 +224,11 @@ DWORD OpenAndEnter(const char* path, const Opening& opening, bool readsToo, mode
             code =
                 OpenOrCreate(path, OpenFlags(opening, false) | noLink, opening, mode, file, opened.existed);
         if (code) return code;
-        struct stat info;
+        struct stat info, named;
         if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
+        opened.id = {info.st_dev, info.st_ino};
         opened.isPlain = S_ISREG(info.st_mode);
+        opened.isFolder = S_ISDIR(info.st_mode);
         if (!opened.isPlain) return ERROR_SUCCESS;
         // Whoever means to make a file must not be handed one that a third user has prepared.
         if (isGuarded && opened.existed && info.st_uid != geteuid() && info.st_uid != 0 &&
@@ -233,9 +236,16 @@ DWORD OpenAndEnter(const char* path, const Opening& opening, bool readsToo, mode
             return ERROR_ACCESS_DENIED;
         if (DWORD failed = EnterShareMode(file.Get(), opening.rights, opening.share)) return failed;
         if (!opened.existed) made.Holds(file.Get());
+        // A reader that lets others move the file may as well have come before them.
+        if (opening.OnlyReads() && (opening.rights == 0 || opening.share & FILE_SHARE_DELETE))
+            return ERROR_SUCCESS;
         bool isThere = false;
-        if (DWORD failed = AskWhetherAt(path, info, 0, isThere)) return failed;
-        if (isThere) return ERROR_SUCCESS;
+        if (DWORD failed = AskWhetherAt(path, info, 0, named, isThere)) return failed;
+        if (isThere) {
+            if (opening.OnlyReads() && !(opening.share & FILE_SHARE_WRITE))
+                opened.fixedSize = static_cast<std::uint64_t>(named.st_size);
+            return ERROR_SUCCESS;
+        }
         made.Stays();  // wherever it was moved to
     }
     return ERROR_SHARING_VIOLATION;
@@ -263,27 +273,38 @@ DWORD OpenPlain(const char* path, const Opening& opening, bool readsToo, Opened&
     return ERROR_SUCCESS;
 }
 
+// Opens a path and what is there first, or asks first what is there where the answer decides how to open it.
+DWORD OpenWhatever(const char* path, const Opening& opening, Opened& opened, MadeFile& made) {
+    if (opening.OnlyReads()) {
+        if (DWORD code = OpenPlain(path, opening, true, opened, made)) return code;
+    } else {
+        struct stat info;
+        const bool found = stat(path, &info) == 0;
+        if (!found && errno != ENOENT) return CodeFromErrno(errno, path);
+        opened.isFolder = found && S_ISDIR(info.st_mode);
+        if (found && !opened.isFolder && opening.Writes() && opening.disposition != CREATE_NEW &&
+            !(info.st_mode & AllMayWrite))
+            return ERROR_ACCESS_DENIED;  // also for root, whom the system would let through
+        if (!opened.isFolder) return OpenPlain(path, opening, !found || S_ISREG(info.st_mode), opened, made);
+    }
+    if (!opened.isFolder) return ERROR_SUCCESS;
+    opened.existed = true;
+    opened.file = Descriptor();
+    if (DWORD code = OpenFolder(path, opening, opened.file)) return code;
+    opened.id = Durable::IdentityOf(opened.file.Get());
+    return ERROR_SUCCESS;
+}
+
 DWORD OpenFile(const char* path, const Opening& opening, HANDLE& handle, bool& existed) {
     Opened opened;
     std::shared_ptr<FileObject> object;
     MadeFile made(path);  // goes before the descriptor does
-    struct stat info;
-    const bool found = stat(path, &info) == 0;
-    if (!found && errno != ENOENT) return CodeFromErrno(errno, path);
-    if (found && S_ISDIR(info.st_mode)) {
-        opened.existed = true;
-        if (DWORD code = OpenFolder(path, opening, opened.file)) return code;
-    } else if (found && opening.Writes() && opening.disposition != CREATE_NEW &&
-               !(info.st_mode & AllMayWrite)) {
-        return ERROR_ACCESS_DENIED;  // also for root, whom the system would let through
-    } else if (DWORD code = OpenPlain(path, opening, !found || S_ISREG(info.st_mode), opened, made)) {
-        return code;
-    }
+    if (DWORD code = OpenWhatever(path, opening, opened, made)) return code;
     existed = opened.existed;
-    const bool writesThrough = opening.flags & FILE_FLAG_WRITE_THROUGH;
-    object = std::make_shared<FileObject>(std::move(opened.file), opened.isPlain, writesThrough);
+    const bool isPlain = opened.isPlain;
+    object = std::make_shared<FileObject>(std::move(opened), opening.flags & FILE_FLAG_WRITE_THROUGH);
     if (DWORD code = InsertHandle(object, opening.rights, handle)) return code;
-    if (opened.isPlain)
+    if (isPlain)
         if (DWORD code = FinishOpening(path, opening, object->Fd(), existed)) {
             CloseHandleOf(handle, &FileObject::Kind);
             return code;
@@ -473,7 +494,7 @@ DWORD RemoveFolder(const char* path) noexcept {
 DWORD HoldForDelete(const char* path, Descriptor& file) noexcept {
     constexpr int Attempts = 16;
     for (int attempt = 0; attempt < Attempts; ++attempt) {
-        struct stat info;
+        struct stat info, named;
         if (lstat(path, &info) != 0) return CodeFromErrno(errno, path);
         if (!S_ISREG(info.st_mode)) return ERROR_SUCCESS;
         for (const int mode : {O_RDONLY, O_WRONLY}) {
@@ -486,7 +507,7 @@ DWORD HoldForDelete(const char* path, Descriptor& file) noexcept {
         if (DWORD code = EnterShareMode(file.Get(), DELETE, All)) return code;
         bool isThere = false;
         if (fstat(file.Get(), &info) != 0) return CodeFromErrno(errno);
-        if (DWORD code = AskWhetherAt(path, info, AT_SYMLINK_NOFOLLOW, isThere)) return code;
+        if (DWORD code = AskWhetherAt(path, info, AT_SYMLINK_NOFOLLOW, named, isThere)) return code;
         if (isThere) return ERROR_SUCCESS;
     }
     return ERROR_SHARING_VIOLATION;
@@ -685,7 +706,8 @@ BOOL ReadFile(HANDLE file, void* buffer, DWORD size, DWORD* got, OVERLAPPED* ove
     if (DWORD code = FaultDue("ReadFile")) return Fail(code, FALSE);
     const HandleRef<FileObject> object(file);
     if (DWORD code = CheckTransfer(object, overlapped, got, FILE_READ_DATA)) return Fail(code, FALSE);
-    const DWORD code = TransferAll(size, object->IsPlain(), *got, [&](DWORD done, DWORD left) {
+    const DWORD code = TransferAll(size, object->IsPlain(), *got, [&](DWORD done, DWORD left) -> ssize_t {
+        if (done != 0 && done == object->FixedSize()) return 0;  // the kernel would say the same
         return read(object->Fd(), static_cast<char*>(buffer) + done, left);
     });
     return code ? Fail(code, FALSE) : TRUE;

@@ -5,6 +5,7 @@
 #include "TQLib/platform/linux/base/Errors.h"
 #include "TQLib/platform/linux/files/Files.h"
 
+#include <bit>
 #include <ctime>
 #include <sched.h>
 
@@ -12,15 +13,16 @@ namespace Quellan::Platform {
 
 namespace {
 
-// Bytes, by their bits. In this order those of the usual handles lie side by side and are one lock.
+// Bytes, by their bits. In this order what a handle for reading takes is one lock, and what it looks for is
+// another one, whatever else it shares; each lock is a call of the kernel.
 enum : unsigned {
     Deletes = 1,
     KeepsReaders = 2,
-    Reads = 4,
-    Writes = 8,
+    Writes = 4,
+    KeepsWriters = 8,
     KeepsDeleters = 16,
-    KeepsWriters = 32,
-    IsEntering = 64,
+    IsEntering = 32,
+    Reads = 64,
 };
 
 struct Claim {
@@ -87,11 +89,14 @@ bool KeepsNoLocks(int error) noexcept {
 
 // Without an answer somebody may hold them.
 bool IsHeldByOthers(int fd, unsigned bytes) noexcept {
-    struct flock lock;
-    return !ForEachRun(bytes, [&](int first, int count) {
+    const auto isFree = [fd](int first, int count) {
+        struct flock lock;
         return Lock(fd, F_OFD_GETLK, lock, F_WRLCK, first, count) ? lock.l_type == F_UNLCK
                                                                   : KeepsNoLocks(errno);
-    });
+    };
+    // As a rule nobody holds those between them either.
+    const int first = std::countr_zero(bytes), end = static_cast<int>(std::bit_width(bytes));
+    return !isFree(first, end - first) && !ForEachRun(bytes, isFree);
 }
 
 // A while that differs from thread to thread: whoever meets again has to come apart.

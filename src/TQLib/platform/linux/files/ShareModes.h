@@ -4,7 +4,7 @@
 // Each handle holds shared locks on some of seven bytes far behind the data of its file: for each right it
 // has (to read, write, delete) one, and for each it grants nobody else another one. Open file descriptions
 // own such locks, so they end with the handle or its process. Nobody holds an exclusive one; a handle that is
-// being opened takes its locks first and then looks for those it does not go with, holding the seventh byte
+// being opened takes its locks first and then looks for those it does not go with, holding the byte that is left
 // meanwhile, so that of two which are being opened at once one backs out and tries again.
 #pragma once
 
