@@ -253,8 +253,8 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
         for (; !early.empty() && *early.begin() == first; ++first)
             early.erase(early.begin());
     });
-    std::vector<DWORD> requestors;
-    for (int i = 0; i < 1'000; ++i)
+    std::vector<DWORD> requestors(100, 0);  // anonymous items among them
+    while (requestors.size() < 1'000)
         requestors.push_back(numbers.pool.GetNewRequestorID());
     std::mutex posting;  // makes the posts' order known
     unsigned posted = 0;

@@ -26,7 +26,7 @@ constexpr ULONGLONG MaxThreadsOfAProcessor = 510;
 constexpr DWORD IdleLookMs = 100'000;
 constexpr DWORD StopAgainMs = 50;     // between stop packets that come before the last posts
 constexpr DWORD TakeAgainMs = 50;     // after a failure to take work
-constexpr DWORD PortPassMs = 50;      // until what is missing in the port is looked for, or posted, again
+constexpr DWORD PortPassMs = 50;      // until what is missing in the port is looked for again
 constexpr DWORD GrowAgainMs = 1'000;  // after a failure to make a thread
 
 constexpr unsigned int FirstStructuredCode = 0xC0000000;
@@ -379,9 +379,7 @@ unsigned int _TQThreadPoolBase::RunWork(BYTEBuf&) {
         } catch (...) {
             m_impl->ReportCaught(nullptr, nullptr);
         }
-        ms = !m_impl->queue.PostMissingTurns() ? PortPassMs
-             : m_impl->threads.NeedsThread()   ? GrowAgainMs
-                                               : INFINITE;
+        ms = m_impl->threads.NeedsThread() ? GrowAgainMs : INFINITE;
     }
     m_impl->threads.EndAll();
     m_impl->_CleanUpPort();

@@ -8,14 +8,15 @@
 
 namespace Quellan::Corvel {
 
+class WorkQueue;
+
 // The port and the packets in it, of which some are the pool's own. Those carry the pool's address in a field
 // that the platform reads of no posted packet. For several threads.
 class PoolPort {
   public:
     using Record = _TQWin32AsynchRoot::OVERLAPPED_DATA;
 
-    // An item, in a record of its own or as the turn of the requestor who has waited longest; a thread's
-    // stop; or what somebody else posted, or completed.
+    // An item, in a record of its own; a thread's stop; or what somebody else posted, or completed.
     enum class Kind { Item, Stop, Foreign };
 
     struct Packet {
@@ -29,7 +30,6 @@ class PoolPort {
 
     // `pool` is only compared. Throws "Completion port could not be created for thread pool.".
     explicit PoolPort(const void* pool) : m_pool(pool) {
-        MarkAsOwn(m_turn);
         MarkAsOwn(m_stop);
         m_port.reset(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
         if (!m_port) TQSysException::ThrowLastError(L"Completion port could not be created for thread pool.");
@@ -43,9 +43,6 @@ class PoolPort {
     [[nodiscard]] bool PostItem(Record& record, DWORD bytes) noexcept {
         MarkAsOwn(record);
         return PostQueuedCompletionStatus(m_port.get(), bytes, 0, PlatformRecord(record));
-    }
-    [[nodiscard]] bool PostTurn(DWORD bytes) noexcept {
-        return PostQueuedCompletionStatus(m_port.get(), bytes, 0, PlatformRecord(m_turn));
     }
     bool PostThreadStop() const noexcept {
         m_stops.fetch_add(1);
@@ -72,9 +69,12 @@ class PoolPort {
         if (packet.key != 0 || !packet.record || packet.record->hEvent != m_pool) return Kind::Foreign;
         return packet.record == PlatformRecord(m_stop) ? Kind::Stop : Kind::Item;
     }
-    // Whether a packet of the kind Item is a requestor's turn and no record of its own.
-    [[nodiscard]] bool IsTurn(const Packet& packet) const noexcept {
-        return packet.record == PlatformRecord(m_turn);
+    // The queue that an item belongs to, null for an anonymous one. It lies in another such field.
+    static void SetQueue(Record& record, WorkQueue* queue) noexcept {
+        PlatformRecord(record)->Pointer = queue;
+    }
+    [[nodiscard]] static WorkQueue* QueueOf(Record& record) noexcept {
+        return static_cast<WorkQueue*>(PlatformRecord(record)->Pointer);
     }
 
   private:
@@ -89,7 +89,6 @@ class PoolPort {
 
     const void* const m_pool;
     PoolHandle m_port;
-    mutable Record m_turn{};  // of every item of a requestor
     mutable Record m_stop{};
     mutable std::atomic<DWORD> m_stops = 0;
 };

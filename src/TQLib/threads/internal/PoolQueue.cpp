@@ -5,7 +5,6 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <utility>
 
 namespace Quellan::Corvel {
 
@@ -14,6 +13,8 @@ namespace {
 constexpr unsigned int StoppedCode = 0x80000015;
 
 constexpr const wchar_t* PostFailed = L"Posting of the thread pool work failed.";
+
+constexpr ULONGLONG KeptRecords = 65'536;
 
 struct RecordFree {
     void operator()(PoolPort::Record* record) const noexcept { _TQWin32AsynchRoot::FreeOverlapped(record); }
@@ -36,22 +37,17 @@ void PoolQueue::Stop() {
 // system.
 void PoolQueue::Close() noexcept {
     m_port.Close();
-    RequestorQueues::SpareItems spares;
-    ULONGLONG posted = m_items.Posted();
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        m_requestors.GiveSpares(spares);
-        posted += m_requestors.LastItemID();
-    }
-    if (posted <= RequestorQueues::KeptSpareItems) return;
-    spares = {};
-    _TQWin32AsynchRoot::ReleaseFree();
+    if (m_items.AllPosted() > KeptRecords) _TQWin32AsynchRoot::ReleaseFree();
 }
 
 DWORD PoolQueue::NewRequestor() {
-    auto queue = RequestorQueues::NewQueue();
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    return m_requestors.Add(std::move(queue));
+    DWORD id;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        id = m_requestors.Add();
+    }
+    if (id == 0) TQStdExceptions::ThrowMemAllocError(L"_TQThreadPoolBase::GetNewRequestorID");
+    return id;
 }
 
 // The packets of what is dropped stay in the port; whoever takes one finds less to do.
@@ -74,96 +70,65 @@ void PoolQueue::ClearAll() {
 
 // Posting.
 
-void PoolQueue::PostAnonymous(const void* data, DWORD size, PoolThreads& threads) {
+void PoolQueue::Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
     RecordHolder record(_TQWin32AsynchRoot::AllocOverlapped(size, true, 0));
     if (size != 0) std::memcpy(record->data, data, size);
-    record->number = m_items.Post();
+    Count(*record, requestorID);
     try {
         if (IsStopped()) ThrowStopped();
         threads.RequireThread();
         if (!m_port.PostItem(*record, size)) TQSysException::ThrowLastError(PostFailed);
     } catch (...) {
-        m_items.Settle(record->number);
+        Settle(*record);
         throw;
     }
     record.release();
 }
 
-void PoolQueue::PostForRequestor(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
-    constexpr const wchar_t* where = L"_TQThreadPoolBase::PostForRequestor";
-    WorkItemPtr item = AllocWorkData(data, size, requestorID);
-    const DWORD itemID = item->itemID;
-    DWORD refusal = StoppedCode;
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        if (!IsStopped()) {
-            refusal = m_requestors.Push(std::move(item), requestorID);
-            if (refusal == ERROR_SUCCESS) m_items.PostForRequestor();
-        }
+void PoolQueue::Count(Record& record, DWORD requestorID) {
+    if (requestorID == 0) {
+        record.number = m_items.Post();
+        return;
     }
-    if (refusal == StoppedCode) ThrowStopped();
-    if (refusal == ERROR_OUTOFMEMORY) TQStdExceptions::ThrowMemAllocError(where);
-    if (refusal != ERROR_SUCCESS) throw TQException(refusal, where);
-    try {
-        threads.RequireThread();
-        if (!m_port.PostTurn(size)) TQSysException::ThrowLastError(PostFailed);
-    } catch (...) {
-        if (TakeBackItem(requestorID, itemID)) throw;
-        threads.Wake();
+    WorkQueue* const queue = m_requestors.RequestorQueue(requestorID);
+    DWORD epoch = 0;
+    // Before the queue counts it: who clears that finds no more items than were posted.
+    m_items.PostForRequestor();
+    if (!queue || !queue->Post(requestorID, epoch)) {
+        m_items.SettleForRequestor();
+        throw TQException(ERROR_NOT_FOUND, L"_TQThreadPoolBase::PostForRequestor");
     }
+    record.number = epoch;
+    PoolPort::SetQueue(record, queue);
 }
 
 PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DWORD requestorID) {
-    WorkItemPtr item;
-    DWORD itemID;
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        itemID = m_requestors.GetNextItemID();
-        item = m_requestors.TakeSpare();
-    }
-    if (!item) item = WorkItemPtr(new (std::nothrow) _TQThreadPoolBase::PoolWorkItem);
+    WorkItemPtr item(new (std::nothrow) _TQThreadPoolBase::PoolWorkItem);
     if (!item) TQStdExceptions::ThrowMemAllocError(L"_TQThreadPoolBase::AllocWorkData");
     item->data.Assign(static_cast<const BYTE*>(data), size);
     item->requestorID = requestorID;
-    item->itemID = itemID;
+    item->itemID = GetNextItemID();
     return item;
-}
-
-// After the post for an item has failed: takes the item back, unless it is taken or dropped already. Another
-// post's packet may have let a thread take it; then that post's item has none, and one is missing.
-bool PoolQueue::TakeBackItem(DWORD requestorID, DWORD itemID) noexcept {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    const bool isBack = m_requestors.TakeBack(requestorID, itemID);
-    if (isBack)
-        m_items.SettleForRequestor();
-    else
-        m_items.AdjustMissingTurns(true);
-    return isBack;
-}
-
-bool PoolQueue::PostMissingTurns() noexcept {
-    while (m_items.MissingTurns() != 0) {
-        // Counted first: whoever takes it must find it in flight.
-        m_items.AdjustMissingTurns(false);
-        if (m_port.PostTurn(0)) continue;
-        m_items.AdjustMissingTurns(true);
-        return false;
-    }
-    return true;
 }
 
 // Taking.
 
-bool PoolQueue::TakeAnonymous(const Packet& packet, BYTEBuf& data) {
-    PoolPort::Record* const record = packet.Item();
-    if (!m_items.IsDropped(record->number)) data.Assign(record->data, record->length);
+bool PoolQueue::TakeItem(const Packet& packet, BYTEBuf& data) {
+    Record* const record = packet.Item();
+    if (!IsDropped(*record)) data.Assign(record->data, record->length);
     const RecordHolder done(record);
-    return m_items.Settle(record->number);
+    return Settle(*record);
 }
 
-bool PoolQueue::TakeTurn(BYTEBuf& data) noexcept {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    const bool isTaken = m_requestors.TakeTurn(data);
+bool PoolQueue::IsDropped(Record& record) const noexcept {
+    const WorkQueue* const queue = PoolPort::QueueOf(record);
+    return queue ? queue->IsDropped(static_cast<DWORD>(record.number)) : m_items.IsDropped(record.number);
+}
+
+bool PoolQueue::Settle(Record& record) noexcept {
+    WorkQueue* const queue = PoolPort::QueueOf(record);
+    if (!queue) return m_items.Settle(record.number);
+    const bool isTaken = queue->Settle(static_cast<DWORD>(record.number));
     if (isTaken)
         m_items.SettleForRequestor();
     else

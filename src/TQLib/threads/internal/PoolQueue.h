@@ -2,21 +2,22 @@
 #pragma once
 
 #include "TQLib/core/base/TQThreadSynch.h"
+#include "TQLib/threads/TQThreadPool.h"
 #include "TQLib/threads/internal/ItemCounters.h"
 #include "TQLib/threads/internal/PoolPort.h"
-#include "TQLib/threads/internal/RequestorQueues.h"
+#include "TQLib/threads/internal/Requestors.h"
 
 namespace Quellan::Corvel {
 
 class PoolThreads;
 
-// What was posted and no thread has taken: a packet in the port for each item, which brings an anonymous item
-// along, and for one of a requestor the turn to take the next of those. For several threads.
+// What was posted and no thread has taken: a packet in the port for each item, so that there is one order of
+// all items. For several threads.
 class PoolQueue {
   public:
     using Kind = PoolPort::Kind;
     using Packet = PoolPort::Packet;
-    using WorkItemPtr = RequestorQueues::WorkItemPtr;
+    using WorkItemPtr = _TQThreadPoolBase::WorkItemPtr;
 
     // `pool` as in `PoolPort`. Throws "Completion port could not be created for thread pool." and 14
     // (ERROR_OUTOFMEMORY) "Allocation of thread pool requestor ID queue failed".
@@ -38,12 +39,7 @@ class PoolQueue {
     // Counts an item, then asks `threads` for one that takes it, then lets it be taken; queues nothing where
     // one of these throws. The order matters: a thread that retires is no longer counted before it looks for
     // items. Throws as `AddWork`.
-    void Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
-        if (requestorID == 0)
-            PostAnonymous(data, size, threads);
-        else
-            PostForRequestor(data, size, requestorID, threads);
-    }
+    void Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads);
     // An item with a copy of the data and the next item ID.
     [[nodiscard]] WorkItemPtr AllocWorkData(const void* data, DWORD size, DWORD requestorID);
 
@@ -56,32 +52,32 @@ class PoolQueue {
     [[nodiscard]] Kind KindOf(const Packet& packet) const noexcept { return m_port.KindOf(packet); }
     // Moves the item for which a packet of the kind Item stands to `data`; false where it was dropped. Throws
     // where there is no memory for it: the packet still stands for it then.
-    [[nodiscard]] bool TakeItem(const Packet& packet, BYTEBuf& data) {
-        return m_port.IsTurn(packet) ? TakeTurn(data) : TakeAnonymous(packet, data);
-    }
+    [[nodiscard]] bool TakeItem(const Packet& packet, BYTEBuf& data);
 
     // False where the port refuses one.
     bool PostThreadStop() const noexcept { return m_port.PostThreadStop(); }
     // Stop packets that no thread has taken, and that one of them was.
     [[nodiscard]] DWORD Stops() const noexcept { return m_port.Stops(); }
     void SettleStop() noexcept { m_port.SettleStop(); }
-    // Whether each item of a requestor has its packet; those that have none are posted one.
-    bool PostMissingTurns() noexcept;
 
     // Null once it is closed.
     [[nodiscard]] HANDLE Port() const noexcept { return m_port.Get(); }
 
   private:
-    void PostAnonymous(const void* data, DWORD size, PoolThreads& threads);
-    void PostForRequestor(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads);
-    [[nodiscard]] bool TakeBackItem(DWORD requestorID, DWORD itemID) noexcept;
-    [[nodiscard]] bool TakeAnonymous(const Packet& packet, BYTEBuf& data);
-    [[nodiscard]] bool TakeTurn(BYTEBuf& data) noexcept;
+    using Record = PoolPort::Record;
+
+    // Counts the item of a record as posted.
+    void Count(Record& record, DWORD requestorID);
+    [[nodiscard]] bool IsDropped(Record& record) const noexcept;
+    // It is no longer in flight. False where it was dropped.
+    bool Settle(Record& record) noexcept;
+    DWORD GetNextItemID() noexcept { return ++m_lastItemID; }
 
     ItemCounters m_items;
     PoolPort m_port;
     TQThreadSynch m_lock;
-    RequestorQueues m_requestors TQ_GUARDED_BY(m_lock);
+    Requestors m_requestors;  // changed under the lock
+    std::atomic<DWORD> m_lastItemID = 0;
 };
 
 }  // namespace Quellan::Corvel
