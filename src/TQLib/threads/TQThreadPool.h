@@ -142,7 +142,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     [[nodiscard]] virtual TQTimeSpan IdleTime() const;
 
     BYTEBuf& PoolData() noexcept { return ThreadData(); }
-    // Borrowed, until `CloseUp`.
+    // Borrowed, until `CloseUp`. It may be made by the first call; null where that fails.
     [[nodiscard]] HANDLE Port() const noexcept;
 
   private:

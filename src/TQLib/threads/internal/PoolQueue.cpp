@@ -2,8 +2,6 @@
 
 #include "TQLib/threads/internal/PoolThreads.h"
 
-#include <cstring>
-#include <memory>
 #include <new>
 
 namespace Quellan::Corvel {
@@ -15,11 +13,6 @@ constexpr unsigned int StoppedCode = 0x80000015;
 constexpr const wchar_t* PostFailed = L"Posting of the thread pool work failed.";
 
 constexpr ULONGLONG KeptRecords = 65'536;
-
-struct RecordFree {
-    void operator()(PoolPort::Record* record) const noexcept { _TQWin32AsynchRoot::FreeOverlapped(record); }
-};
-using RecordHolder = std::unique_ptr<PoolPort::Record, RecordFree>;
 
 }  // namespace
 
@@ -71,25 +64,19 @@ void PoolQueue::ClearAll() {
 // Posting.
 
 void PoolQueue::Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
-    RecordHolder record(_TQWin32AsynchRoot::AllocOverlapped(size, true, 0));
-    if (size != 0) std::memcpy(record->data, data, size);
-    Count(*record, requestorID);
+    const ItemTag item = Count(requestorID);
     try {
         if (IsStopped()) ThrowStopped();
         threads.RequireThread();
-        if (!m_port.PostItem(*record, size)) TQSysException::ThrowLastError(PostFailed);
+        if (const DWORD code = m_port.PostItem(item, data, size)) throw TQSysException(code, PostFailed);
     } catch (...) {
-        Settle(*record);
+        Settle(item);
         throw;
     }
-    record.release();
 }
 
-void PoolQueue::Count(Record& record, DWORD requestorID) {
-    if (requestorID == 0) {
-        record.number = m_items.Post();
-        return;
-    }
+ItemTag PoolQueue::Count(DWORD requestorID) {
+    if (requestorID == 0) return {.queue = nullptr, .number = m_items.Post()};
     WorkQueue* const queue = m_requestors.RequestorQueue(requestorID);
     DWORD epoch = 0;
     // Before the queue counts it: who clears that finds no more items than were posted.
@@ -98,8 +85,7 @@ void PoolQueue::Count(Record& record, DWORD requestorID) {
         m_items.SettleForRequestor();
         throw TQException(ERROR_NOT_FOUND, L"_TQThreadPoolBase::PostForRequestor");
     }
-    record.number = epoch;
-    PoolPort::SetQueue(record, queue);
+    return {.queue = queue, .number = epoch};
 }
 
 PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DWORD requestorID) {
@@ -113,22 +99,19 @@ PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DW
 
 // Taking.
 
-bool PoolQueue::TakeItem(const Packet& packet, BYTEBuf& data) {
-    Record* const record = packet.Item();
-    if (!IsDropped(*record)) data.Assign(record->data, record->length);
-    const RecordHolder done(record);
-    return Settle(*record);
+bool PoolQueue::TakeItem(Packet& packet, BYTEBuf& data) {
+    if (!IsDropped(packet.tag)) data.Assign(packet.Data(), packet.size);
+    packet.Free();
+    return Settle(packet.tag);
 }
 
-bool PoolQueue::IsDropped(Record& record) const noexcept {
-    const WorkQueue* const queue = PoolPort::QueueOf(record);
-    return queue ? queue->IsDropped(static_cast<DWORD>(record.number)) : m_items.IsDropped(record.number);
+bool PoolQueue::IsDropped(const ItemTag& item) const noexcept {
+    return item.queue ? item.queue->IsDropped(static_cast<DWORD>(item.number)) : m_items.IsDropped(item.number);
 }
 
-bool PoolQueue::Settle(Record& record) noexcept {
-    WorkQueue* const queue = PoolPort::QueueOf(record);
-    if (!queue) return m_items.Settle(record.number);
-    const bool isTaken = queue->Settle(static_cast<DWORD>(record.number));
+bool PoolQueue::Settle(const ItemTag& item) noexcept {
+    if (!item.queue) return m_items.Settle(item.number);
+    const bool isTaken = item.queue->Settle(static_cast<DWORD>(item.number));
     if (isTaken)
         m_items.SettleForRequestor();
     else

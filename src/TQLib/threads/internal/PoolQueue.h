@@ -11,8 +11,7 @@ namespace Quellan::Corvel {
 
 class PoolThreads;
 
-// What was posted and no thread has taken: a packet in the port for each item, so that there is one order of
-// all items. For several threads.
+// What was posted and no thread has taken, in one order of all items. For several threads.
 class PoolQueue {
   public:
     using Kind = PoolPort::Kind;
@@ -44,33 +43,30 @@ class PoolQueue {
     [[nodiscard]] WorkItemPtr AllocWorkData(const void* data, DWORD size, DWORD requestorID);
 
     [[nodiscard]] DWORD Items() const noexcept { return m_items.Items(); }
-    // Packets of items that nobody has taken out of the port, and those that are about to come there.
+    // Items that nobody has taken out of the port, dropped or not, and those that are about to come there.
     [[nodiscard]] DWORD InFlight() const noexcept { return m_items.InFlight(); }
 
     // Waits up to `ms` milliseconds for a packet. The platform's code, WAIT_TIMEOUT when the time is up.
     [[nodiscard]] DWORD Take(DWORD ms, Packet& packet) noexcept { return m_port.Take(ms, packet); }
-    [[nodiscard]] Kind KindOf(const Packet& packet) const noexcept { return m_port.KindOf(packet); }
-    // Moves the item for which a packet of the kind Item stands to `data`; false where it was dropped. Throws
-    // where there is no memory for it: the packet still stands for it then.
-    [[nodiscard]] bool TakeItem(const Packet& packet, BYTEBuf& data);
+    // Moves the item of a packet to `data`; false where it was dropped. Throws where there is no memory for
+    // it: the packet still has it then.
+    [[nodiscard]] bool TakeItem(Packet& packet, BYTEBuf& data);
 
     // False where the port refuses one.
-    bool PostThreadStop() const noexcept { return m_port.PostThreadStop(); }
-    // Stop packets that no thread has taken, and that one of them was.
+    bool PostThreadStop() noexcept { return m_port.PostThreadStop(); }
+    // Stop packets that no thread has taken.
     [[nodiscard]] DWORD Stops() const noexcept { return m_port.Stops(); }
-    void SettleStop() noexcept { m_port.SettleStop(); }
 
-    // Null once it is closed.
-    [[nodiscard]] HANDLE Port() const noexcept { return m_port.Get(); }
+    [[nodiscard]] bool IsClosed() const noexcept { return m_port.IsClosed(); }
+    // As `PoolPort::Port`.
+    [[nodiscard]] HANDLE Port() noexcept { return m_port.Port(); }
 
   private:
-    using Record = PoolPort::Record;
-
-    // Counts the item of a record as posted.
-    void Count(Record& record, DWORD requestorID);
-    [[nodiscard]] bool IsDropped(Record& record) const noexcept;
+    // Counts an item as posted.
+    [[nodiscard]] ItemTag Count(DWORD requestorID);
+    [[nodiscard]] bool IsDropped(const ItemTag& item) const noexcept;
     // It is no longer in flight. False where it was dropped.
-    bool Settle(Record& record) noexcept;
+    bool Settle(const ItemTag& item) noexcept;
     DWORD GetNextItemID() noexcept { return ++m_lastItemID; }
 
     ItemCounters m_items;
