@@ -272,6 +272,52 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
     EXPECT_LT(mostMissing, numbers.pool.MaxThreads());
 }
 
+// An item starts where a thread sleeps, whatever the threads did just before: items that stay, one for each
+// thread but the last, and then one after the other for that one.
+TEST(PoolStress, LeavesNoItemToThreadsThatSleep) {
+    constexpr int threads = 4;
+    const unsigned rounds = std::min(Items() / 50, 5'000u);
+    Script script;
+    std::atomic<Gate*> gate = nullptr;
+    std::atomic<unsigned> done = 0;
+    script.onWork = [&](const std::string& work) {
+        if (!work.empty()) gate.load()->Pass();
+        ++done;
+    };
+    TestPool<threads> pool(script);
+    pool.idleWaitMs = INFINITE;
+    std::minstd_rand random(1);
+    const auto pause = [&](unsigned most) {
+        for (auto i = random() % most; i != 0; --i)
+            Quellan::Compiler::Pause();
+    };
+    for (unsigned round = 0; round < rounds; ++round) {
+        Gate closed;
+        gate = &closed;
+        unsigned posted = static_cast<unsigned>(random()) % 6;
+        done = 0;
+        for (unsigned i = 0; i < posted; ++i)
+            pool.Post("");
+        if (random() % 3 == 0) pause(2'000);
+        for (int i = 1; i < threads; ++i) {
+            pool.Post("gate");
+            if (random() % 4 == 0) pause(50);
+        }
+        Until([&] { return closed.Came() == threads - 1 && done == posted; });
+        for (int i = 0; i < 30; ++i) {
+            // It comes just as the thread that has done the one before goes to sleep.
+            pause(50);
+            pool.Post("");
+            ++posted;
+            for (int looks = 0; done != posted && looks < 10'000; ++looks)
+                Quellan::Compiler::Pause();
+            Until([&] { return done == posted; });
+        }
+        closed.Open();
+        Until([&] { return script.handlers == 0; });
+    }
+}
+
 // Who stops a pool, in what state.
 enum class Load { Empty, Full, Filled };
 enum class Stopper { Stranger, TwoStrangers, Handler, LibraryExit };
