@@ -318,6 +318,27 @@ TEST(PoolStress, LeavesNoItemToThreadsThatSleep) {
     }
 }
 
+// Items and packets of others come to threads that wait, whether before or after the port was asked for.
+TEST(PoolStress, TakesItemsAndPacketsWhileThePortIsBegun) {
+    constexpr unsigned rounds = 300, items = 40;
+    for (unsigned round = 0; round < rounds; ++round) {
+        Script script;
+        PortPool pool(script);
+        pool.idleWaitMs = INFINITE;
+        pool.Post("first");
+        Worker poster([&] {
+            for (unsigned i = 1; i < items; ++i) {
+                for (unsigned pauses = (round + i) % 64; pauses != 0; --pauses)
+                    Quellan::Compiler::Pause();
+                pool.Post("");
+            }
+        });
+        for (ULONGLONG key = 1; key <= 3; ++key)
+            pool.PostPacket({key, 1, nullptr, 0});
+        Until([&] { return pool.Packets().size() == 3 && script.Items().size() == items; });
+    }
+}
+
 // Who stops a pool, in what state.
 enum class Load { Empty, Full, Filled };
 enum class Stopper { Stranger, TwoStrangers, Handler, LibraryExit };

@@ -98,12 +98,12 @@ bool ItemFifo::Push(PoolPort::Kind kind, const ItemTag& tag, DWORD size, const v
 }
 
 bool ItemFifo::Pop(PoolPort::Packet& packet) noexcept {
-    if (m_popped.load(std::memory_order_relaxed) == m_pushed.load(std::memory_order_relaxed)) return false;
+    if (IsEmpty()) return false;
     Segment* drained = nullptr;
     {
         const Guard lock(m_popLock);
         const ULONGLONG popped = m_popped.load(std::memory_order_relaxed);
-        if (popped == m_pushed.load(std::memory_order_acquire)) return false;
+        if (popped == m_pushed.load()) return false;
         if (m_popIndex == Segment::SlotCount) [[unlikely]] {
             drained = std::exchange(m_first, m_first->next);
             m_popIndex = 0;

@@ -23,14 +23,11 @@ class ItemFifo {
     // Before all else. False without memory.
     [[nodiscard]] bool Begin() noexcept;
 
-    // Whether all that was pushed has been popped.
-    [[nodiscard]] bool IsEmpty() const noexcept { return Size() == 0; }
-    // What was pushed before and not popped.
-    [[nodiscard]] ULONGLONG Size() const noexcept {
-        const ULONGLONG popped = m_popped.load();  // first: never less than none
-        return m_pushed.load() - popped;
+    // Whether all that was pushed before has been popped.
+    [[nodiscard]] bool IsEmpty() const noexcept {
+        const ULONGLONG popped = m_popped.load();
+        return m_pushed.load() == popped;
     }
-    [[nodiscard]] ULONGLONG Popped() const noexcept { return m_popped.load(std::memory_order_relaxed); }
 
     // With its data in `data` or, where they are longer than a slot's, in `holder`. False without memory, with
     // nothing changed.

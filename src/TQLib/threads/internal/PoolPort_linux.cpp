@@ -18,10 +18,10 @@ struct PoolPort::Impl {
 
     // Something was pushed.
     void Tell() noexcept {
-        if (const auto state = sleepers.State()) [[unlikely]]
-            TellSleepers(state);
+        if (const auto need = sleepers.NeedAfterPush(); need != PoolSleepers::Need::Nothing) [[unlikely]]
+            TellSleepers(need);
     }
-    TQ_NOINLINE void TellSleepers(std::uint32_t state) noexcept;
+    TQ_NOINLINE void TellSleepers(PoolSleepers::Need need) noexcept;
     [[nodiscard]] DWORD TakeAtPort(DWORD ms, Packet& packet) noexcept;
     // A packet of the port. With WAIT_TIMEOUT there is none.
     [[nodiscard]] DWORD GetFromPort(DWORD ms, Packet& packet) const noexcept;
@@ -85,8 +85,8 @@ bool PoolPort::PostThreadStop() noexcept {
     return false;
 }
 
-void PoolPort::Impl::TellSleepers(std::uint32_t state) noexcept {
-    if (state & PoolSleepers::Dismissed)
+void PoolPort::Impl::TellSleepers(PoolSleepers::Need need) noexcept {
+    if (need == PoolSleepers::Need::Dismissed)
         Insist([this] { return PostQueuedCompletionStatus(port.load(), 0, 0, &look); });
     else
         sleepers.WakeOne();
@@ -94,14 +94,16 @@ void PoolPort::Impl::TellSleepers(std::uint32_t state) noexcept {
 
 DWORD PoolPort::Take(DWORD ms, Packet& packet) noexcept {
     if (const DWORD code = FaultDue("GetQueuedCompletionStatus")) return code;
+    Platform::BeforeWait();
+    // Only once they are dismissed does a post tell those who wait at the port.
+    PoolSleepers& sleepers = m_impl->sleepers;
     DWORD code = ERROR_SUCCESS;
-    if (m_impl->port.load(std::memory_order_relaxed)) [[unlikely]]
+    if (sleepers.AreDismissed()) [[unlikely]] {
         code = m_impl->TakeAtPort(ms, packet);
-    else if (!m_impl->items.Pop(packet)) {
+    } else if (!m_impl->items.Pop(packet)) {
         if (ms == 0) return WAIT_TIMEOUT;
-        Platform::BeforeWait();
-        if (!m_impl->sleepers.Await(Platform::DeadlineAfter(ms), packet))
-            code = m_impl->port.load() ? m_impl->TakeAtPort(ms, packet) : DWORD{WAIT_TIMEOUT};
+        if (!sleepers.Await(Platform::DeadlineAfter(ms), packet))
+            code = sleepers.AreDismissed() ? m_impl->TakeAtPort(ms, packet) : DWORD{WAIT_TIMEOUT};
     }
     if (code == ERROR_SUCCESS && packet.kind == Kind::Stop) m_impl->stops.fetch_sub(1);
     return code;

@@ -57,13 +57,13 @@ bool PoolSleepers::Sleep(Platform::Deadline deadline, bool& isSearching) noexcep
         m_state.fetch_add(std::exchange(isSearching, false) ? OneSleeper - Searching : OneSleeper);
     }
     bool isOver = false;
-    if (m_items.IsEmpty() && !(m_state.load() & Dismissed))
+    if (m_items.IsEmpty() && !AreDismissed())
         while (self.word.load() == Asleep && !isOver)
             isOver = Platform::FutexWait(self.word, Asleep, deadline, Platform::Reach::Process) == ETIMEDOUT;
     if (TakeOff(self)) {
         // Somebody may have pushed two items and relied on the search that was just given up.
         isSearching = !isOver && BeginSearch();
-        return !isOver && !(m_state.load() & Dismissed);
+        return !isOver && !AreDismissed();
     }
     // Who has taken it off is about to say so.
     for (Platform::Backoff backoff; self.word.load() == Asleep;)

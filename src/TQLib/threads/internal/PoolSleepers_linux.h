@@ -18,17 +18,21 @@ namespace Quellan::Corvel {
 // several threads.
 class PoolSleepers {
   public:
-    // Nobody sleeps here any more.
-    static constexpr std::uint32_t Dismissed = 0x20000;
-
     explicit PoolSleepers(ItemFifo& items) noexcept : m_items(items) {}
 
-    // 0 where a push has nobody to wake.
-    [[nodiscard]] std::uint32_t State() const noexcept { return m_state.load(); }
-    // After a push.
+    // What there is to do after a push: nothing where nobody sleeps, or who searches will find it.
+    enum class Need { Nothing, WakeOne, Dismissed };
+    [[nodiscard]] Need NeedAfterPush() const noexcept {
+        const std::uint32_t state = m_state.load();
+        if (state == 0) [[likely]]
+            return Need::Nothing;
+        if (state & Dismissed) return Need::Dismissed;
+        return state & Searching ? Need::Nothing : Need::WakeOne;
+    }
     void WakeOne() noexcept;
     // Wakes all, and lets nobody sleep any more.
     void Dismiss() noexcept;
+    [[nodiscard]] bool AreDismissed() const noexcept { return m_state.load() & Dismissed; }
 
     // Waits for an item. False when the time is over, and after `Dismiss`.
     [[nodiscard]] bool Await(Platform::Deadline deadline, PoolPort::Packet& packet) noexcept;
@@ -38,6 +42,7 @@ class PoolSleepers {
     static constexpr std::uint32_t OneSleeper = 1;
     static constexpr std::uint32_t SleeperMask = 0xFFFF;
     static constexpr std::uint32_t Searching = 0x10000;
+    static constexpr std::uint32_t Dismissed = 0x20000;  // nobody sleeps any more
 
     // Values of a sleeper's word.
     enum : std::uint32_t { Asleep, Searches, IsDismissed };
