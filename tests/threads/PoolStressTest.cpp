@@ -253,8 +253,8 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
         for (; !early.empty() && *early.begin() == first; ++first)
             early.erase(early.begin());
     });
-    std::vector<DWORD> requestors;
-    for (int i = 0; i < 1'000; ++i)
+    std::vector<DWORD> requestors(100, 0);  // anonymous items among them
+    while (requestors.size() < 1'000)
         requestors.push_back(numbers.pool.GetNewRequestorID());
     std::mutex posting;  // makes the posts' order known
     unsigned posted = 0;
@@ -270,6 +270,73 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
     numbers.AwaitQuiet();
     EXPECT_EQ(first, items);
     EXPECT_LT(mostMissing, numbers.pool.MaxThreads());
+}
+
+// An item starts where a thread sleeps, whatever the threads did just before: items that stay, one for each
+// thread but the last, and then one after the other for that one.
+TEST(PoolStress, LeavesNoItemToThreadsThatSleep) {
+    constexpr int threads = 4;
+    const unsigned rounds = std::min(Items() / 50, 5'000u);
+    Script script;
+    std::atomic<Gate*> gate = nullptr;
+    std::atomic<unsigned> done = 0;
+    script.onWork = [&](const std::string& work) {
+        if (!work.empty()) gate.load()->Pass();
+        ++done;
+    };
+    TestPool<threads> pool(script);
+    pool.idleWaitMs = INFINITE;
+    std::minstd_rand random(1);
+    const auto pause = [&](unsigned most) {
+        for (auto i = random() % most; i != 0; --i)
+            Quellan::Compiler::Pause();
+    };
+    for (unsigned round = 0; round < rounds; ++round) {
+        Gate closed;
+        gate = &closed;
+        unsigned posted = static_cast<unsigned>(random()) % 6;
+        done = 0;
+        for (unsigned i = 0; i < posted; ++i)
+            pool.Post("");
+        if (random() % 3 == 0) pause(2'000);
+        for (int i = 1; i < threads; ++i) {
+            pool.Post("gate");
+            if (random() % 4 == 0) pause(50);
+        }
+        Until([&] { return closed.Came() == threads - 1 && done == posted; });
+        for (int i = 0; i < 30; ++i) {
+            // It comes just as the thread that has done the one before goes to sleep.
+            pause(50);
+            pool.Post("");
+            ++posted;
+            for (int looks = 0; done != posted && looks < 10'000; ++looks)
+                Quellan::Compiler::Pause();
+            Until([&] { return done == posted; });
+        }
+        closed.Open();
+        Until([&] { return script.handlers == 0; });
+    }
+}
+
+// Items and packets of others come to threads that wait, whether before or after the port was asked for.
+TEST(PoolStress, TakesItemsAndPacketsWhileThePortIsBegun) {
+    constexpr unsigned rounds = 300, items = 40;
+    for (unsigned round = 0; round < rounds; ++round) {
+        Script script;
+        PortPool pool(script);
+        pool.idleWaitMs = INFINITE;
+        pool.Post("first");
+        Worker poster([&] {
+            for (unsigned i = 1; i < items; ++i) {
+                for (unsigned pauses = (round + i) % 64; pauses != 0; --pauses)
+                    Quellan::Compiler::Pause();
+                pool.Post("");
+            }
+        });
+        for (ULONGLONG key = 1; key <= 3; ++key)
+            pool.PostPacket({key, 1, nullptr, 0});
+        Until([&] { return pool.Packets().size() == 3 && script.Items().size() == items; });
+    }
 }
 
 // Who stops a pool, in what state.

@@ -40,7 +40,7 @@ TEST(ThreadPool, GivesTheMemoryOfALongQueueBackToTheSystem) {
         Gate gate;
         s_gate = &gate;
         const DWORD requestor = isForRequestor ? pool.GetNewRequestorID() : 0;
-        for (DWORD i = 0; i < 500'000; ++i)
+        for (DWORD i = 0; i < 1'000'000; ++i)
             pool.AddWork([](BYTEBuf&) { s_gate->Pass(); }, nullptr, 0, requestor);
         EXPECT_GT(residentMB(), before + 64);
         gate.Open();

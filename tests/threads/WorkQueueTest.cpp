@@ -58,24 +58,26 @@ TEST_F(WorkQueue, HandsAnonymousItemsOutInTheirOrder) {
     ExpectNothingLeft();
 }
 
-TEST_F(WorkQueue, DropsTheItemsOfOneRequestor) {
+TEST_F(WorkQueue, KeepsTheOrderOfAllKindsWhateverIsDropped) {
     pool.Post("A1", a);
     pool.Post("A2", a);
     pool.Post("free");
     pool.Post("B1", b);
     pool.Post("free 2");
     pool.ClearRequestorItems(a);
-    EXPECT_EQ(pool.WorkCount(), 3u);
-    EXPECT_THAT(Run(), ElementsAre("free", "B1", "free 2"));
+    pool.Post("A3", a);
+    pool.Post("free 3");
+    EXPECT_EQ(pool.WorkCount(), 5u);
+    EXPECT_THAT(Run(), ElementsAre("free", "B1", "free 2", "A3", "free 3"));
     ExpectNothingLeft();
 }
 
-TEST_F(WorkQueue, GivesNoTurnOfADroppedItemToALaterOne) {
+TEST_F(WorkQueue, GivesNothingOfAReleasedRequestorToTheNext) {
     pool.Post("A1", a);
-    pool.Post("B1", b);
-    pool.ClearRequestorItems(a);
-    pool.Post("A2", a);
-    EXPECT_THAT(Run(), ElementsAre("B1", "A2"));
+    pool.ReleaseRequestorID(a);
+    pool.Post("next", pool.GetNewRequestorID());
+    EXPECT_EQ(pool.WorkCount(), 1u);
+    EXPECT_THAT(Run(), ElementsAre("next"));
     ExpectNothingLeft();
 }
 
@@ -110,6 +112,8 @@ TEST_F(WorkQueue, GivesEachRequestorAnIDOfItsOwn) {
     std::set<DWORD> ids{0, a, b};
     for (int i = 0; i < 100; ++i)
         EXPECT_TRUE(ids.insert(pool.GetNewRequestorID()).second);
+    for (const DWORD id : ids)
+        EXPECT_EQ(ThrownCode([&] { pool.Post("", id); }), 0u) << id;
     SweepAllocations([&] { pool.GetNewRequestorID(); }, [] {});
 }
 

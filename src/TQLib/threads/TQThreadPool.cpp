@@ -26,7 +26,7 @@ constexpr ULONGLONG MaxThreadsOfAProcessor = 510;
 constexpr DWORD IdleLookMs = 100'000;
 constexpr DWORD StopAgainMs = 50;     // between stop packets that come before the last posts
 constexpr DWORD TakeAgainMs = 50;     // after a failure to take work
-constexpr DWORD PortPassMs = 50;      // until what is missing in the port is looked for, or posted, again
+constexpr DWORD PortPassMs = 50;      // until what is missing in the port is looked for again
 constexpr DWORD GrowAgainMs = 1'000;  // after a failure to make a thread
 
 constexpr unsigned int FirstStructuredCode = 0xC0000000;
@@ -71,7 +71,7 @@ class _TQThreadPoolImpl {
     class Taking;
 
     bool GrowByOne() noexcept;
-    bool TakeItem(const PoolQueue::Packet& packet, BYTEBuf& data) noexcept;
+    bool TakeItem(PoolQueue::Packet& packet, BYTEBuf& data) noexcept;
     void HandOn(const PoolQueue::Packet& packet) noexcept;
 
     _TQThreadPoolBase& m_pool;
@@ -135,13 +135,12 @@ _TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(BYTEBuf& data, DWOR
         }
         if (code != ERROR_SUCCESS) throw TQSysException(code, L"Getting asynch queue work data failed.");
 
-        switch (queue.KindOf(packet)) {
+        switch (packet.kind) {
             case PoolQueue::Kind::Foreign:
                 taking.End();
                 HandOn(packet);
                 return GetWorkResult::Packet;
             case PoolQueue::Kind::Stop:
-                queue.SettleStop();
                 if (counters.Allocated() != 1 || queue.InFlight() == 0) return GetWorkResult::Stop;
                 Sleep(StopAgainMs);
                 if (!queue.PostThreadStop()) return GetWorkResult::Stop;
@@ -155,7 +154,7 @@ _TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(BYTEBuf& data, DWOR
 }
 
 // A post that was accepted is not lost for want of memory: it waits for some, or until it is dropped.
-inline bool _TQThreadPoolImpl::TakeItem(const PoolQueue::Packet& packet, BYTEBuf& data) noexcept {
+inline bool _TQThreadPoolImpl::TakeItem(PoolQueue::Packet& packet, BYTEBuf& data) noexcept {
     for (bool isTold = false;;) {
         try {
             return queue.TakeItem(packet, data);
@@ -202,11 +201,9 @@ void _TQThreadPoolImpl::_CleanUpPort() {
         if (const DWORD code = queue.Take(isLast ? 0 : PortPassMs, packet)) {
             if (isLast) return;
             if (code != WAIT_TIMEOUT) Sleep(PortPassMs);
-        } else if (const auto kind = queue.KindOf(packet); kind == PoolQueue::Kind::Foreign) {
+        } else if (packet.kind == PoolQueue::Kind::Foreign) {
             HandOn(packet);
-        } else if (kind == PoolQueue::Kind::Stop) {
-            queue.SettleStop();
-        } else {
+        } else if (packet.kind == PoolQueue::Kind::Item) {
             // All items were dropped: no memory is needed.
             BYTEBuf none;
             static_cast<void>(queue.TakeItem(packet, none));
@@ -344,7 +341,7 @@ void _TQThreadPoolBase::WakeThread() const noexcept {
 }
 
 void _TQThreadPoolBase::CloseUp() noexcept {
-    if (!Port()) return;
+    if (m_impl->queue.IsClosed()) return;
     const _TQLastErrorKeeper keeper;
     StopThreads();
     m_impl->callOnExit.reset();
@@ -379,9 +376,7 @@ unsigned int _TQThreadPoolBase::RunWork(BYTEBuf&) {
         } catch (...) {
             m_impl->ReportCaught(nullptr, nullptr);
         }
-        ms = !m_impl->queue.PostMissingTurns() ? PortPassMs
-             : m_impl->threads.NeedsThread()   ? GrowAgainMs
-                                               : INFINITE;
+        ms = m_impl->threads.NeedsThread() ? GrowAgainMs : INFINITE;
     }
     m_impl->threads.EndAll();
     m_impl->_CleanUpPort();

@@ -14,10 +14,9 @@ class _TQThreadPoolImpl;
 // A queue of work and the threads that do it, which come and go with the load. `TQThreadPool` below makes a
 // usable class of it.
 //
-// An item is a copy of the bytes that the poster gives. Anonymous items are handed out in the order of their
-// posting. An item can also be posted for a requestor (`GetNewRequestorID`): these too are handed out in the
-// order of their posting, and each requestor's can be dropped on their own. Items that were handed out run
-// side by side, those of one requestor too.
+// An item is a copy of the bytes that the poster gives. It can be posted for a requestor
+// (`GetNewRequestorID`), whose items can be dropped on their own, or anonymously. All are handed out in the
+// order of their posting. Items that were handed out run side by side, those of one requestor too.
 //
 //                      in use                          after `StopThreads`
 //     AddWork          queues; makes a thread          throws 0x80000015
@@ -33,7 +32,7 @@ class _TQThreadPoolImpl;
 // could not be made and ends the pool. It runs from the first post on.
 class TQLIB_API _TQThreadPoolBase : public TQThread {
   public:
-    // What was posted, for whom, and its number among the items posted for requestors.
+    // Data, for whom it is, and its number among those that `AllocWorkData` made.
     struct PoolWorkItem {
         BYTEBuf data;
         DWORD requestorID = 0;
@@ -143,7 +142,7 @@ class TQLIB_API _TQThreadPoolBase : public TQThread {
     [[nodiscard]] virtual TQTimeSpan IdleTime() const;
 
     BYTEBuf& PoolData() noexcept { return ThreadData(); }
-    // Borrowed, until `CloseUp`.
+    // Borrowed, until `CloseUp`. It may be made by the first call; null where that fails.
     [[nodiscard]] HANDLE Port() const noexcept;
 
   private:

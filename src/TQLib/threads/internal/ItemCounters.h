@@ -11,7 +11,7 @@ namespace Quellan::Corvel {
 // What is dropped is no item any more, but its packet is in flight until somebody takes it out.
 //
 // Anonymous items are numbered in the order of their posting, so that it can be told of each whether it was
-// dropped. For several threads; what is said of requestors' items is counted by whoever changes their queues.
+// dropped. Of a requestor's that is told by its queue. For several threads.
 class ItemCounters {
   public:
     // No item is accepted any more.
@@ -21,17 +21,19 @@ class ItemCounters {
     [[nodiscard]] DWORD Items() const noexcept {
         // The settled ones first: never less than none.
         const ULONGLONG settled = ReadCounter(m_settled);
-        return static_cast<DWORD>(ReadCounter(m_posted) - settled) + ReadCounter(m_requestorItems);
+        const ULONGLONG settledForRequestors = ReadCounter(m_settledForRequestors);
+        return static_cast<DWORD>(ReadCounter(m_posted) - settled +
+                                  (ReadCounter(m_postedForRequestors) - settledForRequestors));
     }
     // In the order of the counters: what moves from one to the next is counted twice for a moment, never not
     // at all.
     [[nodiscard]] DWORD InFlight() const noexcept {
-        const ULONGLONG settled = m_settled.load();
-        const DWORD items = static_cast<DWORD>(m_posted.load() - settled) + m_requestorItems.load();
-        return items + m_droppedPackets.load() - m_missingTurns.load();
+        const ULONGLONG settled = m_settled.load() + m_settledForRequestors.load();
+        const auto items = static_cast<DWORD>(m_posted.load() + m_postedForRequestors.load() - settled);
+        return items + m_droppedPackets.load();
     }
-    // Anonymous items since the pool was made.
-    [[nodiscard]] ULONGLONG Posted() const noexcept { return m_posted.load() & ~StopMark; }
+    // Since the pool was made.
+    [[nodiscard]] ULONGLONG AllPosted() const noexcept { return Posted() + m_postedForRequestors.load(); }
 
     // Counts an anonymous item, and gives its number.
     [[nodiscard]] ULONGLONG Post() noexcept { return m_posted.fetch_add(1) & ~StopMark; }
@@ -62,32 +64,29 @@ class ItemCounters {
         }
     }
 
-    void PostForRequestor() noexcept { m_requestorItems.fetch_add(1); }
-    // Taken, or taken back by who posted it.
-    void SettleForRequestor() noexcept { m_requestorItems.fetch_sub(1); }
+    void PostForRequestor() noexcept { m_postedForRequestors.fetch_add(1); }
+    // Taken, or not posted in the end.
+    void SettleForRequestor() noexcept { m_settledForRequestors.fetch_add(1); }
     void DropForRequestors(DWORD count) noexcept {
         m_droppedPackets.fetch_add(count);
-        m_requestorItems.fetch_sub(count);
+        m_settledForRequestors.fetch_add(count);
     }
     // The packet of an item that was dropped is out of the port.
     void SettleDropped() noexcept { m_droppedPackets.fetch_sub(1); }
 
-    // Items of requestors for which no packet is in flight.
-    [[nodiscard]] DWORD MissingTurns() const noexcept { return m_missingTurns.load(); }
-    void AdjustMissingTurns(bool add) noexcept {
-        add ? m_missingTurns.fetch_add(1) : m_missingTurns.fetch_sub(1);
-    }
-
   private:
     static constexpr ULONGLONG StopMark = ULONGLONG{1} << 63;
 
-    // Posters write the one, threads that take the other, with each item.
+    // Anonymous items.
+    [[nodiscard]] ULONGLONG Posted() const noexcept { return m_posted.load() & ~StopMark; }
+
+    // Posters write the one line, threads that take the other, with each item.
     alignas(64) mutable std::atomic<ULONGLONG> m_posted = 0;
+    mutable std::atomic<ULONGLONG> m_postedForRequestors = 0;
     alignas(64) mutable std::atomic<ULONGLONG> m_settled = 0;
-    // Written with a requestor's item or rarely.
-    alignas(64) mutable std::atomic<DWORD> m_requestorItems = 0;
-    std::atomic<DWORD> m_droppedPackets = 0;
-    std::atomic<DWORD> m_missingTurns = 0;
+    mutable std::atomic<ULONGLONG> m_settledForRequestors = 0;
+    // Rarely written.
+    alignas(64) std::atomic<DWORD> m_droppedPackets = 0;
     std::atomic<ULONGLONG> m_droppedBelow = 0;  // the number before which no item is taken any more
 };
 

@@ -1,97 +1,77 @@
-// The completion port of a pool.
+// Where the items of a pool wait for its threads.
 #pragma once
 
+#include "TQLib/platform/Platform.h"
 #include "TQLib/threads/TQWin32AsynchRoot.h"
-#include "TQLib/threads/internal/PoolHandle.h"
 
-#include <atomic>
+#include <memory>
+#include <utility>
 
 namespace Quellan::Corvel {
 
-// The port and the packets in it, of which some are the pool's own. Those carry the pool's address in a field
-// that the platform reads of no posted packet. For several threads.
+class WorkQueue;
+
+// Whose an item is.
+struct ItemTag {
+    WorkQueue* queue = nullptr;  // of its requestor, null for an anonymous item
+    ULONGLONG number = 0;        // the epoch of that queue; among the anonymous items the number of this one
+};
+
+// The items of a pool in the order of their posting, the stops of its threads, and what comes to the pool's
+// completion port from others. On Windows all of that are packets in the port. On Linux items and stops wait
+// in a queue of the pool's own, which calls the kernel only for threads that sleep, and the port is made when
+// it is first asked for. For several threads.
 class PoolPort {
   public:
     using Record = _TQWin32AsynchRoot::OVERLAPPED_DATA;
 
-    // An item, in a record of its own or as the turn of the requestor who has waited longest; a thread's
-    // stop; or what somebody else posted, or completed.
     enum class Kind { Item, Stop, Foreign };
 
+    // What was taken.
     struct Packet {
+        static constexpr DWORD InlineBytes = 104;
+
+        Kind kind = Kind::Foreign;
+        // Of an item.
+        DWORD size = 0;
+        ItemTag tag;
+        Record* holder = nullptr;  // of its data; null where they are in `data`
+        BYTE data[InlineBytes];
+        // Of what is foreign.
         ULONG_PTR key = 0;
         DWORD bytes = 0;
         OVERLAPPED* record = nullptr;
         DWORD error = ERROR_SUCCESS;  // with which the operation failed that the packet completes
 
-        Record* Item() const noexcept { return reinterpret_cast<Record*>(record); }
+        Packet() noexcept {}
+        [[nodiscard]] const BYTE* Data() const noexcept { return holder ? holder->data : data; }
+        // Once the item's data are no longer needed.
+        void Free() noexcept { _TQWin32AsynchRoot::FreeOverlapped(std::exchange(holder, nullptr)); }
     };
 
     // `pool` is only compared. Throws "Completion port could not be created for thread pool.".
-    explicit PoolPort(const void* pool) : m_pool(pool) {
-        MarkAsOwn(m_turn);
-        MarkAsOwn(m_stop);
-        m_port.reset(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0));
-        if (!m_port) TQSysException::ThrowLastError(L"Completion port could not be created for thread pool.");
-    }
+    explicit PoolPort(const void* pool);
+    ~PoolPort();
 
-    // Null once it is closed.
-    [[nodiscard]] HANDLE Get() const noexcept { return m_port.get(); }
-    void Close() noexcept { m_port.reset(); }
+    // Nobody posts or takes any more.
+    void Close() noexcept;
+    [[nodiscard]] bool IsClosed() const noexcept { return !m_impl; }
+    // For packets of others. Null once it is closed, and where it can't be made.
+    [[nodiscard]] HANDLE Port() noexcept;
 
-    // Each false with the last error where the port refuses. A record is the port's until it is taken.
-    [[nodiscard]] bool PostItem(Record& record, DWORD bytes) noexcept {
-        MarkAsOwn(record);
-        return PostQueuedCompletionStatus(m_port.get(), bytes, 0, PlatformRecord(record));
-    }
-    [[nodiscard]] bool PostTurn(DWORD bytes) noexcept {
-        return PostQueuedCompletionStatus(m_port.get(), bytes, 0, PlatformRecord(m_turn));
-    }
-    bool PostThreadStop() const noexcept {
-        m_stops.fetch_add(1);
-        if (PostQueuedCompletionStatus(m_port.get(), StopBytes, 0, PlatformRecord(m_stop))) return true;
-        m_stops.fetch_sub(1);
-        return false;
-    }
-    // Stop packets in the port.
-    [[nodiscard]] DWORD Stops() const noexcept { return m_stops.load(); }
+    // Queues a copy of the data. The platform's code. Throws 14 (ERROR_OUTOFMEMORY).
+    [[nodiscard]] DWORD PostItem(const ItemTag& tag, const void* data, DWORD size);
+    // False where there is no memory for it.
+    bool PostThreadStop() noexcept;
+    // Stops that nobody has taken.
+    [[nodiscard]] DWORD Stops() const noexcept;
 
     // Waits up to `ms` milliseconds for a packet. The platform's code, WAIT_TIMEOUT when the time is up.
-    [[nodiscard]] DWORD Take(DWORD ms, Packet& packet) noexcept {
-        if (!GetQueuedCompletionStatus(m_port.get(), &packet.bytes, &packet.key, &packet.record, ms)) {
-            const DWORD code = GetLastError();
-            if (!packet.record) return code;
-            packet.error = code;
-        }
-        return ERROR_SUCCESS;
-    }
-    // A stop packet was taken.
-    void SettleStop() noexcept { m_stops.fetch_sub(1); }
-    // Nothing is read of a record that comes with a key.
-    [[nodiscard]] Kind KindOf(const Packet& packet) const noexcept {
-        if (packet.key != 0 || !packet.record || packet.record->hEvent != m_pool) return Kind::Foreign;
-        return packet.record == PlatformRecord(m_stop) ? Kind::Stop : Kind::Item;
-    }
-    // Whether a packet of the kind Item is a requestor's turn and no record of its own.
-    [[nodiscard]] bool IsTurn(const Packet& packet) const noexcept {
-        return packet.record == PlatformRecord(m_turn);
-    }
+    [[nodiscard]] DWORD Take(DWORD ms, Packet& packet) noexcept;
 
   private:
-    static constexpr DWORD StopBytes = 0xFFFFFFFF;  // of a stop packet, which carries no data
-
-    static OVERLAPPED* PlatformRecord(Record& record) noexcept {
-        return reinterpret_cast<OVERLAPPED*>(record.overlapped);
-    }
-    void MarkAsOwn(Record& record) const noexcept {
-        PlatformRecord(record)->hEvent = const_cast<void*>(m_pool);
-    }
-
-    const void* const m_pool;
-    PoolHandle m_port;
-    mutable Record m_turn{};  // of every item of a requestor
-    mutable Record m_stop{};
-    mutable std::atomic<DWORD> m_stops = 0;
+    struct Impl;
+    std::unique_ptr<Impl> m_impl;
 };
 
 }  // namespace Quellan::Corvel

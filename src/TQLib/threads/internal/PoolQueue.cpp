@@ -2,10 +2,7 @@
 
 #include "TQLib/threads/internal/PoolThreads.h"
 
-#include <cstring>
-#include <memory>
 #include <new>
-#include <utility>
 
 namespace Quellan::Corvel {
 
@@ -15,10 +12,7 @@ constexpr unsigned int StoppedCode = 0x80000015;
 
 constexpr const wchar_t* PostFailed = L"Posting of the thread pool work failed.";
 
-struct RecordFree {
-    void operator()(PoolPort::Record* record) const noexcept { _TQWin32AsynchRoot::FreeOverlapped(record); }
-};
-using RecordHolder = std::unique_ptr<PoolPort::Record, RecordFree>;
+constexpr ULONGLONG KeptRecords = 65'536;
 
 }  // namespace
 
@@ -36,22 +30,17 @@ void PoolQueue::Stop() {
 // system.
 void PoolQueue::Close() noexcept {
     m_port.Close();
-    RequestorQueues::SpareItems spares;
-    ULONGLONG posted = m_items.Posted();
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        m_requestors.GiveSpares(spares);
-        posted += m_requestors.LastItemID();
-    }
-    if (posted <= RequestorQueues::KeptSpareItems) return;
-    spares = {};
-    _TQWin32AsynchRoot::ReleaseFree();
+    if (m_items.AllPosted() > KeptRecords) _TQWin32AsynchRoot::ReleaseFree();
 }
 
 DWORD PoolQueue::NewRequestor() {
-    auto queue = RequestorQueues::NewQueue();
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    return m_requestors.Add(std::move(queue));
+    DWORD id;
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        id = m_requestors.Add();
+    }
+    if (id == 0) TQStdExceptions::ThrowMemAllocError(L"_TQThreadPoolBase::GetNewRequestorID");
+    return id;
 }
 
 // The packets of what is dropped stay in the port; whoever takes one finds less to do.
@@ -74,96 +63,55 @@ void PoolQueue::ClearAll() {
 
 // Posting.
 
-void PoolQueue::PostAnonymous(const void* data, DWORD size, PoolThreads& threads) {
-    RecordHolder record(_TQWin32AsynchRoot::AllocOverlapped(size, true, 0));
-    if (size != 0) std::memcpy(record->data, data, size);
-    record->number = m_items.Post();
+void PoolQueue::Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
+    const ItemTag item = Count(requestorID);
     try {
         if (IsStopped()) ThrowStopped();
         threads.RequireThread();
-        if (!m_port.PostItem(*record, size)) TQSysException::ThrowLastError(PostFailed);
+        if (const DWORD code = m_port.PostItem(item, data, size)) throw TQSysException(code, PostFailed);
     } catch (...) {
-        m_items.Settle(record->number);
+        Settle(item);
         throw;
     }
-    record.release();
 }
 
-void PoolQueue::PostForRequestor(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
-    constexpr const wchar_t* where = L"_TQThreadPoolBase::PostForRequestor";
-    WorkItemPtr item = AllocWorkData(data, size, requestorID);
-    const DWORD itemID = item->itemID;
-    DWORD refusal = StoppedCode;
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        if (!IsStopped()) {
-            refusal = m_requestors.Push(std::move(item), requestorID);
-            if (refusal == ERROR_SUCCESS) m_items.PostForRequestor();
-        }
+ItemTag PoolQueue::Count(DWORD requestorID) {
+    if (requestorID == 0) return {.queue = nullptr, .number = m_items.Post()};
+    WorkQueue* const queue = m_requestors.RequestorQueue(requestorID);
+    DWORD epoch = 0;
+    // Before the queue counts it: who clears that finds no more items than were posted.
+    m_items.PostForRequestor();
+    if (!queue || !queue->Post(requestorID, epoch)) {
+        m_items.SettleForRequestor();
+        throw TQException(ERROR_NOT_FOUND, L"_TQThreadPoolBase::PostForRequestor");
     }
-    if (refusal == StoppedCode) ThrowStopped();
-    if (refusal == ERROR_OUTOFMEMORY) TQStdExceptions::ThrowMemAllocError(where);
-    if (refusal != ERROR_SUCCESS) throw TQException(refusal, where);
-    try {
-        threads.RequireThread();
-        if (!m_port.PostTurn(size)) TQSysException::ThrowLastError(PostFailed);
-    } catch (...) {
-        if (TakeBackItem(requestorID, itemID)) throw;
-        threads.Wake();
-    }
+    return {.queue = queue, .number = epoch};
 }
 
 PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DWORD requestorID) {
-    WorkItemPtr item;
-    DWORD itemID;
-    {
-        const TQThreadSynch::TQSynchLock guard(m_lock);
-        itemID = m_requestors.GetNextItemID();
-        item = m_requestors.TakeSpare();
-    }
-    if (!item) item = WorkItemPtr(new (std::nothrow) _TQThreadPoolBase::PoolWorkItem);
+    WorkItemPtr item(new (std::nothrow) _TQThreadPoolBase::PoolWorkItem);
     if (!item) TQStdExceptions::ThrowMemAllocError(L"_TQThreadPoolBase::AllocWorkData");
     item->data.Assign(static_cast<const BYTE*>(data), size);
     item->requestorID = requestorID;
-    item->itemID = itemID;
+    item->itemID = GetNextItemID();
     return item;
-}
-
-// After the post for an item has failed: takes the item back, unless it is taken or dropped already. Another
-// post's packet may have let a thread take it; then that post's item has none, and one is missing.
-bool PoolQueue::TakeBackItem(DWORD requestorID, DWORD itemID) noexcept {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    const bool isBack = m_requestors.TakeBack(requestorID, itemID);
-    if (isBack)
-        m_items.SettleForRequestor();
-    else
-        m_items.AdjustMissingTurns(true);
-    return isBack;
-}
-
-bool PoolQueue::PostMissingTurns() noexcept {
-    while (m_items.MissingTurns() != 0) {
-        // Counted first: whoever takes it must find it in flight.
-        m_items.AdjustMissingTurns(false);
-        if (m_port.PostTurn(0)) continue;
-        m_items.AdjustMissingTurns(true);
-        return false;
-    }
-    return true;
 }
 
 // Taking.
 
-bool PoolQueue::TakeAnonymous(const Packet& packet, BYTEBuf& data) {
-    PoolPort::Record* const record = packet.Item();
-    if (!m_items.IsDropped(record->number)) data.Assign(record->data, record->length);
-    const RecordHolder done(record);
-    return m_items.Settle(record->number);
+bool PoolQueue::TakeItem(Packet& packet, BYTEBuf& data) {
+    if (!IsDropped(packet.tag)) data.Assign(packet.Data(), packet.size);
+    packet.Free();
+    return Settle(packet.tag);
 }
 
-bool PoolQueue::TakeTurn(BYTEBuf& data) noexcept {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    const bool isTaken = m_requestors.TakeTurn(data);
+bool PoolQueue::IsDropped(const ItemTag& item) const noexcept {
+    return item.queue ? item.queue->IsDropped(static_cast<DWORD>(item.number)) : m_items.IsDropped(item.number);
+}
+
+bool PoolQueue::Settle(const ItemTag& item) noexcept {
+    if (!item.queue) return m_items.Settle(item.number);
+    const bool isTaken = item.queue->Settle(static_cast<DWORD>(item.number));
     if (isTaken)
         m_items.SettleForRequestor();
     else

@@ -2,21 +2,21 @@
 #pragma once
 
 #include "TQLib/core/base/TQThreadSynch.h"
+#include "TQLib/threads/TQThreadPool.h"
 #include "TQLib/threads/internal/ItemCounters.h"
 #include "TQLib/threads/internal/PoolPort.h"
-#include "TQLib/threads/internal/RequestorQueues.h"
+#include "TQLib/threads/internal/Requestors.h"
 
 namespace Quellan::Corvel {
 
 class PoolThreads;
 
-// What was posted and no thread has taken: a packet in the port for each item, which brings an anonymous item
-// along, and for one of a requestor the turn to take the next of those. For several threads.
+// What was posted and no thread has taken, in one order of all items. For several threads.
 class PoolQueue {
   public:
     using Kind = PoolPort::Kind;
     using Packet = PoolPort::Packet;
-    using WorkItemPtr = RequestorQueues::WorkItemPtr;
+    using WorkItemPtr = _TQThreadPoolBase::WorkItemPtr;
 
     // `pool` as in `PoolPort`. Throws "Completion port could not be created for thread pool." and 14
     // (ERROR_OUTOFMEMORY) "Allocation of thread pool requestor ID queue failed".
@@ -38,50 +38,42 @@ class PoolQueue {
     // Counts an item, then asks `threads` for one that takes it, then lets it be taken; queues nothing where
     // one of these throws. The order matters: a thread that retires is no longer counted before it looks for
     // items. Throws as `AddWork`.
-    void Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
-        if (requestorID == 0)
-            PostAnonymous(data, size, threads);
-        else
-            PostForRequestor(data, size, requestorID, threads);
-    }
+    void Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads);
     // An item with a copy of the data and the next item ID.
     [[nodiscard]] WorkItemPtr AllocWorkData(const void* data, DWORD size, DWORD requestorID);
 
     [[nodiscard]] DWORD Items() const noexcept { return m_items.Items(); }
-    // Packets of items that nobody has taken out of the port, and those that are about to come there.
+    // Items that nobody has taken out of the port, dropped or not, and those that are about to come there.
     [[nodiscard]] DWORD InFlight() const noexcept { return m_items.InFlight(); }
 
     // Waits up to `ms` milliseconds for a packet. The platform's code, WAIT_TIMEOUT when the time is up.
     [[nodiscard]] DWORD Take(DWORD ms, Packet& packet) noexcept { return m_port.Take(ms, packet); }
-    [[nodiscard]] Kind KindOf(const Packet& packet) const noexcept { return m_port.KindOf(packet); }
-    // Moves the item for which a packet of the kind Item stands to `data`; false where it was dropped. Throws
-    // where there is no memory for it: the packet still stands for it then.
-    [[nodiscard]] bool TakeItem(const Packet& packet, BYTEBuf& data) {
-        return m_port.IsTurn(packet) ? TakeTurn(data) : TakeAnonymous(packet, data);
-    }
+    // Moves the item of a packet to `data`; false where it was dropped. Throws where there is no memory for
+    // it: the packet still has it then.
+    [[nodiscard]] bool TakeItem(Packet& packet, BYTEBuf& data);
 
     // False where the port refuses one.
-    bool PostThreadStop() const noexcept { return m_port.PostThreadStop(); }
-    // Stop packets that no thread has taken, and that one of them was.
+    bool PostThreadStop() noexcept { return m_port.PostThreadStop(); }
+    // Stop packets that no thread has taken.
     [[nodiscard]] DWORD Stops() const noexcept { return m_port.Stops(); }
-    void SettleStop() noexcept { m_port.SettleStop(); }
-    // Whether each item of a requestor has its packet; those that have none are posted one.
-    bool PostMissingTurns() noexcept;
 
-    // Null once it is closed.
-    [[nodiscard]] HANDLE Port() const noexcept { return m_port.Get(); }
+    [[nodiscard]] bool IsClosed() const noexcept { return m_port.IsClosed(); }
+    // As `PoolPort::Port`.
+    [[nodiscard]] HANDLE Port() noexcept { return m_port.Port(); }
 
   private:
-    void PostAnonymous(const void* data, DWORD size, PoolThreads& threads);
-    void PostForRequestor(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads);
-    [[nodiscard]] bool TakeBackItem(DWORD requestorID, DWORD itemID) noexcept;
-    [[nodiscard]] bool TakeAnonymous(const Packet& packet, BYTEBuf& data);
-    [[nodiscard]] bool TakeTurn(BYTEBuf& data) noexcept;
+    // Counts an item as posted.
+    [[nodiscard]] ItemTag Count(DWORD requestorID);
+    [[nodiscard]] bool IsDropped(const ItemTag& item) const noexcept;
+    // It is no longer in flight. False where it was dropped.
+    bool Settle(const ItemTag& item) noexcept;
+    DWORD GetNextItemID() noexcept { return ++m_lastItemID; }
 
     ItemCounters m_items;
     PoolPort m_port;
     TQThreadSynch m_lock;
-    RequestorQueues m_requestors TQ_GUARDED_BY(m_lock);
+    Requestors m_requestors;  // changed under the lock
+    std::atomic<DWORD> m_lastItemID = 0;
 };
 
 }  // namespace Quellan::Corvel

@@ -16,26 +16,20 @@ template <class T>
 class Ring {
   public:
     bool IsEmpty() const noexcept { return m_size == 0; }
-    std::size_t Size() const noexcept { return m_size; }
     // From the front.
     T& operator[](std::size_t index) noexcept { return m_slots[(m_head + index) & (m_capacity - 1)]; }
 
     // Makes room for one more element, so that the next `Push` can't fail. Throws 14 (ERROR_OUTOFMEMORY).
     void ReserveOne() {
-        if (!TryReserveOne()) TQStdExceptions::ThrowMemAllocError(L"Ring::ReserveOne");
-    }
-    // The same for a caller who holds a lock, under which nothing is thrown for want of memory. False then.
-    [[nodiscard]] bool TryReserveOne() noexcept {
-        if (m_size < m_capacity) return true;
+        if (m_size < m_capacity) return;
         const std::size_t capacity = m_capacity ? 2 * m_capacity : FirstCapacity;
         std::unique_ptr<T[]> slots(new (std::nothrow) T[capacity]());
-        if (!slots) return false;
+        if (!slots) TQStdExceptions::ThrowMemAllocError(L"Ring::ReserveOne");
         for (std::size_t i = 0; i < m_size; ++i)
             slots[i] = std::move((*this)[i]);
         m_slots = std::move(slots);
         m_capacity = capacity;
         m_head = 0;
-        return true;
     }
     // Only after room was made.
     void Push(T element) noexcept { (*this)[m_size++] = std::move(element); }
@@ -45,16 +39,6 @@ class Ring {
         m_head = (m_head + 1) & (m_capacity - 1);
         if (--m_size == 0) Trim();
         return front;
-    }
-    void Erase(std::size_t index) noexcept {
-        for (std::size_t i = index; i + 1 < m_size; ++i)
-            (*this)[i] = std::move((*this)[i + 1]);
-        (*this)[--m_size] = T();
-    }
-    void Clear() noexcept {
-        while (m_size != 0)
-            (*this)[--m_size] = T();
-        Trim();
     }
 
   private:
