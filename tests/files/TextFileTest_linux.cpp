@@ -1,4 +1,5 @@
 #include "TQLib/files/TQTextFile.h"
+#include "TQLib/platform/linux/base/Durable.h"
 #include "TQLib/security/SecAttr.h"
 #include "platform/SleepingThreads_linux.h"
 #include "platform/WaitObjects.h"
@@ -63,9 +64,32 @@ TEST_F(TextFile, IsNotWrittenBeforeTheOneWhoWaitsAtTheDoor) {
     EXPECT_EQ(ThrownCode([&] { file.Append(L"lost", 0); }), DWORD{ERROR_LOCK_VIOLATION});
     m_other.Unlock(Door, 1);
     file.Append(L"written", 0);
-    EXPECT_TRUE(m_other.Lock(Door, 1, 0)) << "who writes keeps nobody from waiting";
     EXPECT_EQ(Contents(), "written\r\n");
 }
+
+#if defined(TQ_FAULT_POINTS)
+
+_TQFile* s_comer;
+int s_open;  // how often he found the door open while somebody wrote
+
+TEST_F(TextFile, LeavesTheDoorOpenEveryOtherTime) {
+    auto file = Open<TQTextFile>();
+    s_comer = &m_other;
+    s_open = 0;
+    Platform::Durable::TheObserver() = [](const Platform::Durable::Step& step) {
+        if (step.kind != Platform::Durable::Step::Kind::Write) return;
+        EXPECT_FALSE(s_comer->Lock(AppendLock, 1, 0));
+        if (!s_comer->Lock(Door, 1, 0)) return;
+        s_comer->Unlock(Door, 1);
+        ++s_open;
+    };
+    for (int i = 0; i < 4; ++i)
+        file.Append(L"record", 0);
+    Platform::Durable::TheObserver() = nullptr;
+    EXPECT_EQ(s_open, 2);
+}
+
+#endif
 
 }  // namespace
 }  // namespace Quellan::Corvel::Test

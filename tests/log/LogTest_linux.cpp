@@ -188,6 +188,7 @@ TEST(LogsOnLinux, BelongToTheProcessWhoeverItsThreadImpersonates) {
     const uid_t userAfter = geteuid();
     log->AddMsg(L"as somebody", TQLogLevel::Trace);
     RevertToSelf();
+    log->AddMsg(L"as itself", TQLogLevel::Trace);
     EXPECT_NE(user, 0u);
     EXPECT_EQ(userAfter, user);
     EXPECT_TRUE(events.Entries().empty());
@@ -197,8 +198,31 @@ TEST(LogsOnLinux, BelongToTheProcessWhoeverItsThreadImpersonates) {
         EXPECT_EQ(info.st_uid, 0u) << name;
     }
     const std::vector<std::string> lines = LinesOf(ReadBytes(folder / "App.tlg"));
-    ASSERT_EQ(lines.size(), 2u);
+    ASSERT_EQ(lines.size(), 4u);
     EXPECT_NE(lines[0].find("[nobody {"), std::string::npos) << lines[0];
+    EXPECT_EQ(lines[2].find("[nobody {"), std::string::npos) << lines[2];
+}
+
+// Becomes another user between two records, for good.
+const Role g_becomingNobody("becoming-nobody", [](const RoleArguments& arguments) {
+    const TQLogPtr log = Open(arguments.at(0));
+    log->AddMsg(L"before", TQLogLevel::Trace);
+    if (setgid(65534) != 0 || setuid(65534) != 0) return 126;
+    for (int i = 0; i < 2; ++i)
+        log->AddMsg(L"after", TQLogLevel::Trace);
+    return static_cast<int>(log->Lost());
+});
+
+TEST(LogsOnLinux, NameWhomTheProcessHasBecome) {
+    if (geteuid() != 0) GTEST_SKIP() << "only root can become another user";
+    const LogFolder folder;
+    ASSERT_EQ(chmod(folder.Path().c_str(), 0755), 0);
+    const fs::path path = folder / "App.tlg";
+    ASSERT_EQ(RoleProcess("becoming-nobody", {path.string()}).ExitCode(), 0);
+    const std::vector<std::string> lines = LinesOf(ReadBytes(path));
+    ASSERT_EQ(lines.size(), 6u);
+    for (const auto& [line, isNobody] : {std::pair(0u, false), {2u, true}, {4u, true}})
+        EXPECT_EQ(lines[line].find("[nobody {") != std::string::npos, isNobody) << lines[line];
 }
 
 }  // namespace

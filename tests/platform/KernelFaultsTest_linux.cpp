@@ -1,4 +1,5 @@
 #include "PlatformTest.h"
+#include "TQLib/log/TQLog.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "TQLib/platform/linux/files/RangeLocks.h"
@@ -200,6 +201,19 @@ TEST(KernelFaults, LeaveAProcessor) {
     GetSystemInfo(&info);
     EXPECT_EQ(info.dwNumberOfProcessors, static_cast<DWORD>(sysconf(_SC_NPROCESSORS_ONLN)));
     EXPECT_NE(info.dwActiveProcessorMask, 0u);
+}
+
+// The lock, where the file is at its name, the record, the lock again. Others that it may take (the process's
+// user, where he could have changed) are not seen here.
+TEST(KernelCalls, AreFourForARecordOfALogThatNobodyElseWritesTo) {
+    const TemporaryFolder folder;
+    const TQLogPtr log = TQLog::GetLog((folder / L"App.tlg").c_str(), 0);
+    log->AddMsg(L"the first", TQLogLevel::Trace);
+    for (int i = 0; i < 4; ++i) {
+        const FailKernelCall counted(nullptr, 0, 0);
+        log->AddMsg(L"another", TQLogLevel::Trace);
+        EXPECT_EQ(counted.Calls(), 4u);
+    }
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
 #include "TQLib/log/TQLog.h"
+#include "TQLib/log/time/TQTime.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/text/STLString.h"
 #include "platform/PlatformTest.h"
@@ -60,6 +61,8 @@ std::vector<SweptOperation> LogRows() {
     static const STLString source(L"a source whose text is not short");
     static const TQFileName object(L"folder/object");
     return {
+        Swept("time of day", TQTime::CurrentTime,
+              [](TQTime& time) { time.FormatTime(TQTime::DefaultTimeFormat, LOCALE_USER_DEFAULT); }),
         Writes("log record", [](TQLog& log) { log.AddMsg(L"a message", TQLogLevel::Error, source); }),
         Writes("log record with an object",
                [](TQLog& log) { log.AddMsg(L"a message", TQLogLevel::Error, &object); }),

@@ -2,13 +2,11 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/Insist.h"
+#include "TQLib/files/internal/AnsiLines.h"
 #include "TQLib/log/time/TQTimer.h"
 #include "TQLib/platform/Platform.h"
-#include "TQLib/text/memory/internal/ScratchText.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
-#include <algorithm>
-#include <limits>
 #include <memory>
 #include <string>
 
@@ -19,44 +17,11 @@ namespace {
 constexpr const wchar_t* AppendName = L"TQTextFile::Append";
 // Bytes far behind the text, where no reader is kept out, on Windows either. Whoever holds the append lock
 // writes. The door before it is held by the one who waits for it, so that nobody who comes later, and not
-// who has just written either, can be faster.
+// who has just written either, can be faster more than once.
 constexpr ULONGLONG AppendLock = (1ULL << 62) - 1;
 constexpr ULONGLONG Door = AppendLock - 1;
 // More waits for the next write.
 constexpr std::size_t MostJoined = 1 << 20;
-
-using Bytes = ScratchText<char, 4096>;
-
-void AppendAnsi(std::wstring_view text, Bytes& bytes) {
-    if (text.empty()) return;
-    if (text.size() > static_cast<std::size_t>(std::numeric_limits<int>::max()))
-        TQStdExceptions::ThrowOverflowError(AppendName);
-    const int length = static_cast<int>(text.size());
-    // More than any character takes; then there is one conversion, not two.
-    constexpr std::size_t MostOfOne = 4;
-    const std::size_t room = text.size() <= 1024
-                                 ? text.size() * MostOfOne
-                                 : static_cast<std::size_t>(WideCharToMultiByte(
-                                       CP_ACP, 0, text.data(), length, nullptr, 0, nullptr, nullptr));
-    char* const out = bytes.Room(room);
-    const int size =
-        WideCharToMultiByte(CP_ACP, 0, text.data(), length, out, static_cast<int>(room), nullptr, nullptr);
-    if (size == 0) TQSysException::ThrowLastError(AppendName);
-    bytes.Commit(static_cast<std::size_t>(size));
-}
-
-// The record with its final line feed as it stands in the file.
-void AppendLines(std::wstring_view record, Bytes& bytes) {
-    for (;;) {
-        const std::size_t end = std::min(record.find(L'\n'), record.size());
-        std::wstring_view line = record.substr(0, end);
-        if (end < record.size() && line.ends_with(L'\r')) line.remove_suffix(1);
-        AppendAnsi(line, bytes);
-        bytes.Append("\r\n");
-        if (end == record.size()) return;
-        record.remove_prefix(end + 1);
-    }
-}
 
 // The code that `work` throws, or 0.
 template <class Work>
@@ -99,9 +64,16 @@ TQTextFile::~TQTextFile() = default;
 
 void TQTextFile::Append(std::wstring_view record, DWORD ms) {
     Translated(AppendName, [&] {
-        Bytes bytes;
-        AppendLines(record, bytes);
-        Pending own{.bytes = bytes.View(), .timer = TQCountdownTimer(ms), .turn = nullptr};
+        AnsiText bytes;
+        AppendAnsi(bytes, record);
+        bytes.Append("\r\n");
+        AppendBytes(bytes.View(), ms);
+    });
+}
+
+void TQTextFile::AppendBytes(std::string_view record, DWORD ms) {
+    Translated(AppendName, [&] {
+        Pending own{.bytes = record, .timer = TQCountdownTimer(ms), .turn = nullptr};
         if (!Enter(own)) {
             own.turn = std::make_unique<Turn>();
             if (!own.turn->event.IsValid()) TQSysException::ThrowLastError(AppendName);
@@ -165,18 +137,26 @@ TQTextFile::Pending* TQTextFile::HandOver() noexcept {
 }
 
 void TQTextFile::LockForAppending(const TQCountdownTimer& timer) {
+    // In one call where nobody else is about. It keeps the door shut meanwhile, at which nobody can begin to
+    // wait then: so every other time the door is left alone.
+    const ULONGLONG first = m_lockedFrom == Door ? AppendLock : Door;
+    m_lockedFrom = AppendLock;
+    if (Lock(first, AppendLock + 1 - first, 0)) {
+        m_lockedFrom = first;
+        return;
+    }
     const auto enter = [&](ULONGLONG offset) {
         if (!Lock(offset, 1, timer.Remaining())) throw TQSysException(ERROR_LOCK_VIOLATION, AppendName);
     };
     enter(Door);
     const DWORD code = CodeOf([&] { enter(AppendLock); });
-    Leave(Door);
+    Leave(Door, Door);
     if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
 }
 
 // A lock that can't be given back ends with the file; what was written stays written.
-void TQTextFile::Leave(ULONGLONG offset) noexcept {
-    Insist([&] { return CodeOf([&] { Unlock(offset, 1); }) == ERROR_SUCCESS; });
+void TQTextFile::Leave(ULONGLONG first, ULONGLONG last) noexcept {
+    Insist([&] { return CodeOf([&] { Unlock(first, last + 1 - first); }) == ERROR_SUCCESS; });
 }
 
 // `own` is the first of the queue: nobody takes it out while its thread is the writer.
@@ -189,7 +169,7 @@ void TQTextFile::WriteQueue(Pending& own) noexcept {
     }
     if (!own.code) {
         WriteBatch(batch);
-        Leave(AppendLock);
+        Leave(m_lockedFrom, AppendLock);
     }
     Pending* successor;
     {

@@ -19,8 +19,8 @@ class TQCountdownTimer;
 // Threads that append to one object at the same time share the work: one of them writes the records of all
 // who have come meanwhile, in one write, and returns theirs as well. Each returns when its own record has
 // been written and flushed. Threads are served in the order in which they came. Among objects and processes
-// one waits next to the lock, and while it does nobody else can take it; who of the others follows is a
-// matter of chance, in which the one who has waited longest has most lots.
+// one waits next to the lock, and while it does each of the others can take it once at most; who of them
+// follows is a matter of chance, in which the one who has waited longest has most lots.
 class TQLIB_API TQTextFile : public _TQFile {
   public:
     // As `_TQFile`. Appending takes the rights to read and to write data.
@@ -33,6 +33,8 @@ class TQLIB_API TQTextFile : public _TQFile {
     // up. Throws 1006 (ERROR_FILE_INVALID) when the file is no longer at its name: the record belongs into
     // another one. What can't be written whole is taken back, and the platform's code thrown.
     void Append(std::wstring_view record, DWORD ms);
+    // The same for a record that is in the file's code page already, with CR-LF behind each of its lines.
+    void AppendBytes(std::string_view record, DWORD ms);
 
   private:
     struct Pending;
@@ -63,7 +65,7 @@ class TQLIB_API TQTextFile : public _TQFile {
     DWORD WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcept;
 
     void LockForAppending(const TQCountdownTimer& timer);
-    void Leave(ULONGLONG offset) noexcept;
+    void Leave(ULONGLONG first, ULONGLONG last) noexcept;
     bool EndsInsideLine(ULONGLONG end);
     bool TakeBack(ULONGLONG end) noexcept;
 
@@ -71,7 +73,8 @@ class TQLIB_API TQTextFile : public _TQFile {
     Queue m_queue TQ_GUARDED_BY(m_lock);
 
     // Of whoever writes.
-    ULONGLONG m_knownEnd = 0;  // where the last write here ended
+    ULONGLONG m_knownEnd = 0;    // where the last write here ended
+    ULONGLONG m_lockedFrom = 0;  // the first byte of the lock for it
     std::string m_joined;
 };
 

@@ -5,8 +5,8 @@
 #include "TQLib/core/TQLib.h"
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/log/internal/LogFile.h"
+#include "TQLib/log/internal/LogHead.h"
 #include "TQLib/log/internal/LogRecord.h"
-#include "TQLib/log/internal/LogUsers.h"
 #include "TQLib/log/time/TQTimer.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/SecACL.h"
@@ -16,6 +16,7 @@
 #include "TQLib/system/TQSysProc.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
+#include <atomic>
 #include <iterator>
 #include <new>
 #include <set>
@@ -82,7 +83,7 @@ DWORD CaughtCode() noexcept {
 }
 
 // The record that tells how many others were lost, as part of the one that comes after them.
-void AppendLosses(LogText& text, const LogFile::Losses& losses, LogRecord record) {
+void AppendLosses(AnsiText& text, const LogFile::Losses& losses, LogRecord record) {
     wchar_t message[80];
     const std::size_t length =
         FormatTo(message, L"%llu %s lost (error %lu).", losses.count,
@@ -91,7 +92,6 @@ void AppendLosses(LogText& text, const LogFile::Losses& losses, LogRecord record
     record.source = L"TQLog";
     record.message = {message, length};
     AppendLogRecord(text, record);
-    text.Append(L"\n");
 }
 
 }  // namespace
@@ -135,7 +135,9 @@ TQLog::TQLog()
     : m_moduleName(TQSysProc::ModuleName(TQSysProc::GetAppModule())), m_appName(TQLib::GetAppName()) {}
 
 TQLog::TQLog(const wchar_t* fileName, bool secure) : TQLog() {
-    m_file = decltype(m_file)(new LogFile(TQFileName(fileName), secure ? GetLogSecurity() : SecAttr()));
+    static std::atomic<ULONGLONG> s_opened = 0;
+    m_file = decltype(m_file)(new LogFile(TQFileName(fileName), secure ? GetLogSecurity() : SecAttr(),
+                                          {++s_opened, InOneLine(m_appName), InOneLine(m_moduleName)}));
 }
 
 TQLog::TQLog(const TQLog&) noexcept = default;
@@ -265,23 +267,15 @@ void TQLog::AddMsg(const wchar_t* message, const wchar_t* source, TQLogLevel lev
     const LogFile::Losses untold = m_file->TakeUntold();
     DWORD code = ERROR_SUCCESS;
     try {
-        std::shared_ptr<const std::wstring> user;
-        try {
-            user = CurrentLogUser();
-        } catch (...) {
-            // Whoever it is: the message counts.
-        }
+        const LogHead head(m_file->Names());
         LogRecord record{.level = level,
-                         .time = TQTime::CurrentTime(),
-                         .application = m_appName,
-                         .process = GetCurrentProcessId(),  // not that which opened it, where it forked since
-                         .module = m_moduleName,
-                         .thread = GetCurrentThreadId(),
+                         .time = head.Time(),
+                         .millisecond = head.Millisecond(),
+                         .writer = head.Writer(),
                          .source = {},
-                         .user = {},
+                         .user = head.User(),
                          .message = message ? message : L""};
-        if (user) record.user = *user;
-        LogText text;
+        AnsiText text;
         if (untold.count) AppendLosses(text, untold, record);
         if (source) record.source = source;
         AppendLogRecord(text, record);

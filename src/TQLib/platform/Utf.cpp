@@ -64,6 +64,16 @@ void CopyAsciiBlock(const wchar_t* from, char* to) noexcept {
                                    _mm_packs_epi32(Load(from + 8), Load(from + 12))));
 }
 
+// False where the block is something else; what was copied is of no use then.
+bool CopyPrintableBlock(const wchar_t* from, char* to) noexcept {
+    // What is no ASCII becomes 0 or 255, and that is less than a blank too.
+    CopyAsciiBlock(from, to);
+    const __m128i bytes = Load(to);
+    const __m128i isOther = _mm_cmplt_epi8(bytes, _mm_set1_epi8(' '));
+    const __m128i isDelete = _mm_cmpeq_epi8(bytes, _mm_set1_epi8(0x7F));
+    return _mm_movemask_epi8(_mm_or_si128(isOther, isDelete)) == 0;
+}
+
 #else
 
 bool IsAsciiBlock(const char* text) noexcept {
@@ -84,6 +94,14 @@ template <class From, class To>
 void CopyAsciiBlock(const From* __restrict from, To* __restrict to) noexcept {
     for (std::size_t i = 0; i < BlockSize; ++i)
         to[i] = static_cast<To>(from[i]);
+}
+
+bool CopyPrintableBlock(const wchar_t* from, char* to) noexcept {
+    bool isPrintable = true;
+    for (std::size_t i = 0; i < BlockSize; ++i)
+        isPrintable &= from[i] >= L' ' && from[i] < 0x7F;
+    CopyAsciiBlock(from, to);
+    return isPrintable;
 }
 
 #endif
@@ -260,6 +278,21 @@ bool IsValid(std::basic_string_view<From> text) noexcept {
 }
 
 }  // namespace
+
+std::size_t CopyPrintable(std::wstring_view text, char* out) noexcept {
+    std::size_t done = 0;
+    if (text.size() >= BlockSize)
+        while (done != text.size()) {
+            // The last block begins inside the one before it.
+            const std::size_t at = std::min(done, text.size() - BlockSize);
+            if (!CopyPrintableBlock(text.data() + at, out + at)) break;
+            done = at + BlockSize;
+        }
+    const auto isPrintable = [](wchar_t c) { return c >= L' ' && c < 0x7F; };
+    for (; done != text.size() && isPrintable(text[done]); ++done)
+        out[done] = static_cast<char>(text[done]);
+    return done;
+}
 
 bool IsValidText(std::string_view text) noexcept {
     return IsValid(text);

@@ -24,6 +24,10 @@ TQLIB_API bool IsValidText(std::wstring_view text) noexcept;
 // returns the number of characters written. No terminator is added.
 TQLIB_API std::size_t Utf8ToWide(std::string_view text, std::span<wchar_t> out) noexcept;
 
+// Copies what `text` begins with of the characters that ASCII prints, U+0020 to U+007E, into `out`, which must
+// hold `text.size()` bytes; returns their number. They are the same bytes in each ANSI code page.
+TQLIB_API std::size_t CopyPrintable(std::wstring_view text, char* out) noexcept;
+
 // Converts into `out`, which must hold the result (`Utf8Length` bytes, `text.size()` * 4 always suffice);
 // returns the number of bytes written. No terminator is added.
 TQLIB_API std::size_t WideToUtf8(std::wstring_view text, std::span<char> out) noexcept;

@@ -25,8 +25,12 @@ bool ReportAboutLog(DWORD event, DWORD code, std::span<const wchar_t* const> str
     }
 }
 
-LogFile::LogFile(const TQFileName& name, const Sarvek::SecAttr& security)
-    : m_name(name), m_security(security), m_current(Open()), m_process(GetCurrentProcessId()) {}
+LogFile::LogFile(const TQFileName& name, const Sarvek::SecAttr& security, LogNames names)
+    : m_name(name),
+      m_security(security),
+      m_names(std::move(names)),
+      m_current(Open()),
+      m_process(GetCurrentProcessId()) {}
 
 LogFile::FilePtr LogFile::Open() const {
     constexpr auto Share = _TQFile::FileShare::Read | _TQFile::FileShare::Write;
@@ -66,13 +70,13 @@ void LogFile::Replace(const FilePtr& old) {
     if (failure) std::rethrow_exception(failure);
 }
 
-void LogFile::Append(std::wstring_view records) {
+void LogFile::Append(std::string_view records) {
     const TQCountdownTimer timer(AppendWaitMs);
     constexpr int MostReplaced = 2;  // who keeps on deleting the file gets no records
     for (int replaced = 0;; ++replaced) {
         const FilePtr file = Current();
         try {
-            return file->Append(records, timer.Remaining());
+            return file->AppendBytes(records, timer.Remaining());
         } catch (const TQSysException& failure) {
             // The child of a fork that could not open the file anew is refused its locks.
             const LONG code = failure.COMErrCode();

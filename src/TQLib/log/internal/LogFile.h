@@ -3,6 +3,7 @@
 
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/files/TQTextFile.h"
+#include "TQLib/log/internal/LogHead.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/text/memory/TQSmartPtr.h"
 
@@ -20,13 +21,15 @@ bool ReportAboutLog(DWORD event, DWORD code, std::span<const wchar_t* const> str
 class LogFile {
   public:
     // Opens the file or makes it with the security. Throws as `TQTextFile`.
-    LogFile(const TQFileName& name, const Sarvek::SecAttr& security);
+    LogFile(const TQFileName& name, const Sarvek::SecAttr& security, LogNames names);
+
+    const LogNames& Names() const noexcept { return m_names; }
 
     // 0 where there is no file at the name now.
     ULONGLONG Size() const;
 
-    // Throws as `TQTextFile`: nothing of the text is in the file then.
-    void Append(std::wstring_view records);
+    // Of whole records. Throws as `TQTextFile`: nothing of them is in the file then.
+    void Append(std::string_view records);
 
     // Each record begins with what is to be told of others before it, and ends with its own outcome: a code,
     // or 0 where both are in the file.
@@ -49,6 +52,7 @@ class LogFile {
 
     const TQFileName m_name;
     const Sarvek::SecAttr m_security;
+    const LogNames m_names;
 
     mutable TQThreadSynch m_lock;
     FilePtr m_current TQ_GUARDED_BY(m_lock);

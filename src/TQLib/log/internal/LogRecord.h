@@ -1,33 +1,33 @@
 // How a record of a log is written. docs/formats/log-file.md describes it.
 #pragma once
 
+#include "TQLib/files/internal/AnsiLines.h"
 #include "TQLib/log/TQLog.h"
-#include "TQLib/log/time/TQTime.h"
-#include "TQLib/text/memory/internal/ScratchText.h"
 
 #include <optional>
+#include <string>
 #include <string_view>
 
 namespace Quellan::Corvel {
 
-// Usual records fit without memory.
-using LogText = ScratchText<wchar_t, 1024>;
-
+// Its bytes are as they stand in the file, names in one line.
 struct LogRecord {
     TQLogLevel level;
-    TQTime time;
-    std::wstring_view application;
-    DWORD process;
-    std::wstring_view module;
-    DWORD thread;
+    std::string_view time;
+    unsigned millisecond;
+    std::string_view writer;  // with its brackets
     std::optional<std::wstring_view> source;
-    std::optional<std::wstring_view> user;
+    std::optional<std::string_view> user;
     std::wstring_view message;
 };
 
-wchar_t LogMark(TQLogLevel level) noexcept;
+char LogMark(TQLogLevel level) noexcept;
 
-// Without the line feed at its end. Throws as `TQTime::FormatTimeTo` and formatting do, or std::bad_alloc.
-void AppendLogRecord(LogText& text, const LogRecord& record);
+// A name of the head as it stands in the file. Throws as `AppendAnsi`.
+void AppendInOneLine(AnsiText& text, std::wstring_view name);
+std::string InOneLine(std::wstring_view name);
+
+// The bytes of the record in the file, all of them. Throws as `AppendAnsi`.
+void AppendLogRecord(AnsiText& text, const LogRecord& record);
 
 }  // namespace Quellan::Corvel

@@ -15,6 +15,17 @@ namespace Quellan::Platform {
 
 namespace {
 
+// The users of the calling thread, as far as they are known.
+struct KnownUsers {
+    DWORD process;  // as last found
+    bool isProcessKnown;
+    bool isProcessForGood;  // the kernel lets the thread change none of its user ids
+    bool isActing;
+    DWORD acting;  // whom it impersonates
+};
+
+TQ_THERE_WITH_THREAD constinit thread_local KnownUsers t_users{};
+
 struct Impersonation {
     Identity identity;
     std::shared_ptr<const OwnIdentity> own;
@@ -24,7 +35,9 @@ struct Impersonation {
 struct ThreadImpersonation : std::optional<Impersonation> {
     using std::optional<Impersonation>::operator=;
     ~ThreadImpersonation() {
-        if (has_value()) (*this)->own->PutOn();
+        if (!has_value()) return;
+        (*this)->own->PutOn();
+        t_users.isActing = false;
     }
 };
 
@@ -33,20 +46,21 @@ thread_local ThreadImpersonation t_impersonation;
 constexpr DWORD Unchanged = ~DWORD{0};
 
 struct Ids {
+    DWORD real;
     DWORD effective;
     DWORD saved;
 };
 
 Ids UserIds() noexcept {
-    DWORD real, effective, saved;
-    syscall(SYS_getresuid, &real, &effective, &saved);
-    return {effective, saved};
+    Ids ids;
+    getresuid(&ids.real, &ids.effective, &ids.saved);
+    return ids;
 }
 
 Ids GroupIds() noexcept {
-    DWORD real, effective, saved;
-    syscall(SYS_getresgid, &real, &effective, &saved);
-    return {effective, saved};
+    Ids ids;
+    getresgid(&ids.real, &ids.effective, &ids.saved);
+    return ids;
 }
 
 std::vector<DWORD> SupplementaryGroups() {
@@ -128,8 +142,22 @@ Identity ProcessIdentity() {
             t_impersonation ? t_impersonation->own->Groups() : SupplementaryGroups()};
 }
 
+// Ids that are all the same stay what they are for a thread without the right to choose others, and rights that
+// it has given up it gets back by a new program alone.
 DWORD ProcessUser() noexcept {
-    return UserIds().saved;
+    if (t_users.isProcessForGood) return t_users.process;
+    const Ids ids = UserIds();
+    if (!t_users.isProcessKnown || t_users.process != ids.saved) {
+        const bool isOne = ids.real == ids.saved && ids.effective == ids.saved;
+        t_users.process = ids.saved;
+        t_users.isProcessKnown = true;
+        t_users.isProcessForGood = isOne && !(CapabilityData().Permitted() >> CAP_SETUID & 1);
+    }
+    return ids.saved;
+}
+
+DWORD ActingUser() noexcept {
+    return t_users.isActing ? t_users.acting : ProcessUser();
 }
 
 Capabilities ProcessCapabilities() noexcept {
@@ -148,9 +176,11 @@ DWORD ActAs(const Identity* identity) {
     }
     if (t_impersonation) t_impersonation->own->PutOn();
     const DWORD code = next ? PutOn(next->identity, *next->own) : ERROR_SUCCESS;
-    if (code == ERROR_SUCCESS)
+    if (code == ERROR_SUCCESS) {
+        t_users.isActing = next.has_value();
+        t_users.acting = next ? next->identity.user : 0;
         t_impersonation = std::move(next);
-    else if (t_impersonation && PutOn(t_impersonation->identity, *t_impersonation->own) != ERROR_SUCCESS)
+    } else if (t_impersonation && PutOn(t_impersonation->identity, *t_impersonation->own) != ERROR_SUCCESS)
         std::abort();
     return code == ERROR_ACCESS_DENIED ? ERROR_PRIVILEGE_NOT_HELD : code;
 }

@@ -1,5 +1,6 @@
 #include "TQLib/platform/linux/process/Tokens.h"
 
+#include "TQLib/platform/ActingUser.h"
 #include "TQLib/platform/linux/accounts/AccountNames.h"
 #include "TQLib/platform/linux/accounts/Packer.h"
 #include "TQLib/platform/linux/accounts/PrivilegeNames.h"
@@ -323,6 +324,13 @@ BOOL GetTokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS type, void* infor
                   return ReadInformation(used, type, information, size, *needed);
               });
     return code ? Fail(code, FALSE) : TRUE;
+}
+
+// The same question as GetTokenInformation's for a user.
+DWORD FindActingUser(UserKey& key) noexcept {
+    if (DWORD code = FaultDue("GetTokenInformation")) return code;
+    key = {ActingUser(), true};
+    return ERROR_SUCCESS;
 }
 
 BOOL DuplicateTokenEx(HANDLE token, DWORD access, SECURITY_ATTRIBUTES*, SECURITY_IMPERSONATION_LEVEL level,

@@ -29,6 +29,7 @@ class ScratchText {
     // As far as there is room already.
     std::size_t RoomLeft() const noexcept { return m_capacity - m_size; }
     void Commit(std::size_t count) noexcept { m_size += count; }
+    void TakeBack(std::size_t count) noexcept { m_size -= count; }
 
     void Append(std::basic_string_view<C> text) {
         std::char_traits<C>::copy(Room(text.size()), text.data(), text.size());
