@@ -242,16 +242,16 @@ TEST(PoolStress, RunsEachItemOnceUnlessItIsClearedOrStopped) {
 TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
     const unsigned items = Items() / 10;
     std::mutex lock;
-    std::set<unsigned> early;  // started, beyond the first that has not
-    unsigned first = 0;
-    unsigned mostMissing = 0;
+    unsigned next = 0;           // beyond all that have started
+    std::set<unsigned> missing;  // those before it that have not
+    std::size_t mostMissing = 0;
     NumberPool numbers([&](unsigned number) {
         const std::lock_guard guard(lock);
-        const auto ahead = static_cast<unsigned>(std::distance(early.begin(), early.lower_bound(number)));
-        mostMissing = std::max(mostMissing, number - first - ahead);
-        early.insert(number);
-        for (; !early.empty() && *early.begin() == first; ++first)
-            early.erase(early.begin());
+        while (next <= number)
+            missing.insert(missing.end(), next++);
+        missing.erase(number);
+        const auto ahead = std::distance(missing.begin(), missing.lower_bound(number));
+        mostMissing = std::max(mostMissing, static_cast<std::size_t>(ahead));
     });
     std::vector<DWORD> requestors(100, 0);  // anonymous items among them
     while (requestors.size() < 1'000)
@@ -268,7 +268,8 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
         }
     });
     numbers.AwaitQuiet();
-    EXPECT_EQ(first, items);
+    EXPECT_EQ(next, items);
+    EXPECT_TRUE(missing.empty());
     EXPECT_LT(mostMissing, numbers.pool.MaxThreads());
 }
 

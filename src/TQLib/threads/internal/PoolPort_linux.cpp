@@ -1,10 +1,9 @@
-#include "TQLib/threads/internal/PoolPort.h"
-
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
 #include "TQLib/threads/internal/ItemFifo_linux.h"
 #include "TQLib/threads/internal/PoolHandle.h"
+#include "TQLib/threads/internal/PoolPort.h"
 #include "TQLib/threads/internal/PoolSleepers_linux.h"
 
 #include <cstring>

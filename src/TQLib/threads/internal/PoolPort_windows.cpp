@@ -1,6 +1,5 @@
-#include "TQLib/threads/internal/PoolPort.h"
-
 #include "TQLib/threads/internal/PoolHandle.h"
+#include "TQLib/threads/internal/PoolPort.h"
 
 #include <atomic>
 #include <cstring>
@@ -20,7 +19,8 @@ OVERLAPPED* PlatformRecord(PoolPort::Record& record) noexcept {
 // The pool's own records carry its address, and the queue of an item's requestor, in fields that the platform
 // reads of no posted packet.
 struct PoolPort::Impl {
-    explicit Impl(const void* owner) : pool(owner), port(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0)) {
+    explicit Impl(const void* owner)
+        : pool(owner), port(CreateIoCompletionPort(INVALID_HANDLE_VALUE, nullptr, 0, 0)) {
         if (!port) TQSysException::ThrowLastError(L"Completion port could not be created for thread pool.");
         MarkAsOwn(stop);
     }
@@ -61,7 +61,8 @@ DWORD PoolPort::PostItem(const ItemTag& tag, const void* data, DWORD size) {
     record->number = tag.number;
     PlatformRecord(*record)->Pointer = tag.queue;
     m_impl->MarkAsOwn(*record);
-    if (PostQueuedCompletionStatus(m_impl->port.get(), size, 0, PlatformRecord(*record))) return ERROR_SUCCESS;
+    if (PostQueuedCompletionStatus(m_impl->port.get(), size, 0, PlatformRecord(*record)))
+        return ERROR_SUCCESS;
     const DWORD code = GetLastError();
     _TQWin32AsynchRoot::FreeOverlapped(record);
     return code;
@@ -69,7 +70,8 @@ DWORD PoolPort::PostItem(const ItemTag& tag, const void* data, DWORD size) {
 
 bool PoolPort::PostThreadStop() noexcept {
     m_impl->stops.fetch_add(1);
-    if (PostQueuedCompletionStatus(m_impl->port.get(), StopBytes, 0, PlatformRecord(m_impl->stop))) return true;
+    if (PostQueuedCompletionStatus(m_impl->port.get(), StopBytes, 0, PlatformRecord(m_impl->stop)))
+        return true;
     m_impl->stops.fetch_sub(1);
     return false;
 }

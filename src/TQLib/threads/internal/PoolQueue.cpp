@@ -106,7 +106,8 @@ bool PoolQueue::TakeItem(Packet& packet, BYTEBuf& data) {
 }
 
 bool PoolQueue::IsDropped(const ItemTag& item) const noexcept {
-    return item.queue ? item.queue->IsDropped(static_cast<DWORD>(item.number)) : m_items.IsDropped(item.number);
+    return item.queue ? item.queue->IsDropped(static_cast<DWORD>(item.number))
+                      : m_items.IsDropped(item.number);
 }
 
 bool PoolQueue::Settle(const ItemTag& item) noexcept {
