@@ -277,7 +277,7 @@ TEST(PoolStress, HandsItemsOutInTheirOrderOnAllThreads) {
 // thread but the last, and then one after the other for that one.
 TEST(PoolStress, LeavesNoItemToThreadsThatSleep) {
     constexpr int threads = 4;
-    const unsigned rounds = std::min(Items() / 50, 5'000u);
+    const unsigned rounds = std::min(Items() / 100, 1'000u);
     Script script;
     std::atomic<Gate*> gate = nullptr;
     std::atomic<unsigned> done = 0;
@@ -305,7 +305,7 @@ TEST(PoolStress, LeavesNoItemToThreadsThatSleep) {
             if (random() % 4 == 0) pause(50);
         }
         Until([&] { return closed.Came() == threads - 1 && done == posted; });
-        for (int i = 0; i < 30; ++i) {
+        for (int i = 0; i < 20; ++i) {
             // It comes just as the thread that has done the one before goes to sleep.
             pause(50);
             pool.Post("");
