@@ -12,10 +12,13 @@ void PoolSleepers::WakeOne() noexcept {
     Sleeper* woken;
     {
         const Guard lock(m_lock);
-        // Who searches looks whether there is more when he is done.
-        if (!m_top || m_state.load() & Searching) return;
+        if (!m_top) return;
+        // A search begins without the lock too. Who searches looks whether there is more when he is done.
+        std::uint32_t state = m_state.load();
+        do
+            if (state & Searching) return;
+        while (!m_state.compare_exchange_weak(state, state + Searching - OneSleeper));
         woken = std::exchange(m_top, m_top->below);
-        m_state.fetch_add(Searching - OneSleeper);
     }
     Wake(*woken, Searches);
 }
