@@ -133,7 +133,7 @@ void WriteLasting(const TQString& path, const TQString& text) {
 
 TQString WriteSystemdUnit(const std::vector<_TQService*>& services, const TQStringArray& arguments,
                           const TQString& file) {
-    const TQString path =
+    TQString path =
         file.IsEmpty() ? TQString(L"/etc/systemd/system/" + UnitName(services.front()->ServiceName())) : file;
     const TQString text = UnitText(services, arguments);
     // A unit that there is already stays whole until the new one is.
