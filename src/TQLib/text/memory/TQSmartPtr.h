@@ -1,6 +1,7 @@
 // Reference-counted pointers.
 #pragma once
 
+#include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
@@ -31,7 +32,12 @@ class _TQRefThrCount {
     // Orders nothing: a new holder is made from one that already has the right to the thing.
     void Add() noexcept { m_holders.fetch_add(1, std::memory_order_relaxed); }
     // The last holder sees all that the others did before they went.
-    bool Drop() noexcept { return m_holders.fetch_sub(1, std::memory_order_acq_rel) == 1; }
+    bool Drop() noexcept {
+        Platform::TellReleased(this);
+        if (m_holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return false;
+        Platform::TellAcquired(this);
+        return true;
+    }
     [[nodiscard]] ULONG Holders() const noexcept { return m_holders.load(std::memory_order_acquire); }
 
   private:
