@@ -52,7 +52,6 @@ class LogCommand : public testing::Test {
         ChildProcess tq("tq", arguments, ChildProcess::Files::Piped);
         std::string text = tq.ReadAll();
         EXPECT_EQ(tq.ExitCode(), exitCode) << text;
-        std::erase(text, '\r');
         std::vector<std::string> lines;
         for (std::size_t end; (end = text.find('\n')) != text.npos; text.erase(0, end + 1))
             lines.push_back(text.substr(0, end));
