@@ -45,8 +45,7 @@ TEST(NamedFailures, SayTheNameInTheirMessage) {
          value(L"Number")},
         {"load a module", [] { static_cast<void>(TQSysProc::LoadModule(L"no-such-module")); },
          ERROR_MOD_NOT_FOUND, L"no-such-module"},
-        {"find an account", [] { Sarvek::SecID(L"no such account"); }, ERROR_NONE_MAPPED,
-         L"no such account"},
+        {"find an account", [] { Sarvek::SecID(L"no such account"); }, ERROR_NONE_MAPPED, L"no such account"},
         {"open an event", [] { TQEvent(L"wrong\\name\\of an event", false, true, false); },
          ERROR_PATH_NOT_FOUND, L"wrong\\name\\of an event"},
     };

@@ -8,22 +8,18 @@
 namespace Quellan::Corvel {
 
 // Does `work`; a failure of it that does not say so yet gets as its action what was being done, or to what:
-// `name` is a text, or a function that gives one and is called then. Without memory for it the failure stays
-// as it is.
+// `name` is a text, or a function that gives one and is called then. Without memory for it that is thrown, 14
+// (ERROR_OUTOFMEMORY).
 template <class Name, class Work>
 decltype(auto) About(const Name& name, Work work) {
     try {
         return work();
     } catch (TQCoreException& failure) {
-        try {
-            if (*failure.Action() == L'\0') {
-                if constexpr (std::invocable<const Name&>)
-                    failure.SetAction(TQString(name()).c_str());
-                else
-                    failure.SetAction(TQString(name).c_str());
-            }
-        } catch (const TQCoreException&) {
-            // The failure itself is what counts.
+        if (*failure.Action() == L'\0') {
+            if constexpr (std::invocable<const Name&>)
+                failure.SetAction(TQString(name()).c_str());
+            else
+                failure.SetAction(TQString(name).c_str());
         }
         throw;
     }

@@ -50,12 +50,13 @@ TQRegKey::TQRegKey(const TQRegKey&) noexcept = default;
 TQRegKey& TQRegKey::operator=(const TQRegKey&) noexcept = default;
 TQRegKey::~TQRegKey() = default;
 
-TQRegKey::TQRegKey(HKEY key, TQString path) : m_key(key), m_path(std::move(path)) {}
+TQRegKey::TQRegKey(HKEY key, const CommonValue<TQString>& path) : m_key(key), m_path(path) {}
 
-TQString TQRegKey::PathTo(const wchar_t* key) const {
+CommonValue<TQString> TQRegKey::PathTo(const wchar_t* key) const {
     TQString path = Path();
     if (!path.IsEmpty() && key && *key) path += L'\\';
-    return path += key;
+    path += key;
+    return CommonValue<TQString>(std::move(path));
 }
 
 TQString TQRegKey::PathOfValue(const wchar_t* name) const {
@@ -63,8 +64,8 @@ TQString TQRegKey::PathOfValue(const wchar_t* name) const {
 }
 
 TQRegKey::TQRegKey(const TQRegKey& parent, const wchar_t* path, DWORD access) {
-    const TQString whole = parent.PathTo(path);
-    About(whole, [&] {
+    const CommonValue<TQString> whole = parent.PathTo(path);
+    About(*whole.Get(), [&] {
         HKEY opened = nullptr;
         CheckStatus(RegOpenKeyExW(parent.Handle(), path, 0, access, &opened), L"TQRegKey::TQRegKey");
         *this = TQRegKey(opened, whole);
@@ -72,8 +73,8 @@ TQRegKey::TQRegKey(const TQRegKey& parent, const wchar_t* path, DWORD access) {
 }
 
 TQRegKey TQRegKey::Find(const wchar_t* path, DWORD access) const {
-    const TQString whole = PathTo(path);
-    return About(whole, [&]() -> TQRegKey {
+    const CommonValue<TQString> whole = PathTo(path);
+    return About(*whole.Get(), [&]() -> TQRegKey {
         HKEY opened = nullptr;
         if (!IsFound(RegOpenKeyExW(Handle(), path, 0, access, &opened), L"TQRegKey::Find")) return {};
         return {opened, whole};
@@ -81,8 +82,8 @@ TQRegKey TQRegKey::Find(const wchar_t* path, DWORD access) const {
 }
 
 TQRegKey TQRegKey::Create(const wchar_t* path, DWORD access) const {
-    const TQString whole = PathTo(path);
-    return About(whole, [&]() -> TQRegKey {
+    const CommonValue<TQString> whole = PathTo(path);
+    return About(*whole.Get(), [&]() -> TQRegKey {
         HKEY opened = nullptr;
         CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access,
                                     nullptr, &opened, nullptr),
@@ -95,7 +96,7 @@ bool TQRegKey::DeleteKey(const wchar_t* path) const {
     constexpr const wchar_t* where = L"TQRegKey::DeleteKey";
     // The platform would empty the key itself.
     if (!path || !*path) TQStdExceptions::ThrowParameterInvalidError(where);
-    return About([&] { return PathTo(path); },
+    return About([&] { return *PathTo(path).Get(); },
                  [&] { return IsFound(RegDeleteTreeW(Handle(), path), where); });
 }
 
@@ -159,18 +160,19 @@ void TQRegKey::Flush() const {
 }
 
 TQRegKey TQRegistry::MachineKey() {
-    return {HKEY_LOCAL_MACHINE, L"HKEY_LOCAL_MACHINE"};
+    return {HKEY_LOCAL_MACHINE, CommonValue<TQString>(L"HKEY_LOCAL_MACHINE")};
 }
 
 TQRegKey TQRegistry::UserKey() {
-    return {HKEY_CURRENT_USER, L"HKEY_CURRENT_USER"};
+    return {HKEY_CURRENT_USER, CommonValue<TQString>(L"HKEY_CURRENT_USER")};
 }
 
 TQRegKey TQRegistry::Connect(const wchar_t* machine) {
+    const CommonValue<TQString> path(L"HKEY_LOCAL_MACHINE");
     return About(machine, [&]() -> TQRegKey {
         HKEY connected = nullptr;
         CheckStatus(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, &connected), L"TQRegistry::Connect");
-        return {connected, L"HKEY_LOCAL_MACHINE"};
+        return {connected, path};
     });
 }
 

@@ -79,8 +79,9 @@ class TQLIB_API TQRegKey : public TQObject {
     friend class TQRegistry;
     template <class C>
     friend class _TQRegValue;
-    TQRegKey(HKEY key, TQString path);
-    [[nodiscard]] TQString PathTo(const wchar_t* key) const;
+    // `path` is made before the key is opened, as that may fail.
+    TQRegKey(HKEY key, const CommonValue<TQString>& path);
+    [[nodiscard]] CommonValue<TQString> PathTo(const wchar_t* key) const;
     [[nodiscard]] TQString PathOfValue(const wchar_t* name) const;
 
     TQHandle<_TQRegKeyClose> m_key;
