@@ -277,12 +277,13 @@ void TQTextFile::WriteQueue(Pending& own) noexcept {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         successor = HandOver();
     }
-    if (successor) successor->Wake();
     for (Pending* each = batch->next; each;) {
         Pending* const next = each->next;  // once awake, its thread takes it away
         each->Wake();
         each = next;
     }
+    // Last, so that records which the others have ready by then go with its own.
+    if (successor) successor->Wake();
 }
 
 void TQTextFile::WriteBatch(Pending* batch) noexcept {
