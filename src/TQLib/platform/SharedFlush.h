@@ -24,7 +24,7 @@ class SharedFlush {
   public:
     // `file` must outlive it. Null where there is no such memory to be had, on Windows always. May throw
     // std::bad_alloc.
-    static std::unique_ptr<SharedFlush> Open(HANDLE file);
+    static TQLIB_API std::unique_ptr<SharedFlush> Open(HANDLE file);
 
     virtual ~SharedFlush() = default;
     SharedFlush(const SharedFlush&) = delete;
