@@ -123,8 +123,11 @@ TEST_F(SharedTextFile, HasNoRecordThatWaitedTooLong) {
 // or is killed before he has written a part, or all of it.
 TEST_F(SharedTextFile, HasARecordOnceWhoeverWritesIt) {
     enum class Then { GoesOn, Fails, Dies };
-    for (const auto& [then, left] : {std::pair(Then::GoesOn, "a record\r\n"), {Then::Fails, ""},
-                                     {Then::Dies, ""}, {Then::Dies, "a rec"}, {Then::Dies, "a record\r\n"}}) {
+    for (const auto& [then, left] : {std::pair(Then::GoesOn, "a record\r\n"),
+                                     {Then::Fails, ""},
+                                     {Then::Dies, ""},
+                                     {Then::Dies, "a rec"},
+                                     {Then::Dies, "a record\r\n"}}) {
         SCOPED_TRACE(left);
         auto file = Open<TQTextFile>();
         const Worker owner([&] { return ThrownCode([&] { file.Append(L"a record", 50); }); });
@@ -156,9 +159,9 @@ TEST_F(SharedTextFile, WritesAllThatWaitInOneFlush) {
     std::vector<std::unique_ptr<TQTextFile>> files;
     std::vector<std::unique_ptr<Worker>> waiting;
     for (std::size_t i = 0; i < Files; ++i) {
-        files.push_back(std::make_unique<TQTextFile>(
-            m_name, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS, 0,
-            _TQFile::FileShare::Read | _TQFile::FileShare::Write, Sarvek::SecAttr()));
+        files.push_back(std::make_unique<TQTextFile>(m_name, GENERIC_READ | GENERIC_WRITE, OPEN_ALWAYS, 0,
+                                                     _TQFile::FileShare::Read | _TQFile::FileShare::Write,
+                                                     Sarvek::SecAttr()));
         waiting.push_back(std::make_unique<Worker>(
             [&, i] { return ThrownCode([&] { files[i]->Append(L"1", Patience); }); }));
     }

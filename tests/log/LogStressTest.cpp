@@ -137,10 +137,10 @@ class LogStress : public testing::Test {
   protected:
     Writer NewWriter(int count) {
         const int number = m_writers++;
-        return {number, false,
-                std::make_unique<RoleProcess>("write-log",
-                                              RoleArguments{m_pass.string(), std::to_string(number),
-                                                            std::to_string(count)})};
+        return {
+            number, false,
+            std::make_unique<RoleProcess>(
+                "write-log", RoleArguments{m_pass.string(), std::to_string(number), std::to_string(count)})};
     }
 
     void KillWritersAndExpectAllRecords();
@@ -226,8 +226,8 @@ TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
     do
         KillWritersAndExpectAllRecords();
     while (GetTickCount64() < end && !HasFailure());
-    std::printf("%d acknowledged, %d found, %d missing, %d torn of %d killed writers, %d lost\n", m_acknowledged,
-                m_found, m_missing, m_torn, m_killed, m_lost);
+    std::printf("%d acknowledged, %d found, %d missing, %d torn of %d killed writers, %d lost\n",
+                m_acknowledged, m_found, m_missing, m_torn, m_killed, m_lost);
 }
 
 // Opens the log when its input ends, writes one record and says whether it could.

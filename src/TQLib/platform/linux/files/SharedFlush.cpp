@@ -37,9 +37,9 @@ struct alignas(64) Lane {
 };
 
 struct Page {
-    Word magic;   // written last
-    Word turns;   // a number that changes with each, and whether anybody sleeps
-    Word isHeld;  // by a writer who will wake the others
+    Word magic;           // written last
+    Word turns;           // a number that changes with each, and whether anybody sleeps
+    Word isHeld;          // by a writer who will wake the others
     Place offers, taken;  // the lanes, a bit for each
     Lane lanes[Lanes];
 };
@@ -95,9 +95,8 @@ bool Reserve(const Descriptor& file, std::size_t begin, std::size_t size) noexce
 
 bool IsCurrent(const Descriptor& folder, const char* name, const Descriptor& file) noexcept {
     struct stat info, named;
-    return fstat(file.Get(), &info) == 0 &&
-           fstatat(folder.Get(), name, &named, AT_SYMLINK_NOFOLLOW) == 0 && named.st_ino == info.st_ino &&
-           named.st_dev == info.st_dev;
+    return fstat(file.Get(), &info) == 0 && fstatat(folder.Get(), name, &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+           named.st_ino == info.st_ino && named.st_dev == info.st_dev;
 }
 
 // Removes a file of the folder that nobody has open.
@@ -184,11 +183,11 @@ class Mapping {
             std::byte found[1024];
             for (std::size_t done = 0; goesOn && done < bytes;) {
                 const std::size_t wanted = std::min(sizeof found, bytes - done);
-                const ssize_t got = Retry(
-                    [&] { return pread(file, found, wanted, static_cast<off_t>(offset + equal)); });
+                const ssize_t got =
+                    Retry([&] { return pread(file, found, wanted, static_cast<off_t>(offset + equal)); });
                 const std::size_t there = got > 0 ? static_cast<std::size_t>(got) : 0;
-                const auto same = static_cast<std::size_t>(
-                    std::mismatch(found, found + there, part + done).first - found);
+                const auto same =
+                    static_cast<std::size_t>(std::mismatch(found, found + there, part + done).first - found);
                 equal += same;
                 done += same;
                 goesOn = same == wanted;
