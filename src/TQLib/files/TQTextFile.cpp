@@ -183,7 +183,7 @@ bool TQTextFile::LockForAppending(Pending& own) {
     m_lockedFrom = AppendLock;
     if (Lock(first, AppendLock + 1 - first, 0))
         m_lockedFrom = first;
-    else if (!BeginSharing())
+    else if (!CanShare())
         AwaitLock(own.timer);
     else if (!AwaitLockOrWriter(own))
         return false;
@@ -205,18 +205,19 @@ void TQTextFile::AwaitLock(const TQCountdownTimer& timer) {
     if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
 }
 
-bool TQTextFile::BeginSharing() noexcept {
+bool TQTextFile::CanShare() noexcept {
     if (!m_shared && m_untilNextTry.IsExpired()) {
         m_untilNextTry.Restart(TrySharingAgainMs);
         CodeOf([&] { m_shared = Platform::SharedFlush::Open(Handle()); });
     }
-    if (!m_shared) return false;
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    OfferQueue();
-    return true;
+    return m_shared != nullptr;
 }
 
 bool TQTextFile::AwaitLockOrWriter(Pending& own) {
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        OfferQueue();
+    }
     bool hasDoor = false, isLocked = false, isLate = false;
     const TQCountdownTimer atDoor(StoppedAtDoorMs);
     TQCountdownTimer writing(WritingMs);
@@ -304,6 +305,12 @@ void TQTextFile::WriteBatch(Pending* batch) noexcept {
         each->code = triesEach && !isLeftBehind ? WriteAtEnd(each->bytes, false, isLeftBehind) : code;
 }
 
+ULONGLONG TQTextFile::End() const {
+    const std::optional<ULONGLONG> size = SizeAtItsName();
+    if (!size) throw TQSysException(ERROR_FILE_INVALID, AppendName);
+    return *size;
+}
+
 bool TQTextFile::EndsInsideLine(ULONGLONG end) {
     if (end == 0 || end == m_knownEnd) return false;
     char last = '\n';
@@ -319,10 +326,16 @@ DWORD TQTextFile::WriteAtEnd(std::string_view bytes, bool takesOffers, bool& isL
     ULONGLONG end = 0;
     m_behindOthers.clear();
     DWORD code = CodeOf([&] {
-        const std::optional<ULONGLONG> size = SizeAtItsName();
-        if (!size) throw TQSysException(ERROR_FILE_INVALID, AppendName);
-        end = *size;
-        if (EndsInsideLine(end)) m_behindOthers.append("\r\n");
+        end = End();
+        // Whoever left that was killed, and may have been writing for others.
+        bool isTorn = EndsInsideLine(end);
+        if (isTorn && !m_shared && CanShare()) {
+            if (const DWORD failed = m_shared->Begin())
+                throw TQSysException(static_cast<unsigned int>(failed), AppendName);
+            end = End();
+            isTorn = EndsInsideLine(end);
+        }
+        if (isTorn) m_behindOthers.append("\r\n");
         if (takesOffers) m_shared->Take(m_behindOthers, end + m_behindOthers.size());
         if (!m_behindOthers.empty()) bytes = m_behindOthers.append(bytes);
     });

@@ -83,12 +83,13 @@ class TQLIB_API TQTextFile : public _TQFile {
 
     // False where another process has written the record meanwhile: the lock is not taken then.
     bool LockForAppending(Pending& own);
-    // False where others can't be asked to.
-    bool BeginSharing() noexcept;
+    // Whether m_shared is there, now at the latest.
+    bool CanShare() noexcept;
     bool AwaitLockOrWriter(Pending& own);
     void AwaitLock(const TQCountdownTimer& timer);
     void LeaveLock() noexcept;
     void Leave(ULONGLONG first, ULONGLONG last) noexcept;
+    ULONGLONG End() const;
     bool EndsInsideLine(ULONGLONG end);
     bool TakeBack(ULONGLONG end) noexcept;
 
