@@ -154,6 +154,20 @@ TEST_F(SharedTextFile, HasARecordOnceWhoeverWritesIt) {
     }
 }
 
+TEST_F(SharedTextFile, HasNoPartOfARecordWhoseWriterWasKilled) {
+    const auto owner = Platform::SharedFlush::Open(m_handle);
+    owner->Offer("a record\r\n");
+    std::string bytes;
+    m_writer->Take(bytes, 0);
+    Write("a rec");
+    m_writer = nullptr;
+    GiveUpLock();
+    auto file = Open<TQTextFile>();  // of a process that had nobody to share with until now
+    file.Append(L"1", 0);
+    file.Append(L"2", 0);
+    EXPECT_EQ(Contents(), "1\r\na record\r\n2\r\n");
+}
+
 #if defined(TQ_FAULT_POINTS)
 
 std::atomic<int> s_syncs;
