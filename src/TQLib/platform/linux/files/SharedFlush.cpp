@@ -174,10 +174,11 @@ class Mapping {
         return size <= end - place - sizeof size ? size : 0;
     }
 
-    // How many bytes of the file, up to its end, are those of a record.
-    std::size_t CountEqual(unsigned lane, std::uint64_t place, std::size_t size, int file,
-                           std::uint64_t offset) const noexcept {
-        std::size_t equal = 0;
+    // How many bytes of the file, up to its end, are those of a record. An errno value where it can't be read.
+    int CountEqual(unsigned lane, std::uint64_t place, std::size_t size, int file, std::uint64_t offset,
+                   std::size_t& equal) const noexcept {
+        equal = 0;
+        int error = 0;
         bool goesOn = true;
         ForEachPart(lane, place, size, [&](const std::byte* part, std::size_t bytes) {
             std::byte found[1024];
@@ -185,15 +186,16 @@ class Mapping {
                 const std::size_t wanted = std::min(sizeof found, bytes - done);
                 const ssize_t got =
                     Retry([&] { return pread(file, found, wanted, static_cast<off_t>(offset + equal)); });
-                const std::size_t there = got > 0 ? static_cast<std::size_t>(got) : 0;
+                if (got < 0) error = errno;
+                const std::byte* const end = found + std::max<ssize_t>(got, 0);
                 const auto same =
-                    static_cast<std::size_t>(std::mismatch(found, found + there, part + done).first - found);
+                    static_cast<std::size_t>(std::mismatch<const std::byte*>(found, end, part + done).first - found);
                 equal += same;
                 done += same;
                 goesOn = same == wanted;
             }
         });
-        return equal;
+        return error;
     }
 
   private:
@@ -367,12 +369,14 @@ DWORD SharedPage::Recover(int file) noexcept {
     std::uint64_t tornFrom = fileEnd, found = 0;
     std::array<std::uint64_t, Lanes> wholeEnd;
     const std::uint64_t taken = m_page->taken;
+    int error = 0;
     ForEachLane(taken, [&](unsigned number) {
         const Lane& lane = m_page->lanes[number];
         const std::uint64_t begin = lane.begin, end = lane.takenEnd;
         std::uint64_t at = begin & ~Taken, to = lane.takenTo;
-        while (const RecordSize size = begin & Taken ? m_page.SizeAt(number, at, end) : 0) {
-            const std::size_t equal = m_page.CountEqual(number, at + sizeof size, size, file, to);
+        while (const RecordSize size = begin & Taken && !error ? m_page.SizeAt(number, at, end) : 0) {
+            std::size_t equal;
+            error = m_page.CountEqual(number, at + sizeof size, size, file, to, equal);
             if (equal < size) {
                 if (equal != 0 && to + equal == fileEnd) tornFrom = to;
                 break;
@@ -383,6 +387,7 @@ DWORD SharedPage::Recover(int file) noexcept {
         }
         wholeEnd[number] = at;
     });
+    if (error) return CodeFromErrno(error);
     if (found && Durable::Sync(file) != 0) return CodeFromErrno(errno);
     if (tornFrom < fileEnd && Durable::Truncate(file, static_cast<off_t>(tornFrom)) != 0)
         return CodeFromErrno(errno);
