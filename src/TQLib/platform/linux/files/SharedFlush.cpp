@@ -117,7 +117,7 @@ void Sweep(const Descriptor& folder) noexcept {
         if (entry->d_name[0] != '.') RemoveUnused(folder, entry->d_name);
 }
 
-std::string NameFor(Durable::Identity file) {
+std::string NameFor(Durable::FileIdentity file) {
     return std::to_string(file.device) + '-' + std::to_string(file.number);
 }
 
@@ -188,8 +188,8 @@ class Mapping {
                     Retry([&] { return pread(file, found, wanted, static_cast<off_t>(offset + equal)); });
                 if (got < 0) error = errno;
                 const std::byte* const end = found + std::max<ssize_t>(got, 0);
-                const auto same =
-                    static_cast<std::size_t>(std::mismatch<const std::byte*>(found, end, part + done).first - found);
+                const auto same = static_cast<std::size_t>(
+                    std::mismatch<const std::byte*>(found, end, part + done).first - found);
                 equal += same;
                 done += same;
                 goesOn = same == wanted;
