@@ -137,19 +137,21 @@ class LogStress : public testing::Test {
   protected:
     Writer NewWriter(int count) {
         const int number = m_writers++;
-        return {number, false,
-                std::make_unique<RoleProcess>(
-                    "write-log",
-                    RoleArguments{m_folder.Path().string(), std::to_string(number), std::to_string(count)})};
+        return {
+            number, false,
+            std::make_unique<RoleProcess>(
+                "write-log", RoleArguments{m_pass.string(), std::to_string(number), std::to_string(count)})};
     }
+
+    void KillWritersAndExpectAllRecords();
 
     // All records that were not lost, in their order, and of a killed writer at most one more. Returns how
     // many were lost.
-    int ExpectAllOf(const Writer& writer, const Found& found, int count) const {
+    int ExpectAllOf(const Writer& writer, const Found& found, int count) {
         int lost = 0;
         for (int thread = 0; thread < ThreadsOfOne; ++thread) {
             SCOPED_TRACE("writer " + std::to_string(writer.number) + ", thread " + std::to_string(thread));
-            const std::string outcomes = ReadBytes(m_folder / AcknowledgedFile(writer.number, thread));
+            const std::string outcomes = ReadBytes(m_pass / AcknowledgedFile(writer.number, thread));
             const auto at = found.numbers.find({writer.number, thread});
             const std::vector<int> numbers = at == found.numbers.end() ? std::vector<int>() : at->second;
             if (!writer.isKilled) {
@@ -160,9 +162,12 @@ class LogStress : public testing::Test {
                 const bool isThere = next < numbers.size() && numbers[next] == number;
                 next += isThere;
                 lost += !isThere;
+                m_acknowledged += outcomes[static_cast<std::size_t>(number)] == '+';
+                m_missing += !isThere && outcomes[static_cast<std::size_t>(number)] == '+';
                 EXPECT_TRUE(isThere || outcomes[static_cast<std::size_t>(number)] == '?') << number;
             }
             EXPECT_LE(numbers.size(), next + writer.isKilled) << "twice, or out of order";
+            m_found += static_cast<int>(numbers.size());
         }
         return lost;
     }
@@ -170,10 +175,14 @@ class LogStress : public testing::Test {
     // In memory where there is such a place: what a killed process leaves behind does not depend on the disk.
     const EnvironmentVariable m_place{L"TMPDIR", fs::exists("/dev/shm") ? L"/dev/shm" : nullptr};
     const LogFolder m_folder;
-    int m_writers = 0;
+    fs::path m_pass;
+    int m_passes = 0, m_writers = 0;
+    int m_acknowledged = 0, m_found = 0, m_missing = 0, m_torn = 0, m_lost = 0, m_killed = 0;
 };
 
-TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
+void LogStress::KillWritersAndExpectAllRecords() {
+    m_pass = m_folder / ("pass" + std::to_string(m_passes++));
+    fs::create_directory(m_pass);
     const bool isSlow = OnWine();  // at starting processes
     const int processes = isSlow ? 4 : 16, count = isSlow ? 50 : 1000, rounds = isSlow ? 5 : 20;
     std::vector<Writer> running, ended;
@@ -194,7 +203,7 @@ TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
         ended.push_back(std::move(writer));
     }
 
-    const Found found = ReadLog(LinesOf(ReadBytes(m_folder / "App.tlg")));
+    const Found found = ReadLog(LinesOf(ReadBytes(m_pass / "App.tlg")));
     int lost = 0, lostByKilled = 0;
     for (const Writer& writer : ended)
         (writer.isKilled ? lostByKilled : lost) += ExpectAllOf(writer, found, count);
@@ -203,8 +212,22 @@ TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
         rounds * 2 * ThreadsOfOne;  // told by another thread before they were noted down
     EXPECT_LE(found.told, lost + lostByKilled + killedUnheard) << "and told once";
     EXPECT_LE(found.torn, rounds * 2) << "at most one of each killed process";
-    RecordProperty("torn", found.torn);
-    RecordProperty("lost", lost + lostByKilled);
+    m_torn += found.torn;
+    m_lost += lost + lostByKilled;
+    m_killed += rounds * 2;
+    fs::remove_all(m_pass);
+}
+
+// Once, or again and again for as many seconds as TQ_LOG_STRESS_SECONDS says.
+TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
+    wchar_t text[16] = L"";
+    GetEnvironmentVariableW(L"TQ_LOG_STRESS_SECONDS", text, 16);
+    const ULONGLONG end = GetTickCount64() + 1000 * std::wcstoull(text, nullptr, 10);
+    do
+        KillWritersAndExpectAllRecords();
+    while (GetTickCount64() < end && !HasFailure());
+    std::printf("%d acknowledged, %d found, %d missing, %d torn of %d killed writers, %d lost\n",
+                m_acknowledged, m_found, m_missing, m_torn, m_killed, m_lost);
 }
 
 // Opens the log when its input ends, writes one record and says whether it could.

@@ -1,5 +1,6 @@
 #include "PlatformTest.h"
 #include "TQLib/log/TQLog.h"
+#include "TQLib/platform/SharedFlush.h"
 #include "TQLib/platform/Win32.h"
 #include "TQLib/platform/linux/base/Descriptor.h"
 #include "TQLib/platform/linux/files/RangeLocks.h"
@@ -201,6 +202,32 @@ TEST(KernelFaults, LeaveAProcessor) {
     GetSystemInfo(&info);
     EXPECT_EQ(info.dwNumberOfProcessors, static_cast<DWORD>(sysconf(_SC_NPROCESSORS_ONLN)));
     EXPECT_NE(info.dwActiveProcessorMask, 0u);
+}
+
+// What the kernel refuses leaves no page behind that nobody has, and none that cannot be written.
+TEST(KernelFaults, LeaveAPageOfRecordsOrNone) {
+    const TemporaryFolder folder;
+    const EnvironmentVariable root(L"TQLIB_ROOT", (folder / L"root").c_str());
+    const HANDLE file = Open(folder / L"file", GENERIC_READ | GENERIC_WRITE, CREATE_NEW);
+    const auto pages = Path(folder / L"root") / "run" / "appends";
+    Platform::SharedFlush::Open(file);
+    for (const int error : {EMFILE, ENOSPC, ENOMEM, EACCES, EINTR}) {
+        unsigned refused = 0;
+        std::unique_ptr<Platform::SharedFlush> shared;
+        SweepKernelCalls(
+            error, [&] { shared = Platform::SharedFlush::Open(file); },
+            [&](unsigned) {
+                refused += !shared;
+                if (shared) {
+                    EXPECT_NE(shared->Offer("record"), 0u);
+                }
+                shared = nullptr;
+                Platform::SharedFlush::Open(file);  // whatever was left is nobody's
+                EXPECT_TRUE(std::filesystem::is_empty(pages));
+            });
+        EXPECT_TRUE(refused != 0 || error == EINTR) << error;
+    }
+    CloseHandle(file);
 }
 
 // The lock, where the file is at its name, the record, the lock again. Others that it may take (the process's

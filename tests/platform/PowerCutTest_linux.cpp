@@ -5,6 +5,7 @@
 #include "RegistryTest.h"
 #include "TQLib/files/TQTextFile.h"
 #include "TQLib/log/TQLog.h"
+#include "TQLib/platform/SharedFlush.h"
 #include "TQLib/platform/linux/registry/RegistryRecord.h"
 #include "support/FailCall.h"
 #include "support/PowerCut_linux.h"
@@ -271,6 +272,51 @@ std::string ReadLog(const Path& folder) {
     return RecordsIn(ReadBytes(folder / "file.tlg"));
 }
 
+// Two who wait for the lock, as two processes do: whoever has it first writes what both have, and both
+// records are one change here.
+void ChangeSharedLog(const Path& folder, int number) {
+    constexpr ULONGLONG AppendLock = (1ULL << 62) - 1;
+    constexpr DWORD Patience = 60'000;
+    const TQFileName name((folder / "file.tlg").wstring().c_str());
+    struct File : TQTextFile {
+        explicit File(const TQFileName& file)
+            : TQTextFile(file, FILE_GENERIC_READ | FILE_GENERIC_WRITE, OPEN_ALWAYS, FILE_FLAG_WRITE_THROUGH,
+                         FileShare::Read | FileShare::Write, Sarvek::SecAttr()) {}
+        using _TQFile::Handle;
+    } holder(name), one(name), other(name);
+    EXPECT_TRUE(holder.Lock(AppendLock, 1, Patience));
+    const auto shared = Platform::SharedFlush::Open(holder.Handle());
+    std::vector<std::jthread> waiting;
+    std::string offers;
+    for (TQTextFile* const file : {&one, &other}) {
+        const std::string text = Record(2 * number - static_cast<int>(file == &one));
+        waiting.emplace_back([=] { file->Append(std::wstring(text.begin(), text.end()), Patience); });
+        for (const std::size_t size = waiting.size() * (text.size() + 2); offers.size() != size;) {
+            offers.clear();
+            shared->Take(offers, 0);
+            shared->Settle(false);
+        }
+    }
+    holder.Unlock(AppendLock, 1);
+}
+
+std::string ReadSharedLog(const Path& folder) {
+    const std::string records = ReadLog(folder);
+    std::string changes;
+    for (char number = 1; number <= 4; ++number) {
+        const auto isThere = [&](int record) {
+            return records.find(static_cast<char>('0' + record)) != records.npos;
+        };
+        const bool first = isThere(2 * number - 1), second = isThere(2 * number);
+        if (first || second) changes += first && second ? static_cast<char>('0' + number) : 'h';
+    }
+    return changes;
+}
+
+std::string OnlyOneOfBoth(const std::string& before, const std::string&) {
+    return before + 'h';
+}
+
 // The service manager's records and its journal, which counts for one boot: it only must not be in the way.
 
 void ChangeServices(const Path&, int number) {
@@ -312,6 +358,7 @@ constexpr Subject Subjects[] = {
     {"Flushed", 3, ChangeFlushed, ReadRecords},
     {"Moved", 2, ChangeMoved, ReadMoved, UnderBothNames},
     {"Log", 2, ChangeLog, ReadLog},
+    {"SharedLog", 2, ChangeSharedLog, ReadSharedLog, OnlyOneOfBoth},
     {"Services", 4, ChangeServices, ReadServices},
     {"Journal", 2, ChangeJournal, [](const Path&) { return std::string(); }},
 };

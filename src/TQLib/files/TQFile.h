@@ -68,6 +68,9 @@ class TQLIB_API _TQFile : public TQObject {
     bool Lock(ULONGLONG offset, ULONGLONG size, DWORD ms);
     void Unlock(ULONGLONG offset, ULONGLONG size);
 
+  protected:
+    [[nodiscard]] HANDLE Handle() const noexcept { return m_file.Get(); }
+
   private:
     TQFileName m_name;
     const bool m_isDeletionShared;

@@ -3,8 +3,8 @@
 #include "TQLib/core/internal/About.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/files/internal/AnsiLines.h"
-#include "TQLib/log/time/TQTimer.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/platform/SharedFlush.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <memory>
@@ -22,6 +22,12 @@ constexpr ULONGLONG AppendLock = (1ULL << 62) - 1;
 constexpr ULONGLONG Door = AppendLock - 1;
 // More waits for the next write.
 constexpr std::size_t MostJoined = 1 << 20;
+// Who waits next to the lock for so long without having it may have been stopped.
+constexpr DWORD StoppedAtDoorMs = 50;
+// A record that another process is writing can't be taken back: it is waited for as long as a slow disk takes.
+constexpr DWORD WritingMs = 10'000;
+// What is shared with other processes could not be had because of what may have changed by then.
+constexpr DWORD TrySharingAgainMs = 1'000;
 
 // The code that `work` throws, or 0.
 template <class Work>
@@ -50,6 +56,7 @@ struct TQTextFile::Pending {
     TQCountdownTimer timer;
     std::unique_ptr<Turn> turn;  // of one that waits
     Pending* next = nullptr;
+    ULONGLONG offered = 0;  // where it ends among what other processes may write, or 0
     DWORD code = 0;         // of its failure
     bool isWriter = false;  // it has to write, itself and the others
 
@@ -96,6 +103,8 @@ void TQTextFile::AppendBytes(std::string_view record, DWORD ms) {
 void TQTextFile::LeaveQueueToParent(DWORD process) noexcept {
     std::construct_at(&m_queue, Queue{.process = process});
     std::construct_at(&m_joined);
+    std::construct_at(&m_behindOthers);
+    std::construct_at(&m_shared);
 }
 
 bool TQTextFile::Enter(Pending& own) noexcept {
@@ -109,8 +118,10 @@ bool TQTextFile::Enter(Pending& own) noexcept {
         own.turn = std::exchange(m_queue.turns, std::move(m_queue.turns->next));
     }
     m_queue.hasWriter = true;
+    const Pending* const before = m_queue.last;
     (m_queue.last ? m_queue.last->next : m_queue.first) = &own;
     m_queue.last = &own;
+    if (!own.isWriter) Offer(own, before);
     return true;
 }
 
@@ -119,13 +130,41 @@ void TQTextFile::PutBack(std::unique_ptr<Turn> turn) noexcept {
     m_queue.turns = std::move(turn);
 }
 
-TQTextFile::Pending* TQTextFile::TakeBatch(std::size_t most) noexcept {
+void TQTextFile::Offer(Pending& pending, const Pending* before) noexcept {
+    if (m_queue.isShared && (!before || before->offered)) pending.offered = m_shared->Offer(pending.bytes);
+}
+
+void TQTextFile::OfferQueue() noexcept {
+    m_queue.isShared = true;
+    const Pending* before = nullptr;
+    for (Pending* each = m_queue.first; each; before = each, each = each->next)
+        if (!each->offered) Offer(*each, before);
+}
+
+void TQTextFile::TakeBackOffers() noexcept {
+    if (!m_shared) return;
+    m_shared->TakeBackAll();
+    m_queue.isShared = m_shared->HasOthers();
+    for (Pending* each = m_queue.first; each; each = each->next)
+        each->offered = 0;
+}
+
+bool TQTextFile::TakeBackOffer(Pending& own) noexcept {
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    if (own.offered && m_shared->TakeBack(own.offered)) own.offered = 0;
+    return own.offered == 0;
+}
+
+bool TQTextFile::IsWrittenByOthers(const Pending& pending) const noexcept {
+    return pending.offered && m_shared->IsWritten(pending.offered);
+}
+
+template <class Belongs>
+TQTextFile::Pending* TQTextFile::TakeBatch(Belongs belongs) noexcept {
     Pending* const batch = m_queue.first;
     Pending* last = m_queue.first;
-    for (std::size_t size = last->bytes.size(); last->next; last = last->next) {
-        size += last->next->bytes.size();
-        if (size > most) break;
-    }
+    while (last->next && belongs(*last->next))
+        last = last->next;
     m_queue.first = last->next;
     if (!m_queue.first) m_queue.last = nullptr;
     last->next = nullptr;
@@ -138,15 +177,27 @@ TQTextFile::Pending* TQTextFile::HandOver() noexcept {
     return m_queue.first;
 }
 
-void TQTextFile::LockForAppending(const TQCountdownTimer& timer) {
+bool TQTextFile::LockForAppending(Pending& own) {
+    if (IsWrittenByOthers(own)) return false;
     // In one call where nobody else is about. It keeps the door shut meanwhile, at which nobody can begin to
     // wait then: so every other time the door is left alone.
     const ULONGLONG first = m_lockedFrom == Door ? AppendLock : Door;
     m_lockedFrom = AppendLock;
-    if (Lock(first, AppendLock + 1 - first, 0)) {
+    if (Lock(first, AppendLock + 1 - first, 0))
         m_lockedFrom = first;
-        return;
-    }
+    else if (!CanShare())
+        AwaitLock(own.timer);
+    else if (!AwaitLockOrWriter(own))
+        return false;
+    if (!m_shared) return true;
+    const DWORD code = m_shared->Begin();
+    if (!code && !IsWrittenByOthers(own)) return true;
+    LeaveLock();
+    if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
+    return false;
+}
+
+void TQTextFile::AwaitLock(const TQCountdownTimer& timer) {
     const auto enter = [&](ULONGLONG offset) {
         if (!Lock(offset, 1, timer.Remaining())) throw TQSysException(ERROR_LOCK_VIOLATION, AppendName);
     };
@@ -156,6 +207,49 @@ void TQTextFile::LockForAppending(const TQCountdownTimer& timer) {
     if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
 }
 
+bool TQTextFile::CanShare() noexcept {
+    if (!m_shared && m_untilNextTry.IsExpired()) {
+        m_untilNextTry.Restart(TrySharingAgainMs);
+        CodeOf([&] { m_shared = Platform::SharedFlush::Open(Handle()); });
+    }
+    return m_shared != nullptr;
+}
+
+bool TQTextFile::AwaitLockOrWriter(Pending& own) {
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        OfferQueue();
+    }
+    bool hasDoor = false, isLocked = false, isLate = false;
+    const TQCountdownTimer atDoor(StoppedAtDoorMs);
+    TQCountdownTimer writing(WritingMs);
+    const DWORD code = CodeOf([&] {
+        for (;;) {
+            const DWORD begun = m_shared->BeginWait();
+            if (IsWrittenByOthers(own)) return;
+            hasDoor = hasDoor || Lock(Door, 1, 0);
+            isLocked = (hasDoor || atDoor.IsExpired()) && Lock(AppendLock, 1, 0);
+            if (isLocked) return;
+            DWORD left = own.timer.Remaining();
+            if (left == 0) {
+                if (!std::exchange(isLate, true)) writing.Restart();
+                left = TakeBackOffer(own) ? 0 : writing.Remaining();
+            }
+            if (left == 0) throw TQSysException(ERROR_LOCK_VIOLATION, AppendName);
+            m_shared->Wait(begun, left);
+        }
+    });
+    if (hasDoor) Leave(Door, Door);
+    if (code) throw TQSysException(static_cast<unsigned int>(code), AppendName);
+    return isLocked;
+}
+
+void TQTextFile::LeaveLock() noexcept {
+    if (m_shared) m_shared->End();
+    Leave(m_lockedFrom, AppendLock);
+    if (m_shared) m_shared->WakeOthers();
+}
+
 // A lock that can't be given back ends with the file; what was written stays written.
 void TQTextFile::Leave(ULONGLONG first, ULONGLONG last) noexcept {
     Insist([&] { return CodeOf([&] { Unlock(first, last + 1 - first); }) == ERROR_SUCCESS; });
@@ -163,27 +257,36 @@ void TQTextFile::Leave(ULONGLONG first, ULONGLONG last) noexcept {
 
 // `own` is the first of the queue: nobody takes it out while its thread is the writer.
 void TQTextFile::WriteQueue(Pending& own) noexcept {
-    own.code = CodeOf([&] { LockForAppending(own.timer); });
+    bool isLocked = false;
+    own.code = CodeOf([&] { isLocked = LockForAppending(own); });
+    if (own.code && !TakeBackOffer(own) && IsWrittenByOthers(own)) own.code = ERROR_SUCCESS;
     Pending* batch;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
-        batch = TakeBatch(own.code ? 0 : MostJoined);
+        if (isLocked) TakeBackOffers();
+        std::size_t size = own.bytes.size();
+        batch = TakeBatch([&](const Pending& next) {
+            if (!isLocked) return !own.code && IsWrittenByOthers(next);
+            size += next.bytes.size();
+            return size <= MostJoined;
+        });
     }
-    if (!own.code) {
+    if (isLocked) {
         WriteBatch(batch);
-        Leave(m_lockedFrom, AppendLock);
+        LeaveLock();
     }
     Pending* successor;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         successor = HandOver();
     }
-    if (successor) successor->Wake();
     for (Pending* each = batch->next; each;) {
         Pending* const next = each->next;  // once awake, its thread takes it away
         each->Wake();
         each = next;
     }
+    // Last, so that records which the others have ready by then go with its own.
+    if (successor) successor->Wake();
 }
 
 void TQTextFile::WriteBatch(Pending* batch) noexcept {
@@ -196,11 +299,18 @@ void TQTextFile::WriteBatch(Pending* batch) noexcept {
             m_joined.append(each->bytes);
         bytes = m_joined;
     });
-    if (!code) code = WriteAtEnd(bytes, isLeftBehind);
+    const bool takesOffers = m_shared && m_shared->HasOffers();
+    if (!code) code = WriteAtEnd(bytes, takesOffers, isLeftBehind);
     // What fails together may go alone: a shorter record where the disk is nearly full.
-    const bool triesEach = code && batch->next && !isLeftBehind;
+    const bool triesEach = code && (batch->next || takesOffers) && !isLeftBehind;
     for (Pending* each = batch; each; each = each->next)
-        each->code = triesEach && !isLeftBehind ? WriteAtEnd(each->bytes, isLeftBehind) : code;
+        each->code = triesEach && !isLeftBehind ? WriteAtEnd(each->bytes, false, isLeftBehind) : code;
+}
+
+ULONGLONG TQTextFile::End() const {
+    const std::optional<ULONGLONG> size = SizeAtItsName();
+    if (!size) throw TQSysException(ERROR_FILE_INVALID, AppendName);
+    return *size;
 }
 
 bool TQTextFile::EndsInsideLine(ULONGLONG end) {
@@ -214,24 +324,34 @@ bool TQTextFile::TakeBack(ULONGLONG end) noexcept {
 }
 
 // `isLeftBehind` tells that some of the bytes are in the file although writing failed.
-DWORD TQTextFile::WriteAtEnd(std::string_view bytes, bool& isLeftBehind) noexcept {
+DWORD TQTextFile::WriteAtEnd(std::string_view bytes, bool takesOffers, bool& isLeftBehind) noexcept {
     ULONGLONG end = 0;
-    std::string mended;
-    if (DWORD code = CodeOf([&] {
-            const std::optional<ULONGLONG> size = SizeAtItsName();
-            if (!size) throw TQSysException(ERROR_FILE_INVALID, AppendName);
-            end = *size;
-            if (EndsInsideLine(end)) bytes = mended.append("\r\n").append(bytes);
-        }))
-        return code;
-    const DWORD code = CodeOf([&] {
-        WriteAt(end, bytes.data(), bytes.size());
-        Flush();
+    m_behindOthers.clear();
+    DWORD code = CodeOf([&] {
+        end = End();
+        // Whoever left that was killed, and may have been writing for others.
+        bool isTorn = EndsInsideLine(end);
+        if (isTorn && !m_shared && CanShare()) {
+            if (const DWORD failed = m_shared->Begin())
+                throw TQSysException(static_cast<unsigned int>(failed), AppendName);
+            end = End();
+            isTorn = EndsInsideLine(end);
+        }
+        if (isTorn) m_behindOthers.append("\r\n");
+        if (takesOffers) m_shared->Take(m_behindOthers, end + m_behindOthers.size());
+        if (!m_behindOthers.empty()) bytes = m_behindOthers.append(bytes);
     });
-    if (code)
-        isLeftBehind = !TakeBack(end);
-    else
-        m_knownEnd = end + bytes.size();
+    if (!code) {
+        code = CodeOf([&] {
+            WriteAt(end, bytes.data(), bytes.size());
+            Flush();
+        });
+        if (code)
+            isLeftBehind = !TakeBack(end);
+        else
+            m_knownEnd = end + bytes.size();
+    }
+    if (takesOffers && !isLeftBehind) m_shared->Settle(!code);
     return code;
 }
 
