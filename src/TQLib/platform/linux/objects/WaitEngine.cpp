@@ -541,9 +541,17 @@ void Waiter::EndWait(DWORD outcome, WakeList& wakes) noexcept {
     if (word == Sleeping) wakes.Add(*this);
 }
 
+void Waiter::Owned::Untie() const noexcept {
+    if (memory) SharedObject::TieOf(*memory).Untie();
+}
+
 bool Waiter::MakeRoom(std::size_t count) noexcept {
     if (m_owned.size() + count <= m_owned.capacity()) return true;
-    std::erase_if(m_owned, [](const Owned& owned) { return owned.alive.expired(); });
+    std::erase_if(m_owned, [](const Owned& owned) {
+        const bool isGone = owned.alive.expired();
+        if (isGone) owned.Untie();
+        return isGone;
+    });
     try {
         m_owned.reserve(2 * (m_owned.size() + count));
         return true;
@@ -553,7 +561,8 @@ bool Waiter::MakeRoom(std::size_t count) noexcept {
 }
 
 void Waiter::AddOwned(Waitable& mutex) noexcept {
-    m_owned.push_back({&mutex, mutex.weak_from_this()});
+    m_owned.push_back({&mutex, mutex.weak_from_this(),
+                       mutex.Shared() ? mutex.Shared()->Memory() : SharedObject::Mapping()});
 }
 
 void Waiter::RemoveOwned(const Waitable& mutex) noexcept {
@@ -565,8 +574,10 @@ void Waiter::RemoveOwned(const Waitable& mutex) noexcept {
 }
 
 void Waiter::AbandonOwned() noexcept {
-    for (const Owned& owned : std::exchange(m_owned, {}))
+    for (const Owned& owned : std::exchange(m_owned, {})) {
         if (const auto mutex = owned.alive.lock()) mutex->Abandon();
+        owned.Untie();
+    }
 }
 
 void Waiter::BecomeInFork(DWORD id) noexcept {
@@ -605,8 +616,7 @@ DWORD WaitOrRefuse(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD
         }
     }
     status = WAIT_TIMEOUT;
-    // A shared mutex may turn out to be abandoned when it is looked at more closely.
-    if (ms == 0 && !(shared && mutexes != 0)) return ERROR_SUCCESS;
+    if (ms == 0) return ERROR_SUCCESS;
     if (!waiter && !(waiter = CurrentWaiter())) return ERROR_NOT_ENOUGH_MEMORY;
     status = shared ? waiter->WaitForAnyShared(objects, ms) : waiter->WaitForAny(objects, DeadlineAfter(ms));
     return ERROR_SUCCESS;

@@ -20,6 +20,7 @@
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/base/HandleTable.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
+#include "TQLib/platform/linux/objects/SharedObject.h"
 #include "TQLib/platform/linux/objects/Waits.h"
 
 #include <array>
@@ -29,7 +30,6 @@
 
 namespace Quellan::Platform {
 
-class SharedObject;
 class Waiter;
 
 // What being taken by a wait does to an object: one of these is all that tells the kinds apart.
@@ -272,10 +272,13 @@ class Waiter {
 
     enum class Claim { Done, Refused, Busy };
 
-    // An owned mutex does not live by being owned.
+    // An owned mutex does not live by being owned. What the kernel knows of one that processes share does.
     struct Owned {
+        void Untie() const noexcept;
+
         Waitable* mutex;
         std::weak_ptr<Waitable> alive;
+        SharedObject::Mapping memory;
     };
 
     struct SharedSleep;
