@@ -3,6 +3,7 @@
 #include "TQLib/platform/Compiler.h"
 
 #include <pthread.h>
+#include <utility>
 
 namespace Quellan::Platform {
 

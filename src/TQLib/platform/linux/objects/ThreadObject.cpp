@@ -243,7 +243,7 @@ void Thread::End() noexcept {
     SetToken(nullptr);
     m_seat.Leave();
     m_messages.Close();
-    m_waiter.AbandonOwned();
+    m_waiter.End();
     {
         const Guard lock(m_timesLock);
         ReadOwnProcessorTimes(m_times);
