@@ -243,17 +243,31 @@ KnownHandle::KnownHandle(HANDLE handle) noexcept {
     m_open = std::uint64_t{name->generation} << 1 | 1;
 }
 
-SignalWay FindWay(HANDLE handle) noexcept {
-    const std::optional<Name> name = Decode(handle);
-    const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
-    if (!slot || !Names(*name, slot->state.load(std::memory_order_acquire))) return {};
+namespace {
+
+// In the fewest steps, as setting and looking at an event take few others. Bits beside those of a handle are
+// found in no generation.
+inline SignalWay WayOf(HANDLE handle) noexcept {
+    const auto bits = reinterpret_cast<std::uint64_t>(handle);
+    const HandleSlot* slot = SlotAt(static_cast<std::uint32_t>(bits >> IndexShift) & ((1u << IndexBits) - 1));
+    const std::uint64_t open = bits >> HandleGenerationShift << 1 | 1;
+    constexpr unsigned OpenShift = 31;
+    if (!slot || bits % (1u << IndexShift) != 0 ||
+        slot->state.load(std::memory_order_acquire) >> OpenShift != open)
+        return {};
     const SignalWay way{slot->line.load(std::memory_order_acquire),
                         slot->tagAndUses.load(std::memory_order_acquire)};
-    return Names(*name, slot->state.load(std::memory_order_relaxed)) ? way : SignalWay();
+    return slot->state.load(std::memory_order_relaxed) >> OpenShift == open ? way : SignalWay();
+}
+
+}  // namespace
+
+SignalWay FindWay(HANDLE handle) noexcept {
+    return WayOf(handle);
 }
 
 Step SetOnWay(HANDLE handle) noexcept {
-    const SignalWay way = FindWay(handle);
+    const SignalWay way = WayOf(handle);
     if (!way.May(SignalWay::Set)) return Step::Unclear;
     SignalWord& word = way.line->word;
     TellReleased(&word);
@@ -267,7 +281,7 @@ Step SetOnWay(HANDLE handle) noexcept {
 }
 
 Step TakeOnWay(HANDLE handle) noexcept {
-    const SignalWay way = FindWay(handle);
+    const SignalWay way = WayOf(handle);
     if (!way.May(SignalWay::Wait)) return Step::Unclear;
     SignalWord& word = way.line->word;
     std::uint64_t state = word.load(std::memory_order_acquire);

@@ -334,10 +334,14 @@ SharedObject::~SharedObject() {
     if (OwnsLocks() && LockInit(file) && LockAllSlots(file) &&
         IsCurrent(m_folder.descriptor, m_file.c_str(), file, info))
         unlinkat(m_folder.descriptor.Get(), m_file.c_str(), 0);
+    // A fork finds it there or gone: the descriptor goes later.
+    const WithoutFork whole;
+    m_page.reset();
 }
 
 void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
     m_slot = NoSlot;
+    if (!m_page) return;
     std::uint32_t slot;
     if (Tie()) Tie()->Forget();
     // What is mapped keeps the parent's open file, and with it the parent's slot, for as long as the child

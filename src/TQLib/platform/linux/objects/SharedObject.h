@@ -159,7 +159,7 @@ class SharedObject : ProcessDescriptor {
 
     const SharedFolder& m_folder;
     const std::string m_file;
-    const Mapping m_page;
+    Mapping m_page;
     std::uint32_t m_slot;
     const FileId m_id;
     // Read once, checked, and not believed again.

@@ -637,6 +637,7 @@ bool Waiter::Spin() noexcept {
     Deadline now = Now();
     const Deadline end = now + (m_isHandedAcross ? LongestSpin : LongYield);
     bool granted = false;
+    unsigned yields = 0;
     while (!granted && now < end) {
         for (unsigned i = 0; i < pauses && !granted; ++i) {
             Compiler::Pause();
@@ -644,11 +645,14 @@ bool Waiter::Spin() noexcept {
         }
         if (granted) break;
         sched_yield();
+        ++yields;
         granted = HasEnded();
         const Deadline before = std::exchange(now, Now());
         if (now - before >= LongYield) break;
     }
-    const bool worthIt = granted && now < end;
+    // On one core the first yield may take as long as the sender needs: to begin a thread, say. No sleep is
+    // shorter.
+    const bool worthIt = granted && (now < end || (yields == 1 && pauses == 0));
     m_spinFailures = worthIt ? 0 : std::min(m_spinFailures + 1, MostFailures);
     m_waitsWithoutSpin = worthIt ? 0 : 1u << m_spinFailures;
     if (granted) NoteSender();
