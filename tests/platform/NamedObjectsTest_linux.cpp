@@ -5,12 +5,15 @@
 #include "support/FailCall.h"
 #include "support/Role.h"
 
+#include <climits>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <grp.h>
+#include <memory>
 #include <random>
 #include <sched.h>
+#include <signal.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -54,6 +57,8 @@ TEST_F(NameSpace, IsOfTheUserOrOfTheMachine) {
     EXPECT_EQ(info.st_mode & 0777, 0600u);
 }
 
+constexpr std::streamoff LockOffset = 16, NameOffset = 24, ValueOffset = 4072;
+
 // A file's words, by their place.
 void WriteWord(const fs::path& path, std::streamoff offset, std::uint32_t word) {
     std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
@@ -74,8 +79,8 @@ TEST_F(NameSpace, OutlivesANeighbourThatLocksOrCutsOffItsMemory) {
     struct stat info;
     ASSERT_EQ(stat(file.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0666u);
-    WriteWord(file, 28, 1);  // the lock, held by a process that lives
-    WriteWord(file, 16, 1);  // set
+    WriteWord(file, LockOffset, 1);   // held by a process that lives
+    WriteWord(file, ValueOffset, 1);  // set
     {
         const Owned mine = AutoEvent(true);
         const Worker set([&] { return CodeOf(SetEvent(event)); });
@@ -84,9 +89,9 @@ TEST_F(NameSpace, OutlivesANeighbourThatLocksOrCutsOffItsMemory) {
         for (const Worker* worker : {&set, &waitAny, &waitAll})
             EXPECT_EQ(worker->Result(), ERROR_BUSY);
     }
-    WriteWord(file, 28, 0);
+    WriteWord(file, LockOffset, 0);
     EXPECT_EQ(Poll(event), WAIT_OBJECT_0);
-    WriteWord(file, 28, 1);
+    WriteWord(file, LockOffset, 1);
     {
         const Worker set([&] { return CodeOf(SetEvent(event)); });
         AwaitSleep(set.Id());
@@ -227,16 +232,17 @@ TEST_F(NameSpace, IsClearedOfWhatWasLeftBehind) {
 // Whatever somebody writes into an object's memory, the calls come back with something sensible.
 TEST_F(NameSpace, StandsNonsenseInItsFiles) {
     std::mt19937 random(1);
-    constexpr std::size_t Fields = 36;
+    constexpr std::size_t Fields = NameOffset, ValueBytes = 4;
     for (int round = 0; round < 25; ++round) {
         const Owned objects[] = {AutoEvent(false, L"nonsense.event"), Mutex(false, L"nonsense.mutex"),
                                  Semaphore(0, 5, L"nonsense.semaphore")};
         for (const fs::path& path : ObjectFiles()) {
             std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
-            for (std::size_t i = 0; i < Fields; ++i) {
+            for (std::size_t i = 0; i < Fields + ValueBytes; ++i) {
                 // What is no object any more at all is told at once: so only now and then.
                 const std::size_t first = round % 5 == 0 ? 0 : 4;
-                file.seekp(static_cast<std::streamoff>(first + random() % (Fields - first)));
+                const std::size_t at = first + random() % (Fields + ValueBytes - first);
+                file.seekp(at < Fields ? static_cast<std::streamoff>(at) : ValueOffset + at % ValueBytes);
                 file.put(static_cast<char>(random()));
             }
         }
@@ -272,10 +278,10 @@ TEST_F(NameSpace, RefusesFilesThatAreNotOfTheObject) {
         std::streamoff offset;
         std::uint32_t wrong, right;
         DWORD code;
-    } words[] = {{0, 0, 0x314F5154, ERROR_INVALID_DATA},             // the mark
-                 {4, 2, 1, ERROR_INVALID_HANDLE},                    // the kind
-                 {12, 0, 1, ERROR_INVALID_DATA},                     // the maximum
-                 {36, 0x7466656D, 0x7466656C, ERROR_INVALID_DATA}};  // the name
+    } words[] = {{0, 0, 0x324F5154, ERROR_INVALID_DATA},                     // the mark
+                 {4, 2, 1, ERROR_INVALID_HANDLE},                            // the kind
+                 {12, 0, 1, ERROR_INVALID_DATA},                             // the maximum
+                 {NameOffset, 0x7466656D, 0x7466656C, ERROR_INVALID_DATA}};  // the name
     for (const auto& [offset, wrong, right, code] : words) {
         eachOther([&](const fs::path& each) { WriteWord(each, offset, wrong); });
         EXPECT_EQ(open(), code) << offset;
@@ -300,6 +306,74 @@ TEST_F(NameSpace, HearsAtOnceOfAnOwnerThatClosesItsHandle) {
     RoleProcess process("close-owned");
     ASSERT_EQ(Await(m_local), WAIT_OBJECT_0);
     EXPECT_EQ(Poll(mutex), WAIT_ABANDONED_0);
+}
+
+// Takes the mutex again and again, by a wait of the form that is asked for, and counts each time.
+const Role g_user("use-mutex", [](const RoleArguments& arguments) -> int {
+    const Owned mutex(OpenMutexW(SYNCHRONIZE, FALSE, L"fought.mutex"));
+    const Owned turns(OpenSemaphoreW(SEMAPHORE_ALL_ACCESS, FALSE, L"fought.turns"));
+    const Owned never = AutoEvent(), named = ManualEvent(true, L"fought.set");
+    for (;;) {
+        const DWORD status = arguments.at(0) == "any"   ? WaitAny({never, mutex}, INFINITE) - 1
+                             : arguments.at(0) == "all" ? WaitAll({named, mutex}, INFINITE)
+                                                        : WaitForSingleObject(mutex, INFINITE);
+        if (status != WAIT_OBJECT_0 && status != WAIT_ABANDONED_0) return 1;
+        ReleaseSemaphore(turns, 1, nullptr);
+        if (!ReleaseMutex(mutex)) return 2;
+    }
+});
+
+// No wait has an end of its own, and nobody looks a second time: one wake-up that dies with whom it was for
+// leaves the others asleep.
+TEST_F(NameSpace, PassesAMutexOnWhoeverIsKilled) {
+    const Owned mutex = Mutex(false, L"fought.mutex"), turns = Semaphore(0, INT_MAX, L"fought.turns");
+    const char* const forms[] = {"single", "any", "all", "single"};
+    std::vector<std::unique_ptr<RoleProcess>> users;
+    for (const char* form : forms)
+        users.push_back(std::make_unique<RoleProcess>("use-mutex", RoleArguments{form}));
+    std::mt19937 random(7);
+    for (int round = 0; round < 40; ++round) {
+        ASSERT_EQ(Await(turns), WAIT_OBJECT_0) << round;
+        while (Poll(turns) == WAIT_OBJECT_0) {
+        }
+        const std::size_t kept = random() % users.size();
+        for (std::size_t i = 0; i < users.size(); ++i)
+            if (i != kept) kill(static_cast<pid_t>(users[i]->Id()), SIGKILL);
+        for (std::size_t i = 0; i < users.size(); ++i) {
+            if (i == kept) continue;
+            users[i]->Kill();
+            while (Poll(turns) == WAIT_OBJECT_0) {
+            }
+            ASSERT_EQ(Await(turns), WAIT_OBJECT_0) << round;
+            users[i] = std::make_unique<RoleProcess>("use-mutex", RoleArguments{forms[i]});
+        }
+    }
+}
+
+std::uint64_t SleepsOf(DWORD thread) {
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.starts_with("voluntary_ctxt_switches:")) return std::stoull(line.substr(line.find(':') + 1));
+    return 0;
+}
+
+// What would wake the waiters now and then does so before the time of this thread's own wait is over.
+TEST_F(NameSpace, LetsWaitersSleep) {
+    const Owned mutex = Mutex(true, L"slept.mutex"), named = AutoEvent(false, L"slept.event"),
+                mine = AutoEvent();
+    const Worker single([&] { return Await(mutex); }), any([&] { return WaitAny({mine, named}, Patience); });
+    std::vector<std::uint64_t> before;
+    for (const Worker* worker : {&single, &any}) {
+        AwaitSleep(worker->Id());
+        before.push_back(SleepsOf(worker->Id()));
+    }
+    EXPECT_EQ(WaitAny({AutoEvent(), m_local}, 1'200), WAIT_TIMEOUT);
+    EXPECT_LE(SleepsOf(single.Id()), before[0] + 1);
+    EXPECT_LE(SleepsOf(any.Id()), before[1] + 1);
+    ReleaseMutex(mutex);
+    SetEvent(named);
+    EXPECT_EQ(single.Result(), WAIT_OBJECT_0);
+    EXPECT_EQ(any.Result(), WAIT_OBJECT_0 + 1);
 }
 
 // As on kernels that cannot wait on several words at once.

@@ -9,11 +9,12 @@
 
 namespace Quellan::Corvel::Test {
 
-// Returns once the thread sleeps on a futex, or has ended.
+// Returns once the thread sleeps on a futex or on several, or has ended.
 inline void AwaitSleep(DWORD thread) {
+    constexpr long FutexWaitV = 449;
     const std::string path = "/proc/self/task/" + std::to_string(thread) + "/syscall";
     long call = -1;
-    while (call != SYS_futex) {
+    while (call != SYS_futex && call != FutexWaitV) {
         std::ifstream file(path);
         if (!file) return;
         if (!(file >> call)) call = -1;

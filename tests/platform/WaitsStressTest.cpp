@@ -104,6 +104,52 @@ TEST_F(WaitsStress, LeavesNoTokenStanding) {
     RecordProperty("handovers", std::to_string(std::accumulate(hops.begin(), hops.end(), 0L)));
 }
 
+// Threads wait for the same events again and again, close some and make others in between, and end: whoever comes
+// into the memory of a closed event, or of a thread that has ended, gets its own signals and no others.
+TEST_F(WaitsStress, KeepsNothingOfWhatIsClosed) {
+    constexpr std::size_t Events = 5;
+    struct Side {
+        std::array<Owned, Events> events;
+        Owned answer = AutoEvent();
+    };
+    std::atomic<long> signals{0};
+    OnThreads(4, [&](int number) {
+        Numbers random(static_cast<unsigned>(number));
+        while (Running()) {
+            Side side;
+            for (Owned& event : side.events)
+                event = AutoEvent();
+            std::atomic<std::size_t> wanted{Events};
+            const std::size_t turns = random() % 64;
+            const Worker waiter([&] {
+                Numbers choice(static_cast<unsigned>(turns));
+                for (std::size_t i = 0; i < turns; ++i) {
+                    const std::vector<HANDLE> handles(side.events.begin(), side.events.end());
+                    const DWORD ms = choice() % 4 == 0 ? choice() % 2 : Patience;
+                    const DWORD status = WaitAny(handles, ms);
+                    if (status == WAIT_TIMEOUT && ms != Patience) {
+                        --i;
+                        continue;
+                    }
+                    if (status != wanted) return static_cast<DWORD>(i + 1);
+                    if (choice() % 4 == 0) side.events[choice() % Events] = AutoEvent();
+                    if (choice() % 8 == 0) WaitAll({side.events[0], side.events[1]}, 0);
+                    SetEvent(side.answer);
+                }
+                return DWORD{0};
+            });
+            for (std::size_t i = 0; i < turns; ++i) {
+                wanted = random() % Events;
+                SetEvent(side.events[wanted]);
+                if (WaitAny({side.answer, waiter.Thread()}, Patience) != WAIT_OBJECT_0) break;
+                ++signals;
+            }
+            EXPECT_EQ(waiter.Result(), 0u);
+        }
+    });
+    RecordProperty("handovers", std::to_string(signals));
+}
+
 // Neighbours at a round table take two or three forks at once, and nobody ever holds one that is taken.
 class Table : public WaitsStress {
   protected:

@@ -98,16 +98,20 @@ TEST(WaitList, ReportsAnObjectThatStaysSignalledOnceForEachWait) {
 }
 
 TEST(WaitList, ShowsTheOthersBesideAnObjectThatStaysSignalled) {
-    const Events events(300, true);
-    TQWaitList list;
-    events.AddTo(list);
-    events[100].Set();
-    events[100 + 1].Set();
-    events[299].Set();
-    std::set<HANDLE> seen;
-    while (seen.size() < 3)
-        seen.insert(list.Wait(INFINITE));
-    EXPECT_EQ(seen, (std::set<HANDLE>{events.Handle(100), events.Handle(101), events.Handle(299)}));
+    for (const std::size_t count : {std::size_t{3}, std::size_t{63}, std::size_t{300}}) {
+        const Events events(count, true);
+        TQWaitList list;
+        events.AddTo(list);
+        const std::set<std::size_t> signalled{0, count / 3, count / 3 + 1, count - 1};
+        std::set<HANDLE> wanted, seen;
+        for (const std::size_t which : signalled) {
+            events[which].Set();
+            wanted.insert(events.Handle(which));
+        }
+        for (int i = 0; i < 100 && seen.size() < wanted.size(); ++i)
+            seen.insert(list.Wait(INFINITE));
+        EXPECT_EQ(seen, wanted) << count;
+    }
 }
 
 TEST(WaitList, TakesHandlesInAndOutWhileItsThreadWaits) {

@@ -8,7 +8,7 @@
 namespace Quellan::Platform {
 
 // Objects that are watched for one owner. Whoever signals one of them hands it over at once: the object is
-// taken as a wait takes it, its handle stands in the list of what is ready, and the owner's event is set.
+// taken as a wait takes it, it stands in the list of what is ready, and the owner's event is set.
 // From then on the object is watched no more, until it is watched anew.
 //
 // Events, semaphores and threads of this process can be watched so on Linux. Windows has waits of this kind
@@ -30,14 +30,15 @@ class StandingWaits {
     // All watches have ended before.
     ~StandingWaits();
 
-    // Begins to watch the object, or begins anew with `watch` if that is one for this handle. False where it
-    // can't be watched, for whatever reason: a wait for it tells why. May throw std::bad_alloc.
-    bool Begin(HANDLE handle, WatchPtr& watch);
+    // Begins to watch the object, or begins anew with `watch` if that is one for it. `context` is the owner's
+    // own. False where it can't be watched, for whatever reason: a wait for it tells why. May throw
+    // std::bad_alloc.
+    bool Begin(HANDLE handle, void* context, WatchPtr& watch);
     // The object is watched no more, as when the watch is deleted. True where it was ready, and is no longer
     // in the list.
     static bool End(Watch& watch) noexcept;
-    // The handle that became ready first, or null.
-    HANDLE TakeReady() noexcept;
+    // The context of what became ready first, or null.
+    void* TakeReady() noexcept;
 
   private:
     struct Impl;

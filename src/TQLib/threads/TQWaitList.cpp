@@ -149,6 +149,7 @@ TQWaitList::TQWaitList() try
       m_wake(false),
       m_paused(false) {
     m_first.reserve(BatchSize);
+    m_own.reserve(BatchSize);
 } catch (const std::bad_alloc&) {
     TQStdExceptions::ThrowMemAllocError(L"TQWaitList::TQWaitList");
 }
@@ -202,18 +203,18 @@ void TQWaitList::Remove(HANDLE handle) {
         Watch& watch = found->second;
         isTakenAway = Disarm(watch);
         (watch.isFound ? m_found : m_quiet).erase(watch.place);
+        if (m_returned == &watch) m_returned = nullptr;
         m_handles.erase(found);
 
         const auto own = std::ranges::lower_bound(m_first, handle);
         if (own != m_first.end() && *own == handle) {
             m_first.erase(own);
+            m_isOwnSettled = false;
             // The lowest of the others takes the place.
             const auto next = m_first.empty() ? m_handles.begin() : m_handles.upper_bound(m_first.back());
             if (next != m_handles.end()) {
                 m_first.push_back(next->first);
-                const bool isReady = next->second.isStanding && m_standing.End(*next->second.standing);
-                isTakenAway = Disarm(next->second);
-                if (isReady) MarkFound(next->first);
+                if (!next->second.isStanding) isTakenAway = Disarm(next->second);
             }
         }
         isTakenAway = isTakenAway && m_waitThread && m_phase == Phase::Watching;
@@ -225,15 +226,20 @@ void TQWaitList::Remove(HANDLE handle) {
 HANDLE TQWaitList::Wait(DWORD ms) {
     CheckOwner();
     const TQCountdownTimer timer(ms);
-    LookAgainAtReturned();
-    for (;;) {
+    for (HANDLE last = LookAgainAtReturned();; last = nullptr) {
         if (const HANDLE found = NextSignal()) return found;
         PrepareWaitThread();
-        const Batch batch(m_changed, m_first.data(), m_first.size());
-        const DWORD result = batch.Wait(timer.Remaining());
+        SettleOwn();
+        const auto behind = last ? std::ranges::upper_bound(m_own, last) : m_own.end();
+        const auto left = static_cast<std::size_t>(m_own.end() - behind);
+        const Batch all(m_changed, m_own.data(), m_own.size());
+        const Batch others(m_changed, m_own.data() + m_own.size() - left, left);
+        DWORD result = left != 0 ? others.Wait(0) : WAIT_TIMEOUT;
+        const bool isOther = result != WAIT_TIMEOUT;
+        if (!isOther) result = all.Wait(timer.Remaining());
         if (result == WAIT_FAILED) TQSysException::ThrowLastError(WaitFailed);
         if (result == WAIT_TIMEOUT) return NextSignal();
-        if (result != 0) SetFound(batch[result]);
+        if (result != 0) SetFound((isOther ? others : all)[result]);
     }
 }
 
@@ -265,24 +271,25 @@ void TQWaitList::Insert(HANDLE handle) {
         if (m_handles.contains(handle)) return;
         // All that needs memory is done before anything changes; from then on neither thread needs any.
         if (m_rest.capacity() <= m_handles.size()) m_rest.reserve(2 * m_handles.size() + BatchSize);
-        std::list<HANDLE> node(1, handle);
-        m_handles.emplace(handle, Watch{node.begin()});
+        std::list<Watch*> node(1, nullptr);
+        Watch* forThread = &m_handles.emplace(handle, Watch{handle, node.begin()}).first->second;
+        node.front() = forThread;
         m_quiet.splice(m_quiet.end(), node);
 
         const auto place = std::ranges::upper_bound(m_first, handle);
-        HANDLE forThread = handle;
         if (m_first.size() < BatchSize) {
             m_first.insert(place, handle);
+            m_isOwnSettled = false;
         } else {
-            isForThread = true;
             if (place != m_first.end()) {
-                forThread = m_first.back();
+                forThread = &m_handles.find(m_first.back())->second;
                 m_first.pop_back();
-                m_first.insert(place, handle);
+                m_first.insert(m_first.begin() + (place - m_first.begin()), handle);
+                m_isOwnSettled = false;
             }
-            Arm(forThread);
+            Arm(*forThread);
+            isForThread = forThread->slot != NoSlot && m_phase == Phase::Watching;
         }
-        isForThread = isForThread && m_phase == Phase::Watching;
     } catch (const std::bad_alloc&) {
         TQStdExceptions::ThrowMemAllocError(L"TQWaitList::Add");
     }
@@ -297,40 +304,47 @@ HANDLE TQWaitList::NextSignal() {
         return nullptr;
     }
     m_returned = m_found.front();
-    m_handles.find(m_returned)->second.isFound = false;
+    m_returned->isFound = false;
     m_quiet.splice(m_quiet.end(), m_found, m_found.begin());
-    return m_returned;
+    return m_returned->handle;
 }
 
 // Only now, when the owner has dealt with it and reset it maybe, is the object returned last watched again.
-void TQWaitList::LookAgainAtReturned() {
-    bool wake;
+// Returns its handle where the owner does that itself.
+HANDLE TQWaitList::LookAgainAtReturned() {
+    bool isForThread = false;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
-        const HANDLE handle = std::exchange(m_returned, nullptr);
-        wake = m_handles.contains(handle) && !std::ranges::binary_search(m_first, handle);
-        if (wake) Arm(handle);
+        Watch* const watch = std::exchange(m_returned, nullptr);
+        if (!watch) return nullptr;
+        if (watch->isOwn) return watch->handle;
+        if (std::ranges::binary_search(m_first, watch->handle)) {
+            m_isOwnSettled = m_isOwnSettled && (watch->isStanding = BeginStanding(*watch));
+        } else {
+            Arm(*watch);
+            isForThread = watch->slot != NoSlot;
+        }
     }
-    if (wake) SetSurely(m_wake.Handle());
+    if (isForThread) SetSurely(m_wake.Handle());
+    return nullptr;
 }
 
 void TQWaitList::SetFound(HANDLE handle) {
     const TQThreadSynch::TQSynchLock guard(m_lock);
     CollectReady();
-    MarkFound(handle);
+    const auto found = m_handles.find(handle);
+    if (found != m_handles.end()) MarkFound(found->second);
 }
 
 void TQWaitList::CollectReady() {
-    while (const HANDLE handle = m_standing.TakeReady()) {
-        m_handles.find(handle)->second.isStanding = false;
-        MarkFound(handle);
+    while (auto* const watch = static_cast<Watch*>(m_standing.TakeReady())) {
+        watch->isStanding = false;
+        MarkFound(*watch);
     }
 }
 
-void TQWaitList::MarkFound(HANDLE handle) {
-    const auto found = m_handles.find(handle);
-    if (found == m_handles.end() || found->second.isFound) return;
-    Watch& watch = found->second;
+void TQWaitList::MarkFound(Watch& watch) {
+    if (watch.isFound) return;
     Disarm(watch);
     watch.isFound = true;
     m_found.splice(m_found.end(), m_quiet, watch.place);
@@ -338,10 +352,12 @@ void TQWaitList::MarkFound(HANDLE handle) {
 
 void TQWaitList::PrepareWaitThread() {
     if (Size() <= BatchSize) {
+        if (m_waitThread) m_isOwnSettled = false;
         m_waitThread.reset();
         return;
     }
     if (!m_waitThread) {
+        m_isOwnSettled = false;
         std::unique_ptr<TQWaitThread> thread(new (std::nothrow) TQWaitThread(*this));
         if (!thread) TQStdExceptions::ThrowMemAllocError(L"Unable to allocate wait list thread.");
         thread->Start(false);
@@ -362,11 +378,37 @@ void TQWaitList::AwaitPause() {
     AwaitSurely({m_paused.Handle(), m_waitThread->ThreadHandle()});
 }
 
-bool TQWaitList::BeginStanding(HANDLE handle, Watch& watch) noexcept {
+bool TQWaitList::BeginStanding(Watch& watch) noexcept {
     try {
-        return m_standing.Begin(handle, watch.standing);
+        return m_standing.Begin(watch.handle, &watch, watch.standing);
     } catch (const std::bad_alloc&) {
         return false;
+    }
+}
+
+// The owner of a long list leaves to others what they can do for him, too. What was found since is there at
+// once: the event tells so.
+void TQWaitList::SettleOwn() {
+    if (m_isOwnSettled) return;
+    m_own.clear();
+    m_isOwnSettled = true;
+    const TQThreadSynch::TQSynchLock guard(m_lock);
+    const bool isLong = m_handles.size() > BatchSize;
+    for (const HANDLE handle : m_first) {
+        Watch& watch = m_handles.find(handle)->second;
+        watch.isOwn = false;
+        if (watch.isStanding && !isLong) {
+            const bool isReady = m_standing.End(*watch.standing);
+            watch.isStanding = false;
+            if (isReady) MarkFound(watch);
+        }
+        if (watch.isFound) {
+            m_isOwnSettled = false;
+            continue;
+        }
+        if (isLong && !watch.isStanding) watch.isStanding = BeginStanding(watch);
+        watch.isOwn = !watch.isStanding;
+        if (watch.isOwn) m_own.push_back(handle);
     }
 }
 
@@ -376,7 +418,7 @@ void TQWaitList::ArmStanding() {
     std::size_t kept = 0;
     for (const HANDLE handle : m_rest) {
         Watch& watch = m_handles.find(handle)->second;
-        watch.isStanding = BeginStanding(handle, watch);
+        watch.isStanding = BeginStanding(watch);
         watch.slot = watch.isStanding ? NoSlot : kept;
         if (!watch.isStanding) m_rest[kept++] = handle;
     }
@@ -384,15 +426,15 @@ void TQWaitList::ArmStanding() {
 }
 
 // Hands a handle that is neither found nor just returned to the auxiliary thread.
-void TQWaitList::Arm(HANDLE handle) {
-    Watch& watch = m_handles.find(handle)->second;
-    if (watch.isFound || watch.isStanding || watch.slot != NoSlot || handle == m_returned) return;
-    if (m_phase == Phase::Watching && BeginStanding(handle, watch)) {
+void TQWaitList::Arm(Watch& watch) {
+    watch.isOwn = false;
+    if (watch.isFound || watch.isStanding || watch.slot != NoSlot || &watch == m_returned) return;
+    if (m_phase == Phase::Watching && BeginStanding(watch)) {
         watch.isStanding = true;
         return;
     }
     watch.slot = m_rest.size();
-    m_rest.push_back(handle);
+    m_rest.push_back(watch.handle);
 }
 
 // Takes a handle back; false where the auxiliary thread did not have it.

@@ -20,10 +20,11 @@ namespace Quellan::Corvel {
 // the copy.
 //
 // The owner waits for up to 63 objects itself, those with the lowest handles. For the others there is one
-// auxiliary thread, from the first wait that needs it to the first that does not; on Linux it sleeps on
-// mutexes and objects with a name alone, as whoever signals one of the others tells the owner at once. What
-// is seen is kept until it is returned, each object once; it looks at an object again from the wait on that
-// follows the one which returned it. A mutex is acquired by the thread that sees it: the owner has it for
+// auxiliary thread, from the first wait that needs it to the first that does not; on Linux both sleep on
+// mutexes and objects with a name alone then, as whoever signals one of the others tells the owner at once.
+// What is seen is kept until it is returned, each object once; it looks at an object again from the wait on
+// that follows the one which returned it, and at those behind it first: what stays signalled hides no other
+// object. A mutex is acquired by the thread that sees it: the owner has it for
 // certain only in a list of up to 63.
 //
 // Handles are borrowed: remove one before closing it. A wait that comes upon a closed handle throws "Wait on
@@ -64,11 +65,13 @@ class TQLIB_API TQWaitList : public TQObject {
 
     static constexpr std::size_t NoSlot = ~std::size_t{0};
     struct Watch {
-        std::list<HANDLE>::iterator place;  // in the list of quiet handles or in that of found ones
+        HANDLE handle;
+        std::list<Watch*>::iterator place;  // in the list of quiet objects or in that of found ones
         std::size_t slot = NoSlot;          // among those that the auxiliary thread waits for
         Platform::StandingWaits::WatchPtr standing = nullptr;
         bool isStanding = false;
         bool isFound = false;
+        bool isOwn = false;  // among those that the owner waits for itself
     };
     using WatchMap = std::map<HANDLE, Watch>;
 
@@ -80,28 +83,31 @@ class TQLIB_API TQWaitList : public TQObject {
     [[nodiscard]] std::vector<HANDLE> Handles() const;
     void Insert(HANDLE handle);
     HANDLE NextSignal();
-    void LookAgainAtReturned();
+    HANDLE LookAgainAtReturned();
     void SetFound(HANDLE handle);
     void CollectReady() TQ_REQUIRES(m_lock);
-    void MarkFound(HANDLE handle) TQ_REQUIRES(m_lock);
+    void MarkFound(Watch& watch) TQ_REQUIRES(m_lock);
     void ArmStanding() TQ_REQUIRES(m_lock);
-    bool BeginStanding(HANDLE handle, Watch& watch) noexcept;
+    bool BeginStanding(Watch& watch) noexcept;
+    void SettleOwn();
     void PrepareWaitThread();
     void AwaitPause();
-    void Arm(HANDLE handle) TQ_REQUIRES(m_lock);
+    void Arm(Watch& watch) TQ_REQUIRES(m_lock);
     bool Disarm(Watch& watch) TQ_REQUIRES(m_lock);
 
     const DWORD m_owner;
-    std::vector<HANDLE> m_first;  // what the owner waits for itself, in order
-    HANDLE m_returned = nullptr;  // by the last wait
+    std::vector<HANDLE> m_first;  // what need not be left to the auxiliary thread, in order
+    std::vector<HANDLE> m_own;    // those of them that the owner waits for itself, in order
+    bool m_isOwnSettled = false;  // whether the last is so
+    Watch* m_returned = nullptr;  // by the last wait
 
     mutable TQThreadSynch m_lock;
     // For the owner: the auxiliary thread has found something or failed, or something is ready.
     const TQEvent m_changed;
     Platform::StandingWaits m_standing;
     WatchMap m_handles TQ_GUARDED_BY(m_lock);
-    std::list<HANDLE> m_quiet TQ_GUARDED_BY(m_lock);
-    std::list<HANDLE> m_found
+    std::list<Watch*> m_quiet TQ_GUARDED_BY(m_lock);
+    std::list<Watch*> m_found
         TQ_GUARDED_BY(m_lock);  // seen signalled and not yet returned, in the order seen
     std::vector<HANDLE> m_rest TQ_GUARDED_BY(m_lock);  // what the auxiliary thread waits for
     Phase m_phase TQ_GUARDED_BY(m_lock) = Phase::Paused;

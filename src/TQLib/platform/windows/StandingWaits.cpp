@@ -17,11 +17,11 @@ StandingWaits::StandingWaits(HANDLE) {}
 
 StandingWaits::~StandingWaits() = default;
 
-bool StandingWaits::Begin(HANDLE, WatchPtr&) {
+bool StandingWaits::Begin(HANDLE, void*, WatchPtr&) {
     return false;
 }
 
-HANDLE StandingWaits::TakeReady() noexcept {
+void* StandingWaits::TakeReady() noexcept {
     return nullptr;
 }
 

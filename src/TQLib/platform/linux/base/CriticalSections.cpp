@@ -6,6 +6,7 @@
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
+#include "TQLib/platform/linux/base/Process.h"
 
 #include <unistd.h>
 
@@ -39,7 +40,7 @@ std::uint32_t Generation() noexcept {
 }
 
 TQ_NOINLINE std::uint32_t NewName() noexcept {
-    return t_name = static_cast<std::uint32_t>(gettid()) | Generation() << GenerationShift;
+    return t_name = GetCurrentThreadId() | Generation() << GenerationShift;
 }
 
 std::uint32_t Self() noexcept {

@@ -3,6 +3,7 @@
 #include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/base/Lock.h"
+#include "TQLib/platform/linux/base/Process.h"
 
 #include <algorithm>
 #include <atomic>
@@ -98,12 +99,13 @@ struct ForksOfObjects {
         TellOwnMemory(s_lines, sizeof s_lines);
         if (!s_barrier.isThere) return nullptr;
         const int saved = errno;
-        const pid_t self = gettid();
+        const auto self = static_cast<pid_t>(GetCurrentThreadId());
         Line* found = nullptr;
         for (std::size_t i = 0; i < MostTries && !found; ++i) {
             Line& line = s_lines[(static_cast<std::size_t>(self) + i) % std::size(s_lines)];
             pid_t thread = line.thread.load(std::memory_order_relaxed);
-            const bool isFree = thread == 0 || thread == self || tgkill(getpid(), thread, 0) != 0;
+            const bool isFree = thread == 0 || thread == self ||
+                                tgkill(static_cast<pid_t>(GetCurrentProcessId()), thread, 0) != 0;
             if (isFree && line.thread.compare_exchange_strong(thread, self)) found = &line;
         }
         errno = saved;

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <utility>
 
 namespace Quellan::Platform {
 
@@ -95,6 +96,11 @@ class WithoutFork {
             if (!s_isForking.load(std::memory_order_relaxed)) return;
         }
         BeginSlowly();
+    }
+    // The thread is about to end: whoever takes its place need not ask whether it has.
+    static void GiveUpPlace() noexcept {
+        Line* const line = std::exchange(t_place.line, nullptr);
+        if (line) line->thread.store(0, std::memory_order_release);
     }
     static void End() noexcept {
         if (--t_place.depth != 0) return;

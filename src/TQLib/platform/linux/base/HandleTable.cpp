@@ -15,7 +15,8 @@ namespace Quellan::Platform {
 // users. An open handle counts as one user.
 struct alignas(64) HandleSlot {
     std::atomic<std::uint64_t> state{0};
-    std::atomic<const SignalWord*> look{nullptr};  // null: only a use of the object tells
+    std::atomic<SignalLine*> line{nullptr};  // with the next: its way
+    std::atomic<std::uint32_t> tagAndUses{0};
     std::shared_ptr<Object> object;
     DWORD access = 0;
     std::uint32_t nextFree = 0;
@@ -194,7 +195,10 @@ DWORD InsertHandle(std::shared_ptr<Object> object, DWORD access, HANDLE& handle)
     if (generation == 0) generation = 1;
     slot.object = std::move(object);
     slot.access = access;
-    slot.look.store(access & SYNCHRONIZE ? slot.object->WordToLookAt() : nullptr, std::memory_order_relaxed);
+    // Who sees one of these sees that the last handle of the slot was closed.
+    const SignalWay way = slot.object->WayFor(access);
+    slot.line.store(way.line, std::memory_order_release);
+    slot.tagAndUses.store(way.tagAndUses, std::memory_order_release);
     slot.state.store(std::uint64_t{generation} << 32 | OpenBit | 1, std::memory_order_release);
     handle = Encode({index, generation});
     return ERROR_SUCCESS;
@@ -239,6 +243,58 @@ KnownHandle::KnownHandle(HANDLE handle) noexcept {
     m_open = std::uint64_t{name->generation} << 1 | 1;
 }
 
+namespace {
+
+// In the fewest steps, as setting and looking at an event take few others. Bits beside those of a handle are
+// found in no generation.
+inline SignalWay WayOf(HANDLE handle) noexcept {
+    const auto bits = reinterpret_cast<std::uint64_t>(handle);
+    const HandleSlot* slot = SlotAt(static_cast<std::uint32_t>(bits >> IndexShift) & ((1u << IndexBits) - 1));
+    const std::uint64_t open = bits >> HandleGenerationShift << 1 | 1;
+    constexpr unsigned OpenShift = 31;
+    if (!slot || bits % (1u << IndexShift) != 0 ||
+        slot->state.load(std::memory_order_acquire) >> OpenShift != open)
+        return {};
+    const SignalWay way{slot->line.load(std::memory_order_acquire),
+                        slot->tagAndUses.load(std::memory_order_acquire)};
+    return slot->state.load(std::memory_order_relaxed) >> OpenShift == open ? way : SignalWay();
+}
+
+}  // namespace
+
+SignalWay FindWay(HANDLE handle) noexcept {
+    return WayOf(handle);
+}
+
+Step SetOnWay(HANDLE handle) noexcept {
+    const SignalWay way = WayOf(handle);
+    if (!way.May(SignalWay::Set)) return Step::Unclear;
+    SignalWord& word = way.line->word;
+    TellReleased(&word);
+    const std::uint64_t tag = way.tagAndUses & SignalTag;
+    std::uint64_t state = word.load(std::memory_order_relaxed);
+    do
+        if ((state & (SignalTag | SignalFlags)) != tag) return Step::Unclear;
+    while (!word.compare_exchange_weak(state, tag | std::uint64_t{1} << 32, std::memory_order_acq_rel,
+                                       std::memory_order_relaxed));
+    return Step::Done;
+}
+
+Step TakeOnWay(HANDLE handle) noexcept {
+    const SignalWay way = WayOf(handle);
+    if (!way.May(SignalWay::Wait)) return Step::Unclear;
+    SignalWord& word = way.line->word;
+    std::uint64_t state = word.load(std::memory_order_acquire);
+    do {
+        if (!way.IsCurrent(state)) return Step::Unclear;
+        if (SignalValue(state) == 0) return Step::Nothing;
+        if (state & SignalFlags) return Step::Unclear;
+    } while (way.May(SignalWay::TakeOne) &&
+             !word.compare_exchange_weak(state, state - (std::uint64_t{1} << 32), std::memory_order_acquire));
+    TellAcquired(&word);
+    return Step::Done;
+}
+
 // Words belong to no particular handle, and a slot may be closed and opened anew between its look and its
 // state: what is seen is a hint then, as whatever is seen of an object that others use.
 Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept {
@@ -249,8 +305,10 @@ Sight LookAt(std::span<const HANDLE> handles, std::size_t& index) noexcept {
         const std::optional<Name> name = Decode(handles[i]);
         const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
         if (!slot || !Names(*name, slot->state.load(std::memory_order_acquire))) return Sight::Unclear;
-        words[i] = slot->look.load(std::memory_order_relaxed);
-        if (!words[i]) return Sight::Unclear;
+        const SignalWay way{slot->line.load(std::memory_order_relaxed),
+                            slot->tagAndUses.load(std::memory_order_relaxed)};
+        if (!way.May(SignalWay::Wait)) return Sight::Unclear;
+        words[i] = &way.line->word;
         if (found == count && SignalValue(words[i]->load(std::memory_order_acquire)) != 0) found = i;
     }
     if (found == count) return Sight::Nothing;

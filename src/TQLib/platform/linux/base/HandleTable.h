@@ -56,9 +56,8 @@ class Object {
     Object& operator=(const Object&) = delete;
 
     const ObjectKind& KindOf() const noexcept { return m_kind; }
-    // For an object that any wait may take while the value of this word is not 0, and no wait while it is:
-    // the word. Otherwise null.
-    virtual const SignalWord* WordToLookAt() const noexcept { return nullptr; }
+    // What a handle that grants `access` may do without the object.
+    virtual SignalWay WayFor(DWORD) const noexcept { return {}; }
 
   protected:
     explicit Object(const ObjectKind& kind) noexcept : m_kind(kind) {}
@@ -146,6 +145,20 @@ class KnownHandle {
     const std::atomic<std::uint64_t>* m_state = nullptr;
     std::uint64_t m_open = 0;
 };
+
+// The way of a handle, which may be closed by now: changes are made by comparison with the tag.
+SignalWay FindWay(HANDLE handle) noexcept;
+
+// What is done on a handle's way by one change, if that is all there is to do.
+enum class Step {
+    Done,
+    Nothing,  // it is not signalled
+    Unclear,  // the object has to be used, or the handle is invalid
+};
+// Makes the value 1.
+Step SetOnWay(HANDLE handle) noexcept;
+// Takes what is signalled.
+Step TakeOnWay(HANDLE handle) noexcept;
 
 // What a look at several handles shows. It keeps no object alive and is over before the call returns.
 enum class Sight {

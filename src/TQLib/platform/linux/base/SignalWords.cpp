@@ -9,32 +9,27 @@ namespace Quellan::Platform {
 
 namespace {
 
-struct alignas(64) Line {
-    SignalWord word{0};
-    Line* nextFree = nullptr;
-};
-
 constexpr std::size_t LinesInChunk = 64;
 
 constinit ShortLock g_lock;
 const ForkLock<g_lock> g_lineForkLock(ForkOrder::SignalWords);
-constinit Line* g_freeLines TQ_GUARDED_BY(g_lock) = nullptr;
+constinit SignalLine* g_freeLines TQ_GUARDED_BY(g_lock) = nullptr;
 
-void FreeLine(Line& line) noexcept TQ_REQUIRES(g_lock) {
+void FreeLine(SignalLine& line) noexcept TQ_REQUIRES(g_lock) {
     line.nextFree = g_freeLines;
     g_freeLines = &line;
 }
 
-Line* TakeFree() noexcept {
+SignalLine* TakeFree() noexcept {
     const Guard lock(g_lock);
-    Line* const line = g_freeLines;
+    SignalLine* const line = g_freeLines;
     if (line) g_freeLines = line->nextFree;
     return line;
 }
 
-Line* FirstOfNewChunk() {
-    Line* const chunk = new Line[LinesInChunk];
-    TellOwnMemory(chunk, LinesInChunk * sizeof(Line));
+SignalLine* FirstOfNewChunk() {
+    SignalLine* const chunk = new SignalLine[LinesInChunk];
+    TellOwnMemory(chunk, LinesInChunk * sizeof(SignalLine));
     const Guard lock(g_lock);
     for (std::size_t i = LinesInChunk; i-- > 1;)
         FreeLine(chunk[i]);
@@ -43,17 +38,23 @@ Line* FirstOfNewChunk() {
 
 }  // namespace
 
-SignalWordOwner NewSignalWord(std::uint64_t state) {
-    Line* line = TakeFree();
+// Somebody who was too late for the last use of the line may still hold it for a moment.
+SignalLineOwner NewSignalLine(std::uint32_t value) {
+    SignalLine* line = TakeFree();
     if (!line) line = FirstOfNewChunk();
-    line->word.store(state, std::memory_order_relaxed);
-    return SignalWordOwner(&line->word);
+    std::uint64_t state = line->word.load(std::memory_order_relaxed);
+    for (Backoff backoff;; backoff.Pause()) {
+        state &= SignalTag;
+        if (line->word.compare_exchange_weak(state, state | std::uint64_t{value} << 32,
+                                             std::memory_order_acq_rel, std::memory_order_relaxed))
+            break;
+    }
+    return SignalLineOwner(line);
 }
 
-void SignalWordRecycle::operator()(SignalWord* word) const noexcept {
-    static_assert(offsetof(Line, word) == 0);
+void SignalLineRecycle::operator()(SignalLine* line) const noexcept {
     const Guard lock(g_lock);
-    FreeLine(*reinterpret_cast<Line*>(word));
+    FreeLine(*line);
 }
 
 }  // namespace Quellan::Platform

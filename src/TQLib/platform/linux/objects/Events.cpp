@@ -21,6 +21,12 @@ class Event : public Waitable {
     explicit Event(std::unique_ptr<SharedObject> shared)
         : Waitable(Kind, RuleOf(shared->StaysSignalled()), std::move(shared)) {}
 
+    SignalWay WayFor(DWORD access) const noexcept override {
+        SignalWay way = Waitable::WayFor(access);
+        if (access & EVENT_MODIFY_STATE) way.tagAndUses |= SignalWay::Set;
+        return way;
+    }
+
   private:
     static const WaitRule& RuleOf(bool manualReset) noexcept {
         return manualReset ? StaysSignalled : TakesOne;
@@ -46,6 +52,7 @@ HANDLE OpenEventW(DWORD access, BOOL inherit, const wchar_t* name) noexcept {
 
 BOOL SetEvent(HANDLE event) noexcept {
     if (DWORD code = FaultDue("SetEvent")) return Fail(code, FALSE);
+    if (SetOnWay(event) == Step::Done) return TRUE;
     return ChangeObject<Event>(event, EVENT_MODIFY_STATE, [](Event& object) { return object.Signal(); });
 }
 

@@ -5,10 +5,12 @@
 #include "TQLib/platform/linux/base/FaultHandlers.h"
 #include "TQLib/platform/linux/base/Identity.h"
 #include "TQLib/platform/linux/base/Lock.h"
+#include "TQLib/platform/linux/base/Process.h"
 #include "TQLib/platform/linux/objects/Waits.h"
 
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <climits>
 #include <cstring>
 #include <dirent.h>
@@ -22,12 +24,12 @@ struct SharedObject::Page {
     Word kind;
     Word flags;
     Word maximum;
-    Word value;  // of a mutex: 0, its owner (slot + 1), or AbandonedValue
-    Word sequence;
-    Word waiters;
     Word lock;  // 0, or slot + 1, with LockWanted while others sleep on it
     Word nameBytes;
     char name[1100];
+    std::byte unused[2948];
+    Word value;  // with Awaited while others sleep on it; of a mutex: 0, its owner's thread id, or Abandoned
+    std::byte reserved[20];
 };
 
 namespace {
@@ -35,12 +37,15 @@ namespace {
 using Page = SharedObject::Page;
 
 constexpr std::size_t PageBytes = 4096;
-static_assert(sizeof(Page) <= PageBytes);
+static_assert(sizeof(Page) == PageBytes && offsetof(Page, value) == PageBytes - RobustTie::BytesFromWord);
 
-constexpr std::uint32_t PageMagic = 0x314F5154;  // "TQO1"
+constexpr std::uint32_t PageMagic = 0x324F5154;  // "TQO2"
 constexpr std::uint32_t ManualReset = 1;         // a flag
-constexpr std::uint32_t AbandonedValue = 0x40000000;
 constexpr std::uint32_t LockWanted = 0x80000000;
+// Of a value. The kernel knows them as these.
+constexpr std::uint32_t Awaited = FUTEX_WAITERS;
+constexpr std::uint32_t Abandoned = FUTEX_OWNER_DIED;
+constexpr std::uint32_t OwnerBits = FUTEX_TID_MASK;
 
 // Bytes of the file that are locked: one for changing who has it open, one for each slot.
 constexpr off_t InitByte = 1;
@@ -128,12 +133,13 @@ Descriptor OpenObjectFile(const Descriptor& folder, const char* name, int more =
     return Descriptor(Retry([&] { return openat(folder.Get(), name, flags, 0600); }));
 }
 
+// A mutex that its maker owns is taken by him afterwards.
 void WriteNew(Page& page, std::string_view name, const SharedSetup& setup) noexcept {
     std::memset(static_cast<void*>(&page), 0, PageBytes);
     page.kind = static_cast<std::uint32_t>(setup.kind);
     page.flags = setup.manualReset ? ManualReset : 0;
     page.maximum = setup.maximum;
-    page.value = setup.owned ? 1 : setup.value;  // a new object's maker has slot 0
+    page.value = setup.value;
     page.nameBytes = static_cast<std::uint32_t>(name.size());
     name.copy(page.name, sizeof page.name);
     page.magic = PageMagic;
@@ -147,16 +153,23 @@ DWORD CheckFound(const Page& page, std::string_view name, SharedKind kind) noexc
     return found == static_cast<std::uint32_t>(kind) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
-// A process that had this slot before may have been killed as an owner.
-void InheritSlot(Page& page, SharedKind kind, std::uint32_t self) noexcept {
+// A process that had this slot before may have been killed with the lock.
+void InheritSlot(Page& page, std::uint32_t self) noexcept {
     std::uint32_t lock = page.lock;
     if ((lock & ~LockWanted) == self && page.lock.compare_exchange_strong(lock, 0))
         FutexWake(&page.lock, INT_MAX, Reach::Shared);
-    std::uint32_t owner = self;
-    if (kind == SharedKind::Mutex && page.value.compare_exchange_strong(owner, AbandonedValue)) {
-        page.sequence.fetch_add(1);
-        FutexWake(&page.sequence, INT_MAX, Reach::Shared);
-    }
+}
+
+// Changes a word and wakes all who sleep on it, in one step: nobody can be killed between the two. `value` has
+// a single bit, or none.
+void SetAndWake(Word& word, std::uint32_t value) noexcept {
+    const auto change =
+        static_cast<std::uint32_t>(value == 0 ? FUTEX_OP(FUTEX_OP_SET, 0, FUTEX_OP_CMP_EQ, 0)
+                                              : FUTEX_OP(FUTEX_OP_SET | FUTEX_OP_OPARG_SHIFT,
+                                                         std::countr_zero(value), FUTEX_OP_CMP_EQ, 0));
+    if (syscall(SYS_futex, &word, FUTEX_WAKE_OP, INT_MAX, std::uintptr_t{0}, &word, change) >= 0) return;
+    word = value;
+    FutexWake(&word, INT_MAX, Reach::Shared);
 }
 
 }  // namespace
@@ -170,13 +183,19 @@ int AllocateSharedPage(const Descriptor& file) noexcept {
 }
 
 void* MapSharedPage(const Descriptor& file, const struct stat& info) noexcept {
-    void* const page = mmap(nullptr, PageBytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.Get(), 0);
+    constexpr int Access = PROT_READ | PROT_WRITE;
+    void* const page = mmap(nullptr, 2 * PageBytes, Access, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
     if (page == MAP_FAILED) return nullptr;
-    if (!IsOfOthers(info)) return page;
-    CatchFaults();
-    if (ExchangePage(nullptr, page)) return page;
-    munmap(page, PageBytes);
-    errno = ENOMEM;
+    int error = ENOMEM;
+    if (mmap(page, PageBytes, Access, MAP_SHARED | MAP_FIXED, file.Get(), 0) != page) {
+        error = errno;
+    } else {
+        if (!IsOfOthers(info)) return page;
+        CatchFaults();
+        if (ExchangePage(nullptr, page)) return page;
+    }
+    munmap(page, 2 * PageBytes);
+    errno = error;
     return nullptr;
 }
 
@@ -223,6 +242,7 @@ void Door::Ring() noexcept {
 
 DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, std::string_view name,
                          SharedKind kind, const SharedSetup* setup, std::unique_ptr<SharedObject>& object) {
+    if (kind == SharedKind::Mutex && !RobustTie::IsSupported(PageBytes)) return ERROR_NOT_SUPPORTED;
     Descriptor opened;
     // Said aloud: a child that was forked meanwhile has the same open file.
     struct EndOfLocks {
@@ -258,16 +278,17 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
         if (info.st_size < static_cast<off_t>(PageBytes)) return ERROR_INVALID_DATA;
         if (!LockFreeSlot(opened, slot)) return ERROR_NO_SYSTEM_RESOURCES;
     }
-    Mapping page(static_cast<Page*>(MapSharedPage(opened, info)));
+    Mapping page(static_cast<Page*>(MapSharedPage(opened, info)), Unmap());
     if (!page) return CodeFromErrno(errno);
     if (alone) {
         WriteNew(*page, name, *setup);
     } else {
         if (DWORD code = CheckFound(*page, name, kind)) return code;
-        InheritSlot(*page, kind, slot + 1);
+        InheritSlot(*page, slot + 1);
     }
     object = std::make_unique<SharedObject>(folder, file, std::move(opened), std::move(page), slot,
                                             FileId{info.st_dev, info.st_ino});
+    if (alone && setup->owned) object->TakeMutex(0);
     UnlockByte(object->ProcessDescriptor::File(), InitByte);
     return alone ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS;
 }
@@ -301,22 +322,28 @@ SharedObject::SharedObject(const SharedFolder& folder, std::string file, Descrip
       m_maximum(std::max<std::uint32_t>(m_page->maximum, 1)) {}
 
 void SharedObject::Unmap::operator()(Page* page) const noexcept {
+    if (!page) return;
     ExchangePage(page, nullptr);
-    munmap(page, PageBytes);
+    munmap(page, 2 * PageBytes);
 }
 
 SharedObject::~SharedObject() {
-    if (m_kind == SharedKind::Mutex && m_page->value == Self()) Free(true);
+    if (Tie() && Tie()->Owner() != 0) Free(true);
     const Descriptor& file = ProcessDescriptor::File();
     struct stat info;
     if (OwnsLocks() && LockInit(file) && LockAllSlots(file) &&
         IsCurrent(m_folder.descriptor, m_file.c_str(), file, info))
         unlinkat(m_folder.descriptor.Get(), m_file.c_str(), 0);
+    // A fork finds it there or gone: the descriptor goes later.
+    const WithoutFork whole;
+    m_page.reset();
 }
 
 void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
     m_slot = NoSlot;
+    if (!m_page) return;
     std::uint32_t slot;
+    if (Tie()) Tie()->Forget();
     // What is mapped keeps the parent's open file, and with it the parent's slot, for as long as the child
     // lives.
     constexpr int Flags = MAP_SHARED | MAP_FIXED;
@@ -324,7 +351,7 @@ void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
     if (!fresh || mmap(page, PageBytes, PROT_READ | PROT_WRITE, Flags, fresh.Get(), 0) != page) return;
     if (!LockInit(fresh)) return;
     if (LockFreeSlot(fresh, slot)) {
-        InheritSlot(*m_page, m_kind, slot + 1);
+        InheritSlot(*m_page, slot + 1);
         m_slot = slot;
     }
     UnlockByte(fresh, InitByte);
@@ -352,13 +379,13 @@ bool SharedObject::IsAlive(std::uint32_t owner) const noexcept {
     return fcntl(Get(), F_OFD_GETLK, &range) != 0 || range.l_type != F_UNLCK;
 }
 
-// Only with the init byte locked can nobody take over the dead owner's slot meanwhile.
-void SharedObject::Bury(Word& word, std::uint32_t value, std::uint32_t replacement) noexcept {
+// Only with the init byte locked can nobody take over the dead holder's slot meanwhile.
+void SharedObject::BuryLock(std::uint32_t held) noexcept {
     const Guard lock(g_initLock);
     const Descriptor& file = ProcessDescriptor::File();
     if (!LockByte(file, InitByte)) return;
-    if (!IsAlive(value & ~LockWanted) && word.compare_exchange_strong(value, replacement))
-        FutexWake(&word, INT_MAX, Reach::Shared);
+    if (!IsAlive(held & ~LockWanted) && m_page->lock.compare_exchange_strong(held, 0))
+        FutexWake(&m_page->lock, INT_MAX, Reach::Shared);
     UnlockByte(file, InitByte);
 }
 
@@ -384,7 +411,7 @@ DWORD SharedObject::Lock() noexcept {
         held |= LockWanted;
         if (FutexWait(word, held, Now() + LockSuspicion, Reach::Shared) == ETIMEDOUT && word == held &&
             !IsAlive(held & ~LockWanted))
-            Bury(word, held, 0);
+            BuryLock(held);
     }
 }
 
@@ -393,57 +420,81 @@ void SharedObject::Unlock() noexcept {
         FutexWake(&m_page->lock, 1, Reach::Shared);
 }
 
-std::uint32_t SharedObject::Value() const noexcept {
-    const std::uint32_t value = m_page->value.load();
-    return m_kind == SharedKind::Mutex ? value : std::min(value, m_maximum);
+RobustTie& SharedObject::TieOf(Page& page) noexcept {
+    return *reinterpret_cast<RobustTie*>(reinterpret_cast<std::byte*>(&page) + PageBytes);
 }
 
-// Unlocks after a change that may end waits. All waiters are woken: one that gets killed takes no wake-up
-// with it.
-void SharedObject::Changed() noexcept {
-    m_page->sequence.fetch_add(1);
-    const bool waited = m_page->waiters.load() != 0;
+const Word& SharedObject::ValueWord() const noexcept {
+    return m_page->value;
+}
+
+// Of an event or semaphore.
+std::uint32_t SharedObject::Count(std::uint32_t value) const noexcept {
+    return std::min(value & ~Awaited, m_maximum);
+}
+
+bool SharedObject::IsSignalled(std::uint32_t value) const noexcept {
+    return m_kind == SharedKind::Mutex ? (value & OwnerBits) == 0 : Count(value) != 0;
+}
+
+bool SharedObject::LooksSignalled() const noexcept {
+    return IsSignalled(m_page->value);
+}
+
+// Others than the holder of the lock only mark a value as awaited; a mutex may become abandoned, too. False
+// where somebody sleeps.
+bool SharedObject::ChangeUnwaited(std::uint32_t value) noexcept {
+    for (std::uint32_t before = m_page->value; !(before & Awaited);)
+        if (m_page->value.compare_exchange_weak(before, value)) return true;
+    return false;
+}
+
+// A change that may end waits. All waiters are woken: one that gets killed takes no wake-up with it.
+void SharedObject::ChangeAndUnlock(std::uint32_t value) noexcept {
+    if (!ChangeUnwaited(value)) {
+        // Those who wake up look under the lock: what is changed before it is free belongs to the change.
+        const std::uint32_t lowest = value & (~value + 1);
+        SetAndWake(m_page->value, lowest);
+        if (value != lowest) m_page->value.fetch_or(value);
+    }
     Unlock();
-    if (waited) FutexWake(&m_page->sequence, INT_MAX, Reach::Shared);
     m_folder.door->Ring();
 }
 
 DWORD SharedObject::Signal() noexcept {
     if (DWORD code = Lock()) return code;
-    m_page->value = 1;
-    Changed();
+    ChangeAndUnlock(1);
     return ERROR_SUCCESS;
 }
 
 DWORD SharedObject::Reset() noexcept {
     if (DWORD code = Lock()) return code;
-    m_page->value = 0;
+    m_page->value.fetch_and(Awaited);
     Unlock();
     return ERROR_SUCCESS;
 }
 
 DWORD SharedObject::Add(std::uint32_t count, std::uint32_t& previous) noexcept {
     if (DWORD code = Lock()) return code;
-    previous = Value();
+    previous = Count(m_page->value);
     if (count > m_maximum - previous) {
         Unlock();
         return ERROR_TOO_MANY_POSTS;
     }
-    m_page->value = previous + count;
-    Changed();
+    ChangeAndUnlock(previous + count);
     return ERROR_SUCCESS;
 }
 
+// The last thing that is done is the change: until then the kernel would free it.
 DWORD SharedObject::Free(bool abandoned) noexcept {
     if (DWORD code = Lock()) return code;
-    m_page->value = abandoned ? AbandonedValue : 0;
-    Changed();
+    RobustTie& tie = *Tie();
+    const bool isOwn = tie.Owner() == GetCurrentThreadId();
+    const RobustTie::Pending pending(isOwn ? &tie : nullptr);
+    if (isOwn) tie.Untie();
+    tie.GiveUp();
+    ChangeAndUnlock(abandoned ? Abandoned : 0);
     return ERROR_SUCCESS;
-}
-
-bool SharedObject::LooksSignalled() const noexcept {
-    const std::uint32_t value = Value();
-    return m_kind == SharedKind::Mutex ? value == 0 || value == AbandonedValue : value != 0;
 }
 
 std::optional<DWORD> SharedObject::TryTake() noexcept {
@@ -457,32 +508,46 @@ std::optional<DWORD> SharedObject::TryTake() noexcept {
 }
 
 std::optional<DWORD> SharedObject::TryTakeLocked() noexcept {
-    if (!LooksSignalled()) return std::nullopt;
+    const std::uint32_t value = m_page->value;
+    if (!IsSignalled(value)) return std::nullopt;
     if (m_manualReset) return 0;
-    const std::uint32_t value = Value();
-    const bool mutex = m_kind == SharedKind::Mutex;
-    m_page->value = mutex ? Self() : value - 1;
-    return mutex && value == AbandonedValue ? WAIT_ABANDONED_0 : 0;
+    if (m_kind != SharedKind::Mutex) {
+        m_page->value = Count(value) - 1;
+        return 0;
+    }
+    if (!TakeMutex(value)) return std::nullopt;
+    return value & Abandoned ? WAIT_ABANDONED_0 : 0;
 }
 
-const Word& SharedObject::Sequence() const noexcept {
-    return m_page->sequence;
+// With the lock, or before anybody else can have the object. Those who sleep while nobody is the owner were not
+// woken by the end of the last one, and go on to be owed a wake-up.
+bool SharedObject::TakeMutex(std::uint32_t value) noexcept {
+    const DWORD thread = GetCurrentThreadId();
+    RobustTie& tie = *Tie();
+    if (!tie.Claim(thread)) return false;
+    const RobustTie::Pending pending(&tie);
+    while (IsSignalled(value)) {
+        if (!m_page->value.compare_exchange_weak(value, thread | (value & Awaited))) continue;
+        tie.Tie();
+        return true;
+    }
+    tie.GiveUp();
+    return false;
 }
 
-void SharedObject::AddWaiter() noexcept {
-    m_page->waiters.fetch_add(1);
+// What a thread of this process owns counts as not signalled, whatever somebody has written.
+std::optional<std::uint32_t> SharedObject::Arm() noexcept {
+    for (std::uint32_t value = m_page->value;;) {
+        if (IsSignalled(value) && !(Tie() && Tie()->Owner() != 0)) return std::nullopt;
+        if (value & Awaited || m_page->value.compare_exchange_weak(value, value | Awaited))
+            return value | Awaited;
+    }
 }
 
-void SharedObject::RemoveWaiter() noexcept {
-    m_page->waiters.fetch_sub(1);
-}
-
-void SharedObject::CheckOwner() noexcept {
-    const std::uint32_t owner = Value();
-    if (!HasOwner() || owner == 0 || owner == AbandonedValue || IsAlive(owner)) return;
-    if (Lock()) return;
-    Bury(m_page->value, owner, AbandonedValue);
-    Changed();
+void SharedObject::Disarm() noexcept {
+    std::uint32_t left = Abandoned | Awaited;
+    if (m_kind == SharedKind::Mutex && m_page->value.compare_exchange_strong(left, Abandoned))
+        FutexWake(&m_page->value, INT_MAX, Reach::Shared);
 }
 
 }  // namespace Quellan::Platform

@@ -7,6 +7,7 @@
 
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
+#include "TQLib/platform/linux/objects/RobustTie.h"
 
 #include <compare>
 #include <memory>
@@ -60,7 +61,8 @@ DWORD OpenSharedFile(const Descriptor& folder, bool everybody, const char* name,
 int AllocateSharedPage(const Descriptor& file) noexcept;
 
 // Maps such a file's first page, which others may cut off at any time where `info` says that they may write
-// it: what is mapped reads as zero then. Null without memory, with the error in errno.
+// it: what is mapped reads as zero then. A page of the process's own follows it, of zeros. Null without
+// memory, with the error in errno.
 void* MapSharedPage(const Descriptor& file, const struct stat& info) noexcept;
 
 // From the handler of a bus error: whether `address` lies in such a page and may be accessed again.
@@ -79,13 +81,15 @@ class SharedObject : ProcessDescriptor {
     struct Unmap {
         void operator()(Page* page) const noexcept;
     };
-    using Mapping = std::unique_ptr<Page, Unmap>;
+    // Shared with the thread that owns a mutex.
+    using Mapping = std::shared_ptr<Page>;
 
     // Opens the object in the file `file` of the folder or, with `setup`, makes it where it is missing. 0
     // with an object that is new, 183 (ERROR_ALREADY_EXISTS) with one that was there; otherwise no object and
     // 2 (ERROR_FILE_NOT_FOUND), 5 (ERROR_ACCESS_DENIED), 6 (ERROR_INVALID_HANDLE) for another kind, 13
-    // (ERROR_INVALID_DATA), 170 (ERROR_BUSY) while somebody else opens or closes it, 1450
-    // (ERROR_NO_SYSTEM_RESOURCES). May throw std::bad_alloc.
+    // (ERROR_INVALID_DATA), 50 (ERROR_NOT_SUPPORTED) for a mutex where the kernel does not tell of the end of
+    // owners, 170 (ERROR_BUSY) while somebody else opens or closes it, 1450 (ERROR_NO_SYSTEM_RESOURCES). May
+    // throw std::bad_alloc.
     static DWORD Open(const SharedFolder& folder, const std::string& file, std::string_view name,
                       SharedKind kind, const SharedSetup* setup, std::unique_ptr<SharedObject>& object);
 
@@ -107,8 +111,11 @@ class SharedObject : ProcessDescriptor {
     DWORD Reset() noexcept;
     // 298 (ERROR_TOO_MANY_POSTS) where the value would go over the maximum.
     DWORD Add(std::uint32_t count, std::uint32_t& previous) noexcept;
-    // For mutexes, by their owner.
+    // For mutexes, by their owner or on his behalf.
     DWORD Free(bool abandoned) noexcept;
+    // What the owner of a mutex keeps, and by which he ends his part of it when the object is gone.
+    const Mapping& Memory() const noexcept { return m_page; }
+    static RobustTie& TieOf(Page& page) noexcept;
     // Why a wait was refused.
     DWORD Refusal() const noexcept;
 
@@ -124,15 +131,15 @@ class SharedObject : ProcessDescriptor {
     std::optional<DWORD> TryTakeLocked() noexcept;
     const FileId& File() const noexcept { return m_id; }
 
-    // While a thread waits. It may sleep while the sequence keeps the value it had before the object was
-    // found not signalled.
-    const Word& Sequence() const noexcept;
-    void AddWaiter() noexcept;
-    void RemoveWaiter() noexcept;
-    // Whether a wait has to look now and then for the end of an owner.
-    bool HasOwner() const noexcept { return m_kind == SharedKind::Mutex; }
-    // Marks a mutex as abandoned whose owning process is gone.
-    void CheckOwner() noexcept;
+    // While a thread waits. It may sleep while the word keeps the value that Arm has given; nothing, where the
+    // object is signalled.
+    const Word& ValueWord() const noexcept;
+    std::optional<std::uint32_t> Arm() noexcept;
+    // When the wait is over: the end of an owner wakes one waiter only, who may have come to take another
+    // object.
+    void Disarm() noexcept;
+    // Of a mutex; null for the others.
+    RobustTie* Tie() const noexcept { return m_kind == SharedKind::Mutex ? &TieOf(*m_page) : nullptr; }
     const SharedFolder& Folder() const noexcept { return m_folder; }
 
   private:
@@ -143,13 +150,16 @@ class SharedObject : ProcessDescriptor {
     DWORD Check() const noexcept;
     std::uint32_t Self() const noexcept { return m_slot + 1; }
     bool IsAlive(std::uint32_t owner) const noexcept;
-    void Bury(Word& word, std::uint32_t owner, std::uint32_t replacement) noexcept;
-    void Changed() noexcept;
-    std::uint32_t Value() const noexcept;
+    void BuryLock(std::uint32_t held) noexcept;
+    void ChangeAndUnlock(std::uint32_t value) noexcept;
+    bool ChangeUnwaited(std::uint32_t value) noexcept;
+    bool IsSignalled(std::uint32_t value) const noexcept;
+    std::uint32_t Count(std::uint32_t value) const noexcept;
+    bool TakeMutex(std::uint32_t value) noexcept;
 
     const SharedFolder& m_folder;
     const std::string m_file;
-    const Mapping m_page;
+    Mapping m_page;
     std::uint32_t m_slot;
     const FileId m_id;
     // Read once, checked, and not believed again.

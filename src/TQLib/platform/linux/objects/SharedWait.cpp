@@ -10,9 +10,10 @@ namespace Quellan::Platform {
 
 namespace {
 
-// A killed process may have changed an object without waking anybody, or have owned a mutex.
-constexpr Deadline LookAfresh = 1'000 * NanosecondsInMs;
+// Where no word tells of the end of an owner: with a door, which the kernel does not ring; and with several
+// mutexes, as a waiter who is killed when he has just been woken hands that on for one of them only.
 constexpr Deadline LookForOwners = 50 * NanosecondsInMs;
+constexpr Deadline LookAfresh = 1'000 * NanosecondsInMs;
 
 #if defined(SYS_futex_waitv)
 constexpr long WaitOnSeveral = SYS_futex_waitv;
@@ -28,81 +29,90 @@ struct SleepWord {
 };
 constexpr std::uint32_t Word32Bits = 2;
 
-long FutexWaitSeveral(const SleepWord* words, std::size_t count, Deadline deadline) noexcept {
+// One word is waited for by the call that every kernel has.
+int FutexWaitSeveral(std::span<const SleepWord> words, Deadline deadline) noexcept {
+    if (words.size() == 1) {
+        const auto reach = static_cast<Reach>(words[0].flags & FUTEX_PRIVATE_FLAG);
+        return FutexWait(*reinterpret_cast<const Word*>(words[0].address),
+                         static_cast<std::uint32_t>(words[0].value), deadline, reach);
+    }
     const timespec until = TimeOf(deadline);
-    return syscall(WaitOnSeveral, words, count, 0, &until, CLOCK_MONOTONIC);
+    const long result = syscall(WaitOnSeveral, words.data(), words.size(), 0,
+                                deadline == Never ? nullptr : &until, CLOCK_MONOTONIC);
+    return result < 0 ? errno : 0;
 }
 
 // The call is younger than the rest of what the layer needs, and forbidden in some containers.
 bool CanWaitOnSeveral() noexcept {
     static const bool can = [] {
-        FutexWaitSeveral(nullptr, 0, 0);
-        return errno == EINVAL;  // as for any wait on nothing
+        return FutexWaitSeveral({}, Never) == EINVAL;  // as for any wait on nothing
     }();
     return can && FaultDue("futex_waitv") == 0;
 }
 
+// The first mutex of a wait that processes share.
+RobustTie* FirstTie(std::span<Waitable* const> objects) noexcept {
+    for (const Waitable* object : objects)
+        if (SharedObject* const shared = object->Shared(); shared && shared->Tie()) return shared->Tie();
+    return nullptr;
+}
+
 }  // namespace
 
-// The words of one wait, and its count among the waiters of each shared object.
+// The words of one wait.
 struct Waiter::SharedSleep {
-    SharedSleep(Waiter& waiter, std::span<Waitable* const> objects) noexcept : m_waiter(waiter) {
+    SharedSleep(Waiter& waiter, std::span<Waitable* const> objects) noexcept
+        : m_waiter(waiter), m_pending(FirstTie(objects)) {
+        std::size_t mutexes = 0;
         for (const Waitable* object : objects) {
-            SharedObject* shared = object->Shared();
-            if (!shared) {
-                m_local = true;
-                continue;
-            }
-            m_shared[m_count++] = shared;
-            m_nextLook = std::min(m_nextLook, shared->HasOwner() ? LookForOwners : LookAfresh);
-            shared->AddWaiter();
+            if (!object->Shared()) continue;
+            m_shared[m_count++] = object->Shared();
+            mutexes += object->Rule().takesOwnership;
         }
-        if (m_count + m_local > 1 && !CanWaitOnSeveral()) {
-            m_door = m_shared[0]->Folder().door;
-            m_door->waiters.fetch_add(1);
-            m_waiter.m_door = &m_door->sequence;
-            for (const SharedObject* shared : Shared())
-                if (shared->Folder().door != m_door) m_nextLook = LookForOwners;
-        }
-        CheckOwners();
+        m_local = m_count != objects.size();
+        if (mutexes > 1) m_nextLook = LookAfresh;
+        if (m_count + m_local == 1 || CanWaitOnSeveral()) return;
+        m_door = m_shared[0]->Folder().door;
+        m_door->waiters.fetch_add(1);
+        m_waiter.m_door = &m_door->sequence;
+        const bool isRungForAll = std::ranges::all_of(
+            Shared(), [&](const SharedObject* shared) { return shared->Folder().door == m_door; });
+        m_nextLook = isRungForAll && mutexes == 0 ? LookAfresh : LookForOwners;
     }
     SharedSleep(const SharedSleep&) = delete;
     SharedSleep& operator=(const SharedSleep&) = delete;
     ~SharedSleep() {
         for (SharedObject* shared : Shared())
-            shared->RemoveWaiter();
+            shared->Disarm();
         if (m_door) m_door->waiters.fetch_sub(1);
         m_waiter.m_door = nullptr;
     }
 
     std::span<SharedObject* const> Shared() const noexcept { return std::span(m_shared).first(m_count); }
 
-    // Before the objects are found not signalled: what changes afterwards ends the sleep.
+    // Before the objects are looked at: what changes afterwards ends the sleep. A wait for all sleeps on what is
+    // not signalled alone.
     void Arm() noexcept {
-        std::size_t count = 0;
-        for (const SharedObject* shared : Shared())
-            m_words[count++] = WordFor(shared->Sequence(), shared->Sequence().load(), Reach::Shared);
-        if (m_local) m_words[count++] = WordFor(m_waiter.m_word, Sleeping, Reach::Process);
+        m_armed = 0;
+        for (SharedObject* shared : Shared())
+            if (const std::optional<std::uint32_t> value = shared->Arm())
+                m_words[m_armed++] = WordFor(shared->ValueWord(), *value, Reach::Shared);
+        m_isArmed = m_armed == m_count || (m_waiter.m_mode == Mode::Look && m_armed + m_local != 0);
+        if (m_local) m_words[m_armed++] = WordFor(m_waiter.m_word, Sleeping, Reach::Process);
         if (m_door) m_armedDoor = m_door->sequence.load();
     }
 
     // With the waiter's word at Sleeping. False when the time is over.
     bool Sleep(Deadline deadline) noexcept {
-        const Deadline until = std::min(deadline, Now() + m_nextLook);
-        const std::size_t count = m_count + m_local;
+        const Deadline until = m_nextLook == Never ? deadline : std::min(deadline, Now() + m_nextLook);
         int error;
-        if (m_door) {
+        if (m_door)
             error = FutexWait(m_door->sequence, m_armedDoor, until, Reach::Shared);
-        } else if (count == 1) {
-            error = FutexWait(m_shared[0]->Sequence(), static_cast<std::uint32_t>(m_words[0].value), until,
-                              Reach::Shared);
-        } else {
-            error = FutexWaitSeveral(m_words.data(), count, until) < 0 ? errno : 0;
-        }
-        if (error != ETIMEDOUT) return true;
-        if (until == deadline) return false;
-        CheckOwners();
-        return true;
+        else if (!m_isArmed)
+            return true;
+        else
+            error = FutexWaitSeveral(std::span(m_words).first(m_armed), until);
+        return error != ETIMEDOUT || until != deadline;
     }
 
   private:
@@ -111,17 +121,15 @@ struct Waiter::SharedSleep {
                 0};
     }
 
-    void CheckOwners() noexcept {
-        for (SharedObject* shared : Shared())
-            shared->CheckOwner();
-    }
-
     Waiter& m_waiter;
+    const RobustTie::Pending m_pending;
     Door* m_door = nullptr;
     std::uint32_t m_armedDoor = 0;
     bool m_local = false;
-    Deadline m_nextLook = LookAfresh;
+    bool m_isArmed = false;
+    Deadline m_nextLook = Never;
     std::size_t m_count = 0;
+    std::size_t m_armed = 0;
     std::array<SharedObject*, MAXIMUM_WAIT_OBJECTS> m_shared;
     std::array<SleepWord, MAXIMUM_WAIT_OBJECTS + 1> m_words;
 };

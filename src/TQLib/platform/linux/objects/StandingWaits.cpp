@@ -6,9 +6,9 @@
 namespace Quellan::Platform {
 
 struct StandingWaits::Watch {
-    Watch(HANDLE watched, Impl& owner, std::shared_ptr<Waitable> waitable);
+    Watch(void* given, Impl& owner, std::shared_ptr<Waitable> waitable);
 
-    const HANDLE handle;
+    void* const context;
     Impl& impl;
     const std::shared_ptr<Waitable> object;
     ReadyBlock block;
@@ -43,8 +43,8 @@ struct StandingWaits::Impl final : ReadyList {
     WaitBlock* last TQ_GUARDED_BY(lock) = nullptr;
 };
 
-StandingWaits::Watch::Watch(HANDLE watched, Impl& owner, std::shared_ptr<Waitable> waitable)
-    : handle(watched), impl(owner), object(std::move(waitable)) {
+StandingWaits::Watch::Watch(void* given, Impl& owner, std::shared_ptr<Waitable> waitable)
+    : context(given), impl(owner), object(std::move(waitable)) {
     block.list = &owner;
     block.watch = this;
 }
@@ -53,7 +53,7 @@ StandingWaits::StandingWaits(HANDLE event) : m_impl(std::make_unique<Impl>(event
 
 StandingWaits::~StandingWaits() = default;
 
-bool StandingWaits::Begin(HANDLE handle, WatchPtr& watch) {
+bool StandingWaits::Begin(HANDLE handle, void* context, WatchPtr& watch) {
     if (!m_impl->event.Get()) return false;
     WaitTarget target;
     if (target.Open(handle) != ERROR_SUCCESS) return false;
@@ -62,17 +62,17 @@ bool StandingWaits::Begin(HANDLE handle, WatchPtr& watch) {
     if (object->Shared() || object->Rule().takesOwnership) return false;
     if (!watch || watch->object.get() != object)
         watch = WatchPtr(
-            new Watch(handle, *m_impl, std::static_pointer_cast<Waitable>(object->shared_from_this())));
+            new Watch(context, *m_impl, std::static_pointer_cast<Waitable>(object->shared_from_this())));
     watch->object->BeginWatch(watch->block);
     return true;
 }
 
-HANDLE StandingWaits::TakeReady() noexcept {
+void* StandingWaits::TakeReady() noexcept {
     const Guard guard(m_impl->lock);
     WaitBlock* const block = m_impl->first;
     if (!block) return nullptr;
     m_impl->Unlink(*block);
-    return static_cast<const Watch*>(static_cast<ReadyBlock*>(block)->watch)->handle;
+    return static_cast<const Watch*>(static_cast<ReadyBlock*>(block)->watch)->context;
 }
 
 bool StandingWaits::End(Watch& watch) noexcept {

@@ -16,7 +16,12 @@ namespace Quellan::Platform {
 
 namespace {
 
+// Of the suspend count.
 constexpr std::uint32_t HasBegun = 0x80000000;
+constexpr std::uint32_t Asleep = 0x40000000;  // beside the count: the thread sleeps until it is 0
+// Of what is known of a new thread.
+constexpr std::uint32_t Known = 1;
+constexpr std::uint32_t Wanted = 2;  // the thread sleeps until it is
 constexpr SIZE_T DefaultStack = 1 << 20;
 constexpr SIZE_T StackStep = 1 << 16;
 constexpr SIZE_T LeastUsableStack = 1 << 15;  // beside the thread's static data and the kernel's needs
@@ -144,8 +149,7 @@ DWORD Thread::Start(SIZE_T stackSize) noexcept {
     clockid_t clock = 0;
     pthread_getcpuclockid(native, &clock);
     Register(static_cast<DWORD>(~(clock >> 3)));
-    m_known = 1;
-    FutexWake(&m_known, 1, Reach::Process);
+    if (m_known.exchange(Known) == Wanted) FutexWake(&m_known, 1, Reach::Process);
     return ERROR_SUCCESS;
 }
 
@@ -233,8 +237,10 @@ void Thread::AtThreadEnd(void* thread) noexcept {
 }
 
 void Thread::End() noexcept {
-    while (m_function && m_known == 0)
-        FutexWait(m_known, 0, Never, Reach::Process);
+    std::uint32_t unknown = 0;
+    if (m_function && m_known.compare_exchange_strong(unknown, Wanted))
+        while (m_known == Wanted)
+            FutexWait(m_known, Wanted, Never, Reach::Process);
     const std::shared_ptr<Thread> alive = std::move(m_self);
     {
         const Guard lock(s_mapLock);
@@ -243,7 +249,7 @@ void Thread::End() noexcept {
     SetToken(nullptr);
     m_seat.Leave();
     m_messages.Close();
-    m_waiter.AbandonOwned();
+    m_waiter.End();
     {
         const Guard lock(m_timesLock);
         ReadOwnProcessorTimes(m_times);
@@ -253,18 +259,19 @@ void Thread::End() noexcept {
     m_exitCode.store(m_result, std::memory_order_release);
     t_current = nullptr;
     Signal();
+    WithoutFork::GiveUpPlace();
 }
 
 void Thread::WaitForStart() noexcept {
     for (std::uint32_t count = m_suspended;;) {
-        if (count == 0) {
-            if (!m_suspended.compare_exchange_strong(count, HasBegun)) continue;
+        const bool isLetGo = (count & ~Asleep) == 0;
+        if (isLetGo || !(count & Asleep)) {
+            if (!m_suspended.compare_exchange_strong(count, isLetGo ? HasBegun : count | Asleep)) continue;
             TellAcquired(&m_suspended);
-            return;
-        } else {
-            FutexWait(m_suspended, count, Never, Reach::Process);
-            count = m_suspended;
+            if (isLetGo) return;
         }
+        FutexWait(m_suspended, count | Asleep, Never, Reach::Process);
+        count = m_suspended;
     }
 }
 
@@ -293,10 +300,10 @@ DWORD Thread::Resume(DWORD& previous) noexcept {
     TellReleased(&m_suspended);
     std::uint32_t count = m_suspended;
     do {
-        previous = count == HasBegun ? 0 : count;
+        previous = count == HasBegun ? 0 : count & ~Asleep;
         if (previous == 0) return ERROR_SUCCESS;
     } while (!m_suspended.compare_exchange_weak(count, count - 1));
-    if (previous == 1) FutexWake(&m_suspended, 1, Reach::Process);
+    if (previous == 1 && count & Asleep) FutexWake(&m_suspended, 1, Reach::Process);
     return ERROR_SUCCESS;
 }
 
@@ -304,10 +311,10 @@ DWORD Thread::Suspend(DWORD& previous) noexcept {
     std::uint32_t count = m_suspended;
     do {
         // Not suspended means on its way to its function, if not there already.
-        if (count == HasBegun || count == 0) return ERROR_NOT_SUPPORTED;
-        if (count == MAXIMUM_SUSPEND_COUNT) return ERROR_SIGNAL_REFUSED;
+        previous = count & ~Asleep;
+        if (count == HasBegun || previous == 0) return ERROR_NOT_SUPPORTED;
+        if (previous == MAXIMUM_SUSPEND_COUNT) return ERROR_SIGNAL_REFUSED;
     } while (!m_suspended.compare_exchange_weak(count, count + 1));
-    previous = count;
     return ERROR_SUCCESS;
 }
 

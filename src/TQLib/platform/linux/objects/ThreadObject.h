@@ -83,7 +83,7 @@ class Thread : public Waitable {
     const std::shared_ptr<const OwnIdentity> m_ownIdentity = OwnIdentityForNewThread();
     void* const m_parameter;
     Word m_id{0};
-    Word m_suspended;  // a count, or HasBegun
+    Word m_suspended;  // a count, perhaps with Asleep, or HasBegun
     std::jmp_buf m_exit;
     std::atomic<int> m_priority{THREAD_PRIORITY_NORMAL};
     std::atomic<bool> m_reniced{false};  // by the thread that made it, at first

@@ -39,23 +39,40 @@ void WakeList::TellAll() noexcept {
 }
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::uint32_t value)
-    : Object(kind), m_rule(rule), m_word(NewSignalWord(WithValue(0, value))), m_state(*m_word) {
+    : Object(kind), m_rule(rule), m_line(NewSignalLine(value)), m_state(m_line->word) {
     TellOwnMemory(this, sizeof *this);
 }
 
 Waitable::Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared)
-    : Object(kind), m_rule(rule), m_word(NewSignalWord(0)), m_state(*m_word), m_shared(std::move(shared)) {
+    : Object(kind),
+      m_rule(rule),
+      m_line(NewSignalLine(0)),
+      m_state(m_line->word),
+      m_shared(std::move(shared)) {
     TellOwnMemory(this, sizeof *this);
 }
 
-Waitable::~Waitable() = default;
+// Those who still have a place in the queue keep it for nothing.
+Waitable::~Waitable() {
+    const Hold hold(*this);
+    while (WaitBlock* const block = m_line->first)
+        Dequeue(*block);
+    const std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    const std::uint64_t next = (state & SignalTag) + SignalFlags + 1;
+    m_state.store((next & SignalTag) | (state & Held), std::memory_order_relaxed);
+}
 
-const SignalWord* Waitable::WordToLookAt() const noexcept {
-    return m_shared || m_rule.takesOwnership ? nullptr : &m_state;
+SignalWay Waitable::WayFor(DWORD access) const noexcept {
+    if (m_shared || m_rule.takesOwnership) return {};
+    const std::uint64_t tag = m_state.load(std::memory_order_relaxed) & SignalTag;
+    SignalWay way{m_line.get(), static_cast<std::uint32_t>(tag)};
+    if (access & SYNCHRONIZE) way.tagAndUses |= SignalWay::Wait;
+    if (m_rule.takesOne) way.tagAndUses |= SignalWay::TakeOne;
+    return way;
 }
 
 DWORD Waitable::Signal() noexcept {
-    TellReleased(this);
+    TellReleased(&m_state);
     if (m_shared) return m_shared->Signal();
     std::uint64_t state = m_state.load(std::memory_order_relaxed);
     while (!(state & Flags))
@@ -68,7 +85,7 @@ DWORD Waitable::Signal() noexcept {
 }
 
 void Waitable::Signal(WakeList& wakes) noexcept {
-    TellReleased(this);
+    TellReleased(&m_state);
     const Hold hold(*this);
     SetValue(1);
     Dispatch(wakes);
@@ -87,7 +104,7 @@ DWORD Waitable::Reset() noexcept {
 }
 
 DWORD Waitable::Add(std::uint32_t count, std::uint32_t maximum, LONG* previous) noexcept {
-    TellReleased(this);
+    TellReleased(&m_state);
     std::uint32_t value;
     if (m_shared) {
         if (DWORD code = m_shared->Add(count, value)) return code;
@@ -120,14 +137,15 @@ void Waitable::Abandon() noexcept {
 }
 
 DWORD Waitable::Free(bool abandoned) noexcept {
-    TellReleased(this);
+    TellReleased(&m_state);
     if (m_shared) {
-        m_state.store(0, std::memory_order_release);
+        SetUnheldValue(0);
         return m_shared->Free(abandoned);
     }
     std::uint64_t state = m_state.load(std::memory_order_relaxed);
     while (!(state & Flags) && !abandoned)
-        if (m_state.compare_exchange_weak(state, 0, std::memory_order_release, std::memory_order_relaxed))
+        if (m_state.compare_exchange_weak(state, WithValue(state, 0), std::memory_order_release,
+                                          std::memory_order_relaxed))
             return ERROR_SUCCESS;
     WakeList wakes;
     const Hold hold(*this);
@@ -140,7 +158,7 @@ DWORD Waitable::Free(bool abandoned) noexcept {
 bool Waitable::BelongsInFork(DWORD owner) noexcept {
     if (m_shared) {
         m_depth = 0;
-        m_state.store(0, std::memory_order_relaxed);
+        SetUnheldValue(0);
         return false;
     }
     m_state.store(WithValue(m_state.load(std::memory_order_relaxed), owner), std::memory_order_relaxed);
@@ -148,7 +166,7 @@ bool Waitable::BelongsInFork(DWORD owner) noexcept {
 }
 
 void Waitable::Own(Waiter& waiter) noexcept {
-    m_state.store(WithValue(0, GetCurrentThreadId()), std::memory_order_release);
+    SetUnheldValue(GetCurrentThreadId());
     m_depth = 1;
     waiter.AddOwned(*this);
 }
@@ -175,7 +193,7 @@ bool Waitable::IsSignalledFor(DWORD thread) const noexcept {
 
 std::optional<DWORD> Waitable::TryTake(Waiter* waiter) noexcept {
     const std::optional<DWORD> taken = TakeAtOnce(waiter);
-    if (taken) TellAcquired(this);
+    if (taken) TellAcquired(&m_state);
     return taken;
 }
 
@@ -215,6 +233,17 @@ void Waitable::SetValue(std::uint32_t value) noexcept {
     m_state.store(WithValue(m_state.load(std::memory_order_relaxed), value), std::memory_order_release);
 }
 
+// For a value that has one writer. One who was too late for the last use of the line may hold it.
+void Waitable::SetUnheldValue(std::uint32_t value) noexcept {
+    std::uint64_t state = m_state.load(std::memory_order_relaxed);
+    for (Backoff backoff;; backoff.Pause()) {
+        state &= ~Held;
+        if (m_state.compare_exchange_weak(state, WithValue(state, value), std::memory_order_release,
+                                          std::memory_order_relaxed))
+            return;
+    }
+}
+
 DWORD Waitable::AbandonedFlag() const noexcept {
     return m_state.load(std::memory_order_relaxed) & Abandoned ? WAIT_ABANDONED_0 : 0;
 }
@@ -237,53 +266,61 @@ void Waitable::Join() noexcept {
              backoff.Pause())
             state &= ~Held;
     }
-    ForgetParents();
+    ForgetParents(*m_line);
 }
 
 void Waitable::Part() noexcept {
     if (--m_joins == 0) m_state.fetch_and(~Joined, std::memory_order_release);
 }
 
-void Waitable::ForgetParents() noexcept {
-    if (m_generation == ForkGeneration()) return;
-    m_generation = ForkGeneration();
-    for (WaitBlock *block = m_first, *next; block; block = next) {
+void Waitable::ForgetParents(SignalLine& line) noexcept {
+    if (line.generation == ForkGeneration()) return;
+    line.generation = ForkGeneration();
+    for (WaitBlock *block = line.first, *next; block; block = next) {
         next = block->next;
-        if (block->waiter) Dequeue(*block);
+        if (!block->waiter) continue;
+        Unlink(line, *block);
+        block->queued = false;
     }
 }
 
-void Waitable::Enqueue(WaitBlock& block) noexcept {
-    block.queued = true;
+void Waitable::Enqueue(SignalLine& line, WaitBlock& block) noexcept {
+    block.queued.store(true, std::memory_order_relaxed);
     block.next = nullptr;
-    block.previous = m_last;
-    (m_last ? m_last->next : m_first) = &block;
-    m_last = &block;
-    m_state.store(m_state.load(std::memory_order_relaxed) | Queued, std::memory_order_relaxed);
+    block.previous = line.last;
+    (line.last ? line.last->next : line.first) = &block;
+    line.last = &block;
+    line.word.store(line.word.load(std::memory_order_relaxed) | Queued, std::memory_order_relaxed);
 }
 
 void Waitable::EnqueueFirst(WaitBlock& block) noexcept {
-    block.queued = true;
+    SignalLine& line = *m_line;
+    block.queued.store(true, std::memory_order_relaxed);
     block.previous = nullptr;
-    block.next = m_first;
-    (m_first ? m_first->previous : m_last) = &block;
-    m_first = &block;
+    block.next = line.first;
+    (line.first ? line.first->previous : line.last) = &block;
+    line.first = &block;
     m_state.store(m_state.load(std::memory_order_relaxed) | Queued, std::memory_order_relaxed);
 }
 
+void Waitable::Unlink(SignalLine& line, WaitBlock& block) noexcept {
+    (block.previous ? block.previous->next : line.first) = block.next;
+    (block.next ? block.next->previous : line.last) = block.previous;
+    if (!line.first)
+        line.word.store(line.word.load(std::memory_order_relaxed) & ~Queued, std::memory_order_relaxed);
+}
+
 void Waitable::Dequeue(WaitBlock& block) noexcept {
-    if (!block.queued) return;
-    block.queued = false;
-    (block.previous ? block.previous->next : m_first) = block.next;
-    (block.next ? block.next->previous : m_last) = block.previous;
-    if (!m_first) m_state.store(m_state.load(std::memory_order_relaxed) & ~Queued, std::memory_order_relaxed);
+    if (!block.queued.load(std::memory_order_relaxed)) return;
+    Unlink(*m_line, block);
+    block.queued.store(false, std::memory_order_release);
 }
 
 // Hands the object on, first come, first served, for as long as it stays signalled.
 void Waitable::Dispatch(WakeList& wakes) noexcept {
     WaitBlock* next;
-    for (WaitBlock* block = m_first; block && IsSignalledFor(block->waiter ? block->waiter->m_thread : 0);
-         block = next) {
+    for (WaitBlock* block = m_line->first;
+         block && IsSignalledFor(block->waiter ? block->waiter->m_thread : 0); block = next) {
         next = block->next;
         if (block->waiter) {
             block->waiter->Offer(*this, *block, wakes);
@@ -296,7 +333,7 @@ void Waitable::Dispatch(WakeList& wakes) noexcept {
 
 void Waitable::HandOver(ReadyBlock& block, WakeList& wakes) noexcept {
     TakeFor(0);
-    TellAcquired(this);
+    TellAcquired(&m_state);
     block.list->Push(block, wakes);
 }
 
@@ -316,6 +353,7 @@ void Waitable::EndWatch(ReadyBlock& block) noexcept {
 
 // The object is held. Once the word is an outcome the waiter may be gone: nothing of it is touched then.
 void Waiter::Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept {
+    if (block.kept) return OfferKept(object, block, wakes);
     if (m_mode == Mode::Look) return Poke(wakes);
     if (m_mode == Mode::One) {
         const DWORD thread = m_thread;
@@ -347,6 +385,26 @@ Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
             continue;
         if (word == Sleeping) wakes.Add(*this);
         return choosing ? Claim::Busy : Claim::Done;
+    }
+}
+
+void Waiter::OfferKept(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept {
+    Waitable::Unlink(*object.m_line, block);
+    if (TryClaimKept(block.index, wakes)) object.TakeFor(0);
+    block.queued.store(false, std::memory_order_release);
+}
+
+// What changes nothing is a change too: a thread that begins its wait after it sees that the object is held.
+bool Waiter::TryClaimKept(DWORD outcome, WakeList& wakes) noexcept {
+    m_senderCore.store(sched_getcpu(), std::memory_order_relaxed);
+    for (std::uint32_t word = KeptSleeping;;) {
+        const std::uint32_t next = word == KeptSleeping ? outcome | Granted : outcome;
+        if (m_word.compare_exchange_strong(word, next, std::memory_order_acq_rel)) {
+            if (next & Granted) wakes.Add(*this);
+            return true;
+        }
+        if (word != KeptWaiting) word = m_word.fetch_or(0, std::memory_order_acq_rel);
+        if (word != KeptWaiting && word != KeptSleeping) return false;
     }
 }
 
@@ -395,7 +453,7 @@ void Waiter::Prepare(Mode mode, std::span<Waitable* const> objects) noexcept {
 
 // Enters the list of owned mutexes what a wait has just been handed.
 void Waiter::Adopt(Waitable& object) noexcept {
-    TellAcquired(&object);
+    TellAcquired(&object.m_state);
     if (object.Rule().takesOwnership) AddOwned(object);
 }
 
@@ -423,6 +481,96 @@ DWORD Waiter::WaitForAny(std::span<Waitable* const> objects, Deadline deadline) 
     }
     if (outcome == TimedOut) return WAIT_TIMEOUT;
     Adopt(*objects[taken]);
+    return outcome;
+}
+
+bool Waiter::Keep(std::span<const HANDLE> handles) noexcept {
+    DropKept();
+    if (!m_kept && !(m_kept = std::unique_ptr<Kept>(new (std::nothrow) Kept))) return false;
+    for (std::size_t i = 0; i < handles.size(); ++i) {
+        KeptBlock& block = m_kept->blocks[i];
+        block.way = FindWay(handles[i]);
+        if (!block.way.May(SignalWay::Wait)) return false;
+        block.handle = KnownHandle(handles[i]);
+        block.waiter = this;
+        block.index = static_cast<std::uint32_t>(i);
+        block.kept = true;
+        m_kept->handles[i] = handles[i];
+    }
+    m_keptCount = handles.size();
+    return true;
+}
+
+void Waiter::DropKept() noexcept {
+    for (std::size_t i = std::exchange(m_keptCount, 0); i-- > 0;) {
+        KeptBlock& block = m_kept->blocks[i];
+        if (!block.queued.load(std::memory_order_acquire)) continue;
+        const LineHold hold(*block.way.line);
+        if (!block.queued.load(std::memory_order_relaxed)) continue;
+        Waitable::Unlink(*block.way.line, block);
+        block.queued.store(false, std::memory_order_relaxed);
+    }
+}
+
+// In a wait that has begun: takes the thread's place in the queue of an object that is not signalled, unless it
+// still has it. Ended: by this object or another one.
+Waiter::Place Waiter::TakePlace(std::size_t index) noexcept {
+    KeptBlock& block = m_kept->blocks[index];
+    SignalLine& line = *block.way.line;
+    const LineHold hold(line);
+    const std::uint64_t state = line.word.load(std::memory_order_relaxed);
+    if (!block.way.IsCurrent(state)) return Place::Gone;
+    if (SignalValue(state) == 0) {
+        if (!block.queued.load(std::memory_order_relaxed)) Waitable::Enqueue(line, block);
+        return Place::Stands;
+    }
+    std::uint32_t word = KeptWaiting;
+    if (m_word.compare_exchange_strong(word, static_cast<std::uint32_t>(index), std::memory_order_acq_rel) &&
+        block.way.May(SignalWay::TakeOne))
+        line.word.store(state - (std::uint64_t{1} << 32), std::memory_order_release);
+    return Place::Ended;
+}
+
+// From the exchange on, whoever signals one of the objects finds the thread waiting, or it finds the object
+// signalled or held.
+std::optional<DWORD> Waiter::WaitForAnyKept(std::span<const HANDLE> handles, DWORD ms) noexcept {
+    if (!Keeps(handles) && !Keep(handles)) return std::nullopt;
+    const Deadline deadline = DeadlineAfter(ms);
+    m_word.exchange(KeptWaiting, std::memory_order_seq_cst);
+    const std::span blocks = std::span(m_kept->blocks).first(m_keptCount);
+    const auto valueOf = [&](std::size_t i) {
+        return SignalValue(blocks[i].way.line->word.load(std::memory_order_seq_cst));
+    };
+    Place place = Place::Stands;
+    for (std::size_t i = 0; i < blocks.size() && place == Place::Stands; ++i) {
+        const KeptBlock& block = blocks[i];
+        if (!block.handle.IsOpen(handles[i])) {
+            place = Place::Gone;
+            break;
+        }
+        const std::uint64_t state = block.way.line->word.load(std::memory_order_seq_cst);
+        if (!(state & (Waitable::Held | Waitable::Joined)) && SignalValue(state) == 0 &&
+            block.queued.load(std::memory_order_acquire))
+            continue;
+        // Whoever signalled this one may have signalled an earlier one before, after that was looked at.
+        std::size_t first = 0;
+        while (first < i && (SignalValue(state) == 0 || valueOf(first) == 0))
+            ++first;
+        place = TakePlace(first);
+        if (first != i && place == Place::Stands) --i;  // it was taken by somebody else
+    }
+    std::uint32_t word = KeptWaiting;
+    if (place == Place::Gone) {
+        const bool isEnded = !m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
+        DropKept();
+        if (!isEnded) return std::nullopt;
+    } else if (place == Place::Stands && !Sleep(deadline)) {
+        word = KeptSleeping;
+        m_word.compare_exchange_strong(word, TimedOut, std::memory_order_acq_rel);
+    }
+    const std::uint32_t outcome = Outcome();
+    if (outcome == TimedOut) return WAIT_TIMEOUT;
+    TellAcquired(&blocks[outcome].way.line->word);
     return outcome;
 }
 
@@ -489,6 +637,7 @@ bool Waiter::Spin() noexcept {
     Deadline now = Now();
     const Deadline end = now + (m_isHandedAcross ? LongestSpin : LongYield);
     bool granted = false;
+    unsigned yields = 0;
     while (!granted && now < end) {
         for (unsigned i = 0; i < pauses && !granted; ++i) {
             Compiler::Pause();
@@ -496,11 +645,14 @@ bool Waiter::Spin() noexcept {
         }
         if (granted) break;
         sched_yield();
+        ++yields;
         granted = HasEnded();
         const Deadline before = std::exchange(now, Now());
         if (now - before >= LongYield) break;
     }
-    const bool worthIt = granted && now < end;
+    // On one core the first yield may take as long as the sender needs: to begin a thread, say. No sleep is
+    // shorter.
+    const bool worthIt = granted && (now < end || (yields == 1 && pauses == 0));
     m_spinFailures = worthIt ? 0 : std::min(m_spinFailures + 1, MostFailures);
     m_waitsWithoutSpin = worthIt ? 0 : 1u << m_spinFailures;
     if (granted) NoteSender();
@@ -510,8 +662,10 @@ bool Waiter::Spin() noexcept {
 // The word may still be Sleeping when the time is over.
 bool Waiter::Sleep(Deadline deadline) noexcept {
     if (Spin()) return true;
-    std::uint32_t word = Waiting;
-    m_word.compare_exchange_strong(word, Sleeping, std::memory_order_acq_rel);
+    std::uint32_t word = m_word.load(std::memory_order_relaxed);
+    if (word == Waiting || word == KeptWaiting)
+        m_word.compare_exchange_strong(word, word == Waiting ? Sleeping : KeptSleeping,
+                                       std::memory_order_acq_rel);
     while ((word = m_word.load(std::memory_order_acquire)) >= Outcomes)
         if (FutexWait(m_word, word, word & Granted ? Never : deadline, Reach::Process) == ETIMEDOUT)
             return false;
@@ -541,9 +695,17 @@ void Waiter::EndWait(DWORD outcome, WakeList& wakes) noexcept {
     if (word == Sleeping) wakes.Add(*this);
 }
 
+void Waiter::Owned::Untie() const noexcept {
+    if (memory) SharedObject::TieOf(*memory).Untie();
+}
+
 bool Waiter::MakeRoom(std::size_t count) noexcept {
     if (m_owned.size() + count <= m_owned.capacity()) return true;
-    std::erase_if(m_owned, [](const Owned& owned) { return owned.alive.expired(); });
+    std::erase_if(m_owned, [](const Owned& owned) {
+        const bool isGone = owned.alive.expired();
+        if (isGone) owned.Untie();
+        return isGone;
+    });
     try {
         m_owned.reserve(2 * (m_owned.size() + count));
         return true;
@@ -553,7 +715,8 @@ bool Waiter::MakeRoom(std::size_t count) noexcept {
 }
 
 void Waiter::AddOwned(Waitable& mutex) noexcept {
-    m_owned.push_back({&mutex, mutex.weak_from_this()});
+    m_owned.push_back({&mutex, mutex.weak_from_this(),
+                       mutex.Shared() ? mutex.Shared()->Memory() : SharedObject::Mapping()});
 }
 
 void Waiter::RemoveOwned(const Waitable& mutex) noexcept {
@@ -564,13 +727,17 @@ void Waiter::RemoveOwned(const Waitable& mutex) noexcept {
     m_owned.pop_back();
 }
 
-void Waiter::AbandonOwned() noexcept {
-    for (const Owned& owned : std::exchange(m_owned, {}))
+void Waiter::End() noexcept {
+    DropKept();
+    for (const Owned& owned : std::exchange(m_owned, {})) {
         if (const auto mutex = owned.alive.lock()) mutex->Abandon();
+        owned.Untie();
+    }
 }
 
 void Waiter::BecomeInFork(DWORD id) noexcept {
     m_thread = id;
+    DropKept();
     std::erase_if(m_owned, [&](const Owned& owned) {
         const auto mutex = owned.alive.lock();
         return !mutex || !mutex->BelongsInFork(id);
@@ -605,8 +772,7 @@ DWORD WaitOrRefuse(std::span<Waitable* const> objects, bool all, DWORD ms, DWORD
         }
     }
     status = WAIT_TIMEOUT;
-    // A shared mutex may turn out to be abandoned when it is looked at more closely.
-    if (ms == 0 && !(shared && mutexes != 0)) return ERROR_SUCCESS;
+    if (ms == 0) return ERROR_SUCCESS;
     if (!waiter && !(waiter = CurrentWaiter())) return ERROR_NOT_ENOUGH_MEMORY;
     status = shared ? waiter->WaitForAnyShared(objects, ms) : waiter->WaitForAny(objects, DeadlineAfter(ms));
     return ERROR_SUCCESS;

@@ -20,8 +20,10 @@
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/base/HandleTable.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
+#include "TQLib/platform/linux/objects/SharedObject.h"
 #include "TQLib/platform/linux/objects/Waits.h"
 
+#include <algorithm>
 #include <array>
 #include <optional>
 #include <span>
@@ -29,7 +31,6 @@
 
 namespace Quellan::Platform {
 
-class SharedObject;
 class Waiter;
 
 // What being taken by a wait does to an object: one of these is all that tells the kinds apart.
@@ -47,7 +48,20 @@ struct WaitBlock {
     WaitBlock* next = nullptr;
     Waiter* waiter = nullptr;  // null: a ReadyBlock
     std::uint32_t index = 0;   // of the object in the thread's wait
-    bool queued = false;
+    bool kept = false;         // a KeptBlock
+    std::atomic<bool> queued = false;
+};
+
+// A place in a queue that stays from one wait of a thread to its next, which mostly is for the same objects.
+// The thread does not keep the object alive; it knows by the handle, and by the tag of the line, whether it
+// still is the same.
+//
+// Whoever signals the object takes the block out, whether the thread is in that wait or not; if it is not, the
+// signal stays. He clears `queued` last, while he holds the object; and the thread, whose wait has begun by
+// then, believes `queued` only where nobody holds the object.
+struct KeptBlock : WaitBlock {
+    KnownHandle handle;
+    SignalWay way;
 };
 
 class WakeList;
@@ -94,6 +108,19 @@ class WakeList {
     Waiter* m_last = nullptr;
 };
 
+// Guards what a line stands for, for its scope.
+class LineHold {
+  public:
+    explicit LineHold(SignalLine& line) noexcept;
+    LineHold(const LineHold&) = delete;
+    LineHold& operator=(const LineHold&) = delete;
+    ~LineHold();
+
+  private:
+    const WithoutFork m_withoutFork;
+    SignalLine& m_line;
+};
+
 // The base of all objects that can be waited on. For several threads.
 class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
   public:
@@ -102,7 +129,7 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // Null for an object of this process alone.
     SharedObject* Shared() const noexcept { return m_shared.get(); }
     const WaitRule& Rule() const noexcept { return m_rule; }
-    const SignalWord* WordToLookAt() const noexcept override;
+    SignalWay WayFor(DWORD access) const noexcept override;
 
     // Sets the value to one: for events, and for the end of a thread. This, and what gives a code below, may
     // fail for an object that processes share, as SharedObject says.
@@ -139,25 +166,27 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     Waitable(const ObjectKind& kind, const WaitRule& rule, std::unique_ptr<SharedObject>&& shared);
 
   private:
+    friend class LineHold;
     friend class Waiter;
-    class Hold;
+    struct Hold;
 
-    // The lower half of the state holds flags, the upper half the value. Of a shared mutex only the value is
-    // used: its owner, when that is a thread of this process.
-    static constexpr std::uint64_t Held = 1;       // by a Hold
-    static constexpr std::uint64_t Queued = 2;     // somebody waits
+    // The lower half of the state holds flags and the line's tag, the upper half the value. Of a shared mutex
+    // only the value is used: its owner, when that is a thread of this process.
+    static constexpr std::uint64_t Held = 1;       // by a LineHold
+    static constexpr std::uint64_t Queued = 2;     // somebody waits, or has a place
     static constexpr std::uint64_t Joined = 4;     // guarded by JoinedLock instead of Held
     static constexpr std::uint64_t Abandoned = 8;  // a mutex without owner, and the last one ended
-    static constexpr std::uint64_t Flags = 0xFFFFFFFF;
+    static constexpr std::uint64_t Flags = SignalFlags;
 
     static constexpr std::uint64_t WithValue(std::uint64_t state, std::uint32_t value) noexcept {
-        return (state & Flags) | std::uint64_t{value} << 32;
+        return (state & (Flags | SignalTag)) | std::uint64_t{value} << 32;
     }
 
     bool IsSignalledFor(DWORD thread) const noexcept;
     bool IsOwnedBy(DWORD thread) const noexcept;
     std::uint32_t Value() const noexcept { return SignalValue(m_state.load(std::memory_order_relaxed)); }
     void SetValue(std::uint32_t value) noexcept;
+    void SetUnheldValue(std::uint32_t value) noexcept;
     // The outcome's part that tells of an owner that ended.
     DWORD AbandonedFlag() const noexcept;
     std::optional<DWORD> TakeAtOnce(Waiter* waiter) noexcept;
@@ -165,10 +194,12 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     // For each wait for all.
     void Join() noexcept TQ_REQUIRES(JoinedLock);
     void Part() noexcept TQ_REQUIRES(JoinedLock);
-    // The object is held, or joined under JoinedLock. Threads of the parent may stand in the queue, and what
-    // is handed to them is lost.
-    void ForgetParents() noexcept;
-    void Enqueue(WaitBlock& block) noexcept;
+    // The line is held, or joined under JoinedLock. Threads of the parent may stand in the queue, and what is
+    // handed to them is lost.
+    static void ForgetParents(SignalLine& line) noexcept;
+    static void Enqueue(SignalLine& line, WaitBlock& block) noexcept;
+    static void Unlink(SignalLine& line, WaitBlock& block) noexcept;
+    void Enqueue(WaitBlock& block) noexcept { Enqueue(*m_line, block); }
     void EnqueueFirst(WaitBlock& block) noexcept;
     void Dequeue(WaitBlock& block) noexcept;
     void Dispatch(WakeList& wakes) noexcept;
@@ -176,51 +207,44 @@ class Waitable : public Object, public std::enable_shared_from_this<Waitable> {
     DWORD Free(bool abandoned) noexcept;
 
     const WaitRule& m_rule;
-    const SignalWordOwner m_word;
+    const SignalLineOwner m_line;
     SignalWord& m_state;
     std::uint32_t m_depth = 0;  // of the owner's acquisitions; touched by the owner, or on its behalf
-    WaitBlock* m_first = nullptr;
-    WaitBlock* m_last = nullptr;
     std::uint32_t m_joins TQ_GUARDED_BY(JoinedLock) = 0;  // waits for all it takes part in
-    std::uint32_t m_generation = ForkGeneration();        // of the process whose threads are in the queue
     const std::unique_ptr<SharedObject> m_shared;
 };
 
-// Guards an object for its scope.
-class Waitable::Hold {
-  public:
-    explicit Hold(Waitable& object) noexcept TQ_NOT_ANALYSED : m_object(object) {
-        HeldObject();
-        for (Backoff backoff;; backoff.Pause()) {
-            std::uint64_t state = object.m_state.load(std::memory_order_relaxed);
-            if (state & Joined) {
-                JoinedLock.lock();
-                if (object.m_state.load(std::memory_order_relaxed) & Joined) break;
-                JoinedLock.unlock();  // the last wait for all has just left
-                continue;
-            }
-            if (!(state & Held) &&
-                object.m_state.compare_exchange_weak(state, state | Held, std::memory_order_acquire,
-                                                     std::memory_order_relaxed))
-                break;
-        }
-        object.ForgetParents();
-    }
-    Hold(const Hold&) = delete;
-    Hold& operator=(const Hold&) = delete;
-    ~Hold() TQ_NOT_ANALYSED {
-        LeftObject();
-        const std::uint64_t state = m_object.m_state.load(std::memory_order_relaxed);
-        if (state & Joined)
-            JoinedLock.unlock();
-        else
-            m_object.m_state.store(state & ~Held, std::memory_order_release);
-    }
-
-  private:
-    const WithoutFork m_withoutFork;
-    Waitable& m_object;
+struct Waitable::Hold : LineHold {
+    explicit Hold(Waitable& object) noexcept : LineHold(*object.m_line) {}
 };
+
+inline LineHold::LineHold(SignalLine& line) noexcept TQ_NOT_ANALYSED : m_line(line) {
+    SignalWord& word = line.word;
+    HeldObject();
+    for (Backoff backoff;; backoff.Pause()) {
+        std::uint64_t state = word.load(std::memory_order_relaxed);
+        if (state & Waitable::Joined) {
+            JoinedLock.lock();
+            if (word.load(std::memory_order_relaxed) & Waitable::Joined) break;
+            JoinedLock.unlock();  // the last wait for all has just left
+            continue;
+        }
+        if (!(state & Waitable::Held) &&
+            word.compare_exchange_weak(state, state | Waitable::Held, std::memory_order_acquire,
+                                       std::memory_order_relaxed))
+            break;
+    }
+    Waitable::ForgetParents(line);
+}
+
+inline LineHold::~LineHold() TQ_NOT_ANALYSED {
+    LeftObject();
+    const std::uint64_t state = m_line.word.load(std::memory_order_relaxed);
+    if (state & Waitable::Joined)
+        JoinedLock.unlock();
+    else
+        m_line.word.store(state & ~Waitable::Held, std::memory_order_release);
+}
 
 // A thread as the engine sees it: what it waits for and the mutexes it owns.
 class Waiter {
@@ -234,6 +258,14 @@ class Waiter {
     // Waits for one of the objects, or for all of them, none of which comes twice. The status is what the
     // platform's waits return.
     DWORD WaitForAny(std::span<Waitable* const> objects, Deadline deadline) noexcept;
+    // The same for objects that may be waited for without being used, and in which the thread's places stay.
+    // Nothing where one of the handles is of another kind or invalid, or there is no memory for the places.
+    std::optional<DWORD> WaitForAnyKept(std::span<const HANDLE> handles, DWORD ms) noexcept;
+    // Whether the thread has places for just these.
+    bool Keeps(std::span<const HANDLE> handles) const noexcept {
+        return handles.size() == m_keptCount &&
+               std::equal(handles.begin(), handles.end(), m_kept->handles.begin());
+    }
     DWORD WaitForAll(std::span<Waitable* const> objects, DWORD ms) noexcept;
     DWORD WaitForAnyShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
     DWORD WaitForAllShared(std::span<Waitable* const> objects, DWORD ms) noexcept;
@@ -249,8 +281,8 @@ class Waiter {
     bool MakeRoom(std::size_t count) noexcept;
     void AddOwned(Waitable& mutex) noexcept;
     void RemoveOwned(const Waitable& mutex) noexcept;
-    // At the end of the thread, on the thread itself.
-    void AbandonOwned() noexcept;
+    // At the end of the thread, on the thread itself: its mutexes are abandoned, and it stands in no queue.
+    void End() noexcept;
     // In the child of a fork, where the thread has another id: it still owns the mutexes of the process, and
     // none that it shares with the parent.
     void BecomeInFork(DWORD id) noexcept;
@@ -266,22 +298,46 @@ class Waiter {
     };
 
     // Values of the word; those below are outcomes of a wait. With Granted a sleeper will be told of the
-    // rest, and must not leave before.
-    enum : std::uint32_t { Outcomes = 0x100, Waiting, Sleeping, Choosing, LookAgain, TimedOut };
+    // rest, and must not leave before. Only a wait in which places stay is ended through one of them.
+    enum : std::uint32_t {
+        Outcomes = 0x100,
+        Waiting,
+        Sleeping,
+        KeptWaiting,
+        KeptSleeping,
+        Choosing,
+        LookAgain,
+        TimedOut
+    };
     static constexpr std::uint32_t Granted = 0x200;
 
     enum class Claim { Done, Refused, Busy };
 
-    // An owned mutex does not live by being owned.
+    // An owned mutex does not live by being owned. What the kernel knows of one that processes share does.
     struct Owned {
+        void Untie() const noexcept;
+
         Waitable* mutex;
         std::weak_ptr<Waitable> alive;
+        SharedObject::Mapping memory;
     };
 
     struct SharedSleep;
 
+    // Made when the thread first needs them.
+    struct Kept {
+        std::array<HANDLE, MAXIMUM_WAIT_OBJECTS> handles;
+        std::array<KeptBlock, MAXIMUM_WAIT_OBJECTS> blocks;
+    };
+
     void Offer(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept;
     Claim TryClaim(DWORD outcome, WakeList& wakes) noexcept;
+    void OfferKept(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept;
+    bool TryClaimKept(DWORD outcome, WakeList& wakes) noexcept;
+    bool Keep(std::span<const HANDLE> handles) noexcept;
+    void DropKept() noexcept;
+    enum class Place { Stands, Ended, Gone };
+    Place TakePlace(std::size_t index) noexcept;
     void Poke(WakeList& wakes) noexcept;
     bool ClaimForSelf(Waitable& object, std::size_t index) noexcept;
     bool HasEnded() const noexcept { return m_word.load(std::memory_order_acquire) < Outcomes; }
@@ -305,6 +361,8 @@ class Waiter {
     DWORD m_thread = 0;
     std::vector<Owned> m_owned;
     std::array<WaitBlock, MAXIMUM_WAIT_OBJECTS> m_blocks;
+    std::size_t m_keptCount = 0;
+    std::unique_ptr<Kept> m_kept;
 };
 
 // The calling thread's; null when there is no memory for it.

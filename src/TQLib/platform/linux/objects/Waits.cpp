@@ -10,7 +10,7 @@ namespace Quellan::Platform {
 
 namespace {
 
-// Most waits that end at once do so here, and only the object they take is ever in use.
+// Most waits that end at once do so here, without the use of an object.
 bool LookForSignal(DWORD count, const HANDLE* handles, DWORD ms, DWORD& status) noexcept {
     if (count == 0 || count > MostLooks || !handles) return false;
     std::size_t index = 0;
@@ -18,13 +18,9 @@ bool LookForSignal(DWORD count, const HANDLE* handles, DWORD ms, DWORD& status) 
         case Sight::Nothing:
             status = WAIT_TIMEOUT;
             return ms == 0;
-        case Sight::Signalled: {
-            WaitTarget target;
-            if (target.Open(handles[index]) != ERROR_SUCCESS || target.Get()->Rule().takesOwnership)
-                return false;
+        case Sight::Signalled:
             status = static_cast<DWORD>(index);
-            return target.Get()->TryTake(nullptr).has_value();
-        }
+            return TakeOnWay(handles[index]) == Step::Done;
         case Sight::Unclear:
             break;
     }
@@ -34,7 +30,14 @@ bool LookForSignal(DWORD count, const HANDLE* handles, DWORD ms, DWORD& status) 
 DWORD WaitForSeveral(DWORD count, const HANDLE* handles, bool all, DWORD ms) noexcept {
     BeforeWait();
     DWORD status;
-    if (!all && LookForSignal(count, handles, ms, status)) return status;
+    if (!all && count <= MAXIMUM_WAIT_OBJECTS && handles) {
+        // Where the thread's places stand in all queues the wait itself looks as quickly.
+        Waiter* const waiter = ms != 0 && count > 1 ? CurrentWaiter() : nullptr;
+        const std::span<const HANDLE> each(handles, count);
+        if (!(waiter && waiter->Keeps(each)) && LookForSignal(count, handles, ms, status)) return status;
+        if (waiter)
+            if (const std::optional<DWORD> outcome = waiter->WaitForAnyKept(each, ms)) return *outcome;
+    }
     WaitTargets targets;
     if (DWORD code = targets.Open(count, handles, all)) return Fail(code, WAIT_FAILED);
     if (DWORD code = Wait(targets.Objects(), all, ms, status)) return Fail(code, WAIT_FAILED);
@@ -43,6 +46,9 @@ DWORD WaitForSeveral(DWORD count, const HANDLE* handles, bool all, DWORD ms) noe
 
 DWORD WaitForOne(HANDLE handle, DWORD ms) noexcept {
     BeforeWait();
+    const Step step = TakeOnWay(handle);
+    if (step == Step::Done) return WAIT_OBJECT_0;
+    if (step == Step::Nothing && ms == 0) return WAIT_TIMEOUT;
     WaitTarget target;
     if (DWORD code = target.Open(handle)) return Fail(code, WAIT_FAILED);
     Waitable* const object = target.Get();

@@ -4,6 +4,7 @@
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
 #include "TQLib/platform/linux/base/Lock.h"
+#include "TQLib/platform/linux/base/Process.h"
 #include "TQLib/platform/linux/objects/SharedObject.h"
 #include "TQLib/platform/linux/process/ExceptionRecords.h"
 
@@ -555,24 +556,23 @@ class ThreadSetup {
   public:
     ThreadSetup() {
         FindStack();
-        stack_t current{};
-        if (sigaltstack(nullptr, &current) != 0 || !(current.ss_flags & SS_DISABLE)) return;
         m_stack = AlternateStacks::Take();
         if (!m_stack) return;
-        stack_t ours{};
+        stack_t ours{}, before{};
         ours.ss_sp = m_stack;
         ours.ss_size = AlternateStacks::Size();
-        sigaltstack(&ours, nullptr);
+        const bool isSet = sigaltstack(&ours, &before) == 0;
+        if (isSet && before.ss_flags & SS_DISABLE) return;
+        if (isSet) sigaltstack(&before, nullptr);
+        AlternateStacks::Return(std::exchange(m_stack, nullptr));
     }
     ~ThreadSetup() {
         t_trap = {};
         if (!m_stack) return;
-        stack_t current{};
-        if (sigaltstack(nullptr, &current) == 0 && current.ss_sp == m_stack) {
-            stack_t none{};
-            none.ss_flags = SS_DISABLE;
-            sigaltstack(&none, nullptr);
-        }
+        stack_t none{}, current{};
+        none.ss_flags = SS_DISABLE;
+        // Somebody may have given the thread another one.
+        if (sigaltstack(&none, &current) == 0 && current.ss_sp != m_stack) sigaltstack(&current, nullptr);
         AlternateStacks::Return(m_stack);
     }
     ThreadSetup(const ThreadSetup&) = delete;
@@ -587,7 +587,7 @@ class ThreadSetup {
         pthread_attr_getstack(&attributes, &begin, &size);
         pthread_attr_getguardsize(&attributes, &guard);
         pthread_attr_destroy(&attributes);
-        if (gettid() == getpid()) guard = MainThreadGuardBytes;
+        if (GetCurrentThreadId() == GetCurrentProcessId()) guard = MainThreadGuardBytes;
         t_trap.stackBegin = AddressOf(begin);
         t_trap.guardBegin = t_trap.stackBegin - guard;
     }
