@@ -486,7 +486,11 @@ DWORD Waiter::WaitForAny(std::span<Waitable* const> objects, Deadline deadline) 
 
 bool Waiter::Keep(std::span<const HANDLE> handles) noexcept {
     DropKept();
-    if (!m_kept && !(m_kept = std::unique_ptr<Kept>(new (std::nothrow) Kept))) return false;
+    if (!m_kept) {
+        m_kept.reset(new (std::nothrow) Kept);
+        if (!m_kept) return false;
+        TellOwnMemory(m_kept.get(), sizeof(Kept));
+    }
     for (std::size_t i = 0; i < handles.size(); ++i) {
         KeptBlock& block = m_kept->blocks[i];
         block.way = FindWay(handles[i]);
