@@ -126,7 +126,8 @@ TEST_F(Monitor, IsStoppedByCtrlCAndTellsTheResult) {
     m_process->Interrupt();
     EXPECT_THAT(ReadTo("stopped"), HasSubstr("group 1"));
     EXPECT_THAT(m_process->ReadAll(),
-                testing::EndsWith("1 folders, 1 files, 5 bytes read, 0 failures\nmonitor: stopped\n"));
+                testing::AllOf(HasSubstr("1 folders, 1 files, 5 bytes read, 0 failures\n"),
+                               testing::EndsWith("\nmonitor: stopped\n")));
     EXPECT_EQ(m_process->ExitCode(), 0);
 }
 

@@ -25,10 +25,11 @@ std::string ChildProcess::ReadAll() {
 }
 
 bool ChildProcess::ReadMore() {
-    const std::string more = ReadSome();
+    std::string more = ReadSome();
+    if (more.empty()) return false;
+    std::erase(more, '\r');
     m_output += more;
-    std::erase(m_output, '\r');
-    return !more.empty();
+    return true;
 }
 
 }  // namespace Quellan::Corvel::Test

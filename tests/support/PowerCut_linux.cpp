@@ -11,7 +11,7 @@
 namespace Quellan::Corvel::Test {
 
 namespace fs = std::filesystem;
-using Platform::Durable::Identity;
+using Platform::Durable::FileIdentity;
 using Platform::Durable::Step;
 using Platform::Durable::TheObserver;
 
@@ -123,7 +123,7 @@ struct Node {
 // The state after some of the steps.
 class Disk {
   public:
-    explicit Disk(Identity root) : m_root(std::make_shared<Node>(Node{.isFolder = true})) {
+    explicit Disk(FileIdentity root) : m_root(std::make_shared<Node>(Node{.isFolder = true})) {
         m_nodes[root] = m_root;
     }
 
@@ -185,7 +185,7 @@ class Disk {
     }
 
   private:
-    NodePtr Find(const Identity& identity) const {
+    NodePtr Find(const FileIdentity& identity) const {
         const auto found = m_nodes.find(identity);
         return found == m_nodes.end() ? nullptr : found->second;
     }
@@ -252,7 +252,7 @@ class Disk {
     }
 
     const NodePtr m_root;
-    std::map<Identity, NodePtr> m_nodes;
+    std::map<FileIdentity, NodePtr> m_nodes;
     std::size_t m_number = 0;
 };
 

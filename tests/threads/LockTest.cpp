@@ -184,9 +184,10 @@ TEST_F(ReadSynch, IsUsableAfterAnAssignmentUnderReaders) {
             const Guard guard(lock);
     };
     {
+        const TQThreadReadSynch fresh;
         Worker first(read), second(read), third(read);
-        for (int i = 0; i < 100'000; ++i)
-            lock = TQThreadReadSynch();
+        for (int i = 0; i < 30'000; ++i)
+            lock = fresh;
         stop = true;
     }
     Taker writer(write);

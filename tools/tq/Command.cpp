@@ -1,6 +1,7 @@
 #include "Command.h"
 
 #include <algorithm>
+#include <cwchar>
 
 using namespace Quellan::Corvel;
 
@@ -47,6 +48,18 @@ void Table::Print(TQConsole& out) const {
         text.Append(L"\n");
     }
     out.Write(text);
+}
+
+DWORD ParseNumber(const TQString& text, const wchar_t* what, DWORD last) {
+    wchar_t* end = nullptr;
+    const unsigned long long number = wcstoull(text.c_str(), &end, 10);
+    if (text.IsEmpty() || text[0] < L'0' || text[0] > L'9' || *end != 0 || number > last)
+        throw UsageError(TQString::Format(L"'%s' is no %s from 0 to %u", text.c_str(), what, last));
+    return static_cast<DWORD>(number);
+}
+
+TQString OrDash(const TQString& text) {
+    return text.IsEmpty() ? TQString(L"-") : text;
 }
 
 TQString JsonString(std::wstring_view text) {

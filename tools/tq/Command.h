@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TQLib/TQLib.h"
+#include "TQLib/platform/Win32.h"
 
 #include <string_view>
 #include <vector>
@@ -50,6 +51,11 @@ class Table {
     std::vector<Row> m_rows;
 };
 
+// A number in base 10 that is at most `last`; throws `UsageError`, which calls it `what`.
+DWORD ParseNumber(const Quellan::Corvel::TQString& text, const wchar_t* what, DWORD last);
+
+// What a table shows of a text that may be empty.
+Quellan::Corvel::TQString OrDash(const Quellan::Corvel::TQString& text);
 // A text as a JSON string with its quotation marks.
 Quellan::Corvel::TQString JsonString(std::wstring_view text);
 

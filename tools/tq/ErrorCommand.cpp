@@ -1,7 +1,6 @@
 // tq error: what an error code means.
 #include "Command.h"
 #include "TQLib/platform/SystemCodes.h"
-#include "TQLib/platform/Win32.h"
 
 #include <cerrno>
 #include <cwchar>
@@ -14,7 +13,7 @@ namespace tq {
 
 namespace {
 
-constexpr const wchar_t* Help =
+constexpr const wchar_t* ErrorHelp =
     L"usage: tq error [--json] [--module FILE] CODE...\n"
     L"\n"
     L"A code is a Win32 error number, an HRESULT or an NTSTATUS: decimal (5, -2147024891), hexadecimal "
@@ -26,7 +25,7 @@ constexpr const wchar_t* Help =
     L"\n"
     L"Ends with 1 when one of the codes has neither a name nor a text.\n";
 
-struct Description {
+struct ErrorDescription {
     unsigned int code;
     std::vector<const wchar_t*> names;
     std::optional<TQString> text;
@@ -38,7 +37,7 @@ bool IsNumber(const TQString& text) {
 }
 
 // Digits in base 10 or 16, all of them, in the range of 32 bits.
-unsigned int ParseNumber(const TQString& text) {
+unsigned int Parse32Bits(const TQString& text) {
     const bool isNegative = text[0] == L'-';
     const std::size_t begin = isNegative ? 1 : 0;
     const bool isHex = text.Length() > begin + 2 && text[begin] == L'0' &&
@@ -54,7 +53,7 @@ unsigned int ParseNumber(const TQString& text) {
 }
 
 unsigned int ParseCode(const TQString& text) {
-    if (IsNumber(text)) return ParseNumber(text);
+    if (IsNumber(text)) return Parse32Bits(text);
     const Quellan::Platform::SystemCode* const known = Quellan::Platform::FindSystemCode(text.View());
     if (!known)
         throw UsageError(
@@ -77,8 +76,8 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
     return text;
 }
 
-Description Describe(HMODULE module, unsigned int code) {
-    Description description{code, {}, ReadText(module, code)};
+ErrorDescription Describe(HMODULE module, unsigned int code) {
+    ErrorDescription description{code, {}, ReadText(module, code)};
     for (const Quellan::Platform::SystemCode& known : Quellan::Platform::SystemCodesOf(code))
         description.names.push_back(known.name);
     return description;
@@ -93,10 +92,10 @@ TQString Joined(const std::vector<const wchar_t*>& names) {
     return text;
 }
 
-void PrintTable(const std::vector<Description>& all, TQConsole& out) {
+void PrintTable(const std::vector<ErrorDescription>& all, TQConsole& out) {
     Table table;
     table.Add({L"Code", L"Number", L"Name", L"Level", L"Source", L"Facility", L"Text"});
-    for (const Description& each : all) {
+    for (const ErrorDescription& each : all) {
         const unsigned short facility = _TQExceptionRoot::CodeFacility(each.code);
         table.Add({TQString::Format(L"0x%08X", each.code), TQString::Format(L"%d", each.code),
                    each.names.empty() ? TQString(L"-") : Joined(each.names),
@@ -108,9 +107,9 @@ void PrintTable(const std::vector<Description>& all, TQConsole& out) {
     table.Print(out);
 }
 
-void PrintJson(const std::vector<Description>& all, TQConsole& out) {
+void PrintJson(const std::vector<ErrorDescription>& all, TQConsole& out) {
     TQString json = L"[";
-    for (const Description& each : all) {
+    for (const ErrorDescription& each : all) {
         const unsigned short facility = _TQExceptionRoot::CodeFacility(each.code);
         json.Append(json.Length() == 1 ? L"\n" : L",\n");
         json.AppendFormat(L"  {\"code\": \"0x%08X\", \"number\": %d, \"names\": [", each.code, each.code);
@@ -135,7 +134,7 @@ int RunError(Arguments arguments, TQConsole& out) {
     while (!arguments.AtEnd()) {
         const TQString argument = arguments.Next();
         if (argument == L"--help") {
-            out.Write(Help);
+            out.Write(ErrorHelp);
             return ExitOk;
         }
         if (argument == L"--json") {
@@ -157,7 +156,7 @@ int RunError(Arguments arguments, TQConsole& out) {
     }
     if (codes.empty()) throw UsageError(L"name at least one error code; tq error --help tells how");
 
-    std::vector<Description> all;
+    std::vector<ErrorDescription> all;
     bool isComplete = true;
     for (const unsigned int code : codes) {
         all.push_back(Describe(module.Get(), code));

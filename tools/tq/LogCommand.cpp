@@ -2,7 +2,6 @@
 #include "Command.h"
 #include "LogHead.h"
 #include "LogReader.h"
-#include "TQLib/platform/Win32.h"
 
 #include <algorithm>
 #include <chrono>
@@ -14,7 +13,7 @@ namespace tq {
 
 namespace {
 
-constexpr const wchar_t* Help =
+constexpr const wchar_t* LogHelp =
     L"usage: tq log [OPTION...] FILE...\n"
     L"\n"
     L"Prints the records of log files, several files merged in the order of their times.\n"
@@ -111,18 +110,8 @@ std::string ParseLevels(const TQString& text) {
     return marks;
 }
 
-DWORD ParseNumber(const TQString& option, const TQString& text) {
-    const std::string narrow(text.ToUtf8().View());
-    unsigned number;
-    char rest;
-    if (narrow.empty() || narrow[0] < '0' || narrow[0] > '9' ||
-        std::sscanf(narrow.c_str(), "%u%c", &number, &rest) != 1)
-        throw UsageError(TQString::Format(L"%s needs a number", option.c_str()));
-    return number;
-}
-
 // What is asked for.
-struct Query {
+struct LogQuery {
     std::vector<TQFileName> files;
     std::optional<std::string> marks;
     std::optional<Bound> from, to;
@@ -149,8 +138,8 @@ struct Query {
     }
 };
 
-Query ParseQuery(Arguments arguments) {
-    Query query;
+LogQuery ParseQuery(Arguments arguments) {
+    LogQuery query;
     while (!arguments.AtEnd()) {
         const TQString argument = arguments.Next();
         if (argument == L"--level")
@@ -160,9 +149,9 @@ Query ParseQuery(Arguments arguments) {
         else if (argument == L"--to")
             query.to = ParseBound(arguments.ValueOf(argument));
         else if (argument == L"--process")
-            query.process = ParseNumber(argument, arguments.ValueOf(argument));
+            query.process = ParseNumber(arguments.ValueOf(argument), L"id", ~0U);
         else if (argument == L"--thread")
-            query.thread = ParseNumber(argument, arguments.ValueOf(argument));
+            query.thread = ParseNumber(arguments.ValueOf(argument), L"id", ~0U);
         else if (argument == L"--user")
             query.user = arguments.ValueOf(argument);
         else if (argument == L"--source")
@@ -185,7 +174,7 @@ Query ParseQuery(Arguments arguments) {
 // Prints what a query is for.
 class Printer {
   public:
-    Printer(const Query& query, TQConsole& out)
+    Printer(const LogQuery& query, TQConsole& out)
         : m_query(query), m_out(out), m_isColoured(!query.isJson && out.IsStyled()) {}
 
     bool HasPrinted() const { return m_hasPrinted; }
@@ -281,7 +270,7 @@ class Printer {
     // As it stands in the line.
     static std::string_view ClockOf(std::string_view line) { return line.substr(2, line.find(" [") - 2); }
 
-    const Query& m_query;
+    const LogQuery& m_query;
     TQConsole& m_out;
     const bool m_isColoured;
     bool m_hasPrinted = false;
@@ -360,10 +349,10 @@ void PrintAll(Sources& sources, bool isFollowing, Printer& printer) {
 
 int RunLog(Arguments arguments, TQConsole& out) {
     if (Arguments first = arguments; !first.AtEnd() && first.Next() == L"--help") {
-        out.Write(Help);
+        out.Write(LogHelp);
         return ExitOk;
     }
-    const Query query = ParseQuery(arguments);
+    const LogQuery query = ParseQuery(arguments);
     Sources sources;
     for (const TQFileName& file : query.files)
         sources.push_back(std::make_unique<Source>(file, query.NeedsDays()));

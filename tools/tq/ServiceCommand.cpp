@@ -2,7 +2,6 @@
 #include "Command.h"
 #include "ServiceText.h"
 #include "ServiceWords.h"
-#include "TQLib/platform/Win32.h"
 
 #include <cwchar>
 #include <optional>
@@ -14,7 +13,7 @@ namespace tq {
 
 namespace {
 
-constexpr const wchar_t* Help =
+constexpr const wchar_t* ServiceHelp =
     L"usage: tq service list [--json] [--active | --inactive]\n"
     L"       tq service query [--json] NAME\n"
     L"       tq service create NAME [OPTION...] -- PROGRAM [ARGUMENT...]\n"
@@ -332,7 +331,7 @@ int RunService(Arguments arguments, TQConsole& out) {
     if (arguments.AtEnd()) throw UsageError(L"say what to do with services; tq service --help tells how");
     const TQString word = arguments.Next();
     if (word == L"--help") {
-        out.Write(Help);
+        out.Write(ServiceHelp);
         return ExitOk;
     }
     for (const Word& each : Words) {

@@ -73,10 +73,6 @@ void AddRows(Table& table, const wchar_t* name, const Values& values) {
     if (shown == name) table.Add({name, L"-"});
 }
 
-TQString OrDash(const TQString& text) {
-    return text.IsEmpty() ? TQString(L"-") : text;
-}
-
 void AddStatus(Table& table, const TQServiceRecord& status) {
     table.Add({L"State", TQSvcState::Name(status.currentState)});
     if (TQSvcState::IsPending(status.currentState))

@@ -1,8 +1,6 @@
 // tq service create, config and failure.
 #include "ServiceWords.h"
 
-#include "TQLib/platform/Win32.h"
-
 #include <cwchar>
 #include <optional>
 
@@ -116,14 +114,6 @@ int ShowChanged(const TQString& name, TQConsole& out) {
 }
 
 }  // namespace
-
-DWORD ParseNumber(const TQString& text, const wchar_t* what, DWORD last) {
-    wchar_t* end = nullptr;
-    const unsigned long long number = wcstoull(text.c_str(), &end, 10);
-    if (text.IsEmpty() || text[0] < L'0' || text[0] > L'9' || *end != 0 || number > last)
-        throw UsageError(TQString::Format(L"'%s' is no %s from 0 to %u", text.c_str(), what, last));
-    return static_cast<DWORD>(number);
-}
 
 DWORD ParseSeconds(const TQString& text) {
     return 1000 * ParseNumber(text, L"number of seconds", MaxSeconds);

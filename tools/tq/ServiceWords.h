@@ -2,7 +2,6 @@
 #pragma once
 
 #include "Command.h"
-#include "TQLib/platform/Win32.h"
 
 namespace tq {
 
@@ -10,9 +9,8 @@ int Create(Arguments& arguments, Quellan::Corvel::TQConsole& out);
 int Config(Arguments& arguments, Quellan::Corvel::TQConsole& out);
 int Failure(Arguments& arguments, Quellan::Corvel::TQConsole& out);
 
-// Throw UsageError where the text is none.
-DWORD ParseNumber(const Quellan::Corvel::TQString& text, const wchar_t* what, DWORD last);
-DWORD ParseSeconds(const Quellan::Corvel::TQString& text);  // milliseconds
+// In milliseconds; throws UsageError where the text is no number of seconds.
+DWORD ParseSeconds(const Quellan::Corvel::TQString& text);
 [[noreturn]] void ThrowUnknownOption(const Quellan::Corvel::TQString& option);
 
 }  // namespace tq

@@ -1,6 +1,5 @@
 // tq sid: who is behind an account's name or a security identifier.
 #include "Command.h"
-#include "TQLib/platform/Win32.h"
 
 #include <functional>
 #include <utility>
@@ -12,7 +11,7 @@ namespace tq {
 
 namespace {
 
-constexpr const wchar_t* Help =
+constexpr const wchar_t* SidHelp =
     L"usage: tq sid [--json] [ACCOUNT...]\n"
     L"\n"
     L"An account is a name (NAME, DOMAIN\\NAME, NAME@DOMAIN; user:NAME or group:NAME where both exist) or a "
@@ -29,7 +28,7 @@ constexpr const wchar_t* Help =
 using Names = std::vector<TQString>;
 
 // What is known of one identifier.
-struct Description {
+struct SidDescription {
     SecID id;
     Names classes;
     Names groups;
@@ -98,7 +97,7 @@ Names ClassesOf(const SecID& id) {
 }
 
 // What one source knows: where it can't be asked, the rest is still worth telling.
-void Ask(Description& description, const wchar_t* source, const std::function<void()>& ask) {
+void Ask(SidDescription& description, const wchar_t* source, const std::function<void()>& ask) {
     try {
         ask();
     } catch (const TQCoreException& failure) {
@@ -106,13 +105,13 @@ void Ask(Description& description, const wchar_t* source, const std::function<vo
     }
 }
 
-void AddGroups(Description& description, const SecIDArray& groups) {
+void AddGroups(SidDescription& description, const SecIDArray& groups) {
     for (const SecID& group : groups)
         description.groups.push_back(group.FullName());
 }
 
-Description Describe(SecID identifier) {
-    Description description;
+SidDescription Describe(SecID identifier) {
+    SidDescription description;
     description.id = std::move(identifier);
     const SecID& id = description.id;
     description.classes = ClassesOf(id);
@@ -135,13 +134,9 @@ void AddRows(Table& table, const wchar_t* name, const Names& values) {
     if (values.empty()) table.Add({name, L"-"});
 }
 
-TQString OrDash(const TQString& text) {
-    return text.IsEmpty() ? TQString(L"-") : text;
-}
-
-void PrintTables(const std::vector<Description>& all, TQConsole& out) {
+void PrintTables(const std::vector<SidDescription>& all, TQConsole& out) {
     bool isFirst = true;
-    for (const Description& each : all) {
+    for (const SidDescription& each : all) {
         if (!std::exchange(isFirst, false)) out.Write(L"\n");
         const DWORD level = each.id.SystemLabelRID();
         Table table;
@@ -169,9 +164,9 @@ TQString JsonList(const Names& values) {
     return json.Append(L"]");
 }
 
-void PrintJson(const std::vector<Description>& all, TQConsole& out) {
+void PrintJson(const std::vector<SidDescription>& all, TQConsole& out) {
     TQString json = L"[";
-    for (const Description& each : all) {
+    for (const SidDescription& each : all) {
         const DWORD level = each.id.SystemLabelRID();
         json.Append(json.Length() == 1 ? L"\n" : L",\n");
         json.AppendFormat(L"  {\"sid\": %s, \"name\": %s, \"domain\": %s, \"use\": %s, \"classes\": %s, ",
@@ -197,7 +192,7 @@ int RunSid(Arguments arguments, TQConsole& out) {
     while (!arguments.AtEnd()) {
         const TQString argument = arguments.Next();
         if (argument == L"--help") {
-            out.Write(Help);
+            out.Write(SidHelp);
             return ExitOk;
         }
         if (argument == L"--json")
@@ -217,7 +212,7 @@ int RunSid(Arguments arguments, TQConsole& out) {
     }
     if (names.empty()) ids.push_back(TQSysProc::CurrentUser());
 
-    std::vector<Description> all;
+    std::vector<SidDescription> all;
     bool isComplete = true;
     for (SecID& id : ids) {
         all.push_back(Describe(std::move(id)));

@@ -3,8 +3,6 @@
 // sanitizer of the program is told, and valgrind's helgrind; without them a call costs one look at a flag.
 #pragma once
 
-#include "TQLib/platform/Compiler.h"
-
 #include <cstddef>
 
 namespace Quellan::Platform {
@@ -18,9 +16,9 @@ inline void TellOwnMemory(const void*, std::size_t) noexcept {}
 #else
 
 // Whether there is such a tool; found out when the library is loaded.
-TQLIB_API extern bool g_hasRaceTool;
-TQLIB_API void TellToolReleased(const void* what) noexcept;
-TQLIB_API void TellToolAcquired(const void* what) noexcept;
+extern bool g_hasRaceTool;
+void TellToolReleased(const void* what) noexcept;
+void TellToolAcquired(const void* what) noexcept;
 void TellToolOwnMemory(const void* what, std::size_t size) noexcept;
 
 // What the calling thread has done until now comes before what any thread does after it has told that it

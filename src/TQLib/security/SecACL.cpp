@@ -48,13 +48,6 @@ int RankOf(const SecACE& entry) noexcept {
 
 }  // namespace
 
-SecACL::SecACL() noexcept = default;
-SecACL::SecACL(const SecACL&) = default;
-SecACL::SecACL(SecACL&&) noexcept = default;
-SecACL& SecACL::operator=(const SecACL&) = default;
-SecACL& SecACL::operator=(SecACL&&) noexcept = default;
-SecACL::~SecACL() = default;
-
 SecACL::SecACL(const ACL& list) {
     ForEachEntry(list, [this](const ACE_HEADER& entry) { Add(SecACE(entry)); });
 }

@@ -14,15 +14,10 @@ namespace Quellan::Sarvek {
 class TQLIB_API SecACL : public Corvel::_TQArray<SecACE> {
   public:
     using _TQArray::_TQArray;
-    SecACL() noexcept;
+    SecACL() noexcept = default;
     // A copy of the platform's list. Throws 1336 (ERROR_INVALID_ACL) for what is none; nothing is read behind
     // its end; 50 (ERROR_NOT_SUPPORTED) where it has an entry that `SecACE` can't hold.
     explicit SecACL(const ACL& list);
-    SecACL(const SecACL&);
-    SecACL(SecACL&&) noexcept;
-    SecACL& operator=(const SecACL&);
-    SecACL& operator=(SecACL&&) noexcept;
-    ~SecACL() override;
 
     // Add an entry at the end and give the list back.
     SecACL& Allow(SecID id, DWORD rights, BYTE flags = 0);

@@ -5,13 +5,6 @@
 
 namespace Quellan::Sarvek {
 
-SecIDArray::SecIDArray() noexcept = default;
-SecIDArray::SecIDArray(const SecIDArray& other) = default;
-SecIDArray::SecIDArray(SecIDArray&& other) noexcept = default;
-SecIDArray& SecIDArray::operator=(const SecIDArray& other) = default;
-SecIDArray& SecIDArray::operator=(SecIDArray&& other) noexcept = default;
-SecIDArray::~SecIDArray() = default;
-
 DWORD SecIDArray::LowestIDLabelRID(bool ignoreAdmins) const noexcept {
     DWORD lowest = std::numeric_limits<DWORD>::max();
     for (const SecID& id : *this)

@@ -11,12 +11,6 @@ namespace Quellan::Sarvek {
 class TQLIB_API SecIDArray : public Corvel::_TQArray<SecID> {
   public:
     using _TQArray::_TQArray;
-    SecIDArray() noexcept;
-    SecIDArray(const SecIDArray& other);
-    SecIDArray(SecIDArray&& other) noexcept;
-    SecIDArray& operator=(const SecIDArray& other);
-    SecIDArray& operator=(SecIDArray&& other) noexcept;
-    ~SecIDArray() override;
 
     // The lowest and the highest integrity level among those that the identifiers have by default
     // (`SecID::SystemLabelRID`); 0xFFFFFFFF and 0 for an empty array.

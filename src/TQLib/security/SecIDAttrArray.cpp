@@ -4,13 +4,6 @@
 
 namespace Quellan::Sarvek {
 
-SecIDAttrArray::SecIDAttrArray() noexcept = default;
-SecIDAttrArray::SecIDAttrArray(const SecIDAttrArray& other) = default;
-SecIDAttrArray::SecIDAttrArray(SecIDAttrArray&& other) noexcept = default;
-SecIDAttrArray& SecIDAttrArray::operator=(const SecIDAttrArray& other) = default;
-SecIDAttrArray& SecIDAttrArray::operator=(SecIDAttrArray&& other) noexcept = default;
-SecIDAttrArray::~SecIDAttrArray() = default;
-
 bool SecIDAttrArray::IsIDInList(const SecID& id, DWORD* index) const noexcept {
     const auto found = std::ranges::find(*this, id, &SecIDAttr::SID);
     if (found == end()) return false;

@@ -10,12 +10,6 @@ namespace Quellan::Sarvek {
 class TQLIB_API SecIDAttrArray : public Corvel::_TQArray<SecIDAttr> {
   public:
     using _TQArray::_TQArray;
-    SecIDAttrArray() noexcept;
-    SecIDAttrArray(const SecIDAttrArray& other);
-    SecIDAttrArray(SecIDAttrArray&& other) noexcept;
-    SecIDAttrArray& operator=(const SecIDAttrArray& other);
-    SecIDAttrArray& operator=(SecIDAttrArray&& other) noexcept;
-    ~SecIDAttrArray() override;
 
     // Whether one of the elements has this identifier; the position of the first such element goes to
     // `index`, if there are both.

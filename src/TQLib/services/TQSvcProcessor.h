@@ -2,8 +2,8 @@
 #pragma once
 
 #include "TQLib/services/TQServiceStatus.h"
+#include "TQLib/services/internal/Ring.h"
 #include "TQLib/threads/TQThread.h"
-#include "TQLib/threads/internal/Ring.h"
 
 #include <vector>
 

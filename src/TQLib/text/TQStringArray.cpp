@@ -4,13 +4,6 @@
 
 namespace Quellan::Corvel {
 
-TQStringArray::TQStringArray() noexcept = default;
-TQStringArray::TQStringArray(const TQStringArray& other) = default;
-TQStringArray::TQStringArray(TQStringArray&& other) noexcept = default;
-TQStringArray& TQStringArray::operator=(const TQStringArray& other) = default;
-TQStringArray& TQStringArray::operator=(TQStringArray&& other) noexcept = default;
-TQStringArray::~TQStringArray() = default;
-
 const TQString& TQStringArray::At(std::size_t position) const {
     return (*this)[position];
 }

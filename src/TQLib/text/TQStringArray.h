@@ -12,12 +12,6 @@ namespace Quellan::Corvel {
 class TQLIB_API TQStringArray : public _TQArray<TQString> {
   public:
     using _TQArray::_TQArray;
-    TQStringArray() noexcept;
-    TQStringArray(const TQStringArray& other);
-    TQStringArray(TQStringArray&& other) noexcept;
-    TQStringArray& operator=(const TQStringArray& other);
-    TQStringArray& operator=(TQStringArray&& other) noexcept;
-    ~TQStringArray() override;
 
     // As `operator[]`.
     [[nodiscard]] const TQString& At(std::size_t position) const;

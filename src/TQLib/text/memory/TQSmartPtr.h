@@ -1,7 +1,6 @@
 // Reference-counted pointers.
 #pragma once
 
-#include "TQLib/platform/RaceTools.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
@@ -32,12 +31,7 @@ class _TQRefThrCount {
     // Orders nothing: a new holder is made from one that already has the right to the thing.
     void Add() noexcept { m_holders.fetch_add(1, std::memory_order_relaxed); }
     // The last holder sees all that the others did before they went.
-    bool Drop() noexcept {
-        Platform::TellReleased(this);
-        if (m_holders.fetch_sub(1, std::memory_order_acq_rel) != 1) return false;
-        Platform::TellAcquired(this);
-        return true;
-    }
+    TQLIB_API bool Drop() noexcept;
     [[nodiscard]] ULONG Holders() const noexcept { return m_holders.load(std::memory_order_acquire); }
 
   private:

@@ -7,16 +7,17 @@
 
 namespace Quellan::Platform::Durable {
 
-Identity IdentityOf(int file) noexcept {
+FileIdentity IdentityOf(int file) noexcept {
     struct stat info;
-    return fstat(file, &info) == 0 ? Identity{info.st_dev, info.st_ino} : Identity();
+    return fstat(file, &info) == 0 ? FileIdentity{info.st_dev, info.st_ino} : FileIdentity();
 }
 
 namespace {
 
-Identity IdentityAt(int folder, const std::string& path) noexcept {
+FileIdentity IdentityAt(int folder, const std::string& path) noexcept {
     struct stat info;
-    return fstatat(folder, path.c_str(), &info, 0) == 0 ? Identity{info.st_dev, info.st_ino} : Identity();
+    return fstatat(folder, path.c_str(), &info, 0) == 0 ? FileIdentity{info.st_dev, info.st_ino}
+                                                        : FileIdentity();
 }
 
 std::string ParentOf(std::string_view path) {

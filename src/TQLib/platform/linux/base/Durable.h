@@ -40,23 +40,23 @@ int SyncFolderOf(std::string_view path);
 int SyncFileSystem(int file) noexcept;
 
 // Of a file, for as long as it is open or has a name.
-struct Identity {
+struct FileIdentity {
     dev_t device = 0;
     ino_t number = 0;
 
-    auto operator<=>(const Identity&) const = default;
+    auto operator<=>(const FileIdentity&) const = default;
 };
-Identity IdentityOf(int file) noexcept;
+FileIdentity IdentityOf(int file) noexcept;
 
 // What was done, as test builds tell it.
 struct Step {
     enum class Kind { Open, Write, Truncate, MakeFolder, Rename, Unlink, Sync, SyncFileSystem };
 
     Kind kind;
-    Identity file{};    // what was opened, made, written, cut or synced
-    Identity folder{};  // where `name` stands
+    FileIdentity file{};    // what was opened, made, written, cut or synced
+    FileIdentity folder{};  // where `name` stands
     std::string name{};
-    Identity toFolder{};  // of Rename
+    FileIdentity toFolder{};  // of Rename
     std::string toName{};
     off_t offset = 0;  // of Write; of Truncate the new size
     std::string bytes{};

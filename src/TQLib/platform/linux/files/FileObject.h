@@ -11,7 +11,7 @@ namespace Quellan::Platform {
 
 struct OpenedFile {
     Descriptor file;
-    Durable::Identity id{};
+    Durable::FileIdentity id{};
     std::uint64_t fixedSize = 0;  // of a plain file that nobody may write as long as it is open, or 0
     bool isPlain = false;         // no device, pipe or folder
 };
@@ -36,7 +36,7 @@ class FileObject : public Object {
           m_writesThrough(writesThrough) {}
 
     int Fd() const noexcept { return m_fd; }
-    Durable::Identity Id() const noexcept { return m_id; }
+    Durable::FileIdentity Id() const noexcept { return m_id; }
     std::uint64_t FixedSize() const noexcept { return m_fixedSize; }
     bool IsPlain() const noexcept { return m_isPlain; }
     bool WritesThrough() const noexcept { return m_writesThrough; }
@@ -59,7 +59,7 @@ class FileObject : public Object {
 
     File m_file;
     const int m_fd;
-    const Durable::Identity m_id{};
+    const Durable::FileIdentity m_id{};
     const std::uint64_t m_fixedSize = 0;
     const bool m_isPlain;
     const bool m_writesThrough;

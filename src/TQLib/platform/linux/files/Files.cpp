@@ -814,7 +814,7 @@ DWORD SizeOfFileAt(HANDLE file, const wchar_t* name, bool, ULONGLONG& size) noex
     struct stat info;
     // As a rule the name tells all there is to know.
     if (path.Code() == ERROR_SUCCESS && stat(path.c_str(), &info) == 0) {
-        if (Durable::Identity{info.st_dev, info.st_ino} != object->Id()) return ERROR_FILE_INVALID;
+        if (Durable::FileIdentity{info.st_dev, info.st_ino} != object->Id()) return ERROR_FILE_INVALID;
     } else if (path.Code() == ERROR_SUCCESS && (errno == ENOENT || errno == ENOTDIR)) {
         return ERROR_FILE_INVALID;
     } else if (fstat(object->Fd(), &info) != 0) {
