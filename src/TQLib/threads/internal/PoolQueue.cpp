@@ -2,7 +2,6 @@
 
 #include "TQLib/core/TQException.h"
 
-#include <algorithm>
 #include <new>
 
 namespace Quellan::Corvel {
@@ -80,7 +79,7 @@ PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DW
 
 bool PoolQueue::TakeItem(Packet& packet, ItemBuffer& data) {
     if (!m_port.IsDropped(packet)) {
-        data.Reserve(std::max(packet.size, ItemBuffer::ShortBytes));
+        if (data.Room() < ItemBuffer::ShortBytes) data.Reserve(ItemBuffer::ShortBytes);  // for the next ones
         data.Assign(packet.Data(), packet.size);
     }
     packet.Free();
