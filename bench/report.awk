@@ -20,6 +20,7 @@ function fitsAny(text, patterns,   count, i, each) {
 }
 
 function amount(value, where) {
+    value += 0
     if (where == "kernel calls") return sprintf("%.1f", value)
     if (where == "bytes") return sprintf("%.0f bytes", value)
     if (value < 1000) return sprintf("%.*f ns", value < 10, value)

@@ -319,23 +319,6 @@ TEST(PoolStress, LeavesNoItemToThreadsThatSleep) {
     }
 }
 
-// An item that comes just as the last thread leaves finds that thread or another one.
-TEST(PoolStress, RunsWhatComesAsItsLastThreadLeaves) {
-    const unsigned rounds = std::min(Items() / 100, 2'000u);
-    Script script;
-    TestPool<2> pool(script);
-    pool.idleWaitMs = 0;
-    pool.idleMs = 600'001;
-    std::minstd_rand random(1);
-    for (unsigned round = 1; round <= rounds; ++round) {
-        pool.Post("");
-        Until([&] { return script.Items().size() == round; });
-        // The thread looks for more, finds that it may leave, and leaves.
-        for (auto i = random() % 20'000; i != 0; --i)
-            Quellan::Compiler::Pause();
-    }
-}
-
 // Items and packets of others come to threads that wait, whether before or after the port was asked for.
 TEST(PoolStress, TakesItemsAndPacketsWhileThePortIsBegun) {
     constexpr unsigned items = 40;

@@ -314,6 +314,7 @@ DWORD PoolPort::Impl::TakeAtPort(DWORD ms, Packet& packet, TakeQueued takeQueued
 
 DWORD PoolPort::Impl::GetFromPort(DWORD ms, Packet& packet) const noexcept {
     packet.kind = Kind::Foreign;
+    packet.record = nullptr;
     packet.error = ERROR_SUCCESS;
     if (!GetQueuedCompletionStatus(port.load(), &packet.bytes, &packet.key, &packet.record, ms)) {
         const DWORD code = GetLastError();

@@ -162,6 +162,7 @@ DWORD PoolPort::Await(DWORD ms, Packet& packet, ItemBuffer&, PoolCounters& count
 }
 
 DWORD PoolPort::Impl::GetPacket(DWORD ms, Packet& packet) noexcept {
+    packet.record = nullptr;
     packet.error = ERROR_SUCCESS;
     if (!GetQueuedCompletionStatus(port.get(), &packet.bytes, &packet.key, &packet.record, ms)) {
         const DWORD code = GetLastError();
