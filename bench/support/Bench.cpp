@@ -145,18 +145,22 @@ int Contest::Run(int argc, char** argv) const {
     FindCores();
     PinTo(g_cores.front());
     if (option == "--one" && argc == 5) return RunOne(argv[2], argv[3], std::strtoul(argv[4], nullptr, 10));
-    if (argc > 2 || option.starts_with("-")) {
-        std::fprintf(stderr, "usage: %s [CASE | --list | --one CASE CONTESTANT COUNT]\n", argv[0]);
+    const bool isTable = option == "--tabs";
+    const int cases = isTable ? 2 : 1;
+    const std::string_view only = argc > cases ? argv[cases] : "";
+    if (argc > cases + 1 || only.starts_with("-")) {
+        std::fprintf(stderr, "usage: %s [[--tabs] [CASE] | --list | --one CASE CONTESTANT COUNT]\n", argv[0]);
         return 2;
     }
-    std::printf("%-36s %-26s %-9s %12s %9s %12s %10s %11s\n", "case", "contestant", "where", "best CPU ns",
-                "CPU ratio", "best wall ns", "wall ratio", "allocations");
+    if (!isTable)
+        std::printf("%-36s %-26s %-9s %12s %9s %12s %10s %11s\n", "case", "contestant", "where",
+                    "best CPU ns", "CPU ratio", "best wall ns", "wall ratio", "allocations");
     for (std::span<const Contestant> rest = m_contestants; !rest.empty();) {
         const auto next = std::ranges::find_if(rest, [&](const Contestant& c) {
             return c.work != rest[0].work || c.setting != rest[0].setting;
         });
         const auto size = static_cast<std::size_t>(next - rest.begin());
-        if (rest[0].work.find(option) != std::string::npos) MeasureCase(rest.first(size));
+        if (rest[0].work.find(only) != std::string::npos) MeasureCase(rest.first(size), isTable);
         rest = rest.subspan(size);
     }
     return 0;
@@ -172,7 +176,7 @@ int Contest::RunOne(std::string_view work, std::string_view name, std::size_t co
     return 2;
 }
 
-void Contest::MeasureCase(std::span<const Contestant> contestants) {
+void Contest::MeasureCase(std::span<const Contestant> contestants, bool isTable) {
     struct Running {
         Repeat repeat;
         std::size_t count = 1;
@@ -203,9 +207,16 @@ void Contest::MeasureCase(std::span<const Contestant> contestants) {
     }
     for (std::size_t i = 0; i < running.size(); ++i) {
         const Running& r = running[i];
-        std::printf("%-36s %-26s %-9s %12.1f %9.2f %12.1f %10.2f %11.1f\n", contestants[i].work.c_str(),
-                    contestants[i].name.c_str(), NameOf(contestants[i].setting), Least(r.processor.times),
-                    Median(r.processor.ratios), Least(r.wall.times), Median(r.wall.ratios), r.allocations);
+        const char* const name = contestants[i].name.c_str();
+        const char* const where = NameOf(contestants[i].setting);
+        const double times[] = {Least(r.processor.times), Median(r.processor.ratios), Least(r.wall.times),
+                                Median(r.wall.ratios), r.allocations};
+        if (isTable)
+            std::printf("%s\t%s\t%s\t%.1f\t%.3f\t%.1f\t%.3f\t%.1f\n", contestants[i].work.c_str(), name,
+                        where, times[0], times[1], times[2], times[3], times[4]);
+        else
+            std::printf("%-36s %-26s %-9s %12.1f %9.2f %12.1f %10.2f %11.1f\n", contestants[i].work.c_str(),
+                        name, where, times[0], times[1], times[2], times[3], times[4]);
     }
     std::fflush(stdout);
 }

@@ -94,9 +94,9 @@ class Contest {
     }
 
     // The program's main function; returns its exit code. Without arguments all cases are measured, with one
-    // only those whose name contains it. `--list` prints setting, case and contestant on a line with tabs
-    // between them; `--one CASE CONTESTANT COUNT` repeats one operation in `MeasuredLoop` and measures
-    // nothing.
+    // only those whose name contains it; `--tabs` before it parts the columns by tabs and leaves the headline
+    // out, for other programs. `--list` prints setting, case and contestant in this way; `--one CASE
+    // CONTESTANT COUNT` repeats one operation in `MeasuredLoop` and measures nothing.
     int Run(int argc, char** argv) const;
 
   private:
@@ -122,7 +122,7 @@ class Contest {
     }
 
     int RunOne(std::string_view work, std::string_view name, std::size_t count) const;
-    static void MeasureCase(std::span<const Contestant> contestants);
+    static void MeasureCase(std::span<const Contestant> contestants, bool isTable);
 
     std::vector<Contestant> m_contestants;
 };

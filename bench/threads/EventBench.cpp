@@ -15,7 +15,7 @@ class LibraryEvent {
   public:
     void Set() { m_event.Set(); }
     bool TryWait() { return m_event.Wait(0); }
-    void Wait() { Keep(m_event.Wait(INFINITE)); }
+    void Wait() { static_cast<void>(m_event.Wait(INFINITE)); }
 
   private:
     TQEvent m_event{false};

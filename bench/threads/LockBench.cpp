@@ -22,7 +22,7 @@ namespace {
 
 class LibraryMutex {
   public:
-    void Acquire() { Keep(m_mutex.Wait(INFINITE)); }
+    void Acquire() { static_cast<void>(m_mutex.Wait(INFINITE)); }
     void Release() { m_mutex.Release(); }
 
   private:

@@ -57,8 +57,9 @@ class _TQThreadPoolImpl {
             ;
     }
 
-    // `isWaiting`: the thread counts as waiting already.
-    GetWorkResult TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting);
+    // Waits as long as `idleMs` says. `isWaiting`: the thread counts as waiting already.
+    template <class IdleMs>
+    GetWorkResult TakeWork(ItemBuffer& data, IdleMs idleMs, bool isWaiting);
     // Inside a catch clause. Null for a thread that could not be made, and where there is no item.
     void ReportCaught(TQPoolThread* thread, const BYTEBuf* work) noexcept;
 
@@ -71,7 +72,7 @@ class _TQThreadPoolImpl {
     class Taking;
 
     bool GrowByOne() noexcept;
-    bool TakeItem(PoolQueue::Packet& packet, BYTEBuf& data) noexcept;
+    bool TakeItem(PoolQueue::Packet& packet, ItemBuffer& data) noexcept;
     void HandOn(const PoolQueue::Packet& packet) noexcept;
 
     _TQThreadPoolBase& m_pool;
@@ -88,10 +89,8 @@ class _TQThreadPoolImpl::Taking {
     Taking& operator=(const Taking&) = delete;
     ~Taking() { End(); }
 
-    void Begin() noexcept {
-        m_isTaking = true;
-        m_pool.counters.BeginTaking();
-    }
+    // It counts as taking.
+    void Begin() noexcept { m_isTaking = true; }
     void End() noexcept {
         if (!std::exchange(m_isTaking, false)) return;
         m_pool.counters.EndTaking();
@@ -119,14 +118,20 @@ bool _TQThreadPoolImpl::GrowByOne() noexcept {
 
 // A thread counts as waiting only where there is something to wait for: while work is there the counter is
 // left alone.
-_TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(BYTEBuf& data, DWORD ms, bool isWaiting) {
+template <class IdleMs>
+inline _TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(ItemBuffer& data, IdleMs idleMs,
+                                                                    bool isWaiting) {
     for (;;) {
         PoolQueue::Packet packet;
+        DWORD code = isWaiting ? DWORD{WAIT_TIMEOUT} : queue.Take(packet, data);
+        if (code == ERROR_SUCCESS && packet.kind == PoolQueue::Kind::Taken) [[likely]] {
+            threads.EndIdleTime();
+            return GetWorkResult::Work;
+        }
         Taking taking(*this);
-        DWORD code = isWaiting ? DWORD{WAIT_TIMEOUT} : queue.Take(0, packet);
         if (code == WAIT_TIMEOUT) {
             if (!std::exchange(isWaiting, false)) counters.AdjustBusy(false);
-            code = queue.Take(ms, packet);
+            code = queue.Await(idleMs(), packet, data, counters);
             if (code == ERROR_SUCCESS)
                 taking.Begin();
             else
@@ -145,8 +150,10 @@ _TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(BYTEBuf& data, DWOR
                 Sleep(StopAgainMs);
                 if (!queue.PostThreadStop()) return GetWorkResult::Stop;
                 break;
-            default:
+            case PoolQueue::Kind::Item:
                 if (!TakeItem(packet, data)) break;
+                [[fallthrough]];
+            case PoolQueue::Kind::Taken:
                 threads.EndIdleTime();
                 return GetWorkResult::Work;
         }
@@ -154,7 +161,7 @@ _TQThreadPoolImpl::GetWorkResult _TQThreadPoolImpl::TakeWork(BYTEBuf& data, DWOR
 }
 
 // A post that was accepted is not lost for want of memory: it waits for some, or until it is dropped.
-inline bool _TQThreadPoolImpl::TakeItem(PoolQueue::Packet& packet, BYTEBuf& data) noexcept {
+bool _TQThreadPoolImpl::TakeItem(PoolQueue::Packet& packet, ItemBuffer& data) noexcept {
     for (bool isTold = false;;) {
         try {
             return queue.TakeItem(packet, data);
@@ -195,17 +202,17 @@ void _TQThreadPoolImpl::ReportCaught(TQPoolThread* thread, const BYTEBuf* work) 
 }
 
 void _TQThreadPoolImpl::_CleanUpPort() {
+    ItemBuffer none;
     for (;;) {
         const bool isLast = queue.InFlight() == 0 && queue.Stops() == 0;
         PoolQueue::Packet packet;
-        if (const DWORD code = queue.Take(isLast ? 0 : PortPassMs, packet)) {
+        if (queue.Take(packet, none) != ERROR_SUCCESS) {
             if (isLast) return;
-            if (code != WAIT_TIMEOUT) Sleep(PortPassMs);
+            Sleep(PortPassMs);
         } else if (packet.kind == PoolQueue::Kind::Foreign) {
             HandOn(packet);
         } else if (packet.kind == PoolQueue::Kind::Item) {
             // All items were dropped: no memory is needed.
-            BYTEBuf none;
             static_cast<void>(queue.TakeItem(packet, none));
         }
     }
@@ -287,7 +294,8 @@ bool _TQThreadPoolBase::_PostWork(const void* data, DWORD size, DWORD requestorI
     if (pool.queue.IsStopped()) PoolQueue::ThrowStopped();
     if (!data && size != 0) TQStdExceptions::ThrowParameterInvalidError(L"_TQThreadPoolBase::_PostWork");
     try {
-        pool.queue.Post(data, size, requestorID, pool.threads);
+        pool.threads.RequireThread();
+        pool.queue.Post(data, size, requestorID);
     } catch (...) {
         // The thread that could not be made may have posted while it began.
         if (pool.threads.NeedsThread()) pool.threads.Wake();
@@ -298,7 +306,12 @@ bool _TQThreadPoolBase::_PostWork(const void* data, DWORD size, DWORD requestorI
 }
 
 _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::_GetWork(BYTEBuf& data, DWORD ms) {
-    return m_impl->TakeWork(data, ms, false);
+    ItemBuffer item;
+    item.Swap(data);
+    const GetWorkResult result = m_impl->TakeWork(
+        item, [ms] { return ms; }, false);
+    data.Swap(item);
+    return result;
 }
 
 _TQThreadPoolBase::WorkItemPtr _TQThreadPoolBase::AllocWorkData(const void* data, DWORD size,
@@ -403,11 +416,12 @@ void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
         throw TQException(ERROR_INVALID_THREAD_ID,
                           L"Pool thread can only call RunPoolThread from it's running thread.");
     bool isWaiting = true;  // as it was counted before it started
-    BYTEBuf data;
+    ItemBuffer data;
     while (thread->ReadyForWork()) {
         GetWorkResult result;
         try {
-            result = m_impl->TakeWork(data, IdleWaitMs(), std::exchange(isWaiting, false));
+            result = m_impl->TakeWork(
+                data, [this] { return IdleWaitMs(); }, std::exchange(isWaiting, false));
         } catch (...) {
             m_impl->ReportCaught(thread, nullptr);
             Sleep(TakeAgainMs);
@@ -421,7 +435,7 @@ void _TQThreadPoolBase::RunPoolThread(TQPoolThread* thread) {
         } catch (...) {
             m_impl->ReportCaught(thread, &data);
         }
-        if (data.Capacity() > KeptBytes) data.Clear();
+        if (data.Room() > KeptBytes) data.Clear();
     }
     if (isWaiting) m_impl->counters.AdjustBusy(true);
     threads.Leave(*thread);

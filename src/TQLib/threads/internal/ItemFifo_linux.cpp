@@ -2,7 +2,6 @@
 
 #include "TQLib/platform/linux/base/FaultPoint.h"
 
-#include <cstring>
 #include <new>
 #include <sys/mman.h>
 #include <utility>
@@ -11,118 +10,185 @@ namespace Quellan::Corvel {
 
 using Platform::Guard;
 
-struct ItemFifo::Segment {
-    static constexpr std::size_t Bytes = 64 * 1024;
-    static constexpr DWORD SlotCount = Bytes / sizeof(Slot) - 1;
-    static constexpr DWORD MostKept = 256;  // 16 MB of each queue
+namespace {
 
-    alignas(sizeof(Slot)) Segment* next = nullptr;  // in the queue or among the free ones
-    Slot slots[SlotCount];
-};
+constexpr DWORD MostKept = 256;  // segments with slots, 16 MB of each queue
+
+}  // namespace
+
+ItemFifo::ItemFifo() noexcept {
+    Platform::TellOwnMemory(this, sizeof *this);
+}
 
 ItemFifo::~ItemFifo() TQ_NOT_ANALYSED {
-    for (PoolPort::Packet packet; Pop(packet);)
-        packet.Free();
-    if (m_first) Delete(m_first);
-    while (m_free)
-        Delete(std::exchange(m_free, m_free->next));
+    for (Segment* segment = m_first; segment;)
+        Delete(std::exchange(segment, segment->following.load()));
+    for (Segment* list : {m_free, m_slotless})
+        while (list)
+            Delete(std::exchange(list, list->nextFree));
 }
 
-bool ItemFifo::Begin() noexcept TQ_NOT_ANALYSED {
-    m_first = m_last = NewSegment();
-    return m_first;
+bool ItemFifo::Begin() noexcept {
+    Segment* const segment = NewSegment();
+    if (!segment) return false;
+    segment->taken = segment->known = segment->tickets = MarkOf(FirstLap, 0);
+    m_first = m_last = segment;
+    return true;
 }
 
-// What a slot holds is left as it is: the system's memory is zero, and each slot is written before it is read.
+// Memory.
+
 ItemFifo::Segment* ItemFifo::NewSegment() noexcept {
-    static_assert(sizeof(Segment) == Segment::Bytes);
+    Segment* segment;
     {
         const Guard lock(m_freeLock);
         if (m_free) {
             --m_freeCount;
-            return std::exchange(m_free, m_free->next);
+            return std::exchange(m_free, m_free->nextFree);
         }
+        segment = m_slotless;
+        if (segment) m_slotless = segment->nextFree;
     }
-    if (Platform::FaultDue("mmap")) return nullptr;
+    if (!segment && !(segment = new (std::nothrow) Segment)) return nullptr;
+    Platform::TellOwnMemory(segment, sizeof *segment);
+    if (GetSlots(*segment)) return segment;
+    const Guard lock(m_freeLock);
+    segment->nextFree = std::exchange(m_slotless, segment);
+    return nullptr;
+}
+
+// What a slot holds is left as it is: the system's memory is zero, and else it is of an earlier lap.
+bool ItemFifo::GetSlots(Segment& segment) noexcept {
+    if (Platform::FaultDue("mmap")) return false;
     void* const memory =
-        mmap(nullptr, sizeof(Segment), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    return memory != MAP_FAILED ? static_cast<Segment*>(memory) : nullptr;
+        mmap(nullptr, Segment::Bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return false;
+    Platform::TellOwnMemory(memory, Segment::Bytes);
+    segment.slots = static_cast<Slot*>(memory);
+    return true;
 }
 
 void ItemFifo::GiveBack(Segment* segment) noexcept {
     {
         const Guard lock(m_freeLock);
-        if (m_freeCount < Segment::MostKept) {
+        if (m_freeCount < MostKept) {
             ++m_freeCount;
-            segment->next = std::exchange(m_free, segment);
+            segment->nextFree = std::exchange(m_free, segment);
             return;
         }
     }
-    Delete(segment);
+    munmap(std::exchange(segment->slots, nullptr), Segment::Bytes);
+    const Guard lock(m_freeLock);
+    segment->nextFree = std::exchange(m_slotless, segment);
 }
 
 void ItemFifo::Delete(Segment* segment) noexcept {
-    munmap(segment, sizeof *segment);
+    if (segment->slots) munmap(segment->slots, Segment::Bytes);
+    delete segment;
 }
 
-bool ItemFifo::Push(PoolPort::Kind kind, const ItemTag& tag, DWORD size, const void* data,
-                    PoolPort::Record* holder) noexcept {
-    Platform::TellReleased(this);
-    Segment* fresh = nullptr;
-    for (;;) {
-        {
-            const Guard lock(m_pushLock);
-            if (m_pushIndex == Segment::SlotCount && fresh) [[unlikely]] {
-                m_last = m_last->next = std::exchange(fresh, nullptr);
-                m_pushIndex = 0;
-            }
-            if (m_pushIndex != Segment::SlotCount) [[likely]] {
-                Slot& slot = m_last->slots[m_pushIndex++];
-                slot.tag = tag;
-                slot.size = size;
-                slot.kind = kind;
-                if (holder)
-                    slot.holder = holder;
-                else if (size != 0)
-                    std::memcpy(slot.data, data, size);
-                // Before whatever the pusher looks at afterwards: who goes to sleep later sees the item.
-                m_pushed.store(m_pushed.load(std::memory_order_relaxed) + 1);
-                break;
-            }
-        }
-        if (!(fresh = NewSegment())) return false;
-    }
-    if (fresh) [[unlikely]]
-        GiveBack(fresh);
-    return true;
+// Pushing.
+
+ItemFifo::PushPlace ItemFifo::BeginPushAfter(Segment* full) noexcept {
+    return Append(full) ? BeginPush() : PushPlace{};
 }
 
-bool ItemFifo::Pop(PoolPort::Packet& packet) noexcept {
-    if (IsEmpty()) return false;
-    Segment* drained = nullptr;
+// False without memory. It is the last one, and follows the one before, before it gives tickets: whoever
+// looks for the last ticket, or from the first segment on, misses none.
+bool ItemFifo::Append(Segment* full) noexcept {
+    Segment* fresh = NewSegment();
+    if (!fresh) return m_last.load() != full;
     {
-        const Guard lock(m_popLock);
-        const ULONGLONG popped = m_popped.load(std::memory_order_relaxed);
-        if (popped == m_pushed.load()) return false;
-        if (m_popIndex == Segment::SlotCount) [[unlikely]] {
-            drained = std::exchange(m_first, m_first->next);
-            m_popIndex = 0;
+        const Guard lock(m_lastLock);
+        const Mark tickets = full->tickets.load();
+        if (m_last.load() == full && GivenIn(tickets) == Segment::SlotCount) {
+            const DWORD lap = LapIn(tickets) + 1;
+            fresh->following = nullptr;
+            fresh->left = 0;
+            fresh->tickets = MarkOf(lap, 0) | Closed;
+            // In this order: a late one who has looked at the places of the earlier use must not find tickets
+            // of this one for them.
+            fresh->taken = MarkOf(lap, 0);
+            fresh->known = MarkOf(lap, 0);
+            m_last = fresh;
+            full->following = fresh;
+            std::exchange(fresh, nullptr)->tickets = MarkOf(lap, 0);
         }
-        const Slot& slot = m_first->slots[m_popIndex++];
-        packet.tag = slot.tag;
-        packet.size = slot.size;
-        packet.kind = slot.kind;
-        if (slot.size > sizeof slot.data)
-            packet.holder = slot.holder;
-        else
-            std::memcpy(packet.data, slot.data, sizeof slot.data);
-        Compiler::PrefetchToRead(&slot + 1);  // for who pops it next
-        m_popped.store(popped + 1, std::memory_order_release);
     }
-    Platform::TellAcquired(this);
-    if (drained) [[unlikely]]
-        GiveBack(drained);
+    if (fresh) GiveBack(fresh);
     return true;
+}
+
+// Popping.
+
+// Whether it is worth looking again for the place `mark` of the first segment.
+bool ItemFifo::FindTicket(Segment* segment, Mark mark) noexcept {
+    if (CountIn(mark) == Segment::SlotCount) {
+        if (!segment->following.load()) return segment->taken.load() != mark;
+        LeaveFirst(segment, mark);
+        return true;
+    }
+    const DWORD given = GivenIn(segment->tickets.load());
+    if (given <= CountIn(mark)) return segment->taken.load() != mark;
+    // With the lap: what a late one writes here is nothing to those of a later use of the segment.
+    segment->known.store(MarkOf(LapIn(mark), given), std::memory_order_relaxed);
+    return true;
+}
+
+void ItemFifo::LeaveFirst(Segment* segment, Mark mark) noexcept {
+    {
+        const Guard lock(m_firstLock);
+        if (m_first.load() != segment || segment->taken.load() != mark) return;
+        m_first = segment->following.load();
+    }
+    Leave(segment);
+}
+
+// Who fills the slot has its ticket already, and calls nothing until it is filled.
+void ItemFifo::AwaitPush(const Slot& slot, DWORD lap) noexcept {
+    for (Platform::Backoff backoff; slot.lap.load(std::memory_order_acquire) != lap;)
+        backoff.Pause();
+}
+
+bool ItemFifo::PopStop() noexcept {
+    DWORD stops = m_stops.load();
+    while (stops != 0)
+        if (m_stops.compare_exchange_weak(stops, stops - 1)) return true;
+    return false;
+}
+
+// Numbers.
+
+bool ItemFifo::IsEmpty() const noexcept {
+    if (Stops() != 0) return false;
+    for (;;) {
+        const Segment* const segment = m_first.load();
+        const Mark mark = segment->taken.load();
+        if (m_first.load() != segment) continue;
+        const bool isEmpty = CountIn(mark) == Segment::SlotCount
+                                 ? !segment->following.load()
+                                 : GivenIn(segment->tickets.load()) <= CountIn(mark);
+        if (!isEmpty || segment->taken.load() == mark) return isEmpty;
+    }
+}
+
+// Read again where the segment came to a new use in between.
+ULONGLONG ItemFifo::Pushed() const noexcept {
+    for (;;) {
+        Segment* const segment = m_last.load();
+        const Mark mark = ReadCounter(segment->tickets);
+        if (m_last.load() == segment && LapIn(segment->tickets.load()) == LapIn(mark))
+            return NumberOf(mark, GivenIn(mark));
+    }
+}
+
+ULONGLONG ItemFifo::Popped() const noexcept {
+    for (;;) {
+        Segment* const segment = m_first.load();
+        const Mark mark = ReadCounter(segment->taken);
+        if (m_first.load() == segment && LapIn(segment->taken.load()) == LapIn(mark))
+            return NumberOf(mark, CountIn(mark));
+    }
 }
 
 }  // namespace Quellan::Corvel

@@ -3,6 +3,7 @@
 
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
+#include "TQLib/threads/internal/PoolCounters.h"
 #include "TQLib/threads/internal/PoolPort.h"
 
 #include <atomic>
@@ -10,64 +11,163 @@
 namespace Quellan::Corvel {
 
 // First in, first out. Each item lies in a slot of its own, with its data where these are short; slots stand
-// in segments that come from the system and go back to it, but for those that are kept for the next items.
-// Who pushes has the lock of the one end, who pops that of the other: what lies between them is told by two
-// counters. For several threads.
+// in segments, whose memory comes from the system and goes back to it, but for what is kept for the next
+// items.
+//
+// Nobody waits for a lock, but once in a segment. Who pushes takes a ticket, which is the item's place in the
+// order, and then fills the slot. Who pops takes the next place for which there is a ticket; where he is
+// ahead of the one who fills it he waits those moments. Behind the items are the stops of threads, which carry
+// nothing. For several threads.
+//
+// Somebody may hold the address of a segment that has been drained since, and add to its tickets in vain: so
+// segments themselves stay as long as the queue, and are only used again. A lap tells the uses of a segment
+// apart: it is the number of the segment in the queue, which does not come round before 2^41 items.
 class ItemFifo {
   public:
-    ItemFifo() noexcept = default;
+    struct alignas(64) Slot {
+        // Of an item that its poster has taken back.
+        static constexpr DWORD Void = ~DWORD{0};
+
+        std::atomic<DWORD> lap;  // of the segment, once the slot is filled
+        DWORD size;
+        WorkQueue* queue;  // of the item's requestor, null for an anonymous item
+        DWORD epoch;       // of that queue
+        union {
+            BYTE data[PoolPort::Packet::InlineBytes];
+            PoolPort::Record* holder;  // of longer data
+        };
+    };
+    static_assert(sizeof(Slot) == 128);
+
+  private:
+    // A lap, and in the lower half a number of slots.
+    using Mark = ULONGLONG;
+
+    struct Segment {
+        static constexpr DWORD SlotCount = 512;
+        static constexpr std::size_t Bytes = SlotCount * sizeof(Slot);
+
+        // Those who push: how many tickets there were, and are asked for in vain.
+        alignas(128) std::atomic<Mark> tickets = Closed;
+        std::atomic<Segment*> following = nullptr;
+        // Those who pop: how many places were taken, for how many it is known that there are tickets, and how
+        // many are no longer used; the segment itself counts as one of the last for as long as it is the
+        // first.
+        alignas(128) std::atomic<Mark> taken = 0;
+        std::atomic<Mark> known = 0;
+        std::atomic<DWORD> left = 0;
+        alignas(128) Slot* slots = nullptr;
+        Segment* nextFree = nullptr;
+    };
+
+    static constexpr Mark Closed = 0x80000000;  // no ticket is given yet
+    static constexpr DWORD FirstLap = 1;        // fresh memory is zero
+
+  public:
+    // A slot that is one's own until it is filled, and one until it is emptied.
+    struct PushPlace {
+        Slot* slot;
+        DWORD lap;
+    };
+    struct PopPlace {
+        Slot* slot;
+        Segment* segment;
+    };
+
+    ItemFifo() noexcept;
     ItemFifo(const ItemFifo&) = delete;
     ItemFifo& operator=(const ItemFifo&) = delete;
+    // Everything has been popped.
     ~ItemFifo();
 
     // Before all else. False without memory.
     [[nodiscard]] bool Begin() noexcept;
 
-    // Whether all that was pushed before has been popped.
-    [[nodiscard]] bool IsEmpty() const noexcept {
-        const ULONGLONG popped = m_popped.load();
-        return m_pushed.load() == popped;
+    // The next place in the order; from then on the item counts as pushed. Without a slot where there is no
+    // memory.
+    [[nodiscard]] PushPlace BeginPush() noexcept {
+        Segment* const segment = m_last.load(std::memory_order_acquire);
+        const Mark mark = segment->tickets.fetch_add(1);
+        if (CountIn(mark) >= Segment::SlotCount) [[unlikely]]
+            return BeginPushAfter(segment);
+        return {segment->slots + CountIn(mark), LapIn(mark)};
+    }
+    // The slot is filled.
+    static void EndPush(PushPlace place) noexcept {
+        place.slot->lap.store(place.lap, std::memory_order_release);
     }
 
-    // With its data in `data` or, where they are longer than a slot's, in `holder`. False without memory, with
-    // nothing changed.
-    [[nodiscard]] bool Push(PoolPort::Kind kind, const ItemTag& tag, DWORD size, const void* data,
-                            PoolPort::Record* holder) noexcept;
-    // False where there is nothing.
-    [[nodiscard]] bool Pop(PoolPort::Packet& packet) noexcept;
+    // Without a slot where there is no item. From then on it counts as popped.
+    [[nodiscard]] PopPlace BeginPop() noexcept {
+        for (;;) {
+            Segment* const segment = m_first.load(std::memory_order_acquire);
+            Mark mark = segment->taken.load();
+            // What was read is of the first segment, or of an earlier use of it: then it does not stay so.
+            if (m_first.load() != segment) continue;
+            if (mark >= segment->known.load(std::memory_order_relaxed)) [[unlikely]] {
+                if (!FindTicket(segment, mark)) return {};
+                continue;
+            }
+            if (!segment->taken.compare_exchange_strong(mark, mark + 1)) continue;
+            Slot* const slot = segment->slots + CountIn(mark);
+            if (slot->lap.load(std::memory_order_acquire) != LapIn(mark)) [[unlikely]]
+                AwaitPush(*slot, LapIn(mark));
+            return {slot, segment};
+        }
+    }
+    // The slot is needed no longer.
+    void EndPop(PopPlace place) noexcept { Leave(place.segment); }
+
+    void PushStop() noexcept { m_stops.fetch_add(1); }
+    // False where there is none.
+    bool PopStop() noexcept;
+    [[nodiscard]] DWORD Stops() const noexcept { return m_stops.load(); }
+
+    // Whether there was a moment without an item and a stop.
+    [[nodiscard]] bool IsEmpty() const noexcept;
+    // All items that were pushed, and that were popped, since the queue was made.
+    [[nodiscard]] ULONGLONG Pushed() const noexcept;
+    [[nodiscard]] ULONGLONG Popped() const noexcept;
 
   private:
     using Lock = Platform::ObjectLock<Platform::ShortLock>;
 
-    struct alignas(64) Slot {
-        ItemTag tag;
-        DWORD size;
-        PoolPort::Kind kind;
-        union {
-            BYTE data[PoolPort::Packet::InlineBytes];
-            PoolPort::Record* holder;
-        };
-    };
-    static_assert(sizeof(Slot) == 128);
+    static constexpr Mark MarkOf(DWORD lap, DWORD count) noexcept { return Mark{lap} << 32 | count; }
+    static constexpr DWORD LapIn(Mark mark) noexcept { return static_cast<DWORD>(mark >> 32); }
+    static constexpr DWORD CountIn(Mark mark) noexcept { return static_cast<DWORD>(mark); }
+    // How many tickets were given.
+    static constexpr DWORD GivenIn(Mark mark) noexcept {
+        if (mark & Closed) return 0;
+        return CountIn(mark) < Segment::SlotCount ? CountIn(mark) : Segment::SlotCount;
+    }
 
-    struct Segment;
+    static constexpr ULONGLONG NumberOf(Mark mark, DWORD count) noexcept {
+        return ULONGLONG{LapIn(mark) - FirstLap} * Segment::SlotCount + count;
+    }
+
+    PushPlace BeginPushAfter(Segment* full) noexcept;
+    bool Append(Segment* full) noexcept;
+    bool FindTicket(Segment* segment, Mark mark) noexcept;
+    static void AwaitPush(const Slot& slot, DWORD lap) noexcept;
+    void LeaveFirst(Segment* segment, Mark mark) noexcept;
+    void Leave(Segment* segment) noexcept {
+        if (segment->left.fetch_add(1) == Segment::SlotCount) [[unlikely]]
+            GiveBack(segment);
+    }
 
     [[nodiscard]] Segment* NewSegment() noexcept;
     void GiveBack(Segment* segment) noexcept;
+    [[nodiscard]] static bool GetSlots(Segment& segment) noexcept;
     static void Delete(Segment* segment) noexcept;
 
-    alignas(128) Lock m_pushLock;
-    DWORD m_pushIndex TQ_GUARDED_BY(m_pushLock) = 0;
-    Segment* m_last TQ_GUARDED_BY(m_pushLock) = nullptr;
-    std::atomic<ULONGLONG> m_pushed = 0;
+    alignas(128) std::atomic<Segment*> m_last = nullptr;
+    alignas(128) std::atomic<Segment*> m_first = nullptr;
+    alignas(128) std::atomic<DWORD> m_stops = 0;
 
-    alignas(128) Lock m_popLock;
-    DWORD m_popIndex TQ_GUARDED_BY(m_popLock) = 0;
-    Segment* m_first TQ_GUARDED_BY(m_popLock) = nullptr;
-    std::atomic<ULONGLONG> m_popped = 0;
-
-    alignas(128) Lock m_freeLock;
-    Segment* m_free TQ_GUARDED_BY(m_freeLock) = nullptr;
+    Lock m_lastLock, m_firstLock;  // for changing them
+    Lock m_freeLock;
+    Segment* m_free TQ_GUARDED_BY(m_freeLock) = nullptr;      // with slots
+    Segment* m_slotless TQ_GUARDED_BY(m_freeLock) = nullptr;  // without
     DWORD m_freeCount TQ_GUARDED_BY(m_freeLock) = 0;
 };
 

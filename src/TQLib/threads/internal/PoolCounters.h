@@ -62,6 +62,8 @@ class PoolCounters {
     // needs no thread for that item, and relies on this one for its own.
     void BeginTaking() noexcept { m_use.fetch_sub(OneWaiting - OneBusy - OneTaking); }
     void EndTaking() noexcept { m_use.fetch_sub(OneTaking); }
+    // There was none: it waits again.
+    void CancelTaking() noexcept { m_use.fetch_add(OneWaiting - OneBusy - OneTaking); }
 
   private:
     static constexpr unsigned TakingShift = 16, WaitingShift = 32;

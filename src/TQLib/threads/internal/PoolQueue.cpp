@@ -1,6 +1,6 @@
 #include "TQLib/threads/internal/PoolQueue.h"
 
-#include "TQLib/threads/internal/PoolThreads.h"
+#include "TQLib/core/TQException.h"
 
 #include <new>
 
@@ -9,8 +9,6 @@ namespace Quellan::Corvel {
 namespace {
 
 constexpr unsigned int StoppedCode = 0x80000015;
-
-constexpr const wchar_t* PostFailed = L"Posting of the thread pool work failed.";
 
 constexpr ULONGLONG KeptRecords = 65'536;
 
@@ -22,15 +20,16 @@ void PoolQueue::ThrowStopped() {
 }
 
 void PoolQueue::Stop() {
-    m_items.Stop();
+    m_port.Stop();
     ClearAll();
 }
 
 // Of a pool that may have had more items at once than are kept to be used again the memory goes back to the
 // system.
 void PoolQueue::Close() noexcept {
+    const ULONGLONG posted = m_port.AllPosted();
     m_port.Close();
-    if (m_items.AllPosted() > KeptRecords) _TQWin32AsynchRoot::ReleaseFree();
+    if (posted > KeptRecords) _TQWin32AsynchRoot::ReleaseFree();
 }
 
 DWORD PoolQueue::NewRequestor() {
@@ -47,45 +46,26 @@ DWORD PoolQueue::NewRequestor() {
 
 void PoolQueue::ReleaseRequestor(DWORD requestorID) {
     const TQThreadSynch::TQSynchLock guard(m_lock);
-    m_items.DropForRequestors(m_requestors.Release(requestorID));
+    Drop(m_requestors.Release(requestorID));
 }
 
 void PoolQueue::ClearRequestor(DWORD requestorID) {
     const TQThreadSynch::TQSynchLock guard(m_lock);
-    m_items.DropForRequestors(m_requestors.Clear(requestorID));
+    Drop(m_requestors.Clear(requestorID));
 }
 
 void PoolQueue::ClearAll() {
-    const TQThreadSynch::TQSynchLock guard(m_lock);
-    m_items.DropForRequestors(m_requestors.ClearAll());
-    m_items.DropAnonymous();
+    {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        Drop(m_requestors.ClearAll());
+    }
+    if (!IsClosed()) m_port.DropAnonymous();
 }
 
-// Posting.
-
-void PoolQueue::Post(const void* data, DWORD size, DWORD requestorID, PoolThreads& threads) {
-    const ItemTag item = Count(requestorID);
-    try {
-        if (IsStopped()) ThrowStopped();
-        threads.RequireThread();
-        if (const DWORD code = m_port.PostItem(item, data, size)) throw TQSysException(code, PostFailed);
-    } catch (...) {
-        Settle(item);
-        throw;
-    }
-}
-
-ItemTag PoolQueue::Count(DWORD requestorID) {
-    if (requestorID == 0) return {.queue = nullptr, .number = m_items.Post()};
-    WorkQueue* const queue = m_requestors.RequestorQueue(requestorID);
-    DWORD epoch = 0;
-    // Before the queue counts it: who clears that finds no more items than were posted.
-    m_items.PostForRequestor();
-    if (!queue || !queue->Post(requestorID, epoch)) {
-        m_items.SettleForRequestor();
-        throw TQException(ERROR_NOT_FOUND, L"_TQThreadPoolBase::PostForRequestor");
-    }
-    return {.queue = queue, .number = epoch};
+void PoolQueue::ThrowRefused(DWORD code) {
+    if (code == ERROR_OPERATION_ABORTED) ThrowStopped();
+    if (code == ERROR_NOT_FOUND) throw TQException(code, L"_TQThreadPoolBase::PostForRequestor");
+    throw TQSysException(code, L"Posting of the thread pool work failed.");
 }
 
 PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DWORD requestorID) {
@@ -97,27 +77,13 @@ PoolQueue::WorkItemPtr PoolQueue::AllocWorkData(const void* data, DWORD size, DW
     return item;
 }
 
-// Taking.
-
-bool PoolQueue::TakeItem(Packet& packet, BYTEBuf& data) {
-    if (!IsDropped(packet.tag)) data.Assign(packet.Data(), packet.size);
+bool PoolQueue::TakeItem(Packet& packet, ItemBuffer& data) {
+    if (!m_port.IsDropped(packet)) {
+        if (data.Room() < ItemBuffer::ShortBytes) data.Reserve(ItemBuffer::ShortBytes);  // for the next ones
+        data.Assign(packet.Data(), packet.size);
+    }
     packet.Free();
-    return Settle(packet.tag);
-}
-
-bool PoolQueue::IsDropped(const ItemTag& item) const noexcept {
-    return item.queue ? item.queue->IsDropped(static_cast<DWORD>(item.number))
-                      : m_items.IsDropped(item.number);
-}
-
-bool PoolQueue::Settle(const ItemTag& item) noexcept {
-    if (!item.queue) return m_items.Settle(item.number);
-    const bool isTaken = item.queue->Settle(static_cast<DWORD>(item.number));
-    if (isTaken)
-        m_items.SettleForRequestor();
-    else
-        m_items.SettleDropped();
-    return isTaken;
+    return m_port.Settle(packet);
 }
 
 }  // namespace Quellan::Corvel

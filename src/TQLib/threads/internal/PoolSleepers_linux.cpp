@@ -42,14 +42,6 @@ void PoolSleepers::Wake(Sleeper& sleeper, std::uint32_t word) noexcept {
     Platform::FutexWake(&sleeper.word, 1, Platform::Reach::Process);
 }
 
-bool PoolSleepers::Await(Platform::Deadline deadline, PoolPort::Packet& packet) noexcept {
-    bool isSearching = false;
-    while (!m_items.Pop(packet))
-        if (!Sleep(deadline, isSearching)) return false;
-    if (isSearching) EndSearch();
-    return true;
-}
-
 // False when the time is over and after `Dismiss`. The thread's search, if it is searching, ends and begins
 // with the sleep.
 bool PoolSleepers::Sleep(Platform::Deadline deadline, bool& isSearching) noexcept {

@@ -34,8 +34,15 @@ class PoolSleepers {
     void Dismiss() noexcept;
     [[nodiscard]] bool AreDismissed() const noexcept { return m_state.load() & Dismissed; }
 
-    // Waits for an item. False when the time is over, and after `Dismiss`.
-    [[nodiscard]] bool Await(Platform::Deadline deadline, PoolPort::Packet& packet) noexcept;
+    // Waits until `take` says that it has taken something. False when the time is over, and after `Dismiss`.
+    template <class Take>
+    [[nodiscard]] bool Await(Platform::Deadline deadline, Take take) noexcept {
+        bool isSearching = false;
+        while (!take())
+            if (!Sleep(deadline, isSearching)) return false;
+        if (isSearching) EndSearch();
+        return true;
+    }
 
   private:
     // The lower half of the state counts the sleepers.

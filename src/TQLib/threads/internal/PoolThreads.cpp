@@ -140,7 +140,8 @@ bool PoolThreads::Retire(TQPoolThread& thread, TQTimeSpan idle) {
             }
             if (idle.Milliseconds() <= KeepIdleMs) return false;
         }
-        // No longer counted before it looks for posts: see `PoolQueue::Post`.
+        // No longer counted before it looks for posts: who has just posted sees that there is no thread, or is
+        // seen here. The last one to leave goes after the others: then the pool is not full.
         m_counters.AdjustServing(false);
         if (!CanStop()) {
             m_counters.AdjustServing(true);

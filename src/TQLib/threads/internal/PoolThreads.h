@@ -29,7 +29,8 @@ class PoolThreads {
         // One more where packets of others may come, which nobody counts.
         return m_counters.AtHand() < m_queue.InFlight() + m_counters.HasPortObjects();
     }
-    // Returns when there is a thread that takes what was counted before. Throws as `AllocPoolThread`.
+    // Returns when there is a thread that takes items. It may leave before the next one is posted: see
+    // `Retire`. Throws as `AllocPoolThread`.
     void RequireThread() {
         if (m_counters.ServesNobody()) MakeFirstThread();
     }

@@ -125,8 +125,10 @@ class Reader {
         DWORD isThere = 0;
         (*this)(isThere);
         if (isThere > 1) Fail();
-        item.reset();
-        if (isThere == 1) (*this)(item.emplace());
+        if (isThere == 1)
+            (*this)(item.emplace());
+        else
+            item.reset();
     }
     template <class Fields>
     requires std::is_class_v<Fields>

@@ -14,10 +14,6 @@ namespace Quellan::Corvel {
 // dropped. Of a requestor's that is told by its queue. For several threads.
 class ItemCounters {
   public:
-    // No item is accepted any more.
-    void Stop() noexcept { m_posted.fetch_or(StopMark); }
-    [[nodiscard]] bool IsStopped() const noexcept { return m_posted.load() & StopMark; }
-
     [[nodiscard]] DWORD Items() const noexcept {
         // The settled ones first: never less than none.
         const ULONGLONG settled = ReadCounter(m_settled);
@@ -33,10 +29,12 @@ class ItemCounters {
         return items + m_droppedPackets.load();
     }
     // Since the pool was made.
-    [[nodiscard]] ULONGLONG AllPosted() const noexcept { return Posted() + m_postedForRequestors.load(); }
+    [[nodiscard]] ULONGLONG AllPosted() const noexcept {
+        return m_posted.load() + m_postedForRequestors.load();
+    }
 
     // Counts an anonymous item, and gives its number.
-    [[nodiscard]] ULONGLONG Post() noexcept { return m_posted.fetch_add(1) & ~StopMark; }
+    [[nodiscard]] ULONGLONG Post() noexcept { return m_posted.fetch_add(1); }
     [[nodiscard]] bool IsDropped(ULONGLONG number) const noexcept { return number < m_droppedBelow.load(); }
     // An anonymous item's packet is in flight no more: it counts as taken. False where it was dropped.
     bool Settle(ULONGLONG number) noexcept {
@@ -54,7 +52,7 @@ class ItemCounters {
     void DropAnonymous() noexcept {
         ULONGLONG settled = m_settled.load();
         for (;;) {
-            const ULONGLONG posted = Posted();
+            const ULONGLONG posted = m_posted.load();
             const auto count = static_cast<DWORD>(posted - settled);
             if (count == 0) return;
             m_droppedPackets.fetch_add(count);
@@ -75,11 +73,6 @@ class ItemCounters {
     void SettleDropped() noexcept { m_droppedPackets.fetch_sub(1); }
 
   private:
-    static constexpr ULONGLONG StopMark = ULONGLONG{1} << 63;
-
-    // Anonymous items.
-    [[nodiscard]] ULONGLONG Posted() const noexcept { return m_posted.load() & ~StopMark; }
-
     // Posters write the one line, threads that take the other, with each item.
     alignas(64) mutable std::atomic<ULONGLONG> m_posted = 0;
     mutable std::atomic<ULONGLONG> m_postedForRequestors = 0;
