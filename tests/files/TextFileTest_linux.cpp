@@ -131,22 +131,34 @@ TEST_F(SharedTextFile, HasARecordOnceWhoeverWritesIt) {
                                      {Then::Dies, "a record\r\n"}}) {
         SCOPED_TRACE(left);
         auto file = Open<TQTextFile>();
-        const Worker owner([&] { return ThrownCode([&] { file.Append(L"a record", 50); }); });
-        AwaitOffers(10);
         std::string bytes;
-        m_writer->Begin();
-        m_writer->Take(bytes, 0);
-        Sleep(60);
+        std::atomic<bool> hasEnded;
+        std::unique_ptr<Worker> owner;
+        // Once more where his time was up before anybody could begin.
+        for (DWORD ms = then == Then::Dies ? Patience : 50; bytes.empty(); ms *= 2) {
+            hasEnded = false;
+            owner = std::make_unique<Worker>([&, ms] {
+                const DWORD code = ThrownCode([&] { file.Append(L"a record", ms); });
+                hasEnded = true;
+                return code;
+            });
+            for (; bytes.empty() && !hasEnded; SwitchToThread()) {
+                m_writer->Take(bytes, 0);
+                if (bytes.empty()) m_writer->Settle(false);
+            }
+            if (then != Then::Dies) Sleep(ms + 10);
+            if (bytes.empty()) owner->Result();
+        }
         Write(left);
         if (then == Then::Dies)
             m_writer = nullptr;
         else
             m_writer->Settle(then == Then::GoesOn);
         if (then == Then::Fails) {
-            EXPECT_EQ(owner.Result(), DWORD{ERROR_LOCK_VIOLATION});
+            EXPECT_EQ(owner->Result(), DWORD{ERROR_LOCK_VIOLATION});
         }
         GiveUpLock();
-        EXPECT_EQ(owner.Result(), then == Then::Fails ? DWORD{ERROR_LOCK_VIOLATION} : 0);
+        EXPECT_EQ(owner->Result(), then == Then::Fails ? DWORD{ERROR_LOCK_VIOLATION} : 0);
         EXPECT_EQ(Contents(), then == Then::Fails ? "" : "a record\r\n");
         ASSERT_TRUE(m_other.Lock(AppendLock, 1, Patience));
         m_other.SetEnd(0);

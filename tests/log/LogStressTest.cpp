@@ -5,6 +5,8 @@
 #include "support/Role.h"
 #include "support/Worker.h"
 
+#include <cstdio>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <map>
 #include <memory>
@@ -218,11 +220,10 @@ void LogStress::KillWritersAndExpectAllRecords() {
     fs::remove_all(m_pass);
 }
 
-// Once, or again and again for as many seconds as TQ_LOG_STRESS_SECONDS says.
+// Once, or again and again for as many seconds as the environment variable TQ_STRESS_SECONDS says.
 TEST_F(LogStress, EveryAcknowledgedRecordIsThereOnceAndWhole) {
-    wchar_t text[16] = L"";
-    GetEnvironmentVariableW(L"TQ_LOG_STRESS_SECONDS", text, 16);
-    const ULONGLONG end = GetTickCount64() + 1000 * std::wcstoull(text, nullptr, 10);
+    const char* const seconds = std::getenv("TQ_STRESS_SECONDS");
+    const ULONGLONG end = GetTickCount64() + (seconds ? 1000 * std::strtoull(seconds, nullptr, 10) : 0);
     do
         KillWritersAndExpectAllRecords();
     while (GetTickCount64() < end && !HasFailure());
