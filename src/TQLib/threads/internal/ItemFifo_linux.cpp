@@ -89,8 +89,12 @@ void ItemFifo::Delete(Segment* segment) noexcept {
 
 // Pushing.
 
-ItemFifo::PushPlace ItemFifo::BeginPushAfter(Segment* full) noexcept {
-    return Append(full) ? BeginPush() : PushPlace{};
+ItemFifo::PushPlace ItemFifo::BeginPush() noexcept {
+    for (;;) {
+        Segment* const last = m_last.load();
+        const PushPlace place = TryBeginPush();
+        if (place.slot || !Append(last)) return place;
+    }
 }
 
 // False without memory. It is the last one, and follows the one before, before it gives tickets: whoever

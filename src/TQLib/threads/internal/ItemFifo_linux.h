@@ -85,11 +85,13 @@ class ItemFifo {
 
     // The next place in the order; from then on the item counts as pushed. Without a slot where there is no
     // memory.
-    [[nodiscard]] PushPlace BeginPush() noexcept {
+    [[nodiscard]] PushPlace BeginPush() noexcept;
+    // The same without a slot too where the last segment is full.
+    [[nodiscard]] PushPlace TryBeginPush() noexcept {
         Segment* const segment = m_last.load(std::memory_order_acquire);
         const Mark mark = segment->tickets.fetch_add(1);
         if (CountIn(mark) >= Segment::SlotCount) [[unlikely]]
-            return BeginPushAfter(segment);
+            return {};
         return {segment->slots + CountIn(mark), LapIn(mark)};
     }
     // The slot is filled.
@@ -145,7 +147,6 @@ class ItemFifo {
         return ULONGLONG{LapIn(mark) - FirstLap} * Segment::SlotCount + count;
     }
 
-    PushPlace BeginPushAfter(Segment* full) noexcept;
     bool Append(Segment* full) noexcept;
     bool FindTicket(Segment* segment, Mark mark) noexcept;
     static void AwaitPush(const Slot& slot, DWORD lap) noexcept;

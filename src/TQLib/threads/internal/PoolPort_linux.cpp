@@ -36,8 +36,10 @@ struct PoolPort::Impl {
 
     // `fill` puts the data in the slot.
     template <class Fill>
-    [[nodiscard]] DWORD Push(const std::atomic<bool>& isStopped, WorkQueue* queue, DWORD requestorID,
-                             DWORD size, Fill fill) noexcept;
+    [[nodiscard]] DWORD Push(ItemFifo::PushPlace place, const std::atomic<bool>& isStopped, WorkQueue* queue,
+                             DWORD requestorID, DWORD size, Fill fill) noexcept;
+    TQ_NOINLINE DWORD PushSlowly(const std::atomic<bool>& isStopped, WorkQueue* queue, DWORD requestorID,
+                                 const void* data, DWORD size);
     // The code with which the post fails.
     TQ_NOINLINE DWORD TakeBack(ItemFifo::PushPlace place, WorkQueue* countedBy,
                                const std::atomic<bool>& isStopped) noexcept;
@@ -123,17 +125,35 @@ DWORD PoolPort::Stops() const noexcept {
 
 // Posting.
 
+// What is done for almost every item calls nothing.
 DWORD PoolPort::PostItem(WorkQueue* queue, DWORD requestorID, const void* data, DWORD size) {
     if (const DWORD code = FaultDue("PostQueuedCompletionStatus")) return code;
     Platform::BeforeWait();
-    if (size <= Packet::InlineBytes) [[likely]]
-        return m_impl->Push(m_isStopped, queue, requestorID, size, [=](ItemFifo::Slot& slot) {
-            CopyShort(slot.data, static_cast<const BYTE*>(data), size);
+    if (size <= Packet::InlineBytes && !Platform::g_hasRaceTool) [[likely]] {
+        if (const auto place = m_impl->items.TryBeginPush(); place.slot) [[likely]]
+            return m_impl->Push(place, m_isStopped, queue, requestorID, size, [=](ItemFifo::Slot& slot) {
+                CopyShort(slot.data, static_cast<const BYTE*>(data), size);
+            });
+    }
+    return m_impl->PushSlowly(m_isStopped, queue, requestorID, data, size);
+}
+
+DWORD PoolPort::Impl::PushSlowly(const std::atomic<bool>& isStopped, WorkQueue* queue, DWORD requestorID,
+                                 const void* data, DWORD size) {
+    Record* holder = nullptr;
+    if (size > Packet::InlineBytes) {
+        holder = _TQWin32AsynchRoot::AllocOverlapped(size, true, 0);
+        std::memcpy(holder->data, data, size);
+    }
+    Platform::TellReleased(&items);
+    DWORD code = ERROR_NO_SYSTEM_RESOURCES;
+    if (const auto place = items.BeginPush(); place.slot)
+        code = Push(place, isStopped, queue, requestorID, size, [=](ItemFifo::Slot& slot) {
+            if (holder)
+                slot.holder = holder;
+            else
+                CopyShort(slot.data, static_cast<const BYTE*>(data), size);
         });
-    Record* const holder = _TQWin32AsynchRoot::AllocOverlapped(size, true, 0);
-    std::memcpy(holder->data, data, size);
-    const DWORD code = m_impl->Push(m_isStopped, queue, requestorID, size,
-                                    [=](ItemFifo::Slot& slot) { slot.holder = holder; });
     if (code != ERROR_SUCCESS) _TQWin32AsynchRoot::FreeOverlapped(holder);
     return code;
 }
@@ -142,12 +162,8 @@ DWORD PoolPort::PostItem(WorkQueue* queue, DWORD requestorID, const void* data, 
 // who stopped it before is seen; a queue counts no item that is not pushed; and a thread that goes to sleep
 // after that sees it, so that one that slept before is seen here.
 template <class Fill>
-inline DWORD PoolPort::Impl::Push(const std::atomic<bool>& isStopped, WorkQueue* queue, DWORD requestorID,
-                                  DWORD size, Fill fill) noexcept {
-    Platform::TellReleased(&items);
-    const ItemFifo::PushPlace place = items.BeginPush();
-    if (!place.slot) [[unlikely]]
-        return ERROR_NO_SYSTEM_RESOURCES;
+inline DWORD PoolPort::Impl::Push(ItemFifo::PushPlace place, const std::atomic<bool>& isStopped,
+                                  WorkQueue* queue, DWORD requestorID, DWORD size, Fill fill) noexcept {
     ItemFifo::Slot& slot = *place.slot;
     slot.size = size;
     slot.queue = queue;
