@@ -25,7 +25,8 @@ inline constexpr DWORD EVENT_ALL_ACCESS = STANDARD_RIGHTS_REQUIRED | SYNCHRONIZE
 // without a name, 123 (ERROR_INVALID_NAME) for a prefix alone, 161 (ERROR_BAD_PATHNAME) for a backslash at
 // the beginning, 170 (ERROR_BUSY) where somebody has kept the object locked for 5 s, 206
 // (ERROR_FILENAME_EXCED_RANGE), 1450 (ERROR_NO_SYSTEM_RESOURCES), 50 (ERROR_NOT_SUPPORTED) where inheritance
-// is asked for, by attributes or on opening, and for access-control lists that mode bits cannot express.
+// is asked for, by attributes or on opening, for access-control lists that mode bits cannot express, and for a
+// mutex where the kernel does not tell of the end of its owners (docs/formats/named-objects.md).
 //
 // Waits for an object with a name, and calls that change it, fail with 170 (ERROR_BUSY) where another process
 // has kept it locked for 2 s, and with 999 (ERROR_SWAPERROR) where somebody who may use it cut off its
