@@ -11,8 +11,7 @@ void Show(TQConsole& console, const wchar_t* title, const _TQWin32Exception& exc
     console.Write(TQString::Format(L"%s\n  level %s, source %s, subsystem %s\n  %s", title,
                                    exception.ExcLevelName(), exception.ExcSourceName(),
                                    exception.ExcSubSysName(), block.c_str()));
-    if (const _TQWin32Exception* inner = exception.Inner())
-        console.Write(TQString::Format(L"  because: %s\n", inner->FullMsg(TQStrResDestination::User)));
+    console.Write(exception.ChainMsg(TQStrResDestination::User) + L"\n");
 }
 
 void OpenSettings() {

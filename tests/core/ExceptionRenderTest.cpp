@@ -228,4 +228,28 @@ TEST_F(ExceptionRender, TheExceptionBeingHandledIsDescribed) {
     EXPECT_EQ(sink.Entries()[2].strings[1], L"Unknown exception occurred in Here with no detail message.");
 }
 
+TEST_F(ExceptionRender, TheChainTellsCausesFilesAndFaults) {
+    TQException open(ERROR_FILE_NOT_FOUND, L"Open");
+    open.AddErrFile(L"/etc/a");
+    open.AddErrFile(L"/etc/b");
+    const TQAppException outer(TQException(open, 0u, L"Read the settings"), 0xC0000094, L"Start");
+    EXPECT_EQ(outer.ChainMsg(Log), STLString(L"Start (STATUS_INTEGER_DIVIDE_BY_ZERO[0xc0000094])\r\n"
+                                             L"Caused by: Read the settings\r\n"
+                                             L"Caused by: ") +
+                                       open.FullMsg(Log) + L"\r\n    File: /etc/a\r\n    File: /etc/b");
+    EXPECT_EQ(outer.FullMsg(Log), L"Start (" + CodeString(0xC0000094) + L")") << "the line stays as it is";
+    EXPECT_EQ(TQException(0x80004005, L"Call").ChainMsg(Log), TQException(0x80004005, L"Call").FullMsg(Log));
+    EXPECT_EQ(TQException(0xC0DE0001, L"Call").ChainMsg(Log), L"Call (NTSTATUS [0xc0de0001])");
+
+    const _TQWin32Exception fault(TQOSExceptionRecord{.code = 0xC0000005,
+                                                      .flags = 0,
+                                                      .address = nullptr,
+                                                      .parameterCount = 2,
+                                                      .access = 1,
+                                                      .target = 16,
+                                                      .status = 0});
+    EXPECT_THAT(fault.ChainMsg(Log).Std(), HasSubstr(L"(STATUS_ACCESS_VIOLATION[0xc0000005])\r\n"
+                                                     L"    OS Exception-Write Access Violation @ 0x"));
+}
+
 }  // namespace

@@ -5,9 +5,12 @@
 #include "support/FailCall.h"
 
 #include <array>
+#include <future>
 #include <gmock/gmock.h>
 #include <string>
+#include <system_error>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 using namespace Quellan::Corvel;
@@ -114,7 +117,6 @@ TEST(ExceptionCopy, IsEqualMarkedAndIndependent) {
         EXPECT_FALSE(original.Copied());
         EXPECT_TRUE(copy.HasLogged());
         EXPECT_EQ(copy.ErrFileList(), original.ErrFileList());
-        EXPECT_NE(copy.Inner(), original.Inner());
 
         TQException assigned(7u, longText.c_str());
         assigned = original;
@@ -175,6 +177,26 @@ TEST(ExceptionCopy, MayAssignAnInnerExceptionToItsOuterOne) {
     }
 }
 
+TEST(ExceptionCopy, NeedsNoMemory) {
+    const auto check = []<class... E>(std::type_identity<E>...) {
+        static_assert((std::is_nothrow_copy_constructible_v<E> && ...));
+        static_assert((std::is_nothrow_copy_assignable_v<E> && ...));
+    };
+    check(std::type_identity<_TQWin32Exception>(), std::type_identity<TQCoreException>(),
+          std::type_identity<TQException>(), std::type_identity<TQSysException>(),
+          std::type_identity<TQAppException>(), std::type_identity<TQCriticalException>());
+    TQException original(TQException(1u, L"cause"), 5u, std::wstring(300, L'x').c_str());
+    original.SetAction(L"Open");
+    original.AddErrFile(L"file");
+    const std::string said = original.what();
+    FailAllocation fail(1);
+    fail.MayNotCome();
+    const TQException copy(original);
+    EXPECT_EQ(copy, original);
+    EXPECT_EQ(copy.what(), said);
+    EXPECT_FALSE(fail.Fired());
+}
+
 TEST(ExceptionCopy, IsRenderedByManyThreadsAtOnce) {
     const TQException e(5u, L"Message");
     std::array<const wchar_t*, 8> lines{};
@@ -184,6 +206,57 @@ TEST(ExceptionCopy, IsRenderedByManyThreadsAtOnce) {
             threads.emplace_back([&] { line = e.FullMsg(TQStrResDestination::Log); });
     }
     EXPECT_THAT(lines, testing::Each(e.FullMsg(TQStrResDestination::Log))) << "the first line stays";
+}
+
+TEST(StandardException, SaysTheUsersMessageInUtf8) {
+    const TQException named(5u, L"Gr\u00F6\u00DFe \u20AC");
+    try {
+        throw named;
+    } catch (const std::exception& e) {
+        EXPECT_EQ(std::string_view(e.what()),
+                  TQString(named.FullMsg(TQStrResDestination::User)).ToUtf8().View());
+        EXPECT_THAT(e.what(), testing::StartsWith("Gr\xC3\xB6\xC3\x9F"
+                                                  "e \xE2\x82\xAC ("));
+    }
+    EXPECT_STRNE(TQException(0u).what(), "") << "without a code and a message";
+    for (unsigned n = 1; n <= 2; ++n) {
+        const TQException unrendered(5u, std::wstring(100, L'm').c_str());
+        {
+            FailAllocation fail(n);
+            EXPECT_STRNE(unrendered.what(), "");
+        }
+        EXPECT_THAT(unrendered.what(), testing::StartsWith("mmm")) << "once there is memory again";
+    }
+}
+
+TEST(StandardException, TakesAndGivesTheStandardLibrarysCodes) {
+    const struct {
+        std::error_code given;
+        unsigned code;
+    } in[] = {
+        {{}, 0},
+        {std::make_error_code(std::errc::no_such_file_or_directory), ERROR_FILE_NOT_FOUND},
+        {std::make_error_code(std::errc::permission_denied), ERROR_ACCESS_DENIED},
+        {std::make_error_code(std::errc::text_file_busy), 0x80004005},
+        {std::make_error_code(std::future_errc::no_state), 0x80004005},
+        {TQException(0xC0000005u).ErrorCode(), 0xC0000005},
+#if defined(_WIN32)
+        {{ERROR_MOD_NOT_FOUND, std::system_category()}, ERROR_MOD_NOT_FOUND},
+#else
+        {{ENOSPC, std::system_category()}, ERROR_DISK_FULL},
+#endif
+    };
+    for (const auto& each : in) {
+        const TQSysException e(each.given, L"where");
+        EXPECT_EQ(e.ErrCode(), each.code) << each.given;
+        EXPECT_EQ(Message(e), L"where");
+    }
+    const std::error_code out = TQSysException(ERROR_ALREADY_EXISTS).ErrorCode();
+    EXPECT_EQ(out, std::errc::file_exists);
+    EXPECT_NE(out, std::errc::no_such_file_or_directory);
+    EXPECT_EQ(out.message(), TQString(TQException(183u).ExcCodeString().View()).ToUtf8().View());
+    EXPECT_EQ(TQException(317u).ErrorCode().default_error_condition(),
+              std::error_condition(317, TQErrorCategory()));
 }
 
 struct Helper {
@@ -274,7 +347,7 @@ TEST(OutOfMemory, ThrowsTheReservedInstanceWhereTheReportItselfNeedsMemory) {
                 EXPECT_EQ(e.ErrCode(), 14u);
             }
         }
-        EXPECT_EQ(reserved, 1);
+        EXPECT_EQ(reserved, 2) << "of the text and of what its copies share";
     }
 }
 

@@ -40,10 +40,10 @@ STLString DescribeCurrent(const wchar_t* where) {
 
 }  // namespace
 
-TQCoreException::TQCoreException(const _TQWin32Exception& other)
+TQCoreException::TQCoreException(const _TQWin32Exception& other) noexcept
     : _TQWin32Exception(other), m_isCopied(true) {}
 
-TQCoreException::TQCoreException(const TQCoreException& other)
+TQCoreException::TQCoreException(const TQCoreException& other) noexcept
     : _TQWin32Exception(other),
       TQObject(other),
       m_isLogged(other.HasLogged()),
@@ -51,7 +51,7 @@ TQCoreException::TQCoreException(const TQCoreException& other)
       m_isDontLog(other.DontLog()),
       m_isCopied(true) {}
 
-TQCoreException& TQCoreException::operator=(const TQCoreException& other) {
+TQCoreException& TQCoreException::operator=(const TQCoreException& other) noexcept {
     _TQWin32Exception::operator=(other);
     m_isLogged = other.HasLogged();
     m_isEventLogged = other.HasEventLogged();

@@ -16,9 +16,9 @@ class TQLIB_API TQCoreException : public _TQWin32Exception, public TQObject {
   public:
     using _TQWin32Exception::_TQWin32Exception;
     // The same failure, copied; for one that was caught as its base.
-    explicit TQCoreException(const _TQWin32Exception& other);
-    TQCoreException(const TQCoreException& other);
-    TQCoreException& operator=(const TQCoreException& other);
+    explicit TQCoreException(const _TQWin32Exception& other) noexcept;
+    TQCoreException(const TQCoreException& other) noexcept;
+    TQCoreException& operator=(const TQCoreException& other) noexcept;
     ~TQCoreException() override;
 
     [[nodiscard]] TQCoreException* AllocCopy() const override;

@@ -4,6 +4,7 @@
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/platform/SystemCodes.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 #include "TQLib/text/memory/internal/UniqueHandle.h"
@@ -56,6 +57,7 @@ constexpr unsigned short FacilityMessageFile = 0xFFF;
 constexpr unsigned short FacilityMessageFileOther = 0xFFE;
 
 constexpr std::wstring_view CodeText = L"[0x00000000]";
+constexpr std::wstring_view LineBreak = L"\r\n";
 
 // By hand: behind the unwinder the formatter's code is cold, and would take a quarter of the time of
 // rendering a message.
@@ -88,6 +90,97 @@ bool AppendSystemText(DWORD number, STLString& out) {
     out.Reserve(out.Length() + length + CodeText.size());
     out.Append(std::wstring_view(text, length));
     return true;
+}
+
+STLString CodeStringOf(unsigned int code) noexcept {
+    STLString text;
+    try {
+        const unsigned short facility = _TQExceptionRoot::CodeFacility(code);
+        const DWORD number = facility == FACILITY_WIN32 || facility == 0 ? code & 0xFFFF : code;
+        if (number == 0) return text;
+        const bool isFound =
+            AppendSystemText(number, text) ||
+            (facility == FacilityInterface && AppendSystemText((code & 0x8007FFFF) | 0x70000, text)) ||
+            ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) &&
+             AppendSystemText(code & 0xFFFF, text));
+        if (!isFound) text.Append(L"unknown");
+        AppendCode(code, text);
+    } catch (...) {
+        // Telling of a failure must not fail: what has been found so far has to do.
+    }
+    return text;
+}
+
+// The name of a code that is an NTSTATUS and nothing else; null for all others.
+const wchar_t* StatusName(unsigned int code) {
+    const wchar_t* name = code >> 30 == 3 ? L"NTSTATUS " : nullptr;
+    for (const Platform::SystemCode& known : Platform::SystemCodesOf(code)) {
+        if (known.family == Platform::SystemCodeFamily::HResult) return nullptr;
+        if (known.family == Platform::SystemCodeFamily::NtStatus) name = known.name;
+    }
+    return code >> 30 >= 2 ? name : nullptr;
+}
+
+// What means the same, the code that stands for an errno value first.
+constexpr struct {
+    DWORD code;
+    std::errc condition;
+} Conditions[] = {
+    {ERROR_FILE_NOT_FOUND, std::errc::no_such_file_or_directory},
+    {ERROR_PATH_NOT_FOUND, std::errc::no_such_file_or_directory},
+    {ERROR_TOO_MANY_OPEN_FILES, std::errc::too_many_files_open},
+    {ERROR_ACCESS_DENIED, std::errc::permission_denied},
+    {ERROR_INVALID_HANDLE, std::errc::bad_file_descriptor},
+    {ERROR_OUTOFMEMORY, std::errc::not_enough_memory},
+    {ERROR_NOT_ENOUGH_MEMORY, std::errc::not_enough_memory},
+    {ERROR_NOT_SAME_DEVICE, std::errc::cross_device_link},
+    {ERROR_WRITE_PROTECT, std::errc::read_only_file_system},
+    {ERROR_BUSY, std::errc::device_or_resource_busy},
+    {ERROR_SHARING_VIOLATION, std::errc::device_or_resource_busy},
+    {ERROR_LOCK_VIOLATION, std::errc::no_lock_available},
+    {ERROR_NOT_SUPPORTED, std::errc::not_supported},
+    {ERROR_FILE_EXISTS, std::errc::file_exists},
+    {ERROR_ALREADY_EXISTS, std::errc::file_exists},
+    {ERROR_INVALID_PARAMETER, std::errc::invalid_argument},
+    {ERROR_BROKEN_PIPE, std::errc::broken_pipe},
+    {ERROR_DISK_FULL, std::errc::no_space_on_device},
+    {ERROR_CALL_NOT_IMPLEMENTED, std::errc::function_not_supported},
+    {ERROR_DIRECTORY, std::errc::not_a_directory},
+    {ERROR_DIR_NOT_EMPTY, std::errc::directory_not_empty},
+    {ERROR_FILENAME_EXCED_RANGE, std::errc::filename_too_long},
+    {ERROR_OPERATION_ABORTED, std::errc::operation_canceled},
+    {ERROR_CANCELLED, std::errc::operation_canceled},
+    {ERROR_POSSIBLE_DEADLOCK, std::errc::resource_deadlock_would_occur},
+    {ERROR_TIMEOUT, std::errc::timed_out},
+    {WAIT_TIMEOUT, std::errc::timed_out},
+    {ERROR_SEM_TIMEOUT, std::errc::timed_out},
+    {ERROR_FILE_TOO_LARGE, std::errc::file_too_large},
+    {ERROR_PRIVILEGE_NOT_HELD, std::errc::operation_not_permitted},
+    {ERROR_IO_DEVICE, std::errc::io_error},
+};
+
+class ErrorCategory final : public std::error_category {
+  public:
+    const char* name() const noexcept override { return "TQLib"; }
+    std::string message(int code) const override {
+        return std::string(CodeStringOf(static_cast<unsigned int>(code)).ToUtf8().View());
+    }
+    std::error_condition default_error_condition(int code) const noexcept override {
+        for (const auto& each : Conditions)
+            if (each.code == static_cast<DWORD>(code)) return each.condition;
+        return {code, *this};
+    }
+};
+
+unsigned int CodeFrom(const std::error_code& failure) {
+    const std::error_category& category = failure.category();
+    if (failure.value() == 0) return ERROR_SUCCESS;
+    if (category == TQErrorCategory()) return static_cast<unsigned int>(failure.value());
+    if (category == std::system_category()) return Platform::CodeOfSystem(failure.value());
+    if (category == std::generic_category())
+        for (const auto& each : Conditions)
+            if (static_cast<int>(each.condition) == failure.value()) return each.code;
+    return static_cast<unsigned int>(E_FAIL);
 }
 
 const wchar_t* AccessVerb(std::uintptr_t access) {
@@ -129,6 +222,15 @@ ThreadTraps& TrapsOf(DWORD thread) {
 
 }  // namespace
 
+const std::error_category& TQErrorCategory() noexcept {
+    // Never destroyed: the codes of static objects may outlive it.
+    static const ErrorCategory& category = *new ErrorCategory;
+    return category;
+}
+
+_TQExceptionContent::_TQExceptionContent(const std::error_code& failure, const wchar_t* message)
+    : _TQExceptionContent(CodeFrom(failure), message) {}
+
 _TQExceptionRoot::Source _TQExceptionRoot::CodeSource(unsigned int code) noexcept {
     const unsigned short facility = CodeFacility(code);
     if (facility == 4) return Source::App;
@@ -168,11 +270,11 @@ _TQExceptionBase<T>::_TQExceptionBase(const T* inner, const _TQExceptionContent&
       m_text(content.text),
       m_resource(content.resource),
       m_record(content.record) {
-    if (inner) m_inner.reset(inner->AllocCopy());
+    if (inner) m_inner = CommonValue<std::unique_ptr<const T>>(std::unique_ptr<const T>(inner->AllocCopy()));
 }
 
 template <class T>
-_TQExceptionBase<T>::_TQExceptionBase(const _TQExceptionBase& other)
+_TQExceptionBase<T>::_TQExceptionBase(const _TQExceptionBase& other) noexcept
     : _TQExceptionRoot(other),
       m_code(other.m_code),
       m_level(other.m_level),
@@ -184,36 +286,27 @@ _TQExceptionBase<T>::_TQExceptionBase(const _TQExceptionBase& other)
       m_resource(other.m_resource),
       m_action(other.m_action),
       m_record(other.m_record),
-      m_cache(other.m_cache) {
-    if (other.m_files) m_files.reset(NewCopy(*other.m_files));
-    if (other.m_inner) m_inner.reset(other.m_inner->AllocCopy());
-}
+      m_cache(other.m_cache),
+      m_files(other.m_files),
+      m_inner(other.m_inner) {}
 
 template <class T>
-_TQExceptionBase<T>& _TQExceptionBase<T>::operator=(const _TQExceptionBase& other) {
+_TQExceptionBase<T>& _TQExceptionBase<T>::operator=(const _TQExceptionBase& other) noexcept {
     if (this == &other) return *this;
-    // All that may fail is done before anything changes.
-    ExceptionText text(other.m_text);
-    STLString action(other.m_action);
-    MessageCache cache(other.m_cache);
-    std::unique_ptr<TQStringArray> files(other.m_files ? NewCopy(*other.m_files) : nullptr);
-    std::unique_ptr<T> inner(other.m_inner ? other.m_inner->AllocCopy() : nullptr);
+    m_formerInner = m_inner;
     m_code = other.m_code;
     m_level = other.m_level;
     m_source = other.m_source;
     m_subsystem = other.m_subsystem;
     m_process = other.m_process;
     m_thread = other.m_thread;
-    m_text = std::move(text);
+    m_text = other.m_text;
     m_resource = other.m_resource;
-    m_action = std::move(action);
+    m_action = other.m_action;
     m_record = other.m_record;
-    m_cache.Swap(cache);
-    m_files = std::move(files);
-    m_inner.swap(inner);
-    m_formerInner.reset();
-    for (const _TQExceptionBase* within = inner.get(); within; within = within->m_inner.get())
-        if (within == &other) m_formerInner = std::move(inner);
+    m_cache = other.m_cache;
+    m_files = other.m_files;
+    m_inner = other.m_inner;
     return *this;
 }
 
@@ -233,22 +326,7 @@ bool _TQExceptionBase<T>::IsSysException() const {
 
 template <class T>
 STLString _TQExceptionBase<T>::ExcCodeString() const {
-    STLString text;
-    try {
-        const unsigned short facility = CodeFacility(m_code);
-        const DWORD number = facility == FACILITY_WIN32 || facility == 0 ? m_code & 0xFFFF : m_code;
-        if (number == 0) return text;
-        const bool isFound =
-            AppendSystemText(number, text) ||
-            (facility == FacilityInterface && AppendSystemText((m_code & 0x8007FFFF) | 0x70000, text)) ||
-            ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) &&
-             AppendSystemText(m_code & 0xFFFF, text));
-        if (!isFound) text.Append(L"unknown");
-        AppendCode(m_code, text);
-    } catch (...) {
-        // Telling of a failure must not fail: what has been found so far has to do.
-    }
-    return text;
+    return CodeStringOf(m_code);
 }
 
 template <class T>
@@ -258,16 +336,33 @@ const wchar_t* _TQExceptionBase<T>::ExcSubSysName() const {
 
 template <class T>
 void _TQExceptionBase<T>::SetAction(const wchar_t* action) {
-    STLString text(action);
+    CommonValue<STLString> text{STLString(action)};
     // Only the first action empties the cache. Lines that were rendered with it keep it when a later one is
     // set.
-    if (m_action.IsEmpty()) m_cache.Drop();
-    m_action = std::move(text);
+    if (!*Action()) m_cache.Drop();
+    m_action = text;
+}
+
+template <class T>
+const char* _TQExceptionBase<T>::what() const noexcept {
+    try {
+        if (const _TQaString* kept = m_cache.utf8.Find()) return kept->c_str();
+        const STLString& line = FullLine(TQStrResDestination::User, {});
+        if (line.IsEmpty()) return "A failure without a code and without a message.";
+        return m_cache.utf8.Keep(line.ToUtf8()).c_str();
+    } catch (...) {
+        return "A failure whose message can't be rendered.";
+    }
 }
 
 template <class T>
 unsigned int _TQExceptionBase<T>::ErrCode() const noexcept {
     return m_code;
+}
+
+template <class T>
+std::error_code _TQExceptionBase<T>::ErrorCode() const noexcept {
+    return {COMErrCode(), TQErrorCategory()};
 }
 
 template <class T>
@@ -312,7 +407,7 @@ DWORD _TQExceptionBase<T>::ExcThread() const noexcept {
 
 template <class T>
 const wchar_t* _TQExceptionBase<T>::Action() const noexcept {
-    return m_action.c_str();
+    return m_action.Get() ? m_action.Get()->c_str() : L"";
 }
 
 template <class T>
@@ -322,7 +417,7 @@ bool _TQExceptionBase<T>::HasResMsg() const noexcept {
 
 template <class T>
 const T* _TQExceptionBase<T>::Inner() const noexcept {
-    return m_inner.get();
+    return m_inner.Get() ? m_inner.Get()->get() : nullptr;
 }
 
 template <class T>
@@ -332,14 +427,14 @@ const TQOSExceptionRecord* _TQExceptionBase<T>::OSException() const noexcept {
 
 template <class T>
 TQStringArray _TQExceptionBase<T>::ErrFileList() const {
-    return m_files ? *m_files : TQStringArray();
+    return m_files.Get() ? *m_files.Get() : TQStringArray();
 }
 
 template <class T>
 void _TQExceptionBase<T>::AddErrFile(const wchar_t* file) const {
-    TQString added(file);
-    if (!m_files) m_files.reset(NewCopy(TQStringArray()));
-    m_files->Add(std::move(added));
+    TQStringArray files = ErrFileList();
+    files.Add(file);
+    m_files = CommonValue<TQStringArray>(std::move(files));
 }
 
 template <class T>
@@ -353,11 +448,18 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
                                                std::span<const TQMsgArg> args) const {
     if (static_cast<std::size_t>(destination) >= TQStrResDestinationCount)
         TQStdExceptions::ThrowParameterInvalidError(L"TQCoreException::FullMsg");
-    if (const STLString* kept = m_cache.Find(destination)) return *kept;
+    KeptLine<STLString>& cached = m_cache.For(destination);
+    if (const STLString* kept = cached.Find()) return *kept;
 
-    const STLString codeString = static_cast<const T*>(this)->ExcCodeString();
+    return cached.Keep(LineWith(static_cast<const T*>(this)->ExcCodeString(), destination, args));
+}
+
+template <class T>
+STLString _TQExceptionBase<T>::LineWith(const STLString& codeString, TQStrResDestination destination,
+                                        std::span<const TQMsgArg> args) const {
     STLString line;
-    line.Reserve(m_text.Length() + codeString.Length() + m_action.Length() + std::size(L" () Action="));
+    const std::wstring_view action = Action();
+    line.Reserve(m_text.Length() + codeString.Length() + action.size() + std::size(L" () Action="));
     try {
         line.Append(m_resource ? MessageFor(destination, args).View() : m_text.View());
     } catch (const _TQWin32Exception& e) {
@@ -366,18 +468,19 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
         line.Append(e.ExcMsg(destination).View());
     }
     if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
-    if (!m_action.IsEmpty()) line.Append(L" Action=").Append(m_action.View());
-    return m_cache.Keep(destination, std::move(line));
+    if (!action.empty()) line.Append(L" Action=").Append(action);
+    return line;
 }
 
 template <class T>
 bool _TQExceptionBase<T>::SaysTheSame(const _TQExceptionBase& other) const noexcept {
     if (m_code != other.m_code || m_level != other.m_level || m_source != other.m_source ||
         m_subsystem != other.m_subsystem || m_resource != other.m_resource || m_record != other.m_record ||
-        m_action != other.m_action || !(m_text == other.m_text))
+        std::wstring_view(Action()) != other.Action() || !(m_text == other.m_text))
         return false;
-    if (!m_inner || !other.m_inner) return !m_inner && !other.m_inner;
-    return *m_inner == *other.m_inner;
+    const T* const inner = Inner();
+    const T* const otherInner = other.Inner();
+    return inner && otherInner ? *inner == *otherInner : inner == otherInner;
 }
 
 template class _TQExceptionBase<_TQWin32Exception>;
@@ -386,8 +489,8 @@ _TQWin32Exception::_TQWin32Exception(const _TQWin32Exception* inner, const _TQEx
                                      bool isPreAllocated)
     : _TQExceptionBase(inner, content), m_isPreAllocated(isPreAllocated) {}
 
-_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception&) = default;
-_TQWin32Exception& _TQWin32Exception::operator=(const _TQWin32Exception&) = default;
+_TQWin32Exception::_TQWin32Exception(const _TQWin32Exception&) noexcept = default;
+_TQWin32Exception& _TQWin32Exception::operator=(const _TQWin32Exception&) noexcept = default;
 _TQWin32Exception::~_TQWin32Exception() = default;
 
 _TQWin32Exception* _TQWin32Exception::AllocCopy() const {
@@ -401,10 +504,10 @@ void _TQWin32Exception::AssembleLogOutput(const wchar_t* where, STLString& out) 
     out.Append(FullLine(TQStrResDestination::Log, {}).View());
     if (where && !IsBadStringPtrW(where, static_cast<std::uintptr_t>(-1)) && *where)
         out.Append(L" in ").Append(where);
-    out.Append(L"\r\n");
+    out.Append(LineBreak);
     if (OSException()) {
         AppendOSExceptionLine(out);
-        out.Append(L"\r\n");
+        out.Append(LineBreak);
     }
 }
 
@@ -432,10 +535,42 @@ void _TQWin32Exception::AppendOSExceptionLine(STLString& out) const {
                          flags, owner.c_str());
 }
 
+STLString _TQWin32Exception::ChainLine(TQStrResDestination destination) const {
+    const wchar_t* const name =
+        Translated(L"TQCoreException::ChainMsg", [this] { return StatusName(ErrCode()); });
+    if (!name) return FullLine(destination, {});
+    STLString code(name);
+    AppendCode(ErrCode(), code);
+    return LineWith(code, destination, {});
+}
+
+STLString _TQWin32Exception::ChainMsg(TQStrResDestination destination) const {
+    STLString chain = ChainLine(destination);
+    chain.Append(LineBreak);
+    AppendCauses(destination, true, chain);
+    return chain.Left(chain.Length() - LineBreak.size());
+}
+
+void _TQWin32Exception::AppendCauses(TQStrResDestination destination, bool withOwnFault,
+                                     STLString& out) const {
+    for (const _TQWin32Exception* each = this; each; each = each->Inner()) {
+        if (each != this)
+            out.Append(L"Caused by: ").Append(each->ChainLine(destination).View()).Append(LineBreak);
+        for (const TQString& file : each->ErrFileList())
+            out.Append(L"    File: ").Append(file.View()).Append(LineBreak);
+        if (each->OSException() && (withOwnFault || each != this)) {
+            out.Append(L"    ");
+            each->AppendOSExceptionLine(out);
+            out.Append(LineBreak);
+        }
+    }
+}
+
 void _TQWin32Exception::DebugReport() const noexcept {
     try {
         STLString block;
         AssembleLogOutput(nullptr, block);
+        AppendCauses(TQStrResDestination::Log, false, block);
         OutputDebugStringW(block.c_str());
     } catch (...) {
         OutputDebugStringW(L"An exception could not be rendered.\r\n");

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "TQLib/core/TQStrRes.h"
+#include "TQLib/core/internal/CommonValue.h"
 #include "TQLib/core/internal/ExceptionText.h"
 #include "TQLib/core/internal/MessageCache.h"
 #include "TQLib/platform/StructuredExceptions.h"
@@ -12,15 +13,21 @@
 #include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <concepts>
+#include <exception>
 #include <memory>
 #include <new>
 #include <optional>
 #include <span>
+#include <system_error>
 
 namespace Quellan::Corvel {
 
+// The codes of the family among those of the standard library: their texts are as `ExcCodeString` has them, in
+// UTF-8, and a code that has a counterpart in `std::errc` is equivalent to it.
+[[nodiscard]] TQLIB_API const std::error_category& TQErrorCategory() noexcept;
+
 // The two enumerations of the family and what a code says of itself.
-class TQLIB_API _TQExceptionRoot {
+class TQLIB_API _TQExceptionRoot : public std::exception {
   public:
     enum class Level : unsigned int { Succeeded = 0, Information = 1, Warning = 2, Error = 3, Unknown = 4 };
     // `Facility` is what the facilities of the platform's subsystems give; it has no entry in the table of
@@ -83,6 +90,8 @@ struct _TQExceptionContent {
         : _TQExceptionContent(number, id, store, {}, origin) {}
     _TQExceptionContent(unsigned int id, const TQBaseStrRes& store) : _TQExceptionContent(0u, id, store) {}
 
+    TQLIB_API _TQExceptionContent(const std::error_code& failure, const wchar_t* message = nullptr);
+
     _TQExceptionContent(const TQOSExceptionRecord& raised)
         : _TQExceptionContent(raised.code, L"A System Exception Occurred.", Source::OS) {
         record = raised;
@@ -100,6 +109,7 @@ struct _TQExceptionContent {
 // What every exception carries, over its concrete class `T`. An exception is a value that belongs to one
 // thread: it is built where it is thrown and copied into an inner slot or to another thread by `AllocCopy`.
 // One that several threads hold (by a `std::exception_ptr`, say) may be read and rendered by all of them.
+// Copying and assigning can't fail: copies share the long texts and the inner exceptions, with their marks.
 // What is assigned may be an inner exception of the target.
 template <class T>
 class _TQExceptionBase : public _TQExceptionRoot {
@@ -120,7 +130,13 @@ class _TQExceptionBase : public _TQExceptionRoot {
     // A copy of the same kind, owned by the caller, with its inner exceptions and marked as copied.
     [[nodiscard]] virtual T* AllocCopy() const = 0;
 
+    // The message for the user, `FullMsg`, as UTF-8; never empty, and a fixed text where there is no memory to
+    // render it. Valid until the exception is changed or destroyed.
+    [[nodiscard]] const char* what() const noexcept override;
+
     [[nodiscard]] unsigned int ErrCode() const noexcept;
+    // The code in `TQErrorCategory`.
+    [[nodiscard]] std::error_code ErrorCode() const noexcept;
     [[nodiscard]] LONG COMErrCode() const noexcept;
     [[nodiscard]] Level ExcLevel() const noexcept;
     [[nodiscard]] Source ExcSource() const noexcept;
@@ -144,8 +160,8 @@ class _TQExceptionBase : public _TQExceptionRoot {
 
   protected:
     _TQExceptionBase(const T* inner, const _TQExceptionContent& content);
-    _TQExceptionBase(const _TQExceptionBase& other);
-    _TQExceptionBase& operator=(const _TQExceptionBase& other);
+    _TQExceptionBase(const _TQExceptionBase& other) noexcept;
+    _TQExceptionBase& operator=(const _TQExceptionBase& other) noexcept;
     // A copy on the heap, or the exception kept in reserve where memory is exhausted.
     template <class Value>
     [[nodiscard]] static Value* NewCopy(const Value& value) {
@@ -164,6 +180,9 @@ class _TQExceptionBase : public _TQExceptionRoot {
     // The whole line, from the cache once it has been rendered.
     [[nodiscard]] const STLString& FullLine(TQStrResDestination destination,
                                             std::span<const TQMsgArg> args) const;
+    // The whole line with `codeString` for the code.
+    [[nodiscard]] STLString LineWith(const STLString& codeString, TQStrResDestination destination,
+                                     std::span<const TQMsgArg> args) const;
     // Whether both say the same: code, level, source, subsystem, message, action, record and inner
     // exceptions.
     [[nodiscard]] bool SaysTheSame(const _TQExceptionBase& other) const noexcept;
@@ -177,14 +196,13 @@ class _TQExceptionBase : public _TQExceptionRoot {
     DWORD m_thread;
     ExceptionText m_text;
     std::optional<TQBaseStrRes> m_resource;
-    STLString m_action;
+    CommonValue<STLString> m_action;
     std::optional<TQOSExceptionRecord> m_record;
     mutable MessageCache m_cache;
-    mutable std::unique_ptr<TQStringArray> m_files;
-    std::unique_ptr<T> m_inner;
-    // The former inner exception, where the source of an assignment lies in it: subclasses still read it
-    // then.
-    std::unique_ptr<T> m_formerInner;
+    mutable CommonValue<TQStringArray> m_files;
+    CommonValue<std::unique_ptr<const T>> m_inner;
+    // The one before the last assignment, whose source may lie in it: subclasses still read it then.
+    CommonValue<std::unique_ptr<const T>> m_formerInner;
 };
 
 class _TQWin32Exception;
@@ -196,10 +214,13 @@ extern template class TQLIB_API _TQExceptionBase<_TQWin32Exception>;
 //
 // Every class of the family is made from one of
 //     (code)    (text)    (code, text, ...)    (id, store)    (code, id, store, ...)    (record)
+//     (std::error_code)    (std::error_code, text)
 // and from each of these behind an inner exception, which is copied. The message is a literal text, null being
 // an empty one, or the message that `store` has for `id` when it is rendered. The dots stand for nothing, a
 // level, a source, level and source, or level, source and subsystem; what is not given follows from the code.
-// For an operating-system exception the code is the record's, the message "A System Exception Occurred.".
+// For an operating-system exception the code is the record's, the message "A System Exception Occurred.". A
+// code of the standard library becomes the platform's code for the same: those of `TQErrorCategory`, of
+// `std::system_category` and of `std::generic_category`; any other is 0x80004005 (E_FAIL).
 // Texts of up to 63 characters are kept in place, longer ones are allocated; where that fails, `TQException`
 // 14 is thrown instead.
 //
@@ -215,8 +236,8 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception>, 
         const _TQWin32Exception& inner, What... what)
         : _TQWin32Exception(&inner, _TQExceptionContent(what...)) {}
 
-    _TQWin32Exception(const _TQWin32Exception& other);
-    _TQWin32Exception& operator=(const _TQWin32Exception& other);
+    _TQWin32Exception(const _TQWin32Exception& other) noexcept;
+    _TQWin32Exception& operator=(const _TQWin32Exception& other) noexcept;
     ~_TQWin32Exception() override;
 
     [[nodiscard]] _TQWin32Exception* AllocCopy() const override;
@@ -258,7 +279,12 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception>, 
     // second line that tells what happened at which address in which module. Replaces what `out` held.
     void AssembleLogOutput(const wchar_t* where, STLString& out) const;
 
-    // Writes the log block to the debugger output. Throws nothing.
+    // The failure and what led to it, for people: `FullMsg`, then each with a line of its own the files, the
+    // operating-system exception and, behind "Caused by: ", the same of each inner exception. In place of a
+    // system text an NTSTATUS has its name. Throws as `FullMsg`.
+    [[nodiscard]] STLString ChainMsg(TQStrResDestination destination) const;
+
+    // Writes the log block to the debugger output, and what `ChainMsg` has beyond it. Throws nothing.
     void DebugReport() const noexcept;
 
     // Says that the process is not to be ended because of this exception.
@@ -314,6 +340,9 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception>, 
     [[nodiscard]] static Trap_SEH** EntryOf(DWORD thread, Trap_SEH*& first) noexcept;
     static void _SEH_Trap(unsigned int code, _EXCEPTION_POINTERS* pointers);
     void AppendOSExceptionLine(STLString& out) const;
+    // The lines of the chain behind its first, each with a line break.
+    void AppendCauses(TQStrResDestination destination, bool withOwnFault, STLString& out) const;
+    [[nodiscard]] STLString ChainLine(TQStrResDestination destination) const;
 
     bool m_isPreAllocated = false;
     mutable bool m_isDontExit = false;

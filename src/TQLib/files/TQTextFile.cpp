@@ -1,6 +1,6 @@
 #include "TQLib/files/TQTextFile.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/files/internal/AnsiLines.h"
 #include "TQLib/log/time/TQTimer.h"
@@ -86,7 +86,9 @@ void TQTextFile::AppendBytes(std::string_view record, DWORD ms) {
             PutBack(std::move(own.turn));
         }
         if (own.isWriter) WriteQueue(own);
-        if (own.code) throw TQSysException(static_cast<unsigned int>(own.code), AppendName);
+        if (own.code)
+            About(FileName().FullName(),
+                  [&] { throw TQSysException(static_cast<unsigned int>(own.code), AppendName); });
     });
 }
 

@@ -1,9 +1,9 @@
 #include "TQLib/log/TQLog.h"
 
 #include "TQLib/core/TQEventLog.h"
-#include "TQLib/core/TQException.h"
 #include "TQLib/core/TQLib.h"
 #include "TQLib/core/base/TQThreadSynch.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/log/internal/LogFile.h"
 #include "TQLib/log/internal/LogHead.h"
 #include "TQLib/log/internal/LogRecord.h"
@@ -65,7 +65,7 @@ TQFileName BackupOf(const TQFileName& name) {
 void MoveToBackup(const TQFileName& name, const TQFileName& backup) {
     if (!MoveFileExW(name.FullName().c_str(), backup.FullName().c_str(),
                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        TQSysException::ThrowLastError(L"TQLog::GetLog");
+        About(name.FullName(), [] { TQSysException::ThrowLastError(L"TQLog::GetLog"); });
 }
 
 // Of the exception that is being handled; never 0.

@@ -28,4 +28,13 @@ TQLIB_API const SystemCode* FindSystemCode(std::wstring_view name) noexcept;
 // (0x8007....) is also found under its own number, as the last one.
 TQLIB_API std::vector<SystemCode> SystemCodesOf(DWORD code);
 
+// The code for a value of `std::system_category`, which on Linux is an errno value.
+#if defined(_WIN32)
+inline DWORD CodeOfSystem(int value) noexcept {
+    return static_cast<DWORD>(value);
+}
+#else
+DWORD CodeOfSystem(int value) noexcept;
+#endif
+
 }  // namespace Quellan::Platform

@@ -1,6 +1,6 @@
 #include "TQLib/security/SecID.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/security/internal/NetBuffer.h"
@@ -16,6 +16,7 @@
 namespace Quellan::Sarvek {
 
 using Corvel::_TQwString;
+using Corvel::About;
 using Corvel::TQStdExceptions;
 using Corvel::TQSysException;
 using Corvel::Translated;
@@ -143,7 +144,7 @@ SecID::Block SecID::LoadAccountName(const wchar_t* account, const wchar_t* syste
     const wchar_t* const name = ReadableOr(account, nullptr);
     if (!name) TQStdExceptions::ThrowParameterInvalidError(Where);
     const wchar_t* const machine = SystemName(system);
-    return Translated(Where, [&] {
+    const auto look = [&] {
         SidBuffer sid;
         if (LookUpSid(name, machine, sid)) return Copied(sid.bytes);
         // Where the platform has the second spelling for the accounts of a directory alone.
@@ -154,7 +155,8 @@ SecID::Block SecID::LoadAccountName(const wchar_t* account, const wchar_t* syste
             if (LookUpSid(other.c_str(), machine, sid)) return Copied(sid.bytes);
         }
         throw TQSysException(ERROR_NONE_MAPPED, Where);
-    });
+    };
+    return About(name, [&] { return Translated(Where, look); });
 }
 
 SecID::SecID(const void* sid, bool defaulted) : SecID(defaulted) {
@@ -273,7 +275,11 @@ const SecID::Findings& SecID::LookupName(const wchar_t* system) const {
     if (kept.isLookedUp) return kept;
     const wchar_t* const machine = SystemName(system);
     TQSecThreadToken::ProcImpersonate([&] {
-        Account account = Translated(L"SecID::LookupName", [&] { return LookUpAccount(Address(), machine); });
+        Account account = About([this] { return String(); },
+                                [&] {
+                                    return Translated(L"SecID::LookupName",
+                                                      [&] { return LookUpAccount(Address(), machine); });
+                                });
         kept.name = std::move(account.name);
         kept.domain = std::move(account.domain);
         kept.use = account.use;

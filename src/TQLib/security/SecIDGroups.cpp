@@ -1,5 +1,5 @@
 // What is known of the account behind an identifier: its groups, its rights, whether it is disabled.
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/SecIDArray.h"
 #include "TQLib/security/SecPrivilegeSet.h"
@@ -24,17 +24,6 @@ struct PolicyClose : Corvel::_TQNullHandle<LSA_HANDLE> {
 struct RightsClose : Corvel::_TQNullHandle<LSA_UNICODE_STRING*> {
     static void Close(LSA_UNICODE_STRING* rights) noexcept { LsaFreeMemory(rights); }
 };
-
-// A step of a longer work: its failures say which one it was, if none inside of it has.
-template <class Work>
-void Step(const wchar_t* action, Work work) {
-    try {
-        work();
-    } catch (Corvel::TQCoreException& failure) {
-        if (*failure.Action() == L'\0') failure.SetAction(action);
-        throw;
-    }
-}
 
 void Check(DWORD code) {
     if (code != NERR_Success) throw TQSysException(code, L"SecID::MemberOfList");
@@ -93,7 +82,7 @@ SecIDArray SecID::GetMemberOfLocalGroupsByEnum(bool indirect, int use) const {
     };
     const auto listsMember = [&](const wchar_t* group) {
         bool isListed = false;
-        Step(L"Enumerating Local Group Members", [&] {
+        About(L"Enumerating Local Group Members", [&] {
             Check(ForEach<LOCALGROUP_MEMBERS_INFO_1>(
                 [&](BYTE** buffer, DWORD* count, DWORD* total, DWORD_PTR* resume) {
                     return NetLocalGroupGetMembers(nullptr, group, 1, buffer, MAX_PREFERRED_LENGTH, count,
@@ -111,7 +100,7 @@ SecIDArray SecID::GetMemberOfLocalGroupsByEnum(bool indirect, int use) const {
     std::size_t known = 0;
     do {
         known = groups.Count();
-        Step(L"Enumerating Local Groups", [&] {
+        About(L"Enumerating Local Groups", [&] {
             Check(ForEach<LOCALGROUP_INFO_0>(
                 [](BYTE** buffer, DWORD* count, DWORD* total, DWORD_PTR* resume) {
                     return NetLocalGroupEnum(nullptr, 0, buffer, MAX_PREFERRED_LENGTH, count, total, resume);
@@ -130,7 +119,7 @@ SecIDArray SecID::MemberOfList(bool localGroups, bool globalGroups, bool directo
     // The machine's own accounts go by their names alone.
     const TQString user = isUser ? (IsMachineDomain() ? Name() : FullName()) : TQString();
     if (localGroups) {
-        Step(L"Getting security ID Local Groups", [&] {
+        About(L"Getting security ID Local Groups", [&] {
             DWORD code = NERR_UserNotFound;
             if (isUser)
                 code = ForEach<LOCALGROUP_USERS_INFO_0>(
@@ -150,7 +139,7 @@ SecIDArray SecID::MemberOfList(bool localGroups, bool globalGroups, bool directo
         });
     }
     if (globalGroups && isUser) {
-        Step(L"Getting security ID Global Groups", [&] {
+        About(L"Getting security ID Global Groups", [&] {
             Check(ForEach<GROUP_USERS_INFO_0>(
                 [&](BYTE** buffer, DWORD* count, DWORD* total, DWORD_PTR*) {
                     return NetUserGetGroups(nullptr, user.c_str(), 0, buffer, MAX_PREFERRED_LENGTH, count,
@@ -160,7 +149,7 @@ SecIDArray SecID::MemberOfList(bool localGroups, bool globalGroups, bool directo
         });
     }
     if (directoryGroups && isUser) {
-        Step(L"Getting security ID Directory Services Groups", [&] {
+        About(L"Getting security ID Directory Services Groups", [&] {
             for (const SecID& group : DirectoryGroups(*this))
                 AddOnce(groups, group);
         });

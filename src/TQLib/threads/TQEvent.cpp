@@ -1,6 +1,6 @@
 #include "TQLib/threads/TQEvent.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/platform/Platform.h"
 
 namespace Quellan::Corvel {
@@ -9,7 +9,7 @@ namespace {
 
 HANDLE Opened(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool manualReset, bool initialState) {
     const HANDLE event = CreateEventW(security, manualReset, initialState, name);
-    if (!event) TQSysException::ThrowLastError(L"Attempt to open event object failed.");
+    if (!event) About(name, [] { TQSysException::ThrowLastError(L"Attempt to open event object failed."); });
     return event;
 }
 

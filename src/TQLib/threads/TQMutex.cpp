@@ -1,6 +1,6 @@
 #include "TQLib/threads/TQMutex.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/core/internal/Insist.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/threads/internal/WaitFailure.h"
@@ -14,7 +14,7 @@ namespace {
 
 HANDLE Opened(const wchar_t* name) {
     const HANDLE mutex = CreateMutexW(nullptr, FALSE, name);
-    if (!mutex) TQSysException::ThrowLastError(L"Attempt to open mutex object failed.");
+    if (!mutex) About(name, [] { TQSysException::ThrowLastError(L"Attempt to open mutex object failed."); });
     return mutex;
 }
 

@@ -8,47 +8,57 @@
 
 namespace Quellan::Corvel {
 
-namespace {
+template <class Text>
+struct KeptLine<Text>::Record {
+    explicit Record(Text&& line) noexcept : text(std::move(line)) {}
 
-std::unique_ptr<const STLString> Made(STLString&& line) {
-    auto* const made = new (std::nothrow) STLString(std::move(line));
+    const Text text;
+    _TQRefThrCount holders;
+};
+
+template <class Text>
+KeptLine<Text>::KeptLine(const KeptLine& other) noexcept
+    : m_record(other.m_record.load(std::memory_order_acquire)) {
+    if (Record* const record = m_record.load(std::memory_order_relaxed)) record->holders.Add();
+}
+
+template <class Text>
+KeptLine<Text>& KeptLine<Text>::operator=(const KeptLine& other) noexcept {
+    KeptLine copy(other);
+    copy.m_record = m_record.exchange(copy.m_record);
+    return *this;
+}
+
+template <class Text>
+const Text* KeptLine<Text>::Find() const noexcept {
+    const Record* const record = m_record.load(std::memory_order_acquire);
+    return record ? &record->text : nullptr;
+}
+
+template <class Text>
+const Text& KeptLine<Text>::Keep(Text&& line) {
+    std::unique_ptr<Record> made(new (std::nothrow) Record(std::move(line)));
     if (!made) TQStdExceptions::ThrowReserved();
-    return std::unique_ptr<const STLString>(made);
-}
-
-}  // namespace
-
-MessageCache::MessageCache(const MessageCache& other) : MessageCache() {
-    for (std::size_t i = 0; i < m_lines.size(); ++i)
-        if (const STLString* line = other.Find(static_cast<TQStrResDestination>(i)))
-            m_lines[i] = Made(STLString(*line)).release();
-}
-
-MessageCache::~MessageCache() {
-    Drop();
-}
-
-void MessageCache::Swap(MessageCache& other) noexcept {
-    for (std::size_t i = 0; i < m_lines.size(); ++i)
-        other.m_lines[i] = m_lines[i].exchange(other.m_lines[i]);
-}
-
-const STLString* MessageCache::Find(TQStrResDestination destination) const noexcept {
-    return m_lines[static_cast<std::size_t>(destination)].load(std::memory_order_acquire);
-}
-
-const STLString& MessageCache::Keep(TQStrResDestination destination, STLString&& line) {
-    std::unique_ptr<const STLString> made = Made(std::move(line));
-    const STLString* kept = nullptr;
-    if (m_lines[static_cast<std::size_t>(destination)].compare_exchange_strong(
-            kept, made.get(), std::memory_order_acq_rel, std::memory_order_acquire))
+    Record* kept = nullptr;
+    if (m_record.compare_exchange_strong(kept, made.get(), std::memory_order_acq_rel,
+                                         std::memory_order_acquire))
         kept = made.release();
-    return *kept;
+    return kept->text;
 }
+
+template <class Text>
+void KeptLine<Text>::Drop() noexcept {
+    Record* const record = m_record.exchange(nullptr);
+    if (record && record->holders.Drop()) delete record;
+}
+
+template class KeptLine<STLString>;
+template class KeptLine<_TQaString>;
 
 void MessageCache::Drop() noexcept {
-    for (auto& line : m_lines)
-        delete line.exchange(nullptr);
+    for (KeptLine<STLString>& line : lines)
+        line.Drop();
+    utf8.Drop();
 }
 
 }  // namespace Quellan::Corvel

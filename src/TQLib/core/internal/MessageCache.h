@@ -3,31 +3,48 @@
 
 #include "TQLib/core/TQStrRes.h"
 #include "TQLib/text/STLString.h"
+#include "TQLib/text/TQString.h"
+#include "TQLib/text/memory/TQSmartPtr.h"
 
 #include <array>
 #include <atomic>
 
 namespace Quellan::Corvel {
 
-// One line for each destination, kept from its first rendering until all are dropped. Several threads may
-// look for lines and keep them; of two lines for one destination the first stays. Copying and dropping are
-// for the one thread that changes the exception.
-class TQLIB_API MessageCache {
+// A rendered line, which the copies of the exception share.
+template <class Text>
+class KeptLine {
   public:
-    MessageCache() noexcept = default;
-    // Throws 14 (ERROR_OUTOFMEMORY).
-    MessageCache(const MessageCache& other);
-    ~MessageCache();
-    void Swap(MessageCache& other) noexcept;
+    KeptLine() noexcept = default;
+    KeptLine(const KeptLine& other) noexcept;
+    KeptLine& operator=(const KeptLine& other) noexcept;
+    ~KeptLine() { Drop(); }
 
-    // Null where none is kept; valid until the lines are dropped.
-    const STLString* Find(TQStrResDestination destination) const noexcept;
-    // The line that is kept now. Throws as copying does.
-    const STLString& Keep(TQStrResDestination destination, STLString&& line);
+    // Null where none is kept; valid until it is dropped.
+    [[nodiscard]] const Text* Find() const noexcept;
+    // The line that is kept now. Without memory the exception kept in reserve is thrown.
+    const Text& Keep(Text&& line);
     void Drop() noexcept;
 
   private:
-    std::array<std::atomic<const STLString*>, TQStrResDestinationCount> m_lines{};
+    struct Record;
+    std::atomic<Record*> m_record = nullptr;
+};
+
+extern template class KeptLine<STLString>;
+extern template class KeptLine<_TQaString>;
+
+// One line for each destination, and the user's as UTF-8, kept from its first rendering until all are dropped.
+// Several threads may look for lines and keep them; of two lines for one destination the first stays.
+// Assigning and dropping are for the one thread that changes the exception.
+struct MessageCache {
+    [[nodiscard]] KeptLine<STLString>& For(TQStrResDestination destination) noexcept {
+        return lines[static_cast<std::size_t>(destination)];
+    }
+    void Drop() noexcept;
+
+    std::array<KeptLine<STLString>, TQStrResDestinationCount> lines;
+    KeptLine<_TQaString> utf8;
 };
 
 }  // namespace Quellan::Corvel

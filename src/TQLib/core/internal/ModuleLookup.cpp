@@ -1,6 +1,6 @@
 #include "TQLib/core/internal/ModuleLookup.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/core/internal/CallFailure.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/internal/Translated.h"
@@ -36,9 +36,11 @@ std::wstring_view WithoutFolder(std::wstring_view path) noexcept {
 }
 
 TQModule LoadModule(const TQString& name) {
-    TQModule module(LoadLibraryExW(name.c_str(), nullptr, 0));
-    if (!module.IsValid()) ThrowCallFailure(L"TQSysProc::LoadModule");
-    return module;
+    return About(name, [&] {
+        TQModule module(LoadLibraryExW(name.c_str(), nullptr, 0));
+        if (!module.IsValid()) ThrowCallFailure(L"TQSysProc::LoadModule");
+        return module;
+    });
 }
 
 HMODULE FindLoadedModule(const TQString& baseName) {

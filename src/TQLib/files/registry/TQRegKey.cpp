@@ -1,9 +1,10 @@
 #include "TQLib/files/registry/TQRegKey.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/platform/Platform.h"
 
 #include <limits>
+#include <utility>
 
 namespace Quellan::Corvel {
 
@@ -49,89 +50,130 @@ TQRegKey::TQRegKey(const TQRegKey&) noexcept = default;
 TQRegKey& TQRegKey::operator=(const TQRegKey&) noexcept = default;
 TQRegKey::~TQRegKey() = default;
 
+TQRegKey::TQRegKey(HKEY key, const CommonValue<TQString>& path) : m_key(key), m_path(path) {}
+
+CommonValue<TQString> TQRegKey::PathTo(const wchar_t* key) const {
+    TQString path = Path();
+    if (!path.IsEmpty() && key && *key) path += L'\\';
+    path += key;
+    return CommonValue<TQString>(std::move(path));
+}
+
+TQString TQRegKey::PathOfValue(const wchar_t* name) const {
+    return Path() + L": " + TQString(name);
+}
+
 TQRegKey::TQRegKey(const TQRegKey& parent, const wchar_t* path, DWORD access) {
-    HKEY opened = nullptr;
-    CheckStatus(RegOpenKeyExW(parent.Handle(), path, 0, access, &opened), L"TQRegKey::TQRegKey");
-    m_key.Attach(opened);
+    const CommonValue<TQString> whole = parent.PathTo(path);
+    About(*whole.Get(), [&] {
+        HKEY opened = nullptr;
+        CheckStatus(RegOpenKeyExW(parent.Handle(), path, 0, access, &opened), L"TQRegKey::TQRegKey");
+        *this = TQRegKey(opened, whole);
+    });
 }
 
 TQRegKey TQRegKey::Find(const wchar_t* path, DWORD access) const {
-    HKEY opened = nullptr;
-    if (!IsFound(RegOpenKeyExW(Handle(), path, 0, access, &opened), L"TQRegKey::Find")) return {};
-    return TQRegKey(opened);
+    const CommonValue<TQString> whole = PathTo(path);
+    return About(*whole.Get(), [&]() -> TQRegKey {
+        HKEY opened = nullptr;
+        if (!IsFound(RegOpenKeyExW(Handle(), path, 0, access, &opened), L"TQRegKey::Find")) return {};
+        return {opened, whole};
+    });
 }
 
 TQRegKey TQRegKey::Create(const wchar_t* path, DWORD access) const {
-    HKEY opened = nullptr;
-    CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access,
-                                nullptr, &opened, nullptr),
-                L"TQRegKey::Create");
-    return TQRegKey(opened);
+    const CommonValue<TQString> whole = PathTo(path);
+    return About(*whole.Get(), [&]() -> TQRegKey {
+        HKEY opened = nullptr;
+        CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access,
+                                    nullptr, &opened, nullptr),
+                    L"TQRegKey::Create");
+        return {opened, whole};
+    });
 }
 
 bool TQRegKey::DeleteKey(const wchar_t* path) const {
     constexpr const wchar_t* where = L"TQRegKey::DeleteKey";
     // The platform would empty the key itself.
     if (!path || !*path) TQStdExceptions::ThrowParameterInvalidError(where);
-    return IsFound(RegDeleteTreeW(Handle(), path), where);
+    return About([&] { return *PathTo(path).Get(); },
+                 [&] { return IsFound(RegDeleteTreeW(Handle(), path), where); });
 }
 
 TQStringArray TQRegKey::KeyNames() const {
-    return Names(MostKeyNameCharacters, L"TQRegKey::KeyNames",
-                 [this](DWORD index, wchar_t* name, DWORD& size) {
-                     return RegEnumKeyExW(Handle(), index, name, &size, nullptr, nullptr, nullptr, nullptr);
+    return About([this] { return Path(); },
+                 [this] {
+                     return Names(MostKeyNameCharacters, L"TQRegKey::KeyNames",
+                                  [this](DWORD index, wchar_t* name, DWORD& size) {
+                                      return RegEnumKeyExW(Handle(), index, name, &size, nullptr, nullptr,
+                                                           nullptr, nullptr);
+                                  });
                  });
 }
 
 std::optional<TQRegKey::Value> TQRegKey::FindValue(const wchar_t* name) const {
-    Value value;
-    for (DWORD size = FirstDataBytes;;) {
-        value.data.Resize(size);
-        const LSTATUS status =
-            RegQueryValueExW(Handle(), name, nullptr, &value.type, value.data.Data(), &size);
-        // Larger than the first look at it, or than another process has made it meanwhile.
-        if (static_cast<DWORD>(status) == DWORD{ERROR_MORE_DATA}) continue;
-        if (!IsFound(status, L"TQRegKey::FindValue")) return std::nullopt;
-        value.data.Resize(size);
-        return value;
-    }
+    return About([&] { return PathOfValue(name); },
+                 [&]() -> std::optional<Value> {
+                     Value value;
+                     for (DWORD size = FirstDataBytes;;) {
+                         value.data.Resize(size);
+                         const LSTATUS status =
+                             RegQueryValueExW(Handle(), name, nullptr, &value.type, value.data.Data(), &size);
+                         // Larger than the first look at it, or than another process has made it meanwhile.
+                         if (static_cast<DWORD>(status) == DWORD{ERROR_MORE_DATA}) continue;
+                         if (!IsFound(status, L"TQRegKey::FindValue")) return std::nullopt;
+                         value.data.Resize(size);
+                         return value;
+                     }
+                 });
 }
 
 void TQRegKey::SetValue(const wchar_t* name, DWORD type, const void* data, std::size_t bytes) const {
     constexpr const wchar_t* where = L"TQRegKey::SetValue";
-    if (bytes > std::numeric_limits<DWORD>::max()) TQStdExceptions::ThrowOverflowError(where);
-    CheckStatus(
-        RegSetValueExW(Handle(), name, 0, type, static_cast<const BYTE*>(data), static_cast<DWORD>(bytes)),
-        where);
+    About([&] { return PathOfValue(name); },
+          [&] {
+              if (bytes > std::numeric_limits<DWORD>::max()) TQStdExceptions::ThrowOverflowError(where);
+              CheckStatus(RegSetValueExW(Handle(), name, 0, type, static_cast<const BYTE*>(data),
+                                         static_cast<DWORD>(bytes)),
+                          where);
+          });
 }
 
 bool TQRegKey::DeleteValue(const wchar_t* name) const {
-    return IsFound(RegDeleteValueW(Handle(), name), L"TQRegKey::DeleteValue");
+    return About([&] { return PathOfValue(name); },
+                 [&] { return IsFound(RegDeleteValueW(Handle(), name), L"TQRegKey::DeleteValue"); });
 }
 
 TQStringArray TQRegKey::ValueNames() const {
-    return Names(MostValueNameCharacters, L"TQRegKey::ValueNames",
-                 [this](DWORD index, wchar_t* name, DWORD& size) {
-                     return RegEnumValueW(Handle(), index, name, &size, nullptr, nullptr, nullptr, nullptr);
+    return About([this] { return Path(); },
+                 [this] {
+                     return Names(MostValueNameCharacters, L"TQRegKey::ValueNames",
+                                  [this](DWORD index, wchar_t* name, DWORD& size) {
+                                      return RegEnumValueW(Handle(), index, name, &size, nullptr, nullptr,
+                                                           nullptr, nullptr);
+                                  });
                  });
 }
 
 void TQRegKey::Flush() const {
-    CheckStatus(RegFlushKey(Handle()), L"TQRegKey::Flush");
+    About([this] { return Path(); }, [this] { CheckStatus(RegFlushKey(Handle()), L"TQRegKey::Flush"); });
 }
 
 TQRegKey TQRegistry::MachineKey() {
-    return TQRegKey(HKEY_LOCAL_MACHINE);
+    return {HKEY_LOCAL_MACHINE, CommonValue<TQString>(L"HKEY_LOCAL_MACHINE")};
 }
 
 TQRegKey TQRegistry::UserKey() {
-    return TQRegKey(HKEY_CURRENT_USER);
+    return {HKEY_CURRENT_USER, CommonValue<TQString>(L"HKEY_CURRENT_USER")};
 }
 
 TQRegKey TQRegistry::Connect(const wchar_t* machine) {
-    HKEY connected = nullptr;
-    CheckStatus(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, &connected), L"TQRegistry::Connect");
-    return TQRegKey(connected);
+    const CommonValue<TQString> path(L"HKEY_LOCAL_MACHINE");
+    return About(machine, [&]() -> TQRegKey {
+        HKEY connected = nullptr;
+        CheckStatus(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, &connected), L"TQRegistry::Connect");
+        return {connected, path};
+    });
 }
 
 }  // namespace Quellan::Corvel

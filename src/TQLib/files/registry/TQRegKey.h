@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TQLib/core/base/TQObject.h"
+#include "TQLib/core/internal/CommonValue.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"
@@ -41,6 +42,9 @@ class TQLIB_API TQRegKey : public TQObject {
     ~TQRegKey() override;
 
     [[nodiscard]] bool IsNull() const noexcept { return !m_key.IsValid(); }
+    // As it was opened, from "HKEY_LOCAL_MACHINE" or "HKEY_CURRENT_USER" on; failures name it as their action, with
+    // ": " and the name of the value that they are about. Of a key that was made of a handle it begins below that.
+    [[nodiscard]] TQString Path() const { return m_path.Get() ? *m_path.Get() : TQString(); }
     // Borrowed: closed with the last copy of this object.
     [[nodiscard]] HKEY Handle() const noexcept { return m_key.Get(); }
     // Makes this none; the copies stay open.
@@ -72,7 +76,16 @@ class TQLIB_API TQRegKey : public TQObject {
     void Flush() const;
 
   private:
+    friend class TQRegistry;
+    template <class C>
+    friend class _TQRegValue;
+    // `path` is made before the key is opened, as that may fail.
+    TQRegKey(HKEY key, const CommonValue<TQString>& path);
+    [[nodiscard]] CommonValue<TQString> PathTo(const wchar_t* key) const;
+    [[nodiscard]] TQString PathOfValue(const wchar_t* name) const;
+
     TQHandle<_TQRegKeyClose> m_key;
+    CommonValue<TQString> m_path;
 };
 
 // Where paths begin. Static functions only; all may be called from any thread.

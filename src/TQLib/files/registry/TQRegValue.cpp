@@ -1,6 +1,6 @@
 #include "TQLib/files/registry/TQRegValue.h"
 
-#include "TQLib/core/TQException.h"
+#include "TQLib/core/internal/About.h"
 #include "TQLib/platform/Platform.h"
 
 #include <cstring>
@@ -91,15 +91,21 @@ bool _TQRegValue<C>::Exists() const {
 
 template <class C>
 typename C::Data _TQRegValue<C>::Get() const {
-    const auto value = m_key.FindValue(m_name.c_str());
-    if (!value) throw TQSysException(ERROR_FILE_NOT_FOUND, ReadWhere);
-    return C::Decode(*value);
+    return About([this] { return m_key.PathOfValue(m_name.c_str()); },
+                 [this] {
+                     const auto value = m_key.FindValue(m_name.c_str());
+                     if (!value) throw TQSysException(ERROR_FILE_NOT_FOUND, ReadWhere);
+                     return C::Decode(*value);
+                 });
 }
 
 template <class C>
 typename C::Data _TQRegValue<C>::GetOr(const Data& missing) const {
-    const auto value = m_key.FindValue(m_name.c_str());
-    return value ? C::Decode(*value) : missing;
+    return About([this] { return m_key.PathOfValue(m_name.c_str()); },
+                 [&] {
+                     const auto value = m_key.FindValue(m_name.c_str());
+                     return value ? C::Decode(*value) : missing;
+                 });
 }
 
 template <class C>

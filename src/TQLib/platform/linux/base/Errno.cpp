@@ -1,5 +1,6 @@
 #include "TQLib/platform/linux/base/Errno.h"
 
+#include "TQLib/platform/SystemCodes.h"
 #include "TQLib/platform/linux/base/Errors.h"
 
 #include <cerrno>
@@ -88,6 +89,10 @@ DWORD CodeFromErrno(int error) noexcept {
 DWORD CodeFromErrno(int error, const char* path) noexcept {
     if (error == ENOENT && !FolderExists(path)) return ERROR_PATH_NOT_FOUND;
     return CodeFromErrno(error);
+}
+
+DWORD CodeOfSystem(int value) noexcept {
+    return CodeFromErrno(value);
 }
 
 }  // namespace Quellan::Platform
