@@ -12,6 +12,7 @@
 
 namespace Quellan::Sarvek {
 
+using Corvel::About;
 using Corvel::TQString;
 using Corvel::TQSysException;
 
