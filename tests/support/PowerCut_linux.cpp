@@ -4,6 +4,7 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <mutex>
 #include <memory>
 #include <random>
 #include <sys/stat.h>
@@ -271,6 +272,8 @@ PowerCut::PowerCut()
     fs::permissions(m_folder, fs::perms::owner_all);
     g_steps = &m_steps;
     TheObserver() = [](const Step& step) {
+        static std::mutex lock;
+        const std::lock_guard guard(lock);
         g_steps->push_back(step);
         // On the disk only when it returns.
         if (step.isThrough) g_steps->insert(g_steps->end() - 1, step)->isThrough = false;
