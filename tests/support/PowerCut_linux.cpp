@@ -4,8 +4,8 @@
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
-#include <mutex>
 #include <memory>
+#include <mutex>
 #include <random>
 #include <sys/stat.h>
 
