@@ -114,7 +114,7 @@ struct _TQExceptionContent {
 template <class T>
 class _TQExceptionBase : public _TQExceptionRoot {
   public:
-    virtual ~_TQExceptionBase();
+    ~_TQExceptionBase() override;
 
     // True for a failure that the operating system reported.
     [[nodiscard]] virtual bool IsSysException() const;
