@@ -334,11 +334,13 @@ void SharedPage::Take(std::string& bytes, ULONGLONG place) {
         while (!lane.begin.compare_exchange_weak(begin, begin | Taken)) {
         }
         const std::uint64_t end = lane.takenEnd = lane.end.load();
-        for (std::uint64_t at = begin & ~Taken; const RecordSize size = m_page.SizeAt(number, at, end);
-             at += sizeof size + size)
+        std::uint64_t at = begin & ~Taken;
+        while (const RecordSize size = m_page.SizeAt(number, at, end)) {
             m_page.ForEachPart(number, at + sizeof size, size, [&](const std::byte* part, std::size_t count) {
                 bytes.append(reinterpret_cast<const char*>(part), count);
             });
+            at += sizeof size + size;
+        }
     });
 }
 
