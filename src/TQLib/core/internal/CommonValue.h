@@ -1,4 +1,4 @@
-// What the copies of an exception have in common.
+// What the copies of a value class have in common.
 #pragma once
 
 #include "TQLib/text/memory/TQSmartPtr.h"
