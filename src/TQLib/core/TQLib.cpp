@@ -3,6 +3,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/core/base/TQThreadSynch.h"
 #include "TQLib/core/internal/CallsUnderWay.h"
+#include "TQLib/core/internal/CommonValue.h"
 #include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/ProcessEnd.h"
@@ -28,23 +29,24 @@ template <class T>
 class SharedValue {
   public:
     T Get(const wchar_t* where) const {
-        std::shared_ptr<const T> value;
-        {
-            const TQThreadSynch::TQSynchLock guard(m_lock);
-            value = m_value;
-        }
-        return Translated(where, [&] { return value ? *value : T(); });
+        const CommonValue<T> value = Kept();
+        return Translated(where, [&] { return value.Get() ? *value.Get() : T(); });
     }
 
     void Set(const T& value, const wchar_t* where) {
-        auto made = Translated(where, [&] { return std::make_shared<const T>(value); });
+        CommonValue<T> made(Translated(where, [&] { return T(value); }));
         const TQThreadSynch::TQSynchLock guard(m_lock);
-        m_value.swap(made);
+        std::swap(m_value, made);
     }
 
   private:
+    CommonValue<T> Kept() const {
+        const TQThreadSynch::TQSynchLock guard(m_lock);
+        return m_value;
+    }
+
     mutable TQThreadSynch m_lock;
-    std::shared_ptr<const T> m_value TQ_GUARDED_BY(m_lock);
+    CommonValue<T> m_value TQ_GUARDED_BY(m_lock);
 };
 
 // Handlers of one kind with their contexts, in the order in which they were registered.
@@ -135,6 +137,7 @@ Stores MakeStore(unsigned int storeId, const TQString& baseName) {
 
 struct State {
     SharedValue<TQString> appName, appVersion, productName;
+    SharedValue<TQString> programName;  // of the program's file, once it has been asked for
     std::array<SharedValue<std::vector<LCID>>, TQStrResDestinationCount> locales;
     Handlers<TQLib::ExitHandler> exitHandlers;
     std::atomic<bool> isExitHooked = false;
@@ -193,10 +196,15 @@ TQModule KeepLoaded(const TQString& name) {
 }  // namespace
 
 TQString TQLib::GetAppName() {
-    TQString name = TheState().appName.Get(L"TQLib::GetAppName");
+    constexpr const wchar_t* where = L"TQLib::GetAppName";
+    State& state = TheState();
+    TQString name = state.appName.Get(where);
+    if (name.IsEmpty()) name = state.programName.Get(where);
     if (!name.IsEmpty()) return name;
     try {
-        return ModuleBaseName(nullptr);
+        name = ModuleBaseName(nullptr);
+        state.programName.Set(name, where);
+        return name;
     } catch (const TQCoreException& e) {
         // Whoever reports a failure must not fail for want of a name.
         if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;

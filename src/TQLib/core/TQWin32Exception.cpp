@@ -69,6 +69,15 @@ void AppendCode(unsigned int code, STLString& out) {
     out.Append(std::wstring_view(text.data(), text.size()));
 }
 
+void AppendDecimal(DWORD number, STLString& out) {
+    std::array<wchar_t, 10> text;
+    auto digit = text.end();
+    do
+        *--digit = static_cast<wchar_t>(L'0' + number % 10);
+    while ((number /= 10) != 0);
+    out.Append(std::wstring_view(digit, text.end()));
+}
+
 // Appends the system's text for a message number, with room for a code behind it; false where there is none.
 bool AppendSystemText(DWORD number, STLString& out) {
     constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK;
@@ -498,12 +507,21 @@ _TQWin32Exception* _TQWin32Exception::AllocCopy() const {
 }
 
 void _TQWin32Exception::AssembleLogOutput(const wchar_t* where, STLString& out) const {
+    constexpr std::wstring_view longestHead = L"Exception[Prc:4294967295:Thr:4294967295]{} ";
+    constexpr std::wstring_view in = L" in ";
+    const TQString application = TQEventLog::CurrentAppName();
+    const std::wstring_view line = FullLine(TQStrResDestination::Log, {}).View();
+    const bool hasPlace = where && !IsBadStringPtrW(where, static_cast<std::uintptr_t>(-1)) && *where;
+    const std::wstring_view place = hasPlace ? where : L"";
     out.Clear();
-    out.AppendFormat(L"Exception[Prc:%lu:Thr:%lu]{%s} ", ExcProcess(), ExcThread(),
-                     TQEventLog::CurrentAppName().c_str());
-    out.Append(FullLine(TQStrResDestination::Log, {}).View());
-    if (where && !IsBadStringPtrW(where, static_cast<std::uintptr_t>(-1)) && *where)
-        out.Append(L" in ").Append(where);
+    out.Reserve(longestHead.size() + application.Length() + line.size() + in.size() + place.size() +
+                LineBreak.size());
+    out.Append(L"Exception[Prc:");
+    AppendDecimal(ExcProcess(), out);
+    out.Append(L":Thr:");
+    AppendDecimal(ExcThread(), out);
+    out.Append(L"]{").Append(application.View()).Append(L"} ").Append(line);
+    if (hasPlace) out.Append(in).Append(place);
     out.Append(LineBreak);
     if (OSException()) {
         AppendOSExceptionLine(out);

@@ -9,6 +9,7 @@
 #include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Wide.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <sys/auxv.h>
 #include <unistd.h>
@@ -24,20 +25,30 @@ std::string_view NameOf(std::string_view entry) {
     return entry.substr(0, entry.find('='));
 }
 
-template <class Matches>
-std::string_view FindEntryThat(Matches matches) {
-    for (char** entry = environ; entry && *entry; ++entry)
-        if (matches(NameOf(*entry))) return *entry;
-    return {};
+bool IsAscii(char c) {
+    return static_cast<unsigned char>(c) <= 0x7F;
+}
+
+// Whether two names differ in case at most.
+bool IsSameName(std::string_view left, std::string_view right) {
+    if (!std::ranges::all_of(left, IsAscii) || !std::ranges::all_of(right, IsAscii))
+        return CompareOrdinal(ToWide(left), ToWide(right), true) == 0;
+    return std::ranges::equal(left, right, [](char a, char b) { return ToUpper(a) == ToUpper(b); });
 }
 
 // The whole entry, name=value, spelled as asked for or else in another case; empty when there is none.
 std::string_view FindEntry(std::string_view name) {
-    const std::string_view exact = FindEntryThat([&](std::string_view found) { return found == name; });
-    if (!exact.empty()) return exact;
-    const std::wstring wide = ToWide(name);
-    return FindEntryThat(
-        [&](std::string_view found) { return CompareOrdinal(ToWide(found), wide, true) == 0; });
+    constexpr char caseBit = 0x20;
+    std::string_view other;
+    for (char** entry = environ; entry && *entry; ++entry) {
+        // Nearly all names differ in their first letter.
+        if ((**entry | caseBit) != (name.front() | caseBit) && IsAscii(**entry) && IsAscii(name.front()))
+            continue;
+        const std::string_view found = NameOf(*entry);
+        if (found == name) return *entry;
+        if (other.empty() && IsSameName(found, name)) other = *entry;
+    }
+    return other;
 }
 
 bool IsName(std::string_view name) {

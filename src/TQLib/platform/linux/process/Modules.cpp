@@ -132,11 +132,16 @@ std::vector<Image> AllImages() {
 }
 
 std::optional<Image> FindImage(HMODULE module) {
-    auto images = AllImages();
-    if (!module) return images.front();
-    const auto found = std::ranges::find(images, module, &Image::module);
-    if (found == images.end()) return std::nullopt;
-    return std::move(*found);
+    std::optional<Image> found;
+    bool isExecutable = true;
+    VisitImages([&](const dl_phdr_info& info) {
+        const bool isFirst = std::exchange(isExecutable, false);
+        const HMODULE own = ModuleOf(info);
+        if (module ? own != module : !isFirst) return false;
+        found = Image{own, isFirst ? std::string() : std::string(info.dlpi_name)};
+        return true;
+    });
+    return found;
 }
 
 std::string FullPath(const Image& image) {

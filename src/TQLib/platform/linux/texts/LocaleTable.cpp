@@ -148,6 +148,15 @@ const LocaleEntry* FindThat(Matches matches) noexcept {
     return found == std::end(Locales) ? nullptr : found;
 }
 
+// The first that fits of those whose name begins with the letter that `name` begins with.
+template <class Matches>
+const LocaleEntry* FindNamed(std::wstring_view name, Matches matches) noexcept {
+    constexpr wchar_t caseBit = 0x20;
+    const wchar_t first = name.front() | caseBit;
+    return FindThat(
+        [&](const LocaleEntry& entry) { return (entry.name.front() | caseBit) == first && matches(entry); });
+}
+
 bool SameName(std::wstring_view left, std::wstring_view right) noexcept {
     return CompareOrdinal(left, right, true) == 0;
 }
@@ -163,8 +172,8 @@ const LocaleEntry* FindLocale(LCID id) noexcept {
 const LocaleEntry* FindLocale(std::wstring_view name) noexcept {
     if (name.empty()) return &Invariant;
     if (name.find(L'-') != name.npos)
-        return FindThat([name](const LocaleEntry& entry) { return SameName(entry.name, name); });
-    return FindThat([name](const LocaleEntry& entry) {
+        return FindNamed(name, [name](const LocaleEntry& entry) { return SameName(entry.name, name); });
+    return FindNamed(name, [name](const LocaleEntry& entry) {
         return SameName(entry.name.substr(0, entry.name.find(L'-')), name);
     });
 }
@@ -185,7 +194,7 @@ const LocaleEntry* FindSystemLocale(std::string_view name) noexcept {
     const std::wstring_view country =
         wanted.substr(wanted.find(L'-') == wanted.npos ? size : language.size() + 1);
     const std::wstring_view script = SameName(language, L"sr") && modifier != "latin" ? L"-Cyrl-" : L"-Latn-";
-    const LocaleEntry* found = FindThat([&](const LocaleEntry& entry) {
+    const LocaleEntry* found = FindNamed(wanted, [&](const LocaleEntry& entry) {
         const std::size_t scriptAt = entry.name.find(script);
         return scriptAt != entry.name.npos && SameName(entry.name.substr(0, scriptAt), language) &&
                (country.empty() || SameName(entry.name.substr(scriptAt + script.size()), country));

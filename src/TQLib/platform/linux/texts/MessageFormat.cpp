@@ -141,9 +141,10 @@ class Expansion {
   private:
     // What stands here up to the next escape or line break, and up to the next blank where lines are broken.
     std::wstring_view Word() const {
-        const bool blankEnds = m_layout.Wraps();
-        const auto ends = [blankEnds](wchar_t c) {
-            return c <= L'%' && (c == L'%' || c == L'\r' || c == L'\n' || (blankEnds && c == L' '));
+        const auto bit = [](wchar_t c) { return std::uint64_t{1} << c; };
+        const std::uint64_t enders = bit(L'%') | bit(L'\r') | bit(L'\n') | (m_layout.Wraps() ? bit(L' ') : 0);
+        const auto ends = [enders](wchar_t c) {
+            return static_cast<char32_t>(c) < 64 && (enders >> c & 1) != 0;
         };
         const auto begin = m_text.begin() + static_cast<std::ptrdiff_t>(m_at);
         return {begin, std::find_if(begin, m_text.end(), ends)};

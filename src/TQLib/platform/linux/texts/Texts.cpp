@@ -87,17 +87,28 @@ bool IsDefaultLanguage(DWORD language) noexcept {
            language == SystemDefaultLanguage;
 }
 
-DWORD ReadSystemText(DWORD code, DWORD language, std::wstring& text) {
+// The text of a message, in place where it is short.
+struct MessageText {
+    std::wstring_view view;
+    std::wstring whole;
+    std::array<wchar_t, 256> inPlace;
+};
+
+DWORD ReadSystemText(DWORD code, DWORD language, MessageText& text) {
     if (!IsDefaultLanguage(language) && language != EnglishLanguage && language != UsEnglishLanguage)
         return ERROR_RESOURCE_LANG_NOT_FOUND;
     const char* const found = FindSystemText(code);
     if (!found) return ERROR_MR_MID_NOT_FOUND;
     constexpr std::wstring_view End = L"\r\n";
     const std::string_view bytes(found);
-    text.reserve(bytes.size() + End.size());
-    text.resize(bytes.size());
-    text.resize(Utf8ToWide(bytes, text));
-    text += End;
+    std::span<wchar_t> room = text.inPlace;
+    if (const std::size_t needed = bytes.size() + End.size(); needed > room.size()) {
+        text.whole.resize(needed);
+        room = text.whole;
+    }
+    const std::size_t length = Utf8ToWide(bytes, room.first(bytes.size()));
+    std::ranges::copy(End, room.begin() + static_cast<std::ptrdiff_t>(length));
+    text.view = {room.data(), length + End.size()};
     return ERROR_SUCCESS;
 }
 
@@ -130,15 +141,16 @@ DWORD ReadModuleText(HMODULE module, TableKind kind, DWORD id, DWORD language, s
     return hasTables ? code : ERROR_RESOURCE_DATA_NOT_FOUND;
 }
 
-DWORD ReadText(DWORD flags, const void* source, DWORD id, DWORD language, std::wstring& text) {
+DWORD ReadText(DWORD flags, const void* source, DWORD id, DWORD language, MessageText& text) {
     if (flags & FORMAT_MESSAGE_FROM_STRING) {
-        text = static_cast<const wchar_t*>(source);
+        text.view = static_cast<const wchar_t*>(source);
         return ERROR_SUCCESS;
     }
     DWORD code = ERROR_SUCCESS;
     if (flags & FORMAT_MESSAGE_FROM_HMODULE) {
         const HMODULE module = static_cast<HMODULE>(const_cast<void*>(source));
-        code = ReadModuleText(module, TableKind::Messages, id, language, text);
+        code = ReadModuleText(module, TableKind::Messages, id, language, text.whole);
+        text.view = text.whole;
         if (!code) return code;
     }
     return flags & FORMAT_MESSAGE_FROM_SYSTEM ? ReadSystemText(id, language, text) : code;
@@ -169,7 +181,7 @@ class VariableArguments : public MessageArguments {
     unsigned m_read = 0;
 };
 
-DWORD Expand(DWORD flags, const std::wstring& text, std::size_t limit, va_list* list, std::wstring& out) {
+DWORD Expand(DWORD flags, std::wstring_view text, std::size_t limit, va_list* list, std::wstring& out) {
     const MessageLayout layout{.width = flags & FORMAT_MESSAGE_MAX_WIDTH_MASK,
                                .keepInserts = (flags & FORMAT_MESSAGE_IGNORE_INSERTS) != 0,
                                .limit = limit};
@@ -189,12 +201,12 @@ DWORD Render(DWORD flags, const void* source, DWORD id, DWORD language, wchar_t*
     if (flags & ~KnownFlags || sources == 0) return ERROR_INVALID_PARAMETER;
     if (sources & FORMAT_MESSAGE_FROM_STRING && (sources != FORMAT_MESSAGE_FROM_STRING || !source))
         return ERROR_INVALID_PARAMETER;
-    std::wstring text;
+    MessageText text;
     if (const DWORD code = ReadText(flags, source, id, language, text)) return code;
     const std::size_t room = allocate ? MaxMessageSize : std::min<std::size_t>(size, MaxMessageSize);
     if (room == 0) return ERROR_INSUFFICIENT_BUFFER;
     std::wstring out;
-    if (const DWORD code = Expand(flags, text, room - 1, list, out))
+    if (const DWORD code = Expand(flags, text.view, room - 1, list, out))
         return allocate && code == ERROR_INSUFFICIENT_BUFFER ? ERROR_MORE_DATA : code;
     if (out.empty()) return ERROR_NO_WORK_DONE;
     if (allocate) {
