@@ -1,6 +1,7 @@
 #include "Target.h"
 
 #include "Fault.h"
+#include "Monitor.h"
 #include "TQLib/platform/Win32.h"
 
 using namespace Quellan::Corvel;
@@ -15,11 +16,11 @@ constexpr const wchar_t* EventSource = L"TQMonitor";
 using FileHandle = TQHandle<_TQFileHandleClose>;
 using FindHandle = TQHandle<_TQFindHandleClose>;
 
-// Throws the last error as a failure of `call` on `path`.
-[[noreturn]] void FailCall(const wchar_t* call, const TQString& path) {
-    TQSysException failure(GetLastError(), call);
+// Throws the last error as a failure of `call`, and of what it was made for on `path`.
+[[noreturn]] void FailCall(DWORD message, const TQString& path, const wchar_t* call) {
+    const TQSysException cause(GetLastError(), call);
+    TQSysException failure(cause, cause.ErrCode(), message, TQMsgRes(MessageStore));
     failure.SetAction(path.c_str());
-    failure.AddErrFile(path.c_str());
     throw failure;
 }
 
@@ -28,7 +29,8 @@ SecID OwnerOf(const TQString& path) {
     for (DWORD size = 0;;) {
         const auto room = static_cast<DWORD>(descriptor.Bytes());
         if (GetFileSecurityW(path.c_str(), OWNER_SECURITY_INFORMATION, descriptor.Data(), room, &size)) break;
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) FailCall(L"GetFileSecurityW", path);
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+            FailCall(MONITOR_NO_OWNER, path, L"GetFileSecurityW");
         descriptor = BYTEBuf(size);
     }
     return SecDesc(descriptor.Data()).Owner();
@@ -93,7 +95,7 @@ void Target::CheckTarget() {
     try {
         WIN32_FILE_ATTRIBUTE_DATA data;
         if (!GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &data))
-            FailCall(L"GetFileAttributesExW", m_path);
+            FailCall(MONITOR_NO_TARGET, m_path, L"GetFileAttributesExW");
         CheckOwner();
         CheckEntry(m_path, StateOf(data));
     } catch (const TQCoreException& failure) {
@@ -134,13 +136,13 @@ void Target::CheckEntry(const TQString& path, const FileState& state) {
 void Target::CheckFolder(const TQString& path) {
     WIN32_FIND_DATAW entry;
     const FindHandle find(FindFirstFileW(Join(path, L"*").c_str(), &entry));
-    if (!find.IsValid()) FailCall(L"FindFirstFileW", path);
+    if (!find.IsValid()) FailCall(MONITOR_FOLDER_UNREAD, path, L"FindFirstFileW");
     ++m_counts.folders;
     do {
         if (m_isStopped()) return;
         if (!IsSelfOrParent(entry.cFileName)) CheckEntry(Join(path, entry.cFileName), StateOf(entry));
     } while (FindNextFileW(find.Get(), &entry));
-    if (GetLastError() != ERROR_NO_MORE_FILES) FailCall(L"FindNextFileW", path);
+    if (GetLastError() != ERROR_NO_MORE_FILES) FailCall(MONITOR_FOLDER_UNREAD, path, L"FindNextFileW");
 }
 
 void Target::CheckFile(const TQString& path, const FileState& state) {
@@ -151,12 +153,13 @@ void Target::CheckFile(const TQString& path, const FileState& state) {
         const FileHandle file(CreateFileW(path.c_str(), GENERIC_READ,
                                           FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                           OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file.IsValid()) FailCall(L"CreateFileW", path);
+        if (!file.IsValid()) FailCall(MONITOR_FILE_UNREAD, path, L"CreateFileW");
         BYTEBuf block(BlockSize);
         DWORD read = 0;
         do {
             if (m_isStopped()) return;
-            if (!ReadFile(file.Get(), block.Data(), BlockSize, &read, nullptr)) FailCall(L"ReadFile", path);
+            if (!ReadFile(file.Get(), block.Data(), BlockSize, &read, nullptr))
+                FailCall(MONITOR_FILE_UNREAD, path, L"ReadFile");
             m_counts.bytes += read;
         } while (read != 0);
     }
@@ -193,8 +196,6 @@ void Target::Report(const TQCoreException& failure, const wchar_t* where, const 
     const auto before = m_before.failures.find(path);
     if (before != m_before.failures.end() && before->second == code) return;
     ++m_counts.failures;
-    STLString block;
-    failure.AssembleLogOutput(where, block);
-    Tell(TQLogLevel::Error, m_path, block);
+    Tell(failure, m_path, where);
     failure.LogEvent(where, EventSource);
 }

@@ -2,13 +2,14 @@
 // monitor --once TARGET...
 // monitor install [...] | uninstall | start [...] | stop | status
 //
-// Reads every file below the targets and reports each platform call that fails, as a log block on the console
-// and as an entry in the system event log; then checks them again every SECONDS (5 if not said otherwise) and
-// names the files that were added, removed or changed, and the owner of a target when it changed. Each group
-// of targets, up to 16, is watched by a thread of its own; the checks run side by side in a pool of up to 16
-// threads. Commands on the standard input, one a line: pause, resume, report, stop. Ctrl+C and the signals
-// that ask a process to end stop it too. With --once it ends after the first check. All that it tells goes to
-// the application's log too, which is "monitor.tlg" beside the program unless the registry says otherwise.
+// Reads every file below the targets and reports each platform call that fails: what could not be done and why,
+// in the user's language, on the console, and an entry in the system event log; then checks them again every
+// SECONDS (5 if not said otherwise) and names the files that were added, removed or changed, and the owner of
+// a target when it changed. Each group of targets, up to 16, is watched by a thread of its own; the checks run
+// side by side in a pool of up to 16 threads. Commands on the standard input, one a line: pause, resume,
+// report, stop. Ctrl+C and the signals that ask a process to end stop it too. With --once it ends after the
+// first check. All that it tells goes to the application's log too, which is "monitor.tlg" beside the program
+// unless the registry says otherwise.
 //
 // The same program is a service: `install` followed by what it is to watch makes it one, and the other words
 // are for that service.
@@ -92,6 +93,7 @@ int Run() {
 int main() {
     try {
         TQLib::SetAppName(L"monitor");
+        TQLib::RegisterResourceStore(MessageStore, L"Monitor");
         return Run();
     } catch (...) {
         TQCoreException::LogUnhandledCurrent(L"monitor");

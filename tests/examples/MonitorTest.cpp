@@ -55,7 +55,9 @@ TEST_F(Monitor, KeepsALogOfWhatItTells) {
     EXPECT_THAT(log, HasSubstr(" -- [" + Folder() + "] -- ["));
     EXPECT_THAT(log, HasSubstr("}]\r\n    added " + Folder()));
     EXPECT_THAT(log, HasSubstr("\r\nE "));
-    EXPECT_THAT(log, HasSubstr("[0x00000002]"));
+    EXPECT_THAT(log, HasSubstr("The target cannot be found. ("));
+    EXPECT_THAT(log, HasSubstr("Action=" + Folder() + "/missing in Target::CheckTarget\r\n"));
+    EXPECT_THAT(log, testing::ContainsRegex("    Caused by: GetFileAttributesExW .*\\[0x00000002\\]"));
 }
 
 TEST_F(Monitor, ReportsAFailureOnceAsLongAsItLasts) {

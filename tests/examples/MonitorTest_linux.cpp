@@ -29,6 +29,18 @@ TEST_F(Monitor, BreaksOffItsOnlyCheckAtCtrlCAndTellsTheResult) {
     EXPECT_EQ(m_process->ExitCode(), 0);
 }
 
+TEST_F(Monitor, TellsFailuresInTheLanguageOfItsUser) {
+    const char* const before = getenv("LC_ALL");
+    const std::string kept = before ? before : "";
+    setenv("LC_ALL", "de_DE.UTF-8", 1);
+    Start({"--once", Folder() + "/missing"});
+    before ? setenv("LC_ALL", kept.c_str(), 1) : unsetenv("LC_ALL");
+    const std::string output = m_process->ReadAll();
+    EXPECT_THAT(output, testing::HasSubstr("Das Ziel ist nicht zu finden. ("));
+    EXPECT_THAT(output, testing::HasSubstr("Caused by: GetFileAttributesExW ("));
+    EXPECT_THAT(ReadBytes(m_logFile), testing::HasSubstr("The target cannot be found. ("));
+}
+
 TEST_F(Monitor, LeavesPipesAlone) {
     ASSERT_EQ(mkfifo((Folder() + "/pipe").c_str(), 0600), 0);
     Start({"--once", Folder()});
