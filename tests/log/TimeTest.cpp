@@ -5,6 +5,8 @@
 #include "support/FailCall.h"
 
 #include <array>
+#include <chrono>
+#include <limits>
 
 using namespace Quellan::Corvel;
 using namespace Quellan::Corvel::Test;
@@ -23,6 +25,47 @@ TEST(TimeSpan, CutsOffTowardsZero) {
     EXPECT_EQ((-span).Milliseconds(), -1999);
     EXPECT_EQ(span - TQTimeSpan::FromSeconds(1), TQTimeSpan::FromSteps(9'999'999));
     EXPECT_LT(-span, TQTimeSpan());
+}
+
+TEST(TimeSpan, GoesToAndFromTheStandardLibrarysDurations) {
+    using namespace std::chrono_literals;
+    constexpr DWORD infinite = INFINITE;
+    const struct {
+        TQTimeSpan span;
+        LONGLONG steps;
+        DWORD timeoutMs;
+    } spans[] = {
+        {0s, 0, 0},
+        {1500ms, 15'000'000, 1500},
+        {-3s, -30'000'000, 0},
+        {199ns, 1, 1},
+        {-199ns, -1, 0},
+        {1ms + 1us, 10'010, 2},
+        {std::chrono::duration<double>(0.25), 2'500'000, 250},
+        {4'294'967'293ms, 42'949'672'930'000, infinite - 2},
+        {4'294'967'295ms, 42'949'672'950'000, infinite - 1},
+        {std::chrono::hours::max(), std::numeric_limits<LONGLONG>::max(), infinite},
+        {std::chrono::hours::min(), -std::numeric_limits<LONGLONG>::max(), 0},
+        {TQTimeSpan::Infinite(), std::numeric_limits<LONGLONG>::max(), infinite},
+    };
+    for (const auto& row : spans) {
+        EXPECT_EQ(row.span.Steps(), row.steps);
+        EXPECT_EQ(row.span.TimeoutMs(), row.timeoutMs) << row.steps;
+        EXPECT_EQ(row.span.ToDuration().count(), row.steps);
+    }
+}
+
+TEST(Time, GoesToAndFromTheStandardLibrarysClocks) {
+    using namespace std::chrono;
+    const sys_days leapDay = 2024y / February / 29;
+    EXPECT_EQ(TQTime(leapDay + 23h + 1999us), At(2024, 2, 29, 23, 0, 0, 1));
+    EXPECT_EQ(TQTime(sys_time<nanoseconds>(-1ns)), At(1969, 12, 31, 23, 59, 59, 999)) << "cut off downwards";
+    EXPECT_EQ(TQTime(local_days(2024y / February / 29) + 5min), At(2024, 2, 29, 0, 5));
+    EXPECT_EQ(At(2024, 2, 29, 1).ToSysTime(), leapDay + 1h);
+    EXPECT_EQ(At(30827, 12, 31).ToLocalTime(), local_days(30827y / December / 31));
+    const TQTime before(system_clock::now() - 1s), after(system_clock::now() + 1s);
+    EXPECT_LT(before, TQTime::CurrentUTCTime());
+    EXPECT_GT(after, TQTime::CurrentUTCTime());
 }
 
 TEST(Time, GivesBackItsFields) {

@@ -1,11 +1,15 @@
 #include "TQLib/platform/Win32.h"
 #include "TQLib/threads/TQEvent.h"
 #include "TQLib/threads/TQMutex.h"
+#include "TQLib/threads/TQSignalLockSynch.h"
+#include "TQLib/threads/TQWaitList.h"
 #include "platform/PlatformTest.h"
 #include "support/DataLines.h"
 #include "support/FailCall.h"
 #include "support/Worker.h"
 
+#include <array>
+#include <chrono>
 #include <gtest/gtest.h>
 #include <iomanip>
 #include <optional>
@@ -182,6 +186,25 @@ TEST(MutexLock, LeavesTheLastErrorAlone) {
         SetLastError(1234);
     }
     EXPECT_EQ(GetLastError(), 1234u) << "although there was nothing left to release";
+}
+
+TEST(SynchObj, WaitsForTheStandardLibrarysDurations) {
+    using namespace std::chrono_literals;
+    const TQEvent event(true);
+    const TQMutex mutex;
+    TQThreadSynch section;
+    TQSignalLockSynch signal(section, false);
+    TQWaitList list;
+    list.Add(event.Handle());
+    const auto look = [&](TQTimeSpan time) {
+        return std::array{event.Wait(time), static_cast<bool>(list.Wait(time)),
+                          static_cast<bool>(signal.GetLock(time))};
+    };
+    EXPECT_EQ(look(1ms), (std::array{false, false, false}));
+    event.Set();
+    signal.Set();
+    EXPECT_EQ(look(TQTimeSpan::Infinite()), (std::array{true, true, true}));
+    EXPECT_TRUE(mutex.Acquire(0s));
 }
 
 }  // namespace

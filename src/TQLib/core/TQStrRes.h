@@ -5,6 +5,8 @@
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/STLString.h"
 
+#include <cstdint>
+#include <functional>
 #include <ranges>
 #include <span>
 #include <string_view>
@@ -116,3 +118,16 @@ class TQMsgRes : public TQBaseStrRes {
 };
 
 }  // namespace Quellan::Corvel
+
+template <>
+struct std::hash<Quellan::Corvel::TQBaseStrRes> {
+    std::size_t operator()(const Quellan::Corvel::TQBaseStrRes& resource) const noexcept {
+        return std::hash<std::uint64_t>{}(std::uint64_t{resource.StoreID()} << 32 | resource.ResourceID()) *
+                   2 +
+               static_cast<std::size_t>(resource.ResourceKind());
+    }
+};
+template <>
+struct std::hash<Quellan::Corvel::TQStrRes> : std::hash<Quellan::Corvel::TQBaseStrRes> {};
+template <>
+struct std::hash<Quellan::Corvel::TQMsgRes> : std::hash<Quellan::Corvel::TQBaseStrRes> {};

@@ -6,6 +6,7 @@
 #include "TQLib/text/TQString.h"
 
 #include <compare>
+#include <functional>
 #include <string_view>
 
 namespace Quellan::Corvel {
@@ -72,3 +73,11 @@ class TQLIB_API TQFileName : public TQObject {
 };
 
 }  // namespace Quellan::Corvel
+
+template <>
+struct std::hash<Quellan::Corvel::TQFileName> {
+    // Throws as the strings do.
+    std::size_t operator()(const Quellan::Corvel::TQFileName& name) const {
+        return std::hash<Quellan::Corvel::_TQwString>{}(name.FullName().ToUpper());
+    }
+};

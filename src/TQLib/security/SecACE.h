@@ -64,3 +64,12 @@ class TQLIB_API SecACE {
 };
 
 }  // namespace Quellan::Sarvek
+
+template <>
+struct std::hash<Quellan::Sarvek::SecACE> {
+    std::size_t operator()(const Quellan::Sarvek::SecACE& entry) const noexcept {
+        const std::size_t id = std::hash<Quellan::Sarvek::SecID>{}(entry.SID());
+        return (id * 31 + entry.Rights()) * 31 +
+               (static_cast<std::size_t>(entry.GetKind()) << 8 | entry.Flags());
+    }
+};

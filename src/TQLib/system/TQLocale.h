@@ -28,3 +28,10 @@ class TQLIB_API TQLocale {
 };
 
 }  // namespace Quellan::Corvel
+
+template <>
+struct std::hash<Quellan::Corvel::TQLocale> {
+    std::size_t operator()(Quellan::Corvel::TQLocale locale) const noexcept {
+        return std::hash<unsigned long long>{}(locale.ID());
+    }
+};

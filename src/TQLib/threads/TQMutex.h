@@ -25,6 +25,7 @@ class TQLIB_API TQMutex : public TQSynchObj {
 
     // Waits up to `ms` milliseconds for the mutex. A lock that holds nothing when the time is up.
     [[nodiscard]] TQMutexLock Acquire(DWORD ms) const;
+    [[nodiscard]] TQMutexLock Acquire(TQTimeSpan time) const;
     // Waits for the mutex or one of `extraCount` (up to 63) other objects, whichever is signalled first, or
     // with `waitAll` for all of them. Gives the index of what was signalled, 0 for the mutex and from 1 on
     // the extra handles (with `waitAll` always 0), or WAIT_TIMEOUT (258). `lock` then holds the mutex if it
@@ -46,6 +47,7 @@ class [[nodiscard]] TQMutex::TQMutexLock {
     TQMutexLock() noexcept;
     // Waits as `Acquire` does; `IsLocked` tells whether the mutex was acquired.
     TQMutexLock(const TQMutex& mutex, DWORD ms);
+    TQMutexLock(const TQMutex& mutex, TQTimeSpan time) : TQMutexLock(mutex, time.TimeoutMs()) {}
     // The result is what `Acquire` returns.
     TQMutexLock(const TQMutex& mutex, DWORD ms, void* const* extraHandles, DWORD extraCount, DWORD& result);
     TQMutexLock(const TQMutex& mutex, bool waitAll, DWORD ms, void* const* extraHandles, DWORD extraCount,
@@ -65,5 +67,9 @@ class [[nodiscard]] TQMutex::TQMutexLock {
 
     Impl m_impl;
 };
+
+inline TQMutex::TQMutexLock TQMutex::Acquire(TQTimeSpan time) const {
+    return Acquire(time.TimeoutMs());
+}
 
 }  // namespace Quellan::Corvel

@@ -45,6 +45,7 @@ class TQLIB_API TQSignalLockSynch : public TQObject {
     // code 14 (ERROR_OUTOFMEMORY), "Allocation of signaled thread lock object failed"; the lock is not held
     // then.
     [[nodiscard]] LockPtr GetLock(DWORD ms);
+    [[nodiscard]] LockPtr GetLock(TQTimeSpan time) { return GetLock(time.TimeoutMs()); }
 
   private:
     LockPtr NewLock();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "TQLib/core/base/TQObject.h"
+#include "TQLib/log/time/TQTimeSpan.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/memory/TQHandle.h"
@@ -33,6 +34,7 @@ class TQLIB_API TQSynchObj : public TQObject {
     // true, also for a mutex whose owner ended without releasing it. False when the time is up. Throws "Wait
     // on synch object failed.".
     [[nodiscard]] bool Wait(DWORD ms) const;
+    [[nodiscard]] bool Wait(TQTimeSpan time) const { return Wait(time.TimeoutMs()); }
 
     // The name under which an object is opened: behind "Global\" or "Local\" where the platform tells the
     // name spaces of sessions apart, else `name` as it is. A null name is an empty one.

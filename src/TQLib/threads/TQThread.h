@@ -73,8 +73,10 @@ class TQLIB_API TQThread : public TQObject {
     // the time is up, 0 for a thread that was never started. Throws 1131 (ERROR_POSSIBLE_DEADLOCK) "A thread
     // cannot wait for its own end." on the thread itself, and "Wait on synch object failed.".
     virtual DWORD WaitForComplete(DWORD ms);
+    DWORD WaitForComplete(TQTimeSpan time) { return WaitForComplete(time.TimeoutMs()); }
     // `Stop`, then `WaitForComplete`.
     virtual DWORD StopAndWait(DWORD ms);
+    DWORD StopAndWait(TQTimeSpan time) { return StopAndWait(time.TimeoutMs()); }
     // `StopAndWait` without end where the thread runs, then `Start`.
     virtual void Restart(bool suspended = false);
 

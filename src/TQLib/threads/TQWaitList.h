@@ -55,6 +55,7 @@ class TQLIB_API TQWaitList : public TQObject {
     // wait list thread.", 14 (ERROR_OUTOFMEMORY), and what starting a thread throws; the list is as before
     // then.
     HANDLE Wait(DWORD ms);
+    HANDLE Wait(TQTimeSpan time) { return Wait(time.TimeoutMs()); }
 
     [[nodiscard]] DWORD Size() const;
     // Whether there is an auxiliary thread at present. For the owner.

@@ -30,10 +30,12 @@ class TQLIB_API TQTimer {
 class TQLIB_API TQCountdownTimer {
   public:
     explicit TQCountdownTimer(DWORD ms) noexcept : m_ms(ms) {}
+    explicit TQCountdownTimer(TQTimeSpan span) noexcept : m_ms(span.TimeoutMs()) {}
 
     // Begins anew, with the same time-out or another one.
     void Restart() noexcept { m_timer.Restart(); }
     void Restart(DWORD ms) noexcept;
+    void Restart(TQTimeSpan span) noexcept { Restart(span.TimeoutMs()); }
 
     // What is left in milliseconds, for the next wait: a part of one counts as a whole one, 0 says that the
     // time is up, and INFINITE stays INFINITE.
