@@ -17,9 +17,10 @@ struct KeptLine<Text>::Record {
 };
 
 template <class Text>
-KeptLine<Text>::KeptLine(const KeptLine& other) noexcept
-    : m_record(other.m_record.load(std::memory_order_acquire)) {
-    if (Record* const record = m_record.load(std::memory_order_relaxed)) record->holders.Add();
+void KeptLine<Text>::Share(const KeptLine& other) noexcept {
+    Record* const record = other.m_record.load(std::memory_order_acquire);
+    record->holders.Add();
+    m_record.store(record, std::memory_order_relaxed);
 }
 
 template <class Text>
@@ -47,9 +48,9 @@ const Text& KeptLine<Text>::Keep(Text&& line) {
 }
 
 template <class Text>
-void KeptLine<Text>::Drop() noexcept {
+void KeptLine<Text>::Release() noexcept {
     Record* const record = m_record.exchange(nullptr);
-    if (record && record->holders.Drop()) delete record;
+    if (record->holders.Drop()) delete record;
 }
 
 template class KeptLine<STLString>;

@@ -16,7 +16,9 @@ template <class Text>
 class KeptLine {
   public:
     KeptLine() noexcept = default;
-    KeptLine(const KeptLine& other) noexcept;
+    KeptLine(const KeptLine& other) noexcept {
+        if (other.m_record.load(std::memory_order_relaxed)) Share(other);
+    }
     KeptLine& operator=(const KeptLine& other) noexcept;
     ~KeptLine() { Drop(); }
 
@@ -24,10 +26,16 @@ class KeptLine {
     [[nodiscard]] const Text* Find() const noexcept;
     // The line that is kept now. Without memory the exception kept in reserve is thrown.
     const Text& Keep(Text&& line);
-    void Drop() noexcept;
+    void Drop() noexcept {
+        if (m_record.load(std::memory_order_relaxed)) Release();
+    }
 
   private:
     struct Record;
+
+    void Share(const KeptLine& other) noexcept;
+    void Release() noexcept;
+
     std::atomic<Record*> m_record = nullptr;
 };
 
