@@ -8,9 +8,6 @@ namespace tqscm {
 
 using namespace Quellan::Platform;
 
-// So that nobody keeps the others waiting.
-constexpr int MostMessagesAtOnce = 16;
-
 Link::Link(EventLoop& loop, LinkOwner& owner, Descriptor socket, std::chrono::milliseconds limit)
     : m_loop(loop),
       m_owner(&owner),
@@ -95,13 +92,13 @@ void Link::OnReady(unsigned events) {
         m_isMuted = true;
         UpdateEvents();
     }
-    std::string packet;
-    for (int i = 0; i < MostMessagesAtOnce && !m_isHeld && !m_hasEnded && m_unsent.empty(); ++i) {
-        if (!ReadOne(packet)) {
-            if (m_hasEnded) return m_owner->OnEnd(*this);
-            break;
-        }
-        m_owner->OnMessage(*this, packet);
+    // One message: nobody keeps the others waiting, and most who have sent one wait for the answer.
+    if (!m_isHeld && !m_hasEnded && m_unsent.empty()) {
+        std::string packet;
+        if (ReadOne(packet))
+            m_owner->OnMessage(*this, packet);
+        else if (m_hasEnded)
+            return m_owner->OnEnd(*this);
     }
     const bool isGone = m_isHeld && (events & (EPOLLHUP | EPOLLERR));
     if (isGone && !m_hasEnded) m_owner->OnEnd(*this);
