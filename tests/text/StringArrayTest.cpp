@@ -1,7 +1,10 @@
 #include "TQLib/text/TQStringArray.h"
 #include "support/ThrownCode.h"
 
+#include <functional>
 #include <gtest/gtest.h>
+#include <string_view>
+#include <vector>
 
 namespace Quellan::Corvel {
 namespace {
@@ -32,7 +35,7 @@ TEST(StringArray, KeepsItsElementsInOrder) {
 TEST(StringArray, RefusesPositionsOutside) {
     TQStringArray array{L"a", L"b"};
     EXPECT_EQ(ThrownCode([&] { array.At(2); }), IndexCode);
-    EXPECT_EQ(ThrownCode([&] { array[2]; }), IndexCode);
+    EXPECT_EQ(ThrownCode([&] { array[2] = L"x"; }), IndexCode);
     EXPECT_EQ(ThrownCode([&] { array.SetAt(2, L"x"); }), IndexCode);
     EXPECT_EQ(ThrownCode([&] { array.Insert(3, L"x"); }), IndexCode);
     EXPECT_EQ(ThrownCode([&] { array.Remove(2); }), IndexCode);
@@ -55,6 +58,39 @@ TEST(StringArray, SortsAndComparesByItsElements) {
     EXPECT_EQ(array, (TQStringArray{L"", L"B", L"a", L"b"}));
     EXPECT_LT((TQStringArray{L"a"}), (TQStringArray{L"a", L""}));
     EXPECT_LT((TQStringArray{L"a", L"z"}), (TQStringArray{L"b"}));
+}
+
+TEST(StringArray, SortsAsItIsTold) {
+    TQStringArray array{L"b", L"A", L"a", L"B", L"_"};
+    array.SortNoCase();
+    EXPECT_EQ(array, (TQStringArray{L"A", L"a", L"b", L"B", L"_"}));
+    array.Sort(std::greater<TQString>());
+    EXPECT_EQ(array, (TQStringArray{L"b", L"a", L"_", L"B", L"A"}));
+}
+
+TEST(StringArray, KeepsTheFirstOfEqualElements) {
+    const TQStringArray all{L"b",
+                            L"a",
+                            L"B",
+                            L"b",
+                            L"\u00E9 and a text of some length",
+                            L"a",
+                            L"\u00C9 AND A TEXT OF SOME LENGTH"};
+    TQStringArray array = all;
+    array.Unique();
+    EXPECT_EQ(array, (TQStringArray{L"b", L"a", L"B", all[4], all[6]}));
+    array.UniqueNoCase();
+    EXPECT_EQ(array, (TQStringArray{L"b", L"a", all[4]}));
+}
+
+TEST(StringArray, ChangesInPlace) {
+    TQStringArray array(std::vector<std::wstring_view>{L"a", L"b"});
+    array[0] += L"1";
+    array.At(1) = L"c";
+    for (TQString& element : array)
+        element += L"!";
+    EXPECT_EQ(array, (TQStringArray{L"a1!", L"c!"}));
+    EXPECT_NE(std::hash<TQStringArray>()(array), std::hash<TQStringArray>()(TQStringArray{L"c!", L"a1!"}));
 }
 
 TEST(StringArray, SplitsAtEverySeparatorAndJoinsAgain) {

@@ -1,22 +1,21 @@
 #include "TQLib/platform/Win32.h"
 #include "TQLib/text/STLString.h"
 #include "TQLib/text/TQString.h"
+#include "TQLib/text/TQStringStd.h"
 #include "support/ThrownCode.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <iomanip>
 #include <limits>
+#include <ranges>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 
 namespace Quellan::Corvel {
-
-void PrintTo(const _TQwString& text, std::ostream* out) {
-    *out << '"' << text.ToUtf8().c_str() << '"';
-}
-void PrintTo(const _TQaString& text, std::ostream* out) {
-    *out << '"' << text.c_str() << '"';
-}
 
 namespace {
 
@@ -145,6 +144,68 @@ TYPED_TEST(StringOf, FindsFromBothEnds) {
     EXPECT_EQ(text.ReverseFind(T("x")), NotFound);
 }
 
+TYPED_TEST(StringOf, FindsCharactersOfASet) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const String text = T("a,b;c");
+    EXPECT_EQ(text.FindAny(T(";,")), 1u);
+    EXPECT_EQ(text.FindAny(T(";,"), 2), 3u);
+    EXPECT_EQ(text.FindAny(T("x")), String::NotFound);
+    EXPECT_EQ(text.FindAny(T(""), 9), String::NotFound);
+    EXPECT_EQ(text.FindNotAny(T("ab,")), 3u);
+    EXPECT_EQ(text.FindNotAny(T("abc,;")), String::NotFound);
+}
+
+TYPED_TEST(StringOf, CountsWithoutOverlaps) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    const String text = T("aaaa.A");
+    EXPECT_EQ(text.Count(T("a")), 4u);
+    EXPECT_EQ(text.Count(T("aa")), 2u);
+    EXPECT_EQ(text.Count(T("x")) + text.Count(T("")), 0u);
+    EXPECT_TRUE(text.Contains(T(".A")) && text.ContainsNoCase(T("A.a")));
+    EXPECT_FALSE(text.Contains(T(".a")) || text.ContainsNoCase(T("b")));
+}
+
+TYPED_TEST(StringOf, MatchesPatternsWithWildcards) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    struct Row {
+        const char* text;
+        const char* pattern;
+        bool matches;
+    };
+    constexpr Row Rows[] = {
+        {"", "", true},
+        {"", "*", true},
+        {"", "?", false},
+        {"a", "", false},
+        {"abc", "abc", true},
+        {"abc", "a?c", true},
+        {"abc", "a?", false},
+        {"abc", "*", true},
+        {"abc", "a*", true},
+        {"abc", "*c", true},
+        {"abc", "*b", false},
+        {"abc", "**b**", true},
+        {"abcbc", "a*bc", true},
+        {"mississippi", "m*iss*pi", true},
+        {"mississippi", "m*iss?pi", false},
+        {"aab", "*ab", true},
+        {"aXbXc", "a*X?", true},
+        {"a.txt", "*.tx?", true},
+        {"a.txt", "?.TXT", false},
+    };
+    for (const Row& row : Rows) {
+        EXPECT_EQ(String(T(row.text)).Matches(T(row.pattern)), row.matches) << row.text << " " << row.pattern;
+        const String upper = T(row.text);
+        EXPECT_EQ(upper.ToUpper().MatchesNoCase(String(T(row.pattern)).ToLower()),
+                  row.matches || row.pattern == std::string_view("?.TXT"));
+    }
+    // In no time: a star is never tried again behind a later one.
+    EXPECT_FALSE(String(T(std::string(20'000, 'a'))).Matches(T("*a*a*a*a*a*a*a*a*a*a*b")));
+}
+
 TYPED_TEST(StringOf, KnowsItsEnds) {
     using String = _TQStringT<TypeParam>;
     const Text<TypeParam> T;
@@ -171,6 +232,47 @@ TYPED_TEST(StringOf, ReplacesFromLeftToRight) {
     EXPECT_EQ(replaced("abc", "b", "", 1), T("ac"));
     EXPECT_EQ(replaced("abc", "", "x", 0), T("abc"));
     EXPECT_EQ(replaced("abc", "x", "y", 0), T("abc"));
+}
+
+TYPED_TEST(StringOf, ReplacesWithoutCase) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    String text = T("abABaBx");
+    EXPECT_EQ(text.ReplaceNoCase(T("Ab"), T("-")), 3u);
+    EXPECT_EQ(text, T("---x"));
+    EXPECT_EQ(text.ReplaceNoCase(T("y"), T("z")), 0u);
+}
+
+TYPED_TEST(StringOf, PadsAndRepeats) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    EXPECT_EQ(String(T("7")).PadLeft(3, TypeParam{'0'}), T("007"));
+    EXPECT_EQ(String(T("ab")).PadRight(4), T("ab  "));
+    EXPECT_EQ(String(T("abc")).PadLeft(2).PadRight(3), T("abc"));
+    EXPECT_EQ(String(T("ab")).Repeat(3), T("ababab"));
+    EXPECT_EQ(String(T("ab")).Repeat(0), T(""));
+    String text = T("ab");
+    const std::size_t most = std::numeric_limits<std::size_t>::max();
+    EXPECT_EQ(ThrownCode([&] { text.PadLeft(most); }), LengthCode);
+    EXPECT_EQ(ThrownCode([&] { text.Repeat(most / 2 + 2); }), LengthCode);
+    EXPECT_EQ(text, T("ab"));
+}
+
+TYPED_TEST(StringOf, IsARangeAndGoesIntoStreams) {
+    using String = _TQStringT<TypeParam>;
+    const Text<TypeParam> T;
+    static_assert(std::ranges::contiguous_range<const String&>);
+    const String text = T("abc");
+    std::basic_string<TypeParam> walked;
+    for (const TypeParam c : text)
+        walked += c;
+    EXPECT_EQ(walked, T("abc"));
+    std::ostringstream narrow;
+    narrow << std::setw(5) << text << '|';
+    EXPECT_EQ(narrow.str(), "  abc|");
+    std::wostringstream wide;
+    wide << text;
+    EXPECT_EQ(wide.str(), L"abc");
 }
 
 TYPED_TEST(StringOf, TrimsWhiteSpaceOrAGivenSet) {
@@ -253,6 +355,32 @@ TEST(String, ConvertsToAndFromUtf8) {
     EXPECT_EQ(TQString::FromUtf8("x\xFF"), L"x\uFFFD");
     EXPECT_EQ(TQString::FromUtf8(nullptr), L"");
     EXPECT_EQ(TQString().ToUtf8(), "");
+}
+
+TEST(String, ConvertsToAndFromUtf16And32) {
+    const TQString text = L"a\u00E9\u20AC\U0001F600";
+    EXPECT_EQ(text.ToUtf16(), u"a\u00E9\u20AC\U0001F600");
+    EXPECT_EQ(text.ToUtf32(), U"a\u00E9\u20AC\U0001F600");
+    EXPECT_EQ(TQString::FromUtf16(text.ToUtf16()), text);
+    EXPECT_EQ(TQString::FromUtf32(text.ToUtf32()), text);
+    EXPECT_EQ(TQString::FromUtf8(u8"a\u00E9\u20AC\U0001F600"), text);
+    EXPECT_EQ(TQString::FromUtf8(std::u8string(u8"\u00E9")), L"\u00E9");
+    const char16_t alone[] = {u'a', 0xD83D, u'b', 0xDE00, 0xD83D, 0};
+    EXPECT_EQ(TQString::FromUtf16(alone), L"a\uFFFDb\uFFFD\uFFFD");
+    const char32_t none[] = {0x110000, 0xDFFF, 0xFFFFFFFF, 0};
+    EXPECT_EQ(TQString::FromUtf32(none), L"\uFFFD\uFFFD\uFFFD");
+    std::ostringstream narrow;
+    narrow << text;
+    EXPECT_EQ(narrow.str(), text.ToUtf8().View());
+    std::wostringstream wide;
+    wide << text.ToUtf8();
+    EXPECT_EQ(wide.str(), text.View());
+}
+
+TEST(String, ConvertsToAndFromPaths) {
+    const TQString text = L"folder/\u00E9\u20AC";
+    EXPECT_EQ(TQToPath(text), std::filesystem::path(u8"folder/\u00E9\u20AC"));
+    EXPECT_EQ(TQFromPath(TQToPath(text)), text);
 }
 
 TEST(String, ConvertsToAndFromTheAnsiCodePage) {

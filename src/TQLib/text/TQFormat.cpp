@@ -1,6 +1,7 @@
 #include "TQLib/text/TQFormat.h"
 
 #include "TQLib/platform/Utf.h"
+#include "TQLib/text/internal/DigitPairs.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 
 #include <algorithm>
@@ -17,17 +18,6 @@ using Spec = _TQFormatSpec;
 using Kind = TQFormatArg::Kind;
 
 constexpr std::size_t Ignored = std::numeric_limits<std::size_t>::max();
-
-// "00" to "99": decimal digits are made two at a time.
-template <class C>
-constexpr auto DigitPairs = [] {
-    std::array<C, 200> pairs{};
-    for (std::size_t i = 0; i < 100; ++i) {
-        pairs[2 * i] = static_cast<C>('0' + i / 10);
-        pairs[2 * i + 1] = static_cast<C>('0' + i % 10);
-    }
-    return pairs;
-}();
 
 constexpr auto PowersOfTen = [] {
     std::array<ULONGLONG, 20> powers{1};

@@ -2,6 +2,8 @@
 
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/Utf.h"
+#include "TQLib/text/internal/CharacterSet.h"
+#include "TQLib/text/internal/CodePoints.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
@@ -80,6 +82,58 @@ int RestOrderNoCase(std::wstring_view a, std::wstring_view b) {
     return order - CSTR_EQUAL;
 }
 
+// A character in upper case, as `InUpper` has it.
+template <class C>
+C UpperOf(C c) {
+    if (IsAscii(c)) return UpperAscii(c);
+    if constexpr (std::is_same_v<C, wchar_t>) CharUpperBuffW(&c, 1);
+    return c;
+}
+
+template <class C>
+bool AreSameNoCase(C a, C b) {
+    return a == b || UpperOf(a) == UpperOf(b);
+}
+
+template <class C>
+std::size_t FindNoCaseIn(std::basic_string_view<C> text, std::basic_string_view<C> what, std::size_t from) {
+    if (from > text.size() || what.size() > text.size() - from) return text.npos;
+    if (what.empty()) return from;
+    const C upper = UpperOf(what[0]);
+    const C lower = LowerAscii(upper);
+    const auto last = text.end() - static_cast<std::ptrdiff_t>(what.size());
+    for (auto at = text.begin() + static_cast<std::ptrdiff_t>(from); at <= last; ++at) {
+        if (*at != upper && *at != lower && (IsAscii(*at) || UpperOf(*at) != upper)) continue;
+        if (std::equal(what.begin() + 1, what.end(), at + 1, &AreSameNoCase<C>))
+            return static_cast<std::size_t>(at - text.begin());
+    }
+    return text.npos;
+}
+
+// Each star takes as little as it can; only the last one is ever given more.
+template <class C, class AreSame>
+bool MatchesPattern(std::basic_string_view<C> text, std::basic_string_view<C> pattern, AreSame areSame) {
+    std::size_t at = 0;
+    std::size_t wanted = 0;
+    std::size_t behindStar = pattern.npos;
+    std::size_t starEnd = 0;
+    while (at < text.size()) {
+        if (wanted < pattern.size() && pattern[wanted] == C{'*'}) {
+            behindStar = ++wanted;
+            starEnd = at;
+        } else if (wanted < pattern.size() &&
+                   (pattern[wanted] == C{'?'} || areSame(pattern[wanted], text[at]))) {
+            ++wanted;
+            ++at;
+        } else {
+            if (behindStar == pattern.npos) return false;
+            wanted = behindStar;
+            at = ++starEnd;
+        }
+    }
+    return pattern.find_first_not_of(C{'*'}, wanted) == pattern.npos;
+}
+
 template <class C>
 int OrderNoCase(std::basic_string_view<C> a, std::basic_string_view<C> b) {
     const std::size_t common = std::min(a.size(), b.size());
@@ -95,9 +149,6 @@ int OrderNoCase(std::basic_string_view<C> a, std::basic_string_view<C> b) {
 }
 
 }  // namespace
-
-template <class C>
-_TQStringT<C>::_TQStringT() noexcept = default;
 
 template <class C>
 _TQStringT<C>::_TQStringT(const C* text) : _TQStringT(_TQTextT<C>(text).View()) {}
@@ -116,13 +167,7 @@ template <class C>
 _TQStringT<C>::_TQStringT(const std::basic_string<C>& text) : _TQStringT(std::basic_string_view<C>(text)) {}
 
 template <class C>
-_TQStringT<C>::_TQStringT(std::basic_string<C>&& text) noexcept : m_text(std::move(text)) {}
-
-template <class C>
 _TQStringT<C>::_TQStringT(const _TQStringT& other) : _TQStringT(other.View()) {}
-
-template <class C>
-_TQStringT<C>::_TQStringT(_TQStringT&& other) noexcept = default;
 
 template <class C>
 _TQStringT<C>& _TQStringT<C>::operator=(const _TQStringT& other) {
@@ -130,57 +175,7 @@ _TQStringT<C>& _TQStringT<C>::operator=(const _TQStringT& other) {
 }
 
 template <class C>
-_TQStringT<C>& _TQStringT<C>::operator=(_TQStringT&& other) noexcept = default;
-
-template <class C>
 _TQStringT<C>::~_TQStringT() = default;
-
-template <class C>
-const C* _TQStringT<C>::c_str() const noexcept {
-    return m_text.c_str();
-}
-
-template <class C>
-std::size_t _TQStringT<C>::Length() const noexcept {
-    return m_text.size();
-}
-
-template <class C>
-bool _TQStringT<C>::IsEmpty() const noexcept {
-    return m_text.empty();
-}
-
-template <class C>
-std::basic_string_view<C> _TQStringT<C>::View() const noexcept {
-    return m_text;
-}
-
-template <class C>
-_TQStringT<C>::operator std::basic_string_view<C>() const noexcept {
-    return m_text;
-}
-
-template <class C>
-const std::basic_string<C>& _TQStringT<C>::Storage() const noexcept {
-    return m_text;
-}
-
-template <class C>
-C _TQStringT<C>::At(std::size_t position) const {
-    if (position >= Length()) TQStdExceptions::ThrowIndexError(L"TQString::At");
-    return m_text[position];
-}
-
-template <class C>
-C _TQStringT<C>::operator[](std::size_t position) const {
-    return At(position);
-}
-
-template <class C>
-void _TQStringT<C>::SetAt(std::size_t position, C character) {
-    if (position >= Length()) TQStdExceptions::ThrowIndexError(L"TQString::SetAt");
-    m_text[position] = character;
-}
 
 template <class C>
 _TQStringT<C>& _TQStringT<C>::Assign(_TQTextT<C> text) {
@@ -195,16 +190,6 @@ _TQStringT<C>& _TQStringT<C>::Append(_TQTextT<C> text) {
 }
 
 template <class C>
-_TQStringT<C>& _TQStringT<C>::operator+=(_TQTextT<C> text) {
-    return Append(text);
-}
-
-template <class C>
-_TQStringT<C>& _TQStringT<C>::operator+=(C character) {
-    return Append(std::basic_string_view<C>(&character, 1));
-}
-
-template <class C>
 _TQStringT<C>& _TQStringT<C>::Insert(std::size_t position, _TQTextT<C> text) {
     if (position > Length()) TQStdExceptions::ThrowIndexError(L"TQString::Insert");
     Translated(L"TQString::Insert", [&] { m_text.insert(position, text.View()); });
@@ -216,11 +201,6 @@ _TQStringT<C>& _TQStringT<C>::Remove(std::size_t position, std::size_t count) {
     if (position > Length()) TQStdExceptions::ThrowIndexError(L"TQString::Remove");
     m_text.erase(position, count);
     return *this;
-}
-
-template <class C>
-void _TQStringT<C>::Clear() noexcept {
-    m_text.clear();
 }
 
 template <class C>
@@ -250,9 +230,8 @@ std::size_t _TQStringT<C>::Find(_TQTextT<C> text, std::size_t from) const noexce
 }
 
 template <class C>
-std::size_t _TQStringT<C>::FindNoCase(_TQTextT<C> text, std::size_t from) const {
-    return Translated(L"TQString::FindNoCase",
-                      [&] { return InUpper(View()).find(InUpper(text.View()), from); });
+std::size_t _TQStringT<C>::FindNoCase(_TQTextT<C> text, std::size_t from) const noexcept {
+    return FindNoCaseIn(View(), text.View(), from);
 }
 
 template <class C>
@@ -261,16 +240,69 @@ std::size_t _TQStringT<C>::ReverseFind(_TQTextT<C> text, std::size_t from) const
 }
 
 template <class C>
+std::size_t _TQStringT<C>::FindAny(_TQTextT<C> set, std::size_t from) const noexcept {
+    return _TQCharacterSet<C>(set.View()).Find(View(), from);
+}
+
+template <class C>
+std::size_t _TQStringT<C>::FindNotAny(_TQTextT<C> set, std::size_t from) const noexcept {
+    return _TQCharacterSet<C>(set.View()).Find(View(), from, false);
+}
+
+template <class C>
+bool _TQStringT<C>::Contains(_TQTextT<C> text) const noexcept {
+    return Find(text) != NotFound;
+}
+
+template <class C>
+bool _TQStringT<C>::ContainsNoCase(_TQTextT<C> text) const noexcept {
+    return FindNoCase(text) != NotFound;
+}
+
+template <class C>
+std::size_t _TQStringT<C>::Count(_TQTextT<C> text) const noexcept {
+    const std::size_t length = text.View().size();
+    if (length == 0) return 0;
+    if (length == 1) return static_cast<std::size_t>(std::count(begin(), end(), text.View()[0]));
+    std::size_t count = 0;
+    for (std::size_t at = 0; (at = Find(text, at)) != NotFound; at += length)
+        ++count;
+    return count;
+}
+
+template <class C>
+bool _TQStringT<C>::Matches(_TQTextT<C> pattern) const noexcept {
+    return MatchesPattern(View(), pattern.View(), std::equal_to<C>());
+}
+
+template <class C>
+bool _TQStringT<C>::MatchesNoCase(_TQTextT<C> pattern) const noexcept {
+    return MatchesPattern(View(), pattern.View(), &AreSameNoCase<C>);
+}
+
+template <class C>
 std::size_t _TQStringT<C>::Replace(_TQTextT<C> what, _TQTextT<C> with) {
+    return ReplaceFound(what, with, [&](std::size_t from) { return Find(what, from); });
+}
+
+template <class C>
+std::size_t _TQStringT<C>::ReplaceNoCase(_TQTextT<C> what, _TQTextT<C> with) {
+    return ReplaceFound(what, with, [&](std::size_t from) { return FindNoCase(what, from); });
+}
+
+template <class C>
+template <class Search>
+std::size_t _TQStringT<C>::ReplaceFound(_TQTextT<C> what, _TQTextT<C> with, Search find) {
     if (what.View().empty()) return 0;
     return Translated(L"TQString::Replace", [&] {
         std::basic_string<C> result;
         std::size_t count = 0;
         std::size_t at = 0;
-        for (std::size_t next; (next = m_text.find(what.View(), at)) != NotFound; ++count) {
+        for (std::size_t next; (next = find(at)) != NotFound; ++count) {
             result.append(m_text, at, next - at).append(with.View());
             at = next + what.View().size();
         }
+        if (count == 0) return count;
         result.append(m_text, at);
         m_text = std::move(result);
         return count;
@@ -308,6 +340,33 @@ _TQStringT<C>& _TQStringT<C>::Trim() {
 template <class C>
 _TQStringT<C>& _TQStringT<C>::Trim(_TQTextT<C> set) {
     return TrimRight(set).TrimLeft(set);
+}
+
+template <class C>
+_TQStringT<C>& _TQStringT<C>::PadLeft(std::size_t length, C fill) {
+    if (length > Length())
+        Translated(L"TQString::PadLeft", [&] { m_text.insert(std::size_t{0}, length - Length(), fill); });
+    return *this;
+}
+
+template <class C>
+_TQStringT<C>& _TQStringT<C>::PadRight(std::size_t length, C fill) {
+    if (length > Length()) Translated(L"TQString::PadRight", [&] { m_text.resize(length, fill); });
+    return *this;
+}
+
+template <class C>
+_TQStringT<C>& _TQStringT<C>::Repeat(std::size_t count) {
+    if (count != 0 && Length() > m_text.max_size() / count)
+        TQStdExceptions::ThrowOverflowError(L"TQString::Repeat");
+    Translated(L"TQString::Repeat", [&] {
+        std::basic_string<C> result;
+        result.reserve(count * Length());
+        for (; count != 0; --count)
+            result += m_text;
+        m_text = std::move(result);
+    });
+    return *this;
 }
 
 template <class C>
@@ -385,6 +444,20 @@ std::wstring WideOf(std::string_view text) {
     });
 }
 
+template <class To, class From>
+std::basic_string<To> CodePointsOf(std::basic_string_view<From> text, const wchar_t* where) {
+    return Translated(where, [&] {
+        std::basic_string<To> result;
+        result.reserve(text.size());
+        for (std::size_t at = 0; at < text.size();) {
+            const CodePoint point = CodePointAt(text, at);
+            AppendCodePoint(result, point.code);
+            at += point.units;
+        }
+        return result;
+    });
+}
+
 std::string AnsiOf(std::wstring_view text) {
     constexpr auto Where = L"TQString::ToAnsi";
     if (text.empty()) return {};
@@ -433,6 +506,26 @@ _TQStringT<C> _TQStringT<C>::FromUtf8(_TQTextT<char> text) requires std::is_same
 }
 
 template <class C>
+std::u16string _TQStringT<C>::ToUtf16() const requires std::is_same_v<C, wchar_t> {
+    return CodePointsOf<char16_t>(View(), L"TQString::ToUtf16");
+}
+
+template <class C>
+std::u32string _TQStringT<C>::ToUtf32() const requires std::is_same_v<C, wchar_t> {
+    return CodePointsOf<char32_t>(View(), L"TQString::ToUtf32");
+}
+
+template <class C>
+_TQStringT<C> _TQStringT<C>::FromUtf16(std::u16string_view text) requires std::is_same_v<C, wchar_t> {
+    return CodePointsOf<C>(text, L"TQString::FromUtf16");
+}
+
+template <class C>
+_TQStringT<C> _TQStringT<C>::FromUtf32(std::u32string_view text) requires std::is_same_v<C, wchar_t> {
+    return CodePointsOf<C>(text, L"TQString::FromUtf32");
+}
+
+template <class C>
 _TQStringT<char> _TQStringT<C>::ToAnsi() const requires std::is_same_v<C, wchar_t> {
     if constexpr (std::is_same_v<C, wchar_t>) return AnsiOf(View());
     return {};
@@ -447,13 +540,6 @@ _TQStringT<C> _TQStringT<C>::FromAnsi(_TQTextT<char> text) requires std::is_same
 template class _TQStringT<wchar_t>;
 template class _TQStringT<char>;
 
-TQString::TQString() noexcept = default;
-TQString::TQString(const _TQwString& text) : _TQwString(text) {}
-TQString::TQString(_TQwString&& text) noexcept : _TQwString(std::move(text)) {}
-TQString::TQString(const TQString& other) = default;
-TQString::TQString(TQString&& other) noexcept = default;
-TQString& TQString::operator=(const TQString& other) = default;
-TQString& TQString::operator=(TQString&& other) noexcept = default;
 TQString::~TQString() = default;
 
 }  // namespace Quellan::Corvel

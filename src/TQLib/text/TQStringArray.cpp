@@ -1,8 +1,29 @@
 #include "TQLib/text/TQStringArray.h"
 
 #include <algorithm>
+#include <string_view>
+#include <unordered_set>
+#include <utility>
+#include <vector>
 
 namespace Quellan::Corvel {
+namespace {
+
+// Removes the elements whose key came before. Nothing changes before all keys are looked at.
+template <class KeyOf>
+void RemoveRepeated(std::vector<TQString>& items, KeyOf keyOf) {
+    std::unordered_set<decltype(keyOf(items.front()))> seen;
+    std::vector<char> isRepeated;
+    isRepeated.reserve(items.size());
+    for (const TQString& item : items)
+        isRepeated.push_back(!seen.insert(keyOf(item)).second);
+    seen.clear();  // keys may be views of what is removed
+    std::erase_if(items, [&](const TQString& item) {
+        return isRepeated[static_cast<std::size_t>(&item - items.data())] != 0;
+    });
+}
+
+}  // namespace
 
 const TQString& TQStringArray::At(std::size_t position) const {
     return (*this)[position];
@@ -42,25 +63,30 @@ void TQStringArray::Sort() noexcept {
     std::ranges::sort(Items());
 }
 
+void TQStringArray::Reserve(std::size_t count) {
+    Translated(L"TQStringArray::Reserve", [&] { Items().reserve(count); });
+}
+
+void TQStringArray::SortNoCase() {
+    Sort([](const TQString& a, const TQString& b) { return a.CompareNoCase(b) < 0; });
+}
+
+void TQStringArray::Unique() {
+    Translated(L"TQStringArray::Unique",
+               [&] { RemoveRepeated(Items(), [](const TQString& item) { return item.View(); }); });
+}
+
+void TQStringArray::UniqueNoCase() {
+    Translated(L"TQStringArray::UniqueNoCase",
+               [&] { RemoveRepeated(Items(), [](const TQString& item) { return item.ToUpper(); }); });
+}
+
 TQString TQStringArray::Join(const TQString& separator) const {
-    TQString result;
-    for (const TQString& item : *this) {
-        if (&item != &*begin()) result += separator;
-        result += item;
-    }
-    return result;
+    return TQJoin(*this, separator);
 }
 
 TQStringArray TQStringArray::Split(const TQString& text, const TQString& separators) {
-    TQStringArray result;
-    if (text.IsEmpty()) return result;
-    std::wstring_view rest = text;
-    for (;;) {
-        const std::size_t end = rest.find_first_of(separators);
-        result.Add(rest.substr(0, end));
-        if (end == std::wstring_view::npos) return result;
-        rest.remove_prefix(end + 1);
-    }
+    return TQStringArray(TQSplitAtAny(text, separators));
 }
 
 }  // namespace Quellan::Corvel
