@@ -27,6 +27,8 @@ if(TQ_BUILD_TOOLS)
     endif()
     install(TARGETS ${tools} RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 endif()
+# The notice must go with the tables that are in the library.
+install(FILES ${PROJECT_SOURCE_DIR}/docs/unicode-license.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
 install(EXPORT TQLib NAMESPACE TQLib:: FILE TQLibTargets.cmake DESTINATION ${TQ_CONFIG_DIR})
 install(FILES ${PROJECT_SOURCE_DIR}/cmake/TQMessages.cmake DESTINATION ${TQ_CONFIG_DIR})
 

@@ -46,6 +46,7 @@
 #include "TQLib/text/TQSplit.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"
+#include "TQLib/text/TQUnicode.h"
 #include "TQLib/text/memory/TQDataBuf.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/TQSmartPtr.h"
