@@ -12,7 +12,6 @@ namespace {
 
 using namespace std::chrono;
 
-constexpr sys_days Beginning = year(1601) / January / 1;
 constexpr int FirstYear = 1601;
 constexpr int LastYear = 30827;
 
@@ -39,9 +38,8 @@ TQTime::TQTime(const Fields& fields) {
         !Within(fields.day, 1, 31) || !date.ok() || !Within(fields.hour, 0, 23) ||
         !Within(fields.minute, 0, 59) || !Within(fields.second, 0, 59) || !Within(fields.millisecond, 0, 999))
         TQStdExceptions::ThrowParameterInvalidError(L"TQTime::TQTime");
-    const auto sinceBeginning = sys_days(date) - Beginning + hours(fields.hour) + minutes(fields.minute) +
-                                seconds(fields.second) + milliseconds(fields.millisecond);
-    m_ms = sinceBeginning.count();
+    *this = TQTime(sys_days(date) + hours(fields.hour) + minutes(fields.minute) + seconds(fields.second) +
+                   milliseconds(fields.millisecond));
 }
 
 TQTime TQTime::CurrentTime() noexcept {
@@ -57,7 +55,7 @@ TQTime TQTime::CurrentUTCTime() noexcept {
 }
 
 TQTime::Fields TQTime::ToFields() const noexcept {
-    const sys_time<milliseconds> time = Beginning + milliseconds(m_ms);
+    const sys_time<milliseconds> time = ToSysTime();
     const sys_days date = floor<days>(time);
     const year_month_day calendar(date);
     const hh_mm_ss clock(time - date);

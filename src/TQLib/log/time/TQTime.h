@@ -35,14 +35,14 @@ class TQLIB_API TQTime {
     // cut off.
     template <class Duration>
     constexpr explicit TQTime(std::chrono::sys_time<Duration> time) noexcept
-        : m_ms((std::chrono::floor<std::chrono::milliseconds>(time) - Beginning).count()) {}
+        : m_ms((std::chrono::floor<std::chrono::milliseconds>(time) - Beginning()).count()) {}
     template <class Duration>
     constexpr explicit TQTime(std::chrono::local_time<Duration> time) noexcept
         : TQTime(std::chrono::sys_time<Duration>(time.time_since_epoch())) {}
 
     // As a point of the system clock; for a time in UTC.
     [[nodiscard]] constexpr std::chrono::sys_time<std::chrono::milliseconds> ToSysTime() const noexcept {
-        return Beginning + std::chrono::milliseconds(m_ms);
+        return Beginning() + std::chrono::milliseconds(m_ms);
     }
     // The same reading of the clock, in no time zone.
     [[nodiscard]] constexpr std::chrono::local_time<std::chrono::milliseconds> ToLocalTime() const noexcept {
@@ -85,7 +85,9 @@ class TQLIB_API TQTime {
     friend constexpr TQTime operator-(TQTime time, TQTimeSpan span) noexcept { return time -= span; }
 
   private:
-    static constexpr std::chrono::sys_days Beginning = std::chrono::year(1601) / std::chrono::January / 1;
+    static constexpr std::chrono::sys_days Beginning() noexcept {
+        return std::chrono::year(1601) / std::chrono::January / 1;
+    }
 
     LONGLONG m_ms = 0;  // since then
 };
