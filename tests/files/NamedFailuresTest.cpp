@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <gmock/gmock.h>
+#include <sstream>
 
 namespace Quellan::Corvel::Test {
 namespace {
@@ -63,6 +64,19 @@ TEST(NamedFailures, SayTheNameInTheirMessage) {
     }
     EXPECT_EQ(root.Path(), L"HKEY_CURRENT_USER\\Software\\TQLib test of names");
     TQRegistry::UserKey().DeleteKey(L"Software\\TQLib test of names");
+}
+
+TEST(Streams, TakeValuesAsTheirTexts) {
+    const TQSysException failure(ERROR_ACCESS_DENIED, L"\u00C4rger");
+    const TQFileName file(L"/tmp/\u00C4");
+    const Sarvek::SecID id(Sarvek::SecIDAuth(5), 18u);
+    std::ostringstream narrow;
+    std::wostringstream wide;
+    narrow << failure << '|' << file << '|' << id << Sarvek::SecID();
+    wide << failure << L'|' << file << L'|' << id << Sarvek::SecID();
+    EXPECT_EQ(wide.str(), failure.FullMsg(TQStrResDestination::User) +
+                              (L'|' + std::wstring(file.FullName().View())) + L"|S-1-5-18");
+    EXPECT_EQ(narrow.str(), TQString(wide.str()).ToUtf8().View());
 }
 
 }  // namespace

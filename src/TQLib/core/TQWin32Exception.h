@@ -14,11 +14,13 @@
 
 #include <concepts>
 #include <exception>
+#include <iosfwd>
 #include <memory>
 #include <new>
 #include <optional>
 #include <span>
 #include <system_error>
+#include <type_traits>
 
 namespace Quellan::Corvel {
 
@@ -347,5 +349,15 @@ class TQLIB_API _TQWin32Exception : public _TQExceptionBase<_TQWin32Exception>, 
     bool m_isPreAllocated = false;
     mutable bool m_isDontExit = false;
 };
+
+// The user's message.
+template <class C, class Traits>
+std::basic_ostream<C, Traits>& operator<<(std::basic_ostream<C, Traits>& out,
+                                          const _TQWin32Exception& failure) {
+    if constexpr (std::is_same_v<C, wchar_t>)
+        return out << failure.FullMsg(TQStrResDestination::User);
+    else
+        return out << failure.what();
+}
 
 }  // namespace Quellan::Corvel

@@ -7,6 +7,7 @@
 
 #include <compare>
 #include <functional>
+#include <iosfwd>
 #include <string_view>
 
 namespace Quellan::Corvel {
@@ -71,6 +72,12 @@ class TQLIB_API TQFileName : public TQObject {
 
     TQString m_full;
 };
+
+// The full name.
+template <class C, class Traits>
+std::basic_ostream<C, Traits>& operator<<(std::basic_ostream<C, Traits>& out, const TQFileName& name) {
+    return out << name.FullName();
+}
 
 }  // namespace Quellan::Corvel
 

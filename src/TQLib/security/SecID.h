@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
+#include <iosfwd>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -254,6 +255,12 @@ class TQLIB_API SecID {
     bool m_isPlatforms = false;
     bool m_isDefaulted = false;
 };
+
+// The text of the identifier; nothing for the null identifier.
+template <class C, class Traits>
+std::basic_ostream<C, Traits>& operator<<(std::basic_ostream<C, Traits>& out, const SecID& id) {
+    return id ? out << id.String() : out;
+}
 
 }  // namespace Quellan::Sarvek
 
