@@ -16,6 +16,7 @@ using namespace Quellan::Corvel::Test;
 namespace {
 
 constexpr DWORD EndOfSystemTexts = 16000;
+const std::set<DWORD> OtherInWine = {34, 107, 129, 216};  // without a documented insert, or with one more
 
 const std::map<DWORD, std::string_view> OurTexts = {
 #define TQ_WIN32(code, name, text) {code, text},
@@ -49,12 +50,12 @@ TEST(SystemCodes, HaveATextWithTheSameInsertsWhereverThePlatformHasOne) {
     std::array<wchar_t, 4096> buffer;
     unsigned compared = 0;
     for (DWORD code = 0; code < EndOfSystemTexts; ++code) {
-        const DWORD length =
-            FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0,
-                           buffer.data(), buffer.size(), nullptr);
+        const DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS,
+                                            nullptr, code, 0, buffer.data(), buffer.size(), nullptr);
         const auto ours = OurTexts.find(code);
         // A newer system may have texts of codes that nobody knew of here.
         if (length == 0 || (ours == OurTexts.end() && !OnWine())) continue;
+        if (OnWine() && OtherInWine.contains(code)) continue;
         ASSERT_NE(ours, OurTexts.end()) << code;
         EXPECT_EQ(InsertsOf(ours->second), InsertsOf(std::wstring_view(buffer.data(), length))) << code;
         ++compared;
