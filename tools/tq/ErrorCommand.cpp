@@ -79,7 +79,7 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
 ErrorDescription Describe(HMODULE module, unsigned int code) {
     ErrorDescription description{code, {}, ReadText(module, code)};
     for (const Quellan::Platform::SystemCode& known : Quellan::Platform::SystemCodesOf(code))
-        description.names.push_back(known.name);
+        description.names.push_back(known.Name());
     return description;
 }
 

@@ -125,7 +125,7 @@ const wchar_t* StatusName(unsigned int code) {
     const wchar_t* name = code >> 30 == 3 ? L"NTSTATUS " : nullptr;
     for (const Platform::SystemCode& known : Platform::SystemCodesOf(code)) {
         if (known.family == Platform::SystemCodeFamily::HResult) return nullptr;
-        if (known.family == Platform::SystemCodeFamily::NtStatus) name = known.name;
+        if (known.family == Platform::SystemCodeFamily::NtStatus) name = known.Name();
     }
     return code >> 30 >= 2 ? name : nullptr;
 }

@@ -15,7 +15,9 @@ enum class SystemCodeFamily { Win32, HResult, NtStatus };
 struct SystemCode {
     DWORD code;
     SystemCodeFamily family;
-    const wchar_t* name;
+    unsigned int nameBegin;  // bytes into the names of all codes
+
+    TQLIB_API const wchar_t* Name() const noexcept;
 };
 
 // Every code known, family by family in the order of the enumeration, by number within each.
@@ -23,6 +25,9 @@ TQLIB_API std::span<const SystemCode> SystemCodes() noexcept;
 
 // The code of that name, in whatever case it is written; null when the name is unknown.
 TQLIB_API const SystemCode* FindSystemCode(std::wstring_view name) noexcept;
+
+// The family's code of that number; null when the number is unknown.
+const SystemCode* FindSystemCode(SystemCodeFamily family, DWORD code) noexcept;
 
 // Every family's name of a number, in the order of the enumeration. A Win32 code wrapped as an HRESULT
 // (0x8007....) is also found under its own number, as the last one.

@@ -1,5 +1,6 @@
 #include "TQLib/platform/linux/texts/Texts.h"
 
+#include "TQLib/platform/SystemCodes.h"
 #include "TQLib/platform/Utf.h"
 #include "TQLib/platform/linux/base/ErrorCodes.h"
 #include "TQLib/platform/linux/base/Fail.h"
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstring>
 #include <iterator>
 #include <new>
@@ -34,52 +36,37 @@ constexpr LANGID SystemDefaultLanguage = 0x0800;
 constexpr LANGID EnglishLanguage = 0x0009;
 constexpr LANGID UsEnglishLanguage = 0x0409;
 
-struct SystemText {
-    DWORD code;
-    const char* text;
-};
-
-constexpr SystemText Win32Texts[] = {
-#define TQ_WIN32(code, name, text) {code, text},
-#define TQ_HRESULT(code, name, text)
-#define TQ_NTSTATUS(code, name, text)
+// The texts of all codes in one object, and where each begins, in the order of `SystemCodes`.
+struct AllTexts {
+#define TQ_WIN32(code, name, text) char win32_##code[sizeof(text)] = text;
+#define TQ_HRESULT(code, name, text) char result_##code[sizeof(text)] = text;
+#define TQ_NTSTATUS(code, name, text) char status_##code[sizeof(text)] = text;
 #include "TQLib/platform/SystemCodes.def"
 #undef TQ_WIN32
 #undef TQ_HRESULT
 #undef TQ_NTSTATUS
 };
+constexpr AllTexts SystemTexts;
 
-constexpr SystemText ResultTexts[] = {
-#define TQ_WIN32(code, name, text)
-#define TQ_HRESULT(code, name, text) {code, text},
-#define TQ_NTSTATUS(code, name, text)
+constexpr unsigned int TextBegins[] = {
+#define TQ_WIN32(code, name, text) offsetof(AllTexts, win32_##code),
+#define TQ_HRESULT(code, name, text) offsetof(AllTexts, result_##code),
+#define TQ_NTSTATUS(code, name, text) offsetof(AllTexts, status_##code),
 #include "TQLib/platform/SystemCodes.def"
 #undef TQ_WIN32
 #undef TQ_HRESULT
 #undef TQ_NTSTATUS
 };
-
-constexpr SystemText StatusTexts[] = {
-#define TQ_WIN32(code, name, text)
-#define TQ_HRESULT(code, name, text)
-#define TQ_NTSTATUS(code, name, text) {code, text},
-#include "TQLib/platform/SystemCodes.def"
-#undef TQ_WIN32
-#undef TQ_HRESULT
-#undef TQ_NTSTATUS
-};
-
-const char* TextOf(std::span<const SystemText> texts, DWORD code) noexcept {
-    const auto found = std::ranges::lower_bound(texts, code, {}, &SystemText::code);
-    return found != texts.end() && found->code == code ? found->text : nullptr;
-}
 
 const char* FindSystemText(DWORD code) noexcept {
-    if (const char* text = TextOf(Win32Texts, code)) return text;
-    if (HRESULT_FACILITY(static_cast<HRESULT>(code)) == FACILITY_WIN32 && FAILED(static_cast<HRESULT>(code)))
-        if (const char* text = TextOf(Win32Texts, code & 0xFFFF)) return text;
-    if (const char* text = TextOf(ResultTexts, code)) return text;
-    return TextOf(StatusTexts, code);
+    const SystemCode* known = FindSystemCode(SystemCodeFamily::Win32, code);
+    if (!known && HRESULT_FACILITY(static_cast<HRESULT>(code)) == FACILITY_WIN32 &&
+        FAILED(static_cast<HRESULT>(code)))
+        known = FindSystemCode(SystemCodeFamily::Win32, code & 0xFFFF);
+    if (!known) known = FindSystemCode(SystemCodeFamily::HResult, code);
+    if (!known) known = FindSystemCode(SystemCodeFamily::NtStatus, code);
+    if (!known) return nullptr;
+    return reinterpret_cast<const char*>(&SystemTexts) + TextBegins[known - SystemCodes().data()];
 }
 
 bool IsDefaultLanguage(DWORD language) noexcept {
