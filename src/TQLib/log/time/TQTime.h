@@ -5,7 +5,6 @@
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
 
-#include <chrono>
 #include <functional>
 #include <span>
 
@@ -31,22 +30,14 @@ class TQLIB_API TQTime {
     // `dayOfWeek` is ignored. Throws 87 (ERROR_INVALID_PARAMETER) for a reading that no calendar or clock
     // shows, and for years outside of 1601 to 30827.
     explicit TQTime(const Fields& fields);
-    // A point of the standard library's system clock, in UTC, or of no time zone; what is below a millisecond is
-    // cut off.
+    // A point of the standard library's system clock, in UTC; what is below a millisecond is cut off.
     template <class Duration>
-    constexpr explicit TQTime(std::chrono::sys_time<Duration> time) noexcept
+    constexpr explicit TQTime(std::chrono::time_point<std::chrono::system_clock, Duration> time) noexcept
         : m_ms((std::chrono::floor<std::chrono::milliseconds>(time) - Beginning()).count()) {}
-    template <class Duration>
-    constexpr explicit TQTime(std::chrono::local_time<Duration> time) noexcept
-        : TQTime(std::chrono::sys_time<Duration>(time.time_since_epoch())) {}
-
-    // As a point of the system clock; for a time in UTC.
-    [[nodiscard]] constexpr std::chrono::sys_time<std::chrono::milliseconds> ToSysTime() const noexcept {
+    // The same point, for a time in UTC.
+    [[nodiscard]] constexpr std::chrono::time_point<std::chrono::system_clock, std::chrono::milliseconds>
+    ToSysTime() const noexcept {
         return Beginning() + std::chrono::milliseconds(m_ms);
-    }
-    // The same reading of the clock, in no time zone.
-    [[nodiscard]] constexpr std::chrono::local_time<std::chrono::milliseconds> ToLocalTime() const noexcept {
-        return std::chrono::local_time<std::chrono::milliseconds>(ToSysTime().time_since_epoch());
     }
 
     // Now, by the local clock and in UTC.
@@ -85,8 +76,11 @@ class TQLIB_API TQTime {
     friend constexpr TQTime operator-(TQTime time, TQTimeSpan span) noexcept { return time -= span; }
 
   private:
-    static constexpr std::chrono::sys_days Beginning() noexcept {
-        return std::chrono::year(1601) / std::chrono::January / 1;
+    // The year 1601, in days from 1970.
+    static constexpr std::chrono::time_point<std::chrono::system_clock, std::chrono::days>
+    Beginning() noexcept {
+        return std::chrono::time_point<std::chrono::system_clock, std::chrono::days>(
+            std::chrono::days(-134'774));
     }
 
     LONGLONG m_ms = 0;  // since then

@@ -3,10 +3,11 @@
 
 #include "TQLib/platform/Types.h"
 
-#include <chrono>
 #include <compare>
 #include <functional>
 #include <limits>
+#include <ratio>
+#include <shared_mutex>  // has durations and the system clock, and is a fraction of <chrono>
 
 namespace Quellan::Corvel {
 
