@@ -50,8 +50,8 @@ class AskedUser : public testing::Test {
             ioctl(0, TIOCSCTTY, 0);
             prepare();
             std::size_t size = 0;
-            const DWORD code = ThrownCode(
-                [&] { size = TQConsole(TQConsole::Stream::Error).ReadSecret(L"Word: ").Size(); });
+            const DWORD code =
+                ThrownCode([&] { size = TQConsole(TQConsole::Stream::Error).ReadSecret(L"Word: ").Size(); });
             _exit(!code ? static_cast<int>(size) : code == ERROR_CANCELLED ? 64 : 65);
         }
         ReadTo("Word: ");
@@ -60,7 +60,9 @@ class AskedUser : public testing::Test {
         Ask([] {});
     }
 
-    void Type(std::string_view keys) { ASSERT_EQ(write(m_user, keys.data(), keys.size()), ssize_t(keys.size())); }
+    void Type(std::string_view keys) {
+        ASSERT_EQ(write(m_user, keys.data(), keys.size()), ssize_t(keys.size()));
+    }
     // All that the terminal shows, up to the end of `part`.
     void ReadTo(std::string_view part) {
         m_shown.clear();
@@ -80,7 +82,9 @@ class AskedUser : public testing::Test {
         waitpid(std::exchange(m_child, 0), &status, 0);
         return status;
     }
-    static bool HasEndedWith(int status, int code) { return WIFEXITED(status) && WEXITSTATUS(status) == code; }
+    static bool HasEndedWith(int status, int code) {
+        return WIFEXITED(status) && WEXITSTATUS(status) == code;
+    }
 
     pid_t m_child = 0;
     std::string m_shown;

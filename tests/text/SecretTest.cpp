@@ -19,13 +19,15 @@ using Test::FailCall;
 using Test::ThrownCode;
 
 template <class S>
-constexpr bool StaysInside = !std::is_copy_constructible_v<S> && !std::is_copy_assignable_v<S> &&
-                             !std::is_convertible_v<S, typename S::ViewType> &&
-                             !std::is_convertible_v<typename S::ViewType, S> &&
-                             std::is_nothrow_move_assignable_v<S>;
+constexpr bool StaysInside =
+    !std::is_copy_constructible_v<S> && !std::is_copy_assignable_v<S> &&
+    !std::is_convertible_v<S, typename S::ViewType> && !std::is_convertible_v<typename S::ViewType, S> &&
+    std::is_nothrow_move_assignable_v<S>;
 static_assert(StaysInside<TQSecretString> && StaysInside<TQaSecretString> && StaysInside<TQSecretBuf>);
 template <class T>
-concept Printable = requires(std::ostream& out, std::wostream& wide, const T& value) { out << value; };
+concept Printable = requires(std::ostream& out, std::wostream& wide, const T& value) {
+    out << value;
+};
 static_assert(!Printable<TQSecretString> && !Printable<TQaSecretString> && !Printable<TQSecretBuf>);
 
 TEST(Secret, IsEditedAsATextIsAndKeepsItsTerminator) {

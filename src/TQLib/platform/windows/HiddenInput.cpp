@@ -80,7 +80,8 @@ HiddenInput::HiddenInput() noexcept {
     SetConsoleCtrlHandler(&OnConsoleEvent, TRUE);
     g_isInputHidden = true;
     FlushConsoleInputBuffer(g_input);
-    const DWORD hidden = (g_shownMode & ~DWORD{ENABLE_ECHO_INPUT}) | ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT;
+    const DWORD hidden =
+        (g_shownMode & ~DWORD{ENABLE_ECHO_INPUT}) | ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT;
     if (!SetConsoleMode(g_input, hidden)) m_code = GetLastError();
 }
 
