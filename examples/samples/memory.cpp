@@ -2,7 +2,6 @@
 
 #include <TQLib/TQLib.h>
 #include <TQLib/platform/Win32.h>
-
 #include <array>
 #include <memory_resource>
 #include <span>

@@ -1,7 +1,6 @@
 #include "Samples.h"
 
 #include <TQLib/TQLib.h>
-
 #include <string_view>
 
 using namespace Quellan::Corvel;

@@ -20,8 +20,8 @@ namespace {
 
 constexpr std::array<int, 6> EndingSignals = {SIGHUP, SIGINT, SIGQUIT, SIGTERM, SIGTSTP, SIGALRM};
 
-// Of the one input that there is.
-std::atomic<bool> g_isInputTaken = false;
+// Of the one input that there is. The child of a fork has all this too, but hides nothing.
+std::atomic<pid_t> g_inputTaker = 0;
 std::atomic<bool> g_isInputHidden = false;
 termios g_shownSettings;
 std::array<struct sigaction, EndingSignals.size()> g_usualActions;
@@ -30,12 +30,13 @@ std::array<int, 2> g_signalPipe = {-1, -1};
 std::atomic<pid_t> g_hidingProcess = 0;
 
 void ShowInput() noexcept {
-    if (g_isInputHidden.exchange(false)) tcsetattr(STDIN_FILENO, TCSADRAIN, &g_shownSettings);
+    if (g_hidingProcess == getpid() && g_isInputHidden.exchange(false))
+        tcsetattr(STDIN_FILENO, TCSADRAIN, &g_shownSettings);
 }
 
 void OnEndingSignal(int signal) {
     const int saved = errno;
-    // The child of a fork has the actions and the pipe, but nobody who reads that.
+    // In the child of a fork nobody reads the pipe.
     if (getpid() != g_hidingProcess.load(std::memory_order_relaxed)) {
         ::signal(signal, SIG_DFL);
         raise(signal);
@@ -51,7 +52,10 @@ void CatchSignals() noexcept {
     ours.sa_handler = OnEndingSignal;
     ours.sa_flags = SA_RESTART;
     for (std::size_t i = 0; i < EndingSignals.size(); ++i) {
-        sigaction(EndingSignals[i], nullptr, &g_usualActions[i]);
+        struct sigaction current;
+        sigaction(EndingSignals[i], nullptr, &current);
+        // The child of a fork may have ours from its parent.
+        if (current.sa_handler != OnEndingSignal) g_usualActions[i] = current;
         if (g_usualActions[i].sa_handler != SIG_IGN) sigaction(EndingSignals[i], &ours, nullptr);
     }
 }
@@ -115,7 +119,7 @@ DWORD BeginHiding() noexcept {
 }  // namespace
 
 HiddenInput::HiddenInput() noexcept {
-    if (g_isInputTaken.exchange(true)) {
+    if (g_inputTaker.exchange(getpid()) == getpid()) {
         m_code = ERROR_BUSY;
         return;
     }
@@ -128,7 +132,7 @@ HiddenInput::~HiddenInput() {
     const int saved = errno;
     if (m_isTerminal) EndHiding();
     errno = saved;
-    g_isInputTaken = false;
+    g_inputTaker = 0;
 }
 
 DWORD HiddenInput::Next(char& byte) noexcept {

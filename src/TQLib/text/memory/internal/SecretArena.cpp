@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <memory>
 #include <new>
@@ -18,6 +19,8 @@ namespace {
 constexpr std::size_t SheetBytes = 4096;
 constexpr unsigned SmallestBits = 4, LargestBits = 11;  // slots have 16 to 2048 bytes
 constexpr std::size_t MostSlots = SheetBytes >> SmallestBits;
+
+std::atomic<bool> g_isLimitRaised = false;
 
 std::size_t PageBytes() noexcept {
     static const std::size_t bytes = [] {
@@ -42,7 +45,10 @@ BYTE* NewPages(std::size_t bytes) noexcept {
     void* const reserved = VirtualAlloc(nullptr, whole + 2 * PageBytes(), MEM_RESERVE, PAGE_READWRITE);
     if (!reserved) return nullptr;
     BYTE* const pages = static_cast<BYTE*>(reserved) + PageBytes();
-    [[maybe_unused]] static const bool isRaised = (Platform::RaiseLockLimit(), true);
+    if (!g_isLimitRaised.load(std::memory_order_relaxed)) {
+        Platform::RaiseLockLimit();
+        g_isLimitRaised.store(true, std::memory_order_relaxed);
+    }
     if (!VirtualAlloc(pages, whole, MEM_COMMIT, PAGE_READWRITE) || !VirtualLock(pages, whole)) {
         FreePages(pages);
         return nullptr;
@@ -184,7 +190,9 @@ Arena& TheArena() noexcept {
     return arena;
 }
 
-// Made while the library is loaded, never destroyed: static objects may hold secrets.
+// Made while the library is loaded, so that no thread is about to make it while another one forks; never
+// destroyed: static objects may hold secrets.
+[[maybe_unused]] const std::size_t g_pageBytesEarly = PageBytes();
 [[maybe_unused]] const Arena& g_arenaMadeEarly = TheArena();
 
 constexpr TQAllocator g_secretMemory{
