@@ -7,7 +7,6 @@
 #include "support/ThrownCode.h"
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstdint>
 #include <fcntl.h>
@@ -78,7 +77,7 @@ char MarkAt(std::size_t i) {
 // How many parts of it, of eight characters each, are in memory outside of locked pages, narrow or wide.
 std::size_t PartsInMemory() {
     constexpr std::size_t PartSize = 8, Overlap = PartSize * sizeof(wchar_t);
-    std::array<bool, 256> begins{};
+    bool begins[256] = {};
     for (std::size_t i = 0; i < MarkSize; i += PartSize)
         begins[static_cast<unsigned char>(MarkAt(i))] = true;
     const auto isPart = [](const unsigned char* at, std::size_t width) {
@@ -112,9 +111,9 @@ std::size_t PartsInMemory() {
         for (std::uintptr_t at = range.begin; at + Overlap < range.end; at += chunk.size() - Overlap) {
             const std::size_t size = std::min<std::size_t>(chunk.size(), range.end - at);
             const ssize_t got = pread(memory, chunk.data(), size, static_cast<off_t>(at));
-            for (ssize_t i = 0; i + static_cast<ssize_t>(Overlap) <= got; ++i)
-                if (const unsigned char* const place = &chunk[static_cast<std::size_t>(i)]; begins[*place])
-                    parts += isPart(place, sizeof(char)) || isPart(place, sizeof(wchar_t));
+            const unsigned char* const end = chunk.data() + std::max<ssize_t>(0, got - ssize_t{Overlap});
+            for (const unsigned char* place = chunk.data(); place < end; ++place)
+                if (begins[*place]) parts += isPart(place, sizeof(char)) || isPart(place, sizeof(wchar_t));
             if (got < static_cast<ssize_t>(size)) break;
         }
     close(memory);

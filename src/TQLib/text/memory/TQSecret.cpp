@@ -52,6 +52,11 @@ std::size_t _TQSecretT<C>::Size() const noexcept {
 }
 
 template <class C>
+bool _TQSecretT<C>::IsEmpty() const noexcept {
+    return Size() == 0;
+}
+
+template <class C>
 auto _TQSecretT<C>::View() const noexcept -> ViewType {
     return {m_contents.Data(), Size()};
 }

@@ -40,7 +40,7 @@ class _TQSecretT {
 
     // In characters or bytes.
     [[nodiscard]] std::size_t Size() const noexcept;
-    [[nodiscard]] bool IsEmpty() const noexcept { return Size() == 0; }
+    [[nodiscard]] bool IsEmpty() const noexcept;
 
     // Borrowed, until the secret changes.
     [[nodiscard]] ViewType View() const noexcept;
