@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <string>
 #include <string_view>
 #include <sys/ioctl.h>
@@ -68,6 +69,8 @@ class AskedUser : public testing::Test {
         m_shown.clear();
         while (!m_shown.ends_with(part)) {
             char c = 0;
+            pollfd ready{m_user, POLLIN, 0};
+            ASSERT_EQ(poll(&ready, 1, 60000), 1) << m_shown;
             ASSERT_EQ(read(m_user, &c, 1), 1) << m_shown;
             m_shown += c;
         }

@@ -128,12 +128,20 @@ TQaSecretString Mark() {
     return mark;
 }
 
+// Deeper in the stack than any look at memory, which leaves there what was left.
+template <class Use>
+TQ_NOINLINE auto Deep(Use use, const TQaSecretString& mark) {
+    char depth[1 << 17] = {};
+    Quellan::Compiler::ShowMemory(depth);
+    return use(mark);
+}
+
 // Does `use` with the mark, and looks for it before and after the end of what `use` gives.
 template <class Use>
 void ExpectNoTrace(const char* what, Use use) {
     const TQaSecretString mark = Mark();
     {
-        [[maybe_unused]] const auto made = use(mark);
+        [[maybe_unused]] const auto made = Deep(use, mark);
         EXPECT_EQ(PartsInMemory(), 0u) << what;
     }
     EXPECT_EQ(PartsInMemory(), 0u) << what << ", and is gone";
@@ -144,6 +152,17 @@ TEST(SecretPages, AreTheOnlyPlaceOfASecretWhateverIsDone) {
         const std::string open(Mark().View());
         EXPECT_GE(PartsInMemory(), MarkSize / 8) << "what is open is found";
     }
+    EXPECT_EQ(Forked([] {
+                  const auto leave = [](const TQaSecretString& mark) {
+                      char left[MarkSize];
+                      for (std::size_t i = 0; i < MarkSize; ++i)
+                          left[i] = mark.View()[i];
+                      return std::count(left, left + MarkSize, '0');
+                  };
+                  return Deep(leave, Mark()) == 1 && PartsInMemory() != 0 ? 0 : 1;
+              }).Code(),
+              0)
+        << "what is left on the stack is found";
     ExpectNoTrace("copies", [](const TQaSecretString& mark) { return mark.Copy(); });
     ExpectNoTrace("grows", [](const TQaSecretString& mark) {
         TQaSecretString text;

@@ -61,7 +61,7 @@ _TQDataBufRoot& _TQDataBufRoot::operator=(const _TQDataBufRoot& other) {
 _TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) noexcept(false) {
     if (this == &other) return *this;
     const _SecureLevel sourceLevel = other.m_level;
-    // Memory for secrets comes from one place for all.
+    // Memory for secrets comes from one place for all, whatever resource they were made with.
     const bool canTake = sourceLevel == _SecureLevel::WipeAndLock ||
                          (m_level != _SecureLevel::WipeAndLock && m_resource == other.m_resource);
     if (!canTake) {
@@ -69,7 +69,6 @@ _TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) noexcept(false
     } else {
         Clear();
         Swap(other);
-        std::swap(m_resource, other.m_resource);
         m_level = std::max(sourceLevel, other.m_level);
         other.m_level = sourceLevel;
     }
