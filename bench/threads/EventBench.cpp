@@ -28,7 +28,7 @@ class PlatformEvent {
     void Wait() { WaitForSingleObject(m_event.Get(), INFINITE); }
 
   private:
-    TQHandle<_TQKernelHandleClose> m_event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    TQUniqueHandle<_TQKernelHandleClose> m_event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
 };
 
 class Semaphore {

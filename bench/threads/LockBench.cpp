@@ -35,7 +35,7 @@ class PlatformMutex {
     void Release() { ReleaseMutex(m_mutex.Get()); }
 
   private:
-    TQHandle<_TQKernelHandleClose> m_mutex{CreateMutexW(nullptr, FALSE, nullptr)};
+    TQUniqueHandle<_TQKernelHandleClose> m_mutex{CreateMutexW(nullptr, FALSE, nullptr)};
 };
 
 // Of three mutexes whose turn it is holds two, and the other side the third, while it waits for the older one

@@ -81,7 +81,8 @@ class PlatformThread {
   public:
     Measurement Measure(std::size_t count) {
         return m_line.Measure(count, [this] {
-            const TQHandle<_TQKernelHandleClose> thread(CreateThread(nullptr, 0, Body, &m_line, 0, nullptr));
+            const TQUniqueHandle<_TQKernelHandleClose> thread(
+                CreateThread(nullptr, 0, Body, &m_line, 0, nullptr));
             WaitForSingleObject(thread.Get(), INFINITE);
         });
     }

@@ -30,7 +30,7 @@ class PlatformEvents {
     }
 
   private:
-    std::vector<TQHandle<_TQKernelHandleClose>> m_owners;
+    std::vector<TQUniqueHandle<_TQKernelHandleClose>> m_owners;
     std::vector<HANDLE> m_handles;
 };
 

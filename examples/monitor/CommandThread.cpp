@@ -39,7 +39,7 @@ DWORD ReadCommands(void* parameter) {
 unsigned int CommandThread::OnStart(const BYTEBuf& data) {
     const unsigned int refusal = TQMsgThread::OnStart(data);
     const std::uintptr_t id = GetCurrentThreadId();
-    const TQHandle<_TQKernelHandleClose> reader(
+    const TQUniqueHandle<_TQKernelHandleClose> reader(
         CreateThread(nullptr, 0, &ReadCommands, reinterpret_cast<void*>(id), 0, nullptr));
     if (!reader) TQSysException::ThrowLastError(L"CommandThread::OnStart");
     return refusal;

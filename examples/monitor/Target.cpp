@@ -13,8 +13,8 @@ namespace {
 constexpr DWORD BlockSize = 64 * 1024;
 constexpr const wchar_t* EventSource = L"TQMonitor";
 
-using FileHandle = TQHandle<_TQFileHandleClose>;
-using FindHandle = TQHandle<_TQFindHandleClose>;
+using FileHandle = TQUniqueHandle<_TQFileHandleClose>;
+using FindHandle = TQUniqueHandle<_TQFindHandleClose>;
 
 // Throws the last error as a failure of `call`, and of what it was made for on `path`.
 [[noreturn]] void FailCall(DWORD message, const TQString& path, const wchar_t* call) {

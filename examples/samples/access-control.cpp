@@ -13,7 +13,7 @@ void MakeFile(const wchar_t* name) {
     list.Allow(SecID(WinBuiltinAdministratorsSid), FILE_ALL_ACCESS)
         .Allow(SecID(WinBuiltinUsersSid), FILE_GENERIC_READ);
     const SecAttr security(SecDesc().SetDACL(list.InCanonicalOrder()));
-    const TQHandle<_TQFileHandleClose> file(
+    const TQUniqueHandle<_TQFileHandleClose> file(
         CreateFileW(name, GENERIC_WRITE, 0, security.Get(), CREATE_NEW, 0, nullptr));
     if (!file.IsValid()) TQSysException::ThrowLastError(L"CreateFileW");
 }

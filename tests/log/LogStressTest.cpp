@@ -51,7 +51,7 @@ class Acknowledgements {
     }
 
   private:
-    TQHandle<_TQFileHandleClose> m_file;
+    TQUniqueHandle<_TQFileHandleClose> m_file;
 };
 
 // Folder, number of the writer, records of each thread.

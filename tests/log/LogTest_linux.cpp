@@ -181,7 +181,7 @@ TEST(LogsOnLinux, BelongToTheProcessWhoeverItsThreadImpersonates) {
     HANDLE raw = nullptr;
     ASSERT_TRUE(
         LogonUserW(L"nobody", nullptr, nullptr, LOGON32_LOGON_NETWORK, LOGON32_PROVIDER_DEFAULT, &raw));
-    const TQHandle<_TQKernelHandleClose> token(raw);
+    const TQUniqueHandle<_TQKernelHandleClose> token(raw);
     ASSERT_TRUE(ImpersonateLoggedOnUser(token.Get()));
     const uid_t user = geteuid();
     const TQLogPtr log = Open(folder / "App.tlg", 200);

@@ -1,8 +1,16 @@
+#include "TQLib/platform/Win32.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"
 #include "TQLib/text/memory/TQDataBuf.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/TQIntrusivePtr.h"
+#include "TQLib/text/memory/TQSecret.h"
+#include "TQLib/text/memory/TQSmartPtr.h"
 #include "sweep/Rows.h"
+
+#include <memory>
+#include <memory_resource>
+#include <utility>
 
 namespace Quellan::Corvel::Test {
 
@@ -24,6 +32,26 @@ BYTEBuf Bytes() {
 
 BYTEBuf Secret() {
     return BYTEBuf(8, BYTEBuf::_SecureLevel::WipeAndLock);
+}
+
+TQSecretString SecretText() {
+    return TQSecretString(LongText);
+}
+
+using HeldEvent = TQHandle<_TQKernelHandleClose>;
+
+HeldEvent::Unique FreshEvent() {
+    return HeldEvent::Unique(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+}
+
+struct SweptObject : TQRefObject<> {
+    TQString text = Text();
+};
+using SweptPtr = TQSmartPtr<SweptObject, _TQRefThrPtr<SweptObject>>;
+using SweptArray = TQSmartPtr<SweptObject, _TQRefThrPtr<SweptObject, 1, 1>>;
+
+std::unique_ptr<SweptObject> OwnedObject() {
+    return std::make_unique<SweptObject>();
 }
 
 }  // namespace
@@ -68,6 +96,37 @@ std::vector<SweptOperation> TextRows() {
         Swept("secret", Bytes, [](BYTEBuf&) { Secret(); }),
         Swept("secret copy", Secret, [](BYTEBuf& bytes) { BYTEBuf{bytes}; }),
         Swept("secret resize", Secret, Unchanged, [](BYTEBuf& bytes) { bytes.Resize(5000); }),
+        Swept("buffer of a resource", Bytes,
+              [](BYTEBuf& bytes) {
+                  BYTEBuf copy(*std::pmr::new_delete_resource());
+                  copy.Append(bytes);
+                  copy = BYTEBuf(100);
+              }),
+        Swept("secret text", SecretText,
+              [](TQSecretString& text) {
+                  TQSecretString other = TQSecretString::FromUtf8(text.ToUtf8().View());
+                  other.Append(text.View());
+                  EXPECT_EQ(other.Size(), 2 * text.Size());
+              }),
+        Swept("handle shared", FreshEvent,
+              [](HeldEvent::Unique& event) {
+                  HeldEvent shared = std::move(event);
+                  event.Attach(shared.Detach());
+                  EXPECT_TRUE(event);
+              }),
+        Swept("handle duplicate", FreshEvent,
+              [](HeldEvent::Unique& event) { EXPECT_TRUE(event.Duplicate()); }),
+        Swept("pointer make", Text,
+              [](TQString&) {
+                  SweptPtr::Make();
+                  SweptArray::MakeArray(3);
+                  TQIntrusivePtr<SweptObject>::Make();
+              }),
+        Swept("pointer take", OwnedObject,
+              [](std::unique_ptr<SweptObject>& owner) {
+                  const SweptPtr taken(std::move(owner));
+                  EXPECT_TRUE(taken && !owner);
+              }),
     };
 }
 

@@ -35,6 +35,28 @@ TEST(Console, WritesUtf8ToWhatIsNoTerminal) {
     EXPECT_EQ(writer.ExitCode(), 0);
 }
 
+// Reads secrets to the end and tells what became of each.
+const Role g_secretReader("read-secrets", [](const RoleArguments&) {
+    TQConsole output(TQConsole::Stream::Output);
+    DWORD code = 0;
+    while (code != ERROR_HANDLE_EOF) {
+        code = ThrownCode([&] {
+            const TQSecretString secret = output.ReadSecret(L"Never shown: ");
+            output.Write(TQString::Format(L"[%s]", secret.c_str()));
+        });
+        if (code) output.Write(TQString::Format(L"%u.", code));
+    }
+    return 0;
+});
+
+TEST(Console, ReadsSecretsLineByLineFromWhatIsNoTerminal) {
+    RoleProcess reader("read-secrets", {}, ChildProcess::Files::Piped);
+    reader.Write("one\r\n\ngr\xC3\xBC\xC3\x9F\r\n\xFF\n" + std::string(65536, 'x') + "yz\nlast");
+    reader.CloseInput();
+    EXPECT_EQ(reader.ReadAll(), "[one][][gr\xC3\xBC\xC3\x9F]1113.111.[z][last]38.");
+    EXPECT_EQ(reader.ExitCode(), 0);
+}
+
 TEST(Locale, NamesItsLanguage) {
     const struct {
         LCID id;

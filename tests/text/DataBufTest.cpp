@@ -5,8 +5,11 @@
 
 #include <gmock/gmock.h>
 #include <memory>
+#include <memory_resource>
+#include <span>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace Quellan::Corvel {
@@ -109,6 +112,75 @@ TEST(DataBuf, TakesItsOwnElementsAsTheSource) {
         text.Append(text[1]);
         EXPECT_EQ(Text(text), "cdbcd");
     }
+}
+
+TEST(DataBuf, TakesRangesAndListsOfElements) {
+    TQDataBuf<int> numbers = {1, 2};
+    const std::vector<int> more = {3, 4};
+    numbers.Append(more);
+    numbers.Insert(1, std::span(numbers).first(1));
+    EXPECT_THAT(numbers, ElementsAre(1, 1, 2, 3, 4));
+    numbers.Assign(std::span(numbers).last(2));
+    EXPECT_EQ(numbers, TQDataBuf<int>(more));
+    TQDataBuf<int> wiped({9}, Level::Wipe);
+    wiped = {7};
+    EXPECT_EQ(wiped, TQDataBuf<int>({7}));
+    EXPECT_EQ(wiped.SecureLevel(), Level::Wipe);
+    EXPECT_EQ(std::unordered_set<TQDataBuf<int>>({numbers, TQDataBuf<int>(more), wiped}).size(), 2u);
+}
+
+// What it holds of each level is counted; nothing is left where it is destroyed.
+struct CountedBytes : std::pmr::memory_resource {
+    std::size_t bytes = 0;
+    bool refuses = false;
+
+    ~CountedBytes() override { EXPECT_EQ(bytes, 0u); }
+    void* do_allocate(std::size_t size, std::size_t) override {
+        if (refuses) throw 5;
+        bytes += size;
+        return ::operator new(size);
+    }
+    void do_deallocate(void* block, std::size_t size, std::size_t) override {
+        bytes -= size;
+        ::operator delete(block);
+    }
+    bool do_is_equal(const memory_resource& other) const noexcept override { return this == &other; }
+};
+
+TEST(DataBufResource, ServesOnlyWhoWasMadeWithIt) {
+    CountedBytes first, second;
+    const Level levels[] = {Level::Plain, Level::Wipe, Level::WipeAndLock};
+    for (const Level from : levels)
+        for (const Level to : levels) {
+            TQDataBuf<char> source(first, from), target(second, to);
+            source.Append(Secret);
+            EXPECT_EQ(first.bytes != 0, from != Level::WipeAndLock);
+            target = source;
+            EXPECT_EQ(second.bytes != 0, target.SecureLevel() != Level::WipeAndLock);
+            const auto copy = source;
+            EXPECT_EQ(first.bytes, copy.SecureLevel() == Level::WipeAndLock ? 0 : Secret.size());
+            target = std::move(source);
+            EXPECT_EQ(first.bytes, 0u);
+            EXPECT_EQ(Text(target), Secret);
+            EXPECT_EQ(second.bytes != 0, target.SecureLevel() != Level::WipeAndLock);
+            target.Clear();
+            EXPECT_EQ(second.bytes, 0u);
+            source.Append(Secret);
+            auto moved = std::move(source);
+            moved.Swap(target);
+            EXPECT_EQ(Text(target), Secret);
+            EXPECT_EQ(first.bytes, from == Level::WipeAndLock ? 0 : Secret.size());
+        }
+}
+
+TEST(DataBufResource, LeavesTheBufferUnchangedWhereItRefuses) {
+    CountedBytes memory;
+    TQDataBuf<char> buffer(memory);
+    buffer.Append(Secret);
+    memory.refuses = true;
+    EXPECT_EQ(ThrownCode([&] { buffer.Resize(1000); }), ERROR_OUTOFMEMORY);
+    EXPECT_EQ(ThrownCode([&] { buffer = Buffer(std::string(1000, 'x')); }), ERROR_OUTOFMEMORY);
+    EXPECT_EQ(Text(buffer), Secret);
 }
 
 TEST(DataBuf, AppendsManyElementsWithFewBlocks) {

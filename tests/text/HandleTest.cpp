@@ -4,6 +4,7 @@
 #include "support/ThrownCode.h"
 
 #include <gmock/gmock.h>
+#include <unordered_set>
 #include <vector>
 
 namespace Quellan::Corvel {
@@ -11,6 +12,7 @@ namespace Quellan::Corvel {
 namespace {
 
 using Test::FailAllocation;
+using Test::FailCall;
 using Test::ThrownCode;
 using testing::ElementsAre;
 using testing::IsEmpty;
@@ -62,7 +64,7 @@ TEST_F(Handle, ClosesWhatAssignmentReplaces) {
 }
 
 TEST_F(Handle, OfOneOwnerIsClosedOnceWhereverItIsMoved) {
-    using One = UniqueHandle<NumberClose>;
+    using One = Number::Unique;
     static_assert(sizeof(One) == sizeof(int) && !std::is_copy_constructible_v<One>);
     {
         One first(7);
@@ -70,7 +72,7 @@ TEST_F(Handle, OfOneOwnerIsClosedOnceWhereverItIsMoved) {
         second = std::move(first);
         EXPECT_THAT(g_closed, ElementsAre(8));
         SetLastError(1234);
-        *second.Receive() = 9;
+        *second.Put() = 9;
         EXPECT_EQ(GetLastError(), 1234u);
         EXPECT_THAT(g_closed, ElementsAre(8, 7));
         EXPECT_EQ(One(std::move(second)).Detach(), 9);
@@ -102,15 +104,39 @@ TEST_F(Handle, HandsTheHandleOverOnlyWhenAlone) {
     EXPECT_THAT(g_closed, IsEmpty());
 }
 
-TEST_F(Handle, ClosesTheRawHandleWhereTheCountHasNoMemory) {
-    Number holder(7);
+TEST_F(Handle, StaysWithItsOwnerWhereTheCountHasNoMemory) {
     g_closed.reserve(4);
     {
-        FailAllocation fail;
-        EXPECT_EQ(ThrownCode([&] { holder.Attach(8); }), ERROR_OUTOFMEMORY);
+        Number holder(7);
+        Number::Unique fresh(9);
+        {
+            FailAllocation fail(1);
+            EXPECT_EQ(ThrownCode([&] { holder.Attach(8); }), ERROR_OUTOFMEMORY);
+        }
+        {
+            FailAllocation fail(1);
+            EXPECT_EQ(ThrownCode([&] { holder = std::move(fresh); }), ERROR_OUTOFMEMORY);
+        }
+        EXPECT_THAT(g_closed, IsEmpty());
+        EXPECT_EQ(holder, 7);
+        EXPECT_EQ(fresh, 9);
+        holder = std::move(fresh);
+        EXPECT_THAT(g_closed, ElementsAre(7));
+        EXPECT_EQ(fresh, -1);
+        fresh.Attach(10);
+        fresh.Attach(10);
     }
-    EXPECT_THAT(g_closed, ElementsAre(8));
-    EXPECT_EQ(holder.Get(), 7);
+    EXPECT_THAT(g_closed, ElementsAre(7, 10, 9));
+}
+
+TEST_F(Handle, IsFoundByItsRawValue) {
+    const Number seven(7), none;
+    EXPECT_TRUE(seven == 7 && seven != 8 && seven != 0 && none == 0 && none == -1 && none != 7);
+    const Number copy = seven;
+    EXPECT_EQ(std::unordered_set<Number>({seven, copy, none, Number(0)}).size(), 2u);
+    const Number::Unique eight(8), zero(0), minusOne(-1);
+    EXPECT_TRUE(eight == 8 && eight != zero && zero == minusOne && zero == -1);
+    EXPECT_EQ(std::hash<Number::Unique>()(zero), std::hash<Number::Unique>()(minusOne));
 }
 
 TEST_F(Handle, KeepsTheLastErrorWhenItCloses) {
@@ -120,6 +146,21 @@ TEST_F(Handle, KeepsTheLastErrorWhenItCloses) {
     { const Number destroyed(8); }
     EXPECT_THAT(g_closed, ElementsAre(7, 8));
     EXPECT_EQ(GetLastError(), 1234u);
+}
+
+TEST(HandleKinds, DuplicateWhatLivesOnWithoutTheFirst) {
+    using Event = TQHandle<_TQKernelHandleClose>;
+    Event event = Event::Unique(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    const Event second = event.Duplicate();
+    const Event::Unique third = Event::Unique::DuplicateOf(second.Get());
+    EXPECT_NE(second, event);
+    SetEvent(event.Get());
+    event.Close();
+    EXPECT_EQ(WaitForSingleObject(second.Get(), 0), WAIT_OBJECT_0);
+    EXPECT_EQ(WaitForSingleObject(third.Get(), 0), WAIT_OBJECT_0);
+    EXPECT_FALSE(event.Duplicate());
+    FailCall refused("DuplicateHandle", ERROR_NOT_ENOUGH_MEMORY);
+    EXPECT_EQ(ThrownCode([&] { return second.Duplicate(); }), DWORD{ERROR_NOT_ENOUGH_MEMORY});
 }
 
 TEST(HandleKinds, KnowTheirValuesForNone) {

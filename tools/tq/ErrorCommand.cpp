@@ -68,7 +68,7 @@ std::optional<TQString> ReadText(HMODULE module, unsigned int code) {
                                             FORMAT_MESSAGE_IGNORE_INSERTS | FORMAT_MESSAGE_MAX_WIDTH_MASK,
                                         module, code, 0, reinterpret_cast<wchar_t*>(&buffer), 0, nullptr);
     if (length == 0) return std::nullopt;
-    const TQHandle<_TQLocalMemClose> owner(buffer);
+    const TQUniqueHandle<_TQLocalMemClose> owner(buffer);
     TQString text(buffer, length);
     // A line break that a message insists on would break the table.
     text.Replace(L"\r\n", L" ");
@@ -129,7 +129,7 @@ void PrintJson(const std::vector<ErrorDescription>& all, TQConsole& out) {
 
 int RunError(Arguments arguments, TQConsole& out) {
     std::vector<unsigned int> codes;
-    TQHandle<_TQModuleClose> module;
+    TQUniqueHandle<_TQModuleClose> module;
     bool isJson = false;
     while (!arguments.AtEnd()) {
         const TQString argument = arguments.Next();
@@ -141,8 +141,8 @@ int RunError(Arguments arguments, TQConsole& out) {
             isJson = true;
         } else if (argument == L"--module") {
             const TQString file = arguments.ValueOf(argument);
-            module = TQHandle<_TQModuleClose>(LoadLibraryExW(
-                file.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
+            module.Attach(LoadLibraryExW(file.c_str(), nullptr,
+                                         LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
             if (!module.IsValid()) {
                 const TQSysException failure(GetLastError(), L"LoadLibraryExW");
                 throw UsageError(TQString::Format(L"%s can't be read as a module: %s", file.c_str(),

@@ -17,8 +17,8 @@ constexpr std::size_t KnownBegin = 256;
 constexpr std::string_view Indentation = "    ";
 
 // Sharing everything: a reader keeps nobody from writing or rolling over.
-TQHandle<_TQFileHandleClose> Opened(const TQFileName& name) {
-    return TQHandle<_TQFileHandleClose>(CreateFileW(
+TQUniqueHandle<_TQFileHandleClose> Opened(const TQFileName& name) {
+    return TQUniqueHandle<_TQFileHandleClose>(CreateFileW(
         name.FullName().c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
         nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
 }

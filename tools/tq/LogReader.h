@@ -58,7 +58,7 @@ class LogReader {
     void Place(LogEntry& entry, int msOfDay);
 
     Quellan::Corvel::TQFileName m_name;
-    Quellan::Corvel::TQHandle<Quellan::Corvel::_TQFileHandleClose> m_file;
+    Quellan::Corvel::TQUniqueHandle<Quellan::Corvel::_TQFileHandleClose> m_file;
     std::string m_begin;  // the file's first bytes, by which it is known
     ULONGLONG m_read = 0;
     std::string m_buffer;  // read and not yet taken, from m_at on
@@ -68,7 +68,7 @@ class LogReader {
     std::optional<LogLine> m_ahead;  // a line that belongs to the next entry
     std::optional<LogEntry> m_open;  // an entry that may have more lines
     ULONGLONG m_quietAt = 0;         // what had been read when its end was seen
-    Quellan::Corvel::TQHandle<Quellan::Corvel::_TQFileHandleClose> m_newFile;
+    Quellan::Corvel::TQUniqueHandle<Quellan::Corvel::_TQFileHandleClose> m_newFile;
     long long m_latest = 0;
 };
 

@@ -49,7 +49,7 @@ SecID ParseIdentifier(const TQString& text) {
     PSID sid = nullptr;
     if (!ConvertStringSidToSidW(text.c_str(), &sid))
         throw UsageError(TQString::Format(L"'%s' is no security identifier", text.c_str()));
-    const TQHandle<_TQLocalMemClose> owner(sid);
+    const TQUniqueHandle<_TQLocalMemClose> owner(sid);
     return SecID(sid);
 }
 

@@ -6,7 +6,7 @@
 #include "TQLib/core/internal/CallsUnderWay.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <utility>
 
@@ -33,7 +33,7 @@ WORD PlatformType(TQEventType type) {
 class PlatformSink final : public TQEventLogSink {
   public:
     void Write(const TQEventLogEntry& entry) override {
-        const UniqueHandle<_TQEventSourceClose> source(RegisterEventSourceW(nullptr, entry.source));
+        const TQUniqueHandle<_TQEventSourceClose> source(RegisterEventSourceW(nullptr, entry.source));
         if (!source.IsValid()) ThrowCallFailure(L"TQEventLog::RegisterEventSource");
         // The platform's parameters lack a const; it only reads.
         if (!ReportEventW(source.Get(), PlatformType(entry.type), entry.category, entry.eventId, nullptr,

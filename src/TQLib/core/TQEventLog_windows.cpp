@@ -2,7 +2,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <string>
 
@@ -36,9 +36,9 @@ void SetNumber(HKEY key, const wchar_t* name, DWORD number) {
 }  // namespace
 
 void TQEventLog::InstallSource(const wchar_t* source, const wchar_t* messageFile, DWORD categoryCount) {
-    UniqueHandle<_TQRegKeyClose> key;
+    TQUniqueHandle<_TQRegKeyClose> key;
     Check(RegCreateKeyExW(HKEY_LOCAL_MACHINE, SourceKey(source).c_str(), 0, nullptr, 0, KEY_SET_VALUE,
-                          nullptr, key.Receive(), nullptr),
+                          nullptr, key.Put(), nullptr),
           L"TQEventLog::InstallSource");
     SetText(key.Get(), L"EventMessageFile", TQString(messageFile));
     SetText(key.Get(), L"CategoryMessageFile", TQString(messageFile));

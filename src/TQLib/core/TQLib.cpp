@@ -185,12 +185,12 @@ std::shared_ptr<const TQString> BaseNameOf(unsigned int storeId) {
 // A loaded module of that name, which stays loaded by this; empty where there is none.
 TQModule KeepLoaded(const TQString& name) {
     const HMODULE found = FindLoadedModule(name);
-    HMODULE kept = nullptr;
+    TQModule::Unique kept;
     // It may have been unloaded since.
     if (found)
         GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<const wchar_t*>(found),
-                           &kept);
-    return TQModule(kept);
+                           kept.Put());
+    return kept;
 }
 
 }  // namespace

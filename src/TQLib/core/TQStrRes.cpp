@@ -6,8 +6,8 @@
 #include "TQLib/core/internal/LanguageNames.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <array>
 #include <memory>
@@ -21,7 +21,7 @@ namespace {
 constexpr std::array<const wchar_t*, TQStrResDestinationCount> DestinationNames = {L"User", L"System",
                                                                                    L"EventLog", L"Log"};
 
-using LocalText = UniqueHandle<_TQLocalMemClose>;
+using LocalText = TQUniqueHandle<_TQLocalMemClose>;
 
 constexpr const wchar_t* Where = L"TQBaseStrRes::Text";
 

@@ -6,8 +6,8 @@
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/SystemCodes.h"
 #include "TQLib/text/memory/TQHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
 
 #include <array>
 #include <cstring>
@@ -87,12 +87,12 @@ bool AppendSystemText(DWORD number, STLString& out) {
         FormatMessageW(flags, nullptr, number, userDefaultLanguage, buffer.data(), buffer.size(), nullptr);
     const wchar_t* text = buffer.data();
     // Nearly all texts fit into the buffer.
-    UniqueHandle<_TQLocalMemClose> allocated;
+    TQUniqueHandle<_TQLocalMemClose> allocated;
     if (length == 0 && GetLastError() == ERROR_INSUFFICIENT_BUFFER) {
         wchar_t* whole = nullptr;
         length = FormatMessageW(flags | FORMAT_MESSAGE_ALLOCATE_BUFFER, nullptr, number, userDefaultLanguage,
                                 reinterpret_cast<wchar_t*>(&whole), 0, nullptr);
-        allocated = UniqueHandle<_TQLocalMemClose>(whole);
+        allocated = TQUniqueHandle<_TQLocalMemClose>(whole);
         text = whole;
     }
     if (length == 0) return false;

@@ -6,7 +6,7 @@
 #include "TQLib/platform/Types.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <optional>
 
@@ -74,7 +74,7 @@ class TQLIB_API _TQFile : public TQObject {
   private:
     TQFileName m_name;
     const bool m_isDeletionShared;
-    UniqueHandle<_TQFileHandleClose> m_file;
+    TQUniqueHandle<_TQFileHandleClose> m_file;
 };
 
 }  // namespace Quellan::Corvel

@@ -46,7 +46,7 @@ DWORD CodeOf(Work work) noexcept {
 
 // What a thread waits for while another one writes.
 struct TQTextFile::Turn {
-    UniqueHandle<_TQKernelHandleClose> event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    TQUniqueHandle<_TQKernelHandleClose> event{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     std::unique_ptr<Turn> next;
 };
 

@@ -9,4 +9,8 @@ namespace Quellan::Platform {
 // knows of such things. For as long as the pages are committed. Keeps the last error.
 void KeepPagesPrivate(void* pages, std::size_t bytes) noexcept;
 
+// Lets the process lock as many pages as it may without a right for it: on Linux up to the hard limit, on
+// Windows one mebibyte more than before. Where that is refused the limit stays. Keeps the last error.
+void RaiseLockLimit() noexcept;
+
 }  // namespace Quellan::Platform

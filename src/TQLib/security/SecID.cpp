@@ -225,14 +225,14 @@ const SecID& SecID::NullSID() noexcept {
 
 SecID SecID::UserDomainSID() {
     NetBuffer buffer;
-    if (DWORD code = NetWkstaUserGetInfo(nullptr, 1, buffer.Receive()))
+    if (DWORD code = NetWkstaUserGetInfo(nullptr, 1, buffer.Put()))
         throw TQSysException(code, L"SecID::UserDomainSID");
     return SecID(buffer.As<WKSTA_USER_INFO_1>()->wkui1_logon_domain);
 }
 
 SecID SecID::MachDomainSID() {
     NetBuffer buffer;
-    if (DWORD code = NetWkstaGetInfo(nullptr, 100, buffer.Receive()))
+    if (DWORD code = NetWkstaGetInfo(nullptr, 100, buffer.Put()))
         throw TQSysException(code, L"SecID::MachDomainSID");
     return SecID(buffer.As<WKSTA_INFO_100>()->wki100_langroup);
 }
@@ -295,7 +295,7 @@ const _TQwString& SecID::String() const {
     Findings& kept = Kept();
     wchar_t* text = nullptr;
     if (!ConvertSidToStringSidW(Address(), &text)) TQSysException::ThrowLastError(Failed);
-    const Corvel::UniqueHandle<Corvel::_TQLocalMemClose> owner(text);
+    const Corvel::TQUniqueHandle<Corvel::_TQLocalMemClose> owner(text);
     return kept.text.Assign(text);
 }
 

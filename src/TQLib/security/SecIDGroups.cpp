@@ -6,7 +6,7 @@
 #include "TQLib/security/internal/DirectoryGroups.h"
 #include "TQLib/security/internal/NetBuffer.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <algorithm>
 
@@ -38,7 +38,7 @@ DWORD ForEach(Call call, Visit visit) {
         NetBuffer buffer;
         DWORD count = 0;
         DWORD total = 0;
-        const DWORD code = call(buffer.Receive(), &count, &total, &resume);
+        const DWORD code = call(buffer.Put(), &count, &total, &resume);
         if (code != NERR_Success && code != ERROR_MORE_DATA) return code;
         for (DWORD i = 0; i < count; ++i)
             visit(buffer.As<Entry>()[i]);
@@ -63,9 +63,9 @@ void ThrowStatus(NTSTATUS status) {
 
 void AddRights(SecPrivilegeSet& set, LSA_HANDLE policy, const SecID& id) {
     constexpr auto HasNone = static_cast<NTSTATUS>(0xC0000034);
-    Corvel::UniqueHandle<RightsClose> rights;
+    Corvel::TQUniqueHandle<RightsClose> rights;
     ULONG count = 0;
-    const NTSTATUS status = LsaEnumerateAccountRights(policy, id.Address(), rights.Receive(), &count);
+    const NTSTATUS status = LsaEnumerateAccountRights(policy, id.Address(), rights.Put(), &count);
     if (status == HasNone) return;
     ThrowStatus(status);
     for (ULONG i = 0; i < count; ++i)
@@ -161,8 +161,8 @@ SecIDArray SecID::MemberOfList(bool localGroups, bool globalGroups, bool directo
 SecPrivilegeSet SecID::PrivilegesHeld(bool withGroups) const {
     if (IsNull()) throw TQSysException(ERROR_INVALID_SID, L"SecID::PrivilegesHeld");
     LSA_OBJECT_ATTRIBUTES attributes{};
-    Corvel::UniqueHandle<PolicyClose> policy;
-    ThrowStatus(LsaOpenPolicy(nullptr, &attributes, POLICY_LOOKUP_NAMES, policy.Receive()));
+    Corvel::TQUniqueHandle<PolicyClose> policy;
+    ThrowStatus(LsaOpenPolicy(nullptr, &attributes, POLICY_LOOKUP_NAMES, policy.Put()));
     SecPrivilegeSet rights;
     AddRights(rights, policy.Get(), *this);
     if (withGroups)
@@ -177,7 +177,7 @@ void SecID::GetUserLookupInfo(const wchar_t* system, DWORD level, NetBuffer& use
     if (name.IsEmpty()) throw TQSysException(ERROR_NONE_MAPPED, Where);
     // Users are asked about by name, which may be that of something else.
     if (Use(system) != SidTypeUser) throw TQSysException(NERR_UserNotFound, Where);
-    if (DWORD code = NetUserGetInfo(SystemName(system), name.c_str(), level, user.Receive()))
+    if (DWORD code = NetUserGetInfo(SystemName(system), name.c_str(), level, user.Put()))
         throw TQSysException(code, Where);
 }
 

@@ -9,7 +9,7 @@ using Corvel::TQSysException;
 TQSecThreadToken::Token TQSecThreadToken::SetAside() {
     constexpr const wchar_t* Where = L"TQSecThreadToken::ProcImpersonate";
     Token token;
-    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, token.Receive())) {
+    if (!OpenThreadToken(GetCurrentThread(), TOKEN_IMPERSONATE, TRUE, token.Put())) {
         if (GetLastError() == ERROR_NO_TOKEN) return {};
         TQSysException::ThrowLastError(Where);
     }

@@ -4,7 +4,7 @@
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 namespace Quellan::Sarvek {
 
@@ -22,7 +22,7 @@ class TQLIB_API TQSecThreadToken {
     static void ProcImpersonate(Work work);
 
   private:
-    using Token = Corvel::UniqueHandle<Corvel::_TQKernelHandleClose>;
+    using Token = Corvel::TQUniqueHandle<Corvel::_TQKernelHandleClose>;
 
     // Empty for a thread that impersonates nobody.
     static Token SetAside();

@@ -230,7 +230,7 @@ void TQServiceMgr::InstallService(TQSvcHandle& service, const wchar_t* name, con
     const TQSvcHandle manager = OpenManager(nullptr, SC_MANAGER_CREATE_SERVICE);
     Translated(L"TQServiceMgr::InstallService", [&] {
         const OptionSettings settings(start, options);
-        TQSvcHandle created(Platform::CreateServiceWith(
+        TQSvcHandle created = TQSvcHandle::Unique(Platform::CreateServiceWith(
             settings.All(), manager.Get(), name, orNull(displayName) ? displayName : name, SERVICE_ALL_ACCESS,
             type, static_cast<DWORD>(start), SERVICE_ERROR_NORMAL, commandLine,
             dependencies.IsEmpty() ? nullptr : dependencies.c_str(), orNull(account),

@@ -1,6 +1,8 @@
 #include "TQLib/system/TQConsole.h"
 
+#include "TQLib/core/TQException.h"
 #include "TQLib/core/internal/CallFailure.h"
+#include "TQLib/platform/HiddenInput.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
 
@@ -12,6 +14,7 @@ namespace {
 
 // A console takes a limited number of characters at once.
 constexpr std::size_t ConsoleChunk = 4096;
+constexpr std::size_t MostSecretBytes = 65536;
 
 // Whether a variable of the environment holds something.
 bool HasVariable(const wchar_t* name) noexcept {
@@ -78,6 +81,27 @@ void TQConsole::Write(std::wstring_view text) {
             ThrowCallFailure(L"TQConsole::Write");
         rest.remove_prefix(written);
     }
+}
+
+TQSecretString TQConsole::ReadSecret(std::wstring_view prompt) {
+    constexpr const wchar_t* where = L"TQConsole::ReadSecret";
+    TQaSecretString line;
+    DWORD code = ERROR_RETRY;
+    while (code == ERROR_RETRY) {
+        line.Clear();
+        Platform::HiddenInput input;
+        if (input.IsTerminal()) Show(prompt);
+        char byte = 0;
+        while (!(code = input.Next(byte)) && byte != '\n') {
+            if (line.Size() == MostSecretBytes) TQStdExceptions::ThrowOverflowError(where);
+            line.Append(byte);
+        }
+        if (!code && input.IsTerminal()) Write(L"\n");
+    }
+    // The last line of a file may have no end.
+    if (code && (code != ERROR_HANDLE_EOF || line.IsEmpty())) throw TQSysException(code, where);
+    if (line.View().ends_with('\r')) line.Resize(line.Size() - 1);
+    return TQSecretString::FromUtf8(line.View());
 }
 
 }  // namespace Quellan::Corvel

@@ -3,6 +3,7 @@
 
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
+#include "TQLib/text/memory/TQSecret.h"
 
 #include <string_view>
 
@@ -39,6 +40,18 @@ class TQLIB_API TQConsole {
     // Writes the text as it stands. Throws `TQSysException` with the platform's code when it cannot be
     // written.
     void Write(std::wstring_view text);
+
+    // Asks for a secret: reads one line of standard input, without its end (LF, CR LF). On a terminal, which
+    // does not show it while it is typed, `Show`s `prompt` before and goes to the next line after it; a file
+    // or a pipe is read as it is, as UTF-8, no further than the line. What is read goes from the system
+    // straight into the secret's memory. The terminal shows again what is typed when this returns, throws, or
+    // when a signal ends the process or stops it; after a stop the question is asked again.
+    //
+    // Throws `TQSysException` with 38 (ERROR_HANDLE_EOF) where there is no line left, 1223 (ERROR_CANCELLED)
+    // where the user interrupts it or a signal comes that the process outlives, 170 (ERROR_BUSY) while another
+    // thread asks, and the platform's code; and as `TQSecretString` does: 1113 for bytes that are no UTF-8, 111
+    // for more than 65,536 bytes.
+    [[nodiscard]] TQSecretString ReadSecret(std::wstring_view prompt);
 
   private:
     HANDLE m_handle;

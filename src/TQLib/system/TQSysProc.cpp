@@ -11,7 +11,7 @@ namespace Quellan::Corvel {
 TQStringArray TQSysProc::CommandLine() {
     int count = 0;
     const wchar_t* const line = GetCommandLineW();
-    const UniqueHandle<_TQLocalMemClose> memory(line ? CommandLineToArgvW(line, &count) : nullptr);
+    const TQUniqueHandle<_TQLocalMemClose> memory(line ? CommandLineToArgvW(line, &count) : nullptr);
     if (!memory.IsValid()) ThrowCallFailure(L"TQSysProc::CommandLine");
     const wchar_t* const* const arguments = static_cast<wchar_t**>(memory.Get());
     TQStringArray result;

@@ -7,21 +7,24 @@ namespace Quellan::Corvel {
 
 namespace {
 
-HANDLE Opened(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool manualReset, bool initialState) {
-    const HANDLE event = CreateEventW(security, manualReset, initialState, name);
+using EventHandle = TQUniqueHandle<_TQKernelHandleClose>;
+
+EventHandle OpenedEvent(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool manualReset,
+                        bool initialState) {
+    EventHandle event(CreateEventW(security, manualReset, initialState, name));
     if (!event) About(name, [] { TQSysException::ThrowLastError(L"Attempt to open event object failed."); });
     return event;
 }
 
-HANDLE OpenedByName(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool global, bool manualReset,
-                    bool initialState) {
-    return Opened(security, name ? TQSynchObj::KernelObjectName(name, global).c_str() : nullptr, manualReset,
-                  initialState);
+EventHandle OpenedByName(SECURITY_ATTRIBUTES* security, const wchar_t* name, bool global, bool manualReset,
+                         bool initialState) {
+    return OpenedEvent(security, name ? TQSynchObj::KernelObjectName(name, global).c_str() : nullptr,
+                       manualReset, initialState);
 }
 
 }  // namespace
 
-TQEvent::TQEvent(bool manualReset) : TQSynchObj(Opened(nullptr, nullptr, manualReset, false)) {}
+TQEvent::TQEvent(bool manualReset) : TQSynchObj(OpenedEvent(nullptr, nullptr, manualReset, false)) {}
 
 TQEvent::TQEvent(const wchar_t* name, bool global, bool manualReset, bool initialState)
     : TQSynchObj(OpenedByName(nullptr, name, global, manualReset, initialState)) {}

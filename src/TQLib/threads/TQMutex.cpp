@@ -12,8 +12,8 @@ namespace Quellan::Corvel {
 
 namespace {
 
-HANDLE Opened(const wchar_t* name) {
-    const HANDLE mutex = CreateMutexW(nullptr, FALSE, name);
+TQUniqueHandle<_TQKernelHandleClose> OpenedMutex(const wchar_t* name) {
+    TQUniqueHandle<_TQKernelHandleClose> mutex(CreateMutexW(nullptr, FALSE, name));
     if (!mutex) About(name, [] { TQSysException::ThrowLastError(L"Attempt to open mutex object failed."); });
     return mutex;
 }
@@ -40,10 +40,10 @@ class _TQMutexLockImpl {
     bool m_isAcquired = false;
 };
 
-TQMutex::TQMutex() : TQSynchObj(Opened(nullptr)) {}
+TQMutex::TQMutex() : TQSynchObj(OpenedMutex(nullptr)) {}
 
 TQMutex::TQMutex(const wchar_t* name, bool global)
-    : TQSynchObj(Opened(name ? KernelObjectName(name, global).c_str() : nullptr)) {}
+    : TQSynchObj(OpenedMutex(name ? KernelObjectName(name, global).c_str() : nullptr)) {}
 
 TQMutex::TQMutexLock TQMutex::Acquire(DWORD ms) const {
     return TQMutexLock(*this, ms);

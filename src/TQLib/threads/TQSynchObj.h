@@ -7,6 +7,8 @@
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/memory/TQHandle.h"
 
+#include <utility>
+
 namespace Quellan::Corvel {
 
 // A kernel object that threads wait for. Copies share one object, which is closed when the last of them goes;
@@ -44,8 +46,8 @@ class TQLIB_API TQSynchObj : public TQObject {
                                                            bool global) noexcept;
 
   protected:
-    // Takes the handle over.
-    explicit TQSynchObj(HANDLE handle) : m_handle(handle) {}
+    // Takes over what `handle` owns, which keeps it where this throws.
+    explicit TQSynchObj(TQUniqueHandle<_TQKernelHandleClose>&& handle) : m_handle(std::move(handle)) {}
     TQSynchObj(const TQSynchObj&) = default;
     TQSynchObj(TQSynchObj&&) noexcept = default;
     TQSynchObj& operator=(const TQSynchObj&) = default;

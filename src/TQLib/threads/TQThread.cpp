@@ -74,16 +74,16 @@ void TQThread::Start(bool suspended) {
 bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
     ThreadHandleHolder startupEvent, thread, lastEvent;
     DWORD code = 0;
-    const HANDLE event = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    ThreadHandleHolder::Unique event(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!event) code = GetLastError();
-    startupEvent.Attach(event);
+    startupEvent = std::move(event);
     DWORD stackSize = 0, flags = CREATE_SUSPENDED;
     bool isOver;
     {
         const TQThreadSynch::TQSynchLock guard(m_lock);
         isOver = m_state == State::NotStarted || m_state == State::Ended;
         if (isOver && m_thread.Get() != last.Get()) return false;
-        if (isOver && event) {
+        if (isOver && startupEvent) {
             m_stopEvent.Reset();
             m_isStopRequested = false;
             m_thread.Swap(thread);
@@ -97,15 +97,15 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
         }
     }
     if (!isOver) throw TQException(ERROR_ALREADY_INITIALIZED, L"Thread Start Failed - Already started.");
-    if (!event) throw TQSysException(code, L"Thread Creation Event Failed.");
+    if (!startupEvent) throw TQSysException(code, L"Thread Creation Event Failed.");
 
     DWORD id = 0;
+    ThreadHandleHolder::Unique made(CreateThread(nullptr, stackSize, ThreadMain, this, flags, &id));
     try {
-        const HANDLE made = CreateThread(nullptr, stackSize, ThreadMain, this, flags, &id);
         if (!made) TQSysException::ThrowLastError(L"Thread Creation Failed.");
-        thread.Attach(made);
+        thread = std::move(made);
     } catch (...) {
-        if (id != 0) EndUnowned(id);
+        if (made) EndSuspended(made.Get());
         const TQThreadSynch::TQSynchLock guard(m_lock);
         m_state = State::NotStarted;
         throw;
@@ -128,15 +128,6 @@ bool TQThread::StartAfter(const ThreadHandleHolder& last, bool suspended) {
     }
     AwaitStartup(startupEvent, thread);
     return true;
-}
-
-// Lets a new thread go to whose handle there was no memory to keep, and waits for its end: it finds no start
-// to make.
-void TQThread::EndUnowned(DWORD id) noexcept {
-    HANDLE thread = nullptr;
-    Insist([&] { return thread = OpenThread(SYNCHRONIZE | THREAD_SUSPEND_RESUME, FALSE, id); });
-    const UniqueHandle<_TQKernelHandleClose> owner(thread);
-    if (owner) EndSuspended(thread);
 }
 
 // Lets a thread go that finds no start to make, and waits for its end.
@@ -251,8 +242,8 @@ void TQThread::SetStackSize(DWORD size, bool reservation) {
 }
 
 bool TQThread::ThreadHasToken() {
-    UniqueHandle<_TQKernelHandleClose> token;
-    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive())) return true;
+    TQUniqueHandle<_TQKernelHandleClose> token;
+    if (OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Put())) return true;
     switch (GetLastError()) {
         case ERROR_NO_TOKEN:
             return false;

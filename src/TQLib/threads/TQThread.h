@@ -127,7 +127,6 @@ class TQLIB_API TQThread : public TQObject {
     static DWORD ThreadMain(void* self);
     unsigned int RunThread();
     bool StartAfter(const ThreadHandleHolder& last, bool suspended);
-    static void EndUnowned(DWORD id) noexcept;
     static void EndSuspended(HANDLE thread) noexcept;
     DWORD LetGo(const ThreadHandleHolder& thread, bool isSuspended);
     void AwaitStartup(const ThreadHandleHolder& startupEvent, const ThreadHandleHolder& thread);

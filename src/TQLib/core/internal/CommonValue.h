@@ -27,8 +27,9 @@ class CommonValue {
     }
 
   private:
-    struct Record : _TQRefRecord<_TQRefThrCount> {
+    struct Record final : _TQRefRecord<_TQRefThrCount> {
         explicit Record(T&& from) noexcept : value(std::move(from)) {}
+        void EndWithLast() noexcept override { delete this; }
         const T value;
     };
 

@@ -37,7 +37,7 @@ std::wstring_view WithoutFolder(std::wstring_view path) noexcept {
 
 TQModule LoadModule(const TQString& name) {
     return About(name, [&] {
-        TQModule module(LoadLibraryExW(name.c_str(), nullptr, 0));
+        TQModule module = TQModule::Unique(LoadLibraryExW(name.c_str(), nullptr, 0));
         if (!module.IsValid()) ThrowCallFailure(L"TQSysProc::LoadModule");
         return module;
     });

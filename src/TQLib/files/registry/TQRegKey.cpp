@@ -50,7 +50,8 @@ TQRegKey::TQRegKey(const TQRegKey&) noexcept = default;
 TQRegKey& TQRegKey::operator=(const TQRegKey&) noexcept = default;
 TQRegKey::~TQRegKey() = default;
 
-TQRegKey::TQRegKey(HKEY key, const CommonValue<TQString>& path) : m_key(key), m_path(path) {}
+TQRegKey::TQRegKey(TQUniqueHandle<_TQRegKeyClose>&& key, const CommonValue<TQString>& path)
+    : m_key(std::move(key)), m_path(path) {}
 
 CommonValue<TQString> TQRegKey::PathTo(const wchar_t* key) const {
     TQString path = Path();
@@ -66,29 +67,29 @@ TQString TQRegKey::PathOfValue(const wchar_t* name) const {
 TQRegKey::TQRegKey(const TQRegKey& parent, const wchar_t* path, DWORD access) {
     const CommonValue<TQString> whole = parent.PathTo(path);
     About(*whole.Get(), [&] {
-        HKEY opened = nullptr;
-        CheckStatus(RegOpenKeyExW(parent.Handle(), path, 0, access, &opened), L"TQRegKey::TQRegKey");
-        *this = TQRegKey(opened, whole);
+        TQUniqueHandle<_TQRegKeyClose> opened;
+        CheckStatus(RegOpenKeyExW(parent.Handle(), path, 0, access, opened.Put()), L"TQRegKey::TQRegKey");
+        *this = TQRegKey(std::move(opened), whole);
     });
 }
 
 TQRegKey TQRegKey::Find(const wchar_t* path, DWORD access) const {
     const CommonValue<TQString> whole = PathTo(path);
     return About(*whole.Get(), [&]() -> TQRegKey {
-        HKEY opened = nullptr;
-        if (!IsFound(RegOpenKeyExW(Handle(), path, 0, access, &opened), L"TQRegKey::Find")) return {};
-        return {opened, whole};
+        TQUniqueHandle<_TQRegKeyClose> opened;
+        if (!IsFound(RegOpenKeyExW(Handle(), path, 0, access, opened.Put()), L"TQRegKey::Find")) return {};
+        return {std::move(opened), whole};
     });
 }
 
 TQRegKey TQRegKey::Create(const wchar_t* path, DWORD access) const {
     const CommonValue<TQString> whole = PathTo(path);
     return About(*whole.Get(), [&]() -> TQRegKey {
-        HKEY opened = nullptr;
+        TQUniqueHandle<_TQRegKeyClose> opened;
         CheckStatus(RegCreateKeyExW(Handle(), path ? path : L"", 0, nullptr, REG_OPTION_NON_VOLATILE, access,
-                                    nullptr, &opened, nullptr),
+                                    nullptr, opened.Put(), nullptr),
                     L"TQRegKey::Create");
-        return {opened, whole};
+        return {std::move(opened), whole};
     });
 }
 
@@ -160,19 +161,20 @@ void TQRegKey::Flush() const {
 }
 
 TQRegKey TQRegistry::MachineKey() {
-    return {HKEY_LOCAL_MACHINE, CommonValue<TQString>(L"HKEY_LOCAL_MACHINE")};
+    return {TQUniqueHandle<_TQRegKeyClose>(HKEY_LOCAL_MACHINE), CommonValue<TQString>(L"HKEY_LOCAL_MACHINE")};
 }
 
 TQRegKey TQRegistry::UserKey() {
-    return {HKEY_CURRENT_USER, CommonValue<TQString>(L"HKEY_CURRENT_USER")};
+    return {TQUniqueHandle<_TQRegKeyClose>(HKEY_CURRENT_USER), CommonValue<TQString>(L"HKEY_CURRENT_USER")};
 }
 
 TQRegKey TQRegistry::Connect(const wchar_t* machine) {
     const CommonValue<TQString> path(L"HKEY_LOCAL_MACHINE");
     return About(machine, [&]() -> TQRegKey {
-        HKEY connected = nullptr;
-        CheckStatus(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, &connected), L"TQRegistry::Connect");
-        return {connected, path};
+        TQUniqueHandle<_TQRegKeyClose> connected;
+        CheckStatus(RegConnectRegistryW(machine, HKEY_LOCAL_MACHINE, connected.Put()),
+                    L"TQRegistry::Connect");
+        return {std::move(connected), path};
     });
 }
 

@@ -33,7 +33,7 @@ class TQLIB_API TQRegKey : public TQObject {
 
     // None.
     TQRegKey() noexcept;
-    // Takes the handle over.
+    // Takes the handle over, which stays the caller's where this throws.
     explicit TQRegKey(HKEY key);
     // Opens the key at `path` below `parent`.
     TQRegKey(const TQRegKey& parent, const wchar_t* path, DWORD access = ReadAccess);
@@ -80,7 +80,7 @@ class TQLIB_API TQRegKey : public TQObject {
     template <class C>
     friend class _TQRegValue;
     // `path` is made before the key is opened, as that may fail.
-    TQRegKey(HKEY key, const CommonValue<TQString>& path);
+    TQRegKey(TQUniqueHandle<_TQRegKeyClose>&& key, const CommonValue<TQString>& path);
     [[nodiscard]] CommonValue<TQString> PathTo(const wchar_t* key) const;
     [[nodiscard]] TQString PathOfValue(const wchar_t* name) const;
 

@@ -3,7 +3,7 @@
 
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 namespace Quellan::Sarvek {
 
@@ -12,7 +12,7 @@ struct NetBufferClose : Corvel::_TQNullHandle<BYTE*> {
 };
 
 // The answer of such a call, whose structures begin at its beginning.
-class NetBuffer : public Corvel::UniqueHandle<NetBufferClose> {
+class NetBuffer : public Corvel::TQUniqueHandle<NetBufferClose> {
   public:
     template <class T>
     const T* As() const noexcept {

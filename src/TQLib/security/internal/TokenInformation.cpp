@@ -9,7 +9,7 @@ using Corvel::TQSysException;
 
 TokenHandle OpenOwnToken() {
     TokenHandle token;
-    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Receive()))
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Put()))
         TQSysException::ThrowLastError(L"OpenProcessToken");
     return token;
 }

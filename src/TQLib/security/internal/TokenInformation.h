@@ -3,14 +3,14 @@
 
 #include "TQLib/platform/Platform.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <cstddef>
 #include <vector>
 
 namespace Quellan::Sarvek {
 
-using TokenHandle = Corvel::UniqueHandle<Corvel::_TQKernelHandleClose>;
+using TokenHandle = Corvel::TQUniqueHandle<Corvel::_TQKernelHandleClose>;
 
 // Of the calling process, to be queried. Throws `TQSysException` with the platform's code, as the class does.
 TokenHandle OpenOwnToken();

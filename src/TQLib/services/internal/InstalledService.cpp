@@ -67,14 +67,15 @@ TQServiceOptions QueryOptions(const TQSvcHandle& service, const wchar_t* name) {
 }  // namespace
 
 TQSvcHandle OpenManager(const wchar_t* machine, DWORD access) {
-    TQSvcHandle manager(OpenSCManagerW(machine && *machine ? machine : nullptr, nullptr, access));
+    TQSvcHandle manager =
+        TQSvcHandle::Unique(OpenSCManagerW(machine && *machine ? machine : nullptr, nullptr, access));
     if (!manager) ThrowServiceFailure(nullptr);
     return manager;
 }
 
 TQSvcHandle OpenInstalled(const wchar_t* machine, const wchar_t* name, DWORD access) {
     const TQSvcHandle manager = OpenManager(machine, SC_MANAGER_CONNECT);
-    TQSvcHandle service(OpenServiceW(manager.Get(), name, access));
+    TQSvcHandle service = TQSvcHandle::Unique(OpenServiceW(manager.Get(), name, access));
     if (!service) ThrowServiceFailure(name);
     return service;
 }

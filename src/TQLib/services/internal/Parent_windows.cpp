@@ -1,7 +1,7 @@
 #include "TQLib/platform/Platform.h"
 #include "TQLib/services/internal/Parent.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <cwchar>
 #include <tlhelp32.h>
@@ -22,7 +22,7 @@ bool Find(HANDLE list, DWORD process, PROCESSENTRY32W& entry) noexcept {
 
 // The manager starts the processes of services itself.
 bool MayBeStartedByManager() noexcept {
-    const UniqueHandle<_TQFileHandleClose> list(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
+    const TQUniqueHandle<_TQFileHandleClose> list(CreateToolhelp32Snapshot(TH32CS_SNAPPROCESS, 0));
     if (!list) return true;
     PROCESSENTRY32W self, parent;
     if (!Find(list.Get(), GetCurrentProcessId(), self)) return true;

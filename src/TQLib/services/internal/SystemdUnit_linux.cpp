@@ -120,7 +120,7 @@ TQString UnitText(const std::vector<_TQService*>& services, const TQStringArray&
 
 void WriteLasting(const TQString& path, const TQString& text) {
     const auto bytes = text.ToUtf8();
-    const UniqueHandle<_TQFileHandleClose> file(
+    const TQUniqueHandle<_TQFileHandleClose> file(
         CreateFileW(path.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
     DWORD written = 0;
     if (!file ||

@@ -27,16 +27,17 @@ void Wipe(BYTE* from, std::size_t bytes) noexcept {
 
 }  // namespace
 
-_TQDataBufRoot::_TQDataBufRoot(const TQAllocator& allocator, _SecureLevel level) noexcept
-    : m_allocator(&allocator), m_level(level) {}
+_TQDataBufRoot::_TQDataBufRoot(const TQAllocator& allocator, std::pmr::memory_resource* resource,
+                               _SecureLevel level) noexcept
+    : m_allocator(&allocator), m_resource(resource), m_level(level) {}
 
 _TQDataBufRoot::_TQDataBufRoot(const _TQDataBufRoot& other)
-    : _TQDataBufRoot(*other.m_allocator, other.m_level) {
+    : _TQDataBufRoot(*other.m_allocator, nullptr, other.m_level) {
     Splice(0, 0, other.m_block, other.m_bytes, L"TQDataBuf::TQDataBuf");
 }
 
 _TQDataBufRoot::_TQDataBufRoot(_TQDataBufRoot&& other) noexcept
-    : _TQDataBufRoot(*other.m_allocator, other.m_level) {
+    : _TQDataBufRoot(*other.m_allocator, other.m_resource, other.m_level) {
     Swap(other);
 }
 
@@ -50,7 +51,8 @@ _TQDataBufRoot& _TQDataBufRoot::operator=(const _TQDataBufRoot& other) {
     if (m_level >= other.m_level) {
         Splice(0, m_bytes, other.m_block, other.m_bytes, where);
     } else {
-        _TQDataBufRoot copy(other);
+        _TQDataBufRoot copy(*m_allocator, m_resource, other.m_level);
+        copy.Splice(0, 0, other.m_block, other.m_bytes, where);
         Swap(copy);
     }
     return *this;
@@ -59,8 +61,11 @@ _TQDataBufRoot& _TQDataBufRoot::operator=(const _TQDataBufRoot& other) {
 _TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) noexcept(false) {
     if (this == &other) return *this;
     const _SecureLevel sourceLevel = other.m_level;
-    if (m_level == _SecureLevel::WipeAndLock && sourceLevel != _SecureLevel::WipeAndLock) {
-        *this = std::as_const(other);  // the other's memory can't take this buffer's protection
+    // Memory for secrets comes from one place for all, whatever resource they were made with.
+    const bool canTake = sourceLevel == _SecureLevel::WipeAndLock ||
+                         (m_level != _SecureLevel::WipeAndLock && m_resource == other.m_resource);
+    if (!canTake) {
+        *this = std::as_const(other);
     } else {
         Clear();
         Swap(other);
@@ -72,6 +77,7 @@ _TQDataBufRoot& _TQDataBufRoot::operator=(_TQDataBufRoot&& other) noexcept(false
 }
 
 void _TQDataBufRoot::Swap(_TQDataBufRoot& other) noexcept {
+    std::swap(m_resource, other.m_resource);
     std::swap(m_block, other.m_block);
     std::swap(m_bytes, other.m_bytes);
     std::swap(m_capacity, other.m_capacity);
@@ -140,28 +146,49 @@ void _TQDataBufRoot::CheckSource(const void* source, ULONGLONG count, const wcha
 }
 
 bool _TQDataBufRoot::EqualsSecret(const _TQDataBufRoot& other) const noexcept {
-    if (m_bytes != other.m_bytes) return false;
+    return EqualsSecret(std::as_bytes(std::span(m_block, m_bytes)),
+                        std::as_bytes(std::span(other.m_block, other.m_bytes)));
+}
+
+bool _TQDataBufRoot::EqualsSecret(std::span<const std::byte> left,
+                                  std::span<const std::byte> right) noexcept {
+    if (left.size() != right.size()) return false;
     BYTE difference = 0;
-    for (std::size_t i = 0; i < m_bytes; ++i) {
-        difference |= static_cast<BYTE>(m_block[i] ^ other.m_block[i]);
+    for (std::size_t i = 0; i < left.size(); ++i) {
+        difference |= static_cast<BYTE>(left[i] ^ right[i]);
         Compiler::Forget(difference);  // or it would stop at the first one
     }
     return difference == 0;
 }
 
-const TQAllocator& _TQDataBufRoot::Memory() const noexcept {
-    return m_level == _SecureLevel::WipeAndLock ? SecretMemory() : *m_allocator;
-}
-
 std::size_t _TQDataBufRoot::Rounded(std::size_t bytes) const noexcept {
     if (bytes == 0 || bytes > MaxBytes - RoundedBytes) return bytes;
     if (m_level == _SecureLevel::WipeAndLock) return SecretBlockSize(bytes);
-    if (!m_allocator->wholePages) return bytes;
+    if (m_resource || !m_allocator->wholePages) return bytes;
     return (bytes + RoundedBytes - 1) / RoundedBytes * RoundedBytes;
 }
 
+void* _TQDataBufRoot::Allocate(std::size_t bytes) const noexcept {
+    if (m_level == _SecureLevel::WipeAndLock) return SecretMemory().Allocate(bytes);
+    if (!m_resource) return m_allocator->Allocate(bytes);
+    try {
+        return m_resource->allocate(bytes);
+    } catch (...) {
+        return nullptr;
+    }
+}
+
+void _TQDataBufRoot::Release(void* block, std::size_t bytes) const noexcept {
+    if (m_level == _SecureLevel::WipeAndLock)
+        SecretMemory().Release(block, bytes);
+    else if (m_resource)
+        m_resource->deallocate(block, bytes);
+    else
+        m_allocator->Release(block, bytes);
+}
+
 BYTE* _TQDataBufRoot::NewBlock(std::size_t capacity, const wchar_t* where) const {
-    void* block = Memory().Allocate(capacity);
+    void* block = Allocate(capacity);
     if (!block && m_level == _SecureLevel::WipeAndLock && GetLastError() != ERROR_NOT_ENOUGH_MEMORY)
         TQStdExceptions::ThrowLastError(where);
     if (!block) TQStdExceptions::ThrowMemAllocError(where);
@@ -173,7 +200,7 @@ void _TQDataBufRoot::ReplaceBlock(BYTE* block, std::size_t capacity) noexcept {
     if (m_block) {
         const DWORD lastError = GetLastError();
         if (m_level != _SecureLevel::Plain) Wipe(m_block, m_capacity);
-        Memory().Release(m_block, m_capacity);
+        Release(m_block, m_capacity);
         SetLastError(lastError);
     }
     m_block = block;

@@ -7,6 +7,11 @@
 
 #include <algorithm>
 #include <compare>
+#include <functional>
+#include <initializer_list>
+#include <memory_resource>
+#include <span>
+#include <string_view>
 #include <type_traits>
 
 namespace Quellan::Corvel {
@@ -21,10 +26,10 @@ class TQLIB_API _TQDataBufRoot {
         // Overwritten with zeros before it is given back, and wherever contents are dropped: by shrinking, by
         // moving to a larger block, by Clear and by the destructor.
         Wipe,
-        // Wiped, and kept in memory of its own for secrets, whatever the buffer's allocator: it is never
+        // Wiped, and kept in memory of its own for secrets, wherever the buffer's comes from: it is never
         // paged out, stands between pages that nobody may touch, and on Linux is in no core dump and all
         // zeros in a forked child. Secrets of up to 2048 bytes share locked pages (128 keys of 32 bytes in
-        // one of 4096).
+        // one of 4096); docs/secrets.md says how many there can be.
         WipeAndLock
     };
 
@@ -40,9 +45,12 @@ class TQLIB_API _TQDataBufRoot {
 
     // Whether both hold the same bytes, in a time that depends on their number alone.
     [[nodiscard]] bool EqualsSecret(const _TQDataBufRoot& other) const noexcept;
+    [[nodiscard]] static bool EqualsSecret(std::span<const std::byte> left,
+                                           std::span<const std::byte> right) noexcept;
 
   protected:
-    _TQDataBufRoot(const TQAllocator& allocator, _SecureLevel level) noexcept;
+    _TQDataBufRoot(const TQAllocator& allocator, std::pmr::memory_resource* resource,
+                   _SecureLevel level) noexcept;
     _TQDataBufRoot(const _TQDataBufRoot& other);
     _TQDataBufRoot(_TQDataBufRoot&& other) noexcept;
     _TQDataBufRoot& operator=(const _TQDataBufRoot& other);
@@ -68,12 +76,14 @@ class TQLIB_API _TQDataBufRoot {
     static void CheckSource(const void* source, ULONGLONG count, const wchar_t* where);
 
   private:
-    [[nodiscard]] const TQAllocator& Memory() const noexcept;
     [[nodiscard]] std::size_t Rounded(std::size_t bytes) const noexcept;
+    [[nodiscard]] void* Allocate(std::size_t bytes) const noexcept;
+    void Release(void* block, std::size_t bytes) const noexcept;
     [[nodiscard]] BYTE* NewBlock(std::size_t capacity, const wchar_t* where) const;
     void ReplaceBlock(BYTE* block, std::size_t capacity) noexcept;
 
     const TQAllocator* m_allocator;
+    std::pmr::memory_resource* m_resource;  // where not null, instead of the allocator
     BYTE* m_block = nullptr;
     std::size_t m_bytes = 0;
     std::size_t m_capacity = 0;
@@ -82,6 +92,10 @@ class TQLIB_API _TQDataBufRoot {
 
 // A growable array of trivially copyable elements. `N` selects the allocator (`TQMemory`); new elements are
 // zero.
+//
+// A buffer may get its memory from a memory resource instead, which must outlive it. Whoever is made by moving
+// gets the resource with the memory, and so does whoever swaps; a copy goes by `N`, and what is assigned to
+// keeps where its memory comes from.
 //
 // The secure level is given at construction. A copy has the level of its source; assignment gives the target
 // the stricter level of the two, so neither the old contents nor the new ever lose their protection. Moving
@@ -106,10 +120,14 @@ class TQDataBuf : public _TQDataBufRoot {
     explicit TQDataBuf(_SecureLevel level) noexcept;
     explicit TQDataBuf(ULONGLONG count, _SecureLevel level = _SecureLevel::Plain);
     TQDataBuf(const T* source, ULONGLONG count, _SecureLevel level = _SecureLevel::Plain);
+    explicit TQDataBuf(std::span<const T> source, _SecureLevel level = _SecureLevel::Plain);
+    TQDataBuf(std::initializer_list<T> elements, _SecureLevel level = _SecureLevel::Plain);
+    explicit TQDataBuf(std::pmr::memory_resource& memory, _SecureLevel level = _SecureLevel::Plain) noexcept;
     TQDataBuf(const TQDataBuf& other);
     TQDataBuf(TQDataBuf&& other) noexcept;
     TQDataBuf& operator=(const TQDataBuf& other);
-    // Throws only where this buffer is locked and the other isn't: the contents are copied then.
+    // Throws only where the memory of the other can't become this one's: where this buffer is locked and the
+    // other isn't, or theirs comes from different resources. The contents are copied then.
     TQDataBuf& operator=(TQDataBuf&& other) noexcept(false);
     ~TQDataBuf() override;
 
@@ -139,10 +157,13 @@ class TQDataBuf : public _TQDataBufRoot {
     void Reserve(ULONGLONG count);
     // `source` may lie in this buffer, here and below.
     void Assign(const T* source, ULONGLONG count);
+    void Assign(std::span<const T> source);
     void Append(const T* source, ULONGLONG count);
+    void Append(std::span<const T> source);
     void Append(const TQDataBuf& other);
     void Append(const T& value);
     void Insert(ULONGLONG index, const T* source, ULONGLONG count);
+    void Insert(ULONGLONG index, std::span<const T> source);
     void Remove(ULONGLONG index, ULONGLONG count);
     // Sets every element.
     void Fill(const T& value) noexcept;
@@ -157,7 +178,12 @@ template <class T, unsigned N>
 TQDataBuf<T, N>::TQDataBuf() noexcept : TQDataBuf(_SecureLevel::Plain) {}
 
 template <class T, unsigned N>
-TQDataBuf<T, N>::TQDataBuf(_SecureLevel level) noexcept : _TQDataBufRoot(TQAllocatorFor<N>(), level) {}
+TQDataBuf<T, N>::TQDataBuf(_SecureLevel level) noexcept
+    : _TQDataBufRoot(TQAllocatorFor<N>(), nullptr, level) {}
+
+template <class T, unsigned N>
+TQDataBuf<T, N>::TQDataBuf(std::pmr::memory_resource& memory, _SecureLevel level) noexcept
+    : _TQDataBufRoot(TQAllocatorFor<N>(), &memory, level) {}
 
 template <class T, unsigned N>
 TQDataBuf<T, N>::TQDataBuf(ULONGLONG count, _SecureLevel level) : TQDataBuf(level) {
@@ -168,6 +194,14 @@ template <class T, unsigned N>
 TQDataBuf<T, N>::TQDataBuf(const T* source, ULONGLONG count, _SecureLevel level) : TQDataBuf(level) {
     Assign(source, count);
 }
+
+template <class T, unsigned N>
+TQDataBuf<T, N>::TQDataBuf(std::span<const T> source, _SecureLevel level)
+    : TQDataBuf(source.data(), source.size(), level) {}
+
+template <class T, unsigned N>
+TQDataBuf<T, N>::TQDataBuf(std::initializer_list<T> elements, _SecureLevel level)
+    : TQDataBuf(elements.begin(), elements.size(), level) {}
 
 template <class T, unsigned N>
 TQDataBuf<T, N>::TQDataBuf(const TQDataBuf& other) = default;
@@ -275,6 +309,21 @@ void TQDataBuf<T, N>::Append(const T* source, ULONGLONG count) {
 }
 
 template <class T, unsigned N>
+void TQDataBuf<T, N>::Assign(std::span<const T> source) {
+    Assign(source.data(), source.size());
+}
+
+template <class T, unsigned N>
+void TQDataBuf<T, N>::Append(std::span<const T> source) {
+    Append(source.data(), source.size());
+}
+
+template <class T, unsigned N>
+void TQDataBuf<T, N>::Insert(ULONGLONG index, std::span<const T> source) {
+    Insert(index, source.data(), source.size());
+}
+
+template <class T, unsigned N>
 void TQDataBuf<T, N>::Append(const TQDataBuf& other) {
     Append(other.Data(), other.Size());
 }
@@ -329,3 +378,13 @@ extern template class TQLIB_API TQDataBuf<BYTE, TQMemory::Pages>;
 extern template class TQLIB_API TQDataBuf<wchar_t, TQMemory::Heap>;
 
 }  // namespace Quellan::Corvel
+
+// The level is no part of it, as it is none of the value.
+template <class T, unsigned N>
+requires std::has_unique_object_representations_v<T>
+struct std::hash<Quellan::Corvel::TQDataBuf<T, N>> {
+    std::size_t operator()(const Quellan::Corvel::TQDataBuf<T, N>& buffer) const noexcept {
+        return std::hash<std::string_view>()(
+            {reinterpret_cast<const char*>(buffer.Data()), static_cast<std::size_t>(buffer.Bytes())});
+    }
+};

@@ -4,6 +4,17 @@
 
 namespace Quellan::Corvel {
 
+namespace {
+
+// Null where it is refused.
+HANDLE DuplicateHere(HANDLE handle) noexcept {
+    const HANDLE process = GetCurrentProcess();
+    HANDLE copy = nullptr;
+    return DuplicateHandle(process, handle, process, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS) ? copy : nullptr;
+}
+
+}  // namespace
+
 _TQLastErrorKeeper::_TQLastErrorKeeper() noexcept : m_code(GetLastError()) {}
 _TQLastErrorKeeper::~_TQLastErrorKeeper() {
     SetLastError(m_code);
@@ -12,8 +23,14 @@ _TQLastErrorKeeper::~_TQLastErrorKeeper() {
 void _TQKernelHandleClose::Close(HANDLE handle) noexcept {
     CloseHandle(handle);
 }
+HANDLE _TQKernelHandleClose::Duplicate(HANDLE handle) noexcept {
+    return DuplicateHere(handle);
+}
 void _TQFileHandleClose::Close(HANDLE handle) noexcept {
     CloseHandle(handle);
+}
+HANDLE _TQFileHandleClose::Duplicate(HANDLE handle) noexcept {
+    return DuplicateHere(handle);
 }
 void _TQFindHandleClose::Close(HANDLE handle) noexcept {
     FindClose(handle);

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bit>
 #include <memory>
 #include <new>
@@ -18,6 +19,8 @@ namespace {
 constexpr std::size_t SheetBytes = 4096;
 constexpr unsigned SmallestBits = 4, LargestBits = 11;  // slots have 16 to 2048 bytes
 constexpr std::size_t MostSlots = SheetBytes >> SmallestBits;
+
+std::atomic<bool> g_isLimitRaised = false;
 
 std::size_t PageBytes() noexcept {
     static const std::size_t bytes = [] {
@@ -42,6 +45,10 @@ BYTE* NewPages(std::size_t bytes) noexcept {
     void* const reserved = VirtualAlloc(nullptr, whole + 2 * PageBytes(), MEM_RESERVE, PAGE_READWRITE);
     if (!reserved) return nullptr;
     BYTE* const pages = static_cast<BYTE*>(reserved) + PageBytes();
+    if (!g_isLimitRaised.load(std::memory_order_relaxed)) {
+        Platform::RaiseLockLimit();
+        g_isLimitRaised.store(true, std::memory_order_relaxed);
+    }
     if (!VirtualAlloc(pages, whole, MEM_COMMIT, PAGE_READWRITE) || !VirtualLock(pages, whole)) {
         FreePages(pages);
         return nullptr;
@@ -103,9 +110,11 @@ class Arena {
         Sheet* sheet = m_sheets;
         while (!sheet->Holds(block))
             sheet = sheet->next;
+        // What a child inherited is gone from it already, and another thread of its parent may have been about
+        // to change the page's description when it was forked.
+        if (sheet->process != GetCurrentProcessId()) return;
         sheet->Give(block);
-        if (sheet->used == 0)
-            spare = Unlink([&](const Sheet& other) { return other.used == 0 && &other != sheet; });
+        if (sheet->used == 0) spare = UnlinkEmpty(sheet);
     }
 
     static unsigned BitsFor(std::size_t bytes) noexcept {
@@ -151,7 +160,7 @@ class Arena {
     bool FreeSpare() noexcept {
         std::unique_ptr<Sheet> spare;
         const TQThreadSynch::TQSynchLock guard(m_lock);
-        spare = Unlink([](const Sheet& sheet) { return sheet.used == 0; });
+        spare = UnlinkEmpty(nullptr);
         return spare != nullptr;
     }
 
@@ -160,10 +169,11 @@ class Arena {
         m_sheets = sheet.release();
     }
 
-    template <class Predicate>
-    std::unique_ptr<Sheet> Unlink(Predicate predicate) noexcept TQ_REQUIRES(m_lock) {
+    // One of this process's that nobody uses, but `kept`; null where there is none.
+    std::unique_ptr<Sheet> UnlinkEmpty(const Sheet* kept) noexcept TQ_REQUIRES(m_lock) {
+        const DWORD process = GetCurrentProcessId();
         Sheet** link = &m_sheets;
-        while (*link && !predicate(**link))
+        while (*link && ((*link)->used != 0 || (*link)->process != process || *link == kept))
             link = &(*link)->next;
         std::unique_ptr<Sheet> sheet(*link);
         if (sheet) *link = sheet->next;
@@ -180,7 +190,9 @@ Arena& TheArena() noexcept {
     return arena;
 }
 
-// Made while the library is loaded, never destroyed: static objects may hold secrets.
+// Made while the library is loaded, so that no thread is about to make it while another one forks; never
+// destroyed: static objects may hold secrets.
+[[maybe_unused]] const std::size_t g_pageBytesEarly = PageBytes();
 [[maybe_unused]] const Arena& g_arenaMadeEarly = TheArena();
 
 constexpr TQAllocator g_secretMemory{
