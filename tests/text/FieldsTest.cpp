@@ -1,5 +1,5 @@
-#include "TQLib/text/TQFields.h"
 #include "TQLib/platform/Win32.h"
+#include "TQLib/text/TQFields.h"
 #include "TQLib/text/TQStringArray.h"
 #include "support/ThrownCode.h"
 
@@ -55,12 +55,14 @@ TEST(Fields, AreRefusedWithTheOffset) {
     EXPECT_EQ(refused("a,\"b"),
               Failure(ERROR_INVALID_DATA, L"TQFieldReader: quotation mark that is not closed at offset 2."));
     EXPECT_EQ(refused("\"b\"\"").first, DWORD{ERROR_INVALID_DATA});
-    EXPECT_EQ(refused("\"a\" ,b"),
-              Failure(ERROR_INVALID_DATA, L"TQFieldReader: text behind a closing quotation mark at offset 3."));
+    EXPECT_EQ(
+        refused("\"a\" ,b"),
+        Failure(ERROR_INVALID_DATA, L"TQFieldReader: text behind a closing quotation mark at offset 3."));
 }
 
 TEST(Fields, ComeBackAsTheyWereJoined) {
-    const std::vector<std::wstring> fields = {L"plain", L"", L"a;b", L"say \"no\"", L"\"", L"two\r\nlines", L" x "};
+    const std::vector<std::wstring> fields = {L"plain",        L"",   L"a;b", L"say \"no\"", L"\"",
+                                              L"two\r\nlines", L" x "};
     const TQFieldMarks marks{.separator = L';'};
     const TQString record = TQJoinFields(fields, marks);
     EXPECT_EQ(record, L"plain;;\"a;b\";\"say \"\"no\"\"\";\"\"\"\";\"two\r\nlines\"; x ");

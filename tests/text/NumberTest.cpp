@@ -1,5 +1,5 @@
-#include "TQLib/text/TQNumber.h"
 #include "TQLib/platform/Win32.h"
+#include "TQLib/text/TQNumber.h"
 #include "support/ThrownCode.h"
 
 #include <cfloat>
@@ -27,7 +27,8 @@ std::wstring WideOf(std::string_view text) {
 }
 
 template <class T>
-void ExpectInteger(std::string_view text, unsigned base, T value, std::size_t length, Fault fault = Fault::None) {
+void ExpectInteger(std::string_view text, unsigned base, T value, std::size_t length,
+                   Fault fault = Fault::None) {
     const TQParsed<T> wide = TQTryParse<T>(WideOf(text), base);
     const TQParsed<T> narrow = TQTryParse<T>(text, base);
     EXPECT_TRUE(wide.value == value && wide.length == length && wide.fault == fault)
@@ -87,7 +88,8 @@ template <class T>
 void ExpectReal(std::string_view text, T value, std::size_t length, Fault fault = Fault::None) {
     const auto same = [&](TQParsed<T> parsed) {
         return (parsed.value == value || (value != value && parsed.value != parsed.value)) &&
-               std::signbit(parsed.value) == std::signbit(value) && parsed.length == length && parsed.fault == fault;
+               std::signbit(parsed.value) == std::signbit(value) && parsed.length == length &&
+               parsed.fault == fault;
     };
     const TQParsed<T> wide = TQTryParse<T>(WideOf(text));
     EXPECT_TRUE(same(wide)) << text << ": " << wide.value << ", " << wide.length << ", "
@@ -201,10 +203,18 @@ TEST(Number, IsWrittenWithAsFewDigitsAsGiveItBack) {
 class RandomNumbers {
   public:
     std::string Integer() {
-        static constexpr const char* Borders[] = {
-            "9223372036854775807", "9223372036854775808", "-9223372036854775808", "18446744073709551615",
-            "18446744073709551616", "127", "-129", "255", "65536", "7fffffffffffffff", "ffffffffffffffff",
-            "00000000000000000000000127"};
+        static constexpr const char* Borders[] = {"9223372036854775807",
+                                                  "9223372036854775808",
+                                                  "-9223372036854775808",
+                                                  "18446744073709551615",
+                                                  "18446744073709551616",
+                                                  "127",
+                                                  "-129",
+                                                  "255",
+                                                  "65536",
+                                                  "7fffffffffffffff",
+                                                  "ffffffffffffffff",
+                                                  "00000000000000000000000127"};
         if (m_random() % 3 == 0) return Characters("0123456789abcdefzABCXZ+-. xe", m_random() % 24);
         std::string text = Borders[m_random() % std::size(Borders)];
         if (m_random() % 2) text[m_random() % text.size()] = "0123456789afz+-"[m_random() % 15];
@@ -221,8 +231,9 @@ class RandomNumbers {
             std::snprintf(printed, sizeof printed, "%.*e", static_cast<int>(m_random() % 20), value);
             text = printed;
         } else {
-            text = Characters("0123456789", 1 + m_random() % 30) + "." + Characters("0123456789", m_random() % 30) +
-                   "e" + std::to_string(static_cast<int>(m_random() % 700) - 350);
+            text = Characters("0123456789", 1 + m_random() % 30) + "." +
+                   Characters("0123456789", m_random() % 30) + "e" +
+                   std::to_string(static_cast<int>(m_random() % 700) - 350);
         }
         if (m_random() % 8 == 0) text[m_random() % text.size()] = ".e-5"[m_random() % 4];
         return text;
@@ -259,13 +270,17 @@ TEST(Number, AgreesWithTheCLibraryOnRandomTexts) {
             char* end;
             errno = 0;
             const long long value = std::strtoll(text.c_str(), &end, static_cast<int>(base));
-            const Fault fault = errno == ERANGE ? Fault::Overflow : end == text.c_str() ? Fault::NoNumber : Fault::None;
+            const Fault fault = errno == ERANGE       ? Fault::Overflow
+                                : end == text.c_str() ? Fault::NoNumber
+                                                      : Fault::None;
             ExpectInteger(text, base, value, static_cast<std::size_t>(end - text.c_str()), fault);
             if (text[0] != '-') {
                 errno = 0;
                 const unsigned long long whole = std::strtoull(text.c_str(), &end, static_cast<int>(base));
                 ExpectInteger(text, base, whole, static_cast<std::size_t>(end - text.c_str()),
-                              errno == ERANGE ? Fault::Overflow : fault == Fault::NoNumber ? fault : Fault::None);
+                              errno == ERANGE            ? Fault::Overflow
+                              : fault == Fault::NoNumber ? fault
+                                                         : Fault::None);
             }
             ++compared;
         }
@@ -277,10 +292,10 @@ TEST(Number, AgreesWithTheCLibraryOnRandomTexts) {
         const auto length = static_cast<std::size_t>(end - real.c_str());
         // Values that are less exact for being tiny are out of its range too.
         ExpectReal(real, value, length,
-                   length == 0                          ? Fault::NoNumber
-                   : errno == ERANGE && value == 0      ? Fault::Underflow
+                   length == 0                            ? Fault::NoNumber
+                   : errno == ERANGE && value == 0        ? Fault::Underflow
                    : errno == ERANGE && std::isinf(value) ? Fault::Overflow
-                                                        : Fault::None);
+                                                          : Fault::None);
         ++compared;
     }
     EXPECT_GT(compared, texts);

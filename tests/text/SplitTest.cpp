@@ -60,13 +60,17 @@ TEST(Split, FollowsItsSeparatorAndOptions) {
 }
 
 template <class T>
-concept Splits = requires(T&& text) { TQSplitAt(std::forward<T>(text), L','); };
+concept Splits = requires(T&& text) {
+    TQSplitAt(std::forward<T>(text), L',');
+};
 
 TEST(Split, IsAForwardRangeOverATextThatLasts) {
     const TQString text = L"one two three";
     const auto pieces = TQSplitAt(text, L' ');
-    static_assert(std::ranges::forward_range<decltype(pieces)> && std::ranges::view<std::remove_const_t<decltype(pieces)>>);
-    static_assert(Splits<const TQString&> && Splits<TQString&> && Splits<std::wstring_view> && Splits<const wchar_t*>);
+    static_assert(std::ranges::forward_range<decltype(pieces)> &&
+                  std::ranges::view<std::remove_const_t<decltype(pieces)>>);
+    static_assert(Splits<const TQString&> && Splits<TQString&> && Splits<std::wstring_view> &&
+                  Splits<const wchar_t*>);
     static_assert(!Splits<TQString> && !Splits<std::wstring> && !Splits<_TQwString>);
     EXPECT_EQ(*std::next(pieces.begin(), 2), L"three");
     EXPECT_EQ(std::ranges::distance(pieces | std::views::filter([](auto p) { return p[0] == L't'; })), 2);

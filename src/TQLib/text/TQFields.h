@@ -73,7 +73,7 @@ TQLIB_API void TQAppendField(_TQaString& record, std::string_view field, TQaFiel
 
 // One record without a line's end, which a reader gives back as it was. Fails as the strings do.
 template <class R, class C = _TQCharacterOf<std::ranges::range_reference_t<R>>>
-    requires _TQTexts<R, C>
+requires _TQTexts<R, C>
 [[nodiscard]] _TQStringT<C> TQJoinFields(R&& fields, _TQFieldMarksT<std::type_identity_t<C>> marks = {}) {
     _TQStringT<C> record;
     bool isFirst = true;

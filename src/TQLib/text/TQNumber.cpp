@@ -42,7 +42,8 @@ constexpr std::size_t CertainDigits = 12;
 constexpr std::size_t CertainDecimals = 19;
 
 template <class C>
-_TQMagnitude ReadMagnitude(std::basic_string_view<C> text, unsigned base, ULONGLONG most, ULONGLONG mostNegative) {
+_TQMagnitude ReadMagnitude(std::basic_string_view<C> text, unsigned base, ULONGLONG most,
+                           ULONGLONG mostNegative) {
     if (base == 1 || base > MostBase)
         TQStdExceptions::ThrowParameterInvalidError(L"TQTryParse: base is not 0 and not from 2 to 36.");
     _TQMagnitude read;
@@ -68,8 +69,8 @@ _TQMagnitude ReadMagnitude(std::basic_string_view<C> text, unsigned base, ULONGL
     ULONGLONG value = 0;
     if (base == 10) {
         const C* const stop = at + std::min(static_cast<std::size_t>(end - at), CertainDecimals);
-        for (ULONGLONG digit; at != stop && (digit = static_cast<std::make_unsigned_t<C>>(*at) - ULONGLONG{'0'}) < 10;
-             ++at)
+        for (ULONGLONG digit;
+             at != stop && (digit = static_cast<std::make_unsigned_t<C>>(*at) - ULONGLONG{'0'}) < 10; ++at)
             value = value * 10 + digit;
     } else {
         const C* const stop = at + std::min(static_cast<std::size_t>(end - at), CertainDigits);
@@ -99,7 +100,8 @@ bool IsTooLarge(std::string_view number) noexcept {
     const std::string_view digits = number.substr(0, mark);
     const std::size_t point = std::min(digits.find('.'), digits.size());
     const std::size_t first = digits.find_first_of("123456789");
-    const auto places = static_cast<long long>(point) - static_cast<long long>(first) + (first > point ? 1 : 0);
+    const auto places =
+        static_cast<long long>(point) - static_cast<long long>(first) + (first > point ? 1 : 0);
     long long exponent = 0;
     bool isNegative = false;
     for (const char c : number.substr(std::min(mark, number.size() - 1) + 1)) {
@@ -119,7 +121,8 @@ void ReadNarrowReal(std::string_view text, TQParsed<T>& parsed) noexcept {
     parsed.fault = TQNumberFault::None;
     if (error != std::errc::result_out_of_range) return;
     const bool isTooLarge = IsTooLarge({begin, end});
-    parsed.value = std::copysign(isTooLarge ? std::numeric_limits<T>::infinity() : T{0}, *begin == '-' ? T{-1} : T{1});
+    parsed.value =
+        std::copysign(isTooLarge ? std::numeric_limits<T>::infinity() : T{0}, *begin == '-' ? T{-1} : T{1});
     parsed.fault = isTooLarge ? TQNumberFault::Overflow : TQNumberFault::Underflow;
 }
 
@@ -139,7 +142,8 @@ void ReadWideReal(std::wstring_view text, TQParsed<T>& parsed) {
     if (copied == text.size()) return ReadNarrowReal({buffer.data(), copied}, parsed);
     // All that a number is made of, at least: letters are in its words, parentheses behind nan.
     const auto end = std::find_if(text.begin(), text.end(), [](wchar_t c) {
-        return DigitOf(c) == NoDigit && std::string_view("+-._()").find(NumberCharacter(c)) == std::string_view::npos;
+        return DigitOf(c) == NoDigit &&
+               std::string_view("+-._()").find(NumberCharacter(c)) == std::string_view::npos;
     });
     if (end - text.begin() < static_cast<std::ptrdiff_t>(ShortLength))
         return ReadNarrowReal({buffer.data(), copied}, parsed);
@@ -152,7 +156,8 @@ void ReadWideReal(std::wstring_view text, TQParsed<T>& parsed) {
 
 template <class C>
 [[noreturn]] void ThrowNoNumber(std::basic_string_view<C> text, TQNumberFault fault) {
-    if (fault == TQNumberFault::NoNumber) RefuseText(ERROR_INVALID_DATA, L"TQParse: \"%s\" is no such number.", text);
+    if (fault == TQNumberFault::NoNumber)
+        RefuseText(ERROR_INVALID_DATA, L"TQParse: \"%s\" is no such number.", text);
     RefuseText(ERROR_ARITHMETIC_OVERFLOW,
                fault == TQNumberFault::Overflow ? L"TQParse: \"%s\" is too large for its type."
                                                 : L"TQParse: \"%s\" is too small for its type.",

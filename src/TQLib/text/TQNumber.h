@@ -23,9 +23,9 @@
 namespace Quellan::Corvel {
 
 template <class T>
-concept TQInteger = std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> &&
-                    !std::same_as<T, wchar_t> && !std::same_as<T, char8_t> && !std::same_as<T, char16_t> &&
-                    !std::same_as<T, char32_t>;
+concept TQInteger =
+    std::integral<T> && !std::same_as<T, bool> && !std::same_as<T, char> && !std::same_as<T, wchar_t> &&
+    !std::same_as<T, char8_t> && !std::same_as<T, char16_t> && !std::same_as<T, char32_t>;
 template <class T>
 concept TQReal = std::same_as<T, float> || std::same_as<T, double>;
 
@@ -64,19 +64,19 @@ TQLIB_API void _TQReadReal(std::string_view text, TQParsed<float>& parsed);
 [[noreturn]] TQLIB_API void _TQThrowNoNumber(std::string_view text, TQNumberFault fault);
 
 template <class T>
-concept _TQNumberText = std::is_convertible_v<const T&, _TQTextT<wchar_t>> ||
-                        std::is_convertible_v<const T&, _TQTextT<char>>;
+concept _TQNumberText =
+    std::is_convertible_v<const T&, _TQTextT<wchar_t>> || std::is_convertible_v<const T&, _TQTextT<char>>;
 template <_TQNumberText T>
-using _TQTextOf = std::conditional_t<std::is_convertible_v<const T&, _TQTextT<wchar_t>>, _TQTextT<wchar_t>,
-                                     _TQTextT<char>>;
+using _TQTextOf =
+    std::conditional_t<std::is_convertible_v<const T&, _TQTextT<wchar_t>>, _TQTextT<wchar_t>, _TQTextT<char>>;
 
 // The number that `text` begins with; a null text is the empty one. Throws 87 (ERROR_INVALID_PARAMETER) for a base that
 // there is not, and nothing for what the text is.
 template <TQInteger T, _TQNumberText Text>
 [[nodiscard]] TQParsed<T> TQTryParse(const Text& text, unsigned base = 10) {
     constexpr ULONGLONG Most = std::numeric_limits<T>::max();
-    const _TQMagnitude read = _TQReadMagnitude(_TQTextOf<Text>(text).View(), base, Most,
-                                               std::is_signed_v<T> ? Most + 1 : 0);
+    const _TQMagnitude read =
+        _TQReadMagnitude(_TQTextOf<Text>(text).View(), base, Most, std::is_signed_v<T> ? Most + 1 : 0);
     return {static_cast<T>(read.isNegative ? 0 - read.value : read.value), read.length, read.fault};
 }
 template <TQReal T, _TQNumberText Text>
@@ -113,8 +113,9 @@ class _TQNumberTextT {
     // Throws 87 (ERROR_INVALID_PARAMETER) for a base that is not from 2 to 36.
     template <TQInteger T>
     explicit _TQNumberTextT(T value, unsigned base = 10)
-        : _TQNumberTextT(value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value),
-                         value < 0, base, C{}) {}
+        : _TQNumberTextT(
+              value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value),
+              value < 0, base, C{}) {}
     explicit _TQNumberTextT(double value) noexcept;
     explicit _TQNumberTextT(float value) noexcept;
     _TQNumberTextT(const _TQNumberTextT&) = delete;
@@ -124,12 +125,14 @@ class _TQNumberTextT {
     template <TQInteger T>
     [[nodiscard]] static _TQNumberTextT Grouped(T value, C separator = C{','}) {
         return _TQNumberTextT(
-            value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value), value < 0, 10,
-            separator);
+            value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value),
+            value < 0, 10, separator);
     }
     // A number of bytes for the eye, in the largest unit of 1,024 that it reaches, rounded to one decimal that is left out
     // where it is 0: 512 B, 1.5 GB, 16 EB.
-    [[nodiscard]] static _TQNumberTextT Bytes(ULONGLONG count) noexcept { return _TQNumberTextT(count, BytesTag()); }
+    [[nodiscard]] static _TQNumberTextT Bytes(ULONGLONG count) noexcept {
+        return _TQNumberTextT(count, BytesTag());
+    }
 
     // Valid as long as this object; not terminated.
     [[nodiscard]] std::basic_string_view<C> View() const noexcept {

@@ -33,7 +33,9 @@ template <class C>
 struct _TQAtCharacter {
     C character;
 
-    [[nodiscard]] std::size_t Find(std::basic_string_view<C> text) const noexcept { return text.find(character); }
+    [[nodiscard]] std::size_t Find(std::basic_string_view<C> text) const noexcept {
+        return text.find(character);
+    }
     [[nodiscard]] std::size_t Length() const noexcept { return 1; }
 };
 
@@ -137,14 +139,16 @@ template <class T>
 using _TQCharacterOf = std::conditional_t<_TQWideText<std::remove_cvref_t<T>>, wchar_t, char>;
 template <class T, class C = _TQCharacterOf<T>>
 concept _TQOwnsText = std::is_base_of_v<_TQStringT<C>, std::remove_cvref_t<T>> ||
-                      std::is_same_v<std::basic_string<C>, std::remove_cvref_t<T>>;
+    std::is_same_v<std::basic_string<C>, std::remove_cvref_t<T>>;
 template <class T>
-concept _TQLastingText = (_TQWideText<std::remove_reference_t<T>> || _TQNarrowText<std::remove_reference_t<T>>) &&
-                         (std::is_lvalue_reference_v<T> || !_TQOwnsText<T>);
+concept _TQLastingText = (_TQWideText<std::remove_reference_t<T>> ||
+                          _TQNarrowText<std::remove_reference_t<T>>)&&(std::is_lvalue_reference_v<T> ||
+                                                                       !_TQOwnsText<T>);
 
 // The pieces between occurrences of a character, of any character of a set, of a text.
 template <_TQLastingText T, class C = _TQCharacterOf<T>>
-[[nodiscard]] auto TQSplitAt(T&& text, std::type_identity_t<C> separator, TQSplitOptions options = {}) noexcept {
+[[nodiscard]] auto TQSplitAt(T&& text, std::type_identity_t<C> separator,
+                             TQSplitOptions options = {}) noexcept {
     return _TQPieces(_TQTextT<C>(text).View(), _TQAtCharacter<C>{separator}, options);
 }
 template <_TQLastingText T, class C = _TQCharacterOf<T>>
@@ -165,7 +169,7 @@ concept _TQTexts =
 
 // The texts of `texts` in their order with `separator` between each two. Fails as the strings do.
 template <class R, class C = _TQCharacterOf<std::ranges::range_reference_t<R>>>
-    requires _TQTexts<R, C>
+requires _TQTexts<R, C>
 [[nodiscard]] _TQStringT<C> TQJoin(R&& texts, std::type_identity_t<_TQTextT<C>> separator) {
     const std::basic_string_view<C> between = separator.View();
     std::basic_string<C> joined;

@@ -26,7 +26,7 @@ template <class Path = std::filesystem::path>
     });
 }
 template <class Path>
-    requires std::is_same_v<Path, std::filesystem::path>
+requires std::is_same_v<Path, std::filesystem::path>
 [[nodiscard]] TQString TQFromPath(const Path& path) {
     if constexpr (std::is_same_v<typename Path::value_type, wchar_t>)
         return TQString(path.native());
@@ -46,5 +46,6 @@ struct std::formatter<Quellan::Corvel::_TQStringT<C>, C> : std::formatter<std::b
 };
 
 template <>
-struct std::formatter<Quellan::Corvel::TQString, wchar_t> : std::formatter<Quellan::Corvel::_TQwString, wchar_t> {};
+struct std::formatter<Quellan::Corvel::TQString, wchar_t>
+    : std::formatter<Quellan::Corvel::_TQwString, wchar_t> {};
 #endif

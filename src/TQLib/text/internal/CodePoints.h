@@ -40,7 +40,11 @@ constexpr CodePoint CodePointAt(std::basic_string_view<C> text, std::size_t at) 
         if (second < 0xDC00 || second > 0xDFFF) return Wrong;
         return {0x10000 + ((first - 0xD800) << 10) + (second - 0xDC00), 2, true};
     } else {
-        const std::size_t units = first < 0xC2 ? 0 : first < 0xE0 ? 2 : first < 0xF0 ? 3 : first < 0xF5 ? 4 : 0;
+        const std::size_t units = first < 0xC2   ? 0
+                                  : first < 0xE0 ? 2
+                                  : first < 0xF0 ? 3
+                                  : first < 0xF5 ? 4
+                                                 : 0;
         if (units == 0 || units > text.size() - at) return Wrong;
         char32_t code = first & (0x7Fu >> units);
         for (std::size_t i = 1; i < units; ++i) {
