@@ -32,9 +32,11 @@ void AddEscapes(Contest& contest) {
         Keep(absl::CUnescape({t->c.c_str(), t->c.Length()}, &text));
     });
 
-    contest.Add("escape for XML", "TQEscapeXmlAttribute", [t] { Keep(TQEscapeXmlAttribute(t->plain).c_str()); });
+    contest.Add("escape for XML", "TQEscapeXmlAttribute",
+                [t] { Keep(TQEscapeXmlAttribute(t->plain).c_str()); });
     contest.Add("escape for XML", "g_markup_escape_text", [t] {
-        Keep(GText(g_markup_escape_text(t->plain.data(), static_cast<gssize>(t->plain.size())), &g_free).get());
+        Keep(GText(g_markup_escape_text(t->plain.data(), static_cast<gssize>(t->plain.size())), &g_free)
+                 .get());
     });
 
     contest.Add("escape for a URL", "TQEscapeUrl", [t] { Keep(TQEscapeUrl(t->plain).c_str()); });

@@ -27,7 +27,8 @@ struct Numbers {
             const std::uint64_t bits = random();
             double real;
             std::memcpy(&real, &bits, sizeof real);
-            if (real != real || integers.size() % 2 != 0) real = static_cast<double>(random() % 10'000'000) / 100;
+            if (real != real || integers.size() % 2 != 0)
+                real = static_cast<double>(random() % 10'000'000) / 100;
             reals.push_back(real);
             integerTexts.push_back(fmt::format("{}", integers.back()));
             realTexts.push_back(fmt::format("{}", real));

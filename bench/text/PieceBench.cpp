@@ -15,7 +15,8 @@ namespace {
 // A record of 20 fields, some of them empty.
 struct Record {
     Record() {
-        static constexpr std::string_view Words[] = {"service", "", "17", "C:\\Program Files", "automatic start", "2.5"};
+        static constexpr std::string_view Words[] = {"service",         "",   "17", "C:\\Program Files",
+                                                     "automatic start", "2.5"};
         for (std::size_t i = 0; i < 20; ++i)
             fields.emplace_back(Words[i % std::size(Words)]);
         text = absl::StrJoin(fields, ",");
@@ -68,7 +69,8 @@ void AddPieces(Contest& contest) {
     contest.Add("append 20 characters", "std::wstring", &AppendCharacters<std::wstring>);
 
     contest.Add("split at a character", "TQSplitAt", [r] { Keep(LengthsOf(TQSplitAt(r->text, ','))); });
-    contest.Add("split at a character", "absl::StrSplit", [r] { Keep(LengthsOf(absl::StrSplit(r->text, ','))); });
+    contest.Add("split at a character", "absl::StrSplit",
+                [r] { Keep(LengthsOf(absl::StrSplit(r->text, ','))); });
     contest.Add("split at a character", "find and substr",
                 [r] { Keep(LengthsByFind(std::string_view(r->text), ',')); });
 
@@ -77,7 +79,8 @@ void AddPieces(Contest& contest) {
     contest.Add("split wide text at a character", "find and substr",
                 [r] { Keep(LengthsByFind(std::wstring_view(r->wide), L',')); });
 
-    contest.Add("split at any of a set", "TQSplitAtAny", [r] { Keep(LengthsOf(TQSplitAtAny(r->text, ",;: "))); });
+    contest.Add("split at any of a set", "TQSplitAtAny",
+                [r] { Keep(LengthsOf(TQSplitAtAny(r->text, ",;: "))); });
     contest.Add("split at any of a set", "absl::StrSplit",
                 [r] { Keep(LengthsOf(absl::StrSplit(r->text, absl::ByAnyChar(",;: ")))); });
 

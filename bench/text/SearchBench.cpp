@@ -34,9 +34,11 @@ void AddSearches(Contest& contest) {
     contest.Add("find in 1000", "wcsstr", [t] { Keep(std::wcsstr(t->wide.c_str(), L"Access Denied")); });
 
     contest.Add("find in 1000, no case", "_TQaString", [t] { Keep(t->narrow.FindNoCase("access denied")); });
-    contest.Add("find in 1000, no case", "strcasestr", [t] { Keep(strcasestr(t->narrow.c_str(), "access denied")); });
+    contest.Add("find in 1000, no case", "strcasestr",
+                [t] { Keep(strcasestr(t->narrow.c_str(), "access denied")); });
 
-    contest.Add("find in 1000 wide, no case", "TQString", [t] { Keep(t->wide.FindNoCase(L"access denied")); });
+    contest.Add("find in 1000 wide, no case", "TQString",
+                [t] { Keep(t->wide.FindNoCase(L"access denied")); });
     contest.Add("find in 1000 wide, no case", "find in upper case",
                 [t] { Keep(t->wide.ToUpper().Find(TQString(L"access denied").ToUpper())); });
 
@@ -50,13 +52,15 @@ void AddSearches(Contest& contest) {
         _TQaString text = t->narrow;
         Keep(text.Replace("log", "journal"));
     });
-    contest.Add("replace in 1000", "absl::StrReplaceAll",
-                [t] { Keep(absl::StrReplaceAll({t->narrow.c_str(), t->narrow.Length()}, {{"log", "journal"}}).c_str()); });
+    contest.Add("replace in 1000", "absl::StrReplaceAll", [t] {
+        Keep(absl::StrReplaceAll({t->narrow.c_str(), t->narrow.Length()}, {{"log", "journal"}}).c_str());
+    });
 
     contest.Add("match a pattern", "_TQaString", [t] { Keep(t->narrow.Matches("The*log file*Denie?")); });
     contest.Add("match a pattern", "g_pattern_match_simple",
                 [t] { Keep(g_pattern_match_simple("The*log file*Denie?", t->narrow.c_str())); });
-    contest.Add("match a pattern", "fnmatch", [t] { Keep(fnmatch("The*log file*Denie?", t->narrow.c_str(), 0)); });
+    contest.Add("match a pattern", "fnmatch",
+                [t] { Keep(fnmatch("The*log file*Denie?", t->narrow.c_str(), 0)); });
 }
 
 }  // namespace Quellan::Corvel::Bench

@@ -10,6 +10,7 @@ void MessagesSample();
 void RegistrySample();
 void SecurityIdentifiersSample();
 void ServicesSample();
+void TextSample();
 void ThreadPoolSample();
 void ThreadsSample();
 

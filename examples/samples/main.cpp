@@ -16,11 +16,17 @@ struct Sample {
     void (*run)();
 };
 constexpr Sample Samples[] = {
-    {L"README", FirstProgramSample},    {L"access-control", AccessControlSample},
-    {L"exceptions", ExceptionsSample},  {L"formatting", FormattingSample},
-    {L"logging", LoggingSample},        {L"messages", MessagesSample},
-    {L"registry", RegistrySample},      {L"security-identifiers", SecurityIdentifiersSample},
-    {L"thread-pool", ThreadPoolSample}, {L"threads", ThreadsSample},
+    {L"README", FirstProgramSample},
+    {L"access-control", AccessControlSample},
+    {L"exceptions", ExceptionsSample},
+    {L"formatting", FormattingSample},
+    {L"logging", LoggingSample},
+    {L"messages", MessagesSample},
+    {L"registry", RegistrySample},
+    {L"security-identifiers", SecurityIdentifiersSample},
+    {L"text", TextSample},
+    {L"thread-pool", ThreadPoolSample},
+    {L"threads", ThreadsSample},
     {L"services", ServicesSample},
 };
 

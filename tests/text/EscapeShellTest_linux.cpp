@@ -9,8 +9,10 @@ namespace Quellan::Corvel {
 namespace {
 
 TEST(CommandLine, IsReadByTheShellAsItWasPut) {
-    const TQStringArray words{L"printf", L"[%s]", L"two words", L"", L"it's", L"$HOME `id` \\", L"*", L"a\nb", L";&|<>()#~!\"", L"\u00E9", L"-x=\\'"};
-    const std::unique_ptr<FILE, int (*)(FILE*)> shell(popen(TQShellCommandLine(words).ToUtf8().c_str(), "r"), &pclose);
+    const TQStringArray words{L"printf", L"[%s]", L"two words",    L"",       L"it's",  L"$HOME `id` \\",
+                              L"*",      L"a\nb", L";&|<>()#~!\"", L"\u00E9", L"-x=\\'"};
+    const std::unique_ptr<FILE, int (*)(FILE*)> shell(popen(TQShellCommandLine(words).ToUtf8().c_str(), "r"),
+                                                      &pclose);
     ASSERT_TRUE(shell);
     char buffer[256];
     const std::string printed(buffer, std::fread(buffer, 1, sizeof buffer, shell.get()));

@@ -14,6 +14,7 @@
 #include <string>
 #include <string_view>
 #include <type_traits>
+#include <utility>
 
 namespace Quellan::Corvel {
 namespace {
@@ -44,42 +45,72 @@ constexpr bool IsOneOf(char c, std::string_view set) {
 }
 
 constexpr AsciiSet JsonPlain([](char c) { return c >= ' ' && !IsOneOf(c, "\"\\"); });
-constexpr AsciiSet XmlTextPlain([](char c) { return (c >= ' ' && !IsOneOf(c, "&<>")) || c == '\t' || c == '\n'; });
+constexpr AsciiSet XmlTextPlain([](char c) {
+    return (c >= ' ' && !IsOneOf(c, "&<>")) || c == '\t' || c == '\n';
+});
 constexpr AsciiSet XmlAttributePlain([](char c) { return c >= ' ' && !IsOneOf(c, "&<>\"'"); });
 constexpr AsciiSet UrlPlain([](char c) { return IsAlphanumeric(c) || IsOneOf(c, "-._~"); });
 constexpr AsciiSet CPlain([](char c) { return c >= ' ' && c != 0x7F && !IsOneOf(c, "\"\\"); });
 constexpr AsciiSet ShellPlain([](char c) { return IsAlphanumeric(c) || IsOneOf(c, "@%_+:,./-"); });
 
-// What a text becomes: plain characters as they are, others by `write`, which gets the result and the position in
+// A text in the making. What one character becomes is written without a look at the room for it.
+template <class C>
+class EscapeOutput {
+  public:
+    explicit EscapeOutput(std::size_t likelyLength) { m_text.resize(likelyLength); }
+
+    // Makes room for so many characters more and the longest that one becomes.
+    void Need(std::size_t length) {
+        constexpr std::size_t LongestOfOne = 12;
+        length += LongestOfOne;
+        if (m_text.size() - m_length < length) m_text.resize(std::max(m_length + length, 2 * m_text.size()));
+    }
+    void Put(C character) noexcept { m_text[m_length++] = character; }
+    void PutAscii(std::string_view text) noexcept {
+        for (const char c : text)
+            Put(static_cast<C>(c));
+    }
+    // The lowest digits of `value`.
+    void PutDigits(char32_t value, unsigned digits, unsigned bitsEach,
+                   const char* alphabet = "0123456789abcdef") noexcept {
+        while (digits-- > 0)
+            Put(static_cast<C>(alphabet[value >> digits * bitsEach & ((1u << bitsEach) - 1)]));
+    }
+    void PutCode(char32_t code) noexcept {
+        PutCodePoint<C>(code, [this](C unit) { Put(unit); });
+    }
+    // After room was made for it.
+    void PutText(std::basic_string_view<C> text) noexcept {
+        text.copy(m_text.data() + m_length, text.size());
+        m_length += text.size();
+    }
+    std::basic_string<C> Take() {
+        m_text.resize(m_length);
+        return std::move(m_text);
+    }
+
+  private:
+    std::basic_string<C> m_text;
+    std::size_t m_length = 0;
+};
+
+// What a text becomes: plain characters as they are, others by `write`, which gets the output and the position in
 // the text and returns the position behind what it has written.
 template <class C, class Write>
 std::basic_string<C> Rewritten(std::basic_string_view<C> text, const AsciiSet& plain, const wchar_t* where,
                                Write write) {
     return Translated(where, [&] {
-        std::basic_string<C> result;
-        result.reserve(text.size());
+        EscapeOutput<C> output(text.size() + text.size() / 4 + 1);
         for (std::size_t at = 0;;) {
             const std::size_t begin = at;
             while (at < text.size() && plain.Has(text[at]))
                 ++at;
-            result.append(text, begin, at - begin);
-            if (at == text.size()) return result;
-            at = write(result, at);
+            output.Need(at - begin);
+            output.PutText(text.substr(begin, at - begin));
+            if (at == text.size()) return output.Take();
+            at = write(output, at);
         }
     });
-}
-
-template <class C>
-void AppendAscii(std::basic_string<C>& text, std::string_view ascii) {
-    text.append(ascii.begin(), ascii.end());
-}
-
-// The lowest digits of `value`.
-template <class C>
-void AppendDigits(std::basic_string<C>& text, char32_t value, unsigned digits, unsigned bitsEach,
-                  const char* alphabet = "0123456789abcdef") {
-    while (digits-- > 0)
-        text += static_cast<C>(alphabet[value >> digits * bitsEach & ((1u << bitsEach) - 1)]);
 }
 
 constexpr unsigned NoDigitHere = 16;
@@ -109,40 +140,51 @@ char32_t HexAt(std::basic_string_view<C> text, std::size_t at, std::size_t digit
 
 // A character beyond the plain ones as it is, or U+FFFD.
 template <class C>
-std::size_t CopyCodePoint(std::basic_string<C>& result, std::basic_string_view<C> text, std::size_t at) {
+std::size_t CopyCodePoint(EscapeOutput<C>& output, std::basic_string_view<C> text, std::size_t at) {
     const CodePoint point = CodePointAt(text, at);
-    AppendCodePoint(result, point.code);
+    output.PutCode(point.code);
     return at + point.units;
 }
 
-// The letters of one-letter escapes, each beside what it stands for.
-constexpr std::string_view JsonLetters = "b\bf\fn\nr\rt\t\"\"\\\\//";
-constexpr std::string_view CLetters = "a\ab\bf\fn\nr\rt\tv\v\"\"\\\\''??";
+// Escapes of one letter, from pairs of it and what it stands for.
+class Letters {
+  public:
+    constexpr explicit Letters(std::string_view pairs) {
+        for (std::size_t i = 0; i < pairs.size(); i += 2) {
+            m_characters[static_cast<std::size_t>(pairs[i])] = pairs[i + 1];
+            m_letters[static_cast<std::size_t>(pairs[i + 1])] = pairs[i];
+        }
+    }
+    // 0 where there is none.
+    template <class C>
+    [[nodiscard]] constexpr char CharacterOf(C letter) const noexcept {
+        const auto code = static_cast<std::make_unsigned_t<C>>(letter);
+        return code < m_characters.size() ? m_characters[code] : '\0';
+    }
+    template <class C>
+    [[nodiscard]] constexpr char LetterOf(C character) const noexcept {
+        const auto code = static_cast<std::make_unsigned_t<C>>(character);
+        return code < m_letters.size() ? m_letters[code] : '\0';
+    }
 
-// What the escape `letter` stands for, and the letter for `character`; 0 where there is none.
-template <class C>
-char CharacterOf(C letter, std::string_view letters) noexcept {
-    for (std::size_t i = 0; i < letters.size(); i += 2)
-        if (letter == static_cast<C>(letters[i])) return letters[i + 1];
-    return 0;
-}
-template <class C>
-char LetterOf(C character, std::string_view letters) noexcept {
-    for (std::size_t i = 0; i < letters.size(); i += 2)
-        if (character == static_cast<C>(letters[i + 1])) return letters[i];
-    return 0;
-}
+  private:
+    std::array<char, 128> m_characters{};
+    std::array<char, 128> m_letters{};
+};
+
+constexpr Letters JsonLetters("b\bf\fn\nr\rt\t\"\"\\\\//");
+constexpr Letters CLetters("a\ab\bf\fn\nr\rt\tv\v\"\"\\\\''??");
 
 template <class C>
 std::basic_string<C> EscapedJson(std::basic_string_view<C> text) {
-    return Rewritten(text, JsonPlain, L"TQEscapeJson", [&](std::basic_string<C>& result, std::size_t at) {
-        if (static_cast<std::make_unsigned_t<C>>(text[at]) >= 0x80) return CopyCodePoint(result, text, at);
-        result += C{'\\'};
-        if (const char letter = LetterOf(text[at], JsonLetters)) {
-            result += static_cast<C>(letter);
+    return Rewritten(text, JsonPlain, L"TQEscapeJson", [&](EscapeOutput<C>& output, std::size_t at) {
+        if (static_cast<std::make_unsigned_t<C>>(text[at]) >= 0x80) return CopyCodePoint(output, text, at);
+        output.Put(C{'\\'});
+        if (const char letter = JsonLetters.LetterOf(text[at])) {
+            output.Put(static_cast<C>(letter));
         } else {
-            result += C{'u'};
-            AppendDigits(result, static_cast<char32_t>(text[at]), 4, 4);
+            output.Put(C{'u'});
+            output.PutDigits(static_cast<char32_t>(text[at]), 4, 4);
         }
         return at + 1;
     });
@@ -151,16 +193,16 @@ std::basic_string<C> EscapedJson(std::basic_string_view<C> text) {
 template <class C>
 std::basic_string<C> UnescapedJson(std::basic_string_view<C> text) {
     constexpr auto Where = L"TQUnescapeJson";
-    return Rewritten(text, JsonPlain, Where, [&](std::basic_string<C>& result, std::size_t at) {
+    return Rewritten(text, JsonPlain, Where, [&](EscapeOutput<C>& output, std::size_t at) {
         if (static_cast<std::make_unsigned_t<C>>(text[at]) >= 0x80) {
             if (!CodePointAt(text, at).isValid) RefuseAt(Where, L"no character", at);
-            return CopyCodePoint(result, text, at);
+            return CopyCodePoint(output, text, at);
         }
         if (text[at] != C{'\\'}) RefuseAt(Where, L"character that must be escaped", at);
         const std::size_t begin = at;
         const C letter = ++at < text.size() ? text[at] : C{};
-        if (const char character = CharacterOf(letter, JsonLetters)) {
-            result += static_cast<C>(character);
+        if (const char character = JsonLetters.CharacterOf(letter)) {
+            output.Put(static_cast<C>(character));
             return at + 1;
         }
         char32_t code = letter == C{'u'} ? HexAt(text, at + 1, 4) : NoNumber;
@@ -173,7 +215,7 @@ std::basic_string<C> UnescapedJson(std::basic_string_view<C> text) {
             }
         }
         if (!IsCodePoint(code)) RefuseAt(Where, L"wrong escape", begin);
-        AppendCodePoint(result, code);
+        output.PutCode(code);
         return at;
     });
 }
@@ -188,17 +230,17 @@ constexpr std::string_view XmlCharacters = "&<>\"'";
 
 template <class C>
 std::basic_string<C> EscapedXml(std::basic_string_view<C> text, const AsciiSet& plain, const wchar_t* where) {
-    return Rewritten(text, plain, where, [&](std::basic_string<C>& result, std::size_t at) {
+    return Rewritten(text, plain, where, [&](EscapeOutput<C>& output, std::size_t at) {
         const CodePoint point = CodePointAt(text, at);
         if (!IsXmlCharacter(point.code)) RefuseAt(where, L"character that XML cannot have", at);
-        if (point.code >= 0x80) return CopyCodePoint(result, text, at);
-        result += C{'&'};
+        if (point.code >= 0x80) return CopyCodePoint(output, text, at);
+        output.Put(C{'&'});
         const std::size_t name = XmlCharacters.find(static_cast<char>(point.code));
         if (name != XmlCharacters.npos)
-            AppendAscii(result, XmlNames[name]);
+            output.PutAscii(XmlNames[name]);
         else
-            AppendAscii(result, point.code == '\t' ? "#9" : point.code == '\n' ? "#10" : "#13");
-        result += C{';'};
+            output.PutAscii(point.code == '\t' ? "#9" : point.code == '\n' ? "#10" : "#13");
+        output.Put(C{';'});
         return at + 1;
     });
 }
@@ -226,29 +268,27 @@ char32_t XmlReference(std::basic_string_view<C> name) noexcept {
 template <class C>
 std::basic_string<C> UnescapedXml(std::basic_string_view<C> text) {
     constexpr auto Where = L"TQUnescapeXml";
-    return Rewritten(text, XmlTextPlain, Where, [&](std::basic_string<C>& result, std::size_t at) {
+    return Rewritten(text, XmlTextPlain, Where, [&](EscapeOutput<C>& output, std::size_t at) {
         const CodePoint point = CodePointAt(text, at);
         if (!point.isValid || !IsXmlCharacter(point.code) || point.code == '<')
             RefuseAt(Where, L"character that must be escaped", at);
-        if (point.code != '&') return CopyCodePoint(result, text, at);
+        if (point.code != '&') return CopyCodePoint(output, text, at);
         const std::size_t end = text.find(C{';'}, at);
         const char32_t code = end == text.npos ? NoNumber : XmlReference(text.substr(at + 1, end - at - 1));
         if (!IsXmlCharacter(code)) RefuseAt(Where, L"wrong reference", at);
-        AppendCodePoint(result, code);
+        output.PutCode(code);
         return end + 1;
     });
 }
 
 template <class C>
 std::basic_string<C> EscapedUrl(std::basic_string_view<C> text) {
-    return Rewritten(text, UrlPlain, L"TQEscapeUrl", [&](std::basic_string<C>& result, std::size_t at) {
+    return Rewritten(text, UrlPlain, L"TQEscapeUrl", [&](EscapeOutput<C>& output, std::size_t at) {
         const CodePoint point = CodePointAt(text, at);
-        std::string bytes;  // never so many that it takes memory
-        AppendCodePoint(bytes, point.code);
-        for (const char byte : bytes) {
-            result += C{'%'};
-            AppendDigits(result, static_cast<unsigned char>(byte), 2, 4, "0123456789ABCDEF");
-        }
+        PutCodePoint<char>(point.code, [&](char byte) {
+            output.Put(C{'%'});
+            output.PutDigits(static_cast<unsigned char>(byte), 2, 4, "0123456789ABCDEF");
+        });
         return at + point.units;
     });
 }
@@ -257,10 +297,10 @@ template <class C>
 std::basic_string<C> UnescapedUrl(std::basic_string_view<C> text) {
     constexpr auto Where = L"TQUnescapeUrl";
     constexpr AsciiSet Plain([](char c) { return c != '%'; });
-    return Rewritten(text, Plain, Where, [&](std::basic_string<C>& result, std::size_t at) {
+    return Rewritten(text, Plain, Where, [&](EscapeOutput<C>& output, std::size_t at) {
         if (text[at] != C{'%'}) {
             if (!CodePointAt(text, at).isValid) RefuseAt(Where, L"no character", at);
-            return CopyCodePoint(result, text, at);
+            return CopyCodePoint(output, text, at);
         }
         // The bytes of one character.
         const std::size_t begin = at;
@@ -275,28 +315,28 @@ std::basic_string<C> UnescapedUrl(std::basic_string_view<C> text) {
             point = CodePointAt(std::string_view(bytes.data(), count), 0);
         } while (!point.isValid && count < bytes.size());
         if (!point.isValid) RefuseAt(Where, L"escapes that are no UTF-8", begin);
-        AppendCodePoint(result, point.code);
+        output.PutCode(point.code);
         return at;
     });
 }
 
 template <class C>
 std::basic_string<C> EscapedC(std::basic_string_view<C> text) {
-    return Rewritten(text, CPlain, L"TQEscapeC", [&](std::basic_string<C>& result, std::size_t at) {
-        result += C{'\\'};
-        if (const char letter = LetterOf(text[at], CLetters)) {
-            result += static_cast<C>(letter);
+    return Rewritten(text, CPlain, L"TQEscapeC", [&](EscapeOutput<C>& output, std::size_t at) {
+        output.Put(C{'\\'});
+        if (const char letter = CLetters.LetterOf(text[at])) {
+            output.Put(static_cast<C>(letter));
             return at + 1;
         }
         CodePoint point{static_cast<unsigned char>(text[at]), 1, true};
         if constexpr (sizeof(C) > 1) point = CodePointAt(text, at);
         // Three digits of octal end by themselves, and \u knows no controls.
         if (point.code < 0xA0 || sizeof(C) == 1) {
-            AppendDigits(result, point.code, 3, 3);
+            output.PutDigits(point.code, 3, 3);
         } else {
             const bool isLong = point.code > 0xFFFF;
-            result += isLong ? C{'U'} : C{'u'};
-            AppendDigits(result, point.code, isLong ? 8 : 4, 4);
+            output.Put(isLong ? C{'U'} : C{'u'});
+            output.PutDigits(point.code, isLong ? 8 : 4, 4);
         }
         return at + point.units;
     });
@@ -307,35 +347,36 @@ std::basic_string<C> UnescapedC(std::basic_string_view<C> text) {
     constexpr auto Where = L"TQUnescapeC";
     // A unit by its number: in octal up to three digits, in hexadecimal all that there are.
     constexpr char32_t MostUnit = sizeof(C) == 1 ? 0xFF : sizeof(C) == 2 ? 0xFFFF : 0x10FFFF;
-    const auto appendUnit = [&](std::basic_string<C>& result, std::size_t begin, std::size_t at, unsigned base,
+    const auto appendUnit = [&](EscapeOutput<C>& output, std::size_t begin, std::size_t at, unsigned base,
                                 std::size_t mostDigits) {
         const std::size_t first = at;
         char32_t value = 0;
-        for (unsigned digit; at < text.size() && at - first < mostDigits && (digit = HexDigit(text[at])) < base; ++at)
+        for (unsigned digit;
+             at < text.size() && at - first < mostDigits && (digit = HexDigit(text[at])) < base; ++at)
             value = std::min(value * base + digit, MostUnit + 1);
         if (at == first || value > MostUnit) RefuseAt(Where, L"wrong escape", begin);
-        result += static_cast<C>(value);
+        output.Put(static_cast<C>(value));
         return at;
     };
     constexpr AsciiSet Plain([](char c) { return !IsOneOf(c, "\"\\\n"); });
-    return Rewritten(text, Plain, Where, [&](std::basic_string<C>& result, std::size_t at) {
+    return Rewritten(text, Plain, Where, [&](EscapeOutput<C>& output, std::size_t at) {
         if (static_cast<std::make_unsigned_t<C>>(text[at]) >= 0x80) {
-            result += text[at];
+            output.Put(text[at]);
             return at + 1;
         }
         if (text[at] != C{'\\'}) RefuseAt(Where, L"character that must be escaped", at);
         const std::size_t begin = at;
         const C letter = ++at < text.size() ? text[at] : C{};
-        if (const char character = CharacterOf(letter, CLetters)) {
-            result += static_cast<C>(character);
+        if (const char character = CLetters.CharacterOf(letter)) {
+            output.Put(static_cast<C>(character));
             return at + 1;
         }
-        if (HexDigit(letter) < 8) return appendUnit(result, begin, at, 8, 3);
-        if (letter == C{'x'}) return appendUnit(result, begin, at + 1, 16, text.npos);
+        if (HexDigit(letter) < 8) return appendUnit(output, begin, at, 8, 3);
+        if (letter == C{'x'}) return appendUnit(output, begin, at + 1, 16, text.npos);
         const std::size_t digits = letter == C{'u'} ? 4 : letter == C{'U'} ? 8 : 0;
         const char32_t code = digits == 0 ? NoNumber : HexAt(text, at + 1, digits);
         if (!IsCodePoint(code)) RefuseAt(Where, L"wrong escape", begin);
-        AppendCodePoint(result, code);
+        output.PutCode(code);
         return at + 1 + digits;
     });
 }
@@ -468,7 +509,8 @@ TQStringArray TQSplitWindowsCommandLine(_TQTextT<wchar_t> text) {
 
 TQString TQQuoteShellWord(_TQTextT<wchar_t> word) {
     const std::wstring_view text = WithoutZero(word.View(), L"TQQuoteShellWord");
-    if (!text.empty() && std::all_of(text.begin(), text.end(), [](wchar_t c) { return ShellPlain.Has(c); })) return text;
+    if (!text.empty() && std::all_of(text.begin(), text.end(), [](wchar_t c) { return ShellPlain.Has(c); }))
+        return text;
     TQString quoted = text;
     quoted.Replace(L"'", L"'\\''");
     return L"'" + quoted + L"'";

@@ -107,7 +107,7 @@ class _TQStringT {
     _TQStringT& Append(_TQTextT<C> text);
     _TQStringT& operator+=(_TQTextT<C> text) { return Append(text); }
     _TQStringT& operator+=(C character) {
-        if (m_text.size() == m_text.capacity()) return Append(std::basic_string_view<C>(&character, 1));
+        if (m_text.size() == m_text.capacity()) GrowForCharacters();
         m_text.push_back(character);
         return *this;
     }
@@ -229,6 +229,8 @@ class _TQStringT {
     [[nodiscard]] const std::basic_string<C>& Storage() const noexcept { return m_text; }
 
   private:
+    // Where one character comes more are likely to follow.
+    void GrowForCharacters();
     template <class Search>
     std::size_t ReplaceFound(_TQTextT<C> what, _TQTextT<C> with, Search find);
     void AppendArgs(const C* format, std::span<const TQFormatArg> args,
