@@ -12,6 +12,7 @@ void RegistrySample();
 void SecretsSample();
 void SecurityIdentifiersSample();
 void ServicesSample();
+void TextSample();
 void ThreadPoolSample();
 void ThreadsSample();
 

@@ -16,12 +16,19 @@ struct Sample {
     void (*run)();
 };
 constexpr Sample Samples[] = {
-    {L"README", FirstProgramSample},    {L"access-control", AccessControlSample},
-    {L"exceptions", ExceptionsSample},  {L"formatting", FormattingSample},
-    {L"logging", LoggingSample},        {L"memory", MemorySample},
-    {L"messages", MessagesSample},      {L"registry", RegistrySample},
-    {L"secrets", SecretsSample},        {L"security-identifiers", SecurityIdentifiersSample},
-    {L"thread-pool", ThreadPoolSample}, {L"threads", ThreadsSample},
+    {L"README", FirstProgramSample},
+    {L"access-control", AccessControlSample},
+    {L"exceptions", ExceptionsSample},
+    {L"formatting", FormattingSample},
+    {L"logging", LoggingSample},
+    {L"memory", MemorySample},
+    {L"messages", MessagesSample},
+    {L"registry", RegistrySample},
+    {L"secrets", SecretsSample},
+    {L"security-identifiers", SecurityIdentifiersSample},
+    {L"text", TextSample},
+    {L"thread-pool", ThreadPoolSample},
+    {L"threads", ThreadsSample},
     {L"services", ServicesSample},
 };
 

@@ -40,6 +40,7 @@
 #include "TQLib/system/TQLocale.h"
 #include "TQLib/system/TQSysProc.h"
 #include "TQLib/text/STLString.h"
+#include "TQLib/text/TQEscape.h"
 #include "TQLib/text/TQFields.h"
 #include "TQLib/text/TQFormat.h"
 #include "TQLib/text/TQNumber.h"

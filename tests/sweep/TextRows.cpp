@@ -1,4 +1,8 @@
 #include "TQLib/platform/Win32.h"
+#include "TQLib/text/TQEscape.h"
+#include "TQLib/text/TQFields.h"
+#include "TQLib/text/TQNumber.h"
+#include "TQLib/text/TQSplit.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"
 #include "TQLib/text/memory/TQDataBuf.h"
@@ -79,6 +83,45 @@ std::vector<SweptOperation> TextRows() {
               [](TQString& text) { EXPECT_EQ(TQString::FromUtf8(text.ToUtf8()), text); }),
         Swept("string ANSI", Text,
               [](TQString& text) { EXPECT_EQ(TQString::FromAnsi(text.ToAnsi()), text); }),
+        Swept("string replace no case", Text, Unchanged,
+              [](TQString& text) { text.ReplaceNoCase(L"A", LongText); }),
+        Swept("string pad", Text, Unchanged, [](TQString& text) { text.PadLeft(200); }),
+        Swept("string repeat", Text, Unchanged, [](TQString& text) { text.Repeat(3); }),
+        Swept("string UTF-16", Text,
+              [](TQString& text) {
+                  EXPECT_EQ(TQString::FromUtf16(text.ToUtf16()), text);
+                  EXPECT_EQ(TQString::FromUtf32(text.ToUtf32()), text);
+              }),
+        Swept("long number", Text,
+              [](TQString& text) {
+                  text = L"";
+                  text.PadLeft(100, L'0');
+                  EXPECT_EQ(TQParse<double>(text += L"1"), 1.0);
+              }),
+        Swept("pieces", Text,
+              [](TQString& text) { EXPECT_EQ(TQJoin(TQStringArray(TQSplitAt(text, L' ')), L" "), text); }),
+        Swept("fields", Text,
+              [](TQString& text) {
+                  const TQString record = TQJoinFields(TQStringArray{text + L"\"", text});
+                  TQFieldReader reader(record);
+                  EXPECT_TRUE(reader.NextRecord());
+                  EXPECT_EQ(reader.NextField(), text + L"\"");
+              }),
+        Swept("escapes", Text,
+              [](TQString& text) {
+                  text += L"\"&\u00E9";
+                  EXPECT_EQ(TQUnescapeJson(TQEscapeJson(text)), text);
+                  EXPECT_EQ(TQUnescapeXml(TQEscapeXmlText(text)), text);
+                  EXPECT_EQ(TQUnescapeUrl(TQEscapeUrl(text)), text);
+                  EXPECT_EQ(TQUnescapeC(TQEscapeC(text)), text);
+              }),
+        Swept("command lines", Texts,
+              [](TQStringArray& words) {
+                  EXPECT_EQ(TQSplitShellCommandLine(TQShellCommandLine(words)), words);
+                  EXPECT_EQ(TQSplitWindowsCommandLine(TQWindowsCommandLine(L"a", words)).Count(), 4u);
+              }),
+        Swept("array unique", Texts, Unchanged, [](TQStringArray& texts) { texts.UniqueNoCase(); }),
+        Swept("array sort no case", Texts, [](TQStringArray& texts) { texts.SortNoCase(); }),
         Swept("array copy", Texts, [](TQStringArray& texts) { TQStringArray{texts}; }),
         Swept("array assign", Texts, Unchanged,
               [](TQStringArray& texts) {

@@ -1,6 +1,8 @@
 // tq service create, config and failure.
 #include "ServiceWords.h"
 
+#include "TQLib/text/TQEscape.h"
+
 #include <cwchar>
 #include <optional>
 
@@ -14,18 +16,11 @@ constexpr DWORD MaxSeconds = 24 * 60 * 60;
 
 TQString QuotedCommandLine(Arguments& arguments) {
     if (arguments.AtEnd()) throw UsageError(L"say which program, behind --");
-    TQString line = TQString::Format(L"\"%s\"", arguments.Next().c_str());
-    while (!arguments.AtEnd()) {
-        TQString argument = arguments.Next();
-        const bool isPlain =
-            !argument.IsEmpty() && argument.View().find_first_of(L" \t\"") == std::wstring_view::npos;
-        argument.Replace(L"\"", L"\\\"");
-        if (isPlain)
-            line.AppendFormat(L" %s", argument.c_str());
-        else
-            line.AppendFormat(L" \"%s\"", argument.c_str());
-    }
-    return line;
+    const TQString program = arguments.Next();
+    TQStringArray others;
+    while (!arguments.AtEnd())
+        others.Add(arguments.Next());
+    return TQWindowsCommandLine(program, others);
 }
 
 // What create and config take; what was not given is empty.

@@ -4,12 +4,12 @@
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/ServiceControl.h"
 #include "TQLib/services/TQServiceCtrl.h"
-#include "TQLib/services/internal/CommandLineText.h"
 #include "TQLib/services/internal/InsideService.h"
 #include "TQLib/services/internal/InstalledService.h"
 #include "TQLib/services/internal/ServiceFailure.h"
 #include "TQLib/services/internal/ServiceHost.h"
 #include "TQLib/system/TQSysProc.h"
+#include "TQLib/text/TQEscape.h"
 #include "TQLib/text/memory/internal/Translated.h"
 #include "TQLib/threads/internal/GuardedStep.h"
 
@@ -214,7 +214,7 @@ void TQServiceMgr::UnInstall() {
 void TQServiceMgr::InstallService(_TQService& service, const TQStringArray& arguments, TQSvcHandle& handle) {
     const TQString name = service.ServiceName(), displayName = service.DisplayName(),
                    account = service.LogonAccount(), password = service.LogonPassword();
-    const TQString commandLine = CommandLineText(TQSysProc::ModuleFileName(nullptr), arguments);
+    const TQString commandLine = TQWindowsCommandLine(TQSysProc::ModuleFileName(nullptr), arguments);
     InstallService(handle, name.c_str(), displayName.c_str(), commandLine.c_str(), account.c_str(),
                    password.c_str(), service.CurrentRecord().serviceType, service.StartType(),
                    service.Options());

@@ -166,13 +166,17 @@ template <class C>
 
 constexpr std::string_view ByteUnits[] = {" B", " KB", " MB", " GB", " TB", " PB", " EB"};
 
-template <class C, class T>
-std::size_t WriteReal(std::span<C> text, T value) noexcept {
-    std::array<char, 32> narrow;  // the shortest text of a double has at most 24 characters
-    const char* const end = std::to_chars(narrow.data(), narrow.data() + narrow.size(), value).ptr;
-    const auto length = static_cast<std::size_t>(end - narrow.data());
-    std::copy_n(narrow.begin(), length, text.end() - static_cast<std::ptrdiff_t>(length));
-    return text.size() - length;
+// Writes in front of `end` and returns where the text begins.
+template <class C>
+C* PutDecimal(C* end, ULONGLONG value) noexcept {
+    for (; value >= 100; value /= 100)
+        end =
+            std::copy_backward(&DigitPairs<C>[2 * (value % 100)], &DigitPairs<C>[2 * (value % 100)] + 2, end);
+    if (value < 10) {
+        *--end = static_cast<C>('0' + value);
+        return end;
+    }
+    return std::copy_backward(&DigitPairs<C>[2 * value], &DigitPairs<C>[2 * value] + 2, end);
 }
 
 }  // namespace
@@ -203,31 +207,53 @@ void _TQThrowNoNumber(std::string_view text, TQNumberFault fault) {
 }
 
 template <class C>
-_TQNumberTextT<C>::_TQNumberTextT(double value) noexcept : m_begin(WriteReal(std::span<C>(m_text), value)) {}
+template <class T>
+void _TQNumberTextT<C>::SetReal(T value) noexcept {
+    std::array<char, 32> narrow{};  // the shortest text of a double has at most 24 characters
+    const char* const end = std::to_chars(narrow.data(), narrow.data() + narrow.size(), value).ptr;
+    m_length = static_cast<std::size_t>(end - narrow.data());
+    // All of them: a fixed number is a few vector instructions.
+    for (std::size_t i = 0; i < narrow.size(); ++i)
+        m_text[i] = static_cast<C>(narrow[i]);
+}
 
 template <class C>
-_TQNumberTextT<C>::_TQNumberTextT(float value) noexcept : m_begin(WriteReal(std::span<C>(m_text), value)) {}
+void _TQNumberTextT<C>::SetBegin(const C* begin) noexcept {
+    m_begin = static_cast<std::size_t>(begin - m_text.data());
+    m_length = m_text.size() - m_begin;
+}
+
+template <class C>
+_TQNumberTextT<C>::_TQNumberTextT(double value) noexcept {
+    SetReal(value);
+}
+
+template <class C>
+_TQNumberTextT<C>::_TQNumberTextT(float value) noexcept {
+    SetReal(value);
+}
 
 template <class C>
 _TQNumberTextT<C>::_TQNumberTextT(ULONGLONG magnitude, bool isNegative, unsigned base, C separator) {
     if (base < 2 || base > MostBase)
         TQStdExceptions::ThrowParameterInvalidError(L"TQNumberText: base is not from 2 to 36.");
+    C* at = m_text.data() + m_text.size();
     if (separator != C{}) {
         for (; magnitude >= 1000; magnitude /= 1000) {
-            const ULONGLONG group = 1000 + magnitude % 1000;
-            PutDecimal(group);
-            m_text[m_begin] = separator;  // in place of the 1, which has kept the zeros
+            at = PutDecimal(at, 1000 + magnitude % 1000);
+            *at = separator;  // in place of the 1, which has kept the zeros
         }
     }
     if (base == 10) {
-        PutDecimal(magnitude);
+        at = PutDecimal(at, magnitude);
     } else {
         do {
-            Put(static_cast<C>("0123456789abcdefghijklmnopqrstuvwxyz"[magnitude % base]));
+            *--at = static_cast<C>("0123456789abcdefghijklmnopqrstuvwxyz"[magnitude % base]);
             magnitude /= base;
         } while (magnitude != 0);
     }
-    if (isNegative) Put(C{'-'});
+    if (isNegative) *--at = C{'-'};
+    SetBegin(at);
 }
 
 template <class C>
@@ -243,30 +269,12 @@ _TQNumberTextT<C>::_TQNumberTextT(ULONGLONG count, BytesTag) noexcept {
         if (tenths == 10) ++whole, tenths = 0;
         if (whole == 1024) ++unit, whole = 1;
     }
-    PutNarrow(ByteUnits[unit]);
+    C* at = std::copy_backward(ByteUnits[unit].begin(), ByteUnits[unit].end(), m_text.data() + m_text.size());
     if (tenths != 0) {
-        PutDecimal(tenths);
-        Put(C{'.'});
+        at = PutDecimal(at, tenths);
+        *--at = C{'.'};
     }
-    PutDecimal(whole);
-}
-
-template <class C>
-void _TQNumberTextT<C>::PutDecimal(ULONGLONG value) noexcept {
-    for (; value >= 100; value /= 100) {
-        const C* const pair = DigitPairs<C>.data() + 2 * (value % 100);
-        Put(pair[1]);
-        Put(pair[0]);
-    }
-    const C* const pair = DigitPairs<C>.data() + 2 * value;
-    Put(pair[1]);
-    if (value >= 10) Put(pair[0]);
-}
-
-template <class C>
-void _TQNumberTextT<C>::PutNarrow(std::string_view text) noexcept {
-    for (auto c = text.rbegin(); c != text.rend(); ++c)
-        Put(static_cast<C>(*c));
+    SetBegin(PutDecimal(at, whole));
 }
 
 template class _TQNumberTextT<wchar_t>;

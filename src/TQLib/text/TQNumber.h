@@ -136,7 +136,7 @@ class _TQNumberTextT {
 
     // Valid as long as this object; not terminated.
     [[nodiscard]] std::basic_string_view<C> View() const noexcept {
-        return {m_text.data() + m_begin, m_text.size() - m_begin};
+        return {m_text.data() + m_begin, m_length};
     }
     operator std::basic_string_view<C>() const noexcept { return View(); }
 
@@ -145,13 +145,14 @@ class _TQNumberTextT {
     _TQNumberTextT(ULONGLONG magnitude, bool isNegative, unsigned base, C separator);
     _TQNumberTextT(ULONGLONG count, BytesTag) noexcept;
 
-    void Put(C character) noexcept { m_text[--m_begin] = character; }
-    void PutDecimal(ULONGLONG value) noexcept;
-    void PutNarrow(std::string_view text) noexcept;
+    template <class T>
+    void SetReal(T value) noexcept;
+    void SetBegin(const C* begin) noexcept;
 
-    // Filled from its end; 64 binary digits and a sign are the longest.
+    // Whole numbers stand at its end; 64 binary digits and a sign are the longest.
     std::array<C, 66> m_text;
-    std::size_t m_begin = m_text.size();
+    std::size_t m_begin = 0;
+    std::size_t m_length = 0;
 };
 
 TQLIB_INSTANTIATED(_TQNumberTextT<wchar_t>)

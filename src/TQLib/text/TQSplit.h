@@ -10,12 +10,14 @@
 
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/internal/CharacterSet.h"
+#include "TQLib/text/memory/TQStdExceptions.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <concepts>
 #include <cstddef>
 #include <iterator>
 #include <ranges>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -174,17 +176,31 @@ requires _TQTexts<R, C>
     const std::basic_string_view<C> between = separator.View();
     std::basic_string<C> joined;
     Translated(L"TQJoin", [&] {
+        bool isFirst = true;
         if constexpr (std::ranges::forward_range<R>) {
             std::size_t length = 0;
             for (auto&& text : texts)
                 length += _TQTextT<C>(text).View().size() + between.size();
-            joined.reserve(length);
-        }
-        bool isFirst = true;
-        for (auto&& text : texts) {
-            if (!isFirst) joined += between;
-            joined += _TQTextT<C>(text).View();
-            isFirst = false;
+            joined.resize(length);
+            std::span<C> rest(joined);
+            const auto put = [&](std::basic_string_view<C> text) {
+                // A range that has grown meanwhile.
+                if (text.size() > rest.size()) TQStdExceptions::ThrowOverflowError(L"TQJoin");
+                text.copy(rest.data(), text.size());
+                rest = rest.subspan(text.size());
+            };
+            for (auto&& text : texts) {
+                if (!isFirst) put(between);
+                put(_TQTextT<C>(text).View());
+                isFirst = false;
+            }
+            joined.resize(length - rest.size());
+        } else {
+            for (auto&& text : texts) {
+                if (!isFirst) joined += between;
+                joined += _TQTextT<C>(text).View();
+                isFirst = false;
+            }
         }
     });
     return joined;

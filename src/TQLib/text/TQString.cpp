@@ -118,18 +118,27 @@ bool MatchesPattern(std::basic_string_view<C> text, std::basic_string_view<C> pa
     std::size_t behindStar = pattern.npos;
     std::size_t starEnd = 0;
     while (at < text.size()) {
-        if (wanted < pattern.size() && pattern[wanted] == C{'*'}) {
+        const C next = wanted < pattern.size() ? pattern[wanted] : C{};
+        if (next == C{'*'}) {
             behindStar = ++wanted;
+            if (behindStar == pattern.size()) return true;
             starEnd = at;
-        } else if (wanted < pattern.size() &&
-                   (pattern[wanted] == C{'?'} || areSame(pattern[wanted], text[at]))) {
+        } else if (wanted < pattern.size() && (next == C{'?'} || areSame(next, text[at]))) {
             ++wanted;
             ++at;
-        } else {
-            if (behindStar == pattern.npos) return false;
+            continue;
+        } else if (behindStar != pattern.npos) {
             wanted = behindStar;
-            at = ++starEnd;
+            ++starEnd;
+        } else {
+            return false;
         }
+        // To the next character that what stands behind the star can begin with.
+        if constexpr (std::is_same_v<AreSame, std::equal_to<C>>) {
+            if (pattern[wanted] != C{'?'} && pattern[wanted] != C{'*'})
+                starEnd = std::min(text.find(pattern[wanted], starEnd), text.size());
+        }
+        at = starEnd;
     }
     return pattern.find_first_not_of(C{'*'}, wanted) == pattern.npos;
 }
@@ -187,6 +196,15 @@ template <class C>
 _TQStringT<C>& _TQStringT<C>::Append(_TQTextT<C> text) {
     Translated(L"TQString::Append", [&] { m_text.append(text.View()); });
     return *this;
+}
+
+template <class C>
+void _TQStringT<C>::GrowForCharacters() {
+    constexpr std::size_t FewCharacters = 15;
+    Translated(L"TQString::Append", [&] {
+        m_text.reserve(std::max(FewCharacters, std::min(2 * m_text.capacity(), m_text.max_size())));
+    });
+    if (m_text.size() == m_text.capacity()) TQStdExceptions::ThrowOverflowError(L"TQString::Append");
 }
 
 template <class C>
@@ -451,7 +469,7 @@ std::basic_string<To> CodePointsOf(std::basic_string_view<From> text, const wcha
         result.reserve(text.size());
         for (std::size_t at = 0; at < text.size();) {
             const CodePoint point = CodePointAt(text, at);
-            AppendCodePoint(result, point.code);
+            PutCodePoint<To>(point.code, [&](To unit) { result += unit; });
             at += point.units;
         }
         return result;

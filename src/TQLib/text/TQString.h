@@ -64,7 +64,6 @@ template <class C>
 class _TQStringT {
   public:
     using value_type = C;
-    using const_iterator = const C*;
 
     // What searches return for "not found", and as a count "up to the end".
     static constexpr std::size_t NotFound = std::basic_string_view<C>::npos;
@@ -90,8 +89,8 @@ class _TQStringT {
     [[nodiscard]] bool IsEmpty() const noexcept { return m_text.empty(); }
     [[nodiscard]] std::basic_string_view<C> View() const noexcept { return m_text; }
     operator std::basic_string_view<C>() const noexcept { return m_text; }
-    [[nodiscard]] const_iterator begin() const noexcept { return m_text.data(); }
-    [[nodiscard]] const_iterator end() const noexcept { return m_text.data() + m_text.size(); }
+    [[nodiscard]] const C* begin() const noexcept { return m_text.data(); }
+    [[nodiscard]] const C* end() const noexcept { return m_text.data() + m_text.size(); }
 
     // The character at `position`, which must be below `Length()`.
     [[nodiscard]] C At(std::size_t position) const {
@@ -108,7 +107,7 @@ class _TQStringT {
     _TQStringT& Append(_TQTextT<C> text);
     _TQStringT& operator+=(_TQTextT<C> text) { return Append(text); }
     _TQStringT& operator+=(C character) {
-        if (m_text.size() == m_text.capacity()) return Append(std::basic_string_view<C>(&character, 1));
+        if (m_text.size() == m_text.capacity()) GrowForCharacters();
         m_text.push_back(character);
         return *this;
     }
@@ -230,6 +229,8 @@ class _TQStringT {
     [[nodiscard]] const std::basic_string<C>& Storage() const noexcept { return m_text; }
 
   private:
+    // Where one character comes more are likely to follow.
+    void GrowForCharacters();
     template <class Search>
     std::size_t ReplaceFound(_TQTextT<C> what, _TQTextT<C> with, Search find);
     void AppendArgs(const C* format, std::span<const TQFormatArg> args,

@@ -30,12 +30,33 @@ class _TQCharacterSet {
     // The position of the first character at or behind `from` that is in the set, or is not; npos if there is none.
     [[nodiscard]] constexpr std::size_t Find(std::basic_string_view<C> text, std::size_t from = 0,
                                              bool isIn = true) const noexcept {
+        if (isIn && m_characters.size() <= MostSearched) return FindOneByOne(text, from);
         for (std::size_t i = from; i < text.size(); ++i)
             if (Has(text[i]) == isIn) return i;
         return text.npos;
     }
 
   private:
+    // Few characters are faster searched for one after the other, in a piece of the text that grows while there is none.
+    static constexpr std::size_t MostSearched = 4;
+    static constexpr std::size_t FirstPiece = 32;
+
+    [[nodiscard]] constexpr std::size_t FindOneByOne(std::basic_string_view<C> text,
+                                                     std::size_t from) const noexcept {
+        for (std::size_t length = FirstPiece; from < text.size(); from += length, length *= 4) {
+            std::basic_string_view<C> piece = text.substr(from, length);
+            bool isFound = false;
+            for (const C c : m_characters) {
+                const std::size_t at = piece.find(c);
+                if (at == piece.npos) continue;
+                piece = piece.substr(0, at);
+                isFound = true;
+            }
+            if (isFound) return from + piece.size();
+        }
+        return text.npos;
+    }
+
     std::basic_string_view<C> m_characters;
     std::uint64_t m_ascii[2] = {};
     bool m_hasOthers = false;

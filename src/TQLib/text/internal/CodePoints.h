@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <string>
 #include <string_view>
 #include <type_traits>
 
@@ -56,29 +55,30 @@ constexpr CodePoint CodePointAt(std::basic_string_view<C> text, std::size_t at) 
     }
 }
 
-template <class C>
-constexpr void AppendCodePoint(std::basic_string<C>& text, char32_t code) {
-    const auto append = [&](char32_t unit) { text += static_cast<C>(unit); };
+// Gives the units of a code point to `put`, one after the other.
+template <class C, class Put>
+constexpr void PutCodePoint(char32_t code, Put put) {
+    const auto give = [&](char32_t unit) { put(static_cast<C>(unit)); };
     if constexpr (sizeof(C) == 4) {
-        append(code);
+        give(code);
     } else if constexpr (sizeof(C) == 2) {
-        if (code >= 0x10000) append(0xD800 + ((code - 0x10000) >> 10));
-        append(code < 0x10000 ? code : 0xDC00 + (code & 0x3FF));
+        if (code >= 0x10000) give(0xD800 + ((code - 0x10000) >> 10));
+        give(code < 0x10000 ? code : 0xDC00 + (code & 0x3FF));
     } else if (code < 0x80) {
-        append(code);
+        give(code);
     } else {
         if (code < 0x800) {
-            append(0xC0 | code >> 6);
+            give(0xC0 | code >> 6);
         } else {
             if (code < 0x10000) {
-                append(0xE0 | code >> 12);
+                give(0xE0 | code >> 12);
             } else {
-                append(0xF0 | code >> 18);
-                append(0x80 | (code >> 12 & 0x3F));
+                give(0xF0 | code >> 18);
+                give(0x80 | (code >> 12 & 0x3F));
             }
-            append(0x80 | (code >> 6 & 0x3F));
+            give(0x80 | (code >> 6 & 0x3F));
         }
-        append(0x80 | (code & 0x3F));
+        give(0x80 | (code & 0x3F));
     }
 }
 
