@@ -40,6 +40,7 @@
 #include "TQLib/system/TQLocale.h"
 #include "TQLib/system/TQSysProc.h"
 #include "TQLib/text/STLString.h"
+#include "TQLib/text/TQEncoding.h"
 #include "TQLib/text/TQFormat.h"
 #include "TQLib/text/TQString.h"
 #include "TQLib/text/TQStringArray.h"

@@ -262,19 +262,21 @@ bool BeginsWithReplacement(std::wstring_view text) noexcept {
 }
 
 template <class From>
-bool IsValid(std::basic_string_view<From> text) noexcept {
-    while (!text.empty()) {
-        if (text.size() >= BlockSize && IsAsciiBlock(text.data())) {
-            text.remove_prefix(BlockSize);
-        } else if (static_cast<UnsignedOf<From>>(text[0]) < 0x80) {
-            text.remove_prefix(1);
+std::size_t ValidPart(std::basic_string_view<From> text) noexcept {
+    std::size_t done = 0;
+    while (done != text.size()) {
+        const std::basic_string_view<From> rest = text.substr(done);
+        if (rest.size() >= BlockSize && IsAsciiBlock(rest.data())) {
+            done += BlockSize;
+        } else if (static_cast<UnsignedOf<From>>(rest[0]) < 0x80) {
+            ++done;
         } else {
-            const auto [code, size] = Decode(text.data(), text.size());
-            if (code == Replacement && !BeginsWithReplacement(text)) return false;
-            text.remove_prefix(size);
+            const auto [code, size] = Decode(rest.data(), rest.size());
+            if (code == Replacement && !BeginsWithReplacement(rest)) break;
+            done += size;
         }
     }
-    return true;
+    return done;
 }
 
 }  // namespace
@@ -295,11 +297,19 @@ std::size_t CopyPrintable(std::wstring_view text, char* out) noexcept {
 }
 
 bool IsValidText(std::string_view text) noexcept {
-    return IsValid(text);
+    return ValidPart(text) == text.size();
 }
 
 bool IsValidText(std::wstring_view text) noexcept {
-    return IsValid(text);
+    return ValidPart(text) == text.size();
+}
+
+std::size_t ValidLength(std::string_view text) noexcept {
+    return ValidPart(text);
+}
+
+std::size_t ValidLength(std::wstring_view text) noexcept {
+    return ValidPart(text);
 }
 
 std::size_t WideLength(std::string_view text) noexcept {
