@@ -1,5 +1,7 @@
 #include "TQLib/platform/Utf.h"
 
+#include "TQLib/platform/UtfVector.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -229,6 +231,19 @@ Counter<char> Put(char32_t code, Counter<char> out) noexcept {
 template <class Unit>
 using UnsignedOf = std::conditional_t<sizeof(Unit) == 1, std::uint8_t, std::uint32_t>;
 
+VectorStep ConvertVectors(std::string_view text, wchar_t* out) noexcept {
+    return VectorToWide(text, out);
+}
+VectorStep ConvertVectors(std::wstring_view text, char* out) noexcept {
+    return VectorToUtf8(text, out);
+}
+VectorStep ConvertVectors(std::string_view, Counter<wchar_t>) noexcept {
+    return {0, 0};
+}
+VectorStep ConvertVectors(std::wstring_view text, Counter<char>) noexcept {
+    return VectorUtf8Length(text);
+}
+
 template <class From, class To>
 To Convert(std::basic_string_view<From> text, To out) noexcept {
     const From* p = text.data();
@@ -238,6 +253,11 @@ To Convert(std::basic_string_view<From> text, To out) noexcept {
             CopyAsciiBlock(p, out);
             p += BlockSize;
             out = out + BlockSize;
+        }
+        if (const auto left = static_cast<std::size_t>(end - p); left >= LeastVectorText) {
+            const VectorStep step = ConvertVectors(std::basic_string_view<From>(p, left), out);
+            p += step.read;
+            out = out + step.written;
         }
         const From* const stop = p + std::min(end - p, UnitsBetweenBlocks);
         while (p < stop) {
@@ -297,7 +317,7 @@ std::size_t CopyPrintable(std::wstring_view text, char* out) noexcept {
 }
 
 bool IsValidText(std::string_view text) noexcept {
-    return ValidPart(text) == text.size();
+    return ValidLength(text) == text.size();
 }
 
 bool IsValidText(std::wstring_view text) noexcept {
@@ -305,7 +325,7 @@ bool IsValidText(std::wstring_view text) noexcept {
 }
 
 std::size_t ValidLength(std::string_view text) noexcept {
-    return ValidPart(text);
+    return text.size() >= LeastVectorText && VectorWideLength(text) ? text.size() : ValidPart(text);
 }
 
 std::size_t ValidLength(std::wstring_view text) noexcept {
@@ -313,6 +333,8 @@ std::size_t ValidLength(std::wstring_view text) noexcept {
 }
 
 std::size_t WideLength(std::string_view text) noexcept {
+    if (text.size() >= LeastVectorText)
+        if (const auto length = VectorWideLength(text)) return *length;
     return Convert(text, Counter<wchar_t>{}).count;
 }
 
