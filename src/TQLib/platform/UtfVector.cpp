@@ -201,33 +201,65 @@ TQ_FOR_SSSE3 std::size_t ThreeFrom(__m128i bytes, wchar_t* out) noexcept {
     }
 }
 
-TQ_FOR_SSSE3 VectorStep ToWide(std::string_view text, wchar_t* const out) noexcept {
-    // Eight characters may be written where six count: as many follow.
-    constexpr std::size_t LeastBytes = 2 * VectorSize;
-    VectorStep step{0, 0};
-    while (text.size() - step.read >= LeastBytes) {
-        const __m128i bytes = LoadVector(text.data() + step.read);
-        if (BitsOf(bytes) == 0) {
-            const __m128i zero = _mm_setzero_si128();
-            Widen(_mm_unpacklo_epi8(bytes, zero), out + step.written);
-            Widen(_mm_unpackhi_epi8(bytes, zero), out + step.written + 8);
-            step.read += VectorSize;
-            step.written += VectorSize;
-            continue;
-        }
-        const unsigned continuing = BitsOf(_mm_cmplt_epi8(bytes, Each8(0xC0)));
-        const Group group = Tables.groups[~continuing >> 1 & (Tables.groups.size() - 1)];
-        if (group.shuffle == NoShuffle) break;
-        const __m128i lanes = _mm_shuffle_epi8(bytes, LoadVector(Tables.shuffles[group.shuffle].data()));
-        wchar_t* const place = out + step.written;
-        const std::size_t count = group.shuffle < Ways[1].firstShuffle   ? SixFrom(lanes, place)
-                                  : group.shuffle < Ways[2].firstShuffle ? FourFrom(lanes, place)
-                                                                         : ThreeFrom(lanes, place);
-        if (count == 0) break;
-        step.read += group.size;
-        step.written += count;
+// Of the bytes from a place on, which are not ASCII and which end a character. Groups are found in these alone, so that
+// none waits for the bytes of the one before it.
+struct Window {
+    std::uint64_t others = 0;
+    std::uint64_t ends = 0;
+    std::size_t size;
+};
+
+Window WindowAt(const char* text, std::size_t size) noexcept {
+    Window window{.size = size};
+    std::uint64_t continuing = 0;
+    for (std::size_t i = 0; i < size; i += VectorSize) {
+        const __m128i bytes = LoadVector(text + i);
+        window.others |= std::uint64_t{BitsOf(bytes)} << i;
+        continuing |= std::uint64_t{BitsOf(_mm_cmplt_epi8(bytes, Each8(0xC0)))} << i;
     }
-    return step;
+    window.ends = ~continuing >> 1;
+    return window;
+}
+
+TQ_FOR_SSSE3 VectorStep ToWide(std::string_view text, wchar_t* const out) noexcept {
+    constexpr std::size_t LargeWindow = 4 * VectorSize;
+    // Eight characters may be written where six count: as many follow.
+    constexpr std::size_t LeastBehind = 2 * VectorSize;
+    VectorStep step{0, 0};
+    for (;;) {
+        const std::size_t left = text.size() - step.read;
+        if (left < LeastBehind) return step;
+        const char* const begin = text.data() + step.read;
+        Window window = WindowAt(begin, left < LargeWindow + LeastBehind ? VectorSize : LargeWindow);
+        // What ends with the window's last byte is not known.
+        for (std::size_t at = 0; at + GroupSize < window.size;) {
+            const __m128i bytes = LoadVector(begin + at);
+            std::size_t size = VectorSize;
+            if ((window.others & 0xFFFF) == 0 && at + VectorSize <= window.size) {
+                const __m128i zero = _mm_setzero_si128();
+                Widen(_mm_unpacklo_epi8(bytes, zero), out + step.written);
+                Widen(_mm_unpackhi_epi8(bytes, zero), out + step.written + 8);
+                step.written += VectorSize;
+            } else {
+                const Group group = Tables.groups[window.ends & (Tables.groups.size() - 1)];
+                if (group.shuffle == NoShuffle) return step;
+                const __m128i lanes =
+                    _mm_shuffle_epi8(bytes, LoadVector(Tables.shuffles[group.shuffle].data()));
+                wchar_t* const place = out + step.written;
+                const std::size_t count = group.shuffle < Ways[1].firstShuffle   ? SixFrom(lanes, place)
+                                          : group.shuffle < Ways[2].firstShuffle ? FourFrom(lanes, place)
+                                                                                 : ThreeFrom(lanes, place);
+                if (count == 0) return step;
+                size = group.size;
+                step.written += count;
+            }
+            step.read += size;
+            at += size;
+            if (at >= window.size) break;  // no shift is as wide as the window
+            window.others >>= size;
+            window.ends >>= size;
+        }
+    }
 }
 
 // Where two bytes beside each other make an error, three looks at them have a bit in common: at the upper and the
