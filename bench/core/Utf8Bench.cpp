@@ -1,10 +1,13 @@
 #include "TQLib/platform/Utf.h"
 #include "core/Cases.h"
 
+#include <algorithm>
 #include <iconv.h>
 #include <memory>
+#include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace Quellan::Corvel::Bench {
 
@@ -90,15 +93,13 @@ class Converter {
     std::shared_ptr<void> m_state;
 };
 
-// A text of one script in both forms, and room for a conversion.
+// A text in both forms, and room for a conversion.
 struct Sample {
-    Sample(std::wstring_view phrase, std::size_t length) {
-        while (wide.size() < length)
-            wide.append(phrase.substr(0, length - wide.size()));
-        narrow.resize(length * 4);
+    explicit Sample(std::wstring text) : wide(std::move(text)) {
+        narrow.resize(wide.size() * 4);
         narrow.resize(Platform::WideToUtf8(wide, narrow));
-        wideOut.resize(length);
-        narrowOut.resize(length * 4);
+        wideOut.resize(wide.size());
+        narrowOut.resize(wide.size() * 4);
     }
 
     std::wstring wide;
@@ -107,9 +108,23 @@ struct Sample {
     std::string narrowOut;
 };
 
-void AddSample(Contest& contest, const std::string& name, std::wstring_view phrase, std::size_t length) {
-    const auto s = std::make_shared<Sample>(phrase, length);
-    const std::string text = name + " " + std::to_string(length);
+std::wstring Repeated(std::wstring_view phrase, std::size_t length) {
+    std::wstring text;
+    while (text.size() < length)
+        text.append(phrase.substr(0, length - text.size()));
+    return text;
+}
+
+// The phrase's characters by chance: the processor learns no order of them.
+std::wstring Shuffled(std::wstring_view phrase, std::size_t length) {
+    std::mt19937 random(1);
+    std::wstring text(length, L' ');
+    std::ranges::generate(text, [&] { return phrase[random() % phrase.size()]; });
+    return text;
+}
+
+void AddSample(Contest& contest, const std::string& text, std::wstring wide) {
+    const auto s = std::make_shared<Sample>(std::move(wide));
 
     const std::string encode = text + " to UTF-8";
     contest.Add(encode, "WideToUtf8", [s] { Keep(Platform::WideToUtf8(s->wide, s->narrowOut)); });
@@ -128,18 +143,39 @@ void AddSample(Contest& contest, const std::string& name, std::wstring_view phra
     });
 }
 
+// Beside the conversion, which counts too.
+void AddLengths(Contest& contest, const std::string& text, std::wstring wide) {
+    const auto s = std::make_shared<Sample>(std::move(wide));
+    const std::string units = text + " length from UTF-8";
+    contest.Add(units, "WideLength", [s] { Keep(Platform::WideLength(s->narrow)); });
+    contest.Add(units, "plain loop", [s] { Keep(Plain::Utf8ToWide(s->narrow, s->wideOut.data())); });
+    const std::string bytes = text + " length to UTF-8";
+    contest.Add(bytes, "Utf8Length", [s] { Keep(Platform::Utf8Length(s->wide)); });
+    contest.Add(bytes, "plain loop", [s] { Keep(Plain::WideToUtf8(s->wide, s->narrowOut.data())); });
+}
+
 }  // namespace
 
 void AddConversion(Contest& contest) {
-    for (const std::size_t length : {std::size_t{16}, std::size_t{256}, std::size_t{65536}}) {
-        AddSample(contest, "ASCII",
-                  L"The service could not open its log file, so it writes to the system log. ", length);
-        AddSample(contest, "Latin",
-                  L"Größe geprüft; l'accès à été refusé à l'élève; año señalado, şu çağrı. ", length);
-        AddSample(contest, "CJK", L"系统找不到指定的文件。このファイルは別のプロセスで使われています。",
-                  length);
-        AddSample(contest, "emoji", L"😀🚀🎉🔥👍🌍🐍🎲📦🔒🧪💾", length);
-    }
+    const struct {
+        const char* name;
+        std::wstring_view phrase;
+    } scripts[] = {
+        {"ASCII", L"The service could not open its log file, so it writes to the system log. "},
+        {"Latin", L"Größe geprüft; l'accès à été refusé à l'élève; año señalado, şu çağrı. "},
+        {"Cyrillic", L"Не удалось открыть файл журнала службы; запись идёт в системный журнал. "},
+        {"CJK", L"系统找不到指定的文件。このファイルは別のプロセスで使われています。"},
+        {"emoji", L"😀🚀🎉🔥👍🌍🐍🎲📦🔒🧪💾"},
+    };
+    for (const std::size_t length : {std::size_t{16}, std::size_t{256}, std::size_t{65536}})
+        for (const auto& [name, phrase] : scripts)
+            AddSample(contest, name + (" " + std::to_string(length)), Repeated(phrase, length));
+    for (const std::size_t length : {std::size_t{1000}, std::size_t{100000}})
+        for (const auto& [name, phrase] : scripts) {
+            const std::string text = name + (" shuffled " + std::to_string(length));
+            AddSample(contest, text, Shuffled(phrase, length));
+            AddLengths(contest, text, Shuffled(phrase, length));
+        }
 }
 
 }  // namespace Quellan::Corvel::Bench

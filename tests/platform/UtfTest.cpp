@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
+#include <memory>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -109,6 +111,109 @@ TEST(Utf, ConvertsOtherCharactersAtEveryPlaceOfLongText) {
             ASSERT_EQ(ToWide(text), expected) << before;
             ASSERT_EQ(ToUtf8(expected), text) << before;
         }
+    }
+}
+
+// In units, of the character at a place.
+std::size_t SizeAt(std::wstring_view text, std::size_t i) {
+    const bool isPair = sizeof(wchar_t) == 2 && (text[i] & 0xFC00) == 0xD800 && i + 1 < text.size() &&
+                        (text[i + 1] & 0xFC00) == 0xDC00;
+    return isPair ? 2 : 1;
+}
+
+// The same character by character.
+std::wstring Plain(std::string_view text) {
+    std::wstring result;
+    for (std::size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i++]);
+        int more = lead < 0x80   ? 0
+                   : lead < 0xC2 ? -1
+                   : lead < 0xE0 ? 1
+                   : lead < 0xF0 ? 2
+                   : lead < 0xF5 ? 3
+                                 : -1;
+        char32_t code = more <= 0 ? lead : lead & (0x3Fu >> more);
+        unsigned lowest = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
+        unsigned highest = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
+        for (; more > 0 && i < text.size(); --more, ++i) {
+            const auto byte = static_cast<unsigned char>(text[i]);
+            if (byte < lowest || byte > highest) break;
+            code = code << 6 | (byte & 0x3F);
+            lowest = 0x80;
+            highest = 0xBF;
+        }
+        result += Wide(more == 0 ? code : 0xFFFD);
+    }
+    return result;
+}
+
+// Text of characters of one length, of all, and with what is almost one, at every place in a block of sixteen.
+TEST(Utf, ConvertsLongTextAsCharacterByCharacter) {
+    std::mt19937 engine(2);
+    const auto random = [&engine] { return static_cast<unsigned>(engine()); };
+    constexpr char32_t Last[] = {0x7F, 0x7FF, 0xFFFF, 0x10FFFF};
+    const auto character = [&](std::size_t length) {
+        const char32_t first = length == 0 ? 0 : Last[length - 1] + 1;
+        char32_t code = 0;
+        do
+            code = first + random() % (Last[length] + 1 - first);
+        while (code >= 0xD800 && code <= 0xDFFF);
+        return ToUtf8(Wide(code));
+    };
+    for (int round = 0; round < 6000; ++round) {
+        const std::size_t most = random() % 4;
+        const bool isMixed = random() % 2;
+        std::string text;
+        while (text.size() < 64 + random() % 200)
+            text += character(isMixed ? random() % (most + 1) : most);
+        if (round % 2)
+            for (unsigned faults = 1 + random() % 3; faults > 0; --faults)
+                text[random() % text.size()] = static_cast<char>(random());
+        if (round % 3 == 0) text.resize(text.size() - random() % 4);
+        // Nothing of the block is left behind either end, where the address sanitizer looks.
+        const std::size_t before = random() % 16;
+        const std::unique_ptr<char[]> block(new char[before + text.size()]);
+        std::copy(text.begin(), text.end(), block.get() + before);
+        const std::string_view placed(block.get() + before, text.size());
+        const std::wstring expected = Plain(text);
+        ASSERT_EQ(ToWide(placed), expected) << testing::PrintToString(text);
+        std::string valid;
+        for (std::size_t i = 0; i < expected.size();) {
+            const std::size_t size = SizeAt(expected, i);
+            valid += ToUtf8(expected.substr(i, size));
+            i += size;
+        }
+        EXPECT_EQ(ToUtf8(expected), valid);
+        EXPECT_EQ(IsValidText(placed), valid == text);
+        const std::string_view first = placed.substr(0, ValidLength(placed));
+        EXPECT_TRUE(valid.starts_with(first));
+        EXPECT_TRUE(first == text || Plain(placed.substr(first.size())).front() == 0xFFFD);
+    }
+}
+
+// Units that are no characters among those that are.
+TEST(Utf, CountsAndConvertsLongWideText) {
+    std::mt19937 engine(3);
+    const auto random = [&engine] { return static_cast<unsigned>(engine()); };
+    constexpr char32_t Likely[] = {'a',     0x7F,     0x80,     0x7FF,      0x800,     0xD7FF,
+                                   0xD800,  0xDBFF,   0xDC00,   0xDFFF,     0xE000,    0xFFFF,
+                                   0x10000, 0x10FFFF, 0x110000, 0x80000000, 0xFFFFFFFF};
+    for (int round = 0; round < 6000; ++round) {
+        const auto kinds = static_cast<unsigned>(1 + random() % std::size(Likely));
+        std::wstring text;
+        while (text.size() < 64 + random() % 100)
+            text += static_cast<wchar_t>(random() % 40 ? Likely[random() % kinds]
+                                                       : Likely[random() % std::size(Likely)]);
+        std::string expected;
+        for (std::size_t i = 0; i < text.size();) {
+            const std::size_t size = SizeAt(text, i);
+            expected += ToUtf8(text.substr(i, size));
+            i += size;
+        }
+        const std::size_t before = random() % 16;
+        const std::unique_ptr<wchar_t[]> block(new wchar_t[before + text.size()]);
+        std::copy(text.begin(), text.end(), block.get() + before);
+        ASSERT_EQ(ToUtf8({block.get() + before, text.size()}), expected) << testing::PrintToString(text);
     }
 }
 

@@ -49,6 +49,11 @@
 // How a function is compiled.
 #define TQ_NOINLINE [[gnu::noinline]]
 #define TQ_ALWAYS_INLINE [[gnu::always_inline]]
+// A function with instructions that not every processor of the kind has: called only where there are.
+#if defined(__x86_64__)
+#define TQ_FOR_SSSE3 __attribute__((target("ssse3")))
+#define TQ_HAS_SSSE3 (__builtin_cpu_supports("ssse3") != 0)
+#endif
 // A function that runs when the module is loaded, and an object that is made then: before all others.
 #define TQ_RUN_AT_LOAD [[gnu::constructor(101)]]
 #define TQ_MADE_AT_LOAD [[gnu::init_priority(101)]]

@@ -1,5 +1,7 @@
 #include "TQLib/platform/Utf.h"
 
+#include "TQLib/platform/UtfVector.h"
+
 #include <algorithm>
 #include <cstring>
 
@@ -229,6 +231,19 @@ Counter<char> Put(char32_t code, Counter<char> out) noexcept {
 template <class Unit>
 using UnsignedOf = std::conditional_t<sizeof(Unit) == 1, std::uint8_t, std::uint32_t>;
 
+VectorStep ConvertVectors(std::string_view text, wchar_t* out) noexcept {
+    return VectorToWide(text, out);
+}
+VectorStep ConvertVectors(std::wstring_view text, char* out) noexcept {
+    return VectorToUtf8(text, out);
+}
+VectorStep ConvertVectors(std::string_view, Counter<wchar_t>) noexcept {
+    return {0, 0};
+}
+VectorStep ConvertVectors(std::wstring_view text, Counter<char>) noexcept {
+    return VectorUtf8Length(text);
+}
+
 template <class From, class To>
 To Convert(std::basic_string_view<From> text, To out) noexcept {
     const From* p = text.data();
@@ -238,6 +253,11 @@ To Convert(std::basic_string_view<From> text, To out) noexcept {
             CopyAsciiBlock(p, out);
             p += BlockSize;
             out = out + BlockSize;
+        }
+        if (const auto left = static_cast<std::size_t>(end - p); left >= LeastVectorText) {
+            const VectorStep step = ConvertVectors(std::basic_string_view<From>(p, left), out);
+            p += step.read;
+            out = out + step.written;
         }
         const From* const stop = p + std::min(end - p, UnitsBetweenBlocks);
         while (p < stop) {
@@ -262,19 +282,21 @@ bool BeginsWithReplacement(std::wstring_view text) noexcept {
 }
 
 template <class From>
-bool IsValid(std::basic_string_view<From> text) noexcept {
-    while (!text.empty()) {
-        if (text.size() >= BlockSize && IsAsciiBlock(text.data())) {
-            text.remove_prefix(BlockSize);
-        } else if (static_cast<UnsignedOf<From>>(text[0]) < 0x80) {
-            text.remove_prefix(1);
+std::size_t ValidPart(std::basic_string_view<From> text) noexcept {
+    std::size_t done = 0;
+    while (done != text.size()) {
+        const std::basic_string_view<From> rest = text.substr(done);
+        if (rest.size() >= BlockSize && IsAsciiBlock(rest.data())) {
+            done += BlockSize;
+        } else if (static_cast<UnsignedOf<From>>(rest[0]) < 0x80) {
+            ++done;
         } else {
-            const auto [code, size] = Decode(text.data(), text.size());
-            if (code == Replacement && !BeginsWithReplacement(text)) return false;
-            text.remove_prefix(size);
+            const auto [code, size] = Decode(rest.data(), rest.size());
+            if (code == Replacement && !BeginsWithReplacement(rest)) break;
+            done += size;
         }
     }
-    return true;
+    return done;
 }
 
 }  // namespace
@@ -295,14 +317,24 @@ std::size_t CopyPrintable(std::wstring_view text, char* out) noexcept {
 }
 
 bool IsValidText(std::string_view text) noexcept {
-    return IsValid(text);
+    return ValidLength(text) == text.size();
 }
 
 bool IsValidText(std::wstring_view text) noexcept {
-    return IsValid(text);
+    return ValidPart(text) == text.size();
+}
+
+std::size_t ValidLength(std::string_view text) noexcept {
+    return text.size() >= LeastVectorText && VectorWideLength(text) ? text.size() : ValidPart(text);
+}
+
+std::size_t ValidLength(std::wstring_view text) noexcept {
+    return ValidPart(text);
 }
 
 std::size_t WideLength(std::string_view text) noexcept {
+    if (text.size() >= LeastVectorText)
+        if (const auto length = VectorWideLength(text)) return *length;
     return Convert(text, Counter<wchar_t>{}).count;
 }
 

@@ -20,6 +20,10 @@ TQLIB_API std::size_t Utf8Length(std::wstring_view text) noexcept;
 TQLIB_API bool IsValidText(std::string_view text) noexcept;
 TQLIB_API bool IsValidText(std::wstring_view text) noexcept;
 
+// The size of what `text` begins with of valid text: all of it, or up to what would be replaced first.
+TQLIB_API std::size_t ValidLength(std::string_view text) noexcept;
+TQLIB_API std::size_t ValidLength(std::wstring_view text) noexcept;
+
 // Converts into `out`, which must hold the result (`WideLength` characters, `text.size()` always suffice);
 // returns the number of characters written. No terminator is added.
 TQLIB_API std::size_t Utf8ToWide(std::string_view text, std::span<wchar_t> out) noexcept;
