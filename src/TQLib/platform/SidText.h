@@ -11,20 +11,17 @@
 
 namespace Quellan::Platform {
 
-// The two digits of each number below 100.
-template <class C>
-inline constexpr auto DigitPairs = [] {
-    std::array<C[2], 100> pairs{};
-    for (std::size_t i = 0; i < pairs.size(); ++i) {
-        pairs[i][0] = static_cast<C>('0' + i / 10);
-        pairs[i][1] = static_cast<C>('0' + i % 10);
-    }
-    return pairs;
-}();
-
 // Puts the number in decimal at `at` and returns its end.
 template <class C>
 C* PutDecimal(C* at, std::uint32_t number) noexcept {
+    static constexpr auto Pairs = [] {  // the two digits of each number below 100
+        std::array<C[2], 100> pairs{};
+        for (std::size_t i = 0; i < pairs.size(); ++i) {
+            pairs[i][0] = static_cast<C>('0' + i / 10);
+            pairs[i][1] = static_cast<C>('0' + i % 10);
+        }
+        return pairs;
+    }();
     constexpr std::uint32_t Powers[] = {0,       10,        100,        1'000,       10'000,
                                         100'000, 1'000'000, 10'000'000, 100'000'000, 1'000'000'000};
     const auto power =
@@ -33,7 +30,7 @@ C* PutDecimal(C* at, std::uint32_t number) noexcept {
     C* to = end;
     for (; number >= 10; number /= 100) {
         to -= 2;
-        std::memcpy(to, DigitPairs<C>[number % 100], sizeof DigitPairs<C>[0]);
+        std::memcpy(to, Pairs[number % 100], sizeof Pairs[0]);
     }
     if (to != at) *--to = static_cast<C>('0' + number);
     return end;
