@@ -180,10 +180,19 @@ TEST(SecIDString, IsMadeOnceForABlock) {
 }
 
 TEST(SecIDString, HasAllDigitsOfEachNumber) {
-    for (const wchar_t* text :
-         {L"S-1-0-0-9-10-99-100-999-1000-9999-10000-99999-100000", L"S-1-4294967295-0-1-7-8-4294967295",
-          L"S-1-0x10a20b3c0d4e-999999-1000000-9999999-10000000-99999999-100000000-999999999-1000000000"})
-        EXPECT_EQ(Id(text).String(), text);
+    const struct {
+        ULONGLONG authority;
+        std::vector<DWORD> parts;
+        const wchar_t* text;
+    } rows[] = {
+        {0, {0, 9, 10, 99, 100, 999, 1000, 9999}, L"S-1-0-0-9-10-99-100-999-1000-9999"},
+        {0xFFFFFFFF, {10'000, 99'999, 100'000, 999'999}, L"S-1-4294967295-10000-99999-100000-999999"},
+        {0x10A20B3C0D4E, {1'000'000, 9'999'999, 10'000'000}, L"S-1-0x10a20b3c0d4e-1000000-9999999-10000000"},
+        {5, {99'999'999, 100'000'000, 999'999'999}, L"S-1-5-99999999-100000000-999999999"},
+        {5, {1'000'000'000, 4'294'967'295}, L"S-1-5-1000000000-4294967295"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(SecID(SecIDAuth(row.authority), row.parts).String(), row.text);
 }
 
 TEST(SecIDString, ThatCannotBeMadeIsAFailure) {
