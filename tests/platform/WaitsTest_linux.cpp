@@ -2,10 +2,42 @@
 #include "Forked_linux.h"
 #include "Ports.h"
 #include "SleepingThreads_linux.h"
+#include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/LockWatch.h"
+#include "support/StackedPlan_linux.h"
+
+#include <semaphore>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+namespace {
+
+// What the thread does when the library next gives its core away.
+thread_local void (*t_onYield)() = nullptr;
+
+}  // namespace
+
+// In the place of the C library's, for the library too.
+extern "C" [[gnu::visibility("default")]] int sched_yield() noexcept {
+    if (const auto act = std::exchange(t_onYield, nullptr)) act();
+    return static_cast<int>(syscall(SYS_sched_yield));
+}
 
 namespace Quellan::Corvel::Test {
 namespace {
+
+struct NoBase {
+    virtual ~NoBase() = default;
+    virtual unsigned Calls() const noexcept = 0;
+};
+
+// While it lives, what its thread does at a place inside the library.
+class At : public StackedPlan<NoBase, Platform::FaultPlan> {
+  public:
+    At(const char* place, void (*reached)())
+        : StackedPlan(&Platform::ThreadFaultPlans,
+                      Platform::FaultPlan{.function = place, .nth = 0, .code = 0, .reached = reached}) {}
+};
 
 TEST(SleepingWaits, EndByAnEventThatIsResetAtOnce) {
     for (int i = 0; i < 50; ++i) {
@@ -17,6 +49,49 @@ TEST(SleepingWaits, EndByAnEventThatIsResetAtOnce) {
         ResetEvent(event);
         ASSERT_EQ(waiter.Result(), WAIT_OBJECT_0 + 1) << i;
     }
+}
+
+// Who signals the object has ended the first wait already, and is not yet done with the thread's place.
+TEST(SleepingWaits, BeginAgainWhileTheirObjectIsHeld) {
+    static std::binary_semaphore s_waits{0}, s_isHeld{0}, s_waitsAgain{0};
+    const Owned event = AutoEvent();
+    const Owned other = AutoEvent();
+    const Worker waiter([&] {
+        t_onYield = [] {
+            s_waits.release();
+            s_isHeld.acquire();
+            t_onYield = [] { s_waitsAgain.release(); };
+        };
+        WaitAny({event, other}, Patience);
+        return WaitAny({event, other}, Patience);
+    });
+    s_waits.acquire();
+    {
+        const At held("OfferKept", [] {
+            s_isHeld.release();
+            s_waitsAgain.acquire();
+        });
+        SetEvent(event);
+        EXPECT_EQ(held.Calls(), 1u);
+    }
+    SetEvent(event);
+    EXPECT_EQ(waiter.Result(), WAIT_OBJECT_0);
+}
+
+TEST(Events, ClosedWhileTheyAreSetAreNotTheNextOne) {
+    static Owned s_event, s_next;
+    s_event = AutoEvent();
+    const HANDLE stale = s_event;
+    {
+        const At inBetween("SetOnWay", [] {
+            s_event.Close();
+            s_next = AutoEvent();
+        });
+        EXPECT_EQ(CodeOf(SetEvent(stale)), DWORD{ERROR_INVALID_HANDLE});
+        EXPECT_EQ(inBetween.Calls(), 1u);
+    }
+    EXPECT_EQ(Poll(s_next), DWORD{WAIT_TIMEOUT});
+    s_next.Close();
 }
 
 TEST(SleepingWaits, AreServedBeforeTheSetter) {

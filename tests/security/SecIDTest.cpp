@@ -182,6 +182,22 @@ TEST(SecIDString, IsMadeOnceForABlock) {
     EXPECT_EQ(id.String(), L"S-1-1-0");
 }
 
+TEST(SecIDString, HasAllDigitsOfEachNumber) {
+    const struct {
+        ULONGLONG authority;
+        std::vector<DWORD> parts;
+        const wchar_t* text;
+    } rows[] = {
+        {0, {0, 9, 10, 99, 100, 999, 1000, 9999}, L"S-1-0-0-9-10-99-100-999-1000-9999"},
+        {0xFFFFFFFF, {10'000, 99'999, 100'000, 999'999}, L"S-1-4294967295-10000-99999-100000-999999"},
+        {0x10A20B3C0D4E, {1'000'000, 9'999'999, 10'000'000}, L"S-1-0x10a20b3c0d4e-1000000-9999999-10000000"},
+        {5, {99'999'999, 100'000'000, 999'999'999}, L"S-1-5-99999999-100000000-999999999"},
+        {5, {1'000'000'000, 4'294'967'295}, L"S-1-5-1000000000-4294967295"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(SecID(SecIDAuth(row.authority), row.parts).String(), row.text);
+}
+
 TEST(SecIDString, ThatCannotBeMadeIsAFailure) {
     const SecID id = Id(L"S-1-5-18");
     {

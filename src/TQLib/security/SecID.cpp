@@ -44,14 +44,14 @@ wchar_t* BufferOf(std::wstring& text) noexcept {
     return text.empty() ? nullptr : text.data();
 }
 
-struct Account {
+struct FoundAccount {
     std::wstring name;
     std::wstring domain;
     int use = SidTypeUnknown;
 };
 
-Account LookUpAccount(PSID sid, const wchar_t* system) {
-    Account account;
+FoundAccount LookUpAccount(PSID sid, const wchar_t* system) {
+    FoundAccount account;
     for (;;) {
         auto nameSize = static_cast<DWORD>(account.name.size());
         auto domainSize = static_cast<DWORD>(account.domain.size());
@@ -124,7 +124,15 @@ SecID::Block SecID::Copied(const void* sid) {
     if (!sid) return {nullptr, false};
     const DWORD length = LengthOf(static_cast<const BYTE*>(sid));
     BYTE* const block = Allocated(length);
-    std::memcpy(block, sid, length);
+    // Most have five sub-authorities or fewer. For any length the compiler copies by one instruction, which
+    // takes longer than the memory for the block.
+    constexpr DWORD Step = 16;
+    if (length >= Step && length <= 2 * Step) {
+        std::memcpy(block, sid, Step);
+        std::memcpy(block + length - Step, static_cast<const BYTE*>(sid) + length - Step, Step);
+    } else {
+        std::memcpy(block, sid, length);
+    }
     return {block, false};
 }
 
@@ -268,24 +276,23 @@ SecID::Findings& SecID::Kept() const {
     return *m_findings;
 }
 
-const SecID::Findings& SecID::LookupName(const wchar_t* system) const {
-    static const Findings ofNull;
+const SecID::Account& SecID::LookupName(const wchar_t* system) const {
+    static const Account ofNull;
     if (IsNull()) return ofNull;
-    Findings& kept = Kept();
-    if (kept.isLookedUp) return kept;
+    std::unique_ptr<Account>& kept = Kept().account;
+    if (kept) return *kept;
     const wchar_t* const machine = SystemName(system);
     TQSecThreadToken::ProcImpersonate([&] {
-        Account account = About([this] { return String(); },
-                                [&] {
-                                    return Translated(L"SecID::LookupName",
-                                                      [&] { return LookUpAccount(Address(), machine); });
-                                });
-        kept.name = std::move(account.name);
-        kept.domain = std::move(account.domain);
-        kept.use = account.use;
-        kept.isLookedUp = true;
+        kept = About([this] { return String(); },
+                     [&] {
+                         return Translated(L"SecID::LookupName", [&] {
+                             FoundAccount found = LookUpAccount(Address(), machine);
+                             return std::make_unique<Account>(
+                                 Account{std::move(found.name), std::move(found.domain), {}, found.use});
+                         });
+                     });
     });
-    return kept;
+    return *kept;
 }
 
 const _TQwString& SecID::String() const {
@@ -300,7 +307,7 @@ const _TQwString& SecID::String() const {
 }
 
 const _TQwString& SecID::Name(const wchar_t* system, bool useStringIfUnnamed) const {
-    const Findings& found = LookupName(system);
+    const Account& found = LookupName(system);
     if (!found.name.IsEmpty()) return found.name;
     if (useStringIfUnnamed) return String();
     return found.use == SidTypeDomain ? found.domain : found.name;
@@ -329,11 +336,11 @@ bool SecID::IsLabelID() const {
 }
 
 const _TQwString& SecID::FullName(bool nameFirst, const wchar_t* system, bool userDefinedOnly) const {
-    const Findings& found = LookupName(system);
+    const Account& found = LookupName(system);
     if (found.name.IsEmpty()) return String();
     if (found.domain.IsEmpty()) return found.name;
     const bool isNameFirst = nameFirst && (!userDefinedOnly || IsUserDefinedType(system));
-    _TQwString& text = Kept().fullNames[isNameFirst];
+    _TQwString& text = Kept().account->fullNames[isNameFirst];
     if (text.IsEmpty())
         text = isNameFirst ? _TQwString::Format(L"%s@%s", found.name.View(), found.domain.View())
                            : _TQwString::Format(L"%s\\%s", found.domain.View(), found.name.View());
@@ -365,7 +372,7 @@ bool SecID::IsWellKnown(int type) const noexcept {
 
 void SecID::DumpToFile(const wchar_t* caption, std::FILE* stream) const {
     const wchar_t* const title = ReadableOr(caption, L"");
-    const Findings& found = LookupName(nullptr);
+    const Account& found = LookupName(nullptr);
     _TQwString account;
     if (!found.name.IsEmpty() && !found.domain.IsEmpty())
         account = _TQwString::Format(L"[%s\\%s]", found.domain.View(), found.name.View());

@@ -196,13 +196,15 @@ class TQLIB_API SecID {
 
   private:
     // What has been found out about a block.
-    struct Findings {
-        Corvel::_TQwString text;
+    struct Account {
         Corvel::_TQwString name;
         Corvel::_TQwString domain;
         std::array<Corvel::_TQwString, 2> fullNames;  // domain first, name first
         int use = 8;                                  // SidTypeUnknown
-        bool isLookedUp = false;
+    };
+    struct Findings {
+        Corvel::_TQwString text;
+        std::unique_ptr<Account> account;  // once it was looked up
     };
     // A block, or null, and whether it came from AllocateAndInitializeSid rather than from the library's
     // allocator.
@@ -245,7 +247,7 @@ class TQLIB_API SecID {
         std::swap(m_isDefaulted, other.m_isDefaulted);
     }
     [[nodiscard]] Findings& Kept() const;
-    [[nodiscard]] const Findings& LookupName(const wchar_t* system) const;
+    [[nodiscard]] const Account& LookupName(const wchar_t* system) const;
     [[nodiscard]] SecIDArray GetMemberOfLocalGroupsByEnum(bool indirect, int use) const;
     // The record of the user, by the platform's level.
     void GetUserLookupInfo(const wchar_t* system, DWORD level, NetBuffer& user) const;

@@ -51,6 +51,19 @@ class _TQThreadPoolImpl {
     PoolThreads threads;
     std::optional<TQLibCallOnExit> callOnExit;
 
+    // True once it is queued.
+    bool Post(const void* data, DWORD size, DWORD requestorID) {
+        try {
+            queue.Post(data, size, requestorID);
+        } catch (...) {
+            WakeForThreads();
+            throw;
+        }
+        Grow();
+        return true;
+    }
+    TQ_NOINLINE bool PostToNobody(const void* data, DWORD size, DWORD requestorID);
+
     // Makes the threads that are missing.
     void Grow() noexcept {
         while (threads.NeedsThread() && GrowByOne())
@@ -71,6 +84,9 @@ class _TQThreadPoolImpl {
   private:
     class Taking;
 
+    void WakeForThreads() noexcept {
+        if (threads.NeedsThread()) threads.Wake();
+    }
     bool GrowByOne() noexcept;
     bool TakeItem(PoolQueue::Packet& packet, ItemBuffer& data) noexcept;
     void HandOn(const PoolQueue::Packet& packet) noexcept;
@@ -94,13 +110,24 @@ class _TQThreadPoolImpl::Taking {
     void End() noexcept {
         if (!std::exchange(m_isTaking, false)) return;
         m_pool.counters.EndTaking();
-        if (m_pool.threads.NeedsThread()) m_pool.threads.Wake();
+        m_pool.WakeForThreads();
     }
 
   private:
     _TQThreadPoolImpl& m_pool;
     bool m_isTaking = false;
 };
+
+bool _TQThreadPoolImpl::PostToNobody(const void* data, DWORD size, DWORD requestorID) {
+    try {
+        threads.RequireThread();
+    } catch (...) {
+        // The thread that could not be made may have posted while it began.
+        WakeForThreads();
+        throw;
+    }
+    return Post(data, size, requestorID);
+}
 
 // Puts further threads off for a while where one can't be made: those that there are do the work.
 bool _TQThreadPoolImpl::GrowByOne() noexcept {
@@ -173,7 +200,7 @@ bool _TQThreadPoolImpl::TakeItem(PoolQueue::Packet& packet, ItemBuffer& data) no
 }
 
 void _TQThreadPoolImpl::HandOn(const PoolQueue::Packet& packet) noexcept {
-    if (threads.NeedsThread()) threads.Wake();
+    WakeForThreads();
     try {
         m_pool.OnPortPacket(packet.key, packet.bytes, packet.record, packet.error);
     } catch (...) {
@@ -293,16 +320,8 @@ bool _TQThreadPoolBase::_PostWork(const void* data, DWORD size, DWORD requestorI
     // Without touching the count, which somebody who stops the pool may be waiting for.
     if (pool.queue.IsStopped()) PoolQueue::ThrowStopped();
     if (!data && size != 0) TQStdExceptions::ThrowParameterInvalidError(L"_TQThreadPoolBase::_PostWork");
-    try {
-        pool.threads.RequireThread();
-        pool.queue.Post(data, size, requestorID);
-    } catch (...) {
-        // The thread that could not be made may have posted while it began.
-        if (pool.threads.NeedsThread()) pool.threads.Wake();
-        throw;
-    }
-    pool.Grow();
-    return true;
+    return pool.counters.ServesNobody() ? pool.PostToNobody(data, size, requestorID)
+                                        : pool.Post(data, size, requestorID);
 }
 
 _TQThreadPoolBase::GetWorkResult _TQThreadPoolBase::_GetWork(BYTEBuf& data, DWORD ms) {

@@ -58,9 +58,12 @@ struct HeldLocks {
 };
 TQ_THERE_WITH_THREAD constinit thread_local HeldLocks t_held = {};
 
+TQ_NOINLINE DWORD FirstSelf() noexcept {
+    return t_held.thread = GetCurrentThreadId();
+}
+
 DWORD Self() noexcept {
-    if (t_held.thread == 0) t_held.thread = GetCurrentThreadId();
-    return t_held.thread;
+    return t_held.thread != 0 ? t_held.thread : FirstSelf();
 }
 
 TQ_NOINLINE LockInstance* FindMoreHeld(ULONGLONG lock) noexcept {
@@ -163,7 +166,7 @@ bool TQThreadReadSynch::TryLock(bool write) {
 // The event is reset for this wait under the mark that makes the last holder set it; one that was released
 // between is noticed before. An event set late, by the holder before the present one, costs a further round
 // and nothing else.
-void TQThreadReadSynch::WaitForNoHolder(bool write) {
+TQ_NOINLINE void TQThreadReadSynch::WaitForNoHolder(bool write) {
     {
         const TQSynchLock guard(m_guard);
         ULONGLONG state = m_state.load(std::memory_order_relaxed);
@@ -196,7 +199,7 @@ void TQThreadReadSynch::Release(ULONGLONG share, DWORD epoch) {
 }
 
 // The same where somebody waits: for the destructor, the state changes under the guard.
-void TQThreadReadSynch::ReleaseLast(ULONGLONG share, DWORD epoch) {
+TQ_NOINLINE void TQThreadReadSynch::ReleaseLast(ULONGLONG share, DWORD epoch) {
     const TQEvent noHolder = m_noHolder;
     {
         const TQSynchLock guard(m_guard);
@@ -219,7 +222,10 @@ TQThreadWriteSynch::~TQThreadWriteSynch() = default;
 // Who finds the lock free need not queue up for it. Who did queue up does so for each further acquisition, so
 // that each release knows what to give back.
 void TQThreadWriteSynch::Lock() {
-    if (!IsQueued() && m_lock.TryLock(true)) return;
+    if (IsQueued() || !m_lock.TryLock(true)) LockQueued();
+}
+
+TQ_NOINLINE void TQThreadWriteSynch::LockQueued() {
     TQThreadSynch::Lock();
     try {
         m_lock.Lock(true);

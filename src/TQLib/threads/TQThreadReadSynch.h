@@ -70,6 +70,7 @@ class TQLIB_API TQThreadWriteSynch : public TQThreadSynch {
     void UnLock() override;
 
   private:
+    void LockQueued();
     [[nodiscard]] bool IsQueued() const noexcept;
 
     TQThreadReadSynch& m_lock;

@@ -76,7 +76,7 @@ void LogFile::Append(std::string_view records) {
     for (int replaced = 0;; ++replaced) {
         const FilePtr file = Current();
         try {
-            return file->AppendBytes(records, timer.Remaining());
+            return file->AppendBytes(records, replaced == 0 ? AppendWaitMs : timer.Remaining());
         } catch (const TQSysException& failure) {
             // The child of a fork that could not open the file anew is refused its locks.
             const LONG code = failure.COMErrCode();

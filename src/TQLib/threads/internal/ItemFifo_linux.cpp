@@ -125,8 +125,11 @@ bool ItemFifo::Append(Segment* full) noexcept {
 
 // Popping.
 
-// Whether it is worth looking again for the place `mark` of the first segment.
-bool ItemFifo::FindTicket(Segment* segment, Mark mark) noexcept {
+// Whether it is worth trying again.
+bool ItemFifo::FindTicket() noexcept {
+    Segment* const segment = m_first.load();
+    const Mark mark = segment->taken.load();
+    if (m_first.load() != segment || mark < segment->known.load()) return true;
     if (CountIn(mark) == Segment::SlotCount) {
         if (!segment->following.load()) return segment->taken.load() != mark;
         LeaveFirst(segment, mark);
@@ -145,12 +148,12 @@ void ItemFifo::LeaveFirst(Segment* segment, Mark mark) noexcept {
         if (m_first.load() != segment || segment->taken.load() != mark) return;
         m_first = segment->following.load();
     }
-    Leave(segment);
+    if (Leave(segment)) GiveBack(segment);
 }
 
 // Who fills the slot has its ticket already, and calls nothing until it is filled.
-void ItemFifo::AwaitPush(const Slot& slot, DWORD lap) noexcept {
-    for (Platform::Backoff backoff; slot.lap.load(std::memory_order_acquire) != lap;)
+void ItemFifo::AwaitPush(PopPlace place) noexcept {
+    for (Platform::Backoff backoff; !IsFilled(place);)
         backoff.Pause();
 }
 

@@ -69,9 +69,18 @@ class ItemFifo {
         Slot* slot;
         DWORD lap;
     };
-    struct PopPlace {
-        Slot* slot;
-        Segment* segment;
+    class PopPlace {
+      public:
+        PopPlace() noexcept = default;
+        explicit operator bool() const noexcept { return m_segment != nullptr; }
+        ItemFifo::Slot* Slot() const noexcept { return m_segment->slots + CountIn(m_mark); }
+
+      private:
+        friend ItemFifo;
+        PopPlace(Segment* segment, Mark mark) noexcept : m_segment(segment), m_mark(mark) {}
+
+        Segment* m_segment = nullptr;
+        Mark m_mark = 0;
     };
 
     ItemFifo() noexcept;
@@ -99,26 +108,38 @@ class ItemFifo {
         place.slot->lap.store(place.lap, std::memory_order_release);
     }
 
-    // Without a slot where there is no item. From then on it counts as popped.
+    // None where there is no item. From then on it counts as popped.
     [[nodiscard]] PopPlace BeginPop() noexcept {
-        for (;;) {
-            Segment* const segment = m_first.load(std::memory_order_acquire);
-            Mark mark = segment->taken.load();
-            // What was read is of the first segment, or of an earlier use of it: then it does not stay so.
-            if (m_first.load() != segment) continue;
-            if (mark >= segment->known.load(std::memory_order_relaxed)) [[unlikely]] {
-                if (!FindTicket(segment, mark)) return {};
-                continue;
-            }
-            if (!segment->taken.compare_exchange_strong(mark, mark + 1)) continue;
-            Slot* const slot = segment->slots + CountIn(mark);
-            if (slot->lap.load(std::memory_order_acquire) != LapIn(mark)) [[unlikely]]
-                AwaitPush(*slot, LapIn(mark));
-            return {slot, segment};
-        }
+        PopPlace place;
+        while (!(place = TryBeginPop()))
+            if (!FindTicket()) return {};
+        AwaitPush(place);
+        return place;
     }
+    // The same, and none too where somebody else was faster, or has to look for tickets first. The slot may
+    // still be about to be filled.
+    [[nodiscard]] PopPlace TryBeginPop() noexcept {
+        Segment* const segment = m_first.load(std::memory_order_acquire);
+        Mark mark = segment->taken.load();
+        // What was read is of the first segment, or of an earlier use of it: then it does not stay so.
+        if (m_first.load() != segment || mark >= segment->known.load(std::memory_order_relaxed) ||
+            !segment->taken.compare_exchange_strong(mark, mark + 1)) [[unlikely]]
+            return {};
+        return {segment, mark};
+    }
+    [[nodiscard]] static bool IsFilled(PopPlace place) noexcept {
+        return place.Slot()->lap.load(std::memory_order_acquire) == LapIn(place.m_mark);
+    }
+    // Waits until it is.
+    static void AwaitPush(PopPlace place) noexcept;
     // The slot is needed no longer.
-    void EndPop(PopPlace place) noexcept { Leave(place.segment); }
+    void EndPop(PopPlace place) noexcept {
+        if (Leave(place)) [[unlikely]]
+            GiveBack(place);
+    }
+    // In two steps: whether it was the last one of its segment, which has to be given back then.
+    [[nodiscard]] static bool Leave(PopPlace place) noexcept { return Leave(place.m_segment); }
+    void GiveBack(PopPlace place) noexcept { GiveBack(place.m_segment); }
 
     void PushStop() noexcept { m_stops.fetch_add(1); }
     // False where there is none.
@@ -148,12 +169,10 @@ class ItemFifo {
     }
 
     bool Append(Segment* full) noexcept;
-    bool FindTicket(Segment* segment, Mark mark) noexcept;
-    static void AwaitPush(const Slot& slot, DWORD lap) noexcept;
+    bool FindTicket() noexcept;
     void LeaveFirst(Segment* segment, Mark mark) noexcept;
-    void Leave(Segment* segment) noexcept {
-        if (segment->left.fetch_add(1) == Segment::SlotCount) [[unlikely]]
-            GiveBack(segment);
+    [[nodiscard]] static bool Leave(Segment* segment) noexcept {
+        return segment->left.fetch_add(1) == Segment::SlotCount;
     }
 
     [[nodiscard]] Segment* NewSegment() noexcept;

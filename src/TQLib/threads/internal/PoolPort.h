@@ -25,10 +25,13 @@ class ItemBuffer : public BYTEBuf {
     // Takes the first `size` of the bytes. False where it would need memory for that.
     [[nodiscard]] bool Take(const BYTE (&bytes)[ShortBytes], DWORD size) noexcept {
         if (Room() < ShortBytes) return false;
-        if (Bytes() == size)
-            std::memcpy(Block(), bytes, ShortBytes);  // in a few steps, as their number is known
-        else
-            Assign(bytes, size);
+        Assign(bytes, size);
+        return true;
+    }
+    // The same in a few steps; false too where it has another number of bytes.
+    [[nodiscard]] bool TakeSame(const BYTE (&bytes)[ShortBytes], DWORD size) noexcept {
+        if (Bytes() != size || Room() < ShortBytes) return false;
+        std::memcpy(Block(), bytes, ShortBytes);
         return true;
     }
 };

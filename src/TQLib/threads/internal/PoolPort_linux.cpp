@@ -24,9 +24,11 @@ void CopyShort(BYTE* to, const BYTE* from, std::size_t size) noexcept {
             *to++ = *from++;
         return;
     }
-    for (std::size_t at = 0; at + step < size; at += step)
+    // From both ends towards the middle.
+    for (std::size_t at = 0; 2 * at < size; at += step) {
         std::memcpy(to + at, from + at, step);
-    std::memcpy(to + size - step, from + size - step, step);
+        std::memcpy(to + size - step - at, from + size - step - at, step);
+    }
 }
 
 }  // namespace
@@ -48,7 +50,12 @@ struct PoolPort::Impl {
     // False where there is nothing.
     [[nodiscard]] bool Pop(Packet& packet, ItemBuffer& data) noexcept;
     [[nodiscard]] bool Empty(ItemFifo::PopPlace place, Packet& packet, ItemBuffer& data) noexcept;
-    TQ_NOINLINE bool EmptyToPacket(ItemFifo::PopPlace place, Packet& packet) noexcept;
+    bool EmptyToPacket(ItemFifo::PopPlace place, Packet& packet) noexcept;
+    // What `Take` seldom does.
+    TQ_NOINLINE DWORD TakeSlowly(Packet& packet, ItemBuffer& data) noexcept;
+    TQ_NOINLINE DWORD EmptySlowly(ItemFifo::PopPlace place, Packet& packet, ItemBuffer& data) noexcept;
+    TQ_NOINLINE DWORD LeaveDropped(ItemFifo::PopPlace place, Packet& packet, ItemBuffer& data) noexcept;
+    TQ_NOINLINE DWORD LeaveLast(ItemFifo::PopPlace place) noexcept;
     [[nodiscard]] bool Settle(WorkQueue* queue, DWORD epoch) noexcept;
 
     // Something was pushed. ERROR_SUCCESS.
@@ -218,8 +225,8 @@ void PoolPort::DropAnonymous() noexcept {
 void PoolPort::Impl::DropQueued() noexcept {
     for (const ULONGLONG end = items.Pushed(); items.Popped() < end;) {
         const ItemFifo::PopPlace place = items.BeginPop();
-        if (!place.slot) continue;
-        const ItemFifo::Slot& slot = *place.slot;
+        if (!place) continue;
+        const ItemFifo::Slot& slot = *place.Slot();
         if (slot.size != ItemFifo::Slot::Void) {
             static_cast<void>(Settle(slot.queue, slot.epoch));
             if (slot.size > Packet::InlineBytes) _TQWin32AsynchRoot::FreeOverlapped(slot.holder);
@@ -248,31 +255,65 @@ bool PoolPort::Settle(const Packet& packet) noexcept {
 
 // Taking.
 
+// What is done for almost every item calls nothing, and ends in calls for the rest: it saves no registers.
 DWORD PoolPort::Take(Packet& packet, ItemBuffer& data) noexcept {
     if (const DWORD code = FaultDue("GetQueuedCompletionStatus")) return code;
     Platform::BeforeWait();
-    if (m_impl->sleepers.AreDismissed()) [[unlikely]]
-        return m_impl->TakeAtPort(0, packet, [&] { return m_impl->Pop(packet, data); });
-    return m_impl->Pop(packet, data) ? DWORD{ERROR_SUCCESS} : DWORD{WAIT_TIMEOUT};
+    Impl& impl = *m_impl;
+    if (impl.sleepers.AreDismissed() || Platform::g_hasRaceTool) [[unlikely]]
+        return impl.TakeSlowly(packet, data);
+    const ItemFifo::PopPlace place = impl.items.TryBeginPop();
+    if (!place) [[unlikely]]
+        return impl.TakeSlowly(packet, data);
+    const ItemFifo::Slot& slot = *place.Slot();
+    if (!ItemFifo::IsFilled(place) || slot.size > Packet::InlineBytes || !data.TakeSame(slot.data, slot.size))
+        [[unlikely]]
+        return impl.EmptySlowly(place, packet, data);
+    Compiler::PrefetchToRead(&slot + 1);  // for who pops it next
+    packet.kind = Kind::Taken;
+    if (!impl.Settle(slot.queue, slot.epoch)) [[unlikely]]
+        return impl.LeaveDropped(place, packet, data);
+    if (ItemFifo::Leave(place)) [[unlikely]]
+        return impl.LeaveLast(place);
+    return ERROR_SUCCESS;
+}
+
+DWORD PoolPort::Impl::TakeSlowly(Packet& packet, ItemBuffer& data) noexcept {
+    if (sleepers.AreDismissed()) return TakeAtPort(0, packet, [&] { return Pop(packet, data); });
+    return Pop(packet, data) ? DWORD{ERROR_SUCCESS} : DWORD{WAIT_TIMEOUT};
+}
+
+DWORD PoolPort::Impl::EmptySlowly(ItemFifo::PopPlace place, Packet& packet, ItemBuffer& data) noexcept {
+    ItemFifo::AwaitPush(place);
+    return Empty(place, packet, data) ? DWORD{ERROR_SUCCESS} : TakeSlowly(packet, data);
+}
+
+DWORD PoolPort::Impl::LeaveDropped(ItemFifo::PopPlace place, Packet& packet, ItemBuffer& data) noexcept {
+    items.EndPop(place);
+    return TakeSlowly(packet, data);
+}
+
+DWORD PoolPort::Impl::LeaveLast(ItemFifo::PopPlace place) noexcept {
+    items.GiveBack(place);
+    return ERROR_SUCCESS;
 }
 
 inline bool PoolPort::Impl::Pop(Packet& packet, ItemBuffer& data) noexcept {
     for (;;) {
         const ItemFifo::PopPlace place = items.BeginPop();
-        if (!place.slot) [[unlikely]] {
+        if (!place) {
             packet.kind = Kind::Stop;
             return items.PopStop();
         }
         Platform::TellAcquired(&items);
-        Compiler::PrefetchToRead(place.slot + 1);  // for who pops it next
         if (Empty(place, packet, data)) return true;
     }
 }
 
 // False where there is nothing in it for the thread.
 inline bool PoolPort::Impl::Empty(ItemFifo::PopPlace place, Packet& packet, ItemBuffer& data) noexcept {
-    const ItemFifo::Slot& slot = *place.slot;
-    if (slot.size > Packet::InlineBytes || !data.Take(slot.data, slot.size)) [[unlikely]]
+    const ItemFifo::Slot& slot = *place.Slot();
+    if (slot.size > Packet::InlineBytes || !data.Take(slot.data, slot.size))
         return EmptyToPacket(place, packet);
     packet.kind = Kind::Taken;
     const bool isTaken = Settle(slot.queue, slot.epoch);
@@ -281,7 +322,7 @@ inline bool PoolPort::Impl::Empty(ItemFifo::PopPlace place, Packet& packet, Item
 }
 
 bool PoolPort::Impl::EmptyToPacket(ItemFifo::PopPlace place, Packet& packet) noexcept {
-    const ItemFifo::Slot& slot = *place.slot;
+    const ItemFifo::Slot& slot = *place.Slot();
     const bool isVoid = slot.size == ItemFifo::Slot::Void;
     const bool isLong = !isVoid && slot.size > Packet::InlineBytes;
     packet.kind = Kind::Item;

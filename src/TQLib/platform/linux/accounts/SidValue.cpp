@@ -1,6 +1,7 @@
 #include "TQLib/platform/linux/accounts/SidValue.h"
 
-#include <charconv>
+#include "TQLib/platform/linux/accounts/SidText.h"
+
 #include <limits>
 #include <optional>
 
@@ -48,24 +49,6 @@ std::optional<std::uint64_t> TakeAuthority(std::wstring_view& text) noexcept {
 }
 
 }  // namespace
-
-std::size_t FormatSid(const void* sid, char* text) noexcept {
-    char* at = std::copy_n("S-1-", 4, text);
-    char* const end = text + MaxSidText;
-    const std::uint64_t authority = AuthorityOf(sid);
-    if (authority > MaxDecimalAuthority) {
-        at = std::copy_n("0x", 2, at);
-        for (int shift = (AuthorityDigits - 1) * 4; shift >= 0; shift -= 4)
-            *at++ = "0123456789abcdef"[authority >> shift & 0xF];
-    } else {
-        at = std::to_chars(at, end, authority).ptr;
-    }
-    for (unsigned i = 0; i < SubAuthoritiesOf(sid); ++i) {
-        *at++ = '-';
-        at = std::to_chars(at, end, SubAuthorityOf(sid, i)).ptr;
-    }
-    return static_cast<std::size_t>(at - text);
-}
 
 std::string SidText(const void* sid) {
     char text[MaxSidText];

@@ -79,10 +79,6 @@ struct SidValue {
 };
 static_assert(sizeof(SidValue) == SECURITY_MAX_SID_SIZE);
 
-// The published form S-1-..., the authority in hexadecimal from 2^32 on. `text` must hold MaxSidText
-// characters; returns their number. No terminator is added.
-constexpr std::size_t MaxSidText = 4 + 14 + SID_MAX_SUB_AUTHORITIES * 11;
-std::size_t FormatSid(const void* sid, char* text) noexcept;
 std::string SidText(const void* sid);  // may throw std::bad_alloc
 
 // Reads that form, 1 to 15 sub-authorities. False, with `sid` unchanged, for everything else.

@@ -1,6 +1,7 @@
 #include "TQLib/platform/linux/accounts/Sids.h"
 
 #include "TQLib/platform/linux/accounts/AccountIds.h"
+#include "TQLib/platform/linux/accounts/SidText.h"
 #include "TQLib/platform/linux/accounts/WellKnownSids.h"
 #include "TQLib/platform/linux/base/Case.h"
 #include "TQLib/platform/linux/base/Fail.h"
@@ -190,7 +191,7 @@ BOOL ConvertSidToStringSidW(PSID sid, wchar_t** text) noexcept {
     if (DWORD code = FaultDue("ConvertSidToStringSidW")) return Fail(code, FALSE);
     if (!text) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     if (!IsSid(sid)) return Fail(ERROR_INVALID_SID, FALSE);
-    char form[MaxSidText];
+    wchar_t form[MaxSidText];
     const std::size_t size = FormatSid(sid, form);
     *text = static_cast<wchar_t*>(LocalAlloc(LMEM_FIXED, (size + 1) * sizeof(wchar_t)));
     if (!*text) return Fail(ERROR_NOT_ENOUGH_MEMORY, FALSE);

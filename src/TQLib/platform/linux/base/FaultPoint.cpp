@@ -18,6 +18,7 @@ DWORD FaultDue(const char* function) noexcept {
     for (FaultPlan* plan = ThreadFaultPlans(); plan; plan = plan->next) {
         if (std::strcmp(plan->function, function) != 0) continue;
         ++plan->calls;
+        if (plan->reached) plan->reached();
         if (plan->nth == plan->calls || plan->nth == FaultPlan::EveryCall) code = plan->code;
     }
     return code;

@@ -18,11 +18,13 @@ struct FaultPlan {
     DWORD code;
     unsigned calls = 0;
     FaultPlan* next = nullptr;
+    void (*reached)() = nullptr;  // called by each call; null for nothing
 };
 
 TQLIB_API FaultPlan*& ThreadFaultPlans() noexcept;
 
 // The code with which this call of `function` has to fail, or 0. A call of the kernel's own fails with an errno.
+// Where the code is of no account it marks a place at which a test may act in between.
 TQLIB_API DWORD FaultDue(const char* function) noexcept;
 
 #else

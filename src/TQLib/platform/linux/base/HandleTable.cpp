@@ -1,6 +1,7 @@
 #include "TQLib/platform/linux/base/HandleTable.h"
 
 #include "TQLib/platform/RaceTools.h"
+#include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Lock.h"
 
@@ -174,6 +175,21 @@ bool Names(Name name, std::uint64_t state) noexcept {
     return state >> 32 == name.generation && state & OpenBit;
 }
 
+// The slot that a handle may have, and what its state begins with while the handle is open: in the fewest steps,
+// as what is done with handles takes few others. Bits beside those of a handle are found in no generation.
+struct SlotPlace {
+    HandleSlot* slot;  // null where there is none
+    std::uint64_t open;
+};
+constexpr unsigned OpenShift = 31;
+static_assert(OpenBit == std::uint64_t{1} << OpenShift);
+
+inline SlotPlace PlaceOf(HANDLE handle) noexcept {
+    const auto bits = reinterpret_cast<std::uint64_t>(handle);
+    HandleSlot* const slot = SlotAt(static_cast<std::uint32_t>(bits >> IndexShift) & ((1u << IndexBits) - 1));
+    return {bits % (1u << IndexShift) == 0 ? slot : nullptr, bits >> HandleGenerationShift << 1 | 1};
+}
+
 void Leave(HandleSlot& slot, HANDLE handle) noexcept {
     const std::uint64_t before = slot.state.fetch_sub(1, std::memory_order_acq_rel);
     if ((before & (OpenBit | Users)) != 1) return;
@@ -205,24 +221,20 @@ DWORD InsertHandle(std::shared_ptr<Object> object, DWORD access, HANDLE& handle)
 }
 
 HandleUse::HandleUse(HANDLE handle) noexcept {
-    const std::optional<Name> name = Decode(handle);
-    HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
+    const auto [slot, open] = PlaceOf(handle);
     if (!slot) return;
     std::uint64_t state = slot->state.load(std::memory_order_relaxed);
     do {
-        if (!Names(*name, state)) return;
+        if (state >> OpenShift != open) return;
     } while (!slot->state.compare_exchange_weak(state, state + 1, std::memory_order_acquire,
                                                 std::memory_order_relaxed));
     m_slot = slot;
     m_handle = handle;
+    m_object = slot->object.get();
 }
 
-HandleUse::~HandleUse() {
-    if (m_slot) Leave(*m_slot, m_handle);
-}
-
-Object* HandleUse::Get() const noexcept {
-    return m_slot ? m_slot->object.get() : nullptr;
+void HandleUse::End() noexcept {
+    Leave(*m_slot, m_handle);
 }
 
 std::shared_ptr<Object> HandleUse::Share() const noexcept {
@@ -234,7 +246,7 @@ DWORD HandleUse::Access() const noexcept {
 }
 
 KnownHandle::KnownHandle(HANDLE handle) noexcept {
-    static_assert(OpenBit == std::uint64_t{1} << StateShift);
+    static_assert(StateShift == OpenShift);
     const std::optional<Name> name = Decode(handle);
     const HandleSlot* slot = name ? SlotAt(name->index) : nullptr;
     if (!slot) return;
@@ -245,16 +257,9 @@ KnownHandle::KnownHandle(HANDLE handle) noexcept {
 
 namespace {
 
-// In the fewest steps, as setting and looking at an event take few others. Bits beside those of a handle are
-// found in no generation.
 inline SignalWay WayOf(HANDLE handle) noexcept {
-    const auto bits = reinterpret_cast<std::uint64_t>(handle);
-    const HandleSlot* slot = SlotAt(static_cast<std::uint32_t>(bits >> IndexShift) & ((1u << IndexBits) - 1));
-    const std::uint64_t open = bits >> HandleGenerationShift << 1 | 1;
-    constexpr unsigned OpenShift = 31;
-    if (!slot || bits % (1u << IndexShift) != 0 ||
-        slot->state.load(std::memory_order_acquire) >> OpenShift != open)
-        return {};
+    const auto [slot, open] = PlaceOf(handle);
+    if (!slot || slot->state.load(std::memory_order_acquire) >> OpenShift != open) return {};
     const SignalWay way{slot->line.load(std::memory_order_acquire),
                         slot->tagAndUses.load(std::memory_order_acquire)};
     return slot->state.load(std::memory_order_relaxed) >> OpenShift == open ? way : SignalWay();
@@ -271,6 +276,7 @@ Step SetOnWay(HANDLE handle) noexcept {
     if (!way.May(SignalWay::Set)) return Step::Unclear;
     SignalWord& word = way.line->word;
     TellReleased(&word);
+    static_cast<void>(FaultDue("SetOnWay"));
     const std::uint64_t tag = way.tagAndUses & SignalTag;
     std::uint64_t state = word.load(std::memory_order_relaxed);
     do

@@ -88,24 +88,32 @@ class HandleUse {
     HandleUse() = default;
     explicit HandleUse(HANDLE handle) noexcept;
     HandleUse(HandleUse&& other) noexcept
-        : m_slot(std::exchange(other.m_slot, nullptr)), m_handle(other.m_handle) {}
+        : m_slot(std::exchange(other.m_slot, nullptr)),
+          m_handle(other.m_handle),
+          m_object(std::exchange(other.m_object, nullptr)) {}
     HandleUse& operator=(HandleUse&& other) noexcept {
         std::swap(m_slot, other.m_slot);
         std::swap(m_handle, other.m_handle);
+        std::swap(m_object, other.m_object);
         return *this;
     }
-    ~HandleUse();
+    ~HandleUse() {
+        if (m_slot) End();
+    }
 
     // Null when empty.
-    Object* Get() const noexcept;
+    Object* Get() const noexcept { return m_object; }
     // For an owner that outlives the call.
     std::shared_ptr<Object> Share() const noexcept;
     // What the handle grants; only when not empty.
     DWORD Access() const noexcept;
 
   private:
+    void End() noexcept;
+
     HandleSlot* m_slot = nullptr;
     HANDLE m_handle = nullptr;
+    Object* m_object = nullptr;
 };
 
 // The same for one kind: empty also when the handle names an object of another kind.

@@ -14,20 +14,20 @@ TQ_MAY_BE_MISSING void __tsan_release(void* what);
 
 namespace {
 
-// What a program can ask of valgrind, and of its tool helgrind.
+// What a program can ask of valgrind's helgrind; its other tools answer nothing.
 enum class Request : std::uint64_t {
-    IsThere = 0x1001,  // 1 on valgrind
+    CountKnown = 0x4847012E,  // of so many bytes, those that it knows
     Released = 0x48470121,
     Acquired = 0x48470122,
     Untracked = 0x48470127,
 };
 
-std::uint64_t Ask(Request request, const void* what, std::size_t size = 0) noexcept {
+std::uint64_t Ask(Request request, const void* what, std::size_t second = 0, std::size_t third = 0) noexcept {
     return Compiler::AskValgrind(
-        {static_cast<std::uint64_t>(request), reinterpret_cast<std::uint64_t>(what), size});
+        {static_cast<std::uint64_t>(request), reinterpret_cast<std::uint64_t>(what), second, third});
 }
 
-bool g_onValgrind = false;
+bool g_onHelgrind = false;
 
 }  // namespace
 
@@ -37,24 +37,24 @@ namespace {
 
 // Before any lock of the library is made.
 TQ_RUN_AT_LOAD void LookForRaceTools() noexcept {
-    g_onValgrind = Ask(Request::IsThere, nullptr) != 0;
-    g_hasRaceTool = __tsan_acquire || g_onValgrind;
+    g_onHelgrind = Ask(Request::CountKnown, &g_onHelgrind, 0, sizeof g_onHelgrind) != 0;
+    g_hasRaceTool = __tsan_acquire || g_onHelgrind;
 }
 
 }  // namespace
 
 void TellToolReleased(const void* what) noexcept {
     if (__tsan_release) __tsan_release(const_cast<void*>(what));
-    if (g_onValgrind) Ask(Request::Released, what);
+    if (g_onHelgrind) Ask(Request::Released, what);
 }
 
 void TellToolAcquired(const void* what) noexcept {
     if (__tsan_acquire) __tsan_acquire(const_cast<void*>(what));
-    if (g_onValgrind) Ask(Request::Acquired, what);
+    if (g_onHelgrind) Ask(Request::Acquired, what);
 }
 
 void TellToolOwnMemory(const void* what, std::size_t size) noexcept {
-    if (g_onValgrind) Ask(Request::Untracked, what, size);
+    if (g_onHelgrind) Ask(Request::Untracked, what, size);
 }
 
 }  // namespace Quellan::Platform

@@ -74,14 +74,15 @@ inline std::size_t NameToNative(std::wstring_view name, std::span<char> out) noe
 class NativePath {
   public:
     explicit NativePath(const wchar_t* name) noexcept {
-        const std::wstring_view text(name ? name : L"");
-        if (text.empty()) {
-            m_code = ERROR_PATH_NOT_FOUND;
-        } else if (NativeLength(text) >= sizeof m_text) {
-            m_code = ERROR_FILENAME_EXCED_RANGE;
-        } else {
-            m_size = NameToNative(text, m_text);
-        }
+        if (!name) name = L"";
+        // As a rule all of it is ASCII, and one look at each character is enough.
+        std::size_t size = 0;
+        for (; static_cast<unsigned>(name[size]) - 1 < 0x7F && size < sizeof m_text - 1; ++size)
+            m_text[size] = static_cast<char>(name[size]);
+        if (size != 0 && name[size] == L'\0')
+            m_size = size;
+        else
+            Convert(name);
         m_text[m_size] = '\0';
     }
 
@@ -92,6 +93,15 @@ class NativePath {
     std::string_view View() const noexcept { return {m_text, m_size}; }
 
   private:
+    void Convert(std::wstring_view name) noexcept {
+        if (name.empty())
+            m_code = ERROR_PATH_NOT_FOUND;
+        else if (NativeLength(name) >= sizeof m_text)
+            m_code = ERROR_FILENAME_EXCED_RANGE;
+        else
+            m_size = NameToNative(name, m_text);
+    }
+
     char m_text[PATH_MAX];
     std::size_t m_size = 0;
     DWORD m_code = ERROR_SUCCESS;

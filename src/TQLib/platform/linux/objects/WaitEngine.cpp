@@ -1,6 +1,7 @@
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 
 #include "TQLib/platform/RaceTools.h"
+#include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Process.h"
@@ -391,6 +392,7 @@ Waiter::Claim Waiter::TryClaim(DWORD outcome, WakeList& wakes) noexcept {
 void Waiter::OfferKept(Waitable& object, WaitBlock& block, WakeList& wakes) noexcept {
     Waitable::Unlink(*object.m_line, block);
     if (TryClaimKept(block.index, wakes)) object.TakeFor(0);
+    static_cast<void>(FaultDue("OfferKept"));
     block.queued.store(false, std::memory_order_release);
 }
 

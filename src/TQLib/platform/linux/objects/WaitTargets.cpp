@@ -23,8 +23,9 @@ DWORD WaitTarget::Open(HANDLE handle) noexcept {
 DWORD WaitTargets::Open(DWORD count, const HANDLE* handles, bool all) noexcept {
     if (count == 0 || count > MAXIMUM_WAIT_OBJECTS || !handles) return ERROR_INVALID_PARAMETER;
     for (; m_count < count; ++m_count) {
-        if (DWORD code = m_targets[m_count].Open(handles[m_count])) return code;
-        m_objects[m_count] = m_targets[m_count].Get();
+        WaitTarget& target = *std::construct_at(&m_targets[m_opened++]);
+        if (DWORD code = target.Open(handles[m_count])) return code;
+        m_objects[m_count] = target.Get();
     }
     if (!all) return ERROR_SUCCESS;
     auto sorted = m_objects;

@@ -3,6 +3,8 @@
 
 #include "TQLib/platform/linux/objects/WaitEngine.h"
 
+#include <memory>
+
 namespace Quellan::Platform {
 
 class WaitTarget {
@@ -19,6 +21,11 @@ class WaitTarget {
 
 class WaitTargets {
   public:
+    WaitTargets() noexcept {}
+    WaitTargets(const WaitTargets&) = delete;
+    WaitTargets& operator=(const WaitTargets&) = delete;
+    ~WaitTargets() { std::destroy_n(m_targets, m_opened); }
+
     // 87 (ERROR_INVALID_PARAMETER) unless there are 1 to 64, and for an object that comes twice in a wait for
     // all.
     DWORD Open(DWORD count, const HANDLE* handles, bool all) noexcept;
@@ -28,8 +35,11 @@ class WaitTargets {
 
   private:
     std::size_t m_count = 0;
+    std::size_t m_opened = 0;
     std::array<Waitable*, MAXIMUM_WAIT_OBJECTS> m_objects;
-    std::array<WaitTarget, MAXIMUM_WAIT_OBJECTS> m_targets;
+    union {
+        WaitTarget m_targets[MAXIMUM_WAIT_OBJECTS];  // so many as were opened: most waits have few
+    };
 };
 
 }  // namespace Quellan::Platform

@@ -44,17 +44,22 @@ DWORD WaitForSeveral(DWORD count, const HANDLE* handles, bool all, DWORD ms) noe
     return status;
 }
 
-DWORD WaitForOne(HANDLE handle, DWORD ms) noexcept {
-    BeforeWait();
-    const Step step = TakeOnWay(handle);
-    if (step == Step::Done) return WAIT_OBJECT_0;
-    if (step == Step::Nothing && ms == 0) return WAIT_TIMEOUT;
+// Apart from the waits that end at once, which so save no registers.
+TQ_NOINLINE DWORD WaitForObject(HANDLE handle, DWORD ms) noexcept {
     WaitTarget target;
     if (DWORD code = target.Open(handle)) return Fail(code, WAIT_FAILED);
     Waitable* const object = target.Get();
     DWORD status;
     if (DWORD code = Wait({&object, 1}, false, ms, status)) return Fail(code, WAIT_FAILED);
     return status;
+}
+
+DWORD WaitForOne(HANDLE handle, DWORD ms) noexcept {
+    BeforeWait();
+    const Step step = TakeOnWay(handle);
+    if (step == Step::Done) return WAIT_OBJECT_0;
+    if (step == Step::Nothing && ms == 0) return WAIT_TIMEOUT;
+    return WaitForObject(handle, ms);
 }
 
 }  // namespace
