@@ -5,7 +5,7 @@
 #include "TQLib/text/internal/Refuse.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
-#include "TQLib/text/memory/internal/UniqueHandle.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 
 #include <algorithm>
 #include <array>
@@ -502,7 +502,7 @@ TQStringArray TQSplitWindowsCommandLine(_TQTextT<wchar_t> text) {
     // It gives the running program for the empty text.
     if (WithoutZero(text.View(), Where).empty()) return {};
     int count = 0;
-    const UniqueHandle<_TQLocalMemClose> memory(CommandLineToArgvW(TQString(text.View()).c_str(), &count));
+    const TQUniqueHandle<_TQLocalMemClose> memory(CommandLineToArgvW(TQString(text.View()).c_str(), &count));
     if (!memory) TQStdExceptions::ThrowLastError(Where);
     return TQStringArray(std::span(static_cast<wchar_t**>(memory.Get()), static_cast<std::size_t>(count)));
 }
