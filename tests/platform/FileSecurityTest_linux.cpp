@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using Platform::AccessEntry;
 using Platform::FileSecurity;
 using Platform::SidValue;
-using Handle = TQUniqueHandle<_TQFileHandleClose>;
+using Handle = TQHandle<_TQFileHandleClose>;
 
 const SidValue Everyone(1, {0});
 const SidValue Users(5, {32, 545});

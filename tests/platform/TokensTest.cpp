@@ -13,7 +13,7 @@ class ProcessToken : public Owned {
 
 // The thread's, or the code for there being none.
 DWORD OpenOwn(Owned& token) {
-    return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_DUPLICATE, TRUE, token.Put()));
+    return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY | TOKEN_DUPLICATE, TRUE, token.Receive()));
 }
 
 // Information of variable size, in memory aligned for every structure.
@@ -92,9 +92,9 @@ TEST(Tokens, GrantWhatWasAskedForAlone) {
     Owned made;
     EXPECT_EQ(CodeOf(GetTokenInformation(duplicating, TokenUser, buffer, sizeof buffer, &needed)),
               DWORD{ERROR_ACCESS_DENIED});
-    EXPECT_EQ(
-        CodeOf(DuplicateTokenEx(querying, 0, nullptr, SecurityImpersonation, TokenImpersonation, made.Put())),
-        DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(CodeOf(DuplicateTokenEx(querying, 0, nullptr, SecurityImpersonation, TokenImpersonation,
+                                      made.Receive())),
+              DWORD{ERROR_ACCESS_DENIED});
 }
 
 TEST(Tokens, AreRefusedWhereTheyAreNone) {
@@ -123,7 +123,7 @@ TEST(Tokens, OfProcessesMustBeDuplicatedForThreads) {
     }
     Owned duplicate;
     ASSERT_TRUE(DuplicateTokenEx(token, TOKEN_IMPERSONATE, nullptr, SecurityImpersonation, TokenImpersonation,
-                                 duplicate.Put()));
+                                 duplicate.Receive()));
     EXPECT_TRUE(SetThreadToken(nullptr, duplicate));
     EXPECT_TRUE(RevertToSelf());
 }
@@ -132,10 +132,10 @@ TEST(Tokens, AreNotDuplicatedToAHigherLevel) {
     ProcessToken token(TOKEN_DUPLICATE);
     Owned low, higher;
     ASSERT_TRUE(DuplicateTokenEx(token, TOKEN_DUPLICATE, nullptr, SecurityIdentification, TokenImpersonation,
-                                 low.Put()));
-    EXPECT_EQ(
-        CodeOf(DuplicateTokenEx(low, 0, nullptr, SecurityImpersonation, TokenImpersonation, higher.Put())),
-        DWORD{ERROR_BAD_IMPERSONATION_LEVEL});
+                                 low.Receive()));
+    EXPECT_EQ(CodeOf(DuplicateTokenEx(low, 0, nullptr, SecurityImpersonation, TokenImpersonation,
+                                      higher.Receive())),
+              DWORD{ERROR_BAD_IMPERSONATION_LEVEL});
 }
 
 TEST(Tokens, TellMembership) {

@@ -83,7 +83,7 @@ TEST_F(Impersonation, IsNotHandedOnToNewThreads) {
     const Worker thread([&] {
         Owned token;
         seen = geteuid();
-        return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Put()));
+        return CodeOf(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, TRUE, token.Receive()));
     });
     EXPECT_EQ(thread.Result(), DWORD{ERROR_NO_TOKEN});
     EXPECT_EQ(seen, 0u);
@@ -93,8 +93,8 @@ TEST_F(Impersonation, IsNotHandedOnToNewThreads) {
 TEST_F(Impersonation, ShowsTheUserInTheThreadsToken) {
     Begin();
     Owned token, process;
-    ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.Put()));
-    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, process.Put()));
+    ASSERT_TRUE(OpenThreadToken(GetCurrentThread(), TOKEN_QUERY, FALSE, token.Receive()));
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, process.Receive()));
     TOKEN_ELEVATION ofThread{9}, ofProcess{9};
     DWORD needed = 0;
     EXPECT_TRUE(GetTokenInformation(token, TokenElevation, &ofThread, sizeof ofThread, &needed));

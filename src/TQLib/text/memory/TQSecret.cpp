@@ -114,25 +114,40 @@ bool _TQSecretT<C>::EqualsSecret(ViewType other) const noexcept {
     return _TQDataBufRoot::EqualsSecret(std::as_bytes(std::span(View())), std::as_bytes(std::span(other)));
 }
 
-template <class C>
-_TQSecretT<char> _TQSecretT<C>::ToUtf8() const requires std::is_same_v<C, wchar_t> {
-    const std::wstring_view text = View();
+namespace {
+
+TQaSecretString SecretUtf8Of(std::wstring_view text) {
     if (!Platform::IsValidText(text)) ThrowNoText(L"_TQSecretT::ToUtf8");
-    _TQSecretT<char> bytes;
+    TQaSecretString bytes;
     bytes.Resize(Platform::Utf8Length(text));
     Platform::WideToUtf8(text, bytes.Span());
     Compiler::ClearCopyRegisters();
     return bytes;
 }
 
-template <class C>
-_TQSecretT<C> _TQSecretT<C>::FromUtf8(std::string_view text) requires std::is_same_v<C, wchar_t> {
+TQSecretString SecretWideOf(std::string_view text) {
     if (!Platform::IsValidText(text)) ThrowNoText(L"_TQSecretT::FromUtf8");
-    _TQSecretT wide;
+    TQSecretString wide;
     wide.Resize(Platform::WideLength(text));
     Platform::Utf8ToWide(text, wide.Span());
     Compiler::ClearCopyRegisters();
     return wide;
+}
+
+}  // namespace
+
+// Some compilers make these for other secrets too, where nobody can call them: there they are empty.
+
+template <class C>
+_TQSecretT<char> _TQSecretT<C>::ToUtf8() const requires std::is_same_v<C, wchar_t> {
+    if constexpr (std::is_same_v<C, wchar_t>) return SecretUtf8Of(View());
+    return {};
+}
+
+template <class C>
+_TQSecretT<C> _TQSecretT<C>::FromUtf8(std::string_view text) requires std::is_same_v<C, wchar_t> {
+    if constexpr (std::is_same_v<C, wchar_t>) return SecretWideOf(text);
+    return {};
 }
 
 template class _TQSecretT<wchar_t>;
