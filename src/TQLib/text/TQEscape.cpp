@@ -285,9 +285,9 @@ template <class C>
 std::basic_string<C> EscapedUrl(std::basic_string_view<C> text) {
     return Rewritten(text, UrlPlain, L"TQEscapeUrl", [&](EscapeOutput<C>& output, std::size_t at) {
         const CodePoint point = CodePointAt(text, at);
-        PutCodePoint<char>(point.code, [&](char byte) {
+        PutCodePoint<char>(point.code, [&](char octet) {
             output.Put(C{'%'});
-            output.PutDigits(static_cast<unsigned char>(byte), 2, 4, "0123456789ABCDEF");
+            output.PutDigits(static_cast<unsigned char>(octet), 2, 4, "0123456789ABCDEF");
         });
         return at + point.units;
     });
@@ -308,9 +308,9 @@ std::basic_string<C> UnescapedUrl(std::basic_string_view<C> text) {
         std::size_t count = 0;
         CodePoint point{};
         do {
-            const char32_t byte = at < text.size() && text[at] == C{'%'} ? HexAt(text, at + 1, 2) : NoNumber;
-            if (byte == NoNumber) RefuseAt(Where, L"wrong escape", begin);
-            bytes[count++] = static_cast<char>(byte);
+            const char32_t octet = at < text.size() && text[at] == C{'%'} ? HexAt(text, at + 1, 2) : NoNumber;
+            if (octet == NoNumber) RefuseAt(Where, L"wrong escape", begin);
+            bytes[count++] = static_cast<char>(octet);
             at += 3;
             point = CodePointAt(std::string_view(bytes.data(), count), 0);
         } while (!point.isValid && count < bytes.size());

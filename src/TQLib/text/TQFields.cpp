@@ -47,6 +47,15 @@ void AppendField(_TQStringT<C>& record, std::basic_string_view<C> field, _TQFiel
 }  // namespace
 
 template <class C>
+_TQFieldReaderT<C>::_TQFieldReaderT(_TQTextT<C> text, _TQFieldMarksT<C> marks) noexcept
+    : m_text(text.View()), m_marks(marks) {}
+
+template <class C>
+std::size_t _TQFieldReaderT<C>::Offset() const noexcept {
+    return m_at;
+}
+
+template <class C>
 bool _TQFieldReaderT<C>::AtFieldEnd() const noexcept {
     return m_at == m_text.size() || m_text[m_at] == m_marks.separator || IsLineEnd(m_text[m_at]);
 }

@@ -38,15 +38,14 @@ template <class C>
 class _TQFieldReaderT {
   public:
     // `text` must outlive the reader.
-    explicit _TQFieldReaderT(_TQTextT<C> text, _TQFieldMarksT<C> marks = {}) noexcept
-        : m_text(text.View()), m_marks(marks) {}
+    explicit _TQFieldReaderT(_TQTextT<C> text, _TQFieldMarksT<C> marks = {}) noexcept;
 
     // Goes to the next record, over what is left of the present one; false where there is none.
     bool NextRecord();
     // The next field of the present record, none behind its last. Valid until the next call.
     [[nodiscard]] std::optional<std::basic_string_view<C>> NextField();
     // How many characters were read.
-    [[nodiscard]] std::size_t Offset() const noexcept { return m_at; }
+    [[nodiscard]] std::size_t Offset() const noexcept;
 
   private:
     [[nodiscard]] bool AtFieldEnd() const noexcept;

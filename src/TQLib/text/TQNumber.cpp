@@ -277,6 +277,21 @@ _TQNumberTextT<C>::_TQNumberTextT(ULONGLONG count, BytesTag) noexcept {
     SetBegin(PutDecimal(at, whole));
 }
 
+template <class C>
+_TQNumberTextT<C> _TQNumberTextT<C>::Bytes(ULONGLONG count) noexcept {
+    return _TQNumberTextT(count, BytesTag());
+}
+
+template <class C>
+std::basic_string_view<C> _TQNumberTextT<C>::View() const noexcept {
+    return {m_text.data() + m_begin, m_length};
+}
+
+template <class C>
+_TQNumberTextT<C>::operator std::basic_string_view<C>() const noexcept {
+    return View();
+}
+
 template class _TQNumberTextT<wchar_t>;
 template class _TQNumberTextT<char>;
 

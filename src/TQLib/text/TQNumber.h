@@ -130,15 +130,11 @@ class _TQNumberTextT {
     }
     // A number of bytes for the eye, in the largest unit of 1,024 that it reaches, rounded to one decimal that is left out
     // where it is 0: 512 B, 1.5 GB, 16 EB.
-    [[nodiscard]] static _TQNumberTextT Bytes(ULONGLONG count) noexcept {
-        return _TQNumberTextT(count, BytesTag());
-    }
+    [[nodiscard]] static _TQNumberTextT Bytes(ULONGLONG count) noexcept;
 
     // Valid as long as this object; not terminated.
-    [[nodiscard]] std::basic_string_view<C> View() const noexcept {
-        return {m_text.data() + m_begin, m_length};
-    }
-    operator std::basic_string_view<C>() const noexcept { return View(); }
+    [[nodiscard]] std::basic_string_view<C> View() const noexcept;
+    operator std::basic_string_view<C>() const noexcept;
 
   private:
     struct BytesTag {};

@@ -176,6 +176,9 @@ template <class C>
 _TQStringT<C>::_TQStringT(const std::basic_string<C>& text) : _TQStringT(std::basic_string_view<C>(text)) {}
 
 template <class C>
+_TQStringT<C>::_TQStringT(std::basic_string<C>&& text) noexcept : m_text(std::move(text)) {}
+
+template <class C>
 _TQStringT<C>::_TQStringT(const _TQStringT& other) : _TQStringT(other.View()) {}
 
 template <class C>
@@ -199,8 +202,13 @@ _TQStringT<C>& _TQStringT<C>::Append(_TQTextT<C> text) {
 }
 
 template <class C>
+_TQStringT<C>& _TQStringT<C>::operator+=(_TQTextT<C> text) {
+    return Append(text);
+}
+
+template <class C>
 void _TQStringT<C>::GrowForCharacters() {
-    constexpr std::size_t FewCharacters = 15;
+    constexpr std::size_t FewCharacters = 31;
     Translated(L"TQString::Append", [&] {
         m_text.reserve(std::max(FewCharacters, std::min(2 * m_text.capacity(), m_text.max_size())));
     });

@@ -76,37 +76,40 @@ class _TQStringT {
     _TQStringT(std::basic_string_view<C> text);
     _TQStringT(const std::basic_string<C>& text);
     // Takes over the standard library's string.
-    _TQStringT(std::basic_string<C>&& text) noexcept : m_text(std::move(text)) {}
+    _TQStringT(std::basic_string<C>&& text) noexcept;
     _TQStringT(const _TQStringT& other);
     _TQStringT(_TQStringT&& other) noexcept = default;
     _TQStringT& operator=(const _TQStringT& other);
     _TQStringT& operator=(_TQStringT&& other) noexcept = default;
     virtual ~_TQStringT();
 
+    // What is defined here is made part of the caller even without optimisation: a DLL does not export it, and whoever
+    // includes this leaves it to the DLL.
+
     // Terminated; valid until the string changes.
-    [[nodiscard]] const C* c_str() const noexcept { return m_text.c_str(); }
-    [[nodiscard]] std::size_t Length() const noexcept { return m_text.size(); }
-    [[nodiscard]] bool IsEmpty() const noexcept { return m_text.empty(); }
-    [[nodiscard]] std::basic_string_view<C> View() const noexcept { return m_text; }
-    operator std::basic_string_view<C>() const noexcept { return m_text; }
-    [[nodiscard]] const C* begin() const noexcept { return m_text.data(); }
-    [[nodiscard]] const C* end() const noexcept { return m_text.data() + m_text.size(); }
+    [[nodiscard]] TQ_ALWAYS_INLINE const C* c_str() const noexcept { return m_text.c_str(); }
+    [[nodiscard]] TQ_ALWAYS_INLINE std::size_t Length() const noexcept { return m_text.size(); }
+    [[nodiscard]] TQ_ALWAYS_INLINE bool IsEmpty() const noexcept { return m_text.empty(); }
+    [[nodiscard]] TQ_ALWAYS_INLINE std::basic_string_view<C> View() const noexcept { return m_text; }
+    TQ_ALWAYS_INLINE operator std::basic_string_view<C>() const noexcept { return m_text; }
+    [[nodiscard]] TQ_ALWAYS_INLINE const C* begin() const noexcept { return m_text.data(); }
+    [[nodiscard]] TQ_ALWAYS_INLINE const C* end() const noexcept { return m_text.data() + m_text.size(); }
 
     // The character at `position`, which must be below `Length()`.
-    [[nodiscard]] C At(std::size_t position) const {
+    [[nodiscard]] TQ_ALWAYS_INLINE C At(std::size_t position) const {
         if (position >= Length()) TQStdExceptions::ThrowIndexError(L"TQString::At");
         return m_text[position];
     }
-    C operator[](std::size_t position) const { return At(position); }
-    void SetAt(std::size_t position, C character) {
+    TQ_ALWAYS_INLINE C operator[](std::size_t position) const { return At(position); }
+    TQ_ALWAYS_INLINE void SetAt(std::size_t position, C character) {
         if (position >= Length()) TQStdExceptions::ThrowIndexError(L"TQString::SetAt");
         m_text[position] = character;
     }
 
     _TQStringT& Assign(_TQTextT<C> text);
     _TQStringT& Append(_TQTextT<C> text);
-    _TQStringT& operator+=(_TQTextT<C> text) { return Append(text); }
-    _TQStringT& operator+=(C character) {
+    _TQStringT& operator+=(_TQTextT<C> text);
+    TQ_ALWAYS_INLINE _TQStringT& operator+=(C character) {
         if (m_text.size() == m_text.capacity()) GrowForCharacters();
         m_text.push_back(character);
         return *this;
@@ -115,7 +118,7 @@ class _TQStringT {
     _TQStringT& Insert(std::size_t position, _TQTextT<C> text);
     // Removes up to `count` characters from `position`, at most `Length()`.
     _TQStringT& Remove(std::size_t position, std::size_t count = NotFound);
-    void Clear() noexcept { m_text.clear(); }
+    TQ_ALWAYS_INLINE void Clear() noexcept { m_text.clear(); }
     // Makes room for `length` characters in all, so that strings up to it need no memory.
     void Reserve(std::size_t length);
 
@@ -226,7 +229,7 @@ class _TQStringT {
     }
 
   protected:
-    [[nodiscard]] const std::basic_string<C>& Storage() const noexcept { return m_text; }
+    [[nodiscard]] TQ_ALWAYS_INLINE const std::basic_string<C>& Storage() const noexcept { return m_text; }
 
   private:
     // Where one character comes more are likely to follow.
