@@ -12,6 +12,7 @@ void SecurityIdentifiersSample();
 void ServicesSample();
 void ThreadPoolSample();
 void ThreadsSample();
+void UnicodeSample();
 
 // Throws with `what` unless `isTrue`.
 void Expect(bool isTrue, const wchar_t* what);

@@ -21,7 +21,7 @@ constexpr Sample Samples[] = {
     {L"logging", LoggingSample},        {L"messages", MessagesSample},
     {L"registry", RegistrySample},      {L"security-identifiers", SecurityIdentifiersSample},
     {L"thread-pool", ThreadPoolSample}, {L"threads", ThreadsSample},
-    {L"services", ServicesSample},
+    {L"services", ServicesSample},      {L"unicode", UnicodeSample},
 };
 
 }  // namespace

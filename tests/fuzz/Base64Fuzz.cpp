@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 
+using namespace Quellan;
 using namespace Quellan::Corvel;
 
 namespace {

@@ -5,6 +5,7 @@
 
 #include <iterator>
 
+using namespace Quellan;
 using namespace Quellan::Corvel;
 
 namespace {
