@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 namespace Quellan::Corvel::Bench {
 
@@ -102,10 +103,23 @@ struct Sample {
         narrowOut.resize(wide.size() * 4);
     }
 
+    Sample& Next() { return *this; }
+
     std::wstring wide;
     std::string narrow;
     std::wstring wideOut;
     std::string narrowOut;
+};
+
+// Texts by turns, so that the processor does not learn one.
+struct Samples {
+    Sample& Next() {
+        next = (next + 1) % all.size();
+        return all[next];
+    }
+
+    std::vector<Sample> all;
+    std::size_t next = 0;
 };
 
 std::wstring Repeated(std::wstring_view phrase, std::size_t length) {
@@ -115,43 +129,66 @@ std::wstring Repeated(std::wstring_view phrase, std::size_t length) {
     return text;
 }
 
-// The phrase's characters by chance: the processor learns no order of them.
-std::wstring Shuffled(std::wstring_view phrase, std::size_t length) {
+// The phrase's characters by chance, enough of them in all that the processor learns no order.
+std::shared_ptr<Samples> Shuffled(std::wstring_view phrase, std::size_t length) {
+    constexpr std::size_t Characters = 100'000;
     std::mt19937 random(1);
-    std::wstring text(length, L' ');
-    std::ranges::generate(text, [&] { return phrase[random() % phrase.size()]; });
-    return text;
+    const auto samples = std::make_shared<Samples>();
+    for (std::size_t done = 0; done < Characters; done += length) {
+        std::wstring text(length, L' ');
+        std::ranges::generate(text, [&] { return phrase[random() % phrase.size()]; });
+        samples->all.emplace_back(std::move(text));
+    }
+    return samples;
 }
 
-void AddSample(Contest& contest, const std::string& text, std::wstring wide) {
-    const auto s = std::make_shared<Sample>(std::move(wide));
-
-    const std::string encode = text + " to UTF-8";
-    contest.Add(encode, "WideToUtf8", [s] { Keep(Platform::WideToUtf8(s->wide, s->narrowOut)); });
-    contest.Add(encode, "plain loop", [s] { Keep(Plain::WideToUtf8(s->wide, s->narrowOut.data())); });
-    contest.Add(encode, "iconv", [s, converter = Converter("UTF-8", "WCHAR_T")] {
-        Keep(converter.Convert(s->wide.data(), s->wide.size() * sizeof(wchar_t), s->narrowOut.data(),
-                               s->narrowOut.size()));
+template <class Texts>
+void AddSample(Contest& contest, const std::string& name, const std::shared_ptr<Texts>& texts) {
+    const std::string encode = name + " to UTF-8";
+    contest.Add(encode, "WideToUtf8", [texts] {
+        Sample& s = texts->Next();
+        Keep(Platform::WideToUtf8(s.wide, s.narrowOut));
+    });
+    contest.Add(encode, "plain loop", [texts] {
+        Sample& s = texts->Next();
+        Keep(Plain::WideToUtf8(s.wide, s.narrowOut.data()));
+    });
+    contest.Add(encode, "iconv", [texts, converter = Converter("UTF-8", "WCHAR_T")] {
+        Sample& s = texts->Next();
+        Keep(converter.Convert(s.wide.data(), s.wide.size() * sizeof(wchar_t), s.narrowOut.data(),
+                               s.narrowOut.size()));
     });
 
-    const std::string decode = text + " from UTF-8";
-    contest.Add(decode, "Utf8ToWide", [s] { Keep(Platform::Utf8ToWide(s->narrow, s->wideOut)); });
-    contest.Add(decode, "plain loop", [s] { Keep(Plain::Utf8ToWide(s->narrow, s->wideOut.data())); });
-    contest.Add(decode, "iconv", [s, converter = Converter("WCHAR_T", "UTF-8")] {
-        Keep(converter.Convert(s->narrow.data(), s->narrow.size(), s->wideOut.data(),
-                               s->wideOut.size() * sizeof(wchar_t)));
+    const std::string decode = name + " from UTF-8";
+    contest.Add(decode, "Utf8ToWide", [texts] {
+        Sample& s = texts->Next();
+        Keep(Platform::Utf8ToWide(s.narrow, s.wideOut));
+    });
+    contest.Add(decode, "plain loop", [texts] {
+        Sample& s = texts->Next();
+        Keep(Plain::Utf8ToWide(s.narrow, s.wideOut.data()));
+    });
+    contest.Add(decode, "iconv", [texts, converter = Converter("WCHAR_T", "UTF-8")] {
+        Sample& s = texts->Next();
+        Keep(converter.Convert(s.narrow.data(), s.narrow.size(), s.wideOut.data(),
+                               s.wideOut.size() * sizeof(wchar_t)));
     });
 }
 
 // Beside the conversion, which counts too.
-void AddLengths(Contest& contest, const std::string& text, std::wstring wide) {
-    const auto s = std::make_shared<Sample>(std::move(wide));
-    const std::string units = text + " length from UTF-8";
-    contest.Add(units, "WideLength", [s] { Keep(Platform::WideLength(s->narrow)); });
-    contest.Add(units, "plain loop", [s] { Keep(Plain::Utf8ToWide(s->narrow, s->wideOut.data())); });
-    const std::string bytes = text + " length to UTF-8";
-    contest.Add(bytes, "Utf8Length", [s] { Keep(Platform::Utf8Length(s->wide)); });
-    contest.Add(bytes, "plain loop", [s] { Keep(Plain::WideToUtf8(s->wide, s->narrowOut.data())); });
+void AddLengths(Contest& contest, const std::string& name, const std::shared_ptr<Samples>& texts) {
+    const std::string units = name + " length from UTF-8";
+    contest.Add(units, "WideLength", [texts] { Keep(Platform::WideLength(texts->Next().narrow)); });
+    contest.Add(units, "plain loop", [texts] {
+        Sample& s = texts->Next();
+        Keep(Plain::Utf8ToWide(s.narrow, s.wideOut.data()));
+    });
+    const std::string bytes = name + " length to UTF-8";
+    contest.Add(bytes, "Utf8Length", [texts] { Keep(Platform::Utf8Length(texts->Next().wide)); });
+    contest.Add(bytes, "plain loop", [texts] {
+        Sample& s = texts->Next();
+        Keep(Plain::WideToUtf8(s.wide, s.narrowOut.data()));
+    });
 }
 
 }  // namespace
@@ -169,12 +206,14 @@ void AddConversion(Contest& contest) {
     };
     for (const std::size_t length : {std::size_t{16}, std::size_t{256}, std::size_t{65536}})
         for (const auto& [name, phrase] : scripts)
-            AddSample(contest, name + (" " + std::to_string(length)), Repeated(phrase, length));
+            AddSample(contest, name + (" " + std::to_string(length)),
+                      std::make_shared<Sample>(Repeated(phrase, length)));
     for (const std::size_t length : {std::size_t{1000}, std::size_t{100000}})
         for (const auto& [name, phrase] : scripts) {
             const std::string text = name + (" shuffled " + std::to_string(length));
-            AddSample(contest, text, Shuffled(phrase, length));
-            AddLengths(contest, text, Shuffled(phrase, length));
+            const auto texts = Shuffled(phrase, length);
+            AddSample(contest, text, texts);
+            AddLengths(contest, text, texts);
         }
 }
 

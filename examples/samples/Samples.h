@@ -15,6 +15,7 @@ void ServicesSample();
 void TextSample();
 void ThreadPoolSample();
 void ThreadsSample();
+void UnicodeSample();
 
 // Throws with `what` unless `isTrue`.
 void Expect(bool isTrue, const wchar_t* what);

@@ -8,6 +8,7 @@
 #include <span>
 #include <string>
 
+using namespace Quellan;
 using namespace Quellan::Corvel;
 
 namespace {
@@ -24,7 +25,7 @@ void Check(std::string_view text, TQBase64Rules rules) {
         const std::wstring wide(text.begin(), text.end());
         Require(TQBase64::EncodeNarrow(All(TQBase64::Decode(wide, rules)), rules) ==
                 TQBase64::EncodeNarrow(All(bytes), rules));
-    } catch (const TQException&) {
+    } catch (const TQCoreException&) {
     }
 }
 
@@ -33,7 +34,7 @@ void CheckHex(std::string_view text) {
         const BYTEBuf bytes = TQHex::Decode(text, TQHex::Space::Skipped);
         const BYTEBuf again = TQHex::Decode(TQHex::Encode(All(bytes), TQHex::Digits::Upper).View());
         Require(std::ranges::equal(All(bytes), All(again)));
-    } catch (const TQException&) {
+    } catch (const TQCoreException&) {
     }
 }
 

@@ -5,6 +5,7 @@
 
 #include <iterator>
 
+using namespace Quellan;
 using namespace Quellan::Corvel;
 
 namespace {
@@ -16,7 +17,7 @@ constexpr TQEncodingRules Strict{.isStrict = true};
 void CheckStrict(TQEncoding encoding, std::string_view bytes) {
     try {
         Require(encoding.Encode(encoding.Decode(bytes, Strict), Strict) == bytes);
-    } catch (const TQException&) {
+    } catch (const TQCoreException&) {
     }
 }
 

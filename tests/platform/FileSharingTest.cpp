@@ -9,7 +9,7 @@
 namespace Quellan::Corvel::Test {
 namespace {
 
-using Handle = TQUniqueHandle<_TQFileHandleClose>;
+using Handle = TQHandle<_TQFileHandleClose>;
 
 constexpr DWORD Read = FILE_SHARE_READ;
 constexpr DWORD Write = FILE_SHARE_WRITE;

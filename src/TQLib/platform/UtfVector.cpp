@@ -136,12 +136,24 @@ __m128i IsBetween(__m128i lanes, std::uint32_t first, std::uint32_t last) noexce
     return _mm_and_si128(_mm_cmpgt_epi32(lanes, Each32(first - 1)), _mm_cmplt_epi32(lanes, Each32(last + 1)));
 }
 
-__m128i IsUpToThreeBytes(__m128i lanes) noexcept {
+__m128i IsThreeBytes(__m128i lanes) noexcept {
     const __m128i isSurrogate = _mm_cmpeq_epi32(_mm_and_si128(lanes, Each32(0xFFFFE000)), Each32(0xEDA000));
-    const __m128i isThree = _mm_andnot_si128(isSurrogate, IsBetween(lanes, 0xE0A080, 0xEFBFBF));
+    return _mm_andnot_si128(isSurrogate, IsBetween(lanes, 0xE0A080, 0xEFBFBF));
+}
+
+__m128i IsFourBytes(__m128i lanes) noexcept {
+    return IsBetween(lanes, 0xF0908080, 0xF48FBFBF);
+}
+
+__m128i IsUpToThreeBytes(__m128i lanes) noexcept {
+    const __m128i isThree = IsThreeBytes(lanes);
     const __m128i isTwo = IsBetween(lanes, 0xC280, 0xDFBF);
     const __m128i isOne = _mm_cmplt_epi32(lanes, Each32(0x80));
     return _mm_or_si128(_mm_or_si128(isOne, isTwo), isThree);
+}
+
+bool IsEach(__m128i marks) noexcept {
+    return BitsOf(marks) == 0xFFFF;
 }
 
 // Writes up to eight characters and returns how many count, 0 if they are not valid.
@@ -150,15 +162,14 @@ TQ_FOR_SSSE3 std::size_t SixFrom(__m128i bytes, wchar_t* out) noexcept {
     const __m128i fromTwo = _mm_sub_epi16(bytes, Each16(0xC280));
     const __m128i isTwo =
         _mm_cmpeq_epi16(_mm_subs_epu16(fromTwo, Each16(0xDFBF - 0xC280)), _mm_setzero_si128());
-    if (BitsOf(_mm_or_si128(isOne, isTwo)) != 0xFFFF) return 0;
+    if (!IsEach(_mm_or_si128(isOne, isTwo))) return 0;
     Widen(_mm_or_si128(_mm_and_si128(bytes, Each16(0x7F)),
                        _mm_srli_epi16(_mm_and_si128(bytes, Each16(0x1F00)), 2)),
           out);
     return 6;
 }
 
-TQ_FOR_SSSE3 std::size_t FourFrom(__m128i bytes, wchar_t* out) noexcept {
-    if (BitsOf(IsUpToThreeBytes(bytes)) != 0xFFFF) return 0;
+TQ_FOR_SSSE3 void WriteFour(__m128i bytes, wchar_t* out) noexcept {
     const __m128i low = _mm_and_si128(bytes, Each32(0x7F));
     const __m128i middle = _mm_srli_epi32(_mm_and_si128(bytes, Each32(0x3F00)), 2);
     const __m128i high = _mm_srli_epi32(_mm_and_si128(bytes, Each32(0x0F0000)), 4);
@@ -169,14 +180,49 @@ TQ_FOR_SSSE3 std::size_t FourFrom(__m128i bytes, wchar_t* out) noexcept {
     } else {
         StoreVector(out, codes);
     }
+}
+
+TQ_FOR_SSSE3 std::size_t FourFrom(__m128i bytes, wchar_t* out) noexcept {
+    if (!IsEach(IsUpToThreeBytes(bytes))) return 0;
+    WriteFour(bytes, out);
     return 4;
+}
+
+// The four of three bytes each that the twelve are.
+TQ_FOR_SSSE3 std::size_t FourOfThreeFrom(__m128i bytes, wchar_t* out) noexcept {
+    const __m128i lanes =
+        _mm_shuffle_epi8(bytes, _mm_setr_epi8(2, 1, 0, -1, 5, 4, 3, -1, 8, 7, 6, -1, 11, 10, 9, -1));
+    if (!IsEach(IsThreeBytes(lanes))) return 0;
+    WriteFour(lanes, out);
+    return 4;
+}
+
+// The four of four bytes each that the sixteen are.
+TQ_FOR_SSSE3 std::size_t FourOfFourFrom(__m128i bytes, wchar_t* out) noexcept {
+    const __m128i lanes =
+        _mm_shuffle_epi8(bytes, _mm_setr_epi8(3, 2, 1, 0, 7, 6, 5, 4, 11, 10, 9, 8, 15, 14, 13, 12));
+    if (!IsEach(IsFourBytes(lanes))) return 0;
+    const __m128i low = _mm_or_si128(_mm_and_si128(lanes, Each32(0x3F)),
+                                     _mm_srli_epi32(_mm_and_si128(lanes, Each32(0x3F00)), 2));
+    const __m128i high = _mm_or_si128(_mm_srli_epi32(_mm_and_si128(lanes, Each32(0x3F0000)), 4),
+                                      _mm_srli_epi32(_mm_and_si128(lanes, Each32(0x07000000)), 6));
+    const __m128i codes = _mm_or_si128(low, high);
+    if constexpr (HasWideUtf16) {
+        const __m128i first = _mm_add_epi32(_mm_srli_epi32(codes, 10), Each32(0xD7C0));
+        const __m128i second = _mm_or_si128(_mm_and_si128(codes, Each32(0x3FF)), Each32(0xDC00));
+        StoreVector(out, _mm_or_si128(first, _mm_slli_epi32(second, 16)));
+        return 8;
+    } else {
+        StoreVector(out, codes);
+        return 4;
+    }
 }
 
 TQ_FOR_SSSE3 std::size_t ThreeFrom(__m128i bytes, wchar_t* out) noexcept {
     const __m128i isShort =
         _mm_cmpgt_epi32(bytes, Each32(0xFFFFFFFF));  // the first of four bytes is at the sign
-    const __m128i isFour = IsBetween(bytes, 0xF0908080, 0xF48FBFBF);
-    if (BitsOf(_mm_or_si128(_mm_and_si128(isShort, IsUpToThreeBytes(bytes)), isFour)) != 0xFFFF) return 0;
+    const __m128i isFour = IsFourBytes(bytes);
+    if (!IsEach(_mm_or_si128(_mm_and_si128(isShort, IsUpToThreeBytes(bytes)), isFour))) return 0;
     const __m128i low = _mm_or_si128(_mm_and_si128(bytes, Each32(0x7F)),
                                      _mm_srli_epi32(_mm_and_si128(bytes, Each32(0x3F00)), 2));
     const __m128i high = _mm_or_si128(_mm_srli_epi32(_mm_and_si128(bytes, Each32(0x3F0000)), 4),
@@ -234,25 +280,30 @@ TQ_FOR_SSSE3 VectorStep ToWide(std::string_view text, wchar_t* const out) noexce
         // What ends with the window's last byte is not known.
         for (std::size_t at = 0; at + GroupSize < window.size;) {
             const __m128i bytes = LoadVector(begin + at);
+            wchar_t* const place = out + step.written;
             std::size_t size = VectorSize;
+            std::size_t count = VectorSize;
             if ((window.others & 0xFFFF) == 0 && at + VectorSize <= window.size) {
                 const __m128i zero = _mm_setzero_si128();
-                Widen(_mm_unpacklo_epi8(bytes, zero), out + step.written);
-                Widen(_mm_unpackhi_epi8(bytes, zero), out + step.written + 8);
-                step.written += VectorSize;
+                Widen(_mm_unpacklo_epi8(bytes, zero), place);
+                Widen(_mm_unpackhi_epi8(bytes, zero), place + 8);
+            } else if ((window.ends & 0xFFF) == 0x924) {
+                size = GroupSize;
+                count = FourOfThreeFrom(bytes, place);
+            } else if ((window.ends & 0xFFFF) == 0x8888 && at + VectorSize < window.size) {
+                count = FourOfFourFrom(bytes, place);
             } else {
                 const Group group = Tables.groups[window.ends & (Tables.groups.size() - 1)];
                 if (group.shuffle == NoShuffle) return step;
+                size = group.size;
                 const __m128i lanes =
                     _mm_shuffle_epi8(bytes, LoadVector(Tables.shuffles[group.shuffle].data()));
-                wchar_t* const place = out + step.written;
-                const std::size_t count = group.shuffle < Ways[1].firstShuffle   ? SixFrom(lanes, place)
-                                          : group.shuffle < Ways[2].firstShuffle ? FourFrom(lanes, place)
-                                                                                 : ThreeFrom(lanes, place);
-                if (count == 0) return step;
-                size = group.size;
-                step.written += count;
+                count = group.shuffle < Ways[1].firstShuffle   ? SixFrom(lanes, place)
+                        : group.shuffle < Ways[2].firstShuffle ? FourFrom(lanes, place)
+                                                               : ThreeFrom(lanes, place);
             }
+            if (count == 0) return step;
+            step.written += count;
             step.read += size;
             at += size;
             if (at >= window.size) break;  // no shift is as wide as the window
@@ -437,25 +488,42 @@ TQ_FOR_SSSE3 std::size_t EightTo(__m128i codes, char* out) noexcept {
     return PackInto(out, lanes, PackingOfEight, BitsOf(_mm_packs_epi16(isOne, _mm_setzero_si128())));
 }
 
+// The bits of each character spread over four bytes, six in each but the first.
+__m128i Spread(__m128i codes) noexcept {
+    const auto part = [codes](std::uint32_t mask) { return _mm_and_si128(codes, Each32(mask)); };
+    return _mm_or_si128(_mm_or_si128(_mm_slli_epi32(part(0x3F), 24), _mm_slli_epi32(part(0xFC0), 10)),
+                        _mm_or_si128(_mm_srli_epi32(part(0x3F000), 4), _mm_srli_epi32(codes, 18)));
+}
+
 // Any characters; 0 where one is none.
 TQ_FOR_SSSE3 std::size_t FourTo(__m128i codes, char* out) noexcept {
+    constexpr unsigned All = 0xF;
     const __m128i isSurrogate = _mm_cmpeq_epi32(_mm_and_si128(codes, Each32(0xFFFFF800)), Each32(0xD800));
     const __m128i isBeyond = _mm_cmpgt_epi32(codes, Each32(0x10FFFF));
     if (LanesOf(_mm_or_si128(_mm_or_si128(isSurrogate, isBeyond), codes)) != 0) return 0;
-    const __m128i hasTwo = _mm_cmpgt_epi32(codes, Each32(0x7F));
     const __m128i hasThree = _mm_cmpgt_epi32(codes, Each32(0x7FF));
     const __m128i hasFour = _mm_cmpgt_epi32(codes, Each32(0xFFFF));
-    const auto part = [codes](std::uint32_t mask) { return _mm_and_si128(codes, Each32(mask)); };
-    __m128i lanes =
-        _mm_or_si128(_mm_or_si128(_mm_slli_epi32(part(0x3F), 24), _mm_slli_epi32(part(0xFC0), 10)),
-                     _mm_or_si128(_mm_srli_epi32(part(0x3F000), 4), _mm_srli_epi32(codes, 18)));
+    const unsigned three = LanesOf(hasThree);
+    const unsigned four = LanesOf(hasFour);
+    const __m128i spread = Spread(codes);
+    if (three == All && four == 0) {
+        const __m128i order = _mm_setr_epi8(1, 2, 3, 5, 6, 7, 9, 10, 11, 13, 14, 15, -1, -1, -1, -1);
+        StoreVector(out, _mm_shuffle_epi8(_mm_or_si128(spread, Each32(0x8080E000)), order));
+        return 12;
+    }
+    if (four == All) {
+        StoreVector(out, _mm_or_si128(spread, Each32(0x808080F0)));
+        return 16;
+    }
+    const __m128i hasTwo = _mm_cmpgt_epi32(codes, Each32(0x7F));
     // The marks of the bytes; each size takes back that of the first byte of the smaller one.
     const __m128i marks = _mm_xor_si128(_mm_and_si128(hasTwo, Each32(0x80C08000)),
                                         _mm_xor_si128(_mm_and_si128(hasThree, Each32(0x00406000)),
                                                       _mm_and_si128(hasFour, Each32(0x000060F0))));
-    lanes = _mm_or_si128(_mm_or_si128(lanes, marks), _mm_andnot_si128(hasTwo, _mm_slli_epi32(codes, 24)));
+    const __m128i lanes =
+        _mm_or_si128(_mm_or_si128(spread, marks), _mm_andnot_si128(hasTwo, _mm_slli_epi32(codes, 24)));
     const __m128i isEven = _mm_xor_si128(_mm_xor_si128(hasTwo, hasThree), hasFour);
-    return PackInto(out, lanes, PackingOfFour, LanesOf(isEven) | LanesOf(hasThree) << 4);
+    return PackInto(out, lanes, PackingOfFour, LanesOf(isEven) | three << 4);
 }
 
 TQ_FOR_SSSE3 VectorStep ToUtf8(std::wstring_view text, char* const out) noexcept {

@@ -4,8 +4,8 @@
 #include "TQLib/text/internal/CodePoints.h"
 #include "TQLib/text/internal/Refuse.h"
 #include "TQLib/text/memory/TQHandle.h"
-#include "TQLib/text/memory/internal/Translated.h"
 #include "TQLib/text/memory/TQUniqueHandle.h"
+#include "TQLib/text/memory/internal/Translated.h"
 
 #include <algorithm>
 #include <array>

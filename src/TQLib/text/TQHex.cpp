@@ -10,7 +10,7 @@ namespace Quellan::Corvel {
 
 namespace {
 
-constexpr BYTE NoDigit = 0xFF;
+constexpr BYTE NoHexDigit = 0xFF;
 
 // "00" to "FF".
 using HexPairs = std::array<std::array<char, 2>, 256>;
@@ -27,7 +27,7 @@ constexpr HexPairs UpperPairs = MakeHexPairs("0123456789ABCDEF");
 
 constexpr auto HexValues = [] {
     std::array<BYTE, 256> values{};
-    values.fill(NoDigit);
+    values.fill(NoHexDigit);
     for (unsigned byte = 0; byte < 16; ++byte)
         for (const HexPairs* pairs : {&LowerPairs, &UpperPairs})
             values[static_cast<unsigned char>((*pairs)[byte][1])] = static_cast<BYTE>(byte);
@@ -52,14 +52,14 @@ bool FromHex(std::string_view text, BYTEBuf& bytes, std::size_t& place) {
     for (place = 0; place + 1 < text.size(); place += 2) {
         const BYTE high = valueAt(place);
         const BYTE low = valueAt(place + 1);
-        if (high == NoDigit || low == NoDigit) {
-            place += high != NoDigit;
+        if (high == NoHexDigit || low == NoHexDigit) {
+            place += high != NoHexDigit;
             return false;
         }
         *out++ = static_cast<BYTE>(high << 4 | low);
     }
     if (place == text.size()) return true;
-    place += valueAt(place) != NoDigit;
+    place += valueAt(place) != NoHexDigit;
     return false;
 }
 
