@@ -19,14 +19,6 @@
 #define TQLIB_API __attribute__((visibility("default")))
 #endif
 
-// A class template's instantiation that the library has. Windows' users make the inline members themselves: a library
-// exports none of a template's there.
-#if defined(_WIN32) && !defined(TQ_BUILDING_LIBRARY)
-#define TQLIB_INSTANTIATED(...)
-#else
-#define TQLIB_INSTANTIATED(...) extern template class TQLIB_API __VA_ARGS__;
-#endif
-
 // Marks for the compiler's thread-safety analysis: which lock guards a member, what a function does to a
 // lock. A mark without a lock means the object itself. Compilers without the analysis (all but clang) complain
 // about its attributes.

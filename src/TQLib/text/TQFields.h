@@ -58,8 +58,8 @@ class _TQFieldReaderT {
     std::basic_string<C> m_unquoted;
 };
 
-TQLIB_INSTANTIATED(_TQFieldReaderT<wchar_t>)
-TQLIB_INSTANTIATED(_TQFieldReaderT<char>)
+extern template class TQLIB_API _TQFieldReaderT<wchar_t>;
+extern template class TQLIB_API _TQFieldReaderT<char>;
 
 using TQFieldReader = _TQFieldReaderT<wchar_t>;
 using TQaFieldReader = _TQFieldReaderT<char>;

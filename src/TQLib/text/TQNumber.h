@@ -151,8 +151,8 @@ class _TQNumberTextT {
     std::size_t m_length = 0;
 };
 
-TQLIB_INSTANTIATED(_TQNumberTextT<wchar_t>)
-TQLIB_INSTANTIATED(_TQNumberTextT<char>)
+extern template class TQLIB_API _TQNumberTextT<wchar_t>;
+extern template class TQLIB_API _TQNumberTextT<char>;
 
 using TQNumberText = _TQNumberTextT<wchar_t>;
 using TQaNumberText = _TQNumberTextT<char>;

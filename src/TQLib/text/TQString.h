@@ -269,8 +269,8 @@ _TQStringT<C>& _TQStringT<C>::AppendFormat(TQFormatText<C, std::type_identity_t<
     return *this;
 }
 
-TQLIB_INSTANTIATED(_TQStringT<wchar_t>)
-TQLIB_INSTANTIATED(_TQStringT<char>)
+extern template class TQLIB_API _TQStringT<wchar_t>;
+extern template class TQLIB_API _TQStringT<char>;
 
 template <class S, class Traits, class C>
 requires(std::is_same_v<S, char> || std::is_same_v<S, wchar_t>) std::basic_ostream<S, Traits>
