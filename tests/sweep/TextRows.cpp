@@ -121,7 +121,7 @@ std::vector<SweptOperation> TextRows() {
                   EXPECT_EQ(TQSplitWindowsCommandLine(TQWindowsCommandLine(L"a", words)).Count(), 4u);
               }),
         Swept("array unique", Texts, Unchanged, [](TQStringArray& texts) { texts.UniqueNoCase(); }),
-        Swept("array sort no case", Texts, [](TQStringArray& texts) { texts.SortNoCase(); }),
+        Swept("array sort no case", Texts, "new", [](TQStringArray& texts) { texts.SortNoCase(); }),
         Swept("array copy", Texts, [](TQStringArray& texts) { TQStringArray{texts}; }),
         Swept("array assign", Texts, Unchanged,
               [](TQStringArray& texts) {

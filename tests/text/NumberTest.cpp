@@ -291,7 +291,7 @@ TEST(Number, AgreesWithTheCLibraryOnRandomTexts) {
         const double value = std::strtod(real.c_str(), &end);
         const auto length = static_cast<std::size_t>(end - real.c_str());
         // Values that are less exact for being tiny are out of its range too.
-        ExpectReal(real, value, length,
+        ExpectReal(real, length == 0 ? 0 : value, length,
                    length == 0                            ? Fault::NoNumber
                    : errno == ERANGE && value == 0        ? Fault::Underflow
                    : errno == ERANGE && std::isinf(value) ? Fault::Overflow
