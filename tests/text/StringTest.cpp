@@ -152,9 +152,9 @@ TYPED_TEST(StringOf, FindsCharactersOfASet) {
     EXPECT_EQ(text.FindAny(T(";,"), 2), 3u);
     EXPECT_EQ(text.FindAny(T("x")), String::NotFound);
     EXPECT_EQ(text.FindAny(T(""), 9), String::NotFound);
-    const String far = T(std::string(300, 'a') + ";b,");
-    EXPECT_EQ(far.FindAny(T(",;")), 300u);
-    EXPECT_EQ(far.FindAny(T(",x")), 302u);
+    const String distant = T(std::string(300, 'a') + ";b,");
+    EXPECT_EQ(distant.FindAny(T(",;")), 300u);
+    EXPECT_EQ(distant.FindAny(T(",x")), 302u);
     EXPECT_EQ(text.FindNotAny(T("ab,")), 3u);
     EXPECT_EQ(text.FindNotAny(T("abc,;")), String::NotFound);
 }
