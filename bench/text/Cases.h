@@ -9,5 +9,6 @@ void AddNumbers(Contest& contest);
 void AddPieces(Contest& contest);
 void AddSearches(Contest& contest);
 void AddEscapes(Contest& contest);
+void AddUnicode(Contest& contest);
 
 }  // namespace Quellan::Corvel::Bench

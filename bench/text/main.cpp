@@ -7,5 +7,6 @@ int main(int argc, char** argv) {
     AddPieces(contest);
     AddSearches(contest);
     AddEscapes(contest);
+    AddUnicode(contest);
     return contest.Run(argc, argv);
 }
