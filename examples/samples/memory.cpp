@@ -40,7 +40,7 @@ void UseHandles() {
     if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, token.Put()))
         TQSysException::ThrowLastError(L"OpenProcessToken");
     TQHandle<_TQKernelHandleClose> shared = std::move(token);
-    Expect(shared && !token, L"The handle is shared now.");
+    Expect(shared.IsValid(), L"The handle can be shared now.");
 }
 
 }  // namespace
