@@ -68,7 +68,8 @@ void AddUnicode(Contest& contest) {
     for (const std::size_t size : {24, 1000}) {
         const auto t = std::make_shared<Bytes>(size);
         const std::string work = std::to_string(size) + " bytes";
-        contest.Add("base 64 of " + work, "TQBase64", [t] { Keep(TQBase64::EncodeNarrow(t->bytes).c_str()); });
+        contest.Add("base 64 of " + work, "TQBase64",
+                    [t] { Keep(TQBase64::EncodeNarrow(t->bytes).c_str()); });
         contest.Add("base 64 of " + work, "absl::Base64Escape",
                     [t] { Keep(absl::Base64Escape(t->narrow).c_str()); });
         contest.Add("base 64 to " + work, "TQBase64", [t] { Keep(TQBase64::Decode(t->text).Data()); });
@@ -78,9 +79,11 @@ void AddUnicode(Contest& contest) {
         });
     }
     AddNormalisation(contest, "1000 of ASCII", L"The service could not be started. ");
-    AddNormalisation(contest, "1000 of French", L"L\u2019\u00E9l\u00E8ve a pr\u00E9f\u00E9r\u00E9 No\u00EBl. ");
+    AddNormalisation(contest, "1000 of French",
+                     L"L\u2019\u00E9l\u00E8ve a pr\u00E9f\u00E9r\u00E9 No\u00EBl. ");
     AddNormalisation(contest, "1000 with marks", L"Ame\u0301lie re\u0302ve a\u0300 Noe\u0308l. ");
-    AddNormalisation(contest, "1000 of Korean", L"\uC11C\uBE44\uC2A4\uB97C \uC2DC\uC791\uD560 \uC218 \uC5C6\uB2E4. ");
+    AddNormalisation(contest, "1000 of Korean",
+                     L"\uC11C\uBE44\uC2A4\uB97C \uC2DC\uC791\uD560 \uC218 \uC5C6\uB2E4. ");
 }
 
 }  // namespace Quellan::Corvel::Bench
