@@ -28,7 +28,7 @@ std::wstring WideOf(std::string_view text) {
 
 template <class T>
 void ExpectInteger(std::string_view text, unsigned base, T value, std::size_t length,
-                   Fault fault = Fault::None) {
+                   Fault fault = Fault::NoFault) {
     const TQParsed<T> wide = TQTryParse<T>(WideOf(text), base);
     const TQParsed<T> narrow = TQTryParse<T>(text, base);
     EXPECT_TRUE(wide.value == value && wide.length == length && wide.fault == fault)
@@ -85,7 +85,7 @@ TEST(Number, LetsThePrefixChooseTheBase) {
 }
 
 template <class T>
-void ExpectReal(std::string_view text, T value, std::size_t length, Fault fault = Fault::None) {
+void ExpectReal(std::string_view text, T value, std::size_t length, Fault fault = Fault::NoFault) {
     const auto same = [&](TQParsed<T> parsed) {
         return (parsed.value == value || (value != value && parsed.value != parsed.value)) &&
                std::signbit(parsed.value) == std::signbit(value) && parsed.length == length &&
@@ -272,7 +272,7 @@ TEST(Number, AgreesWithTheCLibraryOnRandomTexts) {
             const long long value = std::strtoll(text.c_str(), &end, static_cast<int>(base));
             const Fault fault = errno == ERANGE       ? Fault::Overflow
                                 : end == text.c_str() ? Fault::NoNumber
-                                                      : Fault::None;
+                                                      : Fault::NoFault;
             ExpectInteger(text, base, value, static_cast<std::size_t>(end - text.c_str()), fault);
             if (text[0] != '-') {
                 errno = 0;
@@ -280,7 +280,7 @@ TEST(Number, AgreesWithTheCLibraryOnRandomTexts) {
                 ExpectInteger(text, base, whole, static_cast<std::size_t>(end - text.c_str()),
                               errno == ERANGE            ? Fault::Overflow
                               : fault == Fault::NoNumber ? fault
-                                                         : Fault::None);
+                                                         : Fault::NoFault);
             }
             ++compared;
         }
@@ -295,7 +295,7 @@ TEST(Number, AgreesWithTheCLibraryOnRandomTexts) {
                    length == 0                            ? Fault::NoNumber
                    : errno == ERANGE && value == 0        ? Fault::Underflow
                    : errno == ERANGE && std::isinf(value) ? Fault::Overflow
-                                                          : Fault::None);
+                                                          : Fault::NoFault);
         ++compared;
     }
     EXPECT_GT(compared, texts);

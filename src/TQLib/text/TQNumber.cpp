@@ -88,7 +88,7 @@ _TQMagnitude ReadMagnitude(std::basic_string_view<C> text, unsigned base, ULONGL
     isOver = isOver || value > limit;
     read.value = isOver ? limit : value;
     read.length = static_cast<std::size_t>(at - text.data());
-    read.fault = isOver ? TQNumberFault::Overflow : TQNumberFault::None;
+    read.fault = isOver ? TQNumberFault::Overflow : TQNumberFault::NoFault;
     return read;
 }
 
@@ -118,7 +118,7 @@ void ReadNarrowReal(std::string_view text, TQParsed<T>& parsed) noexcept {
     const auto [end, error] = std::from_chars(begin, text.data() + text.size(), parsed.value);
     if (error == std::errc::invalid_argument) return;
     parsed.length = static_cast<std::size_t>(end - text.data());
-    parsed.fault = TQNumberFault::None;
+    parsed.fault = TQNumberFault::NoFault;
     if (error != std::errc::result_out_of_range) return;
     const bool isTooLarge = IsTooLarge({begin, end});
     parsed.value =

@@ -29,7 +29,7 @@ concept TQInteger =
 template <class T>
 concept TQReal = std::same_as<T, float> || std::same_as<T, double>;
 
-enum class TQNumberFault : BYTE { None, NoNumber, Overflow, Underflow };
+enum class TQNumberFault : BYTE { NoFault, NoNumber, Overflow, Underflow };
 
 // What a text begins with.
 template <class T>
@@ -41,7 +41,7 @@ struct TQParsed {
     std::size_t length = 0;
     TQNumberFault fault = TQNumberFault::NoNumber;
 
-    explicit operator bool() const noexcept { return fault == TQNumberFault::None; }
+    explicit operator bool() const noexcept { return fault == TQNumberFault::NoFault; }
 };
 
 // The value without its sign, cut to the larger of two limits.
