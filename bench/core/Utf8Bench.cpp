@@ -206,11 +206,11 @@ void AddConversion(Contest& contest) {
     };
     for (const std::size_t length : {std::size_t{16}, std::size_t{256}, std::size_t{65536}})
         for (const auto& [name, phrase] : scripts)
-            AddSample(contest, name + (" " + std::to_string(length)),
+            AddSample(contest, std::string(name) + " " + std::to_string(length),
                       std::make_shared<Sample>(Repeated(phrase, length)));
     for (const std::size_t length : {std::size_t{1000}, std::size_t{100000}})
         for (const auto& [name, phrase] : scripts) {
-            const std::string text = name + (" shuffled " + std::to_string(length));
+            const std::string text = std::string(name) + " shuffled " + std::to_string(length);
             const auto texts = Shuffled(phrase, length);
             AddSample(contest, text, texts);
             AddLengths(contest, text, texts);

@@ -245,7 +245,7 @@ TEST(SecretPages, WorkInAChildWhateverItsParentWasAbout) {
             for (const std::size_t size : {16u, 32u, 2000u, 5000u})
                 Secret(size);
     });
-    for (int round = 0; round < 100; ++round) {
+    for (int round = 0; round < 100 && !HasFailure(); ++round) {
         auto inherited = std::make_unique<TQDataBuf<char>>(Secret(32));
         Forked child([&] {
             alarm(20);
@@ -254,7 +254,7 @@ TEST(SecretPages, WorkInAChildWhateverItsParentWasAbout) {
                 if (std::ranges::count(Secret(size), 's') != static_cast<std::ptrdiff_t>(size)) return 1;
             return 0;
         });
-        ASSERT_EQ(child.Code(), 0) << round;
+        EXPECT_EQ(child.Code(), 0) << round;
     }
     isOver = true;
     busy.join();
