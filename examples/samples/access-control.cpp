@@ -18,9 +18,18 @@ void MakeFile(const wchar_t* name) {
     if (!file.IsValid()) TQSysException::ThrowLastError(L"CreateFileW");
 }
 
+void ReadText() {
+    const SecDesc descriptor = SecDesc::FromText(L"O:BAD:P(A;OICI;FA;;;BA)(A;;FR;;;BU)");
+    const TQString text = descriptor.Text();
+    const TQString words = descriptor.Describe();  // Administrators: full control, ...
+    Expect(text == L"O:BAD:P(A;OICI;FA;;;BA)(A;;FR;;;BU)", L"The text is the same again.");
+    Expect(!words.IsEmpty(), L"There are words.");
+}
+
 }  // namespace
 
 void AccessControlSample() {
+    ReadText();
     const wchar_t* const name = L"access-control.sample";
     DeleteFileW(name);
     MakeFile(name);

@@ -55,9 +55,11 @@ TEST(AccessLists, HaveTheOrderInWhichTheyWereBuiltOrTheCanonicalOne) {
     list.Allow(Users(), 1, INHERITED_ACE).Deny(Users(), 2, INHERITED_ACE).Deny(Administrators(), 3);
     const SecACL ordered = list.InCanonicalOrder();
     ASSERT_EQ(ordered.Count(), 5u);
-    const DWORD rights[] = {FILE_WRITE_DATA, 3, FILE_ALL_ACCESS, 2, 1};
+    const DWORD rights[] = {FILE_WRITE_DATA, 3, FILE_ALL_ACCESS, 1, 2};
     for (std::size_t i = 0; i < ordered.Count(); ++i)
         EXPECT_EQ(ordered[i].Rights(), rights[i]);
+    EXPECT_TRUE(ordered.IsCanonical());
+    EXPECT_FALSE(list.IsCanonical());
 }
 
 TEST(AccessLists, ThatAreDamagedAreRefused) {
@@ -73,14 +75,14 @@ TEST(AccessLists, ThatAreDamagedAreRefused) {
     EXPECT_EQ(codeWith(4, 3), DWORD{ERROR_INVALID_ACL}) << "count";
     EXPECT_EQ(codeWith(FirstEntry + 2, 200), DWORD{ERROR_INVALID_ACL}) << "size of an entry";
     EXPECT_EQ(codeWith(FirstSid + 1, 9), DWORD{ERROR_INVALID_ACL}) << "identifier beyond its entry";
-    EXPECT_EQ(codeWith(FirstEntry, 5), DWORD{ERROR_NOT_SUPPORTED}) << "entry with other parts";
+    EXPECT_EQ(codeWith(FirstEntry, 5), DWORD{ERROR_INVALID_ACL}) << "object types that are not there";
 }
 
 TEST(AccessLists, ThatNoBlockCanHoldAreRefused) {
     SecACL list;
     for (int i = 0; i < 3000; ++i)
         list.Allow(Users(), 1);
-    EXPECT_EQ(ThrownCode([&] { list.Block(); }), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ThrownCode([&] { list.Block(); }), DWORD{ERROR_ALLOTTED_SPACE_EXCEEDED});
     EXPECT_EQ(ThrownCode([] { SecACL().Allow(SecID(), 1).Block(); }), DWORD{ERROR_INVALID_PARAMETER});
 }
 

@@ -78,6 +78,17 @@ std::vector<SweptOperation> SecurityRows() {
         Swept("descriptor copy", Descriptor, [](SecDesc& descriptor) { SecDesc{descriptor}; }),
         Swept("descriptor bytes", Descriptor,
               [](SecDesc& descriptor) { EXPECT_TRUE(SecDesc(descriptor.Block().Data()) == descriptor); }),
+        Swept("descriptor text", Descriptor,
+              [](SecDesc& descriptor) {
+                  constexpr const wchar_t* Text = L"D:(XA;;FA;;;WD;(a == {1,\"b\"} && !(c)))";
+                  EXPECT_EQ(SecDesc::FromText(Text).Text(), Text);
+                  EXPECT_EQ(SecDesc::FromText(descriptor.Text()), descriptor);
+              }),
+        Swept("lists merged", Descriptor,
+              [](SecDesc& descriptor) {
+                  const SecACL& list = *descriptor.DACL();
+                  EXPECT_EQ(list.Merged(list), list.InCanonicalOrder().Effective());
+              }),
         Swept("attributes", Descriptor, [](SecDesc& descriptor) { SecAttr{SecAttr(descriptor)}; }),
     };
     // Wine tells nothing of an account's groups and state.

@@ -2,60 +2,177 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/security/internal/EntryParts.h"
 
-#include <cstddef>
+#include <algorithm>
 #include <cstring>
+#include <limits>
 #include <tuple>
 
 namespace Quellan::Sarvek {
 
+using Corvel::BYTEBuf;
+using Corvel::TQStdExceptions;
+using Corvel::TQSysException;
+
 namespace {
 
-constexpr std::size_t HeadSize = offsetof(ACCESS_ALLOWED_ACE, SidStart);
+using Kind = SecACE::Kind;
 
-bool IsSimple(BYTE kind) noexcept {
-    return kind <= SYSTEM_AUDIT_ACE_TYPE || kind == SYSTEM_MANDATORY_LABEL_ACE_TYPE;
+constexpr std::size_t HeadSize = sizeof(ACE_HEADER) + sizeof(DWORD);  // with the rights
+constexpr std::size_t TypeSize = sizeof(SecObjectType);
+constexpr std::size_t Unit = sizeof(DWORD);  // which the sizes of entries are multiples of
+constexpr DWORD HasObjectType = 1;
+constexpr DWORD HasInheritedType = 2;
+
+DWORD NumberAt(Bytes bytes) noexcept {
+    DWORD number;
+    std::memcpy(&number, bytes.data(), sizeof number);
+    return number;
 }
 
-const BYTE* BytesOf(const ACE_HEADER& entry) noexcept {
-    return reinterpret_cast<const BYTE*>(&entry);
+// The first `size` of the bytes, which then begin behind them; empty where there are fewer.
+Bytes TakeFront(Bytes& bytes, std::size_t size) noexcept {
+    if (bytes.size() < size) return {};
+    const Bytes taken = bytes.first(size);
+    bytes = bytes.subspan(size);
+    return taken;
 }
 
-DWORD RightsOf(const ACE_HEADER& entry) noexcept {
-    DWORD rights;
-    std::memcpy(&rights, BytesOf(entry) + offsetof(ACCESS_ALLOWED_ACE, Mask), sizeof rights);
-    return rights;
+Bytes BytesOf(const std::optional<SecObjectType>& type) noexcept {
+    return type ? Bytes(*type) : Bytes();
 }
 
-const void* SidOf(const ACE_HEADER& entry) noexcept {
-    return BytesOf(entry) + HeadSize;
+Bytes BytesOf(const SecID& id) noexcept {
+    return {static_cast<const BYTE*>(id.Address()), id.Length()};
 }
 
-const ACE_HEADER& Checked(const ACE_HEADER& entry) {
-    constexpr const wchar_t* Where = L"SecACE::SecACE";
-    constexpr std::size_t LeastSid = 8;
-    if (!IsSimple(entry.AceType)) throw Corvel::TQSysException(ERROR_NOT_SUPPORTED, Where);
-    const BYTE* const sid = BytesOf(entry) + HeadSize;
-    if (entry.AceSize < HeadSize + LeastSid || entry.AceSize < HeadSize + LeastSid + sid[1] * sizeof(DWORD))
-        throw Corvel::TQSysException(ERROR_INVALID_ACL, Where);
-    return entry;
+EntryParts PartsOf(const SecACE& entry) noexcept {
+    return {.kind = entry.GetKind(),
+            .flags = entry.Flags(),
+            .rights = entry.Rights(),
+            .objectType = BytesOf(entry.ObjectType()),
+            .inheritedType = BytesOf(entry.InheritedObjectType()),
+            .id = BytesOf(entry.SID()),
+            .data = Bytes(entry.Data().Data(), entry.Data().Size()),
+            .size = entry.Size()};
 }
 
-SecID Copied(const void* sid) {
-    try {
-        return SecID(sid);
-    } catch (const Corvel::TQSysException&) {
-        throw Corvel::TQSysException(ERROR_INVALID_ACL, L"SecACE::SecACE");
-    }
+// Shorter ones come first, as with identifiers.
+std::strong_ordering Order(Bytes left, Bytes right) noexcept {
+    const auto order = left.size() <=> right.size();
+    if (order != 0 || left.empty()) return order;
+    return std::memcmp(left.data(), right.data(), left.size()) <=> 0;
+}
+
+std::strong_ordering Order(const EntryParts& left, const EntryParts& right) noexcept {
+    std::strong_ordering order =
+        std::tie(left.kind, left.flags, left.rights) <=> std::tie(right.kind, right.flags, right.rights);
+    for (const auto part :
+         {&EntryParts::objectType, &EntryParts::inheritedType, &EntryParts::id, &EntryParts::data})
+        if (order == 0) order = Order(left.*part, right.*part);
+    return order;
+}
+
+// Of the platform's entry, whose size is believed.
+std::optional<EntryParts> PartsOf(const ACE_HEADER& entry) noexcept {
+    return ReadEntry({reinterpret_cast<const BYTE*>(&entry), entry.AceSize});
+}
+
+EntryParts CheckedParts(const ACE_HEADER& entry) {
+    if (const auto parts = PartsOf(entry)) return *parts;
+    throw TQSysException(ERROR_INVALID_ACL, L"SecACE::SecACE");
+}
+
+std::optional<SecObjectType> TypeOf(Bytes bytes) noexcept {
+    if (bytes.empty()) return {};
+    SecObjectType type;
+    std::ranges::copy(bytes, type.begin());
+    return type;
+}
+
+void Append(BYTEBuf& block, const auto& value) {
+    block.Append(reinterpret_cast<const BYTE*>(&value), sizeof value);
+}
+
+void Append(BYTEBuf& block, Bytes bytes) {
+    block.Append(bytes.data(), bytes.size());
 }
 
 }  // namespace
 
-SecACE::SecACE(const ACE_HEADER& entry)
-    : m_id(Copied(SidOf(Checked(entry)))),
-      m_rights(RightsOf(entry)),
-      m_kind(static_cast<Kind>(entry.AceType)),
-      m_flags(entry.AceFlags) {}
+Bytes ReadIdentifier(Bytes bytes) noexcept {
+    constexpr std::size_t Head = 8;
+    if (bytes.size() < Head || bytes[0] != SID_REVISION || bytes[1] > SID_MAX_SUB_AUTHORITIES) return {};
+    return TakeFront(bytes, Head + bytes[1] * sizeof(DWORD));
+}
+
+std::optional<EntryParts> ReadEntry(Bytes bytes) noexcept {
+    ACE_HEADER head;
+    if (bytes.size() < sizeof head) return {};
+    std::memcpy(&head, bytes.data(), sizeof head);
+    if (head.AceSize < sizeof head || head.AceSize > bytes.size() || head.AceSize % Unit != 0) return {};
+    EntryParts parts;
+    parts.kind = static_cast<Kind>(head.AceType);
+    parts.flags = head.AceFlags;
+    parts.size = head.AceSize;
+    bytes = bytes.subspan(sizeof head, head.AceSize - sizeof head);
+    if (!SecACE::IsOpaque(parts.kind)) {
+        const Bytes rights = TakeFront(bytes, sizeof parts.rights);
+        if (rights.empty()) return {};
+        parts.rights = NumberAt(rights);
+        if (SecACE::HasObjectTypes(parts.kind)) {
+            const Bytes marks = TakeFront(bytes, sizeof(DWORD));
+            const DWORD given = marks.empty() ? ~DWORD{0} : NumberAt(marks);
+            if (given & ~(HasObjectType | HasInheritedType)) return {};
+            if (given & HasObjectType) parts.objectType = TakeFront(bytes, TypeSize);
+            if (given & HasInheritedType) parts.inheritedType = TakeFront(bytes, TypeSize);
+            if (parts.objectType.empty() != !(given & HasObjectType) ||
+                parts.inheritedType.empty() != !(given & HasInheritedType))
+                return {};
+        }
+        parts.id = ReadIdentifier(bytes);
+        if (parts.id.empty()) return {};
+        bytes = bytes.subspan(parts.id.size());
+    }
+    parts.data = bytes;
+    return parts;
+}
+
+bool AreSame(const SecACE& entry, const EntryParts& parts) noexcept {
+    return Order(PartsOf(entry), parts) == 0;
+}
+
+bool SecACE::HasObjectTypes(Kind kind) noexcept {
+    switch (kind) {
+        case Kind::AllowObject:
+        case Kind::DenyObject:
+        case Kind::AuditObject:
+        case Kind::AlarmObject:
+        case Kind::AllowCallbackObject:
+        case Kind::DenyCallbackObject:
+        case Kind::AuditCallbackObject:
+        case Kind::AlarmCallbackObject:
+            return true;
+        default:
+            return false;
+    }
+}
+
+bool SecACE::IsOpaque(Kind kind) noexcept {
+    return kind == Kind::AllowCompound || kind > Kind::AccessFilter;
+}
+
+SecACE::SecACE(const ACE_HEADER& entry) : SecACE(CheckedParts(entry)) {}
+
+SecACE::SecACE(const EntryParts& parts)
+    : m_id(parts.id.empty() ? nullptr : static_cast<const void*>(parts.id.data())),
+      m_data(parts.data.data(), parts.data.size()),
+      m_objectType(TypeOf(parts.objectType)),
+      m_inheritedType(TypeOf(parts.inheritedType)),
+      m_rights(parts.rights),
+      m_kind(parts.kind),
+      m_flags(parts.flags) {}
 
 SecACE::~SecACE() = default;
 
@@ -64,13 +181,82 @@ SecACE SecACE::Audit(SecID id, DWORD rights, bool successes, bool failures, BYTE
     return SecACE(Kind::Audit, std::move(id), rights, static_cast<BYTE>(flags | marks));
 }
 
+SecACE SecACE::ForObjects(const std::optional<SecObjectType>& type,
+                          const std::optional<SecObjectType>& inheritedType) const {
+    if (!HasObjectTypes(m_kind)) TQStdExceptions::ThrowParameterInvalidError(L"SecACE::ForObjects");
+    SecACE entry(*this);
+    entry.m_objectType = type;
+    entry.m_inheritedType = inheritedType;
+    return entry;
+}
+
+SecACE SecACE::WithData(const void* bytes, std::size_t size) const {
+    SecACE entry(*this);
+    entry.m_data.Assign(static_cast<const BYTE*>(bytes), size);
+    entry.m_data.Resize((size + Unit - 1) / Unit * Unit);
+    return entry;
+}
+
+SecACE SecACE::WithRights(DWORD rights) const {
+    SecACE entry(*this);
+    entry.m_rights = rights;
+    return entry;
+}
+
 bool SecACE::IsInherited() const noexcept {
     return m_flags & INHERITED_ACE;
 }
 
+bool SecACE::IsInheritOnly() const noexcept {
+    return m_flags & INHERIT_ONLY_ACE;
+}
+
+bool SecACE::IsAllowing() const noexcept {
+    return m_kind == Kind::Allow || m_kind == Kind::AllowObject || m_kind == Kind::AllowCallback ||
+           m_kind == Kind::AllowCallbackObject || m_kind == Kind::AllowCompound;
+}
+
+bool SecACE::IsDenying() const noexcept {
+    return m_kind == Kind::Deny || m_kind == Kind::DenyObject || m_kind == Kind::DenyCallback ||
+           m_kind == Kind::DenyCallbackObject;
+}
+
+std::size_t SecACE::Size() const noexcept {
+    if (IsOpaque(m_kind)) return sizeof(ACE_HEADER) + m_data.Size();
+    const std::size_t types = (m_objectType ? TypeSize : 0) + (m_inheritedType ? TypeSize : 0);
+    return HeadSize + (HasObjectTypes(m_kind) ? sizeof(DWORD) + types : 0) + m_id.Length() + m_data.Size();
+}
+
+BYTEBuf SecACE::Block() const {
+    BYTEBuf block;
+    AppendTo(block);
+    return block;
+}
+
+void SecACE::AppendTo(BYTEBuf& block) const {
+    constexpr const wchar_t* Where = L"SecACE::Block";
+    if (m_id.IsNull() != IsOpaque(m_kind)) TQStdExceptions::ThrowParameterInvalidError(Where);
+    const std::size_t size = Size();
+    if (size > std::numeric_limits<WORD>::max()) throw TQSysException(ERROR_ALLOTTED_SPACE_EXCEEDED, Where);
+    ACE_HEADER head{};
+    head.AceType = static_cast<BYTE>(m_kind);
+    head.AceFlags = m_flags;
+    head.AceSize = static_cast<WORD>(size);
+    block.Reserve(block.Size() + size);
+    Append(block, head);
+    if (!IsOpaque(m_kind)) Append(block, m_rights);
+    if (HasObjectTypes(m_kind)) {
+        const DWORD given = (m_objectType ? HasObjectType : 0) | (m_inheritedType ? HasInheritedType : 0);
+        Append(block, given);
+        Append(block, BytesOf(m_objectType));
+        Append(block, BytesOf(m_inheritedType));
+    }
+    Append(block, BytesOf(m_id));
+    block.Append(m_data);
+}
+
 std::strong_ordering operator<=>(const SecACE& left, const SecACE& right) noexcept {
-    return std::tie(left.m_kind, left.m_flags, left.m_rights, left.m_id) <=>
-           std::tie(right.m_kind, right.m_flags, right.m_rights, right.m_id);
+    return Order(PartsOf(left), PartsOf(right));
 }
 
 bool operator==(const SecACE& left, const ACE_HEADER& right) noexcept {
@@ -78,12 +264,9 @@ bool operator==(const SecACE& left, const ACE_HEADER& right) noexcept {
 }
 
 std::partial_ordering operator<=>(const SecACE& left, const ACE_HEADER& right) noexcept {
-    if (!IsSimple(right.AceType)) return std::partial_ordering::unordered;
-    const auto kind = static_cast<BYTE>(left.m_kind);
-    const DWORD rights = RightsOf(right);
-    const auto order =
-        std::tie(kind, left.m_flags, left.m_rights) <=> std::tie(right.AceType, right.AceFlags, rights);
-    return order == 0 ? left.m_id <=> SidOf(right) : order;
+    const auto parts = PartsOf(right);
+    if (!parts) return std::partial_ordering::unordered;
+    return Order(PartsOf(left), *parts);
 }
 
 }  // namespace Quellan::Sarvek

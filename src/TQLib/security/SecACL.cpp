@@ -2,9 +2,9 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/security/internal/EntryParts.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <limits>
 #include <vector>
@@ -12,44 +12,62 @@
 namespace Quellan::Sarvek {
 
 using Corvel::BYTEBuf;
-using Corvel::TQException;
 using Corvel::TQSysException;
 
 namespace {
 
-constexpr std::size_t EntryHead = offsetof(ACCESS_ALLOWED_ACE, SidStart);
+using Kind = SecACE::Kind;
 
-void Append(BYTEBuf& block, const void* bytes, std::size_t size) {
-    block.Append(static_cast<const BYTE*>(bytes), size);
-}
-
-// Calls `use` with each entry of the platform's list.
-void ForEachEntry(const ACL& list, auto use) {
+// Calls `use` with the parts of each entry.
+void ForEachEntry(Bytes bytes, auto use) {
     const auto invalid = [] { return TQSysException(ERROR_INVALID_ACL, L"SecACL::SecACL"); };
-    const auto* at = reinterpret_cast<const BYTE*>(&list);
-    if (list.AclRevision < ACL_REVISION || list.AclRevision > ACL_REVISION_DS || list.AclSize < sizeof(ACL))
+    ACL head;
+    if (bytes.size() < sizeof head) throw invalid();
+    std::memcpy(&head, bytes.data(), sizeof head);
+    if (head.AclRevision < ACL_REVISION || head.AclRevision > ACL_REVISION_DS || head.AclSize < sizeof head ||
+        head.AclSize > bytes.size())
         throw invalid();
-    const BYTE* const end = at + list.AclSize;
-    at += sizeof(ACL);
-    for (unsigned i = 0; i < list.AceCount; ++i) {
-        const auto left = static_cast<std::size_t>(end - at);
-        const auto& entry = *reinterpret_cast<const ACE_HEADER*>(at);
-        if (left < sizeof(ACE_HEADER) || entry.AceSize < sizeof(ACE_HEADER) || entry.AceSize > left)
-            throw invalid();
-        use(entry);
-        at += entry.AceSize;
+    bytes = bytes.subspan(sizeof head, head.AclSize - sizeof head);
+    for (unsigned i = 0; i < head.AceCount; ++i) {
+        const auto entry = ReadEntry(bytes);
+        if (!entry) throw invalid();
+        use(*entry);
+        bytes = bytes.subspan(entry->size);
     }
 }
 
-// 0 first: denied by the object itself, allowed by it, then the same of what is inherited.
+Bytes BytesOf(const ACL& list) noexcept {
+    return {reinterpret_cast<const BYTE*>(&list), list.AclSize};
+}
+
+// 0 first: what the object itself denies, the rest of its own, what is inherited.
 int RankOf(const SecACE& entry) noexcept {
-    return (entry.IsInherited() ? 2 : 0) + (entry.GetKind() == SecACE::Kind::Deny ? 0 : 1);
+    return entry.IsInherited() ? 2 : entry.IsDenying() ? 0 : 1;
+}
+
+// Whether both entries may be one with the rights of both.
+bool AreAlikeButForRights(const SecACE& left, const SecACE& right) noexcept {
+    return left.GetKind() == right.GetKind() && left.Flags() == right.Flags() &&
+           left.ObjectType() == right.ObjectType() &&
+           left.InheritedObjectType() == right.InheritedObjectType() && left.SID() == right.SID() &&
+           left.Data() == right.Data();
+}
+
+bool IsForEverything(const SecACE& entry) noexcept {
+    return entry.GetKind() == Kind::Allow || (entry.GetKind() == Kind::AllowObject && !entry.ObjectType());
 }
 
 }  // namespace
 
 SecACL::SecACL(const ACL& list) {
-    ForEachEntry(list, [this](const ACE_HEADER& entry) { Add(SecACE(entry)); });
+    ForEachEntry(BytesOf(list), [this](const EntryParts& parts) { Add(SecACE(parts)); });
+}
+
+SecACL SecACL::FromBytes(const void* bytes, std::size_t size) {
+    SecACL list;
+    ForEachEntry({static_cast<const BYTE*>(bytes), size},
+                 [&](const EntryParts& parts) { list.Add(SecACE(parts)); });
+    return list;
 }
 
 SecACL& SecACL::Allow(SecID id, DWORD rights, BYTE flags) {
@@ -64,45 +82,83 @@ SecACL& SecACL::Deny(SecID id, DWORD rights, BYTE flags) {
 
 SecACL SecACL::InCanonicalOrder() const {
     SecACL ordered;
-    for (int rank = 0; rank < 4; ++rank)
+    for (int rank = 0; rank <= 2; ++rank)
         for (const SecACE& entry : *this)
             if (RankOf(entry) == rank) ordered.Add(entry);
     return ordered;
 }
 
-BYTEBuf SecACL::Block() const {
-    constexpr const wchar_t* Where = L"SecACL::Block";
-    std::size_t size = sizeof(ACL);
-    for (const SecACE& entry : *this) {
-        if (entry.SID().IsNull()) throw TQException(ERROR_INVALID_PARAMETER, Where);
-        size += EntryHead + entry.SID().Length();
+bool SecACL::IsCanonical() const noexcept {
+    return std::ranges::is_sorted(begin(), end(), {}, RankOf);
+}
+
+SecACL SecACL::Merged(const SecACL& other) const {
+    SecACL both(*this);
+    for (const SecACE& entry : other)
+        both.Add(entry);
+    SecACL merged;
+    std::vector<SecACE>& entries = merged.Items();
+    for (const SecACE& entry : both.InCanonicalOrder()) {
+        const bool mayJoin = !entry.IsInherited() && !SecACE::IsOpaque(entry.GetKind());
+        const auto alike = std::ranges::find_if(
+            entries, [&](const SecACE& known) { return mayJoin && AreAlikeButForRights(known, entry); });
+        if (alike == entries.end())
+            merged.Add(entry);
+        else
+            *alike = entry.WithRights(alike->Rights() | entry.Rights());
     }
-    if (size > std::numeric_limits<WORD>::max()) throw TQException(ERROR_INVALID_PARAMETER, Where);
+    return merged;
+}
+
+SecACL SecACL::Effective() const {
+    SecACL effective;
+    for (const SecACE& entry : *this)
+        if (!entry.IsInheritOnly()) effective.Add(entry);
+    return effective;
+}
+
+std::size_t SecACL::Remove(const SecID& id) noexcept {
+    return std::erase_if(Items(), [&](const SecACE& entry) { return entry.SID() == id; });
+}
+
+DWORD SecACL::RightsOf(const SecIDArray& ids) const noexcept {
+    DWORD allowed = 0;
+    DWORD denied = 0;
+    for (const SecACE& entry : *this) {
+        if (entry.IsInheritOnly() || entry.SID().IsNull() || !ids.Contains(entry.SID())) continue;
+        if (entry.IsDenying())
+            denied |= entry.Rights() & ~allowed;
+        else if (IsForEverything(entry))
+            allowed |= entry.Rights() & ~denied;
+    }
+    return allowed;
+}
+
+BYTEBuf SecACL::Block() const {
+    std::size_t size = sizeof(ACL);
     ACL head{};
     head.AclRevision = ACL_REVISION;
+    for (const SecACE& entry : *this) {
+        size += entry.Size();
+        if (SecACE::HasObjectTypes(entry.GetKind())) head.AclRevision = ACL_REVISION_DS;
+    }
+    if (size > std::numeric_limits<WORD>::max())
+        throw TQSysException(ERROR_ALLOTTED_SPACE_EXCEEDED, L"SecACL::Block");
     head.AclSize = static_cast<WORD>(size);
     head.AceCount = static_cast<WORD>(Count());
     BYTEBuf block;
     block.Reserve(size);
-    Append(block, &head, sizeof head);
-    for (const SecACE& entry : *this) {
-        const DWORD rights = entry.Rights();
-        ACE_HEADER header{};
-        header.AceType = static_cast<BYTE>(entry.GetKind());
-        header.AceFlags = entry.Flags();
-        header.AceSize = static_cast<WORD>(EntryHead + entry.SID().Length());
-        Append(block, &header, sizeof header);
-        Append(block, &rights, sizeof rights);
-        Append(block, entry.SID().Address(), entry.SID().Length());
-    }
+    block.Append(reinterpret_cast<const BYTE*>(&head), sizeof head);
+    for (const SecACE& entry : *this)
+        entry.AppendTo(block);
     return block;
 }
 
 bool operator==(const SecACL& left, const ACL& right) {
     std::size_t count = 0;
     bool isEqual = left.Count() == right.AceCount;
-    ForEachEntry(right, [&](const ACE_HEADER& entry) {
-        isEqual = isEqual && left[count] == entry;
+    ForEachEntry(BytesOf(right), [&](const EntryParts& parts) {
+        isEqual = isEqual && AreSame(left[count], parts);
         ++count;
     });
     return isEqual;

@@ -2,8 +2,11 @@
 
 #include "TQLib/core/TQException.h"
 #include "TQLib/platform/Platform.h"
+#include "TQLib/security/internal/ControlMarks.h"
+#include "TQLib/security/internal/EntryParts.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 namespace Quellan::Sarvek {
@@ -16,6 +19,7 @@ namespace {
 // Where the parts of the platform's descriptor lie; null ones are missing.
 struct Parts {
     WORD control = 0;
+    BYTE resourceControl = 0;
     const void* owner = nullptr;
     const void* group = nullptr;
     const ACL* sacl = nullptr;
@@ -34,12 +38,16 @@ Parts PartsOf(const void* descriptor) {
         const auto at = [&](DWORD offset) -> const void* {
             return offset ? static_cast<const BYTE*>(descriptor) + offset : nullptr;
         };
-        return {head.Control, at(head.Owner), at(head.Group), static_cast<const ACL*>(at(head.Sacl)),
+        return {head.Control,
+                head.Sbz1,
+                at(head.Owner),
+                at(head.Group),
+                static_cast<const ACL*>(at(head.Sacl)),
                 static_cast<const ACL*>(at(head.Dacl))};
     }
     SECURITY_DESCRIPTOR whole;
     std::memcpy(&whole, descriptor, sizeof whole);
-    return {whole.Control, whole.Owner, whole.Group, whole.Sacl, whole.Dacl};
+    return {whole.Control, whole.Sbz1, whole.Owner, whole.Group, whole.Sacl, whole.Dacl};
 }
 
 // Where the next part of a block will lie.
@@ -82,6 +90,42 @@ SecDesc::SecDesc(const void* descriptor) {
     if (parts.control & SE_DACL_PRESENT && parts.dacl) m_dacl.emplace(*parts.dacl);
     if (parts.control & SE_SACL_PRESENT && parts.sacl) m_sacl.emplace(*parts.sacl);
     m_control = static_cast<WORD>(parts.control & ~SE_SELF_RELATIVE);
+    m_resourceControl = parts.resourceControl;
+}
+
+SecDesc SecDesc::FromBytes(const void* bytes, std::size_t size) {
+    constexpr const wchar_t* Where = L"SecDesc::FromBytes";
+    const Bytes block(static_cast<const BYTE*>(bytes), size);
+    SECURITY_DESCRIPTOR_RELATIVE head;
+    if (size < sizeof head) throw TQSysException(ERROR_INVALID_SECURITY_DESCR, Where);
+    std::memcpy(&head, bytes, sizeof head);
+    if (head.Revision != SECURITY_DESCRIPTOR_REVISION || !(head.Control & SE_SELF_RELATIVE))
+        throw TQSysException(ERROR_INVALID_SECURITY_DESCR, Where);
+    // What lies at an offset; nothing for 0.
+    const auto at = [&](DWORD offset) -> Bytes {
+        if (offset == 0) return {};
+        if (offset < sizeof head || offset >= size) throw TQSysException(ERROR_INVALID_SECURITY_DESCR, Where);
+        return block.subspan(offset);
+    };
+    const auto identifier = [&](DWORD offset) {
+        const Bytes found = at(offset);
+        const Bytes id = ReadIdentifier(found);
+        if (id.empty() != found.empty()) throw TQSysException(ERROR_INVALID_SID, Where);
+        return SecID(id.empty() ? nullptr : static_cast<const void*>(id.data()));
+    };
+    const auto list = [&](WORD present, DWORD offset, std::optional<SecACL>& target) {
+        if (!(head.Control & present) || offset == 0) return;
+        const Bytes found = at(offset);
+        target.emplace(SecACL::FromBytes(found.data(), found.size()));
+    };
+    SecDesc descriptor;
+    descriptor.m_owner = identifier(head.Owner);
+    descriptor.m_group = identifier(head.Group);
+    list(SE_SACL_PRESENT, head.Sacl, descriptor.m_sacl);
+    list(SE_DACL_PRESENT, head.Dacl, descriptor.m_dacl);
+    descriptor.m_control = static_cast<WORD>(head.Control & ~SE_SELF_RELATIVE);
+    descriptor.m_resourceControl = head.Sbz1;
+    return descriptor;
 }
 
 SecDesc& SecDesc::SetOwner(SecID owner, bool defaulted) noexcept {
@@ -140,15 +184,25 @@ SecDesc& SecDesc::RemoveSACL() noexcept {
     return *this;
 }
 
+SecDesc& SecDesc::SetControl(WORD which, WORD marks) {
+    constexpr WORD Settable =
+        DaclAsked | SaclAsked | DaclInherited | SaclInherited | SE_DACL_PROTECTED | SE_SACL_PROTECTED;
+    if ((which | marks) & ~Settable)
+        Corvel::TQStdExceptions::ThrowParameterInvalidError(L"SecDesc::SetControl");
+    m_control = static_cast<WORD>((m_control & ~which) | (marks & which));
+    return *this;
+}
+
 BYTEBuf SecDesc::Block() const {
     BYTEBuf block(sizeof(SECURITY_DESCRIPTOR_RELATIVE));
     SECURITY_DESCRIPTOR_RELATIVE head{};
     head.Revision = SECURITY_DESCRIPTOR_REVISION;
     head.Control = static_cast<WORD>(m_control | SE_SELF_RELATIVE);
-    head.Owner = AppendSid(block, m_owner);
-    head.Group = AppendSid(block, m_group);
+    head.Sbz1 = m_resourceControl;
     head.Sacl = AppendList(block, SACL());
     head.Dacl = AppendList(block, DACL());
+    head.Owner = AppendSid(block, m_owner);
+    head.Group = AppendSid(block, m_group);
     std::memcpy(block.Data(), &head, sizeof head);
     return block;
 }
@@ -156,6 +210,23 @@ BYTEBuf SecDesc::Block() const {
 bool operator==(const SecDesc& left, const void* right) {
     return IsDescriptor(right) && left == SecDesc(right);
 }
+
+SecAbsoluteDesc::SecAbsoluteDesc(const SecDesc& descriptor) : m_parts(descriptor.Block()) {
+    static_assert(sizeof m_head == sizeof(SECURITY_DESCRIPTOR));
+    SECURITY_DESCRIPTOR_RELATIVE offsets;
+    std::memcpy(&offsets, m_parts.Data(), sizeof offsets);
+    const auto at = [&](DWORD offset) -> BYTE* { return offset ? m_parts.Data() + offset : nullptr; };
+    auto* const head = new (m_head) SECURITY_DESCRIPTOR{};
+    head->Revision = offsets.Revision;
+    head->Sbz1 = offsets.Sbz1;
+    head->Control = static_cast<WORD>(offsets.Control & ~SE_SELF_RELATIVE);
+    head->Owner = at(offsets.Owner);
+    head->Group = at(offsets.Group);
+    head->Sacl = reinterpret_cast<ACL*>(at(offsets.Sacl));
+    head->Dacl = reinterpret_cast<ACL*>(at(offsets.Dacl));
+}
+
+SecAbsoluteDesc::~SecAbsoluteDesc() = default;
 
 void SecDesc::Mark(WORD mark, bool isSet) noexcept {
     m_control = static_cast<WORD>(isSet ? m_control | mark : m_control & ~mark);

@@ -6,6 +6,7 @@
 #include "TQLib/text/memory/TQDataBuf.h"
 
 #include <compare>
+#include <cstddef>
 #include <optional>
 
 namespace Quellan::Sarvek {
@@ -15,7 +16,11 @@ namespace Quellan::Sarvek {
 //
 // Each of the lists may be missing, which says nothing: a new object then gets what it gets without a
 // descriptor. A DACL may also be null, which allows everybody everything; an empty one allows nobody
-// anything. The marks for defaulted parts and protected lists are kept; they count in comparisons.
+// anything. The marks for defaulted parts, protected and inherited lists are kept; they count in comparisons.
+//
+// As a text (the platform's SDDL) a descriptor is written `O:owner G:group D:flags(entry)... S:flags(entry)...`
+// without the blanks, each part where there is one; an entry is (kind;flags;rights;object type;inherited
+// type;identifier), with a condition behind the identifier where its kind has one.
 //
 // Failures: exhausted memory throws 14 (ERROR_OUTOFMEMORY); the descriptor is unchanged then. The rules for
 // threads are those of `SecID`.
@@ -27,6 +32,14 @@ class TQLIB_API SecDesc {
     // (ERROR_INVALID_SECURITY_DESCR) for null and what is none, 1337 (ERROR_INVALID_SID), and as `SecACL`
     // does.
     explicit SecDesc(const void* descriptor);
+    // A copy of a block in one piece (self-relative) that came from outside: nothing is read behind `size`
+    // bytes. Throws the code of the part that is damaged: 1338, 1337, 1336.
+    [[nodiscard]] static SecDesc FromBytes(const void* bytes, std::size_t size);
+    // From a text. The message of what is thrown tells the offset of what is wrong: 1337 (ERROR_INVALID_SID)
+    // in an identifier, 1336 (ERROR_INVALID_ACL) in a list, 1338 (ERROR_INVALID_SECURITY_DESCR) elsewhere,
+    // 50 (ERROR_NOT_SUPPORTED) for an attribute, 1344 (ERROR_ALLOTTED_SPACE_EXCEEDED) where a list would have
+    // more than 65,535 bytes; what `SecID::FromText` throws for a domain that is not to be had.
+    [[nodiscard]] static SecDesc FromText(Corvel::_TQTextT<wchar_t> text);
     SecDesc(const SecDesc&);
     SecDesc(SecDesc&&) noexcept;
     SecDesc& operator=(const SecDesc&);
@@ -55,9 +68,18 @@ class TQLIB_API SecDesc {
 
     // The platform's marks (SE_DACL_PRESENT and its like), without the one for a block in one piece.
     [[nodiscard]] WORD Control() const noexcept { return m_control; }
+    // Sets those of the marks in `which` that are in `marks` and takes the others away: the protected, the
+    // inherited and the inheritance-asked-for mark of each list. Throws 87 (ERROR_INVALID_PARAMETER) for
+    // others.
+    SecDesc& SetControl(WORD which, WORD marks);
 
     // The platform's block, in one piece (self-relative). Throws as `SecACL::Block`.
     [[nodiscard]] Corvel::BYTEBuf Block() const;
+    // The text. The parts that are defaults are not told apart there. Throws 50 (ERROR_NOT_SUPPORTED) for an
+    // entry that has no text: of a kind without a name, with an application's data or an unknown flag; and for an identifier without sub-authorities.
+    [[nodiscard]] Corvel::TQString Text() const;
+    // For people, a line for the owner, the group and each entry, as `SecACE::Describe` does.
+    [[nodiscard]] Corvel::TQString Describe() const;
 
     friend bool operator==(const SecDesc& left, const SecDesc& right) noexcept = default;
     // With the platform's descriptor at that address; null and what is none equal no descriptor.
@@ -71,6 +93,25 @@ class TQLIB_API SecDesc {
     std::optional<SecACL> m_dacl;
     std::optional<SecACL> m_sacl;
     WORD m_control = 0;
+    BYTE m_resourceControl = 0;  // the object manager's own, where a mark says so
+};
+
+// The platform's descriptor with addresses (absolute form), for calls that want that one. It owns the
+// parts and belongs to one thread at a time; one that was moved from can only be assigned and destroyed.
+class TQLIB_API SecAbsoluteDesc {
+  public:
+    // Throws as `SecDesc::Block`.
+    explicit SecAbsoluteDesc(const SecDesc& descriptor);
+    SecAbsoluteDesc(SecAbsoluteDesc&&) noexcept = default;
+    SecAbsoluteDesc& operator=(SecAbsoluteDesc&&) noexcept = default;
+    virtual ~SecAbsoluteDesc();
+
+    // For platform calls, which may change its head but not the parts; valid as long as this object.
+    [[nodiscard]] void* Get() noexcept { return m_head; }
+
+  private:
+    Corvel::BYTEBuf m_parts;
+    alignas(void*) std::byte m_head[40];
 };
 
 }  // namespace Quellan::Sarvek

@@ -89,6 +89,11 @@ class TQLIB_API SecID {
     }
     // `domainSid` is the address of a domain's identifier, for the types that need one.
     [[nodiscard]] static SecID WellKnownDomainID(int type, const void* domainSid, bool defaulted = false);
+    // From its text: S-1-..., the authority in decimal or hexadecimal, and 1 to 15 sub-authorities in decimal;
+    // or one of the two-letter names that texts of descriptors use, in capitals. Those of an account domain
+    // (LA and LG: this machine's own; DA, DU and their like: the one that the machine belongs to) ask the
+    // platform for it and throw its code. Throws 1337 (ERROR_INVALID_SID) with the offset of what is wrong.
+    [[nodiscard]] static SecID FromText(Corvel::_TQTextT<wchar_t> text);
     // A null identifier for all threads. It must not be changed.
     [[nodiscard]] static const SecID& NullSID() noexcept;
     // The domain of the user who is logged on, and the one that the machine belongs to.
