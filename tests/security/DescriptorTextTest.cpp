@@ -17,14 +17,6 @@ using Sarvek::SecACL;
 using Sarvek::SecDesc;
 using Kind = SecACE::Kind;
 
-std::vector<std::string> Fields(const std::string& line) {
-    std::vector<std::string> fields;
-    std::istringstream in(line + '\t');  // the last one may be empty
-    for (std::string field; std::getline(in, field, '\t');)
-        fields.push_back(field);
-    return fields;
-}
-
 // In memory of exactly that size, so that what is read behind it is noticed.
 std::vector<BYTE> FromHex(const std::string& text) {
     std::vector<BYTE> bytes;

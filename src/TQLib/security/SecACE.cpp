@@ -143,6 +143,29 @@ bool AreSame(const SecACE& entry, const EntryParts& parts) noexcept {
     return Order(PartsOf(entry), parts) == 0;
 }
 
+Kind KindWithoutTypes(Kind kind) noexcept {
+    switch (kind) {
+        case Kind::AllowObject:
+            return Kind::Allow;
+        case Kind::DenyObject:
+            return Kind::Deny;
+        case Kind::AuditObject:
+            return Kind::Audit;
+        case Kind::AlarmObject:
+            return Kind::Alarm;
+        case Kind::AllowCallbackObject:
+            return Kind::AllowCallback;
+        case Kind::DenyCallbackObject:
+            return Kind::DenyCallback;
+        case Kind::AuditCallbackObject:
+            return Kind::AuditCallback;
+        case Kind::AlarmCallbackObject:
+            return Kind::AlarmCallback;
+        default:
+            return kind;
+    }
+}
+
 bool SecACE::HasObjectTypes(Kind kind) noexcept {
     switch (kind) {
         case Kind::AllowObject:

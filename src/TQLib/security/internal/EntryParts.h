@@ -25,6 +25,9 @@ struct EntryParts {
 // The entry at the beginning of `bytes`; none where it is damaged or goes on behind their end.
 std::optional<EntryParts> ReadEntry(Bytes bytes) noexcept;
 
+// An entry of a kind for object types that has none is one of the kind without.
+SecACE::Kind KindWithoutTypes(SecACE::Kind kind) noexcept;
+
 bool AreSame(const SecACE& entry, const EntryParts& parts) noexcept;
 
 // The identifier at the beginning of `bytes`; empty where there is none.
