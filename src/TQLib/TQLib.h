@@ -29,6 +29,7 @@
 #include "TQLib/security/SecIDAuth.h"
 #include "TQLib/security/SecInheritance.h"
 #include "TQLib/security/SecPrivilegeSet.h"
+#include "TQLib/security/SecTree.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/services/TQService.h"
 #include "TQLib/services/TQServiceApp.h"

@@ -19,8 +19,8 @@ using Sarvek::SecID;
 using Sarvek::SecInheritance;
 using Sarvek::SecObjectType;
 
-const std::map<std::string, SecGenericMap> Rights = {{"file", SecGenericMap::Files()},
-                                                     {"key", SecGenericMap::Keys()},
+const std::map<std::string, SecGenericMap> Rights = {{"file", SecGenericMap::OfFiles()},
+                                                     {"key", SecGenericMap::OfKeys()},
                                                      {"toy", {0x20001, 0x20002, 0x20004, 0xF0007}},
                                                      {"ds", {0x20094, 0x20028, 0x20004, 0xF01FF}}};
 
@@ -79,7 +79,7 @@ TEST(Inheritance, TellsKindsOfObjectsApart) {
         };
         const SecDesc above = list(parent);
         const SecDesc made =
-            SecInheritance(SecGenericMap::Files(), isContainer, type)
+            SecInheritance(SecGenericMap::OfFiles(), isContainer, type)
                 .NewDescriptor(&above, nullptr, nullptr,
                                SecInheritance::InheritDACL | SecInheritance::AvoidOwnerCheck |
                                    SecInheritance::OwnerFromParent | SecInheritance::GroupFromParent);
@@ -90,14 +90,20 @@ TEST(Inheritance, TellsKindsOfObjectsApart) {
     for (const char* const inherited : {Child, "00000000-0000-0000-0000-000000000001"}) {
         const SecDesc above = Read(std::string("D:(OA;CI;LC;;") + inherited + ";WD)");
         const SecCreator maker = Maker();
-        const SecDesc made = SecInheritance(SecGenericMap::Files(), true, type)
+        const SecDesc made = SecInheritance(SecGenericMap::OfFiles(), true, type)
                                  .NewDescriptor(&above, &asked, &maker, SecInheritance::DefaultForType);
         EXPECT_EQ(made.DACL()->begin()->SID(), SecID(inherited == Child ? WinWorldSid : WinBuiltinUsersSid));
+        EXPECT_EQ(SecInheritance(SecGenericMap::OfFiles(), true, type)
+                      .NewDescriptor(&above, &asked, &maker, 0)
+                      .DACL()
+                      ->begin()
+                      ->SID(),
+                  SecID(WinBuiltinUsersSid));
     }
 }
 
 TEST(Inheritance, RefusesWhatTheCreatorMayNotDo) {
-    const SecInheritance rules(SecGenericMap::Files(), false);
+    const SecInheritance rules(SecGenericMap::OfFiles(), false);
     SecCreator maker = Maker();
     const auto code = [&](const char* asked, const SecCreator* creator, DWORD flags) {
         const SecDesc given = Read(asked);
@@ -129,11 +135,11 @@ TEST(Inheritance, RenewsWhatCameFromAboveAlone) {
              {"O:SYS:(AU;FA;FA;;;BU)", "O:SYD:AI(A;ID;FA;;;SY)(A;ID;FR;;;BU)S:(AU;FA;FA;;;BU)"},
              {"O:SYD:P(A;ID;FA;;;WD)", nullptr},
              {"O:SYD:NO_ACCESS_CONTROL", nullptr}}) {
-        EXPECT_EQ(SecInheritance(SecGenericMap::Files(), false).Renewed(Read(before), parent).Text(),
+        EXPECT_EQ(SecInheritance(SecGenericMap::OfFiles(), false).Renewed(Read(before), parent).Text(),
                   TQString::FromUtf8(after ? after : before))
             << before;
     }
-    EXPECT_EQ(SecInheritance(SecGenericMap::Files(), false).Renewed(Read("O:SYD:P"), parent, true).Text(),
+    EXPECT_EQ(SecInheritance(SecGenericMap::OfFiles(), false).Renewed(Read("O:SYD:P"), parent, true).Text(),
               L"O:SYD:PS:AI(AU;IDSA;FA;;;WD)");
 }
 

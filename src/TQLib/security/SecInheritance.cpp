@@ -73,7 +73,7 @@ bool SecInheritance::IsInheritable(const SecACE& entry) const noexcept {
 
 // Whether the entry that counts for an object differs from the one that is handed on.
 bool SecInheritance::IsReplaced(const SecACE& entry) const {
-    return entry.Rights() & SecGenericMap::Generic || entry.InheritedObjectType() ||
+    return m_rights.Map(entry.Rights()) != entry.Rights() || entry.InheritedObjectType() ||
            entry.SID() == CreatorOwner() || entry.SID() == CreatorGroup();
 }
 
