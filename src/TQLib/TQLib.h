@@ -19,6 +19,7 @@
 #include "TQLib/log/time/TQTimer.h"
 #include "TQLib/security/SecACE.h"
 #include "TQLib/security/SecACL.h"
+#include "TQLib/security/SecAccess.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/security/SecDesc.h"
 #include "TQLib/security/SecGenericMap.h"

@@ -5,7 +5,6 @@
 
 #include <cctype>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 

@@ -20,11 +20,11 @@ inline std::vector<std::string> DataLines(const char* name) {
     return lines;
 }
 
-// What stands between the tabs of a line.
-inline std::vector<std::string> Fields(const std::string& line) {
+// The parts of a line between its tabs, or between others.
+inline std::vector<std::string> Fields(const std::string& line, char between = '\t') {
     std::vector<std::string> fields;
-    std::istringstream in(line + '\t');  // the last one may be empty
-    for (std::string field; std::getline(in, field, '\t');)
+    std::istringstream in(line + between);  // the last one may be empty
+    for (std::string field; std::getline(in, field, between);)
         fields.push_back(field);
     return fields;
 }

@@ -10,9 +10,11 @@
 #include <cstddef>
 #include <optional>
 
-namespace Quellan::Sarvek {
-
+namespace Quellan::Platform {
 struct EntryParts;
+}
+
+namespace Quellan::Sarvek {
 
 // The GUID of a kind of objects or of one of their properties, as its bytes lie in memory.
 using SecObjectType = std::array<BYTE, 16>;
@@ -131,7 +133,7 @@ class TQLIB_API SecACE {
   private:
     friend class SecACL;
 
-    explicit SecACE(const EntryParts& parts);
+    explicit SecACE(const Platform::EntryParts& parts);
     void AppendTo(Corvel::BYTEBuf& block) const;
 
     SecID m_id;
