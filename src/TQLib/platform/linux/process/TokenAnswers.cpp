@@ -283,7 +283,8 @@ DWORD SetOwner(TokenContent& content, const SidValue& owner) {
 DWORD SetPrimaryGroup(TokenContent& content, const SidValue& group) {
     std::vector<TokenGroup> groups;
     if (DWORD code = content.FindGroups(groups)) return code;
-    if (std::ranges::find(groups, group, &TokenGroup::sid) == groups.end()) return ERROR_INVALID_PRIMARY_GROUP;
+    if (std::ranges::find(groups, group, &TokenGroup::sid) == groups.end())
+        return ERROR_INVALID_PRIMARY_GROUP;
     content.primaryGroup = group;
     return ERROR_SUCCESS;
 }

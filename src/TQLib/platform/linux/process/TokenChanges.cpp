@@ -127,8 +127,8 @@ DWORD DisableSids(TokenContent& content, std::span<const SID_AND_ATTRIBUTES> sid
     for (const SID_AND_ATTRIBUTES& entry : sids) {
         if (!IsSid(entry.Sid)) return ERROR_INVALID_SID;
         const SidValue sid(entry.Sid);
-        const bool isOfToken = content.User() == sid ||
-                               std::ranges::find(groups, sid, &TokenGroup::sid) != groups.end();
+        const bool isOfToken =
+            content.User() == sid || std::ranges::find(groups, sid, &TokenGroup::sid) != groups.end();
         if (isOfToken && !content.IsDenying(sid)) content.denying.push_back(sid);
     }
     return ERROR_SUCCESS;
@@ -188,7 +188,8 @@ BOOL AdjustTokenPrivileges(HANDLE token, BOOL disableAll, TOKEN_PRIVILEGES* want
                 isAll = ChangePowers(content.powers, {wanted->Privileges, wanted->PrivilegeCount});
             content.ApplyPowers();
             const auto changed = ChangedPrivileges(before, content.powers);
-            return WritePrevious(previous, size, needed, [&](Packer& packer) { PackChanged(changed, packer); });
+            return WritePrevious(previous, size, needed,
+                                 [&](Packer& packer) { PackChanged(changed, packer); });
         });
     });
     SetLastError(!code && !isAll ? DWORD{ERROR_NOT_ALL_ASSIGNED} : code);
@@ -210,7 +211,8 @@ BOOL AdjustTokenGroups(HANDLE token, BOOL reset, TOKEN_GROUPS* wanted, DWORD siz
                 reset ? ResetGroups(content, changed)
                       : ChangeGroups(content, {wanted->Groups, wanted->GroupCount}, isAll, changed);
             if (failure) return failure;
-            return WritePrevious(previous, size, needed, [&](Packer& packer) { PackChanged(changed, packer); });
+            return WritePrevious(previous, size, needed,
+                                 [&](Packer& packer) { PackChanged(changed, packer); });
         });
     });
     SetLastError(!code && !isAll ? DWORD{ERROR_NOT_ALL_ASSIGNED} : code);
@@ -223,18 +225,18 @@ BOOL CreateRestrictedToken(HANDLE token, DWORD flags, DWORD disabledCount, SID_A
     if (DWORD code = FaultDue("CreateRestrictedToken")) return Fail(code, FALSE);
     const bool lacks = (disabledCount && !disabled) || (deletedCount && !deleted) ||
                        (restrictingCount && !restricting) || !restricted;
-    if (lacks || flags & ~(DISABLE_MAX_PRIVILEGE | WRITE_RESTRICTED)) return Fail(ERROR_INVALID_PARAMETER, FALSE);
+    if (lacks || flags & ~(DISABLE_MAX_PRIVILEGE | WRITE_RESTRICTED))
+        return Fail(ERROR_INVALID_PARAMETER, FALSE);
     const HandleRef<Token> first(token);
     if (!first) return Fail(ERROR_INVALID_HANDLE, FALSE);
     if (!(first.Access() & TOKEN_DUPLICATE)) return Fail(ERROR_ACCESS_DENIED, FALSE);
     const DWORD code = WithMemory([&] {
         auto content = std::make_shared<TokenContent>(*first->Content());
-        const Restriction restriction{flags,
-                                      {disabled, disabledCount},
-                                      {deleted, deletedCount},
-                                      {restricting, restrictingCount}};
+        const Restriction restriction{
+            flags, {disabled, disabledCount}, {deleted, deletedCount}, {restricting, restrictingCount}};
         if (DWORD failure = Restrict(*content, restriction)) return failure;
-        return NewHandle<Token>(*restricted, first.Access(), std::move(content), first->Type(), first->Level());
+        return NewHandle<Token>(*restricted, first.Access(), std::move(content), first->Type(),
+                                first->Level());
     });
     return code ? Fail(code, FALSE) : TRUE;
 }

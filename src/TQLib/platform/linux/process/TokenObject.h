@@ -94,7 +94,7 @@ class Token : public Object, public std::enable_shared_from_this<Token> {
     const bool m_isOfProcess;
 
     mutable ObjectLock<> m_lock;
-    ContentPtr m_content TQ_GUARDED_BY(m_lock);  // null: of the process, and nothing has been changed
+    ContentPtr m_content TQ_GUARDED_BY(m_lock);    // null: of the process, and nothing has been changed
     unsigned m_threads TQ_GUARDED_BY(m_lock) = 0;  // that act by it
 };
 

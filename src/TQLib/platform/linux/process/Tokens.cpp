@@ -81,8 +81,8 @@ DWORD CheckMembership(const TokenContent& content, const void* sid, BOOL& isMemb
                                return group.attributes & SE_GROUP_ENABLED && group.sid == wanted;
                            });
     const bool isRestricted = content.isRestricted && !content.isWriteRestricted;
-    isMember = isEnabled && (!isRestricted ||
-                             std::ranges::find(content.restricting, wanted) != content.restricting.end());
+    isMember = isEnabled &&
+               (!isRestricted || std::ranges::find(content.restricting, wanted) != content.restricting.end());
     return ERROR_SUCCESS;
 }
 
@@ -92,9 +92,8 @@ BOOL OpenProcessToken(HANDLE process, DWORD access, HANDLE* token) noexcept {
     if (DWORD code = FaultDue("OpenProcessToken")) return Fail(code, FALSE);
     if (process != GetCurrentProcess()) return Fail(ERROR_NOT_SUPPORTED, FALSE);
     if (!token) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    const DWORD code = WithMemory([&] {
-        return InsertHandle(Token::OfProcess(), GrantedAccess(access), *token);
-    });
+    const DWORD code =
+        WithMemory([&] { return InsertHandle(Token::OfProcess(), GrantedAccess(access), *token); });
     return code ? Fail(code, FALSE) : TRUE;
 }
 
@@ -175,7 +174,8 @@ BOOL ImpersonateLoggedOnUser(HANDLE token) noexcept {
     const DWORD wanted = TOKEN_QUERY | (isPrimary ? TOKEN_DUPLICATE : 0);
     if (wanted & ~given.Access()) return Fail(ERROR_ACCESS_DENIED, FALSE);
     const DWORD code = WithMemory([&] {
-        return isPrimary ? ImpersonateContent(given->Content(), SecurityImpersonation) : ImpersonateToken(*given);
+        return isPrimary ? ImpersonateContent(given->Content(), SecurityImpersonation)
+                         : ImpersonateToken(*given);
     });
     return code ? Fail(code, FALSE) : TRUE;
 }

@@ -193,8 +193,9 @@ TQLIB_API BOOL AdjustTokenGroups(HANDLE token, BOOL reset, TOKEN_GROUPS* wanted,
 // (ERROR_ACCESS_DENIED) without TOKEN_DUPLICATE.
 inline constexpr DWORD DISABLE_MAX_PRIVILEGE = 1;  // all privileges but SeChangeNotifyPrivilege
 inline constexpr DWORD WRITE_RESTRICTED = 8;       // the second check for writing only
-TQLIB_API BOOL CreateRestrictedToken(HANDLE token, DWORD flags, DWORD disabledCount, SID_AND_ATTRIBUTES* disabled,
-                                     DWORD deletedCount, LUID_AND_ATTRIBUTES* deleted, DWORD restrictingCount,
+TQLIB_API BOOL CreateRestrictedToken(HANDLE token, DWORD flags, DWORD disabledCount,
+                                     SID_AND_ATTRIBUTES* disabled, DWORD deletedCount,
+                                     LUID_AND_ATTRIBUTES* deleted, DWORD restrictingCount,
                                      SID_AND_ATTRIBUTES* restricting, HANDLE* restricted) noexcept;
 // Whether it has restricting identifiers. The last error is 0 where it has none; 6 (ERROR_INVALID_HANDLE), 5
 // (ERROR_ACCESS_DENIED) without TOKEN_QUERY.
