@@ -162,6 +162,12 @@ SecACE SecACE::WithRights(DWORD rights) const {
     return entry;
 }
 
+SecACE SecACE::WithFlags(BYTE flags) const {
+    SecACE entry(*this);
+    entry.m_flags = flags;
+    return entry;
+}
+
 bool SecACE::IsInherited() const noexcept {
     return m_flags & INHERITED_ACE;
 }

@@ -96,6 +96,8 @@ class TQLIB_API SecACE {
     [[nodiscard]] SecACE WithData(const void* bytes, std::size_t size) const;
     // The same entry with other rights.
     [[nodiscard]] SecACE WithRights(DWORD rights) const;
+    // With other flags.
+    [[nodiscard]] SecACE WithFlags(BYTE flags) const;
 
     [[nodiscard]] Kind GetKind() const noexcept { return m_kind; }
     [[nodiscard]] const SecID& SID() const noexcept { return m_id; }

@@ -30,17 +30,12 @@ const SecID& CreatorGroup() {
     return id;
 }
 
-// The entry with another identifier, other rights and flags, and without an inherited type if so wanted.
-SecACE Changed(const SecACE& entry, const SecID& id, DWORD rights, BYTE flags, bool withInheritedType) {
-    const auto inheritedType = withInheritedType ? entry.InheritedObjectType() : std::nullopt;
-    const bool hasTypes = entry.ObjectType() || inheritedType;
-    SecACE changed(hasTypes ? entry.GetKind() : KindWithoutTypes(entry.GetKind()), id, rights, flags);
-    if (hasTypes) changed = changed.ForObjects(entry.ObjectType(), inheritedType);
+// The entry with another identifier, other rights and flags, and without an inherited type.
+SecACE Changed(const SecACE& entry, const SecID& id, DWORD rights, BYTE flags) {
+    const bool hasType = entry.ObjectType().has_value();
+    SecACE changed(hasType ? entry.GetKind() : KindWithoutTypes(entry.GetKind()), id, rights, flags);
+    if (hasType) changed = changed.ForObjects(entry.ObjectType());
     return entry.Data().IsEmpty() ? changed : changed.WithData(entry.Data().Data(), entry.Data().Size());
-}
-
-SecACE WithFlags(const SecACE& entry, unsigned flags) {
-    return Changed(entry, entry.SID(), entry.Rights(), Marks(flags), true);
 }
 
 [[noreturn]] void Refuse(DWORD code) {
@@ -81,7 +76,7 @@ SecACE SecInheritance::Effective(const SecACE& entry, const NewOwners& owners, B
     const SecID& id = entry.SID() == CreatorOwner() && owners.owner   ? owners.owner
                       : entry.SID() == CreatorGroup() && owners.group ? owners.group
                                                                       : entry.SID();
-    return Changed(entry, id, m_rights.Map(entry.Rights()), Marks((entry.Flags() & Audited) | flags), false);
+    return Changed(entry, id, m_rights.Map(entry.Rights()), Marks((entry.Flags() & Audited) | flags));
 }
 
 void SecInheritance::AddInherited(SecACL& list, const SecACL* parent, const NewOwners& owners) const {
@@ -94,11 +89,11 @@ void SecInheritance::AddInherited(SecACL& list, const SecACL* parent, const NewO
         const bool isHandedOn = m_isContainer && !(entry.Flags() & NO_PROPAGATE_INHERIT_ACE);
         const unsigned kept = (entry.Flags() & (Audited | Inheritable)) | INHERITED_ACE;
         if (counts && isHandedOn && !IsReplaced(entry)) {
-            list.Add(WithFlags(entry, kept));
+            list.Add(entry.WithFlags(Marks(kept)));
             continue;
         }
         if (counts) list.Add(Effective(entry, owners, INHERITED_ACE));
-        if (isHandedOn) list.Add(WithFlags(entry, kept | INHERIT_ONLY_ACE));
+        if (isHandedOn) list.Add(entry.WithFlags(Marks(kept | INHERIT_ONLY_ACE)));
     }
 }
 
@@ -113,12 +108,12 @@ void SecInheritance::AddGiven(SecACL& list, const SecACL& given, bool isProtecte
         }
         const bool isHandedOn = m_isContainer && flags & Inheritable;
         if (entry.IsInheritOnly()) {
-            if (isHandedOn) list.Add(WithFlags(entry, flags));
+            if (isHandedOn) list.Add(entry.WithFlags(Marks(flags)));
         } else if (isHandedOn && !IsReplaced(entry)) {
-            list.Add(WithFlags(entry, flags));
+            list.Add(entry.WithFlags(Marks(flags)));
         } else {
             list.Add(Effective(entry, owners, 0));
-            if (isHandedOn) list.Add(WithFlags(entry, flags | INHERIT_ONLY_ACE));
+            if (isHandedOn) list.Add(entry.WithFlags(Marks(flags | INHERIT_ONLY_ACE)));
         }
     }
 }
