@@ -7,15 +7,15 @@ using namespace Quellan::Sarvek;
 
 namespace {
 
-constexpr DWORD Writing = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA | FILE_DELETE_CHILD | DELETE | WRITE_DAC |
-                          WRITE_OWNER;
+constexpr DWORD Writing =
+    FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA | FILE_DELETE_CHILD | DELETE | WRITE_DAC | WRITE_OWNER;
 constexpr SecGenericMap Rights = SecGenericMap::OfFiles();
 
 // Whom everybody belongs to who is signed in.
 SecIDAttrArray StrangersGroups() {
     SecIDAttrArray groups;
-    for (const WELL_KNOWN_SID_TYPE type :
-         {WinWorldSid, WinAuthenticatedUserSid, WinBuiltinUsersSid, WinInteractiveSid, WinNetworkSid, WinLocalSid})
+    for (const WELL_KNOWN_SID_TYPE type : {WinWorldSid, WinAuthenticatedUserSid, WinBuiltinUsersSid,
+                                           WinInteractiveSid, WinNetworkSid, WinLocalSid})
         groups.Add(SecIDAttr(SecID(type), SE_GROUP_ENABLED));
     return groups;
 }
@@ -36,7 +36,8 @@ Repair WithoutStrangers(const SecDesc& descriptor) {
     if (!descriptor.DACL()) {
         // Whoever owns it, the system and its administrators keep everything.
         SecACL list;
-        for (const SecID& id : {descriptor.Owner(), SecID(WinLocalSystemSid), SecID(WinBuiltinAdministratorsSid)})
+        for (const SecID& id :
+             {descriptor.Owner(), SecID(WinLocalSystemSid), SecID(WinBuiltinAdministratorsSid)})
             list.Allow(id, Rights.All());
         list.Allow(SecID(WinWorldSid), Rights.Read() | Rights.Execute());
         repair.changes = L"  it had no list and gets one\n";

@@ -26,10 +26,10 @@ GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, const
         if (path.StartsWith(Fault) && path != Target::FaultyCheck)
             m_faultFile = path.Mid(std::wcslen(Fault));
         else
-            m_targets.push_back({std::make_unique<Target>(
-                                     path, options.isToFix, [this] { return Stopped(); },
-                                     [this] { OnCheckEnd(); }),
-                                 pool.GetNewRequestorID()});
+            m_targets.push_back(
+                {std::make_unique<Target>(
+                     path, options.isToFix, [this] { return Stopped(); }, [this] { OnCheckEnd(); }),
+                 pool.GetNewRequestorID()});
     }
 }
 

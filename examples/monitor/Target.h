@@ -38,7 +38,10 @@ class Target {
     // nothing. `onEnd` is called at the end of each check. Neither may throw.
     Target(Quellan::Corvel::TQString path, bool isToFix, std::function<bool()> isStopped,
            std::function<void()> onEnd)
-        : m_path(std::move(path)), m_isToFix(isToFix), m_isStopped(std::move(isStopped)), m_onEnd(std::move(onEnd)) {}
+        : m_path(std::move(path)),
+          m_isToFix(isToFix),
+          m_isStopped(std::move(isStopped)),
+          m_onEnd(std::move(onEnd)) {}
 
     // False while a check is under way, and for good after one that failed.
     bool Begin() noexcept { return !m_isTaken.exchange(true); }
@@ -90,7 +93,7 @@ class Target {
     // Of the check under way.
     Quellan::Sarvek::SecID m_owner;  // null until it was named
     bool m_isExposureTold = false;
-    Snapshot m_before;               // what the last one found
+    Snapshot m_before;  // what the last one found
     Snapshot m_now;
     CheckSummary m_counts;
 

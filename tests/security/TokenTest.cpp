@@ -96,7 +96,10 @@ TEST(SecTokens, ChangeTheirPrivilegesAlone) {
 TEST(SecTokens, ChangeNothingWhereAPrivilegeIsMissing) {
     SecToken token = Copy();
     EXPECT_EQ(ThrownCode([&] { token.Disable(Names({Held, Unheld})); }), DWORD{ERROR_NOT_ALL_ASSIGNED});
-    EXPECT_EQ(ThrownCode([&] { token.Disable(Names({Held, L"SeNothing"})); }), DWORD{ERROR_NO_SUCH_PRIVILEGE});
+    EXPECT_EQ(ThrownCode([&] {
+                  token.Disable(Names({Held, L"SeNothing"}));
+              }),
+              DWORD{ERROR_NO_SUCH_PRIVILEGE});
     EXPECT_TRUE(IsEnabled(token));
 }
 
@@ -148,7 +151,8 @@ TEST(SecTokens, LowerTheirIntegrityAlone) {
 
 TEST(SecTokens, KeepTheirMandatoryGroups) {
     SecToken token = Copy();
-    const DWORD expected = OnWine() ? ERROR_INVALID_FUNCTION : ERROR_CANT_DISABLE_MANDATORY;  // Wine has no such call
+    const DWORD expected =
+        OnWine() ? ERROR_INVALID_FUNCTION : ERROR_CANT_DISABLE_MANDATORY;  // Wine has no such call
     EXPECT_EQ(ThrownCode([&] { token.DisableGroups({Id(L"S-1-1-0")}); }), expected);
     EXPECT_TRUE(token.IsMember(Id(L"S-1-1-0")));
 }
@@ -157,7 +161,8 @@ TEST(SecTokens, AreNoneAtFirst) {
     const SecToken token;
     EXPECT_FALSE(token);
     EXPECT_EQ(ThrownCode([&] { (void)token.User(); }), DWORD{ERROR_INVALID_HANDLE});
-    EXPECT_EQ(ThrownCode([&] { (void)SecToken::OfProcess(TOKEN_DUPLICATE).Groups(); }), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(ThrownCode([&] { (void)SecToken::OfProcess(TOKEN_DUPLICATE).Groups(); }),
+              DWORD{ERROR_ACCESS_DENIED});
 }
 
 // The calling thread's own token lacks the privilege.
@@ -213,7 +218,8 @@ TEST_F(Guards, AreTheThreadsAlone) {
 TEST_F(Guards, ChangeNothingWhereTheyFail) {
     EXPECT_EQ(ThrownCode([] { SecPrivilege guard(Unheld); }), DWORD{ERROR_NOT_ALL_ASSIGNED});
     ExpectAsBefore();
-    for (const char* call : {"OpenThreadToken", "DuplicateTokenEx", "AdjustTokenPrivileges", "SetThreadToken"}) {
+    for (const char* call :
+         {"OpenThreadToken", "DuplicateTokenEx", "AdjustTokenPrivileges", "SetThreadToken"}) {
         SCOPED_TRACE(call);
         {
             const FailCall fail(call, ERROR_ACCESS_DENIED);

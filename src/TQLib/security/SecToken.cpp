@@ -15,9 +15,9 @@
 
 namespace Quellan::Sarvek {
 
-using Corvel::Translated;
 using Corvel::TQString;
 using Corvel::TQSysException;
+using Corvel::Translated;
 
 namespace {
 
@@ -266,8 +266,8 @@ void SecToken::AdjustGroups(const SecIDArray& groups, DWORD attributes) {
 }
 
 void SecToken::Set(int type, const void* information, std::size_t size) {
-    if (!SetTokenInformation(Get(), static_cast<TOKEN_INFORMATION_CLASS>(type), const_cast<void*>(information),
-                             static_cast<DWORD>(size)))
+    if (!SetTokenInformation(Get(), static_cast<TOKEN_INFORMATION_CLASS>(type),
+                             const_cast<void*>(information), static_cast<DWORD>(size)))
         TQSysException::ThrowLastError(L"SetTokenInformation");
 }
 
@@ -314,9 +314,10 @@ SecToken SecToken::Restrict(const Less& less) const {
     constexpr const wchar_t* Where = L"CreateRestrictedToken";
     return Translated(Where, [&] {
         std::vector<LUID_AND_ATTRIBUTES> deleted = ValuesOf(less.privileges);
-        std::vector<SID_AND_ATTRIBUTES> disabled = PairsOf(less.toDenyOnly), restricting = PairsOf(less.restricting);
-        const DWORD flags = (less.allPrivileges ? DISABLE_MAX_PRIVILEGE : 0) |
-                            (less.restrictsWriting ? WRITE_RESTRICTED : 0);
+        std::vector<SID_AND_ATTRIBUTES> disabled = PairsOf(less.toDenyOnly),
+                                        restricting = PairsOf(less.restricting);
+        const DWORD flags =
+            (less.allPrivileges ? DISABLE_MAX_PRIVILEGE : 0) | (less.restrictsWriting ? WRITE_RESTRICTED : 0);
         SecToken copy;
         if (!CreateRestrictedToken(Get(), flags, static_cast<DWORD>(disabled.size()), AddressIn(disabled),
                                    static_cast<DWORD>(deleted.size()), AddressIn(deleted),
