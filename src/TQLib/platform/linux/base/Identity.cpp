@@ -153,6 +153,10 @@ Identity ProcessIdentity() {
             ProcessCapabilities().effective};
 }
 
+Identity ActingIdentity() {
+    return {UserIds().effective, GroupIds().effective, SupplementaryGroups(), CapabilityData().Effective()};
+}
+
 // Ids that are all the same stay what they are for a thread without the right to choose others, and rights that
 // it has given up it gets back by a new program alone.
 DWORD ProcessUser() noexcept {

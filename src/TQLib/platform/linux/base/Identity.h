@@ -45,7 +45,10 @@ class OwnIdentity {
 // The process's own, whomever the calling thread impersonates. May throw std::bad_alloc.
 Identity ProcessIdentity();
 
-// Its user alone. The kernel is asked where he may have changed since the thread asked last.
+// As whom the calling thread acts. May throw std::bad_alloc.
+Identity ActingIdentity();
+
+// The process's user alone. The kernel is asked where he may have changed since the thread asked last.
 DWORD ProcessUser() noexcept;
 // Of whom the calling thread impersonates, or the process's own.
 DWORD ActingUser() noexcept;
