@@ -96,11 +96,11 @@ TEST_F(NamedObjects, ObeyTheirDescriptors) {
              {L"D:(A;;0x100000;;;WD)", MAXIMUM_ALLOWED, 0},
              {L"D:(A;;GX;;;WD)", SYNCHRONIZE, 0},
              {L"D:(A;;0x1F0003;;;WD)", EVENT_ALL_ACCESS, 0},
-             {L"D:(A;IO;0x1F0003;;;WD)", SYNCHRONIZE, ERROR_ACCESS_DENIED},
+             {L"D:(A;IO;0x1F0003;;;WD)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
              {L"D:(D;;0x2;;;WD)(A;;0x1F0003;;;WD)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
              {L"D:(D;;0x2;;;WD)(A;;0x1F0003;;;WD)", SYNCHRONIZE, 0},
-             {L"D:(A;;0x1F0003;;;S-1-5-21-1-2-3-1000)", SYNCHRONIZE, ERROR_ACCESS_DENIED},
-             {L"D:", SYNCHRONIZE, ERROR_ACCESS_DENIED},
+             {L"D:(A;;0x1F0003;;;S-1-5-21-1-2-3-1000)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
+             {L"D:", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
              {L"D:", READ_CONTROL, 0},  // the owner's in any case
              {L"D:NO_ACCESS_CONTROL", EVENT_ALL_ACCESS, 0}}) {
         BYTEBuf block = Sarvek::SecDesc::FromText(tried.list).Block();
