@@ -145,6 +145,15 @@ TEST(UnicodeNormalisation, ComposesAndDecomposes) {
         {L"a\u0315\u0300\u05AEb", L"\u00E0\u05AE\u0315b", L"a\u05AE\u0300\u0315b"},
         {L"\u09C7\u0334\u09BE", L"\u09C7\u0334\u09BE", L"\u09C7\u0334\u09BE"},
         {L"\uF900", L"\u8C48", L"\u8C48"},
+        // Marks out of order at the end of a block, plain characters behind it.
+        {L"xxxxxxxxxxa\u0301\u0323xxxxxxxxxxxxxxxx", L"xxxxxxxxxx\u1EA1\u0301xxxxxxxxxxxxxxxx",
+         L"xxxxxxxxxxa\u0323\u0301xxxxxxxxxxxxxxxx"},
+        // Beside the ranges that are taken in blocks.
+        {L"\u00C0\u00BF", L"\u00C0\u00BF", L"A\u0300\u00BF"},
+        {L"\u2000\u2001", L"\u2002\u2003", L"\u2002\u2003"},
+        {L"a\u20D0\u0323", L"\u1EA1\u20D0", L"a\u0323\u20D0"},
+        {L"\u30FE", L"\u30FE", L"\u30FD\u3099"},
+        {L"a\uA66F\u0323", L"\u1EA1\uA66F", L"a\u0323\uA66F"},
         {L"\U0002F800", L"\u4E3D", L"\u4E3D"},
         {L"\U0001D15E", L"\U0001D157\U0001D165", L"\U0001D157\U0001D165"},
         {L"\U00011131\U00011127", L"\U0001112E", L"\U00011131\U00011127"},

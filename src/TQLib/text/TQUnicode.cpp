@@ -1,6 +1,7 @@
 #include "TQLib/text/TQUnicode.h"
 
 #include "TQLib/platform/UnicodeData.h"
+#include "TQLib/text/internal/CodePoints.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <algorithm>
@@ -76,11 +77,7 @@ class GrownText {
     }
 
     void Put(char32_t code) noexcept {
-        if (Platform::WideIsUtf16 && code > 0xFFFF && code <= 0x10FFFF) {
-            m_text[m_used++] = static_cast<wchar_t>(0xD7C0 + (code >> 10));
-            code = 0xDC00 | (code & 0x3FF);
-        }
-        m_text[m_used++] = static_cast<wchar_t>(code);
+        PutCodePoint<wchar_t>(code, [this](wchar_t unit) { m_text[m_used++] = unit; });
     }
 
     // Where a block may be written.
