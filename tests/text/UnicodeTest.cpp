@@ -145,6 +145,7 @@ TEST(UnicodeNormalisation, ComposesAndDecomposes) {
         {L"a\u0315\u0300\u05AEb", L"\u00E0\u05AE\u0315b", L"a\u05AE\u0300\u0315b"},
         {L"\u09C7\u0334\u09BE", L"\u09C7\u0334\u09BE", L"\u09C7\u0334\u09BE"},
         {L"\uF900", L"\u8C48", L"\u8C48"},
+        {L"a\u0310\u0301", L"a\u0310\u0301", L"a\u0310\u0301"},
         // Marks out of order at the end of a block, plain characters behind it.
         {L"xxxxxxxxxxa\u0301\u0323xxxxxxxxxxxxxxxx", L"xxxxxxxxxx\u1EA1\u0301xxxxxxxxxxxxxxxx",
          L"xxxxxxxxxxa\u0323\u0301xxxxxxxxxxxxxxxx"},
@@ -173,6 +174,8 @@ TEST(UnicodeNormalisation, ComposesAndDecomposes) {
                 EXPECT_EQ(TQUnicode::Normalise(whole, Form::Decomposed).View(),
                           L"A\u0308" + plain + std::wstring(decomposed) + L"y" + plain + L"y\u0308");
             }
+            EXPECT_EQ(TQUnicode::Normalise(form, Form::Composed).View(), composed);
+            EXPECT_EQ(TQUnicode::Normalise(form, Form::Decomposed).View(), decomposed);
             EXPECT_EQ(TQUnicode::IsNormalised(form, Form::Composed), form == composed);
             EXPECT_EQ(TQUnicode::IsNormalised(form, Form::Decomposed), form == decomposed);
         }

@@ -233,8 +233,7 @@ void Recompose(std::vector<Mark>& text) noexcept {
     std::size_t starter = text.size();
     unsigned before = 0;
     for (const Mark mark : text) {
-        const bool isNext =
-            starter != text.size() && (starter + 1 == size || (before != 0 && before < mark.order));
+        const bool isNext = starter != text.size() && (starter + 1 == size || before < mark.order);
         if (const char32_t whole = isNext ? Platform::Compose(text[starter].code, mark.code) : 0) {
             text[starter].code = whole;
             continue;
@@ -272,18 +271,14 @@ const wchar_t* CharacterBefore(const wchar_t* at, const wchar_t* begin) noexcept
     return isPair ? at - 1 : at;
 }
 
-bool HasNoParts(char32_t code) noexcept {
-    return code < FirstNotDecomposed || !(Platform::TraitsOf(code) & Platform::IsDecomposed);
-}
-
 // What `part` becomes.
 void ComposePart(std::wstring_view part, std::vector<Mark>& codes) {
     codes.clear();
     CodeReader reader(part);
     const char32_t first = reader.Next();
     const char32_t second = reader.IsAtEnd() ? 0 : reader.Next();
-    // Mostly a letter and its mark.
-    if (second != 0 && reader.IsAtEnd() && HasNoParts(first) && HasNoParts(second))
+    // Mostly a letter and its mark. What two characters are one of is composed, whatever parts the first has.
+    if (second != 0 && reader.IsAtEnd())
         if (const char32_t whole = Platform::Compose(first, second)) {
             codes.push_back({whole, 0});
             return;
