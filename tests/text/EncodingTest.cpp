@@ -193,5 +193,19 @@ TEST(Streams, AreAsBeforeWhenTheyThrow) {
     EXPECT_EQ(decoder.Finish(), L"");
 }
 
+TEST(Streams, CountOverTheirPiecesAndBeginAnewBehindTheEnd) {
+    TQEncoder encoder(TQEncoding(1201), {.isStrict = true, .hasMark = true});
+    TQDecoder decoder(TQEncoding(1201), {.isStrict = true, .hasMark = true});
+    const std::wstring wrong = {L'c', wchar_t(0xDC00)};
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(encoder.Encode(L"ab"), "\xFE\xFF\0a\0b"sv);
+        EXPECT_NE(Thrown([&] { encoder.Encode(wrong); }).second.find(L"character 3"), std::wstring::npos);
+        EXPECT_EQ(encoder.Finish(), "");
+        EXPECT_EQ(decoder.Decode("\xFE\xFF\0a"sv), L"a");
+        EXPECT_NE(Thrown([&] { decoder.Decode("\xDC\0"sv); }).second.find(L"byte 4"), std::wstring::npos);
+        EXPECT_EQ(decoder.Finish(), L"");
+    }
+}
+
 }  // namespace
 }  // namespace Quellan::Corvel
