@@ -25,6 +25,11 @@ void UseBuffers() {
     TQDataBuf<int> numbers(arena);
     numbers.Append(std::span(values));
     Expect(numbers[1] == 4, L"The numbers are there.");
+
+    TQDataBuf<wchar_t> digits(arena);
+    digits.Append(std::wstring_view(L"4096"));
+    const int number = TQParse<int>(std::wstring_view(digits.Data(), digits.Size()));
+    Expect(number == 4096, L"A view of the text is read.");
 }
 
 void UsePointers() {

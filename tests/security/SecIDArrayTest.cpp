@@ -15,6 +15,7 @@ TEST(SecIDAttrs, AreComparedByIdentifierThenByAttributes) {
     EXPECT_TRUE(low < high && high < higher && high != higher);
     EXPECT_EQ(high, SecIDAttr(Id(L"S-1-5-18"), 1));
     EXPECT_NE(std::hash<SecIDAttr>()(high), std::hash<SecIDAttr>()(higher));
+    EXPECT_NE(std::hash<SecIDAttrArray>()({low, high}), std::hash<SecIDAttrArray>()({high, low}));
 }
 
 TEST(SecIDAttrs, AreComparedWithThePlatformsPairs) {

@@ -89,6 +89,12 @@ TEST(Encodings, TellThePlaceOfWhatStrictRulesRefuse) {
     } cases[] = {{65001, "abc\x80z"sv, 3, L"abc\uFFFDz"},
                  {65001, "ab\xE2\x82"sv, -2, L"ab\uFFFD"},
                  {65001, "\xED\xA0\x80"sv, 0, L"\uFFFD\uFFFD\uFFFD"},
+                 {65001, "ab\xF0\x90\x80"sv, -2, L"ab\uFFFD"},
+                 {65001, "\xE0\x9F"sv, 0, L"\uFFFD\uFFFD"},
+                 {65001, "\xED\xA0"sv, 0, L"\uFFFD\uFFFD"},
+                 {65001, "\xF4\x90"sv, 0, L"\uFFFD\uFFFD"},
+                 {65001, "\xF5"sv, 0, L"\uFFFD"},
+                 {65001, "\xC1"sv, 0, L"\uFFFD"},
                  {1200, "a\0\0\xDC"sv, 2, L"a\uFFFD"},
                  {1200, "\0\xD8z\0"sv, 0, L"\uFFFDz"},
                  {1200, "a\0b"sv, -2, L"a\uFFFD"},
@@ -185,6 +191,20 @@ TEST(Streams, AreAsBeforeWhenTheyThrow) {
     EXPECT_NE(text.find(L"byte 4"), text.npos);
     EXPECT_EQ(decoder.Decode("\x82\xAC"), L"\u20AC");
     EXPECT_EQ(decoder.Finish(), L"");
+}
+
+TEST(Streams, CountOverTheirPiecesAndBeginAnewBehindTheEnd) {
+    TQEncoder encoder(TQEncoding(1201), {.isStrict = true, .hasMark = true});
+    TQDecoder decoder(TQEncoding(1201), {.isStrict = true, .hasMark = true});
+    const std::wstring wrong = {L'c', wchar_t(0xDC00)};
+    for (int round = 0; round < 2; ++round) {
+        EXPECT_EQ(encoder.Encode(L"ab"), "\xFE\xFF\0a\0b"sv);
+        EXPECT_NE(Thrown([&] { encoder.Encode(wrong); }).second.find(L"character 3"), std::wstring::npos);
+        EXPECT_EQ(encoder.Finish(), "");
+        EXPECT_EQ(decoder.Decode("\xFE\xFF\0a"sv), L"a");
+        EXPECT_NE(Thrown([&] { decoder.Decode("\xDC\0"sv); }).second.find(L"byte 4"), std::wstring::npos);
+        EXPECT_EQ(decoder.Finish(), L"");
+    }
 }
 
 }  // namespace

@@ -8,6 +8,9 @@ namespace {
 
 using Form = TQUnicode::Form;
 
+// How many plain characters stand before a text: none, some, and what fills the blocks in which they are taken.
+constexpr std::size_t Before[] = {0, 15, 16, 31};
+
 std::wstring Full(TQString (*convert)(std::wstring_view), std::wstring_view text) {
     return std::wstring(convert(text).View());
 }
@@ -32,11 +35,17 @@ TEST(UnicodeCase, MayChangeTheLength) {
         {L"\U00010428\U00010400", L"\U00010400\U00010400", L"\U00010428\U00010428", L"\U00010428\U00010428"},
         {L"\U0001F600\uFFFF", L"\U0001F600\uFFFF", L"\U0001F600\uFFFF", L"\U0001F600\uFFFF"},
     };
-    for (const auto& [text, upper, lower, folded] : cases) {
-        EXPECT_EQ(Full(&TQUnicode::ToUpperFull, text), upper);
-        EXPECT_EQ(Full(&TQUnicode::ToLowerFull, text), lower);
-        EXPECT_EQ(Full(&TQUnicode::FoldCase, text), folded);
-    }
+    for (const auto& [text, upper, lower, folded] : cases)
+        for (const std::size_t before : Before) {
+            const std::wstring plain(before, L'\u4E00');
+            const std::wstring whole = plain + L"Zz" + std::wstring(text);
+            EXPECT_EQ(Full(&TQUnicode::ToUpperFull, whole), plain + L"ZZ" + std::wstring(upper));
+            EXPECT_EQ(Full(&TQUnicode::ToLowerFull, whole), plain + L"zz" + std::wstring(lower));
+            EXPECT_EQ(Full(&TQUnicode::FoldCase, whole), plain + L"zz" + std::wstring(folded));
+        }
+    // All of it grows, beyond the room for a few.
+    const std::wstring many(1000, L'\uFB03');
+    EXPECT_EQ(Full(&TQUnicode::ToUpperFull, many).size(), 3 * many.size());
 }
 
 TEST(UnicodeCase, EndsWordsWithTheFinalSigma) {
@@ -136,20 +145,37 @@ TEST(UnicodeNormalisation, ComposesAndDecomposes) {
         {L"a\u0315\u0300\u05AEb", L"\u00E0\u05AE\u0315b", L"a\u05AE\u0300\u0315b"},
         {L"\u09C7\u0334\u09BE", L"\u09C7\u0334\u09BE", L"\u09C7\u0334\u09BE"},
         {L"\uF900", L"\u8C48", L"\u8C48"},
+        {L"a\u0310\u0301", L"a\u0310\u0301", L"a\u0310\u0301"},
+        // Marks out of order at the end of a block, plain characters behind it.
+        {L"xxxxxxxxxxa\u0301\u0323xxxxxxxxxxxxxxxx", L"xxxxxxxxxx\u1EA1\u0301xxxxxxxxxxxxxxxx",
+         L"xxxxxxxxxxa\u0323\u0301xxxxxxxxxxxxxxxx"},
+        // Beside the ranges that are taken in blocks.
+        {L"\u00C0\u00BF", L"\u00C0\u00BF", L"A\u0300\u00BF"},
+        {L"\u2000\u2001", L"\u2002\u2003", L"\u2002\u2003"},
+        {L"a\u20D0\u0323", L"\u1EA1\u20D0", L"a\u0323\u20D0"},
+        {L"\u30FE", L"\u30FE", L"\u30FD\u3099"},
+        {L"a\uA66F\u0323", L"\u1EA1\uA66F", L"a\u0323\uA66F"},
         {L"\U0002F800", L"\u4E3D", L"\u4E3D"},
         {L"\U0001D15E", L"\U0001D157\U0001D165", L"\U0001D157\U0001D165"},
         {L"\U00011131\U00011127", L"\U0001112E", L"\U00011131\U00011127"},
         {L"\U0001D157\u0301\u0323", L"\U0001D157\u0323\u0301", L"\U0001D157\u0323\u0301"},
+        {L"a\u0315\u0301\u0323\u0300\U0001D165", L"\u1EA1\U0001D165\u0301\u0300\u0315",
+         L"a\U0001D165\u0323\u0301\u0300\u0315"},
     };
     for (const auto& [text, composed, decomposed] : cases) {
         SCOPED_TRACE(testing::PrintToString(std::wstring(text)));
         for (const std::wstring_view form : {text, composed, decomposed}) {
             // In the middle of text that is as it should be.
-            const std::wstring whole = L"\u00C4q" + std::wstring(form) + L"y\u00FF";
-            EXPECT_EQ(TQUnicode::Normalise(whole, Form::Composed).View(),
-                      L"\u00C4q" + std::wstring(composed) + L"y\u00FF");
-            EXPECT_EQ(TQUnicode::Normalise(whole, Form::Decomposed).View(),
-                      L"A\u0308q" + std::wstring(decomposed) + L"yy\u0308");
+            for (const std::size_t before : Before) {
+                const std::wstring plain = std::wstring(before, L'\u2019') + L"\u4E00q";
+                const std::wstring whole = L"\u00C4" + plain + std::wstring(form) + L"y" + plain + L"\u00FF";
+                EXPECT_EQ(TQUnicode::Normalise(whole, Form::Composed).View(),
+                          L"\u00C4" + plain + std::wstring(composed) + L"y" + plain + L"\u00FF");
+                EXPECT_EQ(TQUnicode::Normalise(whole, Form::Decomposed).View(),
+                          L"A\u0308" + plain + std::wstring(decomposed) + L"y" + plain + L"y\u0308");
+            }
+            EXPECT_EQ(TQUnicode::Normalise(form, Form::Composed).View(), composed);
+            EXPECT_EQ(TQUnicode::Normalise(form, Form::Decomposed).View(), decomposed);
             EXPECT_EQ(TQUnicode::IsNormalised(form, Form::Composed), form == composed);
             EXPECT_EQ(TQUnicode::IsNormalised(form, Form::Decomposed), form == decomposed);
         }

@@ -5,15 +5,22 @@
 #include "TQLib/core/internal/ModuleLookup.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/SystemCodes.h"
+#include "TQLib/text/TQNumber.h"
 #include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/TQUniqueHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
+#include <initializer_list>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace Quellan::Corvel {
+
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -61,25 +68,35 @@ constexpr std::wstring_view LineBreak = L"\r\n";
 
 // By hand: behind the unwinder the formatter's code is cold, and would take a quarter of the time of
 // rendering a message.
-void AppendCode(unsigned int code, STLString& out) {
+std::array<wchar_t, CodeText.size()> CodeTextOf(unsigned int code) {
     std::array<wchar_t, CodeText.size()> text;
     CodeText.copy(text.data(), text.size());
     for (auto digit = text.end() - 2; code != 0; --digit, code >>= 4)
         *digit = L"0123456789abcdef"[code & 15];
-    out.Append(std::wstring_view(text.data(), text.size()));
+    return text;
 }
 
-void AppendDecimal(DWORD number, STLString& out) {
-    std::array<wchar_t, 10> text;
-    auto digit = text.end();
-    do
-        *--digit = static_cast<wchar_t>(L'0' + number % 10);
-    while ((number /= 10) != 0);
-    out.Append(std::wstring_view(digit, text.end()));
+template <std::size_t Length>
+std::wstring_view ViewOf(const std::array<wchar_t, Length>& text) {
+    return {text.data(), Length};
 }
 
-// Appends the system's text for a message number, with room for a code behind it; false where there is none.
-bool AppendSystemText(DWORD number, STLString& out) {
+// The pieces one behind the other, in memory that is taken once.
+STLString Joined(std::initializer_list<std::wstring_view> pieces) {
+    std::size_t length = 0;
+    for (const std::wstring_view piece : pieces)
+        length += piece.size();
+    return Translated(L"TQString::Append", [&] {
+        std::wstring text(length, L'\0');
+        wchar_t* at = text.data();
+        for (const std::wstring_view piece : pieces)
+            at = std::copy(piece.begin(), piece.end(), at);
+        return STLString(std::move(text));
+    });
+}
+
+// The system's text for a message number with `end` behind it; empty where there is none.
+STLString SystemTextWith(DWORD number, std::wstring_view end) {
     constexpr DWORD flags = FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK;
     constexpr DWORD userDefaultLanguage = 0x400;
     std::array<wchar_t, 512> buffer;
@@ -95,29 +112,27 @@ bool AppendSystemText(DWORD number, STLString& out) {
         allocated = TQUniqueHandle<_TQLocalMemClose>(whole);
         text = whole;
     }
-    if (length == 0) return false;
-    out.Reserve(out.Length() + length + CodeText.size());
-    out.Append(std::wstring_view(text, length));
-    return true;
+    if (length == 0) return {};
+    return Joined({{text, length}, end});
 }
 
 STLString CodeStringOf(unsigned int code) noexcept {
-    STLString text;
     try {
         const unsigned short facility = _TQExceptionRoot::CodeFacility(code);
         const DWORD number = facility == FACILITY_WIN32 || facility == 0 ? code & 0xFFFF : code;
-        if (number == 0) return text;
-        const bool isFound =
-            AppendSystemText(number, text) ||
-            (facility == FacilityInterface && AppendSystemText((code & 0x8007FFFF) | 0x70000, text)) ||
-            ((facility == FacilityMessageFile || facility == FacilityMessageFileOther) &&
-             AppendSystemText(code & 0xFFFF, text));
-        if (!isFound) text.Append(L"unknown");
-        AppendCode(code, text);
+        if (number == 0) return {};
+        const auto codeText = CodeTextOf(code);
+        STLString text = SystemTextWith(number, ViewOf(codeText));
+        if (text.IsEmpty() && facility == FacilityInterface)
+            text = SystemTextWith((code & 0x8007FFFF) | 0x70000, ViewOf(codeText));
+        if (text.IsEmpty() && (facility == FacilityMessageFile || facility == FacilityMessageFileOther))
+            text = SystemTextWith(code & 0xFFFF, ViewOf(codeText));
+        if (text.IsEmpty()) text = Joined({L"unknown"sv, ViewOf(codeText)});
+        return text;
     } catch (...) {
-        // Telling of a failure must not fail: what has been found so far has to do.
+        // Telling of a failure must not fail.
+        return {};
     }
-    return text;
 }
 
 // The name of a code that is an NTSTATUS and nothing else; null for all others.
@@ -466,19 +481,22 @@ const STLString& _TQExceptionBase<T>::FullLine(TQStrResDestination destination,
 template <class T>
 STLString _TQExceptionBase<T>::LineWith(const STLString& codeString, TQStrResDestination destination,
                                         std::span<const TQMsgArg> args) const {
-    STLString line;
-    const std::wstring_view action = Action();
-    line.Reserve(m_text.Length() + codeString.Length() + action.size() + std::size(L" () Action="));
-    try {
-        line.Append(m_resource ? MessageFor(destination, args).View() : m_text.View());
-    } catch (const _TQWin32Exception& e) {
-        // Whoever reports this failure must not lose it because its text is missing.
-        if (!m_resource || e.ErrCode() == ERROR_OUTOFMEMORY) throw;
-        line.Append(e.ExcMsg(destination).View());
+    STLString looked;
+    std::wstring_view message = m_text.View();
+    if (m_resource) {
+        try {
+            looked = MessageFor(destination, args);
+        } catch (const _TQWin32Exception& e) {
+            // Whoever reports this failure must not lose it because its text is missing.
+            if (e.ErrCode() == ERROR_OUTOFMEMORY) throw;
+            looked = e.ExcMsg(destination);
+        }
+        message = looked.View();
     }
-    if (!codeString.IsEmpty()) line.Append(L" (").Append(codeString.View()).Append(L")");
-    if (!action.empty()) line.Append(L" Action=").Append(action);
-    return line;
+    const std::wstring_view code = codeString.View();
+    const std::wstring_view action = Action();
+    return Joined({message, code.empty() ? L""sv : L" ("sv, code, code.empty() ? L""sv : L")"sv,
+                   action.empty() ? L""sv : L" Action="sv, action});
 }
 
 template <class T>
@@ -507,22 +525,12 @@ _TQWin32Exception* _TQWin32Exception::AllocCopy() const {
 }
 
 void _TQWin32Exception::AssembleLogOutput(const wchar_t* where, STLString& out) const {
-    constexpr std::wstring_view longestHead = L"Exception[Prc:4294967295:Thr:4294967295]{} ";
-    constexpr std::wstring_view in = L" in ";
     const TQString application = TQEventLog::CurrentAppName();
     const std::wstring_view line = FullLine(TQStrResDestination::Log, {}).View();
     const bool hasPlace = where && !IsBadStringPtrW(where, static_cast<std::uintptr_t>(-1)) && *where;
-    const std::wstring_view place = hasPlace ? where : L"";
-    out.Clear();
-    out.Reserve(longestHead.size() + application.Length() + line.size() + in.size() + place.size() +
-                LineBreak.size());
-    out.Append(L"Exception[Prc:");
-    AppendDecimal(ExcProcess(), out);
-    out.Append(L":Thr:");
-    AppendDecimal(ExcThread(), out);
-    out.Append(L"]{").Append(application.View()).Append(L"} ").Append(line);
-    if (hasPlace) out.Append(in).Append(place);
-    out.Append(LineBreak);
+    out = Joined({L"Exception[Prc:"sv, TQNumberText(ExcProcess()), L":Thr:"sv, TQNumberText(ExcThread()),
+                  L"]{"sv, application.View(), L"} "sv, line, hasPlace ? L" in "sv : L""sv,
+                  hasPlace ? std::wstring_view(where) : L""sv, LineBreak});
     if (OSException()) {
         AppendOSExceptionLine(out);
         out.Append(LineBreak);
@@ -557,9 +565,7 @@ STLString _TQWin32Exception::ChainLine(TQStrResDestination destination) const {
     const wchar_t* const name =
         Translated(L"TQCoreException::ChainMsg", [this] { return StatusName(ErrCode()); });
     if (!name) return FullLine(destination, {});
-    STLString code(name);
-    AppendCode(ErrCode(), code);
-    return LineWith(code, destination, {});
+    return LineWith(Joined({name, ViewOf(CodeTextOf(ErrCode()))}), destination, {});
 }
 
 STLString _TQWin32Exception::ChainMsg(TQStrResDestination destination) const {

@@ -2,6 +2,9 @@
 
 #include "TQLib/platform/Compiler.h"
 
+#include <cstdint>
+#include <cstring>
+
 #if defined(TQ_FOR_SSSE3)
 #include <tmmintrin.h>
 #endif
@@ -54,11 +57,14 @@ TQ_FOR_SSSE3 VectorStep ToBase64(std::string_view bytes, char* out, bool isUrl) 
     return step;
 }
 
-TQ_FOR_SSSE3 VectorStep FromBase64(std::string_view text, char* out, bool isUrl) noexcept {
+// A template, so that the letters are constants.
+template <bool IsUrl>
+TQ_FOR_SSSE3 VectorStep FromBase64(std::string_view text, char* out) noexcept {
+    constexpr char Plus = IsUrl ? '-' : '+';
+    constexpr char Slash = IsUrl ? '_' : '/';
     const __m128i order = _mm_setr_epi8(2, 1, 0, 6, 5, 4, 10, 9, 8, 14, 13, 12, -1, -1, -1, -1);
     VectorStep step{0, 0};
-    // Sixteen bytes are written where twelve count.
-    while (text.size() - step.read >= 2 * TextStep) {
+    while (text.size() - step.read >= TextStep) {
         const __m128i letters = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text.data() + step.read));
         const auto isBetween = [letters](char first, char last) {
             return _mm_and_si128(_mm_cmpgt_epi8(letters, Bytes(first - 1)),
@@ -67,8 +73,8 @@ TQ_FOR_SSSE3 VectorStep FromBase64(std::string_view text, char* out, bool isUrl)
         const __m128i isUpper = isBetween('A', 'Z');
         const __m128i isLower = isBetween('a', 'z');
         const __m128i isDigit = isBetween('0', '9');
-        const __m128i isPlus = _mm_cmpeq_epi8(letters, Bytes(isUrl ? '-' : '+'));
-        const __m128i isSlash = _mm_cmpeq_epi8(letters, Bytes(isUrl ? '_' : '/'));
+        const __m128i isPlus = _mm_cmpeq_epi8(letters, Bytes(Plus));
+        const __m128i isSlash = _mm_cmpeq_epi8(letters, Bytes(Slash));
         const __m128i isKnown = _mm_or_si128(_mm_or_si128(isUpper, isLower),
                                              _mm_or_si128(isDigit, _mm_or_si128(isPlus, isSlash)));
         if (_mm_movemask_epi8(isKnown) != 0xFFFF) break;
@@ -77,13 +83,16 @@ TQ_FOR_SSSE3 VectorStep FromBase64(std::string_view text, char* out, bool isUrl)
         };
         const __m128i distances = _mm_or_si128(
             _mm_or_si128(distance(isUpper, 'A', 0), distance(isLower, 'a', 26)),
-            _mm_or_si128(distance(isDigit, '0', 52), _mm_or_si128(distance(isPlus, isUrl ? '-' : '+', 62),
-                                                                  distance(isSlash, isUrl ? '_' : '/', 63))));
+            _mm_or_si128(distance(isDigit, '0', 52),
+                         _mm_or_si128(distance(isPlus, Plus, 62), distance(isSlash, Slash, 63))));
         const __m128i values = _mm_add_epi8(letters, distances);
         // Two by two values become 12 bits, and two by two of these 24.
         const __m128i twelves = _mm_maddubs_epi16(values, _mm_set1_epi32(0x01400140));
         const __m128i groups = _mm_madd_epi16(twelves, _mm_set1_epi32(0x00011000));
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out + step.written), _mm_shuffle_epi8(groups, order));
+        const __m128i bytes = _mm_shuffle_epi8(groups, order);
+        const int last = _mm_cvtsi128_si32(_mm_unpackhi_epi64(bytes, bytes));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(out + step.written), bytes);
+        std::memcpy(out + step.written + sizeof(std::int64_t), &last, sizeof last);
         step.read += TextStep;
         step.written += ByteStep;
     }
@@ -97,7 +106,8 @@ VectorStep VectorToBase64(std::string_view bytes, char* out, bool isUrl) noexcep
 }
 
 VectorStep VectorFromBase64(std::string_view text, char* out, bool isUrl) noexcept {
-    return TQ_HAS_SSSE3 ? FromBase64(text, out, isUrl) : VectorStep{0, 0};
+    if (!TQ_HAS_SSSE3) return {0, 0};
+    return isUrl ? FromBase64<true>(text, out) : FromBase64<false>(text, out);
 }
 
 #else

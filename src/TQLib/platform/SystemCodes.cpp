@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <utility>
 
 namespace Quellan::Platform {
 namespace {
@@ -31,8 +30,12 @@ constexpr SystemCode Codes[] = {
 #undef TQ_NTSTATUS
 };
 
-constexpr std::pair<SystemCodeFamily, DWORD> PlaceOf(const SystemCode& known) {
-    return {known.family, known.code};
+// The order of codes: by family, then by number.
+constexpr ULONGLONG Place(SystemCodeFamily family, DWORD code) {
+    return static_cast<ULONGLONG>(family) << 32 | code;
+}
+constexpr ULONGLONG PlaceOf(const SystemCode& known) {
+    return Place(known.family, known.code);
 }
 
 static_assert(std::ranges::adjacent_find(Codes, std::ranges::greater_equal{}, PlaceOf) == std::end(Codes),
@@ -63,7 +66,7 @@ const SystemCode* FindSystemCode(std::wstring_view name) noexcept {
 }
 
 const SystemCode* FindSystemCode(SystemCodeFamily family, DWORD code) noexcept {
-    const std::pair place(family, code);
+    const ULONGLONG place = Place(family, code);
     const auto found = std::ranges::lower_bound(Codes, place, {}, PlaceOf);
     return found != std::end(Codes) && PlaceOf(*found) == place ? found : nullptr;
 }

@@ -1,9 +1,9 @@
 #include "TQLib/platform/UnicodeData.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdint>
 #include <iterator>
-#include <tuple>
 
 namespace Quellan::Platform {
 
@@ -63,6 +63,25 @@ CodeRun FullCase(const CaseSequence (&sequences)[Size], char32_t code,
     }
     return {{Moved(code, fact.*distance)}, 1};
 }
+
+// Where the compositions stand in their list, one more than their place: each at the slot that its parts give or at
+// the next ones behind it, up to a 0.
+constexpr std::size_t SlotCount = 2048;
+
+constexpr std::size_t SlotOf(char32_t first, char32_t second) noexcept {
+    return (first * 0x9E3779B1u ^ second * 0x85EBCA6Bu) >> 21;
+}
+
+constexpr auto CompositionSlots = [] {
+    std::array<std::uint16_t, SlotCount> slots{};
+    for (std::uint16_t i = 0; i < std::size(Compositions); ++i) {
+        std::size_t slot = SlotOf(Compositions[i].first, Compositions[i].second);
+        while (slots[slot] != 0)
+            slot = (slot + 1) % SlotCount;
+        slots[slot] = static_cast<std::uint16_t>(i + 1);
+    }
+    return slots;
+}();
 
 // The syllables of Hangul are made by arithmetic from consonant, vowel and final consonant.
 constexpr char32_t FirstSyllable = 0xAC00;
@@ -131,11 +150,13 @@ char32_t Compose(char32_t first, char32_t second) noexcept {
         return FirstSyllable + ((first - FirstInitial) * Vowels + second - FirstVowel) * Finals;
     if (IsSyllable(first) && (first - FirstSyllable) % Finals == 0 && second - NoFinal < Finals)
         return first + (second - NoFinal);
-    const auto found = std::ranges::lower_bound(
-        Compositions, std::tuple(first, second), {},
-        [](const Composition& composition) { return std::tuple(composition.first, composition.second); });
-    return found != std::end(Compositions) && found->first == first && found->second == second ? found->whole
-                                                                                               : 0;
+    std::size_t slot = SlotOf(first, second);
+    while (const std::uint16_t next = CompositionSlots[slot]) {
+        const Composition& pair = Compositions[next - 1];
+        if (pair.first == first && pair.second == second) return pair.whole;
+        slot = (slot + 1) % SlotCount;
+    }
+    return 0;
 }
 
 unsigned TraitsOf(char32_t code) noexcept {

@@ -48,6 +48,8 @@ enum CharacterTraits : unsigned {
     IsNeverComposed = 0x10,    // not found in composed text (NFC)
     MayBeComposed = 0x20,      // in composed text becomes one with some of the characters before it
     IsNotComposedText = 0x30,  // either
+    IsDecomposed = 0x40,       // has parts, and is not found in decomposed text (NFD)
+    HasClass = 0x80,           // a combining class above 0
 };
 unsigned TraitsOf(char32_t code) noexcept;
 

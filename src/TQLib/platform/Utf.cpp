@@ -299,6 +299,14 @@ std::size_t ValidPart(std::basic_string_view<From> text) noexcept {
     return done;
 }
 
+// The size of the blocks that `text` begins with and that are ASCII.
+std::size_t AsciiBlocks(std::string_view text) noexcept {
+    std::size_t done = 0;
+    while (text.size() - done >= BlockSize && IsAsciiBlock(text.data() + done))
+        done += BlockSize;
+    return done;
+}
+
 }  // namespace
 
 std::size_t CopyPrintable(std::wstring_view text, char* out) noexcept {
@@ -325,7 +333,9 @@ bool IsValidText(std::wstring_view text) noexcept {
 }
 
 std::size_t ValidLength(std::string_view text) noexcept {
-    return text.size() >= LeastVectorText && VectorWideLength(text) ? text.size() : ValidPart(text);
+    const std::size_t done = AsciiBlocks(text);
+    const std::string_view rest = text.substr(done);
+    return rest.size() >= LeastVectorText && VectorWideLength(rest) ? text.size() : done + ValidPart(rest);
 }
 
 std::size_t ValidLength(std::wstring_view text) noexcept {
@@ -333,9 +343,11 @@ std::size_t ValidLength(std::wstring_view text) noexcept {
 }
 
 std::size_t WideLength(std::string_view text) noexcept {
-    if (text.size() >= LeastVectorText)
-        if (const auto length = VectorWideLength(text)) return *length;
-    return Convert(text, Counter<wchar_t>{}).count;
+    const std::size_t done = AsciiBlocks(text);
+    const std::string_view rest = text.substr(done);
+    if (rest.size() >= LeastVectorText)
+        if (const auto length = VectorWideLength(rest)) return done + *length;
+    return done + Convert(rest, Counter<wchar_t>{}).count;
 }
 
 std::size_t Utf8Length(std::wstring_view text) noexcept {

@@ -3,6 +3,7 @@
 #include "TQLib/platform/Platform.h"
 #include "TQLib/platform/UnicodeData.h"
 #include "TQLib/platform/Utf.h"
+#include "TQLib/text/internal/CodePoints.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
@@ -24,7 +25,6 @@ struct CodePage {
 
 #include "TQLib/text/internal/CodePages.inc"
 
-constexpr char32_t NoCharacter = 0xFFFD;
 constexpr char32_t MarkCharacter = 0xFEFF;
 constexpr char32_t FirstUpper = 0x80;
 constexpr char32_t FirstBehindControls = 0xA0;
@@ -32,10 +32,6 @@ constexpr char Unknown = '?';
 
 constexpr const CodePage* PageOf(UINT number) {
     return std::ranges::find(CodePages, number, &CodePage::number);
-}
-
-constexpr bool IsCharacter(char32_t code) noexcept {
-    return code <= 0x10FFFF && (code & 0x1FF800) != 0xD800;
 }
 
 constexpr bool IsFirstHalf(char32_t unit) noexcept {
@@ -140,9 +136,9 @@ Progress DecodeUnits(const Facts&, std::string_view bytes, bool isStrict, std::w
                 size = 2 * Size;
             }
         }
-        if (!IsCharacter(code)) {
+        if (!IsCodePoint(code)) {
             if (isStrict) return {at, true};
-            code = NoCharacter;
+            code = ReplacementCode;
         }
         Platform::AppendCode(text, code);
         at += size;
@@ -156,9 +152,9 @@ Progress EncodeUnits(const Facts&, std::wstring_view text, bool isStrict, std::s
     for (Platform::CodeReader reader(text); !reader.IsAtEnd();) {
         const wchar_t* const at = reader.Place();
         char32_t code = reader.Next();
-        if (!IsCharacter(code)) {
+        if (!IsCodePoint(code)) {
             if (isStrict) return {static_cast<std::size_t>(at - text.data()), true};
-            code = NoCharacter;
+            code = ReplacementCode;
         }
         if (Size == 2 && code > 0xFFFF) {
             AppendUnit<Size, IsBig>(bytes, 0xD7C0 + (code >> 10));
@@ -176,7 +172,7 @@ Progress DecodePage(const Facts& facts, std::string_view bytes, bool isStrict, s
     for (std::size_t at = 0; at < bytes.size(); ++at) {
         const char32_t byte = static_cast<unsigned char>(bytes[at]);
         char32_t code = byte < FirstUpper ? byte : facts.page->upper[byte - FirstUpper];
-        if (code == NoCharacter) {
+        if (code == ReplacementCode) {
             if (isStrict) {
                 text.resize(before + at);
                 return {at, true};
@@ -190,12 +186,12 @@ Progress DecodePage(const Facts& facts, std::string_view bytes, bool isStrict, s
 
 // The byte of a character, 0 if there is none.
 unsigned ByteIn(const CodePage& page, char32_t code, bool isStrict) noexcept {
-    if (code == NoCharacter) return 0;
+    if (code == ReplacementCode) return 0;
     const auto upper = [&page](BYTE byte) -> char32_t { return page.upper[byte - FirstUpper]; };
     const auto found = std::ranges::lower_bound(page.order, code, {}, upper);
     if (found != std::end(page.order) && upper(*found) == code) return *found;
     const bool isControl = code >= FirstUpper && code < FirstBehindControls;
-    return isControl && !isStrict && page.upper[code - FirstUpper] == NoCharacter
+    return isControl && !isStrict && page.upper[code - FirstUpper] == ReplacementCode
                ? static_cast<unsigned>(code)
                : 0;
 }
@@ -423,7 +419,7 @@ TQString TQDecoder::Finish() {
     return Translated(L"TQDecoder::Finish", [&] {
         if (m_state.cutSize != 0 && m_rules.isStrict) Refuse(L"TQDecoder::Finish", L"byte", m_state.taken);
         TQString text;
-        if (m_state.cutSize != 0) text += static_cast<wchar_t>(NoCharacter);
+        if (m_state.cutSize != 0) text += static_cast<wchar_t>(ReplacementCode);
         m_state = {};
         return text;
     });

@@ -1,7 +1,6 @@
 #include "TQLib/text/TQNumber.h"
 
 #include "TQLib/platform/Platform.h"
-#include "TQLib/text/internal/DigitPairs.h"
 #include "TQLib/text/internal/Refuse.h"
 #include "TQLib/text/memory/TQStdExceptions.h"
 #include "TQLib/text/memory/internal/Translated.h"
@@ -37,9 +36,8 @@ unsigned DigitOf(C c) noexcept {
     return code < DigitValues.size() ? DigitValues[code] : NoDigit;
 }
 
-// How many digits of any base and of 10 fit 64 bits for certain.
+// How many digits of any base fit 64 bits for certain.
 constexpr std::size_t CertainDigits = 12;
-constexpr std::size_t CertainDecimals = 19;
 
 template <class C>
 _TQMagnitude ReadMagnitude(std::basic_string_view<C> text, unsigned base, ULONGLONG most,
@@ -67,16 +65,9 @@ _TQMagnitude ReadMagnitude(std::basic_string_view<C> text, unsigned base, ULONGL
     }
     const C* const begin = at;
     ULONGLONG value = 0;
-    if (base == 10) {
-        const C* const stop = at + std::min(static_cast<std::size_t>(end - at), CertainDecimals);
-        for (ULONGLONG digit;
-             at != stop && (digit = static_cast<std::make_unsigned_t<C>>(*at) - ULONGLONG{'0'}) < 10; ++at)
-            value = value * 10 + digit;
-    } else {
-        const C* const stop = at + std::min(static_cast<std::size_t>(end - at), CertainDigits);
-        for (unsigned digit; at != stop && (digit = DigitOf(*at)) < base; ++at)
-            value = value * base + digit;
-    }
+    const C* const stop = at + std::min(static_cast<std::size_t>(end - at), CertainDigits);
+    for (unsigned digit; at != stop && (digit = DigitOf(*at)) < base; ++at)
+        value = value * base + digit;
     // The digits are read to their end, whatever becomes of the value.
     bool isOver = false;
     for (unsigned digit; at != end && (digit = DigitOf(*at)) < base; ++at) {
@@ -166,19 +157,6 @@ template <class C>
 
 constexpr std::string_view ByteUnits[] = {" B", " KB", " MB", " GB", " TB", " PB", " EB"};
 
-// Writes in front of `end` and returns where the text begins.
-template <class C>
-C* PutDecimal(C* end, ULONGLONG value) noexcept {
-    for (; value >= 100; value /= 100)
-        end =
-            std::copy_backward(&DigitPairs<C>[2 * (value % 100)], &DigitPairs<C>[2 * (value % 100)] + 2, end);
-    if (value < 10) {
-        *--end = static_cast<C>('0' + value);
-        return end;
-    }
-    return std::copy_backward(&DigitPairs<C>[2 * value], &DigitPairs<C>[2 * value] + 2, end);
-}
-
 }  // namespace
 
 _TQMagnitude _TQReadMagnitude(std::wstring_view text, unsigned base, ULONGLONG most, ULONGLONG mostNegative) {
@@ -218,12 +196,6 @@ void _TQNumberTextT<C>::SetReal(T value) noexcept {
 }
 
 template <class C>
-void _TQNumberTextT<C>::SetBegin(const C* begin) noexcept {
-    m_begin = static_cast<std::size_t>(begin - m_text.data());
-    m_length = m_text.size() - m_begin;
-}
-
-template <class C>
 _TQNumberTextT<C>::_TQNumberTextT(double value) noexcept {
     SetReal(value);
 }
@@ -234,26 +206,25 @@ _TQNumberTextT<C>::_TQNumberTextT(float value) noexcept {
 }
 
 template <class C>
-_TQNumberTextT<C>::_TQNumberTextT(ULONGLONG magnitude, bool isNegative, unsigned base, C separator) {
+C* _TQNumberTextT<C>::PutDigits(ULONGLONG magnitude, unsigned base) {
     if (base < 2 || base > MostBase)
         TQStdExceptions::ThrowParameterInvalidError(L"TQNumberText: base is not from 2 to 36.");
     C* at = m_text.data() + m_text.size();
-    if (separator != C{}) {
-        for (; magnitude >= 1000; magnitude /= 1000) {
-            at = PutDecimal(at, 1000 + magnitude % 1000);
-            *at = separator;  // in place of the 1, which has kept the zeros
-        }
+    do {
+        *--at = static_cast<C>("0123456789abcdefghijklmnopqrstuvwxyz"[magnitude % base]);
+        magnitude /= base;
+    } while (magnitude != 0);
+    return at;
+}
+
+template <class C>
+_TQNumberTextT<C>::_TQNumberTextT(ULONGLONG magnitude, bool isNegative, C separator) noexcept {
+    C* at = m_text.data() + m_text.size();
+    for (; separator != C{} && magnitude >= 1000; magnitude /= 1000) {
+        at = _TQPutDecimal(at, 1000 + magnitude % 1000);
+        *at = separator;  // in place of the 1, which has kept the zeros
     }
-    if (base == 10) {
-        at = PutDecimal(at, magnitude);
-    } else {
-        do {
-            *--at = static_cast<C>("0123456789abcdefghijklmnopqrstuvwxyz"[magnitude % base]);
-            magnitude /= base;
-        } while (magnitude != 0);
-    }
-    if (isNegative) *--at = C{'-'};
-    SetBegin(at);
+    SetBegin(_TQPutDecimal(at, magnitude), isNegative);
 }
 
 template <class C>
@@ -271,25 +242,15 @@ _TQNumberTextT<C>::_TQNumberTextT(ULONGLONG count, BytesTag) noexcept {
     }
     C* at = std::copy_backward(ByteUnits[unit].begin(), ByteUnits[unit].end(), m_text.data() + m_text.size());
     if (tenths != 0) {
-        at = PutDecimal(at, tenths);
+        at = _TQPutDecimal(at, tenths);
         *--at = C{'.'};
     }
-    SetBegin(PutDecimal(at, whole));
+    SetBegin(_TQPutDecimal(at, whole), false);
 }
 
 template <class C>
 _TQNumberTextT<C> _TQNumberTextT<C>::Bytes(ULONGLONG count) noexcept {
     return _TQNumberTextT(count, BytesTag());
-}
-
-template <class C>
-std::basic_string_view<C> _TQNumberTextT<C>::View() const noexcept {
-    return {m_text.data() + m_begin, m_length};
-}
-
-template <class C>
-_TQNumberTextT<C>::operator std::basic_string_view<C>() const noexcept {
-    return View();
 }
 
 template class _TQNumberTextT<wchar_t>;

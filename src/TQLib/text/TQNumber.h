@@ -12,10 +12,12 @@
 
 #include "TQLib/platform/Types.h"
 #include "TQLib/text/TQString.h"
+#include "TQLib/text/internal/DigitPairs.h"
 
 #include <array>
 #include <concepts>
 #include <cstddef>
+#include <cstring>
 #include <limits>
 #include <string_view>
 #include <type_traits>
@@ -63,6 +65,12 @@ TQLIB_API void _TQReadReal(std::string_view text, TQParsed<float>& parsed);
 [[noreturn]] TQLIB_API void _TQThrowNoNumber(std::wstring_view text, TQNumberFault fault);
 [[noreturn]] TQLIB_API void _TQThrowNoNumber(std::string_view text, TQNumberFault fault);
 
+// 10 and more for what is no digit.
+template <class C>
+constexpr ULONGLONG _TQDecimalOf(C c) noexcept {
+    return static_cast<std::make_unsigned_t<C>>(c) - ULONGLONG{'0'};
+}
+
 template <class T>
 concept _TQNumberText =
     std::is_convertible_v<const T&, _TQTextT<wchar_t>> || std::is_convertible_v<const T&, _TQTextT<char>>;
@@ -75,8 +83,22 @@ using _TQTextOf =
 template <TQInteger T, _TQNumberText Text>
 [[nodiscard]] TQParsed<T> TQTryParse(const Text& text, unsigned base = 10) {
     constexpr ULONGLONG Most = std::numeric_limits<T>::max();
-    const _TQMagnitude read =
-        _TQReadMagnitude(_TQTextOf<Text>(text).View(), base, Most, std::is_signed_v<T> ? Most + 1 : 0);
+    constexpr std::size_t CertainDecimals = 19;  // fit 64 bits
+    const auto view = _TQTextOf<Text>(text).View();
+    if (base == 10 && !view.empty()) {
+        const bool isNegative = std::is_signed_v<T> && view[0] == '-';
+        const std::size_t begin = isNegative || view[0] == '+' ? 1 : 0;
+        const std::size_t stop =
+            view.size() < begin + CertainDecimals ? view.size() : begin + CertainDecimals;
+        ULONGLONG value = 0;
+        std::size_t at = begin;
+        for (ULONGLONG digit; at != stop && (digit = _TQDecimalOf(view[at])) < 10; ++at)
+            value = value * 10 + digit;
+        if (at != begin && (at != stop || at == view.size()) && value <= Most + (isNegative ? 1 : 0))
+            return {static_cast<T>(isNegative ? 0 - value : value), at, TQNumberFault::NoFault};
+    }
+    // All that is not an everyday number.
+    const _TQMagnitude read = _TQReadMagnitude(view, base, Most, std::is_signed_v<T> ? Most + 1 : 0);
     return {static_cast<T>(read.isNegative ? 0 - read.value : read.value), read.length, read.fault};
 }
 template <TQReal T, _TQNumberText Text>
@@ -105,6 +127,23 @@ template <TQReal T, _TQNumberText Text>
     return parsed.value;
 }
 
+// Writes the decimal digits in front of `end` and returns where they begin.
+template <class C>
+C* _TQPutDecimal(C* end, ULONGLONG value) noexcept {
+    const auto putPair = [&](ULONGLONG pair) {
+        end -= 2;
+        std::memcpy(end, &DigitPairs<C>[2 * pair], 2 * sizeof(C));
+    };
+    for (; value >= 100; value /= 100)
+        putPair(value % 100);
+    if (value >= 10) {
+        putPair(value);
+        return end;
+    }
+    *--end = static_cast<C>('0' + value);
+    return end;
+}
+
 // A number's text, held without memory: `text += TQNumberText(5)`, `TQString(TQNumberText(5))`. Whole numbers in any
 // base with small letters, real ones with as few digits as give back the same value.
 template <class C>
@@ -112,10 +151,12 @@ class _TQNumberTextT {
   public:
     // Throws 87 (ERROR_INVALID_PARAMETER) for a base that is not from 2 to 36.
     template <TQInteger T>
-    explicit _TQNumberTextT(T value, unsigned base = 10)
-        : _TQNumberTextT(
-              value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value),
-              value < 0, base, C{}) {}
+    TQ_ALWAYS_INLINE explicit _TQNumberTextT(T value, unsigned base = 10) {
+        const ULONGLONG magnitude =
+            value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value);
+        C* const end = m_text.data() + m_text.size();
+        SetBegin(base == 10 ? _TQPutDecimal(end, magnitude) : PutDigits(magnitude, base), value < 0);
+    }
     explicit _TQNumberTextT(double value) noexcept;
     explicit _TQNumberTextT(float value) noexcept;
     _TQNumberTextT(const _TQNumberTextT&) = delete;
@@ -126,24 +167,31 @@ class _TQNumberTextT {
     [[nodiscard]] static _TQNumberTextT Grouped(T value, C separator = C{','}) {
         return _TQNumberTextT(
             value < 0 ? ULONGLONG{0} - static_cast<ULONGLONG>(value) : static_cast<ULONGLONG>(value),
-            value < 0, 10, separator);
+            value < 0, separator);
     }
     // A number of bytes for the eye, in the largest unit of 1,024 that it reaches, rounded to one decimal that is left out
     // where it is 0: 512 B, 1.5 GB, 16 EB.
     [[nodiscard]] static _TQNumberTextT Bytes(ULONGLONG count) noexcept;
 
     // Valid as long as this object; not terminated.
-    [[nodiscard]] std::basic_string_view<C> View() const noexcept;
-    operator std::basic_string_view<C>() const noexcept;
+    [[nodiscard]] TQ_ALWAYS_INLINE std::basic_string_view<C> View() const noexcept {
+        return {m_text.data() + m_begin, m_length};
+    }
+    TQ_ALWAYS_INLINE operator std::basic_string_view<C>() const noexcept { return View(); }
 
   private:
     struct BytesTag {};
-    _TQNumberTextT(ULONGLONG magnitude, bool isNegative, unsigned base, C separator);
+    _TQNumberTextT(ULONGLONG magnitude, bool isNegative, C separator) noexcept;
     _TQNumberTextT(ULONGLONG count, BytesTag) noexcept;
 
     template <class T>
     void SetReal(T value) noexcept;
-    void SetBegin(const C* begin) noexcept;
+    [[nodiscard]] C* PutDigits(ULONGLONG magnitude, unsigned base);
+    TQ_ALWAYS_INLINE void SetBegin(C* begin, bool isNegative) noexcept {
+        if (isNegative) *--begin = C{'-'};
+        m_begin = static_cast<std::size_t>(begin - m_text.data());
+        m_length = m_text.size() - m_begin;
+    }
 
     // Whole numbers stand at its end; 64 binary digits and a sign are the longest.
     std::array<C, 66> m_text;

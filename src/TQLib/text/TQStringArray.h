@@ -9,7 +9,6 @@
 #include <algorithm>
 #include <concepts>
 #include <cstddef>
-#include <functional>
 #include <ranges>
 #include <type_traits>
 #include <vector>
@@ -76,13 +75,3 @@ class TQLIB_API TQStringArray : public _TQArray<TQString> {
 };
 
 }  // namespace Quellan::Corvel
-
-template <>
-struct std::hash<Quellan::Corvel::TQStringArray> {
-    std::size_t operator()(const Quellan::Corvel::TQStringArray& array) const noexcept {
-        std::size_t all = array.Count();
-        for (const Quellan::Corvel::TQString& element : array)
-            all = all * 31 + std::hash<Quellan::Corvel::TQString>{}(element);
-        return all;
-    }
-};

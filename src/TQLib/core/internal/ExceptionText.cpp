@@ -22,8 +22,9 @@ ExceptionText::ExceptionText(const wchar_t* text) : ExceptionText() {
     m_length = length;
 }
 
-ExceptionText::ExceptionText(const ExceptionText& other) noexcept : ExceptionText() {
-    *this = other;
+ExceptionText::ExceptionText(const ExceptionText& other) noexcept
+    : m_length(other.m_length), m_allocated(other.m_allocated) {
+    if (!m_allocated.Get()) std::wmemcpy(m_inPlace, other.m_inPlace, m_length + 1);
 }
 
 ExceptionText& ExceptionText::operator=(const ExceptionText& other) noexcept {

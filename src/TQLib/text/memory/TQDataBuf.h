@@ -109,7 +109,8 @@ class TQLIB_API _TQDataBufRoot {
 template <class T, unsigned N = TQMemory::Heap>
 class TQDataBuf : public _TQDataBufRoot {
     static_assert(std::is_trivially_copyable_v<T>, "elements are moved as bytes");
-    static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__, "allocators align for fundamental types");
+    static_assert(alignof(T) <= __STDCPP_DEFAULT_NEW_ALIGNMENT__,
+                  "buffers align for fundamental types alone: take std::vector for over-aligned elements");
 
   public:
     using value_type = T;

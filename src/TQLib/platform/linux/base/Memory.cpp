@@ -196,11 +196,14 @@ BOOL IsBadWritePtr(void* memory, ULONG_PTR size) noexcept {
 }
 
 BOOL IsBadStringPtrW(const wchar_t* text, ULONG_PTR most) noexcept {
-    const auto begin = reinterpret_cast<ULONG_PTR>(text);
+    const ULONG_PTR pageSize = PageSize();
+    ULONG_PTR readable = 0;  // the end of the page that was looked at last
     for (ULONG_PTR i = 0; i < most; ++i) {
-        const ULONG_PTR inPage = (begin + i * sizeof(wchar_t)) % PageSize();
-        const bool entersPage = i == 0 || inPage < sizeof(wchar_t) || inPage > PageSize() - sizeof(wchar_t);
-        if (entersPage && IsBadReadPtr(text + i, sizeof(wchar_t))) return TRUE;
+        const auto last = reinterpret_cast<ULONG_PTR>(text + i) + (sizeof(wchar_t) - 1);
+        if (last >= readable) {
+            if (IsBadReadPtr(text + i, sizeof(wchar_t))) return TRUE;
+            readable = (last | (pageSize - 1)) + 1;
+        }
         wchar_t character;
         std::memcpy(&character, text + i, sizeof character);  // the text need not be aligned
         if (character == L'\0') break;

@@ -81,9 +81,12 @@ struct MessageText {
     std::array<wchar_t, 256> inPlace;
 };
 
+bool HasSystemTexts(DWORD language) noexcept {
+    return IsDefaultLanguage(language) || language == EnglishLanguage || language == UsEnglishLanguage;
+}
+
 DWORD ReadSystemText(DWORD code, DWORD language, MessageText& text) {
-    if (!IsDefaultLanguage(language) && language != EnglishLanguage && language != UsEnglishLanguage)
-        return ERROR_RESOURCE_LANG_NOT_FOUND;
+    if (!HasSystemTexts(language)) return ERROR_RESOURCE_LANG_NOT_FOUND;
     const char* const found = FindSystemText(code);
     if (!found) return ERROR_MR_MID_NOT_FOUND;
     constexpr std::wstring_view End = L"\r\n";
@@ -181,6 +184,19 @@ DWORD Expand(DWORD flags, std::wstring_view text, std::size_t limit, va_list* li
     return FormatMessageText(text, layout, &arguments, out);
 }
 
+// A text of the system's without line breaks, as failures are told with it: most of them have nothing to expand
+// and go straight into the buffer. 0 for one that does not.
+DWORD CopyPlainSystemText(DWORD code, DWORD language, std::span<wchar_t> buffer) noexcept {
+    const char* const found = HasSystemTexts(language) ? FindSystemText(code) : nullptr;
+    if (!found || std::strpbrk(found, "%\r\n")) return 0;
+    const std::string_view text(found);
+    if (text.size() + 2 > buffer.size()) return 0;
+    const std::size_t length = Utf8ToWide(text, buffer.first(text.size()));
+    buffer[length] = L' ';  // for the line break that ends each text
+    buffer[length + 1] = L'\0';
+    return static_cast<DWORD>(length + 1);
+}
+
 DWORD Render(DWORD flags, const void* source, DWORD id, DWORD language, wchar_t*& buffer, DWORD size,
              va_list* list, DWORD& length) {
     const bool allocate = (flags & FORMAT_MESSAGE_ALLOCATE_BUFFER) != 0;
@@ -188,6 +204,10 @@ DWORD Render(DWORD flags, const void* source, DWORD id, DWORD language, wchar_t*
     if (flags & ~KnownFlags || sources == 0) return ERROR_INVALID_PARAMETER;
     if (sources & FORMAT_MESSAGE_FROM_STRING && (sources != FORMAT_MESSAGE_FROM_STRING || !source))
         return ERROR_INVALID_PARAMETER;
+    if (flags == (FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_MAX_WIDTH_MASK)) {
+        length = CopyPlainSystemText(id, language, {buffer, size});
+        if (length != 0) return ERROR_SUCCESS;
+    }
     MessageText text;
     if (const DWORD code = ReadText(flags, source, id, language, text)) return code;
     const std::size_t room = allocate ? MaxMessageSize : std::min<std::size_t>(size, MaxMessageSize);

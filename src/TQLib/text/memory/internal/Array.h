@@ -5,7 +5,9 @@
 #include "TQLib/text/memory/internal/Translated.h"
 
 #include <compare>
+#include <concepts>
 #include <cstddef>
+#include <functional>
 #include <initializer_list>
 #include <utility>
 #include <vector>
@@ -76,4 +78,19 @@ class _TQArray {
     InternalArray m_items;
 };
 
+// The arrays of elements that have a hash.
+template <class A>
+concept _TQHashedArray = std::derived_from<A, _TQArray<typename A::value_type>> &&
+                         std::default_initializable<std::hash<typename A::value_type>>;
+
 }  // namespace Quellan::Corvel
+
+template <Quellan::Corvel::_TQHashedArray A>
+struct std::hash<A> {
+    std::size_t operator()(const A& array) const noexcept {
+        std::size_t all = array.Count();
+        for (const auto& element : array)
+            all = all * 31 + std::hash<typename A::value_type>{}(element);
+        return all;
+    }
+};
