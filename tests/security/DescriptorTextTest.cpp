@@ -199,6 +199,15 @@ TEST(DescriptorTexts, ThatAreWrongAreRefusedWithTheOffset) {
         EXPECT_NE(message.find(end), message.npos)
             << TQString(text).ToUtf8().c_str() << ": " << TQString(message).ToUtf8().c_str();
     }
+    // A negation and the parenthesis behind it are one level, as the parenthesis around the condition is.
+    const auto nested = [](int negations) {
+        std::wstring text = L"D:(XA;;FX;;;WD;(";
+        for (int i = 0; i < negations; ++i)
+            text += L"!(";
+        return text + L"a" + std::wstring(static_cast<std::size_t>(negations), L')') + L"))";
+    };
+    EXPECT_EQ(SecDesc::FromText(nested(63)).Text(), nested(63));
+    EXPECT_EQ(ThrownCode([&] { SecDesc::FromText(nested(64)); }), List);
     const std::wstring deep = L"D:(XA;;FX;;;WD;" + std::wstring(70'000, L'(');
     EXPECT_EQ(ThrownCode([&] { SecDesc::FromText(deep); }), List);
     const std::wstring negated = L"D:(XA;;FX;;;WD;(" + std::wstring(70'000, L'!');
