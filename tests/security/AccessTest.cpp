@@ -398,6 +398,15 @@ TEST(Conditions, ThatAreNoneAreNotToBeTold) {
     }
 }
 
+TEST(Conditions, TakeANumberBehindAMinusAsItsMagnitude) {
+    const std::string data("artx\xF8\x02\0\0\0n\0\x04\x02\0\0\0\0\0\0\0\x02\x02\x80\0\0\0", 26);
+    const std::vector<BYTEBuf> local = {AttributeBlock::Number(u"n", {-2})};
+    const SecACE entry =
+        SecACE(SecACE::Kind::AllowCallback, Named("WD"), 1).WithData(data.data(), data.size());
+    const SecAccess access(Described("O:SYG:SY").SetDACL(Sarvek::SecACL{entry}), Toy);
+    EXPECT_TRUE(access.Check(Somebody(), 1, {.self = nullptr, .attributes = local}).isGranted);
+}
+
 TEST(Access, TellsTheRightsOfSomebody) {
     const SecAccess access(Described("O:S-1-5-21-1-2-3-1001G:SYD:(D;;2;;;AU)(A;;7;;;WD)(A;;0x10000;;;BA)"),
                            Toy);

@@ -129,6 +129,8 @@ TEST(DescriptorTexts, AreWrittenInOneWay) {
         const SecDesc descriptor = SecDesc::FromText(text);
         EXPECT_EQ(descriptor.Text(), written ? written : text);
         EXPECT_EQ(SecDesc::FromText(descriptor.Text()), descriptor);
+        EXPECT_NE(std::hash<SecDesc>{}(descriptor),
+                  std::hash<SecDesc>{}(SecDesc(descriptor).SetNullDACL(true)));
         EXPECT_TRUE(descriptor == descriptor.Block().Data());
     }
 }
@@ -275,7 +277,10 @@ TEST(IdentifierTexts, AreReadAsThePlatformReadsThem) {
             EXPECT_EQ(id.String(), TQString::FromUtf8(fields[1])) << line;
         }
     }
-    EXPECT_EQ(SecID::FromText(L"LA"), SecID(WinAccountAdministratorSid));
+    const SecID administrator = SecID::FromText(L"LA");
+    EXPECT_TRUE(administrator.IsMachineDomain());
+    EXPECT_EQ(administrator.SubAuthorityValue(static_cast<BYTE>(administrator.SubAuthorityCount() - 1)),
+              500u);
     EXPECT_EQ(Thrown([] { SecID::FromText(L"BAA"); }).second,
               L"SecID::FromText: more than an identifier at offset 2.");
 }

@@ -115,3 +115,17 @@ class TQLIB_API SecAbsoluteDesc {
 };
 
 }  // namespace Quellan::Sarvek
+
+template <>
+struct std::hash<Quellan::Sarvek::SecDesc> {
+    std::size_t operator()(const Quellan::Sarvek::SecDesc& descriptor) const noexcept {
+        using Quellan::Sarvek::SecACL;
+        using Quellan::Sarvek::SecID;
+        const auto ofList = [](const SecACL* list) { return list ? std::hash<SecACL>{}(*list) : 0; };
+        std::size_t sum = descriptor.Control();
+        sum = sum * 31 + std::hash<SecID>{}(descriptor.Owner());
+        sum = sum * 31 + std::hash<SecID>{}(descriptor.Group());
+        sum = sum * 31 + ofList(descriptor.DACL());
+        return sum * 31 + ofList(descriptor.SACL());
+    }
+};
