@@ -398,6 +398,21 @@ TEST(Conditions, ThatAreNoneAreNotToBeTold) {
     }
 }
 
+TEST(Conditions, FindNoAttributeInADamagedBlock) {
+    const BYTEBuf whole = AttributeBlock::Text(u"n", {u"x"});
+    const auto isTrue = [](const BYTEBuf& block) {
+        return TruthOf("(n == \"x\")", Somebody(), {block}) == '1';
+    };
+    EXPECT_TRUE(isTrue(whole));
+    for (std::size_t size = 0; size < whole.Size(); ++size)
+        EXPECT_FALSE(isTrue(BYTEBuf(whole.Data(), size))) << size;
+    for (const std::size_t at : {0, 12, 16}) {  // the name's place, the count, the value's place
+        BYTEBuf damaged = whole;
+        damaged[at + 3] = 0x7F;
+        EXPECT_FALSE(isTrue(damaged)) << at;
+    }
+}
+
 TEST(Conditions, TakeANumberBehindAMinusAsItsMagnitude) {
     const std::string data("artx\xF8\x02\0\0\0n\0\x04\x02\0\0\0\0\0\0\0\x02\x02\x80\0\0\0", 26);
     const std::vector<BYTEBuf> local = {AttributeBlock::Number(u"n", {-2})};
