@@ -413,6 +413,16 @@ TEST(Conditions, FindNoAttributeInADamagedBlock) {
     }
 }
 
+TEST(Conditions, EndWhereTheyCompareTooMuch) {
+    std::string many = "{0";
+    for (int i = 1; i < 400; ++i)
+        many += "," + std::to_string(i);
+    std::vector<LONGLONG> numbers(400, 1000);
+    for (const auto& [values, truth] : {std::pair(numbers, '?'), std::pair(std::vector<LONGLONG>{1000}, '0')})
+        EXPECT_EQ(TruthOf("(n Any_of " + many + "})", Somebody(), {AttributeBlock::Number(u"n", values)}),
+                  truth);
+}
+
 TEST(Conditions, TakeANumberBehindAMinusAsItsMagnitude) {
     const std::string data("artx\xF8\x02\0\0\0n\0\x04\x02\0\0\0\0\0\0\0\x02\x02\x80\0\0\0", 26);
     const std::vector<BYTEBuf> local = {AttributeBlock::Number(u"n", {-2})};

@@ -260,15 +260,21 @@ Truth Inverse(Truth truth) noexcept {
     return truth == Truth::Unknown ? truth : TruthOf(truth == Truth::False);
 }
 
+// Takes one comparison of what is left.
+bool Spend(std::size_t& left) noexcept {
+    if (left != 0) --left;
+    return left != 0;
+}
+
 // Whether `all` of `values`, or one of them, are among `known`. Unknown where some cannot be compared.
-Truth AreAmong(Values values, const Values& known, bool all) noexcept {
+Truth AreAmong(Values values, const Values& known, bool all, std::size_t& left) noexcept {
     bool areAll = true;
     bool isAny = false;
     while (const auto value = values.Next()) {
         bool isFound = false;
         Values others = known;
         while (const auto other = others.Next()) {
-            if (!AreComparable(*value, *other)) return Truth::Unknown;
+            if (!Spend(left) || !AreComparable(*value, *other)) return Truth::Unknown;
             isFound = isFound || Compare(*value, *other) == 0;
         }
         if (others.IsDamaged()) return Truth::Unknown;
@@ -357,17 +363,20 @@ class Evaluation {
         const Values values(Find(left));
         const Values others = IsAttribute(right) ? Values(Find(right)) : Values(right);
         if (!values.IsKnown() || !others.IsKnown()) return Truth::Unknown;
+        const auto areAmong = [this](const Values& some, const Values& known, bool all) {
+            return AreAmong(some, known, all, m_scene.left);
+        };
         switch (token) {
             case EqualToken:
-                return And(AreAmong(values, others, true), AreAmong(others, values, true));
+                return And(areAmong(values, others, true), areAmong(others, values, true));
             case ContainsToken:
-                return AreAmong(others, values, true);
+                return areAmong(others, values, true);
             case NotContainsToken:
-                return Inverse(AreAmong(others, values, true));
+                return Inverse(areAmong(others, values, true));
             case AnyOfToken:
-                return AreAmong(values, others, false);
+                return areAmong(values, others, false);
             case NotAnyOfToken:
-                return Inverse(AreAmong(values, others, false));
+                return Inverse(areAmong(values, others, false));
             case NotEqualToken:
             case LessToken:
             case LessOrEqualToken:
@@ -410,6 +419,7 @@ class Evaluation {
         Values ids(operand);
         while (const auto id = ids.Next()) {
             if (id->kind != ValueKind::Identifier) return {};
+            if (!Spend(m_scene.left)) return {};
             const bool has = Has(id->bytes.data(), isDevice);
             isMember = any ? isMember || has : isMember && has;
         }
@@ -466,7 +476,7 @@ class Evaluation {
     }
     [[nodiscard]] std::optional<Attribute> Named(ByteView name, ByteView bytes) const noexcept {
         const auto attribute = Attribute::At(bytes);
-        if (name.empty() || name.size() % sizeof(WORD) != 0 || !attribute ||
+        if (name.empty() || name.size() % sizeof(WORD) != 0 || !Spend(m_scene.left) || !attribute ||
             !attribute->CountsFor(m_scene.forDenying) || CompareTexts(name, attribute->Name(), false) != 0)
             return {};
         return attribute;
@@ -485,7 +495,8 @@ Truth Evaluate(ByteView condition, const ConditionScene& scene) noexcept {
     constexpr std::size_t Head = sizeof ConditionSignature;
     if (condition.size() < Head || !std::ranges::equal(condition.first(Head), ConditionSignature))
         return Truth::Unknown;
-    return Evaluation(scene).Run(condition.subspan(Head)).value_or(Truth::Unknown);
+    const auto truth = Evaluation(scene).Run(condition.subspan(Head));
+    return scene.left == 0 ? Truth::Unknown : truth.value_or(Truth::Unknown);
 }
 
 }  // namespace Quellan::Platform
