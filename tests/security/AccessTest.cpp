@@ -309,9 +309,7 @@ TEST(Conditions, AreTrueFalseOrNotToBeTold) {
         AttributeBlock::Number(u"none", {}),
         AttributeBlock::Octets(u"bytes", 16, octets),
         AttributeBlock::Octets(u"id", 5, {static_cast<const BYTE*>(admins.Address()), admins.Length()})};
-    const BYTEBuf secret = AttributeBlock::Number(u"Secret", {7});
-    const SecACE resource =
-        SecACE(SecACE::Kind::ResourceAttribute, Named("WD"), 0).WithData(secret.Data(), secret.Size());
+    const SecDesc labelled = Described("S:(RA;;;;;WD;(\"Secret\",TI,0x0,7))");
     const struct {
         const char* condition;
         char truth;
@@ -369,7 +367,7 @@ TEST(Conditions, AreTrueFalseOrNotToBeTold) {
         {"((zero || !zero) && (empty || Member_of SID(WD)))", '1'},
     };
     for (const auto& [condition, truth] : cases)
-        EXPECT_EQ(TruthOf(condition, subject, local, &resource), truth) << condition;
+        EXPECT_EQ(TruthOf(condition, subject, local, &(*labelled.SACL())[0]), truth) << condition;
 }
 
 TEST(Conditions, CountWhatIsForDenyingOnlyWhereTheyDeny) {
@@ -411,6 +409,19 @@ TEST(Conditions, FindNoAttributeInADamagedBlock) {
         damaged[at + 3] = 0x7F;
         EXPECT_FALSE(isTrue(damaged)) << at;
     }
+}
+
+TEST(ResourceAttributes, HaveNoTextWhereTheirValuesShareBytes) {
+    BYTEBuf block = AttributeBlock::Text(u"n", {std::u16string(40, u'x'), u"", u"", u""});
+    const auto textOf = [&] {
+        const SecACE entry =
+            SecACE(SecACE::Kind::ResourceAttribute, Named("WD"), 0).WithData(block.Data(), block.Size());
+        return ThrownCode([&] { (void)SecDesc().SetSACL(Sarvek::SecACL{entry}).Text(); });
+    };
+    EXPECT_EQ(textOf(), 0u);
+    for (std::size_t place = 20; place < 32; ++place)
+        block[place] = block[place - 4];
+    EXPECT_EQ(textOf(), DWORD{ERROR_NOT_SUPPORTED});
 }
 
 TEST(Conditions, EndWhereTheyCompareTooMuch) {
