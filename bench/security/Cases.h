@@ -5,6 +5,7 @@
 
 namespace Quellan::Corvel::Bench {
 
+void AddAccess(Contest& contest);
 void AddIdentifiers(Contest& contest);
 
 }  // namespace Quellan::Corvel::Bench

@@ -26,9 +26,21 @@ void ReadText() {
     Expect(!words.IsEmpty(), L"There are words.");
 }
 
+void Check() {
+    SecIDAttrArray groups;
+    groups.Add(SecIDAttr(SecID(WinBuiltinUsersSid), SE_GROUP_ENABLED));
+    const SecSubject somebody(SecIDAttr(SecID::FromText(L"S-1-5-21-1-2-3-1001")), groups);
+    const SecDesc descriptor = SecDesc::FromText(L"O:BAG:BAD:P(A;OICI;FA;;;BA)(A;;FR;;;BU)");
+    const SecAccess access(descriptor, SecGenericMap::OfFiles());
+    const bool mayRead = access.Check(somebody, FILE_GENERIC_READ).isGranted;
+    const DWORD all = access.RightsOf(somebody);
+    Expect(mayRead && all == FILE_GENERIC_READ, L"A user may read, and no more.");
+}
+
 }  // namespace
 
 void AccessControlSample() {
+    Check();
     ReadText();
     const wchar_t* const name = L"access-control.sample";
     DeleteFileW(name);

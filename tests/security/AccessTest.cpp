@@ -309,9 +309,7 @@ TEST(Conditions, AreTrueFalseOrNotToBeTold) {
         AttributeBlock::Number(u"none", {}),
         AttributeBlock::Octets(u"bytes", 16, octets),
         AttributeBlock::Octets(u"id", 5, {static_cast<const BYTE*>(admins.Address()), admins.Length()})};
-    const BYTEBuf secret = AttributeBlock::Number(u"Secret", {7});
-    const SecACE resource =
-        SecACE(SecACE::Kind::ResourceAttribute, Named("WD"), 0).WithData(secret.Data(), secret.Size());
+    const SecDesc labelled = Described("S:(RA;;;;;WD;(\"Secret\",TI,0x0,7))");
     const struct {
         const char* condition;
         char truth;
@@ -369,7 +367,7 @@ TEST(Conditions, AreTrueFalseOrNotToBeTold) {
         {"((zero || !zero) && (empty || Member_of SID(WD)))", '1'},
     };
     for (const auto& [condition, truth] : cases)
-        EXPECT_EQ(TruthOf(condition, subject, local, &resource), truth) << condition;
+        EXPECT_EQ(TruthOf(condition, subject, local, &(*labelled.SACL())[0]), truth) << condition;
 }
 
 TEST(Conditions, CountWhatIsForDenyingOnlyWhereTheyDeny) {
@@ -396,6 +394,53 @@ TEST(Conditions, ThatAreNoneAreNotToBeTold) {
         EXPECT_FALSE(isGranted(allow)) << data;
         EXPECT_FALSE(isGranted(deny)) << data;
     }
+}
+
+TEST(Conditions, FindNoAttributeInADamagedBlock) {
+    const BYTEBuf whole = AttributeBlock::Text(u"n", {u"x"});
+    const auto isTrue = [](const BYTEBuf& block) {
+        return TruthOf("(n == \"x\")", Somebody(), {block}) == '1';
+    };
+    EXPECT_TRUE(isTrue(whole));
+    for (std::size_t size = 0; size < whole.Size(); ++size)
+        EXPECT_FALSE(isTrue(BYTEBuf(whole.Data(), size))) << size;
+    for (const std::size_t at : {0, 12, 16}) {  // the name's place, the count, the value's place
+        BYTEBuf damaged = whole;
+        damaged[at + 3] = 0x7F;
+        EXPECT_FALSE(isTrue(damaged)) << at;
+    }
+}
+
+TEST(ResourceAttributes, HaveNoTextWhereTheirValuesShareBytes) {
+    BYTEBuf block = AttributeBlock::Text(u"n", {std::u16string(40, u'x'), u"", u"", u""});
+    const auto textOf = [&] {
+        const SecACE entry =
+            SecACE(SecACE::Kind::ResourceAttribute, Named("WD"), 0).WithData(block.Data(), block.Size());
+        return ThrownCode([&] { (void)SecDesc().SetSACL(Sarvek::SecACL{entry}).Text(); });
+    };
+    EXPECT_EQ(textOf(), 0u);
+    for (std::size_t place = 20; place < 32; ++place)
+        block[place] = block[place - 4];
+    EXPECT_EQ(textOf(), DWORD{ERROR_NOT_SUPPORTED});
+}
+
+TEST(Conditions, EndWhereTheyCompareTooMuch) {
+    std::string many = "{0";
+    for (int i = 1; i < 400; ++i)
+        many += "," + std::to_string(i);
+    std::vector<LONGLONG> numbers(400, 1000);
+    for (const auto& [values, truth] : {std::pair(numbers, '?'), std::pair(std::vector<LONGLONG>{1000}, '0')})
+        EXPECT_EQ(TruthOf("(n Any_of " + many + "})", Somebody(), {AttributeBlock::Number(u"n", values)}),
+                  truth);
+}
+
+TEST(Conditions, TakeANumberBehindAMinusAsItsMagnitude) {
+    const std::string data("artx\xF8\x02\0\0\0n\0\x04\x02\0\0\0\0\0\0\0\x02\x02\x80\0\0\0", 26);
+    const std::vector<BYTEBuf> local = {AttributeBlock::Number(u"n", {-2})};
+    const SecACE entry =
+        SecACE(SecACE::Kind::AllowCallback, Named("WD"), 1).WithData(data.data(), data.size());
+    const SecAccess access(Described("O:SYG:SY").SetDACL(Sarvek::SecACL{entry}), Toy);
+    EXPECT_TRUE(access.Check(Somebody(), 1, {.self = nullptr, .attributes = local}).isGranted);
 }
 
 TEST(Access, TellsTheRightsOfSomebody) {

@@ -124,11 +124,21 @@ TEST(DescriptorTexts, AreWrittenInOneWay) {
              {L"D:(XA;;FX;;;WD;(a && b && c || d && (e == @User.f || g) && (h != \"\U0001F600\")))",
               L"D:(XA;;FX;;;WD;(a && b && c || d && (e == @User.f || g) && h != \"\U0001F600\"))"},
              {L"D:(XA;;FX;;;WD;(Not_Device_Member_of_Any SID(SY)))", nullptr},
+             {L"S:(RA;;;;;WD; (\"Project\", TS,0,\"Windows\" ,\"SQL %41\"))",
+              L"S:(RA;;;;;WD;(\"Project\",TS,0x0,\"Windows\",\"SQL %41\"))"},
+             {L"S:(RA;;;;;WD;(\"A%00e4\u00d6%0025\",TI,0x2,-9223372036854775808,7))",
+              L"S:(RA;;;;;WD;(\"A%00e4%00d6%0025\",TI,0x2,-9223372036854775808,7))"},
+             {L"S:(RA;;;;;WD;(\"u\",TU,0x0,18446744073709551615))", nullptr},
+             {L"S:(RA;;;;;WD;(\"d\",TD,0x0,BA,S-1-5-21-1-2-3))", nullptr},
+             {L"S:(RA;;;;;WD;(\"b\",TB,0x10,1,0))(RA;;;;;WD;(\"x\",TX,0x0,#,#01ff))", nullptr},
+             {L"S:(RA;;;;;WD;(\"none\",TS,0x0))", nullptr},
          }) {
         SCOPED_TRACE(TQString(text).ToUtf8().c_str());
         const SecDesc descriptor = SecDesc::FromText(text);
         EXPECT_EQ(descriptor.Text(), written ? written : text);
         EXPECT_EQ(SecDesc::FromText(descriptor.Text()), descriptor);
+        EXPECT_NE(std::hash<SecDesc>{}(descriptor),
+                  std::hash<SecDesc>{}(SecDesc(descriptor).SetNullDACL(true)));
         EXPECT_TRUE(descriptor == descriptor.Block().Data());
     }
 }
@@ -185,7 +195,14 @@ TEST(DescriptorTexts, ThatAreWrongAreRefusedWithTheOffset) {
              {L"D:(A;;FA;ab721a53-1e2f-11d0-9819-00aa0040529b;;WD)", List, 9},
              {L"D:(A;;FA;;;WD)x", Whole, 14},
              {L"D:(A;;NW;;;WD)", List, 6},
-             {L"S:(RA;;;;;WD;(\"P\",TS,0,\"x\"))", ERROR_NOT_SUPPORTED, 3},
+             {L"S:(RA;;;;;WD)", List, 12},
+             {L"S:(RA;;;;;WD;(\"\",TS,0))", List, 16},
+             {L"S:(RA;;;;;WD;(\"P\",XX,0))", List, 18},
+             {L"S:(RA;;;;;WD;(\"P\",TS,0,x))", List, 23},
+             {L"S:(RA;;;;;WD;(\"P\",TS,0,\"x))", List, 27},
+             {L"S:(RA;;;;;WD;(\"P\",TB,0,2))", List, 23},
+             {L"S:(RA;;;;;WD;(\"P\",TX,0,#0))", List, 24},
+             {L"S:(RA;;;;;WD;(\"P\",TI,0,9223372036854775808))", List, 23},
              {L"D:(XA;;FX;;;WD)", List, 14},
              {L"D:(XA;;FX;;;WD;(a ==))", List, 20},
              {L"D:(XA;;FX;;;WD;(a == \"x))", List, 25},
@@ -199,6 +216,15 @@ TEST(DescriptorTexts, ThatAreWrongAreRefusedWithTheOffset) {
         EXPECT_NE(message.find(end), message.npos)
             << TQString(text).ToUtf8().c_str() << ": " << TQString(message).ToUtf8().c_str();
     }
+    // A negation and the parenthesis behind it are one level, as the parenthesis around the condition is.
+    const auto nested = [](int negations) {
+        std::wstring text = L"D:(XA;;FX;;;WD;(";
+        for (int i = 0; i < negations; ++i)
+            text += L"!(";
+        return text + L"a" + std::wstring(static_cast<std::size_t>(negations), L')') + L"))";
+    };
+    EXPECT_EQ(SecDesc::FromText(nested(63)).Text(), nested(63));
+    EXPECT_EQ(ThrownCode([&] { SecDesc::FromText(nested(64)); }), List);
     const std::wstring deep = L"D:(XA;;FX;;;WD;" + std::wstring(70'000, L'(');
     EXPECT_EQ(ThrownCode([&] { SecDesc::FromText(deep); }), List);
     const std::wstring negated = L"D:(XA;;FX;;;WD;(" + std::wstring(70'000, L'!');
@@ -266,7 +292,10 @@ TEST(IdentifierTexts, AreReadAsThePlatformReadsThem) {
             EXPECT_EQ(id.String(), TQString::FromUtf8(fields[1])) << line;
         }
     }
-    EXPECT_EQ(SecID::FromText(L"LA"), SecID(WinAccountAdministratorSid));
+    const SecID administrator = SecID::FromText(L"LA");
+    EXPECT_TRUE(administrator.IsMachineDomain());
+    EXPECT_EQ(administrator.SubAuthorityValue(static_cast<BYTE>(administrator.SubAuthorityCount() - 1)),
+              500u);
     EXPECT_EQ(Thrown([] { SecID::FromText(L"BAA"); }).second,
               L"SecID::FromText: more than an identifier at offset 2.");
 }

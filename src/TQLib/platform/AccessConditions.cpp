@@ -1,5 +1,6 @@
 #include "TQLib/platform/AccessConditions.h"
 
+#include "TQLib/platform/AttributeBlocks.h"
 #include "TQLib/platform/UnicodeData.h"
 
 #include <algorithm>
@@ -11,102 +12,6 @@
 namespace Quellan::Platform {
 
 namespace {
-
-enum class ValueKind : BYTE { Signed, Unsigned, Text, Octets, Identifier };
-
-struct Value {
-    ValueKind kind{};
-    ULONGLONG number = 0;
-    ByteView bytes;  // of what is no number
-    bool isCaseSensitive = false;
-};
-
-// The published form of an attribute: offsets count from its beginning, texts end with a zero.
-class Attribute {
-  public:
-    // Nothing where `bytes` are none.
-    static std::optional<Attribute> At(ByteView bytes) noexcept {
-        if (bytes.size() < HeadSize) return {};
-        const Attribute attribute(bytes);
-        if ((bytes.size() - HeadSize) / sizeof(DWORD) < attribute.Count()) return {};
-        return attribute;
-    }
-
-    [[nodiscard]] DWORD Count() const noexcept { return NumberAt<DWORD>(&m_bytes[12]); }
-    // Units of UTF-16; empty where there is no name.
-    [[nodiscard]] ByteView Name() const noexcept { return TextAt(NumberAt<DWORD>(m_bytes.data())); }
-    [[nodiscard]] bool CountsFor(bool denying) const noexcept {
-        return !(Flags() & Disabled) && (denying || !(Flags() & ForDenyingOnly)) && Count() > 0;
-    }
-    // Nothing for a damaged one, and for a kind that conditions do not know.
-    [[nodiscard]] std::optional<Value> ValueAt(DWORD index) const noexcept {
-        const auto offset = NumberAt<DWORD>(&m_bytes[HeadSize + index * sizeof(DWORD)]);
-        switch (NumberAt<WORD>(&m_bytes[4])) {
-            case SignedType:
-                return Number(ValueKind::Signed, offset);
-            case UnsignedType:
-            case BooleanType:
-                return Number(ValueKind::Unsigned, offset);
-            case TextType:
-                if (!IsTextAt(offset)) return {};
-                return Value{ValueKind::Text, 0, TextAt(offset), (Flags() & CaseSensitive) != 0};
-            case IdentifierType:
-                return Octets(ValueKind::Identifier, offset);
-            case OctetsType:
-                return Octets(ValueKind::Octets, offset);
-            default:
-                return {};
-        }
-    }
-
-  private:
-    static constexpr std::size_t HeadSize = 16;  // name, type, nothing, flags, count
-    static constexpr WORD SignedType = 1;
-    static constexpr WORD UnsignedType = 2;
-    static constexpr WORD TextType = 3;
-    static constexpr WORD IdentifierType = 5;
-    static constexpr WORD BooleanType = 6;
-    static constexpr WORD OctetsType = 0x10;
-    static constexpr DWORD CaseSensitive = 2;
-    static constexpr DWORD ForDenyingOnly = 4;
-    static constexpr DWORD Disabled = 0x10;
-
-    explicit Attribute(ByteView bytes) noexcept : m_bytes(bytes) {}
-
-    [[nodiscard]] DWORD Flags() const noexcept { return NumberAt<DWORD>(&m_bytes[8]); }
-
-    [[nodiscard]] ByteView From(DWORD offset) const noexcept {
-        return offset < m_bytes.size() ? m_bytes.subspan(offset) : ByteView();
-    }
-    // Of the text at that offset, up to its zero; more than there is where it has none.
-    [[nodiscard]] std::size_t TextSizeAt(DWORD offset) const noexcept {
-        const ByteView bytes = From(offset);
-        std::size_t size = 0;
-        while (size + 1 < bytes.size() && NumberAt<WORD>(&bytes[size]) != 0)
-            size += sizeof(WORD);
-        return size + 1 < bytes.size() ? size : bytes.size() + 1;
-    }
-    [[nodiscard]] bool IsTextAt(DWORD offset) const noexcept {
-        return TextSizeAt(offset) <= From(offset).size();
-    }
-    [[nodiscard]] ByteView TextAt(DWORD offset) const noexcept {
-        return IsTextAt(offset) ? From(offset).first(TextSizeAt(offset)) : ByteView();
-    }
-    [[nodiscard]] std::optional<Value> Number(ValueKind kind, DWORD offset) const noexcept {
-        const ByteView bytes = From(offset);
-        if (bytes.size() < sizeof(ULONGLONG)) return {};
-        return Value{kind, NumberAt<ULONGLONG>(bytes.data()), {}};
-    }
-    [[nodiscard]] std::optional<Value> Octets(ValueKind kind, DWORD offset) const noexcept {
-        const ByteView bytes = From(offset);
-        if (bytes.size() < sizeof(DWORD)) return {};
-        const auto length = NumberAt<DWORD>(bytes.data());
-        if (length > bytes.size() - sizeof(DWORD)) return {};
-        return Value{kind, 0, bytes.subspan(sizeof(DWORD), length)};
-    }
-
-    ByteView m_bytes;
-};
 
 char32_t TakeCharacter(ByteView& text) noexcept {
     const auto first = NumberAt<char16_t>(text.data());
@@ -132,29 +37,29 @@ std::strong_ordering CompareTexts(ByteView left, ByteView right, bool isCaseSens
     return left.size() <=> right.size();
 }
 
-bool IsNegative(const Value& value) noexcept {
-    return value.kind == ValueKind::Signed && value.number >> 63;
+bool IsNegative(const AttributeValue& value) noexcept {
+    return value.kind == AttributeValue::Kind::Signed && value.number >> 63;
 }
 
-bool IsNumber(const Value& value) noexcept {
-    return value.kind == ValueKind::Signed || value.kind == ValueKind::Unsigned;
+bool IsNumber(const AttributeValue& value) noexcept {
+    return value.kind == AttributeValue::Kind::Signed || value.kind == AttributeValue::Kind::Unsigned;
 }
 
 // Unordered where the values are of different kinds, and for bytes that are not the same.
-std::partial_ordering Compare(const Value& left, const Value& right) noexcept {
+std::partial_ordering Compare(const AttributeValue& left, const AttributeValue& right) noexcept {
     if (IsNumber(left) && IsNumber(right)) {
         if (IsNegative(left) != IsNegative(right))
             return IsNegative(left) ? std::partial_ordering::less : std::partial_ordering::greater;
         return left.number <=> right.number;  // also in order where both are negative
     }
     if (left.kind != right.kind) return std::partial_ordering::unordered;
-    if (left.kind == ValueKind::Text)
+    if (left.kind == AttributeValue::Kind::Text)
         return CompareTexts(left.bytes, right.bytes, left.isCaseSensitive || right.isCaseSensitive);
     return std::ranges::equal(left.bytes, right.bytes) ? std::partial_ordering::equivalent
                                                        : std::partial_ordering::unordered;
 }
 
-bool AreComparable(const Value& left, const Value& right) noexcept {
+bool AreComparable(const AttributeValue& left, const AttributeValue& right) noexcept {
     return left.kind == right.kind || (IsNumber(left) && IsNumber(right));
 }
 
@@ -189,23 +94,23 @@ std::optional<Operand> TakeOperand(ByteView& bytes) noexcept {
     return Operand{token, rest.first(size)};
 }
 
-std::optional<Value> LiteralOf(const Operand& operand) noexcept {
+std::optional<AttributeValue> LiteralOf(const Operand& operand) noexcept {
     switch (operand.token) {
         case Utf16Token:
             if (operand.content.size() % sizeof(WORD) != 0) return {};
-            return Value{ValueKind::Text, 0, operand.content};
+            return AttributeValue{AttributeValue::Kind::Text, 0, operand.content};
         case OctetsToken:
-            return Value{ValueKind::Octets, 0, operand.content};
+            return AttributeValue{AttributeValue::Kind::Octets, 0, operand.content};
         case IdentifierToken:
             if (ReadIdentifier(operand.content).size() != operand.content.size()) return {};
-            return Value{ValueKind::Identifier, 0, operand.content};
+            return AttributeValue{AttributeValue::Kind::Identifier, 0, operand.content};
         case CompositeToken:
             return {};
         default: {
             auto number = NumberAt<ULONGLONG>(operand.content.data());
             const bool isMagnitude = operand.content[sizeof number] == MinusSign && !(number >> 63);
             if (isMagnitude) number = 0 - number;
-            return Value{ValueKind::Signed, number, {}};
+            return AttributeValue{AttributeValue::Kind::Signed, number, {}};
         }
     }
 }
@@ -213,7 +118,7 @@ std::optional<Value> LiteralOf(const Operand& operand) noexcept {
 // The values of one side of a comparison, one after the other.
 class Values {
   public:
-    explicit Values(const std::optional<Attribute>& attribute) noexcept
+    explicit Values(const std::optional<AttributeBlock>& attribute) noexcept
         : m_attribute(attribute), m_isKnown(attribute.has_value()) {}
     explicit Values(const Operand& literal) noexcept
         : m_literals(literal.content), m_literal(literal), m_isKnown(true) {}
@@ -225,8 +130,8 @@ class Values {
         return m_attribute ? m_attribute->Count() != 1 : m_literal.token == CompositeToken;
     }
     // The next one; nothing at the end and for a damaged one.
-    std::optional<Value> Next() noexcept {
-        std::optional<Value> value;
+    std::optional<AttributeValue> Next() noexcept {
+        std::optional<AttributeValue> value;
         if (m_attribute) {
             if (m_next == m_attribute->Count()) return {};
             value = m_attribute->ValueAt(m_next++);
@@ -244,7 +149,7 @@ class Values {
     [[nodiscard]] bool IsDamaged() const noexcept { return m_isDamaged; }
 
   private:
-    std::optional<Attribute> m_attribute;
+    std::optional<AttributeBlock> m_attribute;
     ByteView m_literals;
     Operand m_literal;
     DWORD m_next = 0;
@@ -260,15 +165,21 @@ Truth Inverse(Truth truth) noexcept {
     return truth == Truth::Unknown ? truth : TruthOf(truth == Truth::False);
 }
 
+// Takes one comparison of what is left.
+bool Spend(std::size_t& left) noexcept {
+    if (left != 0) --left;
+    return left != 0;
+}
+
 // Whether `all` of `values`, or one of them, are among `known`. Unknown where some cannot be compared.
-Truth AreAmong(Values values, const Values& known, bool all) noexcept {
+Truth AreAmong(Values values, const Values& known, bool all, std::size_t& left) noexcept {
     bool areAll = true;
     bool isAny = false;
     while (const auto value = values.Next()) {
         bool isFound = false;
         Values others = known;
         while (const auto other = others.Next()) {
-            if (!AreComparable(*value, *other)) return Truth::Unknown;
+            if (!Spend(left) || !AreComparable(*value, *other)) return Truth::Unknown;
             isFound = isFound || Compare(*value, *other) == 0;
         }
         if (others.IsDamaged()) return Truth::Unknown;
@@ -357,17 +268,20 @@ class Evaluation {
         const Values values(Find(left));
         const Values others = IsAttribute(right) ? Values(Find(right)) : Values(right);
         if (!values.IsKnown() || !others.IsKnown()) return Truth::Unknown;
+        const auto areAmong = [this](const Values& some, const Values& known, bool all) {
+            return AreAmong(some, known, all, m_scene.left);
+        };
         switch (token) {
             case EqualToken:
-                return And(AreAmong(values, others, true), AreAmong(others, values, true));
+                return And(areAmong(values, others, true), areAmong(others, values, true));
             case ContainsToken:
-                return AreAmong(others, values, true);
+                return areAmong(others, values, true);
             case NotContainsToken:
-                return Inverse(AreAmong(others, values, true));
+                return Inverse(areAmong(others, values, true));
             case AnyOfToken:
-                return AreAmong(values, others, false);
+                return areAmong(values, others, false);
             case NotAnyOfToken:
-                return Inverse(AreAmong(values, others, false));
+                return Inverse(areAmong(values, others, false));
             case NotEqualToken:
             case LessToken:
             case LessOrEqualToken:
@@ -387,7 +301,7 @@ class Evaluation {
         if (!value || !other || !AreComparable(*value, *other)) return Truth::Unknown;
         const std::partial_ordering order = Compare(*value, *other);
         if (token == NotEqualToken) return TruthOf(order != 0);
-        if (!IsNumber(*value) && value->kind != ValueKind::Text) return Truth::Unknown;
+        if (!IsNumber(*value) && value->kind != AttributeValue::Kind::Text) return Truth::Unknown;
         switch (token) {
             case LessToken:
                 return TruthOf(order < 0);
@@ -409,7 +323,8 @@ class Evaluation {
         bool isMember = !any;
         Values ids(operand);
         while (const auto id = ids.Next()) {
-            if (id->kind != ValueKind::Identifier) return {};
+            if (id->kind != AttributeValue::Kind::Identifier) return {};
+            if (!Spend(m_scene.left)) return {};
             const bool has = Has(id->bytes.data(), isDevice);
             isMember = any ? isMember || has : isMember && has;
         }
@@ -432,12 +347,12 @@ class Evaluation {
         if (!attribute || attribute->Count() != 1) return Truth::Unknown;
         const auto value = attribute->ValueAt(0);
         if (value && IsNumber(*value)) return TruthOf(value->number != 0);
-        if (value && value->kind == ValueKind::Text) return TruthOf(!value->bytes.empty());
+        if (value && value->kind == AttributeValue::Kind::Text) return TruthOf(!value->bytes.empty());
         return Truth::Unknown;
     }
 
     // The attribute of that name, if there is one that counts.
-    [[nodiscard]] std::optional<Attribute> Find(const Operand& operand) const noexcept {
+    [[nodiscard]] std::optional<AttributeBlock> Find(const Operand& operand) const noexcept {
         switch (operand.token) {
             case UserAttributeToken:
                 return Find(operand.content, m_scene.subject.userAttributes);
@@ -456,17 +371,17 @@ class Evaluation {
             }
         }
     }
-    [[nodiscard]] std::optional<Attribute> Find(ByteView name,
-                                                std::span<const ByteView> attributes) const noexcept {
+    [[nodiscard]] std::optional<AttributeBlock> Find(ByteView name,
+                                                     std::span<const ByteView> attributes) const noexcept {
         for (const ByteView bytes : attributes) {
             const auto attribute = Named(name, bytes);
             if (attribute) return attribute;
         }
         return {};
     }
-    [[nodiscard]] std::optional<Attribute> Named(ByteView name, ByteView bytes) const noexcept {
-        const auto attribute = Attribute::At(bytes);
-        if (name.empty() || name.size() % sizeof(WORD) != 0 || !attribute ||
+    [[nodiscard]] std::optional<AttributeBlock> Named(ByteView name, ByteView bytes) const noexcept {
+        const auto attribute = AttributeBlock::At(bytes);
+        if (name.empty() || name.size() % sizeof(WORD) != 0 || !Spend(m_scene.left) || !attribute ||
             !attribute->CountsFor(m_scene.forDenying) || CompareTexts(name, attribute->Name(), false) != 0)
             return {};
         return attribute;
@@ -485,7 +400,8 @@ Truth Evaluate(ByteView condition, const ConditionScene& scene) noexcept {
     constexpr std::size_t Head = sizeof ConditionSignature;
     if (condition.size() < Head || !std::ranges::equal(condition.first(Head), ConditionSignature))
         return Truth::Unknown;
-    return Evaluation(scene).Run(condition.subspan(Head)).value_or(Truth::Unknown);
+    const auto truth = Evaluation(scene).Run(condition.subspan(Head));
+    return scene.left == 0 ? Truth::Unknown : truth.value_or(Truth::Unknown);
 }
 
 }  // namespace Quellan::Platform

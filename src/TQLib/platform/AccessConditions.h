@@ -54,9 +54,11 @@ struct ConditionScene {
     const AccessQuestion& question;
     ByteView sacl;            // whole and undamaged, or empty
     bool forDenying = false;  // then identifiers and attributes for denying only count too
+    std::size_t& left;        // so many names and values may still be compared
 };
 
-// Of an entry's data. Unknown for what is no condition, and for one that keeps more than 256 operands waiting.
+// Of an entry's data. Unknown for what is no condition, for one that keeps more than 256 operands waiting, and
+// once nothing is left to be compared: who writes conditions shall not keep others busy.
 Truth Evaluate(ByteView condition, const ConditionScene& scene) noexcept;
 
 }  // namespace Quellan::Platform

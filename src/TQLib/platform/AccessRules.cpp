@@ -19,14 +19,18 @@ constexpr DWORD Generic = 0xF0000000;
 constexpr BYTE InheritOnly = 8;
 constexpr DWORD Enabled = 4;
 constexpr DWORD ForDenyingOnly = 0x10;
+constexpr std::size_t MostComparisons = 100'000;
 
 // Whoever owns the object, and whom the object stands for.
 constexpr std::array<BYTE, 12> OwnerRights = {1, 1, 0, 0, 0, 0, 0, 3, 4, 0, 0, 0};
 constexpr std::array<BYTE, 12> PrincipalSelf = {1, 1, 0, 0, 0, 0, 0, 5, 10, 0, 0, 0};
 
+// Most identifiers of one domain differ in their last part.
 bool IsSame(const BYTE* left, const BYTE* right) noexcept {
-    return NumberAt<ULONGLONG>(left) == NumberAt<ULONGLONG>(right) &&
-           std::memcmp(left + SidHeadSize, right + SidHeadSize, left[1] * SidPartSize) == 0;
+    if (NumberAt<ULONGLONG>(left) != NumberAt<ULONGLONG>(right)) return false;
+    const std::size_t last = SidHeadSize - SidPartSize + left[1] * SidPartSize;
+    return NumberAt<DWORD>(left + last) == NumberAt<DWORD>(right + last) &&
+           std::memcmp(left + SidHeadSize, right + SidHeadSize, last - SidPartSize) == 0;
 }
 
 const BYTE* BytesOf(const SubjectId& id) noexcept {
@@ -183,9 +187,10 @@ class ListCheck {
     }
 
     // What is not known does not allow, and denies.
-    [[nodiscard]] bool IsMet(const EntryParts& entry, bool denies) const noexcept {
+    [[nodiscard]] bool IsMet(const EntryParts& entry, bool denies) noexcept {
         if (entry.kind < AllowCallbackEntry) return true;
-        const Truth truth = Evaluate(entry.data, {m_subject, m_question, m_descriptor.sacl, denies});
+        const Truth truth =
+            Evaluate(entry.data, {m_subject, m_question, m_descriptor.sacl, denies, m_comparisonsLeft});
         return truth == Truth::True || (truth == Truth::Unknown && denies);
     }
 
@@ -232,6 +237,7 @@ class ListCheck {
     std::span<AccessNode> m_nodes;
     bool m_isRestricted;
     bool m_isOwner;
+    std::size_t m_comparisonsLeft = MostComparisons;  // in all conditions together
 };
 
 // Leaves in each node as granted what the list allows.

@@ -52,3 +52,13 @@ class TQLIB_API SecACL : public Corvel::_TQArray<SecACE> {
 };
 
 }  // namespace Quellan::Sarvek
+
+template <>
+struct std::hash<Quellan::Sarvek::SecACL> {
+    std::size_t operator()(const Quellan::Sarvek::SecACL& list) const noexcept {
+        std::size_t sum = list.Count();
+        for (const Quellan::Sarvek::SecACE& entry : list)
+            sum = sum * 31 + std::hash<Quellan::Sarvek::SecACE>{}(entry);
+        return sum;
+    }
+};

@@ -116,18 +116,6 @@ class ConditionReader {
         content();
         PutLengthAt(at);
     }
-    void PutUtf16(wchar_t c) {
-        if constexpr (sizeof(wchar_t) > sizeof(char16_t)) {
-            const auto point = static_cast<DWORD>(c);
-            if (point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF)) Refuse(L"no character");
-            if (point > 0xFFFF) {
-                PutNumber(static_cast<WORD>(0xD800 + ((point - 0x10000) >> 10)));
-                PutNumber(static_cast<WORD>(0xDC00 + (point & 0x3FF)));
-                return;
-            }
-        }
-        PutNumber(static_cast<WORD>(c));
-    }
     template <class Table>
     const Operator* TakeOperator(const Table& table) {
         SkipBlanks();
@@ -208,26 +196,14 @@ class ConditionReader {
         PutWithLength(source->token, [&] {
             for (;;) {
                 if (IsOfName(m_reader.Peek())) {
-                    PutUtf16(m_reader.Peek());
-                    m_reader.Skip(1);
+                    TakeUtf16(m_reader, m_bytes);
                 } else if (m_reader.Take(L'%')) {
-                    PutNumber(EncodedUnit());
+                    TakeEncodedUnit(m_reader, m_bytes);
                 } else {
                     break;
                 }
             }
         });
-    }
-
-    WORD EncodedUnit() {
-        unsigned unit = 0;
-        for (int i = 0; i < 4; ++i) {
-            const unsigned digit = DigitOf(m_reader.Peek());
-            if (digit == 16) Refuse(L"no hexadecimal digit");
-            unit = unit << 4 | digit;
-            m_reader.Skip(1);
-        }
-        return static_cast<WORD>(unit);
     }
 
     // An attribute, a value or values in braces.
@@ -273,12 +249,9 @@ class ConditionReader {
     void TextValue() {
         m_reader.Skip(1);
         PutWithLength(Utf16Token, [&] {
-            for (; m_reader.Peek() != L'"'; m_reader.Skip(1)) {
-                if (m_reader.IsAtEnd()) Refuse(L"no end of a text");
-                PutUtf16(m_reader.Peek());
-            }
+            while (!m_reader.Take(L'"'))
+                TakeUtf16(m_reader, m_bytes);
         });
-        m_reader.Skip(1);
     }
 
     void OctetValue() {
@@ -463,7 +436,7 @@ class ConditionWriter {
         if (!source || node.content.empty() || node.content.size() % sizeof(WORD) != 0) Refuse();
         m_text += source->name;
         for (std::size_t i = 0; i < node.content.size(); i += sizeof(WORD)) {
-            const WORD unit = UnitAt(node.content, i);
+            const auto unit = Platform::NumberAt<WORD>(&node.content[i]);
             if (IsOfName(static_cast<wchar_t>(unit)))
                 m_text += static_cast<wchar_t>(unit);
             else
@@ -503,7 +476,7 @@ class ConditionWriter {
 
     void WriteValue(const Node& node) {
         if (node.token == Utf16Token) {
-            WriteText(node.content);
+            AppendQuoted(m_text, node.content);
         } else if (node.token == OctetsToken) {
             m_text += L'#';
             for (const BYTE octet : node.content)
@@ -544,31 +517,6 @@ class ConditionWriter {
         }
     }
 
-    static WORD UnitAt(Bytes content, std::size_t at) noexcept {
-        WORD unit;
-        std::memcpy(&unit, &content[at], sizeof unit);
-        return unit;
-    }
-
-    void WriteText(Bytes content) {
-        if (content.size() % sizeof(WORD) != 0) Refuse();
-        m_text += L'"';
-        for (std::size_t i = 0; i < content.size(); i += sizeof(WORD)) {
-            DWORD unit = UnitAt(content, i);
-            if (unit == L'"') Refuse();
-            if constexpr (sizeof(wchar_t) > sizeof(char16_t)) {
-                if (unit >= 0xD800 && unit <= 0xDFFF) {
-                    i += sizeof(WORD);
-                    const DWORD low = i < content.size() ? UnitAt(content, i) : DWORD{0};
-                    if (unit >= 0xDC00 || low < 0xDC00 || low > 0xDFFF) Refuse();
-                    unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
-                }
-            }
-            m_text += static_cast<wchar_t>(unit);
-        }
-        m_text += L'"';
-    }
-
     _TQwString& m_text;
     Bytes m_bytes;
     std::vector<Node> m_nodes;
@@ -576,6 +524,57 @@ class ConditionWriter {
 };
 
 }  // namespace
+
+void TakeUtf16(TextReader& reader, BYTEBuf& units) {
+    const auto put = [&](DWORD unit) {
+        const auto half = static_cast<WORD>(unit);
+        units.Append(reinterpret_cast<const BYTE*>(&half), sizeof half);
+    };
+    if (reader.IsAtEnd()) reader.Refuse(ERROR_INVALID_ACL, L"no end of a text");
+    const auto point = static_cast<DWORD>(reader.Peek());
+    if constexpr (sizeof(wchar_t) > sizeof(char16_t)) {
+        if (point > 0x10FFFF || (point >= 0xD800 && point <= 0xDFFF))
+            reader.Refuse(ERROR_INVALID_ACL, L"no character");
+    }
+    if (point > 0xFFFF) put(0xD800 + ((point - 0x10000) >> 10));
+    put(point > 0xFFFF ? 0xDC00 + (point & 0x3FF) : point);
+    reader.Skip(1);
+}
+
+void TakeEncodedUnit(TextReader& reader, BYTEBuf& units) {
+    unsigned unit = 0;
+    for (int i = 0; i < 4; ++i) {
+        const unsigned digit = DigitOf(reader.Peek());
+        if (digit == 16) reader.Refuse(ERROR_INVALID_ACL, L"no hexadecimal digit");
+        unit = unit << 4 | digit;
+        reader.Skip(1);
+    }
+    const auto half = static_cast<WORD>(unit);
+    units.Append(reinterpret_cast<const BYTE*>(&half), sizeof half);
+}
+
+void AppendQuoted(_TQwString& text, Bytes units) {
+    const auto refuse = [] { throw TQSysException(ERROR_NOT_SUPPORTED, L"SecDesc::Text"); };
+    const auto unitAt = [&](std::size_t at) {
+        return at < units.size() ? DWORD{Platform::NumberAt<WORD>(&units[at])} : DWORD{0};
+    };
+    if (units.size() % sizeof(WORD) != 0) refuse();
+    text += L'"';
+    for (std::size_t i = 0; i < units.size(); i += sizeof(WORD)) {
+        DWORD unit = unitAt(i);
+        if (unit == L'"') refuse();
+        if constexpr (sizeof(wchar_t) > sizeof(char16_t)) {
+            if (unit >= 0xD800 && unit <= 0xDFFF) {
+                i += sizeof(WORD);
+                const DWORD low = unitAt(i);
+                if (unit >= 0xDC00 || low < 0xDC00 || low > 0xDFFF) refuse();
+                unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+            }
+        }
+        text += static_cast<wchar_t>(unit);
+    }
+    text += L'"';
+}
 
 BYTEBuf TakeCondition(TextReader& reader) {
     return ConditionReader(reader).Read();

@@ -20,7 +20,7 @@ namespace Quellan::Sarvek {
 //
 // As a text (the platform's SDDL) a descriptor is written `O:owner G:group D:flags(entry)... S:flags(entry)...`
 // without the blanks, each part where there is one; an entry is (kind;flags;rights;object type;inherited
-// type;identifier), with a condition behind the identifier where its kind has one.
+// type;identifier), with a condition or an attribute behind the identifier where its kind has one.
 //
 // Failures: exhausted memory throws 14 (ERROR_OUTOFMEMORY); the descriptor is unchanged then. The rules for
 // threads are those of `SecID`.
@@ -37,7 +37,7 @@ class TQLIB_API SecDesc {
     [[nodiscard]] static SecDesc FromBytes(const void* bytes, std::size_t size);
     // From a text. The message of what is thrown tells the offset of what is wrong: 1337 (ERROR_INVALID_SID)
     // in an identifier, 1336 (ERROR_INVALID_ACL) in a list, 1338 (ERROR_INVALID_SECURITY_DESCR) elsewhere,
-    // 50 (ERROR_NOT_SUPPORTED) for an attribute, 1344 (ERROR_ALLOTTED_SPACE_EXCEEDED) where a list would have
+    // 1344 (ERROR_ALLOTTED_SPACE_EXCEEDED) where a list would have
     // more than 65,535 bytes; what `SecID::FromText` throws for a domain that is not to be had.
     [[nodiscard]] static SecDesc FromText(Corvel::_TQTextT<wchar_t> text);
     SecDesc(const SecDesc&);
@@ -115,3 +115,17 @@ class TQLIB_API SecAbsoluteDesc {
 };
 
 }  // namespace Quellan::Sarvek
+
+template <>
+struct std::hash<Quellan::Sarvek::SecDesc> {
+    std::size_t operator()(const Quellan::Sarvek::SecDesc& descriptor) const noexcept {
+        using Quellan::Sarvek::SecACL;
+        using Quellan::Sarvek::SecID;
+        const auto ofList = [](const SecACL* list) { return list ? std::hash<SecACL>{}(*list) : 0; };
+        std::size_t sum = descriptor.Control();
+        sum = sum * 31 + std::hash<SecID>{}(descriptor.Owner());
+        sum = sum * 31 + std::hash<SecID>{}(descriptor.Group());
+        sum = sum * 31 + ofList(descriptor.DACL());
+        return sum * 31 + ofList(descriptor.SACL());
+    }
+};

@@ -147,11 +147,8 @@ std::optional<SecObjectType> TakeObjectType(TextReader& reader) {
 // Behind its opening parenthesis.
 SecACE TakeEntry(TextReader& reader) {
     const auto next = [&] { reader.Need(L';', ERROR_INVALID_ACL, L"no semicolon"); };
-    const std::size_t begin = reader.Offset();
     const KindName* const name = TakeName(reader, KindNames);
     if (!name) reader.Refuse(ERROR_INVALID_ACL, L"no kind of an entry");
-    if (name->tail == Tail::Attribute)
-        reader.RefuseAt(ERROR_NOT_SUPPORTED, L"an attribute, which has no text here,", begin);
     next();
     BYTE flags = 0;
     while (reader.Peek() != L';') {
@@ -172,10 +169,11 @@ SecACE TakeEntry(TextReader& reader) {
         reader.RefuseAt(ERROR_INVALID_ACL, L"a GUID in an entry that can have none", typeAt);
     SecACE entry(hasTypes ? name->kind : KindWithoutTypes(name->kind), TakeIdentifier(reader), rights, flags);
     if (hasTypes) entry = entry.ForObjects(type, inheritedType);
-    if (name->tail == Tail::Condition) {
+    if (name->tail != Tail::Nothing) {
         next();
-        const Corvel::BYTEBuf condition = TakeCondition(reader);
-        entry = entry.WithData(condition.Data(), condition.Size());
+        const Corvel::BYTEBuf data =
+            name->tail == Tail::Condition ? TakeCondition(reader) : TakeAttribute(reader);
+        entry = entry.WithData(data.Data(), data.Size());
     }
     reader.Need(L')', ERROR_INVALID_ACL, L"no end of an entry");
     return entry;
@@ -217,7 +215,7 @@ void AppendObjectType(_TQwString& text, const std::optional<SecObjectType>& type
 void AppendEntry(_TQwString& text, const SecACE& entry) {
     const auto unknown = [] { return TQSysException(ERROR_NOT_SUPPORTED, WritingText); };
     const auto* const name = std::ranges::find(KindNames, entry.GetKind(), &KindName::kind);
-    if (name == std::end(KindNames) || name->tail == Tail::Attribute) throw unknown();
+    if (name == std::end(KindNames)) throw unknown();
     if (entry.SID().IsNull()) Corvel::TQStdExceptions::ThrowParameterInvalidError(WritingText);
     if (entry.Data().IsEmpty() != (name->tail == Tail::Nothing)) throw unknown();
     text += L'(';
@@ -238,9 +236,10 @@ void AppendEntry(_TQwString& text, const SecACE& entry) {
     AppendObjectType(text, entry.InheritedObjectType());
     text += L';';
     AppendIdentifier(text, IdentifierOf(entry.SID()));
-    if (name->tail == Tail::Condition) {
+    if (name->tail != Tail::Nothing) {
         text += L';';
-        AppendCondition(text, {entry.Data().Data(), entry.Data().Size()});
+        const Bytes data(entry.Data().Data(), entry.Data().Size());
+        name->tail == Tail::Condition ? AppendCondition(text, data) : AppendAttribute(text, data);
     }
     text += L')';
 }

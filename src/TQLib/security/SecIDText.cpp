@@ -193,7 +193,7 @@ ULONGLONG TextReader::TakeNumber(unsigned base, ULONGLONG most, DWORD code, cons
     const std::size_t begin = m_at;
     ULONGLONG value = 0;
     for (unsigned digit = 0; (digit = DigitOf(Peek())) < base; ++m_at) {
-        if (value > (most - digit) / base) RefuseAt(code, L"too large a number", begin);
+        if (digit > most || value > (most - digit) / base) RefuseAt(code, L"too large a number", begin);
         value = value * base + digit;
     }
     if (m_at == begin) Refuse(code, what);

@@ -57,10 +57,21 @@ SecID TakeIdentifier(TextReader& reader);
 // one without sub-authorities, whose text means nothing.
 void AppendIdentifier(Corvel::_TQwString& text, Bytes id);
 
+// The next character, as one unit of UTF-16 or two, at the end of the units. Refuses with 1336.
+void TakeUtf16(TextReader& reader, Corvel::BYTEBuf& units);
+// Four hexadecimal digits as one unit. Refuses with 1336.
+void TakeEncodedUnit(TextReader& reader, Corvel::BYTEBuf& units);
+// The units as a text in quotes; throws 50 (ERROR_NOT_SUPPORTED) where they are none or hold a quote.
+void AppendQuoted(Corvel::_TQwString& text, Bytes units);
+
 // A condition in parentheses, as the data of an entry. Refuses with 1336.
 Corvel::BYTEBuf TakeCondition(TextReader& reader);
 // Throws 50 (ERROR_NOT_SUPPORTED) for data that is no condition.
 void AppendCondition(Corvel::_TQwString& text, Bytes data);
+
+// An attribute in parentheses, likewise.
+Corvel::BYTEBuf TakeAttribute(TextReader& reader);
+void AppendAttribute(Corvel::_TQwString& text, Bytes data);
 
 // Rights as their names one after the other, or as a number where one has none.
 void AppendRights(Corvel::_TQwString& text, DWORD rights, bool isLabel);
