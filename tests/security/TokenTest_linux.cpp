@@ -192,7 +192,8 @@ TEST_F(RootTokens, ThatTheKernelCannotKeepAreNotPutOn) {
         EXPECT_EQ(ThrownCode([&] { SecImpersonation acting(token); }), DWORD{ERROR_NOT_SUPPORTED});
         EXPECT_FALSE(SecToken::OfThread());
     }
-    EXPECT_EQ(ThrownCode([] { SecToken::OfProcess().SetIntegrityLevel(0x1000); }), DWORD{ERROR_NOT_SUPPORTED});
+    EXPECT_EQ(ThrownCode([] { SecToken::OfProcess().SetIntegrityLevel(0x1000); }),
+              DWORD{ERROR_NOT_SUPPORTED});
     SecPrivilegeSet deleted = Only(L"SeRestorePrivilege");
     const SecImpersonation acting(own.Restrict({.privileges = deleted}));
     EXPECT_FALSE(Has(CAP_DAC_OVERRIDE));

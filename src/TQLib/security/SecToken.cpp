@@ -15,9 +15,9 @@
 
 namespace Quellan::Sarvek {
 
-using Corvel::Translated;
 using Corvel::TQString;
 using Corvel::TQSysException;
+using Corvel::Translated;
 
 namespace {
 
@@ -168,7 +168,9 @@ DWORD SecToken::IntegrityLevel() const {
 bool SecToken::IsRestricted() const {
     SetLastError(ERROR_SUCCESS);
     if (IsTokenRestricted(Get())) return true;
-    if (GetLastError() != ERROR_SUCCESS) TQSysException::ThrowLastError(L"IsTokenRestricted");
+    // Where the platform lacks the call nobody can be restricted.
+    if (GetLastError() != ERROR_SUCCESS && GetLastError() != ERROR_INVALID_FUNCTION)
+        TQSysException::ThrowLastError(L"IsTokenRestricted");
     return false;
 }
 
@@ -266,8 +268,8 @@ void SecToken::AdjustGroups(const SecIDArray& groups, DWORD attributes) {
 }
 
 void SecToken::Set(int type, const void* information, std::size_t size) {
-    if (!SetTokenInformation(Get(), static_cast<TOKEN_INFORMATION_CLASS>(type), const_cast<void*>(information),
-                             static_cast<DWORD>(size)))
+    if (!SetTokenInformation(Get(), static_cast<TOKEN_INFORMATION_CLASS>(type),
+                             const_cast<void*>(information), static_cast<DWORD>(size)))
         TQSysException::ThrowLastError(L"SetTokenInformation");
 }
 
@@ -314,9 +316,10 @@ SecToken SecToken::Restrict(const Less& less) const {
     constexpr const wchar_t* Where = L"CreateRestrictedToken";
     return Translated(Where, [&] {
         std::vector<LUID_AND_ATTRIBUTES> deleted = ValuesOf(less.privileges);
-        std::vector<SID_AND_ATTRIBUTES> disabled = PairsOf(less.toDenyOnly), restricting = PairsOf(less.restricting);
-        const DWORD flags = (less.allPrivileges ? DISABLE_MAX_PRIVILEGE : 0) |
-                            (less.restrictsWriting ? WRITE_RESTRICTED : 0);
+        std::vector<SID_AND_ATTRIBUTES> disabled = PairsOf(less.toDenyOnly),
+                                        restricting = PairsOf(less.restricting);
+        const DWORD flags =
+            (less.allPrivileges ? DISABLE_MAX_PRIVILEGE : 0) | (less.restrictsWriting ? WRITE_RESTRICTED : 0);
         SecToken copy;
         if (!CreateRestrictedToken(Get(), flags, static_cast<DWORD>(disabled.size()), AddressIn(disabled),
                                    static_cast<DWORD>(deleted.size()), AddressIn(deleted),
@@ -334,10 +337,13 @@ SecImpersonation::SecImpersonation(const SecToken& token)
         TQSysException::ThrowLastError(L"SetThreadToken");
 }
 
-// A thread that kept a token which its code believes to have left would have rights that nobody meant it to have.
+// A thread that kept a token which its code believes to have left would have rights that nobody meant it to have. What
+// fails at the moment is tried once more.
 SecImpersonation::~SecImpersonation() {
     const Corvel::_TQLastErrorKeeper keeper;
-    if (m_thread != GetCurrentThreadId() || !SetThreadToken(nullptr, m_before.Get())) std::terminate();
+    const bool isOwn = m_thread == GetCurrentThreadId();
+    if (isOwn && (SetThreadToken(nullptr, m_before.Get()) || SetThreadToken(nullptr, m_before.Get()))) return;
+    std::terminate();
 }
 
 }  // namespace Quellan::Sarvek

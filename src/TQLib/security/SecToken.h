@@ -112,10 +112,10 @@ class TQLIB_API SecToken {
     // What a copy is to lack.
     struct Less {
         SecPrivilegeSet privileges = {};
-        bool allPrivileges = false;      // but SeChangeNotifyPrivilege
-        SecIDArray toDenyOnly = {};      // user or groups that shall serve to deny only
-        SecIDArray restricting = {};     // for a second check; none: no such check
-        bool restrictsWriting = false;   // the second check for writing only
+        bool allPrivileges = false;     // but SeChangeNotifyPrivilege
+        SecIDArray toDenyOnly = {};     // user or groups that shall serve to deny only
+        SecIDArray restricting = {};    // for a second check; none: no such check
+        bool restrictsWriting = false;  // the second check for writing only
     };
     [[nodiscard]] SecToken Restrict(const Less& less) const;
 
