@@ -24,12 +24,10 @@ struct AttributeName {
     const wchar_t* name;
 };
 
-constexpr AttributeName AttributeNames[] = {{SE_GROUP_ENABLED, L"enabled"},
-                                            {SE_GROUP_MANDATORY, L"mandatory"},
-                                            {SE_GROUP_OWNER, L"owner"},
-                                            {SE_GROUP_USE_FOR_DENY_ONLY, L"to deny only"},
-                                            {SE_GROUP_INTEGRITY, L"integrity"},
-                                            {SE_GROUP_RESOURCE, L"resource"}};
+constexpr AttributeName AttributeNames[] = {
+    {SE_GROUP_ENABLED, L"enabled"},     {SE_GROUP_MANDATORY, L"mandatory"},
+    {SE_GROUP_OWNER, L"owner"},         {SE_GROUP_USE_FOR_DENY_ONLY, L"to deny only"},
+    {SE_GROUP_INTEGRITY, L"integrity"}, {SE_GROUP_RESOURCE, L"resource"}};
 
 std::vector<TQString> AttributesOf(const SecIDAttr& group) {
     std::vector<TQString> names;
@@ -75,7 +73,8 @@ void PrintTable(const SecToken& token, TQConsole& out) {
     if (token.IsRestricted()) AddGroups(table, L"Restricting", token.RestrictingIDs());
     const wchar_t* caption = L"Privileges";
     for (std::size_t i = 0; i < held.Count(); ++i)
-        table.Add({std::exchange(caption, L""), held[i], enabled.Contains(held[i]) ? L"enabled" : L"disabled"});
+        table.Add(
+            {std::exchange(caption, L""), held[i], enabled.Contains(held[i]) ? L"enabled" : L"disabled"});
     if (held.IsEmpty()) table.Add({caption, L"-", L""});
     table.Print(out);
 }

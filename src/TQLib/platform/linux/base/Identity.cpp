@@ -103,10 +103,13 @@ struct CapabilityData {
     }
 };
 
+// What is not permitted any more a program that is started does not inherit either.
 bool SetCapabilities(const Capabilities& capabilities) noexcept {
     CapabilityData data;
     if (data.Effective() == capabilities.effective && data.Permitted() == capabilities.permitted) return true;
+    const std::uint64_t lost = data.Permitted() & ~capabilities.permitted;
     for (unsigned i = 0; i < std::size(data.words); ++i) {
+        data.words[i].inheritable &= ~static_cast<std::uint32_t>(lost >> 32 * i);
         data.words[i].effective = static_cast<std::uint32_t>(capabilities.effective >> 32 * i);
         data.words[i].permitted = static_cast<std::uint32_t>(capabilities.permitted >> 32 * i);
     }

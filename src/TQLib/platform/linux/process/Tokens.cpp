@@ -15,8 +15,6 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr std::uint64_t EveryCapability = ~std::uint64_t{0};
-
 DWORD GrantedAccess(DWORD access) noexcept {
     return MapRights(Token::Kind.rights, access);
 }
@@ -64,7 +62,7 @@ DWORD LogOn(const wchar_t* name, const wchar_t* domain, DWORD type, HANDLE& toke
     if (code == ERROR_NONE_MAPPED) return ERROR_LOGON_FAILURE;
     if (!code) code = FindGroupsOf(user, groups, deadline);
     if (code) return code;
-    const std::uint64_t capabilities = user.id == 0 ? EveryCapability : 0;
+    const std::uint64_t capabilities = user.id == 0 ? ProcessCapabilities().permitted : 0;
     auto content = std::make_shared<const TokenContent>(
         Identity{user.id, user.group, std::move(groups), capabilities}, capabilities);
     return NewHandle<Token>(token, TOKEN_ALL_ACCESS, std::move(content),
