@@ -164,9 +164,8 @@ TEST_F(RootTokens, OfTheProcessAreTheThreadsAndItsChildrens) {
     EXPECT_TRUE(after && Has(CAP_SYS_NICE));
 }
 
-// The right to choose groups may be gone when a thread that chose others becomes the process again.
-TEST_F(RootTokens, AreLeftWithoutTheRightToTakeThemUp) {
-    std::atomic<bool> isBack = false;
+TEST_F(RootTokens, OfOthersNeedThePrivilege) {
+    bool isBack = false;
     Worker([&] {
         SecToken own = SecToken::OfProcess();
         const SecToken other = SecToken::LogOn(L"nobody", L".", nullptr);
