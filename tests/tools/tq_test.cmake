@@ -51,8 +51,8 @@ endforeach()
 expect(2 "" "tq: '--colour' is no option of tq sid\n" sid --colour)
 
 # Who one is.
-set(who "User +[^\n]+ S-1-5-21-[0-9-]+ *\nElevated +(yes|no) *\nIntegrity +[A-Z][a-z]+ +0x[23]000 *\nSession +[0-9]+ *\nOwner +[^\n]+\nPrimary group +[^\n]+\nGroups +[^\n]+\n")
-expect(0 "${who}.* +Everyone +enabled, mandatory\n.*\nPrivileges +Se[^\n]+\n.* +SeChangeNotifyPrivilege +enabled\n.*" "" token)
+set(who "User +[^\n]+ S-1-5-21-[0-9-]+ *\nElevated +(yes|no) *\nIntegrity +[A-Z][a-z]+ +0x[23]000 *\nSession +[0-9]+ *\nOwner +[^\n]+\nPrimary group +[^\n]+\nGroups +")
+expect(0 "${who}.*Everyone +enabled, mandatory\n.*\nPrivileges +Se[^\n]+\n.* +SeChangeNotifyPrivilege +enabled\n.*" "" token)
 expect(0 "{\"user\": {\"sid\": \"S-1-5-21-[^\n]+{\"sid\": \"S-1-1-0\", \"name\": \"Everyone\", \"attributes\": \\[\"enabled\", \"mandatory\"\\]}.*{\"name\": \"SeChangeNotifyPrivilege\", \"enabled\": true}.*}\n" "" token --json)
 expect(2 "" "tq: 'root' is no option of tq token\n" token root)
 
