@@ -169,6 +169,11 @@ TEST(SecTokens, AreNoneAtFirst) {
               DWORD{ERROR_ACCESS_DENIED});
 }
 
+TEST(SecTokens, OfPipeClientsAreTheClients) {
+    EXPECT_EQ(ThrownCode([] { (void)SecToken::OfPipeClient(nullptr); }), DWORD{ERROR_INVALID_HANDLE});
+    EXPECT_FALSE(SecToken::OfThread());
+}
+
 // The calling thread's own token lacks the privilege.
 class Guards : public testing::Test {
   protected:

@@ -120,6 +120,12 @@ SecToken SecToken::Effective(DWORD access) {
     return token ? std::move(token) : OfProcess(access);
 }
 
+SecToken SecToken::OfPipeClient(HANDLE pipe, DWORD access) {
+    const SecImpersonation acting;
+    if (!ImpersonateNamedPipeClient(pipe)) TQSysException::ThrowLastError(L"ImpersonateNamedPipeClient");
+    return OfThread(access);
+}
+
 SecToken SecToken::LogOn(const TQString& user, const TQString& domain, const wchar_t* password) {
     SecToken token;
     if (!LogonUserW(user.c_str(), domain.IsEmpty() ? L"." : domain.c_str(), password, LOGON32_LOGON_NETWORK,
@@ -330,8 +336,10 @@ SecToken SecToken::Restrict(const Less& less) const {
     });
 }
 
-SecImpersonation::SecImpersonation(const SecToken& token)
-    : m_before(SecToken::OfThread(TOKEN_IMPERSONATE)), m_thread(GetCurrentThreadId()) {
+SecImpersonation::SecImpersonation()
+    : m_before(SecToken::OfThread(TOKEN_IMPERSONATE)), m_thread(GetCurrentThreadId()) {}
+
+SecImpersonation::SecImpersonation(const SecToken& token) : SecImpersonation() {
     const SecToken copy = token.IsPrimary() ? token.Duplicate() : SecToken();
     if (!SetThreadToken(nullptr, copy ? copy.Get() : token.Get()))
         TQSysException::ThrowLastError(L"SetThreadToken");

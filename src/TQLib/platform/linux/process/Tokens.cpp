@@ -185,6 +185,11 @@ BOOL ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL level) noexcept {
     return code ? Fail(code, FALSE) : TRUE;
 }
 
+BOOL ImpersonateNamedPipeClient(HANDLE pipe) noexcept {
+    if (DWORD code = FaultDue("ImpersonateNamedPipeClient")) return Fail(code, FALSE);
+    return Fail(HandleUse(pipe).Get() ? DWORD{ERROR_NOT_SUPPORTED} : DWORD{ERROR_INVALID_HANDLE}, FALSE);
+}
+
 BOOL CheckTokenMembership(HANDLE token, PSID sid, BOOL* isMember) noexcept {
     if (DWORD code = FaultDue("CheckTokenMembership")) return Fail(code, FALSE);
     if (!isMember) return Fail(ERROR_INVALID_PARAMETER, FALSE);
