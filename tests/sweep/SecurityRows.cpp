@@ -130,12 +130,12 @@ std::vector<SweptOperation> SecurityRows() {
                                 [] { (void)SecToken::LogOn(L"no-such-user", L"", nullptr); });
                   });
               }),
-        Swept("client of a pipe", World, ForThrowing,
+        // The end of a guard tries again.
+        Swept("client of a pipe", World, "new SetThreadToken",
               [](SecID&) {
                   PutUpWith(ERROR_INVALID_HANDLE, [] { (void)SecToken::OfPipeClient(nullptr); });
                   EXPECT_FALSE(SecToken::OfThread());
               }),
-        // The end of a guard tries again.
         Swept("privilege for a scope", CopiedToken, "SetThreadToken",
               [](SecToken& token) {
                   const SecImpersonation acting(token);
