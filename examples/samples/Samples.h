@@ -15,6 +15,7 @@ void ServicesSample();
 void TextSample();
 void ThreadPoolSample();
 void ThreadsSample();
+void TokensSample();
 void UnicodeSample();
 
 // Throws with `what` unless `isTrue`.

@@ -29,6 +29,7 @@ constexpr Sample Samples[] = {
     {L"text", TextSample},
     {L"thread-pool", ThreadPoolSample},
     {L"threads", ThreadsSample},
+    {L"tokens", TokensSample},
     {L"unicode", UnicodeSample},
     {L"services", ServicesSample},
 };

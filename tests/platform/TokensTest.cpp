@@ -138,6 +138,74 @@ TEST(Tokens, AreNotDuplicatedToAHigherLevel) {
               DWORD{ERROR_BAD_IMPERSONATION_LEVEL});
 }
 
+// Room for two privileges, whose values stand for the same ones everywhere.
+struct TwoPrivileges {
+    DWORD count;
+    LUID_AND_ATTRIBUTES entries[2];
+
+    TOKEN_PRIVILEGES* Get() { return reinterpret_cast<TOKEN_PRIVILEGES*>(this); }
+};
+
+constexpr DWORD CreateToken = 2, ChangeNotify = 23;  // nobody holds the one, everybody the other
+
+DWORD AttributesOf(HANDLE token, DWORD privilege) {
+    Information information(token, TokenPrivileges);
+    const TOKEN_PRIVILEGES& held = information.As<TOKEN_PRIVILEGES>();
+    for (DWORD i = 0; i < held.PrivilegeCount; ++i)
+        if (held.Privileges[i].Luid.LowPart == privilege) return held.Privileges[i].Attributes;
+    return ~DWORD{0};
+}
+
+class CopiedToken : public Owned {
+  public:
+    explicit CopiedToken(DWORD access = MAXIMUM_ALLOWED) {
+        ProcessToken own(TOKEN_DUPLICATE);
+        EXPECT_TRUE(
+            DuplicateTokenEx(own, access, nullptr, SecurityImpersonation, TokenImpersonation, Receive()));
+    }
+};
+
+TEST(Tokens, TellWhichPrivilegesAChangeFoundOtherwise) {
+    CopiedToken token;
+    TwoPrivileges wanted{2, {{{ChangeNotify, 0}, 0}, {{CreateToken, 0}, SE_PRIVILEGE_ENABLED}}}, previous{};
+    DWORD needed = 0;
+    if (!OnWine()) {  // Wine changes all the same, and tells of as many as there is room for
+        EXPECT_EQ(
+            CodeOf(AdjustTokenPrivileges(token, FALSE, wanted.Get(), sizeof(DWORD), previous.Get(), &needed)),
+            DWORD{ERROR_INSUFFICIENT_BUFFER});
+        EXPECT_TRUE(AttributesOf(token, ChangeNotify) & SE_PRIVILEGE_ENABLED) << "nothing is changed then";
+        EXPECT_EQ(needed, sizeof(TOKEN_PRIVILEGES));
+    }
+    EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, wanted.Get(), sizeof previous, previous.Get(), &needed));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ALL_ASSIGNED});
+    EXPECT_FALSE(AttributesOf(token, ChangeNotify) & SE_PRIVILEGE_ENABLED);
+    ASSERT_EQ(previous.count, 1u);
+    EXPECT_EQ(previous.entries[0].Luid.LowPart, ChangeNotify);
+    EXPECT_TRUE(AdjustTokenPrivileges(token, FALSE, previous.Get(), 0, nullptr, nullptr));
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_TRUE(AttributesOf(token, ChangeNotify) & SE_PRIVILEGE_ENABLED);
+    EXPECT_TRUE(AdjustTokenPrivileges(token, TRUE, nullptr, 0, nullptr, nullptr));
+    EXPECT_FALSE(AttributesOf(token, ChangeNotify) & SE_PRIVILEGE_ENABLED);
+}
+
+TEST(Tokens, AreChangedThroughHandlesThatGrantIt) {
+    CopiedToken querying(TOKEN_QUERY), adjusting(TOKEN_ADJUST_PRIVILEGES);
+    TwoPrivileges wanted{1, {{{ChangeNotify, 0}, 0}, {}}}, previous{};
+    DWORD needed = 0;
+    TOKEN_DEFAULT_DACL none{};
+    Owned less;
+    EXPECT_EQ(CodeOf(AdjustTokenPrivileges(querying, FALSE, wanted.Get(), 0, nullptr, nullptr)),
+              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(CodeOf(AdjustTokenPrivileges(adjusting, FALSE, wanted.Get(), sizeof previous, previous.Get(),
+                                           &needed)),
+              DWORD{ERROR_ACCESS_DENIED})
+        << "what was there before is for who may query";
+    EXPECT_EQ(CodeOf(SetTokenInformation(querying, TokenDefaultDacl, &none, sizeof none)),
+              DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_EQ(CodeOf(CreateRestrictedToken(querying, 0, 0, nullptr, 0, nullptr, 0, nullptr, less.Receive())),
+              DWORD{ERROR_ACCESS_DENIED});
+}
+
 TEST(Tokens, TellMembership) {
     BOOL isMember = FALSE;
     EXPECT_TRUE(CheckTokenMembership(nullptr, Sid(L"WD").Get(), &isMember));

@@ -124,6 +124,35 @@ TEST_F(Impersonation, NeedsAUserOfThisMachineAndNoPassword) {
     EXPECT_EQ(token, nullptr);
 }
 
+TEST(TokenInformation, IsRefusedWithTheCodeForWhatIsWrong) {
+    Owned own, token;
+    ASSERT_TRUE(OpenProcessToken(GetCurrentProcess(), MAXIMUM_ALLOWED, own.Receive()));
+    ASSERT_TRUE(
+        DuplicateTokenEx(own, 0, nullptr, SecurityImpersonation, TokenImpersonation, token.Receive()));
+    ACL list{.AclRevision = ACL_REVISION, .Sbz1 = 0, .AclSize = sizeof(ACL), .AceCount = 1, .Sbz2 = 0};
+    void* none = nullptr;
+    void* const cut = &list;
+    const struct {
+        TOKEN_INFORMATION_CLASS type;
+        const void* information;
+        DWORD size;
+        DWORD code;
+    } rows[] = {
+        {TokenOwner, &none, sizeof none, ERROR_INVALID_SID},
+        {TokenOwner, &none, sizeof none - 1, ERROR_BAD_LENGTH},
+        {TokenOwner, nullptr, sizeof none, ERROR_INVALID_PARAMETER},
+        {TokenDefaultDacl, &cut, sizeof cut, ERROR_INVALID_ACL},
+        {TokenType, &none, sizeof none, ERROR_INVALID_PARAMETER},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(CodeOf(SetTokenInformation(token, row.type, const_cast<void*>(row.information), row.size)),
+                  row.code)
+            << row.type << " of " << row.size;
+    DWORD needed = 0;
+    EXPECT_EQ(CodeOf(GetTokenInformation(token, TokenLinkedToken, nullptr, 0, &needed)),
+              DWORD{ERROR_NO_SUCH_LOGON_SESSION});
+}
+
 // Gives up root's rights for good. Named exit codes say what went wrong.
 const Role unprivileged("unprivileged", [](const RoleArguments&) {
     enum { Done, NoToken, LoggedOn, Became, BecameNobodyElse, NotItself };

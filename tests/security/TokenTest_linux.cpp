@@ -100,7 +100,7 @@ std::vector<gid_t> KernelGroups() {
 
 // Has groups of its own, of which a thread does without one.
 const Role grouped("grouped", [](const RoleArguments&) {
-    enum { Done, NotBegun, NotLeft, NotReset, NotBack };
+    enum { Done, NotBegun, NotLeft, NotReset, NotBack, NotTold, NotKept };
     const std::vector<gid_t> both{70001, 70002}, rest{70002};
     if (setgroups(2, both.data()) != 0) return static_cast<int>(NotBegun);
     SecToken token = SecToken::OfProcess().Duplicate();
@@ -114,7 +114,27 @@ const Role grouped("grouped", [](const RoleArguments&) {
         if (KernelGroups().size() != 2 || !token.IsMember(group[0])) return static_cast<int>(NotReset);
         token.DisableGroups(group);
     }
-    return static_cast<int>(KernelGroups() == both ? Done : NotBack);
+    if (KernelGroups() != both) return static_cast<int>(NotBack);
+    // The call tells what was enabled before.
+    SID_AND_ATTRIBUTES off{group[0].Address(), 0};
+    TOKEN_GROUPS wanted{1, {off}};
+    alignas(TOKEN_GROUPS) BYTE previous[sizeof(TOKEN_GROUPS) + SECURITY_MAX_SID_SIZE];
+    auto* const before = reinterpret_cast<TOKEN_GROUPS*>(previous);
+    DWORD needed = 0;
+    token.ResetGroups();
+    if (AdjustTokenGroups(token.Get(), FALSE, &wanted, 1, before, &needed) ||
+        token.IsMember(group[0]) == FALSE ||
+        !AdjustTokenGroups(token.Get(), FALSE, &wanted, needed, before, &needed) || before->GroupCount != 1 ||
+        !AdjustTokenGroups(token.Get(), FALSE, before, 0, nullptr, nullptr) || !token.IsMember(group[0]))
+        return static_cast<int>(NotTold);
+    // Without the right to choose them they stay.
+    const passwd* const user = getpwnam("nobody");
+    if (setgid(user->pw_gid) != 0 || setuid(user->pw_uid) != 0) return static_cast<int>(NotBegun);
+    SecToken own = SecToken::OfProcess().Duplicate();
+    const SecImpersonation acting(own);
+    const DWORD code = ThrownCode([&] { own.DisableGroups(group); });
+    const bool isSame = KernelGroups() == both && own.IsMember(group[0]);
+    return static_cast<int>(isSame && code == ERROR_PRIVILEGE_NOT_HELD ? Done : NotKept);
 });
 
 class RootTokens : public testing::Test {
@@ -164,9 +184,8 @@ TEST_F(RootTokens, OfTheProcessAreTheThreadsAndItsChildrens) {
     EXPECT_TRUE(after && Has(CAP_SYS_NICE));
 }
 
-// The right to choose groups may be gone when a thread that chose others becomes the process again.
-TEST_F(RootTokens, AreLeftWithoutTheRightToTakeThemUp) {
-    std::atomic<bool> isBack = false;
+TEST_F(RootTokens, OfOthersNeedThePrivilege) {
+    bool isBack = false;
     Worker([&] {
         SecToken own = SecToken::OfProcess();
         const SecToken other = SecToken::LogOn(L"nobody", L".", nullptr);

@@ -3,7 +3,9 @@
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/security/SecDesc.h"
 #include "TQLib/security/SecIDArray.h"
+#include "TQLib/security/SecPrivilege.h"
 #include "TQLib/security/SecPrivilegeSet.h"
+#include "TQLib/security/SecToken.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/system/TQSysProc.h"
 #include "platform/PlatformTest.h"
@@ -35,6 +37,16 @@ SecDesc Descriptor() {
     descriptor.SetOwner(World()).SetGroup(World()).SetDACL(
         SecACL().Allow(World(), 1).Deny(Administrators(), 2));
     return descriptor;
+}
+
+SecToken CopiedToken() {
+    return SecToken::OfProcess().Duplicate();
+}
+
+SecPrivilegeSet OnePrivilege() {
+    SecPrivilegeSet names;
+    names.Add(L"SeChangeNotifyPrivilege");
+    return names;
 }
 
 // An identifier need not have an account, which is remembered; what the system is need not be known.
@@ -89,10 +101,54 @@ std::vector<SweptOperation> SecurityRows() {
                   const SecACL& list = *descriptor.DACL();
                   EXPECT_EQ(list.Merged(list), list.InCanonicalOrder().Effective());
               }),
+        Swept("token told", CopiedToken,
+              [](SecToken& token) {
+                  EXPECT_TRUE(token.IsMember(World()) && token.User().SID() && token.Groups().Count() > 0);
+                  EXPECT_TRUE(token.Owner() && token.PrimaryGroup() && token.DefaultList());
+                  EXPECT_FALSE(token.IsRestricted());
+              }),
+        Swept("token changed", CopiedToken,
+              [](SecToken& token) {
+                  token.DisableAllPrivileges();
+                  EXPECT_TRUE(token.Enable(OnePrivilege()).Contains(L"SeChangeNotifyPrivilege"));
+                  token.SetOwner(token.User().SID());
+                  token.SetPrimaryGroup(World());
+                  token.SetDefaultList(SecACL().Allow(World(), 1));
+              }),
+        Swept("token groups", CopiedToken, [](SecToken& token) { token.ResetGroups(); }),
+        Swept("token restricted", CopiedToken,
+              [](SecToken& token) {
+                  const SecToken less =
+                      token.Restrict({.privileges = OnePrivilege(), .toDenyOnly = {World()}});
+                  EXPECT_FALSE(less.Privileges().Contains(L"SeChangeNotifyPrivilege"));
+              }),
+        // Who may not act as anybody is told that before.
+        Swept("log on", World, ForThrowing,
+              [](SecID&) {
+                  PutUpWith(ERROR_LOGON_FAILURE, [] {
+                      PutUpWith(ERROR_PRIVILEGE_NOT_HELD,
+                                [] { (void)SecToken::LogOn(L"no-such-user", L"", nullptr); });
+                  });
+              }),
+        // The end of a guard tries again.
+        Swept("client of a pipe", World, "new SetThreadToken",
+              [](SecID&) {
+                  PutUpWith(ERROR_INVALID_HANDLE, [] { (void)SecToken::OfPipeClient(nullptr); });
+                  EXPECT_FALSE(SecToken::OfThread());
+              }),
+        Swept("privilege for a scope", CopiedToken, "SetThreadToken",
+              [](SecToken& token) {
+                  const SecImpersonation acting(token);
+                  const SecPrivilege guard(OnePrivilege());
+                  EXPECT_TRUE(SecToken::OfThread().EnabledPrivileges().Contains(L"SeChangeNotifyPrivilege"));
+              }),
         Swept("attributes", Descriptor, [](SecDesc& descriptor) { SecAttr{SecAttr(descriptor)}; }),
     };
-    // Wine tells nothing of an account's groups and state.
-    if (OnWine()) std::erase_if(rows, [](const SweptOperation& row) { return row.name == "account groups"; });
+    // Wine tells nothing of an account's groups and state, and changes little of tokens.
+    if (OnWine())
+        std::erase_if(rows, [](const SweptOperation& row) {
+            return row.name == "account groups" || row.name == "token groups" || row.name == "token changed";
+        });
     return rows;
 }
 

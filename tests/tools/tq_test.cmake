@@ -50,6 +50,12 @@ foreach(form S-1- S-1-5-x)
 endforeach()
 expect(2 "" "tq: '--colour' is no option of tq sid\n" sid --colour)
 
+# Who one is.
+set(who "User +[^\n]+ S-1-5-21-[0-9-]+ *\nElevated +(yes|no) *\nIntegrity +[A-Z][a-z]+ +0x[23]000 *\nSession +[0-9]+ *\nOwner +[^\n]+\nPrimary group +[^\n]+\nGroups +")
+expect(0 "${who}.*Everyone +enabled, mandatory\n.*\nPrivileges +Se[^\n]+\n.* +SeChangeNotifyPrivilege +enabled\n.*" "" token)
+expect(0 "{\"user\": {\"sid\": \"S-1-5-21-[^\n]+{\"sid\": \"S-1-1-0\", \"name\": \"Everyone\", \"attributes\": \\[\"enabled\", \"mandatory\"\\]}.*{\"name\": \"SeChangeNotifyPrivilege\", \"enabled\": true}.*}\n" "" token --json)
+expect(2 "" "tq: 'root' is no option of tq token\n" token root)
+
 # Services: the rest needs a manager, and is in TqServiceTest.cpp.
 expect(0 "usage: tq service list .*" "" service --help)
 expect(2 "" "tq: 'lst' is no word of tq service; tq service --help lists them\n" service lst)
@@ -68,6 +74,7 @@ expect(0 "usage: tq WORD.*" "" --help)
 expect(0 "usage: tq error.*" "" error --help)
 expect(0 "usage: tq log.*" "" log --help)
 expect(0 "usage: tq sid.*" "" sid --help)
+expect(0 "usage: tq token.*" "" token --help)
 expect(0 "tq [0-9]+\\.[0-9]+\\.[0-9]+\n" "" --version)
 
 if(failures)

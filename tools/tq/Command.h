@@ -64,5 +64,6 @@ int RunError(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunLog(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunService(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunSid(Arguments arguments, Quellan::Corvel::TQConsole& out);
+int RunToken(Arguments arguments, Quellan::Corvel::TQConsole& out);
 
 }  // namespace tq

@@ -13,6 +13,7 @@ constexpr const wchar_t* Help =
     L"  tq service WORD...    services: list, query, create, delete, start, stop, pause, continue, wait and "
     L"more\n"
     L"  tq sid [ACCOUNT...]   who is behind a name or a security identifier\n"
+    L"  tq token              who one is and what one may\n"
     L"  tq --version          the version of TQLib\n"
     L"  tq --help             this text; tq WORD --help tells more of a word\n"
     L"\n"
@@ -48,6 +49,7 @@ int Run(TQStringArray all, TQConsole& out) {
     if (word == L"log") return tq::RunLog(arguments, out);
     if (word == L"service") return tq::RunService(arguments, out);
     if (word == L"sid") return tq::RunSid(arguments, out);
+    if (word == L"token") return tq::RunToken(arguments, out);
     if (word == L"--help" || word == L"-h") {
         out.Write(Help);
         return tq::ExitOk;

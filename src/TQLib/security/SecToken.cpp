@@ -120,6 +120,12 @@ SecToken SecToken::Effective(DWORD access) {
     return token ? std::move(token) : OfProcess(access);
 }
 
+SecToken SecToken::OfPipeClient(HANDLE pipe, DWORD access) {
+    const SecImpersonation acting;
+    if (!ImpersonateNamedPipeClient(pipe)) TQSysException::ThrowLastError(L"ImpersonateNamedPipeClient");
+    return OfThread(access);
+}
+
 SecToken SecToken::LogOn(const TQString& user, const TQString& domain, const wchar_t* password) {
     SecToken token;
     if (!LogonUserW(user.c_str(), domain.IsEmpty() ? L"." : domain.c_str(), password, LOGON32_LOGON_NETWORK,
@@ -168,7 +174,9 @@ DWORD SecToken::IntegrityLevel() const {
 bool SecToken::IsRestricted() const {
     SetLastError(ERROR_SUCCESS);
     if (IsTokenRestricted(Get())) return true;
-    if (GetLastError() != ERROR_SUCCESS) TQSysException::ThrowLastError(L"IsTokenRestricted");
+    // Where the platform lacks the call nobody can be restricted.
+    if (GetLastError() != ERROR_SUCCESS && GetLastError() != ERROR_INVALID_FUNCTION)
+        TQSysException::ThrowLastError(L"IsTokenRestricted");
     return false;
 }
 
@@ -328,17 +336,22 @@ SecToken SecToken::Restrict(const Less& less) const {
     });
 }
 
-SecImpersonation::SecImpersonation(const SecToken& token)
-    : m_before(SecToken::OfThread(TOKEN_IMPERSONATE)), m_thread(GetCurrentThreadId()) {
+SecImpersonation::SecImpersonation()
+    : m_before(SecToken::OfThread(TOKEN_IMPERSONATE)), m_thread(GetCurrentThreadId()) {}
+
+SecImpersonation::SecImpersonation(const SecToken& token) : SecImpersonation() {
     const SecToken copy = token.IsPrimary() ? token.Duplicate() : SecToken();
     if (!SetThreadToken(nullptr, copy ? copy.Get() : token.Get()))
         TQSysException::ThrowLastError(L"SetThreadToken");
 }
 
-// A thread that kept a token which its code believes to have left would have rights that nobody meant it to have.
+// A thread that kept a token which its code believes to have left would have rights that nobody meant it to have. What
+// fails at the moment is tried once more.
 SecImpersonation::~SecImpersonation() {
     const Corvel::_TQLastErrorKeeper keeper;
-    if (m_thread != GetCurrentThreadId() || !SetThreadToken(nullptr, m_before.Get())) std::terminate();
+    const bool isOwn = m_thread == GetCurrentThreadId();
+    if (isOwn && (SetThreadToken(nullptr, m_before.Get()) || SetThreadToken(nullptr, m_before.Get()))) return;
+    std::terminate();
 }
 
 }  // namespace Quellan::Sarvek

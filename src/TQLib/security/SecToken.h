@@ -43,6 +43,9 @@ class TQLIB_API SecToken {
     [[nodiscard]] static SecToken OfThread(DWORD access = MostAccess);
     // The one of the calling thread, or else the process's.
     [[nodiscard]] static SecToken Effective(DWORD access = MostAccess);
+    // Of the client at the other end of a named pipe, who must have sent something that was read; the calling thread
+    // acts afterwards as before. On Linux 50 (ERROR_NOT_SUPPORTED): there are no named pipes.
+    [[nodiscard]] static SecToken OfPipeClient(HANDLE pipe, DWORD access = MostAccess);
     // Of an account of this machine (`domain` empty or ".") or of a domain, whose password is checked as the
     // platform does: on Linux it must be null or empty, the caller being somebody who may act as anybody (1314,
     // ERROR_PRIVILEGE_NOT_HELD, otherwise; 50, ERROR_NOT_SUPPORTED, with a password). 1326 (ERROR_LOGON_FAILURE).
@@ -143,6 +146,11 @@ class TQLIB_API SecImpersonation {
     ~SecImpersonation();
 
   private:
+    friend class SecToken;
+
+    // The thread acts as before until it is told otherwise.
+    SecImpersonation();
+
     const SecToken m_before;
     const DWORD m_thread;
 };

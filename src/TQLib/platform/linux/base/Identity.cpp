@@ -45,7 +45,6 @@ struct ThreadImpersonation : std::optional<Impersonation> {
 thread_local ThreadImpersonation t_impersonation;
 
 constexpr DWORD Unchanged = ~DWORD{0};
-constexpr std::uint64_t AllCapabilities = ~std::uint64_t{0};
 
 struct Ids {
     DWORD real;
@@ -103,10 +102,13 @@ struct CapabilityData {
     }
 };
 
+// What is not permitted any more a program that is started does not inherit either.
 bool SetCapabilities(const Capabilities& capabilities) noexcept {
     CapabilityData data;
     if (data.Effective() == capabilities.effective && data.Permitted() == capabilities.permitted) return true;
+    const std::uint64_t lost = data.Permitted() & ~capabilities.permitted;
     for (unsigned i = 0; i < std::size(data.words); ++i) {
+        data.words[i].inheritable &= ~static_cast<std::uint32_t>(lost >> 32 * i);
         data.words[i].effective = static_cast<std::uint32_t>(capabilities.effective >> 32 * i);
         data.words[i].permitted = static_cast<std::uint32_t>(capabilities.permitted >> 32 * i);
     }
@@ -138,11 +140,8 @@ DWORD PutOn(const Identity& identity, const OwnIdentity& own) noexcept {
 }  // namespace
 
 void OwnIdentity::PutOn() const noexcept {
-    // Groups need a capability that the process may hold and not use at the moment.
-    const bool done =
-        SetUser(UserIds().saved) && SetGroup(GroupIds().saved) &&
-        (!m_groupsAreOthers || (SetEffectiveCapabilities(AllCapabilities) && SetGroups(m_groups))) &&
-        SetEffectiveCapabilities(m_capabilities);
+    const bool done = SetUser(UserIds().saved) && SetEffectiveCapabilities(m_capabilities) &&
+                      SetGroup(GroupIds().saved) && (!m_groupsAreOthers || SetGroups(m_groups));
     if (!done) std::abort();
     if (WasDumpable()) prctl(PR_SET_DUMPABLE, 1);
 }

@@ -109,7 +109,9 @@ Token::Token(ContentPtr content, TOKEN_TYPE type, SECURITY_IMPERSONATION_LEVEL l
       m_content(std::move(content)) {}
 
 const std::shared_ptr<Token>& Token::OfProcess() {
-    static const auto token = std::make_shared<Token>(nullptr, TokenPrimary, SecurityAnonymous);
+    // Never destroyed: threads may ask for it while the process ends.
+    static const auto& token =
+        *new std::shared_ptr<Token>(std::make_shared<Token>(nullptr, TokenPrimary, SecurityAnonymous));
     return token;
 }
 

@@ -15,8 +15,6 @@ namespace Quellan::Platform {
 
 namespace {
 
-constexpr std::uint64_t EveryCapability = ~std::uint64_t{0};
-
 DWORD GrantedAccess(DWORD access) noexcept {
     return MapRights(Token::Kind.rights, access);
 }
@@ -64,7 +62,7 @@ DWORD LogOn(const wchar_t* name, const wchar_t* domain, DWORD type, HANDLE& toke
     if (code == ERROR_NONE_MAPPED) return ERROR_LOGON_FAILURE;
     if (!code) code = FindGroupsOf(user, groups, deadline);
     if (code) return code;
-    const std::uint64_t capabilities = user.id == 0 ? EveryCapability : 0;
+    const std::uint64_t capabilities = user.id == 0 ? ProcessCapabilities().permitted : 0;
     auto content = std::make_shared<const TokenContent>(
         Identity{user.id, user.group, std::move(groups), capabilities}, capabilities);
     return NewHandle<Token>(token, TOKEN_ALL_ACCESS, std::move(content),
@@ -185,6 +183,11 @@ BOOL ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL level) noexcept {
     if (!IsLevel(level)) return Fail(ERROR_INVALID_PARAMETER, FALSE);
     const DWORD code = WithMemory([&] { return ImpersonateContent(Token::OfProcess()->Content(), level); });
     return code ? Fail(code, FALSE) : TRUE;
+}
+
+BOOL ImpersonateNamedPipeClient(HANDLE pipe) noexcept {
+    if (DWORD code = FaultDue("ImpersonateNamedPipeClient")) return Fail(code, FALSE);
+    return Fail(HandleUse(pipe).Get() ? DWORD{ERROR_NOT_SUPPORTED} : DWORD{ERROR_INVALID_HANDLE}, FALSE);
 }
 
 BOOL CheckTokenMembership(HANDLE token, PSID sid, BOOL* isMember) noexcept {

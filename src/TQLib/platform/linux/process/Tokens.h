@@ -236,6 +236,10 @@ TQLIB_API BOOL ImpersonateLoggedOnUser(HANDLE token) noexcept;
 // With a copy of the process's own token, which needs no right.
 TQLIB_API BOOL ImpersonateSelf(SECURITY_IMPERSONATION_LEVEL level) noexcept;
 
+// Named pipes are not part of the layer: 50 (ERROR_NOT_SUPPORTED) for every handle, 6 (ERROR_INVALID_HANDLE) for what
+// is none.
+TQLIB_API BOOL ImpersonateNamedPipeClient(HANDLE pipe) noexcept;
+
 // Whether an identifier is the user or among the enabled groups of an impersonation token, with null of the
 // thread, or of the process where the thread has none; where the token has restricting identifiers for all
 // rights, whether it is among these too. 1309 (ERROR_NO_IMPERSONATION_TOKEN) for a primary
