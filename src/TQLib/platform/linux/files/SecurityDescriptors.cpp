@@ -11,6 +11,9 @@ namespace Quellan::Platform {
 
 namespace {
 
+constexpr DWORD OfferedParts =
+    OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+
 // Also one that the caller may neither read nor write.
 DWORD OpenForSecurity(const wchar_t* name, Descriptor& file) noexcept {
     const NativePath path(name);
@@ -34,13 +37,13 @@ DWORD ReadSecurity(const wchar_t* name, DWORD wanted, void* buffer, DWORD size, 
     return ERROR_SUCCESS;
 }
 
-DWORD WriteSecurity(const wchar_t* name, const void* descriptor) {
+DWORD WriteSecurity(const wchar_t* name, DWORD given, const void* descriptor) {
     Descriptor file;
     FileSecurity security;
     if (DWORD code = ReadDescriptor(descriptor, security)) return code;
-    if (!security.hasList) return ERROR_INVALID_SECURITY_DESCR;
+    if (given & DACL_SECURITY_INFORMATION && !security.hasList) return ERROR_INVALID_SECURITY_DESCR;
     if (DWORD code = OpenForSecurity(name, file)) return code;
-    return ApplySecurity(file.Get(), security);
+    return ApplySecurity(file.Get(), security, given);
 }
 
 BOOL GetPart(void* descriptor, PSID SECURITY_DESCRIPTOR::*absolute,
@@ -65,10 +68,8 @@ BOOL GetPart(void* descriptor, PSID SECURITY_DESCRIPTOR::*absolute,
 BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted, PSECURITY_DESCRIPTOR descriptor,
                       DWORD size, DWORD* needed) noexcept {
     if (DWORD code = FaultDue("GetFileSecurityW")) return Fail(code, FALSE);
-    constexpr DWORD Offered =
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
     if (!needed) return Fail(ERROR_NOACCESS, FALSE);
-    if (wanted & ~Offered) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    if (wanted & ~OfferedParts) return Fail(ERROR_NOT_SUPPORTED, FALSE);
     const DWORD code = WithMemory([&] { return ReadSecurity(name, wanted, descriptor, size, *needed); });
     return code ? Fail(code, FALSE) : TRUE;
 }
@@ -76,8 +77,9 @@ BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted, PSECURIT
 BOOL SetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION given,
                       PSECURITY_DESCRIPTOR descriptor) noexcept {
     if (DWORD code = FaultDue("SetFileSecurityW")) return Fail(code, FALSE);
-    if (given != DACL_SECURITY_INFORMATION) return Fail(ERROR_NOT_SUPPORTED, FALSE);
-    const DWORD code = WithMemory([&] { return WriteSecurity(name, descriptor); });
+    constexpr DWORD Marks = PROTECTED_DACL_SECURITY_INFORMATION | UNPROTECTED_DACL_SECURITY_INFORMATION;
+    if (given & ~(OfferedParts | Marks)) return Fail(ERROR_NOT_SUPPORTED, FALSE);
+    const DWORD code = WithMemory([&] { return WriteSecurity(name, given, descriptor); });
     return code ? Fail(code, FALSE) : TRUE;
 }
 
