@@ -15,10 +15,10 @@ constexpr std::size_t MostNamed = 4;  // targets in a report
 
 }  // namespace
 
-GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, std::optional<DWORD> intervalMs,
+GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, const Options& options,
                          CheckPool& pool)
     : m_number(number),
-      m_intervalMs(intervalMs),
+      m_intervalMs(options.intervalMs),
       m_pool(pool),
       m_targetNames(targets.Count() <= MostNamed ? targets.Join(L" ")
                                                  : TQString::Format(L"%zu targets", targets.Count())) {
@@ -26,9 +26,10 @@ GroupThread::GroupThread(std::size_t number, const TQStringArray& targets, std::
         if (path.StartsWith(Fault) && path != Target::FaultyCheck)
             m_faultFile = path.Mid(std::wcslen(Fault));
         else
-            m_targets.push_back({std::make_unique<Target>(
-                                     path, [this] { return Stopped(); }, [this] { OnCheckEnd(); }),
-                                 pool.GetNewRequestorID()});
+            m_targets.push_back(
+                {std::make_unique<Target>(
+                     path, options.isToFix, [this] { return Stopped(); }, [this] { OnCheckEnd(); }),
+                 pool.GetNewRequestorID()});
     }
 }
 

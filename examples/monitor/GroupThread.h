@@ -2,6 +2,7 @@
 #pragma once
 
 #include "CheckPool.h"
+#include "Options.h"
 #include "TQLib/platform/Win32.h"
 
 #include <atomic>
@@ -21,8 +22,8 @@ class GroupThread : public Quellan::Corvel::TQThread {
     static constexpr const wchar_t* Fault = L"fault:";
 
     // The pool must outlive it.
-    GroupThread(std::size_t number, const Quellan::Corvel::TQStringArray& targets,
-                std::optional<DWORD> intervalMs, CheckPool& pool);
+    GroupThread(std::size_t number, const Quellan::Corvel::TQStringArray& targets, const Options& options,
+                CheckPool& pool);
     // Stops the pool, as checks of these targets may be under way.
     ~GroupThread() override;
 

@@ -22,6 +22,8 @@ std::optional<Options> ReadOptions(const TQStringArray& arguments) {
             const double seconds = wcstod(arguments[++i].c_str(), &end);
             if (*end != 0 || !(seconds >= 0.001 && seconds <= MaxSeconds)) return std::nullopt;
             options.intervalMs = static_cast<DWORD>(seconds * 1000);
+        } else if (arguments[i] == L"--fix") {
+            options.isToFix = true;
         } else if (arguments[i] == L"--group") {
             options.groups.emplace_back();
         } else if (arguments[i].StartsWith(L"--")) {

@@ -9,6 +9,7 @@
 
 struct Options {
     std::optional<DWORD> intervalMs = 5000;  // none: one check
+    bool isToFix = false;                    // lists that let strangers write
     std::vector<Quellan::Corvel::TQStringArray> groups = std::vector<Quellan::Corvel::TQStringArray>(1);
 };
 

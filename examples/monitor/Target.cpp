@@ -1,5 +1,6 @@
 #include "Target.h"
 
+#include "Exposure.h"
 #include "Fault.h"
 #include "Monitor.h"
 #include "TQLib/platform/Win32.h"
@@ -24,16 +25,18 @@ using FindHandle = TQUniqueHandle<_TQFindHandleClose>;
     throw failure;
 }
 
-SecID OwnerOf(const TQString& path) {
+SecDesc DescriptorOf(const TQString& path) {
+    constexpr DWORD Parts =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
     BYTEBuf descriptor;
     for (DWORD size = 0;;) {
         const auto room = static_cast<DWORD>(descriptor.Bytes());
-        if (GetFileSecurityW(path.c_str(), OWNER_SECURITY_INFORMATION, descriptor.Data(), room, &size)) break;
+        if (GetFileSecurityW(path.c_str(), Parts, descriptor.Data(), room, &size)) break;
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
-            FailCall(MONITOR_NO_OWNER, path, L"GetFileSecurityW");
+            FailCall(MONITOR_NO_SECURITY, path, L"GetFileSecurityW");
         descriptor = BYTEBuf(size);
     }
-    return SecDesc(descriptor.Data()).Owner();
+    return SecDesc::FromBytes(descriptor.Data(), descriptor.Size());
 }
 
 TQString Join(const TQString& folder, const wchar_t* name) {
@@ -59,6 +62,7 @@ CheckSummary& CheckSummary::operator+=(const CheckSummary& other) {
     bytes += other.bytes;
     changes += other.changes;
     failures += other.failures;
+    exposed += other.exposed;
     return *this;
 }
 
@@ -96,15 +100,17 @@ void Target::CheckTarget() {
         WIN32_FILE_ATTRIBUTE_DATA data;
         if (!GetFileAttributesExW(m_path.c_str(), GetFileExInfoStandard, &data))
             FailCall(MONITOR_NO_TARGET, m_path, L"GetFileAttributesExW");
-        CheckOwner();
+        const SecDesc descriptor = DescriptorOf(m_path);
+        CheckOwner(descriptor);
+        CheckList(descriptor);
         CheckEntry(m_path, StateOf(data));
     } catch (const TQCoreException& failure) {
         Report(failure, L"Target::CheckTarget", m_path);
     }
 }
 
-void Target::CheckOwner() {
-    SecID owner = OwnerOf(m_path);
+void Target::CheckOwner(const SecDesc& descriptor) {
+    SecID owner = descriptor.Owner();
     if (owner == m_owner) return;
     if (m_owner) {
         ++m_counts.changes;
@@ -116,6 +122,25 @@ void Target::CheckOwner() {
              TQString::Format(L"owner of %s is %s\n", m_path, owner.FullName()));
     }
     m_owner = std::move(owner);
+}
+
+void Target::CheckList(const SecDesc& descriptor) {
+    m_counts.exposed = WritingByStrangers(descriptor) != 0 ? 1 : 0;
+    if (m_counts.exposed == 0) {
+        m_isExposureTold = false;
+        return;
+    }
+    if (!m_isExposureTold)
+        Tell(TQLogLevel::Warning, m_path,
+             TQString::Format(L"%s lets strangers write\n%s", m_path, descriptor.Describe()));
+    m_isExposureTold = true;
+    if (!m_isToFix) return;
+    const Repair repair = WithoutStrangers(descriptor);
+    if (!SetFileSecurityW(m_path.c_str(), DACL_SECURITY_INFORMATION, repair.descriptor.Block().Data()))
+        FailCall(MONITOR_NOT_FIXED, m_path, L"SetFileSecurityW");
+    ++m_counts.changes;
+    Tell(TQLogLevel::Warning, m_path, TQString::Format(L"list of %s changed:\n%s", m_path, repair.changes));
+    m_counts.exposed = WritingByStrangers(DescriptorOf(m_path)) != 0 ? 1 : 0;
 }
 
 void Target::CheckEntry(const TQString& path, const FileState& state) {

@@ -17,13 +17,14 @@ struct CheckSummary {
     ULONGLONG bytes = 0;  // read in all checks, as are the next two
     ULONGLONG changes = 0;
     ULONGLONG failures = 0;
+    ULONGLONG exposed = 0;  // 1 where strangers may write to the target
 
     CheckSummary& operator+=(const CheckSummary& other);
 };
 
-// A file, or a folder with all that is below it, which is looked at again and again: names its owner, reads
-// what is new, tells what has changed and reports every platform call that fails, also as an entry of the
-// event log. Failures are reported when they arise, and counted, never thrown.
+// A file, or a folder with all that is below it, which is looked at again and again: names its owner, tells
+// whether strangers may write to it, reads what is new, tells what has changed and reports every platform call
+// that fails, also as an entry of the event log. Failures are reported when they arise, and counted, never thrown.
 //
 // A check goes from `Begin` through `Check` to `End`, or to `Fail` where an exception left it; they may be
 // called on different threads, one after the other. The other members are for any thread.
@@ -32,10 +33,15 @@ class Target {
     // The target whose check raises an access violation, to show what becomes of one.
     static constexpr const wchar_t* FaultyCheck = L"fault:check";
 
-    // `isStopped` is asked again and again during a check; once it says yes, the check ends and counts for
+    // `isToFix`: rights of strangers to write to the target are taken away, and it is told which. `isStopped`
+    // is asked again and again during a check; once it says yes, the check ends and counts for
     // nothing. `onEnd` is called at the end of each check. Neither may throw.
-    Target(Quellan::Corvel::TQString path, std::function<bool()> isStopped, std::function<void()> onEnd)
-        : m_path(std::move(path)), m_isStopped(std::move(isStopped)), m_onEnd(std::move(onEnd)) {}
+    Target(Quellan::Corvel::TQString path, bool isToFix, std::function<bool()> isStopped,
+           std::function<void()> onEnd)
+        : m_path(std::move(path)),
+          m_isToFix(isToFix),
+          m_isStopped(std::move(isStopped)),
+          m_onEnd(std::move(onEnd)) {}
 
     // False while a check is under way, and for good after one that failed.
     bool Begin() noexcept { return !m_isTaken.exchange(true); }
@@ -67,7 +73,8 @@ class Target {
     static FileState StateOf(const Data& data);
 
     void CheckTarget();
-    void CheckOwner();
+    void CheckOwner(const Quellan::Sarvek::SecDesc& descriptor);
+    void CheckList(const Quellan::Sarvek::SecDesc& descriptor);
     void CheckEntry(const Quellan::Corvel::TQString& path, const FileState& state);
     void CheckFolder(const Quellan::Corvel::TQString& path);
     void CheckFile(const Quellan::Corvel::TQString& path, const FileState& state);
@@ -77,6 +84,7 @@ class Target {
                 const Quellan::Corvel::TQString& path);
 
     const Quellan::Corvel::TQString m_path;
+    const bool m_isToFix;
     const std::function<bool()> m_isStopped;
     const std::function<void()> m_onEnd;
     std::atomic<bool> m_isTaken{false};
@@ -84,7 +92,8 @@ class Target {
 
     // Of the check under way.
     Quellan::Sarvek::SecID m_owner;  // null until it was named
-    Snapshot m_before;               // what the last one found
+    bool m_isExposureTold = false;
+    Snapshot m_before;  // what the last one found
     Snapshot m_now;
     CheckSummary m_counts;
 

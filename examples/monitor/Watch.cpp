@@ -6,8 +6,7 @@ using namespace Quellan::Corvel;
 
 Watch::Watch(const Options& options) : m_isOnce(!options.intervalMs) {
     for (const TQStringArray& targets : options.groups)
-        m_groups.push_back(
-            std::make_unique<GroupThread>(m_groups.size() + 1, targets, options.intervalMs, m_pool));
+        m_groups.push_back(std::make_unique<GroupThread>(m_groups.size() + 1, targets, options, m_pool));
 }
 
 void Watch::Start() {
@@ -47,5 +46,5 @@ bool Watch::Summarise() const {
     Tell(TQLogLevel::State, L"monitor",
          TQString::Format(L"%I64u folders, %I64u files, %I64u bytes read, %I64u failures\n", all.folders,
                           all.files, all.bytes, all.failures));
-    return hasFailed || all.failures > 0;
+    return hasFailed || all.failures > 0 || all.exposed > 0;
 }

@@ -15,7 +15,7 @@ class Watch {
     void Report() const;
     // Breaks off the checks under way and waits for the threads.
     void Stop();
-    // Tells what came of it all. True where something has failed.
+    // Tells what came of it all. True where something has failed, or strangers may write to a target.
     bool Summarise() const;
 
     const GroupList& Groups() const noexcept { return m_groups; }

@@ -1,11 +1,13 @@
-// monitor [--interval SECONDS] TARGET... [--group TARGET...]...
-// monitor --once TARGET...
+// monitor [--fix] [--interval SECONDS] TARGET... [--group TARGET...]...
+// monitor --once [--fix] TARGET...
 // monitor install [...] | uninstall | start [...] | stop | status
 //
 // Reads every file below the targets and reports each platform call that fails: what could not be done and why,
 // in the user's language, on the console, and an entry in the system event log; then checks them again every
 // SECONDS (5 if not said otherwise) and names the files that were added, removed or changed, and the owner of
-// a target when it changed. Each group of targets, up to 16, is watched by a thread of its own; the checks run
+// a target when it changed. A target whose access list lets strangers write, who are signed in and have no more
+// to do with it, is told with that list; with --fix these rights are taken away, and each entry that is changed is
+// told. Each group of targets, up to 16, is watched by a thread of its own; the checks run
 // side by side in a pool of up to 16 threads. Commands on the standard input, one a line: pause, resume,
 // report, stop. Ctrl+C and the signals that ask a process to end stop it too. With --once it ends after the
 // first check. All that it tells goes to the application's log too, which is "monitor.tlg" beside the program
@@ -18,7 +20,8 @@
 // the report tells; "fault:FILE" does so once the file is there; "fault:check" does so in its check, which
 // ends the checks of this target. All others go on.
 //
-// Ends with 0 when nothing failed, 1 when something did, 2 for a wrong command line.
+// Ends with 0 when nothing failed, 1 when something did or strangers may write to a target, 2 for a wrong command
+// line.
 #include "MonitorService.h"
 #include "TQLib/platform/Win32.h"
 
@@ -34,8 +37,8 @@ constexpr int ExitUsage = 2;
 int ShowUsage() {
     TQConsole(TQConsole::Stream::Error)
         .Write(
-            L"usage: monitor [--once | --interval SECONDS] TARGET... [--group TARGET...]...\n"
-            L"       monitor install [--interval SECONDS] TARGET... [--group TARGET...]...\n"
+            L"usage: monitor [--fix] [--once | --interval SECONDS] TARGET... [--group TARGET...]...\n"
+            L"       monitor install [--fix] [--interval SECONDS] TARGET... [--group TARGET...]...\n"
             L"       monitor uninstall | start [TARGET...] | stop | status\n");
     return ExitUsage;
 }

@@ -1,4 +1,5 @@
 #include "MonitorRun.h"
+#include "TQLib/security/SecDesc.h"
 #include "TQLib/security/SecID.h"
 #include "TQLib/system/TQSysProc.h"
 #include "support/ReadBytes.h"
@@ -17,6 +18,29 @@ TEST_F(Monitor, NamesTheOwnersAndEndsAfterTheFirstCheckOnDemand) {
                 testing::AllOf(testing::StartsWith("monitor runs as " + user + "\nowner of " + Folder() +
                                                    " is " + user + "\n"),
                                testing::EndsWith("1 folders, 1 files, 5 bytes read, 0 failures\n")));
+    EXPECT_EQ(m_process->ExitCode(), 0);
+}
+
+TEST_F(Monitor, TellsWhoseListLetsStrangersWriteAndTakesThatAwayOnDemand) {
+    Start({"--once", Folder()});
+    EXPECT_THAT(m_process->ReadAll(), Not(HasSubstr("strangers")));
+    EXPECT_EQ(m_process->ExitCode(), 0);
+    const Sarvek::SecDesc open =
+        Sarvek::SecDesc().SetDACL(Sarvek::SecACL()
+                                      .Allow(TQSysProc::CurrentUser(), FILE_ALL_ACCESS)
+                                      .Allow(Sarvek::SecID(WinWorldSid), FILE_ALL_ACCESS)
+                                      .Allow(Sarvek::SecID(WinBuiltinUsersSid), FILE_GENERIC_WRITE));
+    ASSERT_TRUE(SetFileSecurityW(m_folder.Path().c_str(), DACL_SECURITY_INFORMATION, open.Block().Data()));
+    for (const bool isToFix : {false, true}) {
+        Start(isToFix ? std::vector<std::string>{"--once", "--fix", Folder()}
+                      : std::vector<std::string>{"--once", Folder()});
+        const std::string told = m_process->ReadAll();
+        EXPECT_THAT(told, HasSubstr(Folder() + " lets strangers write\n"));
+        EXPECT_EQ(told.find("list of " + Folder() + " changed:\n") != std::string::npos, isToFix) << told;
+        EXPECT_EQ(m_process->ExitCode(), isToFix ? 0 : 1);
+    }
+    Start({"--once", Folder()});
+    EXPECT_THAT(m_process->ReadAll(), Not(HasSubstr("strangers")));
     EXPECT_EQ(m_process->ExitCode(), 0);
 }
 

@@ -1,7 +1,9 @@
 #include "TQLib/platform/Win32.h"
+#include "TQLib/security/SecDesc.h"
 #include "WaitObjects.h"
 #include "support/Role.h"
 
+#include <initializer_list>
 #include <memory>
 
 namespace Quellan::Corvel::Test {
@@ -69,6 +71,62 @@ class NamedObjects : public testing::Test {
     const std::string m_name = NewName();
     const std::wstring m_wide = Wide(m_name);
 };
+
+// Opens the object of that name and closes it again: the last error.
+DWORD CodeOfOpening(const std::string& name, DWORD access) {
+    const Owned opened(OpenEventW(access, FALSE, Wide(name).c_str()));
+    return opened ? 0 : GetLastError();
+}
+
+const Role g_opener("open-event", [](const RoleArguments& arguments) -> int {
+    return static_cast<int>(CodeOfOpening(arguments.at(0), static_cast<DWORD>(std::stoul(arguments.at(1)))));
+});
+
+// Within the process that made it, and from another one.
+TEST_F(NamedObjects, ObeyTheirDescriptors) {
+    struct Case {
+        const wchar_t* list;
+        DWORD wanted;
+        DWORD code;
+    };
+    for (const Case& tried : std::initializer_list<Case>{
+             {L"D:(A;;0x100000;;;WD)", SYNCHRONIZE, 0},
+             {L"D:(A;;0x100000;;;WD)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
+             {L"D:(A;;0x100000;;;WD)", EVENT_MODIFY_STATE | SYNCHRONIZE, ERROR_ACCESS_DENIED},
+             {L"D:(A;;0x100000;;;WD)", MAXIMUM_ALLOWED, 0},
+             {L"D:(A;;GX;;;WD)", SYNCHRONIZE, 0},
+             {L"D:(A;;0x1F0003;;;WD)", EVENT_ALL_ACCESS, 0},
+             {L"D:(A;IO;0x1F0003;;;WD)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
+             {L"D:(D;;0x2;;;WD)(A;;0x1F0003;;;WD)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
+             {L"D:(D;;0x2;;;WD)(A;;0x1F0003;;;WD)", SYNCHRONIZE, 0},
+             {L"D:(A;;0x1F0003;;;S-1-5-21-1-2-3-1000)", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
+             {L"D:", EVENT_MODIFY_STATE, ERROR_ACCESS_DENIED},
+             {L"D:", READ_CONTROL, 0},  // the owner's in any case
+             {L"D:NO_ACCESS_CONTROL", EVENT_ALL_ACCESS, 0}}) {
+        BYTEBuf block = Sarvek::SecDesc::FromText(tried.list).Block();
+        SECURITY_ATTRIBUTES attributes{sizeof attributes, block.Data(), FALSE};
+        const std::string name = NewName();
+        const Owned made(CreateEventW(&attributes, TRUE, FALSE, Wide(name).c_str()));
+        ASSERT_TRUE(made) << GetLastError();
+        EXPECT_TRUE(SetEvent(made)) << "its maker has all rights";
+        const std::string wanted = std::to_string(tried.wanted);
+        EXPECT_EQ(CodeOfOpening(name, tried.wanted), tried.code) << TQString(tried.list).ToUtf8() << wanted;
+        EXPECT_EQ(RoleProcess("open-event", {name, wanted}).ExitCode(), static_cast<int>(tried.code))
+            << TQString(tried.list).ToUtf8() << wanted;
+    }
+}
+
+TEST_F(NamedObjects, GrantWithTheirHandlesWhatTheirDescriptorsDo) {
+    BYTEBuf block = Sarvek::SecDesc::FromText(L"D:(A;;0x100000;;;WD)").Block();
+    SECURITY_ATTRIBUTES attributes{sizeof attributes, block.Data(), FALSE};
+    const Owned made(CreateEventW(&attributes, TRUE, FALSE, Name()));
+    const Owned most(OpenEventW(MAXIMUM_ALLOWED, FALSE, Name()));
+    EXPECT_EQ(Poll(most), DWORD{WAIT_TIMEOUT});
+    EXPECT_FALSE(SetEvent(most));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+    EXPECT_FALSE(ManualEvent(false, Name())) << "who creates what is there asks for everything";
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
+}
 
 TEST_F(NamedObjects, AreOneObjectWithManyHandles) {
     const Owned created = ManualEvent(false, Name());

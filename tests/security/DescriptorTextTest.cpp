@@ -5,7 +5,6 @@
 
 #include <cctype>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -16,14 +15,6 @@ using Sarvek::SecACE;
 using Sarvek::SecACL;
 using Sarvek::SecDesc;
 using Kind = SecACE::Kind;
-
-std::vector<std::string> Fields(const std::string& line) {
-    std::vector<std::string> fields;
-    std::istringstream in(line + '\t');  // the last one may be empty
-    for (std::string field; std::getline(in, field, '\t');)
-        fields.push_back(field);
-    return fields;
-}
 
 // In memory of exactly that size, so that what is read behind it is noticed.
 std::vector<BYTE> FromHex(const std::string& text) {

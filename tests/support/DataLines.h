@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <gtest/gtest.h>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -17,6 +18,15 @@ inline std::vector<std::string> DataLines(const char* name) {
         if (!line.empty() && line[0] != '#') lines.push_back(line);
     EXPECT_FALSE(lines.empty()) << name;
     return lines;
+}
+
+// The parts of a line between its tabs, or between others.
+inline std::vector<std::string> Fields(const std::string& line, char between = '\t') {
+    std::vector<std::string> fields;
+    std::istringstream in(line + between);  // the last one may be empty
+    for (std::string field; std::getline(in, field, between);)
+        fields.push_back(field);
+    return fields;
 }
 
 }  // namespace Quellan::Corvel::Test

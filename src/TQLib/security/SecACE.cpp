@@ -25,20 +25,6 @@ constexpr std::size_t Unit = sizeof(DWORD);  // which the sizes of entries are m
 constexpr DWORD HasObjectType = 1;
 constexpr DWORD HasInheritedType = 2;
 
-DWORD NumberAt(Bytes bytes) noexcept {
-    DWORD number;
-    std::memcpy(&number, bytes.data(), sizeof number);
-    return number;
-}
-
-// The first `size` of the bytes, which then begin behind them; empty where there are fewer.
-Bytes TakeFront(Bytes& bytes, std::size_t size) noexcept {
-    if (bytes.size() < size) return {};
-    const Bytes taken = bytes.first(size);
-    bytes = bytes.subspan(size);
-    return taken;
-}
-
 Bytes BytesOf(const std::optional<SecObjectType>& type) noexcept {
     return type ? Bytes(*type) : Bytes();
 }
@@ -48,7 +34,7 @@ Bytes BytesOf(const SecID& id) noexcept {
 }
 
 EntryParts PartsOf(const SecACE& entry) noexcept {
-    return {.kind = entry.GetKind(),
+    return {.kind = static_cast<BYTE>(entry.GetKind()),
             .flags = entry.Flags(),
             .rights = entry.Rights(),
             .objectType = BytesOf(entry.ObjectType()),
@@ -101,66 +87,39 @@ void Append(BYTEBuf& block, Bytes bytes) {
 
 }  // namespace
 
-Bytes ReadIdentifier(Bytes bytes) noexcept {
-    constexpr std::size_t Head = 8;
-    if (bytes.size() < Head || bytes[0] != SID_REVISION || bytes[1] > SID_MAX_SUB_AUTHORITIES) return {};
-    return TakeFront(bytes, Head + bytes[1] * sizeof(DWORD));
-}
-
-std::optional<EntryParts> ReadEntry(Bytes bytes) noexcept {
-    ACE_HEADER head;
-    if (bytes.size() < sizeof head) return {};
-    std::memcpy(&head, bytes.data(), sizeof head);
-    if (head.AceSize < sizeof head || head.AceSize > bytes.size() || head.AceSize % Unit != 0) return {};
-    EntryParts parts;
-    parts.kind = static_cast<Kind>(head.AceType);
-    parts.flags = head.AceFlags;
-    parts.size = head.AceSize;
-    bytes = bytes.subspan(sizeof head, head.AceSize - sizeof head);
-    if (!SecACE::IsOpaque(parts.kind)) {
-        const Bytes rights = TakeFront(bytes, sizeof parts.rights);
-        if (rights.empty()) return {};
-        parts.rights = NumberAt(rights);
-        if (SecACE::HasObjectTypes(parts.kind)) {
-            const Bytes marks = TakeFront(bytes, sizeof(DWORD));
-            const DWORD given = marks.empty() ? ~DWORD{0} : NumberAt(marks);
-            if (given & ~(HasObjectType | HasInheritedType)) return {};
-            if (given & HasObjectType) parts.objectType = TakeFront(bytes, TypeSize);
-            if (given & HasInheritedType) parts.inheritedType = TakeFront(bytes, TypeSize);
-            if (parts.objectType.empty() != !(given & HasObjectType) ||
-                parts.inheritedType.empty() != !(given & HasInheritedType))
-                return {};
-        }
-        parts.id = ReadIdentifier(bytes);
-        if (parts.id.empty()) return {};
-        bytes = bytes.subspan(parts.id.size());
-    }
-    parts.data = bytes;
-    return parts;
-}
-
 bool AreSame(const SecACE& entry, const EntryParts& parts) noexcept {
     return Order(PartsOf(entry), parts) == 0;
 }
 
-bool SecACE::HasObjectTypes(Kind kind) noexcept {
+Kind KindWithoutTypes(Kind kind) noexcept {
     switch (kind) {
         case Kind::AllowObject:
+            return Kind::Allow;
         case Kind::DenyObject:
+            return Kind::Deny;
         case Kind::AuditObject:
+            return Kind::Audit;
         case Kind::AlarmObject:
+            return Kind::Alarm;
         case Kind::AllowCallbackObject:
+            return Kind::AllowCallback;
         case Kind::DenyCallbackObject:
+            return Kind::DenyCallback;
         case Kind::AuditCallbackObject:
+            return Kind::AuditCallback;
         case Kind::AlarmCallbackObject:
-            return true;
+            return Kind::AlarmCallback;
         default:
-            return false;
+            return kind;
     }
 }
 
+bool SecACE::HasObjectTypes(Kind kind) noexcept {
+    return Platform::HasObjectTypes(static_cast<BYTE>(kind));
+}
+
 bool SecACE::IsOpaque(Kind kind) noexcept {
-    return kind == Kind::AllowCompound || kind > Kind::AccessFilter;
+    return Platform::IsOpaqueKind(static_cast<BYTE>(kind));
 }
 
 SecACE::SecACE(const ACE_HEADER& entry) : SecACE(CheckedParts(entry)) {}
@@ -171,7 +130,7 @@ SecACE::SecACE(const EntryParts& parts)
       m_objectType(TypeOf(parts.objectType)),
       m_inheritedType(TypeOf(parts.inheritedType)),
       m_rights(parts.rights),
-      m_kind(parts.kind),
+      m_kind(static_cast<Kind>(parts.kind)),
       m_flags(parts.flags) {}
 
 SecACE::~SecACE() = default;
@@ -203,6 +162,12 @@ SecACE SecACE::WithRights(DWORD rights) const {
     return entry;
 }
 
+SecACE SecACE::WithFlags(BYTE flags) const {
+    SecACE entry(*this);
+    entry.m_flags = flags;
+    return entry;
+}
+
 bool SecACE::IsInherited() const noexcept {
     return m_flags & INHERITED_ACE;
 }
@@ -217,8 +182,7 @@ bool SecACE::IsAllowing() const noexcept {
 }
 
 bool SecACE::IsDenying() const noexcept {
-    return m_kind == Kind::Deny || m_kind == Kind::DenyObject || m_kind == Kind::DenyCallback ||
-           m_kind == Kind::DenyCallbackObject;
+    return Platform::IsDenyingKind(static_cast<BYTE>(m_kind));
 }
 
 std::size_t SecACE::Size() const noexcept {

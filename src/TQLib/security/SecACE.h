@@ -10,9 +10,11 @@
 #include <cstddef>
 #include <optional>
 
-namespace Quellan::Sarvek {
-
+namespace Quellan::Platform {
 struct EntryParts;
+}
+
+namespace Quellan::Sarvek {
 
 // The GUID of a kind of objects or of one of their properties, as its bytes lie in memory.
 using SecObjectType = std::array<BYTE, 16>;
@@ -94,6 +96,8 @@ class TQLIB_API SecACE {
     [[nodiscard]] SecACE WithData(const void* bytes, std::size_t size) const;
     // The same entry with other rights.
     [[nodiscard]] SecACE WithRights(DWORD rights) const;
+    // With other flags.
+    [[nodiscard]] SecACE WithFlags(BYTE flags) const;
 
     [[nodiscard]] Kind GetKind() const noexcept { return m_kind; }
     [[nodiscard]] const SecID& SID() const noexcept { return m_id; }
@@ -131,7 +135,7 @@ class TQLIB_API SecACE {
   private:
     friend class SecACL;
 
-    explicit SecACE(const EntryParts& parts);
+    explicit SecACE(const Platform::EntryParts& parts);
     void AppendTo(Corvel::BYTEBuf& block) const;
 
     SecID m_id;

@@ -20,20 +20,10 @@ using Kind = SecACE::Kind;
 
 // Calls `use` with the parts of each entry.
 void ForEachEntry(Bytes bytes, auto use) {
-    const auto invalid = [] { return TQSysException(ERROR_INVALID_ACL, L"SecACL::SecACL"); };
-    ACL head;
-    if (bytes.size() < sizeof head) throw invalid();
-    std::memcpy(&head, bytes.data(), sizeof head);
-    if (head.AclRevision < ACL_REVISION || head.AclRevision > ACL_REVISION_DS || head.AclSize < sizeof head ||
-        head.AclSize > bytes.size())
-        throw invalid();
-    bytes = bytes.subspan(sizeof head, head.AclSize - sizeof head);
-    for (unsigned i = 0; i < head.AceCount; ++i) {
-        const auto entry = ReadEntry(bytes);
-        if (!entry) throw invalid();
+    Platform::EntryReader reader(bytes);
+    while (const auto entry = reader.Next())
         use(*entry);
-        bytes = bytes.subspan(entry->size);
-    }
+    if (reader.IsDamaged()) throw TQSysException(ERROR_INVALID_ACL, L"SecACL::SecACL");
 }
 
 Bytes BytesOf(const ACL& list) noexcept {

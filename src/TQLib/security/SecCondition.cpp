@@ -1,5 +1,6 @@
 // Conditions of entries: as a text, and as the published bytes, in which operators follow what they concern.
 #include "TQLib/core/TQException.h"
+#include "TQLib/platform/AccessConditions.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/internal/SecurityText.h"
 #include "TQLib/text/memory/internal/Translated.h"
@@ -15,29 +16,16 @@ namespace Quellan::Sarvek {
 using Corvel::_TQwString;
 using Corvel::BYTEBuf;
 using Corvel::TQSysException;
+using Platform::ConditionSignature;
+using enum Platform::ConditionToken;
 
 namespace {
 
-constexpr BYTE Signature[] = {'a', 'r', 't', 'x'};
 // How deep parentheses and negations may be nested; a negation and the parenthesis behind it count as one.
 constexpr unsigned MostNested = 64;
 constexpr const wchar_t* TooDeep = L"a condition too deeply nested";
 
-enum Token : BYTE {
-    Padding = 0,
-    Int8 = 1,
-    Int64 = 4,
-    Utf16 = 0x10,
-    Octets = 0x18,
-    Composite = 0x50,
-    Identifier = 0x51,
-    And = 0xA0,
-    Or = 0xA1,
-    Not = 0xA2,
-    LocalAttribute = 0xF8
-};
-
-enum Sign : BYTE { Plus = 1, Minus = 2, NoSign = 3 };
+enum Sign : BYTE { Plus = 1, Minus = Platform::MinusSign, NoSign = 3 };
 enum Base : BYTE { Octal = 1, Decimal = 2, Hexadecimal = 3 };
 
 struct Operator {
@@ -47,27 +35,36 @@ struct Operator {
 
 // Of names with one beginning the longer one comes first.
 constexpr Operator Comparisons[] = {
-    {L"==", 0x80},           {L"!=", 0x81},         {L"<=", 0x83},       {L"<", 0x82},
-    {L">=", 0x85},           {L">", 0x84},          {L"Contains", 0x86}, {L"Any_of", 0x88},
-    {L"Not_Contains", 0x8E}, {L"Not_Any_of", 0x8F},
+    {L"==", EqualToken},
+    {L"!=", NotEqualToken},
+    {L"<=", LessOrEqualToken},
+    {L"<", LessToken},
+    {L">=", GreaterOrEqualToken},
+    {L">", GreaterToken},
+    {L"Contains", ContainsToken},
+    {L"Any_of", AnyOfToken},
+    {L"Not_Contains", NotContainsToken},
+    {L"Not_Any_of", NotAnyOfToken},
 };
 
 constexpr Operator Memberships[] = {
-    {L"Member_of_Any", 0x8B},
-    {L"Member_of", 0x89},
-    {L"Device_Member_of_Any", 0x8C},
-    {L"Device_Member_of", 0x8A},
-    {L"Not_Member_of_Any", 0x92},
-    {L"Not_Member_of", 0x90},
-    {L"Not_Device_Member_of_Any", 0x93},
-    {L"Not_Device_Member_of", 0x91},
+    {L"Member_of_Any", MemberOfAnyToken},
+    {L"Member_of", MemberOfToken},
+    {L"Device_Member_of_Any", DeviceMemberOfAnyToken},
+    {L"Device_Member_of", DeviceMemberOfToken},
+    {L"Not_Member_of_Any", NotMemberOfAnyToken},
+    {L"Not_Member_of", NotMemberOfToken},
+    {L"Not_Device_Member_of_Any", NotDeviceMemberOfAnyToken},
+    {L"Not_Device_Member_of", NotDeviceMemberOfToken},
 };
 
-constexpr Operator Existences[] = {{L"Exists", 0x87}, {L"Not_Exists", 0x8D}};
+constexpr Operator Existences[] = {{L"Exists", ExistsToken}, {L"Not_Exists", NotExistsToken}};
 
 // Where an attribute is looked for.
-constexpr Operator Sources[] = {
-    {L"@User.", 0xF9}, {L"@Resource.", 0xFA}, {L"@Device.", 0xFB}, {L"", LocalAttribute}};
+constexpr Operator Sources[] = {{L"@User.", UserAttributeToken},
+                                {L"@Resource.", ResourceAttributeToken},
+                                {L"@Device.", DeviceAttributeToken},
+                                {L"", LocalAttributeToken}};
 
 template <class Table>
 const Operator* ByToken(const Table& table, BYTE token) noexcept {
@@ -89,7 +86,7 @@ class ConditionReader {
     explicit ConditionReader(TextReader& reader) noexcept : m_reader(reader) {}
 
     BYTEBuf Read() {
-        m_bytes.Append(Signature, sizeof Signature);
+        m_bytes.Append(ConditionSignature, sizeof ConditionSignature);
         Group();
         return std::move(m_bytes);
     }
@@ -152,7 +149,7 @@ class ConditionReader {
         Conjunction();
         for (SkipBlanks(); m_reader.Take(L"||"); SkipBlanks()) {
             Conjunction();
-            Put(Or);
+            Put(OrToken);
         }
     }
 
@@ -160,7 +157,7 @@ class ConditionReader {
         Factor();
         for (SkipBlanks(); m_reader.Take(L"&&"); SkipBlanks()) {
             Factor();
-            Put(And);
+            Put(AndToken);
         }
     }
 
@@ -179,7 +176,7 @@ class ConditionReader {
             Term();
         }
         for (unsigned i = 0; i < negations; ++i)
-            Put(Not);
+            Put(NotToken);
         m_nested = outer;
     }
 
@@ -246,7 +243,7 @@ class ConditionReader {
     }
 
     void Values(auto value) {
-        PutWithLength(Composite, [&] {
+        PutWithLength(CompositeToken, [&] {
             m_reader.Skip(1);
             do {
                 SkipBlanks();
@@ -275,7 +272,7 @@ class ConditionReader {
 
     void TextValue() {
         m_reader.Skip(1);
-        PutWithLength(Utf16, [&] {
+        PutWithLength(Utf16Token, [&] {
             for (; m_reader.Peek() != L'"'; m_reader.Skip(1)) {
                 if (m_reader.IsAtEnd()) Refuse(L"no end of a text");
                 PutUtf16(m_reader.Peek());
@@ -286,7 +283,7 @@ class ConditionReader {
 
     void OctetValue() {
         m_reader.Skip(1);
-        PutWithLength(Octets, [&] {
+        PutWithLength(OctetsToken, [&] {
             for (; DigitOf(m_reader.Peek()) < 16; m_reader.Skip(2)) {
                 const unsigned low = DigitOf(m_reader.Peek(1));
                 if (low == 16) Refuse(L"half an octet");
@@ -297,7 +294,7 @@ class ConditionReader {
 
     void IdentifierValue() {
         if (!m_reader.Take(L"SID(")) Refuse(L"no identifier");
-        PutWithLength(Identifier, [&] {
+        PutWithLength(IdentifierToken, [&] {
             const SecID id = TakeIdentifier(m_reader);
             m_bytes.Append(static_cast<const BYTE*>(id.Address()), id.Length());
         });
@@ -319,7 +316,7 @@ class ConditionReader {
         ULONGLONG value =
             m_reader.TakeNumber(radix, sign == Minus ? Most + 1 : Most, ERROR_INVALID_ACL, L"no value");
         if (sign == Minus) value = 0 - value;
-        Put(Int64);
+        Put(Int64Token);
         PutNumber(value);
         Put(sign);
         Put(base);
@@ -335,11 +332,11 @@ class ConditionWriter {
     ConditionWriter(_TQwString& text, Bytes data) noexcept : m_text(text), m_bytes(data) {}
 
     void Write() {
-        if (m_bytes.size() < sizeof Signature ||
-            !std::ranges::equal(m_bytes.first(sizeof Signature), Signature))
+        if (m_bytes.size() < sizeof ConditionSignature ||
+            !std::ranges::equal(m_bytes.first(sizeof ConditionSignature), ConditionSignature))
             Refuse();
-        m_bytes = m_bytes.subspan(sizeof Signature);
-        while (!m_bytes.empty() && m_bytes[0] != Padding)
+        m_bytes = m_bytes.subspan(sizeof ConditionSignature);
+        while (!m_bytes.empty() && m_bytes[0] != PaddingToken)
             Push(m_bytes);
         if (m_open.size() != 1) Refuse();
         WriteInParentheses(m_open[0], 0);
@@ -368,18 +365,19 @@ class ConditionWriter {
     }
 
     static bool IsAttribute(BYTE token) noexcept {
-        return token >= LocalAttribute && token <= LocalAttribute + 3;
+        return token >= LocalAttributeToken && token <= DeviceAttributeToken;
     }
     static bool IsValue(BYTE token) noexcept {
-        return (token >= Int8 && token <= Int64) || token == Utf16 || token == Octets || token == Identifier;
+        return (token >= Int8Token && token <= Int64Token) || token == Utf16Token || token == OctetsToken ||
+               token == IdentifierToken;
     }
 
     // A value or an attribute.
     static Node TakeLeaf(Bytes& bytes) {
         constexpr std::size_t NumberSize = sizeof(LONGLONG) + 2;
         const BYTE token = Take(bytes, 1)[0];
-        if (token >= Int8 && token <= Int64) return {token, Take(bytes, NumberSize), 0, 0};
-        if (!IsValue(token) && !IsAttribute(token) && token != Composite) Refuse();
+        if (token >= Int8Token && token <= Int64Token) return {token, Take(bytes, NumberSize), 0, 0};
+        if (!IsValue(token) && !IsAttribute(token) && token != CompositeToken) Refuse();
         return {token, TakeWithLength(bytes), 0, 0};
     }
 
@@ -394,11 +392,11 @@ class ConditionWriter {
     void Push(Bytes& bytes) {
         const BYTE token = bytes[0];
         Node node{token, {}, 0, 0};
-        if (token == And || token == Or || ByToken(Comparisons, token)) {
+        if (token == AndToken || token == OrToken || ByToken(Comparisons, token)) {
             Take(bytes, 1);
             node.right = Pop();
             node.left = Pop();
-        } else if (token == Not || ByToken(Memberships, token) || ByToken(Existences, token)) {
+        } else if (token == NotToken || ByToken(Memberships, token) || ByToken(Existences, token)) {
             Take(bytes, 1);
             node.left = Pop();
         } else {
@@ -411,9 +409,9 @@ class ConditionWriter {
     // `nested` parentheses stand around it.
     void WriteNode(std::size_t index, unsigned nested) {
         const Node& node = m_nodes[index];
-        if (node.token == And || node.token == Or) {
+        if (node.token == AndToken || node.token == OrToken) {
             WriteChain(index, nested);
-        } else if (node.token == Not) {
+        } else if (node.token == NotToken) {
             m_text += L'!';
             WriteInParentheses(node.left, nested);
         } else if (const Operator* const comparison = ByToken(Comparisons, node.token)) {
@@ -447,14 +445,14 @@ class ConditionWriter {
             sides.push_back(m_nodes[index].right);
         WriteSide(index, token, nested);
         for (auto side = sides.rbegin(); side != sides.rend(); ++side) {
-            m_text += token == And ? L" && " : L" || ";
+            m_text += token == AndToken ? L" && " : L" || ";
             WriteSide(*side, token, nested);
         }
     }
 
     void WriteSide(std::size_t index, BYTE chain, unsigned nested) {
         const BYTE token = m_nodes[index].token;
-        if (token == Or || token == chain)
+        if (token == OrToken || token == chain)
             WriteInParentheses(index, nested);
         else
             WriteNode(index, nested);
@@ -482,13 +480,13 @@ class ConditionWriter {
 
     void WriteIdentifiers(const Node& node) {
         WriteValues(node, [this](const Node& value) {
-            if (value.token != Identifier) Refuse();
+            if (value.token != IdentifierToken) Refuse();
             WriteValue(value);
         });
     }
 
     void WriteValues(const Node& node, auto write) {
-        if (node.token != Composite) {
+        if (node.token != CompositeToken) {
             write(node);
             return;
         }
@@ -504,19 +502,19 @@ class ConditionWriter {
     }
 
     void WriteValue(const Node& node) {
-        if (node.token == Utf16) {
+        if (node.token == Utf16Token) {
             WriteText(node.content);
-        } else if (node.token == Octets) {
+        } else if (node.token == OctetsToken) {
             m_text += L'#';
             for (const BYTE octet : node.content)
                 m_text.AppendFormat(L"%02x", octet);
-        } else if (node.token == Identifier) {
+        } else if (node.token == IdentifierToken) {
             const Bytes id = ReadIdentifier(node.content);
             if (id.empty() || id.size() != node.content.size()) Refuse();
             m_text += L"SID(";
             AppendIdentifier(m_text, id);
             m_text += L')';
-        } else if (node.token >= Int8 && node.token <= Int64) {
+        } else if (node.token >= Int8Token && node.token <= Int64Token) {
             WriteNumber(node.content);
         } else {
             Refuse();

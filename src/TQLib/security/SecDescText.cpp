@@ -144,24 +144,6 @@ std::optional<SecObjectType> TakeObjectType(TextReader& reader) {
     return type;
 }
 
-// Entries of kinds with object types that have none are written like those of kinds without.
-Kind KindWithoutTypes(Kind kind) {
-    switch (kind) {
-        case Kind::AllowObject:
-            return Kind::Allow;
-        case Kind::DenyObject:
-            return Kind::Deny;
-        case Kind::AuditObject:
-            return Kind::Audit;
-        case Kind::AlarmObject:
-            return Kind::Alarm;
-        case Kind::AllowCallbackObject:
-            return Kind::AllowCallback;
-        default:
-            return kind;
-    }
-}
-
 // Behind its opening parenthesis.
 SecACE TakeEntry(TextReader& reader) {
     const auto next = [&] { reader.Need(L';', ERROR_INVALID_ACL, L"no semicolon"); };

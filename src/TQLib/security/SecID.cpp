@@ -248,7 +248,8 @@ SecID SecID::MachDomainSID() {
 bool SecID::UserIsAdmin(bool withDenied) {
     bool isAdmin = false;
     TQSecThreadToken::ProcImpersonate([&] {
-        const TokenInformation information(OpenOwnToken(), TokenGroups);
+        const TokenHandle own = OpenOwnToken();
+        const TokenInformation information(own.Get(), TokenGroups);
         const auto& token = information.As<TOKEN_GROUPS>();
         const SecID administrators(WinBuiltinAdministratorsSid);
         const DWORD wanted = SE_GROUP_ENABLED | (withDenied ? SE_GROUP_USE_FOR_DENY_ONLY : 0);

@@ -14,9 +14,9 @@ TokenHandle OpenOwnToken() {
     return token;
 }
 
-TokenInformation::TokenInformation(const TokenHandle& token, TOKEN_INFORMATION_CLASS type) {
+TokenInformation::TokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS type) {
     DWORD size = 0;
-    while (!GetTokenInformation(token.Get(), type, m_memory.data(), size, &size)) {
+    while (!GetTokenInformation(token, type, m_memory.data(), size, &size)) {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER)
             TQSysException::ThrowLastError(L"GetTokenInformation");
         Corvel::Translated(L"TokenInformation",

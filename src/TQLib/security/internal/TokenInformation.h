@@ -18,7 +18,7 @@ TokenHandle OpenOwnToken();
 // Information of variable size, in memory that is aligned for every structure of it.
 class TokenInformation {
   public:
-    TokenInformation(const TokenHandle& token, TOKEN_INFORMATION_CLASS type);
+    TokenInformation(HANDLE token, TOKEN_INFORMATION_CLASS type);
 
     template <class T>
     const T& As() const noexcept {

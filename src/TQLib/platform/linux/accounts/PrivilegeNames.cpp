@@ -10,42 +10,50 @@ namespace Quellan::Platform {
 
 namespace {
 
+using Holder = Privilege::Holder;
+
+constexpr std::uint64_t All(auto... capabilities) noexcept {
+    return ((std::uint64_t{1} << capabilities) | ...);
+}
+
+// A privilege has the capabilities without which its holder could not do what it is for. Root's are those of which
+// the kernel guards nothing, or that its nearest capability would exceed by far.
 constexpr auto KnownPrivileges = std::to_array<Privilege>({
-    {2, L"SeCreateTokenPrivilege", Privilege::Nobody},
-    {3, L"SeAssignPrimaryTokenPrivilege", CAP_SETUID},
-    {4, L"SeLockMemoryPrivilege", CAP_IPC_LOCK},
-    {5, L"SeIncreaseQuotaPrivilege", CAP_SYS_RESOURCE},
-    {6, L"SeMachineAccountPrivilege", Privilege::Nobody},
-    {7, L"SeTcbPrivilege", CAP_SYS_ADMIN},
-    {8, L"SeSecurityPrivilege", CAP_AUDIT_CONTROL},
-    {9, L"SeTakeOwnershipPrivilege", CAP_CHOWN},
-    {10, L"SeLoadDriverPrivilege", CAP_SYS_MODULE},
-    {11, L"SeSystemProfilePrivilege", CAP_PERFMON},
-    {12, L"SeSystemtimePrivilege", CAP_SYS_TIME},
-    {13, L"SeProfileSingleProcessPrivilege", CAP_PERFMON},
-    {14, L"SeIncreaseBasePriorityPrivilege", CAP_SYS_NICE},
-    {15, L"SeCreatePagefilePrivilege", CAP_SYS_ADMIN},
-    {16, L"SeCreatePermanentPrivilege", Privilege::Nobody},
-    {17, L"SeBackupPrivilege", CAP_DAC_READ_SEARCH},
-    {18, L"SeRestorePrivilege", CAP_DAC_OVERRIDE},
-    {19, L"SeShutdownPrivilege", CAP_SYS_BOOT},
-    {20, L"SeDebugPrivilege", CAP_SYS_PTRACE},
-    {21, L"SeAuditPrivilege", CAP_AUDIT_WRITE},
-    {22, L"SeSystemEnvironmentPrivilege", CAP_SYS_ADMIN},
-    {23, L"SeChangeNotifyPrivilege", Privilege::Everybody},
-    {24, L"SeRemoteShutdownPrivilege", CAP_SYS_BOOT},
-    {25, L"SeUndockPrivilege", Privilege::Nobody},
-    {26, L"SeSyncAgentPrivilege", Privilege::Nobody},
-    {27, L"SeEnableDelegationPrivilege", Privilege::Nobody},
-    {28, L"SeManageVolumePrivilege", CAP_SYS_ADMIN},
-    {29, L"SeImpersonatePrivilege", CAP_SETUID},
-    {30, L"SeCreateGlobalPrivilege", Privilege::Everybody},
-    {31, L"SeTrustedCredManAccessPrivilege", Privilege::Nobody},
-    {32, L"SeRelabelPrivilege", CAP_MAC_ADMIN},
-    {33, L"SeIncreaseWorkingSetPrivilege", Privilege::Everybody},
-    {34, L"SeTimeZonePrivilege", CAP_SYS_TIME},
-    {35, L"SeCreateSymbolicLinkPrivilege", Privilege::Everybody},
-    {36, L"SeDelegateSessionUserImpersonatePrivilege", Privilege::Nobody},
+    {2, L"SeCreateTokenPrivilege", Holder::Nobody},
+    {3, L"SeAssignPrimaryTokenPrivilege", Holder::ByCapabilities, All(CAP_SETUID, CAP_SETGID)},
+    {4, L"SeLockMemoryPrivilege", Holder::ByCapabilities, All(CAP_IPC_LOCK)},
+    {5, L"SeIncreaseQuotaPrivilege", Holder::ByCapabilities, All(CAP_SYS_RESOURCE)},
+    {6, L"SeMachineAccountPrivilege", Holder::Nobody},
+    {7, L"SeTcbPrivilege", Holder::Root},
+    {8, L"SeSecurityPrivilege", Holder::Root},
+    {9, L"SeTakeOwnershipPrivilege", Holder::ByCapabilities, All(CAP_CHOWN)},
+    {10, L"SeLoadDriverPrivilege", Holder::ByCapabilities, All(CAP_SYS_MODULE)},
+    {11, L"SeSystemProfilePrivilege", Holder::ByCapabilities, All(CAP_PERFMON)},
+    {12, L"SeSystemtimePrivilege", Holder::ByCapabilities, All(CAP_SYS_TIME)},
+    {13, L"SeProfileSingleProcessPrivilege", Holder::ByCapabilities, All(CAP_PERFMON)},
+    {14, L"SeIncreaseBasePriorityPrivilege", Holder::ByCapabilities, All(CAP_SYS_NICE)},
+    {15, L"SeCreatePagefilePrivilege", Holder::ByCapabilities, All(CAP_SYS_ADMIN)},
+    {16, L"SeCreatePermanentPrivilege", Holder::Nobody},
+    {17, L"SeBackupPrivilege", Holder::ByCapabilities, All(CAP_DAC_READ_SEARCH)},
+    {18, L"SeRestorePrivilege", Holder::ByCapabilities, All(CAP_DAC_OVERRIDE, CAP_CHOWN, CAP_FOWNER)},
+    {19, L"SeShutdownPrivilege", Holder::ByCapabilities, All(CAP_SYS_BOOT)},
+    {20, L"SeDebugPrivilege", Holder::ByCapabilities, All(CAP_SYS_PTRACE)},
+    {21, L"SeAuditPrivilege", Holder::ByCapabilities, All(CAP_AUDIT_WRITE)},
+    {22, L"SeSystemEnvironmentPrivilege", Holder::ByCapabilities, All(CAP_SYS_ADMIN)},
+    {23, L"SeChangeNotifyPrivilege", Holder::Everybody},
+    {24, L"SeRemoteShutdownPrivilege", Holder::Root},
+    {25, L"SeUndockPrivilege", Holder::Nobody},
+    {26, L"SeSyncAgentPrivilege", Holder::Nobody},
+    {27, L"SeEnableDelegationPrivilege", Holder::Nobody},
+    {28, L"SeManageVolumePrivilege", Holder::ByCapabilities, All(CAP_SYS_ADMIN)},
+    {29, L"SeImpersonatePrivilege", Holder::ByCapabilities, All(CAP_SETUID, CAP_SETGID)},
+    {30, L"SeCreateGlobalPrivilege", Holder::Everybody},
+    {31, L"SeTrustedCredManAccessPrivilege", Holder::Nobody},
+    {32, L"SeRelabelPrivilege", Holder::Root},
+    {33, L"SeIncreaseWorkingSetPrivilege", Holder::Everybody},
+    {34, L"SeTimeZonePrivilege", Holder::Root},
+    {35, L"SeCreateSymbolicLinkPrivilege", Holder::Everybody},
+    {36, L"SeDelegateSessionUserImpersonatePrivilege", Holder::Nobody},
 });
 
 constexpr const wchar_t* LogonRights[] = {
@@ -101,6 +109,11 @@ std::span<const Privilege> Privileges() noexcept {
     return KnownPrivileges;
 }
 
+const Privilege* FindPrivilege(const LUID& value) noexcept {
+    const auto found = std::ranges::find(KnownPrivileges, value.LowPart, &Privilege::number);
+    return value.HighPart != 0 || found == KnownPrivileges.end() ? nullptr : &*found;
+}
+
 const Privilege* FindPrivilege(std::wstring_view name) noexcept {
     const auto found = std::ranges::find_if(
         KnownPrivileges, [&](const Privilege& known) { return CompareOrdinal(known.name, name, true) == 0; });
@@ -118,14 +131,43 @@ std::string_view DefaultAccountRights() noexcept {
     return Defaults;
 }
 
-std::uint64_t PrivilegesOf(std::uint64_t capabilities) noexcept {
-    std::uint64_t held = 0;
-    for (const Privilege& known : KnownPrivileges) {
-        const bool isHeld = known.capability == Privilege::Everybody ||
-                            (known.capability >= 0 && capabilities >> known.capability & 1);
-        if (isHeld) held |= std::uint64_t{1} << known.number;
-    }
-    return held;
+Powers::Powers(DWORD user, const Capabilities& capabilities) noexcept : m_capabilities(capabilities) {
+    for (const Privilege& known : KnownPrivileges)
+        if (known.holder == Holder::Everybody || (known.holder == Holder::Root && user == 0))
+            m_held |= All(known.number);
+    m_enabled = m_held;
+}
+
+bool Powers::Holds(const Privilege& privilege) const noexcept {
+    if (privilege.holder != Holder::ByCapabilities) return (m_held & All(privilege.number)) != 0;
+    return (privilege.capabilities & ~m_capabilities.permitted) == 0;
+}
+
+bool Powers::Enables(const Privilege& privilege) const noexcept {
+    if (privilege.holder != Holder::ByCapabilities) return (m_enabled & All(privilege.number)) != 0;
+    return (privilege.capabilities & ~m_capabilities.effective) == 0;
+}
+
+void Powers::Enable(const Privilege& privilege) noexcept {
+    if (privilege.holder == Holder::ByCapabilities)
+        m_capabilities.effective |= privilege.capabilities;
+    else
+        m_enabled |= All(privilege.number);
+}
+
+void Powers::Disable(const Privilege& privilege) noexcept {
+    if (privilege.holder == Holder::ByCapabilities)
+        m_capabilities.effective &= ~privilege.capabilities;
+    else
+        m_enabled &= ~All(privilege.number);
+}
+
+void Powers::Remove(const Privilege& privilege) noexcept {
+    Disable(privilege);
+    if (privilege.holder == Holder::ByCapabilities)
+        m_capabilities.permitted &= ~privilege.capabilities;
+    else
+        m_held &= ~All(privilege.number);
 }
 
 }  // namespace Quellan::Platform

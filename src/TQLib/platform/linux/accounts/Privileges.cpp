@@ -22,14 +22,12 @@ BOOL LookupPrivilegeNameW(const wchar_t* system, LUID* privilege, wchar_t* name,
     if (DWORD code = FaultDue("LookupPrivilegeNameW")) return Fail(code, FALSE);
     if (!IsThisMachine(system)) return Fail(RPC_S_SERVER_UNAVAILABLE, FALSE);
     if (!privilege || !size) return Fail(ERROR_INVALID_PARAMETER, FALSE);
-    for (const Privilege& known : Privileges()) {
-        if (known.number != privilege->LowPart || privilege->HighPart != 0) continue;
-        const std::wstring_view text = known.name;
-        const bool fits = name && CopyOut(text, name, *size);
-        *size = static_cast<DWORD>(fits ? text.size() : text.size() + 1);
-        return fits ? TRUE : Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
-    }
-    return Fail(ERROR_NO_SUCH_PRIVILEGE, FALSE);
+    const Privilege* const found = FindPrivilege(*privilege);
+    if (!found) return Fail(ERROR_NO_SUCH_PRIVILEGE, FALSE);
+    const std::wstring_view text = found->name;
+    const bool fits = name && CopyOut(text, name, *size);
+    *size = static_cast<DWORD>(fits ? text.size() : text.size() + 1);
+    return fits ? TRUE : Fail(ERROR_INSUFFICIENT_BUFFER, FALSE);
 }
 
 }  // namespace Quellan::Platform

@@ -27,6 +27,8 @@ inline constexpr DWORD MAX_PATH = 260;
 // Rights to objects of every kind.
 inline constexpr DWORD DELETE = 0x00010000;
 inline constexpr DWORD READ_CONTROL = 0x00020000;
+inline constexpr DWORD WRITE_DAC = 0x00040000;
+inline constexpr DWORD WRITE_OWNER = 0x00080000;
 inline constexpr DWORD SYNCHRONIZE = 0x00100000;
 inline constexpr DWORD STANDARD_RIGHTS_REQUIRED = 0x000F0000;
 

@@ -7,6 +7,7 @@
 // `shared_ptr` of its own.
 #pragma once
 
+#include "TQLib/platform/GenericRights.h"
 #include "TQLib/platform/linux/base/Base.h"
 #include "TQLib/platform/linux/base/Errors.h"
 #include "TQLib/platform/linux/base/SignalWords.h"
@@ -20,22 +21,9 @@
 
 namespace Quellan::Platform {
 
-// What generic rights stand for. `all` are the rights there are.
-struct GenericRights {
-    DWORD read = 0;
-    DWORD write = 0;
-    DWORD execute = 0;
-    DWORD all = 0;
-};
-
 // `access` with the rights that its generic ones and MAXIMUM_ALLOWED stand for in their place.
 constexpr DWORD MapRights(const GenericRights& rights, DWORD access) noexcept {
-    const DWORD mapped = (access & GENERIC_READ ? rights.read : 0) |
-                         (access & GENERIC_WRITE ? rights.write : 0) |
-                         (access & GENERIC_EXECUTE ? rights.execute : 0) |
-                         (access & (GENERIC_ALL | MAXIMUM_ALLOWED) ? rights.all : 0);
-    return mapped |
-           (access & ~(GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL | MAXIMUM_ALLOWED));
+    return MapGenericRights(rights, access & ~MAXIMUM_ALLOWED) | (access & MAXIMUM_ALLOWED ? rights.all : 0);
 }
 
 // What all objects of one kind have in common. Each kind is one constexpr record, told from the others by its

@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <linux/capability.h>
 #include <optional>
 #include <sys/prctl.h>
@@ -27,7 +28,7 @@ struct KnownUsers {
 TQ_THERE_WITH_THREAD constinit thread_local KnownUsers t_users{};
 
 struct Impersonation {
-    Identity identity;
+    std::shared_ptr<const Identity> identity;
     std::shared_ptr<const OwnIdentity> own;
 };
 
@@ -44,6 +45,7 @@ struct ThreadImpersonation : std::optional<Impersonation> {
 thread_local ThreadImpersonation t_impersonation;
 
 constexpr DWORD Unchanged = ~DWORD{0};
+constexpr std::uint64_t AllCapabilities = ~std::uint64_t{0};
 
 struct Ids {
     DWORD real;
@@ -101,12 +103,20 @@ struct CapabilityData {
     }
 };
 
-bool SetEffectiveCapabilities(std::uint64_t capabilities) noexcept {
+bool SetCapabilities(const Capabilities& capabilities) noexcept {
     CapabilityData data;
-    if (data.Effective() == capabilities) return true;
-    data.words[0].effective = static_cast<std::uint32_t>(capabilities);
-    data.words[1].effective = static_cast<std::uint32_t>(capabilities >> 32);
+    if (data.Effective() == capabilities.effective && data.Permitted() == capabilities.permitted) return true;
+    for (unsigned i = 0; i < std::size(data.words); ++i) {
+        data.words[i].effective = static_cast<std::uint32_t>(capabilities.effective >> 32 * i);
+        data.words[i].permitted = static_cast<std::uint32_t>(capabilities.permitted >> 32 * i);
+    }
     return syscall(SYS_capset, &data.header, data.words) == 0;
+}
+
+// Those of them that are permitted.
+bool SetEffectiveCapabilities(std::uint64_t capabilities) noexcept {
+    const std::uint64_t permitted = CapabilityData().Permitted();
+    return SetCapabilities({capabilities & permitted, permitted});
 }
 
 // The kernel stops dumps and debuggers of a process whose ids change, for good.
@@ -116,12 +126,9 @@ bool WasDumpable() noexcept {
 }
 
 DWORD PutOn(const Identity& identity, const OwnIdentity& own) noexcept {
-    // The kernel drops the capabilities of user 0 with him, but nobody else's.
-    const bool keepsCapabilities = identity.user == UserIds().saved || identity.user == 0;
     WasDumpable();
-    if (own.GroupsAreOthers() && !SetGroups(identity.groups)) return CodeFromErrno(errno);
-    if (SetGroup(identity.group) && SetUser(identity.user) &&
-        (keepsCapabilities || SetEffectiveCapabilities(0)))
+    if (identity.groups != own.Groups() && !SetGroups(identity.groups)) return CodeFromErrno(errno);
+    if (SetGroup(identity.group) && SetUser(identity.user) && SetEffectiveCapabilities(identity.capabilities))
         return ERROR_SUCCESS;
     const DWORD code = CodeFromErrno(errno);
     own.PutOn();
@@ -131,15 +138,23 @@ DWORD PutOn(const Identity& identity, const OwnIdentity& own) noexcept {
 }  // namespace
 
 void OwnIdentity::PutOn() const noexcept {
-    const bool done = SetUser(UserIds().saved) && SetEffectiveCapabilities(m_capabilities) &&
-                      SetGroup(GroupIds().saved) && (!m_groupsAreOthers || SetGroups(m_groups));
+    // Groups need a capability that the process may hold and not use at the moment.
+    const bool done =
+        SetUser(UserIds().saved) && SetGroup(GroupIds().saved) &&
+        (!m_groupsAreOthers || (SetEffectiveCapabilities(AllCapabilities) && SetGroups(m_groups))) &&
+        SetEffectiveCapabilities(m_capabilities);
     if (!done) std::abort();
     if (WasDumpable()) prctl(PR_SET_DUMPABLE, 1);
 }
 
 Identity ProcessIdentity() {
     return {UserIds().saved, GroupIds().saved,
-            t_impersonation ? t_impersonation->own->Groups() : SupplementaryGroups()};
+            t_impersonation ? t_impersonation->own->Groups() : SupplementaryGroups(),
+            ProcessCapabilities().effective};
+}
+
+Identity ActingIdentity() {
+    return {UserIds().effective, GroupIds().effective, SupplementaryGroups(), CapabilityData().Effective()};
 }
 
 // Ids that are all the same stay what they are for a thread without the right to choose others, and rights that
@@ -166,21 +181,31 @@ Capabilities ProcessCapabilities() noexcept {
             data.Permitted()};
 }
 
-DWORD ActAs(const Identity* identity) {
-    std::optional<Impersonation> next;
-    if (identity) {
-        std::vector<DWORD> groups = ProcessIdentity().groups;
-        const bool groupsAreOthers = groups != identity->groups;
-        next = {*identity, std::make_shared<const OwnIdentity>(
-                               std::move(groups), ProcessCapabilities().effective, groupsAreOthers)};
+DWORD SetProcessCapabilities(const Capabilities& capabilities) noexcept {
+    if (t_impersonation) return ERROR_NOT_SUPPORTED;
+    return SetCapabilities(capabilities) ? ERROR_SUCCESS : ERROR_PRIVILEGE_NOT_HELD;
+}
+
+DWORD ActAs(std::shared_ptr<const Identity> identity) {
+    // What the thread gets back is found out once. With others' groups it also serves somebody of the own ones.
+    std::shared_ptr<const OwnIdentity> own = t_impersonation ? t_impersonation->own : nullptr;
+    const auto serves = [&] { return own->GroupsAreOthers() || identity->groups == own->Groups(); };
+    if (identity && (!own || !serves())) {
+        Identity process = ProcessIdentity();
+        const bool groupsAreOthers = identity->groups != process.groups;
+        own = std::make_shared<const OwnIdentity>(std::move(process.groups), process.capabilities,
+                                                  groupsAreOthers);
     }
     if (t_impersonation) t_impersonation->own->PutOn();
-    const DWORD code = next ? PutOn(next->identity, *next->own) : ERROR_SUCCESS;
+    const DWORD code = identity ? PutOn(*identity, *own) : DWORD{ERROR_SUCCESS};
     if (code == ERROR_SUCCESS) {
-        t_users.isActing = next.has_value();
-        t_users.acting = next ? next->identity.user : 0;
-        t_impersonation = std::move(next);
-    } else if (t_impersonation && PutOn(t_impersonation->identity, *t_impersonation->own) != ERROR_SUCCESS)
+        t_users.isActing = identity != nullptr;
+        t_users.acting = identity ? identity->user : 0;
+        if (identity)
+            t_impersonation = Impersonation{std::move(identity), std::move(own)};
+        else
+            t_impersonation.reset();
+    } else if (t_impersonation && PutOn(*t_impersonation->identity, *t_impersonation->own) != ERROR_SUCCESS)
         std::abort();
     return code == ERROR_ACCESS_DENIED ? ERROR_PRIVILEGE_NOT_HELD : code;
 }

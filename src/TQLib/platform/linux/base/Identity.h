@@ -16,7 +16,8 @@ namespace Quellan::Platform {
 struct Identity {
     DWORD user = 0;
     DWORD group = 0;
-    std::vector<DWORD> groups;  // the supplementary ones
+    std::vector<DWORD> groups;       // the supplementary ones
+    std::uint64_t capabilities = 0;  // the effective ones
 
     bool operator==(const Identity&) const = default;
 };
@@ -44,7 +45,10 @@ class OwnIdentity {
 // The process's own, whomever the calling thread impersonates. May throw std::bad_alloc.
 Identity ProcessIdentity();
 
-// Its user alone. The kernel is asked where he may have changed since the thread asked last.
+// As whom the calling thread acts. May throw std::bad_alloc.
+Identity ActingIdentity();
+
+// The process's user alone. The kernel is asked where he may have changed since the thread asked last.
 DWORD ProcessUser() noexcept;
 // Of whom the calling thread impersonates, or the process's own.
 DWORD ActingUser() noexcept;
@@ -52,14 +56,22 @@ DWORD ActingUser() noexcept;
 struct Capabilities {
     std::uint64_t effective;
     std::uint64_t permitted;
+
+    bool operator==(const Capabilities&) const = default;
 };
 // The process's own too.
 Capabilities ProcessCapabilities() noexcept;
 
-// Makes the calling thread act as somebody, or with null as the process itself. 1314
-// (ERROR_PRIVILEGE_NOT_HELD) without the capabilities for it, with nothing changed. May throw
-// std::bad_alloc, with nothing changed.
-DWORD ActAs(const Identity* identity);
+// Gives the calling thread, and those that it makes from now on, other capabilities: of the permitted ones, which
+// it never gets back once they are gone, and of the effective ones among them. 50 (ERROR_NOT_SUPPORTED) for a
+// thread that impersonates somebody, 1314 (ERROR_PRIVILEGE_NOT_HELD) for what is not permitted.
+DWORD SetProcessCapabilities(const Capabilities& capabilities) noexcept;
+
+// Makes the calling thread act as somebody, with those of his capabilities that the process is permitted, or with
+// null as the process itself. 1314 (ERROR_PRIVILEGE_NOT_HELD) without the capabilities for it, with nothing
+// changed. May throw std::bad_alloc, with nothing changed; never for null and for one as whom the thread has acted
+// since it last was the process itself.
+DWORD ActAs(std::shared_ptr<const Identity> identity);
 
 // What a thread that the caller makes has to put on before it does anything; null where it has that already.
 std::shared_ptr<const OwnIdentity> OwnIdentityForNewThread() noexcept;

@@ -17,6 +17,8 @@ namespace Quellan::Platform {
 inline constexpr DWORD FILE_READ_DATA = 0x0001;
 inline constexpr DWORD FILE_WRITE_DATA = 0x0002;
 inline constexpr DWORD FILE_APPEND_DATA = 0x0004;
+inline constexpr DWORD FILE_WRITE_EA = 0x0010;
+inline constexpr DWORD FILE_DELETE_CHILD = 0x0040;
 inline constexpr DWORD FILE_READ_ATTRIBUTES = 0x0080;
 inline constexpr DWORD FILE_WRITE_ATTRIBUTES = 0x0100;
 

@@ -1,14 +1,10 @@
 #include "TQLib/platform/linux/objects/NamedObjects.h"
 
+#include "TQLib/platform/linux/accounts/CallerAccess.h"
 #include "TQLib/platform/linux/base/Errno.h"
 #include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/State.h"
 #include "TQLib/platform/linux/base/Wide.h"
-#include "TQLib/platform/linux/files/FileSecurity.h"
-#include "TQLib/platform/linux/files/Files.h"
-#include "TQLib/platform/linux/objects/Events.h"
-#include "TQLib/platform/linux/objects/Mutexes.h"
-#include "TQLib/platform/linux/objects/Semaphores.h"
 
 #include <map>
 #include <sys/stat.h>
@@ -127,8 +123,17 @@ DWORD FindFolder(KnownObjects& registry, bool global, const SharedFolder*& folde
     return ERROR_SUCCESS;
 }
 
-DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
-                MakeWaitable make, std::shared_ptr<Waitable>& object) {
+// What the caller gets of the rights that he wants to an object that was there.
+DWORD Admit(const Waitable& object, const GenericRights& rights, DWORD& access) {
+    const std::vector<BYTE>& descriptor = object.Shared()->Security();
+    if (!descriptor.empty()) return CheckCaller(descriptor, rights, access, access);
+    access = MapRights(rights, access);
+    return ERROR_SUCCESS;
+}
+
+DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind, const GenericRights& rights,
+                const SharedSetup* setup, MakeWaitable make, DWORD& access,
+                std::shared_ptr<Waitable>& object) {
     KnownObjects& registry = KnownObjects::Instance();
     const Guard lock(registry.lock);
     const SharedFolder* folder = nullptr;
@@ -136,17 +141,20 @@ DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind
     registry.Prune();
     auto& known = registry.objects[{folder, file}];
     object = known.lock();
-    if (object) {
-        if (object->Shared()->Kind() == kind) return ERROR_ALREADY_EXISTS;
-        object.reset();
-        return ERROR_INVALID_HANDLE;
+    DWORD code = object && object->Shared()->Kind() != kind ? ERROR_INVALID_HANDLE : ERROR_ALREADY_EXISTS;
+    if (!object) {
+        std::unique_ptr<SharedObject> shared;
+        code = SharedObject::Open(*folder, file, name.text, kind, setup, shared);
+        if (!shared) return code;
+        object = make(std::move(shared));
+        if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
+        known = object;
     }
-    std::unique_ptr<SharedObject> shared;
-    const DWORD code = SharedObject::Open(*folder, file, name.text, kind, setup, shared);
-    if (!shared) return code;
-    object = make(std::move(shared));
-    if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
-    known = object;
+    if (code == ERROR_SUCCESS)
+        access = rights.all;
+    else if (code == ERROR_ALREADY_EXISTS)
+        if (DWORD refused = Admit(*object, rights, access)) code = refused;
+    if (code != ERROR_SUCCESS && code != ERROR_ALREADY_EXISTS) object.reset();
     return code;
 }
 
@@ -154,26 +162,8 @@ const ForkPart g_nameForkPart(ForkOrder::NamedObjects, &KnownObjects::Hold, &Kno
 
 }  // namespace
 
-DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode) {
-    // Whoever waits for an object changes it, and memory that is written is read: there is one right.
-    constexpr DWORD AnyRight = SYNCHRONIZE | EVENT_MODIFY_STATE | MUTEX_MODIFY_STATE |
-                               SEMAPHORE_MODIFY_STATE | GENERIC_ALL | GENERIC_EXECUTE | GENERIC_WRITE;
-    mode = 0600;
-    if (!attributes || !attributes->lpSecurityDescriptor) return ERROR_SUCCESS;
-    FileSecurity given;
-    if (DWORD code = ReadDescriptor(attributes->lpSecurityDescriptor, given)) return code;
-    if (!given.hasList) return ERROR_SUCCESS;
-    if (given.list)
-        for (AccessEntry& entry : *given.list)
-            entry.mask = entry.mask & AnyRight ? GENERIC_READ | GENERIC_WRITE : 0;
-    mode_t bits;
-    if (DWORD code = ModeOf(given, geteuid(), getegid(), bits)) return code;
-    for (const mode_t both : {mode_t{S_IRGRP | S_IWGRP}, mode_t{S_IROTH | S_IWOTH}})
-        if ((bits & both) == both) mode |= both;
-    return ERROR_SUCCESS;
-}
-
-DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
+DWORD OpenNamed(std::wstring_view given, SharedKind kind, const GenericRights& rights,
+                const SharedSetup* setup, MakeWaitable make, DWORD& access,
                 std::shared_ptr<Waitable>& object) {
     ObjectName name;
     if (DWORD code = Parse(given, name)) return code;
@@ -182,7 +172,7 @@ DWORD OpenNamed(std::wstring_view given, SharedKind kind, const SharedSetup* set
     const std::string file = FileOf(name.text);
     const Deadline deadline = DeadlineAfter(BusyMs);
     for (Backoff backoff;; backoff.Pause()) {
-        const DWORD code = TryToOpen(name, file, kind, setup, make, object);
+        const DWORD code = TryToOpen(name, file, kind, rights, setup, make, access, object);
         if (code != ERROR_BUSY || Now() > deadline) return code;
     }
 }

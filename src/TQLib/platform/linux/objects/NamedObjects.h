@@ -10,13 +10,10 @@
 
 namespace Quellan::Platform {
 
-// Who may open a new object: its user, and whoever the access-control list of the attributes gives any of the
-// rights to wait for it or to change it. 50 (ERROR_NOT_SUPPORTED) for a list that bits cannot express. May
-// throw std::bad_alloc.
-DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode);
-
-// Opens the object of that name or, with `setup`, makes it where it is missing. 0 with an object that is new,
-// 183 (ERROR_ALREADY_EXISTS) with one that was there; otherwise no object and 2 (ERROR_FILE_NOT_FOUND), 3
+// Opens the object of that name or, with `setup`, makes it where it is missing. `access` are the rights that are
+// wanted and becomes those that the caller has: all of a new object; of one that was there, what its descriptor
+// grants him, and without a descriptor what he wants. 0 with an object that is new, 183 (ERROR_ALREADY_EXISTS) with
+// one that was there; otherwise no object and 2 (ERROR_FILE_NOT_FOUND), 3
 // (ERROR_PATH_NOT_FOUND) for a backslash after the prefix, 5 (ERROR_ACCESS_DENIED), 6 (ERROR_INVALID_HANDLE)
 // for an object of another kind, 123 (ERROR_INVALID_NAME) for a prefix alone, 161 (ERROR_BAD_PATHNAME) for a
 // backslash at the beginning, 206 (ERROR_FILENAME_EXCED_RANGE) for more than 260 characters, or what
@@ -24,7 +21,8 @@ DWORD ModeOfObject(const SECURITY_ATTRIBUTES* attributes, mode_t& mode);
 // An object that others keep locked while they open or close it is waited for, at most 5 s; then 170
 // (ERROR_BUSY).
 using MakeWaitable = std::shared_ptr<Waitable> (*)(std::unique_ptr<SharedObject>);
-DWORD OpenNamed(std::wstring_view name, SharedKind kind, const SharedSetup* setup, MakeWaitable make,
+DWORD OpenNamed(std::wstring_view name, SharedKind kind, const GenericRights& rights,
+                const SharedSetup* setup, MakeWaitable make, DWORD& access,
                 std::shared_ptr<Waitable>& object);
 
 // The same with a handle: for the calls that create, and for those that only open. `Body` has its SharedKind
@@ -34,11 +32,11 @@ DWORD NamedHandle(const wchar_t* name, const SharedSetup* setup, DWORD access, H
     try {
         std::shared_ptr<Waitable> object;
         const DWORD code = OpenNamed(
-            name, Body::NamedAs, setup,
+            name, Body::NamedAs, Body::Kind.rights, setup,
             [](std::unique_ptr<SharedObject> shared) -> std::shared_ptr<Waitable> {
                 return std::make_shared<Body>(std::move(shared));
             },
-            object);
+            access, object);
         if (!object) return code;
         if (DWORD failed = InsertHandle(std::move(object), access, handle)) return failed;
         return code;

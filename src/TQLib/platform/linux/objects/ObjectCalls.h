@@ -19,7 +19,7 @@ HANDLE CreateObject(const SECURITY_ATTRIBUTES* attributes, const wchar_t* name, 
     HANDLE handle = nullptr;
     const DWORD code = HasText(name) ? WithMemory([&]() -> DWORD {
         SharedSetup forOthers = setup;
-        if (DWORD refused = ModeOfObject(attributes, forOthers.mode)) return refused;
+        if (DWORD refused = SecurityOfNewObject(attributes, forOthers.security)) return refused;
         return NamedHandle<Body>(name, &forOthers, allAccess, handle);
     })
                                      : create(allAccess, handle);
@@ -33,9 +33,9 @@ HANDLE OpenObject(DWORD access, BOOL inherit, const wchar_t* name) noexcept {
     if (inherit) return Fail(ERROR_NOT_SUPPORTED, HANDLE());
     if (!name) return Fail(ERROR_INVALID_PARAMETER, HANDLE());
     HANDLE handle = nullptr;
-    const DWORD rights = MapRights(Body::Kind.rights, access);
-    const DWORD code = NamedHandle<Body>(name, nullptr, rights, handle);
+    const DWORD code = NamedHandle<Body>(name, nullptr, access, handle);
     if (!handle) return Fail(code, HANDLE());
+    const DWORD rights = MapRights(Body::Kind.rights, access);
     if (rights && !(rights & ~Body::Kind.rights.all)) return handle;
     CloseHandleOf(handle, &Body::Kind);
     return Fail(ERROR_ACCESS_DENIED, HANDLE());

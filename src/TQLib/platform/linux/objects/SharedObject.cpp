@@ -153,6 +153,37 @@ DWORD CheckFound(const Page& page, std::string_view name, SharedKind kind) noexc
     return found == static_cast<std::uint32_t>(kind) ? ERROR_SUCCESS : ERROR_INVALID_HANDLE;
 }
 
+// The descriptor stands behind the page. An errno value.
+int WriteSecurity(const Descriptor& file, off_t fileSize, const std::vector<BYTE>& block) noexcept {
+    // One may be left of an object whose users were killed.
+    if (fileSize > static_cast<off_t>(PageBytes) && ftruncate(file.Get(), PageBytes) != 0) return errno;
+    for (std::size_t done = 0; done < block.size();) {
+        const ssize_t written = Retry([&] {
+            return pwrite(file.Get(), block.data() + done, block.size() - done,
+                          static_cast<off_t>(PageBytes + done));
+        });
+        if (written < 0) return errno;
+        done += static_cast<std::size_t>(written);
+    }
+    return 0;
+}
+
+DWORD ReadSecurity(const Descriptor& file, off_t fileSize, std::vector<BYTE>& block) {
+    constexpr std::size_t Most = 68 * 1024;  // a list, two identifiers and a head are less
+    const auto size = static_cast<std::size_t>(fileSize) - PageBytes;
+    if (size > Most) return ERROR_INVALID_DATA;
+    block.resize(size);
+    for (std::size_t done = 0; done < size;) {
+        const ssize_t count = Retry([&] {
+            return pread(file.Get(), block.data() + done, size - done, static_cast<off_t>(PageBytes + done));
+        });
+        if (count < 0) return CodeFromErrno(errno);
+        if (count == 0) return ERROR_INVALID_DATA;
+        done += static_cast<std::size_t>(count);
+    }
+    return ERROR_SUCCESS;
+}
+
 // A process that had this slot before may have been killed with the lock.
 void InheritSlot(Page& page, std::uint32_t self) noexcept {
     std::uint32_t lock = page.lock;
@@ -254,7 +285,7 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
     struct stat info;
     for (;;) {
         if (DWORD code = OpenSharedFile(folder.descriptor, folder.everybody, file.c_str(),
-                                        setup ? &setup->mode : nullptr, opened))
+                                        setup ? &setup->security.mode : nullptr, opened))
             return code;
         if (!LockByte(opened, InitByte))
             return errno == EAGAIN || errno == EACCES ? ERROR_BUSY : CodeFromErrno(errno);
@@ -269,7 +300,9 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
     std::uint32_t slot = 0;
     if (alone) {
         // The memory is taken now, not by a later access that could not fail in an orderly way.
-        if (const int error = AllocateSharedPage(opened)) {
+        int error = AllocateSharedPage(opened);
+        if (!error) error = WriteSecurity(opened, info.st_size, setup->security.block);
+        if (error) {
             unlinkat(folder.descriptor.Get(), file.c_str(), 0);
             return CodeFromErrno(error);
         }
@@ -280,14 +313,17 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
     }
     Mapping page(static_cast<Page*>(MapSharedPage(opened, info)), Unmap());
     if (!page) return CodeFromErrno(errno);
+    std::vector<BYTE> security;
     if (alone) {
+        security = setup->security.block;
         WriteNew(*page, name, *setup);
     } else {
         if (DWORD code = CheckFound(*page, name, kind)) return code;
+        if (DWORD code = ReadSecurity(opened, info.st_size, security)) return code;
         InheritSlot(*page, slot + 1);
     }
     object = std::make_unique<SharedObject>(folder, file, std::move(opened), std::move(page), slot,
-                                            FileId{info.st_dev, info.st_ino});
+                                            FileId{info.st_dev, info.st_ino}, std::move(security));
     if (alone && setup->owned) object->TakeMutex(0);
     UnlockByte(object->ProcessDescriptor::File(), InitByte);
     return alone ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS;
@@ -310,13 +346,14 @@ void SharedObject::Sweep(const Descriptor& folder) noexcept {
 }
 
 SharedObject::SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
-                           std::uint32_t slot, FileId id) noexcept
+                           std::uint32_t slot, FileId id, std::vector<BYTE> security) noexcept
     : ProcessDescriptor(std::move(descriptor), Parent::AwaitsChild),
       m_folder(folder),
       m_file(std::move(file)),
       m_page(std::move(page)),
       m_slot(slot),
       m_id(id),
+      m_security(std::move(security)),
       m_kind(static_cast<SharedKind>(m_page->kind.load())),
       m_manualReset(m_page->flags & ManualReset),
       m_maximum(std::max<std::uint32_t>(m_page->maximum, 1)) {}

@@ -7,6 +7,7 @@
 
 #include "TQLib/platform/linux/base/Fork.h"
 #include "TQLib/platform/linux/base/Futex.h"
+#include "TQLib/platform/linux/objects/ObjectSecurity.h"
 #include "TQLib/platform/linux/objects/RobustTie.h"
 
 #include <compare>
@@ -34,7 +35,7 @@ struct SharedSetup {
     bool owned = false;        // mutexes
     std::uint32_t value = 0;   // events and semaphores
     std::uint32_t maximum = 1;
-    mode_t mode = 0600;  // who else may open it
+    ObjectSecurity security{};  // who else may open it
 };
 
 // A word that every signaller of a folder's objects counts up while somebody sleeps on it: for waits on
@@ -97,11 +98,14 @@ class SharedObject : ProcessDescriptor {
     static void Sweep(const Descriptor& folder) noexcept;
 
     SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
-                 std::uint32_t slot, FileId id) noexcept;
+                 std::uint32_t slot, FileId id, std::vector<BYTE> security) noexcept;
     // The object ends with the last process that has it open. A mutex this process owns counts as abandoned.
     ~SharedObject() override;
 
     SharedKind Kind() const noexcept { return m_kind; }
+    // The block of its descriptor as it was when this process opened it; empty where it has none. Whoever may
+    // write the file may have changed it.
+    const std::vector<BYTE>& Security() const noexcept { return m_security; }
     bool StaysSignalled() const noexcept { return m_manualReset; }
 
     // What cannot be changed stays as it was: 170 (ERROR_BUSY) where a process that lives has kept the object
@@ -162,6 +166,7 @@ class SharedObject : ProcessDescriptor {
     Mapping m_page;
     std::uint32_t m_slot;
     const FileId m_id;
+    const std::vector<BYTE> m_security;
     // Read once, checked, and not believed again.
     const SharedKind m_kind;
     const bool m_manualReset;
