@@ -216,10 +216,11 @@ bool ReadKept(Attributes& attributes, const KernelState& state, FileSecurity& se
     if (attributes.Get(Attribute, block) || !block) return false;
     const PosixFile file = PosixFileOf(state.info);
     PosixList access;
-    return ParseDescriptor(*block, security) == ERROR_SUCCESS && security.hasList && security.list &&
-           PosixListOf(ListIn(security), file, access) == ERROR_SUCCESS && access == state.access &&
-           InheritedBy(security, access, file) == state.inherited &&
-           !GrantsMore(*security.list, access, file);
+    const bool isOfKernels = ParseDescriptor(*block, security) == ERROR_SUCCESS && security.hasList &&
+                             security.list && PosixListOf(ListIn(security), file, access) == ERROR_SUCCESS &&
+                             access == state.access && InheritedBy(security, access, file) == state.inherited;
+    if (isOfKernels) security.list = Believable(std::move(*security.list), access, state.inherited, file);
+    return isOfKernels;
 }
 
 // The changes of one call, each of which is undone where a later one fails.
@@ -251,8 +252,10 @@ class Change {
     int SetAccess(const PosixList& list) {
         if (list == m_before.access && !m_isOwnedAnew) return 0;
         m_isListedAnew = true;
-        if (!list.named.empty() || m_before.accessBlock)
-            if (const int error = m_attributes.Set(AccessAttribute, PosixBlock(list))) return error;
+        if (!list.named.empty() || m_before.accessBlock) {
+            const int error = m_attributes.Set(AccessAttribute, PosixBlock(list));
+            if (error || !m_isOwnedAnew) return error;
+        }
         const mode_t special = m_isOwnedAnew && !S_ISDIR(m_before.info.st_mode) ? S_ISVTX : 07000;
         return m_attributes.SetMode((m_before.info.st_mode & special) | list.Mode());
     }
@@ -263,10 +266,11 @@ class Change {
         return m_attributes.Set(InheritedAttribute, list ? std::optional(PosixBlock(*list)) : std::nullopt);
     }
 
-    int Keep(const std::vector<BYTE>& block) {
-        if (m_attributes.Get(Attribute, m_kept)) m_kept.reset();
+    // Before or after all the rest.
+    int Keep(const std::vector<BYTE>& block, bool isFirst) {
+        if (isFirst && m_attributes.Get(Attribute, m_kept)) m_kept.reset();
         const int error = m_attributes.Set(Attribute, block);
-        m_isKeptAnew = error == 0;
+        m_isKeptAnew = isFirst && error == 0;
         return error;
     }
 
@@ -345,7 +349,7 @@ DWORD ParseDescriptor(std::span<const BYTE> block, FileSecurity& security) {
 }
 
 std::vector<BYTE> MakeDescriptor(const FileSecurity& security, DWORD wanted) {
-    constexpr WORD OfList = SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_PROTECTED;
+    constexpr WORD OfList = SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_AUTO_INHERITED | SE_DACL_PROTECTED;
     const bool hasList = security.hasList && wanted & DACL_SECURITY_INFORMATION;
     SECURITY_DESCRIPTOR_RELATIVE head{};
     head.Revision = SECURITY_DESCRIPTOR_REVISION;
@@ -368,6 +372,18 @@ std::vector<BYTE> MakeDescriptor(const FileSecurity& security, DWORD wanted) {
     return block;
 }
 
+DWORD PutDescriptor(const FileSecurity& security, DWORD wanted, void* buffer, DWORD size, DWORD& needed) {
+    constexpr DWORD Offered =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    if (wanted & ~Offered) return ERROR_NOT_SUPPORTED;
+    const std::vector<BYTE> block = MakeDescriptor(security, wanted);
+    needed = static_cast<DWORD>(block.size());
+    if (size < needed) return ERROR_INSUFFICIENT_BUFFER;
+    if (!buffer) return ERROR_NOACCESS;
+    std::ranges::copy(block, static_cast<BYTE*>(buffer));
+    return ERROR_SUCCESS;
+}
+
 DWORD ModeOf(const FileSecurity& security, uid_t owner, gid_t group, mode_t& mode) {
     PosixList list;
     if (DWORD code = PosixListOf(ListIn(security), {.owner = owner, .group = group}, list)) return code;
@@ -376,6 +392,11 @@ DWORD ModeOf(const FileSecurity& security, uid_t owner, gid_t group, mode_t& mod
 }
 
 DWORD ApplySecurity(int fd, const FileSecurity& given, DWORD parts) {
+    constexpr DWORD Offered = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
+                              DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION |
+                              UNPROTECTED_DACL_SECURITY_INFORMATION;
+    if (parts & ~Offered) return ERROR_NOT_SUPPORTED;
+    if (parts & DACL_SECURITY_INFORMATION && !given.hasList) return ERROR_INVALID_SECURITY_DESCR;
     Attributes attributes(fd);
     KernelState before;
     if (DWORD code = ReadKernel(fd, attributes, before)) return code;
@@ -400,11 +421,11 @@ DWORD ApplySecurity(int fd, const FileSecurity& given, DWORD parts) {
         if (const int error = change.SetOwner(info.st_uid, info.st_gid)) return CodeFromErrno(error);
     // What is kept counts only together with the lists; it is kept while the owner may write.
     const bool isKeptFirst = !(access.owner & 2);
-    int kept = isKeptFirst ? change.Keep(block) : 0;
+    int kept = isKeptFirst ? change.Keep(block, true) : 0;
     if (const int error = change.SetAccess(access)) return CodeFromErrno(error);
     if (const int error = change.SetInherited(InheritedBy(security, access, file)))
         return CodeFromErrno(error);
-    if (!isKeptFirst) kept = change.Keep(block);
+    if (!isKeptFirst) kept = change.Keep(block, false);
     if (kept != 0 && !KeepsNothing(kept)) return CodeFromErrno(kept);
     change.Stays();
     return ERROR_SUCCESS;
@@ -413,7 +434,9 @@ DWORD ApplySecurity(int fd, const FileSecurity& given, DWORD parts) {
 DWORD SecurityOf(int fd, FileSecurity& security) {
     Attributes attributes(fd);
     KernelState state;
-    if (DWORD code = ReadKernel(fd, attributes, state)) return code;
+    // Somebody whom the thread impersonates may not get at the lists of a file that he cannot open: the mode has to do.
+    const DWORD code = ReadKernel(fd, attributes, state);
+    if (code && code != ERROR_ACCESS_DENIED) return code;
     if (!ReadKept(attributes, state, security)) security = SecurityOfKernel(state);
     security.owner = SidOfAccount({.isGroup = false, .id = state.info.st_uid});
     security.group = SidOfAccount({.isGroup = true, .id = state.info.st_gid});

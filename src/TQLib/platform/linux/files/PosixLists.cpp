@@ -95,13 +95,21 @@ Rules RulesFor(const std::vector<AccessEntry>* list, const PosixFile& file) {
     return rules;
 }
 
+bool OthersMake(const PosixList& access) noexcept {
+    return (access.Mask() | access.others) & WriteBit;
+}
+
+// What the folder's owner makes there, of whatever group.
+PosixFile MadeIn(const PosixFile& folder) noexcept {
+    return {.owner = folder.owner, .group = ~gid_t{0}};
+}
+
 // The kernel's lists go on to files and folders alike, and for ever: what is allowed for less is left out. Where
 // nobody else makes anything in the folder, its owner is who does.
 Rules InheritedRulesOf(const std::vector<AccessEntry>& list, const PosixList& access,
                        const PosixFile& folder) {
-    constexpr gid_t AnyGroup = ~gid_t{0};
-    const bool othersMake = (access.Mask() | access.others) & WriteBit;
-    const PosixFile made{.owner = folder.owner, .group = AnyGroup};
+    const bool othersMake = OthersMake(access);
+    const PosixFile made = MadeIn(folder);
     Rules rules{{}, !othersMake && folder.owner == 0, othersMake};
     for (const AccessEntry& entry : list) {
         constexpr BYTE Both = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
@@ -278,14 +286,27 @@ std::vector<AccessEntry> InheritedEntriesOf(const PosixList& inherited) {
                    Fixed(WinCreatorGroupSid), OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE | INHERIT_ONLY_ACE);
 }
 
-bool GrantsMore(const std::vector<AccessEntry>& list, const PosixList& access, const PosixFile& file) {
-    const Rules rules = RulesFor(&list, file);
-    return std::ranges::any_of(rules.all, [&](const Rule& rule) {
-        const bool isTrusted = rule.whom.who == Who::Owner || rule.whom.who == Who::Administrators;
-        if (!rule.allows || isTrusted) return false;
-        const DWORD kernels = RightsOf(BitsFor(rule.whom, access), file) | EverybodysRights;
-        return (Judge(rule.whom, rules).allowed & ~kernels) != 0;
+std::vector<AccessEntry> Believable(std::vector<AccessEntry> list, const PosixList& access,
+                                    const std::optional<PosixList>& inherited, const PosixFile& file) {
+    constexpr BYTE Both = OBJECT_INHERIT_ACE | CONTAINER_INHERIT_ACE;
+    const PosixFile made = MadeIn(file);
+    const bool othersMake = OthersMake(access);
+    std::erase_if(list, [&](AccessEntry& entry) {
+        const Party party = PartyOf(entry.sid, &file);
+        const bool isTrusted = party.who == Who::Owner || party.who == Who::Administrators;
+        if (entry.type != ACCESS_ALLOWED_ACE_TYPE || isTrusted) return false;
+        DWORD kernels = entry.flags & INHERIT_ONLY_ACE ? ~DWORD{0} : RightsOf(BitsFor(party, access), file);
+        if (entry.flags & Both) {
+            const bool isForAll = (entry.flags & (Both | NO_PROPAGATE_INHERIT_ACE)) == Both;
+            const Party maker = PartyOf(entry.sid, othersMake ? nullptr : &made);
+            kernels &= inherited && isForAll ? RightsOf(BitsFor(maker, *inherited), file) : 0;
+        }
+        const DWORD given = Mapped(entry.mask);
+        const DWORD believed = given & (kernels | EverybodysRights);
+        if (believed != given) entry.mask = believed;
+        return believed != given && !(believed & ~EverybodysRights);
     });
+    return list;
 }
 
 std::vector<BYTE> PosixBlock(const PosixList& list) {

@@ -56,9 +56,10 @@ std::optional<PosixList> InheritedPosixListOf(const std::vector<AccessEntry>& li
 std::vector<AccessEntry> EntriesOf(const PosixList& access, const PosixFile& file);
 std::vector<AccessEntry> InheritedEntriesOf(const PosixList& inherited);
 
-// Whether the list says of anybody that he may do more than the kernel lets him. The owner can give himself
-// everything, administrators can do it without asking.
-bool GrantsMore(const std::vector<AccessEntry>& list, const PosixList& access, const PosixFile& file);
+// The list with rights that the kernel's lists do not give taken away, and entries without others left out. The owner
+// can give himself everything, administrators can do it without asking: theirs are left alone.
+std::vector<AccessEntry> Believable(std::vector<AccessEntry> list, const PosixList& access,
+                                    const std::optional<PosixList>& inherited, const PosixFile& file);
 
 // The kernel's bytes.
 std::vector<BYTE> PosixBlock(const PosixList& list);

@@ -7,7 +7,8 @@
 // words for it; a list that denies the data to somebody whom this machine does not know is refused with 50
 // (ERROR_NOT_SUPPORTED), and so are names where the file system has no lists. The block itself is kept beside the
 // file's data where the file system can do that (in the extended attribute "user.tqlib.security"), and told as long
-// as the kernel's lists are those that it means; otherwise a descriptor is made from them.
+// as the kernel's lists are those that it means, without the rights that they do not give; otherwise a descriptor is
+// made from them.
 #pragma once
 
 #include "TQLib/platform/linux/accounts/Sids.h"
@@ -81,6 +82,7 @@ inline constexpr WORD SE_DACL_PRESENT = 0x0004;
 inline constexpr WORD SE_DACL_DEFAULTED = 0x0008;
 inline constexpr WORD SE_SACL_PRESENT = 0x0010;
 inline constexpr WORD SE_SACL_DEFAULTED = 0x0020;
+inline constexpr WORD SE_DACL_AUTO_INHERITED = 0x0400;
 inline constexpr WORD SE_DACL_PROTECTED = 0x1000;
 inline constexpr WORD SE_SACL_PROTECTED = 0x2000;
 inline constexpr WORD SE_SELF_RELATIVE = 0x8000;
