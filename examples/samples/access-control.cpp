@@ -37,6 +37,14 @@ void Check() {
     Expect(mayRead && all == FILE_GENERIC_READ, L"A user may read, and no more.");
 }
 
+void ShareFile(const wchar_t* name) {
+    const SecObject file = SecObject::File(name);
+    SecACL list = *file.Read().DACL();
+    list.Allow(SecID(WinWorldSid), FILE_GENERIC_READ);
+    file.Write(SecDesc().SetDACL(list.InCanonicalOrder()));
+    Expect(file.Read().DACL() != nullptr, L"The file has a list.");
+}
+
 }  // namespace
 
 void AccessControlSample() {
@@ -45,5 +53,6 @@ void AccessControlSample() {
     const wchar_t* const name = L"access-control.sample";
     DeleteFileW(name);
     MakeFile(name);
+    ShareFile(name);
     Expect(DeleteFileW(name) != 0, L"The file is there.");
 }

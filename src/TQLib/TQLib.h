@@ -29,6 +29,7 @@
 #include "TQLib/security/SecIDAttrArray.h"
 #include "TQLib/security/SecIDAuth.h"
 #include "TQLib/security/SecInheritance.h"
+#include "TQLib/security/SecObject.h"
 #include "TQLib/security/SecPrivilege.h"
 #include "TQLib/security/SecPrivilegeSet.h"
 #include "TQLib/security/SecToken.h"

@@ -56,6 +56,20 @@ expect(0 "${who}.*Everyone +enabled, mandatory\n.*\nPrivileges +Se[^\n]+\n.* +Se
 expect(0 "{\"user\": {\"sid\": \"S-1-5-21-[^\n]+{\"sid\": \"S-1-1-0\", \"name\": \"Everyone\", \"attributes\": \\[\"enabled\", \"mandatory\"\\]}.*{\"name\": \"SeChangeNotifyPrivilege\", \"enabled\": true}.*}\n" "" token --json)
 expect(2 "" "tq: 'root' is no option of tq token\n" token root)
 
+# Lists: what is set is shown, as a text that can be set again.
+set(file ${CMAKE_CURRENT_BINARY_DIR}/tq_acl_test.txt)
+file(WRITE ${file} "text")
+expect(0 "" "" acl ${file} --set D:P --allow Everyone FR)
+expect(0 "O:[^\n]*D:P[^(]*\\(A;;FR;;;WD\\)\n" "" acl --sddl ${file})
+expect(0 "" "" acl ${file} --deny Everyone FX --allow Administrators FA)
+expect(0 ".*D:P[^(]*\\(D;;FX;;;WD\\)\\(A;;FR;;;WD\\)\\(A;;FA;;;BA\\)\n" "" acl --sddl ${file})
+expect(0 "{\"object\": .*\"kind\": 1, \"flags\": 0, .*\"sid\": \"S-1-1-0\".*\n\\]}\n" "" acl --json ${file})
+expect(0 ".*D:P[^(]*\\(A;;FA;;;BA\\)\n" "" acl --sddl ${file} --remove Everyone)
+expect(1 "" "tq: [^\n]*no-such-file.*" acl no-such-file)
+expect(2 "" "tq: 'X:' is no SDDL: .*" acl ${file} --set X:)
+expect(2 "" "tq: name the object before its changes\n" acl --remove Everyone)
+file(REMOVE ${file})
+
 # Services: the rest needs a manager, and is in TqServiceTest.cpp.
 expect(0 "usage: tq service list .*" "" service --help)
 expect(2 "" "tq: 'lst' is no word of tq service; tq service --help lists them\n" service lst)

@@ -59,7 +59,11 @@ Quellan::Corvel::TQString OrDash(const Quellan::Corvel::TQString& text);
 // A text as a JSON string with its quotation marks.
 Quellan::Corvel::TQString JsonString(std::wstring_view text);
 
+// The identifier that a name or a text S-1-... stands for; throws `UsageError` for what is none.
+Quellan::Sarvek::SecID ParseAccount(const Quellan::Corvel::TQString& text);
+
 // The words. Each prints to standard output and returns the exit code.
+int RunAcl(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunError(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunLog(Arguments arguments, Quellan::Corvel::TQConsole& out);
 int RunService(Arguments arguments, Quellan::Corvel::TQConsole& out);

@@ -72,17 +72,6 @@ SecID FindAccount(const TQString& text) {
     throw TQSysException(ERROR_NONE_MAPPED, L"FindAccount");
 }
 
-SecID ParseAccount(const TQString& text) {
-    if (text.StartsWithNoCase(L"S-1-")) return ParseIdentifier(text);
-    try {
-        return FindAccount(text);
-    } catch (const TQSysException& failure) {
-        if (!IsUnknownAccount(failure)) throw;
-        throw UsageError(
-            TQString::Format(L"'%s' is neither an account nor a security identifier", text.c_str()));
-    }
-}
-
 Names ClassesOf(const SecID& id) {
     const std::pair<bool, const wchar_t*> all[] = {{id.IsAdminID(), L"administrator"},
                                                    {id.IsLogonID(), L"logon"},
@@ -183,6 +172,17 @@ void PrintJson(const std::vector<SidDescription>& all, TQConsole& out) {
 }
 
 }  // namespace
+
+SecID ParseAccount(const TQString& text) {
+    if (text.StartsWithNoCase(L"S-1-")) return ParseIdentifier(text);
+    try {
+        return FindAccount(text);
+    } catch (const TQSysException& failure) {
+        if (!IsUnknownAccount(failure)) throw;
+        throw UsageError(
+            TQString::Format(L"'%s' is neither an account nor a security identifier", text.c_str()));
+    }
+}
 
 int RunSid(Arguments arguments, TQConsole& out) {
     Names names;

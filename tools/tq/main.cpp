@@ -8,6 +8,7 @@ namespace {
 constexpr const wchar_t* Help =
     L"usage: tq WORD [ARGUMENT...]\n"
     L"\n"
+    L"  tq acl OBJECT         who may do what with a file, a key or a service\n"
     L"  tq error CODE...      what an error code means\n"
     L"  tq log FILE...        what stands in log files\n"
     L"  tq service WORD...    services: list, query, create, delete, start, stop, pause, continue, wait and "
@@ -45,6 +46,7 @@ int Run(TQStringArray all, TQConsole& out) {
     tq::Arguments arguments(all, 1);
     if (arguments.AtEnd()) throw tq::UsageError(L"say what to do; tq --help lists the words");
     const TQString word = arguments.Next();
+    if (word == L"acl") return tq::RunAcl(arguments, out);
     if (word == L"error") return tq::RunError(arguments, out);
     if (word == L"log") return tq::RunLog(arguments, out);
     if (word == L"service") return tq::RunService(arguments, out);

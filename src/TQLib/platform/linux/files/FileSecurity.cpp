@@ -4,21 +4,24 @@
 #include "TQLib/platform/linux/accounts/WellKnownSids.h"
 #include "TQLib/platform/linux/base/Errno.h"
 #include "TQLib/platform/linux/base/Errors.h"
-#include "TQLib/platform/linux/files/Files.h"
+#include "TQLib/platform/linux/files/PosixLists.h"
 #include "TQLib/platform/linux/files/SecurityDescriptors.h"
 
 #include <cerrno>
-#include <initializer_list>
+#include <fcntl.h>
+#include <iterator>
 #include <string>
 #include <sys/xattr.h>
+#include <unistd.h>
 
 namespace Quellan::Platform {
 
 namespace {
 
 constexpr const char* Attribute = "user.tqlib.security";
+constexpr const char* AccessAttribute = "system.posix_acl_access";
+constexpr const char* InheritedAttribute = "system.posix_acl_default";
 constexpr std::size_t MostKept = 64 * 1024;
-constexpr mode_t DataBits = 0666;
 constexpr std::size_t EntryHead = offsetof(ACCESS_ALLOWED_ACE, SidStart);
 
 template <class T>
@@ -35,16 +38,12 @@ DWORD ReadSid(std::span<const BYTE> block, std::optional<SidValue>& sid) noexcep
     return ERROR_SUCCESS;
 }
 
-bool IsSimple(BYTE type) noexcept {
-    return type <= SYSTEM_AUDIT_ACE_TYPE || type == SYSTEM_MANDATORY_LABEL_ACE_TYPE;
-}
-
 DWORD ReadEntry(std::span<const BYTE> block, AccessEntry& entry) noexcept {
     const auto header = Read<ACE_HEADER>(block.data());
     entry = {.type = header.AceType, .flags = header.AceFlags, .mask = 0, .sid = {}};
     if (block.size() < EntryHead) return ERROR_INVALID_ACL;
     entry.mask = Read<DWORD>(block.data() + offsetof(ACCESS_ALLOWED_ACE, Mask));
-    if (!IsSimple(entry.type)) return ERROR_SUCCESS;
+    if (!HasSimpleLayout(entry.type)) return ERROR_SUCCESS;
     std::optional<SidValue> sid;
     if (ReadSid(block.subspan(EntryHead), sid)) return ERROR_INVALID_ACL;
     entry.sid = *sid;
@@ -127,141 +126,200 @@ void PutList(std::vector<BYTE>& block, const std::vector<AccessEntry>& list) {
     }
 }
 
-// Whom one of a file's three sets of bits is for.
-struct Subject {
-    std::vector<SidValue> sids;
-    int shift;
+// The extended attributes of a file, also of one that was opened without a right to the data.
+class Attributes {
+  public:
+    explicit Attributes(int fd) : m_fd(fd), m_name("/proc/self/fd/" + std::to_string(fd)), m_room(MostKept) {}
 
-    bool Has(const SidValue& sid) const noexcept { return std::ranges::find(sids, sid) != sids.end(); }
+    // Nothing where there is none, or the file system has no such attributes.
+    DWORD Get(const char* name, std::optional<std::vector<BYTE>>& value) {
+        value.reset();
+        ssize_t size = fgetxattr(m_fd, name, m_room.data(), m_room.size());
+        if (size < 0 && errno == EBADF) size = getxattr(m_name.c_str(), name, m_room.data(), m_room.size());
+        if (size < 0) return errno == ENODATA || errno == EOPNOTSUPP ? ERROR_SUCCESS : CodeFromErrno(errno);
+        value.emplace(m_room.begin(), m_room.begin() + size);
+        return ERROR_SUCCESS;
+    }
+
+    // Without a value there is none afterwards. An errno value.
+    int Set(const char* name, const std::optional<std::vector<BYTE>>& value) {
+        int result = -1;
+        if (value) {
+            result = fsetxattr(m_fd, name, value->data(), value->size(), 0);
+            if (result != 0 && errno == EBADF)
+                result = setxattr(m_name.c_str(), name, value->data(), value->size(), 0);
+        } else {
+            result = fremovexattr(m_fd, name);
+            if (result != 0 && errno == EBADF) result = removexattr(m_name.c_str(), name);
+            if (result != 0 && (errno == ENODATA || errno == EOPNOTSUPP)) return 0;
+        }
+        return result == 0 ? 0 : errno;
+    }
+
+    int SetMode(mode_t mode) {
+        return fchmod(m_fd, mode) == 0 || (errno == EBADF && chmod(m_name.c_str(), mode) == 0) ? 0 : errno;
+    }
+
+  private:
+    const int m_fd;
+    const std::string m_name;
+    std::vector<BYTE> m_room;
 };
 
-SidValue Fixed(WELL_KNOWN_SID_TYPE type) noexcept {
-    return FindWellKnownSid(type)->Sid();
+// What the kernel knows of who may do what with a file.
+struct KernelState {
+    struct stat info;
+    std::optional<std::vector<BYTE>> accessBlock;  // none: the mode says it all
+    std::optional<std::vector<BYTE>> inheritedBlock;
+    PosixList access;
+    std::optional<PosixList> inherited;
+};
+
+DWORD ReadKernel(int fd, Attributes& attributes, KernelState& state) {
+    if (fstat(fd, &state.info) != 0) return CodeFromErrno(errno);
+    const mode_t mode = state.info.st_mode;
+    state.access = {mode >> 6 & 7, mode >> 3 & 7, mode & 7, {}};
+    if (DWORD code = attributes.Get(AccessAttribute, state.accessBlock)) return code;
+    if (state.accessBlock && !ParsePosixBlock(*state.accessBlock, state.access)) return ERROR_INVALID_DATA;
+    if (!S_ISDIR(mode)) return ERROR_SUCCESS;
+    if (DWORD code = attributes.Get(InheritedAttribute, state.inheritedBlock)) return code;
+    if (state.inheritedBlock && !ParsePosixBlock(*state.inheritedBlock, state.inherited.emplace()))
+        return ERROR_INVALID_DATA;
+    return ERROR_SUCCESS;
 }
 
-Subject SubjectOf(std::optional<SidValue> account, std::initializer_list<WELL_KNOWN_SID_TYPE> types,
-                  int shift) {
-    Subject subject{{}, shift};
-    if (account) subject.sids.push_back(*account);
-    for (const auto type : types)
-        subject.sids.push_back(Fixed(type));
-    for (const auto type : {WinWorldSid, WinAuthenticatedUserSid, WinBuiltinUsersSid})
-        subject.sids.push_back(Fixed(type));
-    return subject;
+std::optional<PosixList> InheritedBy(const FileSecurity& security, const PosixList& access,
+                                     const PosixFile& file) {
+    if (!file.isFolder || !security.list) return std::nullopt;
+    return InheritedPosixListOf(*security.list, access, file);
 }
 
-std::vector<Subject> SubjectsOf(uid_t owner, gid_t group) {
-    const auto user = SidOfAccount({.isGroup = false, .id = owner});
-    const auto userGroup = SidOfAccount({.isGroup = true, .id = group});
-    return {owner == 0 ? SubjectOf(user,
-                                   {WinCreatorOwnerSid, WinCreatorOwnerRightsSid, WinBuiltinAdministratorsSid,
-                                    WinLocalSystemSid},
-                                   6)
-                       : SubjectOf(user, {WinCreatorOwnerSid, WinCreatorOwnerRightsSid}, 6),
-            SubjectOf(userGroup, {WinCreatorGroupSid}, 3), SubjectOf(std::nullopt, {}, 0)};
+const std::vector<AccessEntry>* ListIn(const FileSecurity& security) noexcept {
+    return security.list ? &*security.list : nullptr;
 }
 
-constexpr mode_t ReadBit = 4;
-constexpr mode_t WriteBit = 2;
-
-// Appending alone can't be allowed, but denied.
-mode_t BitsOf(const AccessEntry& entry) noexcept {
-    const DWORD writes =
-        entry.type == ACCESS_DENIED_ACE_TYPE ? FILE_WRITE_DATA | FILE_APPEND_DATA : FILE_WRITE_DATA;
-    const bool mayRead = entry.mask & (FILE_READ_DATA | GENERIC_READ | GENERIC_ALL);
-    const bool mayWrite = entry.mask & (writes | GENERIC_WRITE | GENERIC_ALL);
-    return (mayRead ? ReadBit : 0) | (mayWrite ? WriteBit : 0);
-}
-
-bool Counts(const AccessEntry& entry) noexcept {
-    return !(entry.flags & INHERIT_ONLY_ACE) &&
-           (entry.type == ACCESS_ALLOWED_ACE_TYPE || entry.type == ACCESS_DENIED_ACE_TYPE);
-}
-
-mode_t BitsFor(const Subject& subject, const std::vector<AccessEntry>& list) noexcept {
-    mode_t allowed = 0, denied = 0;
-    for (const AccessEntry& entry : list) {
-        if (!Counts(entry) || !subject.Has(entry.sid)) continue;
-        if (entry.type == ACCESS_ALLOWED_ACE_TYPE)
-            allowed |= BitsOf(entry) & ~denied;
-        else
-            denied |= BitsOf(entry) & ~allowed;
-    }
-    return allowed << subject.shift;
-}
-
-DWORD Mapped(DWORD mask) noexcept {
-    constexpr DWORD Generic = GENERIC_READ | GENERIC_WRITE | GENERIC_EXECUTE | GENERIC_ALL;
-    return (mask & ~Generic) | (mask & GENERIC_READ ? FILE_GENERIC_READ : 0) |
-           (mask & GENERIC_WRITE ? FILE_GENERIC_WRITE : 0) |
-           (mask & GENERIC_EXECUTE ? FILE_GENERIC_EXECUTE : 0) | (mask & GENERIC_ALL ? FILE_ALL_ACCESS : 0);
-}
-
-// The rights that three bits give.
-DWORD RightsOf(mode_t bits) noexcept {
-    return (bits & ReadBit ? FILE_GENERIC_READ : 0) | (bits & WriteBit ? FILE_GENERIC_WRITE : 0) |
-           (bits & 1 ? FILE_GENERIC_EXECUTE : 0);
-}
-
-DWORD GrantedTo(const Subject& subject, const std::vector<AccessEntry>& list) noexcept {
-    DWORD allowed = 0, denied = 0;
-    for (const AccessEntry& entry : list) {
-        if (!Counts(entry) || !subject.Has(entry.sid)) continue;
-        if (entry.type == ACCESS_ALLOWED_ACE_TYPE)
-            allowed |= Mapped(entry.mask) & ~denied;
-        else
-            denied |= Mapped(entry.mask) & ~allowed;
-    }
-    return allowed;
-}
-
-// Whether a list says of anybody that he may do more than the system lets him. The owner can give himself
-// everything, administrators can do it without asking.
-bool GrantsMore(const std::vector<AccessEntry>& list, const struct stat& info) {
-    const std::vector<Subject> subjects = SubjectsOf(info.st_uid, info.st_gid);
-    const Subject &owner = subjects[0], &group = subjects[1], &others = subjects[2];
-    return std::ranges::any_of(list, [&](const AccessEntry& entry) {
-        const bool isEverybodys = others.Has(entry.sid);
-        const bool isTrusted = entry.sid == Fixed(WinBuiltinAdministratorsSid) ||
-                               entry.sid == Fixed(WinLocalSystemSid) ||
-                               (owner.Has(entry.sid) && !isEverybodys);
-        if (!Counts(entry) || isTrusted) return false;
-        Subject subject = group.Has(entry.sid) && !isEverybodys ? group : others;
-        subject.sids.push_back(entry.sid);
-        const mode_t bits = info.st_mode >> subject.shift;
-        return (GrantedTo(subject, list) & ~RightsOf(bits)) != 0;
-    });
-}
-
-// A descriptor that says what the bits say.
-FileSecurity SecurityOfMode(const struct stat& info) {
+// A descriptor that says what the kernel says.
+FileSecurity SecurityOfKernel(const KernelState& state) {
     FileSecurity security;
     security.control = SE_DACL_PRESENT;
     security.hasList = true;
-    auto& list = security.list.emplace();
-    const auto allow = [&](const std::optional<SidValue>& sid, int shift) {
-        const DWORD mask = RightsOf(info.st_mode >> shift);
-        if (sid && mask) list.push_back({ACCESS_ALLOWED_ACE_TYPE, 0, mask, *sid});
-    };
-    allow(SidOfAccount({.isGroup = false, .id = info.st_uid}), 6);
-    allow(SidOfAccount({.isGroup = true, .id = info.st_gid}), 3);
-    allow(Fixed(WinWorldSid), 0);
+    security.list = EntriesOf(state.access, PosixFileOf(state.info));
+    if (state.inherited)
+        std::ranges::copy(InheritedEntriesOf(*state.inherited), std::back_inserter(*security.list));
     return security;
 }
 
 // False where nothing was kept, or what was kept has been overtaken. Whoever may write a file may replace
-// what is kept with it: it tells more than the bits do, and never of a right that the bits do not give.
-bool ReadKept(int fd, const struct stat& info, FileSecurity& security) {
-    std::vector<BYTE> block(MostKept);
-    const ssize_t size = fgetxattr(fd, Attribute, block.data(), block.size());
-    if (size <= 0) return false;
-    mode_t mode = 0;
-    return ParseDescriptor({block.data(), static_cast<std::size_t>(size)}, security) == ERROR_SUCCESS &&
-           security.hasList && ModeOf(security, info.st_uid, info.st_gid, mode) == ERROR_SUCCESS &&
-           mode == (info.st_mode & DataBits) && security.list && !GrantsMore(*security.list, info);
+// what is kept with it: it tells more than the kernel's lists do, and never of a right that they do not give.
+bool ReadKept(Attributes& attributes, const KernelState& state, FileSecurity& security) {
+    std::optional<std::vector<BYTE>> block;
+    if (attributes.Get(Attribute, block) || !block) return false;
+    const PosixFile file = PosixFileOf(state.info);
+    PosixList access;
+    const bool isOfKernels = ParseDescriptor(*block, security) == ERROR_SUCCESS && security.hasList &&
+                             security.list && PosixListOf(ListIn(security), file, access) == ERROR_SUCCESS &&
+                             access == state.access && InheritedBy(security, access, file) == state.inherited;
+    if (isOfKernels) security.list = Believable(std::move(*security.list), access, state.inherited, file);
+    return isOfKernels;
+}
+
+// The changes of one call, each of which is undone where a later one fails.
+class Change {
+  public:
+    Change(int fd, const KernelState& before, Attributes& attributes) noexcept
+        : m_fd(fd), m_before(before), m_attributes(attributes) {}
+    Change(const Change&) = delete;
+    Change& operator=(const Change&) = delete;
+
+    ~Change() {
+        if (m_stays) return;
+        if (m_isKeptAnew) m_attributes.Set(Attribute, m_kept);
+        if (m_isInheritedAnew) m_attributes.Set(InheritedAttribute, m_before.inheritedBlock);
+        if (m_isOwnedAnew) fchownat(m_fd, "", m_before.info.st_uid, m_before.info.st_gid, AT_EMPTY_PATH);
+        if (m_isListedAnew) m_attributes.Set(AccessAttribute, m_before.accessBlock);
+        if (m_isListedAnew || m_isOwnedAnew) m_attributes.SetMode(m_before.info.st_mode & 07777);
+    }
+
+    // The old group's bits are not for the new group.
+    int SetOwner(uid_t owner, gid_t group) {
+        m_isOwnedAnew = true;
+        if (group != m_before.info.st_gid)
+            if (const int error = m_attributes.SetMode(m_before.info.st_mode & 07707)) return error;
+        return fchownat(m_fd, "", owner, group, AT_EMPTY_PATH) == 0 ? 0 : errno;
+    }
+
+    // A list without names is the mode alone. A program that runs as its owner does not run as the next one.
+    int SetAccess(const PosixList& list) {
+        if (list == m_before.access && !m_isOwnedAnew) return 0;
+        m_isListedAnew = true;
+        if (!list.named.empty() || m_before.accessBlock) {
+            const int error = m_attributes.Set(AccessAttribute, PosixBlock(list));
+            if (error || !m_isOwnedAnew) return error;
+        }
+        const mode_t special = m_isOwnedAnew && !S_ISDIR(m_before.info.st_mode) ? S_ISVTX : 07000;
+        return m_attributes.SetMode((m_before.info.st_mode & special) | list.Mode());
+    }
+
+    int SetInherited(const std::optional<PosixList>& list) {
+        if (list == m_before.inherited) return 0;
+        m_isInheritedAnew = true;
+        return m_attributes.Set(InheritedAttribute, list ? std::optional(PosixBlock(*list)) : std::nullopt);
+    }
+
+    // Before or after all the rest.
+    int Keep(const std::vector<BYTE>& block, bool isFirst) {
+        if (isFirst && m_attributes.Get(Attribute, m_kept)) m_kept.reset();
+        const int error = m_attributes.Set(Attribute, block);
+        m_isKeptAnew = isFirst && error == 0;
+        return error;
+    }
+
+    void Stays() noexcept { m_stays = true; }
+
+  private:
+    const int m_fd;
+    const KernelState& m_before;
+    Attributes& m_attributes;
+    std::optional<std::vector<BYTE>> m_kept;
+    bool m_isOwnedAnew = false;
+    bool m_isListedAnew = false;
+    bool m_isInheritedAnew = false;
+    bool m_isKeptAnew = false;
+    bool m_stays = false;
+};
+
+// Whether the kernel's lists alone have to do: the file system, or this kind of file, keeps nothing else, or the
+// caller may not write the file.
+bool KeepsNothing(int error) noexcept {
+    return error == EOPNOTSUPP || error == EPERM || error == EACCES;
+}
+
+DWORD AccountFor(const SidValue& sid, bool isGroup, DWORD missing, DWORD& id) noexcept {
+    const bool isRoots = sid == FindWellKnownSid(WinBuiltinAdministratorsSid)->Sid() ||
+                         sid == FindWellKnownSid(WinLocalSystemSid)->Sid();
+    const auto account = AccountOfSid(sid.Get());
+    if (!isRoots && (!account || account->isGroup != isGroup)) return missing;
+    id = isRoots ? 0 : account->id;
+    return ERROR_SUCCESS;
+}
+
+DWORD ReadOwners(const FileSecurity& security, DWORD given, struct stat& info) noexcept {
+    if (given & OWNER_SECURITY_INFORMATION) {
+        if (!security.owner) return ERROR_INVALID_OWNER;
+        if (DWORD code = AccountFor(*security.owner, false, ERROR_INVALID_OWNER, info.st_uid)) return code;
+    }
+    if (given & GROUP_SECURITY_INFORMATION) {
+        if (!security.group) return ERROR_INVALID_PRIMARY_GROUP;
+        return AccountFor(*security.group, true, ERROR_INVALID_PRIMARY_GROUP, info.st_gid);
+    }
+    return ERROR_SUCCESS;
 }
 
 }  // namespace
+
+bool HasSimpleLayout(BYTE type) noexcept {
+    return type <= SYSTEM_AUDIT_ACE_TYPE || type == SYSTEM_MANDATORY_LABEL_ACE_TYPE;
+}
 
 DWORD ReadDescriptor(const void* descriptor, FileSecurity& security) {
     const auto* const bytes = static_cast<const BYTE*>(descriptor);
@@ -291,7 +349,7 @@ DWORD ParseDescriptor(std::span<const BYTE> block, FileSecurity& security) {
 }
 
 std::vector<BYTE> MakeDescriptor(const FileSecurity& security, DWORD wanted) {
-    constexpr WORD OfList = SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_PROTECTED;
+    constexpr WORD OfList = SE_DACL_PRESENT | SE_DACL_DEFAULTED | SE_DACL_AUTO_INHERITED | SE_DACL_PROTECTED;
     const bool hasList = security.hasList && wanted & DACL_SECURITY_INFORMATION;
     SECURITY_DESCRIPTOR_RELATIVE head{};
     head.Revision = SECURITY_DESCRIPTOR_REVISION;
@@ -314,54 +372,74 @@ std::vector<BYTE> MakeDescriptor(const FileSecurity& security, DWORD wanted) {
     return block;
 }
 
-DWORD ModeOf(const FileSecurity& security, uid_t owner, gid_t group, mode_t& mode) {
-    if (!security.list) {
-        mode = DataBits;
-        return ERROR_SUCCESS;
-    }
-    const std::vector<Subject> subjects = SubjectsOf(owner, group);
-    for (const AccessEntry& entry : *security.list) {
-        if (!IsSimple(entry.type)) return ERROR_NOT_SUPPORTED;
-        const bool denies = Counts(entry) && entry.type == ACCESS_DENIED_ACE_TYPE && BitsOf(entry);
-        if (denies && std::ranges::none_of(subjects, [&](const Subject& s) { return s.Has(entry.sid); }))
-            return ERROR_NOT_SUPPORTED;
-    }
-    mode = 0;
-    for (const Subject& subject : subjects)
-        mode |= BitsFor(subject, *security.list);
+DWORD PutDescriptor(const FileSecurity& security, DWORD wanted, void* buffer, DWORD size, DWORD& needed) {
+    constexpr DWORD Offered =
+        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
+    if (wanted & ~Offered) return ERROR_NOT_SUPPORTED;
+    const std::vector<BYTE> block = MakeDescriptor(security, wanted);
+    needed = static_cast<DWORD>(block.size());
+    if (size < needed) return ERROR_INSUFFICIENT_BUFFER;
+    if (!buffer) return ERROR_NOACCESS;
+    std::ranges::copy(block, static_cast<BYTE*>(buffer));
     return ERROR_SUCCESS;
 }
 
-DWORD ApplySecurity(int fd, const FileSecurity& security) {
-    struct stat info;
-    mode_t mode = 0;
-    if (fstat(fd, &info) != 0) return CodeFromErrno(errno);
-    if (DWORD code = ModeOf(security, info.st_uid, info.st_gid, mode)) return code;
-    const mode_t wanted = (info.st_mode & 07777 & ~DataBits) | mode;
+DWORD ModeOf(const FileSecurity& security, uid_t owner, gid_t group, mode_t& mode) {
+    PosixList list;
+    if (DWORD code = PosixListOf(ListIn(security), {.owner = owner, .group = group}, list)) return code;
+    mode = list.named.empty() ? list.Mode() : list.owner << 6;
+    return ERROR_SUCCESS;
+}
+
+DWORD ApplySecurity(int fd, const FileSecurity& given, DWORD parts) {
+    constexpr DWORD Offered = OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION |
+                              DACL_SECURITY_INFORMATION | PROTECTED_DACL_SECURITY_INFORMATION |
+                              UNPROTECTED_DACL_SECURITY_INFORMATION;
+    if (parts & ~Offered) return ERROR_NOT_SUPPORTED;
+    if (parts & DACL_SECURITY_INFORMATION && !given.hasList) return ERROR_INVALID_SECURITY_DESCR;
+    Attributes attributes(fd);
+    KernelState before;
+    if (DWORD code = ReadKernel(fd, attributes, before)) return code;
+    struct stat info = before.info;
+    if (DWORD code = ReadOwners(given, parts, info)) return code;
+    // The list stays what it is, whoever the owner is.
+    FileSecurity security;
+    if (parts & DACL_SECURITY_INFORMATION)
+        security = given;
+    else if (!ReadKept(attributes, before, security))
+        security = SecurityOfKernel(before);
+    if (parts & PROTECTED_DACL_SECURITY_INFORMATION) security.control |= SE_DACL_PROTECTED;
+    if (parts & UNPROTECTED_DACL_SECURITY_INFORMATION)
+        security.control &= static_cast<WORD>(~SE_DACL_PROTECTED);
+    const PosixFile file = PosixFileOf(info);
+    PosixList access;
+    if (DWORD code = PosixListOf(ListIn(security), file, access)) return code;
     const std::vector<BYTE> block = MakeDescriptor(security, DACL_SECURITY_INFORMATION);
-    // By name for descriptors that were opened without a right to the data.
-    const std::string name = "/proc/self/fd/" + std::to_string(fd);
-    const auto keep = [&] {
-        return fsetxattr(fd, Attribute, block.data(), block.size(), 0) == 0 ||
-               (errno == EBADF && setxattr(name.c_str(), Attribute, block.data(), block.size(), 0) == 0);
-    };
-    const auto change = [&] {
-        return fchmod(fd, wanted) == 0 || (errno == EBADF && chmod(name.c_str(), wanted) == 0);
-    };
-    // Whoever may write may keep a block, which the new bits or the old ones may allow. A file system without
-    // such attributes keeps the bits alone.
-    const bool isKept = keep();
-    if (wanted != (info.st_mode & 07777) && !change()) return CodeFromErrno(errno);
-    if (!isKept) keep();
+
+    Change change(fd, before, attributes);
+    if (info.st_uid != before.info.st_uid || info.st_gid != before.info.st_gid)
+        if (const int error = change.SetOwner(info.st_uid, info.st_gid)) return CodeFromErrno(error);
+    // What is kept counts only together with the lists; it is kept while the owner may write.
+    const bool isKeptFirst = !(access.owner & 2);
+    int kept = isKeptFirst ? change.Keep(block, true) : 0;
+    if (const int error = change.SetAccess(access)) return CodeFromErrno(error);
+    if (const int error = change.SetInherited(InheritedBy(security, access, file)))
+        return CodeFromErrno(error);
+    if (!isKeptFirst) kept = change.Keep(block, false);
+    if (kept != 0 && !KeepsNothing(kept)) return CodeFromErrno(kept);
+    change.Stays();
     return ERROR_SUCCESS;
 }
 
 DWORD SecurityOf(int fd, FileSecurity& security) {
-    struct stat info;
-    if (fstat(fd, &info) != 0) return CodeFromErrno(errno);
-    if (!S_ISREG(info.st_mode) || !ReadKept(fd, info, security)) security = SecurityOfMode(info);
-    security.owner = SidOfAccount({.isGroup = false, .id = info.st_uid});
-    security.group = SidOfAccount({.isGroup = true, .id = info.st_gid});
+    Attributes attributes(fd);
+    KernelState state;
+    // Somebody whom the thread impersonates may not get at the lists of a file that he cannot open: the mode has to do.
+    const DWORD code = ReadKernel(fd, attributes, state);
+    if (code && code != ERROR_ACCESS_DENIED) return code;
+    if (!ReadKept(attributes, state, security)) security = SecurityOfKernel(state);
+    security.owner = SidOfAccount({.isGroup = false, .id = state.info.st_uid});
+    security.group = SidOfAccount({.isGroup = true, .id = state.info.st_gid});
     return ERROR_SUCCESS;
 }
 

@@ -258,7 +258,7 @@ DWORD FinishOpening(const char* path, const Opening& opening, int fd, bool exist
         if (DWORD code = SetSize(fd, 0, writesThrough)) return code;
     if (existed) return ERROR_SUCCESS;
     if (opening.security)
-        if (DWORD code = ApplySecurity(fd, *opening.security)) return code;
+        if (DWORD code = ApplySecurity(fd, *opening.security, DACL_SECURITY_INFORMATION)) return code;
     return writesThrough ? SyncFolderOf(path) : ERROR_SUCCESS;
 }
 

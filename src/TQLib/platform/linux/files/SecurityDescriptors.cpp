@@ -26,21 +26,15 @@ DWORD ReadSecurity(const wchar_t* name, DWORD wanted, void* buffer, DWORD size, 
     FileSecurity security;
     if (DWORD code = OpenForSecurity(name, file)) return code;
     if (DWORD code = SecurityOf(file.Get(), security)) return code;
-    const std::vector<BYTE> block = MakeDescriptor(security, wanted);
-    needed = static_cast<DWORD>(block.size());
-    if (size < needed) return ERROR_INSUFFICIENT_BUFFER;
-    if (!buffer) return ERROR_NOACCESS;
-    std::ranges::copy(block, static_cast<BYTE*>(buffer));
-    return ERROR_SUCCESS;
+    return PutDescriptor(security, wanted, buffer, size, needed);
 }
 
-DWORD WriteSecurity(const wchar_t* name, const void* descriptor) {
+DWORD WriteSecurity(const wchar_t* name, DWORD given, const void* descriptor) {
     Descriptor file;
     FileSecurity security;
     if (DWORD code = ReadDescriptor(descriptor, security)) return code;
-    if (!security.hasList) return ERROR_INVALID_SECURITY_DESCR;
     if (DWORD code = OpenForSecurity(name, file)) return code;
-    return ApplySecurity(file.Get(), security);
+    return ApplySecurity(file.Get(), security, given);
 }
 
 BOOL GetPart(void* descriptor, PSID SECURITY_DESCRIPTOR::*absolute,
@@ -65,10 +59,7 @@ BOOL GetPart(void* descriptor, PSID SECURITY_DESCRIPTOR::*absolute,
 BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted, PSECURITY_DESCRIPTOR descriptor,
                       DWORD size, DWORD* needed) noexcept {
     if (DWORD code = FaultDue("GetFileSecurityW")) return Fail(code, FALSE);
-    constexpr DWORD Offered =
-        OWNER_SECURITY_INFORMATION | GROUP_SECURITY_INFORMATION | DACL_SECURITY_INFORMATION;
     if (!needed) return Fail(ERROR_NOACCESS, FALSE);
-    if (wanted & ~Offered) return Fail(ERROR_NOT_SUPPORTED, FALSE);
     const DWORD code = WithMemory([&] { return ReadSecurity(name, wanted, descriptor, size, *needed); });
     return code ? Fail(code, FALSE) : TRUE;
 }
@@ -76,8 +67,7 @@ BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted, PSECURIT
 BOOL SetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION given,
                       PSECURITY_DESCRIPTOR descriptor) noexcept {
     if (DWORD code = FaultDue("SetFileSecurityW")) return Fail(code, FALSE);
-    if (given != DACL_SECURITY_INFORMATION) return Fail(ERROR_NOT_SUPPORTED, FALSE);
-    const DWORD code = WithMemory([&] { return WriteSecurity(name, descriptor); });
+    const DWORD code = WithMemory([&] { return WriteSecurity(name, given, descriptor); });
     return code ? Fail(code, FALSE) : TRUE;
 }
 

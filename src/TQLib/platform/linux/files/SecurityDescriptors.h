@@ -1,13 +1,14 @@
 // Security descriptors: the published blocks, and those of files.
 //
-// A file's descriptor means its owner, its group and its mode bits, which alone decide who may do what: what
-// the access-control list allows and denies the owner, the group and everybody (Everyone, Authenticated
-// Users, Users). For user 0 the owner's part counts what is allowed to Administrators and SYSTEM too. Rights
-// to read and to write data count, no others; a new file is never executable. What a list allows other
-// accounts is kept and told, but not granted; a list that denies such an account anything of the data is
-// refused with 50 (ERROR_NOT_SUPPORTED). The block itself is kept beside the file's data where the file
-// system can do that (in the extended attribute "user.tqlib.security"), and told as long as the mode bits are
-// those that it means; otherwise a descriptor is made from them.
+// A file's descriptor means its owner, its group, its mode bits and the kernel's lists of users and groups, which
+// alone decide who may do what: docs/formats/file-security.md says how. For user 0 the owner's part counts what is
+// allowed to Administrators and SYSTEM too. Rights to read, write and execute count, no others; no file becomes
+// executable by a list that is not. Nobody gets what the list does not give him, and less where the kernel has no
+// words for it; a list that denies the data to somebody whom this machine does not know is refused with 50
+// (ERROR_NOT_SUPPORTED), and so are names where the file system has no lists. The block itself is kept beside the
+// file's data where the file system can do that (in the extended attribute "user.tqlib.security"), and told as long
+// as the kernel's lists are those that it means, without the rights that they do not give; otherwise a descriptor is
+// made from them.
 #pragma once
 
 #include "TQLib/platform/linux/accounts/Sids.h"
@@ -81,6 +82,7 @@ inline constexpr WORD SE_DACL_PRESENT = 0x0004;
 inline constexpr WORD SE_DACL_DEFAULTED = 0x0008;
 inline constexpr WORD SE_SACL_PRESENT = 0x0010;
 inline constexpr WORD SE_SACL_DEFAULTED = 0x0020;
+inline constexpr WORD SE_DACL_AUTO_INHERITED = 0x0400;
 inline constexpr WORD SE_DACL_PROTECTED = 0x1000;
 inline constexpr WORD SE_SACL_PROTECTED = 0x2000;
 inline constexpr WORD SE_SELF_RELATIVE = 0x8000;
@@ -89,6 +91,8 @@ inline constexpr DWORD OWNER_SECURITY_INFORMATION = 1;
 inline constexpr DWORD GROUP_SECURITY_INFORMATION = 2;
 inline constexpr DWORD DACL_SECURITY_INFORMATION = 4;
 inline constexpr DWORD SACL_SECURITY_INFORMATION = 8;
+inline constexpr DWORD PROTECTED_DACL_SECURITY_INFORMATION = 0x80000000;
+inline constexpr DWORD UNPROTECTED_DACL_SECURITY_INFORMATION = 0x20000000;
 
 inline constexpr DWORD ACCESS_SYSTEM_SECURITY = 0x01000000;
 inline constexpr DWORD FILE_GENERIC_READ = 0x00120089;
@@ -103,8 +107,10 @@ inline constexpr DWORD FILE_ALL_ACCESS = 0x001F01FF;
 // place for the descriptor.
 TQLIB_API BOOL GetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION wanted,
                                 PSECURITY_DESCRIPTOR descriptor, DWORD size, DWORD* needed) noexcept;
-// The access-control list alone; 50 for anything else. 1338 (ERROR_INVALID_SECURITY_DESCR), 1336
-// (ERROR_INVALID_ACL).
+// Owner, group and access-control list, which may be marked as protected or not; all that is given or, on failure,
+// nothing. 50 for other parts. 1338 (ERROR_INVALID_SECURITY_DESCR), 1336 (ERROR_INVALID_ACL), 1307
+// (ERROR_INVALID_OWNER), 1308 (ERROR_INVALID_PRIMARY_GROUP), 112 (ERROR_DISK_FULL) for more than the file system
+// takes.
 TQLIB_API BOOL SetFileSecurityW(const wchar_t* name, SECURITY_INFORMATION given,
                                 PSECURITY_DESCRIPTOR descriptor) noexcept;
 

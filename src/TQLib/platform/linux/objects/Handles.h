@@ -1,7 +1,7 @@
 // Handles of every kind.
 #pragma once
 
-#include "TQLib/platform/linux/base/Base.h"
+#include "TQLib/platform/linux/files/SecurityDescriptors.h"
 
 namespace Quellan::Platform {
 
@@ -32,5 +32,15 @@ TQLIB_API BOOL DuplicateHandle(HANDLE fromProcess, HANDLE source, HANDLE toProce
 // Whether both are handles of one object. The last error is set only where one of them is invalid: 6
 // (ERROR_INVALID_HANDLE), and FALSE. A pseudo handle equals itself alone.
 TQLIB_API BOOL CompareObjectHandles(HANDLE first, HANDLE second) noexcept;
+
+// The descriptor of what a handle names, as GetFileSecurityW and SetFileSecurityW do for files, which need no right of
+// the handle here. Of an event, mutex or semaphore it is what it was made with, and cannot be changed: 50
+// (ERROR_NOT_SUPPORTED), also for the kinds that have no rights, for a list with entries of kinds that have another
+// layout, and for the SACL. Of what this process has alone it says that its user may do everything. 6
+// (ERROR_INVALID_HANDLE), also for pseudo handles, 122 (ERROR_INSUFFICIENT_BUFFER) with `needed`.
+TQLIB_API BOOL GetKernelObjectSecurity(HANDLE handle, SECURITY_INFORMATION wanted,
+                                       PSECURITY_DESCRIPTOR descriptor, DWORD size, DWORD* needed) noexcept;
+TQLIB_API BOOL SetKernelObjectSecurity(HANDLE handle, SECURITY_INFORMATION given,
+                                       PSECURITY_DESCRIPTOR descriptor) noexcept;
 
 }  // namespace Quellan::Platform

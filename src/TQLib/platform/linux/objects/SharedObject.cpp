@@ -394,6 +394,11 @@ void SharedObject::OpenAnew(const Descriptor& fresh) noexcept {
     UnlockByte(fresh, InitByte);
 }
 
+DWORD SharedObject::User() const noexcept {
+    struct stat info;
+    return fstat(Get(), &info) == 0 ? info.st_uid : ProcessUser();
+}
+
 DWORD SharedObject::Check() const noexcept {
     if (m_slot == NoSlot) return ERROR_INVALID_HANDLE;
     return m_page->magic == PageMagic ? ERROR_SUCCESS : ERROR_SWAPERROR;

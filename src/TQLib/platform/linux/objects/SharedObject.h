@@ -105,6 +105,8 @@ class SharedObject : ProcessDescriptor {
     SharedKind Kind() const noexcept { return m_kind; }
     // The block of its descriptor as it was when this process opened it; empty where it has none. Whoever may
     // write the file may have changed it.
+    // Whose it is.
+    DWORD User() const noexcept;
     const std::vector<BYTE>& Security() const noexcept { return m_security; }
     bool StaysSignalled() const noexcept { return m_manualReset; }
 

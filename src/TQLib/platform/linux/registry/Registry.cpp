@@ -8,6 +8,8 @@
 #include "TQLib/platform/linux/base/HandleTable.h"
 #include "TQLib/platform/linux/base/Lock.h"
 #include "TQLib/platform/linux/base/Wide.h"
+#include "TQLib/platform/linux/files/FileSecurity.h"
+#include "TQLib/platform/linux/files/Files.h"
 #include "TQLib/platform/linux/process/Tokens.h"
 #include "TQLib/platform/linux/registry/RegistryRecord.h"
 #include "TQLib/platform/linux/registry/RegistryStore.h"
@@ -125,6 +127,14 @@ DWORD NewKeyHandle(RegistryKey key, REGSAM access, HKEY& handle) {
     if (DWORD code = NewHandle<Key>(made, granted, std::move(key))) return code;
     handle = static_cast<HKEY>(made);
     return ERROR_SUCCESS;
+}
+
+// What the rights to a key's folder are worth.
+DWORD KeyRightsOf(const AccessEntry& entry) noexcept {
+    const bool allows = entry.type == ACCESS_ALLOWED_ACE_TYPE;
+    const DWORD read = allows ? KEY_READ : KEY_QUERY_VALUE | KEY_ENUMERATE_SUB_KEYS | KEY_NOTIFY;
+    const DWORD write = allows ? KEY_ALL_ACCESS : KEY_SET_VALUE | KEY_CREATE_SUB_KEY | KEY_CREATE_LINK;
+    return (entry.mask & FILE_READ_DATA ? read : 0) | (entry.mask & FILE_WRITE_DATA ? write : 0);
 }
 
 bool IsEmptyPath(const wchar_t* text) noexcept {
@@ -377,6 +387,25 @@ LSTATUS RegQueryInfoKeyW(HKEY key, wchar_t* className, DWORD* classSize, DWORD* 
     PutNumber(securityDescriptor, 0);
     if (lastWrite) *lastWrite = info.lastWrite;
     return ERROR_SUCCESS;
+}
+
+LSTATUS RegGetKeySecurity(HKEY key, SECURITY_INFORMATION wanted, PSECURITY_DESCRIPTOR descriptor,
+                          DWORD* size) noexcept {
+    if (DWORD code = FaultDue("RegGetKeySecurity")) return Status(code);
+    if (!size) return Status(ERROR_INVALID_PARAMETER);
+    return Status(WithKey(key, READ_CONTROL, false, [&](Key& of) {
+        FileSecurity security;
+        if (DWORD code = SecurityOf(of.Get().folder.Get(), security)) return code;
+        if (security.list)
+            for (AccessEntry& entry : *security.list)
+                entry.mask = KeyRightsOf(entry);
+        return PutDescriptor(security, wanted, descriptor, *size, *size);
+    }));
+}
+
+LSTATUS RegSetKeySecurity(HKEY key, SECURITY_INFORMATION, PSECURITY_DESCRIPTOR) noexcept {
+    if (DWORD code = FaultDue("RegSetKeySecurity")) return Status(code);
+    return Status(WithKey(key, 0, false, [](Key&) { return DWORD{ERROR_NOT_SUPPORTED}; }));
 }
 
 }  // namespace Quellan::Platform

@@ -16,7 +16,7 @@
 // Texts in values are the platform's wide characters; sizes of data count bytes, sizes of names characters.
 #pragma once
 
-#include "TQLib/platform/linux/base/Base.h"
+#include "TQLib/platform/linux/files/SecurityDescriptors.h"
 
 namespace Quellan::Platform {
 
@@ -113,5 +113,13 @@ TQLIB_API LSTATUS RegQueryInfoKeyW(HKEY key, wchar_t* className, DWORD* classSiz
                                    DWORD* subkeys, DWORD* longestSubkey, DWORD* longestClass, DWORD* values,
                                    DWORD* longestValueName, DWORD* largestData, DWORD* securityDescriptor,
                                    FILETIME* lastWrite) noexcept;
+
+// Who may do what with a key: its folder's owner, group and bits decide, of which the descriptor tells. They cannot be
+// changed: 50 (ERROR_NOT_SUPPORTED), as for the SACL. `size` is the buffer's, then what is needed; 122
+// (ERROR_INSUFFICIENT_BUFFER). Needs READ_CONTROL.
+TQLIB_API LSTATUS RegGetKeySecurity(HKEY key, SECURITY_INFORMATION wanted, PSECURITY_DESCRIPTOR descriptor,
+                                    DWORD* size) noexcept;
+TQLIB_API LSTATUS RegSetKeySecurity(HKEY key, SECURITY_INFORMATION given,
+                                    PSECURITY_DESCRIPTOR descriptor) noexcept;
 
 }  // namespace Quellan::Platform

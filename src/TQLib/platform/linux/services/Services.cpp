@@ -3,9 +3,11 @@
 #include "TQLib/platform/ServiceControl.h"
 #include "TQLib/platform/linux/accounts/AccountNames.h"
 #include "TQLib/platform/linux/accounts/Packer.h"
+#include "TQLib/platform/linux/accounts/WellKnownSids.h"
 #include "TQLib/platform/linux/base/Fail.h"
 #include "TQLib/platform/linux/base/FaultPoint.h"
 #include "TQLib/platform/linux/base/Wide.h"
+#include "TQLib/platform/linux/files/FileSecurity.h"
 #include "TQLib/platform/linux/services/ServiceClient.h"
 #include "TQLib/platform/linux/services/ServiceSettings.h"
 
@@ -239,6 +241,32 @@ BOOL ChangeServiceConfigW(SC_HANDLE service, DWORD type, DWORD start, DWORD erro
                                       dependencies, account, request.change);
         return code ? code : client.Ask(request);
     });
+}
+
+BOOL QueryServiceObjectSecurity(SC_HANDLE service, SECURITY_INFORMATION wanted,
+                                PSECURITY_DESCRIPTOR descriptor, DWORD size, DWORD* needed) noexcept {
+    if (DWORD code = FaultDue("QueryServiceObjectSecurity")) return Fail(code, FALSE);
+    if (!needed) return Fail(ERROR_NOACCESS, FALSE);
+    return WithServiceHandle<ServiceHandle>(service, [&](ServiceClient& client) -> DWORD {
+        constexpr DWORD Everybodys =
+            SERVICE_QUERY_CONFIG | SERVICE_QUERY_STATUS | SERVICE_ENUMERATE_DEPENDENTS | SERVICE_INTERROGATE;
+        if (!(client.Access() & READ_CONTROL)) return ERROR_ACCESS_DENIED;
+        const SidValue system = FindWellKnownSid(WinLocalSystemSid)->Sid();
+        const SidValue everyone = FindWellKnownSid(WinWorldSid)->Sid();
+        FileSecurity security;
+        security.control = SE_DACL_PRESENT;
+        security.owner = security.group = system;
+        security.hasList = true;
+        security.list = std::vector<AccessEntry>{{ACCESS_ALLOWED_ACE_TYPE, 0, SERVICE_ALL_ACCESS, system},
+                                                 {ACCESS_ALLOWED_ACE_TYPE, 0, Everybodys, everyone}};
+        return PutDescriptor(security, wanted, descriptor, size, *needed);
+    });
+}
+
+BOOL SetServiceObjectSecurity(SC_HANDLE service, SECURITY_INFORMATION, PSECURITY_DESCRIPTOR) noexcept {
+    if (DWORD code = FaultDue("SetServiceObjectSecurity")) return Fail(code, FALSE);
+    return WithServiceHandle<ServiceHandle>(service,
+                                            [](ServiceClient&) { return DWORD{ERROR_NOT_SUPPORTED}; });
 }
 
 BOOL GetServiceDisplayNameW(SC_HANDLE manager, const wchar_t* name, wchar_t* displayName,

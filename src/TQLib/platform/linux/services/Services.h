@@ -17,7 +17,7 @@
 // characters.
 #pragma once
 
-#include "TQLib/platform/linux/base/Base.h"
+#include "TQLib/platform/linux/files/SecurityDescriptors.h"
 
 namespace Quellan::Platform {
 
@@ -242,6 +242,14 @@ TQLIB_API BOOL ChangeServiceConfigW(SC_HANDLE service, DWORD type, DWORD start, 
 // actions remove both. SC_ACTION_REBOOT is 50 (ERROR_NOT_SUPPORTED). Delayed start is for
 // SERVICE_AUTO_START, 87 otherwise. Needs SERVICE_CHANGE_CONFIG, with SC_ACTION_RESTART SERVICE_START too.
 TQLIB_API BOOL ChangeServiceConfig2W(SC_HANDLE service, DWORD level, void* info) noexcept;
+// The same for all services, as the head of this file says: SYSTEM, which root and the manager's user are, may do
+// everything. It cannot be changed: 50 (ERROR_NOT_SUPPORTED), as for the SACL. 122 (ERROR_INSUFFICIENT_BUFFER). Needs
+// READ_CONTROL.
+TQLIB_API BOOL QueryServiceObjectSecurity(SC_HANDLE service, SECURITY_INFORMATION wanted,
+                                          PSECURITY_DESCRIPTOR descriptor, DWORD size,
+                                          DWORD* needed) noexcept;
+TQLIB_API BOOL SetServiceObjectSecurity(SC_HANDLE service, SECURITY_INFORMATION given,
+                                        PSECURITY_DESCRIPTOR descriptor) noexcept;
 // 122 (ERROR_INSUFFICIENT_BUFFER) with the size needed. Need SERVICE_QUERY_CONFIG.
 TQLIB_API BOOL QueryServiceConfigW(SC_HANDLE service, QUERY_SERVICE_CONFIGW* config, DWORD size,
                                    DWORD* needed) noexcept;
