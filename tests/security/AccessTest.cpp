@@ -404,7 +404,7 @@ TEST(Conditions, FindNoAttributeInADamagedBlock) {
     EXPECT_TRUE(isTrue(whole));
     for (std::size_t size = 0; size < whole.Size(); ++size)
         EXPECT_FALSE(isTrue(BYTEBuf(whole.Data(), size))) << size;
-    for (const std::size_t at : {0, 12, 16}) {  // the name's place, the count, the value's place
+    for (const std::size_t at : {0u, 12u, 16u}) {  // the name's place, the count, the value's place
         BYTEBuf damaged = whole;
         damaged[at + 3] = 0x7F;
         EXPECT_FALSE(isTrue(damaged)) << at;

@@ -1,5 +1,6 @@
 #include "TQLib/platform/Win32.h"
 #include "TQLib/security/SecACL.h"
+#include "TQLib/security/SecAccess.h"
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/security/SecDesc.h"
 #include "TQLib/security/SecIDArray.h"
@@ -95,6 +96,22 @@ std::vector<SweptOperation> SecurityRows() {
                   constexpr const wchar_t* Text = L"D:(XA;;FA;;;WD;(a == {1,\"b\"} && !(c)))";
                   EXPECT_EQ(SecDesc::FromText(Text).Text(), Text);
                   EXPECT_EQ(SecDesc::FromText(descriptor.Text()), descriptor);
+              }),
+        Swept("access", Descriptor,
+              [](SecDesc& descriptor) {
+                  SecSubject subject{SecIDAttr(World())};
+                  subject.Restrict(Identifiers());
+                  const SecAccess access(descriptor, SecGenericMap::OfFiles());
+                  SecAccess::Node node;
+                  EXPECT_TRUE(access.Check(subject, 1, {&node, 1}).isGranted);
+                  const BYTEBuf attribute(16);
+                  const SecCircumstances named{.self = nullptr, .attributes = {&attribute, 1}};
+                  EXPECT_TRUE(access.Check(subject, 1, named).isGranted);
+              }),
+        Swept("attribute text", Descriptor,
+              [](SecDesc&) {
+                  constexpr const wchar_t* Text = L"S:(RA;;;;;WD;(\"a\",TS,0x0,\"b\",\"c\"))";
+                  EXPECT_EQ(SecDesc::FromText(Text).Text(), Text);
               }),
         Swept("lists merged", Descriptor,
               [](SecDesc& descriptor) {

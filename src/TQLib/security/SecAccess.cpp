@@ -174,7 +174,8 @@ SecAccess::Answer SecAccess::Ask(const SecSubject& subject, DWORD wanted,
                                  std::span<Platform::AccessNode> tree,
                                  const SecCircumstances& circumstances) const {
     // Attributes are rare: without them nothing is allocated.
-    const std::vector<ByteView> attributes = ViewsOf(circumstances.attributes);
+    const std::vector<ByteView> attributes =
+        Corvel::Translated(Where, [&] { return ViewsOf(circumstances.attributes); });
     const SecID* const self = circumstances.self;
     return AnswerOf(Platform::CheckAccess(subject.m_parts->subject,
                                           {.descriptor = {m_block.Data(), m_block.Size()},
