@@ -281,6 +281,15 @@ TEST_F(FilesSecurity, IsNotBelievedWhereItGrantsMoreThanTheBits) {
     }
 }
 
+TEST_F(FilesSecurity, KeepsEntriesWithTheRightsThatTheKernelGives) {
+    EXPECT_TRUE(
+        Make({Allow(Everyone, FILE_ALL_ACCESS, INHERITED_ACE), Allow(Stranger, FILE_GENERIC_EXECUTE)}));
+    const auto list = List();
+    ASSERT_EQ(list.size(), 1u);
+    EXPECT_EQ(list[0].flags, INHERITED_ACE);
+    EXPECT_EQ(list[0].mask, FILE_GENERIC_READ | FILE_GENERIC_WRITE);
+}
+
 TEST_F(FilesSecurity, FollowsTheBitsWhereTheyWereChanged) {
     EXPECT_TRUE(Make({Allow(Users, FILE_GENERIC_READ)}));
     ASSERT_EQ(chmod(fs::path(m_path).c_str(), 0604), 0);

@@ -13,33 +13,8 @@ using Sarvek::SecObject;
 
 class SecurityOfObjects : public testing::Test {
   protected:
-    HANDLE Make(const wchar_t* name) const {
-        return CreateFileW((m_folder / name).c_str(), GENERIC_READ | GENERIC_WRITE | WRITE_DAC, 0, nullptr,
-                           CREATE_NEW, 0, nullptr);
-    }
-
     const TemporaryFolder m_folder;
 };
-
-TEST_F(SecurityOfObjects, IsSetInPartsByNameAndByHandle) {
-    const TQUniqueHandle<_TQFileHandleClose> file(Make(L"file"));
-    ASSERT_TRUE(file.IsValid());
-    const SecObject byName = SecObject::File((m_folder / L"file").c_str());
-    const SecObject byHandle = SecObject::Handle(file.Get());
-    for (const SecObject& object : {byName, byHandle}) {
-        for (const wchar_t* const list : {L"D:P(A;;0x12019f;;;WD)", L"D:P(A;;FR;;;WD)"}) {
-            object.Write(SecDesc::FromText(list));
-            const SecDesc read = byName.Read();
-            ASSERT_NE(read.DACL(), nullptr);
-            EXPECT_EQ((*read.DACL())[0].Rights(), (*SecDesc::FromText(list).DACL())[0].Rights());
-            EXPECT_EQ(read.DACL()->Count(), 1u);
-            EXPECT_EQ(read, byHandle.Read());
-            EXPECT_FALSE(read.Owner().IsNull());
-        }
-        EXPECT_TRUE(object.Read(OWNER_SECURITY_INFORMATION).Group().IsNull()) << "not asked for";
-        byName.Write(SecDesc::FromText(L"D:(A;;0x12019f;;;WD)"));
-    }
-}
 
 TEST_F(SecurityOfObjects, OfAKeyAndAnEventIsRead) {
     const TQRegKey key = TQRegistry::UserKey().Create(L"Software\\TQLib\\ObjectTest");

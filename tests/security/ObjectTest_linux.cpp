@@ -13,6 +13,29 @@ using Sarvek::SecAttr;
 using Sarvek::SecDesc;
 using Sarvek::SecObject;
 
+// Wine keeps no more than mode bits.
+TEST(SecurityOfObjectsOnLinux, IsSetInPartsByNameAndByHandle) {
+    const TemporaryFolder folder;
+    const TQUniqueHandle<_TQFileHandleClose> file(CreateFileW(
+        (folder / L"file").c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr));
+    ASSERT_TRUE(file.IsValid());
+    const SecObject byName = SecObject::File((folder / L"file").c_str());
+    const SecObject byHandle = SecObject::Handle(file.Get());
+    for (const SecObject& object : {byName, byHandle}) {
+        for (const wchar_t* const list : {L"D:P(A;;0x12019f;;;WD)", L"D:P(A;;FR;;;WD)"}) {
+            object.Write(SecDesc::FromText(list));
+            const SecDesc read = byName.Read();
+            ASSERT_NE(read.DACL(), nullptr);
+            EXPECT_EQ((*read.DACL())[0].Rights(), (*SecDesc::FromText(list).DACL())[0].Rights());
+            EXPECT_EQ(read.DACL()->Count(), 1u);
+            EXPECT_EQ(read, byHandle.Read());
+            EXPECT_FALSE(read.Owner().IsNull());
+        }
+        EXPECT_TRUE(object.Read(OWNER_SECURITY_INFORMATION).Group().IsNull()) << "not asked for";
+        byName.Write(SecDesc::FromText(L"D:(A;;0x12019f;;;WD)"));
+    }
+}
+
 TEST(SecurityOfObjectsOnLinux, IsWhatTheyWereMadeWithOrTheirUsers) {
     const SecDesc given = SecDesc::FromText(L"D:(A;;0x100002;;;WD)");
     const std::wstring name = L"tqtest.object." + std::to_wstring(GetCurrentProcessId());

@@ -34,7 +34,7 @@ DWORD SecurityOfObject(const Object& object, FileSecurity& security) {
         if (DWORD code = ParseDescriptor(shared->Security(), security)) return code;
         const auto isKept = [](const AccessEntry& entry) { return HasSimpleLayout(entry.type); };
         return !security.list || std::ranges::all_of(*security.list, isKept) ? ERROR_SUCCESS
-                                                                            : ERROR_NOT_SUPPORTED;
+                                                                             : ERROR_NOT_SUPPORTED;
     }
     security.owner = SidOfAccount({.isGroup = false, .id = shared ? shared->User() : ProcessUser()});
     security.group = SidOfAccount({.isGroup = true, .id = getegid()});
