@@ -4,16 +4,20 @@
 #include "TQLib/security/SecAttr.h"
 #include "TQLib/security/SecDesc.h"
 #include "TQLib/security/SecIDArray.h"
+#include "TQLib/security/SecObject.h"
 #include "TQLib/security/SecPrivilege.h"
 #include "TQLib/security/SecPrivilegeSet.h"
 #include "TQLib/security/SecToken.h"
+#include "TQLib/security/SecTree.h"
 #include "TQLib/security/TQSecThreadToken.h"
 #include "TQLib/system/TQSysProc.h"
+#include "TQLib/text/memory/TQUniqueHandle.h"
 #include "platform/PlatformTest.h"
 #include "sweep/Rows.h"
 
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 namespace Quellan::Corvel::Test {
 
@@ -48,6 +52,40 @@ SecPrivilegeSet OnePrivilege() {
     SecPrivilegeSet names;
     names.Add(L"SeChangeNotifyPrivilege");
     return names;
+}
+
+// Objects of a name each, for as long as the program runs.
+struct NamedObjects {
+    static constexpr const wchar_t* Name = L"tqtest.swept";
+    static constexpr const wchar_t* Mutex = L"tqtest.swept.mutex";
+    static constexpr const wchar_t* Semaphore = L"tqtest.swept.semaphore";
+    using Owned = TQUniqueHandle<_TQKernelHandleClose>;
+    const Owned event{CreateEventW(nullptr, FALSE, FALSE, Name)};
+    const Owned mutex{CreateMutexW(nullptr, FALSE, Mutex)};
+    const Owned semaphore{CreateSemaphoreW(nullptr, 0, 1, Semaphore)};
+};
+
+SecObject NamedEvent() {
+    static const NamedObjects objects;
+    return SecObject::Event(NamedObjects::Name);
+}
+
+const TemporaryFolder& Folder() {
+    static const TemporaryFolder folder;
+    static const bool isFilled = CreateDirectoryW((folder / L"below").c_str(), nullptr) &&
+                                 CreateDirectoryW((folder / L"below/more").c_str(), nullptr);
+    EXPECT_TRUE(isFilled);
+    return folder;
+}
+
+SecObject SecuredFolder() {
+    return SecObject::File(Folder().Path().c_str());
+}
+
+// Not every kind can be set everywhere.
+void ReadAndWrite(const SecObject& object) {
+    const SecDesc descriptor = object.Read();
+    PutUpWith(ERROR_NOT_SUPPORTED, [&] { object.Write(descriptor, DACL_SECURITY_INFORMATION); });
 }
 
 // An identifier need not have an account, which is remembered; what the system is need not be known.
@@ -158,6 +196,25 @@ std::vector<SweptOperation> SecurityRows() {
                   const SecImpersonation acting(token);
                   const SecPrivilege guard(OnePrivilege());
                   EXPECT_TRUE(SecToken::OfThread().EnabledPrivileges().Contains(L"SeChangeNotifyPrivilege"));
+              }),
+        Swept("security of a folder", SecuredFolder, [](SecObject& object) { ReadAndWrite(object); }),
+        Swept("security of named objects", NamedEvent,
+              [](SecObject& object) {
+                  ReadAndWrite(object);
+                  ReadAndWrite(SecObject::Mutex(NamedObjects::Mutex));
+                  ReadAndWrite(SecObject::Semaphore(NamedObjects::Semaphore));
+              }),
+        Swept("security of a key", World, [](SecID&) { ReadAndWrite(SecObject::Key(L"HKCU\\Software")); }),
+        // What fails is told, and the others are looked at.
+        Swept("lists of a tree", World,
+              [](SecID&) {
+                  std::optional<TQCoreException> failed;
+                  SecTree::Options options;
+                  options.onFailure = [&](const TQString&, const TQCoreException& failure) {
+                      failed = failure;
+                  };
+                  SecFileTree().Renew(Folder().Path().c_str(), options);
+                  if (failed) throw TQCoreException(*failed);
               }),
         Swept("attributes", Descriptor, [](SecDesc& descriptor) { SecAttr{SecAttr(descriptor)}; }),
     };

@@ -1,4 +1,5 @@
 #include "TQLib/platform/Win32.h"
+#include "TQLib/security/SecObject.h"
 #include "TQLib/services/TQServiceCtrl.h"
 #include "TQLib/services/TQServiceMgr.h"
 #include "TQLib/services/TQSvcProcessor.h"
@@ -72,6 +73,13 @@ std::vector<SweptOperation> ServiceRows() {
                   const auto all =
                       ServiceListType::Services | ServiceListType::Active | ServiceListType::Inactive;
                   EXPECT_NE(TQServiceCtrl::ServiceList(all).Find(ServiceName), nullptr);
+              }),
+        Swept("security of a service", Service,
+              [](TQServiceCtrl&) {
+                  const Sarvek::SecObject object = Sarvek::SecObject::Service(ServiceName);
+                  const Sarvek::SecDesc descriptor = object.Read();
+                  PutUpWith(ERROR_NOT_SUPPORTED,
+                            [&] { object.Write(descriptor, DACL_SECURITY_INFORMATION); });
               }),
         Swept("service copy", Service, [](TQServiceCtrl& service) { TQServiceCtrl{service}; }),
         Swept("service state", Service,

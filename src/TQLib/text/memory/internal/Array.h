@@ -81,7 +81,7 @@ class _TQArray {
 // The arrays of elements that have a hash.
 template <class A>
 concept _TQHashedArray = std::derived_from<A, _TQArray<typename A::value_type>> &&
-                         std::default_initializable<std::hash<typename A::value_type>>;
+    std::default_initializable<std::hash<typename A::value_type>>;
 
 }  // namespace Quellan::Corvel
 
