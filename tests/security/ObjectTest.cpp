@@ -28,7 +28,7 @@ TEST_F(SecurityOfObjects, OfAKeyAndAnEventIsRead) {
     const TQUniqueHandle<_TQKernelHandleClose> event(CreateEventW(nullptr, TRUE, FALSE, name.c_str()));
     const SecDesc ofEvent = SecObject::Event(name.c_str()).Read();
     EXPECT_EQ(ofEvent, SecObject::Handle(event.Get()).Read());
-    EXPECT_FALSE(ofEvent.Owner().IsNull());
+    EXPECT_TRUE(!ofEvent.Owner().IsNull() || OnWine());  // Wine knows none
 }
 
 TEST_F(SecurityOfObjects, FailuresNameTheObject) {
