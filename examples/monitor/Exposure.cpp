@@ -7,8 +7,8 @@ using namespace Quellan::Sarvek;
 
 namespace {
 
-constexpr DWORD Writing =
-    FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA | FILE_DELETE_CHILD | DELETE | WRITE_DAC | WRITE_OWNER;
+constexpr DWORD Writing = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_WRITE_EA | FILE_WRITE_ATTRIBUTES |
+                          FILE_DELETE_CHILD | DELETE | WRITE_DAC | WRITE_OWNER;
 constexpr SecGenericMap Rights = SecGenericMap::OfFiles();
 
 // Whom everybody belongs to who is signed in.

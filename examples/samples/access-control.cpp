@@ -37,6 +37,27 @@ void Check() {
     Expect(mayRead && all == FILE_GENERIC_READ, L"A user may read, and no more.");
 }
 
+void Inherit(const wchar_t* folder) {
+    const SecDesc above = SecDesc::FromText(L"O:BAG:BAD:(A;OICI;FA;;;CO)(A;OI;GR;;;BU)");
+    const SecCreator maker{.owner = SecID(WinBuiltinAdministratorsSid),
+                           .group = SecID(WinBuiltinUsersSid),
+                           .defaultList = std::nullopt,
+                           .owners = {},
+                           .maySetSACL = false};
+    const SecInheritance files(SecGenericMap::OfFiles(), false);
+    const SecDesc made = files.NewDescriptor(&above, nullptr, &maker);  // D:AI(A;ID;FA;;;BA)(A;ID;FR;;;BU)
+    Expect(made.Text() == L"O:BAG:BUD:AI(A;ID;FA;;;BA)(A;ID;FR;;;BU)",
+           L"The owner has what the creator's entry gives.");
+
+    TQString failures;
+    SecTree::Options options;
+    options.onFailure = [&](const TQString& path, const TQCoreException& failure) {
+        failures += path + L": " + failure.ExcMsg(TQStrResDestination::User) + L"\n";
+    };
+    const SecTree::Outcome outcome = SecFileTree().Renew(folder, options);
+    Expect(outcome.failed == 0 && failures.IsEmpty(), L"Nothing has failed.");
+}
+
 void ShareFile(const wchar_t* name) {
     const SecObject file = SecObject::File(name);
     SecACL list = *file.Read().DACL();
@@ -50,6 +71,10 @@ void ShareFile(const wchar_t* name) {
 void AccessControlSample() {
     Check();
     ReadText();
+    const wchar_t* const folder = L"access-control.folder";
+    CreateDirectoryW(folder, nullptr);
+    Inherit(folder);
+    RemoveDirectoryW(folder);
     const wchar_t* const name = L"access-control.sample";
     DeleteFileW(name);
     MakeFile(name);

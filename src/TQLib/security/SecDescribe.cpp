@@ -26,6 +26,8 @@ constexpr RightsInWords FileRights[] = {
     {0x1301BF, L"modify"},
     {0x1200A9, L"read and execute"},
     {0xA0000000, L"read and execute"},
+    {0x1201FF, L"read, write and execute"},
+    {0x1201BF, L"read, write and execute"},
     {0x12019F, L"read and write"},
     {0xC0000000, L"read and write"},
     {0x120089, L"read"},
