@@ -128,6 +128,25 @@ TEST_F(NamedObjects, GrantWithTheirHandlesWhatTheirDescriptorsDo) {
     EXPECT_EQ(GetLastError(), DWORD{ERROR_ACCESS_DENIED});
 }
 
+TEST_F(NamedObjects, TakeOtherLists) {
+    const auto list = [](const wchar_t* text) { return Sarvek::SecDesc::FromText(text).Block(); };
+    const auto set = [](HANDLE handle, BYTEBuf block) {
+        return SetKernelObjectSecurity(handle, DACL_SECURITY_INFORMATION, block.Data()) ? 0 : GetLastError();
+    };
+    const Owned made(CreateEventW(nullptr, TRUE, FALSE, Name()));
+    const Owned waiting(OpenEventW(SYNCHRONIZE, FALSE, Name()));
+    EXPECT_EQ(set(waiting, list(L"D:(A;;0x1F0003;;;WD)")), DWORD{ERROR_ACCESS_DENIED});
+    for (const wchar_t* const text :
+         {L"D:(A;;0x100000;;;WD)(A;;0x20000;;;BU)(A;;0x20000;;;AU)", L"D:(A;;0x100000;;;WD)"}) {
+        EXPECT_EQ(set(made, list(text)), 0u);
+        EXPECT_EQ(RoleProcess("open-event", {m_name, std::to_string(SYNCHRONIZE)}).ExitCode(), 0);
+        EXPECT_EQ(RoleProcess("open-event", {m_name, std::to_string(EVENT_MODIFY_STATE)}).ExitCode(),
+                  ERROR_ACCESS_DENIED);
+    }
+    EXPECT_EQ(set(made, list(L"D:(A;;0x100002;;;WD)")), 0u);
+    EXPECT_EQ(CodeOfOpening(m_name, EVENT_MODIFY_STATE), 0u);
+}
+
 TEST_F(NamedObjects, AreOneObjectWithManyHandles) {
     const Owned created = ManualEvent(false, Name());
     EXPECT_EQ(GetLastError(), 0u);

@@ -17,8 +17,8 @@ namespace Quellan::Sarvek {
 // | file or folder | both | both; the kernel keeps what it can of it |
 // | key | both | read; setting is 50 (ERROR_NOT_SUPPORTED) |
 // | service | both | read, the same for all; setting is 50 |
-// | event, mutex, semaphore | both | read, as it was made; setting is 50 |
-// | handle of one of these, of a thread, a pipe | both, by the rights of the handle | as the kind; setting for files |
+// | event, mutex, semaphore | both | both; of setting the DACL alone, by its user |
+// | handle of one of these, of a thread, a pipe | both, by the rights of the handle | as the kind |
 //
 // Failures are thrown as `TQSysException` with the platform's code and the object's name as their action: 2 and 3
 // where there is no such object, 5 (ERROR_ACCESS_DENIED), 6 (ERROR_INVALID_HANDLE), 50 for what the kind cannot do

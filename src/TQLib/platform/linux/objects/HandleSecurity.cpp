@@ -21,7 +21,7 @@ const FileObject* AsFile(const Object& object) noexcept {
 }
 
 // Null for what has no name.
-const SharedObject* AsShared(const Object& object) noexcept {
+SharedObject* AsShared(const Object& object) noexcept {
     return object.KindOf().waitable ? static_cast<const Waitable&>(object).Shared() : nullptr;
 }
 
@@ -30,8 +30,11 @@ DWORD SecurityOfObject(const Object& object, FileSecurity& security) {
     if (all == 0) return ERROR_NOT_SUPPORTED;
     if (const FileObject* const file = AsFile(object)) return SecurityOf(file->Fd(), security);
     const SharedObject* const shared = AsShared(object);
-    if (shared && !shared->Security().empty()) {
-        if (DWORD code = ParseDescriptor(shared->Security(), security)) return code;
+    std::vector<BYTE> block;
+    if (shared)
+        if (DWORD code = shared->Security(block)) return code;
+    if (!block.empty()) {
+        if (DWORD code = ParseDescriptor(block, security)) return code;
         const auto isKept = [](const AccessEntry& entry) { return HasSimpleLayout(entry.type); };
         return !security.list || std::ranges::all_of(*security.list, isKept) ? ERROR_SUCCESS
                                                                              : ERROR_NOT_SUPPORTED;
@@ -54,6 +57,7 @@ BOOL GetKernelObjectSecurity(HANDLE handle, SECURITY_INFORMATION wanted, PSECURI
     const HandleUse use(handle);
     if (!use.Get()) return Fail(ERROR_INVALID_HANDLE, FALSE);
     const DWORD code = WithMemory([&] {
+        if (AsShared(*use.Get()) && !(use.Access() & READ_CONTROL)) return DWORD{ERROR_ACCESS_DENIED};
         FileSecurity security;
         const DWORD failed = SecurityOfObject(*use.Get(), security);
         return failed ? failed : PutDescriptor(security, wanted, descriptor, size, *needed);
@@ -67,6 +71,11 @@ BOOL SetKernelObjectSecurity(HANDLE handle, SECURITY_INFORMATION given,
     const HandleUse use(handle);
     if (!use.Get()) return Fail(ERROR_INVALID_HANDLE, FALSE);
     const DWORD code = WithMemory([&] {
+        if (SharedObject* const shared = AsShared(*use.Get())) {
+            if (!(use.Access() & WRITE_DAC)) return DWORD{ERROR_ACCESS_DENIED};
+            if (given != DACL_SECURITY_INFORMATION) return DWORD{ERROR_NOT_SUPPORTED};
+            return shared->SetList(descriptor);
+        }
         FileSecurity security;
         const FileObject* const file = AsFile(*use.Get());
         if (!file) return DWORD{ERROR_NOT_SUPPORTED};

@@ -34,9 +34,10 @@ TQLIB_API BOOL DuplicateHandle(HANDLE fromProcess, HANDLE source, HANDLE toProce
 TQLIB_API BOOL CompareObjectHandles(HANDLE first, HANDLE second) noexcept;
 
 // The descriptor of what a handle names, as GetFileSecurityW and SetFileSecurityW do for files, which need no right of
-// the handle here. Of an event, mutex or semaphore it is what it was made with, and cannot be changed: 50
-// (ERROR_NOT_SUPPORTED), also for the kinds that have no rights, for a list with entries of kinds that have another
-// layout, and for the SACL. Of what this process has alone it says that its user may do everything. 6
+// the handle here. Reading that of a named event, mutex or semaphore takes READ_CONTROL and setting it WRITE_DAC, 5
+// (ERROR_ACCESS_DENIED); its DACL alone can be set, by the user whose it is. 50 (ERROR_NOT_SUPPORTED) for other parts,
+// for objects without a name, for the kinds that have no rights, and for a list with entries of kinds that have
+// another layout where it is read. Of what this process has alone it says that its user may do everything. 6
 // (ERROR_INVALID_HANDLE), also for pseudo handles, 122 (ERROR_INSUFFICIENT_BUFFER) with `needed`.
 TQLIB_API BOOL GetKernelObjectSecurity(HANDLE handle, SECURITY_INFORMATION wanted,
                                        PSECURITY_DESCRIPTOR descriptor, DWORD size, DWORD* needed) noexcept;

@@ -125,7 +125,8 @@ DWORD FindFolder(KnownObjects& registry, bool global, const SharedFolder*& folde
 
 // What the caller gets of the rights that he wants to an object that was there.
 DWORD Admit(const Waitable& object, const GenericRights& rights, DWORD& access) {
-    const std::vector<BYTE>& descriptor = object.Shared()->Security();
+    std::vector<BYTE> descriptor;
+    if (DWORD code = object.Shared()->Security(descriptor)) return code;
     if (!descriptor.empty()) return CheckCaller(descriptor, rights, access, access);
     access = MapRights(rights, access);
     return ERROR_SUCCESS;

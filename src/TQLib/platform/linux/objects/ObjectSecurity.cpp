@@ -24,10 +24,16 @@ const BYTE* ListIn(const void* descriptor) noexcept {
     return at ? static_cast<const BYTE*>(descriptor) + at : nullptr;
 }
 
+// Whom an object belongs to.
+struct Owners {
+    uid_t user;
+    gid_t group;
+};
+
 // With the list byte for byte, as entries of every kind count.
-std::vector<BYTE> BlockOf(const FileSecurity& given, const void* descriptor) {
-    const auto user = SidOfAccount({.isGroup = false, .id = ActingUser()});
-    const auto group = SidOfAccount({.isGroup = true, .id = getegid()});
+std::vector<BYTE> BlockOf(const FileSecurity& given, const void* descriptor, const Owners& owners) {
+    const auto user = SidOfAccount({.isGroup = false, .id = owners.user});
+    const auto group = SidOfAccount({.isGroup = true, .id = owners.group});
     SECURITY_DESCRIPTOR_RELATIVE head{};
     head.Revision = SECURITY_DESCRIPTOR_REVISION;
     head.Control =
@@ -53,26 +59,46 @@ std::vector<BYTE> BlockOf(const FileSecurity& given, const void* descriptor) {
     return block;
 }
 
-}  // namespace
-
-DWORD SecurityOfNewObject(const SECURITY_ATTRIBUTES* attributes, ObjectSecurity& security) {
+// `given` is what was read from the descriptor.
+DWORD SecurityFrom(FileSecurity given, const void* descriptor, const Owners& owners,
+                   ObjectSecurity& security) {
     // Whoever waits for an object changes it, and memory that is written is read: the kernel knows one right.
     constexpr DWORD AnyRight = SYNCHRONIZE | EVENT_MODIFY_STATE | MUTEX_MODIFY_STATE |
                                SEMAPHORE_MODIFY_STATE | GENERIC_ALL | GENERIC_EXECUTE | GENERIC_WRITE;
+    security = {};
+    security.block = BlockOf(given, descriptor, owners);
+    if (given.list)
+        for (AccessEntry& entry : *given.list)
+            entry.mask = entry.mask & AnyRight ? GENERIC_READ | GENERIC_WRITE : 0;
+    mode_t bits;
+    if (DWORD code = ModeOf(given, owners.user, owners.group, bits)) return code;
+    for (const mode_t both : {mode_t{S_IRGRP | S_IWGRP}, mode_t{S_IROTH | S_IWOTH}})
+        if ((bits & both) == both) security.mode |= both;
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+DWORD SecurityOfNewObject(const SECURITY_ATTRIBUTES* attributes, ObjectSecurity& security) {
     security = {};
     if (!attributes || !attributes->lpSecurityDescriptor) return ERROR_SUCCESS;
     FileSecurity given;
     if (DWORD code = ReadDescriptor(attributes->lpSecurityDescriptor, given)) return code;
     if (!given.hasList) return ERROR_SUCCESS;
-    security.block = BlockOf(given, attributes->lpSecurityDescriptor);
-    if (given.list)
-        for (AccessEntry& entry : *given.list)
-            entry.mask = entry.mask & AnyRight ? GENERIC_READ | GENERIC_WRITE : 0;
-    mode_t bits;
-    if (DWORD code = ModeOf(given, geteuid(), getegid(), bits)) return code;
-    for (const mode_t both : {mode_t{S_IRGRP | S_IWGRP}, mode_t{S_IROTH | S_IWOTH}})
-        if ((bits & both) == both) security.mode |= both;
-    return ERROR_SUCCESS;
+    return SecurityFrom(std::move(given), attributes->lpSecurityDescriptor, {ActingUser(), getegid()},
+                        security);
+}
+
+DWORD SecurityWithList(const void* descriptor, std::span<const BYTE> before, const struct stat& file,
+                       ObjectSecurity& security) {
+    FileSecurity given, known;
+    if (DWORD code = ReadDescriptor(descriptor, given)) return code;
+    if (!given.hasList) return ERROR_INVALID_SECURITY_DESCR;
+    if (!before.empty())
+        if (DWORD code = ParseDescriptor(before, known)) return code;
+    given.owner = known.owner;
+    given.group = known.group;
+    return SecurityFrom(std::move(given), descriptor, {file.st_uid, file.st_gid}, security);
 }
 
 }  // namespace Quellan::Platform

@@ -3,6 +3,7 @@
 
 #include "TQLib/platform/linux/objects/Handles.h"
 
+#include <span>
 #include <sys/stat.h>
 #include <vector>
 
@@ -19,5 +20,9 @@ struct ObjectSecurity {
     std::vector<BYTE> block;
 };
 DWORD SecurityOfNewObject(const SECURITY_ATTRIBUTES* attributes, ObjectSecurity& security);
+// The same for the list of a descriptor that an object gets which is there: the rest of its block, `before`, stays
+// as it is; without one its owner is the user of its file. 1338 also without a list.
+DWORD SecurityWithList(const void* descriptor, std::span<const BYTE> before, const struct stat& file,
+                       ObjectSecurity& security);
 
 }  // namespace Quellan::Platform

@@ -40,7 +40,8 @@ constexpr std::size_t PageBytes = 4096;
 static_assert(sizeof(Page) == PageBytes && offsetof(Page, value) == PageBytes - RobustTie::BytesFromWord);
 
 constexpr std::uint32_t PageMagic = 0x324F5154;  // "TQO2"
-constexpr std::uint32_t ManualReset = 1;         // a flag
+constexpr std::uint32_t ManualReset = 1;         // flags
+constexpr std::uint32_t HasSecurity = 2;
 constexpr std::uint32_t LockWanted = 0x80000000;
 // Of a value. The kernel knows them as these.
 constexpr std::uint32_t Awaited = FUTEX_WAITERS;
@@ -137,7 +138,7 @@ Descriptor OpenObjectFile(const Descriptor& folder, const char* name, int more =
 void WriteNew(Page& page, std::string_view name, const SharedSetup& setup) noexcept {
     std::memset(static_cast<void*>(&page), 0, PageBytes);
     page.kind = static_cast<std::uint32_t>(setup.kind);
-    page.flags = setup.manualReset ? ManualReset : 0;
+    page.flags = (setup.manualReset ? ManualReset : 0) | (setup.security.block.empty() ? 0 : HasSecurity);
     page.maximum = setup.maximum;
     page.value = setup.value;
     page.nameBytes = static_cast<std::uint32_t>(name.size());
@@ -171,7 +172,7 @@ int WriteSecurity(const Descriptor& file, off_t fileSize, const std::vector<BYTE
 DWORD ReadSecurity(const Descriptor& file, off_t fileSize, std::vector<BYTE>& block) {
     constexpr std::size_t Most = 68 * 1024;  // a list, two identifiers and a head are less
     const auto size = static_cast<std::size_t>(fileSize) - PageBytes;
-    if (size > Most) return ERROR_INVALID_DATA;
+    if (fileSize <= static_cast<off_t>(PageBytes) || size > Most) return ERROR_INVALID_DATA;
     block.resize(size);
     for (std::size_t done = 0; done < size;) {
         const ssize_t count = Retry([&] {
@@ -313,17 +314,14 @@ DWORD SharedObject::Open(const SharedFolder& folder, const std::string& file, st
     }
     Mapping page(static_cast<Page*>(MapSharedPage(opened, info)), Unmap());
     if (!page) return CodeFromErrno(errno);
-    std::vector<BYTE> security;
     if (alone) {
-        security = setup->security.block;
         WriteNew(*page, name, *setup);
     } else {
         if (DWORD code = CheckFound(*page, name, kind)) return code;
-        if (DWORD code = ReadSecurity(opened, info.st_size, security)) return code;
         InheritSlot(*page, slot + 1);
     }
     object = std::make_unique<SharedObject>(folder, file, std::move(opened), std::move(page), slot,
-                                            FileId{info.st_dev, info.st_ino}, std::move(security));
+                                            FileId{info.st_dev, info.st_ino});
     if (alone && setup->owned) object->TakeMutex(0);
     UnlockByte(object->ProcessDescriptor::File(), InitByte);
     return alone ? ERROR_SUCCESS : ERROR_ALREADY_EXISTS;
@@ -346,14 +344,13 @@ void SharedObject::Sweep(const Descriptor& folder) noexcept {
 }
 
 SharedObject::SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
-                           std::uint32_t slot, FileId id, std::vector<BYTE> security) noexcept
+                           std::uint32_t slot, FileId id) noexcept
     : ProcessDescriptor(std::move(descriptor), Parent::AwaitsChild),
       m_folder(folder),
       m_file(std::move(file)),
       m_page(std::move(page)),
       m_slot(slot),
       m_id(id),
-      m_security(std::move(security)),
       m_kind(static_cast<SharedKind>(m_page->kind.load())),
       m_manualReset(m_page->flags & ManualReset),
       m_maximum(std::max<std::uint32_t>(m_page->maximum, 1)) {}
@@ -468,6 +465,52 @@ RobustTie& SharedObject::TieOf(Page& page) noexcept {
 
 const Word& SharedObject::ValueWord() const noexcept {
     return m_page->value;
+}
+
+// Does `work` while nobody opens or closes the object. Other threads of the process have the same open file.
+DWORD SharedObject::WithInitLock(auto work) const {
+    const Descriptor& file = ProcessDescriptor::File();
+    const Deadline deadline = Now() + InitPatience;
+    for (Backoff backoff; Now() <= deadline; backoff.Pause()) {
+        const Guard lock(g_initLock);
+        if (!LockByte(file, InitByte)) continue;
+        const struct Unlock {
+            const Descriptor& file;
+            ~Unlock() { UnlockByte(file, InitByte); }
+        } unlock{file};
+        struct stat info;
+        return fstat(file.Get(), &info) == 0 ? work(file, info) : CodeFromErrno(errno);
+    }
+    return ERROR_BUSY;
+}
+
+DWORD SharedObject::Security(std::vector<BYTE>& block) const {
+    block.clear();
+    if (DWORD code = Check()) return code;
+    if (!(m_page->flags & HasSecurity)) return ERROR_SUCCESS;
+    return WithInitLock([&](const Descriptor& file, const struct stat& info) {
+        return ReadSecurity(file, info.st_size, block);
+    });
+}
+
+DWORD SharedObject::SetList(const void* descriptor) {
+    if (DWORD code = Check()) return code;
+    return WithInitLock([&](const Descriptor& file, const struct stat& info) -> DWORD {
+        std::vector<BYTE> before;
+        if (m_page->flags & HasSecurity)
+            if (DWORD code = ReadSecurity(file, info.st_size, before)) return code;
+        ObjectSecurity security;
+        if (DWORD code = SecurityWithList(descriptor, before, info, security)) return code;
+        if (fchmod(file.Get(), security.mode) != 0) return CodeFromErrno(errno);
+        if (const int error = WriteSecurity(file, info.st_size, security.block)) {
+            // There was room for what stood there.
+            WriteSecurity(file, info.st_size, before);
+            fchmod(file.Get(), info.st_mode & 0777);
+            return CodeFromErrno(error);
+        }
+        m_page->flags.fetch_or(HasSecurity);
+        return ERROR_SUCCESS;
+    });
 }
 
 // Of an event or semaphore.

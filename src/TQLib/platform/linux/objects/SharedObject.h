@@ -98,16 +98,20 @@ class SharedObject : ProcessDescriptor {
     static void Sweep(const Descriptor& folder) noexcept;
 
     SharedObject(const SharedFolder& folder, std::string file, Descriptor descriptor, Mapping page,
-                 std::uint32_t slot, FileId id, std::vector<BYTE> security) noexcept;
+                 std::uint32_t slot, FileId id) noexcept;
     // The object ends with the last process that has it open. A mutex this process owns counts as abandoned.
     ~SharedObject() override;
 
     SharedKind Kind() const noexcept { return m_kind; }
-    // The block of its descriptor as it was when this process opened it; empty where it has none. Whoever may
-    // write the file may have changed it.
     // Whose it is.
     DWORD User() const noexcept;
-    const std::vector<BYTE>& Security() const noexcept { return m_security; }
+    // The block of its descriptor; empty where it has none. Whoever may write the file may have changed it. 170
+    // (ERROR_BUSY) where somebody else opens or closes the object, 13 (ERROR_INVALID_DATA). May throw
+    // std::bad_alloc.
+    DWORD Security(std::vector<BYTE>& block) const;
+    // Gives it the list of another descriptor, as SecurityWithList says: all of that or nothing. 5
+    // (ERROR_ACCESS_DENIED) unless the file is the caller's. May throw std::bad_alloc.
+    DWORD SetList(const void* descriptor);
     bool StaysSignalled() const noexcept { return m_manualReset; }
 
     // What cannot be changed stays as it was: 170 (ERROR_BUSY) where a process that lives has kept the object
@@ -151,6 +155,7 @@ class SharedObject : ProcessDescriptor {
   private:
     static constexpr std::uint32_t NoSlot = Slots;
 
+    DWORD WithInitLock(auto work) const;
     void OpenAnew(const Descriptor& fresh) noexcept override;
     // What makes every change impossible, or 0.
     DWORD Check() const noexcept;
@@ -168,7 +173,6 @@ class SharedObject : ProcessDescriptor {
     Mapping m_page;
     std::uint32_t m_slot;
     const FileId m_id;
-    const std::vector<BYTE> m_security;
     // Read once, checked, and not believed again.
     const SharedKind m_kind;
     const bool m_manualReset;
