@@ -132,9 +132,8 @@ DWORD Admit(const Waitable& object, const GenericRights& rights, DWORD& access) 
     return ERROR_SUCCESS;
 }
 
-DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind, const GenericRights& rights,
-                const SharedSetup* setup, MakeWaitable make, DWORD& access,
-                std::shared_ptr<Waitable>& object) {
+DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind, const SharedSetup* setup,
+                MakeWaitable make, std::shared_ptr<Waitable>& object) {
     KnownObjects& registry = KnownObjects::Instance();
     const Guard lock(registry.lock);
     const SharedFolder* folder = nullptr;
@@ -142,20 +141,13 @@ DWORD TryToOpen(const ObjectName& name, const std::string& file, SharedKind kind
     registry.Prune();
     auto& known = registry.objects[{folder, file}];
     object = known.lock();
-    DWORD code = object && object->Shared()->Kind() != kind ? ERROR_INVALID_HANDLE : ERROR_ALREADY_EXISTS;
-    if (!object) {
-        std::unique_ptr<SharedObject> shared;
-        code = SharedObject::Open(*folder, file, name.text, kind, setup, shared);
-        if (!shared) return code;
-        object = make(std::move(shared));
-        if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
-        known = object;
-    }
-    if (code == ERROR_SUCCESS)
-        access = rights.all;
-    else if (code == ERROR_ALREADY_EXISTS)
-        if (DWORD refused = Admit(*object, rights, access)) code = refused;
-    if (code != ERROR_SUCCESS && code != ERROR_ALREADY_EXISTS) object.reset();
+    if (object) return object->Shared()->Kind() == kind ? ERROR_ALREADY_EXISTS : ERROR_INVALID_HANDLE;
+    std::unique_ptr<SharedObject> shared;
+    const DWORD code = SharedObject::Open(*folder, file, name.text, kind, setup, shared);
+    if (!shared) return code;
+    object = make(std::move(shared));
+    if (code == ERROR_SUCCESS && setup->owned) object->Own(*CurrentWaiter());
+    known = object;
     return code;
 }
 
@@ -173,8 +165,18 @@ DWORD OpenNamed(std::wstring_view given, SharedKind kind, const GenericRights& r
     const std::string file = FileOf(name.text);
     const Deadline deadline = DeadlineAfter(BusyMs);
     for (Backoff backoff;; backoff.Pause()) {
-        const DWORD code = TryToOpen(name, file, kind, rights, setup, make, access, object);
-        if (code != ERROR_BUSY || Now() > deadline) return code;
+        DWORD code = TryToOpen(name, file, kind, setup, make, object);
+        // Without the lock: an account may have to be looked up, and a refused object may end.
+        DWORD granted = rights.all;
+        if (code == ERROR_ALREADY_EXISTS) {
+            granted = access;
+            if (DWORD refused = Admit(*object, rights, granted)) code = refused;
+        }
+        const bool isOpen = code == ERROR_SUCCESS || code == ERROR_ALREADY_EXISTS;
+        if (!isOpen) object.reset();
+        if (code == ERROR_BUSY && Now() <= deadline) continue;
+        if (isOpen) access = granted;
+        return code;
     }
 }
 
