@@ -4,6 +4,7 @@
 #include "TQLib/core/internal/About.h"
 #include "TQLib/platform/Platform.h"
 #include "TQLib/security/internal/ControlMarks.h"
+#include "TQLib/text/memory/TQHandle.h"
 #include "TQLib/text/memory/TQUniqueHandle.h"
 #include "TQLib/text/memory/internal/Translated.h"
 
