@@ -22,6 +22,7 @@ constexpr const char* Attribute = "user.tqlib.security";
 constexpr const char* AccessAttribute = "system.posix_acl_access";
 constexpr const char* InheritedAttribute = "system.posix_acl_default";
 constexpr std::size_t MostKept = 64 * 1024;
+constexpr std::size_t UsuallyKept = 2 * 1024;
 constexpr std::size_t EntryHead = offsetof(ACCESS_ALLOWED_ACE, SidStart);
 
 template <class T>
@@ -129,13 +130,17 @@ void PutList(std::vector<BYTE>& block, const std::vector<AccessEntry>& list) {
 // The extended attributes of a file, also of one that was opened without a right to the data.
 class Attributes {
   public:
-    explicit Attributes(int fd) : m_fd(fd), m_name("/proc/self/fd/" + std::to_string(fd)), m_room(MostKept) {}
+    explicit Attributes(int fd)
+        : m_fd(fd), m_name("/proc/self/fd/" + std::to_string(fd)), m_room(UsuallyKept) {}
 
     // Nothing where there is none, or the file system has no such attributes.
     DWORD Get(const char* name, std::optional<std::vector<BYTE>>& value) {
         value.reset();
-        ssize_t size = fgetxattr(m_fd, name, m_room.data(), m_room.size());
-        if (size < 0 && errno == EBADF) size = getxattr(m_name.c_str(), name, m_room.data(), m_room.size());
+        ssize_t size = Read(name);
+        if (size < 0 && errno == ERANGE && m_room.size() < MostKept) {
+            m_room.resize(MostKept);
+            size = Read(name);
+        }
         if (size < 0) return errno == ENODATA || errno == EOPNOTSUPP ? ERROR_SUCCESS : CodeFromErrno(errno);
         value.emplace(m_room.begin(), m_room.begin() + size);
         return ERROR_SUCCESS;
@@ -161,6 +166,12 @@ class Attributes {
     }
 
   private:
+    ssize_t Read(const char* name) noexcept {
+        const ssize_t size = fgetxattr(m_fd, name, m_room.data(), m_room.size());
+        if (size >= 0 || errno != EBADF) return size;
+        return getxattr(m_name.c_str(), name, m_room.data(), m_room.size());
+    }
+
     const int m_fd;
     const std::string m_name;
     std::vector<BYTE> m_room;
