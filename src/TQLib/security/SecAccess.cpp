@@ -13,7 +13,6 @@ using Corvel::BYTEBuf;
 using Platform::AccessAnswer;
 using Platform::AccessCode;
 using Platform::AccessNode;
-using Platform::AccessQuestion;
 using Platform::ByteView;
 using Platform::SubjectId;
 
