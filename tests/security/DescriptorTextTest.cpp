@@ -253,6 +253,33 @@ TEST(DescriptorTexts, AreRefusedForEntriesThatHaveNone) {
     }
 }
 
+// A number's sign may say something else than the number.
+TEST(DescriptorTexts, TellTheSignOfNumbersOnce) {
+    struct Case {
+        BYTE value;  // -3 for 0xFD, 3 for 3
+        BYTE sign;   // 1 plus, 2 minus, 3 none
+        const wchar_t* text;
+    };
+    for (const auto& [value, sign, text] : std::initializer_list<Case>{{3, 1, L"+3"},
+                                                                       {3, 2, L"-3"},
+                                                                       {3, 3, L"3"},
+                                                                       {0xFD, 1, L"-3"},
+                                                                       {0xFD, 2, L"-3"},
+                                                                       {0xFD, 3, L"-3"},
+                                                                       {3, 0, nullptr},
+                                                                       {0xFD, 4, nullptr}}) {
+        const char rest = static_cast<char>(value == 3 ? 0 : 0xFF);
+        std::string bytes("artx\xF8\x02\0\0\0a\0\x04", 12);
+        (bytes += static_cast<char>(value)) += std::string(7, rest);
+        (bytes += static_cast<char>(sign)) += "\x02\x82";
+        const SecDesc descriptor = SecDesc().SetDACL(
+            SecACL{SecACE(Kind::AllowCallback, Id(L"S-1-1-0"), 1).WithData(bytes.data(), bytes.size())});
+        TQString written;
+        EXPECT_EQ(ThrownCode([&] { written = descriptor.Text(); }), text ? 0 : DWORD{ERROR_NOT_SUPPORTED});
+        EXPECT_EQ(written, text ? TQString(L"D:(XA;;CC;;;WD;(a < ") + text + L"))" : TQString()) << int{sign};
+    }
+}
+
 TEST(AccessLists, AreMergedCutAndAsked) {
     const SecACL list = FirstList(L"(A;;0x1;;;BU)(A;ID;0x2;;;BU)(D;;0x4;;;WD)(A;IOOI;0x8;;;BU)");
     const SecACL merged = list.Merged(FirstList(L"(A;;0x10;;;BU)(D;;0x1;;;WD)(A;ID;0x2;;;BU)"));

@@ -499,7 +499,8 @@ class ConditionWriter {
         std::memcpy(&value, content.data(), sizeof value);
         const BYTE sign = content[sizeof value];
         const bool isNegative = value >> 63;
-        if (sign == Minus || (sign == NoSign && isNegative)) {
+        if (sign < Plus || sign > NoSign) Refuse();
+        if (sign == Minus || isNegative) {
             m_text += L'-';
             if (isNegative) value = 0 - value;
         } else if (sign == Plus) {
