@@ -44,8 +44,10 @@ class TQLIB_API SecTree {
     // Gives all that is below `root` what it inherits now (`SecInheritance::Renewed`), from the top to the
     // bottom; `root` itself stays as it is. What is below a protected list stays too, and so does what is
     // below an object that failed; the call goes on with the others. A second call changes only what is not
-    // yet as it is to be, so that one that was interrupted can be repeated at any time. Throws what reading
-    // and listing `root` throw, and what the functions in `options` throw.
+    // told to be as it is to be, so that one that was interrupted can be repeated at any time. On Linux a
+    // file's list is told with the rights that the kernel gives: where those are fewer it is set again, and
+    // what is handed on further down is what is told. Throws what reading and listing `root` throw, and what
+    // the functions in `options` throw.
     Outcome Renew(const Corvel::TQString& root, const Options& options);
     Outcome Renew(const Corvel::TQString& root) { return Renew(root, Options()); }
 
