@@ -20,11 +20,6 @@ SecIDAttrArray StrangersGroups() {
     return groups;
 }
 
-bool IsForStrangers(const SecACE& entry) {
-    const SecIDAttrArray groups = StrangersGroups();
-    return entry.IsAllowing() && groups.IsIDInList(entry.SID());
-}
-
 }  // namespace
 
 DWORD WritingByStrangers(const SecDesc& descriptor) {
@@ -44,12 +39,14 @@ Repair WithoutStrangers(const SecDesc& descriptor) {
         repair.descriptor.SetDACL(std::move(list));
         return repair;
     }
+    const SecIDAttrArray strangers = StrangersGroups();
     SecACL list;
     bool wasInherited = false;
     for (const SecACE& entry : *descriptor.DACL()) {
         wasInherited = wasInherited || entry.IsInherited();
         const DWORD mapped = Rights.Map(entry.Rights());
-        const DWORD left = IsForStrangers(entry) ? mapped & ~Writing : mapped;
+        const bool isForStrangers = entry.IsAllowing() && strangers.IsIDInList(entry.SID());
+        const DWORD left = isForStrangers ? mapped & ~Writing : mapped;
         SecACE kept = entry.WithFlags(static_cast<BYTE>(entry.Flags() & ~INHERITED_ACE));
         if (left == mapped) {
             list.Add(std::move(kept));
